@@ -1,0 +1,31 @@
+# How a folder becomes a library and a test executable.
+
+# stowline_library(<name> SOURCES ... [DEPENDS ...] [PRIVATE_DEPENDS ...])
+# A static library whose includes are root-relative ("stowline/platform/Value.h").
+function(stowline_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}")
+  target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
+endfunction()
+
+# stowline_test(<name> SOURCES ... DEPENDS ... [LABELS ...] [NEEDS ...])
+# One GoogleTest executable for a folder. Every test runs in a process of its own, so that tests may
+# set what a process can set only once. NEEDS names programs that must be built first.
+function(stowline_test name)
+  if(NOT STOWLINE_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;LABELS;NEEDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}")
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest_main)
+  target_compile_definitions(${name} PRIVATE
+    STOWLINE_TEST_BIN="${CMAKE_BINARY_DIR}/bin" STOWLINE_TEST_SOURCE="${CMAKE_SOURCE_DIR}")
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+  if(ARG_NEEDS)
+    add_dependencies(${name} ${ARG_NEEDS})
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
+    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 180 SKIP_REGULAR_EXPRESSION "SKIPPED \\]")
+endfunction()
