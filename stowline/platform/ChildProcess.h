@@ -1,0 +1,51 @@
+// A helper program run once: bytes in by a file, bytes out by a pipe, then released and reaped.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::platform {
+
+/// How a child ended.
+struct ChildExit {
+    int status = 0;            ///< exit status, or the number of the signal that ended it
+    bool bySignal = false;
+    [[nodiscard]] bool isSuccess() const { return !bySignal && status == 0; }
+};
+
+/// One run of a child program that answers on its standard output and then waits to be released.
+struct ChildRun {
+    std::filesystem::path program; ///< absolute
+    /// Content of an anonymous file that the child finds open; its only argument is "@/dev/fd/N".
+    std::string_view input;
+    /// Makes the release bytes of what was read.
+    std::string (*releaseBytes)(std::string_view output) = nullptr;
+    std::chrono::milliseconds limit{}; ///< after this the child is ended by SIGKILL
+};
+
+struct ChildAnswer {
+    ChildExit exit;
+    std::string output;
+    bool endedByLimit = false;
+};
+
+/// Starts the child, reads its standard output to the end, writes the release bytes to its
+/// standard input, waits until it exits and reaps it.
+///
+/// The child inherits standard error, the input file and nothing else; its signal mask is empty and
+/// its dispositions are the defaults. No signal reaches this process when the child dies early.
+/// Nothing of the child is left when this returns. Any number of threads may run children at once.
+/// @return absent when the child could not be started.
+[[nodiscard]] std::optional<ChildAnswer> runChild(const ChildRun& run);
+
+/// Runs a program with arguments (no shell), its standard input empty, and hands back what it wrote
+/// to standard output. Standard error is inherited.
+/// @return absent when the program could not be started.
+[[nodiscard]] std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command,
+                                                       std::chrono::milliseconds limit);
+
+} // namespace stowline::platform

@@ -1,0 +1,27 @@
+// Whole files: read, and written so that a reader never meets half of one.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace stowline::platform {
+
+/// Content of a file; absent when it cannot be opened or read, or is a directory.
+[[nodiscard]] std::optional<std::string> readFile(const std::filesystem::path& path);
+
+/// Writes a file beside its place, makes it durable and renames it into place. Mode 0600.
+/// @return false when any step fails; the old file then stands unchanged.
+[[nodiscard]] bool writeFileAtomically(const std::filesystem::path& path, std::string_view content);
+
+/// Makes a folder and what is missing above it, mode 0700 for what it makes.
+[[nodiscard]] bool makePrivateFolder(const std::filesystem::path& folder);
+
+/// The folders of the desktop's base-directory convention: an absolute path in the variable
+/// (XDG_CONFIG_HOME, XDG_STATE_HOME), else the default below the home folder; with
+/// "stowline" appended. Absent when there is no home either.
+[[nodiscard]] std::optional<std::filesystem::path> configurationFolder();
+[[nodiscard]] std::optional<std::filesystem::path> stateFolder();
+
+} // namespace stowline::platform

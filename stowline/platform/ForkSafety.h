@@ -1,0 +1,52 @@
+// Keeping locks usable in the child of a fork().
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+namespace stowline::platform {
+
+/// Something with locks or threads of its own that must still work in the child of a fork(),
+/// where only the forking thread lives on. It registers itself for the time of its life.
+///
+/// Around every fork of the process: beforeFork() of all (takes the locks, so that no lock is held
+/// by a thread that will not exist), then afterForkInParent() or afterForkInChild() of all. The
+/// locks must be ones that are never held while another participant's lock is taken.
+class ForkParticipant {
+public:
+    ForkParticipant(const ForkParticipant&) = delete;
+    ForkParticipant& operator=(const ForkParticipant&) = delete;
+
+protected:
+    ForkParticipant();
+    virtual ~ForkParticipant();
+
+private:
+    friend class ForkRegistry;
+    virtual void beforeFork() = 0;
+    virtual void afterForkInParent() = 0;
+    virtual void afterForkInChild() = 0;
+};
+
+/// A mutex that no thread holds when a child of a fork() begins, so that it works there. Never held
+/// while another lock of this kind is taken.
+class ForkSafeMutex final : private ForkParticipant {
+public:
+    ForkSafeMutex() = default;
+    void lock() { mutex_.lock(); }
+    void unlock() { mutex_.unlock(); }
+
+private:
+    void beforeFork() override { mutex_.lock(); }
+    void afterForkInParent() override { mutex_.unlock(); }
+    void afterForkInChild() override { mutex_.unlock(); }
+
+    std::mutex mutex_;
+};
+
+/// Keeps something for the rest of the process without ever destroying it. For what cannot be
+/// destroyed in the child of a fork: a condition variable that other threads were waiting on would
+/// wait for them, a std::thread stands for a thread that does not exist.
+void keepForever(std::shared_ptr<void> something);
+
+} // namespace stowline::platform

@@ -1,0 +1,367 @@
+#include "stowline/platform/HttpExchange.h"
+
+#include "stowline/platform/Text.h"
+#include "stowline/platform/Url.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+
+namespace stowline::platform {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct EasyDeleter {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+struct MultiDeleter {
+    void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
+};
+struct ListDeleter {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+
+void prepareLibrary()
+{
+    static const CURLcode prepared = curl_global_init(CURL_GLOBAL_ALL);
+    (void)prepared;
+}
+
+/// What a status code asks for.
+enum class Redirect { none, asGet, repeated };
+
+Redirect redirectFor(long status)
+{
+    switch (status) {
+    case 301:
+    case 302:
+    case 303:
+        return Redirect::asGet;
+    case 307:
+    case 308:
+        return Redirect::repeated;
+    default:
+        return Redirect::none;
+    }
+}
+
+bool isCredential(std::string_view headerName)
+{
+    return equalsIgnoringAsciiCase(headerName, "Authorization") ||
+           equalsIgnoringAsciiCase(headerName, "Cookie") ||
+           equalsIgnoringAsciiCase(headerName, "Proxy-Authorization");
+}
+
+bool describesBody(std::string_view headerName)
+{
+    return equalsIgnoringAsciiCase(headerName, "Content-Type") ||
+           equalsIgnoringAsciiCase(headerName, "Content-Length");
+}
+
+bool breaksHeader(std::string_view text)
+{
+    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
+}
+
+/// Trust roots are looked up by hash in a directory where there is one: loading the whole bundle
+/// costs some 15 ms of processor time per process.
+void setTrustRoots(CURL* handle)
+{
+    const char* file = std::getenv("SSL_CERT_FILE");
+    const char* folder = std::getenv("SSL_CERT_DIR");
+    if (file || folder) {
+        curl_easy_setopt(handle, CURLOPT_CAINFO, file);
+        curl_easy_setopt(handle, CURLOPT_CAPATH, folder);
+        return;
+    }
+    static constexpr const char* systemFolder = "/etc/ssl/certs";
+    std::error_code fault;
+    if (std::filesystem::is_directory(systemFolder, fault)) {
+        curl_easy_setopt(handle, CURLOPT_CAINFO, nullptr);
+        curl_easy_setopt(handle, CURLOPT_CAPATH, systemFolder);
+    }
+}
+
+} // namespace
+
+class HttpExchange::Transfer {
+public:
+    Transfer(HttpRequest request, HttpLimits limits)
+        : request_(std::move(request)), limits_(limits)
+    {
+        prepareLibrary();
+        multi_.reset(curl_multi_init());
+        startHop();
+    }
+
+    ~Transfer() { detach(); }
+
+    bool wait(std::chrono::milliseconds atMost)
+    {
+        const auto deadline = Clock::now() + atMost;
+        while (!ended_) {
+            int running = 0;
+            curl_multi_perform(multi_.get(), &running);
+            collectFinished();
+            if (ended_)
+                break;
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0)
+                break;
+            curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(left.count()), nullptr);
+        }
+        return ended_;
+    }
+
+    HttpOutcome takeOutcome() { return std::move(outcome_); }
+
+private:
+    void fail(std::string sentence)
+    {
+        outcome_.response.reset();
+        outcome_.failure = std::move(sentence);
+        ended_ = true;
+    }
+
+    void detach()
+    {
+        if (easy_)
+            curl_multi_remove_handle(multi_.get(), easy_.get());
+    }
+
+    bool headersAreClean()
+    {
+        for (const auto& [name, value] : request_.headers) {
+            if (name.empty() || breaksHeader(name) || breaksHeader(value)) {
+                fail("The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +
+                     "\" cannot be sent: it holds a line break or a NUL character.");
+                return false;
+            }
+        }
+        return true;
+    }
+
+    /// Begins the request for the current URL.
+    void startHop()
+    {
+        const auto origin = originOf(request_.url);
+        if (!origin) {
+            fail("\"" + request_.url + "\" is no http or https address.");
+            return;
+        }
+        if (!headersAreClean())
+            return;
+        origin_ = *origin;
+        detach();
+        easy_.reset(curl_easy_init());
+        outcome_ = {};
+        raw_.clear();
+        limitReached_ = false;
+        errorText_.fill(0);
+        setOptions();
+        setHeaders();
+        curl_multi_add_handle(multi_.get(), easy_.get());
+    }
+
+    void setOptions()
+    {
+        CURL* handle = easy_.get();
+        curl_easy_setopt(handle, CURLOPT_URL, request_.url.c_str());
+        curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+        curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+        curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+        setTrustRoots(handle);
+        curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
+        if (request_.method == "GET") {
+            curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
+        } else {
+            curl_easy_setopt(handle, CURLOPT_POST, 1L);
+            curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
+                             static_cast<curl_off_t>(request_.body.size()));
+            curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request_.body.data());
+            curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+        }
+        curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &onHeader);
+        curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
+        curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &onBody);
+        curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+        // Only the trace hands over body bytes with their chunk framing, as they were received.
+        curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+        curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &onTrace);
+        curl_easy_setopt(handle, CURLOPT_DEBUGDATA, this);
+    }
+
+    void setHeaders()
+    {
+        curl_slist* list = nullptr;
+        const auto add = [&list](const std::string& line) {
+            if (curl_slist* longer = curl_slist_append(list, line.c_str()))
+                list = longer;
+        };
+        // What the library would add by itself and this system never sends.
+        for (const char* unwanted : {"Accept", "Expect", "Content-Type"}) {
+            if (!hasHeader(unwanted))
+                add(std::string(unwanted) + ":");
+        }
+        for (const auto& [name, value] : request_.headers)
+            add(value.empty() ? name + ";" : name + ": " + value);
+        headers_.reset(list);
+        curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, list);
+    }
+
+    bool hasHeader(std::string_view wanted) const
+    {
+        return std::any_of(request_.headers.begin(), request_.headers.end(), [&](const auto& header) {
+            return equalsIgnoringAsciiCase(header.first, wanted);
+        });
+    }
+
+    static std::size_t onHeader(char* bytes, std::size_t, std::size_t length, void* self)
+    {
+        auto& transfer = *static_cast<Transfer*>(self);
+        const std::string_view line(bytes, length);
+        if (line.starts_with("HTTP/")) { // also after an interim response
+            transfer.raw_.clear();
+            transfer.headerBytes_ = 0;
+        }
+        transfer.headerBytes_ += length;
+        return transfer.keep(line) ? length : 0;
+    }
+
+    static std::size_t onBody(char* bytes, std::size_t, std::size_t length, void* self)
+    {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.outcome_.body.append(bytes, length);
+        return transfer.limitReached_ ? 0 : length;
+    }
+
+    static int onTrace(CURL*, curl_infotype kind, char* bytes, std::size_t length, void* self)
+    {
+        if (kind == CURLINFO_DATA_IN)
+            (void)static_cast<Transfer*>(self)->keep({bytes, length});
+        return 0;
+    }
+
+    [[nodiscard]] bool keep(std::string_view bytes)
+    {
+        limitReached_ = limitReached_ || raw_.size() + bytes.size() > limits_.maximumResponseBytes;
+        if (!limitReached_)
+            raw_.append(bytes);
+        return !limitReached_;
+    }
+
+    void collectFinished()
+    {
+        int waiting = 0;
+        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &waiting)) {
+            if (message->msg == CURLMSG_DONE) {
+                finishHop(message->data.result);
+                return;
+            }
+        }
+    }
+
+    void finishHop(CURLcode result)
+    {
+        if (limitReached_) {
+            fail("The answer from " + origin_.host + " is larger than " +
+                 std::to_string(limits_.maximumResponseBytes) + " bytes.");
+            return;
+        }
+        if (result != CURLE_OK) {
+            const std::string detail = errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
+            fail("The call to " + origin_.host + " failed: " + detail + ".");
+            return;
+        }
+        long status = 0;
+        curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        char* location = nullptr;
+        curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &location);
+        const Redirect redirect = redirectFor(status);
+        if (redirect != Redirect::none && location) {
+            follow(location, redirect);
+            return;
+        }
+        noteTimings();
+        outcome_.headerBytes = headerBytes_;
+        outcome_.response = std::move(raw_);
+        ended_ = true;
+    }
+
+    void follow(const std::string& location, Redirect redirect)
+    {
+        const auto target = originOf(location);
+        if (!target || (origin_.scheme == "https" && target->scheme != "https")) {
+            fail("The server at " + origin_.host + " redirects to \"" + location +
+                 "\", which is not followed.");
+            return;
+        }
+        if (++redirects_ > limits_.maximumRedirects) {
+            fail("The server at " + origin_.host + " redirects more than " +
+                 std::to_string(limits_.maximumRedirects) + " times.");
+            return;
+        }
+        if (redirect == Redirect::asGet) {
+            request_.method = "GET";
+            request_.body = {};
+            std::erase_if(request_.headers,
+                          [](const auto& header) { return describesBody(header.first); });
+        }
+        if (*target != origin_)
+            std::erase_if(request_.headers,
+                          [](const auto& header) { return isCredential(header.first); });
+        request_.url = location;
+        startHop();
+    }
+
+    void noteTimings()
+    {
+        const auto read = [this](CURLINFO which) {
+            curl_off_t microseconds = 0;
+            curl_easy_getinfo(easy_.get(), which, &microseconds);
+            return static_cast<std::int64_t>(microseconds);
+        };
+        outcome_.timings = {read(CURLINFO_CONNECT_TIME_T), read(CURLINFO_APPCONNECT_TIME_T),
+                            read(CURLINFO_STARTTRANSFER_TIME_T), read(CURLINFO_TOTAL_TIME_T)};
+    }
+
+    HttpRequest request_;
+    HttpLimits limits_;
+    UrlOrigin origin_;
+    int redirects_ = 0;
+    bool ended_ = false;
+    bool limitReached_ = false;
+    std::string raw_;
+    std::size_t headerBytes_ = 0;
+    std::array<char, CURL_ERROR_SIZE> errorText_{};
+    HttpOutcome outcome_;
+    std::unique_ptr<CURLM, MultiDeleter> multi_;
+    std::unique_ptr<curl_slist, ListDeleter> headers_;
+    std::unique_ptr<CURL, EasyDeleter> easy_;
+};
+
+HttpExchange::HttpExchange(HttpRequest request, HttpLimits limits)
+    : transfer_(std::make_unique<Transfer>(std::move(request), limits))
+{
+}
+
+HttpExchange::~HttpExchange() = default;
+
+bool HttpExchange::wait(std::chrono::milliseconds atMost)
+{
+    return transfer_->wait(atMost);
+}
+
+HttpOutcome HttpExchange::takeOutcome()
+{
+    return transfer_->takeOutcome();
+}
+
+} // namespace stowline::platform

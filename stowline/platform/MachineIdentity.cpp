@@ -1,0 +1,162 @@
+#include "stowline/platform/MachineIdentity.h"
+
+#include "stowline/platform/Files.h"
+#include "stowline/platform/Text.h"
+
+#include <glib.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <sys/random.h>
+#include <sys/utsname.h>
+
+namespace stowline::platform {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using UuidBytes = std::array<std::uint8_t, 16>;
+
+/// Version and variant bits as RFC 4122 section 4.4 sets them.
+std::string uuidText(UuidBytes bytes)
+{
+    bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0FU) | 0x40U);
+    bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3FU) | 0x80U);
+    static constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10)
+            text.push_back('-');
+        text.push_back(digits[bytes.at(i) >> 4]);
+        text.push_back(digits[bytes.at(i) & 0x0FU]);
+    }
+    return text;
+}
+
+std::string withoutTrailingBlanks(std::string text)
+{
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    return text;
+}
+
+/// 32 hexadecimal digits, and not all zero ("uninitialized" and empty files are no ids).
+bool isMachineId(std::string_view text)
+{
+    return text.size() == 32 &&
+           text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos &&
+           text.find_first_not_of('0') != std::string_view::npos;
+}
+
+std::string derivedUuid(const std::string& machineId)
+{
+    static constexpr std::string_view purpose = "com.stowline.hardware-identity.1";
+    const std::unique_ptr<GHmac, decltype(&g_hmac_unref)> hmac(
+        g_hmac_new(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(purpose.data()),
+                   purpose.size()),
+        &g_hmac_unref);
+    g_hmac_update(hmac.get(), reinterpret_cast<const guchar*>(machineId.data()),
+                  static_cast<gssize>(machineId.size()));
+    std::array<guint8, 32> digest{};
+    gsize length = digest.size();
+    g_hmac_get_digest(hmac.get(), digest.data(), &length);
+    UuidBytes bytes{};
+    std::copy_n(digest.begin(), bytes.size(), bytes.begin());
+    return uuidText(bytes);
+}
+
+std::optional<std::string> keptUuid(const fs::path& file)
+{
+    if (const auto kept = readFile(file); kept && withoutTrailingBlanks(*kept).size() == 36)
+        return withoutTrailingBlanks(*kept);
+    const auto fresh = randomUuid();
+    if (!fresh || !makePrivateFolder(file.parent_path()) || !writeFileAtomically(file, *fresh + "\n"))
+        return std::nullopt;
+    return fresh;
+}
+
+/// The value of NAME=value or NAME="value" in a file of such lines.
+std::optional<std::string> assignment(const std::string& lines, const std::string& name)
+{
+    const std::string wanted = "\n" + name + "=";
+    const std::string text = "\n" + lines;
+    const auto found = text.find(wanted);
+    if (found == std::string::npos)
+        return std::nullopt;
+    const auto begin = found + wanted.size();
+    std::string value = withoutTrailingBlanks(text.substr(begin, text.find('\n', begin) - begin));
+    if (value.size() >= 2 && value.front() == value.back() && (value[0] == '"' || value[0] == '\''))
+        value = value.substr(1, value.size() - 2);
+    return value.empty() ? std::nullopt : std::optional(value);
+}
+
+std::optional<std::string> hostName()
+{
+    utsname names{};
+    if (::uname(&names) != 0 || names.nodename[0] == '\0')
+        return std::nullopt;
+    return std::string(names.nodename);
+}
+
+} // namespace
+
+std::optional<std::string> randomUuid()
+{
+    UuidBytes bytes{};
+    if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+        return std::nullopt;
+    return uuidText(bytes);
+}
+
+std::optional<std::string> computerName()
+{
+    if (const auto info = readFile("/etc/machine-info")) {
+        if (auto pretty = assignment(*info, "PRETTY_HOSTNAME"))
+            return pretty;
+    }
+    return hostName();
+}
+
+std::optional<std::string> localHostName()
+{
+    const auto name = hostName();
+    if (!name)
+        return std::nullopt;
+    const std::string label = name->substr(0, name->find('.'));
+    return label.empty() || label == "localhost" || label == "(none)" ? std::nullopt
+                                                                       : std::optional(label);
+}
+
+IdentitySources IdentitySources::ofThisMachine()
+{
+    IdentitySources sources;
+    if (const auto folder = stateFolder())
+        sources.keptIdentity = *folder / "installation-id";
+    return sources;
+}
+
+std::optional<std::string> hardwareUuid(const IdentitySources& sources)
+{
+    for (const fs::path& file : sources.machineIdFiles) {
+        const auto content = readFile(file);
+        const std::string id = content ? asciiLowercase(withoutTrailingBlanks(*content)) : "";
+        if (isMachineId(id))
+            return derivedUuid(id);
+    }
+    return sources.keptIdentity ? keptUuid(*sources.keptIdentity) : std::nullopt;
+}
+
+std::vector<std::string> processArguments()
+{
+    std::vector<std::string> words;
+    const std::string all = readFile("/proc/self/cmdline").value_or("");
+    for (std::size_t begin = 0; begin < all.size();) {
+        const std::size_t end = std::min(all.find('\0', begin), all.size());
+        words.push_back(all.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return words;
+}
+
+} // namespace stowline::platform

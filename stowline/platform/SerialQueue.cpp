@@ -1,0 +1,310 @@
+#include "stowline/platform/SerialQueue.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace stowline::platform {
+
+namespace {
+
+/// Which queues the thread is inside of, innermost first.
+struct Frame {
+    const void* core;
+    const std::string* label;
+    const Frame* outer;
+};
+
+thread_local const Frame* innermost = nullptr;
+
+class InsideQueue {
+public:
+    InsideQueue(const void* core, const std::string& label) : frame_{core, &label, innermost}
+    {
+        innermost = &frame_;
+    }
+    InsideQueue(const InsideQueue&) = delete;
+    InsideQueue& operator=(const InsideQueue&) = delete;
+    ~InsideQueue() { innermost = frame_.outer; }
+
+private:
+    Frame frame_;
+};
+
+} // namespace
+
+/// The queue proper; shared with the worker thread, which may outlive the queue object when the
+/// last task destroys it.
+///
+/// At any time at most one party owns the turn: a sync() caller or the worker. Who finishes passes
+/// the turn on to the front of the line.
+class SerialQueue::Core : public std::enable_shared_from_this<SerialQueue::Core> {
+public:
+    explicit Core(std::string label) : label_(std::move(label)) {}
+
+    void async(Task task)
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            line_.push_back({std::move(task), nullptr});
+            if (turnTaken_)
+                return;
+            turnTaken_ = true;
+            giveTurnToWorker();
+        }
+        workerWakeUp_.notify_one();
+    }
+
+    void sync(const std::function<void()>& task)
+    {
+        takeTurn();
+        {
+            const InsideQueue inside(this, label_);
+            task();
+        }
+        passTurn();
+    }
+
+    /// Lets the worker end once the line is empty, and waits for that unless called by the worker.
+    void finish()
+    {
+        std::thread worker;
+        {
+            std::unique_lock lock(mutex_);
+            finishing_ = true;
+            worker = std::move(worker_);
+        }
+        workerWakeUp_.notify_one();
+        if (!worker.joinable())
+            return;
+        if (worker.get_id() == std::this_thread::get_id())
+            worker.detach();
+        else
+            worker.join();
+    }
+
+    void lock() { mutex_.lock(); }
+    void unlock() { mutex_.unlock(); }
+
+    [[nodiscard]] const std::string& label() const { return label_; }
+
+private:
+    struct Waiter {
+        std::condition_variable wakeUp;
+        bool hasTurn = false;
+    };
+    /// Either a task for the worker or a sync() caller that waits for its turn.
+    struct Place {
+        Task task;
+        Waiter* waiter;
+    };
+
+    void takeTurn()
+    {
+        std::unique_lock lock(mutex_);
+        if (!turnTaken_) {
+            turnTaken_ = true;
+            return;
+        }
+        Waiter waiter;
+        line_.push_back({{}, &waiter});
+        waiter.wakeUp.wait(lock, [&waiter] { return waiter.hasTurn; });
+    }
+
+    void passTurn()
+    {
+        bool wakeWorker = false;
+        {
+            const std::lock_guard lock(mutex_);
+            wakeWorker = passTurnLocked();
+        }
+        if (wakeWorker)
+            workerWakeUp_.notify_one();
+    }
+
+    /// @return true when the turn went to the worker.
+    bool passTurnLocked()
+    {
+        if (line_.empty()) {
+            turnTaken_ = false;
+            return false;
+        }
+        if (Waiter* waiter = line_.front().waiter) {
+            line_.pop_front();
+            waiter->hasTurn = true;
+            waiter->wakeUp.notify_one(); // under the lock: the waiter is gone right after
+            return false;
+        }
+        giveTurnToWorker();
+        return true;
+    }
+
+    void giveTurnToWorker()
+    {
+        workerHasTurn_ = true;
+        if (!worker_.joinable() && !finishing_)
+            worker_ = std::thread([core = shared_from_this()] { core->work(); });
+    }
+
+    void work()
+    {
+        std::deque<Place> batch;
+        std::unique_lock lock(mutex_);
+        for (;;) {
+            workerWakeUp_.wait(lock, [this] { return workerHasTurn_ || finishing_; });
+            if (!workerHasTurn_)
+                return;
+            // All tasks up to the first sync() caller, in one go: one lock for many tasks.
+            while (!line_.empty() && !line_.front().waiter) {
+                batch.swap(line_);
+                keepWaitersInLine(batch);
+                lock.unlock();
+                runAll(batch);
+                lock.lock();
+            }
+            workerHasTurn_ = false;
+            (void)passTurnLocked();
+        }
+    }
+
+    /// Moves what stands behind the first sync() caller of the batch back into the line.
+    void keepWaitersInLine(std::deque<Place>& batch)
+    {
+        std::size_t tasks = 0;
+        while (tasks < batch.size() && !batch[tasks].waiter)
+            ++tasks;
+        for (std::size_t i = tasks; i < batch.size(); ++i)
+            line_.push_back(std::move(batch[i]));
+        batch.resize(tasks);
+    }
+
+    void runAll(std::deque<Place>& batch)
+    {
+        const InsideQueue inside(this, label_);
+        for (Place& place : batch) {
+            place.task();
+            place.task = nullptr; // what the task holds goes before the next one starts
+        }
+        batch.clear();
+    }
+
+    const std::string label_;
+    std::mutex mutex_;
+    std::condition_variable workerWakeUp_;
+    std::deque<Place> line_;
+    bool turnTaken_ = false;
+    bool workerHasTurn_ = false;
+    bool finishing_ = false;
+    std::thread worker_;
+};
+
+SerialQueue::SerialQueue(std::string label) : core_(std::make_shared<Core>(std::move(label))) {}
+
+SerialQueue::~SerialQueue()
+{
+    core_->finish();
+}
+
+void SerialQueue::async(Task task)
+{
+    core_->async(std::move(task));
+}
+
+void SerialQueue::sync(const std::function<void()>& task)
+{
+    if (isCurrent())
+        return task();
+    // The local reference keeps a queue alive whose last owner the task destroys, and, in the
+    // child of a fork made by the task, the turn that the task still holds.
+    const std::shared_ptr<Core> core = core_;
+    core->sync(task);
+}
+
+const std::string& SerialQueue::label() const
+{
+    return core_->label();
+}
+
+bool SerialQueue::isCurrent() const
+{
+    for (const Frame* frame = innermost; frame; frame = frame->outer) {
+        if (frame->core == core_.get())
+            return true;
+    }
+    return false;
+}
+
+const char* SerialQueue::currentLabel()
+{
+    return innermost && !innermost->label->empty() ? innermost->label->c_str() : nullptr;
+}
+
+void SerialQueue::beforeFork()
+{
+    core_->lock();
+}
+
+void SerialQueue::afterForkInParent()
+{
+    core_->unlock();
+}
+
+void SerialQueue::afterForkInChild()
+{
+    core_->unlock();
+    keepForever(core_);
+    core_ = std::make_shared<Core>(std::string(core_->label()));
+}
+
+struct QueueGroup::State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::size_t open = 0;
+};
+
+QueueGroup::QueueGroup() : state_(std::make_unique<State>()) {}
+
+QueueGroup::~QueueGroup() = default;
+
+void QueueGroup::async(SerialQueue& queue, SerialQueue::Task task)
+{
+    State* state = state_.get();
+    {
+        const std::lock_guard lock(state->mutex);
+        ++state->open;
+    }
+    queue.async([state, task = std::move(task)]() mutable {
+        task();
+        task = nullptr;
+        const std::lock_guard lock(state->mutex);
+        if (--state->open == 0)
+            state->changed.notify_all(); // under the lock: the group may be gone right after
+    });
+}
+
+void QueueGroup::wait()
+{
+    std::unique_lock lock(state_->mutex);
+    state_->changed.wait(lock, [this] { return state_->open == 0; });
+}
+
+void QueueGroup::beforeFork()
+{
+    state_->mutex.lock();
+}
+
+void QueueGroup::afterForkInParent()
+{
+    state_->mutex.unlock();
+}
+
+void QueueGroup::afterForkInChild()
+{
+    state_->mutex.unlock();
+    keepForever(std::move(state_));
+    state_ = std::make_unique<State>();
+}
+
+} // namespace stowline::platform

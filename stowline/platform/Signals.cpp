@@ -1,0 +1,36 @@
+#include "stowline/platform/Signals.h"
+
+#include <csignal>
+#include <pthread.h>
+
+namespace stowline::platform {
+
+namespace {
+
+sigset_t terminationSignals()
+{
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGINT);
+    ::sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+} // namespace
+
+void holdTerminationSignals()
+{
+    const sigset_t signals = terminationSignals();
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+int awaitTerminationSignal()
+{
+    const sigset_t signals = terminationSignals();
+    int number = 0;
+    while (::sigwait(&signals, &number) != 0) {
+    }
+    return number;
+}
+
+} // namespace stowline::platform

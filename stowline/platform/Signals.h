@@ -1,0 +1,13 @@
+// Being asked to end.
+#pragma once
+
+namespace stowline::platform {
+
+/// Keeps SIGINT and SIGTERM from ending the process, in the calling thread and in those that it
+/// starts afterwards. First thing in main().
+void holdTerminationSignals();
+
+/// Waits until one of them comes. @return its number.
+int awaitTerminationSignal();
+
+} // namespace stowline::platform

@@ -1,0 +1,29 @@
+// Addresses as text.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace stowline::platform {
+
+/// Makes any text usable as a URL: characters that no URL may hold (controls, space, quotes,
+/// angle brackets, backslash, circumflex, grave accent, braces, bar, everything outside ASCII) are
+/// written as "%" and two upper-case hexadecimal digits per UTF-8 byte. The URL's own delimiters
+/// stay, and so do brackets (IPv6 addresses). A percent sign that begins an escape (two hexadecimal
+/// digits follow) stays; any other becomes "%25" (RFC 3986 section 2).
+[[nodiscard]] std::string percentEscaped(std::string_view text);
+
+/// Scheme, host and port of an absolute http or https URL, in lower case.
+struct UrlOrigin {
+    std::string scheme;
+    std::string host;
+    std::uint16_t port = 0; ///< the scheme's own when the URL names none
+    bool operator==(const UrlOrigin&) const = default;
+};
+
+/// @return absent when the text is no absolute http or https URL.
+[[nodiscard]] std::optional<UrlOrigin> originOf(const std::string& url);
+
+} // namespace stowline::platform
