@@ -1,0 +1,34 @@
+#include "stowline/logging/CountingLogger.h"
+
+#include <algorithm>
+
+namespace stowline {
+
+CountingLogger::CountingLogger(Keep keep) : DDAbstractLogger("CountingLogger"), keep_(keep) {}
+
+void CountingLogger::logMessage(const DDLogMessage& message)
+{
+    if (keep_ == Keep::texts) {
+        auto text = formattedText(message);
+        if (!text)
+            return;
+        const std::lock_guard lock(mutex_);
+        lines_.push_back({std::move(*text), message.logFlag,
+                          std::string(message.methodName().value_or("")), message.queueLabel});
+    }
+    count_.fetch_add(1, std::memory_order_relaxed);
+}
+
+std::vector<CountingLogger::Line> CountingLogger::lines() const
+{
+    const std::lock_guard lock(mutex_);
+    return lines_;
+}
+
+bool CountingLogger::hasLine(std::string_view text) const
+{
+    const auto all = lines();
+    return std::any_of(all.begin(), all.end(), [text](const Line& line) { return line.text == text; });
+}
+
+} // namespace stowline

@@ -1,0 +1,65 @@
+#include "stowline/logging/DDAbstractLogger.h"
+
+#include "stowline/logging/DDLog.h"
+
+#include <mutex>
+
+namespace stowline {
+
+std::shared_ptr<DDLogFormatter> DDAbstractLogger::FormatterSlot::get()
+{
+    const std::lock_guard lock(mutex);
+    return formatter;
+}
+
+void DDAbstractLogger::FormatterSlot::set(std::shared_ptr<DDLogFormatter> newFormatter)
+{
+    const std::lock_guard lock(mutex);
+    formatter.swap(newFormatter); // the old one goes after the lock
+}
+
+DDAbstractLogger::DDAbstractLogger(std::string loggerName)
+    : name_(std::move(loggerName)), slot_(std::make_shared<FormatterSlot>()),
+      queue_(std::make_shared<platform::SerialQueue>(name_))
+{
+}
+
+void DDAbstractLogger::logMessage(const DDLogMessage&) {}
+
+std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter()
+{
+    if (queue_->isCurrent())
+        return slot_->get();
+    std::shared_ptr<DDLogFormatter> formatter;
+    DDLog::loggingQueue().sync([&] { formatter = slot_->get(); });
+    return formatter;
+}
+
+void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter)
+{
+    if (queue_->isCurrent()) {
+        slot_->set(std::move(formatter));
+        return;
+    }
+    DDLog::loggingQueue().async([slot = slot_, formatter = std::move(formatter)]() mutable {
+        slot->set(std::move(formatter));
+    });
+}
+
+std::shared_ptr<platform::SerialQueue> DDAbstractLogger::loggerQueue()
+{
+    return queue_;
+}
+
+std::string DDAbstractLogger::loggerName() const
+{
+    return name_;
+}
+
+std::optional<std::string> DDAbstractLogger::formattedText(const DDLogMessage& message)
+{
+    const auto formatter = slot_->get();
+    return formatter ? formatter->formatLogMessage(message) : std::optional(message.logMsg);
+}
+
+} // namespace stowline
