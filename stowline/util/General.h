@@ -1,0 +1,50 @@
+// Who and where this program is, and other small general operations.
+#pragma once
+
+#include "stowline/platform/Value.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace stowline {
+
+/// Static operations only. All may be called from any thread; none reports an error: what cannot
+/// be told is absent. Nothing but the launch time is kept between calls.
+class General {
+public:
+    General() = delete;
+
+    /// A new random UUID, 36 characters, upper case (RFC 4122); absent when the system fails to
+    /// make one.
+    [[nodiscard]] static std::optional<std::string> uuid();
+
+    /// The name people gave the machine; absent when it has none.
+    [[nodiscard]] static std::optional<std::string> computerName();
+
+    /// The machine's name on the local network, without domain; "Untitled System" when it has none.
+    [[nodiscard]] static std::string localHostName();
+
+    /// Identifies this installation to the service: a UUID text that stays the same over restarts
+    /// and does not reveal the machine's own id; absent when the machine has none and none can be
+    /// kept. See platform::hardwareUuid().
+    [[nodiscard]] static std::optional<std::string> hardwareId();
+
+    /// "CFBundleName" and "CFBundleShortVersionString" of the main bundle's information dictionary.
+    [[nodiscard]] static std::optional<std::string> productName();
+    [[nodiscard]] static std::optional<std::string> productVersion();
+
+    /// "Mac/" and the product version, "Mac/(null)" when there is none.
+    [[nodiscard]] static std::string userAgent();
+
+    /// Whether an argument of the process is exactly "scheduled_launch". Read anew on each call.
+    [[nodiscard]] static bool isScheduledLaunch();
+
+    /// When an operation of this class was first used in the process.
+    [[nodiscard]] static Date launchTime();
+
+    /// Base64 of the text's UTF-8 bytes, with a line feed after every 32768 characters.
+    [[nodiscard]] static std::string base64EncodeString(std::string_view text);
+};
+
+} // namespace stowline

@@ -1,0 +1,44 @@
+#include "stowline/platform/Bundle.h"
+#include "stowline/platform/Format.h"
+#include "stowline/util/Base64.h"
+#include "stowline/util/General.h"
+
+namespace stowline {
+
+namespace {
+
+constexpr std::uint32_t kEncodedLineLength = 2147483647;
+
+} // namespace
+
+std::optional<std::string> General::productName()
+{
+    (void)launchTime();
+    return platform::Bundle::infoString("CFBundleName");
+}
+
+std::optional<std::string> General::productVersion()
+{
+    (void)launchTime();
+    return platform::Bundle::infoString("CFBundleShortVersionString");
+}
+
+std::string General::userAgent()
+{
+    return platform::formatText("Mac/%@", productVersion());
+}
+
+Date General::launchTime()
+{
+    static const Date firstUse =
+        std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+    return firstUse;
+}
+
+std::string General::base64EncodeString(std::string_view text)
+{
+    (void)launchTime();
+    return Base64::base64EncodingWithLineLength(text, kEncodedLineLength);
+}
+
+} // namespace stowline

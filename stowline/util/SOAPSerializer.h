@@ -1,0 +1,17 @@
+// A dictionary as XML.
+#pragma once
+
+#include "stowline/platform/Value.h"
+
+#include <string>
+
+namespace stowline::SOAPSerializer {
+
+/// Writes a dictionary as a run of elements, `<key>value</key>`, in the order of the keys.
+///
+/// A dictionary as value is written in the same way inside its element; any other value is its
+/// textual form, escaped. Keys are written as they are and must be XML names. There is no
+/// declaration, root element or white space; an empty dictionary gives an empty text. Reentrant.
+[[nodiscard]] std::string TW_xmlString(const Dictionary& dictionary);
+
+} // namespace stowline::SOAPSerializer

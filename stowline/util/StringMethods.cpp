@@ -1,0 +1,28 @@
+#include "stowline/util/StringMethods.h"
+
+namespace stowline::StringMethods {
+
+std::string TW_escapeXMLEntities(std::string_view text)
+{
+    // One pass gives what three replacements, the ampersand's first, would give.
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (const char character : text) {
+        switch (character) {
+        case '&':
+            escaped += "&amp;";
+            break;
+        case '<':
+            escaped += "&lt;";
+            break;
+        case '>':
+            escaped += "&gt;";
+            break;
+        default:
+            escaped += character;
+        }
+    }
+    return escaped;
+}
+
+} // namespace stowline::StringMethods
