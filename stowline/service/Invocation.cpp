@@ -1,0 +1,230 @@
+// The one path that every SOAP web method takes.
+#include "stowline/call/CallArchive.h"
+#include "stowline/call/WebServiceCallRequest.h"
+#include "stowline/call/WireNames.h"
+#include "stowline/logging/LogMacros.h"
+#include "stowline/net/Reachability.h"
+#include "stowline/platform/Bundle.h"
+#include "stowline/platform/ChildProcess.h"
+#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/HttpMessage.h"
+#include "stowline/platform/Text.h"
+#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/Url.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace stowline {
+
+namespace {
+
+using platform::consoleLog;
+using platform::formatText;
+
+constexpr std::string_view kInvocationName =
+    "invokeSOAPMethodWithName:withHeaderSubstitutions:withParamSubstitutions:error:"
+    "anyStringPlusUrlSubstitutions:";
+
+constexpr std::string_view kUnreachableMessage =
+    "Sorry, we can't sign you in right now. Please check your Internet connection before trying "
+    "again.";
+
+/// The tool gives a call up after 60 seconds; one that does not keep to that is ended.
+constexpr std::chrono::seconds kToolLimit{75};
+
+/// Web methods whose answers are secrets of the user and stay out of the log.
+constexpr std::array<std::string_view, 2> kMethodsWithSecretAnswers{"DecryptString", "getenckey"};
+
+void store(ErrorSlot slot, const Error& error)
+{
+    if (slot)
+        *slot = error;
+}
+
+Error failedBeforeSending(const std::string& message)
+{
+    Error error =
+        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message);
+    STOWLINE_LOG_ERROR("%@ call failed: %@", kInvocationName, error);
+    return error;
+}
+
+/// What is wrong with a value that XML cannot carry; the value itself is not shown.
+std::optional<std::string> unsendableValue(const std::optional<SubstitutionMap>& substitutions)
+{
+    for (const auto& [placeholder, value] : substitutions.value_or(SubstitutionMap())) {
+        if (const auto character = platform::characterXmlCannotCarry(value.text()))
+            return "The value for " + placeholder + " holds " + *character +
+                   ", which cannot be sent. Please remove it and try again.";
+    }
+    return std::nullopt;
+}
+
+WebServiceCallRequest requestFor(std::string_view name, const Dictionary& methodInfo,
+                                 const std::optional<SubstitutionMap>& headerSubstitutions,
+                                 const std::optional<SubstitutionMap>& paramSubstitutions,
+                                 std::initializer_list<platform::FormatArgument> urlSubstitutions)
+{
+    const std::string* urlFormat = findString(methodInfo, methodKey::url);
+    const std::string url = platform::formatWithArguments(
+        urlFormat ? *urlFormat : "",
+        std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
+    return {.url = platform::percentEscaped(url),
+            .methodInfo = methodInfo,
+            .methodName = std::string(name),
+            .soapParamSubstitutions = paramSubstitutions,
+            .soapHeaderSubstitutions = headerSubstitutions};
+}
+
+/// The count of bytes read, in the machine's byte order; the tool ignores the value.
+std::string releaseBytes(std::string_view output)
+{
+    const auto count = static_cast<std::uint32_t>(output.size());
+    std::string bytes(sizeof count, '\0');
+    std::memcpy(bytes.data(), &count, sizeof count);
+    return bytes;
+}
+
+/// Runs the tool with a request; absent unless it succeeded and wrote something.
+std::optional<std::string> outputOfTool(const WebServiceCallRequest& request)
+{
+    const auto encoded = encodedRequest(request.dictionary());
+    if (!encoded)
+        return std::nullopt;
+    const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
+    const auto answer = platform::runChild({.program = tool,
+                                            .input = *encoded,
+                                            .releaseBytes = releaseBytes,
+                                            .limit = kToolLimit});
+    if (!answer) {
+        STOWLINE_LOG_ERROR("\nWebServiceBroker: %@ cannot be started. Please install the program "
+                           "again.",
+                           tool.string());
+        return std::nullopt;
+    }
+    consoleLog(formatText("WebServiceCaller termination status = %d, inData.length = %d",
+                          answer->exit.status, answer->output.size()));
+    if (!answer->exit.isSuccess() || answer->output.empty())
+        return std::nullopt;
+    return answer->output;
+}
+
+std::optional<Dictionary> resultFromOutput(const std::string& output)
+{
+    const auto root = unarchive(output);
+    if (root && root->dictionary())
+        return *root->dictionary();
+    consoleLog(formatText("Error result type from WebServiceCaller:\n%@", root));
+    return std::nullopt;
+}
+
+/// A result as the log may show it.
+std::string loggable(std::string_view method, const Dictionary& result)
+{
+    const bool secret = std::find(kMethodsWithSecretAnswers.begin(), kMethodsWithSecretAnswers.end(),
+                                  method) != kMethodsWithSecretAnswers.end();
+    return secret ? "(not shown)" : Value(result).text();
+}
+
+std::optional<Value> valueOfResult(const Dictionary& methodInfo, const Dictionary& result)
+{
+    const std::string* path = findString(methodInfo, methodKey::resultKeyPath);
+    if (!path)
+        return Value(result);
+    const Value* invocationResult = find(result, kWSMethodInvocationResult);
+    return invocationResult ? platform::valueAtKeyPath(*invocationResult, *path) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
+    std::string_view name, const std::optional<SubstitutionMap>& headerSubstitutions,
+    const std::optional<SubstitutionMap>& paramSubstitutions, ErrorSlot error,
+    std::string_view /*anyString*/,
+    std::initializer_list<platform::FormatArgument> urlSubstitutions)
+{
+    if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost())) {
+        store(error, failedBeforeSending(platform::Bundle::localizedString(kUnreachableMessage)));
+        return std::nullopt;
+    }
+    const auto methodInfo = WebServicesSettings::webMethodInfo(name);
+    if (!methodInfo) {
+        STOWLINE_LOG_ERROR("\nWebServiceBroker: the settings have no web service \"%@\". Please add "
+                           "it to \"WebServices\".",
+                           name);
+        return std::nullopt;
+    }
+    auto unsendable = unsendableValue(paramSubstitutions);
+    if (!unsendable)
+        unsendable = unsendableValue(headerSubstitutions);
+    if (unsendable) {
+        store(error, failedBeforeSending(*unsendable));
+        return std::nullopt;
+    }
+
+    const auto output = outputOfTool(requestFor(name, *methodInfo, headerSubstitutions,
+                                                paramSubstitutions, urlSubstitutions));
+    const auto received = output ? resultFromOutput(*output) : std::nullopt;
+    if (!received)
+        return std::nullopt;
+    const Dictionary result = prepareIncomingResultDictionary(*received);
+    STOWLINE_LOG_INFO("\nWebService %@ result = %@", name, loggable(name, result));
+    if (WSMethodResultIsFault(result)) {
+        STOWLINE_LOG_ERROR("WebService %@, Soap call returned fault, result = %@", name,
+                           loggable(name, result));
+        store(error, errorFromFaultDictionary(result));
+        return std::nullopt;
+    }
+    return valueOfResult(*methodInfo, result);
+}
+
+std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
+    std::string_view name, const std::optional<SubstitutionMap>& soapHeaderSubstitutions,
+    const std::optional<SubstitutionMap>& soapParamSubstitutions, ErrorSlot error)
+{
+    auto result = invokeSOAPMethodWithName(name, soapHeaderSubstitutions, soapParamSubstitutions,
+                                           error, "", {});
+    STOWLINE_LOG_INFO("\nisKindOfClass nsdictionary = %u", result && result->dictionary() ? 1 : 0);
+    if (const auto count = result ? result->count() : std::nullopt)
+        STOWLINE_LOG_INFO("\ncount is %@", *count);
+    return result;
+}
+
+Dictionary WebServiceBroker::prepareIncomingResultDictionary(const WebServiceCallResult& result)
+{
+    Dictionary prepared = result;
+    const auto message = prepared.find(kWSHTTPResponseMessage);
+    if (message != prepared.end() && message->second.data())
+        message->second =
+            platform::HttpResponseMessage::fromBytes(platform::viewOfData(*message->second.data()))
+                .dictionary();
+    return prepared;
+}
+
+Error WebServiceBroker::errorFromFaultDictionary(const Dictionary& /*faultResult*/)
+{
+    return platform::makeError(std::string(kServiceErrorDomain), kFaultErrorCode,
+                               "Web Service call returned fault");
+}
+
+std::string WebServiceBroker::messageFromCode(std::string_view code)
+{
+    const std::u32string characters = platform::codePointsOf(code);
+    std::string message;
+    std::size_t wordStart = 0;
+    for (std::size_t at = 1; at <= characters.size(); ++at) {
+        if (at < characters.size() && !platform::isUppercaseLetter(characters[at]))
+            continue;
+        const std::string word =
+            platform::textOf(std::u32string_view(characters).substr(wordStart, at - wordStart));
+        message += message.empty() ? platform::capitalized(word) : " " + platform::lowercased(word);
+        wordStart = at;
+    }
+    return message;
+}
+
+} // namespace stowline

@@ -1,0 +1,39 @@
+// The settings file: what every call looks like.
+#pragma once
+
+#include "stowline/platform/Value.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace stowline {
+
+/// A property list in the main bundle's resource folder, named by the information dictionary's
+/// "TW_WebServicesSettingsFilename". It is loaded once, when first asked for; a file that is
+/// missing or no dictionary stays missing, and every lookup is then absent. Nothing is checked or
+/// defaulted here. Any thread.
+class WebServicesSettings {
+public:
+    WebServicesSettings() = delete;
+
+    /// The whole file; absent when it could not be loaded.
+    [[nodiscard]] static const std::optional<Dictionary>& settingsDictionary();
+
+    /// The entry of "Templates" with a name. (The underscore sets it apart from the C++ word.)
+    [[nodiscard]] static std::optional<Dictionary> template_(std::string_view name);
+
+    /// The entry of "WebServices" with a name.
+    [[nodiscard]] static std::optional<Dictionary> webMethodInfo(std::string_view name);
+
+    /// The entry of "WebRequests" with a name.
+    [[nodiscard]] static std::optional<Dictionary> webRequestInfo(std::string_view name);
+
+    /// "ReachabilityHost" of "URLS".
+    [[nodiscard]] static std::optional<std::string> reachabilityHost();
+
+    /// An entry of "URLS". An absent key is absent without loading the file.
+    [[nodiscard]] static std::optional<std::string> linkForKey(std::optional<std::string_view> key);
+};
+
+} // namespace stowline
