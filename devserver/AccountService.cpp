@@ -1,0 +1,165 @@
+#include "devserver/AccountService.h"
+
+#include "stowline/platform/Cryptography.h"
+#include "stowline/platform/Files.h"
+#include "stowline/platform/Text.h"
+
+namespace stowline::devserver {
+
+namespace {
+
+constexpr std::size_t kKeySize = 32;
+
+std::string text(const Dictionary& parameters, std::string_view name)
+{
+    const std::string* found = platform::findString(parameters, name);
+    return found ? *found : std::string();
+}
+
+Dictionary authenticate(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    const auto status =
+        context.accounts.signIn(text(parameters, "userName"), text(parameters, "password"));
+    if (!status)
+        return {{"AuthenticateResult", "false"}, {"accountStatus", "Unknown"}, {"greeting", ""}};
+    return {{"AuthenticateResult", "true"},
+            {"accountStatus", *status},
+            {"backupServerName", context.backupServerName},
+            {"greeting", ""}};
+}
+
+Dictionary createAccount(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    return {{"CreateAccountResult",
+             context.accounts.open({.userName = text(parameters, "userName"),
+                                    .password = text(parameters, "password"),
+                                    .firstName = text(parameters, "firstName"),
+                                    .email = text(parameters, "emailID")})}};
+}
+
+/// Some refusals come with a sentence, some with the code alone, as real services do.
+Dictionary createTrialAccount(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    const std::string code =
+        context.accounts.open({.userName = text(parameters, "userName"),
+                               .password = text(parameters, "password"),
+                               .firstName = text(parameters, "firstName"),
+                               .email = text(parameters, "email"),
+                               .customerType = text(parameters, "customerTypeCode"),
+                               .isSealGuard = text(parameters, "isSealGuard") == "1",
+                               .secretQuestion = text(parameters, "secretQuestion"),
+                               .secretAnswer = text(parameters, "answer"),
+                               .referralCode = text(parameters, "referalCode")});
+    Dictionary result{{"Code", code}};
+    if (code == "InvalidEmailAddress")
+        result.emplace("Message", "Please give an e-mail address like name@example.com.");
+    return {{"CreateTrialAccountResult", std::move(result)}};
+}
+
+std::string hexadecimal(const Data& bytes)
+{
+    static constexpr std::string_view digits = "0123456789abcdef";
+    std::string result;
+    for (const std::uint8_t byte : bytes)
+        result.append({digits[byte >> 4], digits[byte & 0x0FU]});
+    return result;
+}
+
+std::optional<Data> fromHexadecimal(std::string_view digits)
+{
+    Data bytes;
+    for (std::size_t at = 0; at + 1 < digits.size(); at += 2) {
+        const auto value = [](char c) {
+            return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+        };
+        const int high = value(digits[at]);
+        const int low = value(digits[at + 1]);
+        if (high < 0 || low < 0)
+            return std::nullopt;
+        bytes.push_back(static_cast<std::uint8_t>(high << 4 | low));
+    }
+    return bytes;
+}
+
+Dictionary encryptString(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    const Data box = platform::sealed(text(parameters, "sourceString"), context.encryptionKey);
+    return {{"EncryptStringResult", hexadecimal(box)}};
+}
+
+Dictionary decryptString(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    const auto box = fromHexadecimal(text(parameters, "sourceString"));
+    const auto secret = box ? platform::unsealed(*box, context.encryptionKey) : std::nullopt;
+    if (!secret)
+        throw ServiceFault("Client", "The text was not encrypted by this service");
+    return {{"DecryptStringResult", *secret}};
+}
+
+} // namespace
+
+Service accountService(const AccountServiceContext& context)
+{
+    const auto with = [&context](auto method) {
+        return [&context, method](const Dictionary& parameters) {
+            return method(context, parameters);
+        };
+    };
+    return {
+        "AccountService",
+        "/AccountService.asmx",
+        "http://stowline.example/account",
+        {
+            {"Authenticate",
+             "Signs a user in.",
+             {{.name = "userName"}, {.name = "password"}, {.name = "partner", .nillable = true}},
+             {{.name = "AuthenticateResult"},
+              {.name = "accountStatus"},
+              {.name = "backupServerName"},
+              {.name = "message", .nillable = true},
+              {.name = "greeting"}},
+             with(authenticate)},
+            {"CreateAccount",
+             "Opens an account.",
+             {{.name = "firstName"}, {.name = "userName"}, {.name = "password"}, {.name = "emailID"}},
+             {{.name = "CreateAccountResult"}},
+             with(createAccount)},
+            {"CreateTrialAccount",
+             "Opens an account of a customer type.",
+             {{.name = "firstName"},
+              {.name = "userName"},
+              {.name = "password"},
+              {.name = "email"},
+              {.name = "customerTypeCode"},
+              {.name = "isSealGuard"},
+              {.name = "secretQuestion"},
+              {.name = "answer"},
+              {.name = "referalCode"}},
+             {{.name = "CreateTrialAccountResult",
+               .parts = {{.name = "Code"}, {.name = "Message"}}}},
+             with(createTrialAccount)},
+            {"EncryptString",
+             "Encrypts a text with a key that only the service holds.",
+             {{.name = "sourceString"}},
+             {{.name = "EncryptStringResult"}},
+             with(encryptString)},
+            {"DecryptString",
+             "Decrypts what EncryptString made.",
+             {{.name = "sourceString"}},
+             {{.name = "DecryptStringResult"}},
+             with(decryptString)},
+        },
+    };
+}
+
+Data encryptionKeyIn(const std::filesystem::path& file)
+{
+    if (const auto kept = platform::readFile(file); kept && kept->size() == kKeySize)
+        return platform::dataFromText(*kept);
+    Data key = platform::randomBytes(kKeySize);
+    if (!platform::writeFileAtomically(file, platform::textFromData(key)))
+        throw std::runtime_error("The encryption key cannot be kept in " + file.string());
+    return key;
+}
+
+} // namespace stowline::devserver

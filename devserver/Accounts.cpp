@@ -1,0 +1,98 @@
+#include "devserver/Accounts.h"
+
+#include "stowline/platform/Cryptography.h"
+
+#include <sqlite3.h>
+
+namespace stowline::devserver {
+
+namespace {
+
+constexpr const char* kSchema = R"sql(
+    PRAGMA journal_mode = WAL;
+    CREATE TABLE IF NOT EXISTS accounts (
+        user_name       TEXT PRIMARY KEY,
+        password        TEXT NOT NULL,
+        first_name      TEXT NOT NULL,
+        email           TEXT NOT NULL,
+        customer_type   TEXT NOT NULL,
+        seal_guard      INTEGER NOT NULL,
+        secret_question TEXT NOT NULL,
+        secret_answer   TEXT NOT NULL,
+        referral_code   TEXT NOT NULL,
+        status          TEXT NOT NULL DEFAULT 'Active',
+        opened          TEXT NOT NULL DEFAULT CURRENT_TIMESTAMP
+    ) STRICT;
+)sql";
+
+constexpr int kBusyMilliseconds = 5000;
+
+bool isEmailAddress(const std::string& text)
+{
+    const auto at = text.find('@');
+    return at != std::string::npos && at > 0 && at + 1 < text.size() &&
+           text.find(' ') == std::string::npos;
+}
+
+} // namespace
+
+Accounts::Accounts(const std::filesystem::path& databaseFile)
+    : database_(databaseFile.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
+                kBusyMilliseconds)
+{
+    database_.exec(kSchema);
+}
+
+std::string Accounts::open(const NewAccount& account)
+{
+    if (account.userName.empty())
+        return "InvalidUserName";
+    if (account.password.empty())
+        return "InvalidPassword";
+    if (!isEmailAddress(account.email))
+        return "InvalidEmailAddress";
+    const std::string password = platform::storedPassword(account.password);
+    const std::string answer = platform::storedPassword(account.secretAnswer);
+
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement insert(database_,
+                             "INSERT INTO accounts (user_name, password, first_name, email,"
+                             " customer_type, seal_guard, secret_question, secret_answer,"
+                             " referral_code) VALUES (?,?,?,?,?,?,?,?,?)"
+                             " ON CONFLICT DO NOTHING");
+    insert.bind(1, account.userName);
+    insert.bind(2, password);
+    insert.bind(3, account.firstName);
+    insert.bind(4, account.email);
+    insert.bind(5, account.customerType);
+    insert.bind(6, account.isSealGuard ? 1 : 0);
+    insert.bind(7, account.secretQuestion);
+    insert.bind(8, answer);
+    insert.bind(9, account.referralCode);
+    return insert.exec() == 1 ? "Success" : "UserNameAlreadyExists";
+}
+
+std::optional<std::string> Accounts::storedPasswordOf(const std::string& userName)
+{
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement query(database_, "SELECT password FROM accounts WHERE user_name = ?");
+    query.bind(1, userName);
+    return query.executeStep() ? std::optional(query.getColumn(0).getString()) : std::nullopt;
+}
+
+std::optional<std::string> Accounts::signIn(const std::string& userName,
+                                            const std::string& password)
+{
+    // Hashing takes its time, so it is done outside the lock, and for unknown users too.
+    static const std::string nobody = platform::storedPassword("");
+    const auto stored = storedPasswordOf(userName);
+    const bool matches = platform::passwordMatches(password, stored.value_or(nobody));
+    if (!stored || !matches)
+        return std::nullopt;
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement query(database_, "SELECT status FROM accounts WHERE user_name = ?");
+    query.bind(1, userName);
+    return query.executeStep() ? std::optional(query.getColumn(0).getString()) : std::nullopt;
+}
+
+} // namespace stowline::devserver

@@ -1,0 +1,183 @@
+#include "devserver/WebServer.h"
+
+#include "devserver/SoapEndpoint.h"
+#include "devserver/Wsdl.h"
+#include "stowline/platform/Sockets.h"
+
+#include <httplib.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+namespace stowline::devserver {
+
+namespace {
+
+constexpr std::size_t kThreads = 96; ///< calls that stall hold one each
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr const char* kHtmlPage = "<!DOCTYPE html><html><head><title>Not the service</title></head>"
+                                  "<body><p>Terms & conditions<br></body></html>";
+
+} // namespace
+
+class WebServer::Implementation {
+public:
+    Implementation(const std::vector<Service>& services, FaultPlan& faults,
+                   const std::optional<TlsFiles>& tls)
+        : faults_(faults), scheme_(tls ? "https" : "http")
+    {
+        if (tls)
+            server_ = std::make_unique<httplib::SSLServer>(tls->certificate.c_str(),
+                                                           tls->key.c_str());
+        else
+            server_ = std::make_unique<httplib::Server>();
+        if (!server_->is_valid())
+            throw std::runtime_error("The certificate or its key cannot be used");
+        server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); }; // NOLINT
+        server_->set_keep_alive_max_count(1000);
+        server_->set_tcp_nodelay(true);
+        for (const Service& service : services)
+            serve(service);
+    }
+
+    std::optional<int> bind(int port)
+    {
+        port_ = port == 0 ? server_->bind_to_any_port(kLoopback)
+                          : (server_->bind_to_port(kLoopback, port) ? port : -1);
+        return port_ > 0 ? std::optional(port_) : std::nullopt;
+    }
+
+    [[nodiscard]] std::string address() const
+    {
+        return scheme_ + "://" + kLoopback + ":" + std::to_string(port_);
+    }
+
+    void run() { server_->listen_after_bind(); }
+
+    void stop()
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        stopped_.notify_all();
+        server_->stop();
+    }
+
+private:
+    void serve(const Service& service)
+    {
+        server_->Get(service.path, [this, &service](const auto& request, auto& response) {
+            if (request.has_param("wsdl"))
+                response.set_content(wsdlFor(service, address() + service.path), "text/xml");
+            else
+                response.set_redirect(service.path + "?wsdl");
+        });
+        server_->Post(service.path, [this, &service](const auto& request, auto& response) {
+            const auto fault = faults_.next(calledMethod(request.body));
+            if (fault)
+                fail(*fault, service, request, response);
+            else
+                write(answerCall(service, request.body), response);
+        });
+    }
+
+    static void write(const Answer& answer, httplib::Response& response)
+    {
+        response.status = answer.status;
+        response.set_content(answer.body, answer.contentType.c_str());
+    }
+
+    void fail(FaultKind kind, const Service& service, const httplib::Request& request,
+              httplib::Response& response)
+    {
+        switch (kind) {
+        case FaultKind::soapFault:
+            return write(faultAnswer("Server", "This call fails on purpose"), response);
+        case FaultKind::errorPage:
+            return write({500, "text/html", kHtmlPage}, response);
+        case FaultKind::htmlPage:
+            return write({200, "text/html", kHtmlPage}, response);
+        case FaultKind::garbage:
+            return write({200, "text/xml", "<Envelope><Body></Envelope>"}, response);
+        case FaultKind::cut:
+            return writeSlowly(answerCall(service, request.body).body, response,
+                               [](std::size_t position, std::size_t size) {
+                                   return position < size / 2; // then the connection closes
+                               });
+        case FaultKind::drip:
+            return writeSlowly(answerCall(service, request.body).body, response,
+                               [this](std::size_t, std::size_t) {
+                                   return pause(std::chrono::seconds(1));
+                               });
+        case FaultKind::reset:
+            platform::resetOnClose(static_cast<std::uint16_t>(request.remote_port));
+            response.set_content_provider(1, "text/xml", [](auto, auto, auto&) { return false; });
+            return;
+        case FaultKind::stall:
+            (void)pause(std::chrono::hours(1));
+            response.set_header("Connection", "close");
+            return;
+        }
+    }
+
+    /// Sends a body byte by byte, each only when the condition says so; else the connection ends.
+    template <class Condition>
+    static void writeSlowly(std::string body, httplib::Response& response, Condition mayGoOn)
+    {
+        const std::size_t size = body.size();
+        response.set_content_provider(
+            size, "text/xml; charset=utf-8",
+            [body = std::move(body), mayGoOn](std::size_t offset, std::size_t, auto& sink) {
+                if (!mayGoOn(offset, body.size()))
+                    return false;
+                return sink.write(body.data() + offset, 1);
+            });
+    }
+
+    /// @return false when the server is to stop.
+    bool pause(std::chrono::seconds time)
+    {
+        std::unique_lock lock(mutex_);
+        return !stopped_.wait_for(lock, time, [this] { return stopping_; });
+    }
+
+    FaultPlan& faults_;
+    std::string scheme_;
+    std::unique_ptr<httplib::Server> server_;
+    int port_ = 0;
+    std::mutex mutex_;
+    std::condition_variable stopped_;
+    bool stopping_ = false;
+};
+
+WebServer::WebServer(const std::vector<Service>& services, FaultPlan& faults,
+                     const std::optional<TlsFiles>& tls)
+    : implementation_(std::make_unique<Implementation>(services, faults, tls))
+{
+}
+
+WebServer::~WebServer() = default;
+
+std::optional<int> WebServer::bind(int port)
+{
+    return implementation_->bind(port);
+}
+
+std::string WebServer::address() const
+{
+    return implementation_->address();
+}
+
+void WebServer::run()
+{
+    implementation_->run();
+}
+
+void WebServer::stop()
+{
+    implementation_->stop();
+}
+
+} // namespace stowline::devserver

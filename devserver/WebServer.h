@@ -1,0 +1,48 @@
+// The HTTP side of the service.
+#pragma once
+
+#include "devserver/FaultPlan.h"
+#include "devserver/ServiceMethod.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace stowline::devserver {
+
+struct TlsFiles {
+    std::filesystem::path certificate;
+    std::filesystem::path key;
+};
+
+/// Listens on the loopback interface and answers with the services.
+class WebServer {
+public:
+    /// Services and faults must outlive the server.
+    WebServer(const std::vector<Service>& services, FaultPlan& faults,
+              const std::optional<TlsFiles>& tls);
+    ~WebServer();
+    WebServer(const WebServer&) = delete;
+    WebServer& operator=(const WebServer&) = delete;
+
+    /// Takes a port; 0 lets the system choose one.
+    /// @return the port; absent when it is taken.
+    [[nodiscard]] std::optional<int> bind(int port);
+
+    /// "http://127.0.0.1:port". After bind().
+    [[nodiscard]] std::string address() const;
+
+    /// Serves until stop().
+    void run();
+
+    /// Ends run(), also calls that stall. Any thread.
+    void stop();
+
+private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation_;
+};
+
+} // namespace stowline::devserver

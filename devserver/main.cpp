@@ -1,0 +1,125 @@
+// stowline-devserver: a small but real backup service for development, on this machine only.
+#include "devserver/AccountService.h"
+#include "devserver/BundleWriter.h"
+#include "devserver/FaultPlan.h"
+#include "devserver/WebServer.h"
+#include "stowline/platform/Files.h"
+#include "stowline/platform/Signals.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <thread>
+
+namespace {
+
+using namespace stowline;
+namespace fs = std::filesystem;
+
+struct Options {
+    int port = 0;
+    fs::path data;
+    std::optional<fs::path> portFile;
+    std::optional<fs::path> bundle;
+    std::optional<fs::path> certificate;
+    std::optional<fs::path> key;
+    std::vector<std::string> faults;
+};
+
+int fail(const std::string& sentence)
+{
+    fmt::print(stderr, "stowline-devserver: {}\n", sentence);
+    return 1;
+}
+
+void declare(CLI::App& app, Options& options)
+{
+    app.add_option("--port", options.port, "Port on 127.0.0.1; 0 lets the system choose")
+        ->check(CLI::Range(0, 65535));
+    app.add_option("--data", options.data, "Folder that keeps the service's data")->required();
+    app.add_option("--port-file", options.portFile, "File to write the port to once it listens");
+    app.add_option("--bundle", options.bundle,
+                   "Folder to write Info.plist, settings and resources to, for hosts to use");
+    app.add_option("--tls-certificate", options.certificate, "PEM file; makes the service https");
+    app.add_option("--tls-key", options.key, "PEM file with the certificate's key");
+    app.add_option("--fault", options.faults,
+                   fmt::format("METHOD:N:KIND makes the N-th call of a method fail (N may be *); "
+                               "kinds: {}",
+                               fmt::join(devserver::faultKindNames(), ", ")));
+}
+
+/// Tells where the service listens: a line on standard output, the port file, the bundle.
+std::optional<std::string> announce(const Options& options, const devserver::WebServer& server,
+                                    int port)
+{
+    if (options.bundle) {
+        if (auto fault = devserver::writeBundle(*options.bundle, server.address()))
+            return fault;
+    }
+    if (options.portFile &&
+        !platform::writeFileAtomically(*options.portFile, std::to_string(port) + "\n"))
+        return "The port cannot be written to " + options.portFile->string() + ".";
+    fmt::print("listening {}\n", server.address());
+    std::fflush(stdout);
+    return std::nullopt;
+}
+
+int run(const Options& options)
+{
+    devserver::FaultPlan faults;
+    for (const std::string& text : options.faults) {
+        if (const auto wrong = faults.add(text)) {
+            fail(*wrong);
+            return 2;
+        }
+    }
+    if (options.certificate.has_value() != options.key.has_value()) {
+        fail("Please give --tls-certificate and --tls-key together.");
+        return 2;
+    }
+    if (!platform::makePrivateFolder(fs::absolute(options.data)))
+        return fail("The folder " + options.data.string() + " cannot be made.");
+
+    devserver::Accounts accounts(options.data / "service.sqlite");
+    devserver::AccountServiceContext context{
+        accounts, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
+    const std::vector<devserver::Service> services{devserver::accountService(context)};
+    std::optional<devserver::TlsFiles> tls;
+    if (options.certificate)
+        tls = {*options.certificate, *options.key};
+    devserver::WebServer server(services, faults, tls);
+    const auto port = server.bind(options.port);
+    if (!port)
+        return fail(fmt::format("Port {} is taken. Please choose another, or 0.", options.port));
+    context.backupServerName = fmt::format("127.0.0.1:{}", *port);
+
+    std::thread serving([&server] { server.run(); });
+    const auto wrong = announce(options, server, *port);
+    if (!wrong)
+        platform::awaitTerminationSignal();
+    server.stop();
+    serving.join();
+    return wrong ? fail(*wrong) : 0;
+}
+
+} // namespace
+
+int main(int count, char** words)
+{
+    platform::holdTerminationSignals();
+    Options options;
+    CLI::App app("A small backup service for development. It listens on this machine only.",
+                 "stowline-devserver");
+    declare(app, options);
+    try {
+        app.parse(count, words);
+    } catch (const CLI::ParseError& fault) {
+        return app.exit(fault) == 0 ? 0 : 2;
+    }
+    try {
+        return run(options);
+    } catch (const std::exception& fault) {
+        return fail(fault.what());
+    }
+}
