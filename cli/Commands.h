@@ -1,0 +1,21 @@
+// The subcommands: each declares itself on the application and says what to run when chosen.
+#pragma once
+
+#include "cli/ExitStatus.h"
+
+#include <CLI/App.hpp>
+
+#include <functional>
+
+namespace stowline::cli {
+
+/// Where a subcommand leaves what is to be run; called after all options are known.
+using Chosen = std::function<ExitStatus()>;
+
+void declareSignUp(CLI::App& app, Chosen& chosen);
+void declareSignIn(CLI::App& app, Chosen& chosen);
+void declareEncryption(CLI::App& app, Chosen& chosen);
+void declareSettings(CLI::App& app, Chosen& chosen);
+void declareDoctor(CLI::App& app, Chosen& chosen);
+
+} // namespace stowline::cli

@@ -1,0 +1,56 @@
+// What the command prints: results on standard output, text for people on standard error.
+#pragma once
+
+#include "cli/ExitStatus.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace stowline::cli {
+
+/// One run's output. With JSON every line on standard output is an object, and exactly one of type
+/// "result" comes last, whatever happens. Any thread.
+class Output {
+public:
+    void useJson(bool json) { json_ = json; }
+    void beQuiet(bool quiet) { quiet_ = quiet; }
+    void setCommand(std::string command) { command_ = std::move(command); }
+
+    /// A sentence for people; not shown when quiet.
+    void note(std::string_view sentence) const;
+
+    /// A sentence about what went wrong; always shown.
+    void complain(std::string_view sentence) const;
+
+    /// One item of the result: a line of text, or an object.
+    void item(std::string_view text, const nlohmann::ordered_json& object) const;
+
+    /// Ends the output. Only the first call counts.
+    /// @param fields shown as a small table, or as entries of the result object
+    ExitStatus finish(ExitStatus status,
+                      const std::vector<std::pair<std::string, std::string>>& fields = {});
+
+    /// Ends the output with one text: by itself on standard output, or as an entry of the result.
+    ExitStatus finishWithText(const std::string& name, const std::string& text);
+
+    /// Says what went wrong and ends the output; the sentence is the result object's "message".
+    ExitStatus fail(ExitStatus status, const std::string& sentence);
+
+private:
+    void printResult(ExitStatus status,
+                     const std::vector<std::pair<std::string, std::string>>& fields) const;
+
+    bool json_ = false;
+    bool quiet_ = false;
+    bool finished_ = false;
+    std::string command_;
+};
+
+/// The one output of the process.
+[[nodiscard]] Output& output();
+
+} // namespace stowline::cli

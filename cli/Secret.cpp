@@ -1,0 +1,126 @@
+#include "cli/Secret.h"
+
+#include "cli/Output.h"
+#include "stowline/platform/ChildProcess.h"
+#include "stowline/platform/Files.h"
+#include "stowline/platform/Terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+
+namespace stowline::cli {
+
+namespace {
+
+constexpr std::chrono::minutes kCommandLimit{2};
+
+std::string withoutLineBreak(std::string text)
+{
+    if (text.ends_with('\n'))
+        text.pop_back();
+    if (text.ends_with('\r'))
+        text.pop_back();
+    return text;
+}
+
+/// Words of a command, with blanks inside '…' and "…"; no shell has a hand in it.
+std::vector<std::string> words(const std::string& command)
+{
+    std::vector<std::string> result;
+    std::string word;
+    bool inWord = false;
+    char quote = 0;
+    for (const char c : command) {
+        if (quote != 0 && c == quote) {
+            quote = 0;
+        } else if (quote == 0 && (c == '"' || c == '\'')) {
+            quote = c;
+            inWord = true;
+        } else if (quote == 0 && c == ' ') {
+            if (inWord)
+                result.push_back(std::exchange(word, {}));
+            inWord = false;
+        } else {
+            word.push_back(c);
+            inWord = true;
+        }
+    }
+    if (inWord)
+        result.push_back(word);
+    return result;
+}
+
+std::optional<std::string> outputOf(const std::string& command)
+{
+    const auto answer = platform::captureOutput(words(command), kCommandLimit);
+    if (!answer || !answer->exit.isSuccess())
+        return std::nullopt;
+    return answer->output;
+}
+
+} // namespace
+
+void SecretOptions::declare(CLI::App& command, const std::string& name, const std::string& variable)
+{
+    name_ = name;
+    variable_ = variable;
+    auto* fromStdin = command.add_flag("--" + name + "-stdin", fromStdin_,
+                                       "Read the " + name + " from standard input");
+    auto* file =
+        command.add_option("--" + name + "-file", file_, "Read the " + name + " from a file");
+    auto* run = command.add_option("--" + name + "-command", command_,
+                                   "Run a command (no shell) that prints the " + name);
+    fromStdin->excludes(file)->excludes(run);
+    file->excludes(run);
+}
+
+std::optional<std::string> SecretOptions::readNamed() const
+{
+    std::optional<std::string> text;
+    if (fromStdin_)
+        text = std::string(std::istreambuf_iterator<char>(std::cin), {});
+    else if (!file_.empty())
+        text = platform::readFile(file_);
+    else
+        text = outputOf(command_);
+    if (!text)
+        output().complain(file_.empty()
+                              ? fmt::format("The command for the {} failed: {}", name_, command_)
+                              : fmt::format("The {} cannot be read from {}.", name_, file_));
+    return text ? std::optional(withoutLineBreak(*text)) : std::nullopt;
+}
+
+std::optional<std::string> SecretOptions::required(std::optional<std::string> secret) const
+{
+    if (secret && secret->empty()) {
+        output().complain(fmt::format("The {} is empty.", name_));
+        return std::nullopt;
+    }
+    return secret;
+}
+
+std::optional<std::string> SecretOptions::readIfGiven() const
+{
+    if (isNamed())
+        return readNamed();
+    const char* set = std::getenv(variable_.c_str());
+    return set ? std::optional<std::string>(set) : std::nullopt;
+}
+
+std::optional<std::string> SecretOptions::read(const std::string& prompt) const
+{
+    if (isNamed() || std::getenv(variable_.c_str()))
+        return required(readIfGiven());
+    auto typed = platform::readHiddenLine(prompt);
+    if (!typed)
+        output().complain(fmt::format("There is no {0}. Please give --{0}-stdin, --{0}-file, "
+                                      "--{0}-command or {1}.",
+                                      name_, variable_));
+    return required(std::move(typed));
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,60 @@
+// stowline signin
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "cli/Secret.h"
+#include "cli/ServiceFailure.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <CLI/CLI.hpp>
+
+namespace stowline::cli {
+
+namespace {
+
+struct SignInOptions {
+    std::string username;
+    SecretOptions password;
+};
+
+std::string textOf(const Dictionary& result, std::string_view key)
+{
+    const Value* value = platform::find(result, key);
+    return value ? value->text() : std::string();
+}
+
+ExitStatus signIn(const SignInOptions& options)
+{
+    if (const auto failure = settingsFailure("Authenticate"))
+        return *failure;
+    const auto password = options.password.read("Password for " + options.username + ": ");
+    if (!password)
+        return output().finish(ExitStatus::usage);
+    std::optional<Error> error;
+    const auto result =
+        WebServiceBroker::authenticateForUsername(options.username, *password, &error);
+    if (!result)
+        return callFailure(error);
+    if (textOf(*result, "AuthenticateResult") != "true")
+        return output().fail(ExitStatus::signInRefused,
+                             "The service refused the sign-in. Please check user name and "
+                             "password.");
+    return output().finish(ExitStatus::done, {{"account", options.username},
+                                              {"status", textOf(*result, "accountStatus")},
+                                              {"server", textOf(*result, "backupServerName")}});
+}
+
+} // namespace
+
+void declareSignIn(CLI::App& app, Chosen& chosen)
+{
+    auto options = std::make_shared<SignInOptions>();
+    CLI::App* command =
+        app.add_subcommand("signin", "Sign in; print the account's state and backup server");
+    command->add_option("-u,--username", options->username, "User name")
+        ->envname("STOWLINE_USERNAME")
+        ->required();
+    options->password.declare(*command, "password", "STOWLINE_PASSWORD");
+    command->callback([options, &chosen] { chosen = [options] { return signIn(*options); }; });
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,113 @@
+// stowline: the reference host program.
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "cli/VerboseLogger.h"
+#include "stowline/logging/DDLog.h"
+#include "stowline/platform/Bundle.h"
+#include "stowline/platform/Files.h"
+#include "stowline/platform/NotificationCenter.h"
+#include "stowline/platform/Signals.h"
+#include "stowline/platform/Terminal.h"
+#include "stowline/util/General.h"
+
+#include <CLI/CLI.hpp>
+
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+using namespace stowline;
+
+struct GlobalOptions {
+    bool json = false;
+    bool quiet = false;
+    bool verbose = false;
+    bool noProgress = false;
+    std::string bundle;
+};
+
+void declareGlobals(CLI::App& app, GlobalOptions& options)
+{
+    app.add_flag("--json", options.json, "Print JSON lines; the last one is the result");
+    app.add_flag("-q,--quiet", options.quiet, "Print results and faults only");
+    app.add_flag("-v,--verbose", options.verbose, "Show the log on standard error");
+    app.add_flag("--no-progress", options.noProgress, "Show no progress");
+    app.add_option("--bundle", options.bundle,
+                   "Folder with Info.plist and Resources to use instead of the program's own")
+        ->envname("STOWLINE_BUNDLE");
+    app.set_version_flag("--version", [] { return General::productVersion().value_or("unknown"); });
+    if (const auto folder = platform::configurationFolder())
+        app.set_config("--config", (*folder / "config.toml").string(), "Configuration file");
+    app.require_subcommand(1);
+    app.fallthrough();
+}
+
+void apply(const GlobalOptions& options)
+{
+    cli::output().useJson(options.json);
+    cli::output().beQuiet(options.quiet);
+    if (!options.bundle.empty())
+        platform::Bundle::useFolder(options.bundle);
+    if (options.verbose)
+        DDLog::addLogger(std::make_shared<cli::VerboseLogger>());
+}
+
+/// Waits for Ctrl-C or a request to end, and ends the program in order.
+void watchForTermination()
+{
+    std::thread([] {
+        const int signal = platform::awaitTerminationSignal();
+        platform::restoreTerminal();
+        const auto status = signal == SIGINT ? cli::ExitStatus::interrupted
+                                             : cli::ExitStatus::terminated;
+        cli::output().fail(status, "Interrupted.");
+        std::_Exit(static_cast<int>(status));
+    }).detach();
+}
+
+/// --json as the arguments say it, for faults of the arguments themselves.
+bool wantsJson(int count, char** words)
+{
+    return std::any_of(words, words + count,
+                       [](const char* word) { return std::string_view(word) == "--json"; });
+}
+
+int usageFault(const CLI::App& app, const CLI::ParseError& fault, bool json)
+{
+    if (fault.get_exit_code() == 0)
+        return app.exit(fault); // help or version was asked for
+    cli::output().useJson(json);
+    return static_cast<int>(cli::output().fail(
+        cli::ExitStatus::usage, std::string(fault.what()) + ". \"stowline --help\" tells more."));
+}
+
+} // namespace
+
+int main(int count, char** words)
+{
+    platform::holdTerminationSignals();
+    watchForTermination();
+    (void)General::launchTime();
+    CLI::App app("Backs up to an online backup service.", "stowline");
+    GlobalOptions options;
+    cli::Chosen chosen;
+    declareGlobals(app, options);
+    cli::declareSignUp(app, chosen);
+    cli::declareSignIn(app, chosen);
+    cli::declareEncryption(app, chosen);
+    cli::declareSettings(app, chosen);
+    cli::declareDoctor(app, chosen);
+    try {
+        app.parse(count, words);
+    } catch (const CLI::ParseError& fault) {
+        return usageFault(app, fault, wantsJson(count, words));
+    }
+    cli::output().setCommand(app.get_subcommands().front()->get_name());
+    apply(options);
+    const auto status = chosen();
+    platform::NotificationCenter::shared().post(
+        {platform::kApplicationWillTerminateNotification, "", {}});
+    return static_cast<int>(status);
+}
