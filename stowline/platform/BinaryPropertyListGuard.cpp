@@ -112,6 +112,21 @@ private:
         return sum;
     }
 
+    /// A key must be a text without NUL; the library ends the process on any other.
+    void requireKey(std::uint64_t object) const
+    {
+        std::uint64_t position = number(offsetTable_ + object * offsetSize_, offsetSize_);
+        const std::uint8_t marker = byteAt(position++);
+        const std::size_t unitSize = marker >> 4 == 0x5 ? 1 : 2;
+        if (marker >> 4 != 0x5 && marker >> 4 != 0x6)
+            throw Refused("A key of the binary property list is no text");
+        const std::uint64_t units = count(position, marker);
+        for (std::uint64_t i = 0; i < units; ++i) {
+            if (number(position + i * unitSize, unitSize) == 0)
+                throw Refused("A key of the binary property list holds a NUL character");
+        }
+    }
+
     Expansion objectAt(std::uint64_t position, std::size_t depth)
     {
         const std::uint8_t marker = byteAt(position++);
@@ -137,8 +152,7 @@ private:
                 throw Refused("An object of the binary property list lies outside the file");
             return leaf(position, units * 2);
         }
-        case 0xA: // array
-        {
+        case 0xA: { // array
             const std::uint64_t references = count(position, marker);
             return container(position, references, depth);
         }
@@ -146,7 +160,10 @@ private:
             const std::uint64_t pairs = count(position, marker);
             if (pairs > bytes_.size())
                 throw Refused("An object of the binary property list lies outside the file");
-            return container(position, pairs * 2, depth);
+            const Expansion expansion = container(position, pairs * 2, depth);
+            for (std::uint64_t i = 0; i < pairs; ++i)
+                requireKey(number(position + i * referenceSize_, referenceSize_));
+            return expansion;
         }
         default:
             throw Refused("The binary property list holds an object of an unknown kind");

@@ -51,11 +51,18 @@ std::string language()
     return "C";
 }
 
+/// The table of "de_DE", else of "de", else the common one.
 Dictionary readStringTable()
 {
     const fs::path resources = Bundle::resourceFolder();
-    Dictionary table = readDictionary(resources / (language() + ".lproj") / "Localizable.strings");
-    return table.empty() ? readDictionary(resources / "Localizable.strings") : table;
+    const std::string locale = language();
+    for (const std::string& folder :
+         {locale + ".lproj", locale.substr(0, locale.find('_')) + ".lproj", std::string(".")}) {
+        Dictionary table = readDictionary(resources / folder / "Localizable.strings");
+        if (!table.empty())
+            return table;
+    }
+    return {};
 }
 
 } // namespace

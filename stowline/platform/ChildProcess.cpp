@@ -55,6 +55,13 @@ public:
         ::posix_spawn_file_actions_addopen(&actions_, asNumber, "/dev/null", O_RDONLY, 0);
     }
 
+    /// Keeps every descriptor from this number on from the child, also those that other parts of
+    /// the host program forgot to mark.
+    void closeFrom(int number)
+    {
+        ::posix_spawn_file_actions_addclosefrom_np(&actions_, number);
+    }
+
     /// @return the child's process id; -1 when it could not be started.
     pid_t start(const std::string& program, const std::vector<std::string>& arguments, bool search)
     {
@@ -182,6 +189,7 @@ std::optional<ChildAnswer> runChild(const ChildRun& run)
     plan.give(release.theirs, STDIN_FILENO);
     plan.give(output.theirs, STDOUT_FILENO);
     plan.give(input, kInputDescriptor);
+    plan.closeFrom(kInputDescriptor + 1);
     const std::string program = run.program.string();
     const pid_t child =
         plan.start(program, {program, "@/dev/fd/" + std::to_string(kInputDescriptor)}, false);
@@ -212,6 +220,7 @@ std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command
     SpawnPlan plan;
     plan.openNull(STDIN_FILENO);
     plan.give(output.theirs, STDOUT_FILENO);
+    plan.closeFrom(kInputDescriptor);
     const pid_t child = plan.start(command.front(), command, true);
     if (child < 0)
         return std::nullopt;

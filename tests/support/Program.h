@@ -1,0 +1,66 @@
+// Real programs, run by tests.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::test {
+
+struct ProgramRun {
+    std::vector<std::string> words;              ///< program and arguments
+    std::map<std::string, std::string> environment = {}; ///< added to the test's own
+    std::string input = {};                      ///< given on standard input, then closed
+};
+
+struct ProgramResult {
+    int status = -1; ///< exit status, or 1000 and the signal's number
+    std::string output;
+    std::string errors;
+};
+
+/// Runs a program to its end.
+[[nodiscard]] ProgramResult runProgram(const ProgramRun& run);
+
+/// A program that runs beside the test and is ended with it.
+class BackgroundProgram {
+public:
+    explicit BackgroundProgram(const ProgramRun& run);
+    ~BackgroundProgram();
+    BackgroundProgram(const BackgroundProgram&) = delete;
+    BackgroundProgram& operator=(const BackgroundProgram&) = delete;
+
+    /// The next line of its standard output; absent at its end. Waits.
+    [[nodiscard]] std::optional<std::string> readLine();
+
+    /// Closes its standard input.
+    void closeInput();
+    void signal(int number) const;
+
+    /// Waits for its end and hands back what was not read yet. @return as ProgramResult
+    ProgramResult wait();
+
+    /// Whether it is still running.
+    [[nodiscard]] bool isRunning();
+
+private:
+    int process_ = -1;
+    int input_ = -1;
+    int output_ = -1;
+    int errors_ = -1;
+    bool ended_ = false;
+    int status_ = -1;
+    std::string buffered_;
+};
+
+/// Path of a program of the build.
+[[nodiscard]] std::string builtProgram(std::string_view name);
+
+/// Number of open descriptors of this process, and of children that it has not reaped.
+[[nodiscard]] std::size_t openDescriptorCount();
+[[nodiscard]] bool hasChildren();
+
+} // namespace stowline::test

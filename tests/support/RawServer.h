@@ -1,0 +1,54 @@
+// A server on the loopback interface that answers with exactly the bytes a test says.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace stowline::test {
+
+/// One connection: send bytes, hold, tear down.
+class RawConnection {
+public:
+    explicit RawConnection(int socket) : socket_(socket) {}
+    void send(const std::string& bytes) const;
+    /// Waits until the other side closes the connection, or the server stops.
+    void holdUntilClosed() const;
+    /// Makes the close that follows a reset.
+    void reset() const;
+
+private:
+    int socket_;
+};
+
+/// Reads one HTTP request per connection (headers and a body of the stated length), hands it to the
+/// handler, and closes the connection when the handler returns. Each connection has a thread.
+class RawServer {
+public:
+    using Handler = std::function<void(const std::string& request, const RawConnection&)>;
+    explicit RawServer(Handler handler);
+    /// Answers every request with the same bytes.
+    explicit RawServer(std::string answer);
+    ~RawServer();
+    RawServer(const RawServer&) = delete;
+    RawServer& operator=(const RawServer&) = delete;
+
+    [[nodiscard]] int port() const;
+    /// "http://127.0.0.1:port" and a path.
+    [[nodiscard]] std::string url(const std::string& path = "/") const;
+    /// What was received so far, in the order in which it was complete.
+    [[nodiscard]] std::vector<std::string> requests() const;
+
+private:
+    class Implementation;
+    std::unique_ptr<Implementation> implementation_;
+};
+
+/// "HTTP/1.1 200 OK" with type, length and body.
+[[nodiscard]] std::string httpAnswer(const std::string& body, int status = 200);
+
+/// A port on which nothing listens.
+[[nodiscard]] int closedPort();
+
+} // namespace stowline::test
