@@ -46,15 +46,13 @@ public:
 
     void async(Task task)
     {
-        {
-            const std::lock_guard lock(mutex_);
-            line_.push_back({std::move(task), nullptr});
-            if (turnTaken_)
-                return;
-            turnTaken_ = true;
-            giveTurnToWorker();
-        }
-        workerWakeUp_.notify_one();
+        const std::lock_guard lock(mutex_);
+        line_.push_back({std::move(task), nullptr});
+        if (turnTaken_)
+            return;
+        turnTaken_ = true;
+        giveTurnToWorker();
+        workerWakeUp_.notify_one(); // under the lock: the task may destroy the queue
     }
 
     void sync(const std::function<void()>& task)
