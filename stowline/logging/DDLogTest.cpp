@@ -1,0 +1,505 @@
+#include "stowline/logging/DDLog.h"
+
+#include "stowline/logging/CountingLogger.h"
+#include "stowline/logging/LogMacros.h"
+#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/NotificationCenter.h"
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace stowline {
+namespace {
+
+using Keep = CountingLogger::Keep;
+
+void logText(const char* text, bool asynchronous = true)
+{
+    DDLog::log(asynchronous, kSystemLogLevel, kLogFlagInfo, 0, "dir/File.cpp", "function", 7, "%@",
+               text);
+}
+
+std::shared_ptr<CountingLogger> addedLogger(Keep keep = Keep::texts)
+{
+    auto logger = std::make_shared<CountingLogger>(keep);
+    DDLog::addLogger(logger);
+    return logger;
+}
+
+/// Keeps its thread until it is let go.
+class BlockingLogger final : public DDAbstractLogger {
+public:
+    BlockingLogger() : DDAbstractLogger("BlockingLogger") {}
+    void logMessage(const DDLogMessage&) override
+    {
+        ++started;
+        gate_.wait();
+    }
+    void letGo() { promise_.set_value(); }
+    std::atomic<int> started = 0;
+
+private:
+    std::promise<void> promise_;
+    std::shared_future<void> gate_ = promise_.get_future().share();
+};
+
+TEST(DDLogMessage, FileNameIsTheLastComponentWithoutExtension)
+{
+    const auto fileName = [](const char* path) {
+        return std::string(DDLogMessage("", 7, 4, 0, path, nullptr, 1).fileName());
+    };
+    EXPECT_EQ(fileName("service/sub/WebServiceBroker.cpp"), "WebServiceBroker");
+    EXPECT_EQ(fileName("a.b.cpp"), "a.b");
+    EXPECT_EQ(fileName("bare"), "bare");
+}
+
+TEST(DDLogMessage, FileNameRefersToTheCallersBytes)
+{
+    static const char path[] = "dir/Name.cpp";
+    const DDLogMessage message("", 7, 4, 0, path, nullptr, 1);
+    EXPECT_EQ(message.fileName().data(), path + 4);
+}
+
+TEST(DDLogMessage, NotesThreadAndQueueOfTheCaller)
+{
+    const DDLogMessage message("text", 7, 1, 3, "f.cpp", "function", 9);
+    char expected[16];
+    std::snprintf(expected, sizeof expected, "%x", static_cast<unsigned>(::gettid()));
+    EXPECT_EQ(message.threadID(), expected);
+    EXPECT_EQ(message.methodName(), "function");
+    EXPECT_FALSE(message.queueLabel);
+    EXPECT_FALSE(DDLogMessage("", 7, 1, 0, "f.cpp", nullptr, 1).methodName());
+
+    platform::SerialQueue queue("worker queue");
+    queue.sync([] {
+        EXPECT_EQ(DDLogMessage("", 7, 1, 0, "f", nullptr, 1).queueLabel, "worker queue");
+    });
+}
+
+TEST(DDLog, SynchronousMessagesAreHandledBeforeTheCallReturns)
+{
+    const auto logger = addedLogger();
+    logText("one", false);
+    EXPECT_TRUE(logger->hasLine("one"));
+}
+
+TEST(DDLog, EachLoggerSeesTheMessagesInOrder)
+{
+    const auto first = addedLogger();
+    const auto second = addedLogger();
+    for (int i = 0; i < 3000; ++i)
+        logText(std::to_string(i).c_str(), i % 7 != 0);
+    DDLog::flushLog();
+    for (const auto& logger : {first, second}) {
+        const auto lines = logger->lines();
+        ASSERT_EQ(lines.size(), 3000U);
+        for (int i = 0; i < 3000; ++i)
+            ASSERT_EQ(lines[static_cast<std::size_t>(i)].text, std::to_string(i));
+    }
+}
+
+TEST(DDLog, MessagesOfManyThreadsAreAllDelivered)
+{
+    const auto logger = addedLogger(Keep::nothing);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 2000; ++i)
+                logText("x", i % 10 != 0);
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    DDLog::flushLog();
+    EXPECT_EQ(logger->count(), 16000U);
+}
+
+TEST(DDLog, WithoutFormatNothingHappens)
+{
+    const auto logger = addedLogger();
+    // Were the queue bound taken, the 1001st call would wait for ever: nothing gives it back.
+    for (int i = 0; i < 1500; ++i)
+        DDLog::log(true, 7, 4, 0, "f.cpp", "f", 1, std::nullopt);
+    DDLog::flushLog();
+    EXPECT_EQ(logger->count(), 0U);
+}
+
+TEST(DDLog, WithoutLoggersMessagesPassAndTheBoundIsGivenBack)
+{
+    for (int i = 0; i < 3000; ++i)
+        logText("x");
+    DDLog::flushLog();
+}
+
+TEST(DDLog, AtMostAThousandMessagesWait)
+{
+    const auto blocking = std::make_shared<BlockingLogger>();
+    const auto counting = std::make_shared<CountingLogger>(Keep::nothing);
+    DDLog::addLogger(blocking);
+    DDLog::addLogger(counting);
+    std::atomic<int> logged = 0;
+    std::thread producer([&] {
+        for (int i = 0; i < 1500; ++i) {
+            logText("x");
+            ++logged;
+        }
+    });
+    while (logged < 1000)
+        std::this_thread::yield();
+    // The 1001st call must wait; give it every chance not to.
+    for (int i = 0; i < 1000; ++i)
+        std::this_thread::yield();
+    EXPECT_EQ(logged, 1000);
+    blocking->letGo();
+    producer.join();
+    DDLog::flushLog();
+    EXPECT_EQ(counting->count(), 1500U);
+}
+
+TEST(DDLog, LoggersWorkSideBySideOnOneMessage)
+{
+    // Each logger waits for the other to have started on the same message.
+    class Meeting final : public DDAbstractLogger {
+    public:
+        explicit Meeting(std::atomic<int>& arrived) : arrived_(arrived) {}
+        void logMessage(const DDLogMessage&) override
+        {
+            ++arrived_;
+            while (arrived_ < 2)
+                std::this_thread::yield();
+        }
+
+    private:
+        std::atomic<int>& arrived_;
+    };
+    if (std::thread::hardware_concurrency() < 2)
+        GTEST_SKIP() << "This machine has one processor; loggers work one after another.";
+    std::atomic<int> arrived = 0;
+    DDLog::addLogger(std::make_shared<Meeting>(arrived));
+    DDLog::addLogger(std::make_shared<Meeting>(arrived));
+    logText("x", false);
+    EXPECT_EQ(arrived, 2);
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+}
+
+TEST(DDLog, LoggersAreCalledOnTheirOwnQueue)
+{
+    class Labelled final : public DDAbstractLogger {
+    public:
+        Labelled() : DDAbstractLogger("Labelled") {}
+        void logMessage(const DDLogMessage&) override
+        {
+            label = platform::SerialQueue::currentLabel();
+        }
+        std::string label;
+    };
+    class Bare final : public DDLogger {
+    public:
+        void logMessage(const DDLogMessage&) override
+        {
+            label = platform::SerialQueue::currentLabel();
+        }
+        std::shared_ptr<DDLogFormatter> logFormatter() override { return nullptr; }
+        void setLogFormatter(std::shared_ptr<DDLogFormatter>) override {}
+        std::string loggerName() const override { return "a bare logger"; }
+        std::string label;
+    };
+    const auto labelled = std::make_shared<Labelled>();
+    const auto bare = std::make_shared<Bare>();
+    DDLog::addLogger(labelled);
+    DDLog::addLogger(bare);
+    logText("x", false);
+    EXPECT_EQ(labelled->label, "Labelled");
+    EXPECT_EQ(bare->label, "a bare logger");
+    EXPECT_EQ(DDLog::loggingQueue().label(), "cocoa.lumberjack");
+}
+
+TEST(DDLog, TellsLoggersWhenTheyComeAndGo)
+{
+    const auto logger = addedLogger();
+    DDLog::flushLog();
+    EXPECT_EQ(logger->flushCount(), 1U);
+    DDLog::removeLogger(logger);
+    logText("late", false);
+    logger->loggerQueue()->sync([] {});
+    EXPECT_EQ(logger->addCount(), 1U);
+    EXPECT_EQ(logger->removeCount(), 1U);
+    EXPECT_EQ(logger->count(), 0U);
+}
+
+TEST(DDLog, RemovingEveryLoggerTellsEach)
+{
+    const auto first = addedLogger();
+    const auto second = addedLogger();
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+    for (const auto& logger : {first, second}) {
+        logger->loggerQueue()->sync([] {});
+        EXPECT_EQ(logger->removeCount(), 1U);
+    }
+}
+
+TEST(DDLog, AbsentAndUnknownLoggersChangeNothing)
+{
+    DDLog::addLogger(nullptr);
+    DDLog::removeLogger(nullptr);
+    DDLog::removeLogger(std::make_shared<CountingLogger>());
+    logText("x", false);
+}
+
+TEST(DDLog, ChangesOfTheListAreOrderedWithMessages)
+{
+    const auto logger = std::make_shared<CountingLogger>();
+    logText("before");
+    DDLog::addLogger(logger);
+    logText("between");
+    DDLog::removeLogger(logger);
+    logText("after");
+    DDLog::flushLog();
+    const auto lines = logger->lines();
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_EQ(lines[0].text, "between");
+}
+
+class Shouting final : public DDLogFormatter {
+public:
+    std::optional<std::string> formatLogMessage(const DDLogMessage& message) override
+    {
+        return message.logMsg == "drop" ? std::nullopt : std::optional(message.logMsg + "!");
+    }
+};
+
+TEST(DDAbstractLogger, FormatterRewritesAndDrops)
+{
+    const auto logger = addedLogger();
+    logText("plain");
+    logger->setLogFormatter(std::make_shared<Shouting>());
+    logText("loud");
+    logText("drop");
+    DDLog::flushLog();
+    const auto lines = logger->lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].text, "plain");
+    EXPECT_EQ(lines[1].text, "loud!");
+}
+
+TEST(DDAbstractLogger, FormatterIsReadInTurnWithMessages)
+{
+    const auto logger = std::make_shared<CountingLogger>();
+    const auto formatter = std::make_shared<Shouting>();
+    EXPECT_EQ(logger->logFormatter(), nullptr);
+    logger->setLogFormatter(formatter);
+    EXPECT_EQ(logger->logFormatter(), formatter);
+    logger->setLogFormatter(formatter);
+    EXPECT_EQ(logger->logFormatter(), formatter);
+    logger->setLogFormatter(nullptr);
+    EXPECT_EQ(logger->logFormatter(), nullptr);
+}
+
+TEST(DDAbstractLogger, OnItsOwnQueueTheFormatterChangesAtOnce)
+{
+    const auto logger = std::make_shared<CountingLogger>();
+    const auto formatter = std::make_shared<Shouting>();
+    logger->loggerQueue()->sync([&] {
+        logger->setLogFormatter(formatter);
+        EXPECT_EQ(logger->logFormatter(), formatter);
+    });
+}
+
+TEST(DDAbstractLogger, BaseLogsNothingAndIsNamedAfterItsClass)
+{
+    DDAbstractLogger logger;
+    logger.logMessage(DDLogMessage("x", 7, 4, 0, "f.cpp", "f", 1));
+    EXPECT_EQ(logger.loggerName(), "DDAbstractLogger");
+    EXPECT_EQ(logger.loggerQueue()->label(), "DDAbstractLogger");
+}
+
+TEST(DDLog, ALoggerThatThrowsLosesItsOwnLineOnly)
+{
+    class Throwing final : public DDAbstractLogger {
+    public:
+        Throwing() : DDAbstractLogger("Throwing") {}
+        void logMessage(const DDLogMessage& message) override
+        {
+            if (message.logMsg == "odd")
+                throw 5;
+            throw std::runtime_error("disk on fire");
+        }
+        void flush() override { throw std::runtime_error("no"); }
+    };
+    std::vector<std::string> console;
+    platform::setConsoleLogSink([&](std::string_view line) { console.emplace_back(line); });
+    DDLog::addLogger(std::make_shared<Throwing>());
+    const auto healthy = addedLogger();
+    DDLog::addLogger(std::make_shared<Throwing>());
+    logText("one", false);
+    logText("odd", false);
+    DDLog::flushLog();
+    EXPECT_EQ(healthy->count(), 2U);
+    EXPECT_EQ(console.at(0), "The logger Throwing failed: disk on fire");
+    EXPECT_NE(std::find(console.begin(), console.end(), "The logger Throwing failed."),
+              console.end());
+    platform::setConsoleLogSink({});
+}
+
+TEST(DDLog, ALoggerMayLogAndFlushWithoutWaitingForItself)
+{
+    class Chatty final : public DDAbstractLogger {
+    public:
+        void logMessage(const DDLogMessage& message) override
+        {
+            if (message.logMsg != "x")
+                return;
+            for (int i = 0; i < 1200; ++i)
+                logText("echo", false);
+            DDLog::flushLog();
+        }
+    };
+    DDLog::addLogger(std::make_shared<Chatty>());
+    const auto counting = addedLogger(Keep::nothing);
+    DDLog::addLogger(std::make_shared<DDAbstractLogger>());
+    logText("x", false);
+    DDLog::flushLog();
+    EXPECT_EQ(counting->count(), 1201U);
+    for (int i = 0; i < 2000; ++i) // the bound is whole again
+        logText("y");
+    DDLog::flushLog();
+    EXPECT_EQ(counting->count(), 3201U);
+}
+
+TEST(DDLog, FlushesFromSeveralThreads)
+{
+    const auto first = addedLogger(Keep::nothing);
+    const auto second = addedLogger(Keep::nothing);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 200; ++i) {
+                logText("x");
+                DDLog::flushLog();
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(first->flushCount(), 800U);
+    EXPECT_EQ(second->count(), 800U);
+}
+
+TEST(DDLog, FlushesWhenTheApplicationTerminates)
+{
+    const auto logger = addedLogger();
+    logText("x");
+    platform::NotificationCenter::shared().post(
+        {"NSApplicationWillTerminateNotification", "", {}});
+    EXPECT_EQ(logger->flushCount(), 1U);
+    EXPECT_EQ(logger->count(), 1U);
+}
+
+TEST(DDLog, FlushesWhenTheProcessExits)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        class Telling final : public DDAbstractLogger {
+        public:
+            void flush() override { ::_exit(42); }
+        };
+        DDLog::addLogger(std::make_shared<Telling>());
+        std::exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 42);
+}
+
+TEST(DDLog, ForkInTheMiddleOfLoggingLeavesAChildThatCanLog)
+{
+    const auto logger = addedLogger(Keep::nothing);
+    const auto other = addedLogger(Keep::nothing);
+    std::atomic<bool> stop = false;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&stop] {
+            while (!stop)
+                logText("x");
+        });
+    }
+    int failures = 0;
+    for (int i = 0; i < 20; ++i) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::alarm(20);
+            const auto before = logger->count();
+            for (int n = 0; n < 1500; ++n) // beyond the bound, whatever the parent had queued
+                logText("y");
+            logText("z", false);
+            DDLog::flushLog();
+            ::_exit(logger->count() == before + 1501 ? 0 : 1);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        failures += WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : 1;
+    }
+    stop = true;
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(failures, 0);
+}
+
+TEST(LogMacros, NoteThePlaceAndTheOperation)
+{
+    const auto logger = addedLogger();
+    STOWLINE_LOG_INFO("\nA. value %d", 5);
+    STOWLINE_LOG_ERROR("%@ failed", "B");
+    const auto lines = logger->lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].text, "\nA. value 5");
+    EXPECT_EQ(lines[0].flag, 4);
+    EXPECT_EQ(lines[0].function, "TestBody");
+    EXPECT_EQ(lines[1].flag, 1);
+}
+
+struct Levelled {
+    static inline std::int32_t level = 3;
+    static std::int32_t ddLogLevel() { return level; }
+    static void ddSetLogLevel(std::int32_t newLevel) { level = newLevel; }
+};
+struct Unlevelled {};
+
+const DDLog::ClassRegistration<Levelled> levelled{"Levelled"};
+
+TEST(ClassLevels, AreFoundByTypeAndByName)
+{
+    EXPECT_TRUE(DDLog::isRegisteredClass<Levelled>());
+    EXPECT_EQ(DDLog::registeredClassNames(), std::vector<std::string>{"Levelled"});
+    EXPECT_EQ(DDLog::registeredClasses(), std::vector<std::type_index>{typeid(Levelled)});
+    EXPECT_EQ(DDLog::logLevelForClass<Levelled>(), 3);
+    DDLog::setLogLevelForClass<Levelled>(7);
+    EXPECT_EQ(DDLog::logLevelForClassWithName("Levelled"), 7);
+    DDLog::setLogLevelForClassWithName(1, "Levelled");
+    EXPECT_EQ(Levelled::level, 1);
+}
+
+TEST(ClassLevels, OfOtherClassesAreMinusOneAndCannotBeSet)
+{
+    EXPECT_FALSE(DDLog::isRegisteredClass<Unlevelled>());
+    EXPECT_EQ(DDLog::logLevelForClass<Unlevelled>(), -1);
+    EXPECT_EQ(DDLog::logLevelForClassWithName("Unlevelled"), -1);
+    DDLog::setLogLevelForClass<Unlevelled>(5);
+    DDLog::setLogLevelForClassWithName(5, "Unlevelled");
+    EXPECT_EQ(DDLog::logLevelForClass<Unlevelled>(), -1);
+}
+
+TEST(ClassLevels, RegisteringAgainChangesNothing)
+{
+    DDLog::registerClass<Levelled>("Other");
+    EXPECT_EQ(DDLog::registeredClassNames(), std::vector<std::string>{"Levelled"});
+}
+
+} // namespace
+} // namespace stowline
