@@ -19,14 +19,6 @@ Registry& registry()
     return hosts;
 }
 
-std::unique_ptr<ReachabilityTarget> createTarget(const std::string& host)
-{
-    auto target = reachabilityTargetFactory()(host);
-    if (!target)
-        STOWLINE_LOG_ERROR("Unable to create reachability object for host %@", host);
-    return target;
-}
-
 void postChange(const std::string& host, platform::HostFlags flags)
 {
     platform::NotificationCenter::shared().post(
@@ -43,9 +35,11 @@ bool Reachability::addHostForReachabilityObservation(std::optional<std::string_v
     const std::string host(*hostName);
     if (registry().contains(host))
         return true;
-    auto target = createTarget(host);
-    if (!target)
+    auto target = reachabilityTargetFactory()(host);
+    if (!target) {
+        STOWLINE_LOG_ERROR("Unable to create reachability object for host %@", host);
         return false;
+    }
     if (!target->setCallback([host](platform::HostFlags flags) { postChange(host, flags); })) {
         STOWLINE_LOG_ERROR("Unable to set reachability callback for host %@", host);
         return false;
@@ -71,8 +65,12 @@ bool Reachability::isHostReachable(std::optional<std::string_view> hostName)
 {
     if (!hostName)
         return false;
-    const auto target = createTarget(std::string(*hostName));
-    const auto flags = target ? target->flags() : std::nullopt;
+    const auto target = reachabilityTargetFactory()(std::string(*hostName));
+    if (!target) {
+        STOWLINE_LOG_ERROR("Unable to create reachability object for host %@", *hostName);
+        return false;
+    }
+    const auto flags = target->flags();
     return flags && isReachableWithFlags(*flags);
 }
 
