@@ -206,6 +206,7 @@ std::optional<ChildAnswer> runChild(const ChildRun& run)
         const std::string bytes = run.releaseBytes(answer.output);
         (void)!::send(release.ours.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
+    release.ours.close(); // a child that waits for more finds the end
     answer.exit = reapUntil(child, deadline, answer.endedByLimit);
     return answer;
 }

@@ -139,8 +139,13 @@ TEST(SerialQueue, WorksInTheChildOfAFork)
     SerialQueue queue("q");
     std::promise<void> go;
     auto gate = go.get_future().share();
-    queue.async([gate] { gate.wait(); });
+    std::promise<void> started;
+    queue.async([gate, &started] {
+        started.set_value();
+        gate.wait();
+    });
     queue.async([] {});
+    started.get_future().wait();
     const int status = inChild([&] {
         int ran = 0;
         queue.sync([&] { ++ran; });

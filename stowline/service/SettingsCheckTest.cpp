@@ -1,0 +1,151 @@
+#include "stowline/service/SettingsCheck.h"
+
+#include "stowline/platform/Files.h"
+#include "stowline/platform/Text.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline {
+namespace {
+
+std::string shipped()
+{
+    return platform::readFile(STOWLINE_TEST_SOURCE "/resources/WebServicesSettings.plist").value();
+}
+
+/// The shipped settings with one text replaced.
+std::string changed(const std::string& what, const std::string& with)
+{
+    const std::string text = shipped();
+    const auto at = text.find(what);
+    EXPECT_NE(at, std::string::npos) << what;
+    return text.substr(0, at) + with + text.substr(at + what.size());
+}
+
+std::string report(const std::string& settings)
+{
+    std::string lines;
+    for (const SettingsFault& fault : checkSettings(settings))
+        lines += std::to_string(fault.line) + " " + fault.path + ": " + fault.sentence + "\n";
+    return lines;
+}
+
+TEST(SettingsCheck, ShippedSettingsAreInOrder)
+{
+    EXPECT_EQ(report(shipped()), "");
+}
+
+TEST(SettingsCheck, TellsWhatCannotBeRead)
+{
+    EXPECT_EQ(report("<plist>\n<dict>\n<key>a</key>\n</dict></plist>"),
+              "4 : line 4: The key \"a\" has no value.\n");
+    EXPECT_EQ(report("<plist><array/></plist>"), "1 : The file must hold a dictionary.\n");
+}
+
+TEST(SettingsCheck, TellsMissingTablesMethodsAndHost)
+{
+    const std::string lines = report("<plist>\n<dict>\n<key>URLS</key><dict/>\n"
+                                     "<key>WebServices</key>\n<dict/>\n</dict></plist>");
+    EXPECT_NE(lines.find("The table \"WebRequests\" is missing"), std::string::npos);
+    EXPECT_NE(lines.find("3 URLS: \"ReachabilityHost\" is missing; no call is made without it."),
+              std::string::npos)
+        << lines;
+    EXPECT_NE(
+        lines.find("5 WebServices: The web method \"Authenticate\" is missing; add its entry."),
+        std::string::npos);
+}
+
+TEST(SettingsCheck, TellsAHostThatIsAnAddress)
+{
+    const auto lines = report(changed("<string>service.stowline.example</string>",
+                                      "<string>https://service.stowline.example/</string>"));
+    EXPECT_EQ(lines, "9 URLS.ReachabilityHost: \"https://service.stowline.example/\" is no host "
+                     "name; write it without \"https://\", path and blanks.\n");
+}
+
+TEST(SettingsCheck, TellsPlaceholdersThatNoTemplateUses)
+{
+    EXPECT_NE(report(changed("&lt;&lt;PASSWORD&gt;&gt;", "&lt;&lt;PASWORD&gt;&gt;"))
+                  .find("WebServices.Authenticate.soapParams: No template uses <<PASSWORD>>, so "
+                        "its value would not be sent."),
+              std::string::npos);
+}
+
+TEST(SettingsCheck, TellsTheWrongNumberOfPlacesInAUrl)
+{
+    const auto lines =
+        report(changed("https://service.stowline.example/Acc", "https://%@/100%d/Acc"));
+    EXPECT_NE(lines.find("WebServices.Authenticate.URL: The URL has 2 places to fill (\"%@\"), but "
+                         "0 are filled; a literal percent sign is written \"%%\"."),
+              std::string::npos)
+        << lines;
+}
+
+TEST(SettingsCheck, TellsValuesOfTheWrongTypeWithTheirLine)
+{
+    const std::string text = changed("<string>http://stowline.example/account</string>",
+                                     "<integer>5</integer>");
+    const auto faults = checkSettings(text);
+    ASSERT_EQ(faults.size(), 1U);
+    EXPECT_EQ(faults[0].path, "WebServices.Authenticate.namespace");
+    EXPECT_EQ(faults[0].sentence, "This must be a string, not a number.");
+    const auto upTo = text.substr(0, text.find("<integer>5"));
+    EXPECT_EQ(faults[0].line, 1 + std::count(upTo.begin(), upTo.end(), '\n'));
+}
+
+TEST(SettingsCheck, TellsMisspeltMissingAndRepeatedKeys)
+{
+    const auto lines = report(changed("<key>namespace</key>", "<key>nameSpace</key>"));
+    EXPECT_NE(lines.find("The key \"namespace\" is missing."), std::string::npos);
+    EXPECT_NE(lines.find("The key \"nameSpace\" is not known here; is it misspelt?"),
+              std::string::npos);
+    EXPECT_NE(report(changed("<key>httpHeaders</key>", "<key>URL</key><string>x</string>"
+                                                       "<key>httpHeaders</key>"))
+                  .find("WebServices.Authenticate.URL: The key stands twice"),
+              std::string::npos);
+}
+
+TEST(SettingsCheck, TellsBadHeaderAndParameterNames)
+{
+    const auto headers = report(changed("<key>httpHeaders</key>\n\t\t\t<dict/>",
+                                        "<key>httpHeaders</key><dict><key>X Y:</key>"
+                                        "<string>a\nb</string></dict>"));
+    EXPECT_NE(headers.find("\"X Y:\" is no name of a HTTP header."), std::string::npos) << headers;
+    EXPECT_NE(headers.find("The value of a header must not have line breaks."), std::string::npos);
+    EXPECT_NE(report(changed("<string>userName</string>", "<string>user name</string>"))
+                  .find("soapParams[0].name: \"user name\" is no name of a parameter."),
+              std::string::npos);
+    EXPECT_NE(report(changed("<string>password</string>", "<string>userName</string>"))
+                  .find("soapParams[1].name: The name \"userName\" stands twice"),
+              std::string::npos);
+}
+
+TEST(SettingsCheck, TellsResultPathsThatAreMissingOrInTheWay)
+{
+    EXPECT_NE(report(changed("<key>httpHeaders</key>", "<key>resultKeyPath</key><string>a</string>"
+                                                       "<key>httpHeaders</key>"))
+                  .find("This method needs the whole answer; remove \"resultKeyPath\"."),
+              std::string::npos);
+    EXPECT_NE(report(changed("<key>resultKeyPath</key>\n\t\t\t<string>CreateAccountResult</string>",
+                             ""))
+                  .find("The key \"resultKeyPath\" is missing"),
+              std::string::npos);
+}
+
+TEST(SettingsCheck, ChecksTheOtherTablesToo)
+{
+    const auto lines = report(changed(
+        "<key>WebRequests</key>\n\t<dict/>",
+        "<key>WebRequests</key><dict><key>R</key><dict><key>requestTimeout</key><string>x</string>"
+        "<key>requestHeaders</key><array><dict><key>name</key><string>a b</string></dict></array>"
+        "</dict></dict>"));
+    EXPECT_NE(lines.find("WebRequests.R: The key \"URL\" is missing."), std::string::npos);
+    EXPECT_NE(lines.find("WebRequests.R.requestTimeout: This must be a number, not a string."),
+              std::string::npos);
+    EXPECT_NE(lines.find("requestHeaders[0]: The key \"template\" is missing."), std::string::npos);
+    EXPECT_NE(lines.find("requestHeaders[0].name: \"a b\" is no name of a header."),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace stowline
