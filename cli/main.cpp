@@ -1,10 +1,10 @@
 // stowline: the reference host program.
 #include "cli/Commands.h"
+#include "cli/Configuration.h"
 #include "cli/Output.h"
 #include "cli/VerboseLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/platform/Bundle.h"
-#include "stowline/platform/Files.h"
 #include "stowline/platform/NotificationCenter.h"
 #include "stowline/platform/Signals.h"
 #include "stowline/platform/Terminal.h"
@@ -38,8 +38,7 @@ void declareGlobals(CLI::App& app, GlobalOptions& options)
                    "Folder with Info.plist and Resources to use instead of the program's own")
         ->envname("STOWLINE_BUNDLE");
     app.set_version_flag("--version", [] { return General::productVersion().value_or("unknown"); });
-    if (const auto folder = platform::configurationFolder())
-        app.set_config("--config", (*folder / "config.toml").string(), "Configuration file");
+    cli::declareConfiguration(app);
     app.require_subcommand(1);
     app.fallthrough();
 }

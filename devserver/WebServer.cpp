@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 namespace stowline::devserver {
 
@@ -62,6 +63,9 @@ public:
             stopping_ = true;
         }
         stopped_.notify_all();
+        // The library forgets a stop that comes before it runs.
+        while (!server_->is_running())
+            std::this_thread::yield();
         server_->stop();
     }
 

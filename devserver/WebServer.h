@@ -37,7 +37,7 @@ public:
     /// Serves until stop().
     void run();
 
-    /// Ends run(), also calls that stall. Any thread.
+    /// Ends run(), also calls that stall; waits for run() to have begun. Any other thread.
     void stop();
 
 private:

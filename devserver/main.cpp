@@ -94,13 +94,14 @@ int run(const Options& options)
         return fail(fmt::format("Port {} is taken. Please choose another, or 0.", options.port));
     context.backupServerName = fmt::format("127.0.0.1:{}", *port);
 
+    // The port is open from here on: calls wait until they are served.
+    if (const auto wrong = announce(options, server, *port))
+        return fail(*wrong);
     std::thread serving([&server] { server.run(); });
-    const auto wrong = announce(options, server, *port);
-    if (!wrong)
-        platform::awaitTerminationSignal();
+    platform::awaitTerminationSignal();
     server.stop();
     serving.join();
-    return wrong ? fail(*wrong) : 0;
+    return 0;
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <pthread.h>
+#include <sys/prctl.h>
 
 namespace stowline::platform {
 
@@ -31,6 +32,11 @@ int awaitTerminationSignal()
     while (::sigwait(&signals, &number) != 0) {
     }
     return number;
+}
+
+void endWithParent()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
 
 } // namespace stowline::platform

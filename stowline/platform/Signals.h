@@ -10,4 +10,8 @@ void holdTerminationSignals();
 /// Waits until one of them comes. @return its number.
 int awaitTerminationSignal();
 
+/// Ends this process (SIGKILL) when the thread that started it ends, however that happens. For a
+/// helper whose work is of no use to anybody else.
+void endWithParent();
+
 } // namespace stowline::platform

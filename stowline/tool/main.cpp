@@ -1,5 +1,6 @@
 // WebServiceCaller: performs the one SOAP call that its argument describes, writes the archived
 // result to standard output, closes it, and stays until its parent releases it.
+#include "stowline/platform/Signals.h"
 #include "stowline/platform/StandardStreams.h"
 #include "stowline/tool/CallWorker.h"
 
@@ -8,6 +9,7 @@
 int main(int count, char** words)
 {
     using namespace stowline;
+    platform::endWithParent();
     // A parent that is gone is a write that fails, not the end of this process.
     std::signal(SIGPIPE, SIG_IGN);
     tool::CallWorkerOptions options;

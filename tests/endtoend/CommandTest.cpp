@@ -1,0 +1,330 @@
+// The stowline command: exit statuses, JSON, secrets, and what people read.
+#include "stowline/platform/Files.h"
+#include "stowline/platform/PropertyList.h"
+#include "tests/support/DevServerProcess.h"
+#include "tests/support/PseudoTerminal.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/TestBundle.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <csignal>
+#include <thread>
+
+namespace stowline {
+namespace {
+
+using nlohmann::json;
+
+/// Runs the command with a home folder of its own.
+class Command {
+public:
+    explicit Command(std::filesystem::path bundle) : bundle_(std::move(bundle)) {}
+
+    [[nodiscard]] test::ProgramRun run(std::vector<std::string> words,
+                                       std::map<std::string, std::string> environment = {},
+                                       std::string input = {}) const
+    {
+        words.insert(words.begin(), test::builtProgram("stowline"));
+        environment.emplace("HOME", home_.path().string());
+        environment.emplace("STOWLINE_BUNDLE", bundle_.string());
+        return {std::move(words), std::move(environment), std::move(input)};
+    }
+
+    template <class... Arguments> [[nodiscard]] test::ProgramResult operator()(Arguments... arguments) const
+    {
+        return test::runProgram(run(std::forward<Arguments>(arguments)...));
+    }
+
+    [[nodiscard]] const test::TemporaryFolder& home() const { return home_; }
+
+private:
+    std::filesystem::path bundle_;
+    test::TemporaryFolder home_;
+};
+
+using Words = std::vector<std::string>;
+using Environment = std::map<std::string, std::string>;
+
+/// The lines of a JSON output; the test fails when one is no object.
+std::vector<json> jsonLines(const std::string& output)
+{
+    std::vector<json> lines;
+    std::istringstream stream(output);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(json::parse(line));
+    return lines;
+}
+
+class CommandWithService : public testing::Test {
+protected:
+    test::DevServerProcess server_;
+    Command stowline_{server_.bundle()};
+
+    void openAccount()
+    {
+        ASSERT_EQ(stowline_(Words{"signup", "-u", "ann", "--email", "a@b.c"},
+                            Environment{{"STOWLINE_PASSWORD", "pw 1"}})
+                      .status,
+                  0);
+    }
+};
+
+TEST_F(CommandWithService, OpensAnAccountAndSignsIn)
+{
+    const auto opened = stowline_(Words{"signup", "-u", "ann", "--email", "a@b.c"},
+                                  Environment{{"STOWLINE_PASSWORD", "pw"}});
+    EXPECT_EQ(opened.status, 0);
+    EXPECT_EQ(opened.output, "opened  ann\n");
+    EXPECT_EQ(opened.errors, "");
+    const auto in =
+        stowline_(Words{"signin"}, Environment{{"STOWLINE_PASSWORD", "pw"}, {"STOWLINE_USERNAME", "ann"}});
+    EXPECT_EQ(in.status, 0);
+    EXPECT_EQ(in.output, "account  ann\nstatus   Active\nserver   " +
+                             server_.address().substr(sizeof "http://" - 1) + "\n");
+}
+
+TEST_F(CommandWithService, JsonEndsWithOneResultLine)
+{
+    openAccount();
+    const auto good = stowline_(Words{"--json", "signin", "-u", "ann"},
+                                Environment{{"STOWLINE_PASSWORD", "pw 1"}});
+    EXPECT_TRUE(good.output.starts_with("{\"v\":1,\"type\":\"result\",")) << good.output;
+    ASSERT_EQ(jsonLines(good.output).size(), 1U);
+    EXPECT_EQ(jsonLines(good.output)[0]["status"], "Active");
+
+    const auto refused = stowline_(Words{"signin", "-u", "ann", "--json"},
+                                   Environment{{"STOWLINE_PASSWORD", "wrong"}});
+    EXPECT_EQ(refused.status, 12);
+    ASSERT_EQ(jsonLines(refused.output).size(), 1U);
+    EXPECT_EQ(jsonLines(refused.output)[0]["exit"], 12);
+
+    const auto usage = stowline_(Words{"signin", "--json", "--nonsense"});
+    EXPECT_EQ(usage.status, 2);
+    EXPECT_EQ(jsonLines(usage.output).at(0)["type"], "result");
+}
+
+TEST_F(CommandWithService, RefusedSignUpsExitWithSix)
+{
+    openAccount();
+    const Environment password{{"STOWLINE_PASSWORD", "x"}};
+    const auto taken = stowline_(Words{"signup", "-u", "ann", "--email", "a@b.c"}, password);
+    EXPECT_EQ(taken.status, 6);
+    const auto trial = stowline_(
+        Words{"signup", "-u", "t", "--email", "nowhere", "--customer-type", "T1"}, password);
+    EXPECT_EQ(trial.status, 6);
+    EXPECT_NE(trial.errors.find("Please give an e-mail address like name@example.com."),
+              std::string::npos);
+}
+
+TEST_F(CommandWithService, ADryRunOpensNothing)
+{
+    const Environment password{{"STOWLINE_PASSWORD", "x"}};
+    EXPECT_EQ(stowline_(Words{"signup", "-n", "-u", "dry", "--email", "a@b"}, password).status, 0);
+    EXPECT_EQ(stowline_(Words{"signin", "-u", "dry"}, password).status, 12);
+}
+
+TEST_F(CommandWithService, TakesThePasswordFromEverySource)
+{
+    openAccount();
+    const auto file = stowline_.home().write("password", "pw 1\n");
+    const auto signIn = [&](Words words, const std::string& input = {}) {
+        words.insert(words.begin(), {"signin", "-u", "ann"});
+        return stowline_(words, Environment{}, input).status;
+    };
+    EXPECT_EQ(signIn({"--password-file", file.string()}), 0);
+    EXPECT_EQ(signIn({"--password-stdin"}, "pw 1\n"), 0);
+    EXPECT_EQ(signIn({"--password-command", "printf '%s' 'pw 1'"}), 0);
+    EXPECT_EQ(signIn({"--password-command", "cat \"" + file.string() + "\""}), 0);
+}
+
+TEST_F(CommandWithService, TwoNamedSourcesAreAUsageError)
+{
+    EXPECT_EQ(stowline_(Words{"signin", "-u", "ann", "--password-stdin", "--password-file", "x"})
+                  .status,
+              2);
+}
+
+TEST_F(CommandWithService, UnreadableAndEmptySecretsAreNamed)
+{
+    const auto missing =
+        stowline_(Words{"signin", "-u", "ann", "--password-file", "/nonexistent"});
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.errors, "stowline: The password cannot be read from /nonexistent.\n");
+    EXPECT_EQ(stowline_(Words{"signin", "-u", "ann", "--password-stdin"}).errors,
+              "stowline: The password is empty.\n");
+    EXPECT_NE(stowline_(Words{"signin", "-u", "ann", "--password-command", "false"})
+                  .errors.find("The command for the password failed: false"),
+              std::string::npos);
+}
+
+TEST_F(CommandWithService, AsksForThePasswordWithoutShowingIt)
+{
+    openAccount();
+    const auto talk = test::talkOnTerminal(stowline_.run({"signin", "-u", "ann"}),
+                                           "Password for ann: ", "pw 1\n");
+    EXPECT_EQ(talk.status, 0);
+    EXPECT_NE(talk.screen.find("Password for ann: "), std::string::npos);
+    EXPECT_NE(talk.screen.find("status   Active"), std::string::npos) << talk.screen;
+    EXPECT_EQ(talk.screen.find("pw 1"), std::string::npos);
+}
+
+TEST_F(CommandWithService, EncryptsAndDecryptsTheTextOnStandardInput)
+{
+    const auto box = stowline_(Words{"encrypt"}, Environment{}, "a <secret>\n");
+    EXPECT_EQ(box.status, 0);
+    EXPECT_EQ(stowline_(Words{"decrypt"}, Environment{}, box.output).output, "a <secret>\n");
+    EXPECT_EQ(stowline_(Words{"decrypt"}, Environment{}, "00").status, 5);
+}
+
+TEST_F(CommandWithService, FlagComesBeforeEnvironmentBeforeConfiguration)
+{
+    openAccount();
+    const Environment password{{"STOWLINE_PASSWORD", "pw 1"}};
+    stowline_.home().write(".config/stowline/config.toml", "[signin]\nusername = \"ann\"\n");
+    EXPECT_EQ(stowline_(Words{"signin"}, password).status, 0);
+    Environment other = password;
+    other.emplace("STOWLINE_USERNAME", "nobody");
+    EXPECT_EQ(stowline_(Words{"signin"}, other).status, 12);
+    EXPECT_EQ(stowline_(Words{"signin", "-u", "ann"}, other).status, 0);
+}
+
+TEST_F(CommandWithService, VerboseShowsTheLogWithoutThePassword)
+{
+    openAccount();
+    const auto result = stowline_(Words{"-v", "signin", "-u", "ann"},
+                                  Environment{{"STOWLINE_PASSWORD", "pw 1"}});
+    EXPECT_NE(result.errors.find("accountStatus. Value = Active"), std::string::npos);
+    EXPECT_EQ(result.errors.find("pw 1"), std::string::npos);
+    EXPECT_EQ(result.output.find("Value"), std::string::npos);
+}
+
+TEST_F(CommandWithService, DoctorFindsEverythingWell)
+{
+    const auto result = stowline_(Words{"doctor"});
+    EXPECT_EQ(result.status, 0) << result.output << result.errors;
+    for (const char* subject : {"bundle", "settings", "helper", "network", "http", "proxy",
+                                "configuration", "state"})
+        EXPECT_NE(result.output.find("ok    " + std::string(subject)), std::string::npos);
+    const auto lines = jsonLines(stowline_(Words{"--json", "doctor"}).output);
+    EXPECT_EQ(lines.size(), 9U);
+    EXPECT_EQ(lines.front()["type"], "finding");
+    EXPECT_EQ(lines.back()["type"], "result");
+}
+
+TEST(CommandInterrupted, EndsWithAResultLineAnd130)
+{
+    const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
+    const Command stowline(server.bundle());
+    for (const auto& [signal, status] : {std::pair{SIGINT, 130}, std::pair{SIGTERM, 143}}) {
+        test::BackgroundProgram running(stowline.run({"--json", "-v", "signin", "-u", "ann"},
+                                                     {{"STOWLINE_PASSWORD", "x"}}));
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        running.signal(signal);
+        const auto result = running.wait();
+        EXPECT_EQ(result.status, status);
+        ASSERT_EQ(jsonLines(result.output).size(), 1U);
+        EXPECT_EQ(jsonLines(result.output)[0]["status"], "interrupted");
+    }
+}
+
+TEST(CommandWithoutService, TellsAnUnreachableHost)
+{
+    const test::TestBundle bundle(
+        test::settingsWith("Authenticate", {{"URL", "http://h/"}}, "no-such-host.invalid"));
+    const Command stowline(bundle.folder().path());
+    const auto result =
+        stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}});
+    EXPECT_EQ(result.status, 8);
+    EXPECT_NE(result.errors.find("Please check your Internet connection"), std::string::npos);
+    EXPECT_NE(result.errors.find("no-such-host.invalid"), std::string::npos);
+}
+
+TEST(CommandWithoutService, TellsAServiceThatDoesNotAnswer)
+{
+    const test::TestBundle bundle(test::settingsWith(
+        "Authenticate",
+        {{"URL", "http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"}}));
+    const Command stowline(bundle.folder().path());
+    EXPECT_EQ(
+        stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}}).status, 5);
+}
+
+TEST(CommandWithoutService, TellsAPasswordThatCannotBeSent)
+{
+    const test::TestBundle bundle(test::settingsWith("Authenticate", {{"URL", "http://h/"}}));
+    const Command stowline(bundle.folder().path());
+    const auto result = stowline(Words{"signin", "-u", "a", "--password-stdin"}, Environment{},
+                                 std::string("a\x01z"));
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find("The value for <<PASSWORD>> holds the control character U+0001"),
+              std::string::npos);
+    EXPECT_EQ(result.errors.find("\x01"), std::string::npos);
+}
+
+TEST(CommandWithoutService, NamesTheFileAndTheKeyThatAreWrong)
+{
+    const auto messageFor = [](const std::filesystem::path& bundle) {
+        const Command stowline(bundle);
+        const auto result =
+            stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}});
+        EXPECT_EQ(result.status, 10);
+        return result.errors;
+    };
+    const test::TemporaryFolder folder;
+    EXPECT_NE(messageFor(folder.path()).find("Info.plist is missing or does not name the settings "
+                                             "file (TW_WebServicesSettingsFilename)."),
+              std::string::npos);
+    folder.write("Info.plist", "<plist><dict><key>TW_WebServicesSettingsFilename</key>"
+                               "<string>S.plist</string></dict></plist>");
+    EXPECT_NE(messageFor(folder.path()).find("Resources/S.plist cannot be read."),
+              std::string::npos);
+    folder.write("Resources/S.plist", "<plist><dict/></plist>");
+    EXPECT_NE(messageFor(folder.path()).find("have no entry \"Authenticate\" under "
+                                             "\"WebServices\". Please add it."),
+              std::string::npos);
+}
+
+TEST(CommandWithoutService, SettingsCheckListsFaultsWithTheirLines)
+{
+    const test::TemporaryFolder folder;
+    const Command stowline(folder.path());
+    const auto broken = folder.write("broken.plist", "<plist>\n<dict>\n<key>a</key>\n</dict></plist>");
+    const auto result = stowline(Words{"settings", "check", broken.string()});
+    EXPECT_EQ(result.status, 10);
+    EXPECT_EQ(result.output,
+              broken.string() + ":4: line 4: The key \"a\" has no value.\n");
+    const std::string good = STOWLINE_TEST_SOURCE "/resources/WebServicesSettings.plist";
+    EXPECT_EQ(stowline(Words{"settings", "check", good}).status, 0);
+    EXPECT_EQ(stowline(Words{"settings", "check", good}).errors, good + " is in order.\n");
+    EXPECT_EQ(stowline(Words{"-q", "settings", "check", good}).errors, "");
+    EXPECT_EQ(stowline(Words{"settings", "check", "/nonexistent"}).status, 4);
+}
+
+TEST(CommandWithoutService, DoctorSaysWhatToDo)
+{
+    const test::TemporaryFolder folder;
+    const Command stowline(folder.path());
+    const auto result = stowline(Words{"doctor"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("FAULT bundle"), std::string::npos);
+    EXPECT_NE(result.output.find("name the folder with --bundle"), std::string::npos);
+    EXPECT_NE(result.output.find("FAULT settings"), std::string::npos);
+    EXPECT_NE(result.output.find("FAULT network       The settings name no ReachabilityHost."),
+              std::string::npos);
+}
+
+TEST(CommandWithoutService, HelpAndVersionAreResults)
+{
+    const test::TestBundle bundle({});
+    const Command stowline(bundle.folder().path());
+    const auto help = stowline(Words{"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.output.find("signin"), std::string::npos);
+    EXPECT_EQ(stowline(Words{}).status, 2);
+    EXPECT_EQ(stowline(Words{"--version"}).status, 0);
+}
+
+} // namespace
+} // namespace stowline
