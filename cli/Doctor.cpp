@@ -47,7 +47,8 @@ Finding checkBundle()
         return {"bundle", false,
                 folder + "/Info.plist is missing or has no version. Please install again, or name "
                          "the folder with --bundle."};
-    return {"bundle", true, General::productName().value_or("?") + " " + *version + " in " + folder};
+    return {"bundle", true,
+            General::productName().value_or("?") + " " + *version + " in " + folder};
 }
 
 Finding checkSettingsFile()
@@ -143,8 +144,9 @@ Finding checkFolder(const std::string& subject, const std::optional<fs::path>& f
         platform::makePrivateFolder(*folder) && platform::writeFileAtomically(probe, "");
     fs::remove(probe, fault);
     if (!writable)
-        return {subject, false, folder->string() + " cannot be written to. Please check its owner "
-                                                   "and mode."};
+        return {subject, false,
+                folder->string() + " cannot be written to. Please check its owner "
+                                   "and mode."};
     return {subject, true, folder->string()};
 }
 

@@ -82,10 +82,10 @@ void Output::printResult(ExitStatus status,
 {
     if (json_) {
         nlohmann::ordered_json result{{"v", 1},
-                              {"type", "result"},
-                              {"command", command_},
-                              {"status", nameOf(status)},
-                              {"exit", static_cast<int>(status)}};
+                                      {"type", "result"},
+                                      {"command", command_},
+                                      {"status", nameOf(status)},
+                                      {"exit", static_cast<int>(status)}};
         for (const auto& [name, value] : fields)
             result[name] = value;
         fmt::print("{}\n", dumped(result));

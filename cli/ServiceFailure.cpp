@@ -14,11 +14,10 @@ std::optional<ExitStatus> settingsFailure(const std::string& webMethod)
 {
     const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
     if (!name)
-        return output().fail(
-            ExitStatus::settingsInvalid,
-            fmt::format("{} is missing or does not name the settings file "
-                        "(TW_WebServicesSettingsFilename).",
-                        (platform::Bundle::folder() / "Info.plist").string()));
+        return output().fail(ExitStatus::settingsInvalid,
+                             fmt::format("{} is missing or does not name the settings file "
+                                         "(TW_WebServicesSettingsFilename).",
+                                         (platform::Bundle::folder() / "Info.plist").string()));
     const std::string file = (platform::Bundle::resourceFolder() / *name).string();
     if (!WebServicesSettings::settingsDictionary())
         return output().fail(ExitStatus::settingsInvalid,
@@ -39,9 +38,9 @@ ExitStatus callFailure(const std::optional<Error>& error)
         return output().fail(ExitStatus::temporary,
                              "The service did not answer. Please try again later.");
     if (error->code == kFaultErrorCode)
-        return output().fail(ExitStatus::temporary,
-                             "The service could not handle the call (" +
-                                 error->localizedDescription() + "). Please try again later.");
+        return output().fail(ExitStatus::temporary, "The service could not handle the call (" +
+                                                        error->localizedDescription() +
+                                                        "). Please try again later.");
     const auto host = WebServicesSettings::reachabilityHost();
     if (!Reachability::isHostReachable(host))
         return output().fail(ExitStatus::hostUnreachable,

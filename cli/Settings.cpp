@@ -30,11 +30,10 @@ ExitStatus check(std::string file)
     if (file.empty()) {
         const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
         if (!name)
-            return output().fail(
-                ExitStatus::settingsInvalid,
-                (platform::Bundle::folder() / "Info.plist").string() +
-                    " is missing or does not name the settings file "
-                    "(TW_WebServicesSettingsFilename).");
+            return output().fail(ExitStatus::settingsInvalid,
+                                 (platform::Bundle::folder() / "Info.plist").string() +
+                                     " is missing or does not name the settings file "
+                                     "(TW_WebServicesSettingsFilename).");
         file = (platform::Bundle::resourceFolder() / *name).string();
     }
     const auto bytes = platform::readFile(file);
@@ -44,9 +43,9 @@ ExitStatus check(std::string file)
     for (const SettingsFault& fault : faults)
         show(file, fault);
     if (!faults.empty())
-        return output().fail(ExitStatus::settingsInvalid,
-                             fmt::format("{} has {} fault{}.", file, faults.size(),
-                                         faults.size() == 1 ? "" : "s"));
+        return output().fail(
+            ExitStatus::settingsInvalid,
+            fmt::format("{} has {} fault{}.", file, faults.size(), faults.size() == 1 ? "" : "s"));
     output().note(file + " is in order.");
     return output().finish(ExitStatus::done);
 }

@@ -59,8 +59,8 @@ void watchForTermination()
     std::thread([] {
         const int signal = platform::awaitTerminationSignal();
         platform::restoreTerminal();
-        const auto status = signal == SIGINT ? cli::ExitStatus::interrupted
-                                             : cli::ExitStatus::terminated;
+        const auto status =
+            signal == SIGINT ? cli::ExitStatus::interrupted : cli::ExitStatus::terminated;
         cli::output().fail(status, "Interrupted.");
         std::_Exit(static_cast<int>(status));
     }).detach();

@@ -30,11 +30,11 @@ Dictionary authenticate(const AccountServiceContext& context, const Dictionary& 
 
 Dictionary createAccount(const AccountServiceContext& context, const Dictionary& parameters)
 {
-    return {{"CreateAccountResult",
-             context.accounts.open({.userName = text(parameters, "userName"),
-                                    .password = text(parameters, "password"),
-                                    .firstName = text(parameters, "firstName"),
-                                    .email = text(parameters, "emailID")})}};
+    return {
+        {"CreateAccountResult", context.accounts.open({.userName = text(parameters, "userName"),
+                                                       .password = text(parameters, "password"),
+                                                       .firstName = text(parameters, "firstName"),
+                                                       .email = text(parameters, "emailID")})}};
 }
 
 /// Some refusals come with a sentence, some with the code alone, as real services do.
@@ -121,7 +121,10 @@ Service accountService(const AccountServiceContext& context)
              with(authenticate)},
             {"CreateAccount",
              "Opens an account.",
-             {{.name = "firstName"}, {.name = "userName"}, {.name = "password"}, {.name = "emailID"}},
+             {{.name = "firstName"},
+              {.name = "userName"},
+              {.name = "password"},
+              {.name = "emailID"}},
              {{.name = "CreateAccountResult"}},
              with(createAccount)},
             {"CreateTrialAccount",

@@ -12,8 +12,8 @@ namespace stowline::devserver {
 /// What the methods work on.
 struct AccountServiceContext {
     Accounts& accounts;
-    Data encryptionKey;             ///< 32 bytes
-    std::string backupServerName;   ///< host and port that signed-in clients are sent to
+    Data encryptionKey;           ///< 32 bytes
+    std::string backupServerName; ///< host and port that signed-in clients are sent to
 };
 
 /// The service at "/AccountService.asmx". The context must outlive it.

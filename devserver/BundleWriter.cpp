@@ -44,7 +44,8 @@ std::optional<std::string> writeBundle(const fs::path& folder, const std::string
     const auto settingsName = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
     const fs::path source = platform::Bundle::resourceFolder() / settingsName.value_or("");
     const auto bytes = settingsName ? platform::readFile(source) : std::nullopt;
-    const auto shipped = bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
+    const auto shipped =
+        bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const auto origin = platform::originOf(address);
     if (!shipped.value || !origin)
         return "The settings beside this program cannot be read. Please install it again.";

@@ -61,10 +61,9 @@ TEST_F(AccountServiceTest, RefusesWrongPasswordsAndUnknownUsers)
     for (const Dictionary& parameters :
          {Dictionary{{"userName", "ann & bob"}, {"password", "wrong"}},
           Dictionary{{"userName", "nobody"}, {"password", ""}}, Dictionary{}})
-        EXPECT_EQ(call("Authenticate", parameters),
-                  (Dictionary{{"AuthenticateResult", "false"},
-                              {"accountStatus", "Unknown"},
-                              {"greeting", ""}}));
+        EXPECT_EQ(call("Authenticate", parameters), (Dictionary{{"AuthenticateResult", "false"},
+                                                                {"accountStatus", "Unknown"},
+                                                                {"greeting", ""}}));
 }
 
 TEST_F(AccountServiceTest, RefusesAccountsItCannotOpen)
@@ -84,12 +83,11 @@ TEST_F(AccountServiceTest, RefusesAccountsItCannotOpen)
 TEST_F(AccountServiceTest, TrialRefusalsComeWithAndWithoutMessage)
 {
     Dictionary parameters{{"userName", "t"}, {"password", "p"}, {"email", "no"}};
-    EXPECT_EQ(
-        call("CreateTrialAccount", parameters),
-        (Dictionary{{"CreateTrialAccountResult",
-                     Dictionary{{"Code", "InvalidEmailAddress"},
-                                {"Message",
-                                 "Please give an e-mail address like name@example.com."}}}}));
+    EXPECT_EQ(call("CreateTrialAccount", parameters),
+              (Dictionary{{"CreateTrialAccountResult",
+                           Dictionary{{"Code", "InvalidEmailAddress"},
+                                      {"Message",
+                                       "Please give an e-mail address like name@example.com."}}}}));
     parameters.insert_or_assign("email", "a@b");
     const auto code = [&] {
         return valueAtKeyPath(call("CreateTrialAccount", parameters),
@@ -196,9 +194,9 @@ TEST(DevServer, AnnouncesItsPortOnStandardOutputAndInAFile)
 {
     const test::TemporaryFolder folder;
     const auto portFile = folder.path() / "port";
-    test::BackgroundProgram server({{test::builtProgram("stowline-devserver"), "--data",
-                                     (folder.path() / "d").string(), "--port-file",
-                                     portFile.string()}});
+    test::BackgroundProgram server(
+        {{test::builtProgram("stowline-devserver"), "--data", (folder.path() / "d").string(),
+          "--port-file", portFile.string()}});
     const auto line = server.readLine();
     ASSERT_TRUE(line);
     const auto port = platform::readFile(portFile);
@@ -224,8 +222,8 @@ TEST(DevServer, RefusesWrongArgumentsWithASentence)
 {
     const test::TemporaryFolder folder;
     const auto run = [&](std::vector<std::string> words) {
-        words.insert(words.begin(), {test::builtProgram("stowline-devserver"), "--data",
-                                     folder.path().string()});
+        words.insert(words.begin(),
+                     {test::builtProgram("stowline-devserver"), "--data", folder.path().string()});
         return test::runProgram({words});
     };
     EXPECT_EQ(run({"--fault", "A:1:fire"}).status, 2);
@@ -239,9 +237,9 @@ TEST(DevServer, RefusesWrongArgumentsWithASentence)
 TEST(DevServer, AnOrdinarySoapClientCanUseIt)
 {
     const test::DevServerProcess server;
-    const auto result = test::runProgram(
-        {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/soap_client.py",
-          server.address() + "/AccountService.asmx?wsdl"}});
+    const auto result =
+        test::runProgram({{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/soap_client.py",
+                           server.address() + "/AccountService.asmx?wsdl"}});
     EXPECT_EQ(result.status, 0) << result.output << result.errors;
     EXPECT_EQ(result.output, "every method answered as expected\n");
 }

@@ -29,8 +29,8 @@ public:
         : faults_(faults), scheme_(tls ? "https" : "http")
     {
         if (tls)
-            server_ = std::make_unique<httplib::SSLServer>(tls->certificate.c_str(),
-                                                           tls->key.c_str());
+            server_ =
+                std::make_unique<httplib::SSLServer>(tls->certificate.c_str(), tls->key.c_str());
         else
             server_ = std::make_unique<httplib::Server>();
         if (!server_->is_valid())
@@ -111,10 +111,9 @@ private:
                                    return position < size / 2; // then the connection closes
                                });
         case FaultKind::drip:
-            return writeSlowly(answerCall(service, request.body).body, response,
-                               [this](std::size_t, std::size_t) {
-                                   return pause(std::chrono::seconds(1));
-                               });
+            return writeSlowly(
+                answerCall(service, request.body).body, response,
+                [this](std::size_t, std::size_t) { return pause(std::chrono::seconds(1)); });
         case FaultKind::reset:
             platform::resetOnClose(static_cast<std::uint16_t>(request.remote_port));
             response.set_content_provider(1, "text/xml", [](auto, auto, auto&) { return false; });

@@ -10,9 +10,8 @@ std::string sequenceXml(const std::vector<Field>& fields);
 
 std::string fieldXml(const Field& field)
 {
-    const std::string start =
-        fmt::format("<xsd:element minOccurs=\"0\" name=\"{}\"{}", field.name,
-                    field.nillable ? " nillable=\"true\"" : "");
+    const std::string start = fmt::format("<xsd:element minOccurs=\"0\" name=\"{}\"{}", field.name,
+                                          field.nillable ? " nillable=\"true\"" : "");
     if (field.parts.empty())
         return fmt::format("{} type=\"xsd:{}\"/>", start, field.schemaType);
     return fmt::format("{}>{}</xsd:element>", start, sequenceXml(field.parts));
@@ -86,8 +85,9 @@ std::string wsdlFor(const Service& service, const std::string& address)
         fmt::arg("schema", eachMethod(service, schemaXml)),
         fmt::arg("messages", eachMethod(service, messagesXml)),
         fmt::arg("port", eachMethod(service, portXml)),
-        fmt::arg("binding",
-                 eachMethod(service, [&](const auto& method) { return bindingXml(service, method); })),
+        fmt::arg(
+            "binding",
+            eachMethod(service, [&](const auto& method) { return bindingXml(service, method); })),
         fmt::arg("address", address));
 }
 

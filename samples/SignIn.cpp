@@ -20,7 +20,8 @@ int main(int count, char** words)
     std::optional<Error> error;
     const auto result = WebServiceBroker::authenticateForUsername(words[2], password, &error);
     if (!result) {
-        std::cerr << (error ? error->localizedDescription() : "The service did not answer.") << "\n";
+        std::cerr << (error ? error->localizedDescription() : "The service did not answer.")
+                  << "\n";
         return 1;
     }
     const std::string* signedIn = platform::findString(*result, "AuthenticateResult");

@@ -64,9 +64,9 @@ TEST(CallResult, CarriesTheChildrenTwice)
 
 TEST(CallResult, AnAnswerCannotPassForAFaultOrHideTheResponse)
 {
-    const soap::Message message{.element = "R",
-                                .content = Dictionary{{"kWSFaultString", "x"},
-                                                      {"kWSHTTPResponseMessage", "y"}}};
+    const soap::Message message{
+        .element = "R",
+        .content = Dictionary{{"kWSFaultString", "x"}, {"kWSHTTPResponseMessage", "y"}}};
     const auto result = resultFromMessage(message, "raw");
     EXPECT_FALSE(WSMethodResultIsFault(result));
     EXPECT_EQ(*find(result, kWSHTTPResponseMessage), Value(platform::dataFromText("raw")));

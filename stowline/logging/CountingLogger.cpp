@@ -28,7 +28,8 @@ std::vector<CountingLogger::Line> CountingLogger::lines() const
 bool CountingLogger::hasLine(std::string_view text) const
 {
     const auto all = lines();
-    return std::any_of(all.begin(), all.end(), [text](const Line& line) { return line.text == text; });
+    return std::any_of(all.begin(), all.end(),
+                       [text](const Line& line) { return line.text == text; });
 }
 
 } // namespace stowline

@@ -87,9 +87,9 @@ public:
     void remove(std::shared_ptr<DDLogger> logger)
     {
         queue_.async([this, logger = std::move(logger)] {
-            const auto node = std::find_if(nodes_.begin(), nodes_.end(), [&](const auto& candidate) {
-                return candidate.logger == logger;
-            });
+            const auto node =
+                std::find_if(nodes_.begin(), nodes_.end(),
+                             [&](const auto& candidate) { return candidate.logger == logger; });
             if (node == nodes_.end())
                 return;
             tell(*node, [](DDLogger& removed) { removed.willRemoveLogger(); });

@@ -28,8 +28,11 @@ inline constexpr std::int32_t kSystemLogLevel = kLogFlagError | kLogFlagWarning 
 
 /// A class with a log level of its own.
 template <class T>
-concept HasLogLevel = requires(std::int32_t level) {
-    { T::ddLogLevel() } -> std::convertible_to<std::int32_t>;
+concept HasLogLevel = requires(std::int32_t level)
+{
+    {
+        T::ddLogLevel()
+        } -> std::convertible_to<std::int32_t>;
     T::ddSetLogLevel(level);
 };
 

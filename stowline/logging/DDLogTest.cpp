@@ -75,9 +75,8 @@ TEST(DDLogMessage, NotesThreadAndQueueOfTheCaller)
     EXPECT_FALSE(DDLogMessage("", 7, 1, 0, "f.cpp", nullptr, 1).methodName());
 
     platform::SerialQueue queue("worker queue");
-    queue.sync([] {
-        EXPECT_EQ(DDLogMessage("", 7, 1, 0, "f", nullptr, 1).queueLabel, "worker queue");
-    });
+    queue.sync(
+        [] { EXPECT_EQ(DDLogMessage("", 7, 1, 0, "f", nullptr, 1).queueLabel, "worker queue"); });
 }
 
 TEST(DDLog, SynchronousMessagesAreHandledBeforeTheCallReturns)
@@ -395,8 +394,7 @@ TEST(DDLog, FlushesWhenTheApplicationTerminates)
 {
     const auto logger = addedLogger();
     logText("x");
-    platform::NotificationCenter::shared().post(
-        {"NSApplicationWillTerminateNotification", "", {}});
+    platform::NotificationCenter::shared().post({"NSApplicationWillTerminateNotification", "", {}});
     EXPECT_EQ(logger->flushCount(), 1U);
     EXPECT_EQ(logger->count(), 1U);
 }

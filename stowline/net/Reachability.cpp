@@ -22,7 +22,8 @@ Registry& registry()
 void postChange(const std::string& host, platform::HostFlags flags)
 {
     platform::NotificationCenter::shared().post(
-        {kHostReachabilityDidChangeNotification, host,
+        {kHostReachabilityDidChangeNotification,
+         host,
          {{"isReachable", Reachability::isReachableWithFlags(flags)}}});
 }
 

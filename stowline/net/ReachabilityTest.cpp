@@ -94,8 +94,8 @@ TEST(Reachability, NamesThatAreNoHostNamesAreLogged)
     for (const char* name : {"", "two words", "http://host/"}) {
         EXPECT_FALSE(Reachability::isHostReachable(name));
         EXPECT_FALSE(Reachability::addHostForReachabilityObservation(name));
-        EXPECT_TRUE(logger->hasLine("Unable to create reachability object for host " +
-                                    std::string(name)));
+        EXPECT_TRUE(
+            logger->hasLine("Unable to create reachability object for host " + std::string(name)));
     }
     EXPECT_EQ(logger->count(), 6U);
     EXPECT_EQ(logger->lines().at(0).flag, kLogFlagError);

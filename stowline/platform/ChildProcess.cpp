@@ -57,10 +57,7 @@ public:
 
     /// Keeps every descriptor from this number on from the child, also those that other parts of
     /// the host program forgot to mark.
-    void closeFrom(int number)
-    {
-        ::posix_spawn_file_actions_addclosefrom_np(&actions_, number);
-    }
+    void closeFrom(int number) { ::posix_spawn_file_actions_addclosefrom_np(&actions_, number); }
 
     /// @return the child's process id; -1 when it could not be started.
     pid_t start(const std::string& program, const std::vector<std::string>& arguments, bool search)

@@ -12,7 +12,7 @@ namespace stowline::platform {
 
 /// How a child ended.
 struct ChildExit {
-    int status = 0;            ///< exit status, or the number of the signal that ended it
+    int status = 0; ///< exit status, or the number of the signal that ended it
     bool bySignal = false;
     [[nodiscard]] bool isSuccess() const { return !bySignal && status == 0; }
 };

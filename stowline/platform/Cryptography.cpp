@@ -105,13 +105,13 @@ std::optional<std::string> unsealed(const Data& box, const Data& key)
     auto* const out = reinterpret_cast<unsigned char*>(secret.data());
     const Cipher cipher(EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free);
     int length = 0;
-    const bool genuine =
-        EVP_DecryptInit_ex(cipher.get(), EVP_aes_256_gcm(), nullptr, key.data(), copy.data()) == 1 &&
-        EVP_DecryptUpdate(cipher.get(), out, &length, copy.data() + kNonceSize,
-                          static_cast<int>(size)) == 1 &&
-        EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_SET_TAG, kTagSize,
-                            copy.data() + kNonceSize + size) == 1 &&
-        EVP_DecryptFinal_ex(cipher.get(), out + length, &length) == 1;
+    const bool genuine = EVP_DecryptInit_ex(cipher.get(), EVP_aes_256_gcm(), nullptr, key.data(),
+                                            copy.data()) == 1 &&
+                         EVP_DecryptUpdate(cipher.get(), out, &length, copy.data() + kNonceSize,
+                                           static_cast<int>(size)) == 1 &&
+                         EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_SET_TAG, kTagSize,
+                                             copy.data() + kNonceSize + size) == 1 &&
+                         EVP_DecryptFinal_ex(cipher.get(), out + length, &length) == 1;
     return genuine ? std::optional(secret) : std::nullopt;
 }
 

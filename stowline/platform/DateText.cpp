@@ -23,11 +23,11 @@ std::string civilText(Date moment, char separator, const char* ending)
 {
     const CivilTime civil = civilTime(moment);
     std::array<char, 64> text{};
-    const int length = std::snprintf(
-        text.data(), text.size(), "%04d-%02u-%02u%c%02d:%02d:%02d%s", int(civil.day.year()),
-        unsigned(civil.day.month()), unsigned(civil.day.day()), separator,
-        int(civil.time.hours().count()), int(civil.time.minutes().count()),
-        int(civil.time.seconds().count()), ending);
+    const int length =
+        std::snprintf(text.data(), text.size(), "%04d-%02u-%02u%c%02d:%02d:%02d%s",
+                      int(civil.day.year()), unsigned(civil.day.month()), unsigned(civil.day.day()),
+                      separator, int(civil.time.hours().count()), int(civil.time.minutes().count()),
+                      int(civil.time.seconds().count()), ending);
     return {text.data(), static_cast<std::size_t>(length)};
 }
 

@@ -22,7 +22,7 @@ struct Specifier {
     std::size_t width = 0;
     std::optional<int> precision;
     bool is64Bit = false;
-    char conversion = 0; ///< 0 when the text is no specifier that is known
+    char conversion = 0;    ///< 0 when the text is no specifier that is known
     std::size_t length = 1; ///< characters from the "%" on
 };
 
@@ -48,7 +48,8 @@ Specifier readSpecifier(std::string_view text)
     }
     for (; at < text.size() && (text[at] == 'l' || text[at] == 'q'); ++at)
         specifier.is64Bit = true;
-    if (at < text.size() && std::string_view("@sdiuxXcf%").find(text[at]) != std::string_view::npos) {
+    if (at < text.size() &&
+        std::string_view("@sdiuxXcf%").find(text[at]) != std::string_view::npos) {
         specifier.conversion = text[at];
         specifier.length = at + 1;
     }
@@ -58,8 +59,7 @@ Specifier readSpecifier(std::string_view text)
 std::string hexadecimal(std::uint64_t number, bool upperCase)
 {
     std::array<char, 17> digits{};
-    const auto end =
-        std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), number, 16).ptr;
     std::string text(digits.data(), end);
     if (upperCase)
         std::transform(text.begin(), text.end(), text.begin(),
@@ -111,7 +111,8 @@ void appendPadded(std::string& result, const Specifier& specifier, const std::st
         result.append(text).append(padding, ' ');
         return;
     }
-    const bool isNumber = std::string_view("diuxXf").find(specifier.conversion) != std::string_view::npos;
+    const bool isNumber =
+        std::string_view("diuxXf").find(specifier.conversion) != std::string_view::npos;
     if (!specifier.zeroPadded || !isNumber) {
         result.append(padding, ' ').append(text);
         return;

@@ -36,8 +36,7 @@ bool sameAddress(const sockaddr_storage& left, const sockaddr& right)
 HostFlags flagsOfAddress(const addrinfo& address)
 {
     const FileDescriptor socket(::socket(address.ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    if (!socket.isOpen() ||
-        ::connect(socket.number(), address.ai_addr, address.ai_addrlen) != 0)
+    if (!socket.isOpen() || ::connect(socket.number(), address.ai_addr, address.ai_addrlen) != 0)
         return 0;
     sockaddr_storage own{};
     socklen_t length = sizeof own;
@@ -77,7 +76,8 @@ std::optional<HostFlags> hostFlags(const std::string& name)
     HostFlags flags = 0;
     for (const addrinfo* address = list; address && flags == 0; address = address->ai_next)
         flags = flagsOfAddress(*address);
-    const bool behindPortal = captivePortal && (flags & kHostReachable) && !(flags & kHostIsLocalAddress);
+    const bool behindPortal =
+        captivePortal && (flags & kHostReachable) && !(flags & kHostIsLocalAddress);
     return behindPortal ? flags | kHostInterventionRequired : flags;
 }
 

@@ -91,8 +91,7 @@ void setTrustRoots(CURL* handle)
 
 class HttpExchange::Transfer {
 public:
-    Transfer(HttpRequest request, HttpLimits limits)
-        : request_(std::move(request)), limits_(limits)
+    Transfer(HttpRequest request, HttpLimits limits) : request_(std::move(request)), limits_(limits)
     {
         prepareLibrary();
         multi_.reset(curl_multi_init());
@@ -218,9 +217,9 @@ private:
 
     bool hasHeader(std::string_view wanted) const
     {
-        return std::any_of(request_.headers.begin(), request_.headers.end(), [&](const auto& header) {
-            return equalsIgnoringAsciiCase(header.first, wanted);
-        });
+        return std::any_of(
+            request_.headers.begin(), request_.headers.end(),
+            [&](const auto& header) { return equalsIgnoringAsciiCase(header.first, wanted); });
     }
 
     static std::size_t onHeader(char* bytes, std::size_t, std::size_t length, void* self)
@@ -276,7 +275,8 @@ private:
             return;
         }
         if (result != CURLE_OK) {
-            const std::string detail = errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
+            const std::string detail =
+                errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
             fail("The call to " + origin_.host + " failed: " + detail + ".");
             return;
         }

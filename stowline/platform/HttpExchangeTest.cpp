@@ -27,12 +27,10 @@ std::string redirect(int status, const std::string& location)
 TEST(HttpExchange, SendsExactlyTheGivenHeadersInOrder)
 {
     const RawServer server(test::httpAnswer("ok"));
-    const auto outcome = perform({.url = server.url("/x"),
-                                  .headers = {{"User-Agent", "Mac/1"},
-                                              {"Content-Type", "text/xml"},
-                                              {"Z", "1"},
-                                              {"A", "2"}},
-                                  .body = "hello"});
+    const auto outcome = perform(
+        {.url = server.url("/x"),
+         .headers = {{"User-Agent", "Mac/1"}, {"Content-Type", "text/xml"}, {"Z", "1"}, {"A", "2"}},
+         .body = "hello"});
     ASSERT_TRUE(outcome.response) << outcome.failure;
     const auto requests = server.requests();
     ASSERT_EQ(requests.size(), 1U);
@@ -79,9 +77,8 @@ TEST(HttpExchange, EndsAsSoonAsTheAnswerIsThere)
 
 TEST(HttpExchange, DoesNotEndWhileTheServerIsSilent)
 {
-    const RawServer server([](const std::string&, const RawConnection& connection) {
-        connection.holdUntilClosed();
-    });
+    const RawServer server(
+        [](const std::string&, const RawConnection& connection) { connection.holdUntilClosed(); });
     HttpExchange exchange({.url = server.url()}, {});
     EXPECT_FALSE(exchange.wait(200ms));
 }
@@ -89,11 +86,12 @@ TEST(HttpExchange, DoesNotEndWhileTheServerIsSilent)
 TEST(HttpExchange, FollowsRedirectsWithGetOrTheSameBody)
 {
     for (const int status : {301, 302, 303, 307, 308}) {
-        const RawServer server([status](const std::string& request, const RawConnection& connection) {
-            connection.send(request.find(" /first ") != std::string::npos
-                                ? redirect(status, "/second")
-                                : test::httpAnswer("ok"));
-        });
+        const RawServer server(
+            [status](const std::string& request, const RawConnection& connection) {
+                connection.send(request.find(" /first ") != std::string::npos
+                                    ? redirect(status, "/second")
+                                    : test::httpAnswer("ok"));
+            });
         const auto outcome = perform({.url = server.url("/first"),
                                       .headers = {{"Content-Type", "text/xml"}, {"X", "1"}},
                                       .body = "hello"});
@@ -165,9 +163,8 @@ TEST(HttpExchange, CutAndResetConnectionsAreFailures)
 {
     const RawServer cut("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc");
     EXPECT_FALSE(perform({.url = cut.url()}).response);
-    const RawServer torn([](const std::string&, const RawConnection& connection) {
-        connection.reset();
-    });
+    const RawServer torn(
+        [](const std::string&, const RawConnection& connection) { connection.reset(); });
     EXPECT_FALSE(perform({.url = torn.url()}).response);
 }
 

@@ -71,7 +71,8 @@ std::optional<std::string> keptUuid(const fs::path& file)
     if (const auto kept = readFile(file); kept && withoutTrailingBlanks(*kept).size() == 36)
         return withoutTrailingBlanks(*kept);
     const auto fresh = randomUuid();
-    if (!fresh || !makePrivateFolder(file.parent_path()) || !writeFileAtomically(file, *fresh + "\n"))
+    if (!fresh || !makePrivateFolder(file.parent_path()) ||
+        !writeFileAtomically(file, *fresh + "\n"))
         return std::nullopt;
     return fresh;
 }
@@ -125,7 +126,7 @@ std::optional<std::string> localHostName()
         return std::nullopt;
     const std::string label = name->substr(0, name->find('.'));
     return label.empty() || label == "localhost" || label == "(none)" ? std::nullopt
-                                                                       : std::optional(label);
+                                                                      : std::optional(label);
 }
 
 IdentitySources IdentitySources::ofThisMachine()

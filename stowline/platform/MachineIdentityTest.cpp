@@ -50,8 +50,9 @@ TEST(HardwareUuid, PassesOverFilesWithoutAnId)
     const test::TemporaryFolder folder;
     const auto good = folder.write("good", kMachineId);
     for (const char* content : {"", "uninitialized\n", "00000000000000000000000000000000\n"})
-        EXPECT_EQ(hardwareUuid({{folder.path() / "missing", folder.write("bad", content), good}, {}}),
-                  hardwareUuid({{good}, {}}));
+        EXPECT_EQ(
+            hardwareUuid({{folder.path() / "missing", folder.write("bad", content), good}, {}}),
+            hardwareUuid({{good}, {}}));
 }
 
 TEST(HardwareUuid, KeepsOneOfItsOwnWhereTheMachineHasNone)

@@ -11,8 +11,8 @@ NotificationCenter& NotificationCenter::shared()
 NotificationCenter::Token NotificationCenter::addObserver(std::string name, Observer observer)
 {
     const std::lock_guard lock(mutex_);
-    entries_.push_back({++lastToken_, std::move(name),
-                        std::make_shared<const Observer>(std::move(observer))});
+    entries_.push_back(
+        {++lastToken_, std::move(name), std::make_shared<const Observer>(std::move(observer))});
     return lastToken_;
 }
 

@@ -100,8 +100,7 @@ TEST(PropertyList, AcceptsABareDoctypeOnly)
     const std::string list = "<plist version=\"1.0\"><string>x</string></plist>";
     EXPECT_EQ(readPropertyList("<!DOCTYPE plist SYSTEM \"file:///etc/passwd\">" + list).value,
               Value("x"));
-    EXPECT_FALSE(
-        readPropertyList("<!DOCTYPE plist [<!ENTITY a \"b\">]>" + list).value.has_value());
+    EXPECT_FALSE(readPropertyList("<!DOCTYPE plist [<!ENTITY a \"b\">]>" + list).value.has_value());
 }
 
 TEST(PropertyList, NotesLinesAndRepeatedKeys)
@@ -219,8 +218,9 @@ TEST(BinaryPropertyList, UnknownKindsAndStrayReferencesAreRefused)
 {
     EXPECT_FALSE(readPropertyList(binaryList({"\x70"})).value);
     EXPECT_FALSE(readPropertyList(binaryList({"\xa1" + reference(9)})).value);
-    EXPECT_FALSE(readPropertyList(binaryList({std::string("\x5f\x13\xff\xff\xff\xff\xff\xff\xff\xff")}))
-                     .value);
+    EXPECT_FALSE(
+        readPropertyList(binaryList({std::string("\x5f\x13\xff\xff\xff\xff\xff\xff\xff\xff")}))
+            .value);
     EXPECT_FALSE(readPropertyList(binaryList({"\x51z"}, 5)).value);
 }
 

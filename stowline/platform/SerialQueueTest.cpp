@@ -221,9 +221,9 @@ TEST(Semaphore, StartsAnewInTheChildOfAFork)
     Semaphore semaphore(1);
     semaphore.wait();
     EXPECT_EQ(inChild([&] {
-        semaphore.wait();
-        return true;
-    }),
+                  semaphore.wait();
+                  return true;
+              }),
               0);
 }
 
@@ -232,7 +232,8 @@ TEST(Timer, FiresOnItsQueueWhenTheTimeHasCome)
     ManualTimerClock clock;
     SerialQueue queue("q");
     std::vector<std::string> labels;
-    Timer timer(queue, [&] { labels.emplace_back(SerialQueue::currentLabel()); }, clock);
+    Timer timer(
+        queue, [&] { labels.emplace_back(SerialQueue::currentLabel()); }, clock);
     timer.start(100ms);
     clock.advance(99ms);
     queue.sync([] {});
@@ -250,7 +251,8 @@ TEST(Timer, RepeatsAtItsInterval)
     ManualTimerClock clock;
     SerialQueue queue("q");
     int fired = 0;
-    Timer timer(queue, [&] { ++fired; }, clock);
+    Timer timer(
+        queue, [&] { ++fired; }, clock);
     timer.start(10ms, 5ms);
     clock.advance(25ms);
     queue.sync([&] { EXPECT_EQ(fired, 4); });
@@ -264,7 +266,8 @@ TEST(Timer, ASuspendedTimerFiresOnceWhenResumed)
     ManualTimerClock clock;
     SerialQueue queue("q");
     int fired = 0;
-    Timer timer(queue, [&] { ++fired; }, clock);
+    Timer timer(
+        queue, [&] { ++fired; }, clock);
     timer.start(1ms, 1ms);
     timer.suspend();
     clock.advance(10ms);
@@ -278,7 +281,8 @@ TEST(Timer, NeverFiresAfterCancel)
     ManualTimerClock clock;
     SerialQueue queue("q");
     int fired = 0;
-    Timer timer(queue, [&] { ++fired; }, clock);
+    Timer timer(
+        queue, [&] { ++fired; }, clock);
     timer.start(1ms);
     timer.cancel();
     clock.advance(10ms);

@@ -148,7 +148,8 @@ std::string replacingOccurrences(std::string_view text, std::string_view what,
     std::string result;
     std::size_t copied = 0;
     if (!what.empty()) {
-        for (auto at = text.find(what); at != std::string_view::npos; at = text.find(what, copied)) {
+        for (auto at = text.find(what); at != std::string_view::npos;
+             at = text.find(what, copied)) {
             result.append(text, copied, at - copied).append(with);
             copied = at + what.size();
         }

@@ -22,8 +22,7 @@ TEST(Utf8, AcceptsWhatIsValidAndNothingElse)
 TEST(Xml, NamesTheCharacterItCannotCarry)
 {
     EXPECT_FALSE(characterXmlCannotCarry("tab\tline\nreturn\ré"));
-    EXPECT_EQ(characterXmlCannotCarry(std::string_view("a\0b", 3)),
-              "the control character U+0000");
+    EXPECT_EQ(characterXmlCannotCarry(std::string_view("a\0b", 3)), "the control character U+0000");
     EXPECT_EQ(characterXmlCannotCarry("\x1b[31m"), "the control character U+001B");
     EXPECT_EQ(characterXmlCannotCarry("\xff"), "bytes that are not UTF-8");
     EXPECT_TRUE(characterXmlCannotCarry("\xef\xbf\xbf"));

@@ -39,9 +39,8 @@ public:
     void callOff(Ticket ticket) override
     {
         const std::lock_guard lock(state_->mutex);
-        std::erase_if(state_->due, [ticket](const auto& entry) {
-            return entry.first.second == ticket;
-        });
+        std::erase_if(state_->due,
+                      [ticket](const auto& entry) { return entry.first.second == ticket; });
     }
 
 private:
@@ -182,10 +181,11 @@ private:
     {
         if (cancelled_)
             return;
-        ticket_ = clock_.callAt(moment, [core = weak_from_this(), generation = generation_, moment] {
-            if (const auto alive = core.lock())
-                alive->comeDue(generation, moment);
-        });
+        ticket_ =
+            clock_.callAt(moment, [core = weak_from_this(), generation = generation_, moment] {
+                if (const auto alive = core.lock())
+                    alive->comeDue(generation, moment);
+            });
     }
 
     void comeDue(std::uint64_t generation, TimerClock::Moment moment)

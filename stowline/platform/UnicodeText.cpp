@@ -2,8 +2,8 @@
 
 #include "stowline/platform/Text.h"
 
-#include <unicode/uchar.h>
 #include <unicode/locid.h>
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
 namespace stowline::platform {

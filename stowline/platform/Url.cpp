@@ -21,7 +21,8 @@ bool mayStand(std::string_view text, std::size_t at)
     const char c = text[at];
     if (c == '%')
         return at + 2 < text.size() && isHexadecimal(text[at + 1]) && isHexadecimal(text[at + 2]);
-    return c > ' ' && c < '\x7f' && std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos;
+    return c > ' ' && c < '\x7f' &&
+           std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos;
 }
 
 std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0)

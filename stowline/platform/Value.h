@@ -42,13 +42,11 @@ public:
     Value(Data bytes) : content_(std::move(bytes)) {}
     Value(bool truth) : content_(truth) {}
     template <std::signed_integral T>
-        requires(!std::same_as<T, bool>)
-    Value(T number) : content_(static_cast<std::int64_t>(number))
+    requires(!std::same_as<T, bool>) Value(T number) : content_(static_cast<std::int64_t>(number))
     {
     }
     template <std::unsigned_integral T>
-        requires(!std::same_as<T, bool>)
-    Value(T number) : content_(static_cast<std::uint64_t>(number))
+    requires(!std::same_as<T, bool>) Value(T number) : content_(static_cast<std::uint64_t>(number))
     {
     }
     Value(double number) : content_(number) {}
@@ -61,7 +59,10 @@ public:
     [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&content_); }
     [[nodiscard]] const Data* data() const { return std::get_if<Data>(&content_); }
     [[nodiscard]] const Array* array() const { return std::get_if<Array>(&content_); }
-    [[nodiscard]] const Dictionary* dictionary() const { return std::get_if<Dictionary>(&content_); }
+    [[nodiscard]] const Dictionary* dictionary() const
+    {
+        return std::get_if<Dictionary>(&content_);
+    }
     [[nodiscard]] Array* array() { return std::get_if<Array>(&content_); }
     [[nodiscard]] Dictionary* dictionary() { return std::get_if<Dictionary>(&content_); }
     [[nodiscard]] const bool* boolean() const { return std::get_if<bool>(&content_); }

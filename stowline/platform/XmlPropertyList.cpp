@@ -133,7 +133,8 @@ public:
             return "The key \"" + *frame.key + "\" has no value";
         auto value = finished(frame);
         if (!value)
-            return "\"" + std::string(trimmed(text_)) + "\" is no value for <" + frame.element + ">";
+            return "\"" + std::string(trimmed(text_)) + "\" is no value for <" + frame.element +
+                   ">";
         return store(std::move(*value), frame);
     }
 

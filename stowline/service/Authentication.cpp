@@ -76,10 +76,12 @@ bool WebServiceBroker::creatAccountWithFirstname(std::string_view firstname,
     return result && result->string() && platform::equalsIgnoringCase(*result->string(), "Success");
 }
 
-bool WebServiceBroker::createTrialWithFirstname(
-    std::string_view firstname, std::string_view username, std::string_view password,
-    std::string_view email, std::string_view customerTypeCode, bool isSealGuard,
-    std::string_view secretQuestion, std::string_view answer, ErrorSlot error)
+bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
+                                                std::string_view username,
+                                                std::string_view password, std::string_view email,
+                                                std::string_view customerTypeCode, bool isSealGuard,
+                                                std::string_view secretQuestion,
+                                                std::string_view answer, ErrorSlot error)
 {
     const SubstitutionMap params{
         {"<<FIRSTNAME>>", firstname},

@@ -42,15 +42,15 @@ bool createTrial(ErrorSlot error, bool isSealGuard = false)
 }
 
 const std::vector<std::string> kTrialPlaceholders{
-    "FIRSTNAME", "USERNAME",       "PASSWORD", "EMAIL",      "CUSTOMERTYPECODE",
+    "FIRSTNAME",   "USERNAME",       "PASSWORD", "EMAIL",      "CUSTOMERTYPECODE",
     "ISSEALGUARD", "SECRETQUESTION", "ANSWER",   "REFERALCODE"};
 
 TEST(Authenticate, AddsTheStatusAndLogsTheExpectedValues)
 {
     const RawServer server(answer("<AuthenticateResult>true</AuthenticateResult>"
                                   "<accountStatus>Active</accountStatus>"));
-    const test::TestBundle bundle(test::settingsWith(
-        "Authenticate", entryFor(server.url(), {"USERNAME", "PASSWORD"})));
+    const test::TestBundle bundle(
+        test::settingsWith("Authenticate", entryFor(server.url(), {"USERNAME", "PASSWORD"})));
     const auto logger = std::make_shared<CountingLogger>();
     DDLog::addLogger(logger);
     std::optional<Error> error;

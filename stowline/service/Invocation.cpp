@@ -47,8 +47,7 @@ void store(ErrorSlot slot, const Error& error)
 
 Error failedBeforeSending(const std::string& message)
 {
-    Error error =
-        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message);
+    Error error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message);
     STOWLINE_LOG_ERROR("%@ call failed: %@", kInvocationName, error);
     return error;
 }
@@ -71,8 +70,7 @@ WebServiceCallRequest requestFor(std::string_view name, const Dictionary& method
 {
     const std::string* urlFormat = findString(methodInfo, methodKey::url);
     const std::string url = platform::formatWithArguments(
-        urlFormat ? *urlFormat : "",
-        std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
+        urlFormat ? *urlFormat : "", std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
     return {.url = platform::percentEscaped(url),
             .methodInfo = methodInfo,
             .methodName = std::string(name),
@@ -96,10 +94,8 @@ std::optional<std::string> outputOfTool(const WebServiceCallRequest& request)
     if (!encoded)
         return std::nullopt;
     const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
-    const auto answer = platform::runChild({.program = tool,
-                                            .input = *encoded,
-                                            .releaseBytes = releaseBytes,
-                                            .limit = kToolLimit});
+    const auto answer = platform::runChild(
+        {.program = tool, .input = *encoded, .releaseBytes = releaseBytes, .limit = kToolLimit});
     if (!answer) {
         STOWLINE_LOG_ERROR("\nWebServiceBroker: %@ cannot be started. Please install the program "
                            "again.",
@@ -125,8 +121,9 @@ std::optional<Dictionary> resultFromOutput(const std::string& output)
 /// A result as the log may show it.
 std::string loggable(std::string_view method, const Dictionary& result)
 {
-    const bool secret = std::find(kMethodsWithSecretAnswers.begin(), kMethodsWithSecretAnswers.end(),
-                                  method) != kMethodsWithSecretAnswers.end();
+    const bool secret =
+        std::find(kMethodsWithSecretAnswers.begin(), kMethodsWithSecretAnswers.end(), method) !=
+        kMethodsWithSecretAnswers.end();
     return secret ? "(not shown)" : Value(result).text();
 }
 
@@ -153,9 +150,10 @@ std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
     }
     const auto methodInfo = WebServicesSettings::webMethodInfo(name);
     if (!methodInfo) {
-        STOWLINE_LOG_ERROR("\nWebServiceBroker: the settings have no web service \"%@\". Please add "
-                           "it to \"WebServices\".",
-                           name);
+        STOWLINE_LOG_ERROR(
+            "\nWebServiceBroker: the settings have no web service \"%@\". Please add "
+            "it to \"WebServices\".",
+            name);
         return std::nullopt;
     }
     auto unsendable = unsendableValue(paramSubstitutions);
@@ -166,8 +164,8 @@ std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
         return std::nullopt;
     }
 
-    const auto output = outputOfTool(requestFor(name, *methodInfo, headerSubstitutions,
-                                                paramSubstitutions, urlSubstitutions));
+    const auto output = outputOfTool(
+        requestFor(name, *methodInfo, headerSubstitutions, paramSubstitutions, urlSubstitutions));
     const auto received = output ? resultFromOutput(*output) : std::nullopt;
     if (!received)
         return std::nullopt;

@@ -60,9 +60,8 @@ public:
 
 Dictionary method(const std::string& url, const char* resultKeyPath = nullptr)
 {
-    Dictionary entry{{"URL", url},
-                     {"namespace", "urn:t"},
-                     {"soapParams", Array{test::named("p", "<<P>>")}}};
+    Dictionary entry{
+        {"URL", url}, {"namespace", "urn:t"}, {"soapParams", Array{test::named("p", "<<P>>")}}};
     if (resultKeyPath)
         entry.emplace("resultKeyPath", resultKeyPath);
     return entry;
@@ -124,8 +123,7 @@ TEST(Invocation, APathThatLeadsNowhereIsAbsentWithoutError)
 TEST(Invocation, FillsAndEscapesTheUrl)
 {
     const RawServer server(answerWith(""));
-    const test::TestBundle bundle(test::settingsWith(
-        "M", method("http://%@/a b/%@?x=100%%")));
+    const test::TestBundle bundle(test::settingsWith("M", method("http://%@/a b/%@?x=100%%")));
     const std::string host = "127.0.0.1:" + std::to_string(server.port());
     EXPECT_TRUE(
         WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}, nullptr, "", {host, "node 7"}));
@@ -236,8 +234,8 @@ TEST(Invocation, ValuesThatCannotBeSentAreNamedButNotShown)
     EXPECT_FALSE(witness.loggedLineWith("secret"));
     EXPECT_FALSE(std::filesystem::exists(trace));
     error.reset();
-    EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName(
-        "M", SubstitutionMap{{"<<H>>", "\xff"}}, {}, &error));
+    EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", SubstitutionMap{{"<<H>>", "\xff"}},
+                                                            {}, &error));
     EXPECT_NE(error->localizedDescription().find("bytes that are not UTF-8"), std::string::npos);
 }
 
@@ -339,8 +337,8 @@ TEST(Invocation, SixtyFourThreadsNeverMixAnswers)
 {
     const RawServer echo([](const std::string& request, const RawConnection& connection) {
         const auto begin = request.find("<p>") + 3;
-        connection.send(answerWith(
-            "<echo>" + request.substr(begin, request.find("</p>") - begin) + "</echo>"));
+        connection.send(
+            answerWith("<echo>" + request.substr(begin, request.find("</p>") - begin) + "</echo>"));
     });
     const test::TestBundle bundle(test::settingsWith("M", method(echo.url(), "echo")));
     std::vector<std::thread> threads;
@@ -364,8 +362,7 @@ TEST(Invocation, SixtyFourThreadsNeverMixAnswers)
 TEST(Invocation, AnswersOfDecryptionStayOutOfTheLog)
 {
     const RawServer server(answerWith("<r>plain secret</r>"));
-    const test::TestBundle bundle(
-        test::settingsWith("DecryptString", method(server.url(), "r")));
+    const test::TestBundle bundle(test::settingsWith("DecryptString", method(server.url(), "r")));
     const Witness witness;
     EXPECT_EQ(WebServiceBroker::decryptString("x"), Value("plain secret"));
     EXPECT_FALSE(witness.loggedLineWith("plain secret"));

@@ -31,9 +31,12 @@ constexpr std::array kWebMethodKeys{
     KeyRule{methodKey::resultKeyPath, Kind::string, false},
 };
 constexpr std::array kWebRequestKeys{
-    KeyRule{"URL", Kind::string, true},           KeyRule{"httpMethod", Kind::string, false},
-    KeyRule{"httpVersion", Kind::string, false},  KeyRule{"requestHeaders", Kind::list, false},
-    KeyRule{"requestTimeout", Kind::number, false}, KeyRule{"responseHeaderNames", Kind::list, false},
+    KeyRule{"URL", Kind::string, true},
+    KeyRule{"httpMethod", Kind::string, false},
+    KeyRule{"httpVersion", Kind::string, false},
+    KeyRule{"requestHeaders", Kind::list, false},
+    KeyRule{"requestTimeout", Kind::number, false},
+    KeyRule{"responseHeaderNames", Kind::list, false},
 };
 constexpr std::array kTemplateKeys{
     KeyRule{"URL", Kind::string, true},
@@ -148,8 +151,8 @@ private:
         if (!value)
             add("", "The table " + quoted(name) + " is missing; add a dictionary of that name.");
         else if (!value->dictionary())
-            add(std::string(name), "This must be a dictionary, not a " +
-                                       std::string(value->kindName()) + ".");
+            add(std::string(name),
+                "This must be a dictionary, not a " + std::string(value->kindName()) + ".");
         return value ? value->dictionary() : nullptr;
     }
 
@@ -228,8 +231,9 @@ private:
             const bool known = std::any_of(rules.begin(), rules.end(),
                                            [&key](const KeyRule& rule) { return rule.key == key; });
             if (!known)
-                add(joined(path, key), "The key " + quoted(key) + " is not known here; is it "
-                                                                  "misspelt?");
+                add(joined(path, key), "The key " + quoted(key) +
+                                           " is not known here; is it "
+                                           "misspelt?");
         }
         return entry;
     }

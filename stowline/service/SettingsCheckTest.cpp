@@ -83,8 +83,8 @@ TEST(SettingsCheck, TellsTheWrongNumberOfPlacesInAUrl)
 
 TEST(SettingsCheck, TellsValuesOfTheWrongTypeWithTheirLine)
 {
-    const std::string text = changed("<string>http://stowline.example/account</string>",
-                                     "<integer>5</integer>");
+    const std::string text =
+        changed("<string>http://stowline.example/account</string>", "<integer>5</integer>");
     const auto faults = checkSettings(text);
     ASSERT_EQ(faults.size(), 1U);
     EXPECT_EQ(faults[0].path, "WebServices.Authenticate.namespace");
@@ -126,10 +126,10 @@ TEST(SettingsCheck, TellsResultPathsThatAreMissingOrInTheWay)
                                                        "<key>httpHeaders</key>"))
                   .find("This method needs the whole answer; remove \"resultKeyPath\"."),
               std::string::npos);
-    EXPECT_NE(report(changed("<key>resultKeyPath</key>\n\t\t\t<string>CreateAccountResult</string>",
-                             ""))
-                  .find("The key \"resultKeyPath\" is missing"),
-              std::string::npos);
+    EXPECT_NE(
+        report(changed("<key>resultKeyPath</key>\n\t\t\t<string>CreateAccountResult</string>", ""))
+            .find("The key \"resultKeyPath\" is missing"),
+        std::string::npos);
 }
 
 TEST(SettingsCheck, ChecksTheOtherTablesToo)

@@ -46,17 +46,16 @@ public:
                                                         std::string_view password,
                                                         std::string_view emailID, ErrorSlot error);
 
-    /// Opens an account of a customer type, with the referral code of the branded build (information
-    /// dictionary, "TW_ReferalCode"): web method "CreateTrialAccount". Not safe to repeat.
+    /// Opens an account of a customer type, with the referral code of the branded build
+    /// (information dictionary, "TW_ReferalCode"): web method "CreateTrialAccount". Not safe to
+    /// repeat.
     /// @param error when the service refuses: code 250 with the service's message, else the words
     ///        of its result code
     /// @return true exactly when the answer's "Code" is "success" in any mix of cases.
-    [[nodiscard]] static bool
-    createTrialWithFirstname(std::string_view firstname, std::string_view username,
-                             std::string_view password, std::string_view email,
-                             std::string_view customerTypeCode, bool isSealGuard,
-                             std::string_view secretQuestion, std::string_view answer,
-                             ErrorSlot error);
+    [[nodiscard]] static bool createTrialWithFirstname(
+        std::string_view firstname, std::string_view username, std::string_view password,
+        std::string_view email, std::string_view customerTypeCode, bool isSealGuard,
+        std::string_view secretQuestion, std::string_view answer, ErrorSlot error);
 
     /// Has the service encrypt or decrypt a short text: web methods "EncryptString" and
     /// "DecryptString". The client holds no key. Safe to repeat.
@@ -89,11 +88,9 @@ public:
                              std::initializer_list<platform::FormatArgument> urlSubstitutions);
 
     /// The same for methods whose "URL" has nothing to fill; logs the kind and size of the answer.
-    [[nodiscard]] static std::optional<Value>
-    invokeSOAPMethodWithName(std::string_view name,
-                             const std::optional<SubstitutionMap>& soapHeaderSubstitutions,
-                             const std::optional<SubstitutionMap>& soapParamSubstitutions,
-                             ErrorSlot error = nullptr);
+    [[nodiscard]] static std::optional<Value> invokeSOAPMethodWithName(
+        std::string_view name, const std::optional<SubstitutionMap>& soapHeaderSubstitutions,
+        const std::optional<SubstitutionMap>& soapParamSubstitutions, ErrorSlot error = nullptr);
 
     /// A copy of a result in which the HTTP response is a message again instead of bytes: a
     /// dictionary with "statusLine", "statusCode", "headers" and "body".

@@ -13,7 +13,8 @@ std::optional<Dictionary> loadSettings()
     const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
     const auto bytes =
         name ? platform::readFile(platform::Bundle::resourceFolder() / *name) : std::nullopt;
-    const auto reading = bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
+    const auto reading =
+        bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const Dictionary* root = reading.value ? reading.value->dictionary() : nullptr;
     return root ? std::optional(*root) : std::nullopt;
 }

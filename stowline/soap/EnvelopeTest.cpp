@@ -34,8 +34,7 @@ TEST(ParameterElement, FilledPlaceholderIsEscapedOnce)
 
 TEST(ParameterElement, AValueCanNeverMakeAnElementNil)
 {
-    EXPECT_EQ(parameterElement("p", "<<A>>", {{"<<A>>", "<<x>>"}}),
-              "<p>&lt;&lt;x&gt;&gt;</p>");
+    EXPECT_EQ(parameterElement("p", "<<A>>", {{"<<A>>", "<<x>>"}}), "<p>&lt;&lt;x&gt;&gt;</p>");
 }
 
 TEST(ParameterElement, AValueCanNeverBeTakenForTheElementName)

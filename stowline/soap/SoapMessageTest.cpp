@@ -109,9 +109,9 @@ TEST(SoapMessage, RepeatedSiblingsBecomeAnArrayInDocumentOrder)
 TEST(SoapMessage, ReadsEntitiesCharacterDataAndEncodings)
 {
     EXPECT_EQ(read(enveloped("<R>a&amp;&#233;<![CDATA[<&>]]></R>")).content, Value("a&é<&>"));
-    EXPECT_EQ(read("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + enveloped("<R>\xe9</R>"))
-                  .content,
-              Value("é"));
+    EXPECT_EQ(
+        read("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>" + enveloped("<R>\xe9</R>")).content,
+        Value("é"));
 }
 
 TEST(SoapMessage, AnEmptyAnswerIsAnEmptyDictionary)
@@ -152,9 +152,9 @@ TEST(SoapMessage, NestingIsBoundedAt256)
 
 TEST(SoapMessage, EntitiesCannotBeDeclared)
 {
-    EXPECT_NE(failureOf("<!DOCTYPE x [<!ENTITY a \"b\">]>" + enveloped("<R>&a;</R>"))
-                  .find("DOCTYPE"),
-              std::string::npos);
+    EXPECT_NE(
+        failureOf("<!DOCTYPE x [<!ENTITY a \"b\">]>" + enveloped("<R>&a;</R>")).find("DOCTYPE"),
+        std::string::npos);
 }
 
 } // namespace

@@ -62,8 +62,9 @@ std::vector<std::pair<std::string, std::string>> parametersOf(const Dictionary& 
     const auto templates = column(methodInfo, methodKey::soapParameters, methodKey::templateText);
     for (std::size_t i = 0; names && i < names->size(); ++i) {
         const auto& name = (*names)[i];
-        const auto known = std::find_if(parameters.begin(), parameters.end(),
-                                        [&](const auto& parameter) { return parameter.first == name; });
+        const auto known =
+            std::find_if(parameters.begin(), parameters.end(),
+                         [&](const auto& parameter) { return parameter.first == name; });
         if (known != parameters.end())
             known->second = (*templates)[i];
         else if (!name.empty())
@@ -75,10 +76,11 @@ std::vector<std::pair<std::string, std::string>> parametersOf(const Dictionary& 
 soap::Invocation invocationFor(const WebServiceCallRequest& request, const Dictionary& methodInfo)
 {
     const std::string* namespaceUri = findString(methodInfo, methodKey::namespaceUri);
-    return {request.methodName.value_or(""), namespaceUri ? *namespaceUri : "",
-            soap::expandTemplates(column(methodInfo, methodKey::soapHeaders, methodKey::templateText),
-                                  request.soapHeaderSubstitutions.value_or(SubstitutionMap()), true),
-            parametersOf(methodInfo), request.soapParamSubstitutions.value_or(SubstitutionMap())};
+    return {
+        request.methodName.value_or(""), namespaceUri ? *namespaceUri : "",
+        soap::expandTemplates(column(methodInfo, methodKey::soapHeaders, methodKey::templateText),
+                              request.soapHeaderSubstitutions.value_or(SubstitutionMap()), true),
+        parametersOf(methodInfo), request.soapParamSubstitutions.value_or(SubstitutionMap())};
 }
 
 /// The fields of the POST. The configured ones win over the defaults, but for "User-Agent", which
@@ -150,8 +152,8 @@ private:
         const soap::Invocation invocation = invocationFor(request, methodInfo);
         const std::string envelope = soap::envelopeFor(invocation);
         if (const auto character = platform::characterXmlCannotCarry(envelope))
-            return faultResult(kFaultCodeUnsendable, "The request holds " + *character +
-                                                         ", which XML cannot carry.");
+            return faultResult(kFaultCodeUnsendable,
+                               "The request holds " + *character + ", which XML cannot carry.");
         HttpRequest http{.method = "POST",
                          .url = request.url.value_or(""),
                          .headers = headersFor(methodInfo, invocation),

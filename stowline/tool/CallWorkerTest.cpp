@@ -66,11 +66,11 @@ Dictionary methodWith(Dictionary added)
 WebServiceCallRequest authenticateRequest(const std::string& url)
 {
     return {.url = url,
-            .methodInfo = methodWith(
-                {{"httpHeaders", Dictionary{}},
-                 {"soapParams", Array{test::named("userName", "<<USERNAME>>"),
-                                      test::named("password", "<<PASSWORD>>"),
-                                      test::named("partner", "<<PARTNER>>")}}}),
+            .methodInfo =
+                methodWith({{"httpHeaders", Dictionary{}},
+                            {"soapParams", Array{test::named("userName", "<<USERNAME>>"),
+                                                 test::named("password", "<<PASSWORD>>"),
+                                                 test::named("partner", "<<PARTNER>>")}}}),
             .methodName = "Authenticate",
             .soapParamSubstitutions =
                 SubstitutionMap{{"<<USERNAME>>", "ann & bob"}, {"<<PASSWORD>>", "p<w>\"'é"}}};
@@ -204,8 +204,8 @@ TEST(CallWorker, SoapHeadersAreExpandedWithTheHeaderValues)
     const RawServer server(test::httpAnswer(test::wireBody("authenticate.response.http")));
     auto request = authenticateRequest(server.url());
     (void)call(request);
-    request.methodInfo->insert_or_assign(
-        "soapHeaders", Array{Dictionary{{"template", "<t><<TOKEN>></t>"}}});
+    request.methodInfo->insert_or_assign("soapHeaders",
+                                         Array{Dictionary{{"template", "<t><<TOKEN>></t>"}}});
     request.soapHeaderSubstitutions = SubstitutionMap{{"<<TOKEN>>", "a&b"}};
     (void)call(request);
     request.methodInfo->insert_or_assign("soapHeaders", Array{});
@@ -222,8 +222,7 @@ TEST(CallWorker, ARepeatedParameterTakesTheLaterTemplate)
     const RawServer server(test::httpAnswer(test::wireBody("authenticate.response.http")));
     auto request = authenticateRequest(server.url());
     request.methodInfo->insert_or_assign(
-        "soapParams",
-        Array{test::named("a", "1"), test::named("b", "2"), test::named("a", "3")});
+        "soapParams", Array{test::named("a", "1"), test::named("b", "2"), test::named("a", "3")});
     (void)call(request);
     EXPECT_NE(server.requests().at(0).find("><a>3</a><b>2</b></Authenticate>"), std::string::npos);
 }
@@ -231,9 +230,8 @@ TEST(CallWorker, ARepeatedParameterTakesTheLaterTemplate)
 TEST(CallWorker, AnswersThatAreNoSoapAreFaultsWithTheResponse)
 {
     const test::TestBundle bundle({});
-    for (const std::string& body :
-         {test::wireBody("html.response.http"), std::string("plain"), std::string(),
-          std::string("<Envelope><Body></Envelope>")}) {
+    for (const std::string& body : {test::wireBody("html.response.http"), std::string("plain"),
+                                    std::string(), std::string("<Envelope><Body></Envelope>")}) {
         const RawServer server(test::httpAnswer(body));
         const auto outcome = call(authenticateRequest(server.url()));
         EXPECT_EQ(outcome.status, CallStatus::done);
@@ -255,8 +253,8 @@ TEST(CallWorker, AFaultOfTheServiceIsAResult)
 TEST(CallWorker, NoConnectionIsAFaultThatSaysSo)
 {
     const test::TestBundle bundle({});
-    const auto outcome = call(
-        authenticateRequest("http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"));
+    const auto outcome =
+        call(authenticateRequest("http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"));
     EXPECT_EQ(outcome.status, CallStatus::done);
     EXPECT_EQ(outcome.faultCode(), kFaultCodeNoAnswer);
     EXPECT_EQ(find(outcome.result(), kWSHTTPResponseMessage), nullptr);
@@ -265,9 +263,8 @@ TEST(CallWorker, NoConnectionIsAFaultThatSaysSo)
 TEST(CallWorker, SilenceUntilTheLimitGivesNoResult)
 {
     const test::TestBundle bundle({});
-    const RawServer silent([](const std::string&, const RawConnection& connection) {
-        connection.holdUntilClosed();
-    });
+    const RawServer silent(
+        [](const std::string&, const RawConnection& connection) { connection.holdUntilClosed(); });
     const auto outcome = call(authenticateRequest(silent.url()), 300ms);
     EXPECT_EQ(outcome.status, CallStatus::noResult);
     EXPECT_EQ(outcome.output, "");
@@ -368,8 +365,8 @@ TEST(WebServiceCaller, StaysUntilItIsReleased)
 
 TEST(WebServiceCaller, LinksNeitherGlibNorIcu)
 {
-    const auto result = test::runProgram(
-        {{"/usr/bin/readelf", "-d", test::builtProgram("WebServiceCaller")}});
+    const auto result =
+        test::runProgram({{"/usr/bin/readelf", "-d", test::builtProgram("WebServiceCaller")}});
     ASSERT_EQ(result.status, 0);
     for (const char* library : {"libglib", "libgio", "libicu", "libsqlite"})
         EXPECT_EQ(result.output.find(library), std::string::npos) << library;
@@ -380,9 +377,8 @@ TEST(WebServiceCaller, GivesASilentServerSixtySeconds)
 {
     if (!std::getenv("STOWLINE_LONG_TESTS"))
         GTEST_SKIP() << "Takes a minute; scripts/test --long runs it.";
-    const RawServer silent([](const std::string&, const RawConnection& connection) {
-        connection.holdUntilClosed();
-    });
+    const RawServer silent(
+        [](const std::string&, const RawConnection& connection) { connection.holdUntilClosed(); });
     const auto argument = encodedRequest(authenticateRequest(silent.url()).dictionary());
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(runTool({*argument}).status, 252);

@@ -27,8 +27,7 @@ TEST(Base64Encode, BreaksAfterTheFirstGroupThatFillsTheLine)
 {
     const std::string line(76, 'A');
     EXPECT_EQ(base64EncodingWithLineLength(std::string(57, '\0'), 76), line + "\n");
-    EXPECT_EQ(base64EncodingWithLineLength(std::string(12, '\0'), 10),
-              "AAAAAAAAAAAA\nAAAA");
+    EXPECT_EQ(base64EncodingWithLineLength(std::string(12, '\0'), 10), "AAAAAAAAAAAA\nAAAA");
     EXPECT_EQ(base64EncodingWithLineLength(std::string(6, '\0'), 1), "AAAA\nAAAA\n");
 }
 
@@ -53,8 +52,7 @@ TEST(Base64Encode, AboveTheHighestBreakingLengthTheWrappedCounterCountsOn)
 {
     // The counter climbs from -32768 and reaches 4294934532 (-32764) one group later.
     const std::string bytes(24576 + 6, '\0');
-    EXPECT_EQ(base64EncodingWithLineLength(bytes, 4294934532U),
-              std::string(32772, 'A') + "\nAAAA");
+    EXPECT_EQ(base64EncodingWithLineLength(bytes, 4294934532U), std::string(32772, 'A') + "\nAAAA");
 }
 
 TEST(Base64Decode, ReadsPaddedText)

@@ -1,7 +1,7 @@
 #include "stowline/util/General.h"
 
-#include "tests/support/TestBundle.h"
 #include "tests/support/Program.h"
+#include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>
 

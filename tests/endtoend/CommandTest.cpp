@@ -32,7 +32,8 @@ public:
         return {std::move(words), std::move(environment), std::move(input)};
     }
 
-    template <class... Arguments> [[nodiscard]] test::ProgramResult operator()(Arguments... arguments) const
+    template <class... Arguments>
+    [[nodiscard]] test::ProgramResult operator()(Arguments... arguments) const
     {
         return test::runProgram(run(std::forward<Arguments>(arguments)...));
     }
@@ -78,8 +79,8 @@ TEST_F(CommandWithService, OpensAnAccountAndSignsIn)
     EXPECT_EQ(opened.status, 0);
     EXPECT_EQ(opened.output, "opened  ann\n");
     EXPECT_EQ(opened.errors, "");
-    const auto in =
-        stowline_(Words{"signin"}, Environment{{"STOWLINE_PASSWORD", "pw"}, {"STOWLINE_USERNAME", "ann"}});
+    const auto in = stowline_(
+        Words{"signin"}, Environment{{"STOWLINE_PASSWORD", "pw"}, {"STOWLINE_USERNAME", "ann"}});
     EXPECT_EQ(in.status, 0);
     EXPECT_EQ(in.output, "account  ann\nstatus   Active\nserver   " +
                              server_.address().substr(sizeof "http://" - 1) + "\n");
@@ -141,15 +142,14 @@ TEST_F(CommandWithService, TakesThePasswordFromEverySource)
 
 TEST_F(CommandWithService, TwoNamedSourcesAreAUsageError)
 {
-    EXPECT_EQ(stowline_(Words{"signin", "-u", "ann", "--password-stdin", "--password-file", "x"})
-                  .status,
-              2);
+    EXPECT_EQ(
+        stowline_(Words{"signin", "-u", "ann", "--password-stdin", "--password-file", "x"}).status,
+        2);
 }
 
 TEST_F(CommandWithService, UnreadableAndEmptySecretsAreNamed)
 {
-    const auto missing =
-        stowline_(Words{"signin", "-u", "ann", "--password-file", "/nonexistent"});
+    const auto missing = stowline_(Words{"signin", "-u", "ann", "--password-file", "/nonexistent"});
     EXPECT_EQ(missing.status, 2);
     EXPECT_EQ(missing.errors, "stowline: The password cannot be read from /nonexistent.\n");
     EXPECT_EQ(stowline_(Words{"signin", "-u", "ann", "--password-stdin"}).errors,
@@ -193,8 +193,8 @@ TEST_F(CommandWithService, FlagComesBeforeEnvironmentBeforeConfiguration)
 TEST_F(CommandWithService, VerboseShowsTheLogWithoutThePassword)
 {
     openAccount();
-    const auto result = stowline_(Words{"-v", "signin", "-u", "ann"},
-                                  Environment{{"STOWLINE_PASSWORD", "pw 1"}});
+    const auto result =
+        stowline_(Words{"-v", "signin", "-u", "ann"}, Environment{{"STOWLINE_PASSWORD", "pw 1"}});
     EXPECT_NE(result.errors.find("accountStatus. Value = Active"), std::string::npos);
     EXPECT_EQ(result.errors.find("pw 1"), std::string::npos);
     EXPECT_EQ(result.output.find("Value"), std::string::npos);
@@ -204,8 +204,8 @@ TEST_F(CommandWithService, DoctorFindsEverythingWell)
 {
     const auto result = stowline_(Words{"doctor"});
     EXPECT_EQ(result.status, 0) << result.output << result.errors;
-    for (const char* subject : {"bundle", "settings", "helper", "network", "http", "proxy",
-                                "configuration", "state"})
+    for (const char* subject :
+         {"bundle", "settings", "helper", "network", "http", "proxy", "configuration", "state"})
         EXPECT_NE(result.output.find("ok    " + std::string(subject)), std::string::npos);
     const auto lines = jsonLines(stowline_(Words{"--json", "doctor"}).output);
     EXPECT_EQ(lines.size(), 9U);
@@ -218,8 +218,8 @@ TEST(CommandInterrupted, EndsWithAResultLineAnd130)
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
     const Command stowline(server.bundle());
     for (const auto& [signal, status] : {std::pair{SIGINT, 130}, std::pair{SIGTERM, 143}}) {
-        test::BackgroundProgram running(stowline.run({"--json", "-v", "signin", "-u", "ann"},
-                                                     {{"STOWLINE_PASSWORD", "x"}}));
+        test::BackgroundProgram running(
+            stowline.run({"--json", "-v", "signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}}));
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
         running.signal(signal);
         const auto result = running.wait();
@@ -244,11 +244,10 @@ TEST(CommandWithoutService, TellsAnUnreachableHost)
 TEST(CommandWithoutService, TellsAServiceThatDoesNotAnswer)
 {
     const test::TestBundle bundle(test::settingsWith(
-        "Authenticate",
-        {{"URL", "http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"}}));
+        "Authenticate", {{"URL", "http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"}}));
     const Command stowline(bundle.folder().path());
-    EXPECT_EQ(
-        stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}}).status, 5);
+    EXPECT_EQ(stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}}).status,
+              5);
 }
 
 TEST(CommandWithoutService, TellsAPasswordThatCannotBeSent)
@@ -273,16 +272,18 @@ TEST(CommandWithoutService, NamesTheFileAndTheKeyThatAreWrong)
         return result.errors;
     };
     const test::TemporaryFolder folder;
-    EXPECT_NE(messageFor(folder.path()).find("Info.plist is missing or does not name the settings "
-                                             "file (TW_WebServicesSettingsFilename)."),
+    EXPECT_NE(messageFor(folder.path())
+                  .find("Info.plist is missing or does not name the settings "
+                        "file (TW_WebServicesSettingsFilename)."),
               std::string::npos);
     folder.write("Info.plist", "<plist><dict><key>TW_WebServicesSettingsFilename</key>"
                                "<string>S.plist</string></dict></plist>");
     EXPECT_NE(messageFor(folder.path()).find("Resources/S.plist cannot be read."),
               std::string::npos);
     folder.write("Resources/S.plist", "<plist><dict/></plist>");
-    EXPECT_NE(messageFor(folder.path()).find("have no entry \"Authenticate\" under "
-                                             "\"WebServices\". Please add it."),
+    EXPECT_NE(messageFor(folder.path())
+                  .find("have no entry \"Authenticate\" under "
+                        "\"WebServices\". Please add it."),
               std::string::npos);
 }
 
@@ -290,11 +291,11 @@ TEST(CommandWithoutService, SettingsCheckListsFaultsWithTheirLines)
 {
     const test::TemporaryFolder folder;
     const Command stowline(folder.path());
-    const auto broken = folder.write("broken.plist", "<plist>\n<dict>\n<key>a</key>\n</dict></plist>");
+    const auto broken =
+        folder.write("broken.plist", "<plist>\n<dict>\n<key>a</key>\n</dict></plist>");
     const auto result = stowline(Words{"settings", "check", broken.string()});
     EXPECT_EQ(result.status, 10);
-    EXPECT_EQ(result.output,
-              broken.string() + ":4: line 4: The key \"a\" has no value.\n");
+    EXPECT_EQ(result.output, broken.string() + ":4: line 4: The key \"a\" has no value.\n");
     const std::string good = STOWLINE_TEST_SOURCE "/resources/WebServicesSettings.plist";
     EXPECT_EQ(stowline(Words{"settings", "check", good}).status, 0);
     EXPECT_EQ(stowline(Words{"settings", "check", good}).errors, good + " is in order.\n");

@@ -54,8 +54,8 @@ TEST(WholeStack, RefusalsComeBackAsSuch)
               "Please give an e-mail address like name@example.com.");
     EXPECT_TRUE(WebServiceBroker::createTrialWithFirstname("A", "ann", "pw", "a@b", "T", false, "",
                                                            "", &error));
-    EXPECT_FALSE(WebServiceBroker::createTrialWithFirstname("A", "ann", "pw", "a@b", "T", false,
-                                                            "", "", &error));
+    EXPECT_FALSE(WebServiceBroker::createTrialWithFirstname("A", "ann", "pw", "a@b", "T", false, "",
+                                                            "", &error));
     EXPECT_EQ(error->localizedDescription(), "User name already exists");
     EXPECT_FALSE(WebServiceBroker::decryptString("00"));
 }
@@ -110,10 +110,10 @@ class TestCertificate {
 public:
     explicit TestCertificate(const std::string& name = "IP:127.0.0.1")
     {
-        const auto made = test::runProgram(
-            {{"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
-              "-subj", "/CN=stowline test", "-addext", "subjectAltName=" + name, "-keyout", key(),
-              "-out", certificate()}});
+        const auto made =
+            test::runProgram({{"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes",
+                               "-days", "2", "-subj", "/CN=stowline test", "-addext",
+                               "subjectAltName=" + name, "-keyout", key(), "-out", certificate()}});
         if (made.status != 0)
             throw std::runtime_error(made.errors);
         std::filesystem::create_directories(trustFolder());

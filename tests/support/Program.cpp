@@ -189,8 +189,7 @@ std::string builtProgram(std::string_view name)
 std::size_t openDescriptorCount()
 {
     std::size_t count = 0;
-    for ([[maybe_unused]] const auto& entry :
-         std::filesystem::directory_iterator("/proc/self/fd"))
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
         ++count;
     return count;
 }

@@ -11,9 +11,9 @@
 namespace stowline::test {
 
 struct ProgramRun {
-    std::vector<std::string> words;              ///< program and arguments
+    std::vector<std::string> words;                      ///< program and arguments
     std::map<std::string, std::string> environment = {}; ///< added to the test's own
-    std::string input = {};                      ///< given on standard input, then closed
+    std::string input = {};                              ///< given on standard input, then closed
 };
 
 struct ProgramResult {

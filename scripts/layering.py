@@ -1,0 +1,68 @@
+"""Checks every include of the tree against the table of docs/architecture.md.
+
+A file of a folder may include its own folder and those the table names. Operating-system headers
+and the wrapped libraries are for stowline/platform alone. Tests may include anything.
+"""
+
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+MAY_INCLUDE = {
+    "stowline/platform": [],
+    "stowline/logging": ["stowline/platform"],
+    "stowline/branding": ["stowline/platform", "stowline/logging"],
+    "stowline/net": ["stowline/platform", "stowline/logging"],
+    "stowline/util": ["stowline/platform", "stowline/logging", "stowline/branding"],
+    "stowline/soap": ["stowline/platform", "stowline/util"],
+    "stowline/call": ["stowline/platform", "stowline/util", "stowline/soap"],
+    "stowline/service": ["stowline/"],
+    "stowline/tool": ["stowline/call", "stowline/soap", "stowline/platform", "stowline/util"],
+    "cli": ["stowline/"],
+    "devserver": ["stowline/platform", "stowline/soap/SoapMessage.h"],
+}
+NEVER = {"stowline/service": ["stowline/tool"], "cli": ["stowline/tool"]}
+
+# C headers of the system, and the libraries that platform wraps.
+OPERATING_SYSTEM = re.compile(
+    r"<(unistd|fcntl|poll|pthread|spawn|termios|syslog|netdb|pty|sched|dlfcn|grp|pwd|mntent)\.h>"
+    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl)/|<(glib|expat)\.h>")
+
+
+def folder_of(path):
+    for folder in sorted(MAY_INCLUDE, key=len, reverse=True):
+        if path.startswith(folder + "/"):
+            return folder
+    return None
+
+
+def may(folder, included):
+    if any(included.startswith(never) for never in NEVER.get(folder, [])):
+        return False
+    return any(included.startswith(allowed) for allowed in [folder + "/"] + MAY_INCLUDE[folder])
+
+
+def faults():
+    for path in sorted(ROOT.glob("**/*")):
+        relative = path.relative_to(ROOT).as_posix()
+        if path.suffix not in (".h", ".cpp") or relative.startswith("build/"):
+            continue
+        folder = folder_of(relative)
+        if folder is None or path.name.endswith("Test.cpp"):
+            continue
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            include = re.match(r'\s*#\s*include\s+(["<].*[">])', line)
+            if not include:
+                continue
+            name = include.group(1)
+            if name.startswith('"') and not may(folder, name.strip('"')):
+                yield f"{relative}:{number}: {folder}/ may not include {name}"
+            if folder != "stowline/platform" and OPERATING_SYSTEM.match(name):
+                yield f"{relative}:{number}: {name} belongs in stowline/platform/"
+
+
+found = list(faults())
+print("\n".join(found) if found else "every include follows the table")
+sys.exit(1 if found else 0)
