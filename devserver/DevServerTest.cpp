@@ -175,7 +175,7 @@ TEST(Wsdl, IsWellFormedAndNamesEveryMethod)
         {
             return std::nullopt;
         }
-        Refusal endElement(platform::XmlName) override { return std::nullopt; }
+        Refusal endElement() override { return std::nullopt; }
         void characters(std::string_view) override {}
     } reader;
     test::TemporaryFolder folder;

@@ -68,7 +68,7 @@ public:
         else
             queueSize_.wait();
         if (asynchronously || insideLogger > 0)
-            queue_.async([this, message = std::move(message)] { deliver(*message); });
+            queue_.async([message = std::move(message)] { instance().deliver(*message); });
         else
             queue_.sync([this, &message] { deliver(*message); });
     }

@@ -123,12 +123,20 @@ void appendPadded(std::string& result, const Specifier& specifier, const std::st
 
 } // namespace
 
+void FormatArgument::appendTo(std::string& result) const
+{
+    if (const auto* view = std::get_if<std::string_view>(&content_))
+        result.append(*view);
+    else
+        result.append(text());
+}
+
 std::string FormatArgument::text() const
 {
     if (const auto* view = std::get_if<std::string_view>(&content_))
         return std::string(*view);
-    if (const auto* owned = std::get_if<std::string>(&content_))
-        return *owned;
+    if (const auto* error = std::get_if<const Error*>(&content_))
+        return (*error)->text();
     if (const auto* object = std::get_if<const Value*>(&content_))
         return (*object)->text();
     if (const auto* number = std::get_if<std::int64_t>(&content_))
@@ -182,6 +190,7 @@ double FormatArgument::real() const
 std::string formatWithArguments(std::string_view format, std::span<const FormatArgument> arguments)
 {
     std::string result;
+    result.reserve(format.size() + 16 * arguments.size());
     std::size_t used = 0;
     std::size_t position = 0;
     while (position < format.size()) {
@@ -193,6 +202,8 @@ std::string formatWithArguments(std::string_view format, std::span<const FormatA
         const Specifier specifier = readSpecifier(format.substr(position));
         if (specifier.conversion == '%')
             result.push_back('%');
+        else if (specifier.conversion == '@' && specifier.width == 0 && used < arguments.size())
+            arguments[used++].appendTo(result); // by far the most frequent
         else if (specifier.conversion != 0 && used < arguments.size())
             appendPadded(result, specifier, converted(specifier, arguments[used++]));
         else

@@ -31,7 +31,7 @@ public:
     }
     FormatArgument(const Value& object) : content_(&object) {}
     FormatArgument(const Value* object) : content_(object ? Content(object) : Content()) {}
-    FormatArgument(const Error& error) : content_(error.text()) {}
+    FormatArgument(const Error& error) : content_(&error) {}
     template <std::signed_integral T>
     FormatArgument(T number) : content_(static_cast<std::int64_t>(number))
     {
@@ -46,12 +46,16 @@ public:
     /// what is absent.
     [[nodiscard]] std::string text() const;
 
+    /// The same, added to the end of a text.
+    void appendTo(std::string& result) const;
+
     /// The low 64 bits as a number; a text counts as the number it starts with, absent as 0.
     [[nodiscard]] std::int64_t integer() const;
     [[nodiscard]] double real() const;
 
 private:
-    using Content = std::variant<std::monostate, std::string_view, std::string, const Value*,
+    // Only views and numbers, so that making and dropping arguments costs nothing.
+    using Content = std::variant<std::monostate, std::string_view, const Value*, const Error*,
                                  std::int64_t, std::uint64_t, double>;
     Content content_;
 };

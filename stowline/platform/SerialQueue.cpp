@@ -55,12 +55,12 @@ public:
         workerWakeUp_.notify_one(); // under the lock: the task may destroy the queue
     }
 
-    void sync(const std::function<void()>& task)
+    void sync(void (*call)(void*), void* callee)
     {
         takeTurn();
         {
             const InsideQueue inside(this, label_);
-            task();
+            call(callee);
         }
         passTurn();
     }
@@ -210,14 +210,14 @@ void SerialQueue::async(Task task)
     core_->async(std::move(task));
 }
 
-void SerialQueue::sync(const std::function<void()>& task)
+void SerialQueue::runSync(void (*call)(void*), void* callee)
 {
     if (isCurrent())
-        return task();
+        return call(callee);
     // The local reference keeps a queue alive whose last owner the task destroys, and, in the
     // child of a fork made by the task, the turn that the task still holds.
     const std::shared_ptr<Core> core = core_;
-    core->sync(task);
+    core->sync(call, callee);
 }
 
 const std::string& SerialQueue::label() const

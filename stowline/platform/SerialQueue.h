@@ -3,10 +3,10 @@
 
 #include "stowline/platform/ForkSafety.h"
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 
 namespace stowline::platform {
 
@@ -32,7 +32,11 @@ public:
 
     /// Puts a task at the end and returns when it has run. From a task of this queue it runs at
     /// once, because waiting for its turn would never end.
-    void sync(const std::function<void()>& task);
+    template <class F> void sync(F&& task)
+    {
+        runSync([](void* callee) { (*static_cast<std::remove_reference_t<F>*>(callee))(); },
+                const_cast<void*>(static_cast<const void*>(&task)));
+    }
 
     [[nodiscard]] const std::string& label() const;
 
@@ -46,6 +50,8 @@ public:
 
 private:
     class Core;
+    /// A task that stays where it is: nothing is copied or allocated for it.
+    void runSync(void (*call)(void*), void* callee);
     void beforeFork() override;
     void afterForkInParent() override;
     void afterForkInChild() override;

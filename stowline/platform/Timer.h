@@ -4,6 +4,7 @@
 #include "stowline/platform/SerialQueue.h"
 
 #include <chrono>
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>

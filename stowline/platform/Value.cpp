@@ -47,6 +47,14 @@ struct WholeNumber {
     bool operator==(const WholeNumber&) const = default;
 };
 
+/// The container, copied first when other values share it.
+template <class Container> Container* unshared(std::shared_ptr<Container>& shared)
+{
+    if (shared.use_count() > 1)
+        shared = std::make_shared<Container>(*shared);
+    return shared.get();
+}
+
 std::optional<WholeNumber> wholeNumber(const Value& value)
 {
     if (const auto* number = value.integer())
@@ -57,6 +65,34 @@ std::optional<WholeNumber> wholeNumber(const Value& value)
 }
 
 } // namespace
+
+Value::Value(Array items) : content_(std::make_shared<Array>(std::move(items))) {}
+
+Value::Value(Dictionary entries) : content_(std::make_shared<Dictionary>(std::move(entries))) {}
+
+const Array* Value::array() const
+{
+    const auto* shared = std::get_if<std::shared_ptr<Array>>(&content_);
+    return shared ? shared->get() : nullptr;
+}
+
+const Dictionary* Value::dictionary() const
+{
+    const auto* shared = std::get_if<std::shared_ptr<Dictionary>>(&content_);
+    return shared ? shared->get() : nullptr;
+}
+
+Array* Value::array()
+{
+    auto* shared = std::get_if<std::shared_ptr<Array>>(&content_);
+    return shared ? unshared(*shared) : nullptr;
+}
+
+Dictionary* Value::dictionary()
+{
+    auto* shared = std::get_if<std::shared_ptr<Dictionary>>(&content_);
+    return shared ? unshared(*shared) : nullptr;
+}
 
 std::string_view Value::kindName() const
 {
@@ -76,8 +112,8 @@ std::string Value::text() const
             [](std::uint64_t number) { return std::to_string(number); },
             [](double number) { return realText(number); },
             [](Date moment) { return universalTimeText(moment); },
-            [](const Array& items) { return arrayText(items); },
-            [](const Dictionary& entries) { return dictionaryText(entries); },
+            [](const std::shared_ptr<Array>& items) { return arrayText(*items); },
+            [](const std::shared_ptr<Dictionary>& entries) { return dictionaryText(*entries); },
         },
         content_);
 }
@@ -97,6 +133,10 @@ bool operator==(const Value& left, const Value& right)
     const auto rightNumber = wholeNumber(right);
     if (leftNumber && rightNumber)
         return *leftNumber == *rightNumber;
+    if (left.array() && right.array())
+        return *left.array() == *right.array();
+    if (left.dictionary() && right.dictionary())
+        return *left.dictionary() == *right.dictionary();
     return left.content_ == right.content_;
 }
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,20 +52,18 @@ public:
     }
     Value(double number) : content_(number) {}
     Value(Date moment) : content_(moment) {}
-    Value(Array items) : content_(std::move(items)) {}
-    Value(Dictionary entries) : content_(std::move(entries)) {}
+    Value(Array items);
+    Value(Dictionary entries);
 
     /// The content when the value is of that kind, else null. Valid as long as the value is
     /// neither changed nor destroyed.
     [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&content_); }
     [[nodiscard]] const Data* data() const { return std::get_if<Data>(&content_); }
-    [[nodiscard]] const Array* array() const { return std::get_if<Array>(&content_); }
-    [[nodiscard]] const Dictionary* dictionary() const
-    {
-        return std::get_if<Dictionary>(&content_);
-    }
-    [[nodiscard]] Array* array() { return std::get_if<Array>(&content_); }
-    [[nodiscard]] Dictionary* dictionary() { return std::get_if<Dictionary>(&content_); }
+    [[nodiscard]] const Array* array() const;
+    [[nodiscard]] const Dictionary* dictionary() const;
+    /// For changing the content, which is then no longer shared with copies of the value.
+    [[nodiscard]] Array* array();
+    [[nodiscard]] Dictionary* dictionary();
     [[nodiscard]] const bool* boolean() const { return std::get_if<bool>(&content_); }
     [[nodiscard]] const std::int64_t* integer() const
     {
@@ -92,8 +91,10 @@ public:
     friend bool operator==(const Value& left, const Value& right);
 
 private:
-    std::variant<std::string, Data, bool, std::int64_t, std::uint64_t, double, Date, Array,
-                 Dictionary>
+    // Copies of a value share their containers until one of them is changed, so that a large answer
+    // can be handed on without copying it.
+    std::variant<std::string, Data, bool, std::int64_t, std::uint64_t, double, Date,
+                 std::shared_ptr<Array>, std::shared_ptr<Dictionary>>
         content_;
 };
 

@@ -49,6 +49,18 @@ TEST(Value, CountIsThatOfContainersOnly)
     EXPECT_FALSE(Value("text").count());
 }
 
+TEST(Value, ChangingACopyLeavesTheOriginalAlone)
+{
+    const Value original = Dictionary{{"list", Array{1}}};
+    Value copy = original;
+    copy.dictionary()->insert_or_assign("more", 2);
+    copy.dictionary()->at("list").array()->push_back(3);
+    EXPECT_EQ(original, Value(Dictionary{{"list", Array{1}}}));
+    EXPECT_EQ(copy, Value(Dictionary{{"list", Array{1, 3}}, {"more", 2}}));
+    EXPECT_EQ(copy.string(), nullptr);
+    EXPECT_EQ(Value("x").array(), nullptr);
+}
+
 TEST(KeyPath, StepsThroughDictionaries)
 {
     const Value root = Dictionary{{"a", Dictionary{{"b", "x"}}}};

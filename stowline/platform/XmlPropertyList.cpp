@@ -118,14 +118,14 @@ public:
         return std::nullopt;
     }
 
-    Refusal endElement(XmlName name) override
+    Refusal endElement() override
     {
         Frame frame = std::move(open_.back());
         open_.pop_back();
         inText_ = false;
-        if (name.local == "plist")
+        if (frame.element == "plist")
             return root_ ? std::nullopt : Refusal("<plist> holds no value");
-        if (name.local == "key") {
+        if (frame.element == "key") {
             open_.back().key = text_;
             return std::nullopt;
         }

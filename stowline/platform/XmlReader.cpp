@@ -44,10 +44,20 @@ public:
     XmlReading(XmlHandler& handler, const XmlReadOptions& options)
         : parser_(XML_ParserCreateNS(nullptr, kNameSeparator)), handler_(handler), options_(options)
     {
+        handler_.reading_ = this;
         XML_SetUserData(parser_.get(), this);
         XML_SetElementHandler(parser_.get(), onStart, onEnd);
         XML_SetCharacterDataHandler(parser_.get(), onText);
         XML_SetStartDoctypeDeclHandler(parser_.get(), onDoctype);
+    }
+
+    XmlReading(const XmlReading&) = delete;
+    XmlReading& operator=(const XmlReading&) = delete;
+    ~XmlReading() { handler_.reading_ = nullptr; }
+
+    [[nodiscard]] int line() const
+    {
+        return static_cast<int>(XML_GetCurrentLineNumber(parser_.get()));
     }
 
     std::optional<XmlError> read(std::string_view document)
@@ -76,19 +86,17 @@ private:
                          std::to_string(reading.options_.maximumDepth));
             return;
         }
-        reading.noteLine();
         reading.stopIfRefused(
             reading.handler_.startElement(splitName(name), XmlAttributes(attributes)));
     }
 
-    static void onEnd(void* self, const char* name)
+    static void onEnd(void* self, const char*)
     {
         auto& reading = *static_cast<XmlReading*>(self);
         --reading.depth_;
         if (reading.stopped_)
             return;
-        reading.noteLine();
-        reading.stopIfRefused(reading.handler_.endElement(splitName(name)));
+        reading.stopIfRefused(reading.handler_.endElement());
     }
 
     static void onText(void* self, const char* text, int length)
@@ -105,8 +113,6 @@ private:
             reading.stop("The document has a DOCTYPE, which is not accepted");
     }
 
-    void noteLine() { handler_.line_ = static_cast<int>(XML_GetCurrentLineNumber(parser_.get())); }
-
     void stopIfRefused(const std::optional<std::string>& refusal)
     {
         if (refusal)
@@ -115,7 +121,7 @@ private:
 
     void stop(std::string message)
     {
-        stopped_ = {std::move(message), static_cast<int>(XML_GetCurrentLineNumber(parser_.get()))};
+        stopped_ = {std::move(message), line()};
         XML_StopParser(parser_.get(), XML_FALSE);
     }
 
@@ -125,7 +131,7 @@ private:
             return *stopped_;
         return {std::string("The document is not well-formed XML: ") +
                     XML_ErrorString(XML_GetErrorCode(parser_.get())),
-                static_cast<int>(XML_GetCurrentLineNumber(parser_.get()))};
+                line()};
     }
 
     std::unique_ptr<XML_ParserStruct, ParserDeleter> parser_;
@@ -134,6 +140,11 @@ private:
     std::size_t depth_ = 0;
     std::optional<XmlError> stopped_;
 };
+
+int XmlHandler::line() const
+{
+    return reading_ ? reading_->line() : 0;
+}
 
 std::optional<XmlError> readXml(std::string_view document, XmlHandler& handler,
                                 const XmlReadOptions& options)

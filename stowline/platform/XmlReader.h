@@ -29,6 +29,8 @@ private:
     const char** attributes_; // name, value, name, value, …, null
 };
 
+class XmlReading;
+
 /// What a document is told to, in document order. Text arrives in any number of pieces. A handler
 /// that returns a sentence stops the reading with it.
 class XmlHandler {
@@ -37,15 +39,18 @@ public:
 
     virtual ~XmlHandler() = default;
     virtual Refusal startElement(XmlName name, const XmlAttributes& attributes) = 0;
-    virtual Refusal endElement(XmlName name) = 0;
+    /// The end of the element that was begun last and has not ended.
+    virtual Refusal endElement() = 0;
     virtual void characters(std::string_view text) = 0;
 
-    /// Line of the document at which the reader stands, counted from 1.
-    [[nodiscard]] int line() const { return line_; }
+protected:
+    /// Line of the document at which the reader stands, counted from 1; 0 outside a handler call.
+    /// Counted when asked, which takes as long as reading the text does.
+    [[nodiscard]] int line() const;
 
 private:
     friend class XmlReading;
-    int line_ = 0;
+    const XmlReading* reading_ = nullptr;
 };
 
 struct XmlReadOptions {

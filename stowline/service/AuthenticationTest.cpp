@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 namespace stowline {
 namespace {
 
@@ -118,9 +120,9 @@ TEST(Authenticate, AFailedCallIsAbsentWithTheCallsError)
 
 TEST(CreateAccount, SucceedsOnSuccessInAnyCase)
 {
-    std::string word;
+    std::atomic<const char*> word = "";
     const RawServer server([&word](const std::string&, const test::RawConnection& connection) {
-        connection.send(answer("<r>" + word + "</r>"));
+        connection.send(answer("<r>" + std::string(word) + "</r>"));
     });
     const test::TestBundle bundle(test::settingsWith(
         "CreateAccount",

@@ -57,7 +57,7 @@ public:
         return std::nullopt;
     }
 
-    Refusal endElement(XmlName) override
+    Refusal endElement() override
     {
         if (inBody_ && !done_ && depth_ >= 3)
             close();
