@@ -33,6 +33,7 @@ std::optional<FaultKind> kindNamed(std::string_view name)
 std::vector<std::string_view> faultKindNames()
 {
     std::vector<std::string_view> names;
+    names.reserve(kKinds.size());
     for (const auto& [name, kind] : kKinds)
         names.push_back(name);
     return names;

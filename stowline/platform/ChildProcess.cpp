@@ -63,6 +63,7 @@ public:
     pid_t start(const std::string& program, const std::vector<std::string>& arguments, bool search)
     {
         std::vector<char*> words;
+        words.reserve(arguments.size() + 1);
         for (const std::string& argument : arguments)
             words.push_back(const_cast<char*>(argument.c_str()));
         words.push_back(nullptr);

@@ -68,23 +68,26 @@ bool breaksHeader(std::string_view text)
     return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
 }
 
+constexpr const char* kSystemTrustFolder = "/etc/ssl/certs";
+constexpr std::string_view kSystemTrustBundle = "/etc/ssl/certs/ca-certificates.crt";
+
 /// Trust roots are looked up by hash in a directory where there is one: loading the whole bundle
-/// costs some 15 ms of processor time per process.
+/// costs some 15 ms of processor time per process. The system's bundle holds what the system's
+/// directory holds, so naming it in SSL_CERT_FILE, as many environments do, loads nothing.
 void setTrustRoots(CURL* handle)
 {
     const char* file = std::getenv("SSL_CERT_FILE");
     const char* folder = std::getenv("SSL_CERT_DIR");
-    if (file || folder) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, file);
-        curl_easy_setopt(handle, CURLOPT_CAPATH, folder);
-        return;
-    }
-    static constexpr const char* systemFolder = "/etc/ssl/certs";
     std::error_code fault;
-    if (std::filesystem::is_directory(systemFolder, fault)) {
-        curl_easy_setopt(handle, CURLOPT_CAINFO, nullptr);
-        curl_easy_setopt(handle, CURLOPT_CAPATH, systemFolder);
-    }
+    const bool hasSystemFolder = std::filesystem::is_directory(kSystemTrustFolder, fault);
+    if (file && file == kSystemTrustBundle && hasSystemFolder)
+        file = nullptr;
+    if (!file && !folder && !hasSystemFolder)
+        return; // what the library was built with
+    if (!file && !folder)
+        folder = kSystemTrustFolder;
+    curl_easy_setopt(handle, CURLOPT_CAINFO, file);
+    curl_easy_setopt(handle, CURLOPT_CAPATH, folder);
 }
 
 } // namespace
@@ -210,7 +213,7 @@ private:
                 add(std::string(unwanted) + ":");
         }
         for (const auto& [name, value] : request_.headers)
-            add(value.empty() ? name + ";" : name + ": " + value);
+            add(std::string(name).append(value.empty() ? ";" : ": ").append(value));
         headers_.reset(list);
         curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, list);
     }

@@ -70,7 +70,7 @@ std::optional<std::string> keptUuid(const fs::path& file)
 {
     if (const auto kept = readFile(file); kept && withoutTrailingBlanks(*kept).size() == 36)
         return withoutTrailingBlanks(*kept);
-    const auto fresh = randomUuid();
+    auto fresh = randomUuid();
     if (!fresh || !makePrivateFolder(file.parent_path()) ||
         !writeFileAtomically(file, *fresh + "\n"))
         return std::nullopt;

@@ -15,7 +15,7 @@ namespace stowline::platform {
 class Semaphore final : private ForkParticipant {
 public:
     explicit Semaphore(long count);
-    ~Semaphore();
+    ~Semaphore() override;
 
     /// Takes one, waiting without limit until there is one.
     void wait();

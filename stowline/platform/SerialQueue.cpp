@@ -1,5 +1,6 @@
 #include "stowline/platform/SerialQueue.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -48,6 +49,7 @@ public:
     {
         const std::lock_guard lock(mutex_);
         line_.push_back({std::move(task), nullptr});
+        lineIsEmpty_.store(false, std::memory_order_relaxed);
         if (turnTaken_)
             return;
         turnTaken_ = true;
@@ -108,6 +110,7 @@ private:
         }
         Waiter waiter;
         line_.push_back({{}, &waiter});
+        lineIsEmpty_.store(false, std::memory_order_relaxed);
         waiter.wakeUp.wait(lock, [&waiter] { return waiter.hasTurn; });
     }
 
@@ -154,17 +157,39 @@ private:
             workerWakeUp_.wait(lock, [this] { return workerHasTurn_ || finishing_; });
             if (!workerHasTurn_)
                 return;
-            // All tasks up to the first sync() caller, in one go: one lock for many tasks.
-            while (!line_.empty() && !line_.front().waiter) {
-                batch.swap(line_);
-                keepWaitersInLine(batch);
-                lock.unlock();
-                runAll(batch);
-                lock.lock();
-            }
+            do {
+                runTasks(lock, batch);
+            } while (moreComesSoon(lock));
             workerHasTurn_ = false;
             (void)passTurnLocked();
         }
+    }
+
+    /// Runs all tasks up to the first sync() caller, in one go: one lock for many tasks.
+    void runTasks(std::unique_lock<std::mutex>& lock, std::deque<Place>& batch)
+    {
+        while (!line_.empty() && !line_.front().waiter) {
+            batch.swap(line_);
+            keepWaitersInLine(batch);
+            lineIsEmpty_.store(line_.empty(), std::memory_order_relaxed);
+            lock.unlock();
+            runAll(batch);
+            lock.lock();
+        }
+    }
+
+    /// Looks out for new tasks a little while before the worker goes to sleep: waking it takes
+    /// longer than many a task. @return true when the front of the line is a task.
+    bool moreComesSoon(std::unique_lock<std::mutex>& lock)
+    {
+        static const int looks = std::thread::hardware_concurrency() > 1 ? 64 : 0;
+        if (line_.empty() && !finishing_) {
+            lock.unlock();
+            for (int i = 0; i < looks && lineIsEmpty_.load(std::memory_order_relaxed); ++i)
+                std::this_thread::yield();
+            lock.lock();
+        }
+        return !line_.empty() && !line_.front().waiter;
     }
 
     /// Moves what stands behind the first sync() caller of the batch back into the line.
@@ -192,6 +217,7 @@ private:
     std::mutex mutex_;
     std::condition_variable workerWakeUp_;
     std::deque<Place> line_;
+    std::atomic<bool> lineIsEmpty_ = true; ///< a hint for who does not hold the lock
     bool turnTaken_ = false;
     bool workerHasTurn_ = false;
     bool finishing_ = false;

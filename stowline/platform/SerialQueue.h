@@ -25,7 +25,7 @@ public:
     explicit SerialQueue(std::string label);
 
     /// Runs what is waiting to its end first. May be called from a task of the queue itself.
-    ~SerialQueue();
+    ~SerialQueue() override;
 
     /// Puts a task at the end and returns at once.
     void async(Task task);
@@ -65,7 +65,7 @@ private:
 class QueueGroup final : private ForkParticipant {
 public:
     QueueGroup();
-    ~QueueGroup();
+    ~QueueGroup() override;
 
     /// Puts a task on the queue as one of this group. The group must outlive the task.
     void async(SerialQueue& queue, SerialQueue::Task task);

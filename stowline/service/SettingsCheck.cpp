@@ -227,13 +227,13 @@ private:
                 add(joined(path, rule.key), "This must be " + std::string(nameOf(rule.kind)) +
                                                 ", not a " + std::string(found->kindName()) + ".");
         }
-        for (const auto& [key, unused] : *entry) {
+        for (const auto& field : *entry) {
+            const std::string& key = field.first;
             const bool known = std::any_of(rules.begin(), rules.end(),
                                            [&key](const KeyRule& rule) { return rule.key == key; });
             if (!known)
-                add(joined(path, key), "The key " + quoted(key) +
-                                           " is not known here; is it "
-                                           "misspelt?");
+                add(joined(path, key),
+                    "The key " + quoted(key) + " is not known here; is it misspelt?");
         }
         return entry;
     }

@@ -18,19 +18,21 @@ bool isBlank(std::string_view text)
     return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
-/// Adds a child under its name; a second child of one name makes a list of both.
-void addChild(Dictionary& children, std::string name, Value value)
+/// Adds a child under its name; a second child of one name makes a list of both. The content is a
+/// text or a dictionary and becomes a value in its place in the tree, because moving it there
+/// through values would take longer than the rest of building.
+template <class Content> void addChild(Dictionary& children, std::string& name, Content& content)
 {
-    const auto [place, isNew] = children.try_emplace(std::move(name), std::move(value));
+    const auto [place, isNew] = children.try_emplace(std::move(name), std::move(content));
     if (isNew)
         return;
     if (Array* list = place->second.array()) {
-        list->push_back(std::move(value));
+        list->emplace_back(std::move(content));
         return;
     }
     Array list;
     list.push_back(std::move(place->second));
-    list.push_back(std::move(value));
+    list.emplace_back(std::move(content));
     place->second = std::move(list);
 }
 
@@ -134,9 +136,9 @@ private:
             return;
         Dictionary& siblings = frames_[used_ - 1].children;
         if (frame.hasChildElement)
-            addChild(siblings, std::move(frame.name), std::move(frame.children));
+            addChild(siblings, frame.name, frame.children);
         else
-            addChild(siblings, std::move(frame.name), std::move(frame.text));
+            addChild(siblings, frame.name, frame.text);
     }
 
     void finish(Frame& frame)

@@ -94,14 +94,14 @@ std::vector<HttpHeader> headersFor(const Dictionary& methodInfo, const soap::Inv
     headers.emplace_back("Content-Type", kContentType);
     headers.emplace_back("SOAPAction",
                          soap::defaultSoapAction(invocation.namespaceUri, invocation.methodName));
-    for (const auto& [name, value] : configured ? *configured : Dictionary()) {
+    for (const auto& field : configured ? *configured : Dictionary()) {
         const auto known = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
-            return platform::equalsIgnoringAsciiCase(header.first, name);
+            return platform::equalsIgnoringAsciiCase(header.first, field.first);
         });
         if (known == headers.end())
-            headers.emplace_back(name, value.text());
+            headers.emplace_back(field.first, field.second.text());
         else if (known->first != "User-Agent")
-            known->second = value.text();
+            known->second = field.second.text();
     }
     return headers;
 }
