@@ -43,7 +43,8 @@ void run(const std::vector<std::string>& command)
 /// file for the command, a folder looked up by hash for ours.
 struct TrustStores {
     explicit TrustStores(const TemporaryFolder& folder)
-        : key((folder.path() / "key.pem").string()), certificate((folder.path() / "c.pem").string()),
+        : key((folder.path() / "key.pem").string()),
+          certificate((folder.path() / "c.pem").string()),
           bundle((folder.path() / "bundle.pem").string()),
           hashed((folder.path() / "hashed").string())
     {
@@ -81,8 +82,14 @@ std::vector<std::string> curlCommand(const TemporaryFolder& folder, const std::s
                                                     {{"<<SOURCESTRING>>", kText}}});
     const auto file = folder.write("envelope.xml", envelope);
     std::vector<std::string> command{
-        "curl", "--silent", "--fail", "--data-binary", "@" + file.string(), "-H",
-        "Content-Type: text/xml; charset=utf-8", "-H",
+        "curl",
+        "--silent",
+        "--fail",
+        "--data-binary",
+        "@" + file.string(),
+        "-H",
+        "Content-Type: text/xml; charset=utf-8",
+        "-H",
         "SOAPAction: \"http://stowline.example/account/EncryptString\""};
     command.insert(command.end(), options.begin(), options.end());
     command.push_back(address + "/AccountService.asmx");
@@ -98,8 +105,8 @@ Row compare(const std::string& subject, const std::vector<std::string>& curl, do
         peer.push_back(microsecondsFor([&] { run(curl); }));
     }
     const double ratio = median(ours) / median(peer);
-    return {subject, inMilliseconds(median(ours)), "curl " + inMilliseconds(median(peer)), ratio,
-            fmt::format("≤ {:.1f}", wanted), ratio <= wanted};
+    return {subject, inMilliseconds(median(ours)),    "curl " + inMilliseconds(median(peer)),
+            ratio,   fmt::format("≤ {:.1f}", wanted), ratio <= wanted};
 }
 
 /// Where the time of a call goes: medians of the stages that a helper with a stopwatch notes.
@@ -175,8 +182,9 @@ void measureCalls()
     const char* part = std::getenv("STOWLINE_BENCH_PART");
     if (!part) {
         for (const char* next : {"http", "https", "stages"}) {
-            const auto result = test::runProgram(
-                {{fs::read_symlink("/proc/self/exe").string(), "call"}, {{"STOWLINE_BENCH_PART", next}}});
+            const auto result =
+                test::runProgram({{fs::read_symlink("/proc/self/exe").string(), "call"},
+                                  {{"STOWLINE_BENCH_PART", next}}});
             fmt::print("{}", result.output);
             if (result.status != 0)
                 giveUp(result.errors);

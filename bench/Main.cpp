@@ -16,8 +16,8 @@ std::string inMilliseconds(double microseconds)
 
 void print(const std::vector<Row>& rows)
 {
-    fmt::print("| {:<44} | {:>16} | {:>22} | {:>6} | {:>8} |\n", "measured", "ours", "peer", "ratio",
-               "wanted");
+    fmt::print("| {:<44} | {:>16} | {:>22} | {:>6} | {:>8} |\n", "measured", "ours", "peer",
+               "ratio", "wanted");
     fmt::print("|{:-<46}|{:->18}|{:->24}|{:->8}|{:->10}|\n", "", ":", ":", ":", ":");
     for (const Row& row : rows)
         fmt::print("| {:<44} | {:>16} | {:>22} | {:>6.2f} | {:>8} |{}\n", row.subject, row.ours,

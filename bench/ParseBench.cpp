@@ -17,7 +17,8 @@ constexpr int kRounds = 41;
 std::string listing()
 {
     std::string xml =
-        "<?xml version=\"1.0\" encoding=\"utf-8\"?><s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/"
+        "<?xml version=\"1.0\" encoding=\"utf-8\"?><s:Envelope "
+        "xmlns:s=\"http://schemas.xmlsoap.org/"
         "soap/envelope/\"><s:Body><GetAccountFilesAndFoldersResponse "
         "xmlns=\"http://stowline.example/browse\"><GetAccountFilesAndFoldersResult><Code>Success"
         "</Code></GetAccountFilesAndFoldersResult><items>";

@@ -76,10 +76,8 @@ std::string decimals(double number, int precision)
 
 std::string converted(const Specifier& specifier, const FormatArgument& argument)
 {
-    const std::int64_t bits =
-        std::string_view("diuxXc").find(specifier.conversion) == std::string_view::npos
-            ? 0
-            : argument.integer();
+    const bool isText = specifier.conversion == '@' || specifier.conversion == 's';
+    const std::int64_t bits = isText || specifier.conversion == 'f' ? 0 : argument.integer();
     switch (specifier.conversion) {
     case 'd':
     case 'i':
@@ -106,7 +104,11 @@ std::string converted(const Specifier& specifier, const FormatArgument& argument
 
 void appendPadded(std::string& result, const Specifier& specifier, const std::string& text)
 {
-    const std::size_t padding = specifier.width > text.size() ? specifier.width - text.size() : 0;
+    if (specifier.width <= text.size()) {
+        result += text;
+        return;
+    }
+    const std::size_t padding = specifier.width - text.size();
     if (specifier.leftAligned) {
         result.append(text).append(padding, ' ');
         return;

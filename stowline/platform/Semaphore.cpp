@@ -1,14 +1,32 @@
 #include "stowline/platform/Semaphore.h"
 
+#include <algorithm>
+
 namespace stowline::platform {
 
-/// The count goes below zero by one for each waiting thread; only then is the lock used.
+/// Threads that find nothing to take wait until a quarter of the first count is there again: a
+/// woken thread then takes many at once, instead of one for each change of threads. Everything
+/// taken is given back in the end whoever waits, so the quarter is reached.
 struct Semaphore::State {
-    explicit State(long first) : count(first) {}
-    std::atomic<long> count;
+    explicit State(long first) : wakeUpCount(std::max(1L, first / 4)), count(first) {}
+
+    [[nodiscard]] bool tryTake()
+    {
+        long known = count.load();
+        while (known > 0) {
+            if (count.compare_exchange_weak(known, known - 1))
+                return true;
+        }
+        return false;
+    }
+
+    const long wakeUpCount;
+    // Apart from the rest: this line of memory goes back and forth between waiting and signalling
+    // threads all the time.
+    alignas(64) std::atomic<long> count;
+    alignas(64) std::atomic<long> waiting = 0;
     std::mutex mutex;
     std::condition_variable wakeUp;
-    long wakeUpsDue = 0;
 };
 
 Semaphore::Semaphore(long count) : firstCount_(count), state_(std::make_unique<State>(count)) {}
@@ -17,37 +35,30 @@ Semaphore::~Semaphore() = default;
 
 void Semaphore::wait()
 {
-    if (state_->count.fetch_sub(1, std::memory_order_acquire) > 0)
+    State& state = *state_;
+    // Who comes while others wait waits too, or they might never get their turn.
+    if (state.waiting.load() == 0 && state.tryTake())
         return;
-    std::unique_lock lock(state_->mutex);
-    state_->wakeUp.wait(lock, [this] { return state_->wakeUpsDue > 0; });
-    --state_->wakeUpsDue;
+    std::unique_lock lock(state.mutex);
+    ++state.waiting;
+    state.wakeUp.wait(lock, [&state] { return state.tryTake(); });
+    --state.waiting;
 }
 
 void Semaphore::takeWithoutWaiting()
 {
-    // A count below zero means waiting threads, so one that cannot wait leaves the count alone
-    // when there is nothing to take, and pays with a wake-up that its signal will not give.
-    State& state = *state_;
-    long count = state.count.load(std::memory_order_relaxed);
-    while (count > 0) {
-        if (state.count.compare_exchange_weak(count, count - 1, std::memory_order_acquire))
-            return;
-    }
-    const std::lock_guard lock(state.mutex);
-    state.count.fetch_sub(1, std::memory_order_acquire);
-    --state.wakeUpsDue;
+    --state_->count;
 }
 
 void Semaphore::signal()
 {
-    if (state_->count.fetch_add(1, std::memory_order_release) >= 0)
+    State& state = *state_;
+    if (++state.count < state.wakeUpCount || state.waiting.load() == 0)
         return;
     {
-        const std::lock_guard lock(state_->mutex);
-        ++state_->wakeUpsDue;
+        const std::lock_guard lock(state.mutex); // who is about to wait has looked or will see it
     }
-    state_->wakeUp.notify_one();
+    state.wakeUp.notify_all();
 }
 
 void Semaphore::beforeFork()

@@ -1,11 +1,13 @@
 #include "stowline/platform/SerialQueue.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <deque>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
 namespace stowline::platform {
 
@@ -110,6 +112,7 @@ private:
         }
         Waiter waiter;
         line_.push_back({{}, &waiter});
+        ++waiterCount_;
         lineIsEmpty_.store(false, std::memory_order_relaxed);
         waiter.wakeUp.wait(lock, [&waiter] { return waiter.hasTurn; });
     }
@@ -133,7 +136,8 @@ private:
             return false;
         }
         if (Waiter* waiter = line_.front().waiter) {
-            line_.pop_front();
+            line_.erase(line_.begin());
+            --waiterCount_;
             waiter->hasTurn = true;
             waiter->wakeUp.notify_one(); // under the lock: the waiter is gone right after
             return false;
@@ -151,7 +155,7 @@ private:
 
     void work()
     {
-        std::deque<Place> batch;
+        std::vector<Place> batch;
         std::unique_lock lock(mutex_);
         for (;;) {
             workerWakeUp_.wait(lock, [this] { return workerHasTurn_ || finishing_; });
@@ -166,7 +170,7 @@ private:
     }
 
     /// Runs all tasks up to the first sync() caller, in one go: one lock for many tasks.
-    void runTasks(std::unique_lock<std::mutex>& lock, std::deque<Place>& batch)
+    void runTasks(std::unique_lock<std::mutex>& lock, std::vector<Place>& batch)
     {
         while (!line_.empty() && !line_.front().waiter) {
             batch.swap(line_);
@@ -185,25 +189,28 @@ private:
         static const int looks = std::thread::hardware_concurrency() > 1 ? 64 : 0;
         if (line_.empty() && !finishing_) {
             lock.unlock();
-            for (int i = 0; i < looks && lineIsEmpty_.load(std::memory_order_relaxed); ++i)
+            // The first look comes late on purpose: a few tasks at once cost one lock.
+            for (int i = 0;
+                 i < looks && (i < looks / 8 || lineIsEmpty_.load(std::memory_order_relaxed)); ++i)
                 std::this_thread::yield();
             lock.lock();
         }
         return !line_.empty() && !line_.front().waiter;
     }
 
-    /// Moves what stands behind the first sync() caller of the batch back into the line.
-    void keepWaitersInLine(std::deque<Place>& batch)
+    /// Moves what stands behind the first sync() caller of the batch, and that caller, back into
+    /// the line.
+    void keepWaitersInLine(std::vector<Place>& batch)
     {
-        std::size_t tasks = 0;
-        while (tasks < batch.size() && !batch[tasks].waiter)
-            ++tasks;
-        for (std::size_t i = tasks; i < batch.size(); ++i)
-            line_.push_back(std::move(batch[i]));
-        batch.resize(tasks);
+        if (waiterCount_ == 0)
+            return;
+        const auto firstWaiter = std::find_if(batch.begin(), batch.end(),
+                                              [](const Place& place) { return place.waiter; });
+        line_.assign(std::move_iterator(firstWaiter), std::move_iterator(batch.end()));
+        batch.erase(firstWaiter, batch.end());
     }
 
-    void runAll(std::deque<Place>& batch)
+    void runAll(std::vector<Place>& batch)
     {
         const InsideQueue inside(this, label_);
         for (Place& place : batch) {
@@ -216,7 +223,8 @@ private:
     const std::string label_;
     std::mutex mutex_;
     std::condition_variable workerWakeUp_;
-    std::deque<Place> line_;
+    std::vector<Place> line_; ///< swapped with the worker's batch, so both keep their memory
+    std::size_t waiterCount_ = 0;
     std::atomic<bool> lineIsEmpty_ = true; ///< a hint for who does not hold the lock
     bool turnTaken_ = false;
     bool workerHasTurn_ = false;

@@ -4,7 +4,6 @@
 #include "stowline/platform/SerialQueue.h"
 
 #include <chrono>
-#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>

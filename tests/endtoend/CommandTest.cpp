@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include <csignal>
-#include <thread>
 
 namespace stowline {
 namespace {
@@ -220,13 +219,26 @@ TEST(CommandInterrupted, EndsWithAResultLineAnd130)
     for (const auto& [signal, status] : {std::pair{SIGINT, 130}, std::pair{SIGTERM, 143}}) {
         test::BackgroundProgram running(
             stowline.run({"--json", "-v", "signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}}));
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const int helper = running.awaitChild();
         running.signal(signal);
         const auto result = running.wait();
         EXPECT_EQ(result.status, status);
         ASSERT_EQ(jsonLines(result.output).size(), 1U);
         EXPECT_EQ(jsonLines(result.output)[0]["status"], "interrupted");
+        test::awaitEnd(helper);
     }
+}
+
+TEST(CommandKilled, LeavesNoHelperBehind)
+{
+    const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
+    const Command stowline(server.bundle());
+    test::BackgroundProgram running(
+        stowline.run({"signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}}));
+    const int helper = running.awaitChild();
+    running.signal(SIGKILL);
+    test::awaitEnd(helper); // the call itself would go on for a minute
+    EXPECT_EQ(running.wait().status, 1000 + SIGKILL);
 }
 
 TEST(CommandWithoutService, TellsAnUnreachableHost)

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <poll.h>
 #include <spawn.h>
 #include <stdexcept>
@@ -144,6 +145,22 @@ void BackgroundProgram::closeInput()
 void BackgroundProgram::signal(int number) const
 {
     ::kill(process_, number);
+}
+
+int BackgroundProgram::awaitChild() const
+{
+    const std::string process = std::to_string(process_);
+    const std::string list = "/proc/" + process + "/task/" + process + "/children";
+    int child = 0;
+    while (!(std::ifstream(list) >> child))
+        std::this_thread::yield();
+    return child;
+}
+
+void awaitEnd(int process)
+{
+    while (::kill(process, 0) == 0)
+        std::this_thread::yield();
 }
 
 bool BackgroundProgram::isRunning()

@@ -43,6 +43,9 @@ public:
     /// Waits for its end and hands back what was not read yet. @return as ProgramResult
     ProgramResult wait();
 
+    /// Waits until it has started a child of its own. @return the child's process id
+    [[nodiscard]] int awaitChild() const;
+
     /// Whether it is still running.
     [[nodiscard]] bool isRunning();
 
@@ -55,6 +58,9 @@ private:
     int status_ = -1;
     std::string buffered_;
 };
+
+/// Waits until a process that is no child of this one has ended.
+void awaitEnd(int process);
 
 /// Path of a program of the build.
 [[nodiscard]] std::string builtProgram(std::string_view name);
