@@ -32,6 +32,10 @@ if(STOWLINE_SANITIZERS)
   endif()
 endif()
 
+if(STOWLINE_FUZZERS)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   add_compile_options(-O2 -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
                       -fstack-protector-strong -fstack-clash-protection -fcf-protection

@@ -1,6 +1,7 @@
 #include "stowline/platform/ChildProcess.h"
 
 #include "stowline/platform/FileDescriptor.h"
+#include "stowline/platform/Signals.h"
 
 #include <array>
 #include <cerrno>
@@ -67,9 +68,19 @@ public:
         for (const std::string& argument : arguments)
             words.push_back(const_cast<char*>(argument.c_str()));
         words.push_back(nullptr);
+        const std::string name = std::string(kParentVariable) + "=";
+        const std::string parent = name + std::to_string(::getpid());
+        std::vector<char*> variables;
+        for (char** variable = environ; *variable; ++variable) {
+            if (!std::string_view(*variable).starts_with(name))
+                variables.push_back(*variable);
+        }
+        variables.push_back(const_cast<char*>(parent.c_str()));
+        variables.push_back(nullptr);
         pid_t child = -1;
         const auto spawn = search ? ::posix_spawnp : ::posix_spawn;
-        if (spawn(&child, program.c_str(), &actions_, &attributes_, words.data(), environ) != 0)
+        if (spawn(&child, program.c_str(), &actions_, &attributes_, words.data(),
+                  variables.data()) != 0)
             return -1;
         return child;
     }

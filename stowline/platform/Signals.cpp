@@ -1,8 +1,11 @@
 #include "stowline/platform/Signals.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <pthread.h>
+#include <string>
 #include <sys/prctl.h>
+#include <unistd.h>
 
 namespace stowline::platform {
 
@@ -37,6 +40,9 @@ int awaitTerminationSignal()
 void endWithParent()
 {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const char* parent = std::getenv(kParentVariable);
+    if (parent && std::to_string(::getppid()) != parent)
+        std::raise(SIGKILL);
 }
 
 } // namespace stowline::platform

@@ -10,8 +10,12 @@ void holdTerminationSignals();
 /// Waits until one of them comes. @return its number.
 int awaitTerminationSignal();
 
-/// Ends this process (SIGKILL) when the thread that started it ends, however that happens. For a
-/// helper whose work is of no use to anybody else.
+/// Environment variable in which runChild() tells a child who started it.
+inline constexpr const char* kParentVariable = "STOWLINE_PARENT";
+
+/// Ends this process (SIGKILL) when the thread that started it ends, however that happens; at once
+/// when the process that the environment names as the parent is gone already. For a helper whose
+/// work is of no use to anybody else.
 void endWithParent();
 
 } // namespace stowline::platform
