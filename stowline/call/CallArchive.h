@@ -10,7 +10,7 @@
 namespace stowline {
 
 /// A value as an archive: a binary property list.
-/// @return absent when a text in it holds a NUL character.
+/// @return absent when a text in it holds a NUL character or bytes that are not UTF-8.
 [[nodiscard]] std::optional<std::string> archive(const Value& root);
 
 /// @return absent when the bytes are no archive, or one that is damaged, endless or nested deeper

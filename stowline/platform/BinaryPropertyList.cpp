@@ -2,6 +2,7 @@
 #include "stowline/platform/BinaryPropertyListGuard.h"
 #include "stowline/platform/PropertyList.h"
 #include "stowline/platform/PropertyListParts.h"
+#include "stowline/platform/Text.h"
 
 #include <plist/plist.h>
 
@@ -137,9 +138,10 @@ std::optional<Value> valueOf(plist_t node)
 
 Node nodeFor(const Value& value);
 
-void requireNoNul(const std::string& text)
+/// The library cuts a text at a NUL and garbles one that is not UTF-8.
+void requireWritable(const std::string& text)
 {
-    if (text.find('\0') != std::string::npos)
+    if (text.find('\0') != std::string::npos || !isValidUtf8(text))
         throw Unwritable{};
 }
 
@@ -162,7 +164,7 @@ Node unsignedNode(std::uint64_t number)
 Node scalarNode(const Value& value)
 {
     if (const auto* text = value.string()) {
-        requireNoNul(*text);
+        requireWritable(*text);
         return Node(plist_new_string(text->c_str()));
     }
     if (const auto* bytes = value.data())
@@ -189,7 +191,7 @@ Node nodeFor(const Value& value)
     if (const auto* entries = value.dictionary()) {
         Node node(plist_new_dict());
         for (const auto& [key, item] : *entries) {
-            requireNoNul(key);
+            requireWritable(key);
             plist_dict_set_item(node.get(), key.c_str(), nodeFor(item).release());
         }
         return node;

@@ -35,8 +35,8 @@ struct PropertyListSource {
                                                    PropertyListSource* source = nullptr);
 
 /// Writes the binary form (version 00). The root may be any value.
-/// @return absent when a string holds a NUL character, which the form cannot carry. Invalid UTF-8
-///         is the caller's to exclude.
+/// @return absent when a text in it holds a NUL character or bytes that are not UTF-8, which the
+///         form cannot carry.
 [[nodiscard]] std::optional<std::string> writeBinaryPropertyList(const Value& root);
 
 /// Writes the XML form; absent as above.

@@ -52,6 +52,13 @@ TEST(PropertyList, NulInATextIsRefusedRatherThanCut)
     EXPECT_FALSE(writeXmlPropertyList(value));
 }
 
+TEST(PropertyList, TextThatIsNotUtf8IsRefusedRatherThanGarbled)
+{
+    EXPECT_FALSE(writeBinaryPropertyList(Value("\xf7\x0e")));
+    EXPECT_FALSE(writeBinaryPropertyList(Dictionary{{"\xff", 1}}));
+    EXPECT_FALSE(writeXmlPropertyList(Value("\xff")));
+}
+
 TEST(PropertyList, ReadsNumbersInEveryNotation)
 {
     const auto value = readPropertyList(document("<array><integer> 0x1F </integer>"
