@@ -37,7 +37,7 @@ if(STOWLINE_FUZZERS)
 endif()
 
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
-  add_compile_options(-O2 -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
+  add_compile_options(-D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
                       -fstack-protector-strong -fstack-clash-protection -fcf-protection
                       -ffunction-sections -fdata-sections)
   add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--gc-sections)

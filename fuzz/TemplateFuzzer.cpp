@@ -14,10 +14,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     (void)soap::expandTemplate(value, {{"<<A>>", value}, {value, "b"}}, size % 2 == 0);
     if (platform::characterXmlCannotCarry(value))
         return 0;
-    const auto reading =
-        soap::readMessage("<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body>"
-                          "<R>" +
-                          element + "</R></e:Body></e:Envelope>");
+    const auto reading = soap::readMessage(
+        "<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body>"
+        "<R>" +
+        element + "</R></e:Body></e:Envelope>");
     const auto found =
         reading.message ? platform::valueAtKeyPath(reading.message->content, "p") : std::nullopt;
     if (found != Value("x" + value))

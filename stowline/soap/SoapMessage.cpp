@@ -61,7 +61,7 @@ public:
 
     Refusal endElement() override
     {
-        if (inBody_ && !done_ && depth_ >= 3)
+        if (used_ > 0)
             close();
         --depth_;
         return std::nullopt;
@@ -69,7 +69,7 @@ public:
 
     void characters(std::string_view text) override
     {
-        if (inBody_ && !done_ && depth_ >= 3)
+        if (used_ > 0)
             frames_[used_ - 1].text.append(text);
     }
 
