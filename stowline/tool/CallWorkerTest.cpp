@@ -295,6 +295,21 @@ TEST(CallWorker, AParameterOfFiveMegabytesArrivesWhole)
               std::string::npos);
 }
 
+TEST(CallWorker, AnswersBeyond64MiBAreFaults)
+{
+    const test::TestBundle bundle({});
+    const RawServer server([](const std::string&, const RawConnection& connection) {
+        const std::string piece(std::size_t(1) << 20, ' ');
+        connection.send("HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n");
+        for (int i = 0; i < 65; ++i)
+            connection.send(piece);
+    });
+    const auto outcome = call(authenticateRequest(server.url()));
+    EXPECT_EQ(outcome.status, CallStatus::done);
+    EXPECT_EQ(*find(outcome.result(), kWSFaultString),
+              Value("The answer from 127.0.0.1 is larger than 67108864 bytes."));
+}
+
 TEST(CallWorker, ValuesThatXmlCannotCarryAreNotSent)
 {
     const test::TestBundle bundle({});

@@ -1,8 +1,12 @@
 // The whole stack: broker, WebServiceCaller process, HTTP, development service, and back.
+#include "stowline/logging/CountingLogger.h"
+#include "stowline/logging/DDLog.h"
 #include "stowline/platform/Bundle.h"
 #include "stowline/platform/Files.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/RawServer.h"
+#include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>
 
@@ -159,6 +163,34 @@ TEST(WholeStackOverTls, RefusesACertificateOfAnotherHost)
     useBundleOf(server);
     ::setenv("SSL_CERT_DIR", certificate.trustFolder().c_str(), 1);
     EXPECT_FALSE(WebServiceBroker::encryptString("x"));
+}
+
+TEST(WholeStackOverTls, NeverFollowsARedirectToHttp)
+{
+    const TestCertificate certificate;
+    ::setenv("SSL_CERT_DIR", certificate.trustFolder().c_str(), 1);
+    const test::RawServer plain(test::httpAnswer(test::wireBody("authenticate.response.http")));
+    test::BackgroundProgram redirecting(
+        {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/redirecting_server.py",
+          certificate.certificate(), certificate.key(), plain.url()}});
+    const auto port = redirecting.readLine();
+    ASSERT_TRUE(port);
+    const test::TestBundle bundle(test::settingsWith(
+        "Authenticate", {{"URL", "https://127.0.0.1:" + *port + "/"},
+                         {"soapParams", Array{test::named("password", "<<PASSWORD>>")}}}));
+    const auto logger = std::make_shared<CountingLogger>();
+    DDLog::addLogger(logger);
+    std::optional<Error> error;
+    EXPECT_FALSE(WebServiceBroker::authenticateForUsername("ann", "secret", &error));
+    EXPECT_EQ(error->code, 200);
+    DDLog::flushLog();
+    std::string log;
+    for (const auto& line : logger->lines())
+        log += line.text;
+    EXPECT_NE(log.find("redirects to \"" + plain.url() + "\", which is not followed"),
+              std::string::npos)
+        << log;
+    EXPECT_TRUE(plain.requests().empty());
 }
 
 TEST(Samples, SignInSaysWhereTheFilesGo)
