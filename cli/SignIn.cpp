@@ -16,12 +16,6 @@ struct SignInOptions {
     SecretOptions password;
 };
 
-std::string textOf(const Dictionary& result, std::string_view key)
-{
-    const Value* value = platform::find(result, key);
-    return value ? value->text() : std::string();
-}
-
 ExitStatus signIn(const SignInOptions& options)
 {
     if (const auto failure = settingsFailure("Authenticate"))
@@ -34,13 +28,14 @@ ExitStatus signIn(const SignInOptions& options)
         WebServiceBroker::authenticateForUsername(options.username, *password, &error);
     if (!result)
         return callFailure(error);
-    if (textOf(*result, "AuthenticateResult") != "true")
+    if (platform::findText(*result, "AuthenticateResult") != "true")
         return output().fail(ExitStatus::signInRefused,
                              "The service refused the sign-in. Please check user name and "
                              "password.");
-    return output().finish(ExitStatus::done, {{"account", options.username},
-                                              {"status", textOf(*result, "accountStatus")},
-                                              {"server", textOf(*result, "backupServerName")}});
+    return output().finish(ExitStatus::done,
+                           {{"account", options.username},
+                            {"status", platform::findText(*result, "accountStatus")},
+                            {"server", platform::findText(*result, "backupServerName")}});
 }
 
 } // namespace

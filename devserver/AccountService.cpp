@@ -56,15 +56,6 @@ Dictionary createTrialAccount(const AccountServiceContext& context, const Dictio
     return {{"CreateTrialAccountResult", std::move(result)}};
 }
 
-std::string hexadecimal(const Data& bytes)
-{
-    static constexpr std::string_view digits = "0123456789abcdef";
-    std::string result;
-    for (const std::uint8_t byte : bytes)
-        result.append({digits[byte >> 4], digits[byte & 0x0FU]});
-    return result;
-}
-
 std::optional<Data> fromHexadecimal(std::string_view digits)
 {
     Data bytes;
@@ -84,7 +75,7 @@ std::optional<Data> fromHexadecimal(std::string_view digits)
 Dictionary encryptString(const AccountServiceContext& context, const Dictionary& parameters)
 {
     const Data box = platform::sealed(text(parameters, "sourceString"), context.encryptionKey);
-    return {{"EncryptStringResult", hexadecimal(box)}};
+    return {{"EncryptStringResult", platform::hexadecimalText(box)}};
 }
 
 Dictionary decryptString(const AccountServiceContext& context, const Dictionary& parameters)

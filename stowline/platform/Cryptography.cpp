@@ -22,17 +22,6 @@ constexpr std::uint64_t kScryptMemory = std::uint64_t(64) << 20;
 
 using Cipher = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)>;
 
-std::string hexadecimal(const Data& bytes)
-{
-    static constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (const std::uint8_t byte : bytes) {
-        text.push_back(digits[byte >> 4]);
-        text.push_back(digits[byte & 0x0FU]);
-    }
-    return text;
-}
-
 Data passwordHash(std::string_view password, std::string_view salt)
 {
     Data hash(kHashSize);
@@ -45,7 +34,7 @@ Data passwordHash(std::string_view password, std::string_view salt)
 
 std::string storedForm(std::string_view password, const std::string& saltText)
 {
-    return "scrypt$" + saltText + "$" + hexadecimal(passwordHash(password, saltText));
+    return "scrypt$" + saltText + "$" + hexadecimalText(passwordHash(password, saltText));
 }
 
 } // namespace
@@ -60,7 +49,7 @@ Data randomBytes(std::size_t count)
 
 std::string storedPassword(std::string_view password)
 {
-    return storedForm(password, hexadecimal(randomBytes(kSaltSize)));
+    return storedForm(password, hexadecimalText(randomBytes(kSaltSize)));
 }
 
 bool passwordMatches(std::string_view password, std::string_view stored)

@@ -157,6 +157,15 @@ std::string replacingOccurrences(std::string_view text, std::string_view what,
     return result.append(text, copied);
 }
 
+std::string hexadecimalText(const Data& bytes)
+{
+    static constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text.append({digits[byte >> 4], digits[byte & 0x0FU]});
+    return text;
+}
+
 Data dataFromText(std::string_view text)
 {
     return {text.begin(), text.end()};

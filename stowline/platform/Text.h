@@ -37,6 +37,9 @@ void appendUtf8(std::string& text, char32_t codePoint);
 [[nodiscard]] std::string replacingOccurrences(std::string_view text, std::string_view what,
                                                std::string_view with);
 
+/// Two lower-case hexadecimal digits for each byte.
+[[nodiscard]] std::string hexadecimalText(const Data& bytes);
+
 /// Text and data are both bytes; these change only the type.
 [[nodiscard]] Data dataFromText(std::string_view text);
 [[nodiscard]] std::string textFromData(const Data& bytes);

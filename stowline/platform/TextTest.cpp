@@ -45,6 +45,12 @@ TEST(Replacing, ReplacesFromLeftToRightWithoutOverlap)
     EXPECT_EQ(replacingOccurrences("", "a", "x"), "");
 }
 
+TEST(HexadecimalText, HasTwoDigitsForEachByte)
+{
+    EXPECT_EQ(hexadecimalText({0x00, 0x0f, 0xa5}), "000fa5");
+    EXPECT_EQ(hexadecimalText({}), "");
+}
+
 TEST(AsciiCase, LeavesOtherLettersAlone)
 {
     EXPECT_EQ(asciiLowercase("ÄB"), "Äb");

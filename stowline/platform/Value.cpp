@@ -164,6 +164,12 @@ const Array* findArray(const Dictionary& dictionary, std::string_view key)
     return value ? value->array() : nullptr;
 }
 
+std::string findText(const Dictionary& dictionary, std::string_view key)
+{
+    const Value* value = find(dictionary, key);
+    return value ? value->text() : std::string();
+}
+
 std::optional<Value> valueAtKeyPath(const Value& root, std::string_view path)
 {
     if (path.empty())

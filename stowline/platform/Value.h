@@ -107,6 +107,9 @@ private:
 [[nodiscard]] const Dictionary* findDictionary(const Dictionary& dictionary, std::string_view key);
 [[nodiscard]] const Array* findArray(const Dictionary& dictionary, std::string_view key);
 
+/// The textual form of the value under a key; empty when there is none.
+[[nodiscard]] std::string findText(const Dictionary& dictionary, std::string_view key);
+
 /// Follows a path of keys joined by "." from a value.
 ///
 /// A dictionary is stepped into. An array is stepped over: the rest of the path is followed from

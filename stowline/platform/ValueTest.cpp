@@ -61,6 +61,13 @@ TEST(Value, ChangingACopyLeavesTheOriginalAlone)
     EXPECT_EQ(Value("x").array(), nullptr);
 }
 
+TEST(Value, FindTextIsEmptyForAMissingKey)
+{
+    const Dictionary entries{{"n", 5}};
+    EXPECT_EQ(findText(entries, "n"), "5");
+    EXPECT_EQ(findText(entries, "m"), "");
+}
+
 TEST(KeyPath, StepsThroughDictionaries)
 {
     const Value root = Dictionary{{"a", Dictionary{{"b", "x"}}}};

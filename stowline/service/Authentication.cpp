@@ -17,12 +17,6 @@ std::int64_t statusCodeOf(const Dictionary& result)
     return status && status->integer() ? *status->integer() : -1;
 }
 
-std::string textOf(const Dictionary& dictionary, std::string_view key)
-{
-    const Value* value = find(dictionary, key);
-    return value ? value->text() : std::string();
-}
-
 void logSignIn(const Dictionary& result, std::int64_t statusCode)
 {
     // The names in these lines are those that the expected values have always been logged under.
@@ -97,12 +91,12 @@ bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
     if (!result)
         return false;
     const Dictionary entries = result->dictionary() ? *result->dictionary() : Dictionary();
-    const std::string code = textOf(entries, "Code");
+    const std::string code = findText(entries, "Code");
     if (platform::lowercased(code) == "success")
         return true;
     if (error)
         *error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
-                                     find(entries, "Message") ? textOf(entries, "Message")
+                                     find(entries, "Message") ? findText(entries, "Message")
                                                               : messageFromCode(code));
     return false;
 }

@@ -154,12 +154,9 @@ private:
 
     static Fault faultFrom(const Dictionary& children)
     {
-        const auto text = [&children](std::string_view key) {
-            const Value* value = find(children, key);
-            return value ? value->text() : std::string();
-        };
         const Value* detail = find(children, "detail");
-        return {text("faultcode"), text("faultstring"),
+        return {platform::findText(children, "faultcode"),
+                platform::findText(children, "faultstring"),
                 detail ? std::optional(*detail) : std::nullopt};
     }
 
