@@ -1,6 +1,7 @@
 #include "stowline/platform/HostFlags.h"
 
 #include "stowline/platform/FileDescriptor.h"
+#include "stowline/platform/Text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -46,6 +47,12 @@ HostFlags flagsOfAddress(const addrinfo& address)
     return kHostReachable | (local ? kHostIsLocalAddress : 0);
 }
 
+/// "localhost" means this machine also where no name service says so (RFC 6761 section 6.3).
+std::string nameToLookUp(const std::string& name)
+{
+    return equalsIgnoringAsciiCase(name, "localhost") ? "127.0.0.1" : name;
+}
+
 bool meansNoWay(int lookupFault)
 {
     return lookupFault == EAI_NONAME || lookupFault == EAI_NODATA || lookupFault == EAI_AGAIN ||
@@ -68,7 +75,7 @@ std::optional<HostFlags> hostFlags(const std::string& name)
     hints.ai_socktype = SOCK_DGRAM;
     addrinfo* list = nullptr;
     const std::string port = std::to_string(kDiscardPort);
-    const int fault = ::getaddrinfo(name.c_str(), port.c_str(), &hints, &list);
+    const int fault = ::getaddrinfo(nameToLookUp(name).c_str(), port.c_str(), &hints, &list);
     if (fault != 0)
         return meansNoWay(fault) ? std::optional<HostFlags>(0) : std::nullopt;
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(list, &::freeaddrinfo);
