@@ -229,11 +229,8 @@ private:
     {
         auto& transfer = *static_cast<Transfer*>(self);
         const std::string_view line(bytes, length);
-        if (line.starts_with("HTTP/")) { // also after an interim response
+        if (line.starts_with("HTTP/")) // also after an interim response
             transfer.raw_.clear();
-            transfer.headerBytes_ = 0;
-        }
-        transfer.headerBytes_ += length;
         return transfer.keep(line) ? length : 0;
     }
 
@@ -292,8 +289,6 @@ private:
             follow(location, redirect);
             return;
         }
-        noteTimings();
-        outcome_.headerBytes = headerBytes_;
         outcome_.response = std::move(raw_);
         ended_ = true;
     }
@@ -324,17 +319,6 @@ private:
         startHop();
     }
 
-    void noteTimings()
-    {
-        const auto read = [this](CURLINFO which) {
-            curl_off_t microseconds = 0;
-            curl_easy_getinfo(easy_.get(), which, &microseconds);
-            return static_cast<std::int64_t>(microseconds);
-        };
-        outcome_.timings = {read(CURLINFO_CONNECT_TIME_T), read(CURLINFO_APPCONNECT_TIME_T),
-                            read(CURLINFO_STARTTRANSFER_TIME_T), read(CURLINFO_TOTAL_TIME_T)};
-    }
-
     HttpRequest request_;
     HttpLimits limits_;
     UrlOrigin origin_;
@@ -342,7 +326,6 @@ private:
     bool ended_ = false;
     bool limitReached_ = false;
     std::string raw_;
-    std::size_t headerBytes_ = 0;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
     HttpOutcome outcome_;
     std::unique_ptr<CURLM, MultiDeleter> multi_;

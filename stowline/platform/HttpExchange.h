@@ -27,21 +27,11 @@ struct HttpLimits {
     int maximumRedirects = 10;
 };
 
-/// Moments of the last hop in microseconds since its start, for measurements.
-struct HttpTimings {
-    std::int64_t connected = 0;
-    std::int64_t secured = 0; ///< 0 for http
-    std::int64_t firstByte = 0;
-    std::int64_t finished = 0;
-};
-
 /// How an exchange ended: a response, or a sentence that says why there is none.
 struct HttpOutcome {
     std::optional<std::string> response; ///< status line, headers and body exactly as received
-    std::size_t headerBytes = 0;         ///< length of the part before the body
     std::string body;                    ///< the body with its transfer coding removed
     std::string failure;                 ///< a sentence for people when there is no response
-    HttpTimings timings;
 };
 
 /// Sends a request when it is made and moves on only inside wait(). Follows redirects 301, 302 and

@@ -56,16 +56,6 @@ std::optional<std::string> readLine(int terminal)
 
 } // namespace
 
-bool standardErrorIsTerminal()
-{
-    return ::isatty(STDERR_FILENO) == 1;
-}
-
-bool standardInputIsTerminal()
-{
-    return ::isatty(STDIN_FILENO) == 1;
-}
-
 std::optional<std::string> readHiddenLine(std::string_view prompt)
 {
     const FileDescriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));

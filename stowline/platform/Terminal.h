@@ -7,9 +7,6 @@
 
 namespace stowline::platform {
 
-[[nodiscard]] bool standardErrorIsTerminal();
-[[nodiscard]] bool standardInputIsTerminal();
-
 /// Asks on the process's terminal (not standard input) and reads a line without showing it.
 /// @return absent when there is no terminal or the person ended the input.
 [[nodiscard]] std::optional<std::string> readHiddenLine(std::string_view prompt);
