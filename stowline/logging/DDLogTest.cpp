@@ -47,38 +47,6 @@ private:
     std::shared_future<void> gate_ = promise_.get_future().share();
 };
 
-TEST(DDLogMessage, FileNameIsTheLastComponentWithoutExtension)
-{
-    const auto fileName = [](const char* path) {
-        return std::string(DDLogMessage("", 7, 4, 0, path, nullptr, 1).fileName());
-    };
-    EXPECT_EQ(fileName("service/sub/WebServiceBroker.cpp"), "WebServiceBroker");
-    EXPECT_EQ(fileName("a.b.cpp"), "a.b");
-    EXPECT_EQ(fileName("bare"), "bare");
-}
-
-TEST(DDLogMessage, FileNameRefersToTheCallersBytes)
-{
-    static const char path[] = "dir/Name.cpp";
-    const DDLogMessage message("", 7, 4, 0, path, nullptr, 1);
-    EXPECT_EQ(message.fileName().data(), path + 4);
-}
-
-TEST(DDLogMessage, NotesThreadAndQueueOfTheCaller)
-{
-    const DDLogMessage message("text", 7, 1, 3, "f.cpp", "function", 9);
-    char expected[16];
-    std::snprintf(expected, sizeof expected, "%x", static_cast<unsigned>(::gettid()));
-    EXPECT_EQ(message.threadID(), expected);
-    EXPECT_EQ(message.methodName(), "function");
-    EXPECT_FALSE(message.queueLabel);
-    EXPECT_FALSE(DDLogMessage("", 7, 1, 0, "f.cpp", nullptr, 1).methodName());
-
-    platform::SerialQueue queue("worker queue");
-    queue.sync(
-        [] { EXPECT_EQ(DDLogMessage("", 7, 1, 0, "f", nullptr, 1).queueLabel, "worker queue"); });
-}
-
 TEST(DDLog, SynchronousMessagesAreHandledBeforeTheCallReturns)
 {
     const auto logger = addedLogger();
@@ -464,43 +432,6 @@ TEST(LogMacros, NoteThePlaceAndTheOperation)
     EXPECT_EQ(lines[0].flag, 4);
     EXPECT_EQ(lines[0].function, "TestBody");
     EXPECT_EQ(lines[1].flag, 1);
-}
-
-struct Levelled {
-    static inline std::int32_t level = 3;
-    static std::int32_t ddLogLevel() { return level; }
-    static void ddSetLogLevel(std::int32_t newLevel) { level = newLevel; }
-};
-struct Unlevelled {};
-
-const DDLog::ClassRegistration<Levelled> levelled{"Levelled"};
-
-TEST(ClassLevels, AreFoundByTypeAndByName)
-{
-    EXPECT_TRUE(DDLog::isRegisteredClass<Levelled>());
-    EXPECT_EQ(DDLog::registeredClassNames(), std::vector<std::string>{"Levelled"});
-    EXPECT_EQ(DDLog::registeredClasses(), std::vector<std::type_index>{typeid(Levelled)});
-    EXPECT_EQ(DDLog::logLevelForClass<Levelled>(), 3);
-    DDLog::setLogLevelForClass<Levelled>(7);
-    EXPECT_EQ(DDLog::logLevelForClassWithName("Levelled"), 7);
-    DDLog::setLogLevelForClassWithName(1, "Levelled");
-    EXPECT_EQ(Levelled::level, 1);
-}
-
-TEST(ClassLevels, OfOtherClassesAreMinusOneAndCannotBeSet)
-{
-    EXPECT_FALSE(DDLog::isRegisteredClass<Unlevelled>());
-    EXPECT_EQ(DDLog::logLevelForClass<Unlevelled>(), -1);
-    EXPECT_EQ(DDLog::logLevelForClassWithName("Unlevelled"), -1);
-    DDLog::setLogLevelForClass<Unlevelled>(5);
-    DDLog::setLogLevelForClassWithName(5, "Unlevelled");
-    EXPECT_EQ(DDLog::logLevelForClass<Unlevelled>(), -1);
-}
-
-TEST(ClassLevels, RegisteringAgainChangesNothing)
-{
-    DDLog::registerClass<Levelled>("Other");
-    EXPECT_EQ(DDLog::registeredClassNames(), std::vector<std::string>{"Levelled"});
 }
 
 } // namespace
