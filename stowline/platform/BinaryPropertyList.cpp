@@ -177,6 +177,8 @@ Node scalarNode(const Value& value)
         return unsignedNode(*number);
     if (const auto* number = value.real())
         return Node(plist_new_real(*number));
+    if (value.url())
+        throw Unwritable{};
     return dateNode(*value.date());
 }
 

@@ -245,5 +245,12 @@ TEST(BinaryPropertyList, KeysThatAreNoTextAreRefused)
     EXPECT_EQ(withKey("\x10\x05").fault, "A key of the binary property list is no text");
 }
 
+TEST(PropertyList, CannotHoldAUrl)
+{
+    const Dictionary root{{"address", Url::fromText("https://h/").value()}};
+    EXPECT_FALSE(writeXmlPropertyList(root));
+    EXPECT_FALSE(writeBinaryPropertyList(root));
+}
+
 } // namespace
 } // namespace stowline::platform

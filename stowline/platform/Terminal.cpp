@@ -54,11 +54,26 @@ std::optional<std::string> readLine(int terminal)
     }
 }
 
+FileDescriptor openTerminal()
+{
+    return FileDescriptor(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+}
+
 } // namespace
+
+bool tellOnTerminal(std::string_view text, std::string_view prompt, TerminalWait wait)
+{
+    const FileDescriptor terminal = openTerminal();
+    if (!terminal.isOpen() || !writeAll(terminal.number(), text))
+        return false;
+    if (wait == TerminalWait::forReturn && writeAll(terminal.number(), prompt))
+        (void)readLine(terminal.number());
+    return true;
+}
 
 std::optional<std::string> readHiddenLine(std::string_view prompt)
 {
-    const FileDescriptor terminal(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+    const FileDescriptor terminal = openTerminal();
     if (!terminal.isOpen() || !hideTyping(terminal.number()))
         return std::nullopt;
     (void)writeAll(terminal.number(), prompt);

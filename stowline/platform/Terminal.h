@@ -11,6 +11,14 @@ namespace stowline::platform {
 /// @return absent when there is no terminal or the person ended the input.
 [[nodiscard]] std::optional<std::string> readHiddenLine(std::string_view prompt);
 
+enum class TerminalWait { no, forReturn };
+
+/// Writes a text to the process's terminal; when asked to, also a prompt, and waits for Return or
+/// the end of the input.
+/// @return false when there is no terminal.
+[[nodiscard]] bool tellOnTerminal(std::string_view text, std::string_view prompt,
+                                  TerminalWait wait);
+
 /// Shows typing again if readHiddenLine() is under way. For a program that ends meanwhile.
 void restoreTerminal();
 

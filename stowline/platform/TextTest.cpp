@@ -82,6 +82,15 @@ TEST(PercentEscape, KeepsEscapesAndEscapesABarePercentSign)
     EXPECT_EQ(percentEscaped("%zz"), "%25zz");
 }
 
+TEST(Url, IsAReferenceThatHoldsOnlyWhatUrlsMayHold)
+{
+    for (const char* url :
+         {"https://h/p?q=%20#f", "mailto:a@b.c", "/relative", "page", "?q", "a/b:c"})
+        EXPECT_EQ(Url::fromText(url).value().text(), url);
+    for (const char* wrong : {"", "not an address", "a%2", "100%", "ü", "1http://h", ":x", "<a>"})
+        EXPECT_FALSE(Url::fromText(wrong)) << wrong;
+}
+
 TEST(UrlOrigin, KnowsSchemeHostAndPort)
 {
     EXPECT_EQ(originOf("HTTP://Host/x"), (UrlOrigin{"http", "host", 80}));

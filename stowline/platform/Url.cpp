@@ -4,6 +4,7 @@
 
 #include <curl/urlapi.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -25,6 +26,14 @@ bool mayStand(std::string_view text, std::size_t at)
            std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos;
 }
 
+bool isSchemeName(std::string_view text)
+{
+    const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    return !text.empty() && isLetter(text.front()) && std::ranges::all_of(text, [&](char c) {
+        return isLetter(c) || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
+    });
+}
+
 std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0)
 {
     char* text = nullptr;
@@ -35,6 +44,19 @@ std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0)
 }
 
 } // namespace
+
+std::optional<Url> Url::fromText(std::string_view text)
+{
+    const auto firstDelimiter = text.find_first_of(":/?#");
+    if (firstDelimiter != std::string_view::npos && text[firstDelimiter] == ':' &&
+        !isSchemeName(text.substr(0, firstDelimiter)))
+        return std::nullopt;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (!mayStand(text, at))
+            return std::nullopt;
+    }
+    return text.empty() ? std::nullopt : std::optional(Url(std::string(text)));
+}
 
 std::string percentEscaped(std::string_view text)
 {

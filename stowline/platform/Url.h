@@ -1,12 +1,31 @@
 // Addresses as text.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace stowline::platform {
+
+/// A text that is known to be a URL or a reference relative to one (RFC 3986 section 4.1). A plain
+/// value.
+class Url {
+public:
+    /// @return absent when the text is empty, holds a character that no URL may hold, a percent
+    /// sign
+    ///         that begins no escape, or a colon in its first segment that ends no scheme.
+    [[nodiscard]] static std::optional<Url> fromText(std::string_view text);
+
+    [[nodiscard]] const std::string& text() const { return text_; }
+    friend auto operator<=>(const Url&, const Url&) = default;
+
+private:
+    explicit Url(std::string text) : text_(std::move(text)) {}
+    std::string text_;
+};
 
 /// Makes any text usable as a URL: characters that no URL may hold (controls, space, quotes,
 /// angle brackets, backslash, circumflex, grave accent, braces, bar, everything outside ASCII) are

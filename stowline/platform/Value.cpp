@@ -96,8 +96,9 @@ Dictionary* Value::dictionary()
 
 std::string_view Value::kindName() const
 {
-    static constexpr std::array<std::string_view, 9> names{
-        "string", "data", "boolean", "number", "number", "number", "date", "list", "dictionary"};
+    static constexpr std::array<std::string_view, 10> names{
+        "string", "data", "boolean", "number",     "number",
+        "number", "date", "list",    "dictionary", "URL"};
     return names.at(content_.index());
 }
 
@@ -112,6 +113,7 @@ std::string Value::text() const
             [](std::uint64_t number) { return std::to_string(number); },
             [](double number) { return realText(number); },
             [](Date moment) { return universalTimeText(moment); },
+            [](const Url& address) { return address.text(); },
             [](const std::shared_ptr<Array>& items) { return arrayText(*items); },
             [](const std::shared_ptr<Dictionary>& entries) { return dictionaryText(*entries); },
         },

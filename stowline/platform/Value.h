@@ -1,6 +1,8 @@
 // The one dynamic type: what settings, requests, results and user-info maps are made of.
 #pragma once
 
+#include "stowline/platform/Url.h"
+
 #include <chrono>
 #include <concepts>
 #include <cstdint>
@@ -29,8 +31,9 @@ using Array = std::vector<Value>;
 /// same in every run.
 using Dictionary = std::map<std::string, Value, std::less<>>;
 
-/// A string (UTF-8), data, boolean, signed or unsigned 64-bit integer, double, date, array or
-/// dictionary. There is no "absent" kind: what may be absent is a std::optional<Value>.
+/// A string (UTF-8), data, boolean, signed or unsigned 64-bit integer, double, date, array,
+/// dictionary or URL (which property lists cannot hold). There is no "absent" kind: what may be
+/// absent is a std::optional<Value>.
 ///
 /// A plain value type. Distinct values may be used from distinct threads; one value may be read by
 /// several threads at once.
@@ -52,6 +55,7 @@ public:
     }
     Value(double number) : content_(number) {}
     Value(Date moment) : content_(moment) {}
+    Value(Url address) : content_(std::move(address)) {}
     Value(Array items);
     Value(Dictionary entries);
 
@@ -75,12 +79,14 @@ public:
     }
     [[nodiscard]] const double* real() const { return std::get_if<double>(&content_); }
     [[nodiscard]] const Date* date() const { return std::get_if<Date>(&content_); }
+    [[nodiscard]] const Url* url() const { return std::get_if<Url>(&content_); }
 
     /// The name of the kind as a settings author would say it ("string", "list", "dictionary", …).
     [[nodiscard]] std::string_view kindName() const;
 
     /// Textual form: a string itself; a number's decimal digits; "1" or "0" for a boolean; data as
-    /// "<n bytes>" (its content is never shown); a date as "2026-01-31 23:59:59 +0000"; arrays as
+    /// "<n bytes>" (its content is never shown); a URL as its text; a date as "2026-01-31 23:59:59
+    /// +0000"; arrays as
     /// "(a, b)" and dictionaries as "{key = value; }". Never fails.
     [[nodiscard]] std::string text() const;
 
@@ -94,7 +100,7 @@ private:
     // Copies of a value share their containers until one of them is changed, so that a large answer
     // can be handed on without copying it.
     std::variant<std::string, Data, bool, std::int64_t, std::uint64_t, double, Date,
-                 std::shared_ptr<Array>, std::shared_ptr<Dictionary>>
+                 std::shared_ptr<Array>, std::shared_ptr<Dictionary>, Url>
         content_;
 };
 
