@@ -27,6 +27,9 @@ public:
     [[nodiscard]] bool isOpen() const { return number_ >= 0; }
     void close();
 
+    /// Hands the descriptor over; this no longer owns it.
+    [[nodiscard]] int release() { return std::exchange(number_, -1); }
+
 private:
     int number_ = -1;
 };

@@ -43,6 +43,10 @@ public:
     /// When an operation of this class was first used in the process.
     [[nodiscard]] static Date launchTime();
 
+    /// Bytes between two progress reports of a long operation on so many bytes: about a hundredth
+    /// (of 62.5 MiB and more a thousandth), in whole multiples of 32 KiB and at least one.
+    [[nodiscard]] static std::uint64_t progressSizeForSize(std::uint64_t sizeInBytes);
+
     /// Base64 of the text's UTF-8 bytes, with a line feed after every 32768 characters.
     [[nodiscard]] static std::string base64EncodeString(std::string_view text);
 };

@@ -3,11 +3,16 @@
 #include "stowline/util/Base64.h"
 #include "stowline/util/General.h"
 
+#include <algorithm>
+
 namespace stowline {
 
 namespace {
 
 constexpr std::uint32_t kEncodedLineLength = 2147483647;
+
+constexpr std::uint64_t kReportUnit = 32768;
+constexpr std::uint64_t kLargeSize = 65536000;
 
 } // namespace
 
@@ -33,6 +38,12 @@ Date General::launchTime()
     static const Date firstUse =
         std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
     return firstUse;
+}
+
+std::uint64_t General::progressSizeForSize(std::uint64_t sizeInBytes)
+{
+    const std::uint64_t share = sizeInBytes / (sizeInBytes < kLargeSize ? 100 : 1000);
+    return std::max(share - share % kReportUnit, kReportUnit);
 }
 
 std::string General::base64EncodeString(std::string_view text)

@@ -1,0 +1,128 @@
+#include "stowline/platform/FileHandle.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace stowline::platform {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct stat attributes(const FileDescriptor& file, const fs::path& path)
+{
+    struct stat found = {};
+    if (::fstat(file.number(), &found) != 0)
+        throw FileFault("Cannot ask about", path, errno);
+    return found;
+}
+
+/// The system's ways of saying that it cannot move bytes between these two files by itself.
+bool meansNotSupported(int systemError)
+{
+    return systemError == EXDEV || systemError == EINVAL || systemError == ENOSYS ||
+           systemError == EOPNOTSUPP || systemError == EPERM || systemError == EBADF ||
+           systemError == ETXTBSY;
+}
+
+} // namespace
+
+FileFault::FileFault(const char* deed, const fs::path& path, int systemError)
+    : std::runtime_error(std::string(deed) + " " + path.string() + ": " +
+                         std::generic_category().message(systemError))
+{
+}
+
+FileHandle FileHandle::forReading(const fs::path& path)
+{
+    // Not blocking, because opening a pipe would wait for a writer.
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!file.isOpen())
+        throw FileFault("Cannot open", path, errno);
+    if (!S_ISREG(attributes(file, path).st_mode))
+        throw FileFault("Cannot read " + path.string() + ": it is no regular file");
+    (void)::posix_fadvise(file.number(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    return {std::move(file), path};
+}
+
+FileHandle FileHandle::forWriting(const fs::path& path)
+{
+    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
+    if (!file.isOpen())
+        throw FileFault("Cannot write to", path, errno);
+    return {std::move(file), path};
+}
+
+bool FileHandle::create(const fs::path& path)
+{
+    constexpr mode_t everybody = 0666; // less what the process's mask takes away
+    const FileDescriptor file(
+        ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
+    if (file.isOpen())
+        return true;
+    if (errno == EEXIST)
+        return false;
+    throw FileFault("Cannot create", path, errno);
+}
+
+std::uint64_t FileHandle::size() const
+{
+    return static_cast<std::uint64_t>(attributes(file_, path_).st_size);
+}
+
+std::size_t FileHandle::read(std::span<char> room)
+{
+    for (;;) {
+        const ssize_t count = ::read(file_.number(), room.data(), room.size());
+        if (count >= 0)
+            return static_cast<std::size_t>(count);
+        if (errno != EINTR)
+            throw FileFault("Cannot read", path_, errno);
+    }
+}
+
+void FileHandle::write(std::string_view bytes)
+{
+    if (!writeAll(file_.number(), bytes))
+        throw FileFault("Cannot write to", path_, errno);
+}
+
+std::size_t FileHandle::moveTo(FileHandle& destination, std::size_t most, std::span<char> room)
+{
+    while (movesInside_) {
+        const ssize_t count = ::copy_file_range(file_.number(), nullptr, destination.file_.number(),
+                                                nullptr, most, 0);
+        if (count > 0)
+            return static_cast<std::size_t>(count);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0 && !meansNotSupported(errno))
+            throw FileFault("Cannot write to", destination.path_, errno);
+        // Nothing moved may also mean a file that the system makes up as it is read.
+        movesInside_ = false;
+    }
+    const std::size_t count = read(room.first(std::min(room.size(), most)));
+    destination.write({room.data(), count});
+    return count;
+}
+
+bool FileHandle::isInPlace() const
+{
+    struct stat there = {};
+    const struct stat here = attributes(file_, path_);
+    return ::lstat(path_.c_str(), &there) == 0 && there.st_dev == here.st_dev &&
+           there.st_ino == here.st_ino;
+}
+
+void FileHandle::close()
+{
+    // EINTR leaves the descriptor closed on Linux; nothing is known to be lost then.
+    if (file_.isOpen() && ::close(file_.release()) != 0 && errno != EINTR)
+        throw FileFault("Cannot finish writing to", path_, errno);
+}
+
+} // namespace stowline::platform

@@ -1,0 +1,73 @@
+// Regular files, read and written piece by piece; what goes wrong says which file and why.
+#pragma once
+
+#include "stowline/platform/FileDescriptor.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace stowline::platform {
+
+/// A file could not be opened, read or written. Its text is a sentence for people.
+class FileFault : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+
+    /// "<deed> <path>: <the system's reason>"
+    FileFault(const char* deed, const std::filesystem::path& path, int systemError);
+};
+
+/// One open regular file. Not for several threads at once. Operations throw FileFault.
+class FileHandle {
+public:
+    /// Opens a file to be read from its start to its end, and has the system read ahead. Links are
+    /// followed. Anything but a regular file is refused, so that no pipe or device makes anybody
+    /// wait.
+    [[nodiscard]] static FileHandle forReading(const std::filesystem::path& path);
+
+    /// Opens a file for writing. Links are followed.
+    [[nodiscard]] static FileHandle forWriting(const std::filesystem::path& path);
+
+    /// Makes an empty file where there is nothing, not even a dangling link, with the mode that new
+    /// files get.
+    /// @return false when something is there already. Of several callers at once, one gets true.
+    [[nodiscard]] static bool create(const std::filesystem::path& path);
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+    /// Bytes in the file now.
+    [[nodiscard]] std::uint64_t size() const;
+
+    /// Reads up to as many bytes as fit. @return how many; 0 at the end of the file
+    [[nodiscard]] std::size_t read(std::span<char> room);
+
+    void write(std::string_view bytes);
+
+    /// Moves up to `most` bytes from this file's position to the other's, inside the file system
+    /// where it can do that, else through `room`.
+    /// @return how many; 0 at the end of this file
+    [[nodiscard]] std::size_t moveTo(FileHandle& destination, std::size_t most,
+                                     std::span<char> room);
+
+    /// Whether its path still leads to it.
+    [[nodiscard]] bool isInPlace() const;
+
+    /// Closes it now, and tells of what could not be written after all.
+    void close();
+
+private:
+    FileHandle(FileDescriptor file, std::filesystem::path path)
+        : file_(std::move(file)), path_(std::move(path))
+    {
+    }
+    FileDescriptor file_;
+    std::filesystem::path path_;
+    bool movesInside_ = true; ///< until the file system refuses
+};
+
+} // namespace stowline::platform
