@@ -21,6 +21,23 @@ struct stat attributes(const FileDescriptor& file, const fs::path& path)
     return found;
 }
 
+/// The system would take a path only up to a NUL.
+void requireWhole(const fs::path& path, const char* deed)
+{
+    if (path.native().find('\0') != std::string::npos)
+        throw FileFault(deed, path, EINVAL);
+}
+
+/// Whether what stands there, links not followed, is the open file.
+bool isSameFile(const FileDescriptor& file, int folder, const char* name) noexcept
+{
+    struct stat there = {};
+    struct stat here = {};
+    return ::fstat(file.number(), &here) == 0 &&
+           ::fstatat(folder, name, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+           there.st_dev == here.st_dev && there.st_ino == here.st_ino;
+}
+
 /// The system's ways of saying that it cannot move bytes between these two files by itself.
 bool meansNotSupported(int systemError)
 {
@@ -39,6 +56,7 @@ FileFault::FileFault(const char* deed, const fs::path& path, int systemError)
 
 FileHandle FileHandle::forReading(const fs::path& path)
 {
+    requireWhole(path, "Cannot open");
     // Not blocking, because opening a pipe would wait for a writer.
     FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     if (!file.isOpen())
@@ -49,23 +67,21 @@ FileHandle FileHandle::forReading(const fs::path& path)
     return {std::move(file), path};
 }
 
-FileHandle FileHandle::forWriting(const fs::path& path)
+std::optional<FileHandle> FileHandle::create(const fs::path& path)
 {
-    FileDescriptor file(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY));
-    if (!file.isOpen())
-        throw FileFault("Cannot write to", path, errno);
-    return {std::move(file), path};
-}
-
-bool FileHandle::create(const fs::path& path)
-{
+    requireWhole(path, "Cannot create");
+    const fs::path parent = path.parent_path();
+    FileDescriptor folder(
+        ::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!folder.isOpen())
+        throw FileFault("Cannot create", path, errno);
     constexpr mode_t everybody = 0666; // less what the process's mask takes away
-    const FileDescriptor file(
-        ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
+    FileDescriptor file(::openat(folder.number(), path.filename().c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
     if (file.isOpen())
-        return true;
+        return FileHandle(std::move(file), path, std::move(folder));
     if (errno == EEXIST)
-        return false;
+        return std::nullopt;
     throw FileFault("Cannot create", path, errno);
 }
 
@@ -101,7 +117,8 @@ std::size_t FileHandle::moveTo(FileHandle& destination, std::size_t most, std::s
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0 && !meansNotSupported(errno))
-            throw FileFault("Cannot write to", destination.path_, errno);
+            throw FileFault(("Cannot copy " + path_.string() + " to").c_str(), destination.path_,
+                            errno);
         // Nothing moved may also mean a file that the system makes up as it is read.
         movesInside_ = false;
     }
@@ -110,12 +127,16 @@ std::size_t FileHandle::moveTo(FileHandle& destination, std::size_t most, std::s
     return count;
 }
 
-bool FileHandle::isInPlace() const
+bool FileHandle::isInPlace() const noexcept
 {
-    struct stat there = {};
-    const struct stat here = attributes(file_, path_);
-    return ::lstat(path_.c_str(), &there) == 0 && there.st_dev == here.st_dev &&
-           there.st_ino == here.st_ino;
+    return isSameFile(file_, AT_FDCWD, path_.c_str());
+}
+
+void FileHandle::discard() noexcept
+{
+    const char* name = path_.c_str() + (path_.native().rfind('/') + 1);
+    if (folder_.isOpen() && isSameFile(file_, folder_.number(), name))
+        ::unlinkat(folder_.number(), name, 0);
 }
 
 void FileHandle::close()

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -30,13 +31,10 @@ public:
     /// wait.
     [[nodiscard]] static FileHandle forReading(const std::filesystem::path& path);
 
-    /// Opens a file for writing. Links are followed.
-    [[nodiscard]] static FileHandle forWriting(const std::filesystem::path& path);
-
     /// Makes an empty file where there is nothing, not even a dangling link, with the mode that new
-    /// files get.
-    /// @return false when something is there already. Of several callers at once, one gets true.
-    [[nodiscard]] static bool create(const std::filesystem::path& path);
+    /// files get, open for writing.
+    /// @return absent when something is there already. Of several callers at once, one gets a file.
+    [[nodiscard]] static std::optional<FileHandle> create(const std::filesystem::path& path);
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
@@ -55,18 +53,23 @@ public:
                                      std::span<char> room);
 
     /// Whether its path still leads to it.
-    [[nodiscard]] bool isInPlace() const;
+    [[nodiscard]] bool isInPlace() const noexcept;
+
+    /// Takes a file that create() made away again, wherever its folder is by now; nothing else that
+    /// stands in its place. Failures are ignored.
+    void discard() noexcept;
 
     /// Closes it now, and tells of what could not be written after all.
     void close();
 
 private:
-    FileHandle(FileDescriptor file, std::filesystem::path path)
-        : file_(std::move(file)), path_(std::move(path))
+    FileHandle(FileDescriptor file, std::filesystem::path path, FileDescriptor folder = {})
+        : file_(std::move(file)), path_(std::move(path)), folder_(std::move(folder))
     {
     }
     FileDescriptor file_;
     std::filesystem::path path_;
+    FileDescriptor folder_;   ///< of a file that was created
     bool movesInside_ = true; ///< until the file system refuses
 };
 

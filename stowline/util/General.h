@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/platform/Value.h"
+#include "stowline/util/Progress.h"
 
 #include <optional>
 #include <string>
@@ -46,6 +47,22 @@ public:
     /// Bytes between two progress reports of a long operation on so many bytes: about a hundredth
     /// (of 62.5 MiB and more a thousandth), in whole multiples of 32 KiB and at least one.
     [[nodiscard]] static std::uint64_t progressSizeForSize(std::uint64_t sizeInBytes);
+
+    /// Copies a regular file, links followed, to a path where there is nothing yet.
+    ///
+    /// Reports 0.0, then after every progressSizeForSize() bytes (not of a file of no bytes), then
+    /// 1.0; the handler may stop the copy at each report, the last included. Content only: dates,
+    /// permissions and extended attributes are those of a new file. Memory stays at one piece of
+    /// 64 KiB. What the file system can copy by itself does not pass through this process. An
+    /// exception of the handler is handed on.
+    /// @param progressHandler may be absent
+    /// @return true only when the whole file is at the destination. Otherwise nothing of it is, and
+    ///         an error line says why: the disk is full, the source cannot be read or changes its
+    ///         size meanwhile, the destination or its folder goes away, the handler stopped it.
+    ///         When the source is missing or a folder, or something is at the destination already,
+    ///         false comes at once, nothing is touched and nothing logged.
+    [[nodiscard]] static bool copyFileAt(const std::string& source, const std::string& to,
+                                         const ProgressHandler& progressHandler = {});
 
     /// Base64 of the text's UTF-8 bytes, with a line feed after every 32768 characters.
     [[nodiscard]] static std::string base64EncodeString(std::string_view text);

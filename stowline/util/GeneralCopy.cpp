@@ -1,0 +1,137 @@
+// Copying a file with progress.
+#include "stowline/logging/LogMacros.h"
+#include "stowline/platform/FileHandle.h"
+#include "stowline/util/General.h"
+
+#include <array>
+
+namespace stowline {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using platform::FileFault;
+using platform::FileHandle;
+
+constexpr std::size_t kPiece = 65536;
+
+/// A new file that goes away again unless it is finished.
+class UnfinishedFile {
+public:
+    explicit UnfinishedFile(FileHandle file) : file_(std::move(file)) {}
+    UnfinishedFile(const UnfinishedFile&) = delete;
+    UnfinishedFile& operator=(const UnfinishedFile&) = delete;
+    ~UnfinishedFile()
+    {
+        if (!isFinished_)
+            file_.discard();
+    }
+
+    [[nodiscard]] FileHandle& file() { return file_; }
+
+    void finish()
+    {
+        if (!file_.isInPlace())
+            throw FileFault("Cannot finish " + file_.path().string() +
+                            ": it was moved or removed while it was written");
+        file_.close();
+        isFinished_ = true;
+    }
+
+private:
+    FileHandle file_;
+    bool isFinished_ = false;
+};
+
+class Copy {
+public:
+    Copy(FileHandle source, FileHandle& destination, const ProgressHandler& handler)
+        : source_(std::move(source)), destination_(destination), handler_(handler),
+          size_(source_.size())
+    {
+    }
+
+    /// Throws FileFault when it does not come to its end.
+    void run()
+    {
+        const std::uint64_t step = General::progressSizeForSize(size_);
+        report(0.0);
+        while (moveOnePiece()) {
+            if (size_ != 0 && done_ - reported_ >= step) {
+                reported_ = done_;
+                report(static_cast<double>(done_) / static_cast<double>(size_));
+            }
+        }
+        // A file that the system makes up as it is read has a size of 0 before and after.
+        if (source_.size() != size_ || (size_ != 0 && done_ != size_))
+            throwSizeChanged();
+        report(1.0);
+    }
+
+private:
+    bool moveOnePiece()
+    {
+        const std::size_t count = source_.moveTo(destination_, kPiece, room_);
+        done_ += count;
+        if (size_ != 0 && done_ > size_)
+            throwSizeChanged();
+        return count != 0;
+    }
+
+    void report(double fractionDone)
+    {
+        bool stop = false;
+        if (handler_)
+            handler_(fractionDone, size_, &stop);
+        if (stop)
+            throw FileFault("The copy of " + source_.path().string() + " to " +
+                            destination_.path().string() + " was cancelled");
+    }
+
+    [[noreturn]] void throwSizeChanged() const
+    {
+        throw FileFault("Cannot copy " + source_.path().string() +
+                        ": its size changed while it was copied");
+    }
+
+    FileHandle source_;
+    FileHandle& destination_;
+    const ProgressHandler& handler_;
+    const std::uint64_t size_;
+    std::uint64_t done_ = 0;
+    std::uint64_t reported_ = 0;
+    std::array<char, kPiece> room_; // NOLINT: filled by read
+};
+
+bool mayBegin(const fs::path& source, const fs::path& destination)
+{
+    std::error_code unknown;
+    const auto from = fs::status(source, unknown);
+    return fs::exists(from) && !fs::is_directory(from) &&
+           !fs::exists(fs::symlink_status(destination, unknown));
+}
+
+} // namespace
+
+bool General::copyFileAt(const std::string& source, const std::string& to,
+                         const ProgressHandler& progressHandler)
+{
+    (void)launchTime();
+    if (!mayBegin(source, to))
+        return false;
+    try {
+        auto created = FileHandle::create(to);
+        if (!created)
+            return false;
+        UnfinishedFile destination(std::move(*created));
+        Copy(FileHandle::forReading(source), destination.file(), progressHandler).run();
+        destination.finish();
+        return true;
+    } catch (const FileFault& fault) {
+        STOWLINE_LOG_ERROR_OF("General", "%@", fault.what());
+        return false;
+    }
+}
+
+} // namespace stowline
