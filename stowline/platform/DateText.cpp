@@ -1,6 +1,5 @@
 #include "stowline/platform/DateText.h"
 
-#include <array>
 #include <cstdio>
 
 namespace stowline::platform {
@@ -31,12 +30,13 @@ std::string civilText(Date moment, char separator, const char* ending)
     return {text.data(), static_cast<std::size_t>(length)};
 }
 
-/// The digits at the places where the pattern holds '0'; absent when the text is not of the form.
-std::optional<std::array<int, 6>> numbersInPattern(std::string_view text, std::string_view pattern)
+} // namespace
+
+std::optional<std::array<int, 8>> numbersInPattern(std::string_view text, std::string_view pattern)
 {
     if (text.size() != pattern.size())
         return std::nullopt;
-    std::array<int, 6> numbers{};
+    std::array<int, 8> numbers{};
     std::size_t field = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (pattern[i] != '0') {
@@ -51,8 +51,6 @@ std::optional<std::array<int, 6>> numbersInPattern(std::string_view text, std::s
     }
     return numbers;
 }
-
-} // namespace
 
 std::string universalTimeText(Date moment)
 {
@@ -70,12 +68,12 @@ std::optional<Date> dateFromInternetTimeText(std::string_view text)
     const auto numbers = numbersInPattern(text, "0000-00-00T00:00:00Z");
     if (!numbers)
         return std::nullopt;
-    const auto [y, mo, d, h, mi, s] = *numbers;
-    const year_month_day date{year(y), month(static_cast<unsigned>(mo)),
-                              day(static_cast<unsigned>(d))};
-    if (!date.ok() || h > 23 || mi > 59 || s > 59)
+    const auto& n = *numbers;
+    const year_month_day date{year(n[0]), month(static_cast<unsigned>(n[1])),
+                              day(static_cast<unsigned>(n[2]))};
+    if (!date.ok() || n[3] > 23 || n[4] > 59 || n[5] > 59)
         return std::nullopt;
-    return sys_days(date) + hours(h) + minutes(mi) + seconds(s);
+    return sys_days(date) + hours(n[3]) + minutes(n[4]) + seconds(n[5]);
 }
 
 } // namespace stowline::platform

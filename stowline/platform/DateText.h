@@ -3,6 +3,7 @@
 
 #include "stowline/platform/Value.h"
 
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,5 +19,11 @@ namespace stowline::platform {
 /// Reads exactly the form that internetTimeText() writes.
 /// @return absent for any other text, also for a day that the month does not have.
 [[nodiscard]] std::optional<Date> dateFromInternetTimeText(std::string_view text);
+
+/// The numbers of a text of a fixed form, field by field: a pattern holds '0' where the text has a
+/// digit, and everything else as it stands. At most eight fields, of at most nine digits.
+/// @return absent when the text is not of the form
+[[nodiscard]] std::optional<std::array<int, 8>> numbersInPattern(std::string_view text,
+                                                                 std::string_view pattern);
 
 } // namespace stowline::platform

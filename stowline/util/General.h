@@ -64,6 +64,20 @@ public:
     [[nodiscard]] static bool copyFileAt(const std::string& source, const std::string& to,
                                          const ProgressHandler& progressHandler = {});
 
+    /// Whether a regular expression matches the whole text. Ends within about a second whatever the
+    /// two are: what takes longer, or more than 8 MiB to go back over, counts as no match, as does
+    /// a pattern that is none.
+    [[nodiscard]] static bool string(std::string_view string, std::string_view matchesRegex);
+
+    /// What the service takes: an address whose first domain label holds no underscore and whose
+    /// last is two or more letters; 6 to 20 letters, digits and !@#$%^&*(); 2 to 30 letters, full
+    /// stops, hyphens and white space, a letter first; 3 to 20 characters as in a password, and,
+    /// but for the first, white space. Letters are those of ASCII.
+    [[nodiscard]] static bool isEmailValid(std::string_view string);
+    [[nodiscard]] static bool isPasswordValid(std::string_view string);
+    [[nodiscard]] static bool isFullnameValid(std::string_view string);
+    [[nodiscard]] static bool isSecretAnswerValid(std::string_view string);
+
     /// Base64 of the text's UTF-8 bytes, with a line feed after every 32768 characters.
     [[nodiscard]] static std::string base64EncodeString(std::string_view text);
 };

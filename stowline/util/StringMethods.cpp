@@ -2,6 +2,11 @@
 
 namespace stowline::StringMethods {
 
+bool TW_hasSpaces(std::string_view text)
+{
+    return text.find(' ') != std::string_view::npos;
+}
+
 std::string TW_escapeXMLEntities(std::string_view text)
 {
     // One pass gives what three replacements, the ampersand's first, would give.
