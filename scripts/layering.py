@@ -28,7 +28,7 @@ NEVER = {"stowline/service": ["stowline/tool"], "cli": ["stowline/tool"]}
 # C headers of the system, and the libraries that platform wraps.
 OPERATING_SYSTEM = re.compile(
     r"<(unistd|fcntl|poll|pthread|spawn|termios|syslog|netdb|pty|sched|dlfcn|grp|pwd|mntent)\.h>"
-    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl)/|<(glib|expat)\.h>")
+    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl|libmount)/|<(glib|expat)\.h>")
 
 
 def folder_of(path):

@@ -64,6 +64,41 @@ public:
     [[nodiscard]] static bool copyFileAt(const std::string& source, const std::string& to,
                                          const ProgressHandler& progressHandler = {});
 
+    /// The folder that a backup selection names: "home directory", "trash", "documents", "library",
+    /// "desktop", "downloads", "movies", "music", "pictures" or "sharedpublic", in any case but as
+    /// the whole argument. The folders are those of the current user; see platform::userFolder().
+    /// @return the argument as it is when the user has no such folder; anything else as a
+    ///         standardised path (platform::standardizedPath)
+    [[nodiscard]] static std::string pathRepresentedByDirectoryString(const std::string& name);
+
+    /// Whether an item is another or lies below it. Both must exist and be on one volume, and be
+    /// given by absolute paths. Their components are compared exactly: case counts on every volume,
+    /// "." and ".." are not resolved, trailing slashes do not matter.
+    [[nodiscard]] static bool path(const std::string& path, const std::string& isSubPathOfPath);
+
+    /// The number of the volume on which an item lives, the same for all its items as long as the
+    /// process runs; 0 when the item is missing. See platform::volumeNumberOf().
+    [[nodiscard]] static std::int16_t volumeRefNumFromPath(const std::string& path);
+
+    /// The label of an item's volume, else the last component of its mount path; its mount path.
+    /// Absent when the item is missing.
+    [[nodiscard]] static std::optional<std::string> volumeNameFromPath(const std::string& path);
+    [[nodiscard]] static std::optional<std::string> volumePathFromItemPath(const std::string& path);
+
+    /// Whether an item lives on the volume of "/".
+    [[nodiscard]] static bool isSystemVolumePath(const std::string& path);
+
+    /// Whether people are not shown an item: its name begins with a full stop (known without a look
+    /// at the disk), or a ".hidden" file beside it lists it. Not for an empty path or a missing
+    /// item.
+    [[nodiscard]] static bool isItemHidden(const std::string& path);
+
+    /// Whether people are shown a folder as one file; whether an item is or lies in such a folder;
+    /// whether it is a regular file. Links are not followed. Not for empty paths and missing items.
+    [[nodiscard]] static bool isPathPackage(const std::string& path);
+    [[nodiscard]] static bool isItemInPackage(const std::string& path);
+    [[nodiscard]] static bool isItemPlainFile(const std::string& path);
+
     /// Whether a regular expression matches the whole text. Ends within about a second whatever the
     /// two are: what takes longer, or more than 8 MiB to go back over, counts as no match, as does
     /// a pattern that is none.
