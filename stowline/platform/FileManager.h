@@ -1,0 +1,30 @@
+// Finding and making folders, with errors as objects.
+#pragma once
+
+#include "stowline/platform/Error.h"
+#include "stowline/platform/StandardFolders.h"
+
+#include <optional>
+#include <string>
+
+namespace stowline::platform {
+
+/// Domain of a file manager's errors; their code is the system's error number.
+inline constexpr const char* kFileErrorDomain = "com.Stowline.Files";
+
+/// Stateless; any thread.
+class FileManager {
+public:
+    /// The first folder of a kind in some domains; see StandardFolders.h.
+    [[nodiscard]] std::optional<std::string> folder(StandardFolder kind, unsigned domains) const
+    {
+        return standardFolder(kind, domains);
+    }
+
+    /// Makes a folder and what is missing above it, with the mode that new folders get. One that is
+    /// there already is success.
+    /// @param error filled when it fails, else left alone
+    bool createDirectoryAtPath(const std::string& path, ErrorSlot error) const;
+};
+
+} // namespace stowline::platform
