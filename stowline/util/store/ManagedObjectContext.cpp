@@ -1,0 +1,466 @@
+#include "stowline/util/store/ManagedObjectContext.h"
+
+#include "stowline/platform/FileHandle.h"
+#include "stowline/platform/Text.h"
+#include "stowline/util/store/StoreSql.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <sqlite3.h>
+
+#include <map>
+#include <utility>
+
+namespace stowline {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using Objects = std::vector<std::shared_ptr<ManagedObject>>;
+
+Value readColumn(const SQLite::Column& column, AttributeType type)
+{
+    switch (type) {
+    case AttributeType::string:
+        return column.getString();
+    case AttributeType::integer:
+        return column.getInt64();
+    case AttributeType::real:
+        return column.getDouble();
+    case AttributeType::boolean:
+        return column.getInt() != 0;
+    case AttributeType::date:
+        return Date(std::chrono::microseconds(column.getInt64()));
+    case AttributeType::data:
+        break;
+    }
+    const auto* bytes = static_cast<const std::uint8_t*>(column.getBlob());
+    return Data(bytes, bytes + column.getBytes());
+}
+
+void bind(SQLite::Statement& statement, int place, const Value& value)
+{
+    if (const auto* text = value.string())
+        statement.bind(place, *text);
+    else if (const auto* bytes = value.data())
+        statement.bind(place, bytes->data(), static_cast<int>(bytes->size()));
+    else if (const auto* truth = value.boolean())
+        statement.bind(place, *truth ? 1 : 0);
+    else if (const auto* real = value.real())
+        statement.bind(place, *real);
+    else if (const auto* moment = value.date())
+        statement.bind(place, static_cast<std::int64_t>(moment->time_since_epoch().count()));
+    else if (const auto* unsignedNumber = value.unsignedInteger())
+        statement.bind(place, static_cast<std::int64_t>(*unsignedNumber));
+    else
+        statement.bind(place, *value.integer());
+}
+
+void bindAll(SQLite::Statement& statement, const std::vector<Value>& values)
+{
+    int place = 0;
+    for (const Value& value : values)
+        bind(statement, ++place, value);
+}
+
+/// An empty database for the owner alone; one that is there is left as it is.
+void prepareFile(const std::string& path)
+{
+    if (platform::FileHandle::create(path))
+        fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+}
+
+} // namespace
+
+/// The database, and what stands between it and the objects.
+///
+/// Changes are written in a transaction that stays open until they are saved, and only when a fetch
+/// must see them or they are saved.
+class ManagedObjectContext::Store {
+public:
+    Store(const std::string& path, ObjectModel model, const Options& options)
+        : path_(path), model_(std::make_shared<const ObjectModel>(std::move(model))),
+          database_(path, SQLite::OPEN_READWRITE, static_cast<int>(options.lockPatience.count()))
+    {
+        database_.exec("PRAGMA journal_mode = WAL");
+        SQLite::Transaction schema(database_);
+        for (const EntityDescription& entity : *model_)
+            prepareTable(entity);
+        schema.commit();
+    }
+
+    [[nodiscard]] const ObjectModel& model() const { return *model_; }
+    [[nodiscard]] bool hasChanges() const { return !changed_.empty(); }
+
+    void noteChange(const std::shared_ptr<ManagedObject>& object)
+    {
+        if (!std::exchange(object->isChanged_, true))
+            changed_.push_back(object);
+        if (!std::exchange(object->isUnwritten_, true))
+            unwritten_.push_back(object);
+    }
+
+    [[nodiscard]] std::shared_ptr<ManagedObject> newObject(const EntityDescription& entity,
+                                                           ManagedObjectContext* context) const
+    {
+        return std::shared_ptr<ManagedObject>(
+            new ManagedObject(std::shared_ptr<const EntityDescription>(model_, &entity), context));
+    }
+
+    void save()
+    {
+        writeChanges();
+        if (inTransaction_)
+            database_.exec("COMMIT");
+        inTransaction_ = false;
+        for (const auto& object : changed_) {
+            object->isSaved_ = !object->isDeleted_;
+            object->saved_.reset();
+            object->isChanged_ = false;
+        }
+        changed_.clear();
+    }
+
+    void rollback()
+    {
+        if (inTransaction_ && sqlite3_get_autocommit(database_.getHandle()) == 0)
+            database_.exec("ROLLBACK");
+        forgetTransaction();
+        for (const auto& object : changed_) {
+            if (object->saved_)
+                object->values_ = *std::exchange(object->saved_, std::nullopt);
+            object->isDeleted_ = false;
+            object->isChanged_ = false;
+            object->isUnwritten_ = false;
+            if (!object->isSaved_)
+                object->context_ = nullptr;
+        }
+        changed_.clear();
+        unwritten_.clear();
+    }
+
+    [[nodiscard]] Objects fetch(const FetchRequest& request, ManagedObjectContext* context)
+    {
+        writeChanges();
+        const EntityDescription& entity = entityOf(request);
+        const store::Sql sql = store::selectRows(selectionOf(request));
+        SQLite::Statement rows(database_, sql.text);
+        bindAll(rows, sql.values);
+        Objects objects;
+        while (rows.executeStep())
+            objects.push_back(objectOfRow(rows, entity, context));
+        return objects;
+    }
+
+    [[nodiscard]] std::uint64_t count(const FetchRequest& request)
+    {
+        writeChanges();
+        const store::Sql sql = store::selectCount(selectionOf(request));
+        SQLite::Statement row(database_, sql.text);
+        bindAll(row, sql.values);
+        (void)row.executeStep();
+        return static_cast<std::uint64_t>(row.getColumn(0).getInt64());
+    }
+
+    /// After a failure: a full disk, for one, makes the database give the transaction up.
+    void noteLostTransaction()
+    {
+        if (inTransaction_ && sqlite3_get_autocommit(database_.getHandle()) != 0)
+            forgetTransaction();
+    }
+
+    /// Objects that outlive the context must not reach for it.
+    void detachObjects()
+    {
+        for (const auto& [key, known] : known_) {
+            if (const auto object = known.lock())
+                object->context_ = nullptr;
+        }
+        for (const auto& object : changed_)
+            object->context_ = nullptr;
+    }
+
+    [[nodiscard]] Error errorOf(const SQLite::Exception& fault) const
+    {
+        return platform::makeError(kStoreErrorDomain, fault.getExtendedErrorCode(),
+                                   "The object store " + path_ +
+                                       " cannot be used: " + fault.what() + ".");
+    }
+
+private:
+    using Key = std::pair<const EntityDescription*, std::int64_t>;
+
+    void prepareTable(const EntityDescription& entity)
+    {
+        database_.exec(store::createTable(entity));
+        std::map<std::string, std::string> columns;
+        SQLite::Statement rows(database_, "PRAGMA table_info(" + store::quoted(entity.name) + ")");
+        while (rows.executeStep())
+            columns[rows.getColumn(1).getString()] = rows.getColumn(2).getString();
+        for (const AttributeDescription& attribute : entity.attributes) {
+            const auto column = columns.find(attribute.name);
+            if (column == columns.end())
+                database_.exec(store::addColumn(entity, attribute));
+            else if (column->second != store::columnType(attribute.type))
+                throw store::InvalidRequest("The object store " + path_ + " holds " + entity.name +
+                                            "." + attribute.name +
+                                            " as another type than the model. Please give the "
+                                            "attribute another name.");
+            if (attribute.isIndexed)
+                database_.exec(store::createIndex(entity, attribute));
+        }
+    }
+
+    const EntityDescription& entityOf(const FetchRequest& request) const
+    {
+        if (!request.entity)
+            throw store::InvalidRequest("The request names no entity that the model has.");
+        return *request.entity;
+    }
+
+    store::Selection selectionOf(const FetchRequest& request) const
+    {
+        return {entityOf(request), request.predicate, request.sortDescriptors, request.fetchLimit,
+                request.fetchOffset};
+    }
+
+    void writeChanges()
+    {
+        if (unwritten_.empty())
+            return;
+        if (!inTransaction_) {
+            database_.exec("BEGIN IMMEDIATE");
+            inTransaction_ = true;
+        }
+        // In the order of the changes; what was written before a failure need not be again.
+        std::size_t written = 0;
+        try {
+            for (; written < unwritten_.size(); ++written)
+                write(unwritten_[written]);
+        } catch (...) {
+            unwritten_.erase(unwritten_.begin(),
+                             unwritten_.begin() + static_cast<std::ptrdiff_t>(written));
+            throw;
+        }
+        unwritten_.clear();
+    }
+
+    void write(const std::shared_ptr<ManagedObject>& object)
+    {
+        const EntityDescription& entity = *object->entity_;
+        if (object->isDeleted_) {
+            if (object->number_)
+                runWith(store::deleteRow(entity), {}, object->number_);
+        } else if (object->number_) {
+            runWith(store::updateRow(entity), object->values_, object->number_);
+        } else {
+            runWith(store::insertRow(entity), object->values_, std::nullopt);
+            object->number_ = database_.getLastInsertRowid();
+            known_[{&entity, *object->number_}] = object;
+        }
+        object->isUnwritten_ = false;
+    }
+
+    void runWith(const std::string& sql, const ManagedObject::Values& values,
+                 std::optional<std::int64_t> number)
+    {
+        auto& statement = statements_[sql];
+        if (!statement)
+            statement = std::make_unique<SQLite::Statement>(database_, sql);
+        statement->reset();
+        statement->clearBindings();
+        int place = 0;
+        for (const auto& value : values) {
+            ++place;
+            if (value)
+                bind(*statement, place, *value);
+        }
+        if (number)
+            statement->bind(++place, *number);
+        statement->exec();
+        statement->reset();
+    }
+
+    std::shared_ptr<ManagedObject> objectOfRow(SQLite::Statement& row,
+                                               const EntityDescription& entity,
+                                               ManagedObjectContext* context)
+    {
+        const std::int64_t number = row.getColumn(0).getInt64();
+        auto& known = known_[{&entity, number}];
+        auto object = known.lock();
+        if (!object) {
+            object = newObject(entity, context);
+            object->number_ = number;
+            object->isSaved_ = true;
+            known = object;
+            forgetTheGone();
+        }
+        if (!object->isChanged_) {
+            int column = 0;
+            for (const AttributeDescription& attribute : entity.attributes) {
+                const SQLite::Column cell = row.getColumn(++column);
+                object->values_[static_cast<std::size_t>(column) - 1] =
+                    cell.isNull() ? std::nullopt : std::optional(readColumn(cell, attribute.type));
+            }
+        }
+        return object;
+    }
+
+    /// Now and then, so that what is remembered stays in proportion to what is in use.
+    void forgetTheGone()
+    {
+        if (known_.size() < mostKnown_)
+            return;
+        std::erase_if(known_, [](const auto& entry) { return entry.second.expired(); });
+        mostKnown_ = std::max(kFewObjects, 2 * known_.size());
+    }
+
+    /// Nothing of the transaction is in the database.
+    void forgetTransaction()
+    {
+        inTransaction_ = false;
+        unwritten_.clear();
+        for (const auto& object : changed_) {
+            if (!object->isSaved_ && object->number_) {
+                known_.erase({object->entity_.get(), *object->number_});
+                object->number_.reset();
+            }
+            object->isUnwritten_ = true;
+            unwritten_.push_back(object);
+        }
+    }
+
+    static constexpr std::size_t kFewObjects = 1000;
+
+    const std::string path_;
+    const std::shared_ptr<const ObjectModel> model_; ///< shared with the objects
+    SQLite::Database database_;
+    std::map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
+    bool inTransaction_ = false;
+    Objects changed_;   ///< since the last save, in the order of their first change
+    Objects unwritten_; ///< of these, what the open transaction does not have
+    std::map<Key, std::weak_ptr<ManagedObject>> known_;
+    std::size_t mostKnown_ = kFewObjects;
+};
+
+namespace {
+
+/// Runs a piece of work on the store and turns what it throws into an error.
+/// @return what the work returns; absent with an error
+template <class Store, class Work>
+auto attempt(Store& store, platform::ErrorSlot slot, Work work) -> std::optional<decltype(work())>
+{
+    std::optional<Error> error;
+    try {
+        return work();
+    } catch (const SQLite::Exception& fault) {
+        error = store.errorOf(fault);
+    } catch (const store::InvalidRequest& fault) {
+        error = platform::makeError(kStoreErrorDomain, 0, fault.what());
+    }
+    store.noteLostTransaction();
+    if (slot)
+        *slot = error;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::unique_ptr<ManagedObjectContext> ManagedObjectContext::open(const std::string& path,
+                                                                 ObjectModel model,
+                                                                 platform::ErrorSlot error,
+                                                                 const Options& options)
+{
+    std::string sentence;
+    int code = 0;
+    try {
+        store::requireUsableModel(model);
+        prepareFile(path);
+        return std::unique_ptr<ManagedObjectContext>(
+            new ManagedObjectContext(std::make_unique<Store>(path, std::move(model), options)));
+    } catch (const SQLite::Exception& fault) {
+        code = fault.getExtendedErrorCode();
+        sentence = "The object store " + path + " cannot be opened: " + fault.what() + ".";
+    } catch (const platform::FileFault& fault) {
+        sentence = std::string("The object store cannot be made: ") + fault.what() + ".";
+    } catch (const std::exception& fault) {
+        sentence = fault.what();
+    }
+    if (error)
+        *error = platform::makeError(kStoreErrorDomain, code, sentence);
+    return nullptr;
+}
+
+ManagedObjectContext::ManagedObjectContext(std::unique_ptr<Store> store) : store_(std::move(store))
+{
+}
+
+ManagedObjectContext::~ManagedObjectContext()
+{
+    store_->detachObjects();
+}
+
+const EntityDescription* ManagedObjectContext::entityNamed(std::string_view name) const
+{
+    for (const EntityDescription& entity : store_->model()) {
+        if (entity.name == name)
+            return &entity;
+    }
+    return nullptr;
+}
+
+std::shared_ptr<ManagedObject> ManagedObjectContext::insertObject(const EntityDescription& entity)
+{
+    auto object = store_->newObject(entity, this);
+    store_->noteChange(object);
+    return object;
+}
+
+void ManagedObjectContext::deleteObject(const std::shared_ptr<ManagedObject>& object)
+{
+    object->isDeleted_ = true;
+    if (object->context_)
+        store_->noteChange(object);
+}
+
+bool ManagedObjectContext::hasChanges() const
+{
+    return store_->hasChanges();
+}
+
+bool ManagedObjectContext::save(platform::ErrorSlot error)
+{
+    return attempt(*store_, error,
+                   [&] {
+                       store_->save();
+                       return true;
+                   })
+        .has_value();
+}
+
+void ManagedObjectContext::rollback()
+{
+    (void)attempt(*store_, nullptr, [&] {
+        store_->rollback();
+        return true;
+    });
+}
+
+std::optional<Objects> ManagedObjectContext::executeFetchRequest(const FetchRequest& request,
+                                                                 platform::ErrorSlot error)
+{
+    return attempt(*store_, error, [&] { return store_->fetch(request, this); });
+}
+
+std::optional<std::uint64_t> ManagedObjectContext::countForFetchRequest(const FetchRequest& request,
+                                                                        platform::ErrorSlot error)
+{
+    return attempt(*store_, error, [&] { return store_->count(request); });
+}
+
+void ManagedObjectContext::noteChange(const std::shared_ptr<ManagedObject>& object)
+{
+    store_->noteChange(object);
+}
+
+} // namespace stowline
