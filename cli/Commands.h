@@ -15,6 +15,10 @@ using Chosen = std::function<ExitStatus()>;
 void declareSignUp(CLI::App& app, Chosen& chosen);
 void declareSignIn(CLI::App& app, Chosen& chosen);
 void declareEncryption(CLI::App& app, Chosen& chosen);
+void declareChecksum(CLI::App& app, Chosen& chosen);
+void declareCopy(CLI::App& app, Chosen& chosen);
+void declarePaths(CLI::App& app, Chosen& chosen);
+void declareLinks(CLI::App& app, Chosen& chosen);
 void declareSettings(CLI::App& app, Chosen& chosen);
 void declareDoctor(CLI::App& app, Chosen& chosen);
 

@@ -1,5 +1,8 @@
 #include "cli/Output.h"
 
+#include "stowline/platform/Text.h"
+#include "stowline/util/Base64.h"
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -71,10 +74,24 @@ void Output::complain(std::string_view sentence) const
 
 void Output::item(std::string_view text, const nlohmann::ordered_json& object) const
 {
-    if (json_)
-        fmt::print("{}\n", dumped(object));
-    else
-        fmt::print("{}\n", text);
+    print(json_ ? dumped(object) : text);
+}
+
+void Output::print(std::string_view line) const
+{
+    if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() ||
+        std::fputc('\n', stdout) == EOF)
+        isBroken_ = true;
+}
+
+/// A result that nobody got is none.
+ExitStatus Output::end(ExitStatus status)
+{
+    finished_ = true;
+    if (std::fflush(stdout) == 0 && !isBroken_)
+        return status;
+    complain("The results cannot be written to standard output. Is the disk full?");
+    return status == ExitStatus::done ? ExitStatus::failed : status;
 }
 
 void Output::printResult(ExitStatus status,
@@ -88,32 +105,31 @@ void Output::printResult(ExitStatus status,
                                       {"exit", static_cast<int>(status)}};
         for (const auto& [name, value] : fields)
             result[name] = value;
-        fmt::print("{}\n", dumped(result));
+        print(dumped(result));
     } else if (status == ExitStatus::done) {
         std::size_t widest = 0;
         for (const auto& [name, value] : fields)
             widest = std::max(widest, name.size());
         for (const auto& [name, value] : fields)
-            fmt::print("{:<{}}  {}\n", name, widest, value);
+            print(fmt::format("{:<{}}  {}", name, widest, value));
     }
-    std::fflush(stdout);
 }
 
 ExitStatus Output::finish(ExitStatus status,
                           const std::vector<std::pair<std::string, std::string>>& fields)
 {
     const std::lock_guard lock(finishing());
-    if (!finished_)
-        printResult(status, fields);
-    finished_ = true;
-    return status;
+    if (finished_)
+        return status;
+    printResult(status, fields);
+    return end(status);
 }
 
 ExitStatus Output::finishWithText(const std::string& name, const std::string& text)
 {
     if (json_)
         return finish(ExitStatus::done, {{name, text}});
-    fmt::print("{}\n", text);
+    print(text);
     return finish(ExitStatus::done);
 }
 
@@ -121,6 +137,14 @@ ExitStatus Output::fail(ExitStatus status, const std::string& sentence)
 {
     complain(sentence);
     return finish(status, {{"message", sentence}});
+}
+
+void addPath(nlohmann::ordered_json& object, std::string_view path)
+{
+    if (platform::isValidUtf8(path))
+        object["path"] = path;
+    else
+        object["path_b64"] = Base64::base64EncodingWithLineLength(path, 0);
 }
 
 Output& output()

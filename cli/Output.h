@@ -20,6 +20,8 @@ public:
     void beQuiet(bool quiet) { quiet_ = quiet; }
     void setCommand(std::string command) { command_ = std::move(command); }
 
+    [[nodiscard]] bool isQuiet() const { return quiet_; }
+
     /// A sentence for people; not shown when quiet.
     void note(std::string_view sentence) const;
 
@@ -31,6 +33,7 @@ public:
 
     /// Ends the output. Only the first call counts.
     /// @param fields shown as a small table, or as entries of the result object
+    /// @return the status; that of a failure when standard output did not take everything
     ExitStatus finish(ExitStatus status,
                       const std::vector<std::pair<std::string, std::string>>& fields = {});
 
@@ -41,14 +44,20 @@ public:
     ExitStatus fail(ExitStatus status, const std::string& sentence);
 
 private:
+    void print(std::string_view line) const;
+    ExitStatus end(ExitStatus status);
     void printResult(ExitStatus status,
                      const std::vector<std::pair<std::string, std::string>>& fields) const;
 
     bool json_ = false;
     bool quiet_ = false;
     bool finished_ = false;
+    mutable bool isBroken_ = false; ///< standard output does not take what it is given
     std::string command_;
 };
+
+/// Adds a path to an object: as "path", or when it is no UTF-8 in Base64 as "path_b64".
+void addPath(nlohmann::ordered_json& object, std::string_view path);
 
 /// The one output of the process.
 [[nodiscard]] Output& output();

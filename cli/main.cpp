@@ -1,20 +1,19 @@
 // stowline: the reference host program.
 #include "cli/Commands.h"
 #include "cli/Configuration.h"
+#include "cli/Interruption.h"
 #include "cli/Output.h"
+#include "cli/Progress.h"
 #include "cli/VerboseLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/platform/Bundle.h"
 #include "stowline/platform/NotificationCenter.h"
 #include "stowline/platform/Signals.h"
-#include "stowline/platform/Terminal.h"
 #include "stowline/util/General.h"
 
 #include <CLI/CLI.hpp>
 
-#include <csignal>
-#include <cstdlib>
-#include <thread>
+#include <algorithm>
 
 namespace {
 
@@ -47,23 +46,12 @@ void apply(const GlobalOptions& options)
 {
     cli::output().useJson(options.json);
     cli::output().beQuiet(options.quiet);
+    if (options.noProgress)
+        cli::forbidProgress();
     if (!options.bundle.empty())
         platform::Bundle::useFolder(options.bundle);
     if (options.verbose)
         DDLog::addLogger(std::make_shared<cli::VerboseLogger>());
-}
-
-/// Waits for Ctrl-C or a request to end, and ends the program in order.
-void watchForTermination()
-{
-    std::thread([] {
-        const int signal = platform::awaitTerminationSignal();
-        platform::restoreTerminal();
-        const auto status =
-            signal == SIGINT ? cli::ExitStatus::interrupted : cli::ExitStatus::terminated;
-        cli::output().fail(status, "Interrupted.");
-        std::_Exit(static_cast<int>(status));
-    }).detach();
 }
 
 /// --json as the arguments say it, for faults of the arguments themselves.
@@ -87,7 +75,7 @@ int usageFault(const CLI::App& app, const CLI::ParseError& fault, bool json)
 int main(int count, char** words)
 {
     platform::holdTerminationSignals();
-    watchForTermination();
+    cli::watchForTermination();
     (void)General::launchTime();
     CLI::App app("Backs up to an online backup service.", "stowline");
     GlobalOptions options;
@@ -96,6 +84,10 @@ int main(int count, char** words)
     cli::declareSignUp(app, chosen);
     cli::declareSignIn(app, chosen);
     cli::declareEncryption(app, chosen);
+    cli::declareChecksum(app, chosen);
+    cli::declareCopy(app, chosen);
+    cli::declarePaths(app, chosen);
+    cli::declareLinks(app, chosen);
     cli::declareSettings(app, chosen);
     cli::declareDoctor(app, chosen);
     try {

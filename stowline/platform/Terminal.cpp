@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <mutex>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -60,6 +61,18 @@ FileDescriptor openTerminal()
 }
 
 } // namespace
+
+bool standardErrorIsTerminal()
+{
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
+std::size_t standardErrorColumns()
+{
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
 
 bool tellOnTerminal(std::string_view text, std::string_view prompt, TerminalWait wait)
 {

@@ -1,11 +1,16 @@
 // The terminal a person sits at.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace stowline::platform {
+
+/// Whether the stream is a terminal, and how many characters wide it is (80 when it does not say).
+[[nodiscard]] bool standardErrorIsTerminal();
+[[nodiscard]] std::size_t standardErrorColumns();
 
 /// Asks on the process's terminal (not standard input) and reads a line without showing it.
 /// @return absent when there is no terminal or the person ended the input.

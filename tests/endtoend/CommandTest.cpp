@@ -1,4 +1,5 @@
 // The stowline command: exit statuses, JSON, secrets, and what people read.
+#include "tests/endtoend/Command.h"
 #include "stowline/platform/Files.h"
 #include "stowline/platform/PropertyList.h"
 #include "tests/support/DevServerProcess.h"
@@ -7,55 +8,16 @@
 #include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <csignal>
 
 namespace stowline {
 namespace {
 
-using nlohmann::json;
-
-/// Runs the command with a home folder of its own.
-class Command {
-public:
-    explicit Command(std::filesystem::path bundle) : bundle_(std::move(bundle)) {}
-
-    [[nodiscard]] test::ProgramRun run(std::vector<std::string> words,
-                                       std::map<std::string, std::string> environment = {},
-                                       std::string input = {}) const
-    {
-        words.insert(words.begin(), test::builtProgram("stowline"));
-        environment.emplace("HOME", home_.path().string());
-        environment.emplace("STOWLINE_BUNDLE", bundle_.string());
-        return {std::move(words), std::move(environment), std::move(input)};
-    }
-
-    template <class... Arguments>
-    [[nodiscard]] test::ProgramResult operator()(Arguments... arguments) const
-    {
-        return test::runProgram(run(std::forward<Arguments>(arguments)...));
-    }
-
-    [[nodiscard]] const test::TemporaryFolder& home() const { return home_; }
-
-private:
-    std::filesystem::path bundle_;
-    test::TemporaryFolder home_;
-};
-
-using Words = std::vector<std::string>;
-using Environment = std::map<std::string, std::string>;
-
-/// The lines of a JSON output; the test fails when one is no object.
-std::vector<json> jsonLines(const std::string& output)
-{
-    std::vector<json> lines;
-    std::istringstream stream(output);
-    for (std::string line; std::getline(stream, line);)
-        lines.push_back(json::parse(line));
-    return lines;
-}
+using test::Command;
+using test::Environment;
+using test::jsonLines;
+using test::Words;
 
 class CommandWithService : public testing::Test {
 protected:

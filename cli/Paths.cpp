@@ -1,0 +1,102 @@
+// stowline paths
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "stowline/util/General.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <array>
+#include <filesystem>
+
+namespace stowline::cli {
+
+namespace {
+
+constexpr std::array<const char*, 10> kNames{
+    "home directory", "trash",  "documents", "library",  "desktop",
+    "downloads",      "movies", "music",     "pictures", "sharedpublic"};
+
+ExitStatus listFolders()
+{
+    for (const std::string name : kNames) {
+        const std::string path = General::pathRepresentedByDirectoryString(name);
+        nlohmann::ordered_json object{{"v", 1}, {"type", "folder"}, {"name", name}};
+        addPath(object, path);
+        output().item(fmt::format("{:<14}  {}", name, path), object);
+    }
+    return output().finish(ExitStatus::done);
+}
+
+/// What the flags say, in words.
+std::string wordsFor(const std::string& path)
+{
+    std::string words;
+    const auto add = [&](bool isSo, const char* word) {
+        if (isSo)
+            words += (words.empty() ? "" : ", ") + std::string(word);
+    };
+    add(General::isItemPlainFile(path), "file");
+    add(General::isPathPackage(path), "package");
+    add(General::isItemInPackage(path) && !General::isPathPackage(path), "in a package");
+    add(General::isItemHidden(path), "hidden");
+    add(General::isSystemVolumePath(path), "on the system volume");
+    return words;
+}
+
+void describe(const std::string& path)
+{
+    const std::string words = wordsFor(path);
+    const auto name = General::volumeNameFromPath(path);
+    const auto mount = General::volumePathFromItemPath(path);
+    nlohmann::ordered_json object{{"v", 1}, {"type", "item"}};
+    addPath(object, path);
+    object["volume"] = name.value_or("");
+    object["mount"] = mount.value_or("");
+    object["volume_number"] = General::volumeRefNumFromPath(path);
+    object["plain_file"] = General::isItemPlainFile(path);
+    object["package"] = General::isPathPackage(path);
+    object["in_package"] = General::isItemInPackage(path);
+    object["hidden"] = General::isItemHidden(path);
+    object["system_volume"] = General::isSystemVolumePath(path);
+    output().item(fmt::format("{}\n  volume  {} at {}\n  is      {}", path,
+                              name.value_or("unknown"), mount.value_or("unknown"),
+                              words.empty() ? "-" : words),
+                  object);
+}
+
+ExitStatus describeAll(const std::vector<std::string>& names)
+{
+    std::size_t missing = 0;
+    for (const std::string& name : names) {
+        const std::string path = General::pathRepresentedByDirectoryString(name);
+        std::error_code unknown;
+        if (std::filesystem::exists(std::filesystem::symlink_status(path, unknown))) {
+            describe(path);
+            continue;
+        }
+        ++missing;
+        output().complain("There is nothing at " + path + ".");
+    }
+    if (missing == 0)
+        return output().finish(ExitStatus::done);
+    return output().finish(missing == names.size() ? ExitStatus::notFound
+                                                   : ExitStatus::someItemsFailed,
+                           {{"missing", std::to_string(missing)}});
+}
+
+} // namespace
+
+void declarePaths(CLI::App& app, Chosen& chosen)
+{
+    auto names = std::make_shared<std::vector<std::string>>();
+    CLI::App* command = app.add_subcommand(
+        "paths", "Show what the folder names of a selection resolve to, or look at items");
+    command->add_option("NAME", *names, "Folder names or paths to look at");
+    command->callback([names, &chosen] {
+        chosen = [names] { return names->empty() ? listFolders() : describeAll(*names); };
+    });
+}
+
+} // namespace stowline::cli
