@@ -31,10 +31,12 @@ int main(int count, char** words)
 {
     using namespace stowline::bench;
     const std::map<std::string, std::vector<std::function<void()>>> subjects{
-        {"call", {measureCalls, measureParsing, measureExpansion}}, {"log", {measureLogging}}};
+        {"call", {measureCalls, measureParsing, measureExpansion}},
+        {"log", {measureLogging}},
+        {"util", {measureUtilities, measureStore}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log\n");
+        fmt::print(stderr, "usage: stowline-bench call|log|util\n");
         return 2;
     }
     for (const auto& measure : subject->second)

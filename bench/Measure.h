@@ -44,5 +44,7 @@ void measureCalls();
 void measureLogging();
 void measureParsing();
 void measureExpansion();
+void measureUtilities();
+void measureStore();
 
 } // namespace stowline::bench
