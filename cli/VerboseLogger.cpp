@@ -1,20 +1,18 @@
 #include "cli/VerboseLogger.h"
 
-#include <algorithm>
+#include "stowline/platform/Text.h"
+
 #include <cstdio>
 
 namespace stowline::cli {
 
 void VerboseLogger::logMessage(const DDLogMessage& message)
 {
-    auto text = formattedText(message);
+    const auto text = formattedText(message);
     if (!text)
         return;
-    std::replace_if(
-        text->begin(), text->end(),
-        [](unsigned char c) { return (c < ' ' && c != '\n' && c != '\t') || c == 0x7f; }, '?');
-    text->push_back('\n');
-    std::fwrite(text->data(), 1, text->size(), stderr);
+    const std::string line = platform::withoutControls(text->view()) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
 } // namespace stowline::cli

@@ -9,11 +9,11 @@ CountingLogger::CountingLogger(Keep keep) : DDAbstractLogger("CountingLogger"), 
 void CountingLogger::logMessage(const DDLogMessage& message)
 {
     if (keep_ == Keep::texts) {
-        auto text = formattedText(message);
+        const auto text = formattedText(message);
         if (!text)
             return;
         const std::lock_guard lock(mutex_);
-        lines_.push_back({std::move(*text), message.logFlag,
+        lines_.push_back({std::string(text->view()), message.logFlag,
                           std::string(message.methodName().value_or("")), message.queueLabel});
     }
     count_.fetch_add(1, std::memory_order_relaxed);

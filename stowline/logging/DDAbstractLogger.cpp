@@ -56,10 +56,10 @@ std::string DDAbstractLogger::loggerName() const
     return name_;
 }
 
-std::optional<std::string> DDAbstractLogger::formattedText(const DDLogMessage& message)
+std::optional<LogText> DDAbstractLogger::formattedText(const DDLogMessage& message)
 {
     const auto formatter = slot_->get();
-    return formatter ? formatter->formatLogMessage(message) : std::optional(message.logMsg);
+    return formatter ? formatter->formatLogMessage(message) : std::optional(LogText(message));
 }
 
 } // namespace stowline

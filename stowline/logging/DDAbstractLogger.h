@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/logging/DDLogMessage.h"
+#include "stowline/logging/LogText.h"
 #include "stowline/platform/ForkSafety.h"
 #include "stowline/platform/SerialQueue.h"
 
@@ -17,8 +18,7 @@ public:
     virtual ~DDLogFormatter() = default;
 
     /// @return the text to log; absent to drop the message.
-    [[nodiscard]] virtual std::optional<std::string>
-    formatLogMessage(const DDLogMessage& message) = 0;
+    [[nodiscard]] virtual std::optional<LogText> formatLogMessage(const DDLogMessage& message) = 0;
 };
 
 /// A destination of log messages. The dispatcher calls every operation below on the logger's own
@@ -65,7 +65,7 @@ public:
 protected:
     /// The text to log for a message: the formatter's answer, or the message's own text when there
     /// is no formatter; absent when the formatter drops it. For logMessage().
-    [[nodiscard]] std::optional<std::string> formattedText(const DDLogMessage& message);
+    [[nodiscard]] std::optional<LogText> formattedText(const DDLogMessage& message);
 
 private:
     struct FormatterSlot {

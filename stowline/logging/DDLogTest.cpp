@@ -235,7 +235,7 @@ TEST(DDLog, ChangesOfTheListAreOrderedWithMessages)
 
 class Shouting final : public DDLogFormatter {
 public:
-    std::optional<std::string> formatLogMessage(const DDLogMessage& message) override
+    std::optional<LogText> formatLogMessage(const DDLogMessage& message) override
     {
         return message.logMsg == "drop" ? std::nullopt : std::optional(message.logMsg + "!");
     }

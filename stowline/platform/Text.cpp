@@ -47,6 +47,12 @@ char asciiLower(char character)
                                                 : character;
 }
 
+/// Every byte but those that continue a character.
+bool beginsCharacter(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+}
+
 } // namespace
 
 std::size_t validUtf8PrefixLength(std::string_view text)
@@ -106,6 +112,37 @@ std::optional<std::string> characterXmlCannotCarry(std::string_view text)
         position += length;
     }
     return std::nullopt;
+}
+
+std::size_t characterCount(std::string_view text)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(text, beginsCharacter));
+}
+
+std::size_t offsetOfCharacter(std::string_view text, std::size_t index)
+{
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (beginsCharacter(text[at]) && index-- == 0)
+            return at;
+    }
+    return text.size();
+}
+
+std::string withoutControls(std::string_view text)
+{
+    std::string shown;
+    shown.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        const auto next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
+        const bool isUpperControl = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
+        if (isUpperControl)
+            ++at;
+        const bool isLowerControl = byte < ' ' && byte != '\n' && byte != '\t';
+        shown.push_back(isUpperControl || isLowerControl || byte == 0x7F ? '?'
+                                                                         : static_cast<char>(byte));
+    }
+    return shown;
 }
 
 std::string asciiLowercase(std::string_view text)

@@ -24,6 +24,15 @@ void appendUtf8(std::string& text, char32_t codePoint);
 ///         when the text is clean.
 [[nodiscard]] std::optional<std::string> characterXmlCannotCarry(std::string_view text);
 
+/// Code points of a UTF-8 text, and the offset in bytes of one of them (the text's size for those
+/// beyond its end). Bytes that are no UTF-8 count with the character before them or as one each.
+[[nodiscard]] std::size_t characterCount(std::string_view text);
+[[nodiscard]] std::size_t offsetOfCharacter(std::string_view text, std::size_t index);
+
+/// The text with "?" in the place of every control character but line feed and tab, so that it can
+/// do nothing to a terminal or a log that shows it: U+0000 to U+001F, U+007F to U+009F.
+[[nodiscard]] std::string withoutControls(std::string_view text);
+
 /// ASCII letters in the other case; every other byte as it is.
 [[nodiscard]] std::string asciiLowercase(std::string_view text);
 [[nodiscard]] bool equalsIgnoringAsciiCase(std::string_view left, std::string_view right);
