@@ -28,22 +28,30 @@ void DDAbstractLogger::logMessage(const DDLogMessage&) {}
 
 std::shared_ptr<DDLogFormatter> DDAbstractLogger::logFormatter()
 {
-    if (queue_->isCurrent())
-        return slot_->get();
     std::shared_ptr<DDLogFormatter> formatter;
-    DDLog::loggingQueue().sync([&] { formatter = slot_->get(); });
+    readInTurn([&] { formatter = slot_->get(); });
     return formatter;
 }
 
 void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter)
 {
-    if (queue_->isCurrent()) {
-        slot_->set(std::move(formatter));
-        return;
-    }
-    DDLog::loggingQueue().async([slot = slot_, formatter = std::move(formatter)]() mutable {
-        slot->set(std::move(formatter));
-    });
+    changeInTurn([slot = slot_, formatter = std::move(formatter)] { slot->set(formatter); });
+}
+
+void DDAbstractLogger::readInTurn(const std::function<void()>& read)
+{
+    if (queue_->isCurrent())
+        read();
+    else
+        DDLog::loggingQueue().sync(read);
+}
+
+void DDAbstractLogger::changeInTurn(std::function<void()> change)
+{
+    if (queue_->isCurrent())
+        change();
+    else
+        DDLog::loggingQueue().async(std::move(change));
 }
 
 std::shared_ptr<platform::SerialQueue> DDAbstractLogger::loggerQueue()

@@ -6,6 +6,7 @@
 #include "stowline/platform/ForkSafety.h"
 #include "stowline/platform/SerialQueue.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -66,6 +67,11 @@ protected:
     /// The text to log for a message: the formatter's answer, or the message's own text when there
     /// is no formatter; absent when the formatter drops it. For logMessage().
     [[nodiscard]] std::optional<LogText> formattedText(const DDLogMessage& message);
+
+    /// For settings that are read and changed in turn with the messages: runs at once on the
+    /// logger's own queue; from elsewhere by way of the logging queue, waiting for it or not.
+    void readInTurn(const std::function<void()>& read);
+    void changeInTurn(std::function<void()> change);
 
 private:
     struct FormatterSlot {

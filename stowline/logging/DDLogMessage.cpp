@@ -20,8 +20,7 @@ DDLogMessage::DDLogMessage(std::string message, std::int32_t level, std::int32_t
                            std::int32_t context, const char* sourceFile, const char* operation,
                            std::int32_t line)
     : logMsg(std::move(message)), logLevel(level), logFlag(flag), logContext(context),
-      file(sourceFile), function(operation), lineNumber(line),
-      timestamp(std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now())),
+      file(sourceFile), function(operation), lineNumber(line), timestamp(platform::currentDate()),
       machThreadID(platform::currentThreadNumber()), queueLabel(currentQueueLabel())
 {
 }

@@ -33,8 +33,9 @@ private:
     static void beforeFork()
     {
         instance().mutex_.lock();
-        for (ForkParticipant* participant : instance().participants_)
-            participant->beforeFork();
+        const auto& all = instance().participants_;
+        std::for_each(all.rbegin(), all.rend(),
+                      [](ForkParticipant* participant) { participant->beforeFork(); });
     }
 
     static void inParent()

@@ -28,8 +28,8 @@ private:
     virtual void afterForkInChild() = 0;
 };
 
-/// A mutex that no thread holds when a child of a fork() begins, so that it works there. Never held
-/// while another lock of this kind is taken.
+/// A mutex that no thread holds when a child of a fork() begins, so that it works there. While it
+/// is held, of other participants only older ones may be locked, and none may be made.
 class ForkSafeMutex final : private ForkParticipant {
 public:
     ForkSafeMutex() = default;

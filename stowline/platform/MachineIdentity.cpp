@@ -3,6 +3,7 @@
 #include "stowline/platform/Files.h"
 #include "stowline/platform/Text.h"
 
+#include <cerrno>
 #include <glib.h>
 
 #include <algorithm>
@@ -158,6 +159,11 @@ std::vector<std::string> processArguments()
         begin = end + 1;
     }
     return words;
+}
+
+std::string processName()
+{
+    return program_invocation_short_name;
 }
 
 } // namespace stowline::platform

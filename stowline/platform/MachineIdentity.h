@@ -39,4 +39,7 @@ hardwareUuid(const IdentitySources& sources = IdentitySources::ofThisMachine());
 /// Words of this process's command line, the program name first, read anew on each call.
 [[nodiscard]] std::vector<std::string> processArguments();
 
+/// The name of this process's program, without folders.
+[[nodiscard]] std::string processName();
+
 } // namespace stowline::platform

@@ -25,6 +25,11 @@ using Data = std::vector<std::uint8_t>;
 /// A moment in time, without a zone, to the microsecond.
 using Date = std::chrono::sys_time<std::chrono::microseconds>;
 
+[[nodiscard]] inline Date currentDate()
+{
+    return std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+}
+
 using Array = std::vector<Value>;
 
 /// String-keyed map; iterates in the byte order of its keys, so that what is made from it is the

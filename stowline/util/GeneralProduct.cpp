@@ -35,8 +35,7 @@ std::string General::userAgent()
 
 Date General::launchTime()
 {
-    static const Date firstUse =
-        std::chrono::floor<std::chrono::microseconds>(std::chrono::system_clock::now());
+    static const Date firstUse = platform::currentDate();
     return firstUse;
 }
 

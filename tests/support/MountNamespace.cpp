@@ -21,6 +21,11 @@ Mount Mount::memory(const std::filesystem::path& folder, const std::string& opti
     return {"memory", folder, "tmpfs", 0, options};
 }
 
+Mount Mount::plainMemory(const std::filesystem::path& folder)
+{
+    return {"memory", folder, "ramfs", 0, {}};
+}
+
 Mount Mount::again(const std::filesystem::path& shown, const std::filesystem::path& folder)
 {
     return {shown.c_str(), folder, nullptr, MS_BIND, {}};

@@ -11,12 +11,16 @@ namespace stowline::test {
 /// @return why that cannot be done here; absent when it is done.
 [[nodiscard]] std::optional<std::string> enterMountNamespace();
 
-/// One mount, gone with this object. The folder is made; the constructors throw when mounting fails.
+/// One mount, gone with this object. The folder is made; the constructors throw when mounting
+/// fails.
 class Mount {
 public:
     /// An empty file system in memory.
     /// @param options as "size=1m"
     static Mount memory(const std::filesystem::path& folder, const std::string& options = {});
+
+    /// An empty file system in memory that keeps no extended attributes.
+    static Mount plainMemory(const std::filesystem::path& folder);
 
     /// A folder shown a second time at another place.
     static Mount again(const std::filesystem::path& shown, const std::filesystem::path& folder);

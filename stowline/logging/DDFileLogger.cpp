@@ -1,0 +1,384 @@
+#include "stowline/logging/DDFileLogger.h"
+
+#include "stowline/logging/DDLog.h"
+#include "stowline/platform/AppendFile.h"
+#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/FileStatus.h"
+#include "stowline/platform/LocalClock.h"
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+
+namespace stowline {
+
+namespace {
+
+using platform::AppendFile;
+using Duration = platform::TimerClock::Duration;
+
+constexpr std::uint64_t kUsualFileSize = 1048576;
+constexpr double kUsualFrequency = 86400;
+constexpr double kLongestDelay = 86400.0 * 365 * 100;
+
+/// Free space of the root file system, asked for seldom while there is plenty.
+///
+/// Below the margin it is asked for before every line. Above it an answer is good for a while in
+/// which nothing but this logger could use up the margin: that would take 3 GB a second.
+class FreeSpace {
+public:
+    [[nodiscard]] bool isMoreThan(std::uint64_t bytes)
+    {
+        constexpr std::uint64_t margin = 64 << 20;
+        constexpr std::chrono::milliseconds goodFor{20};
+        const auto now = std::chrono::steady_clock::now();
+        if (free_ < margin + bytes || now - asked_ > goodFor) {
+            free_ = platform::freeSpaceAt("/").value_or(UINT64_MAX);
+            asked_ = now;
+        }
+        if (free_ <= bytes)
+            return false;
+        free_ -= bytes;
+        return true;
+    }
+
+private:
+    std::uint64_t free_ = 0;
+    std::chrono::steady_clock::time_point asked_{};
+};
+
+Duration milliseconds(double seconds)
+{
+    return Duration(
+        static_cast<std::int64_t>(std::ceil(std::clamp(seconds, 0.0, kLongestDelay) * 1000)));
+}
+
+} // namespace
+
+std::optional<LogText> DDLogFileFormatterDefault::formatLogMessage(const DDLogMessage& message)
+{
+    std::string line = platform::localClockText(message.timestamp, '/');
+    line.reserve(line.size() + message.logMsg.size() + 3);
+    line.append("  ").append(message.logMsg);
+    return LogText(std::move(line));
+}
+
+/// Everything about the files, under one lock: the queues of the log call it one after another, and
+/// the end of the logger may come on any thread.
+class DDFileLogger::State : public std::enable_shared_from_this<State> {
+public:
+    State(std::shared_ptr<DDLogFileManager> manager, FileLoggerClocks clocks)
+        : manager_(std::move(manager)), clocks_(std::move(clocks))
+    {
+    }
+
+    [[nodiscard]] const std::shared_ptr<DDLogFileManager>& manager() const { return manager_; }
+
+    void write(std::string_view line)
+    {
+        locked([&] {
+            if (!freeSpace_.isMoreThan(line.size()))
+                return;
+            if (!writeToCurrentFile(line))
+                platform::consoleLog("write log error");
+        });
+    }
+
+    void synchronize()
+    {
+        locked([&] {
+            if (file_)
+                file_->synchronize();
+        });
+    }
+
+    void roll()
+    {
+        locked([&] { rollNow(); });
+    }
+
+    void close()
+    {
+        locked([&] {
+            if (file_)
+                file_->synchronize();
+            forgetFile();
+        });
+    }
+
+    [[nodiscard]] std::uint64_t maximumFileSize()
+    {
+        return locked([&] { return maximumFileSize_; });
+    }
+
+    void setMaximumFileSize(std::uint64_t bytes)
+    {
+        locked([&] {
+            maximumFileSize_ = bytes;
+            if (file_ && isTooLarge(file_->linkedSize().value_or(0)))
+                rollNow();
+        });
+    }
+
+    [[nodiscard]] double rollingFrequency()
+    {
+        return locked([&] { return rollingFrequency_; });
+    }
+
+    void setRollingFrequency(double seconds)
+    {
+        locked([&] {
+            rollingFrequency_ = seconds;
+            if (file_)
+                scheduleTimer();
+        });
+    }
+
+    [[nodiscard]] std::optional<DDLogFileInfo> currentFile()
+    {
+        return locked([&] { return file_ ? std::optional(*info_) : std::nullopt; });
+    }
+
+private:
+    struct Archived {
+        std::string path;
+        bool isRolled;
+    };
+
+    /// Tells the manager of archived files, with the lock free.
+    struct Teller {
+        State& state;
+        std::vector<Archived> archived = {};
+        ~Teller()
+        {
+            for (const Archived& file : archived) {
+                if (file.isRolled)
+                    state.manager_->didRollAndArchiveLogFile(file.path);
+                else
+                    state.manager_->didArchiveLogFile(file.path);
+            }
+        }
+    };
+    struct Collector {
+        Teller& teller;
+        ~Collector() { teller.archived.swap(teller.state.archived_); }
+    };
+
+    /// Runs a piece of work under the lock.
+    template <class Work> auto locked(Work work) -> decltype(work())
+    {
+        Teller teller{*this};
+        const std::lock_guard lock(mutex_);
+        const Collector collector{teller};
+        return work();
+    }
+
+    [[nodiscard]] bool isTooLarge(std::uint64_t size) const
+    {
+        return maximumFileSize_ > 0 && size >= maximumFileSize_;
+    }
+
+    [[nodiscard]] bool isTooOld(double age) const
+    {
+        return rollingFrequency_ > 0 && age >= rollingFrequency_;
+    }
+
+    /// By the wall clock; a file from the future has no age.
+    [[nodiscard]] double wallAge(const DDLogFileInfo& info) const
+    {
+        const Date now = clocks_.now();
+        const std::chrono::duration<double> age = now - info.creationDate().value_or(now);
+        return std::max(0.0, age.count());
+    }
+
+    /// As the wall clock had it when the file was opened, and the steady clock since then.
+    [[nodiscard]] double steadyAge() const
+    {
+        const std::chrono::duration<double> open = clocks_.timer.now() - openedAt_;
+        return ageWhenOpened_ + open.count();
+    }
+
+    bool writeToCurrentFile(std::string_view line)
+    {
+        auto size = file_ ? file_->linkedSize() : std::nullopt;
+        if (!size) {
+            // None yet, or somebody has deleted it: nobody would ever read what is added to it.
+            forgetFile();
+            openFile();
+            size = file_ ? file_->linkedSize() : std::nullopt;
+        }
+        if (!size || !file_->append(line))
+            return false;
+        if (isTooLarge(*size + line.size()))
+            rollNow();
+        return true;
+    }
+
+    void openFile()
+    {
+        if (auto info = fileToContinue())
+            use(*info);
+        if (file_)
+            return;
+        if (const auto path = manager_->createNewLogFile())
+            use(DDLogFileInfo(*path));
+    }
+
+    /// The newest file that nobody else is writing, when it can take more.
+    std::optional<DDLogFileInfo> fileToContinue()
+    {
+        auto infos = manager_->sortedLogFileInfos();
+        const auto newest = std::find_if(infos.begin(), infos.end(), [](const DDLogFileInfo& info) {
+            return !AppendFile::isInUse(info.filePath());
+        });
+        if (newest == infos.end() || newest->isArchived())
+            return std::nullopt;
+        if (!isTooLarge(newest->fileSize()) && !isTooOld(wallAge(*newest)))
+            return *newest;
+        newest->setArchived(true);
+        archived_.push_back({newest->filePath(), false});
+        return std::nullopt;
+    }
+
+    void use(const DDLogFileInfo& info)
+    {
+        file_ = AppendFile::open(info.filePath());
+        if (!file_)
+            return;
+        info_ = info;
+        info_->reset();
+        ageWhenOpened_ = wallAge(*info_);
+        openedAt_ = clocks_.timer.now();
+        scheduleTimer();
+    }
+
+    void scheduleTimer()
+    {
+        timer_.reset();
+        if (rollingFrequency_ <= 0)
+            return;
+        timer_ = std::make_unique<platform::Timer>(
+            DDLog::loggingQueue(),
+            [state = weak_from_this()] {
+                if (const auto alive = state.lock())
+                    alive->rollIfOld();
+            },
+            clocks_.timer);
+        timer_->start(milliseconds(rollingFrequency_ - steadyAge()));
+    }
+
+    void rollIfOld()
+    {
+        locked([&] {
+            if (!file_)
+                return;
+            if (isTooOld(steadyAge()))
+                rollNow();
+            else
+                scheduleTimer();
+        });
+    }
+
+    void rollNow()
+    {
+        if (!file_)
+            return;
+        file_->synchronize();
+        DDLogFileInfo finished = *info_;
+        forgetFile();
+        finished.setArchived(true);
+        archived_.push_back({finished.filePath(), true});
+    }
+
+    void forgetFile()
+    {
+        file_.reset();
+        info_.reset();
+        timer_.reset();
+    }
+
+    const std::shared_ptr<DDLogFileManager> manager_;
+    const FileLoggerClocks clocks_;
+    platform::ForkSafeMutex mutex_;
+    std::uint64_t maximumFileSize_ = kUsualFileSize;
+    double rollingFrequency_ = kUsualFrequency;
+    std::optional<AppendFile> file_;
+    std::optional<DDLogFileInfo> info_; ///< of file_
+    double ageWhenOpened_ = 0;
+    platform::TimerClock::Moment openedAt_{};
+    std::unique_ptr<platform::Timer> timer_;
+    std::vector<Archived> archived_; ///< that the manager is still to be told of
+    FreeSpace freeSpace_;
+};
+
+DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager,
+                           FileLoggerClocks clocks)
+    : DDAbstractLogger("cocoa.lumberjack.fileLogger"),
+      state_(std::make_shared<State>(std::move(logFileManager), std::move(clocks)))
+{
+    setLogFormatter(std::make_shared<DDLogFileFormatterDefault>());
+}
+
+DDFileLogger::~DDFileLogger()
+{
+    state_->close();
+}
+
+void DDFileLogger::logMessage(const DDLogMessage& message)
+{
+    const auto text = formattedText(message);
+    if (!text)
+        return;
+    std::string line(text->view());
+    if (!line.ends_with('\n'))
+        line.push_back('\n');
+    state_->write(line);
+}
+
+void DDFileLogger::flush()
+{
+    state_->synchronize();
+}
+
+const std::shared_ptr<DDLogFileManager>& DDFileLogger::logFileManager() const
+{
+    return state_->manager();
+}
+
+std::uint64_t DDFileLogger::maximumFileSize()
+{
+    std::uint64_t bytes = 0;
+    readInTurn([&] { bytes = state_->maximumFileSize(); });
+    return bytes;
+}
+
+void DDFileLogger::setMaximumFileSize(std::uint64_t bytes)
+{
+    changeInTurn([state = state_, bytes] { state->setMaximumFileSize(bytes); });
+}
+
+double DDFileLogger::rollingFrequency()
+{
+    double seconds = 0;
+    readInTurn([&] { seconds = state_->rollingFrequency(); });
+    return seconds;
+}
+
+void DDFileLogger::setRollingFrequency(double seconds)
+{
+    changeInTurn([state = state_, seconds] { state->setRollingFrequency(seconds); });
+}
+
+void DDFileLogger::rollLogFile()
+{
+    changeInTurn([state = state_] { state->roll(); });
+}
+
+std::optional<DDLogFileInfo> DDFileLogger::currentLogFileInfo()
+{
+    std::optional<DDLogFileInfo> info;
+    readInTurn([&] { info = state_->currentFile(); });
+    return info;
+}
+
+} // namespace stowline
