@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <glib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -164,6 +165,11 @@ std::vector<std::string> processArguments()
 std::string processName()
 {
     return program_invocation_short_name;
+}
+
+int processNumber()
+{
+    return ::getpid();
 }
 
 } // namespace stowline::platform

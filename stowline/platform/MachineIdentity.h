@@ -39,7 +39,8 @@ hardwareUuid(const IdentitySources& sources = IdentitySources::ofThisMachine());
 /// Words of this process's command line, the program name first, read anew on each call.
 [[nodiscard]] std::vector<std::string> processArguments();
 
-/// The name of this process's program, without folders.
+/// The name of this process's program, without folders, and the process's number.
 [[nodiscard]] std::string processName();
+[[nodiscard]] int processNumber();
 
 } // namespace stowline::platform

@@ -1,7 +1,9 @@
 #include "stowline/platform/StandardStreams.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace stowline::platform {
@@ -13,6 +15,31 @@ bool writeOnceToStandardOutput(std::string_view bytes)
         written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
     } while (written < 0 && errno == EINTR);
     return written == static_cast<ssize_t>(bytes.size());
+}
+
+void writeGatheredToStandardError(std::span<const std::string_view> pieces)
+{
+    std::array<iovec, 16> vectors{};
+    std::size_t count = 0;
+    for (const std::string_view piece : pieces.first(std::min(pieces.size(), vectors.size())))
+        vectors.at(count++) = {const_cast<char*>(piece.data()), piece.size()};
+    std::span<iovec> left(vectors.data(), count);
+    while (!left.empty()) {
+        const ssize_t written = ::writev(STDERR_FILENO, left.data(), static_cast<int>(left.size()));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return;
+        auto taken = static_cast<std::size_t>(written);
+        while (!left.empty() && taken >= left.front().iov_len) {
+            taken -= left.front().iov_len;
+            left = left.subspan(1);
+        }
+        if (!left.empty()) {
+            left.front().iov_base = static_cast<char*>(left.front().iov_base) + taken;
+            left.front().iov_len -= taken;
+        }
+    }
 }
 
 void closeStandardOutput()

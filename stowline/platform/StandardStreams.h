@@ -1,6 +1,7 @@
 // The standard streams of a program that talks to its parent over pipes.
 #pragma once
 
+#include <span>
 #include <string_view>
 
 namespace stowline::platform {
@@ -8,6 +9,10 @@ namespace stowline::platform {
 /// One write call to standard output, begun anew only when a signal came before the first byte.
 /// @return whether it took every byte.
 [[nodiscard]] bool writeOnceToStandardOutput(std::string_view bytes);
+
+/// Writes pieces of text to standard error as if they were one, in one call where the system takes
+/// them all at once. Failures have nobody to be told to.
+void writeGatheredToStandardError(std::span<const std::string_view> pieces);
 
 /// After this the reader of standard output finds its end.
 void closeStandardOutput();

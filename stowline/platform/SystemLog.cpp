@@ -1,0 +1,14 @@
+#include "stowline/platform/SystemLog.h"
+
+#include "stowline/platform/Text.h"
+
+#include <syslog.h>
+
+namespace stowline::platform {
+
+void systemLog(SystemLogPriority priority, std::string_view text)
+{
+    ::syslog(LOG_USER | static_cast<int>(priority), "%s", withoutControls(text).c_str());
+}
+
+} // namespace stowline::platform
