@@ -1,0 +1,241 @@
+#include "stowline/logging/SQLiteLogger.h"
+
+#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/FileHandle.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <algorithm>
+
+namespace stowline {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kMostUnsaved = 100000;
+constexpr int kPatienceMilliseconds = 1000;
+
+constexpr const char* kSchema =
+    "CREATE TABLE IF NOT EXISTS log (id INTEGER PRIMARY KEY, timestamp INTEGER NOT NULL, "
+    "level INTEGER NOT NULL, flag INTEGER NOT NULL, context INTEGER NOT NULL, file TEXT NOT NULL, "
+    "function TEXT NOT NULL, line INTEGER NOT NULL, thread TEXT NOT NULL, queue TEXT NOT NULL, "
+    "text TEXT NOT NULL);"
+    "CREATE INDEX IF NOT EXISTS log_timestamp ON log (timestamp);";
+
+constexpr const char* kColumns =
+    "timestamp, level, flag, context, file, function, line, thread, queue, text";
+
+std::int64_t microseconds(Date date)
+{
+    return date.time_since_epoch().count();
+}
+
+void store(std::string* slot, std::string sentence)
+{
+    if (slot)
+        *slot = std::move(sentence);
+}
+
+void bindText(SQLite::Statement& statement, int place, const std::string& text)
+{
+    statement.bindNoCopy(place, text);
+}
+
+LogEntry entryOf(SQLite::Statement& row)
+{
+    return {.text = row.getColumn(9).getString(),
+            .level = row.getColumn(1).getInt(),
+            .flag = row.getColumn(2).getInt(),
+            .context = row.getColumn(3).getInt(),
+            .file = row.getColumn(4).getString(),
+            .function = row.getColumn(5).getString(),
+            .line = row.getColumn(6).getInt(),
+            .timestamp = Date(std::chrono::microseconds(row.getColumn(0).getInt64())),
+            .thread = row.getColumn(7).getString(),
+            .queue = row.getColumn(8).getString()};
+}
+
+/// "WHERE" and what the query asks for, with a "?" for each value that bindQuery() binds.
+std::string conditionsOf(const LogQuery& query)
+{
+    std::string text = " WHERE (flag & ?) <> 0";
+    if (query.contains)
+        text += " AND instr(text, ?) > 0";
+    if (query.since)
+        text += " AND timestamp >= ?";
+    if (query.before)
+        text += " AND timestamp < ?";
+    return text;
+}
+
+void bindQuery(SQLite::Statement& statement, const LogQuery& query)
+{
+    int place = 0;
+    statement.bind(++place, query.flags);
+    if (query.contains)
+        statement.bind(++place, *query.contains);
+    if (query.since)
+        statement.bind(++place, microseconds(*query.since));
+    if (query.before)
+        statement.bind(++place, microseconds(*query.before));
+    statement.bind(++place,
+                   static_cast<std::int64_t>(std::min<std::size_t>(query.limit, INT64_MAX)));
+}
+
+} // namespace
+
+/// The database; operations throw SQLite::Exception.
+class SQLiteLogger::Database {
+public:
+    explicit Database(const std::string& path)
+        : database_(path, SQLite::OPEN_READWRITE, kPatienceMilliseconds)
+    {
+        // A commit in WAL mode survives the end of the process without waiting for the disk.
+        database_.exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
+        database_.exec(kSchema);
+        insert_.emplace(database_, std::string("INSERT INTO log (") + kColumns +
+                                       ") VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+        delete_.emplace(database_, "DELETE FROM log WHERE timestamp < ?");
+    }
+
+    /// Both or neither.
+    void saveAndDelete(const std::vector<LogEntry>& entries, std::optional<Date> olderThan)
+    {
+        SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
+        for (const LogEntry& entry : entries)
+            insert(entry);
+        if (olderThan) {
+            delete_->reset();
+            delete_->bind(1, microseconds(*olderThan));
+            delete_->exec();
+        }
+        transaction.commit();
+    }
+
+private:
+    void insert(const LogEntry& entry)
+    {
+        SQLite::Statement& row = *insert_;
+        row.reset();
+        row.bind(1, microseconds(entry.timestamp));
+        row.bind(2, entry.level);
+        row.bind(3, entry.flag);
+        row.bind(4, entry.context);
+        bindText(row, 5, entry.file);
+        bindText(row, 6, entry.function);
+        row.bind(7, entry.line);
+        bindText(row, 8, entry.thread);
+        bindText(row, 9, entry.queue);
+        bindText(row, 10, entry.text);
+        row.exec();
+        row.reset();
+    }
+
+    SQLite::Database database_;
+    std::optional<SQLite::Statement> insert_;
+    std::optional<SQLite::Statement> delete_;
+};
+
+std::shared_ptr<SQLiteLogger> SQLiteLogger::open(const std::string& path, std::string* fault,
+                                                 platform::TimerClock& clock)
+{
+    try {
+        if (platform::FileHandle::create(path))
+            fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+        return std::shared_ptr<SQLiteLogger>(
+            new SQLiteLogger(std::make_unique<Database>(path), clock));
+    } catch (const SQLite::Exception& refused) {
+        store(fault, "The log database " + path + " cannot be opened: " + refused.what() + ".");
+    } catch (const std::exception& refused) {
+        store(fault, std::string("The log database cannot be made: ") + refused.what() + ".");
+    }
+    return nullptr;
+}
+
+SQLiteLogger::SQLiteLogger(std::unique_ptr<Database> database, platform::TimerClock& clock)
+    : DDAbstractDatabaseLogger("stowline.sqliteLogger", clock), database_(std::move(database))
+{
+}
+
+SQLiteLogger::~SQLiteLogger()
+{
+    shutDown();
+    if (!unsaved_.empty())
+        saveAndDelete(std::nullopt); // what could not be saved before has one more chance
+}
+
+bool SQLiteLogger::db_log(const DDLogMessage& message)
+{
+    const auto text = formattedText(message);
+    if (!text)
+        return false;
+    if (unsaved_.size() >= kMostUnsaved)
+        unsaved_.erase(unsaved_.begin(),
+                       unsaved_.begin() + static_cast<std::ptrdiff_t>(kMostUnsaved / 10));
+    unsaved_.push_back({.text = std::string(text->view()),
+                        .level = message.logLevel,
+                        .flag = message.logFlag,
+                        .context = message.logContext,
+                        .file = std::string(message.fileName()),
+                        .function = std::string(message.methodName().value_or("")),
+                        .line = message.lineNumber,
+                        .timestamp = message.timestamp,
+                        .thread = message.threadID(),
+                        .queue = message.queueLabel.value_or("")});
+    return true;
+}
+
+void SQLiteLogger::db_save()
+{
+    saveAndDelete(std::nullopt);
+}
+
+void SQLiteLogger::db_delete()
+{
+    saveAndDelete(oldest());
+}
+
+void SQLiteLogger::db_saveAndDelete()
+{
+    saveAndDelete(oldest());
+}
+
+Date SQLiteLogger::oldest()
+{
+    const auto age = std::chrono::duration<double>(maxAge());
+    return platform::currentDate() - std::chrono::duration_cast<std::chrono::microseconds>(age);
+}
+
+void SQLiteLogger::saveAndDelete(std::optional<Date> olderThan)
+{
+    try {
+        database_->saveAndDelete(unsaved_, olderThan);
+        unsaved_.clear();
+        isTold_ = false;
+    } catch (const SQLite::Exception& fault) {
+        if (!std::exchange(isTold_, true))
+            platform::consoleLog(std::string("The log database cannot be written: ") +
+                                 fault.what() + ". The entries are kept and tried again.");
+    }
+}
+
+std::optional<std::vector<LogEntry>>
+SQLiteLogger::entries(const std::string& path, const LogQuery& query, std::string* fault)
+{
+    try {
+        SQLite::Database database(path, SQLite::OPEN_READONLY, kPatienceMilliseconds);
+        SQLite::Statement rows(database, std::string("SELECT ") + kColumns + " FROM log" +
+                                             conditionsOf(query) + " ORDER BY id LIMIT ?");
+        bindQuery(rows, query);
+        std::vector<LogEntry> found;
+        while (rows.executeStep())
+            found.push_back(entryOf(rows));
+        return found;
+    } catch (const SQLite::Exception& refused) {
+        store(fault, "The log database " + path + " cannot be read: " + refused.what() + ".");
+        return std::nullopt;
+    }
+}
+
+} // namespace stowline
