@@ -2,10 +2,9 @@
 #include "cli/Commands.h"
 #include "cli/Configuration.h"
 #include "cli/Interruption.h"
+#include "cli/Logging.h"
 #include "cli/Output.h"
 #include "cli/Progress.h"
-#include "cli/VerboseLogger.h"
-#include "stowline/logging/DDLog.h"
 #include "stowline/platform/Bundle.h"
 #include "stowline/platform/NotificationCenter.h"
 #include "stowline/platform/Signals.h"
@@ -22,7 +21,7 @@ using namespace stowline;
 struct GlobalOptions {
     bool json = false;
     bool quiet = false;
-    bool verbose = false;
+    cli::LogOptions log;
     bool noProgress = false;
     std::string bundle;
 };
@@ -31,7 +30,7 @@ void declareGlobals(CLI::App& app, GlobalOptions& options)
 {
     app.add_flag("--json", options.json, "Print JSON lines; the last one is the result");
     app.add_flag("-q,--quiet", options.quiet, "Print results and faults only");
-    app.add_flag("-v,--verbose", options.verbose, "Show the log on standard error");
+    cli::declareLogging(app, options.log);
     app.add_flag("--no-progress", options.noProgress, "Show no progress");
     app.add_option("--bundle", options.bundle,
                    "Folder with Info.plist and Resources to use instead of the program's own")
@@ -50,8 +49,7 @@ void apply(const GlobalOptions& options)
         cli::forbidProgress();
     if (!options.bundle.empty())
         platform::Bundle::useFolder(options.bundle);
-    if (options.verbose)
-        DDLog::addLogger(std::make_shared<cli::VerboseLogger>());
+    cli::startLogging(options.log);
 }
 
 /// --json as the arguments say it, for faults of the arguments themselves.

@@ -2,6 +2,7 @@
 
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/Sockets.h"
 
 #include <httplib.h>
@@ -38,6 +39,12 @@ public:
         server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); }; // NOLINT
         server_->set_keep_alive_max_count(1000);
         server_->set_tcp_nodelay(true);
+        // Bodies hold passwords and are not logged.
+        server_->set_logger([](const httplib::Request& request, const httplib::Response& response) {
+            STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method,
+                              request.path, calledMethod(request.body), request.body.size(),
+                              response.status);
+        });
         for (const Service& service : services)
             serve(service);
     }

@@ -3,12 +3,17 @@
 #include "devserver/BundleWriter.h"
 #include "devserver/FaultPlan.h"
 #include "devserver/WebServer.h"
+#include "stowline/logging/DDFileLogger.h"
+#include "stowline/logging/DDLog.h"
+#include "stowline/logging/DDTTYLogger.h"
+#include "stowline/logging/LevelFilter.h"
 #include "stowline/platform/Files.h"
 #include "stowline/platform/Signals.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <thread>
 
@@ -25,6 +30,9 @@ struct Options {
     std::optional<fs::path> certificate;
     std::optional<fs::path> key;
     std::vector<std::string> faults;
+    std::optional<fs::path> logFolder;
+    std::string logLevel = "info";
+    bool verbose = false;
 };
 
 int fail(const std::string& sentence)
@@ -47,6 +55,38 @@ void declare(CLI::App& app, Options& options)
                    fmt::format("METHOD:N:KIND makes the N-th call of a method fail (N may be *); "
                                "kinds: {}",
                                fmt::join(devserver::faultKindNames(), ", ")));
+    std::vector<std::string> levels;
+    for (const auto& [name, flags] : kLevelNames)
+        levels.emplace_back(name);
+    app.add_option("--log-folder", options.logFolder, "Folder for rolling log files");
+    app.add_option("--log-level", options.logLevel, "Least important lines to log")
+        ->check(CLI::IsMember(levels))
+        ->capture_default_str();
+    app.add_flag("-v,--verbose", options.verbose, "Show the log when standard error is a terminal");
+}
+
+std::int32_t flagsOf(const std::string& level)
+{
+    const auto named = std::find_if(kLevelNames.begin(), kLevelNames.end(),
+                                    [&](const auto& entry) { return entry.first == level; });
+    return named == kLevelNames.end() ? kSystemLogLevel : named->second;
+}
+
+void startLogging(const Options& options)
+{
+    const std::int32_t flags = flagsOf(options.logLevel);
+    if (options.logFolder) {
+        const auto files = std::make_shared<DDFileLogger>(
+            std::make_shared<DDLogFileManagerDefault>(fs::absolute(*options.logFolder).string()));
+        files->setLogFormatter(std::make_shared<LevelFilterLogFormatter>(
+            flags, std::make_shared<DDLogFileFormatterDefault>()));
+        DDLog::addLogger(files);
+    }
+    if (options.verbose) {
+        const auto console = DDTTYLogger::sharedInstance();
+        console->setLogFormatter(std::make_shared<LevelFilterLogFormatter>(flags));
+        DDLog::addLogger(console);
+    }
 }
 
 /// Tells where the service listens: a line on standard output, the port file, the bundle.
@@ -81,6 +121,7 @@ int run(const Options& options)
     if (!platform::makePrivateFolder(fs::absolute(options.data)))
         return fail("The folder " + options.data.string() + " cannot be made.");
 
+    startLogging(options);
     devserver::Accounts accounts(options.data / "service.sqlite");
     devserver::AccountServiceContext context{
         accounts, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
@@ -101,6 +142,7 @@ int run(const Options& options)
     platform::awaitTerminationSignal();
     server.stop();
     serving.join();
+    DDLog::flushLog();
     return 0;
 }
 

@@ -21,7 +21,7 @@ MAY_INCLUDE = {
     "stowline/service": ["stowline/"],
     "stowline/tool": ["stowline/call", "stowline/soap", "stowline/platform", "stowline/util"],
     "cli": ["stowline/"],
-    "devserver": ["stowline/platform", "stowline/soap/SoapMessage.h"],
+    "devserver": ["stowline/platform", "stowline/logging", "stowline/soap/SoapMessage.h"],
 }
 NEVER = {"stowline/service": ["stowline/tool"], "cli": ["stowline/tool"]}
 

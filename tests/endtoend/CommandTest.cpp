@@ -174,6 +174,25 @@ TEST_F(CommandWithService, DoctorFindsEverythingWell)
     EXPECT_EQ(lines.back()["type"], "result");
 }
 
+TEST(DevServerLog, TellsOfCallsWithoutTheirSecrets)
+{
+    const test::TemporaryFolder logs;
+    test::DevServerProcess server({"--log-folder", logs.path().string()});
+    const Command stowline(server.bundle());
+    EXPECT_EQ(
+        stowline(Words{"signin", "-u", "nobody"}, Environment{{"STOWLINE_PASSWORD", "s3cret"}})
+            .status,
+        12);
+    server.process().signal(SIGTERM);
+    EXPECT_EQ(server.process().wait().status, 0);
+    std::string text;
+    for (const auto& file : std::filesystem::directory_iterator(logs.path()))
+        text += platform::readFile(file.path()).value_or("");
+    EXPECT_NE(text.find("(Authenticate, "), std::string::npos) << text;
+    EXPECT_NE(text.find("answered with 200\n"), std::string::npos) << text;
+    EXPECT_EQ(text.find("s3cret"), std::string::npos);
+}
+
 TEST(CommandInterrupted, EndsWithAResultLineAnd130)
 {
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});

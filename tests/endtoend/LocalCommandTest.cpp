@@ -258,5 +258,59 @@ TEST_F(LocalCommand, LinksTellsOfAnInvalidAddress)
     EXPECT_EQ(jsonLines(result.output).back()["status"], "settings-invalid");
 }
 
+/// What the log files of the command's state folder hold.
+std::string logFilesOf(const test::Command& stowline)
+{
+    std::string text;
+    const fs::path logs = stowline.home().path() / ".local/state/stowline/logs";
+    for (const auto& entry : fs::directory_iterator(logs))
+        text += platform::readFile(entry.path()).value_or("");
+    return text;
+}
+
+TEST_F(LocalCommand, KeepsItsLogInFilesWhenAskedTo)
+{
+    EXPECT_EQ(stowline_(Words{"--log-file", "links"}).status, 0);
+    const fs::path state = stowline_.home().path() / ".local/state/stowline";
+    EXPECT_EQ(fs::status(state / "logs").permissions(), fs::perms::owner_all);
+    EXPECT_NE(logFilesOf(stowline_).find("in getProductName, retrieved value: Stowline"),
+              std::string::npos);
+    const auto before = logFilesOf(stowline_).size();
+    EXPECT_EQ(stowline_(Words{"--log-file", "--log-level", "error", "links"}).status, 0);
+    EXPECT_EQ(logFilesOf(stowline_).size(), before) << "nothing that happened was an error";
+    EXPECT_EQ(stowline_(Words{"--log-file", "links"}).status, 0);
+    EXPECT_GT(logFilesOf(stowline_).size(), before) << "the same file is continued";
+}
+
+TEST_F(LocalCommand, LogsErrorsAtEveryLevel)
+{
+    const std::string file = folder_.write("source", "letter");
+    EXPECT_EQ(
+        stowline_(Words{"--log-file", "--log-level=error", "copy", file, in("no/copy")}).status, 1);
+    EXPECT_NE(logFilesOf(stowline_).find("  Cannot create " + in("no/copy")), std::string::npos);
+}
+
+TEST_F(LocalCommand, TellsALogFolderThatCannotBeMadeAndGoesOn)
+{
+    const auto result =
+        stowline_(Words{"--log-file", "paths"}, Environment{{"XDG_STATE_HOME", "/proc/self"}});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "stowline: There is no log file: the folder /proc/self/stowline/logs "
+                             "cannot be made. Please check its owner and mode.\n");
+}
+
+TEST_F(LocalCommand, RefusesALevelThatIsNone)
+{
+    EXPECT_EQ(stowline_(Words{"--log-level", "loud", "links"}).status, 2);
+}
+
+TEST_F(LocalCommand, VerboseOnATerminalShowsWholeLines)
+{
+    const auto talk = test::talkOnTerminal(stowline_.run({"-v", "links"}), "no prompt", "");
+    EXPECT_EQ(talk.status, 0);
+    EXPECT_NE(talk.screen.find(" stowline["), std::string::npos) << talk.screen;
+    EXPECT_NE(talk.screen.find("in getProductName, retrieved value: Stowline"), std::string::npos);
+}
+
 } // namespace
 } // namespace stowline

@@ -1,0 +1,78 @@
+#include "cli/Logging.h"
+
+#include "cli/Output.h"
+#include "cli/VerboseLogger.h"
+#include "stowline/logging/DDFileLogger.h"
+#include "stowline/logging/DDLog.h"
+#include "stowline/logging/DDTTYLogger.h"
+#include "stowline/logging/LevelFilter.h"
+#include "stowline/platform/Files.h"
+#include "stowline/platform/Terminal.h"
+
+#include <CLI/CLI.hpp>
+
+namespace stowline::cli {
+
+namespace {
+
+std::int32_t flagsOf(const std::string& level)
+{
+    for (const auto& [name, flags] : kLevelNames) {
+        if (name == level)
+            return flags;
+    }
+    return kSystemLogLevel;
+}
+
+void logToFiles(std::int32_t flags)
+{
+    const auto state = platform::stateFolder();
+    if (!state || !platform::makePrivateFolder(*state / "logs")) {
+        output().complain("There is no log file: the folder " +
+                          (state ? (*state / "logs").string() : "of the user's state") +
+                          " cannot be made. Please check its owner and mode.");
+        return;
+    }
+    const auto logger = std::make_shared<DDFileLogger>(
+        std::make_shared<DDLogFileManagerDefault>((*state / "logs").string()));
+    logger->setLogFormatter(std::make_shared<LevelFilterLogFormatter>(
+        flags, std::make_shared<DDLogFileFormatterDefault>()));
+    DDLog::addLogger(logger);
+}
+
+/// The terminal's sink is silent elsewhere, where scripts still want to see what was asked for.
+std::shared_ptr<DDLogger> standardErrorLogger()
+{
+    if (platform::standardErrorIsTerminal())
+        return DDTTYLogger::sharedInstance();
+    return std::make_shared<VerboseLogger>();
+}
+
+} // namespace
+
+void declareLogging(CLI::App& app, LogOptions& options)
+{
+    std::vector<std::string> names;
+    for (const auto& [name, flags] : kLevelNames)
+        names.emplace_back(name);
+    app.add_flag("-v,--verbose", options.verbose, "Show the log on standard error");
+    app.add_flag("--log-file", options.toFile,
+                 "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)");
+    app.add_option("--log-level", options.level, "Least important lines to log")
+        ->check(CLI::IsMember(names))
+        ->capture_default_str();
+}
+
+void startLogging(const LogOptions& options)
+{
+    const std::int32_t flags = flagsOf(options.level);
+    if (options.toFile)
+        logToFiles(flags);
+    if (!options.verbose)
+        return;
+    const auto logger = standardErrorLogger();
+    logger->setLogFormatter(std::make_shared<LevelFilterLogFormatter>(flags));
+    DDLog::addLogger(logger);
+}
+
+} // namespace stowline::cli
