@@ -1,5 +1,6 @@
 // The log dispatcher beside spdlog's asynchronous logger: the same bound on the queue, callers wait
 // when it is full, one sink that counts.
+#include "bench/LogWork.h"
 #include "bench/Measure.h"
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/LogMacros.h"
@@ -15,9 +16,7 @@ namespace stowline::bench {
 
 namespace {
 
-constexpr int kMessages = 200'000;
 constexpr int kRounds = 9;
-constexpr std::size_t kQueueBound = 1000;
 
 class CountingSink final : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
 public:
@@ -30,19 +29,6 @@ private:
     }
     void flush_() override {}
 };
-
-template <class Log> void produce(int producers, Log log)
-{
-    std::vector<std::thread> threads;
-    for (int t = 0; t < producers; ++t) {
-        threads.emplace_back([producers, log] {
-            for (int i = 0; i < kMessages / producers; ++i)
-                log(i);
-        });
-    }
-    for (auto& thread : threads)
-        thread.join();
-}
 
 void requireCount(std::size_t counted)
 {

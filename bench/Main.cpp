@@ -32,7 +32,7 @@ int main(int count, char** words)
     using namespace stowline::bench;
     const std::map<std::string, std::vector<std::function<void()>>> subjects{
         {"call", {measureCalls, measureParsing, measureExpansion}},
-        {"log", {measureLogging}},
+        {"log", {measureLogging, measureFileLogging}},
         {"util", {measureUtilities, measureStore}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {

@@ -42,6 +42,7 @@ void print(const std::vector<Row>& rows);
 // they need is missing.
 void measureCalls();
 void measureLogging();
+void measureFileLogging();
 void measureParsing();
 void measureExpansion();
 void measureUtilities();
