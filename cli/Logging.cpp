@@ -15,15 +15,6 @@ namespace stowline::cli {
 
 namespace {
 
-std::int32_t flagsOf(const std::string& level)
-{
-    for (const auto& [name, flags] : kLevelNames) {
-        if (name == level)
-            return flags;
-    }
-    return kSystemLogLevel;
-}
-
 void logToFiles(std::int32_t flags)
 {
     const auto state = platform::stateFolder();
@@ -52,20 +43,17 @@ std::shared_ptr<DDLogger> standardErrorLogger()
 
 void declareLogging(CLI::App& app, LogOptions& options)
 {
-    std::vector<std::string> names;
-    for (const auto& [name, flags] : kLevelNames)
-        names.emplace_back(name);
     app.add_flag("-v,--verbose", options.verbose, "Show the log on standard error");
     app.add_flag("--log-file", options.toFile,
                  "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)");
     app.add_option("--log-level", options.level, "Least important lines to log")
-        ->check(CLI::IsMember(names))
+        ->check(CLI::IsMember(logLevelNames()))
         ->capture_default_str();
 }
 
 void startLogging(const LogOptions& options)
 {
-    const std::int32_t flags = flagsOf(options.level);
+    const std::int32_t flags = logLevelNamed(options.level);
     if (options.toFile)
         logToFiles(flags);
     if (!options.verbose)

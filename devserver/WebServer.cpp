@@ -39,12 +39,7 @@ public:
         server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); }; // NOLINT
         server_->set_keep_alive_max_count(1000);
         server_->set_tcp_nodelay(true);
-        // Bodies hold passwords and are not logged.
-        server_->set_logger([](const httplib::Request& request, const httplib::Response& response) {
-            STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method,
-                              request.path, calledMethod(request.body), request.body.size(),
-                              response.status);
-        });
+        server_->set_logger(logCall);
         for (const Service& service : services)
             serve(service);
     }
@@ -77,6 +72,13 @@ public:
     }
 
 private:
+    /// Bodies hold passwords and are not logged.
+    static void logCall(const httplib::Request& request, const httplib::Response& response)
+    {
+        STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method, request.path,
+                          calledMethod(request.body), request.body.size(), response.status);
+    }
+
     void serve(const Service& service)
     {
         server_->Get(service.path, [this, &service](const auto& request, auto& response) {

@@ -13,7 +13,6 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <thread>
 
@@ -55,26 +54,16 @@ void declare(CLI::App& app, Options& options)
                    fmt::format("METHOD:N:KIND makes the N-th call of a method fail (N may be *); "
                                "kinds: {}",
                                fmt::join(devserver::faultKindNames(), ", ")));
-    std::vector<std::string> levels;
-    for (const auto& [name, flags] : kLevelNames)
-        levels.emplace_back(name);
     app.add_option("--log-folder", options.logFolder, "Folder for rolling log files");
     app.add_option("--log-level", options.logLevel, "Least important lines to log")
-        ->check(CLI::IsMember(levels))
+        ->check(CLI::IsMember(logLevelNames()))
         ->capture_default_str();
     app.add_flag("-v,--verbose", options.verbose, "Show the log when standard error is a terminal");
 }
 
-std::int32_t flagsOf(const std::string& level)
-{
-    const auto named = std::find_if(kLevelNames.begin(), kLevelNames.end(),
-                                    [&](const auto& entry) { return entry.first == level; });
-    return named == kLevelNames.end() ? kSystemLogLevel : named->second;
-}
-
 void startLogging(const Options& options)
 {
-    const std::int32_t flags = flagsOf(options.logLevel);
+    const std::int32_t flags = logLevelNamed(options.logLevel);
     if (options.logFolder) {
         const auto files = std::make_shared<DDFileLogger>(
             std::make_shared<DDLogFileManagerDefault>(fs::absolute(*options.logFolder).string()));

@@ -55,9 +55,8 @@ void tellOfInvalidUrl()
 
 Dictionary AccountProvider::getCompanyDetails()
 {
-    const Dictionary details =
-        upToFirstMissing({{"CompanyName", branded("TW_CompanyName")},
-                          {"CompanyShortName", branded("TW_CompanyShortName")}});
+    Dictionary details = upToFirstMissing({{"CompanyName", branded("TW_CompanyName")},
+                                           {"CompanyShortName", branded("TW_CompanyShortName")}});
     STOWLINE_LOG_INFO("\n\nIn getCompanyDetails, retrieved details %@", Value(details));
     return details;
 }
@@ -80,15 +79,14 @@ std::string AccountProvider::getRebrandedErrorDomain()
 
 Dictionary AccountProvider::getMyAccountLinkDetails()
 {
-    const Dictionary details =
-        upToFirstMissing({{"MyAccountName", branded("TW_MyAccountLinkName")}});
+    Dictionary details = upToFirstMissing({{"MyAccountName", branded("TW_MyAccountLinkName")}});
     STOWLINE_LOG_INFO("\n\nin getMyAccountLinkDetails. URL is %@", Value(details));
     return details;
 }
 
 Dictionary AccountProvider::getSignupLinkDetails()
 {
-    const Dictionary details = upToFirstMissing({{"SignupLinkName", branded("TW_SignupLinkName")}});
+    Dictionary details = upToFirstMissing({{"SignupLinkName", branded("TW_SignupLinkName")}});
     STOWLINE_LOG_INFO("\n\nin getSignupDetails. URL is %@", Value(details));
     return details;
 }
@@ -99,7 +97,7 @@ Dictionary AccountProvider::getForgotUnamePwdLinkDetails()
     const auto url = text ? Url::fromText(*text) : std::nullopt;
     if (!url)
         tellOfInvalidUrl();
-    const Dictionary details =
+    Dictionary details =
         upToFirstMissing({{"ForgotUnamePwdURL", url ? std::optional<Value>(*url) : std::nullopt},
                           {"ForgotUnamePwdLinkName", branded("TW_ForgotUnamePwdLinkName")}});
     STOWLINE_LOG_INFO("\n\nin getForgotUnamePwdLinkDetails. URL is %@", Value(details));

@@ -3,17 +3,20 @@
 
 #include "stowline/logging/DDAbstractLogger.h"
 
-#include <array>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace stowline {
 
-/// What people call the levels, and the flags that each lets through.
-inline constexpr std::array<std::pair<std::string_view, std::int32_t>, 4> kLevelNames{
-    {{"error", 1}, {"warning", 3}, {"info", 7}, {"verbose", 15}}};
+/// What people call the levels: "error", "warning", "info", "verbose".
+[[nodiscard]] std::vector<std::string> logLevelNames();
+
+/// The flags that a level of that name lets through; those of "info" for any other name.
+[[nodiscard]] std::int32_t logLevelNamed(std::string_view name);
 
 /// Passes messages that have one of some flags on to another formatter; without one, unchanged.
 class LevelFilterLogFormatter final : public DDLogFormatter {
@@ -23,12 +26,7 @@ public:
         : flags_(flags), next_(std::move(next))
     {
     }
-    [[nodiscard]] std::optional<LogText> formatLogMessage(const DDLogMessage& message) override
-    {
-        if ((message.logFlag & flags_) == 0)
-            return std::nullopt;
-        return next_ ? next_->formatLogMessage(message) : std::optional(LogText(message));
-    }
+    [[nodiscard]] std::optional<LogText> formatLogMessage(const DDLogMessage& message) override;
 
 private:
     const std::int32_t flags_;
