@@ -19,6 +19,7 @@ using Duration = platform::TimerClock::Duration;
 
 constexpr std::uint64_t kUsualFileSize = 1048576;
 constexpr double kUsualFrequency = 86400;
+constexpr std::size_t kMostGathered = 65536;
 constexpr double kLongestDelay = 86400.0 * 365 * 100;
 
 /// Free space of the root file system, asked for seldom while there is plenty.
@@ -65,7 +66,8 @@ std::optional<LogText> DDLogFileFormatterDefault::formatLogMessage(const DDLogMe
 
 /// Everything about the files, under one lock: the queues of the log call it one after another, and
 /// the end of the logger may come on any thread.
-class DDFileLogger::State : public std::enable_shared_from_this<State> {
+class DDFileLogger::State : public std::enable_shared_from_this<State>,
+                            private platform::ForkParticipant {
 public:
     State(std::shared_ptr<DDLogFileManager> manager, FileLoggerClocks clocks)
         : manager_(std::move(manager)), clocks_(std::move(clocks))
@@ -74,19 +76,27 @@ public:
 
     [[nodiscard]] const std::shared_ptr<DDLogFileManager>& manager() const { return manager_; }
 
-    void write(std::string_view line)
+    /// @param line empty for none
+    /// @param mayWait whether the line may be written with one that is sure to come
+    void write(std::string_view line, bool mayWait)
     {
         locked([&] {
-            if (!freeSpace_.isMoreThan(line.size()))
-                return;
-            if (!writeToCurrentFile(line))
-                platform::consoleLog("write log error");
+            if (!line.empty() && freeSpace_.isMoreThan(line.size()))
+                gather(line);
+            if (!mayWait || gathered_.size() >= kMostGathered)
+                writeGathered();
         });
+    }
+
+    void writeOut()
+    {
+        locked([&] { writeGathered(); });
     }
 
     void synchronize()
     {
         locked([&] {
+            writeGathered();
             if (file_)
                 file_->synchronize();
         });
@@ -94,12 +104,16 @@ public:
 
     void roll()
     {
-        locked([&] { rollNow(); });
+        locked([&] {
+            writeGathered();
+            rollNow();
+        });
     }
 
     void close()
     {
         locked([&] {
+            writeGathered();
             if (file_)
                 file_->synchronize();
             forgetFile();
@@ -114,6 +128,7 @@ public:
     void setMaximumFileSize(std::uint64_t bytes)
     {
         locked([&] {
+            writeGathered();
             maximumFileSize_ = bytes;
             if (file_ && isTooLarge(file_->linkedSize().value_or(0)))
                 rollNow();
@@ -198,6 +213,33 @@ private:
         return ageWhenOpened_ + open.count();
     }
 
+    void gather(std::string_view line)
+    {
+        gathered_.append(line);
+        lineEnds_.push_back(gathered_.size());
+        // A file ends with the line that fills it.
+        if (!file_ || isTooLarge(knownSize_ + gathered_.size()))
+            writeGathered();
+    }
+
+    /// All lines in one go; when that fails each by itself, so that some may still fit.
+    void writeGathered()
+    {
+        if (lineEnds_.empty())
+            return;
+        if (lineEnds_.size() == 1 || !writeToCurrentFile(gathered_)) {
+            std::size_t begin = 0;
+            for (const std::size_t end : lineEnds_) {
+                const std::string_view line(gathered_.data() + begin, end - begin);
+                if (!writeToCurrentFile(line))
+                    platform::consoleLog("write log error");
+                begin = end;
+            }
+        }
+        gathered_.clear();
+        lineEnds_.clear();
+    }
+
     bool writeToCurrentFile(std::string_view line)
     {
         auto size = file_ ? file_->linkedSize() : std::nullopt;
@@ -209,7 +251,8 @@ private:
         }
         if (!size || !file_->append(line))
             return false;
-        if (isTooLarge(*size + line.size()))
+        knownSize_ = *size + line.size();
+        if (isTooLarge(knownSize_))
             rollNow();
         return true;
     }
@@ -270,6 +313,7 @@ private:
     void rollIfOld()
     {
         locked([&] {
+            writeGathered();
             if (!file_)
                 return;
             if (isTooOld(steadyAge()))
@@ -297,6 +341,15 @@ private:
         timer_.reset();
     }
 
+    void beforeFork() override {}
+    void afterForkInParent() override {}
+    /// What was gathered is the parent's to write.
+    void afterForkInChild() override
+    {
+        gathered_.clear();
+        lineEnds_.clear();
+    }
+
     const std::shared_ptr<DDLogFileManager> manager_;
     const FileLoggerClocks clocks_;
     platform::ForkSafeMutex mutex_;
@@ -309,6 +362,9 @@ private:
     std::unique_ptr<platform::Timer> timer_;
     std::vector<Archived> archived_; ///< that the manager is still to be told of
     FreeSpace freeSpace_;
+    std::uint64_t knownSize_ = 0; ///< of file_ after the last write
+    std::string gathered_;        ///< lines that are not written yet
+    std::vector<std::size_t> lineEnds_;
 };
 
 DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager,
@@ -326,13 +382,18 @@ DDFileLogger::~DDFileLogger()
 
 void DDFileLogger::logMessage(const DDLogMessage& message)
 {
-    const auto text = formattedText(message);
-    if (!text)
-        return;
-    std::string line(text->view());
-    if (!line.ends_with('\n'))
-        line.push_back('\n');
-    state_->write(line);
+    std::string line;
+    if (const auto text = formattedText(message)) {
+        line = text->view();
+        if (!line.ends_with('\n'))
+            line.push_back('\n');
+    }
+    state_->write(line, DDLog::isMoreOnItsWay());
+}
+
+void DDFileLogger::willRemoveLogger()
+{
+    state_->writeOut();
 }
 
 void DDFileLogger::flush()

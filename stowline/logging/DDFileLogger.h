@@ -49,6 +49,7 @@ public:
     DDFileLogger& operator=(const DDFileLogger&) = delete;
 
     void logMessage(const DDLogMessage& message) override;
+    void willRemoveLogger() override;
 
     /// Makes durable what was written.
     void flush() override;

@@ -6,6 +6,7 @@
 #include "stowline/platform/SerialQueue.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <mutex>
@@ -43,6 +44,23 @@ template <class Operation> void callLogger(DDLogger& logger, Operation operation
     --insideLogger;
 }
 
+/// Messages that are queued, or about to be. In the child of a fork() none are.
+class WaitingCount final : private platform::ForkParticipant {
+public:
+    void add() { count_.fetch_add(1, std::memory_order_relaxed); }
+    [[nodiscard]] bool isMoreAfterTakingOne()
+    {
+        return count_.fetch_sub(1, std::memory_order_relaxed) > 1;
+    }
+
+private:
+    void beforeFork() override {}
+    void afterForkInParent() override {}
+    void afterForkInChild() override { count_ = 0; }
+
+    std::atomic<long> count_ = 0;
+};
+
 /// The hardware's number; 1 when it cannot be told.
 unsigned processorCount()
 {
@@ -67,11 +85,14 @@ public:
             queueSize_.takeWithoutWaiting();
         else
             queueSize_.wait();
+        waiting_.add();
         if (asynchronously || insideLogger > 0)
-            queue_.async([message = std::move(message)] { instance().deliver(*message); });
+            queue_.async([message = std::move(message)] { instance().deliver(*message, false); });
         else
-            queue_.sync([this, &message] { deliver(*message); });
+            queue_.sync([this, &message] { deliver(*message, true); });
     }
+
+    [[nodiscard]] bool isMoreOnItsWay() const { return isMoreOnItsWay_; }
 
     void add(std::shared_ptr<DDLogger> logger)
     {
@@ -125,9 +146,11 @@ private:
         std::atexit([] { flushLog(); });
     }
 
-    void deliver(const DDLogMessage& message)
+    void deliver(const DDLogMessage& message, bool isAwaited)
     {
+        isMoreOnItsWay_ = waiting_.isMoreAfterTakingOne() && !isAwaited;
         onEveryLogger([&message](DDLogger& logger) { logger.logMessage(message); });
+        isMoreOnItsWay_ = false;
         queueSize_.signal();
     }
 
@@ -160,6 +183,8 @@ private:
 
     const unsigned processors_ = processorCount();
     std::vector<DDLoggerNode> nodes_; ///< touched on the logging queue only
+    WaitingCount waiting_;
+    bool isMoreOnItsWay_ = false; ///< touched on the logging queue, read by loggers it waits for
     platform::QueueGroup group_;
     platform::Semaphore queueSize_{kMostQueuedMessages};
     SerialQueue queue_{"cocoa.lumberjack"};
@@ -240,6 +265,11 @@ void DDLog::removeAllLoggers()
 void DDLog::flushLog()
 {
     Hub::instance().flush();
+}
+
+bool DDLog::isMoreOnItsWay()
+{
+    return Hub::instance().isMoreOnItsWay();
 }
 
 SerialQueue& DDLog::loggingQueue()

@@ -79,6 +79,11 @@ public:
     /// logger it does nothing, because it would wait for itself.
     static void flushLog();
 
+    /// For loggers that gather what they write, asked from logMessage(): whether nobody waits for
+    /// the message being delivered, and another is sure to be delivered after it. What is gathered
+    /// then must be written when the answer is no, on flush() and on willRemoveLogger().
+    [[nodiscard]] static bool isMoreOnItsWay();
+
     /// For loggers that must coordinate with the hub.
     [[nodiscard]] static platform::SerialQueue& loggingQueue();
 

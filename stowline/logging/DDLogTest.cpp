@@ -233,6 +233,37 @@ TEST(DDLog, ChangesOfTheListAreOrderedWithMessages)
     EXPECT_EQ(lines[0].text, "between");
 }
 
+/// Notes whether more was on its way, and holds its first message until it is let go.
+class WaitingLogger final : public DDAbstractLogger {
+public:
+    void logMessage(const DDLogMessage&) override
+    {
+        more.push_back(DDLog::isMoreOnItsWay());
+        while (!letGo)
+            std::this_thread::yield();
+    }
+    std::vector<bool> more;
+    std::atomic<bool> letGo = false;
+};
+
+TEST(DDLog, TellsLoggersWhetherMoreIsOnItsWay)
+{
+    const auto logger = std::make_shared<WaitingLogger>();
+    DDLog::addLogger(logger);
+    for (int i = 0; i < 3; ++i)
+        logText("queued");
+    logger->letGo = true;
+    DDLog::flushLog();
+    STOWLINE_LOG_ERROR("awaited");
+    ASSERT_EQ(logger->more.size(), 4U);
+    EXPECT_FALSE(logger->more[2]) << "the last of a burst";
+    EXPECT_FALSE(logger->more[3]) << "somebody waits for it";
+    EXPECT_TRUE(logger->more[1]);
+    EXPECT_FALSE(DDLog::isMoreOnItsWay());
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
+}
+
 class Shouting final : public DDLogFormatter {
 public:
     std::optional<LogText> formatLogMessage(const DDLogMessage& message) override
