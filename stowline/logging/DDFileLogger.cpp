@@ -16,6 +16,7 @@ namespace {
 
 using platform::AppendFile;
 using Duration = platform::TimerClock::Duration;
+using SteadyTime = std::chrono::steady_clock::time_point;
 
 constexpr std::uint64_t kUsualFileSize = 1048576;
 constexpr double kUsualFrequency = 86400;
@@ -28,11 +29,10 @@ constexpr double kLongestDelay = 86400.0 * 365 * 100;
 /// which nothing but this logger could use up the margin: that would take 3 GB a second.
 class FreeSpace {
 public:
-    [[nodiscard]] bool isMoreThan(std::uint64_t bytes)
+    [[nodiscard]] bool isMoreThan(std::uint64_t bytes, SteadyTime now)
     {
         constexpr std::uint64_t margin = 64 << 20;
         constexpr std::chrono::milliseconds goodFor{20};
-        const auto now = std::chrono::steady_clock::now();
         if (free_ < margin + bytes || now - asked_ > goodFor) {
             free_ = platform::freeSpaceAt("/").value_or(UINT64_MAX);
             asked_ = now;
@@ -45,7 +45,7 @@ public:
 
 private:
     std::uint64_t free_ = 0;
-    std::chrono::steady_clock::time_point asked_{};
+    SteadyTime asked_{};
 };
 
 Duration milliseconds(double seconds)
@@ -81,7 +81,8 @@ public:
     void write(std::string_view line, bool mayWait)
     {
         locked([&] {
-            if (!line.empty() && freeSpace_.isMoreThan(line.size()))
+            now_ = std::chrono::steady_clock::now();
+            if (!line.empty() && freeSpace_.isMoreThan(line.size(), now_))
                 gather(line);
             if (!mayWait || gathered_.size() >= kMostGathered)
                 writeGathered();
@@ -242,19 +243,34 @@ private:
 
     bool writeToCurrentFile(std::string_view line)
     {
-        auto size = file_ ? file_->linkedSize() : std::nullopt;
-        if (!size) {
-            // None yet, or somebody has deleted it: nobody would ever read what is added to it.
+        if (!isCurrentFileThere()) {
             forgetFile();
             openFile();
-            size = file_ ? file_->linkedSize() : std::nullopt;
+            if (!isCurrentFileThere())
+                return false;
         }
-        if (!size || !file_->append(line))
+        if (!file_->append(line))
             return false;
-        knownSize_ = *size + line.size();
+        knownSize_ += line.size();
         if (isTooLarge(knownSize_))
             rollNow();
         return true;
+    }
+
+    /// Whether there is a current file that nobody has deleted: nobody would ever read what is
+    /// added to one that is. Looked after at most every millisecond, which is often enough for
+    /// people and spares a burst of lines a third of its time.
+    bool isCurrentFileThere()
+    {
+        constexpr std::chrono::milliseconds goodFor{1};
+        if (!file_)
+            return false;
+        if (now_ - lookedAt_ < goodFor)
+            return true;
+        const auto size = file_->linkedSize();
+        knownSize_ = size.value_or(0);
+        lookedAt_ = now_;
+        return size.has_value();
     }
 
     void openFile()
@@ -336,6 +352,7 @@ private:
 
     void forgetFile()
     {
+        lookedAt_ = {};
         file_.reset();
         info_.reset();
         timer_.reset();
@@ -362,6 +379,8 @@ private:
     std::unique_ptr<platform::Timer> timer_;
     std::vector<Archived> archived_; ///< that the manager is still to be told of
     FreeSpace freeSpace_;
+    SteadyTime now_{};            ///< of the line that is being written
+    SteadyTime lookedAt_{};       ///< when file_ was last known to be there
     std::uint64_t knownSize_ = 0; ///< of file_ after the last write
     std::string gathered_;        ///< lines that are not written yet
     std::vector<std::size_t> lineEnds_;

@@ -34,8 +34,8 @@ struct FileLoggerClocks {
 ///
 /// Trouble never reaches the caller: a line that does not fit on the disk of "/" is dropped, one
 /// that cannot be written whole is taken back, dropped and told to the machine's log, and the next
-/// is tried anew. A file that was deleted is not written to any further; a new one is made, with
-/// its folder. Links are not followed.
+/// is tried anew. A deleted file is noticed within a millisecond; a new one is made then, with its
+/// folder. Links are not followed.
 ///
 /// Any thread. Settings asked for from elsewhere than the logger's own queue are read and changed
 /// in turn with the messages.

@@ -110,6 +110,9 @@ protected:
             text += platform::readFile(info->filePath()).value_or("?");
         return text;
     }
+    /// The logger looks after its file once a millisecond.
+    static void waitForTheNextLook() { std::this_thread::sleep_for(std::chrono::milliseconds(2)); }
+
     /// Lets both clocks go on.
     void pass(std::chrono::milliseconds time)
     {
@@ -369,6 +372,7 @@ TEST_F(FileLogger, ADeletedFileIsMadeAnew)
     auto logger = start();
     log("first");
     fs::remove(files()[0].filePath());
+    waitForTheNextLook();
     log("second");
     EXPECT_EQ(everything(), "second\n");
 }
@@ -380,6 +384,7 @@ TEST_F(FileLogger, AReplacedFileIsNotWrittenInSecret)
     const std::string path = files()[0].filePath();
     folder_.write("other", "somebody else's\n");
     fs::rename(folder_.path() / "other", path);
+    waitForTheNextLook();
     log("second");
     EXPECT_NE(everything().find("second\n"), std::string::npos);
     EXPECT_NE(everything().find("somebody else's\n"), std::string::npos);
@@ -390,6 +395,7 @@ TEST_F(FileLogger, ADeletedFolderIsMadeAnew)
     auto logger = start();
     log("first");
     fs::remove_all(logs());
+    waitForTheNextLook();
     log("second");
     EXPECT_EQ(everything(), "second\n");
 }

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <linux/stat.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,10 +13,10 @@ namespace {
 
 constexpr int kOpenFlags = O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
 
-std::optional<struct stat> statusOf(const FileDescriptor& file)
+bool isRegular(const FileDescriptor& file)
 {
     struct stat found = {};
-    return ::fstat(file.number(), &found) == 0 ? std::optional(found) : std::nullopt;
+    return ::fstat(file.number(), &found) == 0 && S_ISREG(found.st_mode);
 }
 
 /// File systems without locks have nobody to tell; then it counts as taken.
@@ -36,8 +37,7 @@ bool AppendFile::create(const std::filesystem::path& path)
 std::optional<AppendFile> AppendFile::open(const std::filesystem::path& path)
 {
     FileDescriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | kOpenFlags));
-    const auto status = file.isOpen() ? statusOf(file) : std::nullopt;
-    if (!status || !S_ISREG(status->st_mode) || !takeLock(file))
+    if (!file.isOpen() || !isRegular(file) || !takeLock(file))
         return std::nullopt;
     return AppendFile(std::move(file));
 }
@@ -50,10 +50,13 @@ bool AppendFile::isInUse(const std::filesystem::path& path)
 
 std::optional<std::uint64_t> AppendFile::linkedSize() const
 {
-    const auto status = statusOf(file_);
-    if (!status || status->st_nlink == 0)
+    // Asking for the times as well (fstat) would make the kernel note an exact time of change with
+    // the next write, which takes longer than the write itself.
+    struct statx found = {};
+    if (::statx(file_.number(), "", AT_EMPTY_PATH, STATX_NLINK | STATX_SIZE, &found) != 0 ||
+        found.stx_nlink == 0)
         return std::nullopt;
-    return static_cast<std::uint64_t>(status->st_size);
+    return found.stx_size;
 }
 
 bool AppendFile::append(std::string_view bytes)
