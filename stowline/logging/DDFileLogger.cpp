@@ -82,7 +82,10 @@ public:
     {
         locked([&] {
             now_ = std::chrono::steady_clock::now();
-            if (!line.empty() && freeSpace_.isMoreThan(line.size(), now_))
+            const bool isTaken = !line.empty() && freeSpace_.isMoreThan(line.size(), now_);
+            if (isTaken && !mayWait && lineEnds_.empty())
+                return writeOrTell(line); // by far the most frequent for lines that are awaited
+            if (isTaken)
                 gather(line);
             if (!mayWait || gathered_.size() >= kMostGathered)
                 writeGathered();
@@ -231,14 +234,18 @@ private:
         if (lineEnds_.size() == 1 || !writeToCurrentFile(gathered_)) {
             std::size_t begin = 0;
             for (const std::size_t end : lineEnds_) {
-                const std::string_view line(gathered_.data() + begin, end - begin);
-                if (!writeToCurrentFile(line))
-                    platform::consoleLog("write log error");
+                writeOrTell({gathered_.data() + begin, end - begin});
                 begin = end;
             }
         }
         gathered_.clear();
         lineEnds_.clear();
+    }
+
+    void writeOrTell(std::string_view line)
+    {
+        if (!writeToCurrentFile(line))
+            platform::consoleLog("write log error");
     }
 
     bool writeToCurrentFile(std::string_view line)
@@ -402,8 +409,8 @@ DDFileLogger::~DDFileLogger()
 void DDFileLogger::logMessage(const DDLogMessage& message)
 {
     std::string line;
-    if (const auto text = formattedText(message)) {
-        line = text->view();
+    if (auto text = formattedText(message)) {
+        line = std::move(*text).take();
         if (!line.ends_with('\n'))
             line.push_back('\n');
     }

@@ -29,6 +29,13 @@ public:
                                : std::get<std::string>(text_);
     }
 
+    /// The text as a string of its own; without copying when it is not the message's.
+    [[nodiscard]] std::string take() &&
+    {
+        return isMessagesOwn() ? *std::get<const std::string*>(text_)
+                               : std::move(std::get<std::string>(text_));
+    }
+
 private:
     std::variant<const std::string*, std::string> text_;
 };
