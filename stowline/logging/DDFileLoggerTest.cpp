@@ -522,6 +522,22 @@ TEST_F(FileLogger, AKilledProcessLosesNoLineThatWasLogged)
     EXPECT_TRUE(text.ends_with("line 999\n"));
 }
 
+TEST_F(FileLogger, TheChildOfAForkGoesOnInTheSameFile)
+{
+    auto logger = start();
+    log("parent");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        log("child");
+        ::_exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    log("parent again");
+    EXPECT_EQ(everything(), "parent\nchild\nparent again\n");
+}
+
 TEST_F(FileLogger, AProcessThatJustEndsLosesNothingThatIsQueued)
 {
     const pid_t child = ::fork();
