@@ -32,8 +32,9 @@ public:
     /// The text as a string of its own; without copying when it is not the message's.
     [[nodiscard]] std::string take() &&
     {
-        return isMessagesOwn() ? *std::get<const std::string*>(text_)
-                               : std::move(std::get<std::string>(text_));
+        if (std::string* own = std::get_if<std::string>(&text_))
+            return std::move(*own);
+        return *std::get<const std::string*>(text_);
     }
 
 private:
