@@ -15,23 +15,30 @@ namespace {
 /// Where the shipped settings say that the provider's services are.
 constexpr std::string_view kShippedAddress = "https://service.stowline.example";
 constexpr std::string_view kShippedHost = "service.stowline.example";
+/// How addresses on a backup server, whose name a call fills in, begin.
+constexpr std::string_view kShippedServerAddress = "https://%@/";
 
 /// The value with every text in it pointing at this service.
-Value redirected(const Value& value, const std::string& address, const std::string& host)
+Value redirected(const Value& value, const std::string& address,
+                 const platform::UrlOrigin& origin)
 {
-    if (const std::string* text = value.string())
-        return platform::replacingOccurrences(
-            platform::replacingOccurrences(*text, kShippedAddress, address), kShippedHost, host);
+    if (const std::string* text = value.string()) {
+        const std::string moved = platform::replacingOccurrences(
+            platform::replacingOccurrences(*text, kShippedAddress, address), kShippedHost,
+            origin.host);
+        return platform::replacingOccurrences(moved, kShippedServerAddress,
+                                              origin.scheme + "://%@/");
+    }
     if (const Array* items = value.array()) {
         Array copy;
         for (const Value& item : *items)
-            copy.push_back(redirected(item, address, host));
+            copy.push_back(redirected(item, address, origin));
         return copy;
     }
     if (const Dictionary* entries = value.dictionary()) {
         Dictionary copy;
         for (const auto& [key, item] : *entries)
-            copy.emplace(key, redirected(item, address, host));
+            copy.emplace(key, redirected(item, address, origin));
         return copy;
     }
     return value;
@@ -55,7 +62,7 @@ std::optional<std::string> writeBundle(const fs::path& folder, const std::string
     fs::copy(platform::Bundle::resourceFolder(), folder / "Resources",
              fs::copy_options::recursive | fs::copy_options::overwrite_existing, fault);
     const auto settings =
-        platform::writeXmlPropertyList(redirected(*shipped.value, address, origin->host));
+        platform::writeXmlPropertyList(redirected(*shipped.value, address, *origin));
     const auto info = platform::writeXmlPropertyList(platform::Bundle::infoDictionary());
     const bool written =
         !fault && settings && info &&

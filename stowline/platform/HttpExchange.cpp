@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 namespace stowline::platform {
 
@@ -68,6 +69,15 @@ bool breaksHeader(std::string_view text)
     return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
 }
 
+bool isToken(std::string_view text)
+{
+    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+    return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               marks.find(c) != std::string_view::npos;
+    });
+}
+
 constexpr const char* kSystemTrustFolder = "/etc/ssl/certs";
 constexpr std::string_view kSystemTrustBundle = "/etc/ssl/certs/ca-certificates.crt";
 
@@ -106,12 +116,7 @@ public:
     bool wait(std::chrono::milliseconds atMost)
     {
         const auto deadline = Clock::now() + atMost;
-        while (!ended_) {
-            int running = 0;
-            curl_multi_perform(multi_.get(), &running);
-            collectFinished();
-            if (ended_)
-                break;
+        while (!work()) {
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
             if (left.count() <= 0)
                 break;
@@ -120,14 +125,52 @@ public:
         return ended_;
     }
 
+    bool waitForEvent(std::chrono::milliseconds atMost)
+    {
+        moved_ = false;
+        if (work() || moved_)
+            return true;
+        int ready = 0; // sockets: also the parts of a header line count as something
+        curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(atMost.count()), &ready);
+        return work() || moved_ || ready > 0;
+    }
+
+    [[nodiscard]] bool isConnected() const { return connected_; }
+    [[nodiscard]] bool hasEnded() const { return ended_; }
+    [[nodiscard]] std::string takeBody()
+    {
+        return mayRedirect() ? std::string() : std::exchange(outcome_.body, {});
+    }
+
     HttpOutcome takeOutcome() { return std::move(outcome_); }
 
 private:
-    void fail(std::string sentence)
+    /// Does what can be done without waiting. @return whether the exchange has ended
+    bool work()
+    {
+        if (!ended_) {
+            int running = 0;
+            curl_multi_perform(multi_.get(), &running);
+            collectFinished();
+        }
+        return ended_;
+    }
+
+    void fail(HttpFailure kind, std::string sentence)
     {
         outcome_.response.reset();
         outcome_.failure = std::move(sentence);
+        outcome_.kind = kind;
         ended_ = true;
+    }
+
+    /// Whether the answer that is arriving may be one to follow; its body is nobody's then.
+    [[nodiscard]] bool mayRedirect() const
+    {
+        long status = 0;
+        if (easy_ && !ended_)
+            curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        return redirectFor(status) != Redirect::none;
     }
 
     void detach()
@@ -136,11 +179,15 @@ private:
             curl_multi_remove_handle(multi_.get(), easy_.get());
     }
 
-    bool headersAreClean()
+    bool isSendable()
     {
+        if (!isToken(request_.method)) {
+            fail(HttpFailure::request, "The settings name a HTTP method that cannot be sent.");
+            return false;
+        }
         for (const auto& [name, value] : request_.headers) {
             if (name.empty() || breaksHeader(name) || breaksHeader(value)) {
-                fail("The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +
+                fail(HttpFailure::request, "The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +
                      "\" cannot be sent: it holds a line break or a NUL character.");
                 return false;
             }
@@ -153,10 +200,10 @@ private:
     {
         const auto origin = originOf(request_.url);
         if (!origin) {
-            fail("\"" + request_.url + "\" is no http or https address.");
+            fail(HttpFailure::address, "\"" + request_.url + "\" is no http or https address.");
             return;
         }
-        if (!headersAreClean())
+        if (!isSendable())
             return;
         origin_ = *origin;
         detach();
@@ -175,21 +222,25 @@ private:
         CURL* handle = easy_.get();
         curl_easy_setopt(handle, CURLOPT_URL, request_.url.c_str());
         curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
-        curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+        curl_easy_setopt(handle, CURLOPT_HTTP_VERSION,
+                         request_.version == HttpVersion::http10 ? CURL_HTTP_VERSION_1_0
+                                                                 : CURL_HTTP_VERSION_1_1);
         curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
         setTrustRoots(handle);
         curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
-        if (request_.method == "GET") {
+        if (request_.method == "HEAD")
+            curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
+        else if (request_.body.empty())
             curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
-        } else {
-            curl_easy_setopt(handle, CURLOPT_POST, 1L);
-            curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
-                             static_cast<curl_off_t>(request_.body.size()));
-            curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request_.body.data());
-            curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
-        }
+        else
+            setBody();
+        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+        if (!request_.proxy.empty())
+            curl_easy_setopt(handle, CURLOPT_PROXY, request_.proxy.c_str());
+        curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &onConnected);
+        curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
         curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &onHeader);
         curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
         curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &onBody);
@@ -198,6 +249,23 @@ private:
         curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
         curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &onTrace);
         curl_easy_setopt(handle, CURLOPT_DEBUGDATA, this);
+    }
+
+    void setBody()
+    {
+        constexpr long sendBufferBytes = 512L * 1024;
+        CURL* handle = easy_.get();
+        curl_easy_setopt(handle, CURLOPT_POST, 1L);
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
+                         static_cast<curl_off_t>(request_.body.size()));
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request_.body.data());
+        curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, sendBufferBytes);
+    }
+
+    static int onConnected(void* self, char*, char*, int, int)
+    {
+        static_cast<Transfer*>(self)->connected_ = true;
+        return CURL_PREREQFUNC_OK;
     }
 
     void setHeaders()
@@ -231,6 +299,7 @@ private:
         const std::string_view line(bytes, length);
         if (line.starts_with("HTTP/")) // also after an interim response
             transfer.raw_.clear();
+        transfer.headersEnded_ = line == "\r\n" || line == "\n";
         return transfer.keep(line) ? length : 0;
     }
 
@@ -243,6 +312,8 @@ private:
 
     static int onTrace(CURL*, curl_infotype kind, char* bytes, std::size_t length, void* self)
     {
+        if (kind != CURLINFO_TEXT)
+            static_cast<Transfer*>(self)->moved_ = true;
         if (kind == CURLINFO_DATA_IN)
             (void)static_cast<Transfer*>(self)->keep({bytes, length});
         return 0;
@@ -270,14 +341,19 @@ private:
     void finishHop(CURLcode result)
     {
         if (limitReached_) {
-            fail("The answer from " + origin_.host + " is larger than " +
+            fail(HttpFailure::size, "The answer from " + origin_.host + " is larger than " +
                  std::to_string(limits_.maximumResponseBytes) + " bytes.");
             return;
         }
         if (result != CURLE_OK) {
             const std::string detail =
                 errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
-            fail("The call to " + origin_.host + " failed: " + detail + ".");
+            fail(HttpFailure::connection,
+                 "The call to " + origin_.host + " failed: " + detail + ".");
+            return;
+        }
+        if (!headersEnded_) { // which the library takes for a response without a body
+            fail(HttpFailure::connection, "The answer from " + origin_.host + " broke off.");
             return;
         }
         long status = 0;
@@ -297,13 +373,20 @@ private:
     {
         const auto target = originOf(location);
         if (!target || (origin_.scheme == "https" && target->scheme != "https")) {
-            fail("The server at " + origin_.host + " redirects to \"" + location +
+            fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects to \"" + location +
                  "\", which is not followed.");
             return;
         }
         if (++redirects_ > limits_.maximumRedirects) {
-            fail("The server at " + origin_.host + " redirects more than " +
+            fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects more than " +
                  std::to_string(limits_.maximumRedirects) + " times.");
+            return;
+        }
+        if (redirect == Redirect::repeated && request_.bodyStaysAtOrigin &&
+            !request_.body.empty() && *target != origin_) {
+            fail(HttpFailure::redirect,
+                 "The server at " + origin_.host + " redirects the data to \"" + location +
+                     "\", another server, where it is not sent.");
             return;
         }
         if (redirect == Redirect::asGet) {
@@ -324,6 +407,9 @@ private:
     UrlOrigin origin_;
     int redirects_ = 0;
     bool ended_ = false;
+    bool connected_ = false;
+    bool headersEnded_ = false;
+    bool moved_ = false;
     bool limitReached_ = false;
     std::string raw_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
@@ -343,6 +429,26 @@ HttpExchange::~HttpExchange() = default;
 bool HttpExchange::wait(std::chrono::milliseconds atMost)
 {
     return transfer_->wait(atMost);
+}
+
+bool HttpExchange::waitForEvent(std::chrono::milliseconds atMost)
+{
+    return transfer_->waitForEvent(atMost);
+}
+
+bool HttpExchange::isConnected() const
+{
+    return transfer_->isConnected();
+}
+
+bool HttpExchange::hasEnded() const
+{
+    return transfer_->hasEnded();
+}
+
+std::string HttpExchange::takeBody()
+{
+    return transfer_->takeBody();
 }
 
 HttpOutcome HttpExchange::takeOutcome()

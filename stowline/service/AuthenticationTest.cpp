@@ -3,8 +3,7 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "tests/support/DevServerProcess.h"
-#include "tests/support/RawServer.h"
-#include "tests/support/TestBundle.h"
+#include "tests/support/SoapAnswers.h"
 
 #include <gtest/gtest.h>
 
@@ -15,27 +14,6 @@ namespace {
 
 using test::RawServer;
 
-std::string answer(const std::string& content, int status = 200)
-{
-    return test::httpAnswer("<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\">"
-                            "<e:Body><R>" +
-                                content + "</R></e:Body></e:Envelope>",
-                            status);
-}
-
-/// The method's entry with a parameter for each placeholder, named as the placeholder in lower
-/// case, in the order given.
-Dictionary entryFor(const std::string& url, const std::vector<std::string>& placeholders,
-                    const char* resultKeyPath = nullptr)
-{
-    Array parameters;
-    for (const std::string& name : placeholders)
-        parameters.push_back(test::named(name, "<<" + name + ">>"));
-    Dictionary entry{{"URL", url}, {"namespace", "urn:t"}, {"soapParams", std::move(parameters)}};
-    if (resultKeyPath)
-        entry.emplace("resultKeyPath", resultKeyPath);
-    return entry;
-}
 
 bool createTrial(ErrorSlot error, bool isSealGuard = false)
 {
@@ -49,10 +27,10 @@ const std::vector<std::string> kTrialPlaceholders{
 
 TEST(Authenticate, AddsTheStatusAndLogsTheExpectedValues)
 {
-    const RawServer server(answer("<AuthenticateResult>true</AuthenticateResult>"
+    const RawServer server(test::soapAnswer("<AuthenticateResult>true</AuthenticateResult>"
                                   "<accountStatus>Active</accountStatus>"));
     const test::TestBundle bundle(
-        test::settingsWith("Authenticate", entryFor(server.url(), {"USERNAME", "PASSWORD"})));
+        test::settingsWith("Authenticate", test::methodEntry(server.url(), {"USERNAME", "PASSWORD"})));
     const auto logger = std::make_shared<CountingLogger>();
     DDLog::addLogger(logger);
     std::optional<Error> error;
@@ -85,8 +63,8 @@ TEST(Authenticate, AddsTheStatusAndLogsTheExpectedValues)
 
 TEST(Authenticate, AnHttpErrorWithAResultIsStillAResult)
 {
-    const RawServer server(answer("<AuthenticateResult>false</AuthenticateResult>", 500));
-    const test::TestBundle bundle(test::settingsWith("Authenticate", entryFor(server.url(), {})));
+    const RawServer server(test::soapAnswer("<AuthenticateResult>false</AuthenticateResult>", 500));
+    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry(server.url(), {})));
     const auto result = WebServiceBroker::authenticateForUsername("a", "b", nullptr);
     ASSERT_TRUE(result);
     EXPECT_EQ(*find(*result, "resStatusCode"), Value("500"));
@@ -102,7 +80,7 @@ TEST(Authenticate, WithoutHttpResponseTheStatusIsMinusOne)
     const auto helper = folder.write("WebServiceCaller", "#!/bin/sh\ncat " + archive.string() +
                                                              "; exec 1>&-; read r; exit 0\n");
     std::filesystem::permissions(helper, std::filesystem::perms::owner_all);
-    const test::TestBundle bundle(test::settingsWith("Authenticate", entryFor("u", {})), {},
+    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry("u", {})), {},
                                   folder.path());
     const auto result = WebServiceBroker::authenticateForUsername("a", "b", nullptr);
     ASSERT_TRUE(result);
@@ -112,7 +90,7 @@ TEST(Authenticate, WithoutHttpResponseTheStatusIsMinusOne)
 TEST(Authenticate, AFailedCallIsAbsentWithTheCallsError)
 {
     const RawServer server(test::httpAnswer(test::wireBody("fault.response.http"), 500));
-    const test::TestBundle bundle(test::settingsWith("Authenticate", entryFor(server.url(), {})));
+    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry(server.url(), {})));
     std::optional<Error> error;
     EXPECT_FALSE(WebServiceBroker::authenticateForUsername("a", "b", &error));
     EXPECT_EQ(error->code, 200);
@@ -122,11 +100,11 @@ TEST(CreateAccount, SucceedsOnSuccessInAnyCase)
 {
     std::atomic<const char*> word = "";
     const RawServer server([&word](const std::string&, const test::RawConnection& connection) {
-        connection.send(answer("<r>" + std::string(word) + "</r>"));
+        connection.send(test::soapAnswer("<r>" + std::string(word) + "</r>"));
     });
     const test::TestBundle bundle(test::settingsWith(
         "CreateAccount",
-        entryFor(server.url(), {"FIRSTNAME", "USERNAME", "PASSWORD", "EMAILID"}, "r")));
+        test::methodEntry(server.url(), {"FIRSTNAME", "USERNAME", "PASSWORD", "EMAILID"}, "r")));
     for (const char* yes : {"Success", "success", "SUCCESS"}) {
         word = yes;
         EXPECT_TRUE(
@@ -147,9 +125,9 @@ TEST(CreateAccount, SucceedsOnSuccessInAnyCase)
 
 TEST(CreateTrial, SendsEveryValueAndSucceedsOnSuccessInAnyCase)
 {
-    const RawServer server(answer("<r><Code>SUCCESS</Code></r>"));
+    const RawServer server(test::soapAnswer("<r><Code>SUCCESS</Code></r>"));
     const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", entryFor(server.url(), kTrialPlaceholders, "r")),
+        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), kTrialPlaceholders, "r")),
         {{"TW_ReferalCode", "REF&1"}});
     std::optional<Error> error;
     EXPECT_TRUE(createTrial(&error, true));
@@ -164,9 +142,9 @@ TEST(CreateTrial, SendsEveryValueAndSucceedsOnSuccessInAnyCase)
 
 TEST(CreateTrial, WithoutReferralCodeSendsAnEmptyOne)
 {
-    const RawServer server(answer("<r><Code>success</Code></r>"));
+    const RawServer server(test::soapAnswer("<r><Code>success</Code></r>"));
     const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", entryFor(server.url(), kTrialPlaceholders, "r")));
+        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), kTrialPlaceholders, "r")));
     EXPECT_TRUE(createTrial(nullptr));
     EXPECT_NE(server.requests().at(0).find("<REFERALCODE></REFERALCODE>"), std::string::npos);
     EXPECT_NE(server.requests().at(0).find("<ISSEALGUARD>0</ISSEALGUARD>"), std::string::npos);
@@ -174,9 +152,9 @@ TEST(CreateTrial, WithoutReferralCodeSendsAnEmptyOne)
 
 TEST(CreateTrial, ARefusalCarriesTheServicesMessage)
 {
-    const RawServer server(answer("<r><Code>Bad</Code><Message>Nice try.</Message></r>"));
+    const RawServer server(test::soapAnswer("<r><Code>Bad</Code><Message>Nice try.</Message></r>"));
     const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", entryFor(server.url(), {}, "r")));
+        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), {}, "r")));
     std::optional<Error> error = platform::makeError("other", 1, "replaced");
     EXPECT_FALSE(createTrial(&error));
     EXPECT_EQ(error->domain, "com.Stowline.Application");
@@ -187,9 +165,9 @@ TEST(CreateTrial, ARefusalCarriesTheServicesMessage)
 
 TEST(CreateTrial, ARefusalWithoutMessageCarriesTheWordsOfItsCode)
 {
-    const RawServer server(answer("<r><Code>UserNameTaken</Code></r>"));
+    const RawServer server(test::soapAnswer("<r><Code>UserNameTaken</Code></r>"));
     const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", entryFor(server.url(), {}, "r")));
+        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), {}, "r")));
     std::optional<Error> error;
     EXPECT_FALSE(createTrial(&error));
     EXPECT_EQ(error->localizedDescription(), "User name taken");
@@ -199,7 +177,7 @@ TEST(CreateTrial, AFailedCallKeepsTheCallsError)
 {
     const RawServer server(test::httpAnswer("<html/>"));
     const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", entryFor(server.url(), {}, "r")));
+        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), {}, "r")));
     std::optional<Error> error;
     EXPECT_FALSE(createTrial(&error));
     EXPECT_EQ(error->code, 200);
@@ -207,9 +185,9 @@ TEST(CreateTrial, AFailedCallKeepsTheCallsError)
 
 TEST(EncryptString, EscapesTheTextAndReturnsTheServicesUnchanged)
 {
-    const RawServer server(answer("<r> c&amp;d </r>"));
+    const RawServer server(test::soapAnswer("<r> c&amp;d </r>"));
     const test::TestBundle bundle(
-        test::settingsWith("EncryptString", entryFor(server.url(), {"SOURCESTRING"}, "r")));
+        test::settingsWith("EncryptString", test::methodEntry(server.url(), {"SOURCESTRING"}, "r")));
     EXPECT_EQ(WebServiceBroker::encryptString("a&b<c"), Value(" c&d "));
     EXPECT_NE(server.requests().at(0).find("<SOURCESTRING>a&amp;b&lt;c</SOURCESTRING>"),
               std::string::npos);
@@ -219,7 +197,7 @@ TEST(DecryptString, IsAbsentOnAnyFailure)
 {
     const RawServer server(test::httpAnswer("<html/>"));
     const test::TestBundle bundle(
-        test::settingsWith("DecryptString", entryFor(server.url(), {"SOURCESTRING"}, "r")));
+        test::settingsWith("DecryptString", test::methodEntry(server.url(), {"SOURCESTRING"}, "r")));
     EXPECT_FALSE(WebServiceBroker::decryptString("x"));
 }
 

@@ -10,7 +10,7 @@
 #include "stowline/platform/HttpMessage.h"
 #include "stowline/platform/Text.h"
 #include "stowline/platform/UnicodeText.h"
-#include "stowline/platform/Url.h"
+#include "stowline/service/FilledUrl.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 
@@ -68,10 +68,8 @@ WebServiceCallRequest requestFor(std::string_view name, const Dictionary& method
                                  const std::optional<SubstitutionMap>& paramSubstitutions,
                                  std::initializer_list<platform::FormatArgument> urlSubstitutions)
 {
-    const std::string* urlFormat = findString(methodInfo, methodKey::url);
-    const std::string url = platform::formatWithArguments(
-        urlFormat ? *urlFormat : "", std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
-    return {.url = platform::percentEscaped(url),
+    const std::span arguments(urlSubstitutions.begin(), urlSubstitutions.size());
+    return {.url = filledUrl(methodInfo, arguments),
             .methodInfo = methodInfo,
             .methodName = std::string(name),
             .soapParamSubstitutions = paramSubstitutions,

@@ -7,8 +7,7 @@
 #include "stowline/platform/Files.h"
 #include "stowline/platform/Text.h"
 #include "tests/support/DevServerProcess.h"
-#include "tests/support/RawServer.h"
-#include "tests/support/TestBundle.h"
+#include "tests/support/SoapAnswers.h"
 
 #include <gtest/gtest.h>
 
@@ -67,13 +66,6 @@ Dictionary method(const std::string& url, const char* resultKeyPath = nullptr)
     return entry;
 }
 
-std::string answerWith(const std::string& content)
-{
-    return test::httpAnswer("<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\">"
-                            "<e:Body><MResponse>" +
-                            content + "</MResponse></e:Body></e:Envelope>");
-}
-
 /// A bundle whose helper is a shell script.
 std::filesystem::path helperFolder(const test::TemporaryFolder& folder, const std::string& lines)
 {
@@ -84,7 +76,7 @@ std::filesystem::path helperFolder(const test::TemporaryFolder& folder, const st
 
 TEST(Invocation, ReturnsTheWholeAnswerWithTheHttpResponse)
 {
-    const RawServer server(answerWith("<a><b>x</b></a>"));
+    const RawServer server(test::soapAnswer("<a><b>x</b></a>"));
     const test::TestBundle bundle(test::settingsWith("M", method(server.url())));
     const Witness witness;
     const auto result = WebServiceBroker::invokeSOAPMethodWithName("M", {}, {});
@@ -103,7 +95,7 @@ TEST(Invocation, ReturnsTheWholeAnswerWithTheHttpResponse)
 
 TEST(Invocation, FollowsTheResultKeyPath)
 {
-    const RawServer server(answerWith("<a><b>x</b></a>"));
+    const RawServer server(test::soapAnswer("<a><b>x</b></a>"));
     const test::TestBundle bundle(test::settingsWith("M", method(server.url(), "a.b")));
     const Witness witness;
     EXPECT_EQ(WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}), Value("x"));
@@ -113,7 +105,7 @@ TEST(Invocation, FollowsTheResultKeyPath)
 
 TEST(Invocation, APathThatLeadsNowhereIsAbsentWithoutError)
 {
-    const RawServer server(answerWith("<a/>"));
+    const RawServer server(test::soapAnswer("<a/>"));
     const test::TestBundle bundle(test::settingsWith("M", method(server.url(), "a.b")));
     std::optional<Error> error;
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}, &error));
@@ -122,7 +114,7 @@ TEST(Invocation, APathThatLeadsNowhereIsAbsentWithoutError)
 
 TEST(Invocation, FillsAndEscapesTheUrl)
 {
-    const RawServer server(answerWith(""));
+    const RawServer server(test::soapAnswer(""));
     const test::TestBundle bundle(test::settingsWith("M", method("http://%@/a b/%@?x=100%%")));
     const std::string host = "127.0.0.1:" + std::to_string(server.port());
     EXPECT_TRUE(
@@ -133,7 +125,7 @@ TEST(Invocation, FillsAndEscapesTheUrl)
 
 TEST(Invocation, IgnoresTheLeadingString)
 {
-    const RawServer server(answerWith(""));
+    const RawServer server(test::soapAnswer(""));
     const test::TestBundle bundle(test::settingsWith("M", method("%@")));
     EXPECT_TRUE(WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}, nullptr, "ignored",
                                                            {server.url("/x")}));
@@ -338,7 +330,7 @@ TEST(Invocation, SixtyFourThreadsNeverMixAnswers)
     const RawServer echo([](const std::string& request, const RawConnection& connection) {
         const auto begin = request.find("<p>") + 3;
         connection.send(
-            answerWith("<echo>" + request.substr(begin, request.find("</p>") - begin) + "</echo>"));
+            test::soapAnswer("<echo>" + request.substr(begin, request.find("</p>") - begin) + "</echo>"));
     });
     const test::TestBundle bundle(test::settingsWith("M", method(echo.url(), "echo")));
     std::vector<std::thread> threads;
@@ -361,7 +353,7 @@ TEST(Invocation, SixtyFourThreadsNeverMixAnswers)
 
 TEST(Invocation, AnswersOfDecryptionStayOutOfTheLog)
 {
-    const RawServer server(answerWith("<r>plain secret</r>"));
+    const RawServer server(test::soapAnswer("<r>plain secret</r>"));
     const test::TestBundle bundle(test::settingsWith("DecryptString", method(server.url(), "r")));
     const Witness witness;
     EXPECT_EQ(WebServiceBroker::decryptString("x"), Value("plain secret"));

@@ -5,9 +5,11 @@
 #include "stowline/platform/HostFlags.h"
 #include "stowline/platform/PropertyList.h"
 #include "stowline/service/WebMethodCatalogue.h"
+#include "stowline/service/WebRequestKeys.h"
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 
 namespace stowline {
 
@@ -31,12 +33,12 @@ constexpr std::array kWebMethodKeys{
     KeyRule{methodKey::resultKeyPath, Kind::string, false},
 };
 constexpr std::array kWebRequestKeys{
-    KeyRule{"URL", Kind::string, true},
-    KeyRule{"httpMethod", Kind::string, false},
-    KeyRule{"httpVersion", Kind::string, false},
-    KeyRule{"requestHeaders", Kind::list, false},
-    KeyRule{"requestTimeout", Kind::number, false},
-    KeyRule{"responseHeaderNames", Kind::list, false},
+    KeyRule{webRequestKey::url, Kind::string, true},
+    KeyRule{webRequestKey::httpMethod, Kind::string, false},
+    KeyRule{webRequestKey::httpVersion, Kind::string, false},
+    KeyRule{webRequestKey::requestHeaders, Kind::list, false},
+    KeyRule{webRequestKey::requestTimeout, Kind::number, false},
+    KeyRule{webRequestKey::responseHeaderNames, Kind::list, false},
 };
 constexpr std::array kTemplateKeys{
     KeyRule{"URL", Kind::string, true},
@@ -51,13 +53,23 @@ constexpr std::array kBareTemplateKeys{
     KeyRule{methodKey::templateText, Kind::string, true},
 };
 
+/// Whether a text is a number and nothing else.
+bool isNumberText(const Value& value)
+{
+    const std::string* text = value.string();
+    double number = 0;
+    return text && std::from_chars(text->data(), text->data() + text->size(), number).ptr ==
+                       text->data() + text->size() &&
+           !text->empty();
+}
+
 bool isOfKind(const Value& value, Kind kind)
 {
     switch (kind) {
     case Kind::string:
         return value.string() != nullptr;
     case Kind::number:
-        return value.kindName() == "number";
+        return value.kindName() == "number" || isNumberText(value);
     case Kind::list:
         return value.array() != nullptr;
     case Kind::dictionary:
@@ -162,8 +174,10 @@ private:
             checkLinks(*links);
         if (const Dictionary* methods = table(root, "WebServices"))
             checkWebServices(*methods);
-        checkOtherTable(root, "WebRequests", kWebRequestKeys);
-        checkOtherTable(root, "Templates", kTemplateKeys);
+        if (const Dictionary* requests = table(root, "WebRequests"))
+            checkWebRequests(*requests);
+        if (const Dictionary* templates = table(root, "Templates"))
+            checkTemplates(*templates);
     }
 
     void checkLinks(const Dictionary& links)
@@ -194,18 +208,34 @@ private:
         }
     }
 
-    template <std::size_t Count>
-    void checkOtherTable(const Dictionary& root, std::string_view name,
-                         const std::array<KeyRule, Count>& rules)
+    void checkWebRequests(const Dictionary& requests)
     {
-        const Dictionary* entries = table(root, name);
-        for (const auto& [key, value] : entries ? *entries : Dictionary()) {
-            const std::string path = joined(std::string(name), key);
-            const Dictionary* entry = checkEntry(value, path, rules);
+        for (const WebRequestNeeds& needs : webRequestCatalogue()) {
+            if (!find(requests, needs.name))
+                add("WebRequests",
+                    "The web request " + quoted(needs.name) + " is missing; add its entry.");
+        }
+        for (const auto& [name, value] : requests) {
+            const std::string path = joined("WebRequests", name);
+            const Dictionary* entry = checkEntry(value, path, kWebRequestKeys);
             if (!entry)
                 continue;
-            checkHeaderNames(*entry, path);
-            checkNamedTemplates(*entry, "requestHeaders", path, isHeaderName, "header");
+            checkNamedTemplates(*entry, webRequestKey::requestHeaders, path, isHeaderName,
+                                "header");
+            checkResponseHeaderNames(*entry, path);
+            for (const WebRequestNeeds& needs : webRequestCatalogue()) {
+                if (needs.name == name)
+                    checkRequestNeeds(needs, *entry, path);
+            }
+        }
+    }
+
+    void checkTemplates(const Dictionary& templates)
+    {
+        for (const auto& [name, value] : templates) {
+            const std::string path = joined("Templates", name);
+            if (const Dictionary* entry = checkEntry(value, path, kTemplateKeys))
+                checkHeaderNames(*entry, path);
         }
     }
 
@@ -224,8 +254,12 @@ private:
             if (!found && rule.required)
                 add(path, "The key " + quoted(rule.key) + " is missing.");
             if (found && !isOfKind(*found, rule.kind))
-                add(joined(path, rule.key), "This must be " + std::string(nameOf(rule.kind)) +
-                                                ", not a " + std::string(found->kindName()) + ".");
+                add(joined(path, rule.key),
+                    "This must be " + std::string(nameOf(rule.kind)) + ", not " +
+                        (rule.kind == Kind::number && found->string()
+                             ? quoted(*found->string())
+                             : "a " + std::string(found->kindName())) +
+                        ".");
         }
         for (const auto& field : *entry) {
             const std::string& key = field.first;
@@ -256,31 +290,45 @@ private:
 
     void checkNeeds(const WebMethodNeeds& needs, const Dictionary& entry, const std::string& path)
     {
-        if (const std::string* url = findString(entry, methodKey::url)) {
-            const std::size_t count = platform::formatArgumentCount(*url);
-            if (count != needs.urlArguments)
-                add(joined(path, methodKey::url),
-                    "The URL has " + std::to_string(count) + " places to fill (\"%@\"), but " +
-                        std::to_string(needs.urlArguments) +
-                        " are filled; a literal percent sign is written \"%%\".");
-        }
-        for (const std::string_view placeholder : needs.placeholders) {
-            if (!usesPlaceholder(entry, placeholder))
-                add(joined(path, methodKey::soapParameters),
-                    "No template uses " + std::string(placeholder) +
-                        ", so its value would not be sent.");
-        }
+        checkUrlArguments(needs.urlArguments, entry, path);
+        checkPlaceholders(needs.placeholders, entry, path,
+                          {methodKey::soapParameters, methodKey::soapHeaders});
         const bool hasPath = find(entry, methodKey::resultKeyPath) != nullptr;
-        if (hasPath && !needs.needsResultKeyPath)
+        if (hasPath && needs.resultPath == ResultPath::mustBeAbsent)
             add(joined(path, methodKey::resultKeyPath),
                 "This method needs the whole answer; remove \"resultKeyPath\".");
-        if (!hasPath && needs.needsResultKeyPath)
+        if (!hasPath && needs.resultPath == ResultPath::isNeeded)
             add(path, "The key \"resultKeyPath\" is missing; it leads to the method's result.");
     }
 
-    static bool usesPlaceholder(const Dictionary& entry, std::string_view placeholder)
+    void checkUrlArguments(std::size_t needed, const Dictionary& entry, const std::string& path)
     {
-        for (const auto list : {methodKey::soapParameters, methodKey::soapHeaders}) {
+        const std::string* url = findString(entry, methodKey::url);
+        const std::size_t count = url ? platform::formatArgumentCount(*url) : needed;
+        if (count != needed)
+            add(joined(path, methodKey::url),
+                "The URL has " + std::to_string(count) + " places to fill (\"%@\"), but " +
+                    std::to_string(needed) +
+                    " are filled; a literal percent sign is written \"%%\".");
+    }
+
+    /// @param lists where templates stand; a missing one is reported at the first
+    void checkPlaceholders(const std::vector<std::string_view>& placeholders,
+                           const Dictionary& entry, const std::string& path,
+                           std::initializer_list<std::string_view> lists)
+    {
+        for (const std::string_view placeholder : placeholders) {
+            if (!usesPlaceholder(entry, lists, placeholder))
+                add(joined(path, *lists.begin()), "No template uses " + std::string(placeholder) +
+                                                      ", so its value would not be sent.");
+        }
+    }
+
+    static bool usesPlaceholder(const Dictionary& entry,
+                                std::initializer_list<std::string_view> lists,
+                                std::string_view placeholder)
+    {
+        for (const auto list : lists) {
             const Array* items = findArray(entry, list);
             for (const Value& item : items ? *items : Array()) {
                 const Dictionary* fields = item.dictionary();
@@ -291,6 +339,32 @@ private:
             }
         }
         return false;
+    }
+
+    void checkRequestNeeds(const WebRequestNeeds& needs, const Dictionary& entry,
+                           const std::string& path)
+    {
+        checkUrlArguments(needs.urlArguments, entry, path);
+        checkPlaceholders(needs.placeholders, entry, path, {webRequestKey::requestHeaders});
+        const Array* names = findArray(entry, webRequestKey::responseHeaderNames);
+        for (const std::string_view header : needs.responseHeaders) {
+            const bool isListed =
+                names && std::find(names->begin(), names->end(), Value(header)) != names->end();
+            if (!isListed)
+                add(joined(path, webRequestKey::responseHeaderNames),
+                    "The header " + quoted(header) + " is read by this request; add it here.");
+        }
+    }
+
+    void checkResponseHeaderNames(const Dictionary& entry, const std::string& path)
+    {
+        const Array* names = findArray(entry, webRequestKey::responseHeaderNames);
+        for (std::size_t i = 0; names && i < names->size(); ++i) {
+            const std::string* name = (*names)[i].string();
+            if (!name || !isHeaderName(*name))
+                add(place(joined(path, webRequestKey::responseHeaderNames), i),
+                    quoted((*names)[i].text()) + " is no name of a header.");
+        }
     }
 
     void checkHeaderNames(const Dictionary& entry, const std::string& path)

@@ -135,16 +135,38 @@ TEST(SettingsCheck, TellsResultPathsThatAreMissingOrInTheWay)
 TEST(SettingsCheck, ChecksTheOtherTablesToo)
 {
     const auto lines = report(changed(
-        "<key>WebRequests</key>\n\t<dict/>",
+        "<key>WebRequests</key>\n\t<dict>",
         "<key>WebRequests</key><dict><key>R</key><dict><key>requestTimeout</key><string>x</string>"
         "<key>requestHeaders</key><array><dict><key>name</key><string>a b</string></dict></array>"
-        "</dict></dict>"));
+        "<key>responseHeaderNames</key><array><string>a:b</string></array></dict>"));
     EXPECT_NE(lines.find("WebRequests.R: The key \"URL\" is missing."), std::string::npos);
-    EXPECT_NE(lines.find("WebRequests.R.requestTimeout: This must be a number, not a string."),
+    EXPECT_NE(lines.find("WebRequests.R.requestTimeout: This must be a number, not \"x\"."),
+              std::string::npos)
+        << lines;
+    EXPECT_NE(lines.find("responseHeaderNames[0]: \"a:b\" is no name of a header."),
               std::string::npos);
     EXPECT_NE(lines.find("requestHeaders[0]: The key \"template\" is missing."), std::string::npos);
     EXPECT_NE(lines.find("requestHeaders[0].name: \"a b\" is no name of a header."),
               std::string::npos);
+}
+
+TEST(SettingsCheck, TellsWhatARequestNeeds)
+{
+    EXPECT_NE(report(changed("<key>GetServerPartInfo</key>", "<key>GetPartInfo</key>"))
+                  .find("WebRequests: The web request \"GetServerPartInfo\" is missing; add its "
+                        "entry."),
+              std::string::npos);
+    EXPECT_NE(report(changed("&lt;&lt;PORTIONSIZE&gt;&gt;", "5"))
+                  .find("WebRequests.UploadFilePart.requestHeaders: No template uses "
+                        "<<PORTIONSIZE>>, so its value would not be sent."),
+              std::string::npos);
+    EXPECT_NE(report(changed("<string>Status</string>", ""))
+                  .find("The header \"Status\" is read by this request; add it here."),
+              std::string::npos);
+    EXPECT_NE(report(changed("https://%@/GetServerPartInfo", "https://a/GetServerPartInfo"))
+                  .find("The URL has 0 places to fill (\"%@\"), but 1 are filled"),
+              std::string::npos);
+    EXPECT_EQ(report(changed("<integer>60</integer>", "<string>0.5</string>")), "");
 }
 
 } // namespace

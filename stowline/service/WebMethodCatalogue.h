@@ -1,4 +1,4 @@
-// The web methods that the broker calls, as data.
+// The web methods and web requests that the broker calls, as data.
 #pragma once
 
 #include <cstddef>
@@ -8,15 +8,27 @@
 
 namespace stowline {
 
+/// Whether the settings must name the place of the result in the answer.
+enum class ResultPath { mustBeAbsent, isNeeded, mayBe };
+
 /// What the settings must say about a method for the broker to use it.
 struct WebMethodNeeds {
     std::string_view name;
     std::vector<std::string_view> placeholders; ///< those that the broker fills
     std::size_t urlArguments = 0;               ///< how many "%@" its "URL" has
-    bool needsResultKeyPath = false;            ///< else it must have none
+    ResultPath resultPath = ResultPath::mustBeAbsent;
 };
 
-/// Every method that an operation of WebServiceBroker calls.
+/// What the settings must say about a plain HTTP request.
+struct WebRequestNeeds {
+    std::string_view name;
+    std::vector<std::string_view> placeholders;
+    std::size_t urlArguments = 0;
+    std::vector<std::string_view> responseHeaders; ///< those that the broker reads
+};
+
+/// Every method, and every request, that an operation of WebServiceBroker calls.
 [[nodiscard]] std::span<const WebMethodNeeds> webMethodCatalogue();
+[[nodiscard]] std::span<const WebRequestNeeds> webRequestCatalogue();
 
 } // namespace stowline

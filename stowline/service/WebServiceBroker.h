@@ -6,6 +6,7 @@
 #include "stowline/platform/Format.h"
 #include "stowline/soap/TemplateExpansion.h"
 
+#include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -21,8 +22,8 @@ inline constexpr int kFaultErrorCode = 200;
 
 /// Static operations only; all may be called from any number of threads at once. Those that call a
 /// web method block for one SOAP call (at most about 60 seconds and the start of a process), so
-/// they belong on worker threads. They throw nothing. An error slot may be null; it is written only
-/// where an operation says so, and never cleared.
+/// they belong on worker threads. They throw nothing. An error slot may be null; it is written or
+/// cleared only where an operation says so.
 class WebServiceBroker {
 public:
     WebServiceBroker() = delete;
@@ -62,6 +63,190 @@ public:
     /// @return the service's text as it comes; absent on any failure.
     [[nodiscard]] static std::optional<Value> encryptString(std::string_view sourceString);
     [[nodiscard]] static std::optional<Value> decryptString(std::string_view sourceString);
+
+    // ---- Account and backup server (AccountInformation.cpp); all safe to repeat ----
+
+    /// Space the account uses: web method "GetAccountUsedSpace".
+    /// @return kilobytes as the service counts them; absent when the call failed. Text that does
+    ///         not start with a number counts as 0.
+    [[nodiscard]] static std::optional<std::int64_t>
+    usedSpaceInKbForAccount(std::string_view username, std::string_view withPassword);
+
+    /// Details of the account: web method "GetAccountInfo". Tells the service which installation,
+    /// machine, product and operating system asks (always as "x64").
+    /// @return the service's result as it comes; absent when the call failed.
+    [[nodiscard]] static std::optional<Value>
+    getAccountInfoForUsername2(std::string_view username, std::string_view withPassword);
+
+    /// The upload path on a backup server: web method "GetPhyPath". No password is sent.
+    /// @param usingGuidUploadPath the identifier the path is made for; may be empty
+    /// @return not empty; absent when the call failed or answered nothing, and at once, without a
+    ///         call, when an argument is absent.
+    [[nodiscard]] static std::optional<std::string>
+    getUploadServerPathForUsername(std::optional<std::string_view> username,
+                                   std::optional<std::string_view> onBackupServer,
+                                   std::optional<std::string_view> usingGuidUploadPath);
+
+    /// The account's encryption key, which the service holds: web method "getenckey". It is neither
+    /// kept nor logged here.
+    /// @return not empty; absent when the call failed or answered nothing.
+    [[nodiscard]] static std::optional<std::string> getEncKeyForUserName(
+        std::string_view username, std::string_view password, std::string_view backupServer);
+
+    /// Announces that the files of a package are about to be protected: web method
+    /// "PreparePackagedFilesForProtection".
+    /// @param packageSize a number, in bytes
+    /// @param error the call's own error, which wins; else, when the slot is empty, code 250 with
+    ///        "WebMethod … returned … result"
+    /// @return true exactly when the service answers "success" in any mix of cases.
+    [[nodiscard]] static bool preparePackagedFilesForProtectionForUserName(
+        std::string_view username, std::string_view password, std::string_view backupServer,
+        std::string_view packagePath, const Value& packageSize, ErrorSlot error);
+
+    // ---- Browsing and restore (Browsing.cpp); all but the deletion are safe to repeat ----
+    //
+    // The first four judge the answer by the "Code" of its result map. Absent arguments are sent as
+    // explicit nils. On return the error slot is always written: with the call's error, with code
+    // 250 and the code's words when the service refuses, with nothing otherwise (also when there is
+    // neither answer nor error). A list is an array on success, empty when the service sends none.
+
+    /// Names of the computers that have files stored: web method "GetAccountSystems".
+    [[nodiscard]] static std::optional<Array>
+    getAccountSystemsForUsername(std::optional<std::string_view> username,
+                                 std::optional<std::string_view> password,
+                                 std::optional<std::string_view> backupServer, ErrorSlot error);
+
+    /// One page of a folder: web method "GetAccountFilesAndFolders".
+    /// @param startIndex, pageSize entries from 0, and how many
+    /// @param totalCountRes may be null; the folder's whole count, unless the answer has no number
+    /// @return maps as the service describes files and folders
+    [[nodiscard]] static std::optional<Array> getAccountFilesAndFoldersForUserName(
+        std::optional<std::string_view> username, std::optional<std::string_view> password,
+        std::optional<std::string_view> backupServer, std::optional<std::string_view> systemName,
+        std::optional<std::string_view> path, std::optional<std::string_view> sortField,
+        bool ascending, std::int64_t startIndex, std::int64_t pageSize, std::int64_t* totalCountRes,
+        ErrorSlot error);
+
+    /// Stored versions of a file: web method "GetFileVersions".
+    /// @return maps as the service describes versions
+    [[nodiscard]] static std::optional<Array>
+    getFileVersionsForUsername(std::optional<std::string_view> username,
+                               std::optional<std::string_view> password,
+                               std::optional<std::string_view> backupServer, std::int64_t fileID,
+                               ErrorSlot error);
+
+    /// One page of the files whose names match, in a folder and below it, sorted by name: web
+    /// method "SearchFilesEx".
+    /// @param systemName, rootPath absent: everywhere (sent as empty text)
+    /// @param totalCountRes as above
+    [[nodiscard]] static std::optional<Array> searchFilesForUsername(
+        std::optional<std::string_view> username, std::optional<std::string_view> password,
+        std::optional<std::string_view> backupServer, std::optional<std::string_view> systemName,
+        std::optional<std::string_view> rootPath, std::optional<std::string_view> searchString,
+        std::int64_t startIndex, std::int64_t count, std::int64_t* totalCountRes, ErrorSlot error);
+
+    /// What is needed to recover versions of files: web method "getMetaDataAboutFilesToRecover".
+    /// Tells the service the local time as month/day/year hour:minute:second.
+    /// @param fileVersion in the service's form
+    /// @param error never written: a failure shows only as an absent result
+    /// @return the service's result as it comes
+    [[nodiscard]] static std::optional<Value> getMetaDataAboutFilesToRecoverForFileVersion(
+        const Value& fileVersion, std::string_view userName, std::string_view backupServer,
+        std::string_view errorMessage, ErrorSlot error);
+
+    /// Deletes the versions of a list that the service knows: web method "DeleteFilesInBulk". No
+    /// password is sent.
+    /// @return the answer read as a boolean; false when there is none.
+    [[nodiscard]] static bool deleteFileVersionWithFileListID(std::string_view fileListID,
+                                                              std::string_view userName,
+                                                              std::string_view backupServer);
+
+    // ---- Upload (Upload.cpp) ----
+    //
+    // A file is asked about, sent part by part, and registered. Which bytes form a part, and where
+    // to go on after an interruption, is the application's to read from the maps. Nothing is kept
+    // between calls.
+
+    /// What a backup server holds of a file: web request "GetServerPartInfo". Safe to repeat.
+    /// @param filename, forUsername, withServerUploadPath travel in Base64: any bytes
+    /// @param error stored when the request failed; untouched when an argument is absent (nothing is
+    ///        sent then) and when the server says no
+    /// @return the response headers that the settings list, when the server's "Status" is true.
+    [[nodiscard]] static std::optional<Dictionary> getServerFileInfoForClientFilename(
+        std::optional<std::string_view> filename, std::optional<std::string_view> knownByGuid,
+        std::optional<std::string_view> forUsername,
+        std::optional<std::string_view> withServerUploadPath,
+        std::optional<std::string_view> onBackupServer, ErrorSlot error);
+
+    /// Sends one part: web request "UploadFilePart". Whether a repetition is safe is the server's
+    /// matter: ask it first what it holds.
+    /// @param data the part, sent from where it lies
+    /// @param error cleared first; stored when the request failed, not when the server says no
+    /// @return as above
+    [[nodiscard]] static std::optional<Dictionary>
+    uploadForUser(std::string_view username, std::string_view data, std::string_view filePathname,
+                  std::uint64_t partSizeBytes, std::string_view toBackupServer,
+                  std::string_view serverUploadPath, std::string_view idForServerLogs,
+                  ErrorSlot error);
+
+    /// Registers an uploaded file: web method "ProtectFile". The folder is sent in backslash
+    /// notation, led by two backslashes and the volume.
+    /// @param localTime sent in the local time zone
+    /// @param outError see invokeSOAPMethodWithName()
+    /// @return true when any result came back.
+    [[nodiscard]] static bool protectUploadedFileForUser(
+        std::string_view username, std::string_view password, std::string_view backupServer,
+        std::string_view localSystem, std::string_view localVolume, std::string_view localDirectory,
+        std::string_view localFilename, std::string_view uploadPathGuidComponent,
+        std::string_view sessionKey, Date localTime, std::uint64_t origFileSizeBytes,
+        std::string_view fullServerFilePath, ErrorSlot outError);
+
+    /// Registers an uploaded file: web method "protect2".
+    /// @param clientDate sent in universal time
+    /// @param lngBaselinePkForThisDelta the service's key of the version that a delta is against
+    /// @param error see invokeSOAPMethodWithName()
+    /// @return true exactly when the service answers "success" in any mix of cases.
+    [[nodiscard]] static bool protect2UploadedFileForUser(
+        std::string_view username, std::string_view password, std::string_view backupServer,
+        std::string_view actualName, std::string_view actualPath, std::uint64_t actualSize,
+        std::string_view encryptedName, std::uint64_t encryptedSize, std::string_view encryptedPath,
+        Date clientDate, bool isDelta, std::string_view systemName, std::uint64_t cacheFileSize,
+        std::string_view uniqueKey, bool iIsCompressed, std::uint64_t lngFileSizeInBytesFromClient,
+        std::int64_t lngBaselinePkForThisDelta, ErrorSlot error);
+
+    /// The error to report when an upload goes wrong: code 250.
+    /// @param responseDictionary what the server answered, if anything
+    /// @param additionalInfo a format ("%@"), filled with the arguments that follow it
+    template <class... Arguments>
+    [[nodiscard]] static Error formatUploadErrorFromResponseDictionary(
+        const std::optional<Dictionary>& responseDictionary, std::string_view uploadFileInfo,
+        std::string_view additionalInfo, const Arguments&... arguments)
+    {
+        return uploadErrorWith(responseDictionary, uploadFileInfo,
+                               platform::formatText(additionalInfo, arguments...));
+    }
+
+    /// A moment in universal time as "2014-03-07 09:05:00".
+    [[nodiscard]] static std::string clientTimeString(Date date);
+
+    // ---- Plain HTTP requests (WebRequests.cpp) ----
+
+    /// Sends a request that the settings' "WebRequests" describe, in process, and reads its whole
+    /// body. The status of the response is not judged. Redirects are followed, but a body goes to no
+    /// other server. Nothing is repeated here.
+    /// @param url the request's whole address; the entry's is not read
+    /// @param requestName key of the table; an entry that is missing is one without any key
+    /// @param httpHeaderSubstitutions fill the header templates, unescaped
+    /// @param requestBody sent from where it lies; absent and empty send none
+    /// @param responseHeaders may be null; cleared first; on success the headers that the entry
+    ///        lists, under its spelling (an entry without a list gives an empty map)
+    /// @param error cleared first; code 250 for a time-out, an address or header that cannot be
+    ///        sent, else the stream's own (domain kHttpErrorDomain)
+    /// @return absent when the request failed.
+    [[nodiscard]] static std::optional<Data> sendWebRequestWithURL(
+        std::string_view url, std::string_view requestName,
+        const SubstitutionMap& httpHeaderSubstitutions, std::optional<std::string_view> requestBody,
+        std::optional<Dictionary>* responseHeaders, ErrorSlot error);
 
     // ---- Calling a web method (Invocation.cpp) ----
 
@@ -113,6 +298,11 @@ public:
     [[nodiscard]] static std::optional<std::vector<std::string>>
     expandTemplates(const std::optional<std::vector<std::string>>& templates,
                     const SubstitutionMap& substitutions, bool escapeXmlEntities);
+
+private:
+    [[nodiscard]] static Error uploadErrorWith(const std::optional<Dictionary>& responseDictionary,
+                                               std::string_view uploadFileInfo,
+                                               std::string_view additionalInfo);
 };
 
 } // namespace stowline

@@ -1,0 +1,18 @@
+// The proxy that the desktop's settings name.
+#pragma once
+
+#include <string>
+
+namespace stowline::platform {
+
+/// The proxy for an address as "http://host:port" or "socks5://host:port": what the desktop is set
+/// to, when the environment (http_proxy, https_proxy, all_proxy, in either case) names none for the
+/// address's scheme. Any thread; may ask the desktop's settings service.
+/// @return empty when there is none, or the environment decides.
+[[nodiscard]] std::string systemProxyFor(const std::string& url);
+
+/// The first proxy in a resolver's answer that can be used: "direct://" and kinds that are not
+/// known give the empty text, "socks://" is "socks5://".
+[[nodiscard]] std::string usableProxy(const char* const* answer);
+
+} // namespace stowline::platform

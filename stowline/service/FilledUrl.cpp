@@ -1,0 +1,15 @@
+#include "stowline/service/FilledUrl.h"
+
+#include "stowline/call/WireNames.h"
+#include "stowline/platform/Url.h"
+
+namespace stowline {
+
+std::string filledUrl(const Dictionary& entry, std::span<const platform::FormatArgument> arguments)
+{
+    const std::string* format = findString(entry, methodKey::url);
+    return platform::percentEscaped(
+        platform::formatWithArguments(format ? *format : "", arguments));
+}
+
+} // namespace stowline

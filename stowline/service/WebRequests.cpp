@@ -1,0 +1,157 @@
+// Plain HTTP requests that the settings describe.
+#include "stowline/logging/LogMacros.h"
+#include "stowline/platform/Text.h"
+#include "stowline/service/ResponseReader.h"
+#include "stowline/service/WebRequestKeys.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+
+#include <algorithm>
+
+namespace stowline {
+
+namespace {
+
+using platform::HttpHeader;
+using platform::HttpRequest;
+using platform::HttpResponseMessage;
+
+constexpr double kDefaultTimeoutSeconds = 60.0;
+
+/// The header list and its templates side by side, or what is wrong with them.
+struct HeaderTemplates {
+    std::vector<std::string> names;
+    std::vector<std::string> templates;
+    std::optional<std::string> fault;
+};
+
+HeaderTemplates headerTemplatesOf(const Dictionary& requestInfo, std::string_view requestName)
+{
+    HeaderTemplates headers;
+    const Array* entries = findArray(requestInfo, webRequestKey::requestHeaders);
+    for (const Value& entry : entries ? *entries : Array()) {
+        const Dictionary* fields = entry.dictionary();
+        const std::string* name = fields ? findString(*fields, webRequestKey::name) : nullptr;
+        const std::string* text =
+            fields ? findString(*fields, webRequestKey::templateText) : nullptr;
+        if (!name || !text) {
+            headers.fault = "The settings of the web request \"" + std::string(requestName) +
+                            "\" have a header without a name or a template. Please complete it.";
+            return headers;
+        }
+        headers.names.push_back(*name);
+        headers.templates.push_back(*text);
+    }
+    return headers;
+}
+
+/// What a header value must not hold, in words; absent when it is clean.
+std::optional<std::string> unsendableValue(const HttpHeader& header)
+{
+    constexpr std::string_view breaks("\r\n\0", 3);
+    if (header.second.find_first_of(breaks) == std::string::npos)
+        return std::nullopt;
+    return "The value of the header \"" + header.first +
+           "\" holds a line break or a NUL character, which cannot be sent.";
+}
+
+/// Fills the request's headers. @return what is wrong with them
+std::optional<std::string> addHeaders(HttpRequest& request, const Dictionary& requestInfo,
+                                      std::string_view requestName,
+                                      const SubstitutionMap& substitutions)
+{
+    const HeaderTemplates headers = headerTemplatesOf(requestInfo, requestName);
+    if (headers.fault)
+        return headers.fault;
+    const auto values = WebServiceBroker::expandTemplates(headers.templates, substitutions, false);
+    for (std::size_t i = 0; i < headers.names.size(); ++i)
+        setHeader(request.headers, headers.names[i], (*values)[i]);
+    // The letter after the length is what the service reads.
+    if (!request.body.empty())
+        setHeader(request.headers, "Content-Length",
+                  platform::formatText("%luu", request.body.size()));
+    for (const HttpHeader& header : request.headers) {
+        if (auto fault = unsendableValue(header))
+            return fault;
+    }
+    return std::nullopt;
+}
+
+double timeoutOf(const Dictionary& requestInfo)
+{
+    const Value* timeout = find(requestInfo, webRequestKey::requestTimeout);
+    return timeout ? platform::FormatArgument(*timeout).real() : kDefaultTimeoutSeconds;
+}
+
+/// The response headers that the entry lists, under the entry's spelling.
+Dictionary listedHeaders(const HttpResponseMessage& response, const Dictionary& requestInfo)
+{
+    Dictionary listed;
+    const Array* names = findArray(requestInfo, webRequestKey::responseHeaderNames);
+    if (!names)
+        return listed;
+    for (const auto& [name, value] : response.headers) {
+        const auto match = std::find_if(names->begin(), names->end(), [&](const Value& candidate) {
+            return candidate.string() &&
+                   platform::equalsIgnoringAsciiCase(*candidate.string(), name);
+        });
+        if (match == names->end())
+            continue;
+        const auto [known, isNew] = listed.emplace(*match->string(), value);
+        if (!isNew) // one field in several lines (RFC 9110 section 5.3)
+            known->second = *known->second.string() + ", " + value;
+    }
+    return listed;
+}
+
+Error unsendable(const std::string& sentence)
+{
+    return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence);
+}
+
+} // namespace
+
+std::optional<Data>
+WebServiceBroker::sendWebRequestWithURL(std::string_view url, std::string_view requestName,
+                                        const SubstitutionMap& httpHeaderSubstitutions,
+                                        std::optional<std::string_view> requestBody,
+                                        std::optional<Dictionary>* responseHeaders, ErrorSlot error)
+{
+    if (responseHeaders)
+        responseHeaders->reset();
+    if (error)
+        error->reset();
+    const Dictionary requestInfo =
+        WebServicesSettings::webRequestInfo(requestName).value_or(Dictionary());
+    const std::string* method = findString(requestInfo, webRequestKey::httpMethod);
+    const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
+    HttpRequest request{
+        .method = method ? *method : "GET",
+        .url = std::string(url),
+        // First of all, and set again to the client's own when the request is sent.
+        .headers = {{"User-Agent", ""}},
+        .body = requestBody.value_or(""),
+        .version = version && *version == "1.0" ? platform::HttpVersion::http10
+                                                : platform::HttpVersion::http11,
+        .bodyStaysAtOrigin = true,
+    };
+    std::optional<Error> wrong;
+    std::optional<HttpResponseMessage> response;
+    std::optional<Data> body;
+    if (const auto fault = addHeaders(request, requestInfo, requestName, httpHeaderSubstitutions))
+        wrong = unsendable(*fault);
+    else
+        body = readResponseForHTTPMessage(std::move(request), timeoutOf(requestInfo),
+                                          responseHeaders ? &response : nullptr, &wrong);
+    if (wrong) {
+        STOWLINE_LOG_ERROR("Web request named %@ returned error: %@", requestName, *wrong);
+        if (error)
+            *error = wrong;
+        return std::nullopt;
+    }
+    if (response)
+        *responseHeaders = listedHeaders(*response, requestInfo);
+    return body;
+}
+
+} // namespace stowline
