@@ -5,8 +5,10 @@
 #include "stowline/platform/Terminal.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <csignal>
 #include <cstdlib>
+#include <mutex>
 #include <thread>
 
 namespace stowline::cli {
@@ -15,6 +17,17 @@ namespace {
 
 std::atomic<bool> workListens = false;
 std::atomic<int> requestedStatus = 0;
+
+struct Waiting {
+    std::mutex mutex;
+    std::condition_variable requested;
+};
+
+Waiting& waiting()
+{
+    static auto& instance = *new Waiting; // outlives the thread that watches
+    return instance;
+}
 
 [[noreturn]] void leave(ExitStatus status)
 {
@@ -33,6 +46,8 @@ void watchForTermination()
             const auto status = signal == SIGINT ? ExitStatus::interrupted : ExitStatus::terminated;
             if (!workListens || requestedStatus.exchange(static_cast<int>(status)) != 0)
                 leave(status);
+            const std::lock_guard lock(waiting().mutex);
+            waiting().requested.notify_all();
         }
     }).detach();
 }
@@ -51,6 +66,13 @@ std::optional<ExitStatus> Interruptible::request()
 {
     const int status = requestedStatus;
     return status == 0 ? std::nullopt : std::optional(static_cast<ExitStatus>(status));
+}
+
+std::optional<ExitStatus> Interruptible::awaitRequest(std::chrono::steady_clock::duration atMost)
+{
+    std::unique_lock lock(waiting().mutex);
+    waiting().requested.wait_for(lock, atMost, [] { return requestedStatus != 0; });
+    return request();
 }
 
 } // namespace stowline::cli

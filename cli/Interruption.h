@@ -3,6 +3,7 @@
 
 #include "cli/ExitStatus.h"
 
+#include <chrono>
 #include <optional>
 
 namespace stowline::cli {
@@ -23,6 +24,9 @@ public:
     /// The status to end with when the program has been asked to end; absent until then. Any
     /// thread.
     [[nodiscard]] static std::optional<ExitStatus> request();
+
+    /// Waits until the program is asked to end or the time is over. @return as request()
+    static std::optional<ExitStatus> awaitRequest(std::chrono::steady_clock::duration atMost);
 };
 
 } // namespace stowline::cli

@@ -21,6 +21,7 @@ public:
     void setCommand(std::string command) { command_ = std::move(command); }
 
     [[nodiscard]] bool isQuiet() const { return quiet_; }
+    [[nodiscard]] bool isJson() const { return json_; }
 
     /// A sentence for people; not shown when quiet.
     void note(std::string_view sentence) const;

@@ -150,6 +150,12 @@ void ProgressDisplay::update(double fractionDone, std::uint64_t sizeInBytes)
     isBarShown_ = isBar;
 }
 
+void ProgressDisplay::updatePart(std::size_t part, double fractionDone, std::uint64_t sizeInBytes)
+{
+    state_.part = part;
+    update(fractionDone, sizeInBytes);
+}
+
 void ProgressDisplay::clear()
 {
     if (std::exchange(isBarShown_, false))

@@ -59,6 +59,9 @@ public:
     void beginPart();
     void update(double fractionDone, std::uint64_t sizeInBytes);
 
+    /// For pieces that are worked on side by side: the last that was begun, and how far all are.
+    void updatePart(std::size_t part, double fractionDone, std::uint64_t sizeInBytes);
+
     /// Takes the bar away, so that something else can be written.
     void clear();
 

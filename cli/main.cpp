@@ -81,6 +81,15 @@ int main(int count, char** words)
     declareGlobals(app, options);
     cli::declareSignUp(app, chosen);
     cli::declareSignIn(app, chosen);
+    cli::declareAccount(app, chosen);
+    cli::declareBackup(app, chosen);
+    cli::declareUploads(app, chosen);
+    cli::declareSystems(app, chosen);
+    cli::declareList(app, chosen);
+    cli::declareSearch(app, chosen);
+    cli::declareVersions(app, chosen);
+    cli::declareRestoreInfo(app, chosen);
+    cli::declareRemove(app, chosen);
     cli::declareEncryption(app, chosen);
     cli::declareChecksum(app, chosen);
     cli::declareCopy(app, chosen);

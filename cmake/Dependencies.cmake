@@ -22,6 +22,7 @@ stowline_require(SQLITE sqlite3 libsqlite3-dev)
 stowline_require(CRYPTO libcrypto libssl-dev)
 stowline_require(FMT fmt libfmt-dev)
 stowline_require(HTTPLIB cpp-httplib libcpp-httplib-dev)
+stowline_require(ZLIB zlib zlib1g-dev)
 
 find_path(CLI11_INCLUDE CLI/CLI.hpp)
 find_path(JSON_INCLUDE nlohmann/json.hpp)

@@ -1,5 +1,6 @@
 #include "devserver/AccountService.h"
 
+#include "devserver/Parameters.h"
 #include "stowline/platform/Cryptography.h"
 #include "stowline/platform/Files.h"
 #include "stowline/platform/Text.h"
@@ -9,12 +10,6 @@ namespace stowline::devserver {
 namespace {
 
 constexpr std::size_t kKeySize = 32;
-
-std::string text(const Dictionary& parameters, std::string_view name)
-{
-    const std::string* found = platform::findString(parameters, name);
-    return found ? *found : std::string();
-}
 
 Dictionary authenticate(const AccountServiceContext& context, const Dictionary& parameters)
 {
@@ -87,15 +82,40 @@ Dictionary decryptString(const AccountServiceContext& context, const Dictionary&
     return {{"DecryptStringResult", *secret}};
 }
 
+constexpr std::uint64_t kBytesInKb = 1024;
+constexpr std::uint64_t kQuotaInKb = std::uint64_t{100} << 20; // 100 GiB
+
+std::string usedKb(const AccountServiceContext& context, const std::string& user)
+{
+    return std::to_string((context.storage.usedBytes(user) + kBytesInKb - 1) / kBytesInKb);
+}
+
+Dictionary getUsedSpace(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    requireSignIn(context, parameters);
+    return {{"GetAccountUsedSpaceResult", usedKb(context, text(parameters, "userName"))}};
+}
+
+Dictionary getAccountInfo(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    requireSignIn(context, parameters);
+    const std::string user = text(parameters, "userName");
+    const auto account = context.accounts.details(user);
+    return {{"GetAccountInfoResult",
+             Dictionary{{"AccountStatus", account->status},
+                        {"FirstName", account->firstName},
+                        {"Email", account->email},
+                        {"Opened", account->opened},
+                        {"UsedSpaceInKb", usedKb(context, user)},
+                        {"QuotaInKb", std::to_string(kQuotaInKb)},
+                        {"SystemName", text(parameters, "systemName")},
+                        {"InstallationID", text(parameters, "installationId")}}}};
+}
+
 } // namespace
 
 Service accountService(const AccountServiceContext& context)
 {
-    const auto with = [&context](auto method) {
-        return [&context, method](const Dictionary& parameters) {
-            return method(context, parameters);
-        };
-    };
     return {
         "AccountService",
         "/AccountService.asmx",
@@ -109,7 +129,7 @@ Service accountService(const AccountServiceContext& context)
               {.name = "backupServerName"},
               {.name = "message", .nillable = true},
               {.name = "greeting"}},
-             with(authenticate)},
+             with(context, authenticate)},
             {"CreateAccount",
              "Opens an account.",
              {{.name = "firstName"},
@@ -117,7 +137,7 @@ Service accountService(const AccountServiceContext& context)
               {.name = "password"},
               {.name = "emailID"}},
              {{.name = "CreateAccountResult"}},
-             with(createAccount)},
+             with(context, createAccount)},
             {"CreateTrialAccount",
              "Opens an account of a customer type.",
              {{.name = "firstName"},
@@ -131,17 +151,42 @@ Service accountService(const AccountServiceContext& context)
               {.name = "referalCode"}},
              {{.name = "CreateTrialAccountResult",
                .parts = {{.name = "Code"}, {.name = "Message"}}}},
-             with(createTrialAccount)},
+             with(context, createTrialAccount)},
             {"EncryptString",
              "Encrypts a text with a key that only the service holds.",
              {{.name = "sourceString"}},
              {{.name = "EncryptStringResult"}},
-             with(encryptString)},
+             with(context, encryptString)},
             {"DecryptString",
              "Decrypts what EncryptString made.",
              {{.name = "sourceString"}},
              {{.name = "DecryptStringResult"}},
-             with(decryptString)},
+             with(context, decryptString)},
+            {"GetAccountUsedSpace",
+             "Space that the account uses, in kilobytes.",
+             {{.name = "userName"}, {.name = "password"}},
+             {{.name = "GetAccountUsedSpaceResult"}},
+             with(context, getUsedSpace)},
+            {"GetAccountInfo",
+             "Details of the account.",
+             {{.name = "userName"},
+              {.name = "password"},
+              {.name = "installationId"},
+              {.name = "osBits"},
+              {.name = "systemName"},
+              {.name = "productName"},
+              {.name = "productVersion"},
+              {.name = "osVersion"}},
+             {{.name = "GetAccountInfoResult",
+               .parts = {{.name = "AccountStatus"},
+                         {.name = "FirstName"},
+                         {.name = "Email"},
+                         {.name = "Opened"},
+                         {.name = "UsedSpaceInKb"},
+                         {.name = "QuotaInKb"},
+                         {.name = "SystemName"},
+                         {.name = "InstallationID"}}}},
+             with(context, getAccountInfo)},
         },
     };
 }

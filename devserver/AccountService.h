@@ -1,8 +1,9 @@
-// The web methods on accounts: sign-in, sign-up, string encryption.
+// The web methods on accounts: sign-in, sign-up, string encryption, details.
 #pragma once
 
 #include "devserver/Accounts.h"
 #include "devserver/ServiceMethod.h"
+#include "devserver/Storage.h"
 
 #include <filesystem>
 #include <string>
@@ -12,6 +13,7 @@ namespace stowline::devserver {
 /// What the methods work on.
 struct AccountServiceContext {
     Accounts& accounts;
+    Storage& storage;
     Data encryptionKey;           ///< 32 bytes
     std::string backupServerName; ///< host and port that signed-in clients are sent to
 };

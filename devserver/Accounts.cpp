@@ -26,6 +26,7 @@ constexpr const char* kSchema = R"sql(
 )sql";
 
 constexpr int kBusyMilliseconds = 5000;
+constexpr std::size_t kSessionKeyBytes = 32;
 
 bool isEmailAddress(const std::string& text)
 {
@@ -38,7 +39,8 @@ bool isEmailAddress(const std::string& text)
 
 Accounts::Accounts(const std::filesystem::path& databaseFile)
     : database_(databaseFile.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
-                kBusyMilliseconds)
+                kBusyMilliseconds),
+      sessionKey_(platform::randomBytes(kSessionKeyBytes))
 {
     database_.exec(kSchema);
 }
@@ -80,19 +82,46 @@ std::optional<std::string> Accounts::storedPasswordOf(const std::string& userNam
     return query.executeStep() ? std::optional(query.getColumn(0).getString()) : std::nullopt;
 }
 
-std::optional<std::string> Accounts::signIn(const std::string& userName,
-                                            const std::string& password)
+bool Accounts::isRight(const std::string& userName, const std::string& password)
 {
+    const std::string digest = platform::keyedDigest(userName + '\0' + password, sessionKey_);
+    {
+        const std::lock_guard lock(mutex_);
+        const auto known = verified_.find(userName);
+        if (known != verified_.end() && known->second == digest)
+            return true;
+    }
     // Hashing takes its time, so it is done outside the lock, and for unknown users too.
     static const std::string nobody = platform::storedPassword("");
     const auto stored = storedPasswordOf(userName);
     const bool matches = platform::passwordMatches(password, stored.value_or(nobody));
     if (!stored || !matches)
-        return std::nullopt;
+        return false;
     const std::lock_guard lock(mutex_);
-    SQLite::Statement query(database_, "SELECT status FROM accounts WHERE user_name = ?");
+    verified_.insert_or_assign(userName, digest);
+    return true;
+}
+
+std::optional<std::string> Accounts::signIn(const std::string& userName,
+                                            const std::string& password)
+{
+    if (!isRight(userName, password))
+        return std::nullopt;
+    const auto found = details(userName);
+    return found ? std::optional(found->status) : std::nullopt;
+}
+
+std::optional<AccountDetails> Accounts::details(const std::string& userName)
+{
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement query(database_, "SELECT rowid, first_name, email, status, opened"
+                                       " FROM accounts WHERE user_name = ?");
     query.bind(1, userName);
-    return query.executeStep() ? std::optional(query.getColumn(0).getString()) : std::nullopt;
+    if (!query.executeStep())
+        return std::nullopt;
+    return AccountDetails{query.getColumn(0).getInt64(), query.getColumn(1).getString(),
+                          query.getColumn(2).getString(), query.getColumn(3).getString(),
+                          query.getColumn(4).getString()};
 }
 
 } // namespace stowline::devserver

@@ -3,7 +3,10 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include "stowline/platform/Value.h"
+
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -22,6 +25,15 @@ struct NewAccount {
     std::string referralCode;
 };
 
+/// What the service tells of an account.
+struct AccountDetails {
+    std::int64_t number = 0; ///< the same for the account's life
+    std::string firstName;
+    std::string email;
+    std::string status;
+    std::string opened; ///< "2026-01-31 23:59:59", universal time
+};
+
 /// Passwords and secret answers are kept as salted hashes only. Any thread.
 class Accounts {
 public:
@@ -34,14 +46,21 @@ public:
     [[nodiscard]] std::string open(const NewAccount& account);
 
     /// The account's status ("Active") when user name and password are right; else absent.
+    /// A password that was right once is known again at once until the service ends.
     [[nodiscard]] std::optional<std::string> signIn(const std::string& userName,
                                                     const std::string& password);
 
+    /// Absent when there is no such account.
+    [[nodiscard]] std::optional<AccountDetails> details(const std::string& userName);
+
 private:
+    [[nodiscard]] bool isRight(const std::string& userName, const std::string& password);
     [[nodiscard]] std::optional<std::string> storedPasswordOf(const std::string& userName);
 
     std::mutex mutex_;
     SQLite::Database database_;
+    const Data sessionKey_;                       ///< of this run
+    std::map<std::string, std::string> verified_; ///< keyed digests of right passwords, by user
 };
 
 } // namespace stowline::devserver

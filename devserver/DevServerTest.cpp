@@ -28,7 +28,9 @@ protected:
 
     test::TemporaryFolder folder_;
     Accounts accounts_{folder_.path() / "service.sqlite"};
-    AccountServiceContext context_{accounts_, platform::randomBytes(32), "127.0.0.1:8443"};
+    Storage storage_{folder_.path()};
+    AccountServiceContext context_{accounts_, storage_, platform::randomBytes(32),
+                                   "127.0.0.1:8443"};
     Service service_ = accountService(context_);
 };
 
@@ -180,7 +182,8 @@ TEST(Wsdl, IsWellFormedAndNamesEveryMethod)
     } reader;
     test::TemporaryFolder folder;
     Accounts accounts(folder.path() / "s.sqlite");
-    const AccountServiceContext context{accounts, Data(32), ""};
+    Storage storage(folder.path());
+    const AccountServiceContext context{accounts, storage, Data(32), ""};
     const Service service = accountService(context);
     const std::string wsdl = wsdlFor(service, "http://127.0.0.1:1/AccountService.asmx");
     EXPECT_FALSE(platform::readXml(wsdl, reader));

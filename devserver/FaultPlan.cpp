@@ -8,7 +8,7 @@ namespace stowline::devserver {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, FaultKind>, 8> kKinds{{
+constexpr std::array<std::pair<std::string_view, FaultKind>, 10> kKinds{{
     {"fault", FaultKind::soapFault},
     {"500", FaultKind::errorPage},
     {"html", FaultKind::htmlPage},
@@ -17,6 +17,8 @@ constexpr std::array<std::pair<std::string_view, FaultKind>, 8> kKinds{{
     {"reset", FaultKind::reset},
     {"drip", FaultKind::drip},
     {"garbage", FaultKind::garbage},
+    {"lost", FaultKind::lost},
+    {"lie", FaultKind::lie},
 }};
 
 std::optional<FaultKind> kindNamed(std::string_view name)

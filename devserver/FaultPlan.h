@@ -11,14 +11,16 @@
 namespace stowline::devserver {
 
 enum class FaultKind {
-    soapFault, ///< "fault": a SOAP fault with status 500
+    soapFault, ///< "fault": a SOAP fault with status 500; of a plain request, a "no"
     errorPage, ///< "500": a HTML page with status 500
     htmlPage,  ///< "html": a HTML page with status 200, as a proxy answers
     cut,       ///< "cut": the connection closes in the middle of the body
     stall,     ///< "stall": no answer, the connection stays open
     reset,     ///< "reset": the connection is torn down instead of an answer
     drip,      ///< "drip": the answer comes a byte a second
-    garbage,   ///< "garbage": XML that is not well-formed
+    garbage,   ///< "garbage": XML that is not well-formed; of a plain request, odd headers
+    lost,      ///< "lost": the call is done, but its answer is torn down
+    lie,       ///< "lie": of a plain request, more bytes are said to be held than are
 };
 
 /// The names of the kinds as they are given on the command line.

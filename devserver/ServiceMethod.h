@@ -15,6 +15,7 @@ struct Field {
     std::string name;
     std::string schemaType = "string"; ///< of XML Schema; ignored when there are parts
     bool nillable = false;             ///< written as an explicit nil when it has no value
+    bool isList = false;               ///< may come any number of times
     std::vector<Field> parts = {};     ///< elements inside this one
 };
 

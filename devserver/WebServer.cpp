@@ -1,5 +1,6 @@
 #include "devserver/WebServer.h"
 
+#include "devserver/PartEndpoint.h"
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
 #include "stowline/logging/LogMacros.h"
@@ -25,9 +26,9 @@ constexpr const char* kHtmlPage = "<!DOCTYPE html><html><head><title>Not the ser
 
 class WebServer::Implementation {
 public:
-    Implementation(const std::vector<Service>& services, FaultPlan& faults,
+    Implementation(const std::vector<Service>& services, Storage& storage, FaultPlan& faults,
                    const std::optional<TlsFiles>& tls)
-        : faults_(faults), scheme_(tls ? "https" : "http")
+        : storage_(storage), faults_(faults), scheme_(tls ? "https" : "http")
     {
         if (tls)
             server_ =
@@ -42,6 +43,7 @@ public:
         server_->set_logger(logCall);
         for (const Service& service : services)
             serve(service);
+        serveParts();
     }
 
     std::optional<int> bind(int port)
@@ -75,8 +77,10 @@ private:
     /// Bodies hold passwords and are not logged.
     static void logCall(const httplib::Request& request, const httplib::Response& response)
     {
+        const bool isCall = request.path.ends_with(".asmx");
         STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method, request.path,
-                          calledMethod(request.body), request.body.size(), response.status);
+                          isCall ? calledMethod(request.body) : response.get_header_value("Status"),
+                          request.body.size(), response.status);
     }
 
     void serve(const Service& service)
@@ -94,6 +98,80 @@ private:
             else
                 write(answerCall(service, request.body), response);
         });
+    }
+
+    void serveParts()
+    {
+        server_->Get("/GetServerPartInfo", [this](const auto& request, auto& response) {
+            answerPlain("GetServerPartInfo", request, response,
+                        [&] { return answerPartInfo(storage_, headersOf(request)); });
+        });
+        server_->Post("/UploadFilePart", [this](const auto& request, auto& response) {
+            uploadPart(request, response);
+        });
+        // The library would wait for the end of the connection when no length is stated.
+        server_->set_pre_routing_handler([this](const auto& request, auto& response) {
+            if (request.path != "/UploadFilePart" || request.method != "POST" ||
+                request.has_header("Content-Length") || request.has_header("Transfer-Encoding"))
+                return httplib::Server::HandlerResponse::Unhandled;
+            uploadPart(request, response);
+            return httplib::Server::HandlerResponse::Handled;
+        });
+    }
+
+    void uploadPart(const httplib::Request& request, httplib::Response& response)
+    {
+        answerPlain("UploadFilePart", request, response,
+                    [&] { return answerPart(storage_, headersOf(request), request.body); });
+    }
+
+    static RequestHeaders headersOf(const httplib::Request& request)
+    {
+        return [&request](const char* name) { return request.get_header_value(name); };
+    }
+
+    template <class Work>
+    void answerPlain(const std::string& name, const httplib::Request& request,
+                     httplib::Response& response, Work work)
+    {
+        const auto fault = faults_.next(name);
+        const bool isDone = !fault || *fault == FaultKind::lost || *fault == FaultKind::lie;
+        PartAnswer answer = isDone ? work() : PartAnswer{{"Status", "false"}};
+        if (fault && *fault == FaultKind::lie)
+            answer["X-ReceivedBytes"] = "1000000000000";
+        if (fault && *fault == FaultKind::garbage)
+            answer = {{"Status", "perhaps"}, {"X-ReceivedBytes", "many"}};
+        if (fault && !isDone && *fault != FaultKind::soapFault && *fault != FaultKind::garbage)
+            return failPlain(*fault, request, response);
+        for (const auto& [header, value] : answer)
+            response.set_header(header.c_str(), value);
+        if (fault && *fault == FaultKind::lost)
+            tearDown(request, response);
+    }
+
+    void failPlain(FaultKind kind, const httplib::Request& request, httplib::Response& response)
+    {
+        switch (kind) {
+        case FaultKind::errorPage:
+            return write({500, "text/html", kHtmlPage}, response);
+        case FaultKind::htmlPage:
+            return write({200, "text/html", kHtmlPage}, response);
+        case FaultKind::stall:
+            (void)pause(std::chrono::hours(1));
+            return;
+        case FaultKind::drip:
+            return writeSlowly(kHtmlPage, response, [this](std::size_t, std::size_t) {
+                return pause(std::chrono::seconds(1));
+            });
+        default:
+            return tearDown(request, response);
+        }
+    }
+
+    static void tearDown(const httplib::Request& request, httplib::Response& response)
+    {
+        platform::resetOnClose(static_cast<std::uint16_t>(request.remote_port));
+        response.set_content_provider(1, "text/xml", [](auto, auto, auto&) { return false; });
     }
 
     static void write(const Answer& answer, httplib::Response& response)
@@ -123,10 +201,12 @@ private:
             return writeSlowly(
                 answerCall(service, request.body).body, response,
                 [this](std::size_t, std::size_t) { return pause(std::chrono::seconds(1)); });
+        case FaultKind::lost:
+            (void)answerCall(service, request.body);
+            return tearDown(request, response);
+        case FaultKind::lie:
         case FaultKind::reset:
-            platform::resetOnClose(static_cast<std::uint16_t>(request.remote_port));
-            response.set_content_provider(1, "text/xml", [](auto, auto, auto&) { return false; });
-            return;
+            return tearDown(request, response);
         case FaultKind::stall:
             (void)pause(std::chrono::hours(1));
             response.set_header("Connection", "close");
@@ -155,6 +235,7 @@ private:
         return !stopped_.wait_for(lock, time, [this] { return stopping_; });
     }
 
+    Storage& storage_;
     FaultPlan& faults_;
     std::string scheme_;
     std::unique_ptr<httplib::Server> server_;
@@ -164,9 +245,9 @@ private:
     bool stopping_ = false;
 };
 
-WebServer::WebServer(const std::vector<Service>& services, FaultPlan& faults,
+WebServer::WebServer(const std::vector<Service>& services, Storage& storage, FaultPlan& faults,
                      const std::optional<TlsFiles>& tls)
-    : implementation_(std::make_unique<Implementation>(services, faults, tls))
+    : implementation_(std::make_unique<Implementation>(services, storage, faults, tls))
 {
 }
 

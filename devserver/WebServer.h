@@ -3,6 +3,7 @@
 
 #include "devserver/FaultPlan.h"
 #include "devserver/ServiceMethod.h"
+#include "devserver/Storage.h"
 
 #include <filesystem>
 #include <memory>
@@ -17,11 +18,12 @@ struct TlsFiles {
     std::filesystem::path key;
 };
 
-/// Listens on the loopback interface and answers with the services.
+/// Listens on the loopback interface and answers with the services and the plain requests of an
+/// upload.
 class WebServer {
 public:
-    /// Services and faults must outlive the server.
-    WebServer(const std::vector<Service>& services, FaultPlan& faults,
+    /// Services, storage and faults must outlive the server.
+    WebServer(const std::vector<Service>& services, Storage& storage, FaultPlan& faults,
               const std::optional<TlsFiles>& tls);
     ~WebServer();
     WebServer(const WebServer&) = delete;

@@ -1,5 +1,7 @@
 // stowline-devserver: a small but real backup service for development, on this machine only.
 #include "devserver/AccountService.h"
+#include "devserver/BackupService.h"
+#include "devserver/BrowseService.h"
 #include "devserver/BundleWriter.h"
 #include "devserver/FaultPlan.h"
 #include "devserver/WebServer.h"
@@ -112,13 +114,16 @@ int run(const Options& options)
 
     startLogging(options);
     devserver::Accounts accounts(options.data / "service.sqlite");
+    devserver::Storage storage(options.data);
     devserver::AccountServiceContext context{
-        accounts, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
-    const std::vector<devserver::Service> services{devserver::accountService(context)};
+        accounts, storage, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
+    const std::vector<devserver::Service> services{devserver::accountService(context),
+                                                   devserver::backupService(context),
+                                                   devserver::browseService(context)};
     std::optional<devserver::TlsFiles> tls;
     if (options.certificate)
         tls = {*options.certificate, *options.key};
-    devserver::WebServer server(services, faults, tls);
+    devserver::WebServer server(services, storage, faults, tls);
     const auto port = server.bind(options.port);
     if (!port)
         return fail(fmt::format("Port {} is taken. Please choose another, or 0.", options.port));

@@ -4,6 +4,7 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
+#include <openssl/hmac.h>
 #include <openssl/rand.h>
 
 #include <memory>
@@ -102,6 +103,38 @@ std::optional<std::string> unsealed(const Data& box, const Data& key)
                                              copy.data() + kNonceSize + size) == 1 &&
                          EVP_DecryptFinal_ex(cipher.get(), out + length, &length) == 1;
     return genuine ? std::optional(secret) : std::nullopt;
+}
+
+std::string keyedDigest(std::string_view text, const Data& key)
+{
+    Data digest(EVP_MAX_MD_SIZE);
+    unsigned size = 0;
+    if (!HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
+              reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data(),
+              &size))
+        throw std::runtime_error("The text cannot be digested");
+    digest.resize(size);
+    return hexadecimalText(digest);
+}
+
+std::optional<std::string> strictlyDecodedBase64(std::string_view text)
+{
+    constexpr std::string_view alphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    if (text.empty())
+        return std::string();
+    const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with("=") ? 1 : 0;
+    const std::string_view digits = text.substr(0, text.size() - padding);
+    if (text.size() % 4 != 0 || digits.find_first_not_of(alphabet) != std::string_view::npos)
+        return std::nullopt;
+    std::string bytes(text.size() / 4 * 3, '\0');
+    const int count = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                                      reinterpret_cast<const unsigned char*>(text.data()),
+                                      static_cast<int>(text.size()));
+    if (count < 0)
+        return std::nullopt;
+    bytes.resize(static_cast<std::size_t>(count) - padding);
+    return bytes;
 }
 
 } // namespace stowline::platform

@@ -19,6 +19,14 @@ namespace stowline::platform {
 /// Whether a password is the stored one; takes equally long whether or not it is.
 [[nodiscard]] bool passwordMatches(std::string_view password, std::string_view stored);
 
+/// A keyed digest (HMAC-SHA-256) as 64 hexadecimal digits.
+[[nodiscard]] std::string keyedDigest(std::string_view text, const Data& key);
+
+/// The bytes of a Base64 text (RFC 4648 section 4), strictly: padded, no line breaks, nothing
+/// outside the alphabet.
+/// @return absent for any other text
+[[nodiscard]] std::optional<std::string> strictlyDecodedBase64(std::string_view text);
+
 /// AES-256-GCM: nonce, ciphertext and tag in one. The key has 32 bytes.
 [[nodiscard]] Data sealed(std::string_view secret, const Data& key);
 

@@ -101,6 +101,23 @@ std::size_t FileHandle::read(std::span<char> room)
     }
 }
 
+std::size_t FileHandle::readAt(std::uint64_t offset, std::span<char> room) const
+{
+    std::size_t filled = 0;
+    while (filled < room.size()) {
+        const ssize_t count = ::pread(file_.number(), room.data() + filled, room.size() - filled,
+                                      static_cast<off_t>(offset + filled));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw FileFault("Cannot read", path_, errno);
+        if (count == 0)
+            break;
+        filled += static_cast<std::size_t>(count);
+    }
+    return filled;
+}
+
 void FileHandle::write(std::string_view bytes)
 {
     if (!writeAll(file_.number(), bytes))

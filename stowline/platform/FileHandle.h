@@ -44,6 +44,10 @@ public:
     /// Reads up to as many bytes as fit. @return how many; 0 at the end of the file
     [[nodiscard]] std::size_t read(std::span<char> room);
 
+    /// Reads at an offset, without moving the position, until the room is full or the file ends.
+    /// @return how many
+    [[nodiscard]] std::size_t readAt(std::uint64_t offset, std::span<char> room) const;
+
     void write(std::string_view bytes);
 
     /// Moves up to `most` bytes from this file's position to the other's, inside the file system

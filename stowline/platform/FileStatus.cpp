@@ -34,7 +34,15 @@ std::optional<FileStatus> fileStatus(const std::filesystem::path& path)
         (found.stx_mask & STATX_BTIME) != 0
             ? dateOf(found.stx_btime)
             : std::min({dateOf(found.stx_atime), dateOf(found.stx_mtime), dateOf(found.stx_ctime)});
-    return FileStatus{found.stx_size, created, dateOf(found.stx_mtime), S_ISREG(found.stx_mode)};
+    return FileStatus{
+        .size = found.stx_size,
+        .created = created,
+        .modified = dateOf(found.stx_mtime),
+        .isRegular = S_ISREG(found.stx_mode),
+        .isFolder = S_ISDIR(found.stx_mode),
+        .device = std::uint64_t{found.stx_dev_major} << 32 | found.stx_dev_minor,
+        .inode = found.stx_ino,
+    };
 }
 
 int findExtendedAttribute(const std::filesystem::path& path, const std::string& name)

@@ -18,6 +18,9 @@ struct FileStatus {
     Date created;
     Date modified;
     bool isRegular = false; ///< a plain file, no link to one
+    bool isFolder = false;
+    std::uint64_t device = 0; ///< this and the next tell it from every other item
+    std::uint64_t inode = 0;
 };
 
 /// Of the item itself; a link is not followed. Any thread.

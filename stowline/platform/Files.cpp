@@ -22,6 +22,20 @@ std::optional<std::filesystem::path> baseFolder(const char* variable, const char
     return std::filesystem::path(home) / belowHome / "stowline";
 }
 
+bool writeAndRename(const std::filesystem::path& path, std::string_view content, bool isDurable)
+{
+    std::string beside = path.string() + ".XXXXXX";
+    FileDescriptor file(::mkostemp(beside.data(), O_CLOEXEC));
+    if (!file.isOpen())
+        return false;
+    const bool isComplete =
+        writeAll(file.number(), content) && (!isDurable || ::fsync(file.number()) == 0);
+    if (isComplete && ::rename(beside.c_str(), path.c_str()) == 0)
+        return true;
+    ::unlink(beside.c_str());
+    return false;
+}
+
 } // namespace
 
 std::optional<std::string> readFile(const std::filesystem::path& path)
@@ -32,15 +46,12 @@ std::optional<std::string> readFile(const std::filesystem::path& path)
 
 bool writeFileAtomically(const std::filesystem::path& path, std::string_view content)
 {
-    std::string beside = path.string() + ".XXXXXX";
-    FileDescriptor file(::mkostemp(beside.data(), O_CLOEXEC));
-    if (!file.isOpen())
-        return false;
-    const bool complete = writeAll(file.number(), content) && ::fsync(file.number()) == 0;
-    if (complete && ::rename(beside.c_str(), path.c_str()) == 0)
-        return true;
-    ::unlink(beside.c_str());
-    return false;
+    return writeAndRename(path, content, true);
+}
+
+bool replaceFile(const std::filesystem::path& path, std::string_view content)
+{
+    return writeAndRename(path, content, false);
 }
 
 bool makePrivateFolder(const std::filesystem::path& folder)

@@ -15,6 +15,10 @@ namespace stowline::platform {
 /// @return false when any step fails; the old file then stands unchanged.
 [[nodiscard]] bool writeFileAtomically(const std::filesystem::path& path, std::string_view content);
 
+/// The same, but not made durable: after a crash of the machine the file may hold the old content,
+/// the new one, or nothing. For what is written often and can be done without.
+[[nodiscard]] bool replaceFile(const std::filesystem::path& path, std::string_view content);
+
 /// Makes a folder and what is missing above it, mode 0700 for what it makes.
 [[nodiscard]] bool makePrivateFolder(const std::filesystem::path& folder);
 

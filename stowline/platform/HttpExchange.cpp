@@ -293,13 +293,19 @@ private:
             [&](const auto& header) { return equalsIgnoringAsciiCase(header.first, wanted); });
     }
 
+    void beginHeaders()
+    {
+        raw_.clear();
+        headersEnded_ = false;
+    }
+
     static std::size_t onHeader(char* bytes, std::size_t, std::size_t length, void* self)
     {
         auto& transfer = *static_cast<Transfer*>(self);
         const std::string_view line(bytes, length);
         if (line.starts_with("HTTP/")) // also after an interim response
-            transfer.raw_.clear();
-        transfer.headersEnded_ = line == "\r\n" || line == "\n";
+            transfer.beginHeaders();
+        transfer.headersEnded_ |= line == "\r\n" || line == "\n";
         return transfer.keep(line) ? length : 0;
     }
 

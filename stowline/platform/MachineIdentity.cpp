@@ -37,35 +37,12 @@ std::string uuidText(UuidBytes bytes)
     return text;
 }
 
-std::string withoutTrailingBlanks(std::string text)
-{
-    text.erase(text.find_last_not_of(" \t\r\n") + 1);
-    return text;
-}
-
 /// 32 hexadecimal digits, and not all zero ("uninitialized" and empty files are no ids).
 bool isMachineId(std::string_view text)
 {
     return text.size() == 32 &&
            text.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos &&
            text.find_first_not_of('0') != std::string_view::npos;
-}
-
-std::string derivedUuid(const std::string& machineId)
-{
-    static constexpr std::string_view purpose = "com.stowline.hardware-identity.1";
-    const std::unique_ptr<GHmac, decltype(&g_hmac_unref)> hmac(
-        g_hmac_new(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(purpose.data()),
-                   purpose.size()),
-        &g_hmac_unref);
-    g_hmac_update(hmac.get(), reinterpret_cast<const guchar*>(machineId.data()),
-                  static_cast<gssize>(machineId.size()));
-    std::array<guint8, 32> digest{};
-    gsize length = digest.size();
-    g_hmac_get_digest(hmac.get(), digest.data(), &length);
-    UuidBytes bytes{};
-    std::copy_n(digest.begin(), bytes.size(), bytes.begin());
-    return uuidText(bytes);
 }
 
 std::optional<std::string> keptUuid(const fs::path& file)
@@ -77,21 +54,6 @@ std::optional<std::string> keptUuid(const fs::path& file)
         !writeFileAtomically(file, *fresh + "\n"))
         return std::nullopt;
     return fresh;
-}
-
-/// The value of NAME=value or NAME="value" in a file of such lines.
-std::optional<std::string> assignment(const std::string& lines, const std::string& name)
-{
-    const std::string wanted = "\n" + name + "=";
-    const std::string text = "\n" + lines;
-    const auto found = text.find(wanted);
-    if (found == std::string::npos)
-        return std::nullopt;
-    const auto begin = found + wanted.size();
-    std::string value = withoutTrailingBlanks(text.substr(begin, text.find('\n', begin) - begin));
-    if (value.size() >= 2 && value.front() == value.back() && (value[0] == '"' || value[0] == '\''))
-        value = value.substr(1, value.size() - 2);
-    return value.empty() ? std::nullopt : std::optional(value);
 }
 
 std::optional<std::string> hostName()
@@ -112,10 +74,26 @@ std::optional<std::string> randomUuid()
     return uuidText(bytes);
 }
 
+std::string derivedUuid(std::string_view purpose, std::string_view text)
+{
+    const std::unique_ptr<GHmac, decltype(&g_hmac_unref)> hmac(
+        g_hmac_new(G_CHECKSUM_SHA256, reinterpret_cast<const guchar*>(purpose.data()),
+                   purpose.size()),
+        &g_hmac_unref);
+    g_hmac_update(hmac.get(), reinterpret_cast<const guchar*>(text.data()),
+                  static_cast<gssize>(text.size()));
+    std::array<guint8, 32> digest{};
+    gsize length = digest.size();
+    g_hmac_get_digest(hmac.get(), digest.data(), &length);
+    UuidBytes bytes{};
+    std::copy_n(digest.begin(), bytes.size(), bytes.begin());
+    return uuidText(bytes);
+}
+
 std::optional<std::string> computerName()
 {
     if (const auto info = readFile("/etc/machine-info")) {
-        if (auto pretty = assignment(*info, "PRETTY_HOSTNAME"))
+        if (auto pretty = assignedValue(*info, "PRETTY_HOSTNAME"))
             return pretty;
     }
     return hostName();
@@ -145,7 +123,7 @@ std::optional<std::string> hardwareUuid(const IdentitySources& sources)
         const auto content = readFile(file);
         const std::string id = content ? asciiLowercase(withoutTrailingBlanks(*content)) : "";
         if (isMachineId(id))
-            return derivedUuid(id);
+            return derivedUuid("com.stowline.hardware-identity.1", id);
     }
     return sources.keptIdentity ? keptUuid(*sources.keptIdentity) : std::nullopt;
 }

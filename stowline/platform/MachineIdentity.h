@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace stowline::platform {
@@ -11,6 +12,10 @@ namespace stowline::platform {
 /// A random UUID (RFC 4122 version 4), upper case, 8-4-4-4-12; absent when the system has no
 /// randomness to give.
 [[nodiscard]] std::optional<std::string> randomUuid();
+
+/// A UUID in the same form that is always the same for one purpose and text (HMAC-SHA-256), and
+/// from which the text cannot be had.
+[[nodiscard]] std::string derivedUuid(std::string_view purpose, std::string_view text);
 
 /// The name people gave the machine (PRETTY_HOSTNAME of /etc/machine-info), else its host name.
 [[nodiscard]] std::optional<std::string> computerName();

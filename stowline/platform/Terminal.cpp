@@ -84,6 +84,14 @@ bool tellOnTerminal(std::string_view text, std::string_view prompt, TerminalWait
     return true;
 }
 
+std::optional<std::string> readLineFromTerminal(std::string_view prompt)
+{
+    const FileDescriptor terminal = openTerminal();
+    if (!terminal.isOpen() || !writeAll(terminal.number(), prompt))
+        return std::nullopt;
+    return readLine(terminal.number());
+}
+
 std::optional<std::string> readHiddenLine(std::string_view prompt)
 {
     const FileDescriptor terminal = openTerminal();

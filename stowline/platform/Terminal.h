@@ -16,6 +16,10 @@ namespace stowline::platform {
 /// @return absent when there is no terminal or the person ended the input.
 [[nodiscard]] std::optional<std::string> readHiddenLine(std::string_view prompt);
 
+/// Asks on the process's terminal and reads a line, shown as it is typed.
+/// @return absent as above
+[[nodiscard]] std::optional<std::string> readLineFromTerminal(std::string_view prompt);
+
 enum class TerminalWait { no, forReturn };
 
 /// Writes a text to the process's terminal; when asked to, also a prompt, and waits for Return or

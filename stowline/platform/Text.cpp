@@ -213,4 +213,24 @@ std::string textFromData(const Data& bytes)
     return std::string(viewOfData(bytes));
 }
 
+std::string withoutTrailingBlanks(std::string text)
+{
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    return text;
+}
+
+std::optional<std::string> assignedValue(std::string_view assignments, std::string_view name)
+{
+    const std::string wanted = "\n" + std::string(name) + "=";
+    const std::string text = "\n" + std::string(assignments);
+    const auto found = text.find(wanted);
+    if (found == std::string::npos)
+        return std::nullopt;
+    const auto begin = found + wanted.size();
+    std::string value = withoutTrailingBlanks(text.substr(begin, text.find('\n', begin) - begin));
+    if (value.size() >= 2 && value.front() == value.back() && (value[0] == '"' || value[0] == '\''))
+        value = value.substr(1, value.size() - 2);
+    return value.empty() ? std::nullopt : std::optional(value);
+}
+
 } // namespace stowline::platform

@@ -49,6 +49,14 @@ void appendUtf8(std::string& text, char32_t codePoint);
 /// Two lower-case hexadecimal digits for each byte.
 [[nodiscard]] std::string hexadecimalText(const Data& bytes);
 
+/// The text without the white space at its end.
+[[nodiscard]] std::string withoutTrailingBlanks(std::string text);
+
+/// The value of a line NAME=value or NAME="value" (os-release(5), machine-info(5)); absent when
+/// there is no such line or it is empty.
+[[nodiscard]] std::optional<std::string> assignedValue(std::string_view assignments,
+                                                       std::string_view name);
+
 /// Text and data are both bytes; these change only the type.
 [[nodiscard]] Data dataFromText(std::string_view text);
 [[nodiscard]] std::string textFromData(const Data& bytes);

@@ -1,0 +1,81 @@
+#include "cli/BackupCommand.h"
+
+#include "cli/Output.h"
+#include "stowline/platform/Files.h"
+#include "stowline/util/General.h"
+
+#include <CLI/CLI.hpp>
+
+namespace stowline::cli {
+
+void BackupFlags::declare(CLI::App& command)
+{
+    const CLI::AsSizeValue size(false); // k, m, g and so on are powers of 1024
+    command.add_option("--system", systemName, "Name of this machine on the service")
+        ->default_val(General::localHostName());
+    command.add_option("--part-size", partBytes, "Bytes to send at once, as 4m")
+        ->transform(size)
+        ->check(CLI::Range(std::uint64_t{4096}, std::uint64_t{1} << 32));
+    command.add_option("--bwlimit", bytesPerSecond, "Bytes a second to send at most, as 500k")
+        ->transform(size);
+    command.add_option("-j,--jobs", jobs, "Files to upload at the same time")
+        ->check(CLI::Range(1, 64))
+        ->capture_default_str();
+    command
+        .add_option("--retry-time", retrySeconds, "Seconds to try a part again before giving up")
+        ->check(CLI::Range(0.0, 86400.0))
+        ->capture_default_str();
+    command.add_flag("--checksum", comparesChecksums,
+                     "Compare checksums too before a file is left out as unchanged");
+    command.add_option("--register-with", registration, "Web method that registers the files")
+        ->check(CLI::IsMember({"protect2", "ProtectFile"}))
+        ->capture_default_str();
+    command.add_flag("-n,--dry-run", isDryRun, "Say what would be done");
+}
+
+BackupGuard::BackupGuard()
+{
+    const auto state = platform::stateFolder();
+    if (state && platform::makePrivateFolder(*state))
+        lock_ = platform::LockFile::take(*state / "backup.lock");
+}
+
+ExitStatus BackupGuard::failure() const
+{
+    const auto state = platform::stateFolder();
+    if (!state || !platform::makePrivateFolder(*state))
+        return output().fail(ExitStatus::failed,
+                             "The folder for the journal cannot be made. Please set "
+                             "XDG_STATE_HOME to a folder that you may write to.");
+    return output().fail(ExitStatus::locked,
+                         "Another backup of this user is running. Please wait for its end.");
+}
+
+ExitStatus backUpTree(const SessionOptions& options, const BackupFlags& flags,
+                      const std::function<FileTree()>& findFiles)
+{
+    const auto session =
+        options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
+                      "PreparePackagedFilesForProtection"});
+    if (!session)
+        return session.error();
+    const auto serverPath = uploadPathFor(*session);
+    if (!serverPath)
+        return serverPath.error();
+    const Interruptible interruptible;
+    const FileTree tree = findFiles();
+    return finishBackup(runBackup(*session, *serverPath, tree,
+                                  {.systemName = flags.systemName,
+                                   .partBytes = flags.partBytes,
+                                   .bytesPerSecond = flags.bytesPerSecond,
+                                   .jobs = flags.jobs,
+                                   .budgetPerStep = std::chrono::duration_cast<Duration>(
+                                       std::chrono::duration<double>(flags.retrySeconds)),
+                                   .comparesChecksums = flags.comparesChecksums,
+                                   .isDryRun = flags.isDryRun,
+                                   .registration = flags.registration == "protect2"
+                                                       ? RegistrationMethod::protect2
+                                                       : RegistrationMethod::protectFile}));
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,37 @@
+#include "cli/Confirmation.h"
+
+#include "cli/Output.h"
+#include "stowline/platform/Terminal.h"
+#include "stowline/platform/Text.h"
+
+#include <CLI/CLI.hpp>
+
+namespace stowline::cli {
+
+void Confirmation::declare(CLI::App& command)
+{
+    command.add_flag("--yes", isGiven_, "Do not ask");
+    command.add_flag("-n,--dry-run", isDryRun_, "Say what would be done");
+}
+
+std::optional<ExitStatus> Confirmation::refusal(const std::string& what) const
+{
+    if (isDryRun_) {
+        output().note("Would delete " + what + ".");
+        return output().finish(ExitStatus::done);
+    }
+    if (isGiven_)
+        return std::nullopt;
+    const auto answer = platform::standardErrorIsTerminal()
+                            ? platform::readLineFromTerminal(
+                                  "Delete " + platform::withoutControls(what) + "? [y/N] ")
+                            : std::nullopt;
+    if (!answer)
+        return output().fail(ExitStatus::usage, "There is nobody to ask whether to delete " + what +
+                                                    ". Please give --yes.");
+    if (*answer == "y" || *answer == "Y" || *answer == "yes")
+        return std::nullopt;
+    return output().fail(ExitStatus::failed, "Nothing was deleted.");
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,70 @@
+// stowline restore-info
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "cli/RemoteName.h"
+#include "cli/ServiceFailure.h"
+#include "cli/Session.h"
+#include "stowline/platform/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace stowline::cli {
+
+namespace {
+
+struct RestoreOptions {
+    SessionOptions session;
+    std::vector<std::int64_t> versions;
+};
+
+void show(const Dictionary& file)
+{
+    nlohmann::ordered_json line{{"v", 1}, {"type", "restore"}};
+    addPath(line,
+            localPath(platform::findText(file, "Path") + "/" + platform::findText(file, "Name")));
+    std::string text;
+    for (const auto& [name, value] : file) {
+        line[name] = value.text();
+        text += fmt::format("{}{:<12}  {}", text.empty() ? "" : "\n", name,
+                            platform::withoutControls(value.text()));
+    }
+    output().item(text, line);
+}
+
+ExitStatus restoreInfo(const RestoreOptions& options)
+{
+    const auto session = options.session.open({"getMetaDataAboutFilesToRecover"});
+    if (!session)
+        return session.error();
+    const auto result = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
+        fmt::format("{}", fmt::join(options.versions, ",")), session->username, session->server, "",
+        nullptr);
+    if (!result)
+        return callFailure(std::nullopt);
+    const auto files = platform::valueAtKeyPath(*result, "files.FileMetaData");
+    if (!files)
+        return output().fail(ExitStatus::notFound, "The service has no such version.");
+    const Array list = files->array() ? *files->array() : Array{*files};
+    for (const Value& file : list) {
+        if (const Dictionary* fields = file.dictionary())
+            show(*fields);
+    }
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareRestoreInfo(CLI::App& app, Chosen& chosen)
+{
+    auto options = std::make_shared<RestoreOptions>();
+    CLI::App* command =
+        app.add_subcommand("restore-info", "Show what is needed to recover versions of files");
+    command->add_option("VERSION", options->versions, "Numbers of versions")->required();
+    options->session.declare(*command);
+    command->callback([options, &chosen] { chosen = [options] { return restoreInfo(*options); }; });
+}
+
+} // namespace stowline::cli

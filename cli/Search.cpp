@@ -1,0 +1,54 @@
+// stowline search
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "cli/RemoteItem.h"
+#include "cli/RemotePages.h"
+
+#include <CLI/CLI.hpp>
+
+namespace stowline::cli {
+
+namespace {
+
+struct SearchOptions {
+    SessionOptions session;
+    RemoteListing listing;
+    std::string text;
+    std::string folder;
+};
+
+ExitStatus search(const SearchOptions& options)
+{
+    const auto session = options.session.open({"SearchFilesEx"});
+    if (!session)
+        return session.error();
+    RemoteListing listing = options.listing;
+    listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
+    std::optional<Error> error;
+    const auto total = forEachMatch(
+        *session, listing, options.text,
+        [](const Dictionary& entry) { showRemoteItem(entry, true); }, &error);
+    if (!total)
+        return refusal("The search failed", error);
+    if (*total == 0)
+        return output().fail(ExitStatus::notFound, "No stored file has such a name.");
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareSearch(CLI::App& app, Chosen& chosen)
+{
+    auto options = std::make_shared<SearchOptions>();
+    CLI::App* command = app.add_subcommand("search", "Find stored files by their names");
+    command->add_option("TEXT", options->text, "Part of a name, or a whole one with * and ?")
+        ->required();
+    command->add_option("--in", options->folder, "Folder to search in and below");
+    command->add_option("--system", options->listing.systemName, "The machine; all when left out");
+    command->add_option("--limit", options->listing.limit, "Files to show at most")
+        ->check(CLI::PositiveNumber);
+    options->session.declare(*command);
+    command->callback([options, &chosen] { chosen = [options] { return search(*options); }; });
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,59 @@
+#include "cli/Session.h"
+
+#include "cli/Output.h"
+#include "cli/ServiceFailure.h"
+#include "stowline/net/Reachability.h"
+#include "stowline/platform/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+
+#include <CLI/CLI.hpp>
+
+namespace stowline::cli {
+
+void SessionOptions::declare(CLI::App& command)
+{
+    command.add_option("-u,--username", username_, "User name")
+        ->envname("STOWLINE_USERNAME")
+        ->required();
+    password_.declare(command, "password", "STOWLINE_PASSWORD");
+}
+
+std::expected<Session, ExitStatus>
+SessionOptions::open(std::initializer_list<const char*> webMethods) const
+{
+    if (const auto failure = settingsFailure("Authenticate"))
+        return std::unexpected(*failure);
+    for (const char* method : webMethods) {
+        if (const auto failure = settingsFailure(method))
+            return std::unexpected(*failure);
+    }
+    const auto password = password_.read("Password for " + username_ + ": ");
+    if (!password)
+        return std::unexpected(output().finish(ExitStatus::usage));
+    std::optional<Error> error;
+    const auto result = WebServiceBroker::authenticateForUsername(username_, *password, &error);
+    if (!result)
+        return std::unexpected(callFailure(error));
+    if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
+        return std::unexpected(
+            output().fail(ExitStatus::signInRefused,
+                          "The service refused the sign-in. Please check user name and password."));
+    Session session{username_, *password, platform::findText(*result, "backupServerName")};
+    if (session.server.empty())
+        return std::unexpected(output().fail(
+            ExitStatus::temporary, "The service named no backup server. Please try again later."));
+    return session;
+}
+
+ExitStatus refusal(const std::string& what, const std::optional<Error>& error)
+{
+    const bool isRefusal = error && error->code == kServiceErrorCode &&
+                           !error->localizedDescription().starts_with("The value for ") &&
+                           Reachability::isHostReachable(WebServicesSettings::reachabilityHost());
+    if (!isRefusal)
+        return callFailure(error);
+    return output().fail(ExitStatus::refused, what + ": " + error->localizedDescription() + ".");
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,66 @@
+// stowline versions
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "cli/Session.h"
+#include "stowline/platform/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace stowline::cli {
+
+namespace {
+
+struct VersionOptions {
+    SessionOptions session;
+    std::int64_t fileId = 0;
+};
+
+void show(const Dictionary& version)
+{
+    const auto text = [&version](const char* name) { return platform::findText(version, name); };
+    output().item(fmt::format("{:>8}  {:>14}  {:19}  {:8}  {}", text("VersionID"), text("Size"),
+                              text("Date"), text("Checksum"), text("FileListID")),
+                  {{"v", 1},
+                   {"type", "version"},
+                   {"id", platform::leadingInteger(text("VersionID"))},
+                   {"size", platform::leadingInteger(text("Size"))},
+                   {"date", text("Date")},
+                   {"crc32", text("Checksum")},
+                   {"delta", text("IsDelta") == "true"},
+                   {"list", text("FileListID")}});
+}
+
+ExitStatus versions(const VersionOptions& options)
+{
+    const auto session = options.session.open({"GetFileVersions"});
+    if (!session)
+        return session.error();
+    std::optional<Error> error;
+    const auto found = WebServiceBroker::getFileVersionsForUsername(
+        session->username, session->password, session->server, options.fileId, &error);
+    if (!found)
+        return refusal(fmt::format("The versions of file {} cannot be listed", options.fileId),
+                       error);
+    for (const Value& version : *found) {
+        if (const Dictionary* fields = version.dictionary())
+            show(*fields);
+    }
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareVersions(CLI::App& app, Chosen& chosen)
+{
+    auto options = std::make_shared<VersionOptions>();
+    CLI::App* command = app.add_subcommand("versions", "List the stored versions of a file");
+    command->add_option("FILE-ID", options->fileId, "Number of the file, as ls and search show it")
+        ->required();
+    options->session.declare(*command);
+    command->callback([options, &chosen] { chosen = [options] { return versions(*options); }; });
+}
+
+} // namespace stowline::cli

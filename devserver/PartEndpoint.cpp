@@ -1,0 +1,95 @@
+#include "devserver/PartEndpoint.h"
+
+#include "stowline/platform/Cryptography.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+
+namespace stowline::devserver {
+
+namespace {
+
+struct Named {
+    UploadPlace place;
+    std::string fileName;
+};
+
+std::optional<Named> namedIn(const RequestHeaders& header)
+{
+    const auto user = platform::strictlyDecodedBase64(header("X-UserName"));
+    const auto path = platform::strictlyDecodedBase64(header("X-ServerDirPath"));
+    const auto file = platform::strictlyDecodedBase64(header("X-FileName"));
+    const std::string guid = guidIn(header("X-Guid"));
+    if (!user || !path || !file || guid.empty())
+        return std::nullopt;
+    return Named{{*user, *path, guid}, *file};
+}
+
+PartAnswer refusal(const char* reason)
+{
+    return {{"Status", "false"}, {"X-Reason", reason}};
+}
+
+PartAnswer answerWith(const std::optional<HeldUpload>& held, const char* reason)
+{
+    if (!held)
+        return refusal(reason);
+    return {{"Status", "true"},
+            {"X-ReceivedBytes", std::to_string(held->receivedBytes)},
+            {"X-NextPart", std::to_string(held->parts + 1)},
+            {"X-ServerPath", held->serverFile},
+            {"X-Registered", held->isRegistered ? "true" : "false"}};
+}
+
+} // namespace
+
+std::string guidIn(const std::string& identifier)
+{
+    return identifier.substr(0, identifier.find(';'));
+}
+
+std::optional<std::uint64_t> numberIn(const std::string& identifier, const char* key, int base)
+{
+    const std::string start = fmt::format(";{}=", key);
+    const auto at = identifier.find(start);
+    if (at == std::string::npos)
+        return std::nullopt;
+    std::uint64_t number = 0;
+    const char* digits = identifier.data() + at + start.size();
+    const auto read = std::from_chars(digits, identifier.data() + identifier.size(), number, base);
+    return read.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
+{
+    const auto named = namedIn(header);
+    if (!named)
+        return refusal("a header is missing or no Base64");
+    return answerWith(storage.held(named->place), "the user was given no such path");
+}
+
+PartAnswer answerPart(Storage& storage, const RequestHeaders& header, std::string_view body)
+{
+    const auto named = namedIn(header);
+    const auto most = numberIn(";size=" + header("X-PortionSize"), "size", 10);
+    if (!named || !most)
+        return refusal("a header is missing or malformed");
+    if (body.size() > *most)
+        return refusal("the part is larger than announced");
+    const std::string identifier = header("X-Guid");
+    const auto checksum = numberIn(identifier, "crc32", 16);
+    const UploadedPart part{
+        .fileName = named->fileName,
+        .bytes = body,
+        .offset = numberIn(identifier, "offset", 10),
+        .checksum = checksum ? std::optional(static_cast<std::uint32_t>(*checksum)) : std::nullopt};
+    try {
+        return answerWith(storage.addPart(named->place, part),
+                          "no such path, a gap before the part, or a wrong checksum");
+    } catch (const std::exception&) {
+        return refusal("the part cannot be stored");
+    }
+}
+
+} // namespace stowline::devserver

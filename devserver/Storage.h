@@ -1,0 +1,172 @@
+// What the service stores: parts on their way, files, versions.
+#pragma once
+
+#include "stowline/platform/Value.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace stowline::devserver {
+
+/// The folder for an upload path, and the name of an upload in it, as a client names them.
+struct UploadPlace {
+    std::string userName;
+    std::string serverPath; ///< as uploadPath() gave it
+    std::string guid;       ///< of the client's choice
+};
+
+/// What is held of an upload.
+struct HeldUpload {
+    std::uint64_t receivedBytes = 0;
+    std::uint64_t parts = 0;
+    std::string serverFile; ///< full path of the file on the service
+    bool isRegistered = false;
+};
+
+/// One part, with what its sender says about it.
+struct UploadedPart {
+    std::string fileName; ///< any bytes
+    std::string_view bytes;
+    std::optional<std::uint64_t> offset;
+    std::optional<std::uint32_t> checksum; ///< CRC-32
+};
+
+/// An uploaded file that is to become a version.
+struct Registration {
+    UploadPlace place;
+    std::string systemName;
+    std::string folder; ///< with slashes
+    std::string name;
+    std::uint64_t size = 0;         ///< of the file on the client
+    std::uint64_t uploadedSize = 0; ///< of what was sent
+    std::optional<std::uint32_t> checksum;
+    std::string clientDate;
+    bool isDelta = false;
+    bool isCompressed = false;
+    std::int64_t baselineVersion = -1;
+};
+
+/// An entry of a folder.
+struct StoredItem {
+    std::int64_t id = 0;
+    std::string systemName;
+    std::string folder;
+    std::string name;
+    bool isFolder = false;
+    bool isPackage = false;
+    std::uint64_t size = 0;
+    std::string modified; ///< the client's date of the newest version
+    std::uint32_t checksum = 0;
+    std::int64_t versions = 0;
+};
+
+struct StoredVersion {
+    std::int64_t id = 0;
+    std::int64_t fileId = 0;
+    std::string systemName;
+    std::string folder;
+    std::string name;
+    std::uint64_t size = 0;
+    std::string clientDate;
+    std::string storedAt; ///< universal time
+    std::string serverFile;
+    std::uint32_t checksum = 0;
+    bool isDelta = false;
+    std::int64_t baselineVersion = -1;
+    std::string listId; ///< names it in a deletion
+};
+
+/// One page of items and the count of all.
+struct ItemPage {
+    std::vector<StoredItem> items;
+    std::int64_t totalCount = 0;
+};
+
+struct ItemQuery {
+    std::string userName;
+    std::string systemName; ///< empty: of every machine (search only)
+    std::string folder;
+    std::string sortField = "Name";
+    bool isAscending = true;
+    std::int64_t startIndex = 0;
+    std::int64_t pageSize = 0;
+};
+
+/// Content lies in files below one folder, under names that clients cannot choose; everything else
+/// in SQLite. A version's row is written last, once its content is whole, checked and durable, so
+/// that whatever ends the service leaves no version that is not. Operations throw
+/// SQLite::Exception or platform::FileFault when the disk refuses. Any thread.
+class Storage {
+public:
+    explicit Storage(std::filesystem::path dataFolder);
+
+    /// The path below which a user's client with this registry identifier uploads.
+    [[nodiscard]] std::string uploadPath(const std::string& userName, std::int64_t accountNumber,
+                                         const std::string& registryId);
+
+    /// What is held of an upload; absent when the user was given no such path.
+    [[nodiscard]] std::optional<HeldUpload> held(const UploadPlace& place);
+
+    /// Adds a part to an upload. One that is held already, and one for a registered file, changes
+    /// nothing; one that would leave a gap, or whose checksum is not that of its bytes, is refused.
+    /// @return what is held then; absent when the part was refused
+    [[nodiscard]] std::optional<HeldUpload> addPart(const UploadPlace& place,
+                                                    const UploadedPart& part);
+
+    /// Makes a version of an upload, which must be whole. A registered one is a success again.
+    /// @return "Success", "InvalidPath", "IncompleteFile", "ChecksumMismatch" or "InvalidBaseline"
+    [[nodiscard]] std::string registerFile(const Registration& registration);
+
+    void notePackage(const std::string& userName, const std::string& path, std::uint64_t bytes);
+
+    [[nodiscard]] std::uint64_t usedBytes(const std::string& userName);
+    [[nodiscard]] std::vector<std::string> systems(const std::string& userName);
+
+    /// @return absent when there is no such sort field
+    [[nodiscard]] std::optional<ItemPage> folder(const ItemQuery& query);
+
+    /// Files in the folder and below it whose names match: a part of the name, or, with "*" and
+    /// "?", the whole. Upper and lower case of ASCII letters are the same.
+    /// @param extensions as "txt,doc"; empty: any
+    [[nodiscard]] std::optional<ItemPage> search(const ItemQuery& query, const std::string& text,
+                                                 const std::string& extensions);
+
+    /// Newest first. Empty when the user has no such file.
+    [[nodiscard]] std::vector<StoredVersion> versions(const std::string& userName,
+                                                      std::int64_t fileId);
+    [[nodiscard]] std::optional<StoredVersion> version(const std::string& userName,
+                                                       std::int64_t versionId);
+
+    /// Deletes the version that a list names; a file without versions goes too, and folders
+    /// without files. @return false when there is no such list, or a delta needs the version
+    [[nodiscard]] bool deleteVersion(const std::string& userName, const std::string& listId);
+
+private:
+    [[nodiscard]] std::optional<std::string> serverFileOf(const UploadPlace& place);
+    [[nodiscard]] HeldUpload heldAt(const std::string& serverFile);
+    [[nodiscard]] std::optional<std::uint32_t> checksumOfUpload(const std::string& serverFile);
+    void forgetUpload(const std::string& serverFile);
+    [[nodiscard]] std::int64_t fileFor(const Registration& registration);
+    void insertVersion(const Registration& registration, const std::string& serverFile,
+                       std::uint32_t checksum);
+    [[nodiscard]] bool hasBaseline(const Registration& registration);
+    [[nodiscard]] ItemPage page(const ItemQuery& query, const std::string& condition,
+                                const std::vector<std::string>& arguments);
+    void removeIfEmpty(std::int64_t itemId);
+    [[nodiscard]] std::filesystem::path contentFile(const std::string& serverFile) const;
+    [[nodiscard]] std::mutex& contentLock(const std::string& serverFile);
+
+    const std::filesystem::path dataFolder_;
+    std::array<std::mutex, 64> contentLocks_; ///< taken before the database's
+    std::recursive_mutex mutex_;
+    SQLite::Database database_;
+};
+
+} // namespace stowline::devserver
