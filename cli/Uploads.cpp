@@ -44,7 +44,8 @@ FileTree unfinishedFiles()
 {
     FileTree tree;
     for (const JournalEntry& entry : journal().entries()) {
-        if (const auto file = localFile(entry.file.path)) {
+        if (auto file = localFile(entry.file.path)) {
+            file->contentMark = entry.file.contentMark;
             tree.files.push_back(*file);
             continue;
         }

@@ -135,7 +135,7 @@ private:
         sentences_.clear();
     }
 
-    void take(const LocalFile& file)
+    void take(LocalFile file)
     {
         if (isHeld(file)) {
             passedBytes_ += file.size;
@@ -166,8 +166,9 @@ private:
         sentences_.push_back(outcome.sentence);
     }
 
-    /// Whether the service has this file as it is.
-    bool isHeld(const LocalFile& file)
+    /// Whether the service has this file as it is. Marks one that has the service's size and date
+    /// but another content.
+    bool isHeld(LocalFile& file)
     {
         const auto remote = catalogue_.find(file.path);
         if (!remote || remote->size != file.size ||
@@ -176,7 +177,11 @@ private:
         if (!options_.comparesChecksums)
             return true;
         const auto sum = Crc32::checksumOfFile(file.path);
-        return !sum.fault && fmt::format("{:08x}", sum.checksum) == remote->checksum;
+        const std::string checksum = fmt::format("{:08x}", sum.checksum);
+        if (sum.fault || checksum == remote->checksum)
+            return !sum.fault;
+        file.contentMark = checksum;
+        return false;
     }
 
     void count(std::uint64_t BackupResult::*member, std::uint64_t bytes = 0)

@@ -24,6 +24,8 @@ struct LocalFile {
     Date modified;
     std::uint64_t device = 0;
     std::uint64_t inode = 0;
+    /// Tells apart contents that size and date do not; empty when they do.
+    std::string contentMark = {};
 };
 
 /// A folder that people are shown as one file.

@@ -28,7 +28,7 @@ std::string guidFor(const UploadRun& run, const LocalFile& file)
         "com.stowline.upload.1",
         fmt::format("{}\n{}\n{}\n{}\n{}\n{}\n", run.session.username, run.systemName, file.size,
                     file.modified.time_since_epoch().count(), file.device, file.inode) +
-            file.path);
+            file.path + file.contentMark);
 }
 
 double randomFraction()

@@ -24,6 +24,7 @@ Dictionary dictionaryOf(const JournalEntry& entry)
             {"modifiedMicroseconds", entry.file.modified.time_since_epoch().count()},
             {"device", entry.file.device},
             {"inode", entry.file.inode},
+            {"contentMark", entry.file.contentMark},
             {"sentBytes", entry.sentBytes},
             {"parts", entry.parts},
             {"checksum", entry.checksum}};
@@ -60,7 +61,8 @@ std::optional<JournalEntry> entryIn(const fs::path& file)
                                  .size = numberAt(*fields, "size"),
                                  .modified = Date(std::chrono::microseconds(modified)),
                                  .device = numberAt(*fields, "device"),
-                                 .inode = numberAt(*fields, "inode")},
+                                 .inode = numberAt(*fields, "inode"),
+                                 .contentMark = platform::findText(*fields, "contentMark")},
                         .sentBytes = numberAt(*fields, "sentBytes"),
                         .parts = numberAt(*fields, "parts"),
                         .checksum = static_cast<std::uint32_t>(numberAt(*fields, "checksum"))};

@@ -2,15 +2,17 @@
 
 #include "stowline/platform/Files.h"
 
+#include <csignal>
 #include <stdexcept>
 
 namespace stowline::test {
 
 namespace {
 
-ProgramRun serverRun(const TemporaryFolder& folder, const std::vector<std::string>& arguments)
+ProgramRun serverRun(const TemporaryFolder& folder, const std::filesystem::path& data,
+                     const std::vector<std::string>& arguments)
 {
-    ProgramRun run{{builtProgram("stowline-devserver"), "--data", (folder.path() / "data").string(),
+    ProgramRun run{{builtProgram("stowline-devserver"), "--data", data.string(),
                     "--bundle", (folder.path() / "bundle").string(), "--port-file",
                     (folder.path() / "port").string()}};
     run.words.insert(run.words.end(), arguments.begin(), arguments.end());
@@ -19,14 +21,28 @@ ProgramRun serverRun(const TemporaryFolder& folder, const std::vector<std::strin
 
 } // namespace
 
-DevServerProcess::DevServerProcess(const std::vector<std::string>& arguments)
-    : process_(serverRun(folder_, arguments))
+DevServerProcess::DevServerProcess(const std::vector<std::string>& arguments,
+                                   std::optional<std::filesystem::path> data)
+    : data_(data.value_or(folder_.path() / "data"))
 {
-    const auto line = process_.readLine();
+    start(arguments);
+}
+
+void DevServerProcess::start(const std::vector<std::string>& arguments)
+{
+    process_.emplace(serverRun(folder_, data_, arguments));
+    const auto line = process_->readLine();
     const std::string announcement = "listening ";
     if (!line || !line->starts_with(announcement))
-        throw std::runtime_error("stowline-devserver did not start: " + process_.wait().errors);
+        throw std::runtime_error("stowline-devserver did not start: " + process_->wait().errors);
     address_ = line->substr(announcement.size());
+}
+
+void DevServerProcess::killAndRestart()
+{
+    process_->signal(SIGKILL);
+    (void)process_->wait();
+    start({"--port", address_.substr(address_.rfind(':') + 1)});
 }
 
 std::string wireCapture(const std::string& name)

@@ -11,16 +11,24 @@ namespace stowline::test {
 class DevServerProcess {
 public:
     /// @param arguments further arguments (--fault …)
-    explicit DevServerProcess(const std::vector<std::string>& arguments = {});
+    /// @param data folder for the service's data; absent: one of its own
+    explicit DevServerProcess(const std::vector<std::string>& arguments = {},
+                              std::optional<std::filesystem::path> data = std::nullopt);
 
     [[nodiscard]] const std::string& address() const { return address_; }
     [[nodiscard]] std::filesystem::path bundle() const { return folder_.path() / "bundle"; }
-    [[nodiscard]] std::filesystem::path data() const { return folder_.path() / "data"; }
-    [[nodiscard]] BackgroundProgram& process() { return process_; }
+    [[nodiscard]] std::filesystem::path data() const { return data_; }
+    [[nodiscard]] BackgroundProgram& process() { return *process_; }
+
+    /// Ends it without warning (SIGKILL), and starts it again on its data and its port.
+    void killAndRestart();
 
 private:
+    void start(const std::vector<std::string>& arguments);
+
     TemporaryFolder folder_;
-    BackgroundProgram process_;
+    std::filesystem::path data_;
+    std::optional<BackgroundProgram> process_;
     std::string address_;
 };
 

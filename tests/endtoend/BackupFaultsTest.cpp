@@ -1,0 +1,198 @@
+// Bad days: a service that fails in every way there is, at any step, and must lose nothing.
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/MountNamespace.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+namespace stowline {
+namespace {
+
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::noise;
+
+class FaultyService : public testing::TestWithParam<const char*> {};
+
+/// A fault on the way is got over, and the file is stored once.
+TEST_P(FaultyService, IsGotOver)
+{
+    const std::string fault = GetParam();
+    const BackedUp account({"--fault", fault});
+    const Files files{{"big", noise(150000, 1)}};
+    account.write(files);
+    account.setRequestTimeout("0.5");
+    const auto result = account.backup({"--part-size", "64k"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), files);
+    devserver::Storage storage(account.server.data());
+    const auto page = storage.search({.userName = "ann", .pageSize = 9}, "big", "").value();
+    EXPECT_EQ(page.items.at(0).versions, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(OnceEach, FaultyService,
+                         testing::Values("UploadFilePart:1:fault", "UploadFilePart:2:500",
+                                         "UploadFilePart:2:html", "UploadFilePart:2:cut",
+                                         "UploadFilePart:2:stall", "UploadFilePart:2:reset",
+                                         "UploadFilePart:2:garbage", "UploadFilePart:2:lost",
+                                         "UploadFilePart:3:lost", "protect2:1:fault",
+                                         "protect2:1:500", "protect2:1:html", "protect2:1:cut",
+                                         "protect2:1:reset", "protect2:1:garbage",
+                                         "protect2:1:lost", "GetAccountFilesAndFolders:1:fault",
+                                         "PreparePackagedFilesForProtection:1:fault"),
+                         [](const auto& test) {
+                             std::string name = test.param;
+                             std::ranges::replace(name, ':', '_');
+                             return name;
+                         });
+
+TEST(BackupFaults, AServiceThatNeverTakesAPartIsARefusal)
+{
+    const BackedUp account({"--fault", "UploadFilePart:*:500"});
+    account.write({{"a", "1"}, {"empty", ""}});
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("/a is not stored: the service does not take it. Is there room "
+                                 "for it?"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_NE(result.errors.find("1 files were stored, 1 were not."), std::string::npos);
+    EXPECT_EQ(account.stored(), (Files{{"empty", ""}}));
+}
+
+TEST(BackupFaults, TriesEndWithTheirTime)
+{
+    const BackedUp account({"--fault", "UploadFilePart:*:reset"});
+    account.write({{"a", "1"}});
+    const auto result = account.backup({"--retry-time", "1"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("It was tried until the time for it was used up."),
+              std::string::npos)
+        << result.errors;
+}
+
+TEST(BackupFaults, AServiceThatLiesIsNotBelieved)
+{
+    const BackedUp account({"--fault", "UploadFilePart:1:lie"});
+    account.write({{"a", "1"}});
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("says that it holds more bytes of it than it has"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(account.backup().status, 0); // the next run puts it right
+    EXPECT_EQ(account.stored(), (Files{{"a", "1"}}));
+}
+
+TEST(BackupFaults, ARegistrationThatIsAlwaysRefused)
+{
+    const BackedUp account({"--fault", "protect2:*:html"});
+    account.write({{"a", "1"}});
+    const auto result = account.backup({"--retry-time", "1"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(account.stored(), Files());
+}
+
+TEST(BackupFaults, AnUnreachableServiceIsSaidToBe)
+{
+    BackedUp account;
+    account.write({{"a", "1"}});
+    account.server.process().signal(SIGKILL);
+    (void)account.server.process().wait();
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(test::jsonLines(result.output).size(), 1U);
+}
+
+TEST(BackupFaults, AWrongPasswordIsRefused)
+{
+    BackedUp account;
+    account.password = "wrong";
+    EXPECT_EQ(account.backup().status, 12);
+}
+
+TEST(BackupFaults, TheServiceMayDieInTheMiddle)
+{
+    BackedUp account;
+    Files files;
+    for (unsigned i = 0; i < 12; ++i)
+        files.emplace("f" + std::to_string(i), noise(60000, i));
+    account.write(files);
+    test::BackgroundProgram run(
+        account.backupRun({"--part-size", "16k", "--bwlimit", "200k", "--jobs", "3"}));
+    for (int i = 0; i < 3; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300 + 100 * i)); // at any moment
+        account.server.killAndRestart();
+    }
+    const auto result = run.wait();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), files);
+}
+
+TEST(BackupFaults, AFullDiskOfTheServiceLosesNothing)
+{
+    if (const auto reason = test::enterMountNamespace())
+        GTEST_SKIP() << *reason;
+    const test::TemporaryFolder disk;
+    const test::Mount mount = test::Mount::memory(disk.path() / "full", "size=3m");
+    const BackedUp account({}, disk.path() / "full");
+    account.write({{"a", noise(100000, 1)}, {"much", noise(6000000, 2)}, {"z", noise(1000, 3)}});
+    const auto result = account.backup({"--part-size", "1m", "--retry-time", "1", "--jobs", "1"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("/much is not stored"), std::string::npos) << result.errors;
+    EXPECT_EQ(account.run({"signin"}).status, 0);
+}
+
+/// Kills the command at random moments; a last run that is left alone must make all of it whole.
+void killAndResume(int kills, unsigned seed)
+{
+    const BackedUp account;
+    std::mt19937 random(seed);
+    Files all;
+    // How long an undisturbed run takes, so that the moments spread over all of it.
+    const auto filesOf = [&](int round) {
+        Files files;
+        for (unsigned i = 0; i < 5; ++i)
+            files.emplace("r" + std::to_string(round) + "/f" + std::to_string(i),
+                          noise(i * 17000, static_cast<unsigned>(round) * 10 + i));
+        return files;
+    };
+    account.write(filesOf(0));
+    all.merge(filesOf(0));
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(account.backup({"--part-size", "16k"}).status, 0);
+    const std::chrono::duration<double> whole = std::chrono::steady_clock::now() - start;
+    for (int round = 1; round <= kills; ++round) {
+        account.write(filesOf(round));
+        all.merge(filesOf(round));
+        test::BackgroundProgram run(account.backupRun({"--part-size", "16k"}));
+        std::this_thread::sleep_for(whole * std::uniform_real_distribution<>(0, 1)(random));
+        run.signal(SIGKILL);
+        (void)run.wait();
+        if (round % 5 != 0)
+            continue; // several cut-off runs one after another
+        const auto result = account.backup({"--part-size", "16k"});
+        ASSERT_EQ(result.status, 0) << result.errors;
+        ASSERT_EQ(account.stored(), all) << "after " << round;
+    }
+}
+
+TEST(BackupFaults, KilledRunsAreMadeWholeByTheNext)
+{
+    killAndResume(10, 1);
+}
+
+TEST(BackupFaults, TwoHundredKilledRunsAreMadeWhole)
+{
+    if (!std::getenv("STOWLINE_LONG_TESTS"))
+        GTEST_SKIP() << "Takes minutes; scripts/test --long runs it.";
+    killAndResume(200, 2);
+}
+
+} // namespace
+} // namespace stowline

@@ -1,0 +1,90 @@
+// Looking at what is stored, and the account, through the command.
+#include "tests/endtoend/BackedUp.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline {
+namespace {
+
+using test::BackedUp;
+using test::field;
+using test::jsonLines;
+
+std::vector<std::string> namesIn(const test::ProgramResult& result)
+{
+    std::vector<std::string> names;
+    for (const auto& line : jsonLines(result.output)) {
+        if (line.contains("path"))
+            names.push_back(std::filesystem::path(line["path"].get<std::string>()).filename());
+    }
+    return names;
+}
+
+using Names = std::vector<std::string>;
+
+TEST(Browse, ListsPageAfterPage)
+{
+    const BackedUp account;
+    for (int i = 0; i < 25; ++i)
+        account.folder.write("f" + std::to_string(100 + i), std::string(25 - i, 'x'));
+    ASSERT_EQ(account.backup({"--jobs", "8"}).status, 0);
+    const std::string folder = account.folder.path().string();
+    const auto listed =
+        account.run({"ls", folder, "--system", "iMac", "--page-size", "10", "--json"});
+    EXPECT_EQ(namesIn(listed).size(), 25U);
+    EXPECT_EQ(namesIn(listed).front(), "f100");
+    const auto largest = account.run({"ls", folder + "/", "--system", "iMac", "--sort", "Size",
+                                      "--reverse", "--limit", "2", "--json"});
+    EXPECT_EQ(namesIn(largest), (Names{"f100", "f101"}));
+    EXPECT_EQ(account.run({"ls", "/nowhere", "--system", "iMac"}).status, 4);
+    EXPECT_EQ(account.run({"systems"}).output, "iMac\n");
+}
+
+TEST(Browse, FindsVersionsAndDeletesThem)
+{
+    const BackedUp account;
+    account.folder.write("letter.txt", "one");
+    ASSERT_EQ(account.backup().status, 0);
+    account.folder.write("letter.txt", "second");
+    ASSERT_EQ(account.backup().status, 0);
+    const auto found = account.run({"search", "LETTER", "--json"});
+    ASSERT_EQ(namesIn(found), Names{"letter.txt"});
+    const std::string id = std::to_string(jsonLines(found.output)[0]["id"].get<int>());
+    const auto versions = jsonLines(account.run({"versions", id, "--json"}).output);
+    ASSERT_EQ(versions.size(), 3U);
+    EXPECT_EQ(versions[0]["size"], 6);
+    EXPECT_EQ(versions[1]["size"], 3);
+
+    const auto info = account.run({"restore-info", versions[1]["id"].dump(), "--json"});
+    EXPECT_EQ(info.status, 0) << info.errors;
+    const auto file = jsonLines(info.output).at(0)["ServerPath"].get<std::string>();
+    EXPECT_EQ(platform::readFile(account.server.data() / file.substr(1)), "one");
+    EXPECT_EQ(account.run({"restore-info", "99999"}).status, 4);
+
+    const auto list = versions[0]["list"].get<std::string>();
+    EXPECT_EQ(account.run({"rm", "--version", list}).status, 2);
+    EXPECT_EQ(account.run({"rm", "--version", list, "-n"}).status, 0);
+    EXPECT_EQ(account.run({"rm", "--version", list, "--yes"}).status, 0);
+    EXPECT_EQ(account.run({"rm", "--version", list, "--yes"}).status, 6);
+    EXPECT_EQ(account.stored(), (test::Files{{"letter.txt", "one"}}));
+    EXPECT_EQ(account.run({"versions", "99999"}).status, 6);
+    EXPECT_EQ(account.run({"search", "nothing like it"}).status, 4);
+}
+
+TEST(Browse, TellsOfTheAccount)
+{
+    const BackedUp account;
+    account.folder.write("a", std::string(5000, 'x'));
+    ASSERT_EQ(account.backup().status, 0);
+    const auto result = account.run({"account", "--json"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "used_kb"), "5");
+    EXPECT_EQ(field(result, "AccountStatus"), "Active");
+    EXPECT_EQ(field(result, "encryption_key"), "(none)");
+    EXPECT_EQ(
+        field(account.run({"account", "--show-encryption-key", "--json"}), "encryption_key").size(),
+        64U);
+}
+
+} // namespace
+} // namespace stowline
