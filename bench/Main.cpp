@@ -33,10 +33,11 @@ int main(int count, char** words)
     const std::map<std::string, std::vector<std::function<void()>>> subjects{
         {"call", {measureCalls, measureParsing, measureExpansion}},
         {"log", {measureLogging, measureFileLogging}},
-        {"util", {measureUtilities, measureStore}}};
+        {"util", {measureUtilities, measureStore}},
+        {"upload", {measureUploads}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log|util\n");
+        fmt::print(stderr, "usage: stowline-bench call|log|util|upload\n");
         return 2;
     }
     for (const auto& measure : subject->second)

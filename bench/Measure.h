@@ -47,5 +47,6 @@ void measureParsing();
 void measureExpansion();
 void measureUtilities();
 void measureStore();
+void measureUploads();
 
 } // namespace stowline::bench

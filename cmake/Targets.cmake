@@ -9,14 +9,17 @@ function(stowline_library name)
   target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
 endfunction()
 
-# stowline_test(<name> SOURCES ... DEPENDS ... [LABELS ...] [NEEDS ...])
+# stowline_test(<name> SOURCES ... DEPENDS ... [LABELS ...] [NEEDS ...] [SECONDS ...])
 # One GoogleTest executable for a folder. Every test runs in a process of its own, so that tests may
-# set what a process can set only once. NEEDS names programs that must be built first.
+# set what a process can set only once. NEEDS names programs that must be built first; SECONDS is how long a test may take.
 function(stowline_test name)
   if(NOT STOWLINE_TESTS)
     return()
   endif()
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;LABELS;NEEDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "SECONDS" "SOURCES;DEPENDS;LABELS;NEEDS" ${ARGN})
+  if(NOT ARG_SECONDS)
+    set(ARG_SECONDS 180)
+  endif()
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest_main)
@@ -31,6 +34,6 @@ function(stowline_test name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
     # Tests of fork() start threads in the child, which the thread sanitizer only does when told.
-    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 180 ENVIRONMENT "TSAN_OPTIONS=die_after_fork=0"
+    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS} ENVIRONMENT "TSAN_OPTIONS=die_after_fork=0"
                SKIP_REGULAR_EXPRESSION "SKIPPED \\]")
 endfunction()

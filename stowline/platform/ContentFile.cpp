@@ -3,9 +3,8 @@
 #include "stowline/platform/FileHandle.h"
 #include "stowline/platform/Files.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,7 +18,9 @@ constexpr std::size_t kBlock = 4096;
 
 bool isZeros(std::string_view bytes)
 {
-    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == 0; });
+    // All are equal to their neighbour, and one is zero.
+    return bytes.empty() ||
+           (bytes[0] == 0 && std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
 } // namespace
