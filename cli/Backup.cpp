@@ -16,7 +16,7 @@ struct Options {
     TreeRules rules;
 };
 
-ExitStatus backup(const Options& options)
+ExitStatus backup(Options& options)
 {
     const BackupGuard guard;
     if (!guard.isHeld())

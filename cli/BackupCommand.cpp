@@ -31,6 +31,7 @@ void BackupFlags::declare(CLI::App& command)
         ->check(CLI::IsMember({"protect2", "ProtectFile"}))
         ->capture_default_str();
     command.add_flag("-n,--dry-run", isDryRun, "Say what would be done");
+    reports.declare(command);
 }
 
 BackupGuard::BackupGuard()
@@ -51,31 +52,73 @@ ExitStatus BackupGuard::failure() const
                          "Another backup of this user is running. Please wait for its end.");
 }
 
-ExitStatus backUpTree(const SessionOptions& options, const BackupFlags& flags,
-                      const std::function<FileTree()>& findFiles)
+namespace {
+
+/// What stands between the sign-in and the files.
+struct Start {
+    std::optional<Session> session;
+    std::string serverPath;
+    ExitStatus failure = ExitStatus::done; ///< when there is no path
+};
+
+Start startOf(const SessionOptions& options, const BackupFlags& flags)
 {
+    Start start;
     const auto session =
         options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
                       "PreparePackagedFilesForProtection"});
-    if (!session)
-        return session.error();
-    const auto serverPath = uploadPathFor(*session);
-    if (!serverPath)
-        return serverPath.error();
+    if (!session) {
+        start.failure = session.error();
+        return start;
+    }
+    start.session = *session;
+    if (const auto path = uploadPathFor(*session))
+        start.serverPath = *path;
+    else
+        start.failure = path.error();
+    return start;
+}
+
+BackupOptions optionsFrom(const BackupFlags& flags)
+{
+    return {.systemName = flags.systemName,
+            .partBytes = flags.partBytes,
+            .bytesPerSecond = flags.bytesPerSecond,
+            .jobs = flags.jobs,
+            .budgetPerStep = std::chrono::duration_cast<Duration>(
+                std::chrono::duration<double>(flags.retrySeconds)),
+            .comparesChecksums = flags.comparesChecksums,
+            .isDryRun = flags.isDryRun,
+            .registration = flags.registration == "protect2" ? RegistrationMethod::protect2
+                                                             : RegistrationMethod::protectFile};
+}
+
+} // namespace
+
+ExitStatus backUpTree(const SessionOptions& options, BackupFlags& flags,
+                      const std::function<FileTree()>& findFiles)
+{
+    if (!flags.reports.readToken())
+        return output().finish(ExitStatus::usage);
+    const Date begun = platform::currentDate();
+    const Start start = startOf(options, flags);
+    if (start.serverPath.empty()) {
+        flags.reports.tell(std::nullopt, {.username = options.username(),
+                                          .machine = flags.systemName,
+                                          .begun = begun});
+        return start.failure;
+    }
     const Interruptible interruptible;
     const FileTree tree = findFiles();
-    return finishBackup(runBackup(*session, *serverPath, tree,
-                                  {.systemName = flags.systemName,
-                                   .partBytes = flags.partBytes,
-                                   .bytesPerSecond = flags.bytesPerSecond,
-                                   .jobs = flags.jobs,
-                                   .budgetPerStep = std::chrono::duration_cast<Duration>(
-                                       std::chrono::duration<double>(flags.retrySeconds)),
-                                   .comparesChecksums = flags.comparesChecksums,
-                                   .isDryRun = flags.isDryRun,
-                                   .registration = flags.registration == "protect2"
-                                                       ? RegistrationMethod::protect2
-                                                       : RegistrationMethod::protectFile}));
+    const BackupResult result =
+        runBackup(*start.session, start.serverPath, tree, optionsFrom(flags));
+    if (!flags.isDryRun) {
+        const RunFigures figures =
+            figuresOf(result, start.session->username, flags.systemName, begun);
+        keepLastRun(figures);
+        flags.reports.tell(start.session, figures);
+    }
+    return finishBackup(result);
 }
 
 } // namespace stowline::cli

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/Interruption.h"
+#include "cli/Reporting.h"
 #include "cli/Session.h"
 #include "cli/backup/BackupRun.h"
 #include "stowline/platform/LockFile.h"
@@ -20,6 +21,7 @@ struct BackupFlags {
     bool comparesChecksums = false;
     bool isDryRun = false;
     std::string registration = "protect2";
+    ReportFlags reports;
 
     void declare(CLI::App& command);
 };
@@ -35,8 +37,9 @@ private:
     std::optional<platform::LockFile> lock_;
 };
 
-/// Signs in, finds the files, backs them up, and ends the output.
-[[nodiscard]] ExitStatus backUpTree(const SessionOptions& options, const BackupFlags& flags,
+/// Signs in, finds the files, backs them up, tells of the run where that is wanted, also when it
+/// failed, and ends the output.
+[[nodiscard]] ExitStatus backUpTree(const SessionOptions& options, BackupFlags& flags,
                                     const std::function<FileTree()>& findFiles);
 
 } // namespace stowline::cli

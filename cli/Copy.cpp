@@ -1,6 +1,7 @@
 // stowline copy
 #include "cli/Commands.h"
 #include "cli/Interruption.h"
+#include "cli/LastError.h"
 #include "cli/Output.h"
 #include "cli/Progress.h"
 #include "stowline/logging/DDLog.h"
@@ -23,21 +24,6 @@ struct CopyOptions {
     std::string destination;
     bool verify = false;
     bool dryRun = false;
-};
-
-/// Keeps the last error line: the library says in its log why a copy failed.
-class LastError final : public DDAbstractLogger {
-public:
-    void logMessage(const DDLogMessage& message) override
-    {
-        if (message.logFlag == kLogFlagError)
-            text_ = message.logMsg;
-    }
-    /// After a flush of the log.
-    [[nodiscard]] const std::string& text() const { return text_; }
-
-private:
-    std::string text_;
 };
 
 /// Why the copy cannot begin; absent when it can.

@@ -20,6 +20,7 @@ std::atomic<int> requestedStatus = 0;
 
 struct Waiting {
     std::mutex mutex;
+    std::string lastWords = "Interrupted.";
     std::condition_variable requested;
 };
 
@@ -32,7 +33,12 @@ Waiting& waiting()
 [[noreturn]] void leave(ExitStatus status)
 {
     platform::restoreTerminal();
-    output().fail(status, "Interrupted.");
+    std::string sentence;
+    {
+        const std::lock_guard lock(waiting().mutex);
+        sentence = waiting().lastWords;
+    }
+    output().fail(status, sentence);
     std::_Exit(static_cast<int>(status));
 }
 
@@ -73,6 +79,12 @@ std::optional<ExitStatus> Interruptible::awaitRequest(std::chrono::steady_clock:
     std::unique_lock lock(waiting().mutex);
     waiting().requested.wait_for(lock, atMost, [] { return requestedStatus != 0; });
     return request();
+}
+
+void Interruptible::sayWhenLeft(std::string sentence)
+{
+    const std::lock_guard lock(waiting().mutex);
+    waiting().lastWords = std::move(sentence);
 }
 
 } // namespace stowline::cli

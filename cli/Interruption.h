@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 
 namespace stowline::cli {
 
@@ -24,6 +25,9 @@ public:
     /// The status to end with when the program has been asked to end; absent until then. Any
     /// thread.
     [[nodiscard]] static std::optional<ExitStatus> request();
+
+    /// What to say instead of "Interrupted." when a second request ends the program at once.
+    static void sayWhenLeft(std::string sentence);
 
     /// Waits until the program is asked to end or the time is over. @return as request()
     static std::optional<ExitStatus> awaitRequest(std::chrono::steady_clock::duration atMost);

@@ -1,9 +1,11 @@
 // stowline rm
 #include "cli/Commands.h"
 #include "cli/Confirmation.h"
+#include "cli/FolderRemoval.h"
 #include "cli/Output.h"
 #include "cli/Session.h"
 #include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -16,6 +18,7 @@ struct RemoveOptions {
     SessionOptions session;
     Confirmation confirmation;
     std::vector<std::string> versionLists;
+    FolderRemovalOptions folder;
 };
 
 ExitStatus removeVersions(const RemoveOptions& options)
@@ -41,20 +44,47 @@ ExitStatus removeVersions(const RemoveOptions& options)
                            {{"deleted", std::to_string(deleted)}});
 }
 
+ExitStatus removeWholeFolder(const RemoveOptions& options)
+{
+    const auto session = options.session.open({"GetAccountFilesAndFolders"});
+    if (!session)
+        return session.error();
+    const auto refused = options.confirmation.refusal(
+        "everything stored of " + options.folder.path + " of the machine " +
+        options.folder.systemName);
+    return refused ? *refused : removeFolder(*session, options.folder);
+}
+
+ExitStatus remove(const RemoveOptions& options)
+{
+    if (options.folder.path.empty() == options.versionLists.empty())
+        return output().fail(ExitStatus::usage,
+                             "Please name a folder, or lists of versions with --version.");
+    return options.folder.path.empty() ? removeVersions(options) : removeWholeFolder(options);
+}
+
 } // namespace
 
 void declareRemove(CLI::App& app, Chosen& chosen)
 {
     auto options = std::make_shared<RemoveOptions>();
-    CLI::App* command = app.add_subcommand("rm", "Delete stored versions");
-    command
-        ->add_option("--version", options->versionLists,
-                     "List of versions to delete, as \"versions\" shows it; may be given again")
-        ->required();
+    CLI::App* command = app.add_subcommand(
+        "rm", "Delete a stored folder, following it and cancelling on Ctrl-C; or stored versions");
+    command->add_option("PATH", options->folder.path, "Folder of the machine");
+    command->add_option("--system", options->folder.systemName, "The machine")
+        ->default_val(General::localHostName());
+    command->add_option("--version", options->versionLists,
+                        "List of versions to delete, as \"versions\" shows it; may be given again");
+    command->add_option("--poll", options->folder.pollSeconds, "Seconds between two questions")
+        ->check(CLI::Range(0.01, 3600.0))
+        ->capture_default_str();
+    command->add_option("--follow-time", options->folder.followSeconds,
+                        "Seconds to follow the deletion at most")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
     options->confirmation.declare(*command);
     options->session.declare(*command);
-    command->callback(
-        [options, &chosen] { chosen = [options] { return removeVersions(*options); }; });
+    command->callback([options, &chosen] { chosen = [options] { return remove(*options); }; });
 }
 
 } // namespace stowline::cli

@@ -23,6 +23,8 @@ class SessionOptions {
 public:
     void declare(CLI::App& command);
 
+    [[nodiscard]] const std::string& username() const { return username_; }
+
     /// Checks the settings for the web methods, reads the password and signs in. Says what goes
     /// wrong.
     [[nodiscard]] std::expected<Session, ExitStatus>

@@ -55,7 +55,7 @@ FileTree unfinishedFiles()
     return tree;
 }
 
-ExitStatus resumeUploads(const ResumeOptions& options)
+ExitStatus resumeUploads(ResumeOptions& options)
 {
     const BackupGuard guard;
     if (!guard.isHeld())

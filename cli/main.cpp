@@ -90,6 +90,9 @@ int main(int count, char** words)
     cli::declareVersions(app, chosen);
     cli::declareRestoreInfo(app, chosen);
     cli::declareRemove(app, chosen);
+    cli::declareMonitor(app, chosen);
+    cli::declareReport(app, chosen);
+    cli::declareEmail(app, chosen);
     cli::declareEncryption(app, chosen);
     cli::declareChecksum(app, chosen);
     cli::declareCopy(app, chosen);

@@ -135,6 +135,84 @@ Dictionary deleteFiles(const AccountServiceContext& context, const Dictionary& p
     return {{"DeleteFilesInBulkResult", isDeleted ? "true" : "false"}};
 }
 
+Dictionary coded(const std::string& method, const char* code)
+{
+    return {{method + "Result", Dictionary{{"Code", code}}}};
+}
+
+Dictionary beginDeletion(const AccountServiceContext& context, Deletions& deletions,
+                         const Dictionary& parameters)
+{
+    constexpr const char* method = "BeginDeleteFolders";
+    requireSignIn(context, parameters);
+    const auto guid = deletions.begin(text(parameters, "userName"), text(parameters, "systemName"),
+                                      text(parameters, "path"));
+    if (!guid)
+        return coded(method, "NoSuchFolder");
+    Dictionary answer = coded(method, "Success");
+    answer.emplace("ProcessGuid", *guid);
+    return answer;
+}
+
+Dictionary checkDeletion(const AccountServiceContext& context, Deletions& deletions,
+                         const Dictionary& parameters)
+{
+    constexpr const char* method = "CheckDeleteFolders";
+    requireSignIn(context, parameters);
+    const auto state =
+        deletions.state(text(parameters, "userName"), text(parameters, "processGuid"));
+    if (!state)
+        return coded(method, "NoSuchProcess");
+    Dictionary answer = coded(method, "Success");
+    answer.emplace("ProcessIsCompleted", state->isCompleted ? "true" : "false");
+    answer.emplace("ProcessIsCancelled", state->isCancelled ? "true" : "false");
+    answer.emplace("DeletedVersions", std::to_string(state->deleted));
+    answer.emplace("AllVersions", std::to_string(state->versions));
+    return answer;
+}
+
+Dictionary cancelDeletion(const AccountServiceContext& context, Deletions& deletions,
+                          const Dictionary& parameters)
+{
+    requireSignIn(context, parameters);
+    deletions.cancel(text(parameters, "userName"), text(parameters, "processGuid"));
+    return coded("BeginCancelDeleteFolders", "Success");
+}
+
+std::vector<ServiceMethod> deletionMethods(const AccountServiceContext& context,
+                                           Deletions& deletions)
+{
+    const auto onDeletions = [&context, &deletions](auto method) {
+        return [&context, &deletions, method](const Dictionary& parameters) {
+            return method(context, deletions, parameters);
+        };
+    };
+    const std::vector<Field> process{
+        {.name = "userName"}, {.name = "password"}, {.name = "processGuid"}};
+    const auto result = [](const std::string& method) {
+        return Field{.name = method + "Result", .parts = {{.name = "Code"}}};
+    };
+    return {{"BeginDeleteFolders",
+             "Starts the deletion of a folder.",
+             {{.name = "userName"}, {.name = "password"}, {.name = "systemName"}, {.name = "path"}},
+             {result("BeginDeleteFolders"), {.name = "ProcessGuid"}},
+             onDeletions(beginDeletion)},
+            {"CheckDeleteFolders",
+             "How far a deletion is.",
+             process,
+             {result("CheckDeleteFolders"),
+              {.name = "ProcessIsCompleted"},
+              {.name = "ProcessIsCancelled"},
+              {.name = "DeletedVersions"},
+              {.name = "AllVersions"}},
+             onDeletions(checkDeletion)},
+            {"BeginCancelDeleteFolders",
+             "Asks for a deletion to be cancelled.",
+             process,
+             {result("BeginCancelDeleteFolders")},
+             onDeletions(cancelDeletion)}};
+}
+
 std::vector<ServiceMethod> accountMethods(const AccountServiceContext& context)
 {
     return {{"GetPhyPath",
@@ -228,11 +306,11 @@ std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
 
 } // namespace
 
-Service backupService(const AccountServiceContext& context)
+Service backupService(const AccountServiceContext& context, Deletions& deletions)
 {
     Service service{"BackupService", "/BackupService.asmx", "http://stowline.example/backup", {}};
     for (const auto& methods :
-         {accountMethods(context), registrationMethods(context), restoreMethods(context)})
+         {accountMethods(context), registrationMethods(context), restoreMethods(context), deletionMethods(context, deletions)})
         service.methods.insert(service.methods.end(), methods.begin(), methods.end());
     return service;
 }

@@ -239,7 +239,9 @@ TEST(DevServer, RefusesWrongArgumentsWithASentence)
 
 TEST(DevServer, AnOrdinarySoapClientCanUseIt)
 {
-    const test::DevServerProcess server;
+    const test::TemporaryFolder folder;
+    const test::DevServerProcess server(
+        {"--monitoring-tokens", folder.write("tokens", "another\nzeep-token\n").string()});
     const auto result =
         test::runProgram({{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/soap_client.py",
                            server.address()}});

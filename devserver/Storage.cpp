@@ -571,4 +571,41 @@ bool Storage::deleteVersion(const std::string& userName, const std::string& list
     return true;
 }
 
+std::vector<std::string> Storage::listIdsBelow(const std::string& userName,
+                                               const std::string& systemName,
+                                               const std::string& folder)
+{
+    const std::string path = normalized(folder);
+    const Lock lock(mutex_);
+    SQLite::Statement query(database_,
+                            "SELECT v.list_id FROM versions v JOIN items i ON i.id = v.item_id"
+                            " WHERE v.user_name = ?1 AND i.system_name = ?2 AND (i.folder = ?3 OR"
+                            " substr(i.folder, 1, length(?3) + 1) = ?3 || '/') ORDER BY v.id DESC");
+    query.bind(1, userName);
+    query.bind(2, systemName);
+    query.bind(3, path);
+    std::vector<std::string> lists;
+    while (query.executeStep())
+        lists.push_back(query.getColumn(0).getString());
+    return lists;
+}
+
+std::vector<MachineSummary> Storage::machines()
+{
+    const Lock lock(mutex_);
+    SQLite::Statement query(database_,
+                            "SELECT i.user_name, i.system_name, count(*), sum(i.size),"
+                            " (SELECT max(v.stored_at) FROM versions v JOIN items o ON"
+                            " o.id = v.item_id WHERE o.user_name = i.user_name AND"
+                            " o.system_name = i.system_name) FROM items i WHERE i.is_folder = 0"
+                            " GROUP BY i.user_name, i.system_name ORDER BY 1, 2");
+    std::vector<MachineSummary> found;
+    while (query.executeStep())
+        found.push_back({query.getColumn(0).getString(), query.getColumn(1).getString(),
+                         query.getColumn(2).getInt64(),
+                         static_cast<std::uint64_t>(query.getColumn(3).getInt64()),
+                         query.getColumn(4).getString()});
+    return found;
+}
+
 } // namespace stowline::devserver

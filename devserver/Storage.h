@@ -99,6 +99,15 @@ struct ItemQuery {
     std::int64_t pageSize = 0;
 };
 
+/// What is stored of one machine.
+struct MachineSummary {
+    std::string userName;
+    std::string systemName;
+    std::int64_t files = 0;
+    std::uint64_t bytes = 0; ///< of the newest versions
+    std::string lastStored;  ///< universal time
+};
+
 /// Content lies in files below one folder, under names that clients cannot choose; everything else
 /// in SQLite. A version's row is written last, once its content is whole, checked and durable, so
 /// that whatever ends the service leaves no version that is not. Operations throw
@@ -147,6 +156,13 @@ public:
     /// Deletes the version that a list names; a file without versions goes too, and folders
     /// without files. @return false when there is no such list, or a delta needs the version
     [[nodiscard]] bool deleteVersion(const std::string& userName, const std::string& listId);
+
+    /// The lists of all versions of a folder's files, below it too, newest first.
+    [[nodiscard]] std::vector<std::string> listIdsBelow(const std::string& userName,
+                                                        const std::string& systemName,
+                                                        const std::string& folder);
+
+    [[nodiscard]] std::vector<MachineSummary> machines();
 
 private:
     [[nodiscard]] std::optional<std::string> serverFileOf(const UploadPlace& place);

@@ -46,6 +46,13 @@ public:
         serveParts();
     }
 
+    void servePage(std::function<std::string()> makePage)
+    {
+        server_->Get("/", [makePage = std::move(makePage)](const auto&, auto& response) {
+            response.set_content(makePage(), "text/html; charset=utf-8");
+        });
+    }
+
     std::optional<int> bind(int port)
     {
         port_ = port == 0 ? server_->bind_to_any_port(kLoopback)
@@ -252,6 +259,11 @@ WebServer::WebServer(const std::vector<Service>& services, Storage& storage, Fau
 }
 
 WebServer::~WebServer() = default;
+
+void WebServer::servePage(std::function<std::string()> makePage)
+{
+    implementation_->servePage(std::move(makePage));
+}
 
 std::optional<int> WebServer::bind(int port)
 {

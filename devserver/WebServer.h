@@ -6,6 +6,7 @@
 #include "devserver/Storage.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,6 +29,9 @@ public:
     ~WebServer();
     WebServer(const WebServer&) = delete;
     WebServer& operator=(const WebServer&) = delete;
+
+    /// Answers "/" with a page that is made anew for each call. Before run().
+    void servePage(std::function<std::string()> makePage);
 
     /// Takes a port; 0 lets the system choose one.
     /// @return the port; absent when it is taken.

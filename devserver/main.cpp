@@ -4,6 +4,8 @@
 #include "devserver/BrowseService.h"
 #include "devserver/BundleWriter.h"
 #include "devserver/FaultPlan.h"
+#include "devserver/ReportServices.h"
+#include "devserver/StatusPage.h"
 #include "devserver/WebServer.h"
 #include "stowline/logging/DDFileLogger.h"
 #include "stowline/logging/DDLog.h"
@@ -16,6 +18,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -31,6 +34,9 @@ struct Options {
     std::optional<fs::path> certificate;
     std::optional<fs::path> key;
     std::vector<std::string> faults;
+    std::optional<fs::path> tokens;
+    int tokenSeconds = 3600;
+    int deletionPause = 20;
     std::optional<fs::path> logFolder;
     std::string logLevel = "info";
     bool verbose = false;
@@ -56,6 +62,16 @@ void declare(CLI::App& app, Options& options)
                    fmt::format("METHOD:N:KIND makes the N-th call of a method fail (N may be *); "
                                "kinds: {}",
                                fmt::join(devserver::faultKindNames(), ", ")));
+    app.add_option("--monitoring-tokens", options.tokens,
+                   "File with the tokens that central monitoring takes, a line each")
+        ->check(CLI::ExistingFile);
+    app.add_option("--token-seconds", options.tokenSeconds,
+                   "How long a token is good from its first use")
+        ->capture_default_str();
+    app.add_option("--deletion-pause", options.deletionPause,
+                   "Milliseconds that deleting a version takes")
+        ->check(CLI::Range(0, 60000))
+        ->capture_default_str();
     app.add_option("--log-folder", options.logFolder, "Folder for rolling log files");
     app.add_option("--log-level", options.logLevel, "Least important lines to log")
         ->check(CLI::IsMember(logLevelNames()))
@@ -117,13 +133,22 @@ int run(const Options& options)
     devserver::Storage storage(options.data);
     devserver::AccountServiceContext context{
         accounts, storage, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
-    const std::vector<devserver::Service> services{devserver::accountService(context),
-                                                   devserver::backupService(context),
-                                                   devserver::browseService(context)};
+    devserver::Journal journal(options.data);
+    devserver::MonitoringTokens tokens;
+    std::istringstream tokenLines(
+        options.tokens ? platform::readFile(*options.tokens).value_or("") : std::string());
+    for (std::string token; std::getline(tokenLines, token);)
+        tokens.add(token, std::chrono::seconds(options.tokenSeconds));
+    devserver::Deletions deletions(storage, std::chrono::milliseconds(options.deletionPause));
+    const std::vector<devserver::Service> services{
+        devserver::accountService(context), devserver::backupService(context, deletions),
+        devserver::browseService(context), devserver::monitoringService(journal, tokens),
+        devserver::reportService(context, journal)};
     std::optional<devserver::TlsFiles> tls;
     if (options.certificate)
         tls = {*options.certificate, *options.key};
     devserver::WebServer server(services, storage, faults, tls);
+    server.servePage([&] { return devserver::statusPage(storage, journal, deletions); });
     const auto port = server.bind(options.port);
     if (!port)
         return fail(fmt::format("Port {} is taken. Please choose another, or 0.", options.port));

@@ -134,14 +134,47 @@ def check_browsing(backup, browse):
            "InvalidUserNameOrPassword", "a wrong password")
 
 
+def check_deletion(backup):
+    begun = backup.BeginDeleteFolders(systemName="iMac", path="/home/zoë", **USER)
+    expect(begun.BeginDeleteFoldersResult.Code == "Success", f"{begun}")
+    process = {"processGuid": begun.ProcessGuid, **USER}
+    while True:
+        state = backup.CheckDeleteFolders(**process)
+        expect(state.CheckDeleteFoldersResult.Code == "Success", f"{state}")
+        if state.ProcessIsCompleted == "true":
+            break
+    backup.BeginCancelDeleteFolders(**process)
+    expect(backup.BeginDeleteFolders(systemName="iMac", path="/home/zoë", **USER)
+           .BeginDeleteFoldersResult.Code == "NoSuchFolder", "the folder must be gone")
+
+
+def check_reporting(monitoring, report):
+    token = {"userName": NAME, "authToken": "zeep-token", "systemName": "iMac"}
+    expect(monitoring.GetSettings(**token).IsEnabled == "true", "GetSettings")
+    expect(monitoring.LogEvent(eventType="BackupEnded", **token) == "Success", "LogEvent")
+    expect("InvalidAuthenticationTokenFault" in
+           fault_of(monitoring.LogEvent, eventType="x", **{**token, "authToken": "other"}),
+           "a wrong token")
+    expect(report.SendBackupSummaryReport(machineName="iMac", numberOfFilesBackedUp="3", **USER) ==
+           "Success", "a summary")
+    expect(report.sendEmail(strToAddress="a@b.example", strFromAddress="c@d.example",
+                            strSubject="Grüße", strBody="x", blnIsHtmlFormat="0") == "true",
+           "an e-mail")
+    expect(report.sendEmail(strToAddress="nobody", strFromAddress="c@d.example", strSubject="",
+                            strBody="", blnIsHtmlFormat="0") == "false", "no address")
+
+
 def main():
     address = sys.argv[1]
-    account, backup, browse = (Service(address, name) for name in
-                               ("AccountService", "BackupService", "BrowseService"))
+    account, backup, browse, monitoring, report = services = [
+        Service(address, name + "Service")
+        for name in ("Account", "Backup", "Browse", "Monitoring", "Report")]
     check_accounts(account)
     check_backup(address, backup)
     check_browsing(backup, browse)
-    left = (account.methods() | backup.methods() | browse.methods()) - called
+    check_deletion(backup)
+    check_reporting(monitoring, report)
+    left = set().union(*(service.methods() for service in services)) - called
     expect(not left, f"nothing called {left}")
     print("every method answered as expected")
 

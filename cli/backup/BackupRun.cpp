@@ -140,12 +140,12 @@ private:
         if (isHeld(file)) {
             passedBytes_ += file.size;
             tell(file, "unchanged");
-            count(&BackupResult::unchanged);
+            count(&BackupResult::unchanged, &BackupResult::unchangedBytes, file.size);
             return;
         }
         if (options_.isDryRun) {
             tell(file, "would-store");
-            count(&BackupResult::stored, file.size);
+            count(&BackupResult::stored, &BackupResult::storedBytes, file.size);
             return;
         }
         const UploadOutcome outcome = FileUploader(upload_, file).upload();
@@ -153,7 +153,7 @@ private:
             return;
         if (outcome.kind == Kind::stored) {
             tell(file, "stored");
-            count(&BackupResult::stored, file.size);
+            count(&BackupResult::stored, &BackupResult::storedBytes, file.size);
             if (outcome.wasResumed)
                 count(&BackupResult::resumed);
             return;
@@ -162,6 +162,7 @@ private:
         passedBytes_ += file.size;
         const std::lock_guard lock(mutex_);
         ++result_.failed;
+        result_.failedBytes += file.size;
         result_.faults.push_back(outcome.sentence);
         sentences_.push_back(outcome.sentence);
     }
@@ -184,11 +185,13 @@ private:
         return false;
     }
 
-    void count(std::uint64_t BackupResult::*member, std::uint64_t bytes = 0)
+    void count(std::uint64_t BackupResult::*files, std::uint64_t BackupResult::*bytes = nullptr,
+               std::uint64_t size = 0)
     {
         const std::lock_guard lock(mutex_);
-        ++(result_.*member);
-        result_.storedBytes += bytes;
+        ++(result_.*files);
+        if (bytes)
+            result_.*bytes += size;
     }
 
     void tell(const LocalFile& file, const char* state)

@@ -29,6 +29,8 @@ struct BackupResult {
     std::uint64_t unchanged = 0;
     std::uint64_t failed = 0;
     std::uint64_t storedBytes = 0;
+    std::uint64_t unchangedBytes = 0;
+    std::uint64_t failedBytes = 0; ///< as far as they are known
     std::uint64_t sentParts = 0;
     std::uint64_t leftOut = 0;
     std::vector<std::string> faults; ///< a sentence for each thing that was not stored

@@ -117,6 +117,16 @@ std::string keyedDigest(std::string_view text, const Data& key)
     return hexadecimalText(digest);
 }
 
+std::string encodedBase64(std::string_view bytes)
+{
+    std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
+    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                     reinterpret_cast<const unsigned char*>(bytes.data()),
+                                     static_cast<int>(bytes.size()));
+    text.resize(static_cast<std::size_t>(size));
+    return text;
+}
+
 std::optional<std::string> strictlyDecodedBase64(std::string_view text)
 {
     constexpr std::string_view alphabet =

@@ -22,6 +22,9 @@ namespace stowline::platform {
 /// A keyed digest (HMAC-SHA-256) as 64 hexadecimal digits.
 [[nodiscard]] std::string keyedDigest(std::string_view text, const Data& key);
 
+/// Base64 with padding, on one line (RFC 4648 section 4).
+[[nodiscard]] std::string encodedBase64(std::string_view bytes);
+
 /// The bytes of a Base64 text (RFC 4648 section 4), strictly: padded, no line breaks, nothing
 /// outside the alphabet.
 /// @return absent for any other text

@@ -233,4 +233,31 @@ std::optional<std::string> assignedValue(std::string_view assignments, std::stri
     return value.empty() ? std::nullopt : std::optional(value);
 }
 
+std::string escapedForHtml(std::string_view text)
+{
+    std::string result;
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            result += "&amp;";
+            break;
+        case '<':
+            result += "&lt;";
+            break;
+        case '>':
+            result += "&gt;";
+            break;
+        case '"':
+            result += "&quot;";
+            break;
+        case '\'':
+            result += "&#39;";
+            break;
+        default:
+            result += c;
+        }
+    }
+    return result;
+}
+
 } // namespace stowline::platform

@@ -33,6 +33,10 @@ void appendUtf8(std::string& text, char32_t codePoint);
 /// do nothing to a terminal or a log that shows it: U+0000 to U+001F, U+007F to U+009F.
 [[nodiscard]] std::string withoutControls(std::string_view text);
 
+/// The text as it may stand in an HTML document, in an element or between quotes: "&", "<", ">" and
+/// both quotation marks become entities.
+[[nodiscard]] std::string escapedForHtml(std::string_view text);
+
 /// ASCII letters in the other case; every other byte as it is.
 [[nodiscard]] std::string asciiLowercase(std::string_view text);
 [[nodiscard]] bool equalsIgnoringAsciiCase(std::string_view left, std::string_view right);

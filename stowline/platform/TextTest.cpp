@@ -110,5 +110,20 @@ TEST(InternetTime, IsExactBothWays)
         EXPECT_FALSE(dateFromInternetTimeText(wrong)) << wrong;
 }
 
+TEST(EscapedForHtml, LeavesNothingThatMarksUp)
+{
+    EXPECT_EQ(escapedForHtml("<a href=\"x\">'&'</a> é"),
+              "&lt;a href=&quot;x&quot;&gt;&#39;&amp;&#39;&lt;/a&gt; é");
+}
+
+TEST(AssignedValue, ReadsLinesWithAndWithoutQuotes)
+{
+    const std::string lines = "NAME=Debian\nVERSION_ID=\"12\"\nEMPTY=\nXNAME=other \n";
+    EXPECT_EQ(assignedValue(lines, "NAME"), "Debian");
+    EXPECT_EQ(assignedValue(lines, "VERSION_ID"), "12");
+    EXPECT_EQ(assignedValue(lines, "EMPTY"), std::nullopt);
+    EXPECT_EQ(assignedValue(lines, "AME"), std::nullopt);
+}
+
 } // namespace
 } // namespace stowline::platform

@@ -2,6 +2,7 @@
 #include "stowline/platform/LocalTime.h"
 #include "stowline/platform/Text.h"
 #include "stowline/platform/UnicodeText.h"
+#include "stowline/service/OptionalValues.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/StringMethods.h"
 
@@ -10,14 +11,6 @@
 namespace stowline {
 
 namespace {
-
-/// A value for a template, unless it is absent: then the placeholder is sent as an explicit nil.
-void setIfPresent(SubstitutionMap& params, const char* placeholder,
-                  std::optional<std::string_view> value)
-{
-    if (value)
-        params.emplace(placeholder, *value);
-}
 
 std::string decimal(std::int64_t number)
 {

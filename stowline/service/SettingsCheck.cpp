@@ -232,10 +232,21 @@ private:
 
     void checkTemplates(const Dictionary& templates)
     {
+        for (const TemplateNeeds& needs : templateCatalogue()) {
+            if (!find(templates, needs.name))
+                add("Templates",
+                    "The template " + quoted(needs.name) + " is missing; add its entry.");
+        }
         for (const auto& [name, value] : templates) {
             const std::string path = joined("Templates", name);
-            if (const Dictionary* entry = checkEntry(value, path, kTemplateKeys))
-                checkHeaderNames(*entry, path);
+            const Dictionary* entry = checkEntry(value, path, kTemplateKeys);
+            if (!entry)
+                continue;
+            checkHeaderNames(*entry, path);
+            for (const TemplateNeeds& needs : templateCatalogue()) {
+                if (needs.name == name)
+                    checkTemplateNeeds(needs, *entry, path);
+            }
         }
     }
 
@@ -353,6 +364,18 @@ private:
             if (!isListed)
                 add(joined(path, webRequestKey::responseHeaderNames),
                     "The header " + quoted(header) + " is read by this request; add it here.");
+        }
+    }
+
+    void checkTemplateNeeds(const TemplateNeeds& needs, const Dictionary& entry,
+                            const std::string& path)
+    {
+        checkUrlArguments(needs.urlArguments, entry, path);
+        const std::string* body = findString(entry, "body");
+        for (const std::string_view placeholder : needs.placeholders) {
+            if (body && body->find(placeholder) == std::string::npos)
+                add(joined(path, "body"), "The body does not use " + std::string(placeholder) +
+                                              ", so its value would not be sent.");
         }
     }
 

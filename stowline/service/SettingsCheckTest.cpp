@@ -13,11 +13,12 @@ std::string shipped()
     return platform::readFile(STOWLINE_TEST_SOURCE "/resources/WebServicesSettings.plist").value();
 }
 
-/// The shipped settings with one text replaced.
-std::string changed(const std::string& what, const std::string& with)
+/// The shipped settings with one text replaced, where it first stands in a table.
+std::string changed(const std::string& what, const std::string& with,
+                    const std::string& table = "URLS")
 {
     const std::string text = shipped();
-    const auto at = text.find(what);
+    const auto at = text.find(what, text.find("<key>" + table + "</key>"));
     EXPECT_NE(at, std::string::npos) << what;
     return text.substr(0, at) + with + text.substr(at + what.size());
 }
@@ -65,7 +66,7 @@ TEST(SettingsCheck, TellsAHostThatIsAnAddress)
 
 TEST(SettingsCheck, TellsPlaceholdersThatNoTemplateUses)
 {
-    EXPECT_NE(report(changed("&lt;&lt;PASSWORD&gt;&gt;", "&lt;&lt;PASWORD&gt;&gt;"))
+    EXPECT_NE(report(changed("&lt;&lt;PASSWORD&gt;&gt;", "&lt;&lt;PASWORD&gt;&gt;", "WebServices"))
                   .find("WebServices.Authenticate.soapParams: No template uses <<PASSWORD>>, so "
                         "its value would not be sent."),
               std::string::npos);
@@ -100,7 +101,7 @@ TEST(SettingsCheck, TellsMisspeltMissingAndRepeatedKeys)
     EXPECT_NE(lines.find("The key \"nameSpace\" is not known here; is it misspelt?"),
               std::string::npos);
     EXPECT_NE(report(changed("<key>httpHeaders</key>", "<key>URL</key><string>x</string>"
-                                                       "<key>httpHeaders</key>"))
+                                                       "<key>httpHeaders</key>", "WebServices"))
                   .find("WebServices.Authenticate.URL: The key stands twice"),
               std::string::npos);
 }
@@ -123,7 +124,7 @@ TEST(SettingsCheck, TellsBadHeaderAndParameterNames)
 TEST(SettingsCheck, TellsResultPathsThatAreMissingOrInTheWay)
 {
     EXPECT_NE(report(changed("<key>httpHeaders</key>", "<key>resultKeyPath</key><string>a</string>"
-                                                       "<key>httpHeaders</key>"))
+                                                       "<key>httpHeaders</key>", "WebServices"))
                   .find("This method needs the whole answer; remove \"resultKeyPath\"."),
               std::string::npos);
     EXPECT_NE(
@@ -147,6 +148,20 @@ TEST(SettingsCheck, ChecksTheOtherTablesToo)
               std::string::npos);
     EXPECT_NE(lines.find("requestHeaders[0]: The key \"template\" is missing."), std::string::npos);
     EXPECT_NE(lines.find("requestHeaders[0].name: \"a b\" is no name of a header."),
+              std::string::npos);
+}
+
+TEST(SettingsCheck, TellsWhatATemplateNeeds)
+{
+    EXPECT_NE(report(changed("<key>LogEvent</key>", "<key>LogEvents</key>"))
+                  .find("Templates: The template \"LogEvent\" is missing; add its entry."),
+              std::string::npos);
+    EXPECT_NE(report(changed("&lt;&lt;PROCESSGUID&gt;&gt;", "&lt;&lt;PROCESS&gt;&gt;"))
+                  .find("Templates.CheckDeleteFolders.body: The body does not use <<PROCESSGUID>>, "
+                        "so its value would not be sent."),
+              std::string::npos);
+    EXPECT_NE(report(changed("https://%@/BackupService.asmx", "https://%@/%@"))
+                  .find("The URL has 2 places to fill"),
               std::string::npos);
 }
 

@@ -65,6 +65,19 @@ std::span<const WebMethodNeeds> webMethodCatalogue()
           "<<LNGFILESIZEINBYTESFROMCLIENT>>", "<<LNGBASELINEPKFORTHISDELTA>>"},
          1,
          isNeeded},
+        {"GetSettings", {"<<USERNAME>>", "<<AUTHTOKEN>>", "<<SYSTEMNAME>>"}, 0, isNeeded},
+        {"SendBackupSummaryReport",
+         {"<<USERNAME>>", "<<PASSWORD>>", "<<REPORTDATE>>", "<<ACCOUNTUSERNAME>>",
+          "<<MACHINENAME>>", "<<BACKUPDATE>>", "<<NUMBEROFFILESNOTCHANGED>>",
+          "<<NUMBEROFFILESBACKEDUP>>", "<<NUMBEROFFILESNOTBACKEDUP>>",
+          "<<TOTALNUMBEROFFILESPROCESSED>>", "<<TOTALDATATRANSFERED>>"},
+         0,
+         isNeeded},
+        {"sendEmail",
+         {"<<STRTOADDRESS>>", "<<STRFROMADDRESS>>", "<<STRSUBJECT>>", "<<STRBODY>>",
+          "<<BLNISHTMLFORMAT>>"},
+         0,
+         isNeeded},
     };
     return methods;
 }
@@ -83,6 +96,25 @@ std::span<const WebRequestNeeds> webRequestCatalogue()
          {"Status"}},
     };
     return requests;
+}
+
+std::span<const TemplateNeeds> templateCatalogue()
+{
+    static const std::vector<TemplateNeeds> templates{
+        {"BeginDeleteFolders",
+         {"<<USERNAME>>", "<<PASSWORD>>", "<<SYSTEMNAME>>", "<<PATH>>"},
+         1},
+        {"CheckDeleteFolders", {"<<USERNAME>>", "<<PASSWORD>>", "<<PROCESSGUID>>"}, 1},
+        {"BeginCancelDeleteFolders", {"<<USERNAME>>", "<<PASSWORD>>", "<<PROCESSGUID>>"}, 1},
+        {"LogEvent",
+         {"<<EVENTTYPE>>", "<<USERNAME>>", "<<AUTHTOKEN>>", "<<SYSTEMNAME>>", "<<BACKUPDURATION>>",
+          "<<CLIENTVERSION>>", "<<CLIENTDATE>>", "<<ISSCHEDULED>>", "<<ERRORFILESCOUNT>>",
+          "<<ERRORFILESSIZE>>", "<<TOTALFILESCOUNT>>", "<<TOTALFILESSIZE>>",
+          "<<UNCHANGEDFILESCOUNT>>", "<<UNCHANGEDFILESSIZE>>", "<<UPLOADEDFILESCOUNT>>",
+          "<<UPLOADEDFILESSIZE>>"},
+         0},
+    };
+    return templates;
 }
 
 } // namespace stowline

@@ -1,4 +1,4 @@
-// The web methods and web requests that the broker calls, as data.
+// The web methods, web requests and templates that the broker uses, as data.
 #pragma once
 
 #include <cstddef>
@@ -27,8 +27,16 @@ struct WebRequestNeeds {
     std::vector<std::string_view> responseHeaders; ///< those that the broker reads
 };
 
-/// Every method, and every request, that an operation of WebServiceBroker calls.
+/// What the settings must say about a posted template.
+struct TemplateNeeds {
+    std::string_view name;
+    std::vector<std::string_view> placeholders; ///< of its body
+    std::size_t urlArguments = 0;
+};
+
+/// Every method, request and template that an operation of WebServiceBroker uses.
 [[nodiscard]] std::span<const WebMethodNeeds> webMethodCatalogue();
 [[nodiscard]] std::span<const WebRequestNeeds> webRequestCatalogue();
+[[nodiscard]] std::span<const TemplateNeeds> templateCatalogue();
 
 } // namespace stowline

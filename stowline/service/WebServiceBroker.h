@@ -161,6 +161,84 @@ public:
                                                               std::string_view userName,
                                                               std::string_view backupServer);
 
+    // ---- Deleting folders (FolderDeletion.cpp) ----
+    //
+    // The deletion is a process on the service: begun here, asked after until it is over, cancelled
+    // when wanted. The answers are read as text, tag by tag. There are no error objects. An absent
+    // argument leaves its placeholder in the template.
+
+    /// Starts the deletion of a folder: template "BeginDeleteFolders". Not safe to repeat.
+    /// @return the process's identifier as it stands in the answer; absent when there is no answer,
+    ///         the service refuses, or names none.
+    [[nodiscard]] static std::optional<std::string>
+    beginDeleteFolderForUsername(std::optional<std::string_view> username,
+                                 std::optional<std::string_view> password,
+                                 std::optional<std::string_view> systemName,
+                                 std::optional<std::string_view> path,
+                                 std::string_view backupServer);
+
+    /// Whether to stop asking: template "CheckDeleteFolders". Safe to repeat.
+    /// @return true when the process is completed or cancelled, and also when there is no answer or
+    ///         it cannot be understood; false while the process runs.
+    [[nodiscard]] static bool
+    checkDeleteFolderForUsername(std::optional<std::string_view> username,
+                                 std::optional<std::string_view> password,
+                                 std::optional<std::string_view> processGuid,
+                                 std::string_view backupServer);
+
+    /// Asks the service to cancel the process: template "BeginCancelDeleteFolders". Safe to repeat.
+    /// Only a later check tells whether it is.
+    static void cancelDeleteFolderForUsername(std::optional<std::string_view> username,
+                                              std::optional<std::string_view> password,
+                                              std::optional<std::string_view> processGuid,
+                                              std::string_view backupServer);
+
+    // ---- Central monitoring (Monitoring.cpp) ----
+
+    /// What the monitoring service wants of this machine: web method "GetSettings". Safe to repeat.
+    /// @return absent when the call failed or its result is no map.
+    [[nodiscard]] static std::optional<Dictionary>
+    centralMonitoringGetSettingsForUserName(std::optional<std::string_view> userName,
+                                            std::optional<std::string_view> authToken,
+                                            std::optional<std::string_view> systemName);
+
+    /// Reports an event of a backup with its figures: template "LogEvent". Tells the product's
+    /// version, the local time without its zone, and whether the schedule started the program.
+    /// A repetition is another event.
+    /// @param duration of the run, as the monitoring service counts it; may be negative
+    /// @param errFilesSize, totalFilesSize, unchangedFilesSize, uploadedFilesSize bytes
+    /// @return false when the token was refused or nothing came back.
+    [[nodiscard]] static bool centralMonitoringLogEvent(
+        std::string_view event, std::string_view userName, std::string_view authToken,
+        std::string_view systemName, std::int32_t duration, std::uint64_t errFilesCount,
+        std::uint64_t errFilesSize, std::uint64_t totalFilesCount, std::uint64_t totalFilesSize,
+        std::uint64_t unchangedFilesCount, std::uint64_t unchangedFilesSize,
+        std::uint64_t uploadedFilesCount, std::uint64_t uploadedFilesSize);
+
+    // ---- Reports (Reports.cpp) ----
+
+    /// Sends the summary of a backup to be kept for the account: web method
+    /// "SendBackupSummaryReport". Whether that succeeded is told only in the log. A repetition is
+    /// another report. Absent texts leave their placeholders in the template.
+    /// @param reportDate, backupDate sent in the local time zone
+    /// @param totalDataTransfered bytes; sent as General::sizeString()
+    static void sendBackupReportForUserName(
+        std::optional<std::string_view> userName, std::optional<std::string_view> password,
+        Date reportDate, std::optional<std::string_view> accountUserName,
+        std::optional<std::string_view> machineName, Date backupDate,
+        std::int64_t numberOfFilesNotChanged, std::int64_t numberOfFilesBackedUp,
+        std::int64_t numberOfFilesNotBackedUp, std::int64_t totalNumberOfFilesProcessed,
+        std::uint64_t totalDataTransfered);
+
+    /// Has the service send an e-mail: web method "sendEmail". A repetition is another e-mail.
+    /// @param subject, body absent: empty
+    /// @return true when the service confirms it (an answer that begins with "1", "t" or "y" in
+    ///         either case); false without a call when an address is absent.
+    [[nodiscard]] static bool sendEmailTo(std::optional<std::string_view> to,
+                                          std::optional<std::string_view> from,
+                                          std::optional<std::string_view> subject,
+                                          std::optional<std::string_view> body, bool isHTML);
+
     // ---- Upload (Upload.cpp) ----
     //
     // A file is asked about, sent part by part, and registered. Which bytes form a part, and where
@@ -247,6 +325,20 @@ public:
         std::string_view url, std::string_view requestName,
         const SubstitutionMap& httpHeaderSubstitutions, std::optional<std::string_view> requestBody,
         std::optional<Dictionary>* responseHeaders, ErrorSlot error);
+
+    // ---- Posted templates (TemplateRequests.cpp) ----
+
+    /// Posts a body of the settings' "Templates", filled and with its values escaped as XML, and
+    /// hands back the answer's text, whatever its status. At most 60 seconds. Nothing is sent when
+    /// the reachability host does not answer. Failures are told on the console log. Nothing is
+    /// repeated here.
+    /// @param anyString ignored; callers pass the empty string
+    /// @param urlSubstitutions fill the "%@" of the entry's "URL"
+    /// @return absent when there was no answer, or it is no UTF-8.
+    [[nodiscard]] static std::optional<std::string>
+    sendTemplateRequestWithName(std::string_view name, const SubstitutionMap& params,
+                                std::string_view anyString,
+                                std::initializer_list<platform::FormatArgument> urlSubstitutions);
 
     // ---- Calling a web method (Invocation.cpp) ----
 

@@ -1,6 +1,7 @@
 // Who and where this program is, and other small general operations.
 #pragma once
 
+#include "stowline/platform/DateFormatter.h"
 #include "stowline/platform/Value.h"
 #include "stowline/util/Progress.h"
 
@@ -112,6 +113,31 @@ public:
     [[nodiscard]] static bool isPasswordValid(std::string_view string);
     [[nodiscard]] static bool isFullnameValid(std::string_view string);
     [[nodiscard]] static bool isSecretAnswerValid(std::string_view string);
+
+    /// Writes dates for the e-mail that reports a backup, as "1/31/26, 9:05 PM": month, day, year of
+    /// two digits and clock of twelve hours, with plain spaces, whatever the machine's language;
+    /// local time. A new one on every call.
+    [[nodiscard]] static platform::DateFormatter emailReportDateFormatter();
+
+    /// "Stowline - Backup Report for 1/31/26, 9:05 PM".
+    [[nodiscard]] static std::string createEmailReportSubjectWithAppName(std::string_view appName,
+                                                                         Date reportDate);
+
+    /// The body of that e-mail: the resource "backupReportEmailTemplate.html" with its ten markers
+    /// ("||AppCaption||" and so on) replaced, one after the other. Values are put in as they are:
+    /// one that may hold markup must be escaped by the caller, and one that holds a later marker is
+    /// replaced again.
+    /// @return absent when the template is missing or no UTF-8
+    [[nodiscard]] static std::optional<std::string> createEmailReportHTMLBodyWithAppName(
+        std::string_view appName, Date reportDate, std::string_view username,
+        std::string_view machine, Date backupDate, std::uint64_t numNotChanged,
+        std::uint64_t numBackedUp, std::uint64_t numFailed, std::uint64_t numProcessed,
+        std::uint64_t sizeTransfered);
+
+    /// "1.50 KB": steps of 1024 from Bytes to TB, two digits after the point, truncated, unless they
+    /// are 00. From a terabyte on the two digits come from the lowest eight bits of the count, as
+    /// the reports have always had it.
+    [[nodiscard]] static std::string sizeString(std::uint64_t byteCount);
 
     /// Base64 of the text's UTF-8 bytes, with a line feed after every 32768 characters.
     [[nodiscard]] static std::string base64EncodeString(std::string_view text);

@@ -1,6 +1,7 @@
 // An account on a development service, a folder to back up, and a look at what is stored.
 #pragma once
 
+#include "cli/backup/UploadJournal.h"
 #include "devserver/Storage.h"
 #include "stowline/platform/Files.h"
 #include "tests/endtoend/Command.h"
@@ -11,6 +12,7 @@
 
 #include <fstream>
 #include <map>
+#include <thread>
 
 namespace stowline::test {
 
@@ -79,6 +81,37 @@ public:
     {
         for (const auto& [name, content] : files)
             folder.write(name, content);
+    }
+
+    [[nodiscard]] cli::UploadJournal journal() const
+    {
+        return cli::UploadJournal(command.home().path() / ".local/state/stowline/uploads");
+    }
+
+    /// Waits until the journal shows that so many bytes of some upload are confirmed.
+    void awaitSent(std::uint64_t bytes) const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const auto& entry : journal().entries()) {
+                if (entry.sentBytes >= bytes)
+                    return;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5)); // another process's file
+        }
+        FAIL() << "nothing was sent";
+    }
+
+    /// The service's page for people, as it is sent.
+    [[nodiscard]] std::string statusPage() const
+    {
+        const auto got = runProgram(
+            {{"/usr/bin/python3", "-c",
+              "import sys, urllib.request\n"
+              "sys.stdout.write(urllib.request.urlopen(sys.argv[1]).read().decode())",
+              server.address() + "/"}});
+        EXPECT_EQ(got.status, 0) << got.errors;
+        return got.output;
     }
 
     /// What the service holds below the folder: the newest version of each file, read from its

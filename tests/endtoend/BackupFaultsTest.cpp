@@ -125,8 +125,9 @@ TEST(BackupFaults, TheServiceMayDieInTheMiddle)
     account.write(files);
     test::BackgroundProgram run(
         account.backupRun({"--part-size", "16k", "--bwlimit", "200k", "--jobs", "3"}));
+    account.awaitSent(1); // the sign-in is not tried again, so it is not disturbed
     for (int i = 0; i < 3; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300 + 100 * i)); // at any moment
+        std::this_thread::sleep_for(std::chrono::milliseconds(100 + 100 * i)); // at any moment
         account.server.killAndRestart();
     }
     const auto result = run.wait();

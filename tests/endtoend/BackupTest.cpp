@@ -22,25 +22,6 @@ using test::Files;
 using test::noise;
 using test::Words;
 
-cli::UploadJournal journalOf(const BackedUp& account)
-{
-    return cli::UploadJournal(account.command.home().path() / ".local/state/stowline/uploads");
-}
-
-/// Waits until the journal shows that so many bytes of some upload are confirmed.
-void awaitSent(const BackedUp& account, std::uint64_t bytes)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (std::chrono::steady_clock::now() < deadline) {
-        for (const auto& entry : journalOf(account).entries()) {
-            if (entry.sentBytes >= bytes)
-                return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // another process's file
-    }
-    FAIL() << "nothing was sent";
-}
-
 TEST(Backup, StoresATreeAndThenOnlyWhatChanged)
 {
     const BackedUp account;
@@ -58,7 +39,7 @@ TEST(Backup, StoresATreeAndThenOnlyWhatChanged)
     EXPECT_EQ(field(first, "parts"), "6");
     EXPECT_EQ(field(first, "left_out"), "2");
     EXPECT_EQ(account.stored(), files);
-    EXPECT_TRUE(journalOf(account).entries().empty());
+    EXPECT_TRUE(account.journal().entries().empty());
 
     files["a.txt"] = "hello again";
     account.write({{"a.txt", files["a.txt"]}});
@@ -149,7 +130,7 @@ TEST(Backup, NamesOfEveryByteComeBackAsTheyWere)
 void cutOff(const BackedUp& account, std::uint64_t bytes)
 {
     test::BackgroundProgram run(account.backupRun({"--part-size", "64k", "--bwlimit", "320k"}));
-    awaitSent(account, bytes);
+    account.awaitSent(bytes);
     run.signal(SIGKILL);
     EXPECT_EQ(run.wait().status, 1000 + SIGKILL);
 }
@@ -179,7 +160,7 @@ TEST(Backup, UploadsResumeAndAbandon)
     EXPECT_EQ(account.run({"uploads", "abandon", "--all"}).status, 2); // nobody to ask
     EXPECT_EQ(account.run({"uploads", "abandon", "nothing", "--yes"}).status, 4);
     EXPECT_EQ(account.run({"uploads", "abandon", "--all", "--yes"}).status, 0);
-    EXPECT_TRUE(journalOf(account).entries().empty());
+    EXPECT_TRUE(account.journal().entries().empty());
     cutOff(account, 2 * 65536); // the service still holds the first part
     const auto result =
         account.run({"uploads", "resume", "--json", "--part-size", "64k", "--system", "iMac"});
@@ -194,12 +175,12 @@ TEST(Backup, FilesThatChangeMeanwhileAreSentAnew)
     const auto file = account.folder.path() / "growing";
     account.write({{"growing", noise(98304, 4)}});
     test::BackgroundProgram run(account.backupRun({"--part-size", "32k", "--bwlimit", "64k"}));
-    awaitSent(account, 32768);
+    account.awaitSent(32768);
     std::ofstream(file, std::ios::app) << "more";
     const auto result = run.wait();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(account.stored(), (Files{{"growing", noise(98304, 4) + "more"}}));
-    EXPECT_TRUE(journalOf(account).entries().empty());
+    EXPECT_TRUE(account.journal().entries().empty());
 }
 
 TEST(Backup, ReplacedFilesAreSentAnewAndDeletedOnesToldOf)
@@ -208,7 +189,7 @@ TEST(Backup, ReplacedFilesAreSentAnewAndDeletedOnesToldOf)
     account.write({{"a", noise(98304, 5)}, {"b", noise(98304, 6)}});
     test::BackgroundProgram run(
         account.backupRun({"--part-size", "32k", "--bwlimit", "64k", "--jobs", "1"}));
-    awaitSent(account, 32768);
+    account.awaitSent(32768);
     std::filesystem::remove(account.folder.path() / "a");
     account.write({{"new b", noise(98304, 7)}});
     std::filesystem::rename(account.folder.path() / "new b", account.folder.path() / "b");
@@ -248,7 +229,7 @@ TEST(Backup, AnInterruptionLeavesEverythingToBeGoneOnWith)
     const BackedUp account;
     account.write({{"big", noise(400000, 8)}});
     test::BackgroundProgram run(account.backupRun({"--part-size", "32k", "--bwlimit", "64k"}));
-    awaitSent(account, 32768);
+    account.awaitSent(32768);
     run.signal(SIGINT);
     const auto result = run.wait();
     EXPECT_EQ(result.status, 130);

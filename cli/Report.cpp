@@ -1,0 +1,135 @@
+// stowline report, stowline email
+#include "cli/Commands.h"
+#include "cli/Output.h"
+#include "cli/Reporting.h"
+#include "cli/ServiceFailure.h"
+#include "stowline/platform/Files.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <iterator>
+
+namespace stowline::cli {
+
+namespace {
+
+ExitStatus noRun()
+{
+    return output().fail(ExitStatus::notFound,
+                         "There was no backup yet that could be told of. \"stowline backup\" makes "
+                         "one.");
+}
+
+ExitStatus report(const SessionOptions& options, bool isDryRun)
+{
+    const auto figures = lastRun();
+    if (!figures)
+        return noRun();
+    const auto session = options.open({"SendBackupSummaryReport"});
+    if (!session)
+        return session.error();
+    if (isDryRun)
+        return output().finish(ExitStatus::done);
+    if (!sendSummary(session->username, session->password, *figures))
+        return output().fail(ExitStatus::temporary,
+                             "The service did not take the summary. Please try again later.");
+    return output().finish(ExitStatus::done, {{"sent", "summary"}});
+}
+
+struct EmailOptions {
+    std::string to;
+    std::string from;
+    std::string subject;
+    std::string textFile;
+    std::string saveTo;
+    bool isDryRun = false;
+};
+
+/// Keeps the report as a file instead of sending it.
+ExitStatus save(const EmailOptions& options, const RunFigures& figures)
+{
+    const auto html = reportHtml(figures);
+    if (!html)
+        return output().fail(ExitStatus::settingsInvalid,
+                             "The resource backupReportEmailTemplate.html is missing. Please "
+                             "install the program again.");
+    if (!platform::writeFileAtomically(options.saveTo, *html))
+        return output().fail(ExitStatus::failed, options.saveTo + " cannot be written.");
+    return output().finish(ExitStatus::done, {{"saved", options.saveTo}});
+}
+
+ExitStatus sent(bool isSent, const EmailOptions& options)
+{
+    if (!isSent)
+        return output().fail(ExitStatus::refused, "The service did not send the e-mail to " +
+                                                      options.to +
+                                                      ". Is the address right? With -v the log "
+                                                      "says more.");
+    return output().finish(ExitStatus::done, {{"sent", options.to}});
+}
+
+ExitStatus emailText(const EmailOptions& options, const std::string& from)
+{
+    const auto text = options.textFile == "-"
+                          ? std::string(std::istreambuf_iterator<char>(std::cin), {})
+                          : platform::readFile(options.textFile);
+    if (!text)
+        return output().fail(ExitStatus::notFound, options.textFile + " cannot be read.");
+    if (options.isDryRun)
+        return output().finish(ExitStatus::done);
+    return sent(WebServiceBroker::sendEmailTo(options.to, from, options.subject, *text, false),
+                options);
+}
+
+ExitStatus email(const EmailOptions& options)
+{
+    const auto figures = lastRun();
+    if (!options.saveTo.empty())
+        return figures ? save(options, *figures) : noRun();
+    if (options.to.empty())
+        return output().fail(ExitStatus::usage, "Please name the recipient, or give --save.");
+    if (const auto failure = settingsFailure("sendEmail"))
+        return *failure;
+    const std::string from = options.from.empty() ? options.to : options.from;
+    if (!options.textFile.empty())
+        return emailText(options, from);
+    if (!figures)
+        return noRun();
+    if (options.isDryRun)
+        return output().finish(ExitStatus::done);
+    return sent(sendReportEmail(options.to, from, *figures), options);
+}
+
+} // namespace
+
+void declareReport(CLI::App& app, Chosen& chosen)
+{
+    auto options = std::make_shared<SessionOptions>();
+    auto isDryRun = std::make_shared<bool>(false);
+    CLI::App* command =
+        app.add_subcommand("report", "Send the summary of the last backup to the service");
+    command->add_flag("-n,--dry-run", *isDryRun, "Send nothing");
+    options->declare(*command);
+    command->callback([options, isDryRun, &chosen] {
+        chosen = [options, isDryRun] { return report(*options, *isDryRun); };
+    });
+}
+
+void declareEmail(CLI::App& app, Chosen& chosen)
+{
+    auto options = std::make_shared<EmailOptions>();
+    CLI::App* command =
+        app.add_subcommand("email", "Send the report of the last backup, or a text, by e-mail");
+    command->add_option("TO", options->to, "Recipient");
+    command->add_option("--from", options->from, "Sender; the recipient when left out");
+    command->add_option("--subject", options->subject, "Subject of a text");
+    command->add_option("--text", options->textFile,
+                        "File with a text to send; - for standard input");
+    command->add_option("--save", options->saveTo, "Write the report to a file instead");
+    command->add_flag("-n,--dry-run", options->isDryRun, "Send nothing");
+    command->callback([options, &chosen] { chosen = [options] { return email(*options); }; });
+}
+
+} // namespace stowline::cli

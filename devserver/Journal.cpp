@@ -1,0 +1,133 @@
+#include "devserver/Journal.h"
+
+#include "stowline/platform/Cryptography.h"
+#include "stowline/platform/Files.h"
+#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/Text.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+
+namespace stowline::devserver {
+
+namespace {
+
+constexpr const char* kSchema = R"sql(
+    PRAGMA journal_mode = WAL;
+    CREATE TABLE IF NOT EXISTS journal (
+        id       INTEGER PRIMARY KEY AUTOINCREMENT,
+        kind     TEXT NOT NULL,
+        received TEXT NOT NULL DEFAULT CURRENT_TIMESTAMP,
+        fields   BLOB NOT NULL
+    ) STRICT;
+)sql";
+
+constexpr int kBusyMilliseconds = 5000;
+constexpr std::size_t kMessageIdBytes = 8;
+
+/// Something that can stand in a header: "name@domain" without blanks, controls and brackets.
+bool isAddress(const std::string& text)
+{
+    const auto at = text.find('@');
+    return at != std::string::npos && at > 0 && at + 1 < text.size() &&
+           std::ranges::all_of(text,
+                               [](char c) { return c > ' ' && c < 0x7f && c != '<' && c != '>'; });
+}
+
+bool isPlainAscii(const std::string& text)
+{
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c < 0x7f; });
+}
+
+/// A text in encoded words of at most 75 characters, none of which ends inside a character.
+std::string encodedWords(const std::string& text)
+{
+    constexpr std::size_t mostBytes = 39; // so that the line with the header's name is short enough
+    std::string words;
+    for (std::size_t start = 0; start < text.size();) {
+        std::size_t count = std::min(mostBytes, text.size() - start);
+        while (count > 1 && start + count < text.size() &&
+               (static_cast<unsigned char>(text[start + count]) & 0xC0U) == 0x80U)
+            --count;
+        words += (words.empty() ? "" : "\r\n ") +
+                 fmt::format("=?UTF-8?B?{}?=", platform::encodedBase64(text.substr(start, count)));
+        start += count;
+    }
+    return words;
+}
+
+std::string inLines(const std::string& base64)
+{
+    constexpr std::size_t longest = 76;
+    std::string lines;
+    for (std::size_t start = 0; start < base64.size(); start += longest)
+        lines += base64.substr(start, longest) + "\r\n";
+    return lines;
+}
+
+} // namespace
+
+std::string messageText(const Email& email, Date date, const std::string& messageId)
+{
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(date);
+    return fmt::format(
+        "Date: {:%a, %d %b %Y %H:%M:%S} +0000\r\nFrom: {}\r\nTo: {}\r\n"
+        "Subject: {}\r\nMessage-ID: <{}@stowline.example>\r\nMIME-Version: 1.0\r\n"
+        "Content-Type: {}; charset=utf-8\r\nContent-Transfer-Encoding: base64\r\n"
+        "\r\n{}",
+        fmt::gmtime(std::chrono::system_clock::to_time_t(seconds)), email.from, email.to,
+        isPlainAscii(email.subject) ? email.subject : encodedWords(email.subject), messageId,
+        email.isHtml ? "text/html" : "text/plain", inLines(platform::encodedBase64(email.body)));
+}
+
+Journal::Journal(std::filesystem::path dataFolder)
+    : mailFolder_(dataFolder / "mail"),
+      database_((dataFolder / "journal.sqlite").string(),
+                SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds)
+{
+    database_.exec(kSchema);
+}
+
+void Journal::add(const char* kind, const Dictionary& fields)
+{
+    const std::string bytes = platform::writeBinaryPropertyList(fields).value_or("");
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement insert(database_, "INSERT INTO journal (kind, fields) VALUES (?,?)");
+    insert.bind(1, kind);
+    insert.bind(2, bytes.data(), static_cast<int>(bytes.size()));
+    insert.exec();
+}
+
+std::vector<JournalLine> Journal::lines(const char* kind, int most)
+{
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement query(database_, "SELECT received, fields FROM journal WHERE kind = ?"
+                                       " ORDER BY id DESC LIMIT ?");
+    query.bind(1, kind);
+    query.bind(2, most);
+    std::vector<JournalLine> found;
+    while (query.executeStep()) {
+        const auto column = query.getColumn(1);
+        const auto reading = platform::readPropertyList(
+            {static_cast<const char*>(column.getBlob()), static_cast<std::size_t>(column.size())});
+        if (reading.value && reading.value->dictionary())
+            found.push_back({query.getColumn(0).getString(), *reading.value->dictionary()});
+    }
+    return found;
+}
+
+bool Journal::keep(const Email& email)
+{
+    if (!isAddress(email.to) || !isAddress(email.from))
+        return false;
+    const Date now = platform::currentDate();
+    const std::string id = platform::hexadecimalText(platform::randomBytes(kMessageIdBytes));
+    const std::string name = fmt::format("{}-{}.eml", now.time_since_epoch().count(), id);
+    return platform::makePrivateFolder(mailFolder_) &&
+           platform::writeFileAtomically(mailFolder_ / name, messageText(email, now, id));
+}
+
+} // namespace stowline::devserver

@@ -1,0 +1,57 @@
+// What machines report: events of central monitoring and summaries of backups; and e-mail to send.
+#pragma once
+
+#include "stowline/platform/Value.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace stowline::devserver {
+
+/// One event or summary, as the fields its sender gave it.
+struct JournalLine {
+    std::string receivedAt; ///< universal time
+    Dictionary fields;
+};
+
+struct Email {
+    std::string to;
+    std::string from;
+    std::string subject;
+    std::string body;
+    bool isHtml = false;
+};
+
+/// Lines in SQLite, e-mails as files "mail/<number>.eml" (RFC 5322, MIME). Any thread.
+class Journal {
+public:
+    explicit Journal(std::filesystem::path dataFolder);
+
+    void addEvent(const Dictionary& fields) { add("event", fields); }
+    void addReport(const Dictionary& fields) { add("report", fields); }
+
+    /// The newest first.
+    [[nodiscard]] std::vector<JournalLine> events(int most) { return lines("event", most); }
+    [[nodiscard]] std::vector<JournalLine> reports(int most) { return lines("report", most); }
+
+    /// Keeps an e-mail. @return false when an address is none or the disk refuses
+    [[nodiscard]] bool keep(const Email& email);
+
+private:
+    void add(const char* kind, const Dictionary& fields);
+    [[nodiscard]] std::vector<JournalLine> lines(const char* kind, int most);
+
+    const std::filesystem::path mailFolder_;
+    std::mutex mutex_;
+    SQLite::Database database_;
+};
+
+/// An e-mail as a message: headers with the subject encoded where it is not ASCII (RFC 2047), the
+/// body in Base64. Reentrant.
+[[nodiscard]] std::string messageText(const Email& email, Date date, const std::string& messageId);
+
+} // namespace stowline::devserver

@@ -1,0 +1,78 @@
+// Requests whose whole body is a template of the settings.
+#include "stowline/net/Reachability.h"
+#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/HttpExchange.h"
+#include "stowline/platform/SystemProxy.h"
+#include "stowline/platform/Text.h"
+#include "stowline/platform/Url.h"
+#include "stowline/service/FilledUrl.h"
+#include "stowline/service/ResponseReader.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+#include "stowline/util/General.h"
+
+namespace stowline {
+
+namespace {
+
+using platform::consoleLog;
+using platform::formatText;
+
+constexpr std::chrono::seconds kTimeout{60};
+
+/// The address as a URL; escaped once more when it is none.
+std::string usableUrl(const std::string& text)
+{
+    return platform::Url::fromText(text) ? text : platform::percentEscaped(text);
+}
+
+platform::HttpRequest requestFor(const Dictionary& entry, const std::string& url,
+                                 std::string_view body)
+{
+    platform::HttpRequest request{.method = "POST", .url = url, .headers = {}, .body = body};
+    setHeader(request.headers, "User-Agent", General::userAgent());
+    setHeader(request.headers, "Content-Length", formatText("%qu", body.size()));
+    const Dictionary* configured = findDictionary(entry, "httpHeaders");
+    for (const auto& [name, value] : configured ? *configured : Dictionary())
+        setHeader(request.headers, name, value.text());
+    request.proxy = platform::systemProxyFor(url);
+    return request;
+}
+
+/// The answer's body, or why there is none.
+platform::HttpOutcome outcomeOf(platform::HttpRequest request)
+{
+    platform::HttpExchange exchange(std::move(request), {});
+    if (exchange.wait(kTimeout))
+        return exchange.takeOutcome();
+    return {.failure = "The request timed out."};
+}
+
+} // namespace
+
+std::optional<std::string> WebServiceBroker::sendTemplateRequestWithName(
+    std::string_view name, const SubstitutionMap& params, std::string_view /*anyString*/,
+    std::initializer_list<platform::FormatArgument> urlSubstitutions)
+{
+    if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost()))
+        return std::nullopt;
+    const auto entry = WebServicesSettings::template_(name);
+    if (!entry) {
+        consoleLog(formatText("Attemting to send request %@, but no template found", name));
+        return std::nullopt;
+    }
+    const std::string url =
+        filledUrl(*entry, std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
+    const std::string* bodyTemplate = findString(*entry, "body");
+    const std::string body = expandTemplate(bodyTemplate ? *bodyTemplate : "", params, true);
+    auto outcome = outcomeOf(requestFor(*entry, usableUrl(url), body));
+    if (!outcome.response) {
+        consoleLog(formatText("Method %@, URL connection error: %@", name, outcome.failure));
+        return std::nullopt;
+    }
+    if (!platform::isValidUtf8(outcome.body))
+        return std::nullopt;
+    return std::move(outcome.body);
+}
+
+} // namespace stowline

@@ -1,0 +1,176 @@
+// What people look at, in a real browser: the e-mail report and the development service's page.
+#include "stowline/util/General.h"
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/RawServer.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline {
+namespace {
+
+/// Runs the browser without a window, with a profile of the test's own.
+class Browser {
+public:
+    /// The document as it stands after the page's own script has had five seconds.
+    std::string documentAt(const std::string& url, const test::Words& more = {}) const
+    {
+        test::Words words{"/usr/bin/chromium",
+                          "--headless=new",
+                          "--no-sandbox",
+                          "--disable-gpu",
+                          "--disable-dev-shm-usage",
+                          "--hide-scrollbars",
+                          "--user-data-dir=" + profile_.path().string(),
+                          "--virtual-time-budget=5000",
+                          "--dump-dom"};
+        words.insert(words.end(), more.begin(), more.end());
+        words.push_back(url);
+        const auto run = test::runProgram({words});
+        EXPECT_EQ(run.status, 0) << run.errors;
+        return run.output;
+    }
+
+private:
+    test::TemporaryFolder profile_;
+};
+
+struct Look {
+    double width = 0; ///< that the content needs
+    double contrast = 0;
+    bool isDark = false;
+    std::string text; ///< that is shown
+};
+
+/// How a document looks in a frame of a width: its own script does not run.
+Look lookOf(const std::string& html, int width, bool dark)
+{
+    const std::string script = R"js(
+        const frame = document.createElement("iframe");
+        frame.style.cssText = `border:0;width:${WIDTH}px;height:600px`;
+        frame.sandbox = "allow-same-origin"; // and no script
+        frame.srcdoc = HTML;
+        frame.onload = () => {
+            const view = frame.contentWindow, root = frame.contentDocument;
+            const light = color => { // relative luminance, WCAG 2.1
+                const [r, g, b] = color.match(/[\d.]+/g).map(Number).map(v => v / 255)
+                    .map(v => v <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4);
+                return 0.2126 * r + 0.7152 * g + 0.0722 * b;
+            };
+            const groundOf = element => { // what nobody colours is the white of the paper
+                while (element && view.getComputedStyle(element).backgroundColor === "rgba(0, 0, 0, 0)")
+                    element = element.parentElement;
+                return element ? view.getComputedStyle(element).backgroundColor : "rgb(255, 255, 255)";
+            };
+            let worst = 21;
+            for (const cell of root.querySelectorAll("td")) {
+                if (!cell.textContent.trim() || cell.querySelector("td")) continue;
+                const pair = [light(view.getComputedStyle(cell).color), light(groundOf(cell))];
+                worst = Math.min(worst, (Math.max(...pair) + 0.05) / (Math.min(...pair) + 0.05));
+            }
+            const page = light(groundOf(root.body));
+            document.title = JSON.stringify({width: root.documentElement.scrollWidth,
+                                             contrast: worst, dark: page < 0.2,
+                                             text: root.body.innerText});
+        };
+        document.body.append(frame);
+    )js";
+    const test::TemporaryFolder folder;
+    const auto file = folder.write(
+        "look.html",
+        fmt::format(
+            "<!DOCTYPE html><html><head><title></title></head><body><script>const WIDTH={};"
+            "const HTML={};{}</script></body></html>",
+            width,
+            [&html] { // no "</script>" inside the script
+                std::string text = nlohmann::json(html).dump();
+                for (auto at = text.find("</"); at != std::string::npos;
+                     at = text.find("</", at + 3))
+                    text.replace(at, 2, "<\\/");
+                return text;
+            }(),
+            script));
+    const std::string document = Browser().documentAt(
+        "file://" + file.string(),
+        {std::string("--blink-settings=preferredColorScheme=") + (dark ? "0" : "1"),
+         "--window-size=1400,900"});
+    const auto start = document.find("<title>") + 7;
+    const auto title = document.substr(start, document.find("</title>") - start);
+    const auto read = nlohmann::json::parse(title, nullptr, false);
+    if (read.is_discarded()) {
+        ADD_FAILURE() << "the browser did not look: " << title;
+        return {};
+    }
+    return {read["width"], read["contrast"], read["dark"], read["text"]};
+}
+
+/// A report with names as unkind as they come.
+std::string report()
+{
+    const test::BackedUp account;
+    account.folder.write("a", "1");
+    const auto run = account.run({"backup", account.folder.path().string(), "--system",
+                                  "machine-" + std::string(60, 'x') + "<b>||num failed||&"});
+    EXPECT_EQ(run.status, 0) << run.errors;
+    const auto file = account.folder.path() / "report.html";
+    EXPECT_EQ(account.run({"email", "--save", file.string()}).status, 0);
+    return platform::readFile(file).value();
+}
+
+TEST(ReportInABrowser, ReadsWellOnPhoneAndDesktopInLightAndDark)
+{
+    const std::string html = report();
+    EXPECT_NE(html.find("&lt;b&gt;&#124;&#124;num failed"), std::string::npos);
+    for (const int width : {360, 1280}) {
+        for (const bool dark : {false, true}) {
+            const Look look = lookOf(html, width, dark);
+            EXPECT_LE(look.width, width) << dark;
+            EXPECT_GE(look.contrast, 4.5) << width << dark;
+            EXPECT_EQ(look.isDark, dark) << width;
+        }
+    }
+}
+
+TEST(ReportInABrowser, ReadsWellWithoutItsStyleSheet)
+{
+    std::string html = report();
+    const auto start = html.find("<style>");
+    html.erase(start, html.find("</style>") + 8 - start);
+    const Look look = lookOf(html, 360, true);
+    EXPECT_LE(look.width, 360);
+    EXPECT_GE(look.contrast, 4.5);
+    EXPECT_FALSE(look.isDark);
+}
+
+TEST(PageInABrowser, FitsAPhoneAndNeedsNoScript)
+{
+    const test::BackedUp account;
+    account.folder.write("a", "1");
+    ASSERT_EQ(account.backup({"--report"}).status, 0);
+    const Look look = lookOf(account.statusPage(), 360, false);
+    EXPECT_LE(look.width, 360);
+    EXPECT_NE(look.text.find("iMac"), std::string::npos) << look.text;
+    EXPECT_NE(look.text.find("Last backups"), std::string::npos);
+}
+
+TEST(PageInABrowser, RefreshesItself)
+{
+    const test::BackedUp account;
+    const std::string first = account.statusPage();
+    ASSERT_NE(first.find("Nothing is stored yet."), std::string::npos);
+    // The same page, with other words the second time it is asked for.
+    std::atomic<int> calls = 0;
+    const test::RawServer server(
+        [&](const std::string& request, const test::RawConnection& connection) {
+            std::string page = first;
+            if (request.starts_with("GET / ") && ++calls > 1)
+                page.replace(page.find("Nothing is stored yet."), 22, "Something is stored.");
+            connection.send("HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\n"
+                            "Content-Length: " +
+                            std::to_string(page.size()) + "\r\n\r\n" + page);
+        });
+    const std::string later = Browser().documentAt(server.url());
+    EXPECT_NE(later.find("Something is stored."), std::string::npos);
+}
+
+} // namespace
+} // namespace stowline

@@ -1,0 +1,274 @@
+// Deleting folders, monitoring, reports and e-mail, through the command and every process below it.
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/RawServer.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <thread>
+
+namespace stowline {
+namespace {
+
+using test::BackedUp;
+using test::Environment;
+using test::field;
+using test::Files;
+using test::Words;
+
+constexpr const char* kToken = "token-4711";
+
+/// A service that takes the token.
+struct TokenFile {
+    test::TemporaryFolder folder;
+    std::string path = folder.write("tokens", std::string(kToken) + "\n").string();
+};
+
+Environment withToken(const BackedUp& account, const std::string& token = kToken)
+{
+    Environment environment = account.environment();
+    environment.emplace("STOWLINE_MONITOR_TOKEN", token);
+    return environment;
+}
+
+std::vector<std::filesystem::path> mails(const BackedUp& account)
+{
+    std::vector<std::filesystem::path> found;
+    std::error_code none;
+    for (const auto& file :
+         std::filesystem::directory_iterator(account.server.data() / "mail", none))
+        found.push_back(file.path());
+    return found;
+}
+
+Words removal(const BackedUp& account, Words more = {})
+{
+    Words words{"rm",       account.folder.path().string() + "/d",
+                "--system", "iMac",
+                "--json",   "--yes",
+                "--poll",   "0.05"};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+TEST(RemoveFolder, DeletesWhatIsStoredAndNothingElse)
+{
+    const BackedUp account;
+    account.write({{"d/a", "1"}, {"d/e/b", "2"}, {"other", "3"}});
+    ASSERT_EQ(account.backup().status, 0);
+    EXPECT_EQ(account.run({"rm", account.folder.path().string(), "--system", "iMac"}).status, 2);
+    EXPECT_EQ(account.run(removal(account, {"--dry-run"})).status, 0);
+    const auto result = account.run(removal(account));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"other", "3"}}));
+    const auto again = account.run(removal(account));
+    EXPECT_EQ(again.status, 6);
+    EXPECT_NE(again.errors.find("The service did not start the deletion."), std::string::npos);
+    EXPECT_EQ(account.run({"rm"}).status, 2);
+}
+
+/// A deletion that is on its way, with its command.
+class SlowDeletion {
+public:
+    SlowDeletion() : account({"--deletion-pause", "60000"})
+    {
+        account.write({{"d/a", "1"}, {"d/b", "2"}, {"d/c", "3"}});
+        EXPECT_EQ(account.backup().status, 0);
+        run.emplace(account.command.run(removal(account), account.environment()));
+        while (account.statusPage().find("1 of 3") == std::string::npos)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    BackedUp account;
+    std::optional<test::BackgroundProgram> run;
+};
+
+TEST(RemoveFolder, ShowsOnThePageAndIsCancelledByCtrlC)
+{
+    SlowDeletion deletion;
+    EXPECT_NE(deletion.account.statusPage().find("in progress"), std::string::npos);
+    deletion.run->signal(SIGINT);
+    const auto result = deletion.run->wait();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_NE(result.errors.find("The deletion is cancelled. Some of "), std::string::npos)
+        << result.errors;
+    EXPECT_NE(deletion.account.statusPage().find("cancelled"), std::string::npos);
+    EXPECT_EQ(deletion.account.stored().size(), 2U);
+}
+
+TEST(RemoveFolder, ASecondCtrlCLeavesAtOnceAndSaysSo)
+{
+    // A service that takes the request to cancel but never ends the deletion.
+    const std::string running = "<Code>Success</Code><ProcessGuid>G</ProcessGuid>"
+                                "<ProcessIsCompleted>false</ProcessIsCompleted>"
+                                "<ProcessIsCancelled>false</ProcessIsCancelled>";
+    const test::RawServer endless(test::httpAnswer(running));
+    const BackedUp account;
+    account.write({{"d/a", "1"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto file = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
+    std::string settings = platform::readFile(file).value();
+    const auto templates = settings.find("<key>Templates</key>");
+    for (auto at = settings.find("http://%@/BackupService.asmx", templates);
+         at != std::string::npos && at < settings.find("<key>WebRequests</key>");
+         at = settings.find("http://%@/BackupService.asmx", at))
+        settings.replace(at, 28, endless.url("/%@"));
+    ASSERT_TRUE(platform::writeFileAtomically(file, settings));
+
+    const auto given = account.run(removal(account, {"--follow-time", "0.2"}));
+    EXPECT_EQ(given.status, 5);
+    EXPECT_NE(given.errors.find("The deletion is not over."), std::string::npos) << given.errors;
+
+    test::BackgroundProgram run(account.command.run(removal(account), account.environment()));
+    while (endless.requests().size() < 8)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    run.signal(SIGINT);
+    const auto hasCancelled = [&endless] {
+        for (const auto& request : endless.requests()) {
+            if (request.find("BeginCancelDeleteFolders") != std::string::npos)
+                return true;
+        }
+        return false;
+    };
+    while (!hasCancelled())
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    run.signal(SIGINT);
+    const auto result = run.wait();
+    EXPECT_EQ(result.status, 130);
+    EXPECT_NE(result.errors.find("Left at once. The deletion may still be going on."),
+              std::string::npos)
+        << result.errors;
+}
+
+TEST(Monitor, ShowsSettingsAndTakesEvents)
+{
+    const TokenFile tokens;
+    const BackedUp account({"--monitoring-tokens", tokens.path, "--token-seconds", "3600"});
+    const auto settings = account.command(
+        Words{"monitor", "settings", "--json", "--system", "iMac"}, withToken(account));
+    EXPECT_EQ(settings.status, 0) << settings.errors;
+    EXPECT_EQ(field(settings, "IsEnabled"), "true");
+    EXPECT_EQ(field(settings, "SystemName"), "iMac");
+    const auto event = account.command(
+        Words{"monitor", "event", "Back<up>Started", "--system", "iMac"}, withToken(account));
+    EXPECT_EQ(event.status, 0) << event.errors;
+    EXPECT_NE(account.statusPage().find("Back&lt;up&gt;Started"), std::string::npos);
+    for (const char* command : {"settings", "event"}) {
+        Words words{"monitor", command};
+        if (std::string(command) == "event")
+            words.emplace_back("X");
+        const auto refused = account.command(words, withToken(account, "wrong"));
+        EXPECT_EQ(refused.status, 6) << refused.errors;
+        EXPECT_NE(refused.errors.find("Is the token still good?"), std::string::npos);
+    }
+}
+
+TEST(Monitor, TokensExpire)
+{
+    const TokenFile tokens;
+    const BackedUp account({"--monitoring-tokens", tokens.path, "--token-seconds", "0"});
+    EXPECT_EQ(account.command(Words{"monitor", "event", "X"}, withToken(account)).status, 6);
+}
+
+TEST(Report, TellsOfTheLastBackup)
+{
+    const BackedUp account;
+    EXPECT_EQ(account.run({"report"}).status, 4); // there was none
+    account.write({{"a", "1"}, {"b", std::string(1536, 'x')}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto result = account.run({"report"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    const std::string shown = account.statusPage();
+    EXPECT_NE(shown.find("<td>iMac</td>"), std::string::npos);
+    EXPECT_NE(shown.find("1.50 KB"), std::string::npos) << shown;
+}
+
+TEST(Email, SendsReportsAndTexts)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    ASSERT_EQ(account.backup().status, 0);
+    EXPECT_EQ(account.run({"email", "ann@b.example"}).status, 0);
+    const auto text =
+        account.command(Words{"email", "bob@b.example", "--subject", "Grüße", "--text", "-"},
+                        account.environment(), std::string("hello"));
+    EXPECT_EQ(text.status, 0) << text.errors;
+    EXPECT_EQ(mails(account).size(), 2U);
+    EXPECT_EQ(account.run({"email", "no address"}).status, 6);
+    EXPECT_EQ(account.run({"email"}).status, 2);
+    const auto saved = account.folder.path() / "report.html";
+    EXPECT_EQ(account.run({"email", "--save", saved.string()}).status, 0);
+    EXPECT_NE(platform::readFile(saved)->find(">ann</strong>"), std::string::npos);
+}
+
+TEST(BackupReports, AreAllSentAfterARun)
+{
+    const TokenFile tokens;
+    const BackedUp account({"--monitoring-tokens", tokens.path});
+    account.write({{"a", "1"}});
+    auto run = account.backupRun({"--report", "--email", "ann@b.example", "--monitor"});
+    run.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", kToken);
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(mails(account).size(), 1U);
+    const std::string shown = account.statusPage();
+    EXPECT_NE(shown.find("BackupEnded"), std::string::npos);
+    EXPECT_EQ(shown.find("No summary has come in."), std::string::npos);
+}
+
+TEST(BackupReports, WhatCannotBeSentIsKeptAndSentWithTheNext)
+{
+    const TokenFile tokens;
+    const BackedUp account({"--monitoring-tokens", tokens.path, "--fault",
+                            "SendBackupSummaryReport:1:fault", "--fault", "sendEmail:1:fault",
+                            "--fault", "LogEvent:1:reset"});
+    account.write({{"a", "1"}});
+    const auto run = [&account] {
+        auto words = account.backupRun({"--report", "--email", "ann@b.example", "--monitor"});
+        words.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", kToken);
+        return test::runProgram(words);
+    };
+    const auto first = run();
+    EXPECT_EQ(first.status, 0);
+    for (const char* kind : {"summary", "email", "event"})
+        EXPECT_NE(first.errors.find(std::string("The ") + kind + " could not be sent. It is kept"),
+                  std::string::npos)
+            << first.errors;
+    const auto outbox = account.command.home().path() / ".local/state/stowline/outbox";
+    std::size_t kept = 0;
+    for (const auto& file : std::filesystem::directory_iterator(outbox)) {
+        ++kept;
+        const std::string bytes = platform::readFile(file.path()).value();
+        EXPECT_EQ(bytes.find(kToken), std::string::npos);
+        EXPECT_EQ(bytes.find(account.password), std::string::npos);
+    }
+    EXPECT_EQ(kept, 3U);
+    const auto second = run();
+    EXPECT_EQ(second.errors, "");
+    EXPECT_TRUE(std::filesystem::is_empty(outbox));
+    EXPECT_EQ(mails(account).size(), 2U);
+}
+
+TEST(BackupReports, AFailedSignInIsToldOfLater)
+{
+    BackedUp account;
+    account.write({{"a", "1"}});
+    const std::string right = account.password;
+    account.password = "wrong";
+    const auto failed = account.backup({"--report"});
+    EXPECT_EQ(failed.status, 12);
+    EXPECT_NE(failed.errors.find("The summary could not be sent. It is kept"), std::string::npos)
+        << failed.errors;
+    EXPECT_EQ(test::jsonLines(failed.output).size(), 1U);
+    account.password = right;
+    EXPECT_EQ(account.backup({"--report"}).status, 0);
+    const std::string shown = account.statusPage();
+    std::size_t rows = 0;
+    for (auto at = shown.find("<td>iMac</td><td>"); at != std::string::npos;
+         at = shown.find("<td>iMac</td><td>", at + 1))
+        ++rows;
+    EXPECT_EQ(rows, 2U) << shown;
+}
+
+} // namespace
+} // namespace stowline
