@@ -21,7 +21,7 @@ ExitStatus account(const AccountOptions& options)
     const auto session =
         options.session.open({"GetAccountInfo", "GetAccountUsedSpace", "GetPhyPath", "getenckey"});
     if (!session)
-        return session.error();
+        return session.status();
     const auto info =
         WebServiceBroker::getAccountInfoForUsername2(session->username, session->password);
     const auto used =
@@ -31,7 +31,7 @@ ExitStatus account(const AccountOptions& options)
                              "The service did not tell about the account. Please try again later.");
     const auto path = uploadPathFor(*session);
     if (!path)
-        return path.error();
+        return path.status();
     std::vector<std::pair<std::string, std::string>> fields{{"account", session->username},
                                                             {"server", session->server},
                                                             {"used_kb", std::to_string(*used)},

@@ -68,14 +68,14 @@ Start startOf(const SessionOptions& options, const BackupFlags& flags)
         options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
                       "PreparePackagedFilesForProtection"});
     if (!session) {
-        start.failure = session.error();
+        start.failure = session.status();
         return start;
     }
     start.session = *session;
     if (const auto path = uploadPathFor(*session))
         start.serverPath = *path;
     else
-        start.failure = path.error();
+        start.failure = path.status();
     return start;
 }
 

@@ -23,7 +23,7 @@ ExitStatus list(const ListOptions& options)
 {
     const auto session = options.session.open({"GetAccountFilesAndFolders"});
     if (!session)
-        return session.error();
+        return session.status();
     RemoteListing listing = options.listing;
     listing.path = remotePathFor(options.path);
     listing.isAscending = !options.isDescending;

@@ -25,7 +25,7 @@ ExitStatus removeVersions(const RemoveOptions& options)
 {
     const auto session = options.session.open({"DeleteFilesInBulk"});
     if (!session)
-        return session.error();
+        return session.status();
     const auto refused = options.confirmation.refusal(
         fmt::format("the versions of the lists {}", fmt::join(options.versionLists, ", ")));
     if (refused)
@@ -48,7 +48,7 @@ ExitStatus removeWholeFolder(const RemoveOptions& options)
 {
     const auto session = options.session.open({"GetAccountFilesAndFolders"});
     if (!session)
-        return session.error();
+        return session.status();
     const auto refused = options.confirmation.refusal(
         "everything stored of " + options.folder.path + " of the machine " +
         options.folder.systemName);

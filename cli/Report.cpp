@@ -29,7 +29,7 @@ ExitStatus report(const SessionOptions& options, bool isDryRun)
         return noRun();
     const auto session = options.open({"SendBackupSummaryReport"});
     if (!session)
-        return session.error();
+        return session.status();
     if (isDryRun)
         return output().finish(ExitStatus::done);
     if (!sendSummary(session->username, session->password, *figures))

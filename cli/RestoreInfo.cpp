@@ -38,7 +38,7 @@ ExitStatus restoreInfo(const RestoreOptions& options)
 {
     const auto session = options.session.open({"getMetaDataAboutFilesToRecover"});
     if (!session)
-        return session.error();
+        return session.status();
     const auto result = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
         fmt::format("{}", fmt::join(options.versions, ",")), session->username, session->server, "",
         nullptr);

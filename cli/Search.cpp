@@ -21,7 +21,7 @@ ExitStatus search(const SearchOptions& options)
 {
     const auto session = options.session.open({"SearchFilesEx"});
     if (!session)
-        return session.error();
+        return session.status();
     RemoteListing listing = options.listing;
     listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
     std::optional<Error> error;

@@ -19,30 +19,30 @@ void SessionOptions::declare(CLI::App& command)
     password_.declare(command, "password", "STOWLINE_PASSWORD");
 }
 
-std::expected<Session, ExitStatus>
+Result<Session>
 SessionOptions::open(std::initializer_list<const char*> webMethods) const
 {
     if (const auto failure = settingsFailure("Authenticate"))
-        return std::unexpected(*failure);
+        return *failure;
     for (const char* method : webMethods) {
         if (const auto failure = settingsFailure(method))
-            return std::unexpected(*failure);
+            return *failure;
     }
-    const auto password = password_.read("Password for " + username_ + ": ");
+    auto password = password_.read("Password for " + username_ + ": ");
     if (!password)
-        return std::unexpected(output().finish(ExitStatus::usage));
+        return output().finish(ExitStatus::usage);
     std::optional<Error> error;
     const auto result = WebServiceBroker::authenticateForUsername(username_, *password, &error);
     if (!result)
-        return std::unexpected(callFailure(error));
+        return callFailure(error);
     if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
-        return std::unexpected(
+        return 
             output().fail(ExitStatus::signInRefused,
-                          "The service refused the sign-in. Please check user name and password."));
+                          "The service refused the sign-in. Please check user name and password.");
     Session session{username_, *password, platform::findText(*result, "backupServerName")};
     if (session.server.empty())
-        return std::unexpected(output().fail(
-            ExitStatus::temporary, "The service named no backup server. Please try again later."));
+        return output().fail(
+            ExitStatus::temporary, "The service named no backup server. Please try again later.");
     return session;
 }
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "cli/ExitStatus.h"
+#include "cli/Result.h"
 #include "cli/Secret.h"
 #include "stowline/platform/Error.h"
 
-#include <expected>
 #include <initializer_list>
 #include <string>
 
@@ -27,7 +27,7 @@ public:
 
     /// Checks the settings for the web methods, reads the password and signs in. Says what goes
     /// wrong.
-    [[nodiscard]] std::expected<Session, ExitStatus>
+    [[nodiscard]] Result<Session>
     open(std::initializer_list<const char*> webMethods) const;
 
 private:

@@ -15,7 +15,7 @@ ExitStatus systems(const SessionOptions& options)
 {
     const auto session = options.open({"GetAccountSystems"});
     if (!session)
-        return session.error();
+        return session.status();
     std::optional<Error> error;
     const auto names = WebServiceBroker::getAccountSystemsForUsername(
         session->username, session->password, session->server, &error);

@@ -37,7 +37,7 @@ ExitStatus versions(const VersionOptions& options)
 {
     const auto session = options.session.open({"GetFileVersions"});
     if (!session)
-        return session.error();
+        return session.status();
     std::optional<Error> error;
     const auto found = WebServiceBroker::getFileVersionsForUsername(
         session->username, session->password, session->server, options.fileId, &error);

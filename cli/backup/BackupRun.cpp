@@ -268,15 +268,15 @@ std::optional<std::filesystem::path> journalFolder()
     return state ? std::optional(*state / "uploads") : std::nullopt;
 }
 
-std::expected<std::string, ExitStatus> uploadPathFor(const Session& session)
+Result<std::string> uploadPathFor(const Session& session)
 {
     auto path = WebServiceBroker::getUploadServerPathForUsername(session.username, session.server,
                                                                  uploadPathIdentifier());
     if (path)
         return *path;
-    return std::unexpected(
+    return 
         output().fail(ExitStatus::temporary, "The backup server " + session.server +
-                                                 " gave no upload path. Please try again later."));
+                                                 " gave no upload path. Please try again later.");
 }
 
 } // namespace stowline::cli

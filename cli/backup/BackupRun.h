@@ -53,6 +53,6 @@ struct BackupResult {
 [[nodiscard]] std::optional<std::filesystem::path> journalFolder();
 
 /// Asks the service for this machine's upload path; says what goes wrong.
-[[nodiscard]] std::expected<std::string, ExitStatus> uploadPathFor(const Session& session);
+[[nodiscard]] Result<std::string> uploadPathFor(const Session& session);
 
 } // namespace stowline::cli

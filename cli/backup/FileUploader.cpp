@@ -2,6 +2,7 @@
 
 #include "cli/Interruption.h"
 #include "cli/RemoteName.h"
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/FileStatus.h"
 #include "stowline/platform/HttpExchange.h"
 #include "stowline/platform/MachineIdentity.h"
@@ -69,11 +70,6 @@ std::pair<std::string, std::string> splitPath(const std::string& path)
 
 } // namespace
 
-Backoff FileUploader::patience() const
-{
-    return {run_.budgetPerStep, std::chrono::steady_clock::now, randomFraction};
-}
-
 std::string FileUploader::uniqueKey() const
 {
     return fmt::format("{};crc32={:08x}", entry_.guid, entry_.checksum);
@@ -106,7 +102,7 @@ UploadOutcome FileUploader::uploadOnce()
             hasChanged_ = true;
             return {};
         }
-        if (const Failure failure = sendAndRegister(handle))
+        if (Failure failure = sendAndRegister(handle))
             return *failure;
         return outcome(Kind::stored);
     } catch (const platform::FileFault& fault) {
@@ -127,21 +123,21 @@ FileUploader::Failure FileUploader::sendAndRegister(const platform::FileHandle& 
         entry_.sentBytes = earlier->sentBytes;
         entry_.parts = earlier->parts;
         entry_.checksum = earlier->checksum;
-        if (const Failure failure = askWhatIsHeld())
+        if (Failure failure = askWhatIsHeld())
             return failure;
     }
     if (!isRegistered_) {
         if (!run_.journal.write(entry_))
             return outcome(Kind::failed, "The journal cannot be written. Is the disk full?");
-        if (const Failure failure = goOnFrom(handle, held_))
+        if (Failure failure = goOnFrom(handle, held_))
             return failure;
-        if (const Failure failure = sendParts(handle))
+        if (Failure failure = sendParts(handle))
             return failure;
         if (!isRegistered_ && !isUnchanged(handle)) {
             hasChanged_ = true;
             return UploadOutcome{};
         }
-        if (const Failure failure = registerFile())
+        if (Failure failure = registerFile())
             return failure;
     }
     run_.journal.remove(entry_.guid);
@@ -183,26 +179,42 @@ FileUploader::Failure FileUploader::takeAnswer(const Dictionary& answer)
     return std::nullopt;
 }
 
-FileUploader::Failure FileUploader::askWhatIsHeld()
+FileUploader::Failure FileUploader::repeat(const Attempt& attempt,
+                                           const std::string& whenRefused) const
 {
-    Backoff backoff = patience();
+    Backoff backoff(run_.budgetPerStep, std::chrono::steady_clock::now, randomFraction);
     for (int refusals = 0;;) {
         std::optional<Error> error;
-        const auto answer = WebServiceBroker::getServerFileInfoForClientFilename(
-            file_.path, entry_.guid, run_.session.username, run_.serverPath, run_.session.server,
-            &error);
-        if (answer)
-            return takeAnswer(*answer);
+        if (attempt(error))
+            return std::nullopt;
         if (error && isPermanent(*error))
             return outcome(Kind::failed,
                            file_.path + " is not stored: " + error->localizedDescription());
         if (!error && ++refusals == kRefusalsTaken)
-            return outcome(Kind::refused, file_.path + " is not stored: the service does not say "
-                                                       "what it holds of it.");
-        if (const Failure failure = waitBeforeNextTry(backoff, error ? error->localizedDescription()
+            return outcome(Kind::refused, file_.path + " is not stored: " + whenRefused);
+        if (Failure failure = waitBeforeNextTry(backoff, error ? error->localizedDescription()
                                                                      : "the service said no."))
             return failure;
     }
+}
+
+std::optional<Dictionary> FileUploader::answerAboutFile(ErrorSlot error) const
+{
+    return WebServiceBroker::getServerFileInfoForClientFilename(
+        file_.path, entry_.guid, run_.session.username, run_.serverPath, run_.session.server,
+        error);
+}
+
+FileUploader::Failure FileUploader::askWhatIsHeld()
+{
+    std::optional<Dictionary> answer;
+    Failure failure = repeat(
+        [&](std::optional<Error>& error) {
+            answer = answerAboutFile(&error);
+            return answer.has_value();
+        },
+        "the service does not say what it holds of it.");
+    return failure ? failure : takeAnswer(*answer);
 }
 
 /// Sets place and checksum to what the service holds.
@@ -244,7 +256,7 @@ FileUploader::Failure FileUploader::sendParts(const platform::FileHandle& handle
         }
         if (Interruptible::awaitRequest(run_.bandwidth.reserve(wanted)))
             return outcome(Kind::interrupted);
-        if (const Failure failure = sendPart({part_.data(), part_.size()}))
+        if (Failure failure = sendPart({part_.data(), part_.size()}))
             return failure;
         if (held_ == entry_.sentBytes + wanted) {
             entry_.checksum = Crc32::updateCRC32(entry_.checksum, part_.data(), part_.size());
@@ -256,7 +268,7 @@ FileUploader::Failure FileUploader::sendParts(const platform::FileHandle& handle
             if (held_ <= entry_.sentBytes && ++stepsBack == kRefusalsTaken)
                 return outcome(Kind::refused,
                                file_.path + " is not stored: the service loses what it is sent.");
-            if (const Failure failure = goOnFrom(handle, held_))
+            if (Failure failure = goOnFrom(handle, held_))
                 return failure;
         }
         if (entry_.sentBytes < file_.size && !run_.journal.write(entry_))
@@ -270,72 +282,55 @@ FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
     const std::string identifier =
         fmt::format("{};offset={};crc32={:08x}", entry_.guid, entry_.sentBytes,
                     Crc32::updateCRC32(0, bytes.data(), bytes.size()));
-    Backoff backoff = patience();
-    for (int refusals = 0;;) {
-        std::optional<Error> error;
-        const auto answer = WebServiceBroker::uploadForUser(
-            run_.session.username, bytes, file_.path, bytes.size(), run_.session.server,
-            run_.serverPath, identifier, &error);
-        if (answer)
-            return takeAnswer(*answer);
-        if (error && isPermanent(*error))
-            return outcome(Kind::failed,
-                           file_.path + " is not stored: " + error->localizedDescription());
-        if (!error && ++refusals == kRefusalsTaken)
-            return outcome(Kind::refused,
-                           file_.path + " is not stored: the service does not take it. Is there "
-                                        "room for it?");
-        if (const Failure failure = waitBeforeNextTry(backoff, error ? error->localizedDescription()
-                                                                     : "the service said no."))
-            return failure;
-    }
+    std::optional<Dictionary> answer;
+    Failure failure = repeat(
+        [&](std::optional<Error>& error) {
+            answer = WebServiceBroker::uploadForUser(run_.session.username, bytes, file_.path,
+                                                     bytes.size(), run_.session.server,
+                                                     run_.serverPath, identifier, &error);
+            return answer.has_value();
+        },
+        "the service does not take it. Is there room for it?");
+    if (!failure)
+        return takeAnswer(*answer);
+    STOWLINE_LOG_ERROR("%@", WebServiceBroker::formatUploadErrorFromResponseDictionary(
+                                 answer, identifier, "%@", failure->sentence));
+    return failure;
 }
 
-bool FileUploader::isRegisteredNow(ErrorSlot error) const
+bool FileUploader::registerOnce(ErrorSlot error) const
 {
-    const auto answer = WebServiceBroker::getServerFileInfoForClientFilename(
-        file_.path, entry_.guid, run_.session.username, run_.serverPath, run_.session.server,
-        error);
-    return answer && platform::findText(*answer, "X-Registered") == "true";
+    const auto [folder, name] = splitPath(file_.path);
+    const std::string remoteFolder = remotePath(folder.empty() ? "/" : folder);
+    if (run_.registration == RegistrationMethod::protect2)
+        return WebServiceBroker::protect2UploadedFileForUser(
+            run_.session.username, run_.session.password, run_.session.server, remotePath(name),
+            remoteFolder, file_.size, entry_.guid, file_.size, run_.serverPath, file_.modified,
+            false, run_.systemName, 0, uniqueKey(), false, file_.size, -1, error);
+    return WebServiceBroker::protectUploadedFileForUser(
+        run_.session.username, run_.session.password, run_.session.server, run_.systemName,
+        General::volumeNameFromPath(file_.path).value_or("disk"), remoteFolder, remotePath(name),
+        entry_.guid, uniqueKey(), file_.modified, file_.size, run_.serverPath + entry_.guid, error);
 }
 
 FileUploader::Failure FileUploader::registerFile()
 {
-    const auto [folder, name] = splitPath(file_.path);
-    const std::string remoteFolder = remotePath(folder.empty() ? "/" : folder);
-    Backoff backoff = patience();
-    for (int refusals = 0; !isRegistered_;) {
-        const auto start = std::chrono::steady_clock::now();
-        std::optional<Error> error;
-        const bool isDone =
-            run_.registration == RegistrationMethod::protect2
-                ? WebServiceBroker::protect2UploadedFileForUser(
-                      run_.session.username, run_.session.password, run_.session.server,
-                      remotePath(name), remoteFolder, file_.size, entry_.guid, file_.size,
-                      run_.serverPath, file_.modified, false, run_.systemName, 0, uniqueKey(),
-                      false, file_.size, -1, &error)
-                : WebServiceBroker::protectUploadedFileForUser(
-                      run_.session.username, run_.session.password, run_.session.server,
-                      run_.systemName, General::volumeNameFromPath(file_.path).value_or("disk"),
-                      remoteFolder, remotePath(name), entry_.guid, uniqueKey(), file_.modified,
-                      file_.size, run_.serverPath + entry_.guid, &error);
-        run_.registrationMicroseconds +=
-            static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                           std::chrono::steady_clock::now() - start)
-                                           .count());
-        if (isDone || isRegisteredNow(nullptr)) // an answer may have been lost
-            return std::nullopt;
-        if (error && isPermanent(*error))
-            return outcome(Kind::failed,
-                           file_.path + " is not stored: " + error->localizedDescription());
-        if (!error && ++refusals == kRefusalsTaken)
-            return outcome(Kind::refused, file_.path + " is not stored: the service does not "
-                                                       "register it.");
-        if (const Failure failure = waitBeforeNextTry(backoff, error ? error->localizedDescription()
-                                                                     : "the service said no."))
-            return failure;
-    }
-    return std::nullopt;
+    if (isRegistered_)
+        return std::nullopt;
+    return repeat(
+        [this](std::optional<Error>& error) {
+            const auto start = std::chrono::steady_clock::now();
+            const bool isDone = registerOnce(&error);
+            const auto took = std::chrono::steady_clock::now() - start;
+            run_.registrationMicroseconds += static_cast<std::uint64_t>(
+                std::chrono::duration_cast<std::chrono::microseconds>(took).count());
+            if (isDone)
+                return true;
+            // An answer may have been lost on its way.
+            const auto answer = answerAboutFile(nullptr);
+            return answer && platform::findText(*answer, "X-Registered") == "true";
+        },
+        "the service does not register it.");
 }
 
 } // namespace stowline::cli

@@ -62,18 +62,24 @@ private:
     /// What a step came to when it did not succeed.
     using Failure = std::optional<UploadOutcome>;
 
+    /// One try of a step. @return whether it is done; else the error says why not, if anything
+    using Attempt = std::function<bool(std::optional<Error>& error)>;
+
+    /// Tries a step until it is done, refused or not worth trying any more.
+    [[nodiscard]] Failure repeat(const Attempt& attempt, const std::string& whenRefused) const;
+
     [[nodiscard]] UploadOutcome uploadOnce();
     [[nodiscard]] Failure sendAndRegister(const platform::FileHandle& handle);
     [[nodiscard]] Failure askWhatIsHeld();
     [[nodiscard]] Failure sendParts(const platform::FileHandle& handle);
     [[nodiscard]] Failure sendPart(std::string_view bytes);
     [[nodiscard]] Failure registerFile();
-    [[nodiscard]] bool isRegisteredNow(ErrorSlot error) const;
+    [[nodiscard]] bool registerOnce(ErrorSlot error) const;
+    [[nodiscard]] std::optional<Dictionary> answerAboutFile(ErrorSlot error) const;
     [[nodiscard]] Failure goOnFrom(const platform::FileHandle& handle, std::uint64_t held);
     [[nodiscard]] Failure takeAnswer(const Dictionary& answer);
     [[nodiscard]] Failure waitBeforeNextTry(Backoff& backoff, const std::string& reason) const;
     [[nodiscard]] bool isUnchanged(const platform::FileHandle& handle) const;
-    [[nodiscard]] Backoff patience() const;
     [[nodiscard]] std::string uniqueKey() const;
 
     UploadRun& run_;
