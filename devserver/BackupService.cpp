@@ -309,8 +309,8 @@ std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
 Service backupService(const AccountServiceContext& context, Deletions& deletions)
 {
     Service service{"BackupService", "/BackupService.asmx", "http://stowline.example/backup", {}};
-    for (const auto& methods :
-         {accountMethods(context), registrationMethods(context), restoreMethods(context), deletionMethods(context, deletions)})
+    for (const auto& methods : {accountMethods(context), registrationMethods(context),
+                                restoreMethods(context), deletionMethods(context, deletions)})
         service.methods.insert(service.methods.end(), methods.begin(), methods.end());
     return service;
 }

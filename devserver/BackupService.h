@@ -8,7 +8,6 @@
 namespace stowline::devserver {
 
 /// The service at "/BackupService.asmx". What it is given must outlive it.
-[[nodiscard]] Service backupService(const AccountServiceContext& context,
-                                    Deletions& deletions);
+[[nodiscard]] Service backupService(const AccountServiceContext& context, Deletions& deletions);
 
 } // namespace stowline::devserver

@@ -19,8 +19,7 @@ constexpr std::string_view kShippedHost = "service.stowline.example";
 constexpr std::string_view kShippedServerAddress = "https://%@/";
 
 /// The value with every text in it pointing at this service.
-Value redirected(const Value& value, const std::string& address,
-                 const platform::UrlOrigin& origin)
+Value redirected(const Value& value, const std::string& address, const platform::UrlOrigin& origin)
 {
     if (const std::string* text = value.string()) {
         const std::string moved = platform::replacingOccurrences(

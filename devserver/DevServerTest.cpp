@@ -242,9 +242,8 @@ TEST(DevServer, AnOrdinarySoapClientCanUseIt)
     const test::TemporaryFolder folder;
     const test::DevServerProcess server(
         {"--monitoring-tokens", folder.write("tokens", "another\nzeep-token\n").string()});
-    const auto result =
-        test::runProgram({{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/soap_client.py",
-                           server.address()}});
+    const auto result = test::runProgram(
+        {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/soap_client.py", server.address()}});
     EXPECT_EQ(result.status, 0) << result.output << result.errors;
     EXPECT_EQ(result.output, "every method answered as expected\n");
 }

@@ -83,7 +83,7 @@ std::string messageText(const Email& email, Date date, const std::string& messag
         email.isHtml ? "text/html" : "text/plain", inLines(platform::encodedBase64(email.body)));
 }
 
-Journal::Journal(std::filesystem::path dataFolder)
+Journal::Journal(const std::filesystem::path& dataFolder)
     : mailFolder_(dataFolder / "mail"),
       database_((dataFolder / "journal.sqlite").string(),
                 SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds)

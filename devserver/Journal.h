@@ -29,7 +29,7 @@ struct Email {
 /// Lines in SQLite, e-mails as files "mail/<number>.eml" (RFC 5322, MIME). Any thread.
 class Journal {
 public:
-    explicit Journal(std::filesystem::path dataFolder);
+    explicit Journal(const std::filesystem::path& dataFolder);
 
     void addEvent(const Dictionary& fields) { add("event", fields); }
     void addReport(const Dictionary& fields) { add("report", fields); }

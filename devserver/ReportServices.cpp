@@ -29,6 +29,7 @@ constexpr std::array<const char*, 11> kReportFields{"userName",
 template <std::size_t Count> std::vector<Field> fields(const std::array<const char*, Count>& names)
 {
     std::vector<Field> list;
+    list.reserve(Count);
     for (const char* name : names)
         list.push_back({.name = name});
     return list;

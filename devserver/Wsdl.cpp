@@ -10,9 +10,9 @@ std::string sequenceXml(const std::vector<Field>& fields);
 
 std::string fieldXml(const Field& field)
 {
-    const std::string start = fmt::format(
-        "<xsd:element minOccurs=\"0\"{} name=\"{}\"{}", field.isList ? " maxOccurs=\"unbounded\"" : "",
-        field.name, field.nillable ? " nillable=\"true\"" : "");
+    const std::string start = fmt::format("<xsd:element minOccurs=\"0\"{} name=\"{}\"{}",
+                                          field.isList ? " maxOccurs=\"unbounded\"" : "",
+                                          field.name, field.nillable ? " nillable=\"true\"" : "");
     if (field.parts.empty())
         return fmt::format("{} type=\"xsd:{}\"/>", start, field.schemaType);
     return fmt::format("{}>{}</xsd:element>", start, sequenceXml(field.parts));

@@ -135,8 +135,8 @@ int run(const Options& options)
         accounts, storage, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
     devserver::Journal journal(options.data);
     devserver::MonitoringTokens tokens;
-    std::istringstream tokenLines(
-        options.tokens ? platform::readFile(*options.tokens).value_or("") : std::string());
+    std::istringstream tokenLines(options.tokens ? platform::readFile(*options.tokens).value_or("")
+                                                 : std::string());
     for (std::string token; std::getline(tokenLines, token);)
         tokens.add(token, std::chrono::seconds(options.tokenSeconds));
     devserver::Deletions deletions(storage, std::chrono::milliseconds(options.deletionPause));

@@ -14,7 +14,6 @@ namespace {
 
 using test::RawServer;
 
-
 bool createTrial(ErrorSlot error, bool isSealGuard = false)
 {
     return WebServiceBroker::createTrialWithFirstname("Ann", "ann", "pw", "a@b.c", "T1",
@@ -28,9 +27,9 @@ const std::vector<std::string> kTrialPlaceholders{
 TEST(Authenticate, AddsTheStatusAndLogsTheExpectedValues)
 {
     const RawServer server(test::soapAnswer("<AuthenticateResult>true</AuthenticateResult>"
-                                  "<accountStatus>Active</accountStatus>"));
-    const test::TestBundle bundle(
-        test::settingsWith("Authenticate", test::methodEntry(server.url(), {"USERNAME", "PASSWORD"})));
+                                            "<accountStatus>Active</accountStatus>"));
+    const test::TestBundle bundle(test::settingsWith(
+        "Authenticate", test::methodEntry(server.url(), {"USERNAME", "PASSWORD"})));
     const auto logger = std::make_shared<CountingLogger>();
     DDLog::addLogger(logger);
     std::optional<Error> error;
@@ -64,7 +63,8 @@ TEST(Authenticate, AddsTheStatusAndLogsTheExpectedValues)
 TEST(Authenticate, AnHttpErrorWithAResultIsStillAResult)
 {
     const RawServer server(test::soapAnswer("<AuthenticateResult>false</AuthenticateResult>", 500));
-    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry(server.url(), {})));
+    const test::TestBundle bundle(
+        test::settingsWith("Authenticate", test::methodEntry(server.url(), {})));
     const auto result = WebServiceBroker::authenticateForUsername("a", "b", nullptr);
     ASSERT_TRUE(result);
     EXPECT_EQ(*find(*result, "resStatusCode"), Value("500"));
@@ -80,8 +80,8 @@ TEST(Authenticate, WithoutHttpResponseTheStatusIsMinusOne)
     const auto helper = folder.write("WebServiceCaller", "#!/bin/sh\ncat " + archive.string() +
                                                              "; exec 1>&-; read r; exit 0\n");
     std::filesystem::permissions(helper, std::filesystem::perms::owner_all);
-    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry("u", {})), {},
-                                  folder.path());
+    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry("u", {})),
+                                  {}, folder.path());
     const auto result = WebServiceBroker::authenticateForUsername("a", "b", nullptr);
     ASSERT_TRUE(result);
     EXPECT_EQ(*find(*result, "resStatusCode"), Value("-1"));
@@ -90,7 +90,8 @@ TEST(Authenticate, WithoutHttpResponseTheStatusIsMinusOne)
 TEST(Authenticate, AFailedCallIsAbsentWithTheCallsError)
 {
     const RawServer server(test::httpAnswer(test::wireBody("fault.response.http"), 500));
-    const test::TestBundle bundle(test::settingsWith("Authenticate", test::methodEntry(server.url(), {})));
+    const test::TestBundle bundle(
+        test::settingsWith("Authenticate", test::methodEntry(server.url(), {})));
     std::optional<Error> error;
     EXPECT_FALSE(WebServiceBroker::authenticateForUsername("a", "b", &error));
     EXPECT_EQ(error->code, 200);
@@ -127,7 +128,8 @@ TEST(CreateTrial, SendsEveryValueAndSucceedsOnSuccessInAnyCase)
 {
     const RawServer server(test::soapAnswer("<r><Code>SUCCESS</Code></r>"));
     const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), kTrialPlaceholders, "r")),
+        test::settingsWith("CreateTrialAccount",
+                           test::methodEntry(server.url(), kTrialPlaceholders, "r")),
         {{"TW_ReferalCode", "REF&1"}});
     std::optional<Error> error;
     EXPECT_TRUE(createTrial(&error, true));
@@ -143,8 +145,8 @@ TEST(CreateTrial, SendsEveryValueAndSucceedsOnSuccessInAnyCase)
 TEST(CreateTrial, WithoutReferralCodeSendsAnEmptyOne)
 {
     const RawServer server(test::soapAnswer("<r><Code>success</Code></r>"));
-    const test::TestBundle bundle(
-        test::settingsWith("CreateTrialAccount", test::methodEntry(server.url(), kTrialPlaceholders, "r")));
+    const test::TestBundle bundle(test::settingsWith(
+        "CreateTrialAccount", test::methodEntry(server.url(), kTrialPlaceholders, "r")));
     EXPECT_TRUE(createTrial(nullptr));
     EXPECT_NE(server.requests().at(0).find("<REFERALCODE></REFERALCODE>"), std::string::npos);
     EXPECT_NE(server.requests().at(0).find("<ISSEALGUARD>0</ISSEALGUARD>"), std::string::npos);
@@ -186,8 +188,8 @@ TEST(CreateTrial, AFailedCallKeepsTheCallsError)
 TEST(EncryptString, EscapesTheTextAndReturnsTheServicesUnchanged)
 {
     const RawServer server(test::soapAnswer("<r> c&amp;d </r>"));
-    const test::TestBundle bundle(
-        test::settingsWith("EncryptString", test::methodEntry(server.url(), {"SOURCESTRING"}, "r")));
+    const test::TestBundle bundle(test::settingsWith(
+        "EncryptString", test::methodEntry(server.url(), {"SOURCESTRING"}, "r")));
     EXPECT_EQ(WebServiceBroker::encryptString("a&b<c"), Value(" c&d "));
     EXPECT_NE(server.requests().at(0).find("<SOURCESTRING>a&amp;b&lt;c</SOURCESTRING>"),
               std::string::npos);
@@ -196,8 +198,8 @@ TEST(EncryptString, EscapesTheTextAndReturnsTheServicesUnchanged)
 TEST(DecryptString, IsAbsentOnAnyFailure)
 {
     const RawServer server(test::httpAnswer("<html/>"));
-    const test::TestBundle bundle(
-        test::settingsWith("DecryptString", test::methodEntry(server.url(), {"SOURCESTRING"}, "r")));
+    const test::TestBundle bundle(test::settingsWith(
+        "DecryptString", test::methodEntry(server.url(), {"SOURCESTRING"}, "r")));
     EXPECT_FALSE(WebServiceBroker::decryptString("x"));
 }
 

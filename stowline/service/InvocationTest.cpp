@@ -329,8 +329,8 @@ TEST(Invocation, SixtyFourThreadsNeverMixAnswers)
 {
     const RawServer echo([](const std::string& request, const RawConnection& connection) {
         const auto begin = request.find("<p>") + 3;
-        connection.send(
-            test::soapAnswer("<echo>" + request.substr(begin, request.find("</p>") - begin) + "</echo>"));
+        connection.send(test::soapAnswer(
+            "<echo>" + request.substr(begin, request.find("</p>") - begin) + "</echo>"));
     });
     const test::TestBundle bundle(test::settingsWith("M", method(echo.url(), "echo")));
     std::vector<std::thread> threads;

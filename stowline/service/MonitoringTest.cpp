@@ -88,6 +88,15 @@ TEST(LogEvent, NoAnswerIsAFailureThatIsLogged)
     EXPECT_TRUE(logger->hasLine("LogEvent method result:\n(null)"));
 }
 
+TEST(LogEvent, WithoutAVersionItSendsAnEmptyOne)
+{
+    const RawServer server(test::httpAnswer("<ok/>"));
+    const test::TestBundle bundle(eventSettings(server.url()),
+                                  {{"CFBundleShortVersionString", 5}}); // no string
+    EXPECT_TRUE(logEvent());
+    EXPECT_NE(bodyOf(server.requests().at(0)).find("|iMac|-5||"), std::string::npos);
+}
+
 TEST(MonitoringSettings, AreAMapOrNothing)
 {
     std::string content = "<r><Interval>60</Interval></r>";

@@ -100,8 +100,10 @@ TEST(SettingsCheck, TellsMisspeltMissingAndRepeatedKeys)
     EXPECT_NE(lines.find("The key \"namespace\" is missing."), std::string::npos);
     EXPECT_NE(lines.find("The key \"nameSpace\" is not known here; is it misspelt?"),
               std::string::npos);
-    EXPECT_NE(report(changed("<key>httpHeaders</key>", "<key>URL</key><string>x</string>"
-                                                       "<key>httpHeaders</key>", "WebServices"))
+    EXPECT_NE(report(changed("<key>httpHeaders</key>",
+                             "<key>URL</key><string>x</string>"
+                             "<key>httpHeaders</key>",
+                             "WebServices"))
                   .find("WebServices.Authenticate.URL: The key stands twice"),
               std::string::npos);
 }
@@ -123,8 +125,10 @@ TEST(SettingsCheck, TellsBadHeaderAndParameterNames)
 
 TEST(SettingsCheck, TellsResultPathsThatAreMissingOrInTheWay)
 {
-    EXPECT_NE(report(changed("<key>httpHeaders</key>", "<key>resultKeyPath</key><string>a</string>"
-                                                       "<key>httpHeaders</key>", "WebServices"))
+    EXPECT_NE(report(changed("<key>httpHeaders</key>",
+                             "<key>resultKeyPath</key><string>a</string>"
+                             "<key>httpHeaders</key>",
+                             "WebServices"))
                   .find("This method needs the whole answer; remove \"resultKeyPath\"."),
               std::string::npos);
     EXPECT_NE(

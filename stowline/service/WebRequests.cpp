@@ -90,16 +90,16 @@ Dictionary listedHeaders(const HttpResponseMessage& response, const Dictionary& 
     const Array* names = findArray(requestInfo, webRequestKey::responseHeaderNames);
     if (!names)
         return listed;
-    for (const auto& [name, value] : response.headers) {
+    for (const HttpHeader& header : response.headers) {
         const auto match = std::find_if(names->begin(), names->end(), [&](const Value& candidate) {
             return candidate.string() &&
-                   platform::equalsIgnoringAsciiCase(*candidate.string(), name);
+                   platform::equalsIgnoringAsciiCase(*candidate.string(), header.first);
         });
         if (match == names->end())
             continue;
-        const auto [known, isNew] = listed.emplace(*match->string(), value);
+        const auto [known, isNew] = listed.emplace(*match->string(), header.second);
         if (!isNew) // one field in several lines (RFC 9110 section 5.3)
-            known->second = *known->second.string() + ", " + value;
+            known->second = *known->second.string() + ", " + header.second;
     }
     return listed;
 }

@@ -212,6 +212,20 @@ TEST(WebRequest, ASilentServerTimesOutAndASteadyOneDoesNot)
     EXPECT_EQ(textOf(send(steady.url())), "abc"); // 22 bytes take some 0.9 s
 }
 
+TEST(WebRequest, WithoutATimeoutItIsSixtySeconds)
+{
+    if (!std::getenv("STOWLINE_LONG_TESTS"))
+        GTEST_SKIP() << "Takes a minute; scripts/test --long runs it.";
+    const RawServer silent(
+        [](const std::string&, const RawConnection& connection) { connection.holdUntilClosed(); });
+    const test::TestBundle bundle(settingsWithRequest({}));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(send(silent.url()).error->localizedDescription(), "Request timeout");
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(took, std::chrono::seconds(59));
+    EXPECT_LT(took, std::chrono::seconds(66));
+}
+
 TEST(WebRequest, ABodyGoesToNoOtherServer)
 {
     const RawServer other(test::httpAnswer("stolen"));
