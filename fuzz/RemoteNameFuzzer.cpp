@@ -1,0 +1,16 @@
+// Exercises the names that the service carries: every path comes back, and XML can carry it.
+#include "cli/RemoteName.h"
+#include "stowline/platform/Text.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
+{
+    using namespace stowline;
+    const std::string_view path(reinterpret_cast<const char*>(bytes), size);
+    const std::string remote = cli::remotePath(path);
+    if (cli::localPath(remote) != path || platform::characterXmlCannotCarry(remote))
+        std::abort();
+    return 0;
+}
