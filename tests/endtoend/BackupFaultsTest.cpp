@@ -1,6 +1,7 @@
 // Bad days: a service that fails in every way there is, at any step, and must lose nothing.
 #include "tests/endtoend/BackedUp.h"
 #include "tests/support/MountNamespace.h"
+#include "tests/support/NetworkNamespace.h"
 
 #include <gtest/gtest.h>
 
@@ -135,6 +136,25 @@ TEST(BackupFaults, TheServiceMayDieInTheMiddle)
     EXPECT_EQ(account.stored(), files);
 }
 
+TEST(BackupFaults, TheNetworkMayVanishInTheMiddle)
+{
+    if (const auto reason = test::enterNetworkNamespace())
+        GTEST_SKIP() << *reason;
+    test::ip("link set lo up"); // of the namespace
+    const BackedUp account;
+    const Files files{{"big", noise(150000, 1)}};
+    account.write(files);
+    account.setRequestTimeout("1");
+    test::BackgroundProgram run(account.backupRun({"--part-size", "16k", "--bwlimit", "64k"}));
+    account.awaitSent(1);
+    test::ip("link set lo down");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    test::ip("link set lo up");
+    const auto result = run.wait();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), files);
+}
+
 TEST(BackupFaults, AFullDiskOfTheServiceLosesNothing)
 {
     if (const auto reason = test::enterMountNamespace())
@@ -149,37 +169,50 @@ TEST(BackupFaults, AFullDiskOfTheServiceLosesNothing)
     EXPECT_EQ(account.run({"signin"}).status, 0);
 }
 
-/// Kills the command at random moments; a last run that is left alone must make all of it whole.
+constexpr int kRoundsTogether = 5;
+
+/// A folder of files for each round.
+Files filesOf(int round)
+{
+    Files files;
+    for (unsigned i = 0; i < 5; ++i)
+        files.emplace("r" + std::to_string(round) + "/f" + std::to_string(i),
+                      noise(i * 17000, static_cast<unsigned>(round) * 10 + i));
+    return files;
+}
+
+/// A backup of the folders of some rounds.
+test::ProgramRun backupOf(const BackedUp& account, int first, int last)
+{
+    test::Words words{"backup", "--json", "--system", "iMac", "--part-size", "16k"};
+    for (int round = first; round <= last; ++round)
+        words.push_back((account.folder.path() / ("r" + std::to_string(round))).string());
+    return account.command.run(std::move(words), account.environment());
+}
+
+/// Kills the command at random moments; a run that is left alone must make all of it whole.
 void killAndResume(int kills, unsigned seed)
 {
     const BackedUp account;
     std::mt19937 random(seed);
-    Files all;
     // How long an undisturbed run takes, so that the moments spread over all of it.
-    const auto filesOf = [&](int round) {
-        Files files;
-        for (unsigned i = 0; i < 5; ++i)
-            files.emplace("r" + std::to_string(round) + "/f" + std::to_string(i),
-                          noise(i * 17000, static_cast<unsigned>(round) * 10 + i));
-        return files;
-    };
     account.write(filesOf(0));
-    all.merge(filesOf(0));
+    Files all = filesOf(0);
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(account.backup({"--part-size", "16k"}).status, 0);
+    ASSERT_EQ(test::runProgram(backupOf(account, 0, 0)).status, 0);
     const std::chrono::duration<double> whole = std::chrono::steady_clock::now() - start;
     for (int round = 1; round <= kills; ++round) {
         account.write(filesOf(round));
         all.merge(filesOf(round));
-        test::BackgroundProgram run(account.backupRun({"--part-size", "16k"}));
+        test::BackgroundProgram run(backupOf(account, round, round));
         std::this_thread::sleep_for(whole * std::uniform_real_distribution<>(0, 1)(random));
         run.signal(SIGKILL);
         (void)run.wait();
-        if (round % 5 != 0)
+        if (round % kRoundsTogether != 0)
             continue; // several cut-off runs one after another
-        const auto result = account.backup({"--part-size", "16k"});
+        const auto result = test::runProgram(backupOf(account, round - kRoundsTogether + 1, round));
         ASSERT_EQ(result.status, 0) << result.errors;
-        ASSERT_EQ(account.stored(), all) << "after " << round;
+        ASSERT_TRUE(account.stored() == all) << "after " << round;
     }
 }
 

@@ -1,4 +1,5 @@
 // Deleting folders, monitoring, reports and e-mail, through the command and every process below it.
+#include "devserver/Journal.h"
 #include "tests/endtoend/BackedUp.h"
 #include "tests/support/RawServer.h"
 
@@ -160,6 +161,18 @@ TEST(Monitor, ShowsSettingsAndTakesEvents)
         EXPECT_EQ(refused.status, 6) << refused.errors;
         EXPECT_NE(refused.errors.find("Is the token still good?"), std::string::npos);
     }
+}
+
+TEST(Monitor, TellsWhetherTheScheduleStartedTheProgram)
+{
+    const TokenFile tokens;
+    const BackedUp account({"--monitoring-tokens", tokens.path});
+    for (const char* word : {"scheduled_launch", "by_hand"})
+        EXPECT_EQ(account.command(Words{"monitor", "event", word}, withToken(account)).status, 0);
+    devserver::Journal journal(account.server.data());
+    const auto events = journal.events(2);
+    EXPECT_EQ(platform::findText(events.at(0).fields, "isScheduled"), "false");
+    EXPECT_EQ(platform::findText(events.at(1).fields, "isScheduled"), "true");
 }
 
 TEST(Monitor, TokensExpire)
