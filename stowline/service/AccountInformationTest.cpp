@@ -21,9 +21,9 @@ std::string hostOf(const RawServer& server)
 
 TEST(UsedSpace, ReadsTheNumberTheAnswerStartsWith)
 {
-    std::string text = "1234567890123";
+    test::SharedText text("1234567890123");
     const RawServer server([&text](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::soapAnswer("<r>" + text + "</r>"));
+        connection.send(test::soapAnswer("<r>" + text.get() + "</r>"));
     });
     const test::TestBundle bundle(settingsWith(
         "GetAccountUsedSpace", methodEntry(server.url(), {"USERNAME", "PASSWORD"}, "r")));

@@ -35,9 +35,9 @@ std::string listing(const std::string& name)
 
 TEST(FilesAndFolders, ListsOfManyOneAndNoneAreAlwaysArrays)
 {
-    std::string capture = "list-many.response.http";
+    test::SharedText capture("list-many.response.http");
     const RawServer server([&capture](const std::string&, const test::RawConnection& connection) {
-        connection.send(listing(capture));
+        connection.send(listing(capture.get()));
     });
     const test::TestBundle bundle(
         settingsWith("GetAccountFilesAndFolders", methodEntry(server.url(), kFolder)));
@@ -81,11 +81,11 @@ TEST(FilesAndFolders, SendsEveryParameter)
 
 TEST(FilesAndFolders, TotalsThatAreNoNumbersChangeNothing)
 {
-    std::string text = "none";
+    test::SharedText text("none");
     const RawServer server([&text](const std::string&, const test::RawConnection& connection) {
         connection.send(test::soapAnswer("<GetAccountFilesAndFoldersResult><Code>SUCCESS</Code>"
                                          "</GetAccountFilesAndFoldersResult><totalCount>" +
-                                         text + "</totalCount>"));
+                                         text.get() + "</totalCount>"));
     });
     const test::TestBundle bundle(
         settingsWith("GetAccountFilesAndFolders", methodEntry(server.url(), kFolder)));
@@ -138,11 +138,11 @@ TEST(FilesAndFolders, TheCallsErrorComesBack)
 
 TEST(Systems, OneNameIsAnArrayOfOne)
 {
-    std::string systems;
+    test::SharedText systems;
     const RawServer server([&systems](const std::string&, const test::RawConnection& connection) {
         connection.send(test::soapAnswer("<GetAccountSystemsResult><Code>Success</Code>"
                                          "</GetAccountSystemsResult>" +
-                                         systems));
+                                         systems.get()));
     });
     const test::TestBundle bundle(settingsWith(
         "GetAccountSystems", methodEntry(server.url(), {"USERNAME", "PASSWORD", "SERVERNAME"})));
@@ -232,9 +232,9 @@ TEST(Recovery, TellsTheLocalTimeAndNeverWritesTheError)
 
 TEST(DeleteVersions, IsTheTruthOfTheAnswer)
 {
-    std::string text;
+    test::SharedText text;
     const RawServer server([&text](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::soapAnswer(text));
+        connection.send(test::soapAnswer(text.get()));
     });
     const test::TestBundle bundle(
         settingsWith("DeleteFilesInBulk", methodEntry("http://%@/", {"UNAME", "FILELISTID"}, "r")));

@@ -43,9 +43,9 @@ protected:
         return request.substr(request.find("\r\n\r\n") + 4);
     }
 
-    std::string answer_;
+    test::SharedText answer_;
     RawServer server_{[this](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::httpAnswer(answer_));
+        connection.send(test::httpAnswer(answer_.get()));
     }};
     test::TestBundle bundle_{deletionSettings()};
 };

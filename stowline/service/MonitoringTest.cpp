@@ -65,9 +65,9 @@ TEST(LogEvent, SendsEveryFigure)
 
 TEST(LogEvent, OnlyARefusedTokenAndSilenceAreFailures)
 {
-    std::string answer = "<Fault>anything else</Fault>";
+    test::SharedText answer("<Fault>anything else</Fault>");
     const RawServer server([&answer](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::httpAnswer(answer, 500));
+        connection.send(test::httpAnswer(answer.get(), 500));
     });
     const test::TestBundle bundle(eventSettings(server.url()));
     EXPECT_TRUE(logEvent());
@@ -99,9 +99,9 @@ TEST(LogEvent, WithoutAVersionItSendsAnEmptyOne)
 
 TEST(MonitoringSettings, AreAMapOrNothing)
 {
-    std::string content = "<r><Interval>60</Interval></r>";
+    test::SharedText content("<r><Interval>60</Interval></r>");
     const RawServer server([&content](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::soapAnswer(content));
+        connection.send(test::soapAnswer(content.get()));
     });
     const test::TestBundle bundle(test::settingsWith(
         "GetSettings",

@@ -96,9 +96,9 @@ const std::vector<std::string> kEmail{"STRTOADDRESS", "STRFROMADDRESS", "STRSUBJ
 
 TEST(Email, IsSentWhenTheAnswerBeginsLikeYes)
 {
-    std::string word;
+    test::SharedText word;
     const RawServer server([&word](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::soapAnswer(word));
+        connection.send(test::soapAnswer(word.get()));
     });
     const test::TestBundle bundle(
         settingsWith("sendEmail", methodEntry(server.url(), kEmail, "r")));

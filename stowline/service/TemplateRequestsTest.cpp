@@ -144,9 +144,9 @@ TEST(TemplateRequest, ConnectionErrorsAreToldOnTheConsole)
 
 TEST(TemplateRequest, LargeAnswersAndOtherEncodings)
 {
-    std::string content(10 << 20, 'x');
+    test::SharedText content(std::string(10 << 20, 'x'));
     const RawServer server([&content](const std::string&, const RawConnection& connection) {
-        connection.send(test::httpAnswer(content));
+        connection.send(test::httpAnswer(content.get()));
     });
     const Console console;
     const test::TestBundle bundle(settingsWithTemplate({{"URL", server.url()}, {"body", "b"}}));

@@ -284,9 +284,9 @@ TEST(Protect2, SendsItsSixteenParametersOneByOne)
 
 TEST(Protect2, OnlySuccessIsTrue)
 {
-    std::string word = "ok";
+    test::SharedText word("ok");
     const RawServer server([&word](const std::string&, const test::RawConnection& connection) {
-        connection.send(test::soapAnswer("<r>" + word + "</r>"));
+        connection.send(test::soapAnswer("<r>" + word.get() + "</r>"));
     });
     const test::TestBundle bundle(
         test::settingsWith("protect2", test::methodEntry("http://%@/", kProtect2, "r")));

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,27 @@ public:
 private:
     class Implementation;
     std::unique_ptr<Implementation> implementation_;
+};
+
+/// A text that a test changes while a server's threads read it.
+class SharedText {
+public:
+    SharedText(std::string text = {}) : text_(std::move(text)) {}
+    SharedText& operator=(std::string text)
+    {
+        const std::lock_guard lock(mutex_);
+        text_ = std::move(text);
+        return *this;
+    }
+    [[nodiscard]] std::string get() const
+    {
+        const std::lock_guard lock(mutex_);
+        return text_;
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::string text_;
 };
 
 /// "HTTP/1.1 200 OK" with type, length and body.
