@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 namespace stowline::platform {
@@ -55,6 +56,9 @@ std::string systemProxyFor(const std::string& url)
 {
     if (environmentDecides(url))
         return {};
+    // One at a time: the resolvers share state that they make on first use.
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
     const std::unique_ptr<char*, ListDeleter> answer(
         g_proxy_resolver_lookup(g_proxy_resolver_get_default(), url.c_str(), nullptr, nullptr));
     return usableProxy(answer.get());
