@@ -230,8 +230,8 @@ void measureParts()
                after.ru_maxrss - before.ru_maxrss);
 }
 
-std::vector<std::pair<std::string, std::string>> commandEnvironment(
-    const test::DevServerProcess& server, const test::TemporaryFolder& home)
+std::vector<std::pair<std::string, std::string>>
+commandEnvironment(const test::DevServerProcess& server, const test::TemporaryFolder& home)
 {
     return {{"STOWLINE_BUNDLE", server.bundle().string()},
             {"HOME", home.path().string()},
@@ -278,8 +278,8 @@ void measureListing()
     const test::TemporaryFolder home;
     signUp(server, home);
     {
-        SQLite::Database database((server.data() / "files.sqlite").string(),
-                                  SQLite::OPEN_READWRITE, 5000);
+        SQLite::Database database((server.data() / "files.sqlite").string(), SQLite::OPEN_READWRITE,
+                                  5000);
         SQLite::Transaction transaction(database);
         SQLite::Statement insert(database,
                                  "INSERT INTO items (user_name, system_name, folder, name,"

@@ -103,9 +103,9 @@ ExitStatus backUpTree(const SessionOptions& options, BackupFlags& flags,
     const Date begun = platform::currentDate();
     const Start start = startOf(options, flags);
     if (start.serverPath.empty()) {
-        flags.reports.tell(std::nullopt, {.username = options.username(),
-                                          .machine = flags.systemName,
-                                          .begun = begun});
+        flags.reports.tell(
+            std::nullopt,
+            {.username = options.username(), .machine = flags.systemName, .begun = begun});
         return start.failure;
     }
     const Interruptible interruptible;

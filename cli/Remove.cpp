@@ -49,9 +49,9 @@ ExitStatus removeWholeFolder(const RemoveOptions& options)
     const auto session = options.session.open({"GetAccountFilesAndFolders"});
     if (!session)
         return session.status();
-    const auto refused = options.confirmation.refusal(
-        "everything stored of " + options.folder.path + " of the machine " +
-        options.folder.systemName);
+    const auto refused =
+        options.confirmation.refusal("everything stored of " + options.folder.path +
+                                     " of the machine " + options.folder.systemName);
     return refused ? *refused : removeFolder(*session, options.folder);
 }
 
@@ -78,8 +78,9 @@ void declareRemove(CLI::App& app, Chosen& chosen)
     command->add_option("--poll", options->folder.pollSeconds, "Seconds between two questions")
         ->check(CLI::Range(0.01, 3600.0))
         ->capture_default_str();
-    command->add_option("--follow-time", options->folder.followSeconds,
-                        "Seconds to follow the deletion at most")
+    command
+        ->add_option("--follow-time", options->folder.followSeconds,
+                     "Seconds to follow the deletion at most")
         ->check(CLI::NonNegativeNumber)
         ->capture_default_str();
     options->confirmation.declare(*command);

@@ -19,8 +19,7 @@ void SessionOptions::declare(CLI::App& command)
     password_.declare(command, "password", "STOWLINE_PASSWORD");
 }
 
-Result<Session>
-SessionOptions::open(std::initializer_list<const char*> webMethods) const
+Result<Session> SessionOptions::open(std::initializer_list<const char*> webMethods) const
 {
     if (const auto failure = settingsFailure("Authenticate"))
         return *failure;
@@ -36,13 +35,13 @@ SessionOptions::open(std::initializer_list<const char*> webMethods) const
     if (!result)
         return callFailure(error);
     if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
-        return 
-            output().fail(ExitStatus::signInRefused,
-                          "The service refused the sign-in. Please check user name and password.");
+        return output().fail(
+            ExitStatus::signInRefused,
+            "The service refused the sign-in. Please check user name and password.");
     Session session{username_, *password, platform::findText(*result, "backupServerName")};
     if (session.server.empty())
-        return output().fail(
-            ExitStatus::temporary, "The service named no backup server. Please try again later.");
+        return output().fail(ExitStatus::temporary,
+                             "The service named no backup server. Please try again later.");
     return session;
 }
 

@@ -27,8 +27,7 @@ public:
 
     /// Checks the settings for the web methods, reads the password and signs in. Says what goes
     /// wrong.
-    [[nodiscard]] Result<Session>
-    open(std::initializer_list<const char*> webMethods) const;
+    [[nodiscard]] Result<Session> open(std::initializer_list<const char*> webMethods) const;
 
 private:
     std::string username_;

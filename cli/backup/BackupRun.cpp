@@ -274,9 +274,9 @@ Result<std::string> uploadPathFor(const Session& session)
                                                                  uploadPathIdentifier());
     if (path)
         return *path;
-    return 
-        output().fail(ExitStatus::temporary, "The backup server " + session.server +
-                                                 " gave no upload path. Please try again later.");
+    return output().fail(ExitStatus::temporary,
+                         "The backup server " + session.server +
+                             " gave no upload path. Please try again later.");
 }
 
 } // namespace stowline::cli

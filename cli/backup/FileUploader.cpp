@@ -193,7 +193,7 @@ FileUploader::Failure FileUploader::repeat(const Attempt& attempt,
         if (!error && ++refusals == kRefusalsTaken)
             return outcome(Kind::refused, file_.path + " is not stored: " + whenRefused);
         if (Failure failure = waitBeforeNextTry(backoff, error ? error->localizedDescription()
-                                                                     : "the service said no."))
+                                                               : "the service said no."))
             return failure;
     }
 }

@@ -187,8 +187,9 @@ private:
         }
         for (const auto& [name, value] : request_.headers) {
             if (name.empty() || breaksHeader(name) || breaksHeader(value)) {
-                fail(HttpFailure::request, "The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +
-                     "\" cannot be sent: it holds a line break or a NUL character.");
+                fail(HttpFailure::request,
+                     "The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +
+                         "\" cannot be sent: it holds a line break or a NUL character.");
                 return false;
             }
         }
@@ -348,7 +349,7 @@ private:
     {
         if (limitReached_) {
             fail(HttpFailure::size, "The answer from " + origin_.host + " is larger than " +
-                 std::to_string(limits_.maximumResponseBytes) + " bytes.");
+                                        std::to_string(limits_.maximumResponseBytes) + " bytes.");
             return;
         }
         if (result != CURLE_OK) {
@@ -379,20 +380,20 @@ private:
     {
         const auto target = originOf(location);
         if (!target || (origin_.scheme == "https" && target->scheme != "https")) {
-            fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects to \"" + location +
-                 "\", which is not followed.");
+            fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects to \"" +
+                                            location + "\", which is not followed.");
             return;
         }
         if (++redirects_ > limits_.maximumRedirects) {
             fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects more than " +
-                 std::to_string(limits_.maximumRedirects) + " times.");
+                                            std::to_string(limits_.maximumRedirects) + " times.");
             return;
         }
         if (redirect == Redirect::repeated && request_.bodyStaysAtOrigin &&
             !request_.body.empty() && *target != origin_) {
-            fail(HttpFailure::redirect,
-                 "The server at " + origin_.host + " redirects the data to \"" + location +
-                     "\", another server, where it is not sent.");
+            fail(HttpFailure::redirect, "The server at " + origin_.host +
+                                            " redirects the data to \"" + location +
+                                            "\", another server, where it is not sent.");
             return;
         }
         if (redirect == Redirect::asGet) {

@@ -58,8 +58,9 @@ bool isNumberText(const Value& value)
 {
     const std::string* text = value.string();
     double number = 0;
-    return text && std::from_chars(text->data(), text->data() + text->size(), number).ptr ==
-                       text->data() + text->size() &&
+    return text &&
+           std::from_chars(text->data(), text->data() + text->size(), number).ptr ==
+               text->data() + text->size() &&
            !text->empty();
 }
 
@@ -265,12 +266,12 @@ private:
             if (!found && rule.required)
                 add(path, "The key " + quoted(rule.key) + " is missing.");
             if (found && !isOfKind(*found, rule.kind))
-                add(joined(path, rule.key),
-                    "This must be " + std::string(nameOf(rule.kind)) + ", not " +
-                        (rule.kind == Kind::number && found->string()
-                             ? quoted(*found->string())
-                             : "a " + std::string(found->kindName())) +
-                        ".");
+                add(joined(path, rule.key), "This must be " + std::string(nameOf(rule.kind)) +
+                                                ", not " +
+                                                (rule.kind == Kind::number && found->string()
+                                                     ? quoted(*found->string())
+                                                     : "a " + std::string(found->kindName())) +
+                                                ".");
         }
         for (const auto& field : *entry) {
             const std::string& key = field.first;

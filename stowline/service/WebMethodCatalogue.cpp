@@ -101,9 +101,7 @@ std::span<const WebRequestNeeds> webRequestCatalogue()
 std::span<const TemplateNeeds> templateCatalogue()
 {
     static const std::vector<TemplateNeeds> templates{
-        {"BeginDeleteFolders",
-         {"<<USERNAME>>", "<<PASSWORD>>", "<<SYSTEMNAME>>", "<<PATH>>"},
-         1},
+        {"BeginDeleteFolders", {"<<USERNAME>>", "<<PASSWORD>>", "<<SYSTEMNAME>>", "<<PATH>>"}, 1},
         {"CheckDeleteFolders", {"<<USERNAME>>", "<<PASSWORD>>", "<<PROCESSGUID>>"}, 1},
         {"BeginCancelDeleteFolders", {"<<USERNAME>>", "<<PASSWORD>>", "<<PROCESSGUID>>"}, 1},
         {"LogEvent",

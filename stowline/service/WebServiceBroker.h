@@ -90,8 +90,9 @@ public:
     /// The account's encryption key, which the service holds: web method "getenckey". It is neither
     /// kept nor logged here.
     /// @return not empty; absent when the call failed or answered nothing.
-    [[nodiscard]] static std::optional<std::string> getEncKeyForUserName(
-        std::string_view username, std::string_view password, std::string_view backupServer);
+    [[nodiscard]] static std::optional<std::string>
+    getEncKeyForUserName(std::string_view username, std::string_view password,
+                         std::string_view backupServer);
 
     /// Announces that the files of a package are about to be protected: web method
     /// "PreparePackagedFilesForProtection".
@@ -129,11 +130,9 @@ public:
 
     /// Stored versions of a file: web method "GetFileVersions".
     /// @return maps as the service describes versions
-    [[nodiscard]] static std::optional<Array>
-    getFileVersionsForUsername(std::optional<std::string_view> username,
-                               std::optional<std::string_view> password,
-                               std::optional<std::string_view> backupServer, std::int64_t fileID,
-                               ErrorSlot error);
+    [[nodiscard]] static std::optional<Array> getFileVersionsForUsername(
+        std::optional<std::string_view> username, std::optional<std::string_view> password,
+        std::optional<std::string_view> backupServer, std::int64_t fileID, ErrorSlot error);
 
     /// One page of the files whose names match, in a folder and below it, sorted by name: web
     /// method "SearchFilesEx".
@@ -170,21 +169,17 @@ public:
     /// Starts the deletion of a folder: template "BeginDeleteFolders". Not safe to repeat.
     /// @return the process's identifier as it stands in the answer; absent when there is no answer,
     ///         the service refuses, or names none.
-    [[nodiscard]] static std::optional<std::string>
-    beginDeleteFolderForUsername(std::optional<std::string_view> username,
-                                 std::optional<std::string_view> password,
-                                 std::optional<std::string_view> systemName,
-                                 std::optional<std::string_view> path,
-                                 std::string_view backupServer);
+    [[nodiscard]] static std::optional<std::string> beginDeleteFolderForUsername(
+        std::optional<std::string_view> username, std::optional<std::string_view> password,
+        std::optional<std::string_view> systemName, std::optional<std::string_view> path,
+        std::string_view backupServer);
 
     /// Whether to stop asking: template "CheckDeleteFolders". Safe to repeat.
     /// @return true when the process is completed or cancelled, and also when there is no answer or
     ///         it cannot be understood; false while the process runs.
-    [[nodiscard]] static bool
-    checkDeleteFolderForUsername(std::optional<std::string_view> username,
-                                 std::optional<std::string_view> password,
-                                 std::optional<std::string_view> processGuid,
-                                 std::string_view backupServer);
+    [[nodiscard]] static bool checkDeleteFolderForUsername(
+        std::optional<std::string_view> username, std::optional<std::string_view> password,
+        std::optional<std::string_view> processGuid, std::string_view backupServer);
 
     /// Asks the service to cancel the process: template "BeginCancelDeleteFolders". Safe to repeat.
     /// Only a later check tells whether it is.
@@ -247,7 +242,8 @@ public:
 
     /// What a backup server holds of a file: web request "GetServerPartInfo". Safe to repeat.
     /// @param filename, forUsername, withServerUploadPath travel in Base64: any bytes
-    /// @param error stored when the request failed; untouched when an argument is absent (nothing is
+    /// @param error stored when the request failed; untouched when an argument is absent (nothing
+    /// is
     ///        sent then) and when the server says no
     /// @return the response headers that the settings list, when the server's "Status" is true.
     [[nodiscard]] static std::optional<Dictionary> getServerFileInfoForClientFilename(
@@ -310,8 +306,8 @@ public:
     // ---- Plain HTTP requests (WebRequests.cpp) ----
 
     /// Sends a request that the settings' "WebRequests" describe, in process, and reads its whole
-    /// body. The status of the response is not judged. Redirects are followed, but a body goes to no
-    /// other server. Nothing is repeated here.
+    /// body. The status of the response is not judged. Redirects are followed, but a body goes to
+    /// no other server. Nothing is repeated here.
     /// @param url the request's whole address; the entry's is not read
     /// @param requestName key of the table; an entry that is missing is one without any key
     /// @param httpHeaderSubstitutions fill the header templates, unescaped
@@ -321,10 +317,11 @@ public:
     /// @param error cleared first; code 250 for a time-out, an address or header that cannot be
     ///        sent, else the stream's own (domain kHttpErrorDomain)
     /// @return absent when the request failed.
-    [[nodiscard]] static std::optional<Data> sendWebRequestWithURL(
-        std::string_view url, std::string_view requestName,
-        const SubstitutionMap& httpHeaderSubstitutions, std::optional<std::string_view> requestBody,
-        std::optional<Dictionary>* responseHeaders, ErrorSlot error);
+    [[nodiscard]] static std::optional<Data>
+    sendWebRequestWithURL(std::string_view url, std::string_view requestName,
+                          const SubstitutionMap& httpHeaderSubstitutions,
+                          std::optional<std::string_view> requestBody,
+                          std::optional<Dictionary>* responseHeaders, ErrorSlot error);
 
     // ---- Posted templates (TemplateRequests.cpp) ----
 

@@ -114,8 +114,8 @@ public:
     [[nodiscard]] static bool isFullnameValid(std::string_view string);
     [[nodiscard]] static bool isSecretAnswerValid(std::string_view string);
 
-    /// Writes dates for the e-mail that reports a backup, as "1/31/26, 9:05 PM": month, day, year of
-    /// two digits and clock of twelve hours, with plain spaces, whatever the machine's language;
+    /// Writes dates for the e-mail that reports a backup, as "1/31/26, 9:05 PM": month, day, year
+    /// of two digits and clock of twelve hours, with plain spaces, whatever the machine's language;
     /// local time. A new one on every call.
     [[nodiscard]] static platform::DateFormatter emailReportDateFormatter();
 
@@ -128,15 +128,16 @@ public:
     /// one that may hold markup must be escaped by the caller, and one that holds a later marker is
     /// replaced again.
     /// @return absent when the template is missing or no UTF-8
-    [[nodiscard]] static std::optional<std::string> createEmailReportHTMLBodyWithAppName(
-        std::string_view appName, Date reportDate, std::string_view username,
-        std::string_view machine, Date backupDate, std::uint64_t numNotChanged,
-        std::uint64_t numBackedUp, std::uint64_t numFailed, std::uint64_t numProcessed,
-        std::uint64_t sizeTransfered);
+    [[nodiscard]] static std::optional<std::string>
+    createEmailReportHTMLBodyWithAppName(std::string_view appName, Date reportDate,
+                                         std::string_view username, std::string_view machine,
+                                         Date backupDate, std::uint64_t numNotChanged,
+                                         std::uint64_t numBackedUp, std::uint64_t numFailed,
+                                         std::uint64_t numProcessed, std::uint64_t sizeTransfered);
 
-    /// "1.50 KB": steps of 1024 from Bytes to TB, two digits after the point, truncated, unless they
-    /// are 00. From a terabyte on the two digits come from the lowest eight bits of the count, as
-    /// the reports have always had it.
+    /// "1.50 KB": steps of 1024 from Bytes to TB, two digits after the point, truncated, unless
+    /// they are 00. From a terabyte on the two digits come from the lowest eight bits of the count,
+    /// as the reports have always had it.
     [[nodiscard]] static std::string sizeString(std::uint64_t byteCount);
 
     /// Base64 of the text's UTF-8 bytes, with a line feed after every 32768 characters.

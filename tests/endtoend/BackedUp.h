@@ -105,11 +105,11 @@ public:
     /// The service's page for people, as it is sent.
     [[nodiscard]] std::string statusPage() const
     {
-        const auto got = runProgram(
-            {{"/usr/bin/python3", "-c",
-              "import sys, urllib.request\n"
-              "sys.stdout.write(urllib.request.urlopen(sys.argv[1]).read().decode())",
-              server.address() + "/"}});
+        const auto got =
+            runProgram({{"/usr/bin/python3", "-c",
+                         "import sys, urllib.request\n"
+                         "sys.stdout.write(urllib.request.urlopen(sys.argv[1]).read().decode())",
+                         server.address() + "/"}});
         EXPECT_EQ(got.status, 0) << got.errors;
         return got.output;
     }

@@ -12,8 +12,8 @@ namespace {
 ProgramRun serverRun(const TemporaryFolder& folder, const std::filesystem::path& data,
                      const std::vector<std::string>& arguments)
 {
-    ProgramRun run{{builtProgram("stowline-devserver"), "--data", data.string(),
-                    "--bundle", (folder.path() / "bundle").string(), "--port-file",
+    ProgramRun run{{builtProgram("stowline-devserver"), "--data", data.string(), "--bundle",
+                    (folder.path() / "bundle").string(), "--port-file",
                     (folder.path() / "port").string()}};
     run.words.insert(run.words.end(), arguments.begin(), arguments.end());
     return run;
