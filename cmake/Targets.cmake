@@ -11,7 +11,8 @@ endfunction()
 
 # stowline_test(<name> SOURCES ... DEPENDS ... [LABELS ...] [NEEDS ...] [SECONDS ...])
 # One GoogleTest executable for a folder. Every test runs in a process of its own, so that tests may
-# set what a process can set only once. NEEDS names programs that must be built first; SECONDS is how long a test may take.
+# set what a process can set only once. NEEDS names programs that must be built first;
+# SECONDS is how long a test may take.
 function(stowline_test name)
   if(NOT STOWLINE_TESTS)
     return()
@@ -34,8 +35,10 @@ function(stowline_test name)
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
     # Tests of fork() start threads in the child, which the thread sanitizer only does when told.
-    # The desktop's proxies are no part of a test.
-    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS} ENVIRONMENT
-               "TSAN_OPTIONS=die_after_fork=0;GIO_USE_PROXY_RESOLVER=dummy"
+    # The desktop's proxies are no part of a test. Two properties, because a list would be cut at
+    # its semicolon on the way to the tests' properties.
+    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS}
+               ENVIRONMENT TSAN_OPTIONS=die_after_fork=0
+               ENVIRONMENT_MODIFICATION GIO_USE_PROXY_RESOLVER=set:dummy
                SKIP_REGULAR_EXPRESSION "SKIPPED \\]")
 endfunction()
