@@ -21,7 +21,7 @@ function(stowline_test name)
   if(NOT ARG_SECONDS)
     set(ARG_SECONDS 180)
   endif()
-  add_executable(${name} ${ARG_SOURCES})
+  add_executable(${name} ${ARG_SOURCES} "${CMAKE_SOURCE_DIR}/tests/support/SanitizerOptions.cpp")
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest_main)
   target_compile_definitions(${name} PRIVATE
@@ -34,11 +34,10 @@ function(stowline_test name)
     add_dependencies(${name} ${ARG_NEEDS})
   endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
-    # Tests of fork() start threads in the child, which the thread sanitizer only does when told.
-    # The desktop's proxies are no part of a test. Two properties, because a list would be cut at
-    # its semicolon on the way to the tests' properties.
+    # The desktop's proxies are no part of a test; and the thread sanitizer knows malloc's locks,
+    # not those of GLib's own allocator. Two properties, because gtest_discover_tests cuts lists.
     PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS}
-               ENVIRONMENT TSAN_OPTIONS=die_after_fork=0
+               ENVIRONMENT G_SLICE=always-malloc
                ENVIRONMENT_MODIFICATION GIO_USE_PROXY_RESOLVER=set:dummy
                SKIP_REGULAR_EXPRESSION "SKIPPED \\]")
 endfunction()
