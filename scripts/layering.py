@@ -1,7 +1,8 @@
 """Checks every include of the tree against the table of docs/architecture.md.
 
 A file of a folder may include its own folder and those the table names. Operating-system headers
-and the wrapped libraries are for stowline/platform alone. Tests may include anything.
+and the wrapped libraries are for stowline/platform alone. Tests may include anything. Headers that
+are installed must stand on their own (cmake/PublicHeaders.cmake).
 """
 
 import pathlib
@@ -63,6 +64,28 @@ def faults():
                 yield f"{relative}:{number}: {name} belongs in stowline/platform/"
 
 
-found = list(faults())
+def public_headers():
+    listed = (ROOT / "cmake/PublicHeaders.cmake").read_text()
+    return re.findall(r"^ +(stowline/\S+\.h)$", listed, re.MULTILINE)
+
+
+def faults_of_public_headers():
+    """What is installed includes only what is installed, and exports what it declares."""
+    public = public_headers()
+    for relative in public:
+        text = (ROOT / relative).read_text()
+        for name in re.findall(r'^#include "(.*)"$', text, re.MULTILINE):
+            if name not in public:
+                yield f"{relative}: includes {name}, which cmake/PublicHeaders.cmake does not list"
+        for name in re.findall(r"^#include <(.*)>$", text, re.MULTILINE):
+            if not re.fullmatch(r"[a-z_]+", name):
+                yield f"{relative}: a host program would need <{name}> to include it"
+        if "\nnamespace stowline" in text and not re.search(
+                r"\n#pragma GCC visibility push\(default\)\nnamespace stowline(.*\n)*"
+                r"#pragma GCC visibility pop\n", text):
+            yield f"{relative}: what it declares is not exported (#pragma GCC visibility)"
+
+
+found = list(faults()) + list(faults_of_public_headers())
 print("\n".join(found) if found else "every include follows the table")
 sys.exit(1 if found else 0)

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Reads the "TW_" keys of the main bundle's information dictionary and hands them out as small
@@ -47,3 +48,4 @@ public:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

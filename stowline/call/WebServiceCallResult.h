@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Result of one call. It carries every child of the response element at its top level and, as one
@@ -34,3 +35,4 @@ using WebServiceCallResult = Dictionary;
 [[nodiscard]] WebServiceCallResult archivableResult(const Dictionary& result);
 
 } // namespace stowline
+#pragma GCC visibility pop

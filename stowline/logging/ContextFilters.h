@@ -8,6 +8,7 @@
 #include <set>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// A set of logging contexts. Any thread.
@@ -59,3 +60,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Hands each message to the system log: the formatter's answer, or the message's text. The
@@ -26,3 +27,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

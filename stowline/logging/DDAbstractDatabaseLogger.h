@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Decides when a database logger saves and deletes. A concrete logger overrides the four db_
@@ -74,3 +75,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Rewrites or drops messages for a logger. Called on the logger's queue.
@@ -88,3 +89,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

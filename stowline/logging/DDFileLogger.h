@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Writes "2013/06/01 09:30:00:125  Upload started.": local time and the message's text.
@@ -78,3 +79,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

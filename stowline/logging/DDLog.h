@@ -16,6 +16,7 @@
 #include <typeindex>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 inline constexpr std::int32_t kLogFlagError = 1;
@@ -141,3 +142,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

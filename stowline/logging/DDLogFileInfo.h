@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Describes a file by its path. What is read from the file system is read once, when first asked
@@ -76,3 +77,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// What a file logger asks of those who keep its files. Called on the queues of the log.
@@ -82,3 +83,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

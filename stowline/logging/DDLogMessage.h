@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// A log call as the loggers see it, made on the calling thread. Immutable; any thread may read it.
@@ -51,3 +52,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

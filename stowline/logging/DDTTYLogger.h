@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Writes each message as one line to standard error, in one gathered write, when standard error is
@@ -35,3 +36,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

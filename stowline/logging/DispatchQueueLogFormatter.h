@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Writes "2013-06-01 09:30:00:125 [main  ] Upload started.": local time, the label of the queue
@@ -44,3 +45,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// What people call the levels: "error", "warning", "info", "verbose".
@@ -34,3 +35,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -8,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// The text to log: the message's own text itself, or another one (which may read the same). Sinks
@@ -42,3 +43,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// What to look for in a kept log. Conditions that are absent do not count.
@@ -72,3 +73,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

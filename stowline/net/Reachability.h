@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Posted on the main run loop whenever the flags of an observed host change, also when the verdict
@@ -36,3 +37,4 @@ public:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

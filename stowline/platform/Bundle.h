@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// The main bundle of this process.
@@ -46,3 +47,4 @@ public:
 };
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

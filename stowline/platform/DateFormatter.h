@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Writes moments by a pattern (Unicode TR 35, "yyyy-MM-dd HH:mm:ss") in the locale en_US, the
@@ -25,3 +26,4 @@ private:
 };
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

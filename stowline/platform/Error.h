@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Key of the message in an error's user-info map.
@@ -46,3 +47,4 @@ namespace stowline {
 using platform::Error;
 using platform::ErrorSlot;
 } // namespace stowline
+#pragma GCC visibility pop

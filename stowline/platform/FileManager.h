@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Domain of a file manager's errors; their code is the system's error number.
@@ -28,3 +29,4 @@ public:
 };
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 struct FileStatus {
@@ -40,3 +41,4 @@ struct FileStatus {
 [[nodiscard]] std::optional<std::uint64_t> freeSpaceAt(const std::filesystem::path& path);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

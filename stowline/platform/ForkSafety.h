@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Something with locks or threads of its own that must still work in the child of a fork(),
@@ -50,3 +51,4 @@ private:
 void keepForever(std::shared_ptr<void> something);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

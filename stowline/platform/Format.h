@@ -12,6 +12,7 @@
 #include <variant>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// One argument of a format: a piece of text, a number, or an object that may be absent. Refers to
@@ -82,3 +83,4 @@ template <class... Arguments>
 [[nodiscard]] std::size_t formatArgumentCount(std::string_view format);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

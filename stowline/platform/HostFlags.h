@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 using HostFlags = std::uint32_t;
@@ -35,3 +36,4 @@ inline constexpr HostFlags kHostIsLocalAddress = 65536;
 void setCaptivePortal(bool present);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

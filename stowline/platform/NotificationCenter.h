@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Posted by a host program right before it ends; the log dispatcher flushes on it.
@@ -50,3 +51,4 @@ private:
 };
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

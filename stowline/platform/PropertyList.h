@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// What reading gave: the value, or a sentence that says what is wrong and where.
@@ -43,3 +44,4 @@ struct PropertyListSource {
 [[nodiscard]] std::optional<std::string> writeXmlPropertyList(const Value& root);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -8,6 +8,7 @@
 #include <string>
 #include <type_traits>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Runs tasks one at a time, in the order in which they were handed over, whichever threads handed
@@ -83,3 +84,4 @@ private:
 };
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

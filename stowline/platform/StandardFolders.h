@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Kinds of folders, in numbers of our own.
@@ -39,3 +40,4 @@ enum StandardDomain : unsigned {
 [[nodiscard]] std::optional<std::string> standardFolder(StandardFolder kind, unsigned domains);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

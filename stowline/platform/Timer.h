@@ -9,6 +9,7 @@
 #include <memory>
 #include <mutex>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Where timers take the time from. The shared one follows the machine's steady clock, so setting
@@ -81,3 +82,4 @@ private:
 };
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

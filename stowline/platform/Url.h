@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// A text that is known to be a URL or a reference relative to one (RFC 3986 section 4.1). A plain
@@ -46,3 +47,4 @@ struct UrlOrigin {
 [[nodiscard]] std::optional<UrlOrigin> originOf(const std::string& url);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -15,6 +15,7 @@
 #include <variant>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 class Value;
@@ -138,3 +139,4 @@ using platform::Date;
 using platform::Dictionary;
 using platform::Value;
 } // namespace stowline
+#pragma GCC visibility pop

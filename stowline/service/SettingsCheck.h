@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// One thing that is wrong with a settings file.
@@ -21,3 +22,4 @@ struct SettingsFault {
 [[nodiscard]] std::vector<SettingsFault> checkSettings(std::string_view bytes);
 
 } // namespace stowline
+#pragma GCC visibility pop

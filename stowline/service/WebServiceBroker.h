@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Domain of the errors that the service layer makes, and their codes.
@@ -395,3 +396,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// A property list in the main bundle's resource folder, named by the information dictionary's
@@ -37,3 +38,4 @@ public:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

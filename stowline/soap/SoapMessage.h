@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::soap {
 
 /// What a fault says (SOAP 1.1 section 4.4).
@@ -39,3 +40,4 @@ struct MessageReading {
 [[nodiscard]] MessageReading readMessage(std::string_view document);
 
 } // namespace stowline::soap
+#pragma GCC visibility pop

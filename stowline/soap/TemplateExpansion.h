@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Map from a placeholder, delimiters included ("<<USERNAME>>"), to its value. Values that are not
@@ -33,3 +34,4 @@ expandTemplates(const std::optional<std::vector<std::string>>& templates,
 
 } // namespace soap
 } // namespace stowline
+#pragma GCC visibility pop

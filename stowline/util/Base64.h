@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::Base64 {
 
 /// Line length that never breaks a line.
@@ -37,3 +38,4 @@ inline constexpr std::uint32_t kNeverBreaks = 4294967295U;
 [[nodiscard]] std::string base64EncodingWithLineLength(const Data& bytes, std::uint32_t lineLength);
 
 } // namespace stowline::Base64
+#pragma GCC visibility pop

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Raised when a store reports an error; its reason is the error's message.
@@ -57,3 +58,4 @@ TW_fetchObjectArrayForEntityName(ManagedObjectContext& context, std::string_view
                                  const std::vector<SortDescriptor>& sortedBy);
 
 } // namespace stowline::CoreDataMethods
+#pragma GCC visibility pop

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// The CRC-32 of IEEE 802.3 (that of Ethernet, PNG and gzip): polynomial 0xEDB88320 reflected,
@@ -65,3 +66,4 @@ public:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

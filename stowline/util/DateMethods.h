@@ -5,6 +5,7 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::DateMethods {
 
 /// A moment as "2012-03-05T14:07:09.25": Gregorian calendar, the process's current time zone, no
@@ -18,3 +19,4 @@ namespace stowline::DateMethods {
 [[nodiscard]] std::string TW_ISO8601DateTimeFromDate(Date date);
 
 } // namespace stowline::DateMethods
+#pragma GCC visibility pop

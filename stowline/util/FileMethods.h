@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 using platform::FileManager;
 using platform::StandardFolder;
@@ -40,3 +41,4 @@ TW_appSupportDirectoryWithSubDirectory(const FileManager& manager, const std::st
                                        platform::ErrorSlot error);
 
 } // namespace stowline::FileMethods
+#pragma GCC visibility pop

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Static operations only. All may be called from any thread; none reports an error: what cannot
@@ -145,3 +146,4 @@ public:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

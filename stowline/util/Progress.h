@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Called on the thread of the operation, which waits for it.
@@ -14,3 +15,4 @@ using ProgressHandler =
     std::function<void(double fractionDone, std::uint64_t sizeInBytes, bool* stop)>;
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::SOAPSerializer {
 
 /// Writes a dictionary as a run of elements, `<key>value</key>`, in the order of the keys.
@@ -15,3 +16,4 @@ namespace stowline::SOAPSerializer {
 [[nodiscard]] std::string TW_xmlString(const Dictionary& dictionary);
 
 } // namespace stowline::SOAPSerializer
+#pragma GCC visibility pop

@@ -10,6 +10,7 @@
 
 /// Free functions on UTF-8 text; reentrant. Letters and digits are Unicode's, of every script.
 /// Counts and positions are in UTF-16 units, as the authors of settings count.
+#pragma GCC visibility push(default)
 namespace stowline::StringMethods {
 
 /// "TRUE" and "YES" are true, "FALSE" and "NO" false, without regard to case and as the whole text.
@@ -46,3 +47,4 @@ namespace stowline::StringMethods {
 [[nodiscard]] std::string TW_escapeXMLEntities(std::string_view text);
 
 } // namespace stowline::StringMethods
+#pragma GCC visibility pop

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// What an attribute holds. Each is also allowed to hold nothing.
@@ -41,3 +42,4 @@ struct EntityDescription {
 using ObjectModel = std::vector<EntityDescription>;
 
 } // namespace stowline
+#pragma GCC visibility pop

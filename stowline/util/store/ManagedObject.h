@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 class ManagedObjectContext;
@@ -60,3 +61,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

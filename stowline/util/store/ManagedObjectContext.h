@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Domain of a store's errors. Their code is SQLite's; that of a request which cannot be carried
@@ -100,3 +101,4 @@ private:
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

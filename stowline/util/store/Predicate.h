@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// A condition that an object meets or not; there is no third answer. A plain value that any thread
@@ -71,3 +72,4 @@ struct SortDescriptor {
 };
 
 } // namespace stowline
+#pragma GCC visibility pop

@@ -1,0 +1,73 @@
+# The libraries that others link, and what is installed where. Three components:
+#   library      libstowline.so.1 and the helper program that each of its SOAP calls starts
+#   development  headers, libstowline.so, libstowline.a, find_package and pkg-config files, pages
+#   tools        the stowline command, the development service, completions
+include(CMakePackageConfigHelpers)
+include(PublicHeaders)
+
+# The folders of stowline/ that a host program needs, all in one library.
+set(folders platform platform_desktop logging branding net util soap call service)
+set(objects)
+foreach(folder IN LISTS folders)
+  list(APPEND objects $<TARGET_OBJECTS:stowline_${folder}>)
+endforeach()
+set(modules CURL EXPAT PLIST GIO ICU MOUNT SQLITE FMT)
+list(TRANSFORM modules PREPEND PkgConfig:: OUTPUT_VARIABLE outside)
+
+add_library(stowline_shared SHARED ${objects})
+add_library(stowline_static STATIC ${objects})
+foreach(library stowline_shared stowline_static)
+  set_target_properties(${library} PROPERTIES OUTPUT_NAME stowline LINKER_LANGUAGE CXX)
+  target_compile_features(${library} INTERFACE cxx_std_23)
+  target_include_directories(${library} INTERFACE "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+endforeach()
+set_target_properties(stowline_shared PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME stowline)
+set_target_properties(stowline_static PROPERTIES EXPORT_NAME stowline-static)
+# The standard library's templates are instantiated here too; the map keeps them inside.
+set(map "${CMAKE_SOURCE_DIR}/stowline/exported.map")
+target_link_options(stowline_shared PRIVATE "-Wl,--version-script=${map}" -Wl,--no-undefined)
+set_property(TARGET stowline_shared APPEND PROPERTY LINK_DEPENDS "${map}")
+target_link_libraries(stowline_shared PRIVATE ${outside} ${SQLITECPP_LIBRARY} Threads::Threads)
+
+# --- where things go ---
+
+# A program's bundle is the folder of its executable, so the programs lie together and bin/ links to them.
+set(bundle lib/stowline)
+install(TARGETS stowline_shared EXPORT stowline
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+install(TARGETS stowline_static EXPORT stowline
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(TARGETS WebServiceCaller RUNTIME DESTINATION ${bundle} COMPONENT library)
+install(TARGETS stowline stowline-devserver RUNTIME DESTINATION ${bundle} COMPONENT tools)
+foreach(program stowline stowline-devserver)
+  install(CODE "
+    file(MAKE_DIRECTORY \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    file(CREATE_LINK ../${bundle}/${program}
+         \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/${program}\" SYMBOLIC)"
+    COMPONENT tools)
+endforeach()
+install(FILES resources/Info.plist DESTINATION ${bundle} COMPONENT tools)
+install(FILES resources/WebServicesSettings.plist resources/backupReportEmailTemplate.html
+  DESTINATION ${bundle}/Resources COMPONENT tools)
+
+foreach(header IN LISTS STOWLINE_PUBLIC_HEADERS)
+  get_filename_component(folder "${header}" DIRECTORY)
+  install(FILES "${header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}" COMPONENT development)
+endforeach()
+
+# --- how others find it ---
+
+set(STOWLINE_TOOLS_DIR ${bundle})
+set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
+configure_package_config_file(cmake/stowlineConfig.cmake.in "${CMAKE_BINARY_DIR}/stowlineConfig.cmake"
+  INSTALL_DESTINATION ${config} PATH_VARS STOWLINE_TOOLS_DIR)
+write_basic_package_version_file("${CMAKE_BINARY_DIR}/stowlineConfigVersion.cmake"
+  COMPATIBILITY SameMajorVersion)
+configure_file(cmake/stowline.pc.in "${CMAKE_BINARY_DIR}/stowline.pc" @ONLY)
+install(EXPORT stowline NAMESPACE stowline:: FILE stowlineTargets.cmake
+  DESTINATION ${config} COMPONENT development)
+install(FILES "${CMAKE_BINARY_DIR}/stowlineConfig.cmake" "${CMAKE_BINARY_DIR}/stowlineConfigVersion.cmake"
+  DESTINATION ${config} COMPONENT development)
+install(FILES "${CMAKE_BINARY_DIR}/stowline.pc"
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -1,0 +1,56 @@
+# What a host program may include: these headers are installed, and what they declare is all that the
+# shared library exports. The test "layering" checks that they include nothing else of the tree and
+# that each says "#pragma GCC visibility push(default)" around what it declares.
+set(STOWLINE_PUBLIC_HEADERS
+  stowline/branding/AccountProvider.h
+  stowline/call/WebServiceCallResult.h
+  stowline/logging/ContextFilters.h
+  stowline/logging/DDASLLogger.h
+  stowline/logging/DDAbstractDatabaseLogger.h
+  stowline/logging/DDAbstractLogger.h
+  stowline/logging/DDFileLogger.h
+  stowline/logging/DDLog.h
+  stowline/logging/DDLogFileInfo.h
+  stowline/logging/DDLogFileManager.h
+  stowline/logging/DDLogMessage.h
+  stowline/logging/DDTTYLogger.h
+  stowline/logging/DispatchQueueLogFormatter.h
+  stowline/logging/LevelFilter.h
+  stowline/logging/LogMacros.h
+  stowline/logging/LogText.h
+  stowline/logging/SQLiteLogger.h
+  stowline/net/Reachability.h
+  stowline/platform/Bundle.h
+  stowline/platform/DateFormatter.h
+  stowline/platform/Error.h
+  stowline/platform/FileManager.h
+  stowline/platform/FileStatus.h
+  stowline/platform/ForkSafety.h
+  stowline/platform/Format.h
+  stowline/platform/HostFlags.h
+  stowline/platform/NotificationCenter.h
+  stowline/platform/PropertyList.h
+  stowline/platform/SerialQueue.h
+  stowline/platform/StandardFolders.h
+  stowline/platform/Timer.h
+  stowline/platform/Url.h
+  stowline/platform/Value.h
+  stowline/service/SettingsCheck.h
+  stowline/service/WebServiceBroker.h
+  stowline/service/WebServicesSettings.h
+  stowline/soap/SoapMessage.h
+  stowline/soap/TemplateExpansion.h
+  stowline/util/Base64.h
+  stowline/util/CoreDataMethods.h
+  stowline/util/Crc32.h
+  stowline/util/DateMethods.h
+  stowline/util/FileMethods.h
+  stowline/util/General.h
+  stowline/util/Progress.h
+  stowline/util/SOAPSerializer.h
+  stowline/util/StringMethods.h
+  stowline/util/store/EntityDescription.h
+  stowline/util/store/ManagedObject.h
+  stowline/util/store/ManagedObjectContext.h
+  stowline/util/store/Predicate.h
+)
