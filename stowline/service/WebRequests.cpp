@@ -1,12 +1,11 @@
 // Plain HTTP requests that the settings describe.
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/Text.h"
+#include "stowline/service/ListedHeaders.h"
 #include "stowline/service/ResponseReader.h"
 #include "stowline/service/WebRequestKeys.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
-
-#include <algorithm>
 
 namespace stowline {
 
@@ -83,27 +82,6 @@ double timeoutOf(const Dictionary& requestInfo)
     return timeout ? platform::FormatArgument(*timeout).real() : kDefaultTimeoutSeconds;
 }
 
-/// The response headers that the entry lists, under the entry's spelling.
-Dictionary listedHeaders(const HttpResponseMessage& response, const Dictionary& requestInfo)
-{
-    Dictionary listed;
-    const Array* names = findArray(requestInfo, webRequestKey::responseHeaderNames);
-    if (!names)
-        return listed;
-    for (const HttpHeader& header : response.headers) {
-        const auto match = std::find_if(names->begin(), names->end(), [&](const Value& candidate) {
-            return candidate.string() &&
-                   platform::equalsIgnoringAsciiCase(*candidate.string(), header.first);
-        });
-        if (match == names->end())
-            continue;
-        const auto [known, isNew] = listed.emplace(*match->string(), header.second);
-        if (!isNew) // one field in several lines (RFC 9110 section 5.3)
-            known->second = *known->second.string() + ", " + header.second;
-    }
-    return listed;
-}
-
 Error unsendable(const std::string& sentence)
 {
     return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence);
@@ -116,7 +94,7 @@ WebServiceBroker::sendWebRequestWithURL(std::string_view url, std::string_view r
                                         const SubstitutionMap& httpHeaderSubstitutions,
                                         std::optional<std::string_view> requestBody,
                                         std::optional<Dictionary>* responseHeaders, ErrorSlot error)
-{
+try {
     if (responseHeaders)
         responseHeaders->reset();
     if (error)
@@ -149,9 +127,13 @@ WebServiceBroker::sendWebRequestWithURL(std::string_view url, std::string_view r
             *error = wrong;
         return std::nullopt;
     }
+    const Array* listed = findArray(requestInfo, webRequestKey::responseHeaderNames);
     if (response)
-        *responseHeaders = listedHeaders(*response, requestInfo);
+        *responseHeaders = listedHeaders(*response, listed ? *listed : Array());
     return body;
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 } // namespace stowline
