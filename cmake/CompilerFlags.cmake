@@ -30,7 +30,7 @@ if(STOWLINE_SANITIZERS)
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${STOWLINE_SANITIZERS})
   if(CMAKE_BUILD_TYPE STREQUAL "Debug")
-    # -O1 keeps the sanitized tests quick; lines stay readable in reports.
+    # -O1 keeps the sanitized programs quick; lines stay readable in reports.
     add_compile_options(-O1)
   endif()
 endif()

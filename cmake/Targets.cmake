@@ -27,6 +27,10 @@ function(stowline_test name)
   target_compile_definitions(${name} PRIVATE
     STOWLINE_TEST_BIN="${CMAKE_BINARY_DIR}/bin" STOWLINE_TEST_SOURCE="${CMAKE_SOURCE_DIR}")
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
+  if(STOWLINE_SANITIZERS)
+    # What is tested is checked, not the tests: they compile in a third of the time.
+    target_compile_options(${name} PRIVATE -O0 -fno-sanitize=undefined)
+  endif()
   if(NOT ARG_LABELS)
     set(ARG_LABELS unit)
   endif()
