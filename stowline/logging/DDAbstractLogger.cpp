@@ -46,12 +46,15 @@ void DDAbstractLogger::readInTurn(const std::function<void()>& read)
         DDLog::loggingQueue().sync(read);
 }
 
-void DDAbstractLogger::changeInTurn(std::function<void()> change)
+void DDAbstractLogger::changeInTurn(platform::SerialQueue::Task change)
 {
-    if (queue_->isCurrent())
-        change();
-    else
-        DDLog::loggingQueue().async(std::move(change));
+    try {
+        if (queue_->isCurrent())
+            change();
+        else
+            DDLog::loggingQueue().async(std::move(change));
+    } catch (const std::bad_alloc&) { // NOLINT: the change is not made
+    }
 }
 
 std::shared_ptr<platform::SerialQueue> DDAbstractLogger::loggerQueue()

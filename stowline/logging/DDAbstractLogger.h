@@ -70,9 +70,10 @@ protected:
     [[nodiscard]] std::optional<LogText> formattedText(const DDLogMessage& message);
 
     /// For settings that are read and changed in turn with the messages: runs at once on the
-    /// logger's own queue; from elsewhere by way of the logging queue, waiting for it or not.
+    /// logger's own queue; from elsewhere by way of the logging queue, waiting for it or not. A
+    /// change for which there is no memory is not made.
     void readInTurn(const std::function<void()>& read);
-    void changeInTurn(std::function<void()> change);
+    void changeInTurn(platform::SerialQueue::Task change);
 
 private:
     struct FormatterSlot {

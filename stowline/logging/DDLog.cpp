@@ -30,17 +30,30 @@ struct DDLoggerNode {
     std::shared_ptr<SerialQueue> loggerQueue;
 };
 
+/// Does what can be left undone when there is no memory.
+template <class Work> void whereMemoryAllows(Work work) noexcept
+{
+    try {
+        work();
+    } catch (const std::bad_alloc&) { // NOLINT: a line is lost
+    }
+}
+
 /// Runs one operation of a logger; what it throws ends here.
-template <class Operation> void callLogger(DDLogger& logger, Operation operation)
+template <class Operation> void callLogger(DDLogger& logger, Operation operation) noexcept
 {
     ++insideLogger;
-    try {
-        operation(logger);
-    } catch (const std::exception& fault) {
-        platform::consoleLog("The logger " + logger.loggerName() + " failed: " + fault.what());
-    } catch (...) {
-        platform::consoleLog("The logger " + logger.loggerName() + " failed.");
-    }
+    whereMemoryAllows([&] {
+        try {
+            operation(logger);
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& fault) {
+            platform::consoleLog("The logger " + logger.loggerName() + " failed: " + fault.what());
+        } catch (...) {
+            platform::consoleLog("The logger " + logger.loggerName() + " failed.");
+        }
+    });
     --insideLogger;
 }
 
@@ -86,10 +99,17 @@ public:
         else
             queueSize_.wait();
         waiting_.add();
-        if (asynchronously || insideLogger > 0)
-            queue_.async([message = std::move(message)] { instance().deliver(*message, false); });
-        else
-            queue_.sync([this, &message] { deliver(*message, true); });
+        try {
+            if (asynchronously || insideLogger > 0)
+                queue_.async(
+                    [message = std::move(message)] { instance().deliver(*message, false); });
+            else
+                queue_.sync([this, &message] { deliver(*message, true); });
+        } catch (...) { // the queue did not take it
+            (void)waiting_.isMoreAfterTakingOne();
+            queueSize_.signal();
+            throw;
+        }
     }
 
     [[nodiscard]] bool isMoreOnItsWay() const { return isMoreOnItsWay_; }
@@ -131,7 +151,9 @@ public:
     {
         if (insideLogger > 0)
             return;
-        queue_.sync([this] { onEveryLogger([](DDLogger& logger) { logger.flush(); }); });
+        whereMemoryAllows([this] {
+            queue_.sync([this] { onEveryLogger([](DDLogger& logger) { logger.flush(); }); });
+        });
     }
 
     SerialQueue& loggingQueue() { return queue_; }
@@ -146,7 +168,7 @@ private:
         std::atexit([] { flushLog(); });
     }
 
-    void deliver(const DDLogMessage& message, bool isAwaited)
+    void deliver(const DDLogMessage& message, bool isAwaited) noexcept
     {
         isMoreOnItsWay_ = waiting_.isMoreAfterTakingOne() && !isAwaited;
         onEveryLogger([&message](DDLogger& logger) { logger.logMessage(message); });
@@ -158,17 +180,20 @@ private:
     ///
     /// All but the last run on their queues' own threads, side by side; the last runs inline, which
     /// saves two changes of thread for every message, and all of them when there is one logger.
-    template <class Operation> void onEveryLogger(Operation operation)
+    template <class Operation> void onEveryLogger(Operation operation) noexcept
     {
         const std::size_t inParallel = processors_ < 2 || nodes_.empty() ? 0 : nodes_.size() - 1;
         for (std::size_t i = 0; i < inParallel; ++i) {
             DDLogger* logger = nodes_[i].logger.get();
-            group_.async(*nodes_[i].loggerQueue,
-                         [logger, operation] { callLogger(*logger, operation); });
+            whereMemoryAllows([&] {
+                group_.async(*nodes_[i].loggerQueue,
+                             [logger, operation] { callLogger(*logger, operation); });
+            });
         }
         for (std::size_t i = inParallel; i < nodes_.size(); ++i) {
             DDLogger& logger = *nodes_[i].logger;
-            nodes_[i].loggerQueue->sync([&] { callLogger(logger, operation); });
+            whereMemoryAllows(
+                [&] { nodes_[i].loggerQueue->sync([&] { callLogger(logger, operation); }); });
         }
         if (inParallel > 0)
             group_.wait();

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -60,11 +61,14 @@ public:
                     const char* file, const char* function, std::int32_t line,
                     std::optional<std::string_view> format, const Arguments&... arguments)
     {
-        const std::initializer_list<platform::FormatArgument> list{
-            platform::FormatArgument(arguments)...};
-        if (format)
-            logFormatted(asynchronous, level, flag, context, file, function, line, *format,
-                         std::span(list.begin(), list.size()));
+        try {
+            const std::initializer_list<platform::FormatArgument> list{
+                platform::FormatArgument(arguments)...};
+            if (format)
+                logFormatted(asynchronous, level, flag, context, file, function, line, *format,
+                             std::span(list.begin(), list.size()));
+        } catch (const std::bad_alloc&) { // NOLINT: the line is lost
+        }
     }
 
     /// Waits while 1000 messages are queued, then queues this one.

@@ -84,12 +84,12 @@ bool DDLogFileManagerDefault::isLogFile(std::string_view fileName)
 std::vector<std::string> DDLogFileManagerDefault::unsortedLogFilePaths() const
 {
     std::vector<std::string> paths;
-    std::error_code none;
-    for (fs::directory_iterator entry(logsDirectory(), none), end; entry != end && !none;
-         entry.increment(none)) {
-        if (isLogFile(entry->path().filename().string()) &&
-            fs::is_regular_file(entry->symlink_status(none)))
-            paths.push_back(entry->path().string());
+    const fs::path folder = logsDirectory();
+    for (const std::string& name : platform::namesInFolder(folder)) {
+        std::error_code none;
+        const fs::path path = folder / name;
+        if (isLogFile(name) && fs::is_regular_file(fs::symlink_status(path, none)))
+            paths.push_back(path.string());
     }
     return paths;
 }

@@ -19,6 +19,28 @@ struct NodeDeleter {
 };
 using Node = std::unique_ptr<void, NodeDeleter>;
 
+/// Text that libplist made.
+class LibraryText {
+public:
+    LibraryText(plist_t node, void (*write)(plist_t, char**, std::uint32_t*))
+    {
+        write(node, &bytes_, &length_); // the pointer must be null, or the library writes nothing
+    }
+    LibraryText(const LibraryText&) = delete;
+    LibraryText& operator=(const LibraryText&) = delete;
+    ~LibraryText() { std::free(bytes_); }
+
+    /// Absent when the library made none.
+    [[nodiscard]] std::optional<std::string> text() const
+    {
+        return bytes_ ? std::optional(std::string(bytes_, length_)) : std::nullopt;
+    }
+
+private:
+    char* bytes_ = nullptr;
+    std::uint32_t length_ = 0;
+};
+
 struct Unwritable {};
 
 /// Property lists count seconds from the first moment of 2001.
@@ -26,12 +48,7 @@ constexpr std::chrono::seconds kPropertyListEpoch{978307200};
 
 std::string xmlOf(plist_t node)
 {
-    char* text = nullptr;
-    std::uint32_t length = 0;
-    plist_to_xml(node, &text, &length);
-    std::string result(text ? text : "", length);
-    std::free(text);
-    return result;
+    return LibraryText(node, plist_to_xml).text().value_or("");
 }
 
 Node nodeFromXml(const std::string& element)
@@ -207,14 +224,7 @@ std::optional<std::string> write(const Value& root, Writer writer)
 {
     try {
         const Node node = nodeFor(root);
-        char* bytes = nullptr; // must be null, or the library writes nothing
-        std::uint32_t length = 0;
-        writer(node.get(), &bytes, &length);
-        if (!bytes)
-            return std::nullopt;
-        std::string result(bytes, length);
-        std::free(bytes);
-        return result;
+        return LibraryText(node.get(), writer).text();
     } catch (const Unwritable&) {
         return std::nullopt;
     }

@@ -75,11 +75,13 @@ std::optional<FileHandle> FileHandle::create(const fs::path& path)
         ::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder.isOpen())
         throw FileFault("Cannot create", path, errno);
-    constexpr mode_t everybody = 0666; // less what the process's mask takes away
-    FileDescriptor file(::openat(folder.number(), path.filename().c_str(),
-                                 O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
-    if (file.isOpen())
-        return FileHandle(std::move(file), path, std::move(folder));
+    const fs::path name = path.filename();
+    FileHandle created({}, path, std::move(folder)); // before there is a file that could be left
+    constexpr mode_t everybody = 0666;               // less what the process's mask takes away
+    created.file_ = FileDescriptor(::openat(created.folder_.number(), name.c_str(),
+                                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
+    if (created.file_.isOpen())
+        return created;
     if (errno == EEXIST)
         return std::nullopt;
     throw FileFault("Cannot create", path, errno);

@@ -3,7 +3,9 @@
 #include "stowline/platform/FileDescriptor.h"
 
 #include <cstdlib>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,6 +54,21 @@ bool writeFileAtomically(const std::filesystem::path& path, std::string_view con
 bool replaceFile(const std::filesystem::path& path, std::string_view content)
 {
     return writeAndRename(path, content, false);
+}
+
+std::vector<std::string> namesInFolder(const std::filesystem::path& folder)
+{
+    struct Closer {
+        void operator()(DIR* open) const { ::closedir(open); }
+    };
+    const std::unique_ptr<DIR, Closer> open(::opendir(folder.c_str()));
+    std::vector<std::string> names;
+    while (const dirent* entry = open ? ::readdir(open.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    return names;
 }
 
 bool makePrivateFolder(const std::filesystem::path& folder)

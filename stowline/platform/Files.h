@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace stowline::platform {
 
@@ -18,6 +19,10 @@ namespace stowline::platform {
 /// The same, but not made durable: after a crash of the machine the file may hold the old content,
 /// the new one, or nothing. For what is written often and can be done without.
 [[nodiscard]] bool replaceFile(const std::filesystem::path& path, std::string_view content);
+
+/// The names in a folder, but "." and "..", in no order; none when it cannot be read. Unlike the
+/// standard library's iterators, which end the process, it throws std::bad_alloc without memory.
+[[nodiscard]] std::vector<std::string> namesInFolder(const std::filesystem::path& folder);
 
 /// Makes a folder and what is missing above it, mode 0700 for what it makes.
 [[nodiscard]] bool makePrivateFolder(const std::filesystem::path& folder);

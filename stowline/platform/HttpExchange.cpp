@@ -151,6 +151,8 @@ private:
         if (!ended_) {
             int running = 0;
             curl_multi_perform(multi_.get(), &running);
+            if (isOutOfMemory_)
+                throw std::bad_alloc();
             collectFinished();
         }
         return ended_;
@@ -271,10 +273,12 @@ private:
 
     void setHeaders()
     {
-        curl_slist* list = nullptr;
-        const auto add = [&list](const std::string& line) {
-            if (curl_slist* longer = curl_slist_append(list, line.c_str()))
-                list = longer;
+        headers_.reset();
+        const auto add = [this](const std::string& line) {
+            if (curl_slist* longer = curl_slist_append(headers_.get(), line.c_str())) {
+                (void)headers_.release();
+                headers_.reset(longer);
+            }
         };
         // What the library would add by itself and this system never sends.
         for (const char* unwanted : {"Accept", "Expect", "Content-Type"}) {
@@ -283,8 +287,7 @@ private:
         }
         for (const auto& [name, value] : request_.headers)
             add(std::string(name).append(value.empty() ? ";" : ": ").append(value));
-        headers_.reset(list);
-        curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, list);
+        curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.get());
     }
 
     bool hasHeader(std::string_view wanted) const
@@ -313,8 +316,9 @@ private:
     static std::size_t onBody(char* bytes, std::size_t, std::size_t length, void* self)
     {
         auto& transfer = *static_cast<Transfer*>(self);
-        transfer.outcome_.body.append(bytes, length);
-        return transfer.limitReached_ ? 0 : length;
+        const bool kept =
+            transfer.appended(transfer.outcome_.body, {bytes, length}) && !transfer.limitReached_;
+        return kept ? length : 0;
     }
 
     static int onTrace(CURL*, curl_infotype kind, char* bytes, std::size_t length, void* self)
@@ -329,9 +333,18 @@ private:
     [[nodiscard]] bool keep(std::string_view bytes)
     {
         limitReached_ = limitReached_ || raw_.size() + bytes.size() > limits_.maximumResponseBytes;
-        if (!limitReached_)
-            raw_.append(bytes);
-        return !limitReached_;
+        return !limitReached_ && appended(raw_, bytes);
+    }
+
+    /// Nothing may be thrown through curl: a lack of memory is thrown again when it has returned.
+    [[nodiscard]] bool appended(std::string& text, std::string_view bytes) noexcept
+    {
+        try {
+            text.append(bytes);
+        } catch (const std::bad_alloc&) {
+            isOutOfMemory_ = true;
+        }
+        return !isOutOfMemory_;
     }
 
     void collectFinished()
@@ -418,6 +431,7 @@ private:
     bool headersEnded_ = false;
     bool moved_ = false;
     bool limitReached_ = false;
+    bool isOutOfMemory_ = false;
     std::string raw_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
     HttpOutcome outcome_;

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <iterator>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -50,21 +51,25 @@ public:
     void async(Task task)
     {
         const std::lock_guard lock(mutex_);
+        startWorker(); // first, and also for later: what throws leaves the line as it is
         line_.push_back({std::move(task), nullptr});
         lineIsEmpty_.store(false, std::memory_order_relaxed);
         if (turnTaken_)
             return;
         turnTaken_ = true;
-        giveTurnToWorker();
+        workerHasTurn_ = true;
         workerWakeUp_.notify_one(); // under the lock: the task may destroy the queue
     }
 
     void sync(void (*call)(void*), void* callee)
     {
         takeTurn();
-        {
+        try {
             const InsideQueue inside(this, label_);
             call(callee);
+        } catch (...) {
+            passTurn();
+            throw;
         }
         passTurn();
     }
@@ -142,13 +147,12 @@ private:
             waiter->wakeUp.notify_one(); // under the lock: the waiter is gone right after
             return false;
         }
-        giveTurnToWorker();
+        workerHasTurn_ = true;
         return true;
     }
 
-    void giveTurnToWorker()
+    void startWorker()
     {
-        workerHasTurn_ = true;
         if (!worker_.joinable() && !finishing_)
             worker_ = std::thread([core = shared_from_this()] { core->work(); });
     }
@@ -214,7 +218,10 @@ private:
     {
         const InsideQueue inside(this, label_);
         for (Place& place : batch) {
-            place.task();
+            try {
+                place.task();
+            } catch (const std::bad_alloc&) { // NOLINT: there is nobody to tell
+            }
             place.task = nullptr; // what the task holds goes before the next one starts
         }
         batch.clear();
@@ -307,13 +314,21 @@ void QueueGroup::async(SerialQueue& queue, SerialQueue::Task task)
         const std::lock_guard lock(state->mutex);
         ++state->open;
     }
-    queue.async([state, task = std::move(task)]() mutable {
-        task();
-        task = nullptr;
+    const auto leave = [state] {
         const std::lock_guard lock(state->mutex);
         if (--state->open == 0)
             state->changed.notify_all(); // under the lock: the group may be gone right after
-    });
+    };
+    try {
+        queue.async([leave, task = std::move(task)]() mutable {
+            task();
+            task = nullptr;
+            leave();
+        });
+    } catch (...) {
+        leave();
+        throw;
+    }
 }
 
 void QueueGroup::wait()

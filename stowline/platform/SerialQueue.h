@@ -17,7 +17,8 @@ namespace stowline::platform {
 /// else when everything before it is done.
 ///
 /// Any thread. In the child of a fork() the queue is empty and works: what was waiting belongs to
-/// the parent. A task that throws is an error of the program and ends it.
+/// the parent. A task that throws is an error of the program and ends it; but an asynchronous one
+/// that finds no memory (std::bad_alloc) just ends, and the next one runs.
 class SerialQueue final : private ForkParticipant {
 public:
     using Task = std::move_only_function<void()>;
@@ -29,6 +30,7 @@ public:
     ~SerialQueue() override;
 
     /// Puts a task at the end and returns at once.
+    /// @throws std::bad_alloc, std::system_error when there is no room or no thread for it
     void async(Task task);
 
     /// Puts a task at the end and returns when it has run. From a task of this queue it runs at

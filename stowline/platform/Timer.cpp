@@ -68,7 +68,10 @@ private:
             const auto callback = std::move(state.due.begin()->second);
             state.due.erase(state.due.begin());
             lock.unlock();
-            callback();
+            try {
+                callback();
+            } catch (const std::bad_alloc&) { // NOLINT: this time is missed
+            }
             lock.lock();
         }
     }

@@ -1,5 +1,6 @@
 #include "stowline/platform/Volumes.h"
 
+#include "stowline/platform/Files.h"
 #include "stowline/platform/PathText.h"
 
 #include <libmount/libmount.h>
@@ -120,11 +121,10 @@ std::string decodedLabel(const std::string& name)
 
 std::optional<std::string> labelOf(dev_t device)
 {
-    std::error_code none;
-    for (fs::directory_iterator entry("/dev/disk/by-label", none), end; entry != end && !none;
-         entry.increment(none)) {
-        if (blockDeviceAt(entry->path()) == device)
-            return decodedLabel(entry->path().filename().string());
+    const fs::path labels = "/dev/disk/by-label";
+    for (const std::string& name : namesInFolder(labels)) {
+        if (blockDeviceAt(labels / name) == device)
+            return decodedLabel(name);
     }
     return std::nullopt;
 }

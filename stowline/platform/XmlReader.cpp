@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 
 namespace stowline::platform {
 
@@ -70,6 +71,8 @@ public:
             const bool last = position + length == document.size();
             const auto status = XML_Parse(parser_.get(), document.data() + position,
                                           static_cast<int>(length), last);
+            if (isOutOfMemory_)
+                throw std::bad_alloc();
             if (status != XML_STATUS_OK)
                 return currentError();
             position += length;
@@ -81,37 +84,53 @@ private:
     static void onStart(void* self, const char* name, const char** attributes)
     {
         auto& reading = *static_cast<XmlReading*>(self);
-        if (++reading.depth_ > reading.options_.maximumDepth) {
-            reading.stop("The elements are nested deeper than " +
-                         std::to_string(reading.options_.maximumDepth));
-            return;
-        }
-        reading.stopIfRefused(
-            reading.handler_.startElement(splitName(name), XmlAttributes(attributes)));
+        reading.whileMemoryLasts([&] {
+            if (++reading.depth_ > reading.options_.maximumDepth)
+                reading.stop("The elements are nested deeper than " +
+                             std::to_string(reading.options_.maximumDepth));
+            else
+                reading.stopIfRefused(
+                    reading.handler_.startElement(splitName(name), XmlAttributes(attributes)));
+        });
     }
 
     static void onEnd(void* self, const char*)
     {
         auto& reading = *static_cast<XmlReading*>(self);
         --reading.depth_;
-        if (reading.stopped_)
-            return;
-        reading.stopIfRefused(reading.handler_.endElement());
+        if (!reading.isStopped())
+            reading.whileMemoryLasts([&] { reading.stopIfRefused(reading.handler_.endElement()); });
     }
 
     static void onText(void* self, const char* text, int length)
     {
         auto& reading = *static_cast<XmlReading*>(self);
-        if (!reading.stopped_)
-            reading.handler_.characters({text, static_cast<std::size_t>(length)});
+        if (!reading.isStopped())
+            reading.whileMemoryLasts([&] {
+                reading.handler_.characters({text, static_cast<std::size_t>(length)});
+            });
     }
 
     static void onDoctype(void* self, const char*, const char*, const char*, int hasInternalSubset)
     {
         auto& reading = *static_cast<XmlReading*>(self);
         if (!reading.options_.allowBareDoctype || hasInternalSubset)
-            reading.stop("The document has a DOCTYPE, which is not accepted");
+            reading.whileMemoryLasts(
+                [&] { reading.stop("The document has a DOCTYPE, which is not accepted"); });
     }
+
+    /// Nothing may be thrown through expat: a lack of memory is thrown again when it has returned.
+    template <class Work> void whileMemoryLasts(Work work) noexcept
+    {
+        try {
+            work();
+        } catch (const std::bad_alloc&) {
+            isOutOfMemory_ = true;
+            XML_StopParser(parser_.get(), XML_FALSE);
+        }
+    }
+
+    [[nodiscard]] bool isStopped() const { return stopped_ || isOutOfMemory_; }
 
     void stopIfRefused(const std::optional<std::string>& refusal)
     {
@@ -139,6 +158,7 @@ private:
     const XmlReadOptions& options_;
     std::size_t depth_ = 0;
     std::optional<XmlError> stopped_;
+    bool isOutOfMemory_ = false;
 };
 
 int XmlHandler::line() const

@@ -24,17 +24,19 @@ std::optional<std::string> nonEmptyText(const std::optional<Value>& result)
 
 std::optional<std::int64_t> WebServiceBroker::usedSpaceInKbForAccount(std::string_view username,
                                                                       std::string_view withPassword)
-{
+try {
     const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", withPassword}};
     const auto result = invokeSOAPMethodWithName("GetAccountUsedSpace", {}, params);
     if (!result)
         return std::nullopt;
     return platform::leadingInteger(result->text());
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 std::optional<Value> WebServiceBroker::getAccountInfoForUsername2(std::string_view username,
                                                                   std::string_view withPassword)
-{
+try {
     const SubstitutionMap params{{"<<USERNAME>>", username},
                                  {"<<PASSWORD>>", withPassword},
                                  {"<<INSTALLATIONID>>", General::hardwareId().value_or("")},
@@ -44,33 +46,39 @@ std::optional<Value> WebServiceBroker::getAccountInfoForUsername2(std::string_vi
                                  {"<<PRODUCTVERSION>>", General::productVersion().value_or("")},
                                  {"<<OSVERSION>>", platform::operatingSystemVersion()}};
     return invokeSOAPMethodWithName("GetAccountInfo", {}, params);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 std::optional<std::string> WebServiceBroker::getUploadServerPathForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> onBackupServer,
     std::optional<std::string_view> usingGuidUploadPath)
-{
+try {
     if (!username || !onBackupServer || !usingGuidUploadPath)
         return std::nullopt;
     const SubstitutionMap params{{"<<USERNAME>>", *username},
                                  {"<<STRREGISTRYID>>", *usingGuidUploadPath}};
     return nonEmptyText(
         invokeSOAPMethodWithName("GetPhyPath", {}, params, nullptr, "", {*onBackupServer}));
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 std::optional<std::string> WebServiceBroker::getEncKeyForUserName(std::string_view username,
                                                                   std::string_view password,
                                                                   std::string_view backupServer)
-{
+try {
     const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
     return nonEmptyText(
         invokeSOAPMethodWithName("getenckey", {}, params, nullptr, "", {backupServer}));
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 bool WebServiceBroker::preparePackagedFilesForProtectionForUserName(
     std::string_view username, std::string_view password, std::string_view backupServer,
     std::string_view packagePath, const Value& packageSize, ErrorSlot error)
-{
+try {
     constexpr std::string_view method = "PreparePackagedFilesForProtection";
     const SubstitutionMap params{{"<<USERNAME>>", username},
                                  {"<<PASSWORD>>", password},
@@ -84,6 +92,9 @@ bool WebServiceBroker::preparePackagedFilesForProtectionForUserName(
         return true;
     if (error && !*error)
         *error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message);
+    return false;
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
     return false;
 }
 

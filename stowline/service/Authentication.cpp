@@ -45,7 +45,7 @@ std::optional<Value> invokeWithSourceString(std::string_view method, std::string
 std::optional<Dictionary> WebServiceBroker::authenticateForUsername(std::string_view username,
                                                                     std::string_view password,
                                                                     ErrorSlot error)
-{
+try {
     const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
     const auto answer = invokeSOAPMethodWithName("Authenticate", {}, params, error);
     if (!answer || !answer->dictionary())
@@ -55,19 +55,25 @@ std::optional<Dictionary> WebServiceBroker::authenticateForUsername(std::string_
     result.insert_or_assign("resStatusCode", std::to_string(statusCode));
     logSignIn(result, statusCode);
     return result;
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 bool WebServiceBroker::creatAccountWithFirstname(std::string_view firstname,
                                                  std::string_view username,
                                                  std::string_view password,
                                                  std::string_view emailID, ErrorSlot error)
-{
+try {
     const SubstitutionMap params{{"<<FIRSTNAME>>", firstname},
                                  {"<<USERNAME>>", username},
                                  {"<<PASSWORD>>", password},
                                  {"<<EMAILID>>", emailID}};
     const auto result = invokeSOAPMethodWithName("CreateAccount", {}, params, error);
     return result && result->string() && platform::equalsIgnoringCase(*result->string(), "Success");
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return false;
 }
 
 bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
@@ -76,7 +82,7 @@ bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
                                                 std::string_view customerTypeCode, bool isSealGuard,
                                                 std::string_view secretQuestion,
                                                 std::string_view answer, ErrorSlot error)
-{
+try {
     const SubstitutionMap params{
         {"<<FIRSTNAME>>", firstname},
         {"<<USERNAME>>", username},
@@ -99,16 +105,23 @@ bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
                                      find(entries, "Message") ? findText(entries, "Message")
                                                               : messageFromCode(code));
     return false;
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return false;
 }
 
 std::optional<Value> WebServiceBroker::encryptString(std::string_view sourceString)
-{
+try {
     return invokeWithSourceString("EncryptString", sourceString);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 std::optional<Value> WebServiceBroker::decryptString(std::string_view sourceString)
-{
+try {
     return invokeWithSourceString("DecryptString", sourceString);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 } // namespace stowline

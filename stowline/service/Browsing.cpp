@@ -97,13 +97,16 @@ std::string timeOfRecovery(Date moment)
 std::optional<Array> WebServiceBroker::getAccountSystemsForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> password,
     std::optional<std::string_view> backupServer, ErrorSlot error)
-{
+try {
     SubstitutionMap params;
     setIfPresent(params, "<<USERNAME>>", username);
     setIfPresent(params, "<<PASSWORD>>", password);
     setIfPresent(params, "<<SERVERNAME>>", backupServer);
     return listOf(judged("GetAccountSystems", params), "systems.SystemInfo.SystemName", true,
                   nullptr, error);
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 std::optional<Array> WebServiceBroker::getAccountFilesAndFoldersForUserName(
@@ -111,7 +114,7 @@ std::optional<Array> WebServiceBroker::getAccountFilesAndFoldersForUserName(
     std::optional<std::string_view> backupServer, std::optional<std::string_view> systemName,
     std::optional<std::string_view> path, std::optional<std::string_view> sortField, bool ascending,
     std::int64_t startIndex, std::int64_t pageSize, std::int64_t* totalCountRes, ErrorSlot error)
-{
+try {
     SubstitutionMap params{{"<<SORTDIRECTION>>", ascending ? "Ascending" : "Descending"},
                            {"<<STARTINDEX>>", decimal(startIndex)},
                            {"<<PAGESIZE>>", decimal(pageSize)}};
@@ -123,18 +126,24 @@ std::optional<Array> WebServiceBroker::getAccountFilesAndFoldersForUserName(
     setIfPresent(params, "<<SORTFIELD>>", sortField);
     return listOf(judged("GetAccountFilesAndFolders", params), "items.FileInfo", false,
                   totalCountRes, error);
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 std::optional<Array> WebServiceBroker::getFileVersionsForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> password,
     std::optional<std::string_view> backupServer, std::int64_t fileID, ErrorSlot error)
-{
+try {
     SubstitutionMap params{{"<<FILEID>>", decimal(fileID)}};
     setIfPresent(params, "<<USERNAME>>", username);
     setIfPresent(params, "<<PASSWORD>>", password);
     setIfPresent(params, "<<SERVERNAME>>", backupServer);
     return listOf(judged("GetFileVersions", params), "fileVersions.FileVersion", false, nullptr,
                   error);
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 std::optional<Array> WebServiceBroker::searchFilesForUsername(
@@ -142,7 +151,7 @@ std::optional<Array> WebServiceBroker::searchFilesForUsername(
     std::optional<std::string_view> backupServer, std::optional<std::string_view> systemName,
     std::optional<std::string_view> rootPath, std::optional<std::string_view> searchString,
     std::int64_t startIndex, std::int64_t count, std::int64_t* totalCountRes, ErrorSlot error)
-{
+try {
     SubstitutionMap params{{"<<SYSTEMNAME>>", systemName.value_or("")},
                            {"<<PATH>>", rootPath.value_or("")},
                            {"<<SEARCHINSUBFOLDERS>>", "1"},
@@ -157,12 +166,15 @@ std::optional<Array> WebServiceBroker::searchFilesForUsername(
     setIfPresent(params, "<<SERVERNAME>>", backupServer);
     setIfPresent(params, "<<FILENAME>>", searchString);
     return listOf(judged("SearchFilesEx", params), "items.FileInfo", false, totalCountRes, error);
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 std::optional<Value> WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
     const Value& fileVersion, std::string_view userName, std::string_view backupServer,
     std::string_view errorMessage, ErrorSlot /*error*/)
-{
+try {
     const SubstitutionMap params{{"<<STRARRINP>>", fileVersion},
                                  {"<<TIMEOFRECOVERY>>", timeOfRecovery(platform::currentDate())},
                                  {"<<UNAME>>", userName},
@@ -170,16 +182,20 @@ std::optional<Value> WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVers
     std::optional<Error> notHandedOn;
     return invokeSOAPMethodWithName("getMetaDataAboutFilesToRecover", {}, params, &notHandedOn, "",
                                     {backupServer});
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 bool WebServiceBroker::deleteFileVersionWithFileListID(std::string_view fileListID,
                                                        std::string_view userName,
                                                        std::string_view backupServer)
-{
+try {
     const SubstitutionMap params{{"<<UNAME>>", userName}, {"<<FILELISTID>>", fileListID}};
     const auto result =
         invokeSOAPMethodWithName("DeleteFilesInBulk", {}, params, nullptr, "", {backupServer});
     return result && result->string() && StringMethods::TW_parseBool(*result->string());
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 } // namespace stowline

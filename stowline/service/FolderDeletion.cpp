@@ -32,7 +32,7 @@ std::optional<std::string> WebServiceBroker::beginDeleteFolderForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> password,
     std::optional<std::string_view> systemName, std::optional<std::string_view> path,
     std::string_view backupServer)
-{
+try {
     SubstitutionMap params;
     setIfPresent(params, "<<USERNAME>>", username);
     setIfPresent(params, "<<PASSWORD>>", password);
@@ -41,13 +41,15 @@ std::optional<std::string> WebServiceBroker::beginDeleteFolderForUsername(
     const auto answer =
         sendTemplateRequestWithName("BeginDeleteFolders", params, "", {backupServer});
     return isAccepted(answer) ? elementText(*answer, "ProcessGuid") : std::nullopt;
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 bool WebServiceBroker::checkDeleteFolderForUsername(std::optional<std::string_view> username,
                                                     std::optional<std::string_view> password,
                                                     std::optional<std::string_view> processGuid,
                                                     std::string_view backupServer)
-{
+try {
     const auto answer = sendTemplateRequestWithName(
         "CheckDeleteFolders", processParams(username, password, processGuid), "", {backupServer});
     if (!isAccepted(answer))
@@ -58,16 +60,20 @@ bool WebServiceBroker::checkDeleteFolderForUsername(std::optional<std::string_vi
             return true;
     }
     return false;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 void WebServiceBroker::cancelDeleteFolderForUsername(std::optional<std::string_view> username,
                                                      std::optional<std::string_view> password,
                                                      std::optional<std::string_view> processGuid,
                                                      std::string_view backupServer)
-{
+try {
     (void)sendTemplateRequestWithName("BeginCancelDeleteFolders",
                                       processParams(username, password, processGuid), "",
                                       {backupServer});
+} catch (const std::bad_alloc&) {
+    // nothing to hand back
 }
 
 } // namespace stowline

@@ -141,7 +141,7 @@ std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
     const std::optional<SubstitutionMap>& paramSubstitutions, ErrorSlot error,
     std::string_view /*anyString*/,
     std::initializer_list<platform::FormatArgument> urlSubstitutions)
-{
+try {
     if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost())) {
         store(error, failedBeforeSending(platform::Bundle::localizedString(kUnreachableMessage)));
         return std::nullopt;
@@ -176,18 +176,24 @@ std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
         return std::nullopt;
     }
     return valueOfResult(*methodInfo, result);
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
     std::string_view name, const std::optional<SubstitutionMap>& soapHeaderSubstitutions,
     const std::optional<SubstitutionMap>& soapParamSubstitutions, ErrorSlot error)
-{
+try {
     auto result = invokeSOAPMethodWithName(name, soapHeaderSubstitutions, soapParamSubstitutions,
                                            error, "", {});
     STOWLINE_LOG_INFO("\nisKindOfClass nsdictionary = %u", result && result->dictionary() ? 1 : 0);
     if (const auto count = result ? result->count() : std::nullopt)
         STOWLINE_LOG_INFO("\ncount is %@", *count);
     return result;
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 Dictionary WebServiceBroker::prepareIncomingResultDictionary(const WebServiceCallResult& result)

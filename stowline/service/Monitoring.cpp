@@ -30,7 +30,7 @@ std::string decimal(std::uint64_t number)
 std::optional<Dictionary> WebServiceBroker::centralMonitoringGetSettingsForUserName(
     std::optional<std::string_view> userName, std::optional<std::string_view> authToken,
     std::optional<std::string_view> systemName)
-{
+try {
     SubstitutionMap params;
     setIfPresent(params, "<<USERNAME>>", userName);
     setIfPresent(params, "<<AUTHTOKEN>>", authToken);
@@ -39,6 +39,8 @@ std::optional<Dictionary> WebServiceBroker::centralMonitoringGetSettingsForUserN
     if (!result || !result->dictionary())
         return std::nullopt;
     return *result->dictionary();
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 bool WebServiceBroker::centralMonitoringLogEvent(
@@ -47,7 +49,7 @@ bool WebServiceBroker::centralMonitoringLogEvent(
     std::uint64_t errFilesSize, std::uint64_t totalFilesCount, std::uint64_t totalFilesSize,
     std::uint64_t unchangedFilesCount, std::uint64_t unchangedFilesSize,
     std::uint64_t uploadedFilesCount, std::uint64_t uploadedFilesSize)
-{
+try {
     const SubstitutionMap params{
         {"<<EVENTTYPE>>", event},
         {"<<USERNAME>>", userName},
@@ -68,6 +70,8 @@ bool WebServiceBroker::centralMonitoringLogEvent(
     const auto answer = sendTemplateRequestWithName("LogEvent", params, "", {});
     STOWLINE_LOG_INFO("LogEvent method result:\n%@", answer);
     return answer && answer->find(kTokenFault) == std::string::npos;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 } // namespace stowline

@@ -31,7 +31,7 @@ void WebServiceBroker::sendBackupReportForUserName(
     std::int64_t numberOfFilesNotChanged, std::int64_t numberOfFilesBackedUp,
     std::int64_t numberOfFilesNotBackedUp, std::int64_t totalNumberOfFilesProcessed,
     std::uint64_t totalDataTransfered)
-{
+try {
     const platform::DateFormatter dates("yyyy-MM-dd HH:mm:ss");
     SubstitutionMap params{
         {"<<REPORTDATE>>", dates.stringFromDate(reportDate)},
@@ -50,13 +50,15 @@ void WebServiceBroker::sendBackupReportForUserName(
     const std::string* text = result ? result->string() : nullptr;
     if (!text || platform::lowercased(*text) != "success")
         STOWLINE_LOG_ERROR("Failed to send backup summary report with error %@", error);
+} catch (const std::bad_alloc&) {
+    // nothing to hand back
 }
 
 bool WebServiceBroker::sendEmailTo(std::optional<std::string_view> to,
                                    std::optional<std::string_view> from,
                                    std::optional<std::string_view> subject,
                                    std::optional<std::string_view> body, bool isHTML)
-{
+try {
     if (!to || !from)
         return false;
     const char* html = isHTML ? "1" : "0";
@@ -73,6 +75,8 @@ bool WebServiceBroker::sendEmailTo(std::optional<std::string_view> to,
         "Error sending email, toAddress = %@, fromAddress = %@, subject = %@, body = "
         "%@, isHTML = %@\nerror = %@",
         to, from, subject.value_or(""), body.value_or(""), html, error);
+    return false;
+} catch (const std::bad_alloc&) {
     return false;
 }
 

@@ -53,7 +53,7 @@ platform::HttpOutcome outcomeOf(platform::HttpRequest request)
 std::optional<std::string> WebServiceBroker::sendTemplateRequestWithName(
     std::string_view name, const SubstitutionMap& params, std::string_view /*anyString*/,
     std::initializer_list<platform::FormatArgument> urlSubstitutions)
-{
+try {
     if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost()))
         return std::nullopt;
     const auto entry = WebServicesSettings::template_(name);
@@ -73,6 +73,8 @@ std::optional<std::string> WebServiceBroker::sendTemplateRequestWithName(
     if (!platform::isValidUtf8(outcome.body))
         return std::nullopt;
     return std::move(outcome.body);
+} catch (const std::bad_alloc&) {
+    return std::nullopt;
 }
 
 } // namespace stowline

@@ -54,7 +54,8 @@ StepAnswer send(std::string_view requestName, std::string_view backupServer,
     const auto received = WebServiceBroker::sendWebRequestWithURL(
         filledUrl(entry, server), requestName, substitutions, body, &answer.headers, &wrong);
     if (!received) {
-        STOWLINE_LOG_ERROR("Web request error: %@", wrong->localizedDescription());
+        if (wrong)
+            STOWLINE_LOG_ERROR("Web request error: %@", wrong->localizedDescription());
         if (error)
             *error = wrong;
         return {};
@@ -84,7 +85,7 @@ std::optional<Dictionary> WebServiceBroker::getServerFileInfoForClientFilename(
     std::optional<std::string_view> forUsername,
     std::optional<std::string_view> withServerUploadPath,
     std::optional<std::string_view> onBackupServer, ErrorSlot error)
-{
+try {
     if (!filename || !knownByGuid || !forUsername || !withServerUploadPath || !onBackupServer)
         return std::nullopt;
     StepAnswer answer =
@@ -97,6 +98,9 @@ std::optional<Dictionary> WebServiceBroker::getServerFileInfoForClientFilename(
                       answer.status);
     STOWLINE_LOG_INFO("\nresultDictionary = %@", Value(*answer.headers));
     return headersIfAccepted(std::move(answer));
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 std::optional<Dictionary>
@@ -104,7 +108,7 @@ WebServiceBroker::uploadForUser(std::string_view username, std::string_view data
                                 std::string_view filePathname, std::uint64_t partSizeBytes,
                                 std::string_view toBackupServer, std::string_view serverUploadPath,
                                 std::string_view idForServerLogs, ErrorSlot error)
-{
+try {
     if (error)
         error->reset();
     SubstitutionMap values =
@@ -116,6 +120,9 @@ WebServiceBroker::uploadForUser(std::string_view username, std::string_view data
     STOWLINE_LOG_INFO("\nWebServiceBroker.uploadDataForUser. Status = %@", answer.status);
     STOWLINE_LOG_INFO("\nresultDictionary = %@", Value(*answer.headers));
     return headersIfAccepted(std::move(answer));
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
 }
 
 bool WebServiceBroker::protectUploadedFileForUser(
@@ -124,7 +131,7 @@ bool WebServiceBroker::protectUploadedFileForUser(
     std::string_view localFilename, std::string_view uploadPathGuidComponent,
     std::string_view sessionKey, Date localTime, std::uint64_t origFileSizeBytes,
     std::string_view fullServerFilePath, ErrorSlot outError)
-{
+try {
     const std::string path = "\\\\" + std::string(localVolume) +
                              platform::replacingOccurrences(localDirectory, "/", "\\");
     const SubstitutionMap params{
@@ -142,6 +149,9 @@ bool WebServiceBroker::protectUploadedFileForUser(
         invokeSOAPMethodWithName("ProtectFile", {}, params, outError, "", {backupServer});
     STOWLINE_LOG_INFO("\nWebServiceBroker.protectUploadedFileForUser. result = %@", result);
     return result.has_value();
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(outError, kServiceErrorDomain, kServiceErrorCode);
+    return false;
 }
 
 bool WebServiceBroker::protect2UploadedFileForUser(
@@ -151,7 +161,7 @@ bool WebServiceBroker::protect2UploadedFileForUser(
     Date clientDate, bool isDelta, std::string_view systemName, std::uint64_t cacheFileSize,
     std::string_view uniqueKey, bool iIsCompressed, std::uint64_t lngFileSizeInBytesFromClient,
     std::int64_t lngBaselinePkForThisDelta, ErrorSlot error)
-{
+try {
     const SubstitutionMap params{{"<<USERNAME>>", username},
                                  {"<<PASSWORD>>", password},
                                  {"<<ACTUALFILE_NAME>>", actualName},
@@ -170,6 +180,9 @@ bool WebServiceBroker::protect2UploadedFileForUser(
                                  {"<<LNGBASELINEPKFORTHISDELTA>>", lngBaselinePkForThisDelta}};
     const auto result = invokeSOAPMethodWithName("protect2", {}, params, error, "", {backupServer});
     return result && result->string() && platform::lowercased(*result->string()) == "success";
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return false;
 }
 
 Error WebServiceBroker::uploadErrorWith(const std::optional<Dictionary>& responseDictionary,

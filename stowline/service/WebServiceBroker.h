@@ -23,8 +23,12 @@ inline constexpr int kFaultErrorCode = 200;
 
 /// Static operations only; all may be called from any number of threads at once. Those that call a
 /// web method block for one SOAP call (at most about 60 seconds and the start of a process), so
-/// they belong on worker threads. They throw nothing. An error slot may be null; it is written or
-/// cleared only where an operation says so.
+/// they belong on worker threads. An error slot may be null; it is written or cleared only where an
+/// operation says so.
+///
+/// They throw nothing. One that finds no memory ends without a result and stores code 250 in its
+/// slot, as long as there is memory for that; those that only put texts together throw
+/// std::bad_alloc, as the standard library does.
 class WebServiceBroker {
 public:
     WebServiceBroker() = delete;

@@ -60,7 +60,8 @@ public:
     /// @param progressHandler may be absent
     /// @return true only when the whole file is at the destination. Otherwise nothing of it is, and
     ///         an error line says why: the disk is full, the source cannot be read or changes its
-    ///         size meanwhile, the destination or its folder goes away, the handler stopped it.
+    ///         size meanwhile, the destination or its folder goes away, there is no memory, the
+    ///         handler stopped it.
     ///         When the source is missing or a folder, or something is at the destination already,
     ///         false comes at once, nothing is touched and nothing logged.
     [[nodiscard]] static bool copyFileAt(const std::string& source, const std::string& to,

@@ -116,22 +116,23 @@ bool mayBegin(const fs::path& source, const fs::path& destination)
 
 bool General::copyFileAt(const std::string& source, const std::string& to,
                          const ProgressHandler& progressHandler)
-{
+try {
     (void)launchTime();
     if (!mayBegin(source, to))
         return false;
-    try {
-        auto created = FileHandle::create(to);
-        if (!created)
-            return false;
-        UnfinishedFile destination(std::move(*created));
-        Copy(FileHandle::forReading(source), destination.file(), progressHandler).run();
-        destination.finish();
-        return true;
-    } catch (const FileFault& fault) {
-        STOWLINE_LOG_ERROR_OF("General", "%@", fault.what());
+    auto created = FileHandle::create(to);
+    if (!created)
         return false;
-    }
+    UnfinishedFile destination(std::move(*created));
+    Copy(FileHandle::forReading(source), destination.file(), progressHandler).run();
+    destination.finish();
+    return true;
+} catch (const FileFault& fault) {
+    STOWLINE_LOG_ERROR_OF("General", "%@", fault.what());
+    return false;
+} catch (const std::bad_alloc&) {
+    STOWLINE_LOG_ERROR_OF("General", "Cannot copy %@: there is not enough memory", source);
+    return false;
 }
 
 } // namespace stowline

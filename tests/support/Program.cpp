@@ -8,6 +8,7 @@
 #include <fstream>
 #include <poll.h>
 #include <spawn.h>
+#include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <thread>
@@ -208,6 +209,24 @@ std::size_t openDescriptorCount()
     std::size_t count = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
         ++count;
+    return count;
+}
+
+std::size_t childCount()
+{
+    const std::string parent = std::to_string(::getpid());
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "stat");
+        std::string stat;
+        std::getline(file, stat);
+        // After the name in parentheses: state and parent (proc(5)).
+        std::istringstream rest(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
+        std::string state;
+        std::string of;
+        if (rest >> state >> of && of == parent)
+            ++count;
+    }
     return count;
 }
 

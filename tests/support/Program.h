@@ -65,8 +65,10 @@ void awaitEnd(int process);
 /// Path of a program of the build.
 [[nodiscard]] std::string builtProgram(std::string_view name);
 
-/// Number of open descriptors of this process, and of children that it has not reaped.
+/// Number of open descriptors of this process; of its children, reaped ones aside; whether it has
+/// any.
 [[nodiscard]] std::size_t openDescriptorCount();
+[[nodiscard]] std::size_t childCount();
 [[nodiscard]] bool hasChildren();
 
 } // namespace stowline::test

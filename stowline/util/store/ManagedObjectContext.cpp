@@ -357,6 +357,8 @@ auto attempt(Store& store, platform::ErrorSlot slot, Work work) -> std::optional
         error = store.errorOf(fault);
     } catch (const store::InvalidRequest& fault) {
         error = platform::makeError(kStoreErrorDomain, 0, fault.what());
+    } catch (const std::bad_alloc&) {
+        platform::storeNoMemory(&error, kStoreErrorDomain, SQLITE_NOMEM);
     }
     store.noteLostTransaction();
     if (slot)
@@ -383,6 +385,9 @@ std::unique_ptr<ManagedObjectContext> ManagedObjectContext::open(const std::stri
         sentence = "The object store " + path + " cannot be opened: " + fault.what() + ".";
     } catch (const platform::FileFault& fault) {
         sentence = std::string("The object store cannot be made: ") + fault.what() + ".";
+    } catch (const std::bad_alloc&) {
+        platform::storeNoMemory(error, kStoreErrorDomain, SQLITE_NOMEM);
+        return nullptr;
     } catch (const std::exception& fault) {
         sentence = fault.what();
     }

@@ -1,0 +1,106 @@
+#include "tests/injection/FailingInTurn.h"
+
+#include "tests/support/Program.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+#include <thread>
+
+namespace stowline::test {
+
+namespace {
+
+std::size_t threadCount()
+{
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+/// Threads end in their own time.
+bool areThreadsNoMoreThan(std::size_t count)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (threadCount() > count && std::chrono::steady_clock::now() < end)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return threadCount() <= count;
+}
+
+/// The call that fails after this one has.
+std::size_t nextCall(const std::string& function, std::size_t call)
+{
+    constexpr std::size_t few = 64;
+    if (function != "new" || call < few || std::getenv("STOWLINE_LONG_TESTS"))
+        return call + 1;
+    return call + 1 + call / 16;
+}
+
+} // namespace
+
+std::ostream& operator<<(std::ostream& stream, const Failing& failing)
+{
+    return stream << failing.function << (failing.isPersistent ? " from some call on" : " once");
+}
+
+std::vector<Failing> bothWays(const std::vector<std::string>& functions)
+{
+    std::vector<Failing> all;
+    all.reserve(functions.size() * 2);
+    for (const std::string& function : functions) {
+        all.push_back({function, false});
+        all.push_back({function, true});
+    }
+    return all;
+}
+
+std::string nameOf(const testing::TestParamInfo<Failing>& info)
+{
+    return info.param.function + (info.param.isPersistent ? "_always" : "_once");
+}
+
+void failInTurn(const Failing& failing, const Path& path)
+{
+    path.works();
+    path.works(); // what is made once and kept is there now
+    const std::size_t descriptors = openDescriptorCount();
+    const std::size_t threads = threadCount();
+    const std::size_t children = childCount();
+    std::size_t failures = 0;
+    for (std::size_t call = 1; !testing::Test::HasFailure();
+         call = nextCall(failing.function, call)) {
+        SCOPED_TRACE(failing.function + ", call " + std::to_string(call));
+        arm({failing.function, call, failing.isPersistent});
+        path.attempt();
+        const Counts counts = disarm();
+        failures += counts.failures;
+        path.check();
+        path.works();
+        EXPECT_TRUE(areThreadsNoMoreThan(threads)) << threadCount() << ", before " << threads;
+        EXPECT_LE(openDescriptorCount(), descriptors);
+        EXPECT_EQ(childCount(), children);
+        if (counts.failures == 0)
+            break;
+    }
+    EXPECT_GT(failures, 0U) << "the path calls " << failing.function << " no more";
+    std::cout << failures << " calls of " << failing.function << " failed\n";
+}
+
+std::vector<std::string> unlisted(const std::vector<std::string>& functions, const Path& path)
+{
+    path.works();
+    std::vector<std::string> missing;
+    for (const std::string& function : injectableFunctions()) {
+        arm({function, std::numeric_limits<std::size_t>::max(), false});
+        path.attempt();
+        const Counts counts = disarm();
+        path.check();
+        if (counts.calls > 0 &&
+            std::find(functions.begin(), functions.end(), function) == functions.end())
+            missing.push_back(function);
+    }
+    return missing;
+}
+
+} // namespace stowline::test

@@ -1,0 +1,93 @@
+// Sending a part and asking for it while everything that can fail does.
+#include "stowline/platform/Bundle.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "tests/injection/FailingInTurn.h"
+#include "tests/support/DevServerProcess.h"
+
+namespace stowline {
+namespace {
+
+const std::vector<std::string> kCalled{"new",        "stat",       "socket", "socketpair",
+                                       "connect",    "send",       "recv",   "getsockname",
+                                       "getsockopt", "setsockopt", "poll",   "fcntl"};
+
+/// Each turn sends a part, and asks how much of the file the service has.
+class Uploading {
+public:
+    Uploading()
+    {
+        platform::Bundle::useFolder(server_.bundle());
+        platform::Bundle::useExecutable(test::builtProgram("stowline"));
+        EXPECT_TRUE(WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "secret words",
+                                                                "a@b.c", nullptr));
+        serverPath_ =
+            WebServiceBroker::getUploadServerPathForUsername("ann", host_, "guid").value_or("");
+        EXPECT_FALSE(serverPath_.empty());
+    }
+
+    test::Path path()
+    {
+        return {[this] { run(); }, [this] { check(); },
+                [this] {
+                    run();
+                    EXPECT_TRUE(sent_) << (error_ ? error_->text() : "refused");
+                    EXPECT_TRUE(known_) << (askingError_ ? askingError_->text() : "refused");
+                    check();
+                }};
+    }
+
+private:
+    void run()
+    {
+        error_.reset();
+        askingError_.reset();
+        const std::string guid = "guid-" + std::to_string(++turn_);
+        sent_ = WebServiceBroker::uploadForUser("ann", content_, "letter", content_.size(), host_,
+                                                serverPath_, guid, &error_);
+        known_ = WebServiceBroker::getServerFileInfoForClientFilename(
+            "letter", guid, "ann", serverPath_, host_, &askingError_);
+    }
+
+    /// A whole answer, or an error.
+    void check()
+    {
+        const std::string size = std::to_string(content_.size());
+        if (sent_) {
+            EXPECT_EQ(platform::findText(*sent_, "X-ReceivedBytes"), size);
+        }
+        if (known_) {
+            EXPECT_EQ(platform::findText(*known_, "X-ServerPath"),
+                      serverPath_ + "guid-" + std::to_string(turn_));
+        }
+    }
+
+    const test::DevServerProcess server_;
+    const std::string host_ = server_.address().substr(std::string("http://").size());
+    const std::string content_ = std::string(200000, 'p');
+    std::string serverPath_;
+    int turn_ = 0;
+    std::optional<Error> error_;
+    std::optional<Error> askingError_;
+    std::optional<Dictionary> sent_;
+    std::optional<Dictionary> known_;
+};
+
+class UploadFaults : public testing::TestWithParam<test::Failing> {};
+
+TEST_P(UploadFaults, EndInAWholeAnswerOrAnError)
+{
+    Uploading uploading;
+    test::failInTurn(GetParam(), uploading.path());
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, UploadFaults, testing::ValuesIn(test::bothWays(kCalled)),
+                         test::nameOf);
+
+TEST(UploadFaults, AreAllTried)
+{
+    Uploading uploading;
+    EXPECT_EQ(test::unlisted(kCalled, uploading.path()), std::vector<std::string>());
+}
+
+} // namespace
+} // namespace stowline
