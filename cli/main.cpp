@@ -72,6 +72,7 @@ int usageFault(const CLI::App& app, const CLI::ParseError& fault, bool json)
 
 int main(int count, char** words)
 {
+    platform::keepMemoryPrivate();
     platform::holdTerminationSignals();
     cli::watchForTermination();
     (void)General::launchTime();

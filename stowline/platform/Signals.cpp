@@ -45,4 +45,9 @@ void endWithParent()
         std::raise(SIGKILL);
 }
 
+void keepMemoryPrivate()
+{
+    ::prctl(PR_SET_DUMPABLE, 0);
+}
+
 } // namespace stowline::platform

@@ -1,4 +1,4 @@
-// Being asked to end.
+// What a program sets up with the system first: being asked to end, and being looked into.
 #pragma once
 
 namespace stowline::platform {
@@ -17,5 +17,9 @@ inline constexpr const char* kParentVariable = "STOWLINE_PARENT";
 /// when the process that the environment names as the parent is gone already. For a helper whose
 /// work is of no use to anybody else.
 void endWithParent();
+
+/// Keeps the memory of this process out of core dumps, and from being read by other processes of
+/// the same user, as a debugger's would. For programs that hold passwords. First thing in main().
+void keepMemoryPrivate();
 
 } // namespace stowline::platform

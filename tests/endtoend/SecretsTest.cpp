@@ -1,0 +1,276 @@
+// A password that is easy to recognise goes through everything, on good days and bad ones; it may
+// be nowhere afterwards, and in no list of processes meanwhile.
+#include "stowline/logging/DDFileLogger.h"
+#include "stowline/logging/DDLog.h"
+#include "stowline/logging/SQLiteLogger.h"
+#include "stowline/platform/Bundle.h"
+#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/Base64.h"
+#include "tests/endtoend/BackedUp.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <thread>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Environment;
+using test::Words;
+
+constexpr const char* kCanary = "Kanarienvogel<&>7f3c";
+constexpr const char* kToken = "Zeisig<&>9d21";
+
+/// A secret as it may look on its way: as it is, escaped for XML and URLs, in Base64 (without the
+/// last characters, which depend on what follows).
+std::vector<std::string> formsOf(const std::string& secret)
+{
+    std::string base64 = Base64::base64EncodingWithLineLength(secret, 0);
+    base64.resize(base64.size() - 4);
+    return {secret, platform::escapedForHtml(secret), base64, secret.substr(0, secret.find('<'))};
+}
+
+/// Where one of the secrets stands in a text, in some form; empty when nowhere.
+std::string secretIn(const std::string& text)
+{
+    for (const std::string& secret : {std::string(kCanary), std::string(kToken)}) {
+        for (const std::string& form : formsOf(secret)) {
+            if (const auto at = text.find(form); at != std::string::npos)
+                return text.substr(at > 60 ? at - 60 : 0, 160);
+        }
+    }
+    return {};
+}
+
+/// Looks at every file below a folder.
+void expectNoSecretBelow(const fs::path& folder)
+{
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (!entry.is_regular_file())
+            continue;
+        const auto content = platform::readFile(entry.path());
+        EXPECT_EQ(secretIn(content.value_or("")), "") << entry.path();
+    }
+}
+
+/// Every command that has a secret to handle.
+std::vector<Words> commands(const fs::path& folder)
+{
+    const std::string path = folder.string();
+    return {{"signin"},
+            {"backup", path, "--retry-time", "0", "--report", "--email", "a@b.c", "--monitor"},
+            {"uploads", "resume", "--retry-time", "0"},
+            {"account", "--show-encryption-key"},
+            {"systems"},
+            {"ls", path},
+            {"search", "*"},
+            {"versions", "1"},
+            {"restore-info", "1"},
+            {"monitor", "settings"},
+            {"monitor", "event", "BackupEnded"},
+            {"report"},
+            {"email", "a@b.c"},
+            {"rm", "--version", "1", "--yes"},
+            {"rm", path + "/d", "--yes", "--poll", "0.05", "--follow-time", "1"},
+            {"signup", "--email", "a@b.c"},
+            {"signup", "--email", "a@b.c", "--customer-type", "T", "--secret-question", "Who?"}};
+}
+
+const std::vector<std::string> kMethods{"Authenticate",
+                                        "CreateAccount",
+                                        "CreateTrialAccount",
+                                        "GetAccountUsedSpace",
+                                        "GetAccountInfo",
+                                        "GetPhyPath",
+                                        "getenckey",
+                                        "PreparePackagedFilesForProtection",
+                                        "GetAccountSystems",
+                                        "GetAccountFilesAndFolders",
+                                        "GetFileVersions",
+                                        "SearchFilesEx",
+                                        "getMetaDataAboutFilesToRecover",
+                                        "DeleteFilesInBulk",
+                                        "ProtectFile",
+                                        "protect2",
+                                        "GetSettings",
+                                        "LogEvent",
+                                        "SendBackupSummaryReport",
+                                        "sendEmail",
+                                        "BeginDeleteFolders",
+                                        "CheckDeleteFolders",
+                                        "BeginCancelDeleteFolders",
+                                        "GetServerPartInfo",
+                                        "UploadFilePart"};
+
+class SecretsUnderFault : public testing::TestWithParam<std::string> {};
+
+TEST_P(SecretsUnderFault, AreInNothingThatIsLeft)
+{
+    const test::TemporaryFolder data;
+    const test::TemporaryFolder temporary;
+    const std::string tokens = data.write("tokens", std::string(kToken) + "\n").string();
+    const std::string secretFile = data.write("secrets/password", kCanary).string();
+    const std::string logs = data.path() / "logs";
+    Words options{"--monitoring-tokens", tokens, "--log-folder", logs, "--log-level", "verbose"};
+    const fs::path kept = data.path() / "kept";
+    const test::TemporaryFolder tree;
+    tree.write("a", "content");
+    tree.write("d/b", "content");
+    const test::TemporaryFolder home;
+    const auto run = [&](const test::DevServerProcess& server, Words words) {
+        words.insert(words.begin(), {test::builtProgram("stowline"), "-v", "--log-file",
+                                     "--log-level", "verbose"});
+        return test::runProgram({std::move(words),
+                                 {{"HOME", home.path().string()},
+                                  {"TMPDIR", temporary.path().string()},
+                                  {"STOWLINE_BUNDLE", server.bundle().string()},
+                                  {"STOWLINE_USERNAME", "ann"},
+                                  {"STOWLINE_PASSWORD", kCanary},
+                                  {"STOWLINE_ANSWER", kCanary},
+                                  {"STOWLINE_MONITOR_TOKEN", kToken}}});
+    };
+    {
+        const test::DevServerProcess sound(options, kept);
+        ASSERT_EQ(run(sound, {"signup", "--email", "a@b.c"}).status, 0);
+        ASSERT_EQ(run(sound, {"backup", tree.path().string()}).status, 0);
+    }
+    for (const std::string& method : kMethods)
+        options.insert(options.end(), {"--fault", method + ":*:" + GetParam()});
+    const test::DevServerProcess faulty(options, kept);
+    for (const Words& words : commands(tree.path())) {
+        const auto result = run(faulty, words);
+        EXPECT_EQ(secretIn(result.output), "") << words.front();
+        EXPECT_EQ(secretIn(result.errors), "") << words.front();
+        EXPECT_LT(result.status, 1000) << words.front() << " crashed";
+    }
+    EXPECT_FALSE(fs::is_empty(home.path() / ".local/state/stowline/logs")) << "nothing was logged";
+    EXPECT_FALSE(fs::is_empty(logs)) << "nothing was logged";
+    fs::remove_all(data.path() / "secrets");
+    fs::remove(tokens);
+    expectNoSecretBelow(home.path());
+    expectNoSecretBelow(temporary.path());
+    expectNoSecretBelow(data.path());
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, SecretsUnderFault,
+                         testing::Values("fault", "500", "html", "cut", "reset", "garbage", "lost",
+                                         "lie"));
+
+/// Loggers of every kind that keeps something, with everything let through.
+class EverythingLogged {
+public:
+    explicit EverythingLogged(const fs::path& folder)
+    {
+        platform::setConsoleLogSink(
+            [this](std::string_view line) { console_.append(line).push_back('\n'); });
+        DDLog::addLogger(std::make_shared<DDFileLogger>(
+            std::make_shared<DDLogFileManagerDefault>((folder / "logs").string())));
+        DDLog::addLogger(std::make_shared<SQLiteLogger>((folder / "log.sqlite").string()));
+    }
+    ~EverythingLogged()
+    {
+        DDLog::removeAllLoggers();
+        DDLog::flushLog();
+        platform::setConsoleLogSink({});
+    }
+    EverythingLogged(const EverythingLogged&) = delete;
+    EverythingLogged& operator=(const EverythingLogged&) = delete;
+
+    [[nodiscard]] const std::string& console() const { return console_; }
+
+private:
+    std::string console_;
+};
+
+TEST(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
+{
+    const bool isLong = std::getenv("STOWLINE_LONG_TESTS");
+    const int calls = isLong ? 10000 : 300;
+    const test::DevServerProcess server;
+    platform::Bundle::useFolder(server.bundle());
+    platform::Bundle::useExecutable(test::builtProgram("stowline"));
+    const test::TemporaryFolder folder;
+    std::string console;
+    {
+        const EverythingLogged logged(folder.path());
+        ASSERT_TRUE(
+            WebServiceBroker::creatAccountWithFirstname("Ann", "ann", kCanary, "a@b.c", nullptr));
+        test::BackgroundProgram scanner(
+            {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/process_scanner.py",
+              "WebServiceCaller"},
+             {},
+             std::string(kCanary) + "\n"});
+        ASSERT_EQ(scanner.readLine(), "ready");
+        std::atomic<int> left = calls;
+        std::atomic<int> refused = 0;
+        std::vector<std::jthread> callers;
+        for (int i = 0; i < 4; ++i) {
+            callers.emplace_back([&] {
+                while (left-- > 0) {
+                    std::optional<Error> error;
+                    const auto result =
+                        WebServiceBroker::authenticateForUsername("ann", kCanary, &error);
+                    if (!result || platform::findText(*result, "AuthenticateResult") != "true")
+                        ++refused;
+                }
+            });
+        }
+        callers.clear();
+        scanner.closeInput();
+        EXPECT_EQ(refused, 0);
+        const auto report = scanner.wait();
+        EXPECT_EQ(report.errors, "");
+        std::istringstream figures(report.output);
+        int looks = 0;
+        int seen = 0;
+        int finds = -1;
+        figures >> looks >> seen >> finds;
+        std::cout << calls << " calls; " << looks << " looks at all processes, " << seen
+                  << " helpers seen\n";
+        EXPECT_GT(seen, calls / 50);
+        EXPECT_EQ(finds, 0);
+        console = logged.console();
+    }
+    EXPECT_FALSE(console.empty());
+    EXPECT_EQ(secretIn(console), "");
+    expectNoSecretBelow(folder.path());
+}
+
+/// Whether a program that crashes leaves a core in its folder here.
+bool areCoresWritten()
+{
+    const test::TemporaryFolder folder;
+    (void)test::runProgram(
+        {{"/bin/sh", "-c", "ulimit -c unlimited; cd \"$0\"; sh -c 'kill -SEGV $$'",
+          folder.path().string()}});
+    return !fs::is_empty(folder.path());
+}
+
+TEST(Secrets, AreInNoCore)
+{
+    if (!areCoresWritten())
+        GTEST_SKIP() << "This machine writes no cores into the folder of the program that crashed "
+                        "(/proc/sys/kernel/core_pattern).";
+    const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
+    const test::TemporaryFolder folder;
+    const test::TemporaryFolder home;
+    test::BackgroundProgram command(
+        {{"/bin/sh", "-c", "ulimit -c unlimited; cd \"$0\"; exec \"$@\"", folder.path().string(),
+          test::builtProgram("stowline"), "signin"},
+         {{"HOME", home.path().string()},
+          {"STOWLINE_BUNDLE", server.bundle().string()},
+          {"STOWLINE_USERNAME", "ann"},
+          {"STOWLINE_PASSWORD", kCanary}}});
+    const int helper = command.awaitChild();
+    ASSERT_EQ(::kill(helper, SIGSEGV), 0);
+    command.signal(SIGSEGV);
+    (void)command.wait();
+    test::awaitEnd(helper);
+    EXPECT_TRUE(fs::is_empty(folder.path()));
+}
+
+} // namespace
+} // namespace stowline
