@@ -36,6 +36,17 @@ TEST(SettingsCheck, ShippedSettingsAreInOrder)
     EXPECT_EQ(report(shipped()), "");
 }
 
+TEST(SettingsCheck, ThePagesExampleLacksOtherEntriesAndNothingElse)
+{
+    const std::string page = platform::readFile(STOWLINE_TEST_SOURCE "/docs/settings.md").value();
+    const std::string fence = "```xml\n";
+    const auto start = page.find(fence) + fence.size();
+    const auto faults = checkSettings(page.substr(start, page.find("```", start) - start));
+    EXPECT_FALSE(faults.empty());
+    for (const SettingsFault& fault : faults)
+        EXPECT_TRUE(fault.sentence.ends_with("is missing; add its entry.")) << fault.sentence;
+}
+
 TEST(SettingsCheck, TellsWhatCannotBeRead)
 {
     EXPECT_EQ(report("<plist>\n<dict>\n<key>a</key>\n</dict></plist>"),
