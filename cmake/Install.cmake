@@ -6,7 +6,7 @@ include(CMakePackageConfigHelpers)
 include(PublicHeaders)
 
 # The folders of stowline/ that a host program needs, all in one library.
-set(folders platform platform_desktop logging branding net util soap call service)
+set(folders platform platform_desktop logging logging_database branding net util store soap call service)
 set(objects)
 foreach(folder IN LISTS folders)
   list(APPEND objects $<TARGET_OBJECTS:stowline_${folder}>)
@@ -50,6 +50,29 @@ endforeach()
 install(FILES resources/Info.plist DESTINATION ${bundle} COMPONENT tools)
 install(FILES resources/WebServicesSettings.plist resources/backupReportEmailTemplate.html
   DESTINATION ${bundle}/Resources COMPONENT tools)
+
+# The command's manual page and completions say what its own help says.
+set(reference "${CMAKE_BINARY_DIR}/reference")
+add_custom_command(
+  OUTPUT "${reference}/stowline.1" "${reference}/stowline.bash" "${reference}/_stowline"
+         "${reference}/stowline.fish"
+  COMMAND python3 "${CMAKE_SOURCE_DIR}/scripts/command_reference.py" $<TARGET_FILE:stowline>
+          "${CMAKE_SOURCE_DIR}/docs/man/stowline.1.in" "${reference}"
+  DEPENDS stowline scripts/command_reference.py docs/man/stowline.1.in VERBATIM)
+add_custom_target(stowline_reference ALL DEPENDS "${reference}/stowline.1")
+install(FILES "${reference}/stowline.1" docs/man/stowline-devserver.1
+  DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
+install(FILES docs/man/WebServiceCaller.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT library)
+install(FILES "${reference}/stowline.bash" RENAME stowline
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT tools)
+install(FILES "${reference}/_stowline"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions" COMPONENT tools)
+install(FILES "${reference}/stowline.fish"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tools)
+# The pages; pictures and all, so that their links hold.
+install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
+install(DIRECTORY docs samples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development
+  PATTERN man EXCLUDE PATTERN Doxyfile EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
 
 foreach(header IN LISTS STOWLINE_PUBLIC_HEADERS)
   get_filename_component(folder "${header}" DIRECTORY)
