@@ -11,11 +11,12 @@ int main(int count, char** words)
     const char* password = std::getenv("STOWLINE_PASSWORD");
     if (count != 3 || !password)
         return 2;
-    platform::Bundle::useExecutable(STOWLINE_TOOLS_DIR "/consumer"); // WebServiceCaller is beside it
-    platform::Bundle::useFolder(words[1]);                           // Info.plist and Resources/
+    // WebServiceCaller lies beside this, Info.plist and Resources/ in the bundle.
+    platform::Bundle::useExecutable(STOWLINE_TOOLS_DIR "/consumer");
+    platform::Bundle::useFolder(words[1]);
     std::optional<Error> error;
     const auto answer = WebServiceBroker::authenticateForUsername(words[2], password, &error);
-    const std::string* server = answer ? platform::findString(*answer, "backupServerName") : nullptr;
+    const auto* server = answer ? platform::findString(*answer, "backupServerName") : nullptr;
     if (!server)
         std::cerr << (error ? error->localizedDescription() : "The sign-in was refused.") << "\n";
     else
