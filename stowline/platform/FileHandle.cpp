@@ -29,13 +29,23 @@ void requireWhole(const fs::path& path, const char* deed)
 }
 
 /// Whether what stands there, links not followed, is the open file.
-bool isSameFile(const FileDescriptor& file, int folder, const char* name) noexcept
+using Identity = std::pair<std::uint64_t, std::uint64_t>; ///< device and inode
+
+std::optional<Identity> identityOf(const FileDescriptor& file) noexcept
 {
-    struct stat there = {};
-    struct stat here = {};
-    return ::fstat(file.number(), &here) == 0 &&
-           ::fstatat(folder, name, &there, AT_SYMLINK_NOFOLLOW) == 0 &&
-           there.st_dev == here.st_dev && there.st_ino == here.st_ino;
+    struct stat status = {};
+    if (::fstat(file.number(), &status) != 0)
+        return std::nullopt;
+    return Identity(status.st_dev, status.st_ino);
+}
+
+/// What a name in a folder stands for; absent when it cannot be told.
+std::optional<Identity> identityAt(int folder, const char* name) noexcept
+{
+    struct stat status = {};
+    if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return std::nullopt;
+    return Identity(status.st_dev, status.st_ino);
 }
 
 /// The system's ways of saying that it cannot move bytes between these two files by itself.
@@ -80,8 +90,14 @@ std::optional<FileHandle> FileHandle::create(const fs::path& path)
     constexpr mode_t everybody = 0666;               // less what the process's mask takes away
     created.file_ = FileDescriptor(::openat(created.folder_.number(), name.c_str(),
                                             O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
-    if (created.file_.isOpen())
-        return created;
+    if (created.file_.isOpen()) {
+        created.identity_ = identityOf(created.file_);
+        if (created.identity_)
+            return created;
+        const int fault = errno;
+        ::unlinkat(created.folder_.number(), name.c_str(), 0);
+        throw FileFault("Cannot create", path, fault);
+    }
     if (errno == EEXIST)
         return std::nullopt;
     throw FileFault("Cannot create", path, errno);
@@ -148,13 +164,18 @@ std::size_t FileHandle::moveTo(FileHandle& destination, std::size_t most, std::s
 
 bool FileHandle::isInPlace() const noexcept
 {
-    return isSameFile(file_, AT_FDCWD, path_.c_str());
+    const auto mine = identityOf(file_);
+    return mine && identityAt(AT_FDCWD, path_.c_str()) == mine;
 }
 
 void FileHandle::discard() noexcept
 {
     const char* name = path_.c_str() + (path_.native().rfind('/') + 1);
-    if (folder_.isOpen() && isSameFile(file_, folder_.number(), name))
+    if (!folder_.isOpen())
+        return;
+    const auto there = identityAt(folder_.number(), name);
+    // What cannot be looked at is what was made there: its name was free then.
+    if (there ? there == identity_ : errno != ENOENT)
         ::unlinkat(folder_.number(), name, 0);
 }
 

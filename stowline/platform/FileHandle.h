@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace stowline::platform {
 
@@ -73,7 +74,9 @@ private:
     }
     FileDescriptor file_;
     std::filesystem::path path_;
-    FileDescriptor folder_;   ///< of a file that was created
+    FileDescriptor folder_; ///< of a file that was created
+    /// Device and inode of a file that was created.
+    std::optional<std::pair<std::uint64_t, std::uint64_t>> identity_;
     bool movesInside_ = true; ///< until the file system refuses
 };
 

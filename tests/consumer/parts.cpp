@@ -28,7 +28,7 @@ int main()
     const std::filesystem::path folder = std::getenv("HOME");
     DDLog::addLogger(std::make_shared<DDFileLogger>(
         std::make_shared<DDLogFileManagerDefault>((folder / "logs").string())));
-    DDLog::addLogger(std::make_shared<SQLiteLogger>((folder / "log.sqlite").string()));
+    DDLog::addLogger(SQLiteLogger::open((folder / "log.sqlite").string(), nullptr));
     STOWLINE_LOG_INFO("%@ from outside", "hello");
     DDLog::flushLog();
 

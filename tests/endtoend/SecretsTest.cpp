@@ -148,6 +148,7 @@ TEST_P(SecretsUnderFault, AreInNothingThatIsLeft)
     }
     EXPECT_FALSE(fs::is_empty(home.path() / ".local/state/stowline/logs")) << "nothing was logged";
     EXPECT_FALSE(fs::is_empty(logs)) << "nothing was logged";
+    EXPECT_NE(secretIn(platform::readFile(secretFile).value()), "") << "it would not be recognised";
     fs::remove_all(data.path() / "secrets");
     fs::remove(tokens);
     expectNoSecretBelow(home.path());
@@ -168,7 +169,7 @@ public:
             [this](std::string_view line) { console_.append(line).push_back('\n'); });
         DDLog::addLogger(std::make_shared<DDFileLogger>(
             std::make_shared<DDLogFileManagerDefault>((folder / "logs").string())));
-        DDLog::addLogger(std::make_shared<SQLiteLogger>((folder / "log.sqlite").string()));
+        DDLog::addLogger(SQLiteLogger::open((folder / "log.sqlite").string(), nullptr));
     }
     ~EverythingLogged()
     {

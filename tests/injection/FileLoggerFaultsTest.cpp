@@ -8,9 +8,9 @@
 namespace stowline {
 namespace {
 
-const std::vector<std::string> kCalled{"openat",    "new",       "write", "fdatasync", "stat",
-                                       "lstat",     "fstat",     "statx", "flock",     "lgetxattr",
-                                       "lsetxattr", "getrandom", "open"};
+const std::vector<std::string> kCalled{"new",       "write",     "fdatasync", "stat",
+                                       "lstat",     "fstat",     "statx",     "flock",
+                                       "lgetxattr", "lsetxattr", "getrandom", "open"};
 
 /// Each turn logs a line, finishes the file, and logs another into a new one.
 class LoggingIntoFiles {
