@@ -8,9 +8,13 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <iterator>
+#include <map>
+#include <span>
 
 namespace stowline::cli {
 
@@ -62,12 +66,33 @@ std::optional<std::string> outputOf(const std::string& command)
     return answer->output;
 }
 
+/// What stood in the variables of secrets, by name.
+std::map<std::string, std::string>& takenVariables()
+{
+    static std::map<std::string, std::string> taken;
+    return taken;
+}
+
+/// Takes a secret out of the environment, and overwrites it there, so that no child inherits it and
+/// a list of processes does not show it.
+void take(const std::string& variable)
+{
+    char* set = std::getenv(variable.c_str());
+    if (!set)
+        return;
+    const std::span<char> text(set, std::strlen(set));
+    takenVariables()[variable] = std::string(text.begin(), text.end());
+    std::ranges::fill(text, '*');
+    ::unsetenv(variable.c_str());
+}
+
 } // namespace
 
 void SecretOptions::declare(CLI::App& command, const std::string& name, const std::string& variable)
 {
     name_ = name;
     variable_ = variable;
+    take(variable);
     auto* fromStdin = command.add_flag("--" + name + "-stdin", fromStdin_,
                                        "Read the " + name + " from standard input");
     auto* file =
@@ -107,13 +132,13 @@ std::optional<std::string> SecretOptions::readIfGiven() const
 {
     if (isNamed())
         return readNamed();
-    const char* set = std::getenv(variable_.c_str());
-    return set ? std::optional<std::string>(set) : std::nullopt;
+    const auto set = takenVariables().find(variable_);
+    return set != takenVariables().end() ? std::optional(set->second) : std::nullopt;
 }
 
 std::optional<std::string> SecretOptions::read(const std::string& prompt) const
 {
-    if (isNamed() || std::getenv(variable_.c_str()))
+    if (isNamed() || takenVariables().contains(variable_))
         return required(readIfGiven());
     auto typed = platform::readHiddenLine(prompt);
     if (!typed)

@@ -13,7 +13,9 @@ class SecretOptions {
 public:
     /// Adds --<name>-stdin, --<name>-file and --<name>-command to a subcommand. Naming two of them
     /// is a usage error.
-    /// @param variable environment variable that is asked when none is named
+    /// @param variable environment variable that is asked when none is named; it is taken out of
+    /// the
+    ///        environment here, so that children do not inherit it
     void declare(CLI::App& command, const std::string& name, const std::string& variable);
 
     /// Reads the secret: the named source, else the variable, else a prompt on the terminal without

@@ -295,6 +295,29 @@ bool areCoresWritten()
     return !fs::is_empty(folder.path());
 }
 
+TEST(Secrets, AreInNoChildsEnvironmentAndNoLongerInTheCommandsOwn)
+{
+    const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
+    const test::TemporaryFolder home;
+    test::BackgroundProgram command({{test::builtProgram("stowline"), "signin"},
+                                     {{"HOME", home.path().string()},
+                                      {"STOWLINE_BUNDLE", server.bundle().string()},
+                                      {"STOWLINE_USERNAME", "ann"},
+                                      {"STOWLINE_PASSWORD", kCanary}}});
+    const fs::path helper = "/proc/" + std::to_string(command.awaitChild());
+    const std::string status = platform::readFile(helper / "status").value();
+    const std::string parent = status.substr(status.find("PPid:\t") + 6);
+    const fs::path itself = "/proc/" + parent.substr(0, parent.find('\n'));
+    for (const fs::path& process : {helper, itself}) {
+        const auto environment = platform::readFile(process / "environ");
+        ASSERT_TRUE(environment) << process;
+        EXPECT_NE(environment->find("STOWLINE_USERNAME=ann"), std::string::npos);
+        EXPECT_EQ(secretIn(*environment), "");
+    }
+    command.signal(SIGTERM);
+    (void)command.wait();
+}
+
 TEST(Secrets, AreInNoCore)
 {
     if (!areCoresWritten())
