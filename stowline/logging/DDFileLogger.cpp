@@ -81,7 +81,6 @@ public:
     void write(std::string_view line, bool mayWait)
     {
         locked([&] {
-            now_ = std::chrono::steady_clock::now();
             const bool isTaken = !line.empty() && freeSpace_.isMoreThan(line.size(), now_);
             if (isTaken && !mayWait && lineEnds_.empty())
                 return writeOrTell(line); // by far the most frequent for lines that are awaited
@@ -189,6 +188,7 @@ private:
         Teller teller{*this};
         const std::lock_guard lock(mutex_);
         const Collector collector{teller};
+        now_ = std::chrono::steady_clock::now();
         return work();
     }
 
@@ -386,7 +386,7 @@ private:
     std::unique_ptr<platform::Timer> timer_;
     std::vector<Archived> archived_; ///< that the manager is still to be told of
     FreeSpace freeSpace_;
-    SteadyTime now_{};            ///< of the line that is being written
+    SteadyTime now_{};            ///< of the work that is being done
     SteadyTime lookedAt_{};       ///< when file_ was last known to be there
     std::uint64_t knownSize_ = 0; ///< of file_ after the last write
     std::string gathered_;        ///< lines that are not written yet

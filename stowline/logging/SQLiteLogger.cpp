@@ -37,11 +37,6 @@ void store(std::string* slot, std::string sentence)
         *slot = std::move(sentence);
 }
 
-void bindText(SQLite::Statement& statement, int place, const std::string& text)
-{
-    statement.bindNoCopy(place, text);
-}
-
 LogEntry entryOf(SQLite::Statement& row)
 {
     return {.text = row.getColumn(9).getString(),
@@ -122,12 +117,12 @@ private:
         row.bind(2, entry.level);
         row.bind(3, entry.flag);
         row.bind(4, entry.context);
-        bindText(row, 5, entry.file);
-        bindText(row, 6, entry.function);
+        row.bindNoCopy(5, entry.file);
+        row.bindNoCopy(6, entry.function);
         row.bind(7, entry.line);
-        bindText(row, 8, entry.thread);
-        bindText(row, 9, entry.queue);
-        bindText(row, 10, entry.text);
+        row.bindNoCopy(8, entry.thread);
+        row.bindNoCopy(9, entry.queue);
+        row.bindNoCopy(10, entry.text);
         row.exec();
         row.reset();
     }

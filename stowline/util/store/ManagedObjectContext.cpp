@@ -1,7 +1,6 @@
 #include "stowline/util/store/ManagedObjectContext.h"
 
 #include "stowline/platform/FileHandle.h"
-#include "stowline/platform/Text.h"
 #include "stowline/util/store/StoreSql.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
