@@ -5,8 +5,6 @@
 #include "cli/backup/BackupRun.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
 namespace {
@@ -32,10 +30,10 @@ ExitStatus account(const AccountOptions& options)
     const auto path = uploadPathFor(*session);
     if (!path)
         return path.status();
-    std::vector<std::pair<std::string, std::string>> fields{{"account", session->username},
-                                                            {"server", session->server},
-                                                            {"used_kb", std::to_string(*used)},
-                                                            {"upload_path", *path}};
+    Fields fields{{"account", session->username},
+                  {"server", session->server},
+                  {"used_kb", *used},
+                  {"upload_path", *path}};
     if (const Dictionary* details = info->dictionary()) {
         for (const auto& [name, value] : *details)
             fields.emplace_back(name, value.text());
@@ -53,15 +51,15 @@ ExitStatus account(const AccountOptions& options)
 
 } // namespace
 
-void declareAccount(CLI::App& app, Chosen& chosen)
+void declareAccount(const Command& app)
 {
     auto options = std::make_shared<AccountOptions>();
-    CLI::App* command =
-        app.add_subcommand("account", "Show the account's details, used space and upload path");
-    options->session.declare(*command);
-    command->add_flag("--show-encryption-key", options->showsKey,
-                      "Show the account's encryption key too, which is a secret");
-    command->callback([options, &chosen] { chosen = [options] { return account(*options); }; });
+    const Command command =
+        app.addCommand("account", "Show the account's details, used space and upload path");
+    options->session.declare(command);
+    command.addFlag("--show-encryption-key", options->showsKey,
+                    "Show the account's encryption key too, which is a secret");
+    command.runs([options] { return account(*options); });
 }
 
 } // namespace stowline::cli

@@ -3,8 +3,6 @@
 #include "cli/Commands.h"
 #include "cli/Output.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
 namespace {
@@ -27,21 +25,21 @@ ExitStatus backup(Options& options)
 
 } // namespace
 
-void declareBackup(CLI::App& app, Chosen& chosen)
+void declareBackup(const Command& app)
 {
     auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand(
+    const Command command = app.addCommand(
         "backup", "Upload files in parts, go on with what was cut off, register each file");
-    command->add_option("PATH", options->paths, "Files and folders")->required();
-    command->add_option("--include", options->rules.include,
-                        "Only files that match a pattern: of names, or with a slash of paths below "
-                        "PATH; may be given again");
-    command->add_option("--exclude", options->rules.exclude,
-                        "No files and folders that match a pattern; may be given again");
-    command->add_flag("--skip-hidden", options->rules.skipsHidden, "No hidden files and folders");
-    options->flags.declare(*command);
-    options->session.declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return backup(*options); }; });
+    command.addOption("PATH", options->paths, "Files and folders").required();
+    command.addOption("--include", options->rules.include,
+                      "Only files that match a pattern: of names, or with a slash of paths below "
+                      "PATH; may be given again");
+    command.addOption("--exclude", options->rules.exclude,
+                      "No files and folders that match a pattern; may be given again");
+    command.addFlag("--skip-hidden", options->rules.skipsHidden, "No hidden files and folders");
+    options->flags.declare(command);
+    options->session.declare(command);
+    command.runs([options] { return backup(*options); });
 }
 
 } // namespace stowline::cli

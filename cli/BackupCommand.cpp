@@ -4,33 +4,29 @@
 #include "stowline/platform/Files.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
-void BackupFlags::declare(CLI::App& command)
+void BackupFlags::declare(const Command& command)
 {
-    const CLI::AsSizeValue size(false); // k, m, g and so on are powers of 1024
-    command.add_option("--system", systemName, "Name of this machine on the service")
-        ->default_val(General::localHostName());
-    command.add_option("--part-size", partBytes, "Bytes to send at once, as 4m")
-        ->transform(size)
-        ->check(CLI::Range(std::uint64_t{4096}, std::uint64_t{1} << 32));
-    command.add_option("--bwlimit", bytesPerSecond, "Bytes a second to send at most, as 500k")
-        ->transform(size);
-    command.add_option("-j,--jobs", jobs, "Files to upload at the same time")
-        ->check(CLI::Range(1, 64))
-        ->capture_default_str();
-    command
-        .add_option("--retry-time", retrySeconds, "Seconds to try a part again before giving up")
-        ->check(CLI::Range(0.0, 86400.0))
-        ->capture_default_str();
-    command.add_flag("--checksum", comparesChecksums,
-                     "Compare checksums too before a file is left out as unchanged");
-    command.add_option("--register-with", registration, "Web method that registers the files")
-        ->check(CLI::IsMember({"protect2", "ProtectFile"}))
-        ->capture_default_str();
-    command.add_flag("-n,--dry-run", isDryRun, "Say what would be done");
+    command.addOption("--system", systemName, "Name of this machine on the service")
+        .defaultsTo(General::localHostName());
+    command.addOption("--part-size", partBytes, "Bytes to send at once, as 4m")
+        .asSize()
+        .between(std::uint64_t{4096}, std::uint64_t{1} << 32);
+    command.addOption("--bwlimit", bytesPerSecond, "Bytes a second to send at most, as 500k")
+        .asSize();
+    command.addOption("-j,--jobs", jobs, "Files to upload at the same time")
+        .between(1, 64)
+        .showsDefault();
+    command.addOption("--retry-time", retrySeconds, "Seconds to try a part again before giving up")
+        .between(0.0, 86400.0)
+        .showsDefault();
+    command.addFlag("--checksum", comparesChecksums,
+                    "Compare checksums too before a file is left out as unchanged");
+    command.addOption("--register-with", registration, "Web method that registers the files")
+        .oneOf({"protect2", "ProtectFile"})
+        .showsDefault();
+    command.addFlag("-n,--dry-run", isDryRun, "Say what would be done");
     reports.declare(command);
 }
 

@@ -1,6 +1,7 @@
 // What the commands that upload have in common.
 #pragma once
 
+#include "cli/CommandLine.h"
 #include "cli/Interruption.h"
 #include "cli/Reporting.h"
 #include "cli/Session.h"
@@ -23,7 +24,7 @@ struct BackupFlags {
     std::string registration = "protect2";
     ReportFlags reports;
 
-    void declare(CLI::App& command);
+    void declare(const Command& command);
 };
 
 /// Keeps other runs of this user away as long as it exists.

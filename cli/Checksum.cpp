@@ -5,9 +5,7 @@
 #include "cli/Progress.h"
 #include "stowline/util/Crc32.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <array>
 #include <charconv>
@@ -63,12 +61,12 @@ Crc32::FileChecksum checksumOf(const std::string& file, ProgressDisplay& progres
 void show(const std::string& file, const Crc32::FileChecksum& result)
 {
     const std::string hexadecimal = fmt::format("{:08x}", result.checksum);
-    nlohmann::ordered_json object{{"v", 1}, {"type", "checksum"}};
-    addPath(object, file);
-    object["crc32"] = hexadecimal;
-    object["value"] = result.checksum;
-    object["bytes"] = result.bytesRead;
-    output().item(hexadecimal + "  " + file, object);
+    Fields fields;
+    addPath(fields, file);
+    fields.emplace_back("crc32", hexadecimal);
+    fields.emplace_back("value", std::uint64_t{result.checksum});
+    fields.emplace_back("bytes", result.bytesRead);
+    output().item(hexadecimal + "  " + file, "checksum", fields);
 }
 
 ExitStatus tellMismatch(const ChecksumOptions& options, std::uint32_t found)
@@ -121,14 +119,14 @@ ExitStatus checksum(const ChecksumOptions& options)
 
 } // namespace
 
-void declareChecksum(CLI::App& app, Chosen& chosen)
+void declareChecksum(const Command& app)
 {
     auto options = std::make_shared<ChecksumOptions>();
-    CLI::App* command = app.add_subcommand("checksum", "Print the CRC-32 of files");
-    command->add_option("FILE", options->files, "Files; - for standard input")->required();
-    command->add_option("--expect", options->expected,
-                        "Checksum that the file must have, in hexadecimal");
-    command->callback([options, &chosen] { chosen = [options] { return checksum(*options); }; });
+    const Command command = app.addCommand("checksum", "Print the CRC-32 of files");
+    command.addOption("FILE", options->files, "Files; - for standard input").required();
+    command.addOption("--expect", options->expected,
+                      "Checksum that the file must have, in hexadecimal");
+    command.runs([options] { return checksum(*options); });
 }
 
 } // namespace stowline::cli

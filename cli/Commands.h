@@ -1,37 +1,30 @@
 // The subcommands: each declares itself on the application and says what to run when chosen.
 #pragma once
 
-#include "cli/ExitStatus.h"
-
-#include <CLI/App.hpp>
-
-#include <functional>
+#include "cli/CommandLine.h"
 
 namespace stowline::cli {
 
-/// Where a subcommand leaves what is to be run; called after all options are known.
-using Chosen = std::function<ExitStatus()>;
-
-void declareSignUp(CLI::App& app, Chosen& chosen);
-void declareSignIn(CLI::App& app, Chosen& chosen);
-void declareEncryption(CLI::App& app, Chosen& chosen);
-void declareAccount(CLI::App& app, Chosen& chosen);
-void declareBackup(CLI::App& app, Chosen& chosen);
-void declareUploads(CLI::App& app, Chosen& chosen);
-void declareSystems(CLI::App& app, Chosen& chosen);
-void declareList(CLI::App& app, Chosen& chosen);
-void declareSearch(CLI::App& app, Chosen& chosen);
-void declareVersions(CLI::App& app, Chosen& chosen);
-void declareRestoreInfo(CLI::App& app, Chosen& chosen);
-void declareRemove(CLI::App& app, Chosen& chosen);
-void declareMonitor(CLI::App& app, Chosen& chosen);
-void declareReport(CLI::App& app, Chosen& chosen);
-void declareEmail(CLI::App& app, Chosen& chosen);
-void declareChecksum(CLI::App& app, Chosen& chosen);
-void declareCopy(CLI::App& app, Chosen& chosen);
-void declarePaths(CLI::App& app, Chosen& chosen);
-void declareLinks(CLI::App& app, Chosen& chosen);
-void declareSettings(CLI::App& app, Chosen& chosen);
-void declareDoctor(CLI::App& app, Chosen& chosen);
+void declareSignUp(const Command& app);
+void declareSignIn(const Command& app);
+void declareEncryption(const Command& app);
+void declareAccount(const Command& app);
+void declareBackup(const Command& app);
+void declareUploads(const Command& app);
+void declareSystems(const Command& app);
+void declareList(const Command& app);
+void declareSearch(const Command& app);
+void declareVersions(const Command& app);
+void declareRestoreInfo(const Command& app);
+void declareRemove(const Command& app);
+void declareMonitor(const Command& app);
+void declareReport(const Command& app);
+void declareEmail(const Command& app);
+void declareChecksum(const Command& app);
+void declareCopy(const Command& app);
+void declarePaths(const Command& app);
+void declareLinks(const Command& app);
+void declareSettings(const Command& app);
+void declareDoctor(const Command& app);
 
 } // namespace stowline::cli

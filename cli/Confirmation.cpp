@@ -4,14 +4,12 @@
 #include "stowline/platform/Terminal.h"
 #include "stowline/platform/Text.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
-void Confirmation::declare(CLI::App& command)
+void Confirmation::declare(const Command& command)
 {
-    command.add_flag("--yes", isGiven_, "Do not ask");
-    command.add_flag("-n,--dry-run", isDryRun_, "Say what would be done");
+    command.addFlag("--yes", isGiven_, "Do not ask");
+    command.addFlag("-n,--dry-run", isDryRun_, "Say what would be done");
 }
 
 std::optional<ExitStatus> Confirmation::refusal(const std::string& what) const

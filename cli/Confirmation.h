@@ -1,21 +1,18 @@
 // Asking before something is deleted.
 #pragma once
 
+#include "cli/CommandLine.h"
 #include "cli/ExitStatus.h"
 
 #include <optional>
 #include <string>
-
-namespace CLI {
-class App;
-}
 
 namespace stowline::cli {
 
 /// "--yes" and "--dry-run" of a command that deletes.
 class Confirmation {
 public:
-    void declare(CLI::App& command);
+    void declare(const Command& command);
 
     /// Asks on the terminal, unless --yes was given. With --dry-run says what would be done.
     /// @param what "the upload of /a/b" as it stands after "Delete "

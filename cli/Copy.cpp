@@ -8,7 +8,6 @@
 #include "stowline/util/Crc32.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -81,10 +80,9 @@ ExitStatus runCopy(const CopyOptions& options, const std::string& destination)
                              "The copy " + destination + " is not the same as " + options.source +
                                  ". Please copy it again; it has been left for you to look at.");
     std::error_code unknown;
-    return output().finish(ExitStatus::done,
-                           {{"copied", options.source},
-                            {"to", destination},
-                            {"bytes", std::to_string(fs::file_size(destination, unknown))}});
+    return output().finish(ExitStatus::done, {{"copied", options.source},
+                                              {"to", destination},
+                                              {"bytes", fs::file_size(destination, unknown)}});
 }
 
 ExitStatus copy(const CopyOptions& options)
@@ -104,15 +102,15 @@ ExitStatus copy(const CopyOptions& options)
 
 } // namespace
 
-void declareCopy(CLI::App& app, Chosen& chosen)
+void declareCopy(const Command& app)
 {
     auto options = std::make_shared<CopyOptions>();
-    CLI::App* command = app.add_subcommand("copy", "Copy a file, never over another");
-    command->add_option("SRC", options->source, "File to copy")->required();
-    command->add_option("DST", options->destination, "New name, or a folder")->required();
-    command->add_flag("--verify", options->verify, "Compare the checksums afterwards");
-    command->add_flag("-n,--dry-run", options->dryRun, "Say what would be done");
-    command->callback([options, &chosen] { chosen = [options] { return copy(*options); }; });
+    const Command command = app.addCommand("copy", "Copy a file, never over another");
+    command.addOption("SRC", options->source, "File to copy").required();
+    command.addOption("DST", options->destination, "New name, or a folder").required();
+    command.addFlag("--verify", options->verify, "Compare the checksums afterwards");
+    command.addFlag("-n,--dry-run", options->dryRun, "Say what would be done");
+    command.runs([options] { return copy(*options); });
 }
 
 } // namespace stowline::cli

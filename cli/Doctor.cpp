@@ -11,9 +11,7 @@
 #include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdlib>
 #include <set>
@@ -167,13 +165,11 @@ ExitStatus doctor()
     std::size_t unwell = 0;
     for (const Finding& finding : examine()) {
         unwell += finding.isWell ? 0 : 1;
-        output().item(fmt::format("{:<5} {:<13} {}", finding.isWell ? "ok" : "FAULT",
-                                  finding.subject, finding.text),
-                      {{"v", 1},
-                       {"type", "finding"},
-                       {"subject", finding.subject},
-                       {"ok", finding.isWell},
-                       {"message", finding.text}});
+        output().item(
+            fmt::format("{:<5} {:<13} {}", finding.isWell ? "ok" : "FAULT", finding.subject,
+                        finding.text),
+            "finding",
+            {{"subject", finding.subject}, {"ok", finding.isWell}, {"message", finding.text}});
     }
     if (unwell == 0)
         return output().finish(ExitStatus::done);
@@ -182,10 +178,10 @@ ExitStatus doctor()
 
 } // namespace
 
-void declareDoctor(CLI::App& app, Chosen& chosen)
+void declareDoctor(const Command& app)
 {
-    app.add_subcommand("doctor", "Look over settings, helper, network, certificates and folders")
-        ->callback([&chosen] { chosen = doctor; });
+    app.addCommand("doctor", "Look over settings, helper, network, certificates and folders")
+        .runs(doctor);
 }
 
 } // namespace stowline::cli

@@ -4,8 +4,6 @@
 #include "cli/ServiceFailure.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <iterator>
 
@@ -30,16 +28,14 @@ ExitStatus run(const std::string& webMethod, Operation operation)
 
 } // namespace
 
-void declareEncryption(CLI::App& app, Chosen& chosen)
+void declareEncryption(const Command& app)
 {
-    app.add_subcommand("encrypt", "Have the service encrypt the text on standard input")
-        ->callback([&chosen] {
-            chosen = [] { return run("EncryptString", WebServiceBroker::encryptString); };
-        });
-    app.add_subcommand("decrypt", "Have the service decrypt the text on standard input")
-        ->callback([&chosen] {
-            chosen = [] { return run("DecryptString", WebServiceBroker::decryptString); };
-        });
+    app.addCommand("encrypt", "Have the service encrypt the text on standard input").runs([] {
+        return run("EncryptString", WebServiceBroker::encryptString);
+    });
+    app.addCommand("decrypt", "Have the service decrypt the text on standard input").runs([] {
+        return run("DecryptString", WebServiceBroker::decryptString);
+    });
 }
 
 } // namespace stowline::cli

@@ -4,9 +4,7 @@
 #include "stowline/branding/AccountProvider.h"
 #include "stowline/platform/Alert.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <array>
 
@@ -22,8 +20,7 @@ struct Details {
 
 void show(const std::string& key, const std::string& value)
 {
-    output().item(fmt::format("{:<22}  {}", key, value),
-                  {{"v", 1}, {"type", "link"}, {"key", key}, {"value", value}});
+    output().item(fmt::format("{:<22}  {}", key, value), "link", {{"key", key}, {"value", value}});
 }
 
 ExitStatus links()
@@ -57,11 +54,9 @@ ExitStatus links()
 
 } // namespace
 
-void declareLinks(CLI::App& app, Chosen& chosen)
+void declareLinks(const Command& app)
 {
-    app.add_subcommand("links", "Show what the brand's keys say")->callback([&chosen] {
-        chosen = links;
-    });
+    app.addCommand("links", "Show what the brand's keys say").runs(links);
 }
 
 } // namespace stowline::cli

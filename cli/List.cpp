@@ -6,8 +6,6 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
 namespace {
@@ -41,24 +39,23 @@ ExitStatus list(const ListOptions& options)
 
 } // namespace
 
-void declareList(CLI::App& app, Chosen& chosen)
+void declareList(const Command& app)
 {
     auto options = std::make_shared<ListOptions>();
-    CLI::App* command = app.add_subcommand("ls", "List a folder as it is stored");
-    command->add_option("PATH", options->path, "Folder of the machine")->required();
-    command->add_option("--system", options->listing.systemName, "The machine")
-        ->default_val(General::localHostName());
-    command->add_option("--sort", options->listing.sortField, "Name, Size or Modified")
-        ->check(CLI::IsMember({"Name", "Size", "Modified"}))
-        ->capture_default_str();
-    command->add_flag("-r,--reverse", options->isDescending, "Largest or last first");
-    command->add_option("--page-size", options->listing.pageSize, "Entries to ask for at once")
-        ->check(CLI::Range(1, 10000))
-        ->capture_default_str();
-    command->add_option("--limit", options->listing.limit, "Entries to show at most")
-        ->check(CLI::PositiveNumber);
-    options->session.declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return list(*options); }; });
+    const Command command = app.addCommand("ls", "List a folder as it is stored");
+    command.addOption("PATH", options->path, "Folder of the machine").required();
+    command.addOption("--system", options->listing.systemName, "The machine")
+        .defaultsTo(General::localHostName());
+    command.addOption("--sort", options->listing.sortField, "Name, Size or Modified")
+        .oneOf({"Name", "Size", "Modified"})
+        .showsDefault();
+    command.addFlag("-r,--reverse", options->isDescending, "Largest or last first");
+    command.addOption("--page-size", options->listing.pageSize, "Entries to ask for at once")
+        .between(1, 10000)
+        .showsDefault();
+    command.addOption("--limit", options->listing.limit, "Entries to show at most").positive();
+    options->session.declare(command);
+    command.runs([options] { return list(*options); });
 }
 
 } // namespace stowline::cli

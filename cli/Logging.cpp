@@ -9,8 +9,6 @@
 #include "stowline/platform/Files.h"
 #include "stowline/platform/Terminal.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
 namespace {
@@ -41,14 +39,14 @@ std::shared_ptr<DDLogger> standardErrorLogger()
 
 } // namespace
 
-void declareLogging(CLI::App& app, LogOptions& options)
+void declareLogging(const Command& app, LogOptions& options)
 {
-    app.add_flag("-v,--verbose", options.verbose, "Show the log on standard error");
-    app.add_flag("--log-file", options.toFile,
-                 "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)");
-    app.add_option("--log-level", options.level, "Least important lines to log")
-        ->check(CLI::IsMember(logLevelNames()))
-        ->capture_default_str();
+    app.addFlag("-v,--verbose", options.verbose, "Show the log on standard error");
+    app.addFlag("--log-file", options.toFile,
+                "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)");
+    app.addOption("--log-level", options.level, "Least important lines to log")
+        .oneOf(logLevelNames())
+        .showsDefault();
 }
 
 void startLogging(const LogOptions& options)

@@ -1,7 +1,7 @@
 // Where this run's log goes.
 #pragma once
 
-#include <CLI/App.hpp>
+#include "cli/CommandLine.h"
 
 #include <string>
 
@@ -13,7 +13,7 @@ struct LogOptions {
     std::string level = "info";
 };
 
-void declareLogging(CLI::App& app, LogOptions& options);
+void declareLogging(const Command& app, LogOptions& options);
 
 /// Adds the sinks that were asked for: rolling files in the state folder, standard error. A folder
 /// that cannot be made is told, and the run goes on without files.

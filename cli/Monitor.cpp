@@ -3,10 +3,9 @@
 #include "cli/Output.h"
 #include "cli/Reporting.h"
 #include "cli/ServiceFailure.h"
+#include "cli/Session.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
-
-#include <CLI/CLI.hpp>
 
 namespace stowline::cli {
 
@@ -19,13 +18,11 @@ struct MonitorOptions {
     SecretOptions token;
     bool isDryRun = false;
 
-    void declare(CLI::App& command)
+    void declare(const Command& command)
     {
-        command.add_option("-u,--username", username, "User name")
-            ->envname("STOWLINE_USERNAME")
-            ->required();
-        command.add_option("--system", systemName, "Name of this machine")
-            ->default_val(General::localHostName());
+        declareUsername(command, username);
+        command.addOption("--system", systemName, "Name of this machine")
+            .defaultsTo(General::localHostName());
         token.declare(command, "monitor-token", "STOWLINE_MONITOR_TOKEN");
     }
 };
@@ -42,7 +39,7 @@ ExitStatus showSettings(const MonitorOptions& options)
     if (!settings)
         return output().fail(ExitStatus::refused,
                              "Central monitoring gave no settings. Is the token still good?");
-    std::vector<std::pair<std::string, std::string>> fields;
+    Fields fields;
     for (const auto& [name, value] : *settings)
         fields.emplace_back(name, value.text());
     return output().finish(ExitStatus::done, fields);
@@ -67,25 +64,22 @@ ExitStatus logEvent(const MonitorOptions& options)
 
 } // namespace
 
-void declareMonitor(CLI::App& app, Chosen& chosen)
+void declareMonitor(const Command& app)
 {
-    CLI::App* command = app.add_subcommand("monitor", "Central monitoring: settings, event");
-    command->require_subcommand(1);
+    const Command command = app.addCommand("monitor", "Central monitoring: settings, event");
+    command.needsSubcommand();
     auto settingsOptions = std::make_shared<MonitorOptions>();
-    CLI::App* settings =
-        command->add_subcommand("settings", "Show what central monitoring wants of this machine");
-    settingsOptions->declare(*settings);
-    settings->callback([settingsOptions, &chosen] {
-        chosen = [settingsOptions] { return showSettings(*settingsOptions); };
-    });
+    const Command settings =
+        command.addCommand("settings", "Show what central monitoring wants of this machine");
+    settingsOptions->declare(settings);
+    settings.runs([settingsOptions] { return showSettings(*settingsOptions); });
     auto eventOptions = std::make_shared<MonitorOptions>();
-    CLI::App* event =
-        command->add_subcommand("event", "Report an event, with the figures of the last backup");
-    event->add_option("EVENT", eventOptions->event, "Kind of event, as BackupStarted")->required();
-    event->add_flag("-n,--dry-run", eventOptions->isDryRun, "Send nothing");
-    eventOptions->declare(*event);
-    event->callback(
-        [eventOptions, &chosen] { chosen = [eventOptions] { return logEvent(*eventOptions); }; });
+    const Command event =
+        command.addCommand("event", "Report an event, with the figures of the last backup");
+    event.addOption("EVENT", eventOptions->event, "Kind of event, as BackupStarted").required();
+    event.addFlag("-n,--dry-run", eventOptions->isDryRun, "Send nothing");
+    eventOptions->declare(event);
+    event.runs([eventOptions] { return logEvent(*eventOptions); });
 }
 
 } // namespace stowline::cli

@@ -53,9 +53,17 @@ std::string_view nameOf(ExitStatus status)
     }
 }
 
-/// JSON in UTF-8 whatever is in it.
-std::string dumped(const nlohmann::ordered_json& object)
+std::string textOf(const FieldValue& value)
 {
+    return std::visit([](const auto& known) { return fmt::format("{}", known); }, value);
+}
+
+/// The object, in UTF-8 whatever is in it.
+std::string jsonOf(std::string_view type, const Fields& fields)
+{
+    nlohmann::ordered_json object{{"v", 1}, {"type", type}};
+    for (const auto& [name, value] : fields)
+        std::visit([&, &key = name](const auto& known) { object[key] = known; }, value);
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
@@ -72,9 +80,9 @@ void Output::complain(std::string_view sentence) const
     fmt::print(stderr, "stowline: {}\n", sentence);
 }
 
-void Output::item(std::string_view text, const nlohmann::ordered_json& object) const
+void Output::item(std::string_view text, std::string_view type, const Fields& fields) const
 {
-    print(json_ ? dumped(object) : text);
+    print(json_ ? jsonOf(type, fields) : text);
 }
 
 void Output::print(std::string_view line) const
@@ -94,29 +102,24 @@ ExitStatus Output::end(ExitStatus status)
     return status == ExitStatus::done ? ExitStatus::failed : status;
 }
 
-void Output::printResult(ExitStatus status,
-                         const std::vector<std::pair<std::string, std::string>>& fields) const
+void Output::printResult(ExitStatus status, const Fields& fields) const
 {
     if (json_) {
-        nlohmann::ordered_json result{{"v", 1},
-                                      {"type", "result"},
-                                      {"command", command_},
-                                      {"status", nameOf(status)},
-                                      {"exit", static_cast<int>(status)}};
-        for (const auto& [name, value] : fields)
-            result[name] = value;
-        print(dumped(result));
+        Fields all{{"command", command_},
+                   {"status", std::string(nameOf(status))},
+                   {"exit", static_cast<int>(status)}};
+        all.insert(all.end(), fields.begin(), fields.end());
+        print(jsonOf("result", all));
     } else if (status == ExitStatus::done) {
         std::size_t widest = 0;
         for (const auto& [name, value] : fields)
             widest = std::max(widest, name.size());
         for (const auto& [name, value] : fields)
-            print(fmt::format("{:<{}}  {}", name, widest, value));
+            print(fmt::format("{:<{}}  {}", name, widest, textOf(value)));
     }
 }
 
-ExitStatus Output::finish(ExitStatus status,
-                          const std::vector<std::pair<std::string, std::string>>& fields)
+ExitStatus Output::finish(ExitStatus status, const Fields& fields)
 {
     const std::lock_guard lock(finishing());
     if (finished_)
@@ -139,12 +142,12 @@ ExitStatus Output::fail(ExitStatus status, const std::string& sentence)
     return finish(status, {{"message", sentence}});
 }
 
-void addPath(nlohmann::ordered_json& object, std::string_view path)
+void addPath(Fields& fields, std::string_view path)
 {
     if (platform::isValidUtf8(path))
-        object["path"] = path;
+        fields.emplace_back("path", std::string(path));
     else
-        object["path_b64"] = Base64::base64EncodingWithLineLength(path, 0);
+        fields.emplace_back("path_b64", Base64::base64EncodingWithLineLength(path, 0));
 }
 
 Output& output()

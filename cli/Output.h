@@ -3,14 +3,21 @@
 
 #include "cli/ExitStatus.h"
 
-#include <nlohmann/json_fwd.hpp>
-
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 namespace stowline::cli {
+
+/// What an object of the JSON output says of one item, or of the whole run, in this order.
+using FieldValue = std::variant<std::string, std::int64_t, std::uint64_t, double, bool>;
+using Fields = std::vector<std::pair<std::string, FieldValue>>;
+
+/// Adds a path: as "path", or when it is no UTF-8 in Base64 as "path_b64".
+void addPath(Fields& fields, std::string_view path);
 
 /// One run's output. With JSON every line on standard output is an object, and exactly one of type
 /// "result" comes last, whatever happens. Any thread.
@@ -30,13 +37,13 @@ public:
     void complain(std::string_view sentence) const;
 
     /// One item of the result: a line of text, or an object.
-    void item(std::string_view text, const nlohmann::ordered_json& object) const;
+    /// @param type what the object is of ("file"), its "type"
+    void item(std::string_view text, std::string_view type, const Fields& fields) const;
 
     /// Ends the output. Only the first call counts.
     /// @param fields shown as a small table, or as entries of the result object
     /// @return the status; that of a failure when standard output did not take everything
-    ExitStatus finish(ExitStatus status,
-                      const std::vector<std::pair<std::string, std::string>>& fields = {});
+    ExitStatus finish(ExitStatus status, const Fields& fields = {});
 
     /// Ends the output with one text: by itself on standard output, or as an entry of the result.
     ExitStatus finishWithText(const std::string& name, const std::string& text);
@@ -47,8 +54,7 @@ public:
 private:
     void print(std::string_view line) const;
     ExitStatus end(ExitStatus status);
-    void printResult(ExitStatus status,
-                     const std::vector<std::pair<std::string, std::string>>& fields) const;
+    void printResult(ExitStatus status, const Fields& fields) const;
 
     bool json_ = false;
     bool quiet_ = false;
@@ -56,9 +62,6 @@ private:
     mutable bool isBroken_ = false; ///< standard output does not take what it is given
     std::string command_;
 };
-
-/// Adds a path to an object: as "path", or when it is no UTF-8 in Base64 as "path_b64".
-void addPath(nlohmann::ordered_json& object, std::string_view path);
 
 /// The one output of the process.
 [[nodiscard]] Output& output();

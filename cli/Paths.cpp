@@ -3,9 +3,7 @@
 #include "cli/Output.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <array>
 #include <filesystem>
@@ -22,9 +20,9 @@ ExitStatus listFolders()
 {
     for (const std::string name : kNames) {
         const std::string path = General::pathRepresentedByDirectoryString(name);
-        nlohmann::ordered_json object{{"v", 1}, {"type", "folder"}, {"name", name}};
-        addPath(object, path);
-        output().item(fmt::format("{:<14}  {}", name, path), object);
+        Fields fields{{"name", name}};
+        addPath(fields, path);
+        output().item(fmt::format("{:<14}  {}", name, path), "folder", fields);
     }
     return output().finish(ExitStatus::done);
 }
@@ -50,20 +48,20 @@ void describe(const std::string& path)
     const std::string words = wordsFor(path);
     const auto name = General::volumeNameFromPath(path);
     const auto mount = General::volumePathFromItemPath(path);
-    nlohmann::ordered_json object{{"v", 1}, {"type", "item"}};
-    addPath(object, path);
-    object["volume"] = name.value_or("");
-    object["mount"] = mount.value_or("");
-    object["volume_number"] = General::volumeRefNumFromPath(path);
-    object["plain_file"] = General::isItemPlainFile(path);
-    object["package"] = General::isPathPackage(path);
-    object["in_package"] = General::isItemInPackage(path);
-    object["hidden"] = General::isItemHidden(path);
-    object["system_volume"] = General::isSystemVolumePath(path);
+    Fields fields;
+    addPath(fields, path);
+    fields.emplace_back("volume", name.value_or(""));
+    fields.emplace_back("mount", mount.value_or(""));
+    fields.emplace_back("volume_number", General::volumeRefNumFromPath(path));
+    fields.emplace_back("plain_file", General::isItemPlainFile(path));
+    fields.emplace_back("package", General::isPathPackage(path));
+    fields.emplace_back("in_package", General::isItemInPackage(path));
+    fields.emplace_back("hidden", General::isItemHidden(path));
+    fields.emplace_back("system_volume", General::isSystemVolumePath(path));
     output().item(fmt::format("{}\n  volume  {} at {}\n  is      {}", path,
                               name.value_or("unknown"), mount.value_or("unknown"),
                               words.empty() ? "-" : words),
-                  object);
+                  "item", fields);
 }
 
 ExitStatus describeAll(const std::vector<std::string>& names)
@@ -83,20 +81,18 @@ ExitStatus describeAll(const std::vector<std::string>& names)
         return output().finish(ExitStatus::done);
     return output().finish(missing == names.size() ? ExitStatus::notFound
                                                    : ExitStatus::someItemsFailed,
-                           {{"missing", std::to_string(missing)}});
+                           {{"missing", missing}});
 }
 
 } // namespace
 
-void declarePaths(CLI::App& app, Chosen& chosen)
+void declarePaths(const Command& app)
 {
     auto names = std::make_shared<std::vector<std::string>>();
-    CLI::App* command = app.add_subcommand(
+    const Command command = app.addCommand(
         "paths", "Show what the folder names of a selection resolve to, or look at items");
-    command->add_option("NAME", *names, "Folder names or paths to look at");
-    command->callback([names, &chosen] {
-        chosen = [names] { return names->empty() ? listFolders() : describeAll(*names); };
-    });
+    command.addOption("NAME", *names, "Folder names or paths to look at");
+    command.runs([names] { return names->empty() ? listFolders() : describeAll(*names); });
 }
 
 } // namespace stowline::cli

@@ -5,7 +5,6 @@
 #include "stowline/platform/Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <filesystem>
 
@@ -17,14 +16,15 @@ void showRemoteItem(const Dictionary& entry, bool withFolder)
     const std::string name = localPath(platform::findText(entry, "Name"));
     const std::string folder = localPath(platform::findText(entry, "Path"));
     const std::string path = folder + (folder.ends_with('/') ? "" : "/") + name;
-    nlohmann::ordered_json line{{"v", 1}, {"type", isFolder ? "folder" : "file"}};
-    addPath(line, path);
-    line["id"] = platform::leadingInteger(platform::findText(entry, "FileID"));
-    line["size"] = platform::leadingInteger(platform::findText(entry, "Size"));
-    line["modified"] = platform::findText(entry, "Modified");
-    line["versions"] = platform::leadingInteger(platform::findText(entry, "Versions"));
-    line["package"] = platform::findText(entry, "IsPackage") == "true";
-    line["system"] = platform::findText(entry, "SystemName");
+    Fields fields;
+    addPath(fields, path);
+    fields.emplace_back("id", platform::leadingInteger(platform::findText(entry, "FileID")));
+    fields.emplace_back("size", platform::leadingInteger(platform::findText(entry, "Size")));
+    fields.emplace_back("modified", platform::findText(entry, "Modified"));
+    fields.emplace_back("versions",
+                        platform::leadingInteger(platform::findText(entry, "Versions")));
+    fields.emplace_back("package", platform::findText(entry, "IsPackage") == "true");
+    fields.emplace_back("system", platform::findText(entry, "SystemName"));
     const std::string shown =
         platform::withoutControls(withFolder ? path : name + (isFolder ? "/" : ""));
     output().item(fmt::format("{:>8}  {:>14}  {:19}  {}{}", platform::findText(entry, "FileID"),
@@ -32,7 +32,7 @@ void showRemoteItem(const Dictionary& entry, bool withFolder)
                               platform::findText(entry, "Modified"),
                               withFolder ? platform::findText(entry, "SystemName") + ":" : "",
                               shown),
-                  line);
+                  isFolder ? "folder" : "file", fields);
 }
 
 std::string remotePathFor(const std::string& given)

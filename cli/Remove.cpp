@@ -7,7 +7,6 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace stowline::cli {
@@ -39,9 +38,9 @@ ExitStatus removeVersions(const RemoveOptions& options)
             output().complain("The service did not delete the versions of the list " + list + ".");
     }
     if (deleted == options.versionLists.size())
-        return output().finish(ExitStatus::done, {{"deleted", std::to_string(deleted)}});
+        return output().finish(ExitStatus::done, {{"deleted", deleted}});
     return output().finish(deleted == 0 ? ExitStatus::refused : ExitStatus::someItemsFailed,
-                           {{"deleted", std::to_string(deleted)}});
+                           {{"deleted", deleted}});
 }
 
 ExitStatus removeWholeFolder(const RemoveOptions& options)
@@ -65,27 +64,27 @@ ExitStatus remove(const RemoveOptions& options)
 
 } // namespace
 
-void declareRemove(CLI::App& app, Chosen& chosen)
+void declareRemove(const Command& app)
 {
     auto options = std::make_shared<RemoveOptions>();
-    CLI::App* command = app.add_subcommand(
+    const Command command = app.addCommand(
         "rm", "Delete a stored folder, following it and cancelling on Ctrl-C; or stored versions");
-    command->add_option("PATH", options->folder.path, "Folder of the machine");
-    command->add_option("--system", options->folder.systemName, "The machine")
-        ->default_val(General::localHostName());
-    command->add_option("--version", options->versionLists,
-                        "List of versions to delete, as \"versions\" shows it; may be given again");
-    command->add_option("--poll", options->folder.pollSeconds, "Seconds between two questions")
-        ->check(CLI::Range(0.01, 3600.0))
-        ->capture_default_str();
+    command.addOption("PATH", options->folder.path, "Folder of the machine");
+    command.addOption("--system", options->folder.systemName, "The machine")
+        .defaultsTo(General::localHostName());
+    command.addOption("--version", options->versionLists,
+                      "List of versions to delete, as \"versions\" shows it; may be given again");
+    command.addOption("--poll", options->folder.pollSeconds, "Seconds between two questions")
+        .between(0.01, 3600.0)
+        .showsDefault();
     command
-        ->add_option("--follow-time", options->folder.followSeconds,
-                     "Seconds to follow the deletion at most")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
-    options->confirmation.declare(*command);
-    options->session.declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return remove(*options); }; });
+        .addOption("--follow-time", options->folder.followSeconds,
+                   "Seconds to follow the deletion at most")
+        .notNegative()
+        .showsDefault();
+    options->confirmation.declare(command);
+    options->session.declare(command);
+    command.runs([options] { return remove(*options); });
 }
 
 } // namespace stowline::cli

@@ -6,8 +6,6 @@
 #include "stowline/platform/Files.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <CLI/CLI.hpp>
-
 #include <iostream>
 #include <iterator>
 
@@ -104,32 +102,30 @@ ExitStatus email(const EmailOptions& options)
 
 } // namespace
 
-void declareReport(CLI::App& app, Chosen& chosen)
+void declareReport(const Command& app)
 {
     auto options = std::make_shared<SessionOptions>();
     auto isDryRun = std::make_shared<bool>(false);
-    CLI::App* command =
-        app.add_subcommand("report", "Send the summary of the last backup to the service");
-    command->add_flag("-n,--dry-run", *isDryRun, "Send nothing");
-    options->declare(*command);
-    command->callback([options, isDryRun, &chosen] {
-        chosen = [options, isDryRun] { return report(*options, *isDryRun); };
-    });
+    const Command command =
+        app.addCommand("report", "Send the summary of the last backup to the service");
+    command.addFlag("-n,--dry-run", *isDryRun, "Send nothing");
+    options->declare(command);
+    command.runs([options, isDryRun] { return report(*options, *isDryRun); });
 }
 
-void declareEmail(CLI::App& app, Chosen& chosen)
+void declareEmail(const Command& app)
 {
     auto options = std::make_shared<EmailOptions>();
-    CLI::App* command =
-        app.add_subcommand("email", "Send the report of the last backup, or a text, by e-mail");
-    command->add_option("TO", options->to, "Recipient");
-    command->add_option("--from", options->from, "Sender; the recipient when left out");
-    command->add_option("--subject", options->subject, "Subject of a text");
-    command->add_option("--text", options->textFile,
-                        "File with a text to send; - for standard input");
-    command->add_option("--save", options->saveTo, "Write the report to a file instead");
-    command->add_flag("-n,--dry-run", options->isDryRun, "Send nothing");
-    command->callback([options, &chosen] { chosen = [options] { return email(*options); }; });
+    const Command command =
+        app.addCommand("email", "Send the report of the last backup, or a text, by e-mail");
+    command.addOption("TO", options->to, "Recipient");
+    command.addOption("--from", options->from, "Sender; the recipient when left out");
+    command.addOption("--subject", options->subject, "Subject of a text");
+    command.addOption("--text", options->textFile,
+                      "File with a text to send; - for standard input");
+    command.addOption("--save", options->saveTo, "Write the report to a file instead");
+    command.addFlag("-n,--dry-run", options->isDryRun, "Send nothing");
+    command.runs([options] { return email(*options); });
 }
 
 } // namespace stowline::cli

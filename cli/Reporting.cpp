@@ -9,7 +9,6 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -85,12 +84,12 @@ bool sendEvent(const std::string& token, const std::string& event, const RunFigu
         figures.notChangedBytes, figures.backedUp, figures.backedUpBytes);
 }
 
-void ReportFlags::declare(CLI::App& command)
+void ReportFlags::declare(const Command& command)
 {
-    command.add_flag("--report", report_, "Send a summary of the run to the service");
-    command.add_option("--email", email_, "Send a report of the run to this address");
-    command.add_option("--email-from", from_, "Sender of that e-mail; the recipient when left out");
-    command.add_flag("--monitor", monitor_, "Send an event to central monitoring");
+    command.addFlag("--report", report_, "Send a summary of the run to the service");
+    command.addOption("--email", email_, "Send a report of the run to this address");
+    command.addOption("--email-from", from_, "Sender of that e-mail; the recipient when left out");
+    command.addFlag("--monitor", monitor_, "Send an event to central monitoring");
     tokenOptions_.declare(command, "monitor-token", "STOWLINE_MONITOR_TOKEN");
 }
 

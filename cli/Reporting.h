@@ -1,6 +1,7 @@
 // Telling of a backup: a summary, an e-mail, a monitoring event; what cannot be sent is kept.
 #pragma once
 
+#include "cli/CommandLine.h"
 #include "cli/RunFigures.h"
 #include "cli/Secret.h"
 #include "cli/Session.h"
@@ -25,7 +26,7 @@ namespace stowline::cli {
 /// What to tell after a run.
 class ReportFlags {
 public:
-    void declare(CLI::App& command);
+    void declare(const Command& command);
 
     [[nodiscard]] bool isAnyWanted() const { return report_ || monitor_ || !email_.empty(); }
 

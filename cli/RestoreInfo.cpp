@@ -7,9 +7,7 @@
 #include "stowline/platform/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace stowline::cli {
 
@@ -22,16 +20,16 @@ struct RestoreOptions {
 
 void show(const Dictionary& file)
 {
-    nlohmann::ordered_json line{{"v", 1}, {"type", "restore"}};
-    addPath(line,
+    Fields fields;
+    addPath(fields,
             localPath(platform::findText(file, "Path") + "/" + platform::findText(file, "Name")));
     std::string text;
     for (const auto& [name, value] : file) {
-        line[name] = value.text();
+        fields.emplace_back(name, value.text());
         text += fmt::format("{}{:<12}  {}", text.empty() ? "" : "\n", name,
                             platform::withoutControls(value.text()));
     }
-    output().item(text, line);
+    output().item(text, "restore", fields);
 }
 
 ExitStatus restoreInfo(const RestoreOptions& options)
@@ -57,14 +55,14 @@ ExitStatus restoreInfo(const RestoreOptions& options)
 
 } // namespace
 
-void declareRestoreInfo(CLI::App& app, Chosen& chosen)
+void declareRestoreInfo(const Command& app)
 {
     auto options = std::make_shared<RestoreOptions>();
-    CLI::App* command =
-        app.add_subcommand("restore-info", "Show what is needed to recover versions of files");
-    command->add_option("VERSION", options->versions, "Numbers of versions")->required();
-    options->session.declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return restoreInfo(*options); }; });
+    const Command command =
+        app.addCommand("restore-info", "Show what is needed to recover versions of files");
+    command.addOption("VERSION", options->versions, "Numbers of versions").required();
+    options->session.declare(command);
+    command.runs([options] { return restoreInfo(*options); });
 }
 
 } // namespace stowline::cli

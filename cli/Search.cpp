@@ -4,8 +4,6 @@
 #include "cli/RemoteItem.h"
 #include "cli/RemotePages.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
 namespace {
@@ -37,18 +35,17 @@ ExitStatus search(const SearchOptions& options)
 
 } // namespace
 
-void declareSearch(CLI::App& app, Chosen& chosen)
+void declareSearch(const Command& app)
 {
     auto options = std::make_shared<SearchOptions>();
-    CLI::App* command = app.add_subcommand("search", "Find stored files by their names");
-    command->add_option("TEXT", options->text, "Part of a name, or a whole one with * and ?")
-        ->required();
-    command->add_option("--in", options->folder, "Folder to search in and below");
-    command->add_option("--system", options->listing.systemName, "The machine; all when left out");
-    command->add_option("--limit", options->listing.limit, "Files to show at most")
-        ->check(CLI::PositiveNumber);
-    options->session.declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return search(*options); }; });
+    const Command command = app.addCommand("search", "Find stored files by their names");
+    command.addOption("TEXT", options->text, "Part of a name, or a whole one with * and ?")
+        .required();
+    command.addOption("--in", options->folder, "Folder to search in and below");
+    command.addOption("--system", options->listing.systemName, "The machine; all when left out");
+    command.addOption("--limit", options->listing.limit, "Files to show at most").positive();
+    options->session.declare(command);
+    command.runs([options] { return search(*options); });
 }
 
 } // namespace stowline::cli

@@ -5,7 +5,6 @@
 #include "stowline/platform/Files.h"
 #include "stowline/platform/Terminal.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -88,19 +87,20 @@ void take(const std::string& variable)
 
 } // namespace
 
-void SecretOptions::declare(CLI::App& command, const std::string& name, const std::string& variable)
+void SecretOptions::declare(const Command& command, const std::string& name,
+                            const std::string& variable)
 {
     name_ = name;
     variable_ = variable;
     take(variable);
-    auto* fromStdin = command.add_flag("--" + name + "-stdin", fromStdin_,
-                                       "Read the " + name + " from standard input");
-    auto* file =
-        command.add_option("--" + name + "-file", file_, "Read the " + name + " from a file");
-    auto* run = command.add_option("--" + name + "-command", command_,
-                                   "Run a command (no shell) that prints the " + name);
-    fromStdin->excludes(file)->excludes(run);
-    file->excludes(run);
+    const Option fromStdin = command.addFlag("--" + name + "-stdin", fromStdin_,
+                                             "Read the " + name + " from standard input");
+    const Option file =
+        command.addOption("--" + name + "-file", file_, "Read the " + name + " from a file");
+    const Option run = command.addOption("--" + name + "-command", command_,
+                                         "Run a command (no shell) that prints the " + name);
+    fromStdin.excludes(file).excludes(run);
+    file.excludes(run);
 }
 
 std::optional<std::string> SecretOptions::readNamed() const

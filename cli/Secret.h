@@ -1,7 +1,7 @@
 // Where passwords come from: never from an argument.
 #pragma once
 
-#include <CLI/App.hpp>
+#include "cli/CommandLine.h"
 
 #include <optional>
 #include <string>
@@ -14,9 +14,8 @@ public:
     /// Adds --<name>-stdin, --<name>-file and --<name>-command to a subcommand. Naming two of them
     /// is a usage error.
     /// @param variable environment variable that is asked when none is named; it is taken out of
-    /// the
-    ///        environment here, so that children do not inherit it
-    void declare(CLI::App& command, const std::string& name, const std::string& variable);
+    ///        the environment here, so that children do not inherit it
+    void declare(const Command& command, const std::string& name, const std::string& variable);
 
     /// Reads the secret: the named source, else the variable, else a prompt on the terminal without
     /// echo. One line break at the end is not part of it. An empty one is refused.

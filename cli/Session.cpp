@@ -7,15 +7,18 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 
-#include <CLI/CLI.hpp>
-
 namespace stowline::cli {
 
-void SessionOptions::declare(CLI::App& command)
+void declareUsername(const Command& command, std::string& username)
 {
-    command.add_option("-u,--username", username_, "User name")
-        ->envname("STOWLINE_USERNAME")
-        ->required();
+    command.addOption("-u,--username", username, "User name")
+        .fromVariable("STOWLINE_USERNAME")
+        .required();
+}
+
+void SessionOptions::declare(const Command& command)
+{
+    declareUsername(command, username_);
     password_.declare(command, "password", "STOWLINE_PASSWORD");
 }
 

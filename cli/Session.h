@@ -1,6 +1,7 @@
 // Signing in, for commands that work on an account.
 #pragma once
 
+#include "cli/CommandLine.h"
 #include "cli/ExitStatus.h"
 #include "cli/Result.h"
 #include "cli/Secret.h"
@@ -18,10 +19,13 @@ struct Session {
     std::string server; ///< the account's backup server
 };
 
+/// -u and --username, which may come from STOWLINE_USERNAME.
+void declareUsername(const Command& command, std::string& username);
+
 /// The options of every command that signs in.
 class SessionOptions {
 public:
-    void declare(CLI::App& command);
+    void declare(const Command& command);
 
     [[nodiscard]] const std::string& username() const { return username_; }
 

@@ -5,9 +5,7 @@
 #include "stowline/platform/Files.h"
 #include "stowline/service/SettingsCheck.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace stowline::cli {
 
@@ -16,13 +14,9 @@ namespace {
 void show(const std::string& file, const SettingsFault& fault)
 {
     const std::string where = fault.path.empty() ? "" : fault.path + ": ";
-    output().item(fmt::format("{}:{}: {}{}", file, fault.line, where, fault.sentence),
-                  {{"v", 1},
-                   {"type", "fault"},
-                   {"file", file},
-                   {"line", fault.line},
-                   {"path", fault.path},
-                   {"message", fault.sentence}});
+    output().item(
+        fmt::format("{}:{}: {}{}", file, fault.line, where, fault.sentence), "fault",
+        {{"file", file}, {"line", fault.line}, {"path", fault.path}, {"message", fault.sentence}});
 }
 
 ExitStatus check(std::string file)
@@ -52,15 +46,15 @@ ExitStatus check(std::string file)
 
 } // namespace
 
-void declareSettings(CLI::App& app, Chosen& chosen)
+void declareSettings(const Command& app)
 {
-    CLI::App* settings = app.add_subcommand("settings", "The settings file");
-    settings->require_subcommand(1);
+    const Command settings = app.addCommand("settings", "The settings file");
+    settings.needsSubcommand();
     auto file = std::make_shared<std::string>();
-    CLI::App* command =
-        settings->add_subcommand("check", "List every fault of a settings file with its line");
-    command->add_option("FILE", *file, "Settings file; the program's own when not given");
-    command->callback([file, &chosen] { chosen = [file] { return check(*file); }; });
+    const Command command =
+        settings.addCommand("check", "List every fault of a settings file with its line");
+    command.addOption("FILE", *file, "Settings file; the program's own when not given");
+    command.runs([file] { return check(*file); });
 }
 
 } // namespace stowline::cli

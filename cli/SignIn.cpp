@@ -3,9 +3,8 @@
 #include "cli/Output.h"
 #include "cli/Secret.h"
 #include "cli/ServiceFailure.h"
+#include "cli/Session.h"
 #include "stowline/service/WebServiceBroker.h"
-
-#include <CLI/CLI.hpp>
 
 namespace stowline::cli {
 
@@ -40,16 +39,14 @@ ExitStatus signIn(const SignInOptions& options)
 
 } // namespace
 
-void declareSignIn(CLI::App& app, Chosen& chosen)
+void declareSignIn(const Command& app)
 {
     auto options = std::make_shared<SignInOptions>();
-    CLI::App* command =
-        app.add_subcommand("signin", "Sign in; print the account's state and backup server");
-    command->add_option("-u,--username", options->username, "User name")
-        ->envname("STOWLINE_USERNAME")
-        ->required();
-    options->password.declare(*command, "password", "STOWLINE_PASSWORD");
-    command->callback([options, &chosen] { chosen = [options] { return signIn(*options); }; });
+    const Command command =
+        app.addCommand("signin", "Sign in; print the account's state and backup server");
+    declareUsername(command, options->username);
+    options->password.declare(command, "password", "STOWLINE_PASSWORD");
+    command.runs([options] { return signIn(*options); });
 }
 
 } // namespace stowline::cli

@@ -3,11 +3,10 @@
 #include "cli/Output.h"
 #include "cli/Secret.h"
 #include "cli/ServiceFailure.h"
+#include "cli/Session.h"
 #include "stowline/net/Reachability.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
-
-#include <CLI/CLI.hpp>
 
 namespace stowline::cli {
 
@@ -77,24 +76,22 @@ ExitStatus signUp(const SignUpOptions& options)
 
 } // namespace
 
-void declareSignUp(CLI::App& app, Chosen& chosen)
+void declareSignUp(const Command& app)
 {
     auto options = std::make_shared<SignUpOptions>();
-    CLI::App* command = app.add_subcommand("signup", "Open an account");
-    command->add_option("-u,--username", options->username, "User name")
-        ->envname("STOWLINE_USERNAME")
-        ->required();
-    command->add_option("--first-name", options->firstName, "First name");
-    command->add_option("--email", options->email, "E-mail address")->required();
-    command->add_option("--customer-type", options->customerType,
-                        "Code of the customer type; opens a trial account of that type");
-    command->add_flag("--seal-guard", options->sealGuard, "Trial account with seal guard");
-    command->add_option("--secret-question", options->secretQuestion,
-                        "Question for a forgotten password (trial accounts)");
-    command->add_flag("-n,--dry-run", options->dryRun, "Change nothing");
-    options->password.declare(*command, "password", "STOWLINE_PASSWORD");
-    options->answer.declare(*command, "answer", "STOWLINE_ANSWER");
-    command->callback([options, &chosen] { chosen = [options] { return signUp(*options); }; });
+    const Command command = app.addCommand("signup", "Open an account");
+    declareUsername(command, options->username);
+    command.addOption("--first-name", options->firstName, "First name");
+    command.addOption("--email", options->email, "E-mail address").required();
+    command.addOption("--customer-type", options->customerType,
+                      "Code of the customer type; opens a trial account of that type");
+    command.addFlag("--seal-guard", options->sealGuard, "Trial account with seal guard");
+    command.addOption("--secret-question", options->secretQuestion,
+                      "Question for a forgotten password (trial accounts)");
+    command.addFlag("-n,--dry-run", options->dryRun, "Change nothing");
+    options->password.declare(command, "password", "STOWLINE_PASSWORD");
+    options->answer.declare(command, "answer", "STOWLINE_ANSWER");
+    command.runs([options] { return signUp(*options); });
 }
 
 } // namespace stowline::cli

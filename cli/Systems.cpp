@@ -4,9 +4,6 @@
 #include "cli/Session.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
-
 namespace stowline::cli {
 
 namespace {
@@ -22,18 +19,18 @@ ExitStatus systems(const SessionOptions& options)
     if (!names)
         return refusal("The machines cannot be listed", error);
     for (const Value& name : *names)
-        output().item(name.text(), {{"v", 1}, {"type", "system"}, {"name", name.text()}});
+        output().item(name.text(), "system", {{"name", name.text()}});
     return output().finish(ExitStatus::done);
 }
 
 } // namespace
 
-void declareSystems(CLI::App& app, Chosen& chosen)
+void declareSystems(const Command& app)
 {
     auto options = std::make_shared<SessionOptions>();
-    CLI::App* command = app.add_subcommand("systems", "List the machines that have files stored");
-    options->declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return systems(*options); }; });
+    const Command command = app.addCommand("systems", "List the machines that have files stored");
+    options->declare(command);
+    command.runs([options] { return systems(*options); });
 }
 
 } // namespace stowline::cli

@@ -5,9 +5,7 @@
 #include "cli/Output.h"
 #include "stowline/platform/Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace stowline::cli {
 
@@ -21,15 +19,15 @@ UploadJournal journal()
 ExitStatus listUploads()
 {
     for (const JournalEntry& entry : journal().entries()) {
-        nlohmann::ordered_json line{{"v", 1}, {"type", "upload"}, {"id", entry.guid}};
-        addPath(line, entry.file.path);
-        line["sent"] = entry.sentBytes;
-        line["size"] = entry.file.size;
-        line["parts"] = entry.parts;
-        line["account"] = entry.username;
+        Fields fields{{"id", entry.guid}};
+        addPath(fields, entry.file.path);
+        fields.emplace_back("sent", entry.sentBytes);
+        fields.emplace_back("size", entry.file.size);
+        fields.emplace_back("parts", entry.parts);
+        fields.emplace_back("account", entry.username);
         output().item(fmt::format("{}  {:>14} of {:>14}  {}", entry.guid, entry.sentBytes,
                                   entry.file.size, platform::withoutControls(entry.file.path)),
-                      line);
+                      "upload", fields);
     }
     return output().finish(ExitStatus::done);
 }
@@ -90,49 +88,44 @@ ExitStatus abandonUploads(const AbandonOptions& options)
         return *refused;
     for (const std::string& guid : guids)
         journal().remove(guid);
-    return output().finish(ExitStatus::done, {{"abandoned", std::to_string(guids.size())}});
+    return output().finish(ExitStatus::done, {{"abandoned", guids.size()}});
 }
 
-void declareResume(CLI::App& uploads, Chosen& chosen)
+void declareResume(const Command& uploads)
 {
     auto options = std::make_shared<ResumeOptions>();
-    CLI::App* command = uploads.add_subcommand("resume", "Go on with all of them");
-    options->flags.declare(*command);
-    options->session.declare(*command);
-    command->callback(
-        [options, &chosen] { chosen = [options] { return resumeUploads(*options); }; });
+    const Command command = uploads.addCommand("resume", "Go on with all of them");
+    options->flags.declare(command);
+    options->session.declare(command);
+    command.runs([options] { return resumeUploads(*options); });
 }
 
-void declareAbandon(CLI::App& uploads, Chosen& chosen)
+void declareAbandon(const Command& uploads)
 {
     auto options = std::make_shared<AbandonOptions>();
-    CLI::App* command = uploads.add_subcommand("abandon", "Forget unfinished uploads");
-    auto* guids =
-        command->add_option("ID", options->guids, "Uploads as \"uploads list\" shows them");
-    auto* all = command->add_flag("--all", options->all, "All of them");
-    guids->excludes(all);
-    options->confirmation.declare(*command);
-    command->callback([options, &chosen] {
-        chosen = [options] {
-            if (options->guids.empty() && !options->all)
-                return output().fail(ExitStatus::usage, "Please name uploads, or give --all.");
-            return abandonUploads(*options);
-        };
+    const Command command = uploads.addCommand("abandon", "Forget unfinished uploads");
+    const Option guids =
+        command.addOption("ID", options->guids, "Uploads as \"uploads list\" shows them");
+    const Option all = command.addFlag("--all", options->all, "All of them");
+    guids.excludes(all);
+    options->confirmation.declare(command);
+    command.runs([options] {
+        if (options->guids.empty() && !options->all)
+            return output().fail(ExitStatus::usage, "Please name uploads, or give --all.");
+        return abandonUploads(*options);
     });
 }
 
 } // namespace
 
-void declareUploads(CLI::App& app, Chosen& chosen)
+void declareUploads(const Command& app)
 {
-    CLI::App* command =
-        app.add_subcommand("uploads", "What is unfinished on this machine: list, resume, abandon");
-    command->require_subcommand(1);
-    command->add_subcommand("list", "List the unfinished uploads")->callback([&chosen] {
-        chosen = listUploads;
-    });
-    declareResume(*command, chosen);
-    declareAbandon(*command, chosen);
+    const Command command =
+        app.addCommand("uploads", "What is unfinished on this machine: list, resume, abandon");
+    command.needsSubcommand();
+    command.addCommand("list", "List the unfinished uploads").runs(listUploads);
+    declareResume(command);
+    declareAbandon(command);
 }
 
 } // namespace stowline::cli

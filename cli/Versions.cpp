@@ -5,9 +5,7 @@
 #include "stowline/platform/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace stowline::cli {
 
@@ -23,9 +21,8 @@ void show(const Dictionary& version)
     const auto text = [&version](const char* name) { return platform::findText(version, name); };
     output().item(fmt::format("{:>8}  {:>14}  {:19}  {:8}  {}", text("VersionID"), text("Size"),
                               text("Date"), text("Checksum"), text("FileListID")),
-                  {{"v", 1},
-                   {"type", "version"},
-                   {"id", platform::leadingInteger(text("VersionID"))},
+                  "version",
+                  {{"id", platform::leadingInteger(text("VersionID"))},
                    {"size", platform::leadingInteger(text("Size"))},
                    {"date", text("Date")},
                    {"crc32", text("Checksum")},
@@ -53,14 +50,14 @@ ExitStatus versions(const VersionOptions& options)
 
 } // namespace
 
-void declareVersions(CLI::App& app, Chosen& chosen)
+void declareVersions(const Command& app)
 {
     auto options = std::make_shared<VersionOptions>();
-    CLI::App* command = app.add_subcommand("versions", "List the stored versions of a file");
-    command->add_option("FILE-ID", options->fileId, "Number of the file, as ls and search show it")
-        ->required();
-    options->session.declare(*command);
-    command->callback([options, &chosen] { chosen = [options] { return versions(*options); }; });
+    const Command command = app.addCommand("versions", "List the stored versions of a file");
+    command.addOption("FILE-ID", options->fileId, "Number of the file, as ls and search show it")
+        .required();
+    options->session.declare(command);
+    command.runs([options] { return versions(*options); });
 }
 
 } // namespace stowline::cli

@@ -26,19 +26,42 @@ struct GlobalOptions {
     std::string bundle;
 };
 
-void declareGlobals(CLI::App& app, GlobalOptions& options)
+void declareGlobals(const cli::Command& command, GlobalOptions& options)
 {
-    app.add_flag("--json", options.json, "Print JSON lines; the last one is the result");
-    app.add_flag("-q,--quiet", options.quiet, "Print results and faults only");
-    cli::declareLogging(app, options.log);
-    app.add_flag("--no-progress", options.noProgress, "Show no progress");
-    app.add_option("--bundle", options.bundle,
+    command.addFlag("--json", options.json, "Print JSON lines; the last one is the result");
+    command.addFlag("-q,--quiet", options.quiet, "Print results and faults only");
+    cli::declareLogging(command, options.log);
+    command.addFlag("--no-progress", options.noProgress, "Show no progress");
+    command
+        .addOption("--bundle", options.bundle,
                    "Folder with Info.plist and Resources to use instead of the program's own")
-        ->envname("STOWLINE_BUNDLE");
-    app.set_version_flag("--version", [] { return General::productVersion().value_or("unknown"); });
-    cli::declareConfiguration(app);
-    app.require_subcommand(1);
-    app.fallthrough();
+        .fromVariable("STOWLINE_BUNDLE");
+    command.needsSubcommand();
+}
+
+void declareSubcommands(const cli::Command& command)
+{
+    cli::declareSignUp(command);
+    cli::declareSignIn(command);
+    cli::declareAccount(command);
+    cli::declareBackup(command);
+    cli::declareUploads(command);
+    cli::declareSystems(command);
+    cli::declareList(command);
+    cli::declareSearch(command);
+    cli::declareVersions(command);
+    cli::declareRestoreInfo(command);
+    cli::declareRemove(command);
+    cli::declareMonitor(command);
+    cli::declareReport(command);
+    cli::declareEmail(command);
+    cli::declareEncryption(command);
+    cli::declareChecksum(command);
+    cli::declareCopy(command);
+    cli::declarePaths(command);
+    cli::declareLinks(command);
+    cli::declareSettings(command);
+    cli::declareDoctor(command);
 }
 
 void apply(const GlobalOptions& options)
@@ -79,28 +102,12 @@ int main(int count, char** words)
     CLI::App app("Backs up to an online backup service.", "stowline");
     GlobalOptions options;
     cli::Chosen chosen;
-    declareGlobals(app, options);
-    cli::declareSignUp(app, chosen);
-    cli::declareSignIn(app, chosen);
-    cli::declareAccount(app, chosen);
-    cli::declareBackup(app, chosen);
-    cli::declareUploads(app, chosen);
-    cli::declareSystems(app, chosen);
-    cli::declareList(app, chosen);
-    cli::declareSearch(app, chosen);
-    cli::declareVersions(app, chosen);
-    cli::declareRestoreInfo(app, chosen);
-    cli::declareRemove(app, chosen);
-    cli::declareMonitor(app, chosen);
-    cli::declareReport(app, chosen);
-    cli::declareEmail(app, chosen);
-    cli::declareEncryption(app, chosen);
-    cli::declareChecksum(app, chosen);
-    cli::declareCopy(app, chosen);
-    cli::declarePaths(app, chosen);
-    cli::declareLinks(app, chosen);
-    cli::declareSettings(app, chosen);
-    cli::declareDoctor(app, chosen);
+    const cli::Command command(app, chosen);
+    declareGlobals(command, options);
+    app.set_version_flag("--version", [] { return General::productVersion().value_or("unknown"); });
+    cli::declareConfiguration(app);
+    app.fallthrough();
+    declareSubcommands(command);
     try {
         app.parse(count, words);
     } catch (const CLI::ParseError& fault) {

@@ -11,9 +11,9 @@
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <atomic>
+#include <cmath>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -198,12 +198,12 @@ private:
     {
         if (!output().isJson())
             return;
-        nlohmann::ordered_json line{{"v", 1}, {"type", "file"}};
-        addPath(line, file.path);
-        line["state"] = state;
-        line["bytes"] = file.size;
+        Fields fields;
+        addPath(fields, file.path);
+        fields.emplace_back("state", state);
+        fields.emplace_back("bytes", file.size);
         const std::lock_guard lock(mutex_);
-        output().item("", line);
+        output().item("", "file", fields);
     }
 
     const FileTree& tree_;
@@ -230,18 +230,27 @@ BackupResult runBackup(const Session& session, const std::string& serverPath, co
     return Run(session, serverPath, tree, options).run();
 }
 
+namespace {
+
+/// Seconds, to the nearest thousandth.
+double inMilliseconds(double seconds)
+{
+    return std::round(seconds * 1000) / 1000;
+}
+
+} // namespace
+
 ExitStatus finishBackup(const BackupResult& result)
 {
-    std::vector<std::pair<std::string, std::string>> fields{
-        {"stored", std::to_string(result.stored)},
-        {"resumed", std::to_string(result.resumed)},
-        {"unchanged", std::to_string(result.unchanged)},
-        {"failed", std::to_string(result.failed)},
-        {"bytes", std::to_string(result.storedBytes)},
-        {"parts", std::to_string(result.sentParts)},
-        {"left_out", std::to_string(result.leftOut)},
-        {"seconds", fmt::format("{:.3f}", result.seconds)},
-        {"registration_seconds", fmt::format("{:.3f}", result.registrationSeconds)}};
+    Fields fields{{"stored", result.stored},
+                  {"resumed", result.resumed},
+                  {"unchanged", result.unchanged},
+                  {"failed", result.failed},
+                  {"bytes", result.storedBytes},
+                  {"parts", result.sentParts},
+                  {"left_out", result.leftOut},
+                  {"seconds", inMilliseconds(result.seconds)},
+                  {"registration_seconds", inMilliseconds(result.registrationSeconds)}};
     if (const auto status = Interruptible::request()) {
         output().complain(fmt::format("Interrupted. {} files were stored; the same command goes on "
                                       "where this one stopped.",

@@ -143,14 +143,11 @@ public:
     std::string password = "pass word";
 };
 
-/// The value of the last line of a JSON output.
-[[nodiscard]] inline std::string field(const ProgramResult& result, const std::string& name)
+/// The value of the last line of a JSON output; null when it is not there.
+[[nodiscard]] inline nlohmann::json field(const ProgramResult& result, const std::string& name)
 {
     const auto lines = jsonLines(result.output);
-    if (lines.empty() || !lines.back().contains(name))
-        return "(none)";
-    const auto& value = lines.back()[name];
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return lines.empty() ? nlohmann::json() : lines.back().value(name, nlohmann::json());
 }
 
 } // namespace stowline::test

@@ -35,17 +35,17 @@ TEST(Backup, StoresATreeAndThenOnlyWhatChanged)
     ASSERT_EQ(::mkfifo((account.folder.path() / "pipe").c_str(), 0600), 0);
     const auto first = account.backup({"--part-size", "1m"});
     EXPECT_EQ(first.status, 0) << first.errors;
-    EXPECT_EQ(field(first, "stored"), "5");
-    EXPECT_EQ(field(first, "parts"), "6");
-    EXPECT_EQ(field(first, "left_out"), "2");
+    EXPECT_EQ(field(first, "stored"), 5);
+    EXPECT_EQ(field(first, "parts"), 6);
+    EXPECT_EQ(field(first, "left_out"), 2);
     EXPECT_EQ(account.stored(), files);
     EXPECT_TRUE(account.journal().entries().empty());
 
     files["a.txt"] = "hello again";
     account.write({{"a.txt", files["a.txt"]}});
     const auto second = account.backup();
-    EXPECT_EQ(field(second, "stored"), "1") << second.errors;
-    EXPECT_EQ(field(second, "unchanged"), "4");
+    EXPECT_EQ(field(second, "stored"), 1) << second.errors;
+    EXPECT_EQ(field(second, "unchanged"), 4);
     EXPECT_EQ(account.stored(), files);
 }
 
@@ -83,9 +83,9 @@ TEST(Backup, ComparesChecksumsWhenAsked)
     const auto time = std::filesystem::last_write_time(file);
     std::ofstream(file, std::ios::binary | std::ios::in) << "new"; // the same size
     std::filesystem::last_write_time(file, time);
-    EXPECT_EQ(field(account.backup(), "unchanged"), "1");
+    EXPECT_EQ(field(account.backup(), "unchanged"), 1);
     const auto result = account.backup({"--checksum"});
-    EXPECT_EQ(field(result, "stored"), "1") << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.errors;
     EXPECT_EQ(account.stored(), (Files{{"a.txt", "new"}}));
 }
 
@@ -120,7 +120,7 @@ TEST(Backup, NamesOfEveryByteComeBackAsTheyWere)
         stored.emplace(cli::localPath(name), content);
     EXPECT_EQ(stored, files);
     const auto again = account.backup();
-    EXPECT_EQ(field(again, "unchanged"), std::to_string(files.size())) << again.errors;
+    EXPECT_EQ(field(again, "unchanged"), files.size()) << again.errors;
     // What is shown is JSON in UTF-8 for all of them.
     const auto listing = account.run({"search", "*", "--json", "--system", "iMac"});
     EXPECT_EQ(test::jsonLines(listing.output).size(), files.size() + 1);
@@ -145,9 +145,9 @@ TEST(Backup, ResumesWithoutSendingAStoredPartAgain)
     EXPECT_GE(sent, 5U * 65536);
     const auto result = account.backup({"--part-size", "64k"});
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_EQ(field(result, "resumed"), "1");
+    EXPECT_EQ(field(result, "resumed"), 1);
     // A part may have arrived without being confirmed.
-    EXPECT_LE(std::stoul(field(result, "parts")), 10 - sent / 65536);
+    EXPECT_LE(field(result, "parts").get<std::size_t>(), 10 - sent / 65536);
     EXPECT_EQ(account.stored(), (Files{{"big", noise(10 * 65536, 2)}}));
     EXPECT_EQ(test::jsonLines(account.run({"uploads", "list", "--json"}).output).size(), 1U);
 }
@@ -165,7 +165,7 @@ TEST(Backup, UploadsResumeAndAbandon)
     const auto result =
         account.run({"uploads", "resume", "--json", "--part-size", "64k", "--system", "iMac"});
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_EQ(field(result, "stored"), "1");
+    EXPECT_EQ(field(result, "stored"), 1);
     EXPECT_EQ(account.stored(), (Files{{"big", noise(200000, 3)}}));
 }
 
@@ -209,7 +209,7 @@ TEST(Backup, MissingAndUnreadableThingsEndInTheirStatus)
     EXPECT_NE(missing.errors.find("There is nothing at /nowhere/at/all."), std::string::npos);
     const auto some = account.run({"backup", "/nowhere", account.folder.path().string(), "--json"});
     EXPECT_EQ(some.status, 3);
-    EXPECT_EQ(field(some, "stored"), "1");
+    EXPECT_EQ(field(some, "stored"), 1);
 }
 
 TEST(Backup, OneAtATime)
@@ -239,7 +239,7 @@ TEST(Backup, AnInterruptionLeavesEverythingToBeGoneOnWith)
         << result.errors;
     EXPECT_EQ(field(result, "status"), "interrupted");
     const auto second = account.backup();
-    EXPECT_EQ(field(second, "resumed"), "1") << second.errors;
+    EXPECT_EQ(field(second, "resumed"), 1) << second.errors;
     EXPECT_EQ(account.stored(), (Files{{"big", noise(400000, 8)}}));
 }
 
