@@ -66,7 +66,7 @@ void show(const std::string& file, const Crc32::FileChecksum& result)
     fields.emplace_back("crc32", hexadecimal);
     fields.emplace_back("value", std::uint64_t{result.checksum});
     fields.emplace_back("bytes", result.bytesRead);
-    output().item(hexadecimal + "  " + file, "checksum", fields);
+    output().item(hexadecimal + "  " + onOneLine(file), "checksum", fields);
 }
 
 ExitStatus tellMismatch(const ChecksumOptions& options, std::uint32_t found)

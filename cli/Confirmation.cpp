@@ -2,7 +2,6 @@
 
 #include "cli/Output.h"
 #include "stowline/platform/Terminal.h"
-#include "stowline/platform/Text.h"
 
 namespace stowline::cli {
 
@@ -20,10 +19,10 @@ std::optional<ExitStatus> Confirmation::refusal(const std::string& what) const
     }
     if (isGiven_)
         return std::nullopt;
-    const auto answer = platform::standardErrorIsTerminal()
-                            ? platform::readLineFromTerminal(
-                                  "Delete " + platform::withoutControls(what) + "? [y/N] ")
-                            : std::nullopt;
+    const auto answer =
+        platform::standardErrorIsTerminal()
+            ? platform::readLineFromTerminal("Delete " + onOneLine(what) + "? [y/N] ")
+            : std::nullopt;
     if (!answer)
         return output().fail(ExitStatus::usage, "There is nobody to ask whether to delete " + what +
                                                     ". Please give --yes.");

@@ -72,12 +72,12 @@ std::string jsonOf(std::string_view type, const Fields& fields)
 void Output::note(std::string_view sentence) const
 {
     if (!quiet_)
-        fmt::print(stderr, "{}\n", sentence);
+        fmt::print(stderr, "{}\n", platform::withoutControls(sentence));
 }
 
 void Output::complain(std::string_view sentence) const
 {
-    fmt::print(stderr, "stowline: {}\n", sentence);
+    fmt::print(stderr, "stowline: {}\n", platform::withoutControls(sentence));
 }
 
 void Output::item(std::string_view text, std::string_view type, const Fields& fields) const
@@ -115,7 +115,7 @@ void Output::printResult(ExitStatus status, const Fields& fields) const
         for (const auto& [name, value] : fields)
             widest = std::max(widest, name.size());
         for (const auto& [name, value] : fields)
-            print(fmt::format("{:<{}}  {}", name, widest, textOf(value)));
+            print(fmt::format("{:<{}}  {}", name, widest, onOneLine(textOf(value))));
     }
 }
 
@@ -148,6 +148,14 @@ void addPath(Fields& fields, std::string_view path)
         fields.emplace_back("path", std::string(path));
     else
         fields.emplace_back("path_b64", Base64::base64EncodingWithLineLength(path, 0));
+}
+
+std::string onOneLine(std::string_view name)
+{
+    std::string shown = platform::withoutControls(name);
+    std::ranges::replace_if(
+        shown, [](char c) { return c == '\n' || c == '\t'; }, '?');
+    return shown;
 }
 
 Output& output()

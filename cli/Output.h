@@ -19,6 +19,9 @@ using Fields = std::vector<std::pair<std::string, FieldValue>>;
 /// Adds a path: as "path", or when it is no UTF-8 in Base64 as "path_b64".
 void addPath(Fields& fields, std::string_view path);
 
+/// A name as it is shown to people: control characters and line breaks are "?".
+[[nodiscard]] std::string onOneLine(std::string_view name);
+
 /// One run's output. With JSON every line on standard output is an object, and exactly one of type
 /// "result" comes last, whatever happens. Any thread.
 class Output {
@@ -30,7 +33,8 @@ public:
     [[nodiscard]] bool isQuiet() const { return quiet_; }
     [[nodiscard]] bool isJson() const { return json_; }
 
-    /// A sentence for people; not shown when quiet.
+    /// A sentence for people; not shown when quiet. Control characters in it are "?" here and
+    /// below.
     void note(std::string_view sentence) const;
 
     /// A sentence about what went wrong; always shown.

@@ -22,7 +22,7 @@ ExitStatus listFolders()
         const std::string path = General::pathRepresentedByDirectoryString(name);
         Fields fields{{"name", name}};
         addPath(fields, path);
-        output().item(fmt::format("{:<14}  {}", name, path), "folder", fields);
+        output().item(fmt::format("{:<14}  {}", name, onOneLine(path)), "folder", fields);
     }
     return output().finish(ExitStatus::done);
 }
@@ -58,9 +58,9 @@ void describe(const std::string& path)
     fields.emplace_back("in_package", General::isItemInPackage(path));
     fields.emplace_back("hidden", General::isItemHidden(path));
     fields.emplace_back("system_volume", General::isSystemVolumePath(path));
-    output().item(fmt::format("{}\n  volume  {} at {}\n  is      {}", path,
-                              name.value_or("unknown"), mount.value_or("unknown"),
-                              words.empty() ? "-" : words),
+    output().item(fmt::format("{}\n  volume  {} at {}\n  is      {}", onOneLine(path),
+                              onOneLine(name.value_or("unknown")),
+                              onOneLine(mount.value_or("unknown")), words.empty() ? "-" : words),
                   "item", fields);
 }
 

@@ -25,8 +25,7 @@ void showRemoteItem(const Dictionary& entry, bool withFolder)
                         platform::leadingInteger(platform::findText(entry, "Versions")));
     fields.emplace_back("package", platform::findText(entry, "IsPackage") == "true");
     fields.emplace_back("system", platform::findText(entry, "SystemName"));
-    const std::string shown =
-        platform::withoutControls(withFolder ? path : name + (isFolder ? "/" : ""));
+    const std::string shown = onOneLine(withFolder ? path : name + (isFolder ? "/" : ""));
     output().item(fmt::format("{:>8}  {:>14}  {:19}  {}{}", platform::findText(entry, "FileID"),
                               isFolder ? "" : platform::findText(entry, "Size"),
                               platform::findText(entry, "Modified"),

@@ -4,7 +4,6 @@
 #include "cli/RemoteName.h"
 #include "cli/ServiceFailure.h"
 #include "cli/Session.h"
-#include "stowline/platform/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <fmt/format.h>
@@ -26,8 +25,8 @@ void show(const Dictionary& file)
     std::string text;
     for (const auto& [name, value] : file) {
         fields.emplace_back(name, value.text());
-        text += fmt::format("{}{:<12}  {}", text.empty() ? "" : "\n", name,
-                            platform::withoutControls(value.text()));
+        text +=
+            fmt::format("{}{:<12}  {}", text.empty() ? "" : "\n", name, onOneLine(value.text()));
     }
     output().item(text, "restore", fields);
 }

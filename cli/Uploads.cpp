@@ -3,7 +3,6 @@
 #include "cli/Commands.h"
 #include "cli/Confirmation.h"
 #include "cli/Output.h"
-#include "stowline/platform/Text.h"
 
 #include <fmt/format.h>
 
@@ -26,7 +25,7 @@ ExitStatus listUploads()
         fields.emplace_back("parts", entry.parts);
         fields.emplace_back("account", entry.username);
         output().item(fmt::format("{}  {:>14} of {:>14}  {}", entry.guid, entry.sentBytes,
-                                  entry.file.size, platform::withoutControls(entry.file.path)),
+                                  entry.file.size, onOneLine(entry.file.path)),
                       "upload", fields);
     }
     return output().finish(ExitStatus::done);

@@ -5,6 +5,7 @@
 #include "cli/Logging.h"
 #include "cli/Output.h"
 #include "cli/Progress.h"
+#include "cli/UsageFault.h"
 #include "stowline/platform/Bundle.h"
 #include "stowline/platform/NotificationCenter.h"
 #include "stowline/platform/Signals.h"
@@ -87,8 +88,8 @@ int usageFault(const CLI::App& app, const CLI::ParseError& fault, bool json)
     if (fault.get_exit_code() == 0)
         return app.exit(fault); // help or version was asked for
     cli::output().useJson(json);
-    return static_cast<int>(cli::output().fail(
-        cli::ExitStatus::usage, std::string(fault.what()) + ". \"stowline --help\" tells more."));
+    return static_cast<int>(
+        cli::output().fail(cli::ExitStatus::usage, cli::usageSentence(app, fault)));
 }
 
 } // namespace

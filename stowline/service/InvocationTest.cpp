@@ -238,6 +238,11 @@ struct BadHelper {
     const char* lines;
 };
 
+std::ostream& operator<<(std::ostream& stream, const BadHelper& helper)
+{
+    return stream << helper.name;
+}
+
 class MisbehavingHelper : public testing::TestWithParam<BadHelper> {};
 
 TEST_P(MisbehavingHelper, GivesAnAbsentResultAndLeavesNothingBehind)

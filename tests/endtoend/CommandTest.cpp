@@ -67,6 +67,39 @@ TEST_F(CommandWithService, JsonEndsWithOneResultLine)
     EXPECT_EQ(jsonLines(usage.output).at(0)["type"], "result");
 }
 
+TEST_F(CommandWithService, AWrongWordIsNamedWithWhatWouldBeRight)
+{
+    const std::map<Words, std::string> sentences{
+        {{"bakcup"}, "There is no command \"bakcup\". \"stowline --help\" tells more."},
+        {{"-q", "uploads", "stop"},
+         "There is no command \"stop\". \"stowline uploads --help\" tells more."},
+        {{"uploads"},
+         "Please name one of its commands: list, resume, abandon. \"stowline uploads --help\" "
+         "tells "
+         "more."},
+        {{"versions", "-u", "ann", "abc"},
+         "This is no number: FILE-ID = abc. \"stowline versions --help\" tells more."},
+        {{"settings", "check", "a", "b"},
+         "The following argument was not expected: b. \"stowline settings check --help\" tells "
+         "more."},
+    };
+    for (const auto& [words, sentence] : sentences) {
+        const auto result = stowline_(words);
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.errors, "stowline: " + sentence + "\n");
+    }
+}
+
+TEST_F(CommandWithService, NothingThatANameHoldsReachesTheTerminal)
+{
+    const auto file = stowline_.home().write("red \033[31m\nfile", "123456789");
+    const auto sums = stowline_(Words{"checksum", file.string()});
+    EXPECT_TRUE(sums.output.ends_with("/red ?[31m?file\n")) << sums.output;
+    const auto missing = stowline_(Words{"copy", file.string() + "2", "x"});
+    EXPECT_EQ(missing.errors.find('\033'), std::string::npos) << missing.errors;
+    EXPECT_EQ(stowline_(Words{"paths", file.string()}).output.find('\033'), std::string::npos);
+}
+
 TEST_F(CommandWithService, RefusedSignUpsExitWithSix)
 {
     openAccount();

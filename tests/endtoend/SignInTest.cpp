@@ -70,6 +70,11 @@ struct PlannedFault {
     int errorCode;
 };
 
+std::ostream& operator<<(std::ostream& stream, const PlannedFault& fault)
+{
+    return stream << fault.kind;
+}
+
 class PlannedFaults : public testing::TestWithParam<PlannedFault> {};
 
 TEST_P(PlannedFaults, EndInAnErrorAndTheNextCallWorks)
