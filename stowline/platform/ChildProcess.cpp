@@ -13,6 +13,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 extern char** environ; // NOLINT: the platform's name
 
@@ -158,30 +159,57 @@ bool readUntil(const FileDescriptor& pipe, Clock::time_point deadline, std::stri
     return false;
 }
 
-ChildExit reap(pid_t child)
+ChildExit exitOf(int status)
 {
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
     if (WIFSIGNALED(status))
         return {WTERMSIG(status), true};
     return {WEXITSTATUS(status), false};
 }
 
-/// Waits for the end of a child until the deadline, then ends it. Nothing of it is left.
-ChildExit reapUntil(pid_t child, Clock::time_point deadline, bool& endedByLimit)
+ChildExit reap(pid_t child)
 {
-    const FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
-    if (!watch.isOpen() || !waitReadable(watch.number(), deadline)) {
-        int status = 0;
-        if (::waitpid(child, &status, WNOHANG) == child)
-            return WIFSIGNALED(status) ? ChildExit{WTERMSIG(status), true}
-                                       : ChildExit{WEXITSTATUS(status), false};
-        endedByLimit = true;
-        ::kill(child, SIGKILL);
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    return reap(child);
+    return exitOf(status);
 }
+
+/// A child that was started. Nothing of it is left after this, however its owner ends: one that
+/// nobody waited for, because memory ran out meanwhile, is ended.
+class Child {
+public:
+    explicit Child(pid_t id) : id_(id) {}
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child()
+    {
+        if (id_ < 0)
+            return;
+        end();
+        (void)reap(id_);
+    }
+
+    [[nodiscard]] bool isStarted() const { return id_ > 0; }
+    void end() const { ::kill(id_, SIGKILL); }
+
+    /// Waits for its end until the deadline, then ends it.
+    ChildExit wait(Clock::time_point deadline, bool& endedByLimit)
+    {
+        const pid_t id = std::exchange(id_, -1);
+        const FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, id, 0)));
+        if (!watch.isOpen() || !waitReadable(watch.number(), deadline)) {
+            int status = 0;
+            if (::waitpid(id, &status, WNOHANG) == id)
+                return exitOf(status);
+            endedByLimit = true;
+            ::kill(id, SIGKILL);
+        }
+        return reap(id);
+    }
+
+private:
+    pid_t id_; ///< -1 when it was not started or has been reaped
+};
 
 } // namespace
 
@@ -200,9 +228,9 @@ std::optional<ChildAnswer> runChild(const ChildRun& run)
     plan.give(input, kInputDescriptor);
     plan.closeFrom(kInputDescriptor + 1);
     const std::string program = run.program.string();
-    const pid_t child =
-        plan.start(program, {program, "@/dev/fd/" + std::to_string(kInputDescriptor)}, false);
-    if (child < 0)
+    Child child(
+        plan.start(program, {program, "@/dev/fd/" + std::to_string(kInputDescriptor)}, false));
+    if (!child.isStarted())
         return std::nullopt;
     output.theirs.close();
     release.theirs.close();
@@ -210,13 +238,13 @@ std::optional<ChildAnswer> runChild(const ChildRun& run)
     ChildAnswer answer;
     if (!readUntil(output.ours, deadline, answer.output)) {
         answer.endedByLimit = true;
-        ::kill(child, SIGKILL);
+        child.end();
     } else if (run.releaseBytes) {
         const std::string bytes = run.releaseBytes(answer.output);
         (void)!::send(release.ours.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
     release.ours.close(); // a child that waits for more finds the end
-    answer.exit = reapUntil(child, deadline, answer.endedByLimit);
+    answer.exit = child.wait(deadline, answer.endedByLimit);
     return answer;
 }
 
@@ -231,16 +259,16 @@ std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command
     plan.openNull(STDIN_FILENO);
     plan.give(output.theirs, STDOUT_FILENO);
     plan.closeFrom(kInputDescriptor);
-    const pid_t child = plan.start(command.front(), command, true);
-    if (child < 0)
+    Child child(plan.start(command.front(), command, true));
+    if (!child.isStarted())
         return std::nullopt;
     output.theirs.close();
     ChildAnswer answer;
     if (!readUntil(output.ours, deadline, answer.output)) {
         answer.endedByLimit = true;
-        ::kill(child, SIGKILL);
+        child.end();
     }
-    answer.exit = reapUntil(child, deadline, answer.endedByLimit);
+    answer.exit = child.wait(deadline, answer.endedByLimit);
     return answer;
 }
 
