@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <thread>
@@ -26,15 +25,6 @@ bool areThreadsNoMoreThan(std::size_t count)
     while (threadCount() > count && std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return threadCount() <= count;
-}
-
-/// The call that fails after this one has.
-std::size_t nextCall(const std::string& function, std::size_t call)
-{
-    constexpr std::size_t few = 64;
-    if (function != "new" || call < few || std::getenv("STOWLINE_LONG_TESTS"))
-        return call + 1;
-    return call + 1 + call / 16;
 }
 
 } // namespace
@@ -68,8 +58,7 @@ void failInTurn(const Failing& failing, const Path& path)
     const std::size_t threads = threadCount();
     const std::size_t children = childCount();
     std::size_t failures = 0;
-    for (std::size_t call = 1; !testing::Test::HasFailure();
-         call = nextCall(failing.function, call)) {
+    for (std::size_t call = 1; !testing::Test::HasFailure(); ++call) {
         SCOPED_TRACE(failing.function + ", call " + std::to_string(call));
         arm({failing.function, call, failing.isPersistent});
         path.attempt();

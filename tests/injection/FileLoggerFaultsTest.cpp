@@ -88,10 +88,28 @@ TEST_P(FileLoggerFaults, LoseLinesAtMost)
 INSTANTIATE_TEST_SUITE_P(Functions, FileLoggerFaults, testing::ValuesIn(test::bothWays(kCalled)),
                          test::nameOf);
 
+TEST(FileLoggerFaults, UnknownFreeSpaceIsPlenty)
+{
+    const test::TemporaryFolder folder;
+    const auto files = std::make_shared<DDLogFileManagerDefault>((folder.path() / "logs").string());
+    test::arm({"statvfs", 1, true});
+    DDLog::addLogger(std::make_shared<DDFileLogger>(files));
+    DDLog::log(false, kLogFlagInfo, kLogFlagInfo, 0, __FILE__, "test", __LINE__, "the line");
+    EXPECT_GT(test::disarm().failures, 0U);
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+    const auto infos = files->sortedLogFileInfos();
+    ASSERT_EQ(infos.size(), 1U);
+    const auto content = platform::readFile(infos.front().filePath());
+    EXPECT_TRUE(content.value_or("").ends_with("  the line\n")) << content.value_or("none");
+}
+
 TEST(FileLoggerFaults, AreAllTried)
 {
     LoggingIntoFiles logging;
-    EXPECT_EQ(test::unlisted(kCalled, logging.path()), std::vector<std::string>());
+    auto tried = kCalled;
+    tried.emplace_back("statvfs"); // asked again only when a moment has passed
+    EXPECT_EQ(test::unlisted(tried, logging.path()), std::vector<std::string>());
 }
 
 } // namespace
