@@ -62,7 +62,7 @@ void show(const std::string& file, const Crc32::FileChecksum& result)
 {
     const std::string hexadecimal = fmt::format("{:08x}", result.checksum);
     Fields fields;
-    addPath(fields, file);
+    fields.emplace_back("path", file);
     fields.emplace_back("crc32", hexadecimal);
     fields.emplace_back("value", std::uint64_t{result.checksum});
     fields.emplace_back("bytes", result.bytesRead);

@@ -14,6 +14,8 @@ namespace stowline::cli {
 
 namespace {
 
+constexpr const char* kMessage = "message";
+
 std::mutex& finishing()
 {
     static auto& mutex = *new std::mutex;
@@ -58,12 +60,23 @@ std::string textOf(const FieldValue& value)
     return std::visit([](const auto& known) { return fmt::format("{}", known); }, value);
 }
 
-/// The object, in UTF-8 whatever is in it.
+/// A name and a value as an object takes them. Sentences stay sentences.
+std::pair<std::string, FieldValue> inUtf8(const std::pair<std::string, FieldValue>& field)
+{
+    const auto& [name, value] = field;
+    const auto* text = std::get_if<std::string>(&value);
+    if (!text || name == kMessage || platform::isValidUtf8(*text))
+        return field;
+    return {name + "_b64", Base64::base64EncodingWithLineLength(*text, 0)};
+}
+
 std::string jsonOf(std::string_view type, const Fields& fields)
 {
     nlohmann::ordered_json object{{"v", 1}, {"type", type}};
-    for (const auto& [name, value] : fields)
-        std::visit([&, &key = name](const auto& known) { object[key] = known; }, value);
+    for (const auto& field : fields) {
+        const auto [name, value] = inUtf8(field);
+        std::visit([&object, &key = name](const auto& known) { object[key] = known; }, value);
+    }
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
@@ -139,15 +152,7 @@ ExitStatus Output::finishWithText(const std::string& name, const std::string& te
 ExitStatus Output::fail(ExitStatus status, const std::string& sentence)
 {
     complain(sentence);
-    return finish(status, {{"message", sentence}});
-}
-
-void addPath(Fields& fields, std::string_view path)
-{
-    if (platform::isValidUtf8(path))
-        fields.emplace_back("path", std::string(path));
-    else
-        fields.emplace_back("path_b64", Base64::base64EncodingWithLineLength(path, 0));
+    return finish(status, {{kMessage, sentence}});
 }
 
 std::string onOneLine(std::string_view name)

@@ -21,7 +21,7 @@ ExitStatus listFolders()
     for (const std::string name : kNames) {
         const std::string path = General::pathRepresentedByDirectoryString(name);
         Fields fields{{"name", name}};
-        addPath(fields, path);
+        fields.emplace_back("path", path);
         output().item(fmt::format("{:<14}  {}", name, onOneLine(path)), "folder", fields);
     }
     return output().finish(ExitStatus::done);
@@ -49,7 +49,7 @@ void describe(const std::string& path)
     const auto name = General::volumeNameFromPath(path);
     const auto mount = General::volumePathFromItemPath(path);
     Fields fields;
-    addPath(fields, path);
+    fields.emplace_back("path", path);
     fields.emplace_back("volume", name.value_or(""));
     fields.emplace_back("mount", mount.value_or(""));
     fields.emplace_back("volume_number", General::volumeRefNumFromPath(path));

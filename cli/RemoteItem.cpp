@@ -17,7 +17,7 @@ void showRemoteItem(const Dictionary& entry, bool withFolder)
     const std::string folder = localPath(platform::findText(entry, "Path"));
     const std::string path = folder + (folder.ends_with('/') ? "" : "/") + name;
     Fields fields;
-    addPath(fields, path);
+    fields.emplace_back("path", path);
     fields.emplace_back("id", platform::leadingInteger(platform::findText(entry, "FileID")));
     fields.emplace_back("size", platform::leadingInteger(platform::findText(entry, "Size")));
     fields.emplace_back("modified", platform::findText(entry, "Modified"));

@@ -38,9 +38,9 @@ ExitStatus removeVersions(const RemoveOptions& options)
             output().complain("The service did not delete the versions of the list " + list + ".");
     }
     if (deleted == options.versionLists.size())
-        return output().finish(ExitStatus::done, {{"deleted", deleted}});
+        return output().finish(ExitStatus::done, {{"deleted_versions", deleted}});
     return output().finish(deleted == 0 ? ExitStatus::refused : ExitStatus::someItemsFailed,
-                           {{"deleted", deleted}});
+                           {{"deleted_versions", deleted}});
 }
 
 ExitStatus removeWholeFolder(const RemoveOptions& options)

@@ -20,8 +20,8 @@ struct RestoreOptions {
 void show(const Dictionary& file)
 {
     Fields fields;
-    addPath(fields,
-            localPath(platform::findText(file, "Path") + "/" + platform::findText(file, "Name")));
+    fields.emplace_back("path", localPath(platform::findText(file, "Path") + "/" +
+                                          platform::findText(file, "Name")));
     std::string text;
     for (const auto& [name, value] : file) {
         fields.emplace_back(name, value.text());

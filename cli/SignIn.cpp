@@ -33,7 +33,7 @@ ExitStatus signIn(const SignInOptions& options)
                              "password.");
     return output().finish(ExitStatus::done,
                            {{"account", options.username},
-                            {"status", platform::findText(*result, "accountStatus")},
+                            {"state", platform::findText(*result, "accountStatus")},
                             {"server", platform::findText(*result, "backupServerName")}});
 }
 

@@ -19,7 +19,7 @@ ExitStatus listUploads()
 {
     for (const JournalEntry& entry : journal().entries()) {
         Fields fields{{"id", entry.guid}};
-        addPath(fields, entry.file.path);
+        fields.emplace_back("path", entry.file.path);
         fields.emplace_back("sent", entry.sentBytes);
         fields.emplace_back("size", entry.file.size);
         fields.emplace_back("parts", entry.parts);

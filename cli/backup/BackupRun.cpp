@@ -199,7 +199,7 @@ private:
         if (!output().isJson())
             return;
         Fields fields;
-        addPath(fields, file.path);
+        fields.emplace_back("path", file.path);
         fields.emplace_back("state", state);
         fields.emplace_back("bytes", file.size);
         const std::lock_guard lock(mutex_);

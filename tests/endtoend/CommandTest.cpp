@@ -43,7 +43,7 @@ TEST_F(CommandWithService, OpensAnAccountAndSignsIn)
     const auto in = stowline_(
         Words{"signin"}, Environment{{"STOWLINE_PASSWORD", "pw"}, {"STOWLINE_USERNAME", "ann"}});
     EXPECT_EQ(in.status, 0);
-    EXPECT_EQ(in.output, "account  ann\nstatus   Active\nserver   " +
+    EXPECT_EQ(in.output, "account  ann\nstate    Active\nserver   " +
                              server_.address().substr(sizeof "http://" - 1) + "\n");
 }
 
@@ -54,7 +54,7 @@ TEST_F(CommandWithService, JsonEndsWithOneResultLine)
                                 Environment{{"STOWLINE_PASSWORD", "pw 1"}});
     EXPECT_TRUE(good.output.starts_with("{\"v\":1,\"type\":\"result\",")) << good.output;
     ASSERT_EQ(jsonLines(good.output).size(), 1U);
-    EXPECT_EQ(jsonLines(good.output)[0]["status"], "Active");
+    EXPECT_EQ(jsonLines(good.output)[0]["state"], "Active");
 
     const auto refused = stowline_(Words{"signin", "-u", "ann", "--json"},
                                    Environment{{"STOWLINE_PASSWORD", "wrong"}});
@@ -160,7 +160,7 @@ TEST_F(CommandWithService, AsksForThePasswordWithoutShowingIt)
                                            "Password for ann: ", "pw 1\n");
     EXPECT_EQ(talk.status, 0);
     EXPECT_NE(talk.screen.find("Password for ann: "), std::string::npos);
-    EXPECT_NE(talk.screen.find("status   Active"), std::string::npos) << talk.screen;
+    EXPECT_NE(talk.screen.find("state    Active"), std::string::npos) << talk.screen;
     EXPECT_EQ(talk.screen.find("pw 1"), std::string::npos);
 }
 
