@@ -1,5 +1,6 @@
 #include "stowline/platform/HttpExchange.h"
 
+#include "stowline/platform/HttpRequestRules.h"
 #include "stowline/platform/Text.h"
 #include "stowline/platform/Url.h"
 
@@ -31,51 +32,6 @@ void prepareLibrary()
 {
     static const CURLcode prepared = curl_global_init(CURL_GLOBAL_ALL);
     (void)prepared;
-}
-
-/// What a status code asks for.
-enum class Redirect { none, asGet, repeated };
-
-Redirect redirectFor(long status)
-{
-    switch (status) {
-    case 301:
-    case 302:
-    case 303:
-        return Redirect::asGet;
-    case 307:
-    case 308:
-        return Redirect::repeated;
-    default:
-        return Redirect::none;
-    }
-}
-
-bool isCredential(std::string_view headerName)
-{
-    return equalsIgnoringAsciiCase(headerName, "Authorization") ||
-           equalsIgnoringAsciiCase(headerName, "Cookie") ||
-           equalsIgnoringAsciiCase(headerName, "Proxy-Authorization");
-}
-
-bool describesBody(std::string_view headerName)
-{
-    return equalsIgnoringAsciiCase(headerName, "Content-Type") ||
-           equalsIgnoringAsciiCase(headerName, "Content-Length");
-}
-
-bool breaksHeader(std::string_view text)
-{
-    return text.find_first_of(std::string_view("\r\n\0", 3)) != std::string_view::npos;
-}
-
-bool isToken(std::string_view text)
-{
-    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
-    return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-               marks.find(c) != std::string_view::npos;
-    });
 }
 
 constexpr const char* kSystemTrustFolder = "/etc/ssl/certs";
@@ -181,23 +137,6 @@ private:
             curl_multi_remove_handle(multi_.get(), easy_.get());
     }
 
-    bool isSendable()
-    {
-        if (!isToken(request_.method)) {
-            fail(HttpFailure::request, "The settings name a HTTP method that cannot be sent.");
-            return false;
-        }
-        for (const auto& [name, value] : request_.headers) {
-            if (name.empty() || breaksHeader(name) || breaksHeader(value)) {
-                fail(HttpFailure::request,
-                     "The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +
-                         "\" cannot be sent: it holds a line break or a NUL character.");
-                return false;
-            }
-        }
-        return true;
-    }
-
     /// Begins the request for the current URL.
     void startHop()
     {
@@ -206,8 +145,10 @@ private:
             fail(HttpFailure::address, "\"" + request_.url + "\" is no http or https address.");
             return;
         }
-        if (!isSendable())
+        if (auto fault = requestFault(request_)) {
+            fail(HttpFailure::request, std::move(*fault));
             return;
+        }
         origin_ = *origin;
         detach();
         easy_.reset(curl_easy_init());
@@ -391,34 +332,15 @@ private:
 
     void follow(const std::string& location, Redirect redirect)
     {
-        const auto target = originOf(location);
-        if (!target || (origin_.scheme == "https" && target->scheme != "https")) {
-            fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects to \"" +
-                                            location + "\", which is not followed.");
-            return;
-        }
-        if (++redirects_ > limits_.maximumRedirects) {
-            fail(HttpFailure::redirect, "The server at " + origin_.host + " redirects more than " +
-                                            std::to_string(limits_.maximumRedirects) + " times.");
-            return;
-        }
-        if (redirect == Redirect::repeated && request_.bodyStaysAtOrigin &&
-            !request_.body.empty() && *target != origin_) {
-            fail(HttpFailure::redirect, "The server at " + origin_.host +
-                                            " redirects the data to \"" + location +
-                                            "\", another server, where it is not sent.");
-            return;
-        }
-        if (redirect == Redirect::asGet) {
-            request_.method = "GET";
-            request_.body = {};
-            std::erase_if(request_.headers,
-                          [](const auto& header) { return describesBody(header.first); });
-        }
-        if (*target != origin_)
-            std::erase_if(request_.headers,
-                          [](const auto& header) { return isCredential(header.first); });
-        request_.url = location;
+        std::optional<std::string> fault;
+        if (++redirects_ > limits_.maximumRedirects)
+            fault = "The server at " + origin_.host + " redirects more than " +
+                    std::to_string(limits_.maximumRedirects) + " times.";
+        else
+            fault = redirectFault(request_, origin_, redirect, location);
+        if (fault)
+            return fail(HttpFailure::redirect, std::move(*fault));
+        redirectRequest(request_, origin_, redirect, location);
         startHop();
     }
 

@@ -2,6 +2,8 @@
 
 #include "stowline/platform/Text.h"
 
+#include <algorithm>
+
 namespace stowline::platform {
 
 namespace {
@@ -25,6 +27,15 @@ std::string_view withoutBlanks(std::string_view text)
 }
 
 } // namespace
+
+bool isToken(std::string_view text)
+{
+    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+    return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               marks.find(c) != std::string_view::npos;
+    });
+}
 
 HttpResponseMessage HttpResponseMessage::fromBytes(std::string_view bytes)
 {

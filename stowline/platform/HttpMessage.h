@@ -1,4 +1,4 @@
-// A HTTP/1 response as bytes, read again.
+// Pieces of HTTP/1 messages; a response as bytes, read again.
 #pragma once
 
 #include "stowline/platform/Value.h"
@@ -12,6 +12,9 @@ namespace stowline::platform {
 
 /// A header field: name as written, value without surrounding blanks.
 using HttpHeader = std::pair<std::string, std::string>;
+
+/// Whether a text is a token, as methods and names of header fields are (RFC 9110 section 5.6.2).
+[[nodiscard]] bool isToken(std::string_view text);
 
 /// A response taken apart (RFC 9112): made from its bytes, status line first.
 struct HttpResponseMessage {

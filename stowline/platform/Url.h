@@ -16,8 +16,7 @@ namespace stowline::platform {
 class Url {
 public:
     /// @return absent when the text is empty, holds a character that no URL may hold, a percent
-    /// sign
-    ///         that begins no escape, or a colon in its first segment that ends no scheme.
+    ///         sign that begins no escape, or a colon in its first segment that ends no scheme.
     [[nodiscard]] static std::optional<Url> fromText(std::string_view text);
 
     [[nodiscard]] const std::string& text() const { return text_; }
