@@ -2,6 +2,7 @@
 
 #include "stowline/platform/FileHandle.h"
 #include "stowline/util/store/StoreSql.h"
+#include "stowline/util/store/StoreValues.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
@@ -16,51 +17,6 @@ namespace {
 namespace fs = std::filesystem;
 
 using Objects = std::vector<std::shared_ptr<ManagedObject>>;
-
-Value readColumn(const SQLite::Column& column, AttributeType type)
-{
-    switch (type) {
-    case AttributeType::string:
-        return column.getString();
-    case AttributeType::integer:
-        return column.getInt64();
-    case AttributeType::real:
-        return column.getDouble();
-    case AttributeType::boolean:
-        return column.getInt() != 0;
-    case AttributeType::date:
-        return Date(std::chrono::microseconds(column.getInt64()));
-    case AttributeType::data:
-        break;
-    }
-    const auto* bytes = static_cast<const std::uint8_t*>(column.getBlob());
-    return Data(bytes, bytes + column.getBytes());
-}
-
-void bind(SQLite::Statement& statement, int place, const Value& value)
-{
-    if (const auto* text = value.string())
-        statement.bind(place, *text);
-    else if (const auto* bytes = value.data())
-        statement.bind(place, bytes->data(), static_cast<int>(bytes->size()));
-    else if (const auto* truth = value.boolean())
-        statement.bind(place, *truth ? 1 : 0);
-    else if (const auto* real = value.real())
-        statement.bind(place, *real);
-    else if (const auto* moment = value.date())
-        statement.bind(place, static_cast<std::int64_t>(moment->time_since_epoch().count()));
-    else if (const auto* unsignedNumber = value.unsignedInteger())
-        statement.bind(place, static_cast<std::int64_t>(*unsignedNumber));
-    else
-        statement.bind(place, *value.integer());
-}
-
-void bindAll(SQLite::Statement& statement, const std::vector<Value>& values)
-{
-    int place = 0;
-    for (const Value& value : values)
-        bind(statement, ++place, value);
-}
 
 /// An empty database for the owner alone; one that is there is left as it is.
 void prepareFile(const std::string& path)
@@ -144,7 +100,7 @@ public:
         const EntityDescription& entity = entityOf(request);
         const store::Sql sql = store::selectRows(selectionOf(request));
         SQLite::Statement rows(database_, sql.text);
-        bindAll(rows, sql.values);
+        store::bindAll(rows, sql.values);
         Objects objects;
         while (rows.executeStep())
             objects.push_back(objectOfRow(rows, entity, context));
@@ -156,7 +112,7 @@ public:
         writeChanges();
         const store::Sql sql = store::selectCount(selectionOf(request));
         SQLite::Statement row(database_, sql.text);
-        bindAll(row, sql.values);
+        store::bindAll(row, sql.values);
         (void)row.executeStep();
         return static_cast<std::uint64_t>(row.getColumn(0).getInt64());
     }
@@ -272,7 +228,7 @@ private:
         for (const auto& value : values) {
             ++place;
             if (value)
-                bind(*statement, place, *value);
+                store::bindValue(*statement, place, *value);
         }
         if (number)
             statement->bind(++place, *number);
@@ -299,7 +255,8 @@ private:
             for (const AttributeDescription& attribute : entity.attributes) {
                 const SQLite::Column cell = row.getColumn(++column);
                 object->values_[static_cast<std::size_t>(column) - 1] =
-                    cell.isNull() ? std::nullopt : std::optional(readColumn(cell, attribute.type));
+                    cell.isNull() ? std::nullopt
+                                  : std::optional(store::readColumn(cell, attribute.type));
             }
         }
         return object;
