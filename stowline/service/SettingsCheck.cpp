@@ -3,111 +3,17 @@
 #include "stowline/call/WireNames.h"
 #include "stowline/platform/Format.h"
 #include "stowline/platform/HostFlags.h"
+#include "stowline/platform/HttpMessage.h"
 #include "stowline/platform/PropertyList.h"
+#include "stowline/service/SettingsRules.h"
 #include "stowline/service/WebMethodCatalogue.h"
 #include "stowline/service/WebRequestKeys.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 
 namespace stowline {
 
 namespace {
-
-enum class Kind { string, number, list, dictionary };
-
-/// A key that an entry may have.
-struct KeyRule {
-    std::string_view key;
-    Kind kind;
-    bool required;
-};
-
-constexpr std::array kWebMethodKeys{
-    KeyRule{methodKey::url, Kind::string, true},
-    KeyRule{methodKey::namespaceUri, Kind::string, true},
-    KeyRule{methodKey::httpHeaders, Kind::dictionary, false},
-    KeyRule{methodKey::soapHeaders, Kind::list, false},
-    KeyRule{methodKey::soapParameters, Kind::list, false},
-    KeyRule{methodKey::resultKeyPath, Kind::string, false},
-};
-constexpr std::array kWebRequestKeys{
-    KeyRule{webRequestKey::url, Kind::string, true},
-    KeyRule{webRequestKey::httpMethod, Kind::string, false},
-    KeyRule{webRequestKey::httpVersion, Kind::string, false},
-    KeyRule{webRequestKey::requestHeaders, Kind::list, false},
-    KeyRule{webRequestKey::requestTimeout, Kind::number, false},
-    KeyRule{webRequestKey::responseHeaderNames, Kind::list, false},
-};
-constexpr std::array kTemplateKeys{
-    KeyRule{"URL", Kind::string, true},
-    KeyRule{"body", Kind::string, true},
-    KeyRule{"httpHeaders", Kind::dictionary, false},
-};
-constexpr std::array kNamedTemplateKeys{
-    KeyRule{methodKey::name, Kind::string, true},
-    KeyRule{methodKey::templateText, Kind::string, true},
-};
-constexpr std::array kBareTemplateKeys{
-    KeyRule{methodKey::templateText, Kind::string, true},
-};
-
-/// Whether a text is a number and nothing else.
-bool isNumberText(const Value& value)
-{
-    const std::string* text = value.string();
-    double number = 0;
-    return text &&
-           std::from_chars(text->data(), text->data() + text->size(), number).ptr ==
-               text->data() + text->size() &&
-           !text->empty();
-}
-
-bool isOfKind(const Value& value, Kind kind)
-{
-    switch (kind) {
-    case Kind::string:
-        return value.string() != nullptr;
-    case Kind::number:
-        return value.kindName() == "number" || isNumberText(value);
-    case Kind::list:
-        return value.array() != nullptr;
-    case Kind::dictionary:
-        return value.dictionary() != nullptr;
-    }
-    return false;
-}
-
-std::string_view nameOf(Kind kind)
-{
-    constexpr std::array<std::string_view, 4> names{"a string", "a number", "a list",
-                                                    "a dictionary"};
-    return names.at(static_cast<std::size_t>(kind));
-}
-
-/// A field name as HTTP knows it (RFC 9110 section 5.6.2).
-bool isHeaderName(std::string_view name)
-{
-    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
-    return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-               marks.find(c) != std::string_view::npos;
-    });
-}
-
-/// A name without a colon as XML knows it, with ASCII's part of the rule.
-bool isElementName(std::string_view name)
-{
-    const auto starts = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' ||
-               static_cast<unsigned char>(c) >= 0x80;
-    };
-    const auto goesOn = [&](char c) {
-        return starts(c) || (c >= '0' && c <= '9') || c == '-' || c == '.';
-    };
-    return !name.empty() && starts(name.front()) && std::all_of(name.begin(), name.end(), goesOn);
-}
 
 std::string joined(const std::string& path, std::string_view key)
 {
@@ -204,7 +110,7 @@ private:
         }
         for (const auto& [name, value] : methods) {
             const std::string path = joined("WebServices", name);
-            if (const Dictionary* entry = checkEntry(value, path, kWebMethodKeys))
+            if (const Dictionary* entry = checkEntry(value, path, webMethodKeys()))
                 checkWebMethod(name, *entry, path);
         }
     }
@@ -218,10 +124,10 @@ private:
         }
         for (const auto& [name, value] : requests) {
             const std::string path = joined("WebRequests", name);
-            const Dictionary* entry = checkEntry(value, path, kWebRequestKeys);
+            const Dictionary* entry = checkEntry(value, path, webRequestKeys());
             if (!entry)
                 continue;
-            checkNamedTemplates(*entry, webRequestKey::requestHeaders, path, isHeaderName,
+            checkNamedTemplates(*entry, webRequestKey::requestHeaders, path, platform::isToken,
                                 "header");
             checkResponseHeaderNames(*entry, path);
             for (const WebRequestNeeds& needs : webRequestCatalogue()) {
@@ -240,7 +146,7 @@ private:
         }
         for (const auto& [name, value] : templates) {
             const std::string path = joined("Templates", name);
-            const Dictionary* entry = checkEntry(value, path, kTemplateKeys);
+            const Dictionary* entry = checkEntry(value, path, templateKeys());
             if (!entry)
                 continue;
             checkHeaderNames(*entry, path);
@@ -252,9 +158,8 @@ private:
     }
 
     /// Whether an entry has the keys it must have, each of its kind, and no other.
-    template <std::size_t Count>
     const Dictionary* checkEntry(const Value& value, const std::string& path,
-                                 const std::array<KeyRule, Count>& rules)
+                                 std::span<const KeyRule> rules)
     {
         const Dictionary* entry = value.dictionary();
         if (!entry) {
@@ -268,7 +173,7 @@ private:
             if (found && !isOfKind(*found, rule.kind))
                 add(joined(path, rule.key), "This must be " + std::string(nameOf(rule.kind)) +
                                                 ", not " +
-                                                (rule.kind == Kind::number && found->string()
+                                                (rule.kind == FieldKind::number && found->string()
                                                      ? quoted(*found->string())
                                                      : "a " + std::string(found->kindName())) +
                                                 ".");
@@ -291,7 +196,7 @@ private:
         if (const Array* headers = findArray(entry, methodKey::soapHeaders)) {
             for (std::size_t i = 0; i < headers->size(); ++i)
                 checkEntry((*headers)[i], place(joined(path, methodKey::soapHeaders), i),
-                           kBareTemplateKeys);
+                           bareTemplateKeys());
         }
         const auto methods = webMethodCatalogue();
         const auto needs = std::find_if(methods.begin(), methods.end(),
@@ -385,7 +290,7 @@ private:
         const Array* names = findArray(entry, webRequestKey::responseHeaderNames);
         for (std::size_t i = 0; names && i < names->size(); ++i) {
             const std::string* name = (*names)[i].string();
-            if (!name || !isHeaderName(*name))
+            if (!name || !platform::isToken(*name))
                 add(place(joined(path, webRequestKey::responseHeaderNames), i),
                     quoted((*names)[i].text()) + " is no name of a header.");
         }
@@ -396,7 +301,7 @@ private:
         const Dictionary* headers = findDictionary(entry, methodKey::httpHeaders);
         for (const auto& [name, value] : headers ? *headers : Dictionary()) {
             const std::string headerPath = joined(joined(path, methodKey::httpHeaders), name);
-            if (!isHeaderName(name))
+            if (!platform::isToken(name))
                 add(headerPath, quoted(name) + " is no name of a HTTP header.");
             if (value.text().find_first_of("\r\n") != std::string::npos)
                 add(headerPath, "The value of a header must not have line breaks.");
@@ -411,7 +316,7 @@ private:
         std::vector<std::string> names;
         for (std::size_t i = 0; items && i < items->size(); ++i) {
             const std::string itemPath = place(joined(path, list), i);
-            const Dictionary* fields = checkEntry((*items)[i], itemPath, kNamedTemplateKeys);
+            const Dictionary* fields = checkEntry((*items)[i], itemPath, namedTemplateKeys());
             const std::string* name = fields ? findString(*fields, methodKey::name) : nullptr;
             if (!name)
                 continue;
