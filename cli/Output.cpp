@@ -95,7 +95,7 @@ void Output::complain(std::string_view sentence) const
 
 void Output::item(std::string_view text, std::string_view type, const Fields& fields) const
 {
-    print(json_ ? jsonOf(type, fields) : text);
+    print(json_ ? jsonOf(type, fields) : platform::withoutControls(text));
 }
 
 void Output::print(std::string_view line) const

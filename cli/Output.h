@@ -39,7 +39,7 @@ public:
     /// A sentence about what went wrong; always shown.
     void complain(std::string_view sentence) const;
 
-    /// One item of the result: a line of text, or an object.
+    /// One item of the result: a line or lines of text, or an object.
     /// @param type what the object is of ("file"), its "type"
     void item(std::string_view text, std::string_view type, const Fields& fields) const;
 

@@ -26,12 +26,13 @@ void showRemoteItem(const Dictionary& entry, bool withFolder)
     fields.emplace_back("package", platform::findText(entry, "IsPackage") == "true");
     fields.emplace_back("system", platform::findText(entry, "SystemName"));
     const std::string shown = onOneLine(withFolder ? path : name + (isFolder ? "/" : ""));
-    output().item(fmt::format("{:>8}  {:>14}  {:19}  {}{}", platform::findText(entry, "FileID"),
-                              isFolder ? "" : platform::findText(entry, "Size"),
-                              platform::findText(entry, "Modified"),
-                              withFolder ? platform::findText(entry, "SystemName") + ":" : "",
-                              shown),
-                  isFolder ? "folder" : "file", fields);
+    output().item(
+        fmt::format("{:>8}  {:>14}  {:19}  {}{}", platform::findText(entry, "FileID"),
+                    isFolder ? "" : platform::findText(entry, "Size"),
+                    platform::findText(entry, "Modified"),
+                    withFolder ? onOneLine(platform::findText(entry, "SystemName")) + ":" : "",
+                    shown),
+        isFolder ? "folder" : "file", fields);
 }
 
 std::string remotePathFor(const std::string& given)

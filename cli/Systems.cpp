@@ -19,7 +19,7 @@ ExitStatus systems(const SessionOptions& options)
     if (!names)
         return refusal("The machines cannot be listed", error);
     for (const Value& name : *names)
-        output().item(name.text(), "system", {{"name", name.text()}});
+        output().item(onOneLine(name.text()), "system", {{"name", name.text()}});
     return output().finish(ExitStatus::done);
 }
 

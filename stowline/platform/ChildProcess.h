@@ -38,7 +38,8 @@ struct ChildAnswer {
 ///
 /// The child inherits standard error, the input file and nothing else; its signal mask is empty and
 /// its dispositions are the defaults. No signal reaches this process when the child dies early.
-/// Nothing of the child is left when this returns. Any number of threads may run children at once.
+/// Nothing of the child is left when this returns, or throws for want of memory. Any number of
+/// threads may run children at once.
 /// @return absent when the child could not be started.
 [[nodiscard]] std::optional<ChildAnswer> runChild(const ChildRun& run);
 

@@ -10,6 +10,7 @@
 #include "stowline/service/WebRequestKeys.h"
 
 #include <algorithm>
+#include <span>
 
 namespace stowline {
 
@@ -110,7 +111,7 @@ private:
         }
         for (const auto& [name, value] : methods) {
             const std::string path = joined("WebServices", name);
-            if (const Dictionary* entry = checkEntry(value, path, webMethodKeys()))
+            if (const Dictionary* entry = checkEntry(value, path, kWebMethodKeys))
                 checkWebMethod(name, *entry, path);
         }
     }
@@ -124,7 +125,7 @@ private:
         }
         for (const auto& [name, value] : requests) {
             const std::string path = joined("WebRequests", name);
-            const Dictionary* entry = checkEntry(value, path, webRequestKeys());
+            const Dictionary* entry = checkEntry(value, path, kWebRequestKeys);
             if (!entry)
                 continue;
             checkNamedTemplates(*entry, webRequestKey::requestHeaders, path, platform::isToken,
@@ -146,7 +147,7 @@ private:
         }
         for (const auto& [name, value] : templates) {
             const std::string path = joined("Templates", name);
-            const Dictionary* entry = checkEntry(value, path, templateKeys());
+            const Dictionary* entry = checkEntry(value, path, kTemplateKeys);
             if (!entry)
                 continue;
             checkHeaderNames(*entry, path);
@@ -196,7 +197,7 @@ private:
         if (const Array* headers = findArray(entry, methodKey::soapHeaders)) {
             for (std::size_t i = 0; i < headers->size(); ++i)
                 checkEntry((*headers)[i], place(joined(path, methodKey::soapHeaders), i),
-                           bareTemplateKeys());
+                           kBareTemplateKeys);
         }
         const auto methods = webMethodCatalogue();
         const auto needs = std::find_if(methods.begin(), methods.end(),
@@ -316,7 +317,7 @@ private:
         std::vector<std::string> names;
         for (std::size_t i = 0; items && i < items->size(); ++i) {
             const std::string itemPath = place(joined(path, list), i);
-            const Dictionary* fields = checkEntry((*items)[i], itemPath, namedTemplateKeys());
+            const Dictionary* fields = checkEntry((*items)[i], itemPath, kNamedTemplateKeys);
             const std::string* name = fields ? findString(*fields, methodKey::name) : nullptr;
             if (!name)
                 continue;

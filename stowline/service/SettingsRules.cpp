@@ -1,8 +1,5 @@
 #include "stowline/service/SettingsRules.h"
 
-#include "stowline/call/WireNames.h"
-#include "stowline/service/WebRequestKeys.h"
-
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -10,35 +7,6 @@
 namespace stowline {
 
 namespace {
-
-constexpr std::array kWebMethodKeys{
-    KeyRule{methodKey::url, FieldKind::string, true},
-    KeyRule{methodKey::namespaceUri, FieldKind::string, true},
-    KeyRule{methodKey::httpHeaders, FieldKind::dictionary, false},
-    KeyRule{methodKey::soapHeaders, FieldKind::list, false},
-    KeyRule{methodKey::soapParameters, FieldKind::list, false},
-    KeyRule{methodKey::resultKeyPath, FieldKind::string, false},
-};
-constexpr std::array kWebRequestKeys{
-    KeyRule{webRequestKey::url, FieldKind::string, true},
-    KeyRule{webRequestKey::httpMethod, FieldKind::string, false},
-    KeyRule{webRequestKey::httpVersion, FieldKind::string, false},
-    KeyRule{webRequestKey::requestHeaders, FieldKind::list, false},
-    KeyRule{webRequestKey::requestTimeout, FieldKind::number, false},
-    KeyRule{webRequestKey::responseHeaderNames, FieldKind::list, false},
-};
-constexpr std::array kTemplateKeys{
-    KeyRule{"URL", FieldKind::string, true},
-    KeyRule{"body", FieldKind::string, true},
-    KeyRule{"httpHeaders", FieldKind::dictionary, false},
-};
-constexpr std::array kNamedTemplateKeys{
-    KeyRule{methodKey::name, FieldKind::string, true},
-    KeyRule{methodKey::templateText, FieldKind::string, true},
-};
-constexpr std::array kBareTemplateKeys{
-    KeyRule{methodKey::templateText, FieldKind::string, true},
-};
 
 /// Whether a text is a number and nothing else.
 bool isNumberText(const Value& value)
@@ -52,31 +20,6 @@ bool isNumberText(const Value& value)
 }
 
 } // namespace
-
-std::span<const KeyRule> webMethodKeys()
-{
-    return kWebMethodKeys;
-}
-
-std::span<const KeyRule> webRequestKeys()
-{
-    return kWebRequestKeys;
-}
-
-std::span<const KeyRule> templateKeys()
-{
-    return kTemplateKeys;
-}
-
-std::span<const KeyRule> namedTemplateKeys()
-{
-    return kNamedTemplateKeys;
-}
-
-std::span<const KeyRule> bareTemplateKeys()
-{
-    return kBareTemplateKeys;
-}
 
 bool isOfKind(const Value& value, FieldKind kind)
 {

@@ -1,9 +1,11 @@
 // What may stand in an entry of the settings file.
 #pragma once
 
+#include "stowline/call/WireNames.h"
 #include "stowline/platform/Value.h"
+#include "stowline/service/WebRequestKeys.h"
 
-#include <span>
+#include <array>
 #include <string_view>
 
 namespace stowline {
@@ -17,12 +19,35 @@ struct KeyRule {
     bool required;
 };
 
-[[nodiscard]] std::span<const KeyRule> webMethodKeys();
-[[nodiscard]] std::span<const KeyRule> webRequestKeys();
-[[nodiscard]] std::span<const KeyRule> templateKeys();
+inline constexpr std::array kWebMethodKeys{
+    KeyRule{methodKey::url, FieldKind::string, true},
+    KeyRule{methodKey::namespaceUri, FieldKind::string, true},
+    KeyRule{methodKey::httpHeaders, FieldKind::dictionary, false},
+    KeyRule{methodKey::soapHeaders, FieldKind::list, false},
+    KeyRule{methodKey::soapParameters, FieldKind::list, false},
+    KeyRule{methodKey::resultKeyPath, FieldKind::string, false},
+};
+inline constexpr std::array kWebRequestKeys{
+    KeyRule{webRequestKey::url, FieldKind::string, true},
+    KeyRule{webRequestKey::httpMethod, FieldKind::string, false},
+    KeyRule{webRequestKey::httpVersion, FieldKind::string, false},
+    KeyRule{webRequestKey::requestHeaders, FieldKind::list, false},
+    KeyRule{webRequestKey::requestTimeout, FieldKind::number, false},
+    KeyRule{webRequestKey::responseHeaderNames, FieldKind::list, false},
+};
+inline constexpr std::array kTemplateKeys{
+    KeyRule{"URL", FieldKind::string, true},
+    KeyRule{"body", FieldKind::string, true},
+    KeyRule{"httpHeaders", FieldKind::dictionary, false},
+};
 /// Of the items of a list of parameters or headers, and of SOAP headers, which have no names.
-[[nodiscard]] std::span<const KeyRule> namedTemplateKeys();
-[[nodiscard]] std::span<const KeyRule> bareTemplateKeys();
+inline constexpr std::array kNamedTemplateKeys{
+    KeyRule{methodKey::name, FieldKind::string, true},
+    KeyRule{methodKey::templateText, FieldKind::string, true},
+};
+inline constexpr std::array kBareTemplateKeys{
+    KeyRule{methodKey::templateText, FieldKind::string, true},
+};
 
 /// Whether a value is of a kind; a text that is a number and nothing else is one too.
 [[nodiscard]] bool isOfKind(const Value& value, FieldKind kind);
