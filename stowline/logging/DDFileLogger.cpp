@@ -1,9 +1,10 @@
 #include "stowline/logging/DDFileLogger.h"
 
+#include "stowline/logging/CurrentLogFile.h"
 #include "stowline/logging/DDLog.h"
+#include "stowline/logging/FreeSpace.h"
 #include "stowline/platform/AppendFile.h"
 #include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/FileStatus.h"
 #include "stowline/platform/LocalClock.h"
 
 #include <algorithm>
@@ -16,37 +17,11 @@ namespace {
 
 using platform::AppendFile;
 using Duration = platform::TimerClock::Duration;
-using SteadyTime = std::chrono::steady_clock::time_point;
 
 constexpr std::uint64_t kUsualFileSize = 1048576;
 constexpr double kUsualFrequency = 86400;
 constexpr std::size_t kMostGathered = 65536;
 constexpr double kLongestDelay = 86400.0 * 365 * 100;
-
-/// Free space of the root file system, asked for seldom while there is plenty.
-///
-/// Below the margin it is asked for before every line. Above it an answer is good for a while in
-/// which nothing but this logger could use up the margin: that would take 3 GB a second.
-class FreeSpace {
-public:
-    [[nodiscard]] bool isMoreThan(std::uint64_t bytes, SteadyTime now)
-    {
-        constexpr std::uint64_t margin = 64 << 20;
-        constexpr std::chrono::milliseconds goodFor{20};
-        if (free_ < margin + bytes || now - asked_ > goodFor) {
-            free_ = platform::freeSpaceAt("/").value_or(UINT64_MAX);
-            asked_ = now;
-        }
-        if (free_ <= bytes)
-            return false;
-        free_ -= bytes;
-        return true;
-    }
-
-private:
-    std::uint64_t free_ = 0;
-    SteadyTime asked_{};
-};
 
 Duration milliseconds(double seconds)
 {
@@ -133,7 +108,7 @@ public:
         locked([&] {
             writeGathered();
             maximumFileSize_ = bytes;
-            if (file_ && isTooLarge(file_->linkedSize().value_or(0)))
+            if (file_ && isTooLarge(file_->size()))
                 rollNow();
         });
     }
@@ -154,7 +129,7 @@ public:
 
     [[nodiscard]] std::optional<DDLogFileInfo> currentFile()
     {
-        return locked([&] { return file_ ? std::optional(*info_) : std::nullopt; });
+        return locked([&] { return file_ ? std::optional(file_->info()) : std::nullopt; });
     }
 
 private:
@@ -188,7 +163,7 @@ private:
         Teller teller{*this};
         const std::lock_guard lock(mutex_);
         const Collector collector{teller};
-        now_ = std::chrono::steady_clock::now();
+        now_ = clocks_.timer.now();
         return work();
     }
 
@@ -210,19 +185,12 @@ private:
         return std::max(0.0, age.count());
     }
 
-    /// As the wall clock had it when the file was opened, and the steady clock since then.
-    [[nodiscard]] double steadyAge() const
-    {
-        const std::chrono::duration<double> open = clocks_.timer.now() - openedAt_;
-        return ageWhenOpened_ + open.count();
-    }
-
     void gather(std::string_view line)
     {
         gathered_.append(line);
         lineEnds_.push_back(gathered_.size());
         // A file ends with the line that fills it.
-        if (!file_ || isTooLarge(knownSize_ + gathered_.size()))
+        if (!file_ || isTooLarge(file_->size() + gathered_.size()))
             writeGathered();
     }
 
@@ -250,40 +218,23 @@ private:
 
     bool writeToCurrentFile(std::string_view line)
     {
-        if (!isCurrentFileThere()) {
+        if (!file_ || !file_->isThere(now_)) {
             forgetFile();
             openFile();
-            if (!isCurrentFileThere())
+            if (!file_)
                 return false;
         }
         if (!file_->append(line))
             return false;
-        knownSize_ += line.size();
-        if (isTooLarge(knownSize_))
+        if (isTooLarge(file_->size()))
             rollNow();
         return true;
-    }
-
-    /// Whether there is a current file that nobody has deleted: nobody would ever read what is
-    /// added to one that is. Looked after at most every millisecond, which is often enough for
-    /// people and spares a burst of lines a third of its time.
-    bool isCurrentFileThere()
-    {
-        constexpr std::chrono::milliseconds goodFor{1};
-        if (!file_)
-            return false;
-        if (now_ - lookedAt_ < goodFor)
-            return true;
-        const auto size = file_->linkedSize();
-        knownSize_ = size.value_or(0);
-        lookedAt_ = now_;
-        return size.has_value();
     }
 
     void openFile()
     {
         if (auto info = fileToContinue())
-            use(*info);
+            use(std::move(*info));
         if (file_)
             return;
         if (const auto path = manager_->createNewLogFile())
@@ -306,16 +257,13 @@ private:
         return std::nullopt;
     }
 
-    void use(const DDLogFileInfo& info)
+    void use(DDLogFileInfo info)
     {
-        file_ = AppendFile::open(info.filePath());
-        if (!file_)
-            return;
-        info_ = info;
-        info_->reset();
-        ageWhenOpened_ = wallAge(*info_);
-        openedAt_ = clocks_.timer.now();
-        scheduleTimer();
+        info.reset();
+        const double age = wallAge(info);
+        file_ = CurrentLogFile::open(std::move(info), age, now_);
+        if (file_)
+            scheduleTimer();
     }
 
     void scheduleTimer()
@@ -330,7 +278,7 @@ private:
                     alive->rollIfOld();
             },
             clocks_.timer);
-        timer_->start(milliseconds(rollingFrequency_ - steadyAge()));
+        timer_->start(milliseconds(rollingFrequency_ - file_->age(now_)));
     }
 
     void rollIfOld()
@@ -339,7 +287,7 @@ private:
             writeGathered();
             if (!file_)
                 return;
-            if (isTooOld(steadyAge()))
+            if (isTooOld(file_->age(now_)))
                 rollNow();
             else
                 scheduleTimer();
@@ -351,7 +299,7 @@ private:
         if (!file_)
             return;
         file_->synchronize();
-        DDLogFileInfo finished = *info_;
+        DDLogFileInfo finished = file_->info();
         forgetFile();
         finished.setArchived(true);
         archived_.push_back({finished.filePath(), true});
@@ -359,9 +307,7 @@ private:
 
     void forgetFile()
     {
-        lookedAt_ = {};
         file_.reset();
-        info_.reset();
         timer_.reset();
     }
 
@@ -379,17 +325,12 @@ private:
     platform::ForkSafeMutex mutex_;
     std::uint64_t maximumFileSize_ = kUsualFileSize;
     double rollingFrequency_ = kUsualFrequency;
-    std::optional<AppendFile> file_;
-    std::optional<DDLogFileInfo> info_; ///< of file_
-    double ageWhenOpened_ = 0;
-    platform::TimerClock::Moment openedAt_{};
+    std::optional<CurrentLogFile> file_;
     std::unique_ptr<platform::Timer> timer_;
     std::vector<Archived> archived_; ///< that the manager is still to be told of
     FreeSpace freeSpace_;
-    SteadyTime now_{};            ///< of the work that is being done
-    SteadyTime lookedAt_{};       ///< when file_ was last known to be there
-    std::uint64_t knownSize_ = 0; ///< of file_ after the last write
-    std::string gathered_;        ///< lines that are not written yet
+    platform::TimerClock::Moment now_{}; ///< of the work that is being done
+    std::string gathered_;               ///< lines that are not written yet
     std::vector<std::size_t> lineEnds_;
 };
 
