@@ -51,7 +51,7 @@ def faults():
         if path.suffix not in (".h", ".cpp") or relative.startswith("build/"):
             continue
         folder = folder_of(relative)
-        if folder is None or path.name.endswith("Test.cpp"):
+        if folder is None or path.name.endswith(("Test.cpp", "Test.h")):
             continue
         for number, line in enumerate(path.read_text().splitlines(), 1):
             include = re.match(r'\s*#\s*include\s+(["<].*[">])', line)

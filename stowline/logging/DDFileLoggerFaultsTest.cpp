@@ -1,6 +1,6 @@
 // The rolling file logger on bad days: files that go away, full disks, other loggers, processes
 // that end.
-#include "stowline/logging/DDFileLoggerFixture.h"
+#include "stowline/logging/DDFileLoggerTest.h"
 #include "stowline/platform/ConsoleLog.h"
 #include "stowline/platform/FileDescriptor.h"
 #include "tests/support/MountNamespace.h"

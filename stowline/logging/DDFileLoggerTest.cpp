@@ -1,5 +1,5 @@
 // The rolling file logger: lines, sizes, ages.
-#include "stowline/logging/DDFileLoggerFixture.h"
+#include "stowline/logging/DDFileLoggerTest.h"
 
 namespace stowline {
 namespace {
