@@ -17,6 +17,11 @@ add_compile_options(
 # Designated initializers leave out what has a default.
 add_compile_options(-Wno-missing-field-initializers)
 add_link_options(-Wl,--as-needed)
+# Linking is a third of the daily loop with the usual linker.
+find_program(LLD ld.lld)
+if(LLD AND NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+  add_link_options(-fuse-ld=lld)
+endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   add_compile_options(-Wthread-safety)
@@ -44,4 +49,12 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release")
                       -fstack-protector-strong -fstack-clash-protection -fcf-protection
                       -ffunction-sections -fdata-sections)
   add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--gc-sections)
+endif()
+
+# Compiling again what was compiled before is left to ccache where it is installed; checkouts in
+# different folders share what it keeps.
+find_program(CCACHE ccache)
+if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${CCACHE})
 endif()
