@@ -1,10 +1,10 @@
 // A whole broker call beside the curl command that posts the same envelope to the same server, over
 // http and over https with a trust store of the system's size.
 #include "bench/Measure.h"
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/ChildProcess.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 #include "stowline/soap/Envelope.h"

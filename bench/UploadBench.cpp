@@ -2,7 +2,7 @@
 // a long listing page by page.
 #include "bench/Measure.h"
 #include "devserver/Storage.h"
-#include "stowline/platform/Bundle.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 

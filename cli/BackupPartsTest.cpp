@@ -1,8 +1,8 @@
 // The parts of a backup that need no service.
-#include "cli/RemoteName.h"
 #include "cli/backup/FileTree.h"
 #include "cli/backup/Pace.h"
 #include "cli/backup/UploadJournal.h"
+#include "cli/shared/RemoteName.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

@@ -20,21 +20,24 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/logging/LogText.h
   stowline/logging/SQLiteLogger.h
   stowline/net/Reachability.h
-  stowline/platform/Bundle.h
-  stowline/platform/DateFormatter.h
-  stowline/platform/Error.h
-  stowline/platform/FileManager.h
-  stowline/platform/FileStatus.h
-  stowline/platform/ForkSafety.h
-  stowline/platform/Format.h
-  stowline/platform/HostFlags.h
-  stowline/platform/NotificationCenter.h
-  stowline/platform/PropertyList.h
-  stowline/platform/SerialQueue.h
-  stowline/platform/StandardFolders.h
-  stowline/platform/Timer.h
-  stowline/platform/Url.h
-  stowline/platform/Value.h
+  stowline/platform/desktop/Bundle.h
+  stowline/platform/desktop/NotificationCenter.h
+  stowline/platform/files/FileManager.h
+  stowline/platform/files/FileStatus.h
+  stowline/platform/files/StandardFolders.h
+  stowline/platform/network/HostFlags.h
+  stowline/platform/text/Data.h
+  stowline/platform/text/Url.h
+  stowline/platform/threads/ForkSafety.h
+  stowline/platform/threads/SerialQueue.h
+  stowline/platform/threads/StopRequest.h
+  stowline/platform/threads/Timer.h
+  stowline/platform/time/Date.h
+  stowline/platform/time/DateFormatter.h
+  stowline/platform/values/Error.h
+  stowline/platform/values/Format.h
+  stowline/platform/values/PropertyList.h
+  stowline/platform/values/Value.h
   stowline/service/SettingsCheck.h
   stowline/service/WebServiceBroker.h
   stowline/service/WebServicesSettings.h

@@ -1,7 +1,7 @@
 # How a folder becomes a library and a test executable.
 
 # stowline_library(<name> SOURCES ... [DEPENDS ...] [PRIVATE_DEPENDS ...])
-# A static library whose includes are root-relative ("stowline/platform/Value.h").
+# A static library whose includes are root-relative ("stowline/platform/values/Value.h").
 function(stowline_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS;PRIVATE_DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
@@ -24,8 +24,6 @@ function(stowline_test name)
   add_executable(${name} ${ARG_SOURCES} "${CMAKE_SOURCE_DIR}/tests/support/SanitizerOptions.cpp")
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest_main)
-  target_compile_definitions(${name} PRIVATE
-    STOWLINE_TEST_BIN="${CMAKE_BINARY_DIR}/bin" STOWLINE_TEST_SOURCE="${CMAKE_SOURCE_DIR}")
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests")
   if(STOWLINE_SANITIZERS)
     # What is tested is checked, not the tests: they compile in a third of the time.

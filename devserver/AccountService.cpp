@@ -1,9 +1,9 @@
 #include "devserver/AccountService.h"
 
 #include "devserver/Parameters.h"
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
 
 namespace stowline::devserver {
 

@@ -1,6 +1,6 @@
 #include "devserver/Accounts.h"
 
-#include "stowline/platform/Cryptography.h"
+#include "stowline/platform/desktop/Cryptography.h"
 
 #include <sqlite3.h>
 

@@ -3,7 +3,7 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <filesystem>
 #include <map>

@@ -2,8 +2,8 @@
 
 #include "devserver/Parameters.h"
 #include "devserver/PartEndpoint.h"
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
 

@@ -1,10 +1,10 @@
 #include "devserver/BundleWriter.h"
 
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/PropertyList.h"
-#include "stowline/platform/Text.h"
-#include "stowline/platform/Url.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/Url.h"
+#include "stowline/platform/values/PropertyList.h"
 
 namespace stowline::devserver {
 

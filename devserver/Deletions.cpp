@@ -1,7 +1,7 @@
 #include "devserver/Deletions.h"
 
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/text/Text.h"
 
 namespace stowline::devserver {
 

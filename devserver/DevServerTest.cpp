@@ -2,12 +2,13 @@
 #include "devserver/FaultPlan.h"
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Text.h"
-#include "stowline/platform/XmlReader.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/XmlReader.h"
 #include "stowline/soap/SoapMessage.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -243,7 +244,7 @@ TEST(DevServer, AnOrdinarySoapClientCanUseIt)
     const test::DevServerProcess server(
         {"--monitoring-tokens", folder.write("tokens", "another\nzeep-token\n").string()});
     const auto result = test::runProgram(
-        {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/soap_client.py", server.address()}});
+        {{"/usr/bin/python3", test::sourceFile("tests/soap_client.py"), server.address()}});
     EXPECT_EQ(result.status, 0) << result.output << result.errors;
     EXPECT_EQ(result.output, "every method answered as expected\n");
 }

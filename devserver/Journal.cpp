@@ -1,9 +1,9 @@
 #include "devserver/Journal.h"
 
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/PropertyList.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/PropertyList.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>

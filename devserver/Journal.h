@@ -1,7 +1,7 @@
 // What machines report: events of central monitoring and summaries of backups; and e-mail to send.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 

@@ -1,6 +1,6 @@
 #include "devserver/PartEndpoint.h"
 
-#include "stowline/platform/Cryptography.h"
+#include "stowline/platform/desktop/Cryptography.h"
 
 #include <fmt/format.h>
 

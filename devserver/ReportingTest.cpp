@@ -2,8 +2,8 @@
 #include "devserver/BackupService.h"
 #include "devserver/ReportServices.h"
 #include "devserver/StatusPage.h"
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/files/Files.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryFolder.h"
 

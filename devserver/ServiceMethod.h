@@ -1,7 +1,7 @@
 // A web method as data: what it takes, what it answers, and the function that does it.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <functional>
 #include <stdexcept>

@@ -1,6 +1,6 @@
 #include "devserver/StatusPage.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
 

@@ -1,10 +1,10 @@
 #include "devserver/Storage.h"
 
 #include "devserver/StoragePaths.h"
-#include "stowline/platform/ContentFile.h"
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/FileHandle.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/files/ContentFile.h"
+#include "stowline/platform/files/FileHandle.h"
+#include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
 #include <sqlite3.h>

@@ -1,7 +1,7 @@
 // What the service stores: parts on their way, files, versions.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 

@@ -1,9 +1,9 @@
 #include "devserver/Storage.h"
 
 #include "devserver/PartEndpoint.h"
-#include "stowline/platform/ContentFile.h"
-#include "stowline/platform/Cryptography.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/files/ContentFile.h"
+#include "stowline/platform/files/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/Sockets.h"
+#include "stowline/platform/network/Sockets.h"
 
 #include <httplib.h>
 

@@ -11,8 +11,8 @@
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/DDTTYLogger.h"
 #include "stowline/logging/LevelFilter.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Signals.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/processes/Signals.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -1,6 +1,6 @@
 // Exercises the Base64 codec: decoding takes any text and agrees with a strict decoder wherever
 // that takes the text, and what is encoded comes back and is what another encoder makes.
-#include "stowline/platform/Cryptography.h"
+#include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/util/Base64.h"
 
 #include <cstdlib>

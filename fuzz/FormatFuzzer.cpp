@@ -1,5 +1,5 @@
 // Exercises run-time formats: no format may read an argument that is not there.
-#include "stowline/platform/Format.h"
+#include "stowline/platform/values/Format.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {

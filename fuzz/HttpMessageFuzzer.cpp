@@ -1,5 +1,5 @@
 // Exercises the reading of responses, from which the listed headers are selected.
-#include "stowline/platform/HttpMessage.h"
+#include "stowline/platform/http/HttpMessage.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Exercises reading XML property lists: settings files as people write them, and worse.
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/values/PropertyList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {

@@ -1,6 +1,6 @@
 // Exercises the names that the service carries: every path comes back, and XML can carry it.
-#include "cli/RemoteName.h"
-#include "stowline/platform/Text.h"
+#include "cli/shared/RemoteName.h"
+#include "stowline/platform/text/Text.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Exercises reading SOAP answers, and a response's bytes, as any server might send them.
-#include "stowline/platform/HttpMessage.h"
+#include "stowline/platform/http/HttpMessage.h"
 #include "stowline/soap/SoapMessage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)

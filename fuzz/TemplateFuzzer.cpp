@@ -1,6 +1,6 @@
 // Exercises template expansion and the parameter element: whatever the value, the element that
 // comes out reads back as exactly that value.
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/soap/Envelope.h"
 #include "stowline/soap/SoapMessage.h"
 

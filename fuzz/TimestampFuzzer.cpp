@@ -1,5 +1,5 @@
 // Exercises timestamps: what is read is written again as it stood, up to a clock change.
-#include "stowline/platform/DateText.h"
+#include "stowline/platform/time/DateText.h"
 #include "stowline/util/DateMethods.h"
 #include "stowline/util/StringMethods.h"
 

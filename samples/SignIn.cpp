@@ -1,7 +1,7 @@
 // The smallest host program: signs in and says where the files are to go.
 //
 //   STOWLINE_PASSWORD=… sample-signin BUNDLE-FOLDER USER
-#include "stowline/platform/Bundle.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <cstdlib>

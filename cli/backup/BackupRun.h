@@ -1,9 +1,9 @@
 // A whole backup: many files, several at a time.
 #pragma once
 
-#include "cli/Session.h"
 #include "cli/backup/FileTree.h"
 #include "cli/backup/FileUploader.h"
+#include "cli/shared/Session.h"
 
 #include <cstdint>
 #include <string>

@@ -1,7 +1,7 @@
 #include "cli/backup/FileTree.h"
 
-#include "stowline/platform/FileStatus.h"
-#include "stowline/platform/GlobPattern.h"
+#include "stowline/platform/files/FileStatus.h"
+#include "stowline/platform/text/GlobPattern.h"
 #include "stowline/util/General.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // What a backup is to hold: the files below the named paths.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <cstdint>
 #include <string>

@@ -1,11 +1,11 @@
 // One file on its way to the service: asked about, sent part by part, registered.
 #pragma once
 
-#include "cli/Session.h"
 #include "cli/backup/FileTree.h"
 #include "cli/backup/Pace.h"
 #include "cli/backup/UploadJournal.h"
-#include "stowline/platform/FileHandle.h"
+#include "cli/shared/Session.h"
+#include "stowline/platform/files/FileHandle.h"
 
 #include <atomic>
 #include <functional>

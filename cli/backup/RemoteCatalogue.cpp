@@ -1,7 +1,7 @@
 #include "cli/backup/RemoteCatalogue.h"
 
-#include "cli/RemoteName.h"
-#include "cli/RemotePages.h"
+#include "cli/shared/RemoteName.h"
+#include "cli/shared/RemotePages.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <charconv>

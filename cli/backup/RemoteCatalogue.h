@@ -1,8 +1,8 @@
 // What the service holds already, folder by folder.
 #pragma once
 
-#include "cli/Session.h"
 #include "cli/backup/FileTree.h"
+#include "cli/shared/Session.h"
 
 #include <condition_variable>
 #include <map>

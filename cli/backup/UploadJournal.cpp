@@ -1,8 +1,8 @@
 #include "cli/backup/UploadJournal.h"
 
-#include "stowline/platform/Files.h"
-#include "stowline/platform/PropertyList.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/PropertyList.h"
 
 #include <algorithm>
 

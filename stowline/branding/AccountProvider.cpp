@@ -1,8 +1,8 @@
 #include "stowline/branding/AccountProvider.h"
 
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/Alert.h"
-#include "stowline/platform/Bundle.h"
+#include "stowline/platform/desktop/Alert.h"
+#include "stowline/platform/desktop/Bundle.h"
 
 #include <utility>
 #include <vector>

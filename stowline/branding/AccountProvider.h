@@ -2,7 +2,7 @@
 // dictionary.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <string>
 

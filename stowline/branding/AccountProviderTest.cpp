@@ -2,7 +2,7 @@
 
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/Alert.h"
+#include "stowline/platform/desktop/Alert.h"
 #include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "stowline/call/CallArchive.h"
 
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "stowline/util/Base64.h"
 
 namespace stowline {

@@ -1,7 +1,7 @@
 // Dictionaries as bytes: how requests and results cross the process boundary.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <optional>
 #include <string>

@@ -3,7 +3,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/call/WireNames.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 
 #include "stowline/call/WireNames.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // What the helper program answers.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 #include "stowline/soap/SoapMessage.h"
 
 #include <optional>

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "stowline/logging/DDLogFileInfo.h"
-#include "stowline/platform/AppendFile.h"
-#include "stowline/platform/Timer.h"
+#include "stowline/platform/files/AppendFile.h"
+#include "stowline/platform/threads/Timer.h"
 
 #include <cstdint>
 #include <optional>

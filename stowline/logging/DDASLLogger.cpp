@@ -1,6 +1,6 @@
 #include "stowline/logging/DDASLLogger.h"
 
-#include "stowline/platform/SystemLog.h"
+#include "stowline/platform/desktop/SystemLog.h"
 
 namespace stowline {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "stowline/logging/DDAbstractLogger.h"
-#include "stowline/platform/Timer.h"
+#include "stowline/platform/threads/Timer.h"
 
 #include <cstddef>
 #include <memory>

@@ -3,8 +3,8 @@
 
 #include "stowline/logging/DDLogMessage.h"
 #include "stowline/logging/LogText.h"
-#include "stowline/platform/ForkSafety.h"
-#include "stowline/platform/SerialQueue.h"
+#include "stowline/platform/threads/ForkSafety.h"
+#include "stowline/platform/threads/SerialQueue.h"
 
 #include <functional>
 #include <memory>

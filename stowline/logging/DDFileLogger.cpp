@@ -3,9 +3,9 @@
 #include "stowline/logging/CurrentLogFile.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/FreeSpace.h"
-#include "stowline/platform/AppendFile.h"
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/LocalClock.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/files/AppendFile.h"
+#include "stowline/platform/time/LocalClock.h"
 
 #include <algorithm>
 #include <cmath>

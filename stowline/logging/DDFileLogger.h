@@ -3,7 +3,7 @@
 
 #include "stowline/logging/DDAbstractLogger.h"
 #include "stowline/logging/DDLogFileManager.h"
-#include "stowline/platform/Timer.h"
+#include "stowline/platform/threads/Timer.h"
 
 #include <cstdint>
 #include <functional>

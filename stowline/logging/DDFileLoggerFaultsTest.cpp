@@ -1,8 +1,8 @@
 // The rolling file logger on bad days: files that go away, full disks, other loggers, processes
 // that end.
 #include "stowline/logging/DDFileLoggerTest.h"
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/FileDescriptor.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/files/FileDescriptor.h"
 #include "tests/support/MountNamespace.h"
 
 #include <csignal>

@@ -4,7 +4,7 @@
 #include "stowline/logging/DDFileLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 #include "stowline/logging/DDLog.h"
 
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/NotificationCenter.h"
-#include "stowline/platform/Semaphore.h"
-#include "stowline/platform/SerialQueue.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/desktop/NotificationCenter.h"
+#include "stowline/platform/threads/Semaphore.h"
+#include "stowline/platform/threads/SerialQueue.h"
 
 #include <algorithm>
 #include <atomic>

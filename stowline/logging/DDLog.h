@@ -3,7 +3,7 @@
 
 #include "stowline/logging/DDAbstractLogger.h"
 #include "stowline/logging/DDLogMessage.h"
-#include "stowline/platform/Format.h"
+#include "stowline/platform/values/Format.h"
 
 #include <concepts>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "stowline/logging/DDLogFileInfo.h"
 
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/Format.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/values/Format.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,8 +1,8 @@
 // What is known of one log file.
 #pragma once
 
-#include "stowline/platform/FileStatus.h"
-#include "stowline/platform/Value.h"
+#include "stowline/platform/files/FileStatus.h"
+#include "stowline/platform/values/Value.h"
 
 #include <cstdint>
 #include <optional>

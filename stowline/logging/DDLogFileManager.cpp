@@ -1,11 +1,11 @@
 #include "stowline/logging/DDLogFileManager.h"
 
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/AppendFile.h"
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/MachineIdentity.h"
-#include "stowline/platform/StandardFolders.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/files/AppendFile.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/files/StandardFolders.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "stowline/logging/DDLogFileInfo.h"
-#include "stowline/platform/ForkSafety.h"
+#include "stowline/platform/threads/ForkSafety.h"
 
 #include <cstddef>
 #include <memory>

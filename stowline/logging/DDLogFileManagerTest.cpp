@@ -2,8 +2,8 @@
 #include "stowline/logging/DDLogFileManager.h"
 
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/AppendFile.h"
-#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/files/AppendFile.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/TemporaryFolder.h"
 

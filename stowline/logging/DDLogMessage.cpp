@@ -1,8 +1,8 @@
 #include "stowline/logging/DDLogMessage.h"
 
-#include "stowline/platform/Format.h"
-#include "stowline/platform/SerialQueue.h"
-#include "stowline/platform/ThreadNumber.h"
+#include "stowline/platform/threads/SerialQueue.h"
+#include "stowline/platform/threads/ThreadNumber.h"
+#include "stowline/platform/values/Format.h"
 
 namespace stowline {
 

@@ -1,7 +1,7 @@
 // One line on its way to the loggers.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <cstdint>
 #include <mutex>

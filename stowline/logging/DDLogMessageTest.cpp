@@ -1,6 +1,6 @@
 #include "stowline/logging/DDLogMessage.h"
 
-#include "stowline/platform/SerialQueue.h"
+#include "stowline/platform/threads/SerialQueue.h"
 
 #include <gtest/gtest.h>
 

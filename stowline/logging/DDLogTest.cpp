@@ -1,9 +1,8 @@
-#include "stowline/logging/DDLog.h"
-
-#include "stowline/logging/CountingLogger.h"
+// The log hands messages to loggers, and survives what they and processes do.
+#include "stowline/logging/DDLogTest.h"
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/NotificationCenter.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/desktop/NotificationCenter.h"
 
 #include <gtest/gtest.h>
 
@@ -16,19 +15,6 @@ namespace stowline {
 namespace {
 
 using Keep = CountingLogger::Keep;
-
-void logText(const char* text, bool asynchronous = true)
-{
-    DDLog::log(asynchronous, kSystemLogLevel, kLogFlagInfo, 0, "dir/File.cpp", "function", 7, "%@",
-               text);
-}
-
-std::shared_ptr<CountingLogger> addedLogger(Keep keep = Keep::texts)
-{
-    auto logger = std::make_shared<CountingLogger>(keep);
-    DDLog::addLogger(logger);
-    return logger;
-}
 
 /// Keeps its thread until it is let go.
 class BlockingLogger final : public DDAbstractLogger {
@@ -264,59 +250,6 @@ TEST(DDLog, TellsLoggersWhetherMoreIsOnItsWay)
     DDLog::flushLog();
 }
 
-class Shouting final : public DDLogFormatter {
-public:
-    std::optional<LogText> formatLogMessage(const DDLogMessage& message) override
-    {
-        return message.logMsg == "drop" ? std::nullopt : std::optional(message.logMsg + "!");
-    }
-};
-
-TEST(DDAbstractLogger, FormatterRewritesAndDrops)
-{
-    const auto logger = addedLogger();
-    logText("plain");
-    logger->setLogFormatter(std::make_shared<Shouting>());
-    logText("loud");
-    logText("drop");
-    DDLog::flushLog();
-    const auto lines = logger->lines();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].text, "plain");
-    EXPECT_EQ(lines[1].text, "loud!");
-}
-
-TEST(DDAbstractLogger, FormatterIsReadInTurnWithMessages)
-{
-    const auto logger = std::make_shared<CountingLogger>();
-    const auto formatter = std::make_shared<Shouting>();
-    EXPECT_EQ(logger->logFormatter(), nullptr);
-    logger->setLogFormatter(formatter);
-    EXPECT_EQ(logger->logFormatter(), formatter);
-    logger->setLogFormatter(formatter);
-    EXPECT_EQ(logger->logFormatter(), formatter);
-    logger->setLogFormatter(nullptr);
-    EXPECT_EQ(logger->logFormatter(), nullptr);
-}
-
-TEST(DDAbstractLogger, OnItsOwnQueueTheFormatterChangesAtOnce)
-{
-    const auto logger = std::make_shared<CountingLogger>();
-    const auto formatter = std::make_shared<Shouting>();
-    logger->loggerQueue()->sync([&] {
-        logger->setLogFormatter(formatter);
-        EXPECT_EQ(logger->logFormatter(), formatter);
-    });
-}
-
-TEST(DDAbstractLogger, BaseLogsNothingAndIsNamedAfterItsClass)
-{
-    DDAbstractLogger logger;
-    logger.logMessage(DDLogMessage("x", 7, 4, 0, "f.cpp", "f", 1));
-    EXPECT_EQ(logger.loggerName(), "DDAbstractLogger");
-    EXPECT_EQ(logger.loggerQueue()->label(), "DDAbstractLogger");
-}
-
 TEST(DDLog, ALoggerThatThrowsLosesItsOwnLineOnly)
 {
     class Throwing final : public DDAbstractLogger {
@@ -450,19 +383,6 @@ TEST(DDLog, ForkInTheMiddleOfLoggingLeavesAChildThatCanLog)
     for (auto& thread : threads)
         thread.join();
     EXPECT_EQ(failures, 0);
-}
-
-TEST(LogMacros, NoteThePlaceAndTheOperation)
-{
-    const auto logger = addedLogger();
-    STOWLINE_LOG_INFO("\nA. value %d", 5);
-    STOWLINE_LOG_ERROR("%@ failed", "B");
-    const auto lines = logger->lines();
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].text, "\nA. value 5");
-    EXPECT_EQ(lines[0].flag, 4);
-    EXPECT_EQ(lines[0].function, "TestBody");
-    EXPECT_EQ(lines[1].flag, 1);
 }
 
 } // namespace

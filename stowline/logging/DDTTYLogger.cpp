@@ -1,10 +1,10 @@
 #include "stowline/logging/DDTTYLogger.h"
 
-#include "stowline/platform/LocalClock.h"
-#include "stowline/platform/MachineIdentity.h"
-#include "stowline/platform/StandardStreams.h"
-#include "stowline/platform/Terminal.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/processes/StandardStreams.h"
+#include "stowline/platform/processes/Terminal.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/LocalClock.h"
 
 #include <array>
 

@@ -1,7 +1,7 @@
 #include "stowline/logging/DispatchQueueLogFormatter.h"
 
-#include "stowline/platform/LocalClock.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/LocalClock.h"
 
 #include <algorithm>
 #include <mutex>

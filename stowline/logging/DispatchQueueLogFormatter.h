@@ -2,7 +2,7 @@
 #pragma once
 
 #include "stowline/logging/DDAbstractLogger.h"
-#include "stowline/platform/ForkSafety.h"
+#include "stowline/platform/threads/ForkSafety.h"
 
 #include <cstdint>
 #include <map>

@@ -2,7 +2,7 @@
 #include "stowline/logging/ContextFilters.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/DispatchQueueLogFormatter.h"
-#include "stowline/platform/LocalClock.h"
+#include "stowline/platform/time/LocalClock.h"
 
 #include <gtest/gtest.h>
 

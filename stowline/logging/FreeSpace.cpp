@@ -1,6 +1,6 @@
 #include "stowline/logging/FreeSpace.h"
 
-#include "stowline/platform/FileStatus.h"
+#include "stowline/platform/files/FileStatus.h"
 
 namespace stowline {
 

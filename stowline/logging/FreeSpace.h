@@ -1,7 +1,7 @@
 // How much may still be written.
 #pragma once
 
-#include "stowline/platform/Timer.h"
+#include "stowline/platform/threads/Timer.h"
 
 #include <cstdint>
 

@@ -1,7 +1,7 @@
 #include "stowline/logging/SQLiteLogger.h"
 
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/FileHandle.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/files/FileHandle.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 

@@ -3,7 +3,7 @@
 
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/TemporaryFolder.h"
 

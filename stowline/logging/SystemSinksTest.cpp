@@ -3,7 +3,7 @@
 #include "stowline/logging/DDASLLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/DDTTYLogger.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/TemporaryFolder.h"
 

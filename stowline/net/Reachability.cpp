@@ -2,7 +2,7 @@
 
 #include "stowline/logging/LogMacros.h"
 #include "stowline/net/ReachabilityTarget.h"
-#include "stowline/platform/NotificationCenter.h"
+#include "stowline/platform/desktop/NotificationCenter.h"
 
 #include <map>
 #include <memory>

@@ -1,7 +1,7 @@
 // Whether a host can be reached without anybody doing something first.
 #pragma once
 
-#include "stowline/platform/HostFlags.h"
+#include "stowline/platform/network/HostFlags.h"
 
 #include <optional>
 #include <string>

@@ -1,8 +1,8 @@
 #include "stowline/net/ReachabilityTarget.h"
 
-#include "stowline/platform/MainRunLoop.h"
-#include "stowline/platform/NetworkChanges.h"
-#include "stowline/platform/SerialQueue.h"
+#include "stowline/platform/desktop/MainRunLoop.h"
+#include "stowline/platform/network/NetworkChanges.h"
+#include "stowline/platform/threads/SerialQueue.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 // One host as the reachability operations see it: the seam to the machine.
 #pragma once
 
-#include "stowline/platform/HostFlags.h"
+#include "stowline/platform/network/HostFlags.h"
 
 #include <functional>
 #include <memory>

@@ -3,9 +3,9 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/net/ReachabilityTarget.h"
-#include "stowline/platform/MainRunLoop.h"
-#include "stowline/platform/NotificationCenter.h"
-#include "stowline/platform/Timer.h"
+#include "stowline/platform/desktop/MainRunLoop.h"
+#include "stowline/platform/desktop/NotificationCenter.h"
+#include "stowline/platform/threads/Timer.h"
 #include "tests/support/NetworkNamespace.h"
 
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 // What the application needs to know of a signed-in account and its backup server.
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/OperatingSystem.h"
-#include "stowline/platform/Text.h"
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/desktop/OperatingSystem.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 

@@ -1,6 +1,6 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/OperatingSystem.h"
+#include "stowline/platform/desktop/OperatingSystem.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 #include "tests/support/SoapAnswers.h"

@@ -1,8 +1,8 @@
 // Signing in, opening accounts, and the service's string encryption.
 #include "stowline/call/WireNames.h"
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/WebServiceBroker.h"
 
 namespace stowline {

@@ -1,7 +1,7 @@
 // Listing, searching and deleting what is stored, and what a restore needs.
-#include "stowline/platform/LocalTime.h"
-#include "stowline/platform/Text.h"
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/UnicodeText.h"
+#include "stowline/platform/time/LocalTime.h"
 #include "stowline/service/OptionalValues.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/StringMethods.h"

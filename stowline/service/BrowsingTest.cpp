@@ -1,4 +1,4 @@
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"

@@ -1,7 +1,7 @@
 #include "stowline/service/FilledUrl.h"
 
 #include "stowline/call/WireNames.h"
-#include "stowline/platform/Url.h"
+#include "stowline/platform/text/Url.h"
 
 namespace stowline {
 

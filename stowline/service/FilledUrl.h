@@ -1,8 +1,8 @@
 // Addresses of the settings, filled for one call.
 #pragma once
 
-#include "stowline/platform/Format.h"
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Format.h"
+#include "stowline/platform/values/Value.h"
 
 #include <span>
 #include <string>

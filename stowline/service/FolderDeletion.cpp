@@ -1,5 +1,5 @@
 // Deleting a folder of a backed-up computer, which takes the service its time.
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/OptionalValues.h"
 #include "stowline/service/TagReading.h"
 #include "stowline/service/WebServiceBroker.h"

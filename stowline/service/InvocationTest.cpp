@@ -3,9 +3,9 @@
 #include "stowline/call/WireNames.h"
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"
 

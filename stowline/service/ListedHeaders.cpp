@@ -1,6 +1,6 @@
 #include "stowline/service/ListedHeaders.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // Which headers of a response are handed back.
 #pragma once
 
-#include "stowline/platform/HttpMessage.h"
-#include "stowline/platform/Value.h"
+#include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/values/Value.h"
 
 namespace stowline {
 

@@ -1,6 +1,6 @@
 // Reporting to central monitoring.
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/LocalTime.h"
+#include "stowline/platform/time/LocalTime.h"
 #include "stowline/service/OptionalValues.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"

@@ -1,6 +1,7 @@
 // docs/operations.md says what the code does.
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/service/WebMethodCatalogue.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +23,7 @@ struct Row {
 
 std::string read(const std::string& name)
 {
-    return platform::readFile(STOWLINE_TEST_SOURCE "/" + name).value();
+    return platform::readFile(test::sourceFile(name)).value();
 }
 
 /// Rows by what they call.

@@ -1,7 +1,7 @@
 // Telling the user what a backup came to: a summary for the service, an e-mail by way of it.
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/DateFormatter.h"
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/text/UnicodeText.h"
+#include "stowline/platform/time/DateFormatter.h"
 #include "stowline/service/OptionalValues.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"

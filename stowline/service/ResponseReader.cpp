@@ -1,9 +1,9 @@
 #include "stowline/service/ResponseReader.h"
 
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/Format.h"
-#include "stowline/platform/SystemProxy.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/network/SystemProxy.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/Format.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 

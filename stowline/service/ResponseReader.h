@@ -1,9 +1,9 @@
 // Reading the response to a plain HTTP request, with its two time-outs.
 #pragma once
 
-#include "stowline/platform/Error.h"
-#include "stowline/platform/HttpExchange.h"
-#include "stowline/platform/ReadStream.h"
+#include "stowline/platform/http/HttpExchange.h"
+#include "stowline/platform/http/ReadStream.h"
+#include "stowline/platform/values/Error.h"
 
 #include <chrono>
 #include <functional>

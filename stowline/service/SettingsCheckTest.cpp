@@ -1,7 +1,8 @@
 #include "stowline/service/SettingsCheck.h"
 
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +11,7 @@ namespace {
 
 std::string shipped()
 {
-    return platform::readFile(STOWLINE_TEST_SOURCE "/resources/WebServicesSettings.plist").value();
+    return platform::readFile(test::sourceFile("resources/WebServicesSettings.plist")).value();
 }
 
 /// The shipped settings with one text replaced, where it first stands in a table.
@@ -38,7 +39,7 @@ TEST(SettingsCheck, ShippedSettingsAreInOrder)
 
 TEST(SettingsCheck, ThePagesExampleLacksOtherEntriesAndNothingElse)
 {
-    const std::string page = platform::readFile(STOWLINE_TEST_SOURCE "/docs/settings.md").value();
+    const std::string page = platform::readFile(test::sourceFile("docs/settings.md")).value();
     const std::string fence = "```xml\n";
     const auto start = page.find(fence) + fence.size();
     const auto faults = checkSettings(page.substr(start, page.find("```", start) - start));

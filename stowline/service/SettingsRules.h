@@ -2,7 +2,7 @@
 #pragma once
 
 #include "stowline/call/WireNames.h"
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 #include "stowline/service/WebRequestKeys.h"
 
 #include <array>

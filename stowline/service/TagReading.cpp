@@ -1,6 +1,6 @@
 #include "stowline/service/TagReading.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 
 namespace stowline {
 

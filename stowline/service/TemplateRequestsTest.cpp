@@ -1,4 +1,4 @@
-#include "stowline/platform/ConsoleLog.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/RawServer.h"
 #include "tests/support/TestBundle.h"

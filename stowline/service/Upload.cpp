@@ -1,8 +1,8 @@
 // Sending a file part by part, and registering it once it is there.
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/DateText.h"
-#include "stowline/platform/Text.h"
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/UnicodeText.h"
+#include "stowline/platform/time/DateText.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"

@@ -1,6 +1,6 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"

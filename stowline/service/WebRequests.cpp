@@ -1,6 +1,6 @@
 // Plain HTTP requests that the settings describe.
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/service/ListedHeaders.h"
 #include "stowline/service/ResponseReader.h"
 #include "stowline/service/WebRequestKeys.h"

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "stowline/call/WebServiceCallResult.h"
-#include "stowline/platform/Error.h"
-#include "stowline/platform/Format.h"
+#include "stowline/platform/values/Error.h"
+#include "stowline/platform/values/Format.h"
 #include "stowline/soap/TemplateExpansion.h"
 
 #include <cstdint>

@@ -1,8 +1,8 @@
 #include "stowline/service/WebServicesSettings.h"
 
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/values/PropertyList.h"
 
 namespace stowline {
 

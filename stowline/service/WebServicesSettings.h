@@ -1,7 +1,7 @@
 // The settings file: what every call looks like.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 #include "stowline/soap/Envelope.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/util/StringMethods.h"
 
 namespace stowline::soap {

@@ -1,6 +1,6 @@
 #include "stowline/soap/SoapMessage.h"
 
-#include "stowline/platform/XmlReader.h"
+#include "stowline/platform/values/XmlReader.h"
 #include "stowline/soap/Envelope.h"
 
 #include <utility>

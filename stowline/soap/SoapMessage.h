@@ -1,7 +1,7 @@
 // A SOAP 1.1 message read into values.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <optional>
 #include <string>

@@ -1,7 +1,7 @@
 // Filling templates with the values of one call.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <optional>
 #include <string>

@@ -4,7 +4,7 @@
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/call/WireNames.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/RawServer.h"

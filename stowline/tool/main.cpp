@@ -1,7 +1,7 @@
 // WebServiceCaller: performs the one SOAP call that its argument describes, writes the archived
 // result to standard output, closes it, and stays until its parent releases it.
-#include "stowline/platform/Signals.h"
-#include "stowline/platform/StandardStreams.h"
+#include "stowline/platform/processes/Signals.h"
+#include "stowline/platform/processes/StandardStreams.h"
 #include "stowline/tool/CallWorker.h"
 
 #include <csignal>

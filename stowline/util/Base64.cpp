@@ -1,6 +1,6 @@
 #include "stowline/util/Base64.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // Base64 (RFC 4648, standard alphabet) as the service's wire forms need it.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "stowline/util/CoreDataMethods.h"
 
-#include "stowline/platform/Format.h"
+#include "stowline/platform/values/Format.h"
 
 namespace stowline::CoreDataMethods {
 

@@ -1,7 +1,7 @@
 #include "stowline/util/Crc32.h"
 
-#include "stowline/platform/FileHandle.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/files/FileHandle.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/util/Crc32Folding.h"
 #include "stowline/util/General.h"
 

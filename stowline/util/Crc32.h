@@ -1,7 +1,7 @@
 // CRC-32 checksums of bytes, of streams and of files.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 #include "stowline/util/Progress.h"
 
 #include <array>

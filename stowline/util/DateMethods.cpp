@@ -1,6 +1,6 @@
 #include "stowline/util/DateMethods.h"
 
-#include "stowline/platform/LocalTime.h"
+#include "stowline/platform/time/LocalTime.h"
 
 namespace stowline::DateMethods {
 

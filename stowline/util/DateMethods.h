@@ -1,7 +1,7 @@
 // Helpers on dates.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <string>
 

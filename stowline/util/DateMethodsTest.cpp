@@ -1,7 +1,7 @@
 // Timestamps in the local time of several zones.
 #include "stowline/util/DateMethods.h"
 
-#include "stowline/platform/DateText.h"
+#include "stowline/platform/time/DateText.h"
 #include "stowline/util/StringMethods.h"
 
 #include <gtest/gtest.h>

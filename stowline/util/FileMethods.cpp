@@ -2,8 +2,8 @@
 
 #include "stowline/branding/AccountProvider.h"
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/PathText.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/text/PathText.h"
 
 namespace stowline::FileMethods {
 

@@ -1,7 +1,7 @@
 // The application's own folders.
 #pragma once
 
-#include "stowline/platform/FileManager.h"
+#include "stowline/platform/files/FileManager.h"
 
 #include <optional>
 #include <string>

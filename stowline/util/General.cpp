@@ -2,7 +2,7 @@
 // that the helper program gets them without this file's libraries.
 #include "stowline/util/General.h"
 
-#include "stowline/platform/MachineIdentity.h"
+#include "stowline/platform/desktop/MachineIdentity.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // Who and where this program is, and other small general operations.
 #pragma once
 
-#include "stowline/platform/DateFormatter.h"
-#include "stowline/platform/Value.h"
+#include "stowline/platform/time/DateFormatter.h"
+#include "stowline/platform/values/Value.h"
 #include "stowline/util/Progress.h"
 
 #include <optional>

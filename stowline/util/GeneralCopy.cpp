@@ -1,6 +1,6 @@
 // Copying a file with progress.
 #include "stowline/logging/LogMacros.h"
-#include "stowline/platform/FileHandle.h"
+#include "stowline/platform/files/FileHandle.h"
 #include "stowline/util/General.h"
 
 #include <array>

@@ -1,8 +1,8 @@
 // Copying a file with progress.
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/FileDescriptor.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/util/General.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,9 +1,9 @@
 // Folders by their names, volumes, and what an item is to people.
-#include "stowline/platform/ItemFlags.h"
-#include "stowline/platform/PathText.h"
-#include "stowline/platform/StandardFolders.h"
-#include "stowline/platform/UnicodeText.h"
-#include "stowline/platform/Volumes.h"
+#include "stowline/platform/files/ItemFlags.h"
+#include "stowline/platform/files/StandardFolders.h"
+#include "stowline/platform/files/Volumes.h"
+#include "stowline/platform/text/PathText.h"
+#include "stowline/platform/text/UnicodeText.h"
 #include "stowline/util/General.h"
 
 #include <algorithm>

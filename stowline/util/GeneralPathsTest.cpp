@@ -1,5 +1,5 @@
 // Folders by their names, volumes, and what an item is to people.
-#include "stowline/platform/PathText.h"
+#include "stowline/platform/text/PathText.h"
 #include "stowline/util/General.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/TemporaryFolder.h"

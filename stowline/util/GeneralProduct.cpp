@@ -1,5 +1,5 @@
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/Format.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/values/Format.h"
 #include "stowline/util/Base64.h"
 #include "stowline/util/General.h"
 

@@ -1,8 +1,8 @@
 // The texts of the e-mail that reports a backup.
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/Format.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/Format.h"
 #include "stowline/util/General.h"
 
 #include <array>

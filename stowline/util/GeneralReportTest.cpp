@@ -1,6 +1,7 @@
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/util/General.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -105,7 +106,7 @@ TEST(EmailReport, WithoutATemplateThereIsNoBody)
 TEST(EmailReport, TheShippedTemplateUsesAllTenMarkers)
 {
     const auto text =
-        platform::readFile(STOWLINE_TEST_SOURCE "/resources/backupReportEmailTemplate.html");
+        platform::readFile(test::sourceFile("resources/backupReportEmailTemplate.html"));
     ASSERT_TRUE(text);
     for (const char* marker : {"||AppCaption||", "||date||", "||username||", "||backup date||",
                                "||num not changed||", "||num backed up||", "||num failed||",

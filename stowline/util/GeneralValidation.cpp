@@ -1,5 +1,5 @@
 // What the service accepts from people.
-#include "stowline/platform/RegularExpression.h"
+#include "stowline/platform/text/RegularExpression.h"
 #include "stowline/util/General.h"
 
 namespace stowline {

@@ -1,7 +1,7 @@
 // A dictionary as XML.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <string>
 

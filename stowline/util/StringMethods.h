@@ -1,7 +1,7 @@
 // Helpers on strings.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <cstddef>
 #include <optional>

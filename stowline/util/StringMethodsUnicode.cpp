@@ -1,8 +1,8 @@
 // The helpers that need Unicode's tables or the time zone. The helper program uses only those of
 // StringMethods.cpp and so starts without these libraries.
-#include "stowline/platform/LocalTime.h"
-#include "stowline/platform/Text.h"
-#include "stowline/platform/UnicodeText.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/UnicodeText.h"
+#include "stowline/platform/time/LocalTime.h"
 #include "stowline/util/StringMethods.h"
 
 #include <stdexcept>

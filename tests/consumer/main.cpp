@@ -1,5 +1,5 @@
 // Signs in and says where the files are to go: STOWLINE_PASSWORD=… consumer BUNDLE-FOLDER USER
-#include "stowline/platform/Bundle.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <cstdlib>

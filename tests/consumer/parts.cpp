@@ -7,7 +7,7 @@
 #include "stowline/logging/LogMacros.h"
 #include "stowline/logging/SQLiteLogger.h"
 #include "stowline/net/Reachability.h"
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "stowline/service/SettingsCheck.h"
 #include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/Base64.h"

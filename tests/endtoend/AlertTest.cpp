@@ -1,5 +1,5 @@
 // The alert as a person meets it: a real dialogue on a real display, and a terminal.
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "tests/support/Program.h"
 #include "tests/support/PseudoTerminal.h"
 #include "tests/support/TemporaryFolder.h"

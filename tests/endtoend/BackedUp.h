@@ -3,7 +3,7 @@
 
 #include "cli/backup/UploadJournal.h"
 #include "devserver/Storage.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
 #include "tests/endtoend/Command.h"
 #include "tests/support/DevServerProcess.h"
 

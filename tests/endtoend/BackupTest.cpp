@@ -1,7 +1,7 @@
 // The main job: a folder tree on its way to the service, through every process there is.
-#include "cli/RemoteName.h"
 #include "cli/backup/UploadJournal.h"
-#include "stowline/platform/LockFile.h"
+#include "cli/shared/RemoteName.h"
+#include "stowline/platform/files/LockFile.h"
 #include "tests/endtoend/BackedUp.h"
 #include "tests/support/PseudoTerminal.h"
 

@@ -1,11 +1,12 @@
 // The stowline command: exit statuses, JSON, secrets, and what people read.
 #include "tests/endtoend/Command.h"
-#include "stowline/platform/Files.h"
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/PseudoTerminal.h"
 #include "tests/support/RawServer.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -327,7 +328,7 @@ TEST(CommandWithoutService, SettingsCheckListsFaultsWithTheirLines)
     const auto result = stowline(Words{"settings", "check", broken.string()});
     EXPECT_EQ(result.status, 10);
     EXPECT_EQ(result.output, broken.string() + ":4: line 4: The key \"a\" has no value.\n");
-    const std::string good = STOWLINE_TEST_SOURCE "/resources/WebServicesSettings.plist";
+    const std::string good = test::sourceFile("resources/WebServicesSettings.plist");
     EXPECT_EQ(stowline(Words{"settings", "check", good}).status, 0);
     EXPECT_EQ(stowline(Words{"settings", "check", good}).errors, good + " is in order.\n");
     EXPECT_EQ(stowline(Words{"-q", "settings", "check", good}).errors, "");

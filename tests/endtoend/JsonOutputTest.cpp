@@ -1,6 +1,7 @@
 // docs/formats/command-output.md says what the command prints.
 #include "stowline/util/Base64.h"
 #include "tests/endtoend/BackedUp.h"
+#include "tests/support/TestPaths.h"
 
 #include <regex>
 #include <set>
@@ -24,7 +25,7 @@ struct Row {
 std::vector<Row> rows()
 {
     const auto page =
-        platform::readFile(STOWLINE_TEST_SOURCE "/docs/formats/command-output.md").value();
+        platform::readFile(test::sourceFile("docs/formats/command-output.md")).value();
     std::vector<Row> found;
     std::istringstream lines(page);
     const std::regex row(R"(\| `([^`]+)` \| `(\w+)` \| (.*) \|)");

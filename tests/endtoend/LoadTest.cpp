@@ -1,5 +1,5 @@
 // Many threads at once, each with answers of its own.
-#include "stowline/platform/Bundle.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/endtoend/BackedUp.h"
 

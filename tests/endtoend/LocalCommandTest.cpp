@@ -1,9 +1,10 @@
 // The subcommands that need no service: checksum, copy, paths, links.
-#include "stowline/platform/Files.h"
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "tests/endtoend/Command.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/PseudoTerminal.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -26,7 +27,7 @@ protected:
     }
 
     test::TemporaryFolder folder_;
-    const test::Command stowline_{STOWLINE_TEST_BIN};
+    const test::Command stowline_{test::builtPrograms()};
 };
 
 TEST_F(LocalCommand, ChecksumPrintsHexadecimal)

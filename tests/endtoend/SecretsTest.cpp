@@ -3,12 +3,13 @@
 #include "stowline/logging/DDFileLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/SQLiteLogger.h"
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/ConsoleLog.h"
-#include "stowline/platform/Text.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/Base64.h"
 #include "tests/endtoend/BackedUp.h"
+#include "tests/support/TestPaths.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -245,8 +246,7 @@ TEST(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
         ASSERT_TRUE(
             WebServiceBroker::creatAccountWithFirstname("Ann", "ann", kCanary, "a@b.c", nullptr));
         test::BackgroundProgram scanner(
-            {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/process_scanner.py",
-              "WebServiceCaller"},
+            {{"/usr/bin/python3", test::sourceFile("tests/process_scanner.py"), "WebServiceCaller"},
              {},
              std::string(kCanary) + "\n"});
         ASSERT_EQ(scanner.readLine(), "ready");

@@ -1,12 +1,13 @@
 // The whole stack: broker, WebServiceCaller process, HTTP, development service, and back.
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/RawServer.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -176,7 +177,7 @@ TEST(WholeStackOverTls, NeverFollowsARedirectToHttp)
     ::setenv("SSL_CERT_DIR", certificate.trustFolder().c_str(), 1);
     const test::RawServer plain(test::httpAnswer(test::wireBody("authenticate.response.http")));
     test::BackgroundProgram redirecting(
-        {{"/usr/bin/python3", STOWLINE_TEST_SOURCE "/tests/redirecting_server.py",
+        {{"/usr/bin/python3", test::sourceFile("tests/redirecting_server.py"),
           certificate.certificate(), certificate.key(), plain.url()}});
     const auto port = redirecting.readLine();
     ASSERT_TRUE(port);

@@ -1,6 +1,6 @@
 // SOAP calls while everything that can fail does, in the host program and in the helper.
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/FailingInTurn.h"
 #include "tests/support/DevServerProcess.h"

@@ -1,5 +1,5 @@
 // Copying a file while everything that can fail does.
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/util/General.h"
 #include "tests/injection/FailingInTurn.h"
 #include "tests/support/TemporaryFolder.h"

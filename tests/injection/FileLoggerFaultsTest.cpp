@@ -1,7 +1,7 @@
 // Logging into files while everything that can fail does.
 #include "stowline/logging/DDFileLogger.h"
 #include "stowline/logging/DDLog.h"
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
 #include "tests/injection/FailingInTurn.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -1,5 +1,5 @@
 // Sending a part and asking for it while everything that can fail does.
-#include "stowline/platform/Bundle.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/FailingInTurn.h"
 #include "tests/support/DevServerProcess.h"

@@ -1,6 +1,7 @@
 #include "tests/support/DevServerProcess.h"
 
-#include "stowline/platform/Files.h"
+#include "stowline/platform/files/Files.h"
+#include "tests/support/TestPaths.h"
 
 #include <csignal>
 #include <stdexcept>
@@ -47,7 +48,7 @@ void DevServerProcess::killAndRestart()
 
 std::string wireCapture(const std::string& name)
 {
-    const auto text = platform::readFile(STOWLINE_TEST_SOURCE "/tests/wire/" + name);
+    const auto text = platform::readFile(test::sourceFile(std::string("tests/wire/").append(name)));
     if (!text)
         throw std::runtime_error("no capture " + name);
     return *text;

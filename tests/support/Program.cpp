@@ -1,4 +1,5 @@
 #include "tests/support/Program.h"
+#include "tests/support/TestPaths.h"
 
 #include <array>
 #include <cerrno>
@@ -201,7 +202,7 @@ ProgramResult runProgram(const ProgramRun& run)
 
 std::string builtProgram(std::string_view name)
 {
-    return std::string(STOWLINE_TEST_BIN "/").append(name);
+    return builtPrograms() + "/" + std::string(name);
 }
 
 std::size_t openDescriptorCount()

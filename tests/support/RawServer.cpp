@@ -1,6 +1,6 @@
 #include "tests/support/RawServer.h"
 
-#include "stowline/platform/Text.h"
+#include "stowline/platform/text/Text.h"
 
 #include <arpa/inet.h>
 #include <array>

@@ -1,7 +1,7 @@
 // A folder for one test, gone with it.
 #pragma once
 
-#include "stowline/platform/MachineIdentity.h"
+#include "stowline/platform/desktop/MachineIdentity.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,9 +1,10 @@
 // A bundle folder made for one test.
 #pragma once
 
-#include "stowline/platform/Bundle.h"
-#include "stowline/platform/PropertyList.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/TestPaths.h"
 
 namespace stowline::test {
 
@@ -13,7 +14,7 @@ namespace stowline::test {
 class TestBundle {
 public:
     explicit TestBundle(Dictionary settings, Dictionary info = {},
-                        const std::filesystem::path& helpers = STOWLINE_TEST_BIN)
+                        const std::filesystem::path& helpers = test::builtPrograms())
     {
         info.emplace("CFBundleShortVersionString", "5.2.1");
         info.emplace("TW_WebServicesSettingsFilename", "Settings.plist");

@@ -1,7 +1,7 @@
 // One object of a store, in memory.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 #include "stowline/util/store/EntityDescription.h"
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "stowline/util/store/ManagedObjectContext.h"
 
-#include "stowline/platform/FileHandle.h"
+#include "stowline/platform/files/FileHandle.h"
 #include "stowline/util/store/StoreSql.h"
 #include "stowline/util/store/StoreValues.h"
 

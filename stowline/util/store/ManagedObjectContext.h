@@ -1,7 +1,7 @@
 // Objects kept in a file: inserted, changed, found again by conditions.
 #pragma once
 
-#include "stowline/platform/Error.h"
+#include "stowline/platform/values/Error.h"
 #include "stowline/util/store/EntityDescription.h"
 #include "stowline/util/store/ManagedObject.h"
 #include "stowline/util/store/Predicate.h"

@@ -1,7 +1,7 @@
 // Conditions on the attributes of objects.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 
 #include <memory>
 #include <string>

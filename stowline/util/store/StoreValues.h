@@ -1,7 +1,7 @@
 // Values as the database keeps them, there and back.
 #pragma once
 
-#include "stowline/platform/Value.h"
+#include "stowline/platform/values/Value.h"
 #include "stowline/util/store/EntityDescription.h"
 
 #include <vector>

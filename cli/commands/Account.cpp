@@ -1,0 +1,65 @@
+// stowline account
+#include "cli/backup/BackupRun.h"
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/Session.h"
+#include "stowline/service/WebServiceBroker.h"
+
+namespace stowline::cli {
+
+namespace {
+
+struct AccountOptions {
+    SessionOptions session;
+    bool showsKey = false;
+};
+
+ExitStatus account(const AccountOptions& options)
+{
+    const auto session =
+        options.session.open({"GetAccountInfo", "GetAccountUsedSpace", "GetPhyPath", "getenckey"});
+    if (!session)
+        return session.status();
+    const auto info =
+        WebServiceBroker::getAccountInfoForUsername2(session->username, session->password);
+    const auto used =
+        WebServiceBroker::usedSpaceInKbForAccount(session->username, session->password);
+    if (!info || !used)
+        return output().fail(ExitStatus::temporary,
+                             "The service did not tell about the account. Please try again later.");
+    const auto path = uploadPathFor(*session);
+    if (!path)
+        return path.status();
+    Fields fields{{"account", session->username},
+                  {"server", session->server},
+                  {"used_kb", *used},
+                  {"upload_path", *path}};
+    if (const Dictionary* details = info->dictionary()) {
+        for (const auto& [name, value] : *details)
+            fields.emplace_back(name, value.text());
+    }
+    if (options.showsKey) {
+        const auto key = WebServiceBroker::getEncKeyForUserName(session->username,
+                                                                session->password, session->server);
+        if (!key)
+            return output().fail(ExitStatus::temporary, "The service did not tell the encryption "
+                                                        "key. Please try again later.");
+        fields.emplace_back("encryption_key", *key);
+    }
+    return output().finish(ExitStatus::done, fields);
+}
+
+} // namespace
+
+void declareAccount(const Command& app)
+{
+    auto options = std::make_shared<AccountOptions>();
+    const Command command =
+        app.addCommand("account", "Show the account's details, used space and upload path");
+    options->session.declare(command);
+    command.addFlag("--show-encryption-key", options->showsKey,
+                    "Show the account's encryption key too, which is a secret");
+    command.runs([options] { return account(*options); });
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,30 @@
+// The subcommands: each declares itself on the application and says what to run when chosen.
+#pragma once
+
+#include "cli/shared/CommandLine.h"
+
+namespace stowline::cli {
+
+void declareSignUp(const Command& app);
+void declareSignIn(const Command& app);
+void declareEncryption(const Command& app);
+void declareAccount(const Command& app);
+void declareBackup(const Command& app);
+void declareUploads(const Command& app);
+void declareSystems(const Command& app);
+void declareList(const Command& app);
+void declareSearch(const Command& app);
+void declareVersions(const Command& app);
+void declareRestoreInfo(const Command& app);
+void declareRemove(const Command& app);
+void declareMonitor(const Command& app);
+void declareReport(const Command& app);
+void declareEmail(const Command& app);
+void declareChecksum(const Command& app);
+void declareCopy(const Command& app);
+void declarePaths(const Command& app);
+void declareLinks(const Command& app);
+void declareSettings(const Command& app);
+void declareDoctor(const Command& app);
+
+} // namespace stowline::cli

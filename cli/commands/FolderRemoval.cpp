@@ -1,0 +1,109 @@
+#include "cli/commands/FolderRemoval.h"
+
+#include "cli/shared/Interruption.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/RemoteItem.h"
+#include "cli/shared/RemotePages.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <thread>
+
+namespace stowline::cli {
+
+namespace {
+
+using std::chrono::steady_clock;
+using Seconds = std::chrono::duration<double>;
+
+class Removal {
+public:
+    Removal(const Session& session, const FolderRemovalOptions& options)
+        : session_(session), options_(options), path_(remotePathFor(options.path))
+    {
+    }
+
+    ExitStatus run()
+    {
+        const auto guid = WebServiceBroker::beginDeleteFolderForUsername(
+            session_.username, session_.password, options_.systemName, path_, session_.server);
+        if (!guid)
+            return output().fail(ExitStatus::refused,
+                                 "The service did not start the deletion. Is anything stored of " +
+                                     options_.path + " of the machine " + options_.systemName +
+                                     "?");
+        const Interruptible interruptible;
+        Interruptible::sayWhenLeft("Left at once. The deletion may still be going on.");
+        if (!follow(*guid))
+            return output().fail(ExitStatus::temporary,
+                                 "The deletion is not over. It goes on without being followed; "
+                                 "\"stowline ls\" shows what is left.");
+        return end();
+    }
+
+private:
+    /// @return whether it is over
+    bool follow(const std::string& guid)
+    {
+        const auto start = steady_clock::now();
+        while (!isOver(guid)) {
+            if (Seconds(steady_clock::now() - start).count() > options_.followSeconds)
+                return false;
+            pause(guid);
+        }
+        return true;
+    }
+
+    bool isOver(const std::string& guid) const
+    {
+        return WebServiceBroker::checkDeleteFolderForUsername(session_.username, session_.password,
+                                                              guid, session_.server);
+    }
+
+    /// Waits for the next question; cancels when asked to.
+    void pause(const std::string& guid)
+    {
+        const auto length =
+            std::chrono::duration_cast<steady_clock::duration>(Seconds(options_.pollSeconds));
+        if (isCancelling_) {
+            std::this_thread::sleep_for(length);
+        } else if (Interruptible::awaitRequest(length)) {
+            isCancelling_ = true;
+            output().note("Cancelling. Once more leaves at once.");
+            WebServiceBroker::cancelDeleteFolderForUsername(session_.username, session_.password,
+                                                            guid, session_.server);
+        }
+    }
+
+    /// The service says that it is over, not how; what is left of the folder tells.
+    ExitStatus end()
+    {
+        std::int64_t left = 0;
+        std::optional<Error> error;
+        const auto page = WebServiceBroker::getAccountFilesAndFoldersForUserName(
+            session_.username, session_.password, session_.server, options_.systemName, path_,
+            "Name", true, 0, 1, &left, &error);
+        if (page && left == 0)
+            return output().finish(ExitStatus::done, {{"deleted", options_.path}});
+        const std::string some = "Some of " + options_.path +
+                                 " is left; what was deleted before "
+                                 "stays deleted.";
+        if (const auto status = Interruptible::request())
+            return output().fail(*status, "The deletion is cancelled. " + some);
+        return output().fail(ExitStatus::temporary,
+                             "The service ended the deletion, or stopped telling of it. " + some);
+    }
+
+    const Session& session_;
+    const FolderRemovalOptions& options_;
+    const std::string path_;
+    bool isCancelling_ = false;
+};
+
+} // namespace
+
+ExitStatus removeFolder(const Session& session, const FolderRemovalOptions& options)
+{
+    return Removal(session, options).run();
+}
+
+} // namespace stowline::cli

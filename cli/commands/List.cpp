@@ -1,0 +1,61 @@
+// stowline ls
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/RemoteItem.h"
+#include "cli/shared/RemotePages.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
+
+namespace stowline::cli {
+
+namespace {
+
+struct ListOptions {
+    SessionOptions session;
+    RemoteListing listing;
+    std::string path;
+    bool isDescending = false;
+};
+
+ExitStatus list(const ListOptions& options)
+{
+    const auto session = options.session.open({"GetAccountFilesAndFolders"});
+    if (!session)
+        return session.status();
+    RemoteListing listing = options.listing;
+    listing.path = remotePathFor(options.path);
+    listing.isAscending = !options.isDescending;
+    std::optional<Error> error;
+    const auto total = forEachInFolder(
+        *session, listing, [](const Dictionary& entry) { showRemoteItem(entry, false); }, &error);
+    if (!total)
+        return refusal("The folder cannot be listed", error);
+    if (*total == 0 && listing.path != "/")
+        return output().fail(ExitStatus::notFound, "Nothing is stored of " + options.path +
+                                                       " of the machine " + listing.systemName +
+                                                       ".");
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareList(const Command& app)
+{
+    auto options = std::make_shared<ListOptions>();
+    const Command command = app.addCommand("ls", "List a folder as it is stored");
+    command.addOption("PATH", options->path, "Folder of the machine").required();
+    command.addOption("--system", options->listing.systemName, "The machine")
+        .defaultsTo(General::localHostName());
+    command.addOption("--sort", options->listing.sortField, "Name, Size or Modified")
+        .oneOf({"Name", "Size", "Modified"})
+        .showsDefault();
+    command.addFlag("-r,--reverse", options->isDescending, "Largest or last first");
+    command.addOption("--page-size", options->listing.pageSize, "Entries to ask for at once")
+        .between(1, 10000)
+        .showsDefault();
+    command.addOption("--limit", options->listing.limit, "Entries to show at most").positive();
+    options->session.declare(command);
+    command.runs([options] { return list(*options); });
+}
+
+} // namespace stowline::cli

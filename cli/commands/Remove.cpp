@@ -1,0 +1,90 @@
+// stowline rm
+#include "cli/commands/Commands.h"
+#include "cli/commands/FolderRemoval.h"
+#include "cli/shared/Confirmation.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/Session.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+namespace stowline::cli {
+
+namespace {
+
+struct RemoveOptions {
+    SessionOptions session;
+    Confirmation confirmation;
+    std::vector<std::string> versionLists;
+    FolderRemovalOptions folder;
+};
+
+ExitStatus removeVersions(const RemoveOptions& options)
+{
+    const auto session = options.session.open({"DeleteFilesInBulk"});
+    if (!session)
+        return session.status();
+    const auto refused = options.confirmation.refusal(
+        fmt::format("the versions of the lists {}", fmt::join(options.versionLists, ", ")));
+    if (refused)
+        return *refused;
+    std::size_t deleted = 0;
+    for (const std::string& list : options.versionLists) {
+        if (WebServiceBroker::deleteFileVersionWithFileListID(list, session->username,
+                                                              session->server))
+            ++deleted;
+        else
+            output().complain("The service did not delete the versions of the list " + list + ".");
+    }
+    if (deleted == options.versionLists.size())
+        return output().finish(ExitStatus::done, {{"deleted_versions", deleted}});
+    return output().finish(deleted == 0 ? ExitStatus::refused : ExitStatus::someItemsFailed,
+                           {{"deleted_versions", deleted}});
+}
+
+ExitStatus removeWholeFolder(const RemoveOptions& options)
+{
+    const auto session = options.session.open({"GetAccountFilesAndFolders"});
+    if (!session)
+        return session.status();
+    const auto refused =
+        options.confirmation.refusal("everything stored of " + options.folder.path +
+                                     " of the machine " + options.folder.systemName);
+    return refused ? *refused : removeFolder(*session, options.folder);
+}
+
+ExitStatus remove(const RemoveOptions& options)
+{
+    if (options.folder.path.empty() == options.versionLists.empty())
+        return output().fail(ExitStatus::usage,
+                             "Please name a folder, or lists of versions with --version.");
+    return options.folder.path.empty() ? removeVersions(options) : removeWholeFolder(options);
+}
+
+} // namespace
+
+void declareRemove(const Command& app)
+{
+    auto options = std::make_shared<RemoveOptions>();
+    const Command command = app.addCommand(
+        "rm", "Delete a stored folder, following it and cancelling on Ctrl-C; or stored versions");
+    command.addOption("PATH", options->folder.path, "Folder of the machine");
+    command.addOption("--system", options->folder.systemName, "The machine")
+        .defaultsTo(General::localHostName());
+    command.addOption("--version", options->versionLists,
+                      "List of versions to delete, as \"versions\" shows it; may be given again");
+    command.addOption("--poll", options->folder.pollSeconds, "Seconds between two questions")
+        .between(0.01, 3600.0)
+        .showsDefault();
+    command
+        .addOption("--follow-time", options->folder.followSeconds,
+                   "Seconds to follow the deletion at most")
+        .notNegative()
+        .showsDefault();
+    options->confirmation.declare(command);
+    options->session.declare(command);
+    command.runs([options] { return remove(*options); });
+}
+
+} // namespace stowline::cli

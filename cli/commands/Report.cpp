@@ -1,0 +1,131 @@
+// stowline report, stowline email
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/Reporting.h"
+#include "cli/shared/ServiceFailure.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <iostream>
+#include <iterator>
+
+namespace stowline::cli {
+
+namespace {
+
+ExitStatus noRun()
+{
+    return output().fail(ExitStatus::notFound,
+                         "There was no backup yet that could be told of. \"stowline backup\" makes "
+                         "one.");
+}
+
+ExitStatus report(const SessionOptions& options, bool isDryRun)
+{
+    const auto figures = lastRun();
+    if (!figures)
+        return noRun();
+    const auto session = options.open({"SendBackupSummaryReport"});
+    if (!session)
+        return session.status();
+    if (isDryRun)
+        return output().finish(ExitStatus::done);
+    if (!sendSummary(session->username, session->password, *figures))
+        return output().fail(ExitStatus::temporary,
+                             "The service did not take the summary. Please try again later.");
+    return output().finish(ExitStatus::done, {{"sent", "summary"}});
+}
+
+struct EmailOptions {
+    std::string to;
+    std::string from;
+    std::string subject;
+    std::string textFile;
+    std::string saveTo;
+    bool isDryRun = false;
+};
+
+/// Keeps the report as a file instead of sending it.
+ExitStatus save(const EmailOptions& options, const RunFigures& figures)
+{
+    const auto html = reportHtml(figures);
+    if (!html)
+        return output().fail(ExitStatus::settingsInvalid,
+                             "The resource backupReportEmailTemplate.html is missing. Please "
+                             "install the program again.");
+    if (!platform::writeFileAtomically(options.saveTo, *html))
+        return output().fail(ExitStatus::failed, options.saveTo + " cannot be written.");
+    return output().finish(ExitStatus::done, {{"saved", options.saveTo}});
+}
+
+ExitStatus sent(bool isSent, const EmailOptions& options)
+{
+    if (!isSent)
+        return output().fail(ExitStatus::refused, "The service did not send the e-mail to " +
+                                                      options.to +
+                                                      ". Is the address right? With -v the log "
+                                                      "says more.");
+    return output().finish(ExitStatus::done, {{"sent", options.to}});
+}
+
+ExitStatus emailText(const EmailOptions& options, const std::string& from)
+{
+    const auto text = options.textFile == "-"
+                          ? std::string(std::istreambuf_iterator<char>(std::cin), {})
+                          : platform::readFile(options.textFile);
+    if (!text)
+        return output().fail(ExitStatus::notFound, options.textFile + " cannot be read.");
+    if (options.isDryRun)
+        return output().finish(ExitStatus::done);
+    return sent(WebServiceBroker::sendEmailTo(options.to, from, options.subject, *text, false),
+                options);
+}
+
+ExitStatus email(const EmailOptions& options)
+{
+    const auto figures = lastRun();
+    if (!options.saveTo.empty())
+        return figures ? save(options, *figures) : noRun();
+    if (options.to.empty())
+        return output().fail(ExitStatus::usage, "Please name the recipient, or give --save.");
+    if (const auto failure = settingsFailure("sendEmail"))
+        return *failure;
+    const std::string from = options.from.empty() ? options.to : options.from;
+    if (!options.textFile.empty())
+        return emailText(options, from);
+    if (!figures)
+        return noRun();
+    if (options.isDryRun)
+        return output().finish(ExitStatus::done);
+    return sent(sendReportEmail(options.to, from, *figures), options);
+}
+
+} // namespace
+
+void declareReport(const Command& app)
+{
+    auto options = std::make_shared<SessionOptions>();
+    auto isDryRun = std::make_shared<bool>(false);
+    const Command command =
+        app.addCommand("report", "Send the summary of the last backup to the service");
+    command.addFlag("-n,--dry-run", *isDryRun, "Send nothing");
+    options->declare(command);
+    command.runs([options, isDryRun] { return report(*options, *isDryRun); });
+}
+
+void declareEmail(const Command& app)
+{
+    auto options = std::make_shared<EmailOptions>();
+    const Command command =
+        app.addCommand("email", "Send the report of the last backup, or a text, by e-mail");
+    command.addOption("TO", options->to, "Recipient");
+    command.addOption("--from", options->from, "Sender; the recipient when left out");
+    command.addOption("--subject", options->subject, "Subject of a text");
+    command.addOption("--text", options->textFile,
+                      "File with a text to send; - for standard input");
+    command.addOption("--save", options->saveTo, "Write the report to a file instead");
+    command.addFlag("-n,--dry-run", options->isDryRun, "Send nothing");
+    command.runs([options] { return email(*options); });
+}
+
+} // namespace stowline::cli

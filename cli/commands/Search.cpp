@@ -1,0 +1,51 @@
+// stowline search
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/RemoteItem.h"
+#include "cli/shared/RemotePages.h"
+
+namespace stowline::cli {
+
+namespace {
+
+struct SearchOptions {
+    SessionOptions session;
+    RemoteListing listing;
+    std::string text;
+    std::string folder;
+};
+
+ExitStatus search(const SearchOptions& options)
+{
+    const auto session = options.session.open({"SearchFilesEx"});
+    if (!session)
+        return session.status();
+    RemoteListing listing = options.listing;
+    listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
+    std::optional<Error> error;
+    const auto total = forEachMatch(
+        *session, listing, options.text,
+        [](const Dictionary& entry) { showRemoteItem(entry, true); }, &error);
+    if (!total)
+        return refusal("The search failed", error);
+    if (*total == 0)
+        return output().fail(ExitStatus::notFound, "No stored file has such a name.");
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareSearch(const Command& app)
+{
+    auto options = std::make_shared<SearchOptions>();
+    const Command command = app.addCommand("search", "Find stored files by their names");
+    command.addOption("TEXT", options->text, "Part of a name, or a whole one with * and ?")
+        .required();
+    command.addOption("--in", options->folder, "Folder to search in and below");
+    command.addOption("--system", options->listing.systemName, "The machine; all when left out");
+    command.addOption("--limit", options->listing.limit, "Files to show at most").positive();
+    options->session.declare(command);
+    command.runs([options] { return search(*options); });
+}
+
+} // namespace stowline::cli

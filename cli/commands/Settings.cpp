@@ -1,0 +1,60 @@
+// stowline settings check
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/service/SettingsCheck.h"
+
+#include <fmt/format.h>
+
+namespace stowline::cli {
+
+namespace {
+
+void show(const std::string& file, const SettingsFault& fault)
+{
+    const std::string where = fault.path.empty() ? "" : fault.path + ": ";
+    output().item(
+        fmt::format("{}:{}: {}{}", file, fault.line, where, fault.sentence), "fault",
+        {{"file", file}, {"line", fault.line}, {"path", fault.path}, {"message", fault.sentence}});
+}
+
+ExitStatus check(std::string file)
+{
+    if (file.empty()) {
+        const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
+        if (!name)
+            return output().fail(ExitStatus::settingsInvalid,
+                                 (platform::Bundle::folder() / "Info.plist").string() +
+                                     " is missing or does not name the settings file "
+                                     "(TW_WebServicesSettingsFilename).");
+        file = (platform::Bundle::resourceFolder() / *name).string();
+    }
+    const auto bytes = platform::readFile(file);
+    if (!bytes)
+        return output().fail(ExitStatus::notFound, "The file " + file + " cannot be read.");
+    const auto faults = checkSettings(*bytes);
+    for (const SettingsFault& fault : faults)
+        show(file, fault);
+    if (!faults.empty())
+        return output().fail(
+            ExitStatus::settingsInvalid,
+            fmt::format("{} has {} fault{}.", file, faults.size(), faults.size() == 1 ? "" : "s"));
+    output().note(file + " is in order.");
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareSettings(const Command& app)
+{
+    const Command settings = app.addCommand("settings", "The settings file");
+    settings.needsSubcommand();
+    auto file = std::make_shared<std::string>();
+    const Command command =
+        settings.addCommand("check", "List every fault of a settings file with its line");
+    command.addOption("FILE", *file, "Settings file; the program's own when not given");
+    command.runs([file] { return check(*file); });
+}
+
+} // namespace stowline::cli

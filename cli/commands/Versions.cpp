@@ -1,0 +1,63 @@
+// stowline versions
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/Session.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <fmt/format.h>
+
+namespace stowline::cli {
+
+namespace {
+
+struct VersionOptions {
+    SessionOptions session;
+    std::int64_t fileId = 0;
+};
+
+void show(const Dictionary& version)
+{
+    const auto text = [&version](const char* name) { return platform::findText(version, name); };
+    output().item(fmt::format("{:>8}  {:>14}  {:19}  {:8}  {}", text("VersionID"), text("Size"),
+                              text("Date"), text("Checksum"), text("FileListID")),
+                  "version",
+                  {{"id", platform::leadingInteger(text("VersionID"))},
+                   {"size", platform::leadingInteger(text("Size"))},
+                   {"date", text("Date")},
+                   {"crc32", text("Checksum")},
+                   {"delta", text("IsDelta") == "true"},
+                   {"list", text("FileListID")}});
+}
+
+ExitStatus versions(const VersionOptions& options)
+{
+    const auto session = options.session.open({"GetFileVersions"});
+    if (!session)
+        return session.status();
+    std::optional<Error> error;
+    const auto found = WebServiceBroker::getFileVersionsForUsername(
+        session->username, session->password, session->server, options.fileId, &error);
+    if (!found)
+        return refusal(fmt::format("The versions of file {} cannot be listed", options.fileId),
+                       error);
+    for (const Value& version : *found) {
+        if (const Dictionary* fields = version.dictionary())
+            show(*fields);
+    }
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareVersions(const Command& app)
+{
+    auto options = std::make_shared<VersionOptions>();
+    const Command command = app.addCommand("versions", "List the stored versions of a file");
+    command.addOption("FILE-ID", options->fileId, "Number of the file, as ls and search show it")
+        .required();
+    options->session.declare(command);
+    command.runs([options] { return versions(*options); });
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,112 @@
+#include "cli/shared/CommandLine.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <optional>
+
+namespace stowline::cli {
+
+Option Option::required() const
+{
+    option_->required();
+    return *this;
+}
+
+Option Option::fromVariable(const std::string& name) const
+{
+    option_->envname(name);
+    return *this;
+}
+
+Option Option::defaultsTo(const std::string& value) const
+{
+    option_->default_val(value);
+    return *this;
+}
+
+Option Option::showsDefault() const
+{
+    option_->capture_default_str();
+    return *this;
+}
+
+Option Option::oneOf(const std::vector<std::string>& values) const
+{
+    option_->check(CLI::IsMember(values));
+    return *this;
+}
+
+template <class Number> Option Option::between(Number least, Number most) const
+{
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
+
+template Option Option::between(int, int) const;
+template Option Option::between(double, double) const;
+template Option Option::between(std::uint64_t, std::uint64_t) const;
+
+Option Option::positive() const
+{
+    option_->check(CLI::PositiveNumber);
+    return *this;
+}
+
+Option Option::notNegative() const
+{
+    option_->check(CLI::NonNegativeNumber);
+    return *this;
+}
+
+Option Option::asSize() const
+{
+    option_->transform(CLI::AsSizeValue(false));
+    return *this;
+}
+
+Option Option::excludes(const Option& other) const
+{
+    option_->excludes(other.option_);
+    return *this;
+}
+
+Command Command::addCommand(const std::string& name, const std::string& description) const
+{
+    return {*app_->add_subcommand(name, description), *chosen_};
+}
+
+void Command::needsSubcommand() const
+{
+    app_->require_subcommand(1);
+}
+
+template <class Value>
+Option Command::addOption(const std::string& name, Value& value,
+                          const std::string& description) const
+{
+    return Option(*app_->add_option(name, value, description));
+}
+
+template Option Command::addOption(const std::string&, std::string&, const std::string&) const;
+template Option Command::addOption(const std::string&, std::vector<std::string>&,
+                                   const std::string&) const;
+template Option Command::addOption(const std::string&, double&, const std::string&) const;
+template Option Command::addOption(const std::string&, std::size_t&, const std::string&) const;
+template Option Command::addOption(const std::string&, std::int64_t&, const std::string&) const;
+template Option Command::addOption(const std::string&, std::optional<std::int64_t>&,
+                                   const std::string&) const;
+template Option Command::addOption(const std::string&, std::vector<std::int64_t>&,
+                                   const std::string&) const;
+
+Option Command::addFlag(const std::string& name, bool& value, const std::string& description) const
+{
+    return Option(*app_->add_flag(name, value, description));
+}
+
+void Command::runs(Chosen work) const
+{
+    app_->callback([chosen = chosen_, work = std::move(work)] { *chosen = work; });
+}
+
+} // namespace stowline::cli

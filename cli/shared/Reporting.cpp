@@ -1,0 +1,178 @@
+#include "cli/shared/Reporting.h"
+
+#include "cli/shared/LastError.h"
+#include "cli/shared/Output.h"
+#include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/PropertyList.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace stowline::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kSummary = "summary";
+constexpr const char* kEmail = "email";
+constexpr const char* kEvent = "event";
+
+/// Names come from users and machines; the template takes values as they are. A bar is written as
+/// an entity so that no name is taken for a marker.
+std::string escaped(std::string_view text)
+{
+    return platform::replacingOccurrences(platform::escapedForHtml(platform::withoutControls(text)),
+                                          "|", "&#124;");
+}
+
+std::string appName()
+{
+    return General::productName().value_or("Stowline");
+}
+
+std::int64_t signedCount(std::uint64_t count)
+{
+    return static_cast<std::int64_t>(std::min<std::uint64_t>(count, INT64_MAX));
+}
+
+} // namespace
+
+bool sendSummary(const std::string& username, const std::string& password,
+                 const RunFigures& figures)
+{
+    // The operation tells of a failure in the log alone.
+    const auto reason = std::make_shared<LastError>();
+    DDLog::addLogger(reason);
+    WebServiceBroker::sendBackupReportForUserName(
+        username, password, platform::currentDate(), figures.username, figures.machine,
+        figures.begun, signedCount(figures.notChanged), signedCount(figures.backedUp),
+        signedCount(figures.failed), signedCount(figures.processed()), figures.backedUpBytes);
+    DDLog::flushLog();
+    DDLog::removeLogger(reason);
+    DDLog::flushLog();
+    return reason->text().empty();
+}
+
+std::optional<std::string> reportHtml(const RunFigures& figures)
+{
+    return General::createEmailReportHTMLBodyWithAppName(
+        escaped(appName()), platform::currentDate(), escaped(figures.username),
+        escaped(figures.machine), figures.begun, figures.notChanged, figures.backedUp,
+        figures.failed, figures.processed(), figures.backedUpBytes);
+}
+
+bool sendReportEmail(const std::string& to, const std::string& from, const RunFigures& figures)
+{
+    const auto body = reportHtml(figures);
+    const std::string subject =
+        General::createEmailReportSubjectWithAppName(appName(), platform::currentDate());
+    return body && WebServiceBroker::sendEmailTo(to, from, subject, *body, true);
+}
+
+bool sendEvent(const std::string& token, const std::string& event, const RunFigures& figures)
+{
+    return WebServiceBroker::centralMonitoringLogEvent(
+        event, figures.username, token, figures.machine,
+        static_cast<std::int32_t>(std::min(figures.seconds, 2147483647.0)), figures.failed,
+        figures.failedBytes, figures.processed(), figures.processedBytes(), figures.notChanged,
+        figures.notChangedBytes, figures.backedUp, figures.backedUpBytes);
+}
+
+void ReportFlags::declare(const Command& command)
+{
+    command.addFlag("--report", report_, "Send a summary of the run to the service");
+    command.addOption("--email", email_, "Send a report of the run to this address");
+    command.addOption("--email-from", from_, "Sender of that e-mail; the recipient when left out");
+    command.addFlag("--monitor", monitor_, "Send an event to central monitoring");
+    tokenOptions_.declare(command, "monitor-token", "STOWLINE_MONITOR_TOKEN");
+}
+
+bool ReportFlags::readToken()
+{
+    if (!monitor_)
+        return true;
+    auto token = tokenOptions_.read("Monitoring token: ");
+    token_ = token.value_or("");
+    return token.has_value();
+}
+
+std::optional<fs::path> ReportFlags::outbox()
+{
+    const auto state = platform::stateFolder();
+    return state ? std::optional(*state / "outbox") : std::nullopt;
+}
+
+void ReportFlags::keep(const std::string& kind, const RunFigures& figures) const
+{
+    const auto folder = outbox();
+    Dictionary entry{{"kind", kind},
+                     {"to", email_},
+                     {"from", from_.empty() ? email_ : from_},
+                     {"figures", figures.dictionary()}};
+    const auto bytes = platform::writeBinaryPropertyList(entry);
+    const std::string name =
+        fmt::format("{:020}-{}.plist", platform::currentDate().time_since_epoch().count(), kind);
+    const bool isKept = folder && bytes && platform::makePrivateFolder(*folder) &&
+                        platform::writeFileAtomically(*folder / name, *bytes);
+    output().complain(isKept ? fmt::format("The {} could not be sent. It is kept and sent with the "
+                                           "next backup that sends reports.",
+                                           kind)
+                             : fmt::format("The {} could neither be sent nor kept.", kind));
+}
+
+bool ReportFlags::send(const std::string& kind, const std::string& to, const std::string& from,
+                       const Session& session, const RunFigures& figures) const
+{
+    if (kind == kSummary)
+        return sendSummary(session.username, session.password, figures);
+    if (kind == kEmail)
+        return sendReportEmail(to, from, figures);
+    const char* event = figures.failed == 0 ? "BackupEnded" : "BackupEndedWithErrors";
+    return !token_.empty() && sendEvent(token_, event, figures);
+}
+
+void ReportFlags::sendKept(const Session& session) const
+{
+    std::error_code fault;
+    std::vector<fs::path> files;
+    for (fs::directory_iterator file(outbox().value_or(""), fault), end; !fault && file != end;
+         file.increment(fault))
+        files.push_back(file->path());
+    std::ranges::sort(files);
+    for (const fs::path& file : files) {
+        const auto bytes = platform::readFile(file);
+        const auto reading =
+            bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
+        const Dictionary* entry = reading.value ? reading.value->dictionary() : nullptr;
+        const Dictionary* fields = entry ? platform::findDictionary(*entry, "figures") : nullptr;
+        const auto figures = fields ? RunFigures::fromDictionary(*fields) : std::nullopt;
+        if (figures && !send(platform::findText(*entry, "kind"), platform::findText(*entry, "to"),
+                             platform::findText(*entry, "from"), session, *figures))
+            continue;
+        fs::remove(file, fault); // sent, or of no use to anybody
+    }
+}
+
+void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& figures) const
+{
+    if (!isAnyWanted())
+        return;
+    if (session)
+        sendKept(*session);
+    const auto tellOne = [&](bool isWanted, const char* kind) {
+        if (isWanted &&
+            !(session && send(kind, email_, from_.empty() ? email_ : from_, *session, figures)))
+            keep(kind, figures);
+    };
+    tellOne(report_, kSummary);
+    tellOne(!email_.empty(), kEmail);
+    tellOne(monitor_, kEvent);
+}
+
+} // namespace stowline::cli

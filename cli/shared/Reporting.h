@@ -1,0 +1,57 @@
+// Telling of a backup: a summary, an e-mail, a monitoring event; what cannot be sent is kept.
+#pragma once
+
+#include "cli/shared/CommandLine.h"
+#include "cli/shared/RunFigures.h"
+#include "cli/shared/Secret.h"
+#include "cli/shared/Session.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace stowline::cli {
+
+/// The sendings, each of which says whether it succeeded. They block for one call.
+[[nodiscard]] bool sendSummary(const std::string& username, const std::string& password,
+                               const RunFigures& figures);
+[[nodiscard]] bool sendReportEmail(const std::string& to, const std::string& from,
+                                   const RunFigures& figures);
+[[nodiscard]] bool sendEvent(const std::string& token, const std::string& event,
+                             const RunFigures& figures);
+
+/// The body of the report's e-mail, with the names in it escaped; absent without its template.
+[[nodiscard]] std::optional<std::string> reportHtml(const RunFigures& figures);
+
+/// What to tell after a run.
+class ReportFlags {
+public:
+    void declare(const Command& command);
+
+    [[nodiscard]] bool isAnyWanted() const { return report_ || monitor_ || !email_.empty(); }
+
+    /// Reads the monitoring token, before the run takes its time. @return false after saying what
+    /// is wrong
+    [[nodiscard]] bool readToken();
+
+    /// Sends what was kept from earlier runs and what is wanted of this one. What cannot be sent is
+    /// kept and said on standard error. Neither password nor token is ever kept.
+    /// @param session absent when the sign-in failed: then nothing is tried
+    void tell(const std::optional<Session>& session, const RunFigures& figures) const;
+
+private:
+    void sendKept(const Session& session) const;
+    [[nodiscard]] bool send(const std::string& kind, const std::string& to, const std::string& from,
+                            const Session& session, const RunFigures& figures) const;
+    void keep(const std::string& kind, const RunFigures& figures) const;
+    [[nodiscard]] static std::optional<std::filesystem::path> outbox();
+
+    bool report_ = false;
+    bool monitor_ = false;
+    std::string email_;
+    std::string from_;
+    SecretOptions tokenOptions_;
+    std::string token_;
+};
+
+} // namespace stowline::cli

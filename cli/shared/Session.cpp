@@ -1,0 +1,61 @@
+#include "cli/shared/Session.h"
+
+#include "cli/shared/Output.h"
+#include "cli/shared/ServiceFailure.h"
+#include "stowline/net/Reachability.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+
+namespace stowline::cli {
+
+void declareUsername(const Command& command, std::string& username)
+{
+    command.addOption("-u,--username", username, "User name")
+        .fromVariable("STOWLINE_USERNAME")
+        .required();
+}
+
+void SessionOptions::declare(const Command& command)
+{
+    declareUsername(command, username_);
+    password_.declare(command, "password", "STOWLINE_PASSWORD");
+}
+
+Result<Session> SessionOptions::open(std::initializer_list<const char*> webMethods) const
+{
+    if (const auto failure = settingsFailure("Authenticate"))
+        return *failure;
+    for (const char* method : webMethods) {
+        if (const auto failure = settingsFailure(method))
+            return *failure;
+    }
+    auto password = password_.read("Password for " + username_ + ": ");
+    if (!password)
+        return output().finish(ExitStatus::usage);
+    std::optional<Error> error;
+    const auto result = WebServiceBroker::authenticateForUsername(username_, *password, &error);
+    if (!result)
+        return callFailure(error);
+    if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
+        return output().fail(
+            ExitStatus::signInRefused,
+            "The service refused the sign-in. Please check user name and password.");
+    Session session{username_, *password, platform::findText(*result, "backupServerName")};
+    if (session.server.empty())
+        return output().fail(ExitStatus::temporary,
+                             "The service named no backup server. Please try again later.");
+    return session;
+}
+
+ExitStatus refusal(const std::string& what, const std::optional<Error>& error)
+{
+    const bool isRefusal = error && error->code == kServiceErrorCode &&
+                           !error->localizedDescription().starts_with("The value for ") &&
+                           Reachability::isHostReachable(WebServicesSettings::reachabilityHost());
+    if (!isRefusal)
+        return callFailure(error);
+    return output().fail(ExitStatus::refused, what + ": " + error->localizedDescription() + ".");
+}
+
+} // namespace stowline::cli

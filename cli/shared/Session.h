@@ -1,0 +1,45 @@
+// Signing in, for commands that work on an account.
+#pragma once
+
+#include "cli/shared/CommandLine.h"
+#include "cli/shared/ExitStatus.h"
+#include "cli/shared/Result.h"
+#include "cli/shared/Secret.h"
+#include "stowline/platform/values/Error.h"
+
+#include <initializer_list>
+#include <string>
+
+namespace stowline::cli {
+
+/// A signed-in account.
+struct Session {
+    std::string username;
+    std::string password;
+    std::string server; ///< the account's backup server
+};
+
+/// -u and --username, which may come from STOWLINE_USERNAME.
+void declareUsername(const Command& command, std::string& username);
+
+/// The options of every command that signs in.
+class SessionOptions {
+public:
+    void declare(const Command& command);
+
+    [[nodiscard]] const std::string& username() const { return username_; }
+
+    /// Checks the settings for the web methods, reads the password and signs in. Says what goes
+    /// wrong.
+    [[nodiscard]] Result<Session> open(std::initializer_list<const char*> webMethods) const;
+
+private:
+    std::string username_;
+    SecretOptions password_;
+};
+
+/// Ends the output for a call that the service refused or that failed; `what` leads the sentence
+/// ("The folder cannot be listed").
+[[nodiscard]] ExitStatus refusal(const std::string& what, const std::optional<Error>& error);
+
+} // namespace stowline::cli

@@ -1,0 +1,42 @@
+#include "stowline/platform/desktop/ConsoleLog.h"
+
+#include "stowline/platform/threads/ForkSafety.h"
+
+#include <mutex>
+#include <syslog.h>
+
+namespace stowline::platform {
+
+namespace {
+
+struct ConsoleSink {
+    ForkSafeMutex mutex;
+    std::function<void(std::string_view)> function;
+};
+
+ConsoleSink& consoleSink()
+{
+    static auto& sink = *new ConsoleSink; // never destroyed: late threads may still log
+    return sink;
+}
+
+} // namespace
+
+void consoleLog(std::string_view text)
+{
+    ConsoleSink& sink = consoleSink();
+    const std::lock_guard lock(sink.mutex);
+    if (sink.function)
+        sink.function(text);
+    else
+        ::syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(text.size()), text.data());
+}
+
+void setConsoleLogSink(std::function<void(std::string_view)> function)
+{
+    ConsoleSink& sink = consoleSink();
+    const std::lock_guard lock(sink.mutex);
+    sink.function = std::move(function);
+}
+
+} // namespace stowline::platform

@@ -1,0 +1,55 @@
+#include "stowline/platform/files/FileDescriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace stowline::platform {
+
+void FileDescriptor::close()
+{
+    if (number_ >= 0)
+        ::close(std::exchange(number_, -1));
+}
+
+FileDescriptor anonymousFileHolding(std::string_view content)
+{
+    FileDescriptor file(::memfd_create("stowline", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (!file.isOpen() || !writeAll(file.number(), content))
+        return {};
+    ::fcntl(file.number(), F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL);
+    return file;
+}
+
+bool writeAll(int descriptor, std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+std::optional<std::string> readToEnd(int descriptor)
+{
+    std::string bytes;
+    std::array<char, 65536> piece; // NOLINT: filled by read
+    for (;;) {
+        const ssize_t count = ::read(descriptor, piece.data(), piece.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return std::nullopt;
+        if (count == 0)
+            return bytes;
+        bytes.append(piece.data(), static_cast<std::size_t>(count));
+    }
+}
+
+} // namespace stowline::platform

@@ -1,0 +1,95 @@
+#include "stowline/platform/files/Files.h"
+
+#include "stowline/platform/files/FileDescriptor.h"
+
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace stowline::platform {
+
+namespace {
+
+std::optional<std::filesystem::path> baseFolder(const char* variable, const char* belowHome)
+{
+    const char* set = std::getenv(variable);
+    if (set && std::filesystem::path(set).is_absolute())
+        return std::filesystem::path(set) / "stowline";
+    const char* home = std::getenv("HOME");
+    if (!home || *home == '\0')
+        return std::nullopt;
+    return std::filesystem::path(home) / belowHome / "stowline";
+}
+
+bool writeAndRename(const std::filesystem::path& path, std::string_view content, bool isDurable)
+{
+    std::string beside = path.string() + ".XXXXXX";
+    FileDescriptor file(::mkostemp(beside.data(), O_CLOEXEC));
+    if (!file.isOpen())
+        return false;
+    const bool isComplete =
+        writeAll(file.number(), content) && (!isDurable || ::fsync(file.number()) == 0);
+    if (isComplete && ::rename(beside.c_str(), path.c_str()) == 0)
+        return true;
+    ::unlink(beside.c_str());
+    return false;
+}
+
+} // namespace
+
+std::optional<std::string> readFile(const std::filesystem::path& path)
+{
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    return file.isOpen() ? readToEnd(file.number()) : std::nullopt;
+}
+
+bool writeFileAtomically(const std::filesystem::path& path, std::string_view content)
+{
+    return writeAndRename(path, content, true);
+}
+
+bool replaceFile(const std::filesystem::path& path, std::string_view content)
+{
+    return writeAndRename(path, content, false);
+}
+
+std::vector<std::string> namesInFolder(const std::filesystem::path& folder)
+{
+    struct Closer {
+        void operator()(DIR* open) const { ::closedir(open); }
+    };
+    const std::unique_ptr<DIR, Closer> open(::opendir(folder.c_str()));
+    std::vector<std::string> names;
+    while (const dirent* entry = open ? ::readdir(open.get()) : nullptr) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    return names;
+}
+
+bool makePrivateFolder(const std::filesystem::path& folder)
+{
+    std::error_code fault;
+    if (std::filesystem::is_directory(folder, fault))
+        return true;
+    if (folder.has_parent_path() && folder.parent_path() != folder &&
+        !makePrivateFolder(folder.parent_path()))
+        return false;
+    return ::mkdir(folder.c_str(), S_IRWXU) == 0 || std::filesystem::is_directory(folder, fault);
+}
+
+std::optional<std::filesystem::path> configurationFolder()
+{
+    return baseFolder("XDG_CONFIG_HOME", ".config");
+}
+
+std::optional<std::filesystem::path> stateFolder()
+{
+    return baseFolder("XDG_STATE_HOME", ".local/state");
+}
+
+} // namespace stowline::platform

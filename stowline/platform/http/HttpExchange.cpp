@@ -1,0 +1,402 @@
+#include "stowline/platform/http/HttpExchange.h"
+
+#include "stowline/platform/http/HttpRequestRules.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/Url.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <utility>
+
+namespace stowline::platform {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct EasyDeleter {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+struct MultiDeleter {
+    void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
+};
+struct ListDeleter {
+    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+
+void prepareLibrary()
+{
+    static const CURLcode prepared = curl_global_init(CURL_GLOBAL_ALL);
+    (void)prepared;
+}
+
+constexpr const char* kSystemTrustFolder = "/etc/ssl/certs";
+constexpr std::string_view kSystemTrustBundle = "/etc/ssl/certs/ca-certificates.crt";
+
+/// Trust roots are looked up by hash in a directory where there is one: loading the whole bundle
+/// costs some 15 ms of processor time per process. The system's bundle holds what the system's
+/// directory holds, so naming it in SSL_CERT_FILE, as many environments do, loads nothing.
+void setTrustRoots(CURL* handle)
+{
+    const char* file = std::getenv("SSL_CERT_FILE");
+    const char* folder = std::getenv("SSL_CERT_DIR");
+    std::error_code fault;
+    const bool hasSystemFolder = std::filesystem::is_directory(kSystemTrustFolder, fault);
+    if (file && file == kSystemTrustBundle && hasSystemFolder)
+        file = nullptr;
+    if (!file && !folder && !hasSystemFolder)
+        return; // what the library was built with
+    if (!file && !folder)
+        folder = kSystemTrustFolder;
+    curl_easy_setopt(handle, CURLOPT_CAINFO, file);
+    curl_easy_setopt(handle, CURLOPT_CAPATH, folder);
+}
+
+} // namespace
+
+class HttpExchange::Transfer {
+public:
+    Transfer(HttpRequest request, HttpLimits limits) : request_(std::move(request)), limits_(limits)
+    {
+        prepareLibrary();
+        multi_.reset(curl_multi_init());
+        startHop();
+    }
+
+    ~Transfer() { detach(); }
+
+    bool wait(std::chrono::milliseconds atMost)
+    {
+        const auto deadline = Clock::now() + atMost;
+        while (!work()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0)
+                break;
+            curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(left.count()), nullptr);
+        }
+        return ended_;
+    }
+
+    bool waitForEvent(std::chrono::milliseconds atMost)
+    {
+        moved_ = false;
+        if (work() || moved_)
+            return true;
+        int ready = 0; // sockets: also the parts of a header line count as something
+        curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(atMost.count()), &ready);
+        return work() || moved_ || ready > 0;
+    }
+
+    [[nodiscard]] bool isConnected() const { return connected_; }
+    [[nodiscard]] bool hasEnded() const { return ended_; }
+    [[nodiscard]] std::string takeBody()
+    {
+        return mayRedirect() ? std::string() : std::exchange(outcome_.body, {});
+    }
+
+    HttpOutcome takeOutcome() { return std::move(outcome_); }
+
+private:
+    /// Does what can be done without waiting. @return whether the exchange has ended
+    bool work()
+    {
+        if (!ended_) {
+            int running = 0;
+            curl_multi_perform(multi_.get(), &running);
+            if (isOutOfMemory_)
+                throw std::bad_alloc();
+            collectFinished();
+        }
+        return ended_;
+    }
+
+    void fail(HttpFailure kind, std::string sentence)
+    {
+        outcome_.response.reset();
+        outcome_.failure = std::move(sentence);
+        outcome_.kind = kind;
+        ended_ = true;
+    }
+
+    /// Whether the answer that is arriving may be one to follow; its body is nobody's then.
+    [[nodiscard]] bool mayRedirect() const
+    {
+        long status = 0;
+        if (easy_ && !ended_)
+            curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        return redirectFor(status) != Redirect::none;
+    }
+
+    void detach()
+    {
+        if (easy_)
+            curl_multi_remove_handle(multi_.get(), easy_.get());
+    }
+
+    /// Begins the request for the current URL.
+    void startHop()
+    {
+        const auto origin = originOf(request_.url);
+        if (!origin) {
+            fail(HttpFailure::address, "\"" + request_.url + "\" is no http or https address.");
+            return;
+        }
+        if (auto fault = requestFault(request_)) {
+            fail(HttpFailure::request, std::move(*fault));
+            return;
+        }
+        origin_ = *origin;
+        detach();
+        easy_.reset(curl_easy_init());
+        outcome_ = {};
+        raw_.clear();
+        limitReached_ = false;
+        errorText_.fill(0);
+        setOptions();
+        setHeaders();
+        curl_multi_add_handle(multi_.get(), easy_.get());
+    }
+
+    void setOptions()
+    {
+        CURL* handle = easy_.get();
+        curl_easy_setopt(handle, CURLOPT_URL, request_.url.c_str());
+        curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+        curl_easy_setopt(handle, CURLOPT_HTTP_VERSION,
+                         request_.version == HttpVersion::http10 ? CURL_HTTP_VERSION_1_0
+                                                                 : CURL_HTTP_VERSION_1_1);
+        curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
+        curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
+        setTrustRoots(handle);
+        curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
+        if (request_.method == "HEAD")
+            curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
+        else if (request_.body.empty())
+            curl_easy_setopt(handle, CURLOPT_HTTPGET, 1L);
+        else
+            setBody();
+        curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+        if (!request_.proxy.empty())
+            curl_easy_setopt(handle, CURLOPT_PROXY, request_.proxy.c_str());
+        curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &onConnected);
+        curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
+        curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &onHeader);
+        curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
+        curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &onBody);
+        curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+        // Only the trace hands over body bytes with their chunk framing, as they were received.
+        curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
+        curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &onTrace);
+        curl_easy_setopt(handle, CURLOPT_DEBUGDATA, this);
+    }
+
+    void setBody()
+    {
+        constexpr long sendBufferBytes = 512L * 1024;
+        CURL* handle = easy_.get();
+        curl_easy_setopt(handle, CURLOPT_POST, 1L);
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
+                         static_cast<curl_off_t>(request_.body.size()));
+        curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request_.body.data());
+        curl_easy_setopt(handle, CURLOPT_UPLOAD_BUFFERSIZE, sendBufferBytes);
+    }
+
+    static int onConnected(void* self, char*, char*, int, int)
+    {
+        static_cast<Transfer*>(self)->connected_ = true;
+        return CURL_PREREQFUNC_OK;
+    }
+
+    void setHeaders()
+    {
+        headers_.reset();
+        const auto add = [this](const std::string& line) {
+            if (curl_slist* longer = curl_slist_append(headers_.get(), line.c_str())) {
+                (void)headers_.release();
+                headers_.reset(longer);
+            }
+        };
+        // What the library would add by itself and this system never sends.
+        for (const char* unwanted : {"Accept", "Expect", "Content-Type"}) {
+            if (!hasHeader(unwanted))
+                add(std::string(unwanted) + ":");
+        }
+        for (const auto& [name, value] : request_.headers)
+            add(std::string(name).append(value.empty() ? ";" : ": ").append(value));
+        curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.get());
+    }
+
+    bool hasHeader(std::string_view wanted) const
+    {
+        return std::any_of(
+            request_.headers.begin(), request_.headers.end(),
+            [&](const auto& header) { return equalsIgnoringAsciiCase(header.first, wanted); });
+    }
+
+    void beginHeaders()
+    {
+        raw_.clear();
+        headersEnded_ = false;
+    }
+
+    static std::size_t onHeader(char* bytes, std::size_t, std::size_t length, void* self)
+    {
+        auto& transfer = *static_cast<Transfer*>(self);
+        const std::string_view line(bytes, length);
+        if (line.starts_with("HTTP/")) // also after an interim response
+            transfer.beginHeaders();
+        transfer.headersEnded_ |= line == "\r\n" || line == "\n";
+        return transfer.keep(line) ? length : 0;
+    }
+
+    static std::size_t onBody(char* bytes, std::size_t, std::size_t length, void* self)
+    {
+        auto& transfer = *static_cast<Transfer*>(self);
+        const bool kept =
+            transfer.appended(transfer.outcome_.body, {bytes, length}) && !transfer.limitReached_;
+        return kept ? length : 0;
+    }
+
+    static int onTrace(CURL*, curl_infotype kind, char* bytes, std::size_t length, void* self)
+    {
+        if (kind != CURLINFO_TEXT)
+            static_cast<Transfer*>(self)->moved_ = true;
+        if (kind == CURLINFO_DATA_IN)
+            (void)static_cast<Transfer*>(self)->keep({bytes, length});
+        return 0;
+    }
+
+    [[nodiscard]] bool keep(std::string_view bytes)
+    {
+        limitReached_ = limitReached_ || raw_.size() + bytes.size() > limits_.maximumResponseBytes;
+        return !limitReached_ && appended(raw_, bytes);
+    }
+
+    /// Nothing may be thrown through curl: a lack of memory is thrown again when it has returned.
+    [[nodiscard]] bool appended(std::string& text, std::string_view bytes) noexcept
+    {
+        try {
+            text.append(bytes);
+        } catch (const std::bad_alloc&) {
+            isOutOfMemory_ = true;
+        }
+        return !isOutOfMemory_;
+    }
+
+    void collectFinished()
+    {
+        int waiting = 0;
+        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &waiting)) {
+            if (message->msg == CURLMSG_DONE) {
+                finishHop(message->data.result);
+                return;
+            }
+        }
+    }
+
+    void finishHop(CURLcode result)
+    {
+        if (limitReached_) {
+            fail(HttpFailure::size, "The answer from " + origin_.host + " is larger than " +
+                                        std::to_string(limits_.maximumResponseBytes) + " bytes.");
+            return;
+        }
+        if (result != CURLE_OK) {
+            const std::string detail =
+                errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
+            fail(HttpFailure::connection,
+                 "The call to " + origin_.host + " failed: " + detail + ".");
+            return;
+        }
+        if (!headersEnded_) { // which the library takes for a response without a body
+            fail(HttpFailure::connection, "The answer from " + origin_.host + " broke off.");
+            return;
+        }
+        long status = 0;
+        curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        char* location = nullptr;
+        curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &location);
+        const Redirect redirect = redirectFor(status);
+        if (redirect != Redirect::none && location) {
+            follow(location, redirect);
+            return;
+        }
+        outcome_.response = std::move(raw_);
+        ended_ = true;
+    }
+
+    void follow(const std::string& location, Redirect redirect)
+    {
+        std::optional<std::string> fault;
+        if (++redirects_ > limits_.maximumRedirects)
+            fault = "The server at " + origin_.host + " redirects more than " +
+                    std::to_string(limits_.maximumRedirects) + " times.";
+        else
+            fault = redirectFault(request_, origin_, redirect, location);
+        if (fault)
+            return fail(HttpFailure::redirect, std::move(*fault));
+        redirectRequest(request_, origin_, redirect, location);
+        startHop();
+    }
+
+    HttpRequest request_;
+    HttpLimits limits_;
+    UrlOrigin origin_;
+    int redirects_ = 0;
+    bool ended_ = false;
+    bool connected_ = false;
+    bool headersEnded_ = false;
+    bool moved_ = false;
+    bool limitReached_ = false;
+    bool isOutOfMemory_ = false;
+    std::string raw_;
+    std::array<char, CURL_ERROR_SIZE> errorText_{};
+    HttpOutcome outcome_;
+    std::unique_ptr<CURLM, MultiDeleter> multi_;
+    std::unique_ptr<curl_slist, ListDeleter> headers_;
+    std::unique_ptr<CURL, EasyDeleter> easy_;
+};
+
+HttpExchange::HttpExchange(HttpRequest request, HttpLimits limits)
+    : transfer_(std::make_unique<Transfer>(std::move(request), limits))
+{
+}
+
+HttpExchange::~HttpExchange() = default;
+
+bool HttpExchange::wait(std::chrono::milliseconds atMost)
+{
+    return transfer_->wait(atMost);
+}
+
+bool HttpExchange::waitForEvent(std::chrono::milliseconds atMost)
+{
+    return transfer_->waitForEvent(atMost);
+}
+
+bool HttpExchange::isConnected() const
+{
+    return transfer_->isConnected();
+}
+
+bool HttpExchange::hasEnded() const
+{
+    return transfer_->hasEnded();
+}
+
+std::string HttpExchange::takeBody()
+{
+    return transfer_->takeBody();
+}
+
+HttpOutcome HttpExchange::takeOutcome()
+{
+    return transfer_->takeOutcome();
+}
+
+} // namespace stowline::platform

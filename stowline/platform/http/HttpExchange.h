@@ -1,0 +1,93 @@
+// One HTTP(S) request and its response: the only way out to the network.
+#pragma once
+
+#include "stowline/platform/http/HttpMessage.h"
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::platform {
+
+enum class HttpVersion { http10, http11 };
+
+struct HttpRequest {
+    std::string method = "POST"; ///< a token (RFC 9110 section 9.1)
+    std::string url;             ///< http or https
+    /// Sent in this order and exactly so; nothing is added but Host, Connection matters and the
+    /// length of a body that is not empty, unless a header states one. A name or value with CR, LF
+    /// or NUL fails the exchange unsent.
+    std::vector<HttpHeader> headers;
+    std::string_view body; ///< must outlive the exchange; not copied
+    HttpVersion version = HttpVersion::http11;
+    bool bodyStaysAtOrigin = false; ///< a redirect that would take the body elsewhere is a failure
+    std::string proxy = {};         ///< as "http://host:port"; empty: what the environment says
+};
+
+struct HttpLimits {
+    std::size_t maximumResponseBytes = std::size_t(64) << 20; ///< of one response, headers included
+    int maximumRedirects = 10;
+};
+
+/// Why there is no response.
+enum class HttpFailure {
+    none = 0,
+    address = 1,    ///< the URL is no http or https address
+    request = 2,    ///< the method or a header cannot be sent
+    connection = 3, ///< name, connection, TLS, or an answer that broke off or is no HTTP
+    redirect = 4,   ///< one that is not followed
+    size = 5,       ///< the answer is larger than allowed
+};
+
+/// How an exchange ended: a response, or a sentence that says why there is none.
+struct HttpOutcome {
+    std::optional<std::string> response; ///< status line, headers and body exactly as received
+    std::string body;                    ///< the body with its transfer coding removed, less what
+                                         ///< takeBody() took
+    std::string failure;                 ///< a sentence for people when there is no response
+    HttpFailure kind = HttpFailure::none;
+};
+
+/// Sends a request when it is made and moves on only inside wait(). Follows redirects 301, 302 and
+/// 303 with GET, 307 and 308 with the same method and body; never from https to http, never to
+/// another protocol; header fields with credentials do not go to another origin. TLS verifies peer
+/// and host against the system's certificates (SSL_CERT_DIR and SSL_CERT_FILE name others).
+/// Proxies come from the environment unless the request names one. An answer of any status is a
+/// response.
+///
+/// For one thread. Destroying it abandons the request.
+class HttpExchange {
+public:
+    HttpExchange(HttpRequest request, HttpLimits limits);
+    ~HttpExchange();
+    HttpExchange(const HttpExchange&) = delete;
+    HttpExchange& operator=(const HttpExchange&) = delete;
+
+    /// Works on the exchange until it ends or the time is over; returns as soon as it has ended.
+    /// @return true when the exchange has ended.
+    bool wait(std::chrono::milliseconds atMost);
+
+    /// Works on the exchange until bytes were sent or received, it ends, or the time is over.
+    /// @return whether anything moved.
+    bool waitForEvent(std::chrono::milliseconds atMost);
+
+    /// Whether a connection has been made, TLS included; whether the exchange has ended.
+    [[nodiscard]] bool isConnected() const;
+    [[nodiscard]] bool hasEnded() const;
+
+    /// What has arrived of the body and was not taken yet. Of a redirect that is followed, nothing.
+    [[nodiscard]] std::string takeBody();
+
+    /// How it ended. Only after wait() has returned true.
+    [[nodiscard]] HttpOutcome takeOutcome();
+
+private:
+    class Transfer;
+    std::unique_ptr<Transfer> transfer_;
+};
+
+} // namespace stowline::platform

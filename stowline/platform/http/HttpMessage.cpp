@@ -1,0 +1,76 @@
+#include "stowline/platform/http/HttpMessage.h"
+
+#include "stowline/platform/text/Text.h"
+
+#include <algorithm>
+
+namespace stowline::platform {
+
+namespace {
+
+std::string_view takeLine(std::string_view& rest)
+{
+    const auto end = rest.find('\n');
+    std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    if (line.ends_with('\r'))
+        line.remove_suffix(1);
+    return line;
+}
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    const auto first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+} // namespace
+
+bool isToken(std::string_view text)
+{
+    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+    return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               marks.find(c) != std::string_view::npos;
+    });
+}
+
+HttpResponseMessage HttpResponseMessage::fromBytes(std::string_view bytes)
+{
+    HttpResponseMessage message;
+    if (!bytes.starts_with("HTTP/"))
+        return message;
+    message.statusLine = takeLine(bytes);
+    if (const auto blank = message.statusLine.find(' '); blank != std::string::npos) {
+        const auto code = leadingInteger(std::string_view(message.statusLine).substr(blank));
+        message.statusCode = code > 0 && code < 1000 ? static_cast<int>(code) : 0;
+    }
+    while (!bytes.empty()) {
+        const std::string_view line = takeLine(bytes);
+        if (line.empty())
+            break;
+        const auto colon = line.find(':');
+        if (colon != std::string_view::npos)
+            message.headers.emplace_back(line.substr(0, colon),
+                                         withoutBlanks(line.substr(colon + 1)));
+    }
+    message.body = dataFromText(bytes);
+    return message;
+}
+
+Dictionary HttpResponseMessage::dictionary() const
+{
+    Dictionary fields;
+    for (const auto& [name, value] : headers) {
+        const std::string* earlier = findString(fields, name);
+        fields.insert_or_assign(name, earlier ? *earlier + ", " + value : value);
+    }
+    return {{"statusLine", statusLine},
+            {"statusCode", statusCode},
+            {"headers", std::move(fields)},
+            {"body", body}};
+}
+
+} // namespace stowline::platform

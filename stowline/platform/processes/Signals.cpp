@@ -1,0 +1,53 @@
+#include "stowline/platform/processes/Signals.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <pthread.h>
+#include <string>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace stowline::platform {
+
+namespace {
+
+sigset_t terminationSignals()
+{
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGINT);
+    ::sigaddset(&signals, SIGTERM);
+    return signals;
+}
+
+} // namespace
+
+void holdTerminationSignals()
+{
+    const sigset_t signals = terminationSignals();
+    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+int awaitTerminationSignal()
+{
+    const sigset_t signals = terminationSignals();
+    int number = 0;
+    while (::sigwait(&signals, &number) != 0) {
+    }
+    return number;
+}
+
+void endWithParent()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const char* parent = std::getenv(kParentVariable);
+    if (parent && std::to_string(::getppid()) != parent)
+        std::raise(SIGKILL);
+}
+
+void keepMemoryPrivate()
+{
+    ::prctl(PR_SET_DUMPABLE, 0);
+}
+
+} // namespace stowline::platform

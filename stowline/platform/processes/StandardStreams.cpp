@@ -1,0 +1,63 @@
+#include "stowline/platform/processes/StandardStreams.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace stowline::platform {
+
+bool writeOnceToStandardOutput(std::string_view bytes)
+{
+    ssize_t written = -1;
+    do {
+        written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+    } while (written < 0 && errno == EINTR);
+    return written == static_cast<ssize_t>(bytes.size());
+}
+
+void writeGatheredToStandardError(std::span<const std::string_view> pieces)
+{
+    std::array<iovec, 16> vectors{};
+    std::size_t count = 0;
+    for (const std::string_view piece : pieces.first(std::min(pieces.size(), vectors.size())))
+        vectors.at(count++) = {const_cast<char*>(piece.data()), piece.size()};
+    std::span<iovec> left(vectors.data(), count);
+    while (!left.empty()) {
+        const ssize_t written = ::writev(STDERR_FILENO, left.data(), static_cast<int>(left.size()));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return;
+        auto taken = static_cast<std::size_t>(written);
+        while (!left.empty() && taken >= left.front().iov_len) {
+            taken -= left.front().iov_len;
+            left = left.subspan(1);
+        }
+        if (!left.empty()) {
+            left.front().iov_base = static_cast<char*>(left.front().iov_base) + taken;
+            left.front().iov_len -= taken;
+        }
+    }
+}
+
+void closeStandardOutput()
+{
+    ::close(STDOUT_FILENO);
+}
+
+void awaitReleaseBytes()
+{
+    std::array<char, 4> release{};
+    std::size_t received = 0;
+    while (received < release.size()) {
+        const ssize_t count =
+            ::read(STDIN_FILENO, release.data() + received, release.size() - received);
+        if (count == 0 || (count < 0 && errno != EINTR))
+            return;
+        received += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+}
+
+} // namespace stowline::platform

@@ -1,0 +1,263 @@
+#include "stowline/platform/text/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <limits>
+
+namespace stowline::platform {
+
+namespace {
+
+/// A decoded code point and the bytes it took; length 0 for what is no UTF-8.
+struct Decoded {
+    char32_t codePoint = 0;
+    std::size_t length = 0;
+};
+
+bool isContinuation(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+Decoded decodeFirst(std::string_view text)
+{
+    const auto lead = static_cast<unsigned char>(text.front());
+    if (lead < 0x80)
+        return {lead, 1};
+    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
+        return {};
+    char32_t codePoint = lead & (0x7FU >> length);
+    for (std::size_t i = 1; i < length; ++i) {
+        if (!isContinuation(text[i]))
+            return {};
+        codePoint = codePoint << 6 | (static_cast<unsigned char>(text[i]) & 0x3FU);
+    }
+    static constexpr std::array<char32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
+    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
+    if (codePoint < smallest.at(length) || codePoint > 0x10FFFF || surrogate)
+        return {};
+    return {codePoint, length};
+}
+
+char asciiLower(char character)
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
+                                                : character;
+}
+
+/// Every byte but those that continue a character.
+bool beginsCharacter(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+}
+
+} // namespace
+
+std::size_t validUtf8PrefixLength(std::string_view text)
+{
+    std::size_t position = 0;
+    while (position < text.size()) {
+        const std::size_t length = decodeFirst(text.substr(position)).length;
+        if (length == 0)
+            break;
+        position += length;
+    }
+    return position;
+}
+
+bool isValidUtf8(std::string_view text)
+{
+    return validUtf8PrefixLength(text) == text.size();
+}
+
+void appendUtf8(std::string& text, char32_t codePoint)
+{
+    const auto put = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };
+    if (codePoint < 0x80) {
+        put(codePoint);
+    } else if (codePoint < 0x800) {
+        put(0xC0 | codePoint >> 6);
+        put(0x80 | (codePoint & 0x3F));
+    } else if (codePoint < 0x10000) {
+        if (codePoint >= 0xD800 && codePoint <= 0xDFFF)
+            return;
+        put(0xE0 | codePoint >> 12);
+        put(0x80 | (codePoint >> 6 & 0x3F));
+        put(0x80 | (codePoint & 0x3F));
+    } else if (codePoint <= 0x10FFFF) {
+        put(0xF0 | codePoint >> 18);
+        put(0x80 | (codePoint >> 12 & 0x3F));
+        put(0x80 | (codePoint >> 6 & 0x3F));
+        put(0x80 | (codePoint & 0x3F));
+    }
+}
+
+std::optional<std::string> characterXmlCannotCarry(std::string_view text)
+{
+    std::size_t position = 0;
+    while (position < text.size()) {
+        const auto [codePoint, length] = decodeFirst(text.substr(position));
+        if (length == 0)
+            return "bytes that are not UTF-8";
+        const bool control =
+            codePoint < 0x20 && codePoint != '\t' && codePoint != '\n' && codePoint != '\r';
+        if (control || codePoint == 0xFFFE || codePoint == 0xFFFF) {
+            std::array<char, 48> name{};
+            std::snprintf(name.data(), name.size(), "the control character U+%04X",
+                          static_cast<unsigned>(codePoint));
+            return name.data();
+        }
+        position += length;
+    }
+    return std::nullopt;
+}
+
+std::size_t characterCount(std::string_view text)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(text, beginsCharacter));
+}
+
+std::size_t offsetOfCharacter(std::string_view text, std::size_t index)
+{
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        if (beginsCharacter(text[at]) && index-- == 0)
+            return at;
+    }
+    return text.size();
+}
+
+std::string withoutControls(std::string_view text)
+{
+    std::string shown;
+    shown.reserve(text.size());
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        const auto next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
+        const bool isUpperControl = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
+        if (isUpperControl)
+            ++at;
+        const bool isLowerControl = byte < ' ' && byte != '\n' && byte != '\t';
+        shown.push_back(isUpperControl || isLowerControl || byte == 0x7F ? '?'
+                                                                         : static_cast<char>(byte));
+    }
+    return shown;
+}
+
+std::string asciiLowercase(std::string_view text)
+{
+    std::string lower(text);
+    std::transform(lower.begin(), lower.end(), lower.begin(), asciiLower);
+    return lower;
+}
+
+bool equalsIgnoringAsciiCase(std::string_view left, std::string_view right)
+{
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](char a, char b) { return asciiLower(a) == asciiLower(b); });
+}
+
+std::int64_t leadingInteger(std::string_view text)
+{
+    std::size_t position = text.find_first_not_of(" \t\n\r\f\v");
+    if (position == std::string_view::npos)
+        return 0;
+    const bool negative = text[position] == '-';
+    if (negative || text[position] == '+')
+        ++position;
+    constexpr auto highest = std::numeric_limits<std::int64_t>::max();
+    constexpr auto lowest = std::numeric_limits<std::int64_t>::min();
+    std::int64_t number = 0;
+    for (; position < text.size() && text[position] >= '0' && text[position] <= '9'; ++position) {
+        const int digit = text[position] - '0';
+        // Counted downwards when negative: the lowest number has no positive counterpart.
+        if (__builtin_mul_overflow(number, 10, &number) ||
+            __builtin_add_overflow(number, negative ? -digit : digit, &number))
+            return negative ? lowest : highest;
+    }
+    return number;
+}
+
+std::string replacingOccurrences(std::string_view text, std::string_view what,
+                                 std::string_view with)
+{
+    std::string result;
+    std::size_t copied = 0;
+    if (!what.empty()) {
+        for (auto at = text.find(what); at != std::string_view::npos;
+             at = text.find(what, copied)) {
+            result.append(text, copied, at - copied).append(with);
+            copied = at + what.size();
+        }
+    }
+    return result.append(text, copied);
+}
+
+std::string hexadecimalText(const Data& bytes)
+{
+    static constexpr std::string_view digits = "0123456789abcdef";
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text.append({digits[byte >> 4], digits[byte & 0x0FU]});
+    return text;
+}
+
+Data dataFromText(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+std::string textFromData(const Data& bytes)
+{
+    return std::string(viewOfData(bytes));
+}
+
+std::string withoutTrailingBlanks(std::string text)
+{
+    text.erase(text.find_last_not_of(" \t\r\n") + 1);
+    return text;
+}
+
+std::optional<std::string> assignedValue(std::string_view assignments, std::string_view name)
+{
+    const std::string wanted = "\n" + std::string(name) + "=";
+    const std::string text = "\n" + std::string(assignments);
+    const auto found = text.find(wanted);
+    if (found == std::string::npos)
+        return std::nullopt;
+    const auto begin = found + wanted.size();
+    std::string value = withoutTrailingBlanks(text.substr(begin, text.find('\n', begin) - begin));
+    if (value.size() >= 2 && value.front() == value.back() && (value[0] == '"' || value[0] == '\''))
+        value = value.substr(1, value.size() - 2);
+    return value.empty() ? std::nullopt : std::optional(value);
+}
+
+std::string escapedForHtml(std::string_view text)
+{
+    std::string result;
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            result += "&amp;";
+            break;
+        case '<':
+            result += "&lt;";
+            break;
+        case '>':
+            result += "&gt;";
+            break;
+        case '"':
+            result += "&quot;";
+            break;
+        case '\'':
+            result += "&#39;";
+            break;
+        default:
+            result += c;
+        }
+    }
+    return result;
+}
+
+} // namespace stowline::platform

@@ -1,0 +1,15 @@
+// What the two forms of property lists share. For the files of this subject only.
+#pragma once
+
+#include "stowline/platform/values/PropertyList.h"
+
+namespace stowline::platform {
+
+[[nodiscard]] PropertyListReading readBinaryPropertyList(std::string_view bytes);
+[[nodiscard]] PropertyListReading readXmlPropertyList(std::string_view text,
+                                                      PropertyListSource* source);
+
+/// The bytes of a <data> element; absent when the text cannot be read.
+[[nodiscard]] std::optional<Data> decodePropertyListData(const std::string& base64);
+
+} // namespace stowline::platform
