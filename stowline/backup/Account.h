@@ -1,0 +1,27 @@
+// Whose backup it is, and where it goes.
+#pragma once
+
+#include <string>
+
+#pragma GCC visibility push(default)
+namespace stowline::backup {
+
+/// A signed-in account, and what a machine calls itself there. A plain value; the password is kept
+/// in memory only.
+struct Account {
+    std::string username;
+    std::string password;
+    std::string server;     ///< the account's backup server, as the sign-in names it
+    std::string systemName; ///< this machine's name on the service
+};
+
+/// Whose chain of records it is. A host name is no identity: machines are reinstalled and renamed.
+struct ChainIdentity {
+    std::string machine; ///< General::hardwareId()
+    std::string user;    ///< name of the local user
+    std::string profile = "default";
+    bool operator==(const ChainIdentity&) const = default;
+};
+
+} // namespace stowline::backup
+#pragma GCC visibility pop

@@ -1,0 +1,113 @@
+// What is known of each item of a tree: this machine's since its last run, or any run read back.
+#pragma once
+
+#include "stowline/backup/index/StoredItem.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::backup {
+
+/// The index cannot be opened, read or written. Its text is a sentence for people; it names the
+/// file. Never leaves the public operations of the engine.
+class IndexFault;
+
+/// Whose index it is; one that belongs to anybody else is not used.
+struct IndexOwner {
+    std::string service; ///< origin of the service, from the settings
+    std::string username;
+    std::string systemName;
+    std::string machine;
+    std::string user;
+    std::string profile;
+    bool operator==(const IndexOwner&) const = default;
+};
+
+/// The record that an index is at.
+struct IndexPosition {
+    std::uint64_t run = 0; ///< 0: at none
+    std::string digest;    ///< of the record's stored bytes
+    bool operator==(const IndexPosition&) const = default;
+};
+
+/// Items by path in one SQLite file (WAL, mode 0600; docs/formats/index.md). Changes are written in
+/// batches; what a kill loses is only what was not committed. One thread at a time; a second
+/// process that opens the same file for writing waits or is told.
+class ItemIndex {
+public:
+    /// How an existing file was found.
+    enum class State { fresh, continued, ofAnotherOwner, damaged, ofNewerVersion };
+
+    /// Opens or makes the index of an owner. A file that cannot be used (of another owner, damaged,
+    /// of a newer version) is set aside under the same name with ".unusable" and a fresh one made.
+    /// @throws IndexFault when no index can be had there (read-only, full, no such folder)
+    [[nodiscard]] static ItemIndex open(const std::filesystem::path& file, const IndexOwner& owner);
+
+    /// One in a private temporary file that is gone with it, for runs that are read back.
+    [[nodiscard]] static ItemIndex temporary();
+
+    ItemIndex(ItemIndex&&) noexcept;
+    ItemIndex& operator=(ItemIndex&&) noexcept;
+    ~ItemIndex();
+
+    [[nodiscard]] State state() const;
+    [[nodiscard]] IndexPosition position() const;
+    void setPosition(const IndexPosition& position);
+
+    // ---- one item or one folder ----
+
+    [[nodiscard]] std::optional<StoredItem> find(std::string_view path) const;
+
+    /// The items in a folder, by the bytes of their names; not those below its folders.
+    [[nodiscard]] std::vector<StoredItem> itemsIn(std::string_view folder) const;
+
+    /// Puts an item in the place of what was known of its path. @param run that changed it
+    void put(const StoredItem& item, std::uint64_t run);
+
+    /// Notes that an item, with all that is below it, is there no more.
+    void remove(std::string_view path, std::uint64_t run);
+
+    // ---- many ----
+
+    /// Every item at and below a path in walking order (comparePaths); "/" is everything. The
+    /// function returns whether to go on.
+    void forEach(std::string_view below, const std::function<bool(const StoredItem&)>& take) const;
+
+    /// What changed after a run, in walking order: items as they are now, and paths that vanished.
+    struct Change {
+        std::string path;
+        std::optional<StoredItem> item; ///< absent: gone
+    };
+    void forEachChangeSince(std::uint64_t run,
+                            const std::function<bool(const Change&)>& take) const;
+
+    /// Takes everything out, as before the first record.
+    void clear();
+
+    [[nodiscard]] std::uint64_t itemCount() const;
+    [[nodiscard]] std::uint64_t contentBytes() const;
+
+    // ---- versions that the service is asked after ----
+
+    /// Paths of files with content whose versions were asked after the longest ago, at most so
+    /// many.
+    [[nodiscard]] std::vector<std::string> longestUnconfirmed(std::size_t atMost) const;
+    /// Notes that the service has confirmed the version of a path, in a run.
+    void setConfirmed(std::string_view path, std::uint64_t run);
+
+    /// Writes everything so far to disk. Also done by itself after some thousand changes.
+    void commit();
+
+private:
+    struct Tables;
+    explicit ItemIndex(std::unique_ptr<Tables> tables);
+    std::unique_ptr<Tables> tables_;
+};
+
+} // namespace stowline::backup
