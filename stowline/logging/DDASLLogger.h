@@ -23,7 +23,7 @@ public:
     void logMessage(const DDLogMessage& message) override;
 
 private:
-    DDASLLogger() : DDAbstractLogger("cocoa.lumberjack.aslLogger") {}
+    DDASLLogger() : DDAbstractLogger("com.Stowline.logging.aslLogger") {}
 };
 
 } // namespace stowline

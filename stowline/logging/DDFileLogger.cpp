@@ -336,7 +336,7 @@ private:
 
 DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager,
                            FileLoggerClocks clocks)
-    : DDAbstractLogger("cocoa.lumberjack.fileLogger"),
+    : DDAbstractLogger("com.Stowline.logging.fileLogger"),
       state_(std::make_shared<State>(std::move(logFileManager), std::move(clocks)))
 {
     setLogFormatter(std::make_shared<DDLogFileFormatterDefault>());

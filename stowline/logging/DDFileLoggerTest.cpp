@@ -39,7 +39,7 @@ TEST_F(FileLogger, WritesLinesInOrder)
     EXPECT_EQ(everything(), "first\nsecond\nwith line feed\n\n");
     ASSERT_EQ(files().size(), 1U);
     EXPECT_FALSE(files()[0].isArchived());
-    EXPECT_EQ(logger->loggerName(), "cocoa.lumberjack.fileLogger");
+    EXPECT_EQ(logger->loggerName(), "com.Stowline.logging.fileLogger");
 }
 
 TEST_F(FileLogger, TheUsualLineBeginsWithTheLocalTime)

@@ -212,7 +212,7 @@ private:
     bool isMoreOnItsWay_ = false; ///< touched on the logging queue, read by loggers it waits for
     platform::QueueGroup group_;
     platform::Semaphore queueSize_{kMostQueuedMessages};
-    SerialQueue queue_{"cocoa.lumberjack"};
+    SerialQueue queue_{"com.Stowline.logging"};
 };
 
 class DDLog::ClassRegistry {

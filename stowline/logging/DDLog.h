@@ -38,8 +38,9 @@ concept HasLogLevel = requires(std::int32_t level)
     T::ddSetLogLevel(level);
 };
 
-/// Hands messages to the registered loggers on the serial queue "cocoa.lumberjack", each logger on
-/// its own serial queue: all in parallel for one message, and in the order logged for each logger.
+/// Hands messages to the registered loggers on the serial queue "com.Stowline.logging", each logger
+/// on its own serial queue: all in parallel for one message, and in the order logged for each
+/// logger.
 ///
 /// At most 1000 messages wait; then the callers wait, and none is lost. A logger that throws loses
 /// its own line only. A call from inside a logger never waits: it is queued. Loggers are flushed

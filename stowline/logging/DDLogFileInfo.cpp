@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 using platform::consoleLog;
 using platform::formatText;
 
-constexpr const char* kArchivedAttribute = "lumberjack.log.archived";
+constexpr const char* kArchivedAttribute = "Stowline.log.archived";
 constexpr std::string_view kMarkInName = ".archived";
 
 void warnOnce()

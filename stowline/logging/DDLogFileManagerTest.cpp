@@ -212,17 +212,17 @@ TEST_F(LogFiles, AttributesComeAndGo)
 {
     const ConsoleCatcher console;
     DDLogFileInfo info(folder_.write("log-000001.txt", ""));
-    info.addExtendedAttributeWithName("lumberjack.log.archived");
-    EXPECT_TRUE(info.hasExtendedAttributeWithName("lumberjack.log.archived"));
+    info.addExtendedAttributeWithName("Stowline.log.archived");
+    EXPECT_TRUE(info.hasExtendedAttributeWithName("Stowline.log.archived"));
     EXPECT_TRUE(info.isArchived());
-    info.removeExtendedAttributeWithName("lumberjack.log.archived");
+    info.removeExtendedAttributeWithName("Stowline.log.archived");
     EXPECT_FALSE(info.isArchived());
     EXPECT_TRUE(console.lines.empty());
-    info.removeExtendedAttributeWithName("lumberjack.log.archived");
+    info.removeExtendedAttributeWithName("Stowline.log.archived");
     DDLogFileInfo missing(folder_.path() / "missing");
     missing.addExtendedAttributeWithName("a");
     EXPECT_EQ(console.lines, (std::vector<std::string>{
-                                 "DDLogFileInfo: removexattr(lumberjack.log.archived, " +
+                                 "DDLogFileInfo: removexattr(Stowline.log.archived, " +
                                      info.filePath() + "): error = " + std::to_string(ENODATA),
                                  "DDLogFileInfo: setxattr(a, " + missing.filePath() +
                                      "): error = " + std::to_string(ENOENT)}));

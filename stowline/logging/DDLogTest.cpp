@@ -169,7 +169,7 @@ TEST(DDLog, LoggersAreCalledOnTheirOwnQueue)
     logText("x", false);
     EXPECT_EQ(labelled->label, "Labelled");
     EXPECT_EQ(bare->label, "a bare logger");
-    EXPECT_EQ(DDLog::loggingQueue().label(), "cocoa.lumberjack");
+    EXPECT_EQ(DDLog::loggingQueue().label(), "com.Stowline.logging");
 }
 
 TEST(DDLog, TellsLoggersWhenTheyComeAndGo)

@@ -24,7 +24,8 @@ std::shared_ptr<DDTTYLogger> DDTTYLogger::init()
 }
 
 DDTTYLogger::DDTTYLogger()
-    : DDAbstractLogger("cocoa.lumberjack.ttyLogger"), isaTTY_(platform::standardErrorIsTerminal())
+    : DDAbstractLogger("com.Stowline.logging.ttyLogger"),
+      isaTTY_(platform::standardErrorIsTerminal())
 {
     if (!isaTTY_)
         return;

@@ -149,7 +149,8 @@ std::shared_ptr<SQLiteLogger> SQLiteLogger::open(const std::string& path, std::s
 }
 
 SQLiteLogger::SQLiteLogger(std::unique_ptr<Database> database, platform::TimerClock& clock)
-    : DDAbstractDatabaseLogger("stowline.sqliteLogger", clock), database_(std::move(database))
+    : DDAbstractDatabaseLogger("com.Stowline.logging.sqliteLogger", clock),
+      database_(std::move(database))
 {
 }
 

@@ -79,7 +79,7 @@ TEST_F(KeptLog, KeepsEverythingOfAMessage)
     EXPECT_EQ(entry.line, 42);
     EXPECT_GE(entry.timestamp, before);
     EXPECT_FALSE(entry.thread.empty());
-    EXPECT_EQ(entry.queue, "stowline.sqliteLogger");
+    EXPECT_EQ(entry.queue, "com.Stowline.logging.sqliteLogger");
     EXPECT_EQ(std::filesystem::status(path()).permissions(),
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }

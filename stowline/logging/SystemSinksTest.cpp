@@ -80,7 +80,7 @@ TEST(Console, WritesTheWholeLine)
     ::setenv("TZ", "UTC", 1);
     TerminalScreen screen;
     const auto logger = DDTTYLogger::sharedInstance();
-    EXPECT_EQ(logger->loggerName(), "cocoa.lumberjack.ttyLogger");
+    EXPECT_EQ(logger->loggerName(), "com.Stowline.logging.ttyLogger");
     const auto message = messageWith("Upload started.");
     logger->logMessage(message);
     const std::string line = screen.text();
@@ -191,7 +191,7 @@ TEST(SystemLog, ThePriorityFollowsTheLevel)
         GTEST_SKIP() << *reason;
     const LogService service;
     const auto logger = DDASLLogger::sharedInstance();
-    EXPECT_EQ(logger->loggerName(), "cocoa.lumberjack.aslLogger");
+    EXPECT_EQ(logger->loggerName(), "com.Stowline.logging.aslLogger");
     constexpr int userFacility = 8;
     for (const auto& [level, priority] :
          {std::pair{1, 2}, {2, 3}, {3, 4}, {4, 5}, {7, 5}, {0, 5}, {-1, 5}}) {
