@@ -1,0 +1,113 @@
+// The chain of records of one machine, user and profile: found, read, and added to.
+#pragma once
+
+#include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/record/RecordFault.h"
+#include "stowline/backup/record/RecordHead.h"
+#include "stowline/backup/record/RecordPlace.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace stowline::backup {
+
+/// A run as its records' names tell of it.
+struct ListedRun {
+    std::uint64_t run = 0;
+    RecordState state = RecordState::begun; ///< the furthest that it came to
+    std::uint64_t size = 0;                 ///< stored bytes of that record
+    std::uint32_t lastUnfinished = 0;       ///< number of its last unfinished record; 0: none
+};
+
+/// What storing a record came to.
+struct StoredRecord {
+    IndexPosition position; ///< for ItemIndex::setPosition(), when it is a finished one
+    bool isFull = false;
+    std::uint64_t sentBytes = 0;
+};
+
+/// One chain. Every operation may throw RecordFault (and IndexFault where it takes an index). A
+/// kill at any moment leaves the chain readable: a record is there whole or not at all, and nothing
+/// builds on any but a finished one. One thread at a time.
+///
+/// How a run uses it:
+///
+///     auto chain = RecordChain::open(place, identity, workFolder);  // asks the place
+///     if (chain.newestRun() == 0 && !chain.otherChains().empty())   // another identity: --adopt
+///     chain.refuseOlderThan(index.position());                     // rolledBack: status 7
+///     if (index.position().run != chain.newestFinished()) chain.load(chain.newestFinished(),
+///     index) const auto run = chain.begin(description);                   // rows of the index
+///     carry it chain.storeUnfinished(index, figures);                       // at intervals
+///     index.setPosition(chain.storeFinished(index, figures).position);
+class RecordChain {
+public:
+    /// Asks the place what there is.
+    /// @param workFolder where records are put together before they are stored and taken apart
+    ///        after they are fetched: a private folder that must exist
+    [[nodiscard]] static RecordChain open(RecordPlace& place, const ChainIdentity& identity,
+                                          std::filesystem::path workFolder);
+    /// The same by the name of a chain, to read from: another machine's, or an earlier identity's.
+    [[nodiscard]] static RecordChain openNamed(RecordPlace& place, std::string chain,
+                                               std::filesystem::path workFolder);
+
+    [[nodiscard]] const std::string& name() const { return name_; }
+
+    /// The other chains under the same machine name.
+    [[nodiscard]] const std::vector<std::string>& otherChains() const { return otherChains_; }
+
+    /// The runs, the oldest first.
+    [[nodiscard]] std::vector<ListedRun> runs() const;
+
+    /// Highest number of any record and of a finished one; 0: none.
+    [[nodiscard]] std::uint64_t newestRun() const;
+    [[nodiscard]] std::uint64_t newestFinished() const;
+
+    /// Throws rolledBack when this machine has seen a newer finished record than there is.
+    void refuseOlderThan(const IndexPosition& seen) const;
+
+    /// What a run says of itself, from its furthest record. Costs one small request.
+    [[nodiscard]] RecordHead head(std::uint64_t run);
+
+    /// Fills an index with the tree of a run (its finished record, else its last unfinished one),
+    /// after taking out what is in it, and sets its position (to the record that it builds on when
+    /// it is unfinished). Every record on the way is checked against the digest that the next one
+    /// names. What fails leaves the index empty and at no position.
+    /// @return what the run says of itself
+    RecordHead load(std::uint64_t run, ItemIndex& index);
+
+    /// Stores the note that a run begins. @return its number: one above all others
+    std::uint64_t begin(const RunDescription& description);
+
+    /// Counts of a run for its record.
+    struct Figures {
+        std::uint64_t newBytes = 0; ///< of content stored by it
+        Timestamp ended;
+    };
+
+    /// Stores what the index holds as this run's record. Only after begin(). The index must be at
+    /// newestFinished(), and be filled with rows of this run's number; else everything is written
+    /// (a full record). A finished record is the end of the run.
+    StoredRecord storeUnfinished(const ItemIndex& index, const Figures& figures);
+    StoredRecord storeFinished(const ItemIndex& index, const Figures& figures);
+
+private:
+    RecordChain(RecordPlace& place, std::string name, std::filesystem::path workFolder);
+
+    void list();
+    [[nodiscard]] const RecordFile& furthest(std::uint64_t run) const;
+    [[nodiscard]] StoredRecord store(const ItemIndex& index, const RecordName& as,
+                                     const Figures& figures);
+
+    RecordPlace* place_;
+    std::string name_;
+    std::filesystem::path workFolder_;
+    std::vector<std::string> otherChains_;
+    std::map<RecordName, RecordFile> files_;
+    std::optional<RecordHead> running_; ///< after begin()
+};
+
+} // namespace stowline::backup
