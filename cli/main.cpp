@@ -9,6 +9,7 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/NotificationCenter.h"
 #include "stowline/platform/processes/Signals.h"
+#include "stowline/platform/processes/StandardStreams.h"
 #include "stowline/util/General.h"
 
 #include <CLI/CLI.hpp>
@@ -96,6 +97,7 @@ int usageFault(const CLI::App& app, const CLI::ParseError& fault, bool json)
 
 int main(int count, char** words)
 {
+    platform::takeStandardDescriptors();
     platform::keepMemoryPrivate();
     platform::holdTerminationSignals();
     cli::watchForTermination();

@@ -13,6 +13,7 @@
 #include "stowline/logging/LevelFilter.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/processes/Signals.h"
+#include "stowline/platform/processes/StandardStreams.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -42,9 +43,16 @@ struct Options {
     bool verbose = false;
 };
 
+/// A stream that does not take it has nobody to be told to.
+void print(std::FILE* stream, const std::string& line)
+{
+    (void)std::fputs(line.c_str(), stream);
+    (void)std::fflush(stream);
+}
+
 int fail(const std::string& sentence)
 {
-    fmt::print(stderr, "stowline-devserver: {}\n", sentence);
+    print(stderr, "stowline-devserver: " + sentence + "\n");
     return 1;
 }
 
@@ -107,8 +115,7 @@ std::optional<std::string> announce(const Options& options, const devserver::Web
     if (options.portFile &&
         !platform::writeFileAtomically(*options.portFile, std::to_string(port) + "\n"))
         return "The port cannot be written to " + options.portFile->string() + ".";
-    fmt::print("listening {}\n", server.address());
-    std::fflush(stdout);
+    print(stdout, fmt::format("listening {}\n", server.address()));
     return std::nullopt;
 }
 
@@ -169,6 +176,7 @@ int run(const Options& options)
 
 int main(int count, char** words)
 {
+    platform::takeStandardDescriptors();
     platform::holdTerminationSignals();
     Options options;
     CLI::App app("A small backup service for development. It listens on this machine only.",

@@ -80,17 +80,23 @@ std::string jsonOf(std::string_view type, const Fields& fields)
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
+/// Standard error may take nothing (a log on a full disk); then there is nobody to tell.
+void tell(const std::string& line)
+{
+    (void)std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
 } // namespace
 
 void Output::note(std::string_view sentence) const
 {
     if (!quiet_)
-        fmt::print(stderr, "{}\n", platform::withoutControls(sentence));
+        tell(platform::withoutControls(sentence) + "\n");
 }
 
 void Output::complain(std::string_view sentence) const
 {
-    fmt::print(stderr, "stowline: {}\n", platform::withoutControls(sentence));
+    tell("stowline: " + platform::withoutControls(sentence) + "\n");
 }
 
 void Output::item(std::string_view text, std::string_view type, const Fields& fields) const

@@ -9,6 +9,7 @@
 int main(int count, char** words)
 {
     using namespace stowline;
+    platform::takeStandardDescriptors();
     platform::keepMemoryPrivate();
     platform::endWithParent();
     // A parent that is gone is a write that fails, not the end of this process.

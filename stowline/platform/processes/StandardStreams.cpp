@@ -3,10 +3,23 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 namespace stowline::platform {
+
+void takeStandardDescriptors()
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        // The lowest free number is given out, and all below are taken by now. A descriptor that
+        // names a place only (O_PATH) refuses reading and writing; "/" is there in any container.
+        if (::fcntl(descriptor, F_GETFD) == -1 && errno == EBADF &&
+            ::open("/", O_PATH) != descriptor) // NOLINT: children inherit it
+            std::_Exit(EXIT_FAILURE);
+    }
+}
 
 bool writeOnceToStandardOutput(std::string_view bytes)
 {

@@ -6,6 +6,11 @@
 
 namespace stowline::platform {
 
+/// Takes those of the descriptors 0 to 2 that the program was started without, so that nothing that
+/// it opens later gets their numbers and is then taken for standard input, output or error. Reading
+/// and writing them fails as before. First thing in main(), before anything is opened.
+void takeStandardDescriptors();
+
 /// One write call to standard output, begun anew only when a signal came before the first byte.
 /// @return whether it took every byte.
 [[nodiscard]] bool writeOnceToStandardOutput(std::string_view bytes);
