@@ -2,7 +2,6 @@
 #include "cli/backup/FileTree.h"
 #include "cli/backup/Pace.h"
 #include "cli/backup/UploadJournal.h"
-#include "cli/shared/RemoteName.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -64,16 +63,6 @@ TEST(BandwidthLimit, PartsAreHalfASecondsWorth)
     EXPECT_EQ(BandwidthLimit(100000, clock.reader()).partSize(1 << 22), 50000U);
     EXPECT_EQ(BandwidthLimit(10, clock.reader()).partSize(1 << 22), 4096U);
     EXPECT_EQ(BandwidthLimit(10, clock.reader()).partSize(100), 100U);
-}
-
-TEST(RemoteName, OnlyNamesThatXmlCannotCarryAreEncoded)
-{
-    EXPECT_EQ(remotePath("/home/ann/Grüße & more.txt"), "/home/ann/Grüße & more.txt");
-    EXPECT_EQ(remotePath("/a/\x01/b"), "/a/=b64=AQ==/b");
-    EXPECT_EQ(remotePath("/\xff\xfe\xff"), "/=b64=__7_");
-    EXPECT_EQ(remotePath("=b64=x"), "=b64=PWI2ND14");
-    for (const std::string path : {"", "/", "//a", "/a/\xff/b\n", "=b64=", "/x/=b64=AQ=="})
-        EXPECT_EQ(localPath(remotePath(path)), path);
 }
 
 std::vector<std::string> names(const FileTree& tree, const test::TemporaryFolder& folder)

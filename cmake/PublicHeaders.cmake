@@ -38,6 +38,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/values/Format.h
   stowline/platform/values/PropertyList.h
   stowline/platform/values/Value.h
+  stowline/service/RemoteName.h
   stowline/service/SettingsCheck.h
   stowline/service/WebServiceBroker.h
   stowline/service/WebServicesSettings.h

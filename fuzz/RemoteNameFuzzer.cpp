@@ -1,6 +1,6 @@
 // Exercises the names that the service carries: every path comes back, and XML can carry it.
-#include "cli/shared/RemoteName.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/RemoteName.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -9,8 +9,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 {
     using namespace stowline;
     const std::string_view path(reinterpret_cast<const char*>(bytes), size);
-    const std::string remote = cli::remotePath(path);
-    if (cli::localPath(remote) != path || platform::characterXmlCannotCarry(remote))
+    const std::string remote = remotePath(path);
+    if (localPath(remote) != path || platform::characterXmlCannotCarry(remote))
         std::abort();
     return 0;
 }

@@ -1,12 +1,12 @@
 #include "cli/backup/FileUploader.h"
 
 #include "cli/shared/Interruption.h"
-#include "cli/shared/RemoteName.h"
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/http/HttpExchange.h"
 #include "stowline/platform/http/ReadStream.h"
+#include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/Crc32.h"
 #include "stowline/util/General.h"

@@ -1,7 +1,7 @@
 #include "cli/backup/RemoteCatalogue.h"
 
-#include "cli/shared/RemoteName.h"
 #include "cli/shared/RemotePages.h"
+#include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <charconv>

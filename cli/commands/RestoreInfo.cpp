@@ -1,9 +1,9 @@
 // stowline restore-info
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
-#include "cli/shared/RemoteName.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <fmt/format.h>

@@ -1,8 +1,8 @@
 #include "cli/shared/RemoteItem.h"
 
 #include "cli/shared/Output.h"
-#include "cli/shared/RemoteName.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/RemoteName.h"
 
 #include <fmt/format.h>
 

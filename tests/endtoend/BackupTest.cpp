@@ -1,7 +1,7 @@
 // The main job: a folder tree on its way to the service, through every process there is.
 #include "cli/backup/UploadJournal.h"
-#include "cli/shared/RemoteName.h"
 #include "stowline/platform/files/LockFile.h"
+#include "stowline/service/RemoteName.h"
 #include "tests/endtoend/BackedUp.h"
 #include "tests/support/PseudoTerminal.h"
 
@@ -117,7 +117,7 @@ TEST(Backup, NamesOfEveryByteComeBackAsTheyWere)
     EXPECT_EQ(result.status, 0) << result.errors;
     Files stored;
     for (const auto& [name, content] : account.stored())
-        stored.emplace(cli::localPath(name), content);
+        stored.emplace(localPath(name), content);
     EXPECT_EQ(stored, files);
     const auto again = account.backup();
     EXPECT_EQ(field(again, "unchanged"), files.size()) << again.errors;

@@ -1,19 +1,21 @@
-#include "cli/shared/RemoteName.h"
+#include "stowline/service/RemoteName.h"
 
 #include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 
 #include <algorithm>
 
-namespace stowline::cli {
+namespace stowline {
 
 namespace {
 
 constexpr std::string_view kMark = "=b64=";
+constexpr std::string_view kOwn = "=stowline=";
 
 std::string remoteName(std::string_view name)
 {
-    if (!name.starts_with(kMark) && !platform::characterXmlCannotCarry(name))
+    if (!name.starts_with(kMark) && !name.starts_with(kOwn) &&
+        !platform::characterXmlCannotCarry(name))
         return std::string(name);
     std::string text = Base64::base64EncodingWithLineLength(name, 0);
     std::ranges::replace(text, '+', '-');
@@ -54,4 +56,4 @@ std::string localPath(std::string_view remote)
     return eachName(remote, localName);
 }
 
-} // namespace stowline::cli
+} // namespace stowline
