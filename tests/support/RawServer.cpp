@@ -64,16 +64,17 @@ std::string readRequest(int socket)
 
 } // namespace
 
-void RawConnection::send(const std::string& bytes) const
+bool RawConnection::send(const std::string& bytes) const
 {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t count =
             ::send(socket_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
         if (count <= 0)
-            return;
+            return false;
         sent += static_cast<std::size_t>(count);
     }
+    return true;
 }
 
 void RawConnection::holdUntilClosed() const

@@ -13,7 +13,8 @@ namespace stowline::test {
 class RawConnection {
 public:
     explicit RawConnection(int socket) : socket_(socket) {}
-    void send(const std::string& bytes) const;
+    /// @return false when the other side has closed the connection
+    bool send(const std::string& bytes) const;
     /// Waits until the other side closes the connection, or the server stops.
     void holdUntilClosed() const;
     /// Makes the close that follows a reset.

@@ -3,6 +3,7 @@
 #include "stowline/platform/http/HttpRequestRules.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
+#include "stowline/platform/threads/StopRequest.h"
 
 #include <curl/curl.h>
 
@@ -34,6 +35,11 @@ void prepareLibrary()
     (void)prepared;
 }
 
+constexpr std::string_view kStopped = "The request was stopped.";
+
+/// How long to wait at once where a request to stop has no descriptor.
+constexpr std::chrono::milliseconds kLook{50};
+
 constexpr const char* kSystemTrustFolder = "/etc/ssl/certs";
 constexpr std::string_view kSystemTrustBundle = "/etc/ssl/certs/ca-certificates.crt";
 
@@ -64,7 +70,10 @@ public:
     {
         prepareLibrary();
         multi_.reset(curl_multi_init());
-        startHop();
+        if (isStopRequested())
+            fail(HttpFailure::stopped, std::string(kStopped));
+        else
+            startHop();
     }
 
     ~Transfer() { detach(); }
@@ -76,7 +85,7 @@ public:
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
             if (left.count() <= 0)
                 break;
-            curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(left.count()), nullptr);
+            poll(left);
         }
         return ended_;
     }
@@ -86,8 +95,7 @@ public:
         moved_ = false;
         if (work() || moved_)
             return true;
-        int ready = 0; // sockets: also the parts of a header line count as something
-        curl_multi_poll(multi_.get(), nullptr, 0, static_cast<int>(atMost.count()), &ready);
+        const int ready = poll(atMost); // also the parts of a header line count as something
         return work() || moved_ || ready > 0;
     }
 
@@ -111,7 +119,24 @@ private:
                 throw std::bad_alloc();
             collectFinished();
         }
+        if (!ended_ && isStopRequested())
+            fail(HttpFailure::stopped, std::string(kStopped));
         return ended_;
+    }
+
+    [[nodiscard]] bool isStopRequested() const { return stop_ && stop_->isRequested(); }
+
+    /// Waits until there is something to do. @return how many of the exchange's sockets are ready
+    int poll(std::chrono::milliseconds atMost)
+    {
+        curl_waitfd stopped{stop_ ? stop_->descriptor() : -1, CURL_WAIT_POLLIN, 0};
+        const bool canWait = stopped.fd >= 0;
+        if (stop_ && !canWait)
+            atMost = std::min(atMost, kLook);
+        int ready = 0;
+        curl_multi_poll(multi_.get(), &stopped, canWait ? 1 : 0, static_cast<int>(atMost.count()),
+                        &ready);
+        return ready - (canWait && stopped.revents != 0 ? 1 : 0);
     }
 
     void fail(HttpFailure kind, std::string sentence)
@@ -170,6 +195,8 @@ private:
                          request_.version == HttpVersion::http10 ? CURL_HTTP_VERSION_1_0
                                                                  : CURL_HTTP_VERSION_1_1);
         curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+        // A thread that looks up a name is left to end by itself when the exchange is abandoned.
+        curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
         setTrustRoots(handle);
@@ -344,6 +371,8 @@ private:
         startHop();
     }
 
+    const std::optional<StopRequest> stop_ =
+        StopRequest::ofThisThread() ? std::optional(*StopRequest::ofThisThread()) : std::nullopt;
     HttpRequest request_;
     HttpLimits limits_;
     UrlOrigin origin_;

@@ -41,6 +41,7 @@ enum class HttpFailure {
     connection = 3, ///< name, connection, TLS, or an answer that broke off or is no HTTP
     redirect = 4,   ///< one that is not followed
     size = 5,       ///< the answer is larger than allowed
+    stopped = 6,    ///< this thread was asked to stop
 };
 
 /// How an exchange ended: a response, or a sentence that says why there is none.
@@ -59,7 +60,11 @@ struct HttpOutcome {
 /// Proxies come from the environment unless the request names one. An answer of any status is a
 /// response.
 ///
-/// For one thread. Destroying it abandons the request.
+/// Ends as failed soon after the thread that makes and works on it is asked to stop (StopRequest),
+/// whatever the network does; one made after that sends nothing.
+///
+/// For one thread. Destroying it abandons the request, and waits for nothing: a look-up of a name
+/// that is under way ends by itself.
 class HttpExchange {
 public:
     HttpExchange(HttpRequest request, HttpLimits limits);

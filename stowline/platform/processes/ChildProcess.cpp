@@ -1,13 +1,14 @@
 #include "stowline/platform/processes/ChildProcess.h"
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/processes/DescriptorWait.h"
 #include "stowline/platform/processes/Signals.h"
+#include "stowline/platform/threads/StopRequest.h"
 
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -124,39 +125,20 @@ Channel makeSocketPair()
     return {FileDescriptor(ends[0]), liftedAbovePlaces(FileDescriptor(ends[1]))};
 }
 
-int millisecondsUntil(Clock::time_point deadline)
-{
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    return left < 0 ? 0 : static_cast<int>(std::min<long long>(left, 1000LL * 3600));
-}
-
-/// Waits until the descriptor is readable; false when the deadline comes first.
-bool waitReadable(int descriptor, Clock::time_point deadline)
-{
-    for (;;) {
-        pollfd watched{descriptor, POLLIN, 0};
-        const int ready = ::poll(&watched, 1, millisecondsUntil(deadline));
-        if (ready > 0)
-            return true;
-        if (ready == 0 && Clock::now() >= deadline)
-            return false;
-        if (ready < 0 && errno != EINTR)
-            return false;
-    }
-}
-
-/// @return false when the deadline came before the end of the output.
-bool readUntil(const FileDescriptor& pipe, Clock::time_point deadline, std::string& output)
+/// Reads to the end of the output, unless the time is over or a stop is asked for first.
+WaitEnd readToEnd(const FileDescriptor& pipe, Clock::time_point deadline, std::string& output)
 {
     std::array<char, 65536> piece; // NOLINT: filled by read
-    while (waitReadable(pipe.number(), deadline)) {
+    for (;;) {
+        const WaitEnd end = awaitReadable(pipe.number(), deadline);
+        if (end != WaitEnd::ready)
+            return end;
         const ssize_t count = ::read(pipe.number(), piece.data(), piece.size());
         if (count > 0)
             output.append(piece.data(), static_cast<std::size_t>(count));
         else if (count == 0 || errno != EINTR)
-            return true;
+            return WaitEnd::ready;
     }
-    return false;
 }
 
 ChildExit exitOf(int status)
@@ -172,6 +154,19 @@ ChildExit reap(pid_t child)
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
     return exitOf(status);
+}
+
+void noteEnd(WaitEnd end, ChildAnswer& answer)
+{
+    answer.endedByLimit |= end == WaitEnd::timeOver;
+    answer.endedByStop |= end == WaitEnd::stopped;
+}
+
+/// Whether this thread was asked to stop before anything began.
+bool isStopRequested()
+{
+    const StopRequest* stop = StopRequest::ofThisThread();
+    return stop && stop->isRequested();
 }
 
 /// A child that was started. Nothing of it is left after this, however its owner ends: one that
@@ -192,16 +187,18 @@ public:
     [[nodiscard]] bool isStarted() const { return id_ > 0; }
     void end() const { ::kill(id_, SIGKILL); }
 
-    /// Waits for its end until the deadline, then ends it.
-    ChildExit wait(Clock::time_point deadline, bool& endedByLimit)
+    /// Waits for its end until the deadline, or until a stop is asked for, then ends it.
+    ChildExit wait(Clock::time_point deadline, ChildAnswer& answer)
     {
         const pid_t id = std::exchange(id_, -1);
         const FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, id, 0)));
-        if (!watch.isOpen() || !waitReadable(watch.number(), deadline)) {
+        const WaitEnd end =
+            watch.isOpen() ? awaitReadable(watch.number(), deadline) : WaitEnd::timeOver;
+        if (end != WaitEnd::ready) {
             int status = 0;
             if (::waitpid(id, &status, WNOHANG) == id)
                 return exitOf(status);
-            endedByLimit = true;
+            noteEnd(end, answer);
             ::kill(id, SIGKILL);
         }
         return reap(id);
@@ -215,6 +212,8 @@ private:
 
 std::optional<ChildAnswer> runChild(const ChildRun& run)
 {
+    if (isStopRequested())
+        return ChildAnswer{.endedByStop = true};
     const auto deadline = Clock::now() + run.limit;
     const FileDescriptor input = liftedAbovePlaces(anonymousFileHolding(run.input));
     Channel output = makePipe();
@@ -236,21 +235,24 @@ std::optional<ChildAnswer> runChild(const ChildRun& run)
     release.theirs.close();
 
     ChildAnswer answer;
-    if (!readUntil(output.ours, deadline, answer.output)) {
-        answer.endedByLimit = true;
+    const WaitEnd end = readToEnd(output.ours, deadline, answer.output);
+    if (end != WaitEnd::ready) {
+        noteEnd(end, answer);
         child.end();
     } else if (run.releaseBytes) {
         const std::string bytes = run.releaseBytes(answer.output);
         (void)!::send(release.ours.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
     release.ours.close(); // a child that waits for more finds the end
-    answer.exit = child.wait(deadline, answer.endedByLimit);
+    answer.exit = child.wait(deadline, answer);
     return answer;
 }
 
 std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command,
                                          std::chrono::milliseconds limit)
 {
+    if (isStopRequested())
+        return ChildAnswer{.endedByStop = true};
     const auto deadline = Clock::now() + limit;
     Channel output = makePipe();
     if (!output.isOpen() || command.empty())
@@ -264,11 +266,12 @@ std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command
         return std::nullopt;
     output.theirs.close();
     ChildAnswer answer;
-    if (!readUntil(output.ours, deadline, answer.output)) {
-        answer.endedByLimit = true;
+    const WaitEnd end = readToEnd(output.ours, deadline, answer.output);
+    if (end != WaitEnd::ready) {
+        noteEnd(end, answer);
         child.end();
     }
-    answer.exit = child.wait(deadline, answer.endedByLimit);
+    answer.exit = child.wait(deadline, answer);
     return answer;
 }
 

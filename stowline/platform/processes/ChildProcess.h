@@ -28,13 +28,15 @@ struct ChildRun {
 };
 
 struct ChildAnswer {
-    ChildExit exit;
-    std::string output;
+    ChildExit exit = {};
+    std::string output = {};
     bool endedByLimit = false;
+    bool endedByStop = false; ///< this thread was asked to stop (StopRequest); maybe never started
 };
 
 /// Starts the child, reads its standard output to the end, writes the release bytes to its
-/// standard input, waits until it exits and reaps it.
+/// standard input, waits until it exits and reaps it. A child whose time is over, or whose caller
+/// is asked to stop, is ended by SIGKILL; after a request to stop none is started.
 ///
 /// The child inherits standard error, the input file and nothing else; its signal mask is empty and
 /// its dispositions are the defaults. No signal reaches this process when the child dies early.
@@ -44,7 +46,7 @@ struct ChildAnswer {
 [[nodiscard]] std::optional<ChildAnswer> runChild(const ChildRun& run);
 
 /// Runs a program with arguments (no shell), its standard input empty, and hands back what it wrote
-/// to standard output. Standard error is inherited.
+/// to standard output. Standard error is inherited. Limit and stop as above.
 /// @return absent when the program could not be started.
 [[nodiscard]] std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command,
                                                        std::chrono::milliseconds limit);
