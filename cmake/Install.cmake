@@ -6,12 +6,12 @@ include(CMakePackageConfigHelpers)
 include(PublicHeaders)
 
 # The folders of stowline/ that a host program needs, all in one library.
-set(folders platform platform_desktop logging logging_database branding net util store soap call service backup)
+set(folders platform platform_desktop platform_digest logging logging_database branding net util store soap call service backup)
 set(objects)
 foreach(folder IN LISTS folders)
   list(APPEND objects $<TARGET_OBJECTS:stowline_${folder}>)
 endforeach()
-set(modules CURL EXPAT PLIST GIO ICU MOUNT SQLITE ZLIB FMT)
+set(modules CURL EXPAT PLIST GIO ICU MOUNT SQLITE CRYPTO ZLIB FMT)
 list(TRANSFORM modules PREPEND PkgConfig:: OUTPUT_VARIABLE outside)
 
 add_library(stowline_shared SHARED ${objects})

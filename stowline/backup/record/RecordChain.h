@@ -40,7 +40,7 @@ struct StoredRecord {
 ///     if (chain.newestRun() == 0 && !chain.otherChains().empty())   // another identity: --adopt
 ///     chain.refuseOlderThan(index.position());                     // rolledBack: status 7
 ///     if (index.position().run != chain.newestFinished()) chain.load(chain.newestFinished(),
-///     index) const auto run = chain.begin(description);                   // rows of the index
+///     index) const auto run = chain.begin(description, index.position()); // rows of the index
 ///     carry it chain.storeUnfinished(index, figures);                       // at intervals
 ///     index.setPosition(chain.storeFinished(index, figures).position);
 class RecordChain {
@@ -80,7 +80,9 @@ public:
     RecordHead load(std::uint64_t run, ItemIndex& index);
 
     /// Stores the note that a run begins. @return its number: one above all others
-    std::uint64_t begin(const RunDescription& description);
+    /// @param at where the run's index is: at newestFinished(), so that the run's record can be a
+    ///        difference, or at none, and the record will be a full one
+    std::uint64_t begin(const RunDescription& description, const IndexPosition& at);
 
     /// Counts of a run for its record.
     struct Figures {
@@ -88,9 +90,8 @@ public:
         Timestamp ended;
     };
 
-    /// Stores what the index holds as this run's record. Only after begin(). The index must be at
-    /// newestFinished(), and be filled with rows of this run's number; else everything is written
-    /// (a full record). A finished record is the end of the run.
+    /// Stores what the index holds as this run's record. Only after begin(), with the index that
+    /// begin() was told of. A finished record is the end of the run.
     StoredRecord storeUnfinished(const ItemIndex& index, const Figures& figures);
     StoredRecord storeFinished(const ItemIndex& index, const Figures& figures);
 
@@ -98,6 +99,7 @@ private:
     RecordChain(RecordPlace& place, std::string name, std::filesystem::path workFolder);
 
     void list();
+    void put(const RecordName& as, const std::filesystem::path& file, std::uint64_t size);
     [[nodiscard]] const RecordFile& furthest(std::uint64_t run) const;
     [[nodiscard]] StoredRecord store(const ItemIndex& index, const RecordName& as,
                                      const Figures& figures);

@@ -1,0 +1,89 @@
+#include "stowline/backup/record/RecordHead.h"
+
+#include "stowline/util/Base64.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace stowline::backup {
+
+namespace {
+
+constexpr std::size_t kRunDigits = 8;
+constexpr std::size_t kPartDigits = 2;
+
+std::string padded(std::uint64_t number, std::size_t digits)
+{
+    std::string text = std::to_string(number);
+    return std::string(digits - std::min(digits, text.size()), '0') + text;
+}
+
+/// Takes digits off the front of a text. @return absent when there are none such
+std::optional<std::uint64_t> takeNumber(std::string_view& text, std::size_t digits)
+{
+    std::uint64_t number = 0;
+    if (text.size() < digits)
+        return std::nullopt;
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + digits, number);
+    if (fault != std::errc() || end != text.data() + digits || number == 0)
+        return std::nullopt;
+    text.remove_prefix(digits);
+    return number;
+}
+
+std::string chainPart(const std::string& name)
+{
+    const bool isPlain = !name.empty() && std::ranges::all_of(name, [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+               c == '_' || c == '-';
+    });
+    if (isPlain)
+        return name;
+    std::string text = Base64::base64EncodingWithLineLength(name, 0);
+    std::ranges::replace(text, '+', '-');
+    std::ranges::replace(text, '/', '_');
+    return "=b64=" + text;
+}
+
+} // namespace
+
+std::string recordNameText(const RecordName& name)
+{
+    const std::string run = padded(name.run, kRunDigits);
+    switch (name.state) {
+    case RecordState::begun:
+        return run + "-begun";
+    case RecordState::unfinished:
+        return run + "-unfinished-" + padded(name.part, kPartDigits);
+    case RecordState::finished:
+        break;
+    }
+    return run + "-finished";
+}
+
+std::optional<RecordName> parseRecordName(std::string_view text)
+{
+    const auto run = takeNumber(text, kRunDigits);
+    if (!run)
+        return std::nullopt;
+    if (text == "-begun")
+        return RecordName{*run, RecordState::begun, 0};
+    if (text == "-finished")
+        return RecordName{*run, RecordState::finished, 0};
+    constexpr std::string_view unfinished = "-unfinished-";
+    if (!text.starts_with(unfinished))
+        return std::nullopt;
+    text.remove_prefix(unfinished.size());
+    const auto part = takeNumber(text, kPartDigits);
+    if (!part || !text.empty())
+        return std::nullopt;
+    return RecordName{*run, RecordState::unfinished, static_cast<std::uint32_t>(*part)};
+}
+
+std::string chainName(const ChainIdentity& identity)
+{
+    return chainPart(identity.machine) + "." + chainPart(identity.user) + "." +
+           chainPart(identity.profile);
+}
+
+} // namespace stowline::backup
