@@ -1,0 +1,444 @@
+#include "stowline/backup/transfer/FileUploader.h"
+
+#include "stowline/logging/LogMacros.h"
+#include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/Date.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/Crc32.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <new>
+#include <system_error>
+
+namespace stowline::backup {
+
+namespace {
+
+constexpr int kStepsBackTaken = 3; ///< of a service that loses what it held
+constexpr std::size_t kReadingPiece = 1U << 20;
+
+std::uint64_t numberIn(const Dictionary& answer, std::string_view key)
+{
+    const std::string digits = platform::findText(answer, key);
+    std::uint64_t number = 0;
+    (void)std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return number;
+}
+
+Date dateOf(std::int64_t nanoseconds)
+{
+    return Date(std::chrono::floor<Date::duration>(std::chrono::nanoseconds(nanoseconds)));
+}
+
+std::string newGuid()
+{
+    auto guid = platform::randomUuid();
+    if (!guid)
+        throw std::bad_alloc(); // a system without randomness has other needs too
+    return *guid;
+}
+
+} // namespace
+
+Timestamp timestampNow()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto seconds = std::chrono::floor<std::chrono::seconds>(now);
+    return {.seconds = seconds.count(),
+            .nanoseconds = static_cast<std::uint32_t>(
+                std::chrono::duration_cast<std::chrono::nanoseconds>(now - seconds).count())};
+}
+
+std::optional<ContentReading> readContent(const platform::SourceFile& file, const StopRequest& stop)
+{
+    ContentReading reading{.digest = {}, .began = timestampNow()};
+    const auto before = file.state();
+    platform::Sha256 digest;
+    std::vector<char> room(kReadingPiece);
+    for (std::uint64_t at = 0;;) {
+        int error = 0;
+        const auto count =
+            stop.isRequested() ? std::nullopt : file.readAt(at, std::span(room), error);
+        if (!count)
+            return std::nullopt;
+        if (*count == 0)
+            break;
+        digest.update({room.data(), *count});
+        reading.checksum = Crc32::updateCRC32(reading.checksum, room.data(), *count);
+        at += *count;
+    }
+    const auto after = file.state();
+    if (!before || before != after)
+        return std::nullopt;
+    reading.state = *before;
+    reading.digest = digest.hexadecimal();
+    return reading;
+}
+
+UploadOutcome FileUploader::outcome(Kind kind, const std::string& why) const
+{
+    UploadOutcome result;
+    result.kind = kind;
+    result.sentence = why.empty() ? std::string() : subject_.path + " is not stored: " + why;
+    result.wasResumed = wasResumed_;
+    return result;
+}
+
+UploadOutcome FileUploader::outcomeOf(int systemError) const
+{
+    if (systemError == ENOENT)
+        return outcome(Kind::vanished, "it is not there any more.");
+    if (systemError == EINVAL || systemError == ELOOP || systemError == ENOTDIR)
+        return outcome(Kind::vanished, "it is no regular file any more.");
+    return outcome(Kind::failed,
+                   "it cannot be read: " + std::generic_category().message(systemError) + ".");
+}
+
+FileUploader::Failure FileUploader::failureOf(const std::optional<StepFailure>& failure,
+                                              const std::string& whenRefused) const
+{
+    if (!failure)
+        return std::nullopt;
+    switch (failure->end) {
+    case StepEnd::interrupted:
+        return outcome(Kind::interrupted);
+    case StepEnd::refused:
+        return outcome(Kind::refused, whenRefused);
+    case StepEnd::temporary:
+        return outcome(Kind::temporary, failure->reason);
+    case StepEnd::failed:
+        break;
+    }
+    return outcome(Kind::failed, failure->reason);
+}
+
+UploadOutcome FileUploader::upload()
+{
+    int error = 0;
+    const auto file = subject_.open(error);
+    if (!file)
+        return outcomeOf(error);
+    UploadOutcome result = uploadOpened(*file);
+    if (!hasChanged_)
+        return result;
+    context_.journal.remove(context_.owner, subject_.path);
+    return uploadChanging();
+}
+
+UploadOutcome FileUploader::uploadOpened(const platform::SourceFile& file)
+{
+    const auto state = file.state();
+    if (!state)
+        return outcomeOf(EIO);
+    begin(*state);
+    if (Failure failure = sendAll(file, subject_.isJournaled))
+        return *failure;
+    return storedOutcome();
+}
+
+/// Sends a copy of what the file holds at one moment.
+UploadOutcome FileUploader::uploadChanging()
+{
+    int error = 0;
+    const auto file = subject_.open(error);
+    const auto before = file ? file->state() : std::nullopt;
+    if (!before)
+        return outcomeOf(error);
+    const Timestamp began = timestampNow();
+    const auto copy = file->copyAside(
+        context_.spoolFolder, [this] { return !context_.tries.stop().isRequested(); }, error);
+    if (context_.tries.stop().isRequested())
+        return outcome(Kind::interrupted);
+    // Without room for a copy the file itself is sent once more, as it comes.
+    const platform::SourceFile& source = copy ? *copy : *file;
+    const auto size = source.state();
+    if (!size)
+        return outcomeOf(EIO);
+    begin(*before);
+    wasResumed_ = false;
+    entry_.state.size = size->size;
+    readBegan_ = began;
+    hasChanged_ = false;
+    const bool changedInCopying = copy && file->state() != before;
+    Failure failure = sendAll(source, false);
+    if (failure && !hasChanged_)
+        return *failure;
+    if (hasChanged_ && !isRegistered_) {
+        // It cannot be had in one state; what was read is better than nothing.
+        if (entry_.sentBytes < entry_.state.size)
+            return outcome(Kind::temporary, "it keeps changing while it is sent, and there is no "
+                                            "room for a copy of it.");
+        if (Failure refused = registerFile())
+            return *refused;
+    }
+    UploadOutcome result = storedOutcome();
+    result.changedWhileRead = changedInCopying || hasChanged_;
+    hasChanged_ = false;
+    return result;
+}
+
+void FileUploader::begin(const platform::FileState& state)
+{
+    entry_ = {.guid = newGuid(),
+              .owner = context_.owner,
+              .path = subject_.path,
+              .state = state,
+              .sentBytes = 0,
+              .parts = 0,
+              .checksum = 0};
+    digest_ = platform::Sha256();
+    readBegan_ = timestampNow();
+    held_ = 0;
+    isRegistered_ = false;
+    stepsBack_ = 0;
+}
+
+void FileUploader::take(std::string_view bytes)
+{
+    entry_.checksum = Crc32::updateCRC32(entry_.checksum, bytes.data(), bytes.size());
+    digest_.update(bytes);
+    entry_.sentBytes += bytes.size();
+}
+
+UploadOutcome FileUploader::storedOutcome()
+{
+    UploadOutcome result = outcome(Kind::stored);
+    result.content = {.version = version_,
+                      .list = list_,
+                      .digest = digest_.hexadecimal(),
+                      .checksum = entry_.checksum,
+                      .storedSize = entry_.state.size,
+                      .run = context_.run};
+    result.state = entry_.state;
+    result.readBegan = readBegan_;
+    return result;
+}
+
+FileUploader::Failure FileUploader::sendAll(const platform::SourceFile& file, bool isJournaled)
+{
+    if (isJournaled) {
+        if (Failure failure = goOnWithEarlier(file))
+            return failure;
+        if (!context_.journal.write(entry_))
+            return outcome(Kind::failed, "The journal cannot be written. Is the disk full?");
+    }
+    if (Failure failure = sendParts(file, isJournaled))
+        return failure;
+    return registerFile();
+}
+
+/// Takes up what an earlier run began of this very state of the file.
+FileUploader::Failure FileUploader::goOnWithEarlier(const platform::SourceFile& file)
+{
+    const auto earlier = context_.journal.find(context_.owner, subject_.path);
+    if (!earlier || !isSameState(earlier->state, entry_.state) ||
+        earlier->sentBytes > entry_.state.size)
+        return std::nullopt;
+    const std::string fresh = std::exchange(entry_.guid, earlier->guid);
+    if (Failure failure = askWhatIsHeld())
+        return failure;
+    if (Failure failure = readUpTo(file, earlier->sentBytes))
+        return failure;
+    // Writes through a memory map may leave no stamp.
+    if (entry_.checksum != earlier->checksum) {
+        const platform::FileState state = entry_.state;
+        begin(state);
+        entry_.guid = fresh;
+        return std::nullopt;
+    }
+    wasResumed_ = true;
+    entry_.parts = earlier->parts;
+    return readUpTo(file, isRegistered_ ? entry_.state.size : held_);
+}
+
+FileUploader::Failure FileUploader::readPart(const platform::SourceFile& file, std::uint64_t wanted)
+{
+    part_.resize(wanted);
+    int error = 0;
+    const auto count = file.readAt(entry_.sentBytes, part_, error);
+    if (!count)
+        return outcomeOf(error);
+    if (*count < wanted) {
+        hasChanged_ = true;
+        return outcome(Kind::failed);
+    }
+    return std::nullopt;
+}
+
+/// Sets place, checksum and digest to what the service holds.
+FileUploader::Failure FileUploader::readUpTo(const platform::SourceFile& file, std::uint64_t place)
+{
+    if (place < entry_.sentBytes) {
+        entry_.sentBytes = 0;
+        entry_.checksum = 0;
+        digest_ = platform::Sha256();
+    }
+    while (entry_.sentBytes < place) {
+        if (context_.tries.stop().isRequested())
+            return outcome(Kind::interrupted);
+        if (Failure failure =
+                readPart(file, std::min<std::uint64_t>(place - entry_.sentBytes, kReadingPiece)))
+            return failure;
+        take({part_.data(), part_.size()});
+    }
+    return std::nullopt;
+}
+
+FileUploader::Failure FileUploader::sendParts(const platform::SourceFile& file, bool isJournaled)
+{
+    const auto opened = file.state();
+    while (entry_.sentBytes < entry_.state.size && !isRegistered_) {
+        const std::uint64_t wanted = std::min(context_.bandwidth.partSize(context_.partBytes),
+                                              entry_.state.size - entry_.sentBytes);
+        if (Failure failure = readPart(file, wanted))
+            return failure;
+        if (context_.tries.stop().waitFor(context_.bandwidth.reserve(wanted)))
+            return outcome(Kind::interrupted);
+        if (Failure failure = sendPart({part_.data(), part_.size()}))
+            return failure;
+        if (Failure failure = takeConfirmation(file, wanted))
+            return failure;
+        if (isJournaled && entry_.sentBytes < entry_.state.size && !context_.journal.write(entry_))
+            return outcome(Kind::failed, "The journal cannot be written. Is the disk full?");
+        if (isJournaled && file.state() != opened)
+            break;
+    }
+    const auto now = file.state();
+    if (now != opened || (isJournaled && (!now || !isSameState(*now, entry_.state)))) {
+        hasChanged_ = true;
+        return outcome(Kind::failed);
+    }
+    return std::nullopt;
+}
+
+/// Notes that a part has arrived, or goes where the service says that it is.
+FileUploader::Failure FileUploader::takeConfirmation(const platform::SourceFile& file,
+                                                     std::uint64_t sent)
+{
+    if (held_ == entry_.sentBytes + sent) {
+        take({part_.data(), part_.size()});
+        ++entry_.parts;
+        context_.sentBytes += sent;
+        ++context_.sentParts;
+        return std::nullopt;
+    }
+    // A service that keeps losing what it held would otherwise be fed for ever.
+    if (held_ <= entry_.sentBytes && ++stepsBack_ == kStepsBackTaken)
+        return outcome(Kind::refused, "the service loses what it is sent.");
+    return readUpTo(file, held_);
+}
+
+FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
+{
+    const std::string identifier =
+        fmt::format("{};offset={};crc32={:08x}", entry_.guid, entry_.sentBytes,
+                    Crc32::updateCRC32(0, bytes.data(), bytes.size()));
+    std::optional<Dictionary> answer;
+    Failure failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
+        answer = WebServiceBroker::uploadForUser(context_.account.username, bytes, subject_.path,
+                                                 bytes.size(), context_.account.server,
+                                                 context_.serverPath, identifier, &error);
+        return answer.has_value();
+    }),
+                                "the service does not take it. Is there room for it?");
+    if (!failure)
+        return takeAnswer(*answer);
+    STOWLINE_LOG_ERROR("%@", WebServiceBroker::formatUploadErrorFromResponseDictionary(
+                                 answer, identifier, "%@", failure->sentence));
+    return failure;
+}
+
+std::optional<Dictionary> FileUploader::answerAboutFile(ErrorSlot error) const
+{
+    return WebServiceBroker::getServerFileInfoForClientFilename(
+        subject_.path, entry_.guid, context_.account.username, context_.serverPath,
+        context_.account.server, error);
+}
+
+FileUploader::Failure FileUploader::askWhatIsHeld()
+{
+    std::optional<Dictionary> answer;
+    Failure failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
+        answer = answerAboutFile(&error);
+        return answer.has_value();
+    }),
+                                "the service does not say what it holds of it.");
+    return failure ? failure : takeAnswer(*answer);
+}
+
+FileUploader::Failure FileUploader::takeAnswer(const Dictionary& answer)
+{
+    held_ = numberIn(answer, "X-ReceivedBytes");
+    isRegistered_ = platform::findText(answer, "X-Registered") == "true";
+    version_ = platform::findText(answer, "X-VersionID");
+    list_ = platform::findText(answer, "X-ListID");
+    if (held_ > entry_.state.size)
+        return outcome(Kind::refused,
+                       "the service says that it holds more bytes of it than it has.");
+    return std::nullopt;
+}
+
+bool FileUploader::registerOnce(ErrorSlot error) const
+{
+    const Account& account = context_.account;
+    const std::uint64_t size = entry_.state.size;
+    const Date date = dateOf(entry_.state.modifiedNanoseconds);
+    const std::string key = fmt::format("{};crc32={:08x}", entry_.guid, entry_.checksum);
+    if (context_.registration == Registration::protect2)
+        return WebServiceBroker::protect2UploadedFileForUser(
+            account.username, account.password, account.server, subject_.remoteName,
+            subject_.remoteFolder, size, entry_.guid, size, context_.serverPath, date, false,
+            account.systemName, 0, key, false, size, -1, error);
+    return WebServiceBroker::protectUploadedFileForUser(
+        account.username, account.password, account.server, account.systemName,
+        General::volumeNameFromPath(subject_.path).value_or("disk"), subject_.remoteFolder,
+        subject_.remoteName, entry_.guid, key, date, size, context_.serverPath + entry_.guid,
+        error);
+}
+
+/// Registers it, and asks under which numbers it can be had.
+FileUploader::Failure FileUploader::registerFile()
+{
+    if (!isRegistered_) {
+        Failure failure = failureOf(context_.tries.repeat([this](std::optional<Error>& error) {
+            const auto start = std::chrono::steady_clock::now();
+            const bool isDone = registerOnce(&error);
+            const auto took = std::chrono::steady_clock::now() - start;
+            context_.registrationMicroseconds += static_cast<std::uint64_t>(
+                std::chrono::duration_cast<std::chrono::microseconds>(took).count());
+            if (isDone)
+                return true;
+            // An answer may have been lost on its way.
+            const auto answer = answerAboutFile(nullptr);
+            if (!answer || platform::findText(*answer, "X-Registered") != "true")
+                return false;
+            version_ = platform::findText(*answer, "X-VersionID");
+            list_ = platform::findText(*answer, "X-ListID");
+            return true;
+        }),
+                                    "the service does not register it.");
+        if (failure)
+            return failure;
+    }
+    isRegistered_ = true;
+    if (version_.empty() && context_.tellsVersions)
+        (void)context_.tries.once([this](std::optional<Error>& error) {
+            const auto answer = answerAboutFile(&error);
+            if (!answer)
+                return false;
+            version_ = platform::findText(*answer, "X-VersionID");
+            list_ = platform::findText(*answer, "X-ListID");
+            context_.tellsVersions = !version_.empty();
+            return true;
+        });
+    return std::nullopt;
+}
+
+} // namespace stowline::backup

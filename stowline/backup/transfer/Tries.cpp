@@ -1,0 +1,129 @@
+#include "stowline/backup/transfer/Tries.h"
+
+#include "stowline/platform/http/HttpExchange.h"
+#include "stowline/platform/http/ReadStream.h"
+
+#include <algorithm>
+#include <random>
+
+namespace stowline::backup {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+/// Of a try at the end of its step's time; a service that works answers within it.
+constexpr std::chrono::seconds kShortestTry{5};
+constexpr std::chrono::seconds kLongestSingleTry{30};
+/// How soon the end of a try's time, or a request to stop, is noticed.
+constexpr std::chrono::milliseconds kLook{50};
+
+double randomFraction()
+{
+    static thread_local std::minstd_rand generator(std::random_device{}());
+    return std::uniform_real_distribution<double>(0, 1)(generator);
+}
+
+/// Errors that stay the same however often one tries: what cannot be sent, and answers that are
+/// not followed or too large.
+bool isPermanent(const Error& error)
+{
+    if (error.domain == platform::kHttpErrorDomain)
+        return error.code != static_cast<int>(platform::HttpFailure::connection);
+    return error.localizedDescription().starts_with("The value ") ||
+           error.localizedDescription().starts_with("The settings ") ||
+           error.localizedDescription() == "Unable to create network stream";
+}
+
+std::string sentence(std::string text)
+{
+    if (!text.empty() && !text.ends_with('.'))
+        text += '.';
+    return text;
+}
+
+} // namespace
+
+Tries::Tries(Duration budgetPerStep, StopRequest stop)
+    : budget_(budgetPerStep), stop_(std::move(stop)), watcher_([this] { watch(); })
+{
+}
+
+Tries::~Tries()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        isOver_ = true;
+    }
+    ended_.notify_all();
+    watcher_.join();
+}
+
+void Tries::watch()
+{
+    std::unique_lock lock(mutex_);
+    while (!isOver_) {
+        const bool isStopped = stop_.isRequested();
+        const Moment now = steady_clock::now();
+        for (const auto& [deadline, attempt] : running_) {
+            if (isStopped || deadline <= now)
+                attempt.request();
+        }
+        ended_.wait_for(lock, kLook, [this] { return isOver_; });
+    }
+}
+
+bool Tries::tryOnce(const Attempt& attempt, std::optional<Error>& error, Moment deadline)
+{
+    const StopRequest ofThisTry;
+    const StopScope scope(ofThisTry);
+    std::multimap<Moment, StopRequest>::iterator place;
+    {
+        const std::lock_guard lock(mutex_);
+        place = running_.emplace(deadline, ofThisTry);
+    }
+    const bool isDone = attempt(error);
+    const std::lock_guard lock(mutex_);
+    running_.erase(place);
+    return isDone;
+}
+
+bool Tries::once(const Attempt& attempt)
+{
+    std::optional<Error> unimportant;
+    return !stop_.isRequested() &&
+           tryOnce(attempt, unimportant, steady_clock::now() + kLongestSingleTry);
+}
+
+std::optional<StepFailure> Tries::repeat(const Attempt& attempt, int refusalsTaken)
+{
+    Backoff backoff(isServiceDown_ ? Duration::zero() : budget_, steady_clock::now, randomFraction);
+    const Moment end = steady_clock::now() + budget_;
+    for (int refusals = 0;;) {
+        if (stop_.isRequested())
+            return StepFailure{StepEnd::interrupted, {}};
+        std::optional<Error> error;
+        if (tryOnce(attempt, error, std::max(end, steady_clock::now() + kShortestTry))) {
+            isServiceDown_ = false;
+            return std::nullopt;
+        }
+        if (stop_.isRequested())
+            return StepFailure{StepEnd::interrupted, {}};
+        if (error && isPermanent(*error))
+            return StepFailure{StepEnd::failed, sentence(error->localizedDescription())};
+        if (!error && ++refusals >= refusalsTaken)
+            return StepFailure{StepEnd::refused, {}};
+        const auto pause = backoff.next();
+        if (!pause) {
+            isServiceDown_ = true;
+            return StepFailure{
+                StepEnd::temporary,
+                sentence(error ? error->localizedDescription() : "The service said no") +
+                    " It was tried until the time for it was used up."};
+        }
+        if (stop_.waitFor(*pause))
+            return StepFailure{StepEnd::interrupted, {}};
+    }
+}
+
+} // namespace stowline::backup

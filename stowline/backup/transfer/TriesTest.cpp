@@ -1,0 +1,84 @@
+#include "stowline/backup/transfer/Tries.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline::backup {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+/// An attempt that waits as a call does whose answer never ends.
+bool dripping(std::optional<Error>& error)
+{
+    StopRequest::ofThisThread()->waitFor(1h);
+    error = platform::makeError("test", 1, "Time is up");
+    return false;
+}
+
+TEST(Tries, RepeatsUntilItIsDone)
+{
+    Tries tries(60s, StopRequest());
+    int count = 0;
+    EXPECT_FALSE(tries.repeat([&](std::optional<Error>& error) {
+        error = platform::makeError("test", 1, "not yet");
+        return ++count == 2;
+    }));
+    EXPECT_EQ(count, 2);
+}
+
+TEST(Tries, AnAnswerThatDripsEndsWithTheTimeOfItsStep)
+{
+    Tries tries(1s, StopRequest());
+    const auto start = steady_clock::now();
+    const auto failure = tries.repeat(dripping);
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->end, StepEnd::temporary);
+    EXPECT_EQ(failure->reason, "Time is up. It was tried until the time for it was used up.");
+    EXPECT_LT(steady_clock::now() - start, 20s);
+}
+
+TEST(Tries, AStopEndsATryAndAPause)
+{
+    const StopRequest stop;
+    Tries tries(1h, stop);
+    std::jthread later([&] {
+        std::this_thread::sleep_for(100ms); // while the try waits
+        stop.request();
+    });
+    const auto start = steady_clock::now();
+    EXPECT_EQ(tries.repeat(dripping)->end, StepEnd::interrupted);
+    EXPECT_LT(steady_clock::now() - start, 2s);
+    EXPECT_FALSE(tries.once([](auto&) { return true; }));
+}
+
+TEST(Tries, AServiceThatIsDownCostsTheWholeTimeOnce)
+{
+    Tries tries(600ms, StopRequest());
+    int count = 0;
+    const auto fails = [&](std::optional<Error>& error) {
+        ++count;
+        error = platform::makeError("test", 1, "down");
+        return false;
+    };
+    EXPECT_EQ(tries.repeat(fails)->end, StepEnd::temporary);
+    count = 0;
+    EXPECT_EQ(tries.repeat(fails)->end, StepEnd::temporary);
+    EXPECT_EQ(count, 1);
+    EXPECT_FALSE(tries.repeat([](auto&) { return true; }));
+    count = 0;
+    EXPECT_EQ(tries.repeat(fails)->end, StepEnd::temporary);
+    EXPECT_GT(count, 1);
+}
+
+TEST(Tries, ARefusalIsBelievedAfterTheThirdTime)
+{
+    Tries tries(60s, StopRequest());
+    int count = 0;
+    const auto failure = tries.repeat([&](auto&) { return ++count < 0; });
+    EXPECT_EQ(failure->end, StepEnd::refused);
+    EXPECT_EQ(count, 3);
+}
+
+} // namespace
+} // namespace stowline::backup

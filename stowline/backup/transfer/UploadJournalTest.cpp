@@ -1,0 +1,107 @@
+#include "stowline/backup/transfer/UploadJournal.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline::backup {
+namespace {
+
+using platform::SourceFile;
+
+UploadOwner ann()
+{
+    return {.service = "https://a.example",
+            .username = "ann \xff",
+            .systemName = "iMac",
+            .identity = {.machine = "M", .user = "ann", .profile = "default"}};
+}
+
+JournalEntry entryFor(const std::string& path)
+{
+    int error = 0;
+    const auto file = SourceFile::open(SourceFile::kNoFolder, path, error);
+    return {.guid = "G", .owner = ann(), .path = path, .state = file->state().value()};
+}
+
+TEST(UploadJournal, KeepsEntriesOfAnyNameAndSize)
+{
+    const test::TemporaryFolder folder;
+    const UploadJournal journal(folder.path() / "deep" / "uploads");
+    const JournalEntry entry{.guid = "G-1",
+                             .owner = ann(),
+                             .path = "/a/\xff\x01",
+                             .state = {.size = ~std::uint64_t{0},
+                                       .modifiedNanoseconds = -5,
+                                       .changedNanoseconds = 1'234'567'890'123'456'789,
+                                       .inode = 2,
+                                       .device = 77},
+                             .sentBytes = std::uint64_t{1} << 40,
+                             .parts = 3,
+                             .checksum = 0xffffffff};
+    ASSERT_TRUE(journal.write(entry));
+    const auto read = journal.find(ann(), entry.path);
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->guid, "G-1");
+    EXPECT_EQ(read->owner, ann());
+    EXPECT_EQ(read->path, entry.path);
+    EXPECT_TRUE(isSameState(read->state, entry.state));
+    EXPECT_EQ(read->state.device, 0U); // a file system gets another number when it is mounted again
+    EXPECT_EQ(read->sentBytes, entry.sentBytes);
+    EXPECT_EQ(read->checksum, entry.checksum);
+    journal.remove(*read);
+    journal.remove(*read);
+    EXPECT_FALSE(journal.find(ann(), entry.path));
+}
+
+TEST(UploadJournal, NothingCrossesBetweenOwners)
+{
+    const test::TemporaryFolder folder;
+    const UploadJournal journal(folder.path());
+    ASSERT_TRUE(journal.write({.guid = "G", .owner = ann(), .path = "/a"}));
+    const auto other = [](auto change) {
+        UploadOwner owner = ann();
+        change(owner);
+        return owner;
+    };
+    for (const UploadOwner& owner : {other([](auto& of) { of.service = "https://b.example"; }),
+                                     other([](auto& of) { of.username = "bob"; }),
+                                     other([](auto& of) { of.systemName = "other"; }),
+                                     other([](auto& of) { of.identity.machine = "N"; }),
+                                     other([](auto& of) { of.identity.user = "root"; }),
+                                     other([](auto& of) { of.identity.profile = "work"; })})
+        EXPECT_FALSE(journal.find(owner, "/a"));
+    EXPECT_TRUE(journal.find(ann(), "/a"));
+}
+
+TEST(UploadJournal, ANewStateTakesThePlaceOfTheOneBefore)
+{
+    const test::TemporaryFolder folder;
+    const UploadJournal journal(folder.path());
+    ASSERT_TRUE(journal.write({.guid = "old", .owner = ann(), .path = "/a"}));
+    ASSERT_TRUE(journal.write({.guid = "new", .owner = ann(), .path = "/a"}));
+    ASSERT_EQ(journal.entries().size(), 1U);
+    EXPECT_EQ(journal.entries()[0].guid, "new");
+}
+
+TEST(UploadJournal, TakesOutWhatCanNeverBeGoneOnWith)
+{
+    const test::TemporaryFolder folder;
+    const UploadJournal journal(folder.path() / "uploads");
+    const std::string same = folder.write("same", "1");
+    const std::string changed = folder.write("changed", "1");
+    const std::string gone = folder.write("gone", "1");
+    for (const std::string& path : {same, changed, gone})
+        ASSERT_TRUE(journal.write(entryFor(path)));
+    folder.write("changed", "22");
+    std::filesystem::remove(gone);
+    folder.write("uploads/cut.plist", "bplist00");
+    folder.write("uploads/G.plist.left-over", "x");
+    journal.removeOvertaken();
+    const auto entries = journal.entries();
+    ASSERT_EQ(entries.size(), 1U);
+    EXPECT_EQ(entries[0].path, same);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path() / "uploads"), {}), 1);
+}
+
+} // namespace
+} // namespace stowline::backup
