@@ -63,7 +63,8 @@ Finding checkSettingsFile()
         return {"settings", false,
                 fmt::format("{} has {} fault(s); \"stowline settings check\" lists them.",
                             file->string(), faults.size())};
-    return {"settings", true, file->string()};
+    return {"settings", true,
+            file->string() + (configuresRestoring(*bytes) ? "" : "; restoring is not configured")};
 }
 
 /// Without an argument the helper ends with status 255 and says nothing.

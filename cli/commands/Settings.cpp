@@ -41,6 +41,8 @@ ExitStatus check(std::string file)
             ExitStatus::settingsInvalid,
             fmt::format("{} has {} fault{}.", file, faults.size(), faults.size() == 1 ? "" : "s"));
     output().note(file + " is in order.");
+    if (!configuresRestoring(*bytes))
+        output().note("Restoring is not configured.");
     return output().finish(ExitStatus::done);
 }
 

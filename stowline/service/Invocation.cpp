@@ -37,7 +37,8 @@ constexpr std::string_view kUnreachableMessage =
 constexpr std::chrono::seconds kToolLimit{75};
 
 /// Web methods whose answers are secrets of the user and stay out of the log.
-constexpr std::array<std::string_view, 2> kMethodsWithSecretAnswers{"DecryptString", "getenckey"};
+constexpr std::array<std::string_view, 3> kMethodsWithSecretAnswers{"DecryptString", "getenckey",
+                                                                    "GetRestoreTicket"};
 
 void store(ErrorSlot slot, const Error& error)
 {

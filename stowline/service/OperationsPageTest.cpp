@@ -86,6 +86,7 @@ TEST(OperationsPage, NamesEveryOperationOfTheBroker)
                                        "expandTemplates",
                                        "formatUploadErrorFromResponseDictionary",
                                        "uploadErrorWith",
+                                       "isRestoringConfigured",
                                        "clientTimeString"};
     std::set<std::string> declared;
     const std::regex operation(R"(static [\w:<>\s]+?\s(\w+)\()");

@@ -26,6 +26,15 @@ std::string quoted(std::string_view text)
     return "\"" + std::string(text) + "\"";
 }
 
+constexpr std::string_view kTicketMethod = "GetRestoreTicket";
+constexpr std::string_view kPartRequest = "DownloadFilePart";
+
+bool hasEntry(const Dictionary& root, std::string_view table, std::string_view name)
+{
+    const Dictionary* entries = findDictionary(root, table);
+    return entries && find(*entries, name);
+}
+
 class Checker {
 public:
     std::vector<SettingsFault> check(std::string_view bytes)
@@ -86,6 +95,22 @@ private:
             checkWebRequests(*requests);
         if (const Dictionary* templates = table(root, "Templates"))
             checkTemplates(*templates);
+        checkRestoring(root);
+    }
+
+    /// One entry without the other says that something was forgotten.
+    void checkRestoring(const Dictionary& root)
+    {
+        const bool hasTicket = hasEntry(root, "WebServices", kTicketMethod);
+        const bool hasPart = hasEntry(root, "WebRequests", kPartRequest);
+        if (hasTicket && !hasPart)
+            add("WebRequests", "The web request " + quoted(kPartRequest) +
+                                   " is missing, without which the tickets of " +
+                                   quoted(kTicketMethod) + " are good for nothing; add its entry.");
+        if (hasPart && !hasTicket)
+            add("WebServices", "The web method " + quoted(kTicketMethod) +
+                                   " is missing, whose tickets " + quoted(kPartRequest) +
+                                   " needs; add its entry.");
     }
 
     void checkLinks(const Dictionary& links)
@@ -105,7 +130,7 @@ private:
     void checkWebServices(const Dictionary& methods)
     {
         for (const WebMethodNeeds& needs : webMethodCatalogue()) {
-            if (!find(methods, needs.name))
+            if (!needs.isOptional && !find(methods, needs.name))
                 add("WebServices",
                     "The web method " + quoted(needs.name) + " is missing; add its entry.");
         }
@@ -119,7 +144,7 @@ private:
     void checkWebRequests(const Dictionary& requests)
     {
         for (const WebRequestNeeds& needs : webRequestCatalogue()) {
-            if (!find(requests, needs.name))
+            if (!needs.isOptional && !find(requests, needs.name))
                 add("WebRequests",
                     "The web request " + quoted(needs.name) + " is missing; add its entry.");
         }
@@ -345,6 +370,14 @@ private:
 std::vector<SettingsFault> checkSettings(std::string_view bytes)
 {
     return Checker().check(bytes);
+}
+
+bool configuresRestoring(std::string_view bytes)
+{
+    const auto reading = platform::readPropertyList(bytes);
+    const Dictionary* root = reading.value ? reading.value->dictionary() : nullptr;
+    return root && hasEntry(*root, "WebServices", kTicketMethod) &&
+           hasEntry(*root, "WebRequests", kPartRequest);
 }
 
 } // namespace stowline

@@ -21,5 +21,9 @@ struct SettingsFault {
 /// Reentrant.
 [[nodiscard]] std::vector<SettingsFault> checkSettings(std::string_view bytes);
 
+/// Whether a settings file says how content is got back: it has both "GetRestoreTicket" and
+/// "DownloadFilePart". A file with neither is in order all the same. Reentrant.
+[[nodiscard]] bool configuresRestoring(std::string_view bytes);
+
 } // namespace stowline
 #pragma GCC visibility pop

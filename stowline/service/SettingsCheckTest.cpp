@@ -48,6 +48,45 @@ TEST(SettingsCheck, ThePagesExampleLacksOtherEntriesAndNothingElse)
         EXPECT_TRUE(fault.sentence.ends_with("is missing; add its entry.")) << fault.sentence;
 }
 
+/// The shipped settings without an entry.
+std::string without(const std::string& name)
+{
+    const std::string text = shipped();
+    const auto start = text.find("\t\t<key>" + name + "</key>");
+    const std::string end = "\n\t\t</dict>\n";
+    return text.substr(0, start) + text.substr(text.find(end, start) + end.size());
+}
+
+TEST(SettingsCheck, RestoringMayBeMissingButNotHalf)
+{
+    EXPECT_TRUE(configuresRestoring(shipped()));
+    std::string text = without("GetRestoreTicket");
+    EXPECT_FALSE(configuresRestoring(text));
+    EXPECT_NE(report(text).find("The web method \"GetRestoreTicket\" is missing, whose tickets"),
+              std::string::npos);
+    const std::string half = without("DownloadFilePart");
+    EXPECT_FALSE(configuresRestoring(half));
+    EXPECT_NE(report(half).find("The web request \"DownloadFilePart\" is missing, without which"),
+              std::string::npos);
+    const auto start = text.find("\t\t<key>DownloadFilePart</key>");
+    const std::string end = "\n\t\t</dict>\n";
+    text = text.substr(0, start) + text.substr(text.find(end, start) + end.size());
+    EXPECT_EQ(report(text), "");
+    EXPECT_FALSE(configuresRestoring(text));
+    EXPECT_FALSE(configuresRestoring("no property list"));
+}
+
+TEST(SettingsCheck, RestoringThatIsConfiguredIsLookedOver)
+{
+    EXPECT_NE(
+        report(changed("<string>X-Checksum</string>", "<string>X-Sum</string>", "WebRequests"))
+            .find("The header \"X-Checksum\" is read by this request"),
+        std::string::npos);
+    EXPECT_NE(report(changed("&lt;&lt;VERSIONID&gt;&gt;", "17", "WebRequests"))
+                  .find("No template uses <<VERSIONID>>"),
+              std::string::npos);
+}
+
 TEST(SettingsCheck, TellsWhatCannotBeRead)
 {
     EXPECT_EQ(report("<plist>\n<dict>\n<key>a</key>\n</dict></plist>"),

@@ -103,16 +103,16 @@ try {
     return std::nullopt;
 }
 
-std::optional<Dictionary>
-WebServiceBroker::uploadForUser(std::string_view username, std::string_view data,
-                                std::string_view filePathname, std::uint64_t partSizeBytes,
-                                std::string_view toBackupServer, std::string_view serverUploadPath,
-                                std::string_view idForServerLogs, ErrorSlot error)
+std::optional<Dictionary> WebServiceBroker::uploadForUser(
+    std::string_view username, std::string_view data, std::string_view filePathname,
+    std::uint64_t partSizeBytes, std::string_view toBackupServer, std::string_view serverUploadPath,
+    std::string_view idForServerLogs, ErrorSlot error, std::string_view ticket)
 try {
     if (error)
         error->reset();
     SubstitutionMap values =
         headerValues(filePathname, idForServerLogs, username, serverUploadPath);
+    values.emplace("<<TICKET>>", ticket);
     values.emplace("<<PORTIONSIZE>>", platform::formatText("%qu", partSizeBytes));
     StepAnswer answer = send(kUploadPart, toBackupServer, values, data, error);
     if (!answer.headers)

@@ -65,6 +65,7 @@ std::span<const WebMethodNeeds> webMethodCatalogue()
           "<<LNGFILESIZEINBYTESFROMCLIENT>>", "<<LNGBASELINEPKFORTHISDELTA>>"},
          1,
          isNeeded},
+        {"GetRestoreTicket", {"<<USERNAME>>", "<<PASSWORD>>"}, 1, isNeeded, true},
         {"GetSettings", {"<<USERNAME>>", "<<AUTHTOKEN>>", "<<SYSTEMNAME>>"}, 0, isNeeded},
         {"SendBackupSummaryReport",
          {"<<USERNAME>>", "<<PASSWORD>>", "<<REPORTDATE>>", "<<ACCOUNTUSERNAME>>",
@@ -94,6 +95,11 @@ std::span<const WebRequestNeeds> webRequestCatalogue()
           "<<PORTIONSIZE>>"},
          1,
          {"Status"}},
+        {"DownloadFilePart",
+         {"<<BASE64USERNAME>>", "<<TICKET>>", "<<VERSIONID>>", "<<OFFSET>>", "<<LENGTH>>"},
+         1,
+         {"Status", "X-Reason", "X-Checksum", "X-VersionSize", "X-Digest"},
+         true},
     };
     return requests;
 }

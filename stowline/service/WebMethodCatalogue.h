@@ -17,6 +17,7 @@ struct WebMethodNeeds {
     std::vector<std::string_view> placeholders; ///< those that the broker fills
     std::size_t urlArguments = 0;               ///< how many "%@" its "URL" has
     ResultPath resultPath = ResultPath::mustBeAbsent;
+    bool isOptional = false; ///< the settings may lack it
 };
 
 /// What the settings must say about a plain HTTP request.
@@ -25,6 +26,7 @@ struct WebRequestNeeds {
     std::vector<std::string_view> placeholders;
     std::size_t urlArguments = 0;
     std::vector<std::string_view> responseHeaders; ///< those that the broker reads
+    bool isOptional = false;
 };
 
 /// What the settings must say about a posted template.

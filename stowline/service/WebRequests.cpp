@@ -17,6 +17,13 @@ using platform::HttpResponseMessage;
 
 constexpr double kDefaultTimeoutSeconds = 60.0;
 
+/// A request that carries a ticket goes to the server that gave it and to no other.
+bool carriesTicket(const SubstitutionMap& substitutions)
+{
+    const auto ticket = substitutions.find("<<TICKET>>");
+    return ticket != substitutions.end() && !ticket->second.text().empty();
+}
+
 /// The header list and its templates side by side, or what is wrong with them.
 struct HeaderTemplates {
     std::vector<std::string> names;
@@ -112,6 +119,7 @@ try {
         .version = version && *version == "1.0" ? platform::HttpVersion::http10
                                                 : platform::HttpVersion::http11,
         .bodyStaysAtOrigin = true,
+        .staysAtOrigin = carriesTicket(httpHeaderSubstitutions),
     };
     std::optional<Error> wrong;
     std::optional<HttpResponseMessage> response;

@@ -4,6 +4,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/platform/values/Error.h"
 #include "stowline/platform/values/Format.h"
+#include "stowline/service/FilePart.h"
 #include "stowline/soap/TemplateExpansion.h"
 
 #include <cstdint>
@@ -20,6 +21,11 @@ namespace stowline {
 inline constexpr std::string_view kServiceErrorDomain = "com.Stowline.Application";
 inline constexpr int kServiceErrorCode = 250;
 inline constexpr int kFaultErrorCode = 200;
+
+/// Said where content is asked for and the settings do not tell how.
+inline constexpr std::string_view kRestoringNotConfiguredMessage =
+    "Restoring is not configured: the settings have no \"GetRestoreTicket\" or no "
+    "\"DownloadFilePart\". Please ask your provider for settings that do.";
 
 /// Static operations only; all may be called from any number of threads at once. Those that call a
 /// web method block for one SOAP call (at most about 60 seconds and the start of a process), so
@@ -262,11 +268,13 @@ public:
     /// @param data the part, sent from where it lies
     /// @param error cleared first; stored when the request failed, not when the server says no
     /// @return as above
+    /// @param ticket an addition of this project: fills "<<TICKET>>" for services that want one
+    ///        (RestoreTicket); not logged, and not taken to another server by a redirect
     [[nodiscard]] static std::optional<Dictionary>
     uploadForUser(std::string_view username, std::string_view data, std::string_view filePathname,
                   std::uint64_t partSizeBytes, std::string_view toBackupServer,
                   std::string_view serverUploadPath, std::string_view idForServerLogs,
-                  ErrorSlot error);
+                  ErrorSlot error, std::string_view ticket = {});
 
     /// Registers an uploaded file: web method "ProtectFile". The folder is sent in backslash
     /// notation, led by two backslashes and the volume.
@@ -307,6 +315,38 @@ public:
 
     /// A moment in universal time as "2014-03-07 09:05:00".
     [[nodiscard]] static std::string clientTimeString(Date date);
+
+    // ---- Getting content back (Recovery.cpp) ----
+    //
+    // Additions of this project to the service's operations; a provider's settings may lack them.
+    // A signed-in call gives out a ticket, and plain requests with the ticket read parts of stored
+    // versions. The ticket is not logged, and a redirect takes it to no other server. Nothing is
+    // kept between calls, nothing is repeated here.
+
+    /// Whether the settings have what the two operations below need.
+    [[nodiscard]] static bool isRestoringConfigured();
+
+    /// Asks for a ticket: web method "GetRestoreTicket". Safe to repeat; each ticket is another.
+    /// @param error see invokeSOAPMethodWithName() (a wrong password is a fault, code 200); code
+    /// 250
+    ///        when restoring is not configured or the answer holds no ticket
+    /// @return absent when the call failed, the service refused or gave no ticket.
+    [[nodiscard]] static std::optional<RestoreTicket>
+    restoreTicketForUsername(std::string_view username, std::string_view password,
+                             std::string_view backupServer, ErrorSlot error);
+
+    /// Reads a part of a stored version: web request "DownloadFilePart". Safe to repeat.
+    /// @param versionId as the answers to parts and to questions give it
+    /// @param offset of the part's first byte; the version's size gives a part without bytes
+    /// @param length bytes wanted; fewer come only at the version's end. At most some 60 MiB, since
+    ///        an answer has its limit
+    /// @param error cleared first; stored when the outcome is `failed` or `notConfigured`
+    /// @return the part with its outcome; bytes that are not what their sender's checksum says are
+    ///         never handed out.
+    [[nodiscard]] static FilePart
+    filePartForUsername(std::string_view username, std::string_view ticket,
+                        std::string_view versionId, std::uint64_t offset, std::uint64_t length,
+                        std::string_view backupServer, ErrorSlot error);
 
     // ---- Plain HTTP requests (WebRequests.cpp) ----
 

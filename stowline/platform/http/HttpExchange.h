@@ -25,6 +25,7 @@ struct HttpRequest {
     std::string_view body; ///< must outlive the exchange; not copied
     HttpVersion version = HttpVersion::http11;
     bool bodyStaysAtOrigin = false; ///< a redirect that would take the body elsewhere is a failure
+    bool staysAtOrigin = false;     ///< so is any that leads elsewhere
     std::string proxy = {};         ///< as "http://host:port"; empty: what the environment says
 };
 

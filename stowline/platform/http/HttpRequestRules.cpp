@@ -60,6 +60,9 @@ std::optional<std::string> redirectFault(const HttpRequest& request, const UrlOr
     if (!target || (from.scheme == "https" && target->scheme != "https"))
         return "The server at " + from.host + " redirects to \"" + location +
                "\", which is not followed.";
+    if (request.staysAtOrigin && *target != from)
+        return "The server at " + from.host + " redirects to another server, \"" + target->host +
+               "\", where this request is not sent.";
     if (redirect == Redirect::repeated && request.bodyStaysAtOrigin && !request.body.empty() &&
         *target != from)
         return "The server at " + from.host + " redirects the data to \"" + location +

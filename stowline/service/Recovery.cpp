@@ -1,0 +1,162 @@
+// Reading stored content part by part, with a ticket.
+#include "stowline/logging/LogMacros.h"
+#include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/service/FilledUrl.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+#include "stowline/util/Base64.h"
+#include "stowline/util/Crc32.h"
+#include "stowline/util/StringMethods.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace stowline {
+
+namespace {
+
+constexpr std::string_view kGetTicket = "GetRestoreTicket";
+constexpr std::string_view kDownloadPart = "DownloadFilePart";
+
+struct NamedOutcome {
+    std::string_view reason;
+    FilePartOutcome outcome;
+};
+/// What a "no" means, by the code in "X-Reason".
+constexpr std::array<NamedOutcome, 5> kRefusals{{
+    {"TicketRefused", FilePartOutcome::ticketRefused},
+    {"NoSuchVersion", FilePartOutcome::noSuchVersion},
+    {"ContentMissing", FilePartOutcome::contentMissing},
+    {"ContentDamaged", FilePartOutcome::contentDamaged},
+    {"OutOfRange", FilePartOutcome::outOfRange},
+}};
+
+FilePartOutcome outcomeOf(std::string_view reason)
+{
+    const auto known = std::ranges::find(kRefusals, reason, &NamedOutcome::reason);
+    return known == kRefusals.end() ? FilePartOutcome::refused : known->outcome;
+}
+
+/// A header's value that is a number and nothing else.
+template <class Number>
+std::optional<Number> numberIn(const Dictionary& headers, std::string_view name, int base)
+{
+    const std::string* digits = findString(headers, name);
+    Number number = 0;
+    if (!digits || digits->empty())
+        return std::nullopt;
+    const char* end = digits->data() + digits->size();
+    const auto read = std::from_chars(digits->data(), end, number, base);
+    return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
+}
+
+void store(ErrorSlot slot, const std::string& sentence)
+{
+    if (slot)
+        *slot = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence);
+}
+
+/// Reads what came with a part that the service says it hands out.
+FilePart partFrom(const Dictionary& headers, Data bytes, std::uint64_t offset, std::uint64_t length)
+{
+    const auto checksum = numberIn<std::uint32_t>(headers, "X-Checksum", 16);
+    const auto size = numberIn<std::uint64_t>(headers, "X-VersionSize", 10);
+    const bool fits = checksum && size && offset <= *size &&
+                      bytes.size() == std::min(length, *size - offset) &&
+                      Crc32::TW_crc32(bytes) == *checksum;
+    if (!fits)
+        return {.outcome = FilePartOutcome::garbled};
+    const std::string* digest = findString(headers, "X-Digest");
+    return {.outcome = FilePartOutcome::read,
+            .bytes = std::move(bytes),
+            .checksum = *checksum,
+            .versionSize = *size,
+            .versionDigest = digest ? *digest : ""};
+}
+
+FilePart partFrom(const std::optional<Dictionary>& headers, Data bytes, std::uint64_t offset,
+                  std::uint64_t length, ErrorSlot error)
+{
+    const std::string* status = headers ? findString(*headers, "Status") : nullptr;
+    if (!status) {
+        store(error, "The answer of the backup server is no part of a file.");
+        return {};
+    }
+    if (StringMethods::TW_parseBool(*status))
+        return partFrom(*headers, std::move(bytes), offset, length);
+    const std::string* reason = findString(*headers, "X-Reason");
+    return {.outcome = outcomeOf(reason ? *reason : ""), .reason = reason ? *reason : ""};
+}
+
+} // namespace
+
+bool WebServiceBroker::isRestoringConfigured()
+{
+    return WebServicesSettings::webMethodInfo(kGetTicket) &&
+           WebServicesSettings::webRequestInfo(kDownloadPart);
+}
+
+std::optional<RestoreTicket>
+WebServiceBroker::restoreTicketForUsername(std::string_view username, std::string_view password,
+                                           std::string_view backupServer, ErrorSlot error)
+try {
+    if (!isRestoringConfigured()) {
+        store(error, std::string(kRestoringNotConfiguredMessage));
+        return std::nullopt;
+    }
+    const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
+    const auto result = invokeSOAPMethodWithName(kGetTicket, {}, params, error, "", {backupServer});
+    const Dictionary* answer = result ? result->dictionary() : nullptr;
+    const std::string* text = answer ? findString(*answer, "Ticket") : nullptr;
+    const auto seconds = answer ? numberIn<std::int64_t>(*answer, "SecondsToLive", 10)
+                                : std::optional<std::int64_t>();
+    if (!result)
+        return std::nullopt;
+    if (!text || !platform::isToken(*text) || seconds.value_or(0) <= 0) {
+        store(error, "The backup server gave no ticket for restoring.");
+        return std::nullopt;
+    }
+    return RestoreTicket{*text, *seconds};
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return std::nullopt;
+}
+
+FilePart WebServiceBroker::filePartForUsername(std::string_view username, std::string_view ticket,
+                                               std::string_view versionId, std::uint64_t offset,
+                                               std::uint64_t length, std::string_view backupServer,
+                                               ErrorSlot error)
+try {
+    if (error)
+        error->reset();
+    const auto entry = WebServicesSettings::webRequestInfo(kDownloadPart);
+    if (!entry) {
+        store(error, std::string(kRestoringNotConfiguredMessage));
+        return {.outcome = FilePartOutcome::notConfigured};
+    }
+    const SubstitutionMap values{
+        {"<<BASE64USERNAME>>", Base64::base64EncodingWithLineLength(username, 0)},
+        {"<<TICKET>>", ticket},
+        {"<<VERSIONID>>", versionId},
+        {"<<OFFSET>>", offset},
+        {"<<LENGTH>>", length}};
+    const std::array<platform::FormatArgument, 1> server{backupServer};
+    std::optional<Dictionary> headers;
+    auto body = sendWebRequestWithURL(filledUrl(*entry, server), kDownloadPart, values,
+                                      std::nullopt, &headers, error);
+    if (!body)
+        return {};
+    FilePart part = partFrom(headers, std::move(*body), offset, length, error);
+    if (part.outcome != FilePartOutcome::read)
+        STOWLINE_LOG_ERROR("Version %@ cannot be read at %qu: %@", versionId, offset,
+                           part.reason.empty() ? "the answer is not as it must be"
+                                               : messageFromCode(part.reason));
+    return part;
+} catch (const std::bad_alloc&) {
+    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
+    return {};
+}
+
+} // namespace stowline
