@@ -1,6 +1,7 @@
 // What is known of each item of a tree: this machine's since its last run, or any run read back.
 #pragma once
 
+#include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/index/StoredItem.h"
 
 #include <cstdint>
@@ -13,10 +14,6 @@
 #include <vector>
 
 namespace stowline::backup {
-
-/// The index cannot be opened, read or written. Its text is a sentence for people; it names the
-/// file. Never leaves the public operations of the engine.
-class IndexFault;
 
 /// Whose index it is; one that belongs to anybody else is not used.
 struct IndexOwner {
@@ -38,7 +35,10 @@ struct IndexPosition {
 
 /// Items by path in one SQLite file (WAL, mode 0600; docs/formats/index.md). Changes are written in
 /// batches; what a kill loses is only what was not committed. One thread at a time; a second
-/// process that opens the same file for writing waits or is told.
+/// process that opens the same file for writing waits, and is told after five seconds.
+///
+/// Every operation throws IndexFault when the database refuses; what was not committed may then be
+/// lost, and the index still answers from what was.
 class ItemIndex {
 public:
     /// How an existing file was found.
@@ -64,48 +64,67 @@ public:
 
     [[nodiscard]] std::optional<StoredItem> find(std::string_view path) const;
 
-    /// The items in a folder, by the bytes of their names; not those below its folders.
+    /// The items in a folder, by the bytes of their names; not those below its folders. The root
+    /// folder itself is the only item of the folder "".
     [[nodiscard]] std::vector<StoredItem> itemsIn(std::string_view folder) const;
 
-    /// Puts an item in the place of what was known of its path. @param run that changed it
+    /// The same in pages, for folders of any size: the items behind a name (empty: from the first),
+    /// at most so many. Fewer than that: these were the last.
+    [[nodiscard]] std::vector<StoredItem> itemsIn(std::string_view folder, std::string_view after,
+                                                  std::size_t atMost) const;
+
+    /// Puts an item in the place of what was known of its path. Where that was a folder and the
+    /// item is none, what was below it is noted as gone.
+    /// @param run that changed it
     void put(const StoredItem& item, std::uint64_t run);
 
-    /// Notes that an item, with all that is below it, is there no more.
+    /// Notes that an item, with all that is below it, is there no more. What was never known, or is
+    /// known to be gone, stays as it is.
     void remove(std::string_view path, std::uint64_t run);
 
     // ---- many ----
 
     /// Every item at and below a path in walking order (comparePaths); "/" is everything. The
-    /// function returns whether to go on.
+    /// function returns whether to go on; it may change the index, and meets its changes to what
+    /// lies further on, or not.
     void forEach(std::string_view below, const std::function<bool(const StoredItem&)>& take) const;
 
     /// What changed after a run, in walking order: items as they are now, and paths that vanished.
     struct Change {
         std::string path;
-        std::optional<StoredItem> item; ///< absent: gone
+        std::optional<StoredItem> item; ///< absent: gone, with what was below it
     };
     void forEachChangeSince(std::uint64_t run,
                             const std::function<bool(const Change&)>& take) const;
 
-    /// Takes everything out, as before the first record.
+    /// Drops the notes of what vanished in a run or before: nobody will ask for changes since an
+    /// earlier one any more.
+    void forgetVanished(std::uint64_t upToRun);
+
+    /// Takes everything out, as before the first record, and the position with it.
     void clear();
 
+    /// Both are counted anew, in time that grows with the items. Bytes: the sizes of the files that
+    /// have content, as they are on disk.
     [[nodiscard]] std::uint64_t itemCount() const;
     [[nodiscard]] std::uint64_t contentBytes() const;
 
     // ---- versions that the service is asked after ----
 
     /// Paths of files with content whose versions were asked after the longest ago, at most so
-    /// many.
+    /// many, the longest ago first. A new version counts as confirmed in the run that stored it.
     [[nodiscard]] std::vector<std::string> longestUnconfirmed(std::size_t atMost) const;
-    /// Notes that the service has confirmed the version of a path, in a run.
+    /// Notes that the service has confirmed the version of a path, in a run. No change of the item.
     void setConfirmed(std::string_view path, std::uint64_t run);
 
-    /// Writes everything so far to disk. Also done by itself after some thousand changes.
+    /// Writes everything so far to disk, for others to see. Also done by itself: by the change that
+    /// makes some thousand, or that finds the first one older than a second; and at the end of the
+    /// object, where a failure is lost. Who is about to wait for long commits first.
     void commit();
 
+    struct Tables; ///< for its own files only
+
 private:
-    struct Tables;
     explicit ItemIndex(std::unique_ptr<Tables> tables);
     std::unique_ptr<Tables> tables_;
 };

@@ -60,7 +60,8 @@ bool meansNotSupported(int systemError)
 
 FileFault::FileFault(const char* deed, const fs::path& path, int systemError)
     : std::runtime_error(std::string(deed) + " " + path.string() + ": " +
-                         std::generic_category().message(systemError))
+                         std::generic_category().message(systemError)),
+      systemError_(systemError)
 {
 }
 

@@ -22,6 +22,12 @@ public:
 
     /// "<deed> <path>: <the system's reason>"
     FileFault(const char* deed, const std::filesystem::path& path, int systemError);
+
+    /// The system's error number; 0 when it was not the system that refused.
+    [[nodiscard]] int systemError() const { return systemError_; }
+
+private:
+    int systemError_ = 0;
 };
 
 /// One open regular file. Not for several threads at once. Operations throw FileFault.

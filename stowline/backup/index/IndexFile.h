@@ -1,0 +1,29 @@
+// The file of an index: made, recognised, set aside.
+#pragma once
+
+#include "stowline/backup/index/ItemIndex.h"
+
+#include <SQLiteCpp/Database.h>
+
+#include <filesystem>
+#include <memory>
+
+namespace stowline::backup {
+
+/// An open database with the tables of an index.
+struct IndexFile {
+    std::filesystem::path path; ///< empty: of a temporary one
+    std::unique_ptr<SQLite::Database> database;
+    ItemIndex::State state = ItemIndex::State::fresh;
+};
+
+/// As ItemIndex::open(). @throws IndexFault
+[[nodiscard]] IndexFile openIndexFile(const std::filesystem::path& path, const IndexOwner& owner);
+
+/// A database in a temporary file that the system takes away. @throws IndexFault
+[[nodiscard]] IndexFile temporaryIndexFile();
+
+/// What the database said last, as a fault that names the file.
+[[nodiscard]] IndexFault faultOf(const IndexFile& file, const SQLite::Exception& fault);
+
+} // namespace stowline::backup
