@@ -1,0 +1,55 @@
+"""Which test programs and suites are meant by names: a folder (service, platform/values), a source
+(Base64Test, WebRequests.cpp) or a suite (Base64Decode). Prints the targets on one line and a regular
+expression for ctest on the next; ends with 1 and a sentence when a name means nothing.
+"""
+
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+SUITE = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\((\w+)\s*,", re.MULTILINE)
+
+
+def target_of(source):
+    """The test program that a source belongs to: named where a CMakeLists.txt above it lists it."""
+    for folder in source.parents:
+        lists = folder / "CMakeLists.txt"
+        if lists.is_file():
+            relative = re.escape(source.relative_to(folder).as_posix())
+            for name, body in re.findall(r"stowline_test\((\w+)\s+([^)]*)\)", lists.read_text()):
+                if re.search(rf"(?:^|\s){relative}(?:\s|$)", body):
+                    return name
+        if folder == ROOT:
+            return None
+    return None
+
+
+def meant_by(name, sources):
+    wanted = name.strip("/").removesuffix(".cpp").removesuffix(".h").removesuffix("Test")
+    found = [source for source in sources
+             if f"/{wanted}/" in f"/{source.relative_to(ROOT).as_posix()}"
+             or f"/{source.relative_to(ROOT).as_posix()}".endswith(f"/{wanted}Test.cpp")]
+    if found:
+        return {source: SUITE.findall(source.read_text()) for source in found}
+    return {source: [wanted] for source in sources if wanted in SUITE.findall(source.read_text())}
+
+
+def main(names):
+    sources = [source for top in ("stowline", "cli", "devserver", "tests")
+               for source in sorted((ROOT / top).rglob("*Test.cpp"))]
+    targets, suites = set(), set()
+    for name in names:
+        meant = {source: found for source, found in meant_by(name, sources).items()
+                 if target_of(source)}
+        if not meant:
+            print(f'"{name}" is not a folder with tests, a source with a test beside it, or a suite.')
+            return 1
+        targets.update(target_of(source) for source in meant)
+        suites.update(suite for found in meant.values() for suite in found)
+    print(" ".join(sorted(targets)))
+    print(rf"(^|/)({'|'.join(sorted(suites))})\.")
+    return 0
+
+
+sys.exit(main(sys.argv[1:]))
