@@ -1,0 +1,136 @@
+// Putting items into a folder by its descriptor: whatever happens to paths meanwhile, nothing is
+// made, read or changed anywhere else, and no link is followed.
+#pragma once
+
+#include "stowline/platform/files/FileDescriptor.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::platform {
+
+enum class TargetKind { file, folder, link, pipe, socket, characterDevice, blockDevice };
+
+/// What stands under a name; times in seconds and nanoseconds since 1970.
+struct TargetStatus {
+    TargetKind kind = TargetKind::file;
+    std::uint64_t size = 0;
+    std::uint32_t mode = 0; ///< 07777
+    std::uint32_t owner = 0;
+    std::uint32_t group = 0;
+    std::int64_t modifiedSeconds = 0;
+    std::uint32_t modifiedNanoseconds = 0;
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t links = 1;
+    std::uint64_t deviceNumber = 0;
+};
+
+/// A regular file that is being filled. Operations that return int return 0 or the system's error
+/// number. Not for several threads at once.
+class TargetFile {
+public:
+    explicit TargetFile(FileDescriptor file) : file_(std::move(file)) {}
+
+    [[nodiscard]] std::optional<TargetStatus> status() const;
+
+    /// Keeps others of this program away until it is closed. @return false when one has it
+    [[nodiscard]] bool lock() const;
+
+    /// Reads until the room is full or the file ends. @return how many; absent on an error
+    [[nodiscard]] std::optional<std::size_t> readAt(std::uint64_t offset,
+                                                    std::span<char> room) const;
+
+    /// Writes bytes; whole blocks of zeros are left out, so that they take no room on the disk
+    /// where nothing stood before. The file ends behind them all the same.
+    [[nodiscard]] int writeAt(std::uint64_t offset, std::string_view bytes) const;
+    [[nodiscard]] int truncate(std::uint64_t size) const;
+    [[nodiscard]] int synchronize() const;
+
+private:
+    FileDescriptor file_;
+};
+
+/// An open folder. A `name` is one name in it: no slash, not "." or ".."; a link there is never
+/// followed. Operations that return int return 0 or the system's error number. Several threads may
+/// use one.
+class TargetFolder {
+public:
+    /// Opens a folder that the user named (links are followed), and makes it and what is missing
+    /// above it when `makes` is true.
+    [[nodiscard]] static std::optional<TargetFolder> open(const std::filesystem::path& path,
+                                                          bool makes, int& error);
+
+    /// Opens a folder below this one ("a/b"; "" is this one): through folders only, no link, no way
+    /// out (openat2(2) where the kernel has it).
+    /// @param error ELOOP or ENOTDIR when a link or another item is in the way
+    [[nodiscard]] std::optional<TargetFolder> below(std::string_view path, int& error) const;
+
+    /// Absent: see `error`; ENOENT: there is nothing.
+    [[nodiscard]] std::optional<TargetStatus> find(const std::string& name, int& error) const;
+    /// Of the folder itself.
+    [[nodiscard]] std::optional<TargetStatus> status() const;
+    /// But "." and ".."; absent when the folder cannot be read.
+    [[nodiscard]] std::optional<std::vector<std::string>> names(int& error) const;
+    [[nodiscard]] std::optional<std::string> linkTarget(const std::string& name, int& error) const;
+
+    /// Opens a regular file for reading.
+    [[nodiscard]] std::optional<TargetFile> openFile(const std::string& name, int& error) const;
+    /// Opens a regular file for reading and writing; makes one of mode 0600 where there is nothing.
+    [[nodiscard]] std::optional<TargetFile> openOrMakeFile(const std::string& name,
+                                                           int& error) const;
+
+    [[nodiscard]] int makeFolder(const std::string& name, std::uint32_t mode) const;
+    [[nodiscard]] int makeLink(const std::string& name, const std::string& target) const;
+    /// A pipe, socket or device. @param deviceNumber of a device
+    [[nodiscard]] int makeNode(const std::string& name, TargetKind kind,
+                               std::uint64_t deviceNumber) const;
+    /// Another name for a file.
+    [[nodiscard]] int makeHardLink(const TargetFolder& folder, const std::string& of,
+                                   const std::string& name) const;
+    /// In this folder; what stands under the new name is replaced, but never a folder by another
+    /// item.
+    [[nodiscard]] int rename(const std::string& from, const std::string& to) const;
+    [[nodiscard]] int remove(const std::string& name) const;
+    [[nodiscard]] int removeFolder(const std::string& name) const;
+
+    // An empty name is the folder itself.
+    [[nodiscard]] int setOwner(const std::string& name, std::uint32_t owner,
+                               std::uint32_t group) const;
+    [[nodiscard]] int setMode(const std::string& name, std::uint32_t mode) const;
+    [[nodiscard]] int setModified(const std::string& name, std::int64_t seconds,
+                                  std::uint32_t nanoseconds) const;
+    using Attributes = std::map<std::string, std::string>;
+    /// Extended attributes; none where the file system keeps none.
+    [[nodiscard]] std::optional<Attributes> attributes(const std::string& name, int& error) const;
+    [[nodiscard]] int setAttribute(const std::string& name, const std::string& attribute,
+                                   std::string_view value) const;
+    [[nodiscard]] int removeAttribute(const std::string& name, const std::string& attribute) const;
+
+    /// Makes everything durable that was done on the folder's file system.
+    [[nodiscard]] int synchronizeFileSystem() const;
+
+private:
+    explicit TargetFolder(FileDescriptor folder) : folder_(std::move(folder)) {}
+    [[nodiscard]] std::string pathOf(const std::string& name) const;
+
+    FileDescriptor folder_;
+};
+
+/// Whether this process may give files to other users.
+[[nodiscard]] bool maySetOwners();
+
+/// Numbers of a user and of a group on this machine; absent when it has none of that name.
+[[nodiscard]] std::optional<std::uint32_t> userNumber(const std::string& name);
+[[nodiscard]] std::optional<std::uint32_t> groupNumber(const std::string& name);
+
+/// The system's words for an error number.
+[[nodiscard]] std::string systemErrorText(int error);
+
+} // namespace stowline::platform
