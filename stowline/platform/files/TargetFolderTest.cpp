@@ -43,7 +43,7 @@ TEST_F(TargetFolderTest, OpensFoldersBelowAndNothingElse)
                                    "/etc", "way-out/..", "file", "missing"})
         EXPECT_FALSE(in.below(path, error)) << path;
     EXPECT_FALSE(in.below("way-out", error));
-    EXPECT_EQ(error, ELOOP);
+    EXPECT_TRUE(error == ELOOP || error == ENOTDIR) << error;
 }
 
 TEST_F(TargetFolderTest, StaysInItsFolderWhenThePathIsSwapped)

@@ -1,0 +1,384 @@
+#include "stowline/backup/record/RecordChain.h"
+
+#include "stowline/backup/record/RecordReader.h"
+#include "stowline/backup/record/RecordWriter.h"
+#include "stowline/platform/files/FileHandle.h"
+#include "stowline/platform/files/SourceFile.h"
+
+#include <algorithm>
+#include <system_error>
+
+namespace stowline::backup {
+
+namespace {
+
+using Kind = RecordFault::Kind;
+
+/// A full record is due after so many differences, or when they come to so much of it.
+constexpr std::uint64_t kMostDifferences = 30;
+constexpr std::uint64_t kMostOfFullDivisor = 2;
+constexpr std::uint32_t kMostUnfinished = 99;
+constexpr std::size_t kPiece = 65536;
+constexpr const char* kPutName = "record.part";
+
+std::string runText(std::uint64_t run)
+{
+    return "run " + std::to_string(run);
+}
+
+/// A fetched record that lies on this machine's disk, without a name.
+struct FetchedRecord {
+    platform::SourceFile file;
+    RecordHead head;
+    std::string digest;
+    std::uint64_t size = 0;
+};
+
+void readInto(const FetchedRecord& record, RecordReader& reader)
+{
+    std::string room(kPiece, '\0');
+    for (std::uint64_t at = 0; at < record.size;) {
+        int error = 0;
+        const auto count = record.file.readAt(at, room, error);
+        if (!count || *count == 0)
+            throw RecordFault(Kind::failed, "A fetched record cannot be read from the disk: " +
+                                                std::generic_category().message(error) + ".");
+        reader.feed({room.data(), *count});
+        at += *count;
+    }
+    reader.finish();
+}
+
+/// A file that is gone with this.
+class PutFile {
+public:
+    explicit PutFile(std::filesystem::path path) : path_(std::move(path))
+    {
+        std::error_code unimportant;
+        std::filesystem::remove(path_, unimportant); // what a kill left
+        file_ = platform::FileHandle::create(path_);
+        if (!file_)
+            throw RecordFault(Kind::failed, path_.string() + " is in the way of a record.");
+    }
+    ~PutFile()
+    {
+        if (file_)
+            file_->discard();
+    }
+    PutFile(const PutFile&) = delete;
+    PutFile& operator=(const PutFile&) = delete;
+
+    void write(std::string_view bytes) { file_->write(bytes); }
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+    std::optional<platform::FileHandle> file_;
+};
+
+bool isFullDue(const DifferenceCount& earlier, std::uint64_t newBytes)
+{
+    return earlier.records + 1 >= kMostDifferences ||
+           earlier.bytes + newBytes > earlier.fullBytes / kMostOfFullDivisor;
+}
+
+} // namespace
+
+RecordChain::RecordChain(RecordPlace& place, std::string name, std::filesystem::path workFolder)
+    : place_(&place), name_(std::move(name)), workFolder_(std::move(workFolder))
+{
+}
+
+RecordChain RecordChain::open(RecordPlace& place, const ChainIdentity& identity,
+                              std::filesystem::path workFolder)
+{
+    return openNamed(place, chainName(identity), std::move(workFolder));
+}
+
+RecordChain RecordChain::openNamed(RecordPlace& place, std::string chain,
+                                   std::filesystem::path workFolder)
+{
+    RecordChain opened(place, std::move(chain), std::move(workFolder));
+    opened.list();
+    return opened;
+}
+
+void RecordChain::list()
+{
+    bool isThere = false;
+    for (std::string& chain : place_->chains()) {
+        if (chain == name_)
+            isThere = true;
+        else
+            otherChains_.push_back(std::move(chain));
+    }
+    if (!isThere)
+        return;
+    for (RecordFile& file : place_->files(name_)) {
+        if (const auto name = parseRecordName(file.name))
+            files_.emplace(*name, std::move(file));
+    }
+}
+
+std::vector<ListedRun> RecordChain::runs() const
+{
+    std::vector<ListedRun> runs;
+    for (const auto& [name, file] : files_) { // begun, unfinished, finished: the furthest is last
+        if (runs.empty() || runs.back().run != name.run)
+            runs.push_back({.run = name.run});
+        ListedRun& run = runs.back();
+        run.state = name.state;
+        run.size = file.size;
+        if (name.state == RecordState::unfinished)
+            run.lastUnfinished = name.part;
+    }
+    return runs;
+}
+
+std::uint64_t RecordChain::newestRun() const
+{
+    return files_.empty() ? 0 : files_.rbegin()->first.run;
+}
+
+std::uint64_t RecordChain::newestFinished() const
+{
+    for (auto found = files_.rbegin(); found != files_.rend(); ++found) {
+        if (found->first.state == RecordState::finished)
+            return found->first.run;
+    }
+    return 0;
+}
+
+void RecordChain::refuseOlderThan(const IndexPosition& seen) const
+{
+    if (seen.run > newestFinished())
+        throw RecordFault(Kind::rolledBack,
+                          "The service shows no later run than " +
+                              std::to_string(newestFinished()) + ", but this machine has seen " +
+                              runText(seen.run) +
+                              ". What the service holds is older than it should be: please ask "
+                              "the provider.");
+}
+
+const RecordFile& RecordChain::furthest(std::uint64_t run) const
+{
+    const auto after = files_.upper_bound({run, RecordState::finished, 0});
+    if (after == files_.begin() || std::prev(after)->first.run != run)
+        throw RecordFault(Kind::notFound, "There is no " + runText(run) + ".");
+    return std::prev(after)->second;
+}
+
+namespace {
+
+void checkHead(const RecordHead& head, const RecordFile& file)
+{
+    const auto name = parseRecordName(file.name);
+    if (!name || head.run != name->run || head.state != name->state)
+        throw RecordFault(Kind::damaged, "The record " + file.name + " is that of another run.");
+}
+
+FetchedRecord fetch(RecordPlace& place, const std::string& chain, const RecordFile& file,
+                    const std::filesystem::path& workFolder)
+{
+    int error = 0;
+    auto copy = platform::SourceFile::emptyIn(workFolder, error);
+    std::uint64_t size = 0;
+    RecordReader reader({});
+    if (copy) {
+        place.get(chain, file, [&](std::string_view bytes) {
+            reader.feed(bytes);
+            if (!copy->writeAt(size, bytes, error)) {
+                copy.reset();
+                return false;
+            }
+            size += bytes.size();
+            return true;
+        });
+    }
+    if (!copy)
+        throw RecordFault(Kind::failed,
+                          "A record cannot be kept in " + workFolder.string() +
+                              " while it is read: " + std::generic_category().message(error) + ".");
+    reader.finish();
+    checkHead(*reader.head(), file);
+    return {std::move(*copy), *reader.head(), reader.digest(), size};
+}
+
+} // namespace
+
+RecordHead RecordChain::head(std::uint64_t run)
+{
+    const RecordFile& file = furthest(run);
+    RecordReader reader({});
+    bool isWhole = true;
+    place_->get(name_, file, [&](std::string_view bytes) {
+        reader.feed(bytes);
+        isWhole = !reader.head();
+        return isWhole;
+    });
+    if (isWhole)
+        reader.finish();
+    checkHead(reader.head().value(), file);
+    return *reader.head();
+}
+
+RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
+{
+    index.clear();
+    index.setPosition({});
+    std::vector<FetchedRecord> records; // from the wanted one back to a full one
+    for (std::uint64_t wanted = run;;) {
+        const RecordFile& file = furthest(wanted);
+        const auto state = parseRecordName(file.name)->state;
+        if (state == RecordState::begun || (wanted != run && state != RecordState::finished))
+            throw RecordFault(Kind::notFound,
+                              "The " + runText(wanted) + " was cut off before it stored a record.");
+        records.push_back(fetch(*place_, name_, file, workFolder_));
+        const FetchedRecord& record = records.back();
+        if (records.size() > 1) {
+            const RecordHead& later = records[records.size() - 2].head;
+            if (later.baseline->digest != record.digest)
+                throw RecordFault(Kind::damaged, "The record of " + runText(wanted) +
+                                                     " is not the one that " + runText(later.run) +
+                                                     " builds on.");
+        }
+        if (!record.head.baseline)
+            break;
+        wanted = record.head.baseline->run;
+    }
+    try {
+        for (auto record = records.rbegin(); record != records.rend(); ++record) {
+            const std::uint64_t number = record->head.run;
+            RecordReader reader(
+                {.head = {},
+                 .item = [&](const StoredItem& item) { index.put(item, number); },
+                 .gone = [&](const std::string& path) { index.remove(path, number); }});
+            readInto(*record, reader);
+        }
+        const FetchedRecord& last = records.front();
+        if (last.head.state == RecordState::finished)
+            index.setPosition({last.head.run, last.digest});
+        else if (last.head.baseline)
+            index.setPosition({last.head.baseline->run, last.head.baseline->digest});
+        index.commit();
+    } catch (...) {
+        index.clear();
+        throw;
+    }
+    return records.front().head;
+}
+
+std::uint64_t RecordChain::begin(const RunDescription& description, const IndexPosition& at)
+{
+    const std::uint64_t before = newestFinished();
+    if (at.run != 0 && at.run != before)
+        throw RecordFault(Kind::failed, "The index is at " + runText(at.run) +
+                                            ", not at the newest " + "record, that of " +
+                                            runText(before) + ".");
+    RecordHead head{.run = newestRun() + 1,
+                    .description = description,
+                    .ended = std::nullopt,
+                    .baseline = std::nullopt};
+    head.predecessor = {before, at.digest};
+    if (at.run != 0) {
+        const RecordHead predecessor = this->head(before);
+        if (predecessor.baseline) {
+            head.differences = predecessor.differences;
+            ++head.differences.records;
+            head.differences.bytes += furthest(before).size;
+        } else {
+            head.differences = {.fullBytes = furthest(before).size};
+        }
+    }
+    PutFile file(workFolder_ / kPutName);
+    RecordWriter writer(head, [&file](std::string_view bytes) { file.write(bytes); });
+    writer.finish();
+    put({head.run, RecordState::begun, 0}, file.path(), writer.size());
+    running_ = std::move(head);
+    return running_->run;
+}
+
+void RecordChain::put(const RecordName& as, const std::filesystem::path& file, std::uint64_t size)
+{
+    const std::string name = recordNameText(as);
+    place_->put(name_, name, file);
+    // Its bytes are found by what a new listing says.
+    files_.insert_or_assign(as, RecordFile{.name = name, .size = size, .id = {}});
+}
+
+StoredRecord RecordChain::storeUnfinished(const ItemIndex& index, const Figures& figures)
+{
+    std::uint32_t part = 1;
+    for (const ListedRun& run : runs()) {
+        if (run.run == running_.value().run)
+            part = std::min(run.lastUnfinished + 1, kMostUnfinished);
+    }
+    return store(index, {running_.value().run, RecordState::unfinished, part}, figures);
+}
+
+StoredRecord RecordChain::storeFinished(const ItemIndex& index, const Figures& figures)
+{
+    const StoredRecord stored =
+        store(index, {running_.value().run, RecordState::finished, 0}, figures);
+    running_.reset();
+    return stored;
+}
+
+namespace {
+
+/// What a record came to that lies ready to be stored.
+struct WrittenRecord {
+    std::string digest;
+    std::uint64_t size = 0;
+};
+
+WrittenRecord writeRecord(const ItemIndex& index, const RecordHead& head, PutFile& file)
+{
+    RecordWriter writer(head, [&file](std::string_view bytes) { file.write(bytes); });
+    if (head.baseline) {
+        index.forEachChangeSince(head.baseline->run, [&writer](const ItemIndex::Change& change) {
+            if (change.item)
+                writer.write(*change.item);
+            else
+                writer.writeGone(change.path);
+            return true;
+        });
+    } else {
+        index.forEach("/", [&writer](const StoredItem& item) {
+            writer.write(item);
+            return true;
+        });
+    }
+    writer.finish();
+    return {writer.digest(), writer.size()};
+}
+
+} // namespace
+
+StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
+                                const Figures& figures)
+{
+    RecordHead head = *running_;
+    head.state = as.state;
+    head.ended = figures.ended;
+    head.items = index.itemCount();
+    head.newBytes = figures.newBytes;
+    head.bytes = index.contentBytes();
+    if (!head.predecessor.digest.empty()) {
+        head.baseline = head.predecessor;
+        PutFile file(workFolder_ / kPutName);
+        const WrittenRecord written = writeRecord(index, head, file);
+        if (as.state != RecordState::finished || !isFullDue(head.differences, written.size)) {
+            put(as, file.path(), written.size);
+            return {{head.run, written.digest}, false, written.size};
+        }
+        head.baseline.reset();
+        head.differences = {};
+    }
+    PutFile file(workFolder_ / kPutName);
+    const WrittenRecord written = writeRecord(index, head, file);
+    put(as, file.path(), written.size);
+    return {{head.run, written.digest}, true, written.size};
+}
+
+} // namespace stowline::backup

@@ -1,0 +1,328 @@
+#include "stowline/backup/record/RecordChain.h"
+
+#include "stowline/backup/record/MemoryPlaceTest.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+using namespace stowline;
+using namespace stowline::backup;
+
+using Tree = std::map<std::string, StoredItem>;
+
+const ChainIdentity kMachine{"1A2B", "ann", "default"};
+const std::string kChain = "1A2B.ann.default";
+
+StoredItem fileAt(const std::string& path, std::uint64_t size, std::uint64_t run)
+{
+    StoredItem stored{.item = {.path = path, .kind = ItemKind::file, .size = size}};
+    // What does not pack well, so that records have a size.
+    std::minstd_rand random(static_cast<unsigned>(size + run));
+    std::string digest;
+    for (int i = 0; i < 64; ++i)
+        digest += "0123456789abcdef"[random() % 16];
+    stored.content = StoredContent{
+        .version = std::to_string(size), .digest = digest, .storedSize = size, .run = run};
+    return stored;
+}
+
+class RecordChainTest : public testing::Test {
+protected:
+    [[nodiscard]] RecordChain open() { return RecordChain::open(place, kMachine, folder.path()); }
+
+    void change(const StoredItem& item, std::uint64_t run)
+    {
+        index.put(item, run);
+        tree[item.item.path] = item;
+    }
+
+    std::uint64_t begin(RecordChain& chain)
+    {
+        return chain.begin({.username = "ann", .systemName = "iMac", .identity = kMachine},
+                           index.position());
+    }
+
+    StoredRecord finish(RecordChain& chain)
+    {
+        const StoredRecord stored = chain.storeFinished(index, {});
+        index.setPosition(stored.position);
+        return stored;
+    }
+
+    /// A run that changes some of a hundred files.
+    StoredRecord runOnce(std::size_t changes)
+    {
+        RecordChain chain = open();
+        const std::uint64_t run = begin(chain);
+        for (std::size_t i = 0; i < changes; ++i) {
+            const std::string path = "/f" + std::to_string(random() % 100);
+            if (random() % 4 == 0 && tree.contains(path)) {
+                index.remove(path, run);
+                tree.erase(path);
+            } else {
+                change(fileAt(path, random() % 100000, run), run);
+            }
+        }
+        return finish(chain);
+    }
+
+    [[nodiscard]] Tree loaded(std::uint64_t run)
+    {
+        ItemIndex into = ItemIndex::temporary();
+        RecordChain chain = open();
+        chain.load(run, into);
+        return contentOf(into);
+    }
+
+    [[nodiscard]] static Tree contentOf(const ItemIndex& from)
+    {
+        Tree items;
+        from.forEach("/", [&items](const StoredItem& item) {
+            items.emplace(item.item.path, item);
+            return true;
+        });
+        return items;
+    }
+
+    [[nodiscard]] RecordFault::Kind faultOf(const std::function<void()>& work)
+    {
+        try {
+            work();
+        } catch (const RecordFault& fault) {
+            return fault.kind();
+        }
+        ADD_FAILURE() << "no fault";
+        return RecordFault::Kind::failed;
+    }
+
+    test::TemporaryFolder folder;
+    MemoryPlace place;
+    ItemIndex index = ItemIndex::temporary();
+    Tree tree;
+    std::minstd_rand random{1};
+};
+
+TEST_F(RecordChainTest, GivesBackTheTreeOfEveryRun)
+{
+    std::map<std::uint64_t, Tree> trees;
+    std::size_t differences = 0;
+    for (int i = 0; i < 70; ++i) {
+        const StoredRecord stored = runOnce(i == 0 ? 200 : 1);
+        trees.emplace(stored.position.run, tree);
+        differences += stored.isFull ? 0 : 1;
+    }
+    EXPECT_EQ(trees.rbegin()->first, 70U);
+    EXPECT_GT(differences, 40U);
+    EXPECT_LT(differences, 69U);
+    for (const auto& [run, expected] : trees)
+        EXPECT_TRUE(loaded(run) == expected) << run;
+}
+
+TEST_F(RecordChainTest, WritesAFullRecordInsteadOfTheThirtiethDifferenceOrOfLargeOnes)
+{
+    RecordChain first = open();
+    const std::uint64_t run = begin(first);
+    for (unsigned i = 0; i < 1000; ++i)
+        change(fileAt("/f" + std::to_string(i), i, run), run);
+    const std::uint64_t fullBytes = finish(first).sentBytes;
+    for (int i = 1; i < 30; ++i)
+        EXPECT_FALSE(runOnce(0).isFull) << i;
+    EXPECT_TRUE(runOnce(0).isFull);
+    EXPECT_FALSE(runOnce(1).isFull);
+    RecordChain chain = open();
+    const std::uint64_t large = begin(chain);
+    for (unsigned i = 0; i < 700; ++i)
+        change(fileAt("/f" + std::to_string(i), i + 5000, large), large);
+    const StoredRecord stored = finish(chain);
+    EXPECT_TRUE(stored.isFull);
+    EXPECT_GT(stored.sentBytes, fullBytes / 2);
+}
+
+TEST_F(RecordChainTest, CostsNextToNothingWhenNothingChanged)
+{
+    RecordChain chain = open();
+    const std::uint64_t run = begin(chain);
+    for (int i = 0; i < 10000; ++i)
+        change(fileAt("/f" + std::to_string(i), 5, run), run);
+    finish(chain);
+    for (int i = 2; i <= 10; ++i) {
+        const StoredRecord stored = runOnce(0);
+        EXPECT_LT(stored.sentBytes, 1500U);
+        EXPECT_EQ(place.stored[kChain].size(), 2U * static_cast<unsigned>(i)); // begun, finished
+    }
+}
+
+TEST_F(RecordChainTest, NamesItsPredecessorAndTellsWhatItCameTo)
+{
+    runOnce(10);
+    const StoredRecord first = {.position = index.position()};
+    runOnce(3);
+    RecordChain chain = open();
+    const RecordHead head = chain.head(2);
+    EXPECT_EQ(head.predecessor, (RecordLink{1, first.position.digest}));
+    EXPECT_EQ(head.items, tree.size());
+    EXPECT_EQ(head.bytes, index.contentBytes());
+    EXPECT_EQ(head.description.systemName, "iMac");
+    ASSERT_EQ(chain.runs().size(), 2U);
+    EXPECT_EQ(chain.runs()[1].run, 2U);
+    EXPECT_EQ(chain.runs()[1].state, RecordState::finished);
+}
+
+TEST_F(RecordChainTest, TellsAMachineThatHasSeenALaterRun)
+{
+    runOnce(10);
+    const auto older = place.stored;
+    runOnce(3);
+    place.stored = older;
+    EXPECT_EQ(faultOf([this] { open().refuseOlderThan(index.position()); }),
+              RecordFault::Kind::rolledBack);
+    place.stored.clear();
+    EXPECT_EQ(faultOf([this] { open().refuseOlderThan(index.position()); }),
+              RecordFault::Kind::rolledBack);
+    open().refuseOlderThan({});
+}
+
+TEST_F(RecordChainTest, RefusesARecordThatAnotherOneDoesNotBuildOn)
+{
+    runOnce(200);
+    runOnce(1);
+    auto& records = place.stored[kChain];
+    // The first run's record, written anew with another content.
+    MemoryPlace elsewhere;
+    ItemIndex other = ItemIndex::temporary();
+    RecordChain chain = RecordChain::open(elsewhere, kMachine, folder.path());
+    other.put(fileAt("/other", 1, 1), chain.begin({}, {}));
+    chain.storeFinished(other, {});
+    records["00000001-finished"] = elsewhere.stored[kChain]["00000001-finished"];
+    EXPECT_EQ(loaded(1).size(), 1U);
+    EXPECT_EQ(faultOf([this] { (void)loaded(2); }), RecordFault::Kind::damaged);
+}
+
+TEST_F(RecordChainTest, RefusesRecordsThatTradedTheirNames)
+{
+    runOnce(200);
+    runOnce(150);
+    auto& records = place.stored[kChain];
+    std::swap(records["00000001-finished"], records["00000002-finished"]);
+    EXPECT_EQ(faultOf([this] { (void)loaded(1); }), RecordFault::Kind::damaged);
+    EXPECT_EQ(faultOf([this] { (void)loaded(2); }), RecordFault::Kind::damaged);
+    EXPECT_EQ(faultOf([this] { (void)open().head(2); }), RecordFault::Kind::damaged);
+}
+
+TEST_F(RecordChainTest, LeavesAnIndexEmptyAndAtNoPositionWhenLoadingFails)
+{
+    runOnce(200);
+    runOnce(1);
+    std::string& bytes = place.stored[kChain]["00000002-finished"];
+    bytes[bytes.size() / 2] ^= 1;
+    EXPECT_EQ(faultOf([this] { open().load(2, index); }), RecordFault::Kind::damaged);
+    EXPECT_EQ(index.position(), IndexPosition{});
+    EXPECT_EQ(index.itemCount(), 0U);
+}
+
+TEST_F(RecordChainTest, GoesOnWithAFullRecordWhenTheNewestCannotBeRead)
+{
+    runOnce(200);
+    place.stored[kChain]["00000001-finished"].resize(20);
+    index.clear();
+    tree.clear();
+    const StoredRecord stored = runOnce(10);
+    EXPECT_TRUE(stored.isFull);
+    EXPECT_EQ(stored.position.run, 2U);
+    EXPECT_TRUE(loaded(2) == tree);
+}
+
+TEST_F(RecordChainTest, TakesAnUnfinishedRecordForARunThatWasCutOff)
+{
+    runOnce(100);
+    RecordChain chain = open();
+    const std::uint64_t run = begin(chain);
+    change(fileAt("/new", 5, run), run);
+    chain.storeUnfinished(index, {});
+    change(fileAt("/newer", 6, run), run);
+    chain.storeUnfinished(index, {});
+    EXPECT_TRUE(place.stored[kChain].contains("00000002-unfinished-02"));
+    EXPECT_TRUE(loaded(2) == tree);
+    RecordChain later = open();
+    EXPECT_EQ(later.newestRun(), 2U);
+    EXPECT_EQ(later.newestFinished(), 1U);
+    // The index made anew from it is where the next run may go on from.
+    ItemIndex anew = ItemIndex::temporary();
+    EXPECT_EQ(later.load(2, anew).state, RecordState::unfinished);
+    EXPECT_EQ(anew.position(), index.position());
+    index = std::move(anew);
+    EXPECT_FALSE(runOnce(0).isFull);
+    EXPECT_TRUE(loaded(3) == tree);
+}
+
+TEST_F(RecordChainTest, SaysOfARunThatStoredNothingThatItWasCutOff)
+{
+    RecordChain chain = open();
+    begin(chain);
+    EXPECT_EQ(faultOf([this] { (void)loaded(1); }), RecordFault::Kind::notFound);
+    EXPECT_EQ(faultOf([this] { (void)loaded(7); }), RecordFault::Kind::notFound);
+    EXPECT_EQ(open().runs().at(0).state, RecordState::begun);
+}
+
+TEST_F(RecordChainTest, RefusesToBuildOnAnIndexThatIsElsewhere)
+{
+    runOnce(10);
+    const IndexPosition old = index.position();
+    runOnce(10);
+    RecordChain chain = open();
+    EXPECT_EQ(faultOf([&] { chain.begin({}, old); }), RecordFault::Kind::failed);
+}
+
+TEST_F(RecordChainTest, StaysReadableWhereverARunIsCutOff)
+{
+    std::map<std::uint64_t, Tree> trees;
+    for (int cut = 0; cut < 200; ++cut) {
+        place.putsLeft = cut % 4;
+        try {
+            RecordChain chain = open();
+            const std::uint64_t run = begin(chain);
+            change(fileAt("/f" + std::to_string(cut % 50), random() % 1000, run), run);
+            chain.storeUnfinished(index, {});
+            change(fileAt("/g", random() % 1000, run), run);
+            chain.storeUnfinished(index, {});
+            trees.emplace(run, tree);
+            finish(chain);
+        } catch (const RecordFault& fault) {
+            EXPECT_EQ(fault.kind(), RecordFault::Kind::temporary);
+        }
+        place.putsLeft = 1000000;
+        RecordChain chain = open();
+        for (const ListedRun& run : chain.runs()) {
+            if (run.state == RecordState::finished) {
+                EXPECT_TRUE(loaded(run.run) == trees.at(run.run)) << cut;
+            }
+        }
+    }
+    runOnce(1);
+    EXPECT_TRUE(loaded(open().newestFinished()) == tree);
+}
+
+TEST_F(RecordChainTest, TellsOfOtherChainsAndPassesOverForeignNames)
+{
+    runOnce(10);
+    place.stored["other.ann.default"]["00000009-finished"] = "x";
+    place.stored[kChain]["notes.txt"] = "x";
+    RecordChain chain = open();
+    EXPECT_EQ(chain.otherChains(), std::vector<std::string>{"other.ann.default"});
+    EXPECT_EQ(chain.newestRun(), 1U);
+}
+
+TEST_F(RecordChainTest, LeavesNothingInTheWorkFolder)
+{
+    runOnce(10);
+    folder.write("record.part", "left by a kill");
+    runOnce(10);
+    (void)loaded(2);
+    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+} // namespace
