@@ -30,14 +30,15 @@ struct GlobalOptions {
 
 void declareGlobals(const cli::Command& command, GlobalOptions& options)
 {
-    command.addFlag("--json", options.json, "Print JSON lines; the last one is the result");
-    command.addFlag("-q,--quiet", options.quiet, "Print results and faults only");
+    command.addFlag("--json", options.json, "Print JSON lines; the last one is the result")
+        .fromVariable();
+    command.addFlag("-q,--quiet", options.quiet, "Print results and faults only").fromVariable();
     cli::declareLogging(command, options.log);
-    command.addFlag("--no-progress", options.noProgress, "Show no progress");
+    command.addFlag("--no-progress", options.noProgress, "Show no progress").fromVariable();
     command
         .addOption("--bundle", options.bundle,
                    "Folder with Info.plist and Resources to use instead of the program's own")
-        .fromVariable("STOWLINE_BUNDLE");
+        .fromVariable();
     command.needsSubcommand();
 }
 
@@ -116,6 +117,8 @@ int main(int count, char** words)
     } catch (const CLI::ParseError& fault) {
         return usageFault(app, fault, wantsJson(count, words));
     }
+    if (const auto fault = cli::unreadConfiguration(app))
+        return static_cast<int>(cli::output().fail(cli::ExitStatus::usage, *fault));
     cli::output().setCommand(app.get_subcommands().front()->get_name());
     apply(options);
     const auto status = chosen();

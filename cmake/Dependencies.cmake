@@ -26,9 +26,10 @@ stowline_require(ZLIB zlib zlib1g-dev)
 
 find_path(CLI11_INCLUDE CLI/CLI.hpp)
 find_path(JSON_INCLUDE nlohmann/json.hpp)
+find_path(TOML_INCLUDE toml++/toml.h)
 find_path(SQLITECPP_INCLUDE SQLiteCpp/SQLiteCpp.h)
 find_library(SQLITECPP_LIBRARY SQLiteCpp)
-foreach(pair CLI11_INCLUDE:libcli11-dev JSON_INCLUDE:nlohmann-json3-dev
+foreach(pair CLI11_INCLUDE:libcli11-dev JSON_INCLUDE:nlohmann-json3-dev TOML_INCLUDE:libtomlplusplus-dev
              SQLITECPP_INCLUDE:libsqlitecpp-dev SQLITECPP_LIBRARY:libsqlitecpp-dev)
   string(REPLACE ":" ";" pair "${pair}")
   list(GET pair 0 variable)

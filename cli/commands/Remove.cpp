@@ -72,8 +72,10 @@ void declareRemove(const Command& app)
     command.addOption("PATH", options->folder.path, "Folder of the machine");
     command.addOption("--system", options->folder.systemName, "The machine")
         .defaultsTo(General::localHostName());
-    command.addOption("--version", options->versionLists,
-                      "List of versions to delete, as \"versions\" shows it; may be given again");
+    command
+        .addOption("--version", options->versionLists,
+                   "List of versions to delete, as \"versions\" shows it; may be given again")
+        .notInFile();
     command.addOption("--poll", options->folder.pollSeconds, "Seconds between two questions")
         .between(0.01, 3600.0)
         .showsDefault();

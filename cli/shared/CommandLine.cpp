@@ -2,10 +2,23 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <optional>
+#include <set>
 
 namespace stowline::cli {
+
+namespace {
+
+std::set<const CLI::Option*>& passedOver()
+{
+    static std::set<const CLI::Option*> options;
+    return options;
+}
+
+} // namespace
 
 Option Option::required() const
 {
@@ -13,10 +26,31 @@ Option Option::required() const
     return *this;
 }
 
-Option Option::fromVariable(const std::string& name) const
+Option Option::fromVariable() const
 {
+    std::string name = "STOWLINE_" + option_->get_lnames().front();
+    std::ranges::transform(name, name.begin(), [](char c) {
+        return c == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    });
     option_->envname(name);
     return *this;
+}
+
+Option Option::notInFile() const
+{
+    option_->configurable(false);
+    return *this;
+}
+
+Option Option::passedOverInFile() const
+{
+    passedOver().insert(option_);
+    return *this;
+}
+
+bool isPassedOverInFile(const CLI::Option& option)
+{
+    return passedOver().contains(&option);
 }
 
 Option Option::defaultsTo(const std::string& value) const

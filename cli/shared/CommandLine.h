@@ -23,8 +23,13 @@ public:
 
     /// Leaving it out is a usage error.
     Option required() const;
-    /// An environment variable that is asked when the option is not given.
-    Option fromVariable(const std::string& name) const;
+    /// When it is not given, the environment variable that bears its long name is asked:
+    /// STOWLINE_PART_SIZE for --part-size. For flags "1" and "true" are yes.
+    Option fromVariable() const;
+    /// It cannot be set in the configuration file.
+    Option notInFile() const;
+    /// What the configuration file says of it is passed over.
+    Option passedOverInFile() const;
     /// Another value than the variable has, and said in the help.
     Option defaultsTo(const std::string& value) const;
     /// The value that the variable has is said in the help.
@@ -44,6 +49,9 @@ public:
 private:
     CLI::Option* option_;
 };
+
+/// Whether passedOverInFile() was said of an option.
+[[nodiscard]] bool isPassedOverInFile(const CLI::Option& option);
 
 /// What the chosen subcommand does; called when all options are known.
 using Chosen = std::function<ExitStatus()>;

@@ -7,7 +7,7 @@ namespace stowline::cli {
 
 void Confirmation::declare(const Command& command)
 {
-    command.addFlag("--yes", isGiven_, "Do not ask");
+    command.addFlag("--yes", isGiven_, "Do not ask").notInFile();
     command.addFlag("-n,--dry-run", isDryRun_, "Say what would be done");
 }
 

@@ -41,10 +41,12 @@ std::shared_ptr<DDLogger> standardErrorLogger()
 
 void declareLogging(const Command& app, LogOptions& options)
 {
-    app.addFlag("-v,--verbose", options.verbose, "Show the log on standard error");
+    app.addFlag("-v,--verbose", options.verbose, "Show the log on standard error").fromVariable();
     app.addFlag("--log-file", options.toFile,
-                "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)");
+                "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)")
+        .fromVariable();
     app.addOption("--log-level", options.level, "Least important lines to log")
+        .fromVariable()
         .oneOf(logLevelNames())
         .showsDefault();
 }

@@ -101,6 +101,10 @@ void SecretOptions::declare(const Command& command, const std::string& name,
                                          "Run a command (no shell) that prints the " + name);
     fromStdin.excludes(file).excludes(run);
     file.excludes(run);
+    if (takenVariables().contains(variable_)) {
+        for (const Option& source : {fromStdin, file, run})
+            (void)source.passedOverInFile();
+    }
 }
 
 std::optional<std::string> SecretOptions::readNamed() const

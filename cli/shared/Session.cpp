@@ -11,9 +11,7 @@ namespace stowline::cli {
 
 void declareUsername(const Command& command, std::string& username)
 {
-    command.addOption("-u,--username", username, "User name")
-        .fromVariable("STOWLINE_USERNAME")
-        .required();
+    command.addOption("-u,--username", username, "User name").fromVariable().required();
 }
 
 void SessionOptions::declare(const Command& command)

@@ -1,5 +1,7 @@
 #include "cli/shared/UsageFault.h"
 
+#include "cli/shared/NearestWord.h"
+
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -21,10 +23,36 @@ std::string subcommandSentence(const CLI::App& app, const CLI::App& command)
 {
     for (const std::string& word : app.remaining(true)) {
         if (!word.starts_with('-'))
-            return fmt::format("There is no command \"{}\"", word);
+            return fmt::format("\"{}\" is not a command.{}", word,
+                               suggestion(word, namesOfSubcommands(command)));
     }
-    return fmt::format("Please name one of its commands: {}",
+    return fmt::format("Please name one of its commands: {}.",
                        fmt::join(namesOfSubcommands(command), ", "));
+}
+
+void addOptionNames(const CLI::App& command, std::vector<std::string>& names)
+{
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames())
+            names.push_back("--" + name);
+    }
+}
+
+/// For a word that nothing takes.
+std::string extraWordSentence(const CLI::App& app, const CLI::App& command,
+                              const std::string& words)
+{
+    for (const std::string& word : app.remaining(true)) {
+        if (!word.starts_with("--"))
+            continue;
+        const std::string name = word.substr(0, word.find('='));
+        std::vector<std::string> known;
+        addOptionNames(command, known);
+        addOptionNames(app, known);
+        return fmt::format("\"{}\" is not an option of \"{}\".{}", name, words,
+                           suggestion(name, known));
+    }
+    return {};
 }
 
 } // namespace
@@ -37,12 +65,17 @@ std::string usageSentence(const CLI::App& app, const CLI::ParseError& fault)
         command = command->get_subcommands().back();
         words += " " + command->get_name();
     }
-    std::string sentence = fault.what();
+    if (fault.get_name() == "ConfigError")
+        return fault.what();
+    std::string sentence = fault.what() + std::string(".");
     if (fault.get_name() == "RequiredError" && command->get_require_subcommand_min() > 0)
         sentence = subcommandSentence(app, *command);
+    else if (const auto extra = extraWordSentence(app, *command, words);
+             dynamic_cast<const CLI::ExtrasError*>(&fault) && !extra.empty())
+        sentence = extra;
     else if (const std::string_view told = "Could not convert: "; sentence.starts_with(told))
-        sentence = "This is no number: " + sentence.substr(told.size());
-    return fmt::format("{}. \"{} --help\" tells more.", sentence, words);
+        sentence = "This is not a number: " + sentence.substr(told.size());
+    return fmt::format("{} \"{} --help\" tells more.", sentence, words);
 }
 
 } // namespace stowline::cli

@@ -71,15 +71,20 @@ TEST_F(CommandWithService, JsonEndsWithOneResultLine)
 TEST_F(CommandWithService, AWrongWordIsNamedWithWhatWouldBeRight)
 {
     const std::map<Words, std::string> sentences{
-        {{"bakcup"}, "There is no command \"bakcup\". \"stowline --help\" tells more."},
+        {{"bakcup"},
+         "\"bakcup\" is not a command. Did you mean \"backup\"? \"stowline --help\" tells more."},
+        {{"sync"}, "\"sync\" is not a command. \"stowline --help\" tells more."},
+        {{"versions", "--jsn", "-u", "ann", "1"},
+         "\"--jsn\" is not an option of \"stowline versions\". Did you mean \"--json\"? \"stowline "
+         "versions --help\" tells more."},
         {{"-q", "uploads", "stop"},
-         "There is no command \"stop\". \"stowline uploads --help\" tells more."},
+         "\"stop\" is not a command. \"stowline uploads --help\" tells more."},
         {{"uploads"},
          "Please name one of its commands: list, resume, abandon. \"stowline uploads --help\" "
          "tells "
          "more."},
         {{"versions", "-u", "ann", "abc"},
-         "This is no number: FILE-ID = abc. \"stowline versions --help\" tells more."},
+         "This is not a number: FILE-ID = abc. \"stowline versions --help\" tells more."},
         {{"settings", "check", "a", "b"},
          "The following argument was not expected: b. \"stowline settings check --help\" tells "
          "more."},

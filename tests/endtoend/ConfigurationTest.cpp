@@ -1,0 +1,176 @@
+// Where options come from: the command line, the environment, the configuration file.
+#include "tests/endtoend/Command.h"
+#include "tests/support/DevServerProcess.h"
+#include "tests/support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Environment;
+using test::Words;
+
+class ConfiguredCommand : public testing::Test {
+protected:
+    std::string configure(const std::string& text)
+    {
+        return stowline_.home().write(".config/stowline/config.toml", text).string();
+    }
+
+    test::DevServerProcess server_;
+    test::Command stowline_{server_.bundle()};
+    const Environment password_{{"STOWLINE_PASSWORD", "pw"}};
+};
+
+class ConfiguredAccount : public ConfiguredCommand {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(stowline_(Words{"signup", "-u", "ann", "--email", "a@b.c"}, password_).status, 0);
+    }
+};
+
+TEST_F(ConfiguredCommand, AFileWithAFaultIsToldWithItsPlaceAndNeverPassedOver)
+{
+    const std::map<std::string, std::string> faults{
+        {"[backup]\njbos = 2\n",
+         "2:1: \"jbos\" is not an option of \"stowline backup\". Did you mean \"jobs\"?"},
+        {"\nuzername = \"ann\"\n",
+         "2:1: \"uzername\" is not an option of any command. Did you mean \"username\"?"},
+        {"[bakcup]\n", "1:2: [bakcup] is not a command. Did you mean \"backup\"?"},
+        {"[uploads.zzz]\n", "1:10: [uploads.zzz] is not a command."},
+        {"[versions]\nFILE-ID = 1\n",
+         "2:1: \"FILE-ID\" is not an option of \"stowline versions\"."},
+        {"quiet = 1\n", "1:1: \"quiet\" takes true or false."},
+        {"bundle = true\n", "1:1: \"bundle\" takes a value, not true or false."},
+        {"username = [\"a\", \"b\"]\n", "1:1: \"username\" takes one value."},
+        {"[rm]\nyes = true\n", "2:1: \"yes\" can be given on the command line only."},
+        {"config = \"x\"\n", "1:1: \"config\" is not an option of any command."},
+    };
+    for (const auto& [text, sentence] : faults) {
+        const std::string file = configure(text);
+        // The faulty part is of another command than the one that runs.
+        const auto result = stowline_(Words{"checksum", "-"});
+        EXPECT_EQ(result.status, 2) << text;
+        EXPECT_EQ(result.errors, "stowline: " + file + ":" + sentence + "\n");
+        EXPECT_EQ(result.output, "");
+    }
+}
+
+TEST_F(ConfiguredCommand, ATextThatIsNotTomlIsTold)
+{
+    const std::string file = configure("[backup]\njobs = \n");
+    const auto result = stowline_(Words{"--json", "checksum", "-"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(result.errors.starts_with("stowline: " + file + ":2:8: This is not TOML: "))
+        << result.errors;
+    EXPECT_EQ(test::jsonLines(result.output).back()["exit"], 2);
+}
+
+TEST_F(ConfiguredCommand, AFileThatCannotBeReadIsTold)
+{
+    const fs::path file = stowline_.home().path() / ".config/stowline/config.toml";
+    fs::create_directories(file);
+    const auto result = stowline_(Words{"checksum", "-"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.errors, "stowline: The configuration file " + file.string() +
+                                 " cannot be read. Please check what it is, its owner and its "
+                                 "mode.\n");
+    fs::remove(file);
+    EXPECT_EQ(stowline_(Words{"checksum", "-"}).status, 0);
+    EXPECT_EQ(stowline_(Words{"--config", file.string(), "checksum", "-"}).status, 2);
+}
+
+TEST_F(ConfiguredAccount, ANameAboveAllTablesIsForEveryCommandThatHasIt)
+{
+    configure("username = \"ann\"\n");
+    EXPECT_EQ(stowline_(Words{"signin"}, password_).status, 0);
+    EXPECT_EQ(stowline_(Words{"systems"}, password_).status, 0);
+    configure("username = \"nobody\"\n[signin]\nusername = \"ann\"\n");
+    EXPECT_EQ(stowline_(Words{"signin"}, password_).status, 0);
+    EXPECT_EQ(stowline_(Words{"systems"}, password_).status, 12);
+}
+
+TEST_F(ConfiguredAccount, ASourceOfThePasswordInTheFileGivesWayToVariableAndFlag)
+{
+    const std::string wrong = stowline_.home().write("wrong", "no").string();
+    configure("[signin]\nusername = \"ann\"\npassword-file = \"" + wrong + "\"\n");
+    EXPECT_EQ(stowline_(Words{"signin"}).status, 12);
+    EXPECT_EQ(stowline_(Words{"signin"}, password_).status, 0);
+    EXPECT_EQ(stowline_(Words{"signin", "--password-stdin"}, Environment{}, "pw\n").status, 0);
+}
+
+/// Every variable that the command's own help names, with the commands it is named for.
+std::map<std::string, std::vector<Words>> variablesInHelp(const test::Command& stowline)
+{
+    std::map<std::string, std::vector<Words>> variables;
+    std::vector<Words> commands{{}};
+    for (std::size_t next = 0; next < commands.size(); ++next) {
+        Words words = commands[next];
+        words.emplace_back("--help");
+        const std::string help = stowline(words).output;
+        std::istringstream lines(help);
+        bool inCommands = false;
+        const std::regex variable("\\(Env:([A-Z_]+)\\)");
+        const std::regex subcommand("^  ([a-z-]+) .*");
+        for (std::string line; std::getline(lines, line);) {
+            std::smatch match;
+            if (std::regex_search(line, match, variable))
+                variables[match[1]].push_back(commands[next]);
+            inCommands = line == "Subcommands:" || (inCommands && !line.empty());
+            if (inCommands && std::regex_match(line, match, subcommand)) {
+                Words deeper = commands[next];
+                deeper.push_back(match[1]);
+                commands.push_back(deeper);
+            }
+        }
+    }
+    return variables;
+}
+
+TEST_F(ConfiguredAccount, EveryVariableThatTheHelpNamesCounts)
+{
+    // What shows that a variable counts: a value that no option takes, or one that changes a run.
+    const std::map<std::string, std::pair<std::string, int>> refused{
+        {"STOWLINE_JSON", {"nonsense", 2}},        {"STOWLINE_QUIET", {"nonsense", 2}},
+        {"STOWLINE_VERBOSE", {"nonsense", 2}},     {"STOWLINE_LOG_FILE", {"nonsense", 2}},
+        {"STOWLINE_LOG_LEVEL", {"nonsense", 2}},   {"STOWLINE_NO_PROGRESS", {"nonsense", 2}},
+        {"STOWLINE_BUNDLE", {"/nonexistent", 10}}, {"STOWLINE_USERNAME", {"nobody", 12}}};
+    const auto named = variablesInHelp(stowline_);
+    ASSERT_GT(named.at("STOWLINE_USERNAME").size(), 8U);
+    for (const auto& [variable, commands] : named) {
+        ASSERT_TRUE(refused.contains(variable)) << variable;
+        const auto& [value, status] = refused.at(variable);
+        Environment environment = password_;
+        environment.emplace("STOWLINE_USERNAME", "ann");
+        EXPECT_EQ(stowline_(Words{"signin"}, environment).status, 0);
+        environment.insert_or_assign(variable, value);
+        EXPECT_EQ(stowline_(Words{"signin"}, environment).status, status) << variable;
+    }
+}
+
+TEST_F(ConfiguredCommand, ThePagesPromiseNoOtherVariables)
+{
+    std::set<std::string> known{"STOWLINE_PASSWORD", "STOWLINE_MONITOR_TOKEN", "STOWLINE_ANSWER",
+                                "STOWLINE_TOOLS_DIR"};
+    for (const auto& [variable, commands] : variablesInHelp(stowline_))
+        known.insert(variable);
+    for (const char* page : {"README.md", "docs/man/stowline.1.in"}) {
+        std::ifstream stream(test::sourceFile(page));
+        const std::string text(std::istreambuf_iterator<char>(stream), {});
+        const std::regex variable("STOWLINE_[A-Z_]+");
+        for (std::sregex_iterator found(text.begin(), text.end(), variable), end; found != end;
+             ++found)
+            EXPECT_TRUE(known.contains(found->str())) << page << ": " << found->str();
+    }
+}
+
+} // namespace
+} // namespace stowline
