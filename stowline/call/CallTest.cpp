@@ -86,6 +86,34 @@ TEST(CallResult, FaultsAreFaults)
     EXPECT_EQ(find(faultResult(kFaultCodeNoAnswer, "why"), kWSHTTPResponseMessage), nullptr);
 }
 
+TEST(CallResult, AFaultTellsItsKind)
+{
+    using enum FailureKind;
+    const auto none = [](FailureKind kind) {
+        return failureKindOf(faultResult(kFaultCodeNoAnswer, "why", {}, kind));
+    };
+    EXPECT_EQ(none(certificate), certificate);
+    EXPECT_EQ(none(unspecified), connection);
+    EXPECT_EQ(failureKindOf(faultResult(kFaultCodeUnsendable, "why")), unsendableValue);
+    const auto unreadable = [](std::string_view response) {
+        return failureKindOf(faultResult(kFaultCodeUnreadableAnswer, "why", response));
+    };
+    EXPECT_EQ(unreadable("HTTP/1.1 200 OK\r\n\r\n"), unreadableAnswer);
+    EXPECT_EQ(unreadable("HTTP/1.1 400 Bad\r\n\r\n"), badRequest);
+    EXPECT_EQ(unreadable("HTTP/1.1 407 Proxy\r\n\r\n"), proxyRefused);
+    EXPECT_EQ(unreadable("HTTP/1.1 413 Large\r\n\r\n"), requestTooLarge);
+}
+
+TEST(CallResult, TheServiceCannotPassItsFaultOffAsAnotherFailure)
+{
+    const soap::Message message{
+        .element = "Fault",
+        .content = Dictionary{},
+        .fault = soap::Fault{"Client.NoAnswer", "why", Dictionary{{"failureKind", "certificate"}}}};
+    EXPECT_EQ(failureKindOf(resultFromMessage(message, "HTTP/1.1 500 No\r\n\r\n")),
+              FailureKind::fault);
+}
+
 TEST(CallResult, EntriesThatCannotBeArchivedAreDropped)
 {
     const Value bad(std::string("a\0b", 3));

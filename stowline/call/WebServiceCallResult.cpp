@@ -1,6 +1,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 
 #include "stowline/call/WireNames.h"
+#include "stowline/platform/http/HttpMessage.h"
 #include "stowline/platform/text/Text.h"
 
 #include <algorithm>
@@ -36,6 +37,33 @@ bool isArchivable(const Value& value)
     return true;
 }
 
+/// The HTTP status of the response in a result; 0 when there is none.
+int statusOf(const WebServiceCallResult& result)
+{
+    const Value* response = find(result, kWSHTTPResponseMessage);
+    if (response && response->data())
+        return platform::HttpResponseMessage::fromBytes(platform::viewOfData(*response->data()))
+            .statusCode;
+    const Dictionary* message = response ? response->dictionary() : nullptr;
+    const Value* status = message ? find(*message, "statusCode") : nullptr;
+    return status && status->integer() ? static_cast<int>(*status->integer()) : 0;
+}
+
+/// What an answer that is not SOAP tells by its status.
+FailureKind kindOfStatus(int status)
+{
+    switch (status) {
+    case 400:
+        return FailureKind::badRequest;
+    case 407:
+        return FailureKind::proxyRefused;
+    case 413:
+        return FailureKind::requestTooLarge;
+    default:
+        return FailureKind::unreadableAnswer;
+    }
+}
+
 } // namespace
 
 WebServiceCallResult resultFromMessage(const soap::Message& message, std::string_view httpResponse)
@@ -57,14 +85,32 @@ WebServiceCallResult resultFromMessage(const soap::Message& message, std::string
 }
 
 WebServiceCallResult faultResult(std::string_view code, std::string reason,
-                                 std::optional<std::string_view> httpResponse)
+                                 std::optional<std::string_view> httpResponse, FailureKind kind)
 {
     WebServiceCallResult result;
     set(result, kWSFaultCode, code);
     set(result, kWSFaultString, std::move(reason));
     if (httpResponse)
         set(result, kWSHTTPResponseMessage, platform::dataFromText(*httpResponse));
+    if (kind != FailureKind::unspecified)
+        set(result, kWSFaultDetail,
+            Dictionary{{std::string(kFailureKindKey), platform::nameOf(kind)}});
     return result;
+}
+
+FailureKind failureKindOf(const WebServiceCallResult& faultResult)
+{
+    const std::string code = findText(faultResult, kWSFaultCode);
+    if (code == kFaultCodeUnreadableAnswer)
+        return kindOfStatus(statusOf(faultResult));
+    if (find(faultResult, kWSHTTPResponseMessage))
+        return FailureKind::fault;
+    if (code == kFaultCodeUnsendable)
+        return FailureKind::unsendableValue;
+    const Dictionary* detail = findDictionary(faultResult, kWSFaultDetail);
+    const FailureKind kind =
+        platform::failureKindNamed(detail ? findText(*detail, kFailureKindKey) : "");
+    return kind == FailureKind::unspecified ? FailureKind::connection : kind;
 }
 
 bool WSMethodResultIsFault(const Dictionary& result)

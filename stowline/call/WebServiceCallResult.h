@@ -1,7 +1,7 @@
 // What the helper program answers.
 #pragma once
 
-#include "stowline/platform/values/Value.h"
+#include "stowline/platform/values/Error.h"
 #include "stowline/soap/SoapMessage.h"
 
 #include <optional>
@@ -24,8 +24,15 @@ using WebServiceCallResult = Dictionary;
 
 /// A fault result for a call that got no SOAP answer.
 /// @param httpResponse what was received instead; absent when nothing was
+/// @param kind goes into the detail, unless it is `unspecified`
 [[nodiscard]] WebServiceCallResult faultResult(std::string_view code, std::string reason,
-                                               std::optional<std::string_view> httpResponse = {});
+                                               std::optional<std::string_view> httpResponse = {},
+                                               FailureKind kind = FailureKind::unspecified);
+
+/// What kind of failure a fault result tells of: `fault` for one of the service's own; for a call
+/// that got no SOAP answer the kind in its detail (`connection` without one), or what the status of
+/// the HTTP response says. Reads results with the response as bytes and as a message.
+[[nodiscard]] FailureKind failureKindOf(const WebServiceCallResult& faultResult);
 
 /// Whether a result is a SOAP fault, or says that there was no SOAP answer.
 [[nodiscard]] bool WSMethodResultIsFault(const Dictionary& result);

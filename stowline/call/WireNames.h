@@ -20,6 +20,9 @@ inline constexpr std::string_view kFaultCodeNoAnswer = "Client.NoAnswer";
 inline constexpr std::string_view kFaultCodeUnreadableAnswer = "Client.UnreadableAnswer";
 inline constexpr std::string_view kFaultCodeUnsendable = "Client.Unsendable";
 
+/// Key of the failure's kind in the detail of such a result.
+inline constexpr std::string_view kFailureKindKey = "failureKind";
+
 /// Keys of a call's request, and of the method entry inside it.
 namespace requestKey {
 inline constexpr std::string_view url = "url";

@@ -91,7 +91,9 @@ try {
     if (result && result->string() && platform::lowercased(*result->string()) == "success")
         return true;
     if (error && !*error)
-        *error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message);
+        *error =
+            platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message,
+                                result ? FailureKind::refusedByService : FailureKind::helperFailed);
     return false;
 } catch (const std::bad_alloc&) {
     platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);

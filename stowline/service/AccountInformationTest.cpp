@@ -156,6 +156,7 @@ TEST(PreparePackage, ARefusalSaysWhatCameBack)
     std::optional<Error> error;
     EXPECT_FALSE(prepare(hostOf(server), &error));
     EXPECT_EQ(error->code, 250);
+    EXPECT_EQ(error->kind, FailureKind::refusedByService);
     EXPECT_EQ(error->localizedDescription(),
               "WebMethod PreparePackagedFilesForProtection returned TooLarge result");
     std::optional<Error> second;

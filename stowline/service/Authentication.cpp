@@ -103,7 +103,8 @@ try {
     if (error)
         *error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
                                      find(entries, "Message") ? findText(entries, "Message")
-                                                              : messageFromCode(code));
+                                                              : messageFromCode(code),
+                                     FailureKind::refusedByService);
     return false;
 } catch (const std::bad_alloc&) {
     platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);

@@ -162,6 +162,7 @@ TEST(CreateTrial, ARefusalCarriesTheServicesMessage)
     EXPECT_EQ(error->domain, "com.Stowline.Application");
     EXPECT_EQ(error->code, 250);
     EXPECT_EQ(error->localizedDescription(), "Nice try.");
+    EXPECT_EQ(error->kind, FailureKind::refusedByService);
     EXPECT_FALSE(createTrial(nullptr));
 }
 

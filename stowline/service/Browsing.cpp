@@ -35,7 +35,8 @@ Judged judged(std::string_view method, const SubstitutionMap& params)
         outcome.answer = *answer->dictionary();
     else if (!outcome.error && code)
         outcome.error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
-                                            WebServiceBroker::messageFromCode(code->text()));
+                                            WebServiceBroker::messageFromCode(code->text()),
+                                            FailureKind::refusedByService);
     return outcome;
 }
 

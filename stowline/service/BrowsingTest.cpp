@@ -111,6 +111,7 @@ TEST(FilesAndFolders, RefusalsAreWordsOfTheCode)
     EXPECT_EQ(error->domain, "com.Stowline.Application");
     EXPECT_EQ(error->code, 250);
     EXPECT_EQ(error->localizedDescription(), "No such folder");
+    EXPECT_EQ(error->kind, FailureKind::refusedByService);
     EXPECT_FALSE(listFolder(nullptr));
 }
 

@@ -46,9 +46,10 @@ void store(ErrorSlot slot, const Error& error)
         *slot = error;
 }
 
-Error failedBeforeSending(const std::string& message)
+Error failedBeforeSending(const std::string& message, FailureKind kind)
 {
-    Error error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message);
+    Error error =
+        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message, kind);
     STOWLINE_LOG_ERROR("%@ call failed: %@", kInvocationName, error);
     return error;
 }
@@ -144,7 +145,8 @@ std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
     std::initializer_list<platform::FormatArgument> urlSubstitutions)
 try {
     if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost())) {
-        store(error, failedBeforeSending(platform::Bundle::localizedString(kUnreachableMessage)));
+        store(error, failedBeforeSending(platform::Bundle::localizedString(kUnreachableMessage),
+                                         FailureKind::hostUnreachable));
         return std::nullopt;
     }
     const auto methodInfo = WebServicesSettings::webMethodInfo(name);
@@ -159,7 +161,7 @@ try {
     if (!unsendable)
         unsendable = unsendableValue(headerSubstitutions);
     if (unsendable) {
-        store(error, failedBeforeSending(*unsendable));
+        store(error, failedBeforeSending(*unsendable, FailureKind::unsendableValue));
         return std::nullopt;
     }
 
@@ -173,7 +175,9 @@ try {
     if (WSMethodResultIsFault(result)) {
         STOWLINE_LOG_ERROR("WebService %@, Soap call returned fault, result = %@", name,
                            loggable(name, result));
-        store(error, errorFromFaultDictionary(result));
+        Error fault = errorFromFaultDictionary(result);
+        fault.kind = failureKindOf(result);
+        store(error, fault);
         return std::nullopt;
     }
     return valueOfResult(*methodInfo, result);
@@ -211,7 +215,7 @@ Dictionary WebServiceBroker::prepareIncomingResultDictionary(const WebServiceCal
 Error WebServiceBroker::errorFromFaultDictionary(const Dictionary& /*faultResult*/)
 {
     return platform::makeError(std::string(kServiceErrorDomain), kFaultErrorCode,
-                               "Web Service call returned fault");
+                               "Web Service call returned fault", FailureKind::fault);
 }
 
 std::string WebServiceBroker::messageFromCode(std::string_view code)

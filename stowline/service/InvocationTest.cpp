@@ -144,6 +144,7 @@ TEST(Invocation, AnUnreachableHostStartsNoProcess)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->domain, "com.Stowline.Application");
     EXPECT_EQ(error->code, 250);
+    EXPECT_EQ(error->kind, FailureKind::hostUnreachable);
     EXPECT_EQ(error->localizedDescription(), kUnreachable);
     EXPECT_FALSE(std::filesystem::exists(trace));
     EXPECT_TRUE(witness.console.empty());
@@ -195,10 +196,52 @@ TEST(Invocation, AFaultIsError200WithoutTheServicesWords)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code, 200);
     EXPECT_EQ(error->domain, "com.Stowline.Application");
+    EXPECT_EQ(error->kind, FailureKind::fault);
     EXPECT_EQ(error->localizedDescription(), "Web Service call returned fault");
     EXPECT_EQ(error->text().find("Database"), std::string::npos);
     EXPECT_TRUE(witness.loggedLineWith("WebService M, Soap call returned fault, result = {"));
 }
+
+/// A call without a SOAP answer: to a server that answers so, or to an address.
+struct NoAnswer {
+    FailureKind kind;
+    std::string answer;
+    std::string url = {};
+};
+
+std::ostream& operator<<(std::ostream& stream, const NoAnswer& call)
+{
+    return stream << platform::nameOf(call.kind);
+}
+
+class NoSoapAnswer : public testing::TestWithParam<NoAnswer> {};
+
+TEST_P(NoSoapAnswer, IsToldByTheKindOfTheError)
+{
+    const RawServer server(GetParam().answer);
+    const test::TestBundle bundle(
+        test::settingsWith("M", method(GetParam().url.empty() ? server.url() : GetParam().url)));
+    std::optional<Error> error;
+    EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}, &error));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, 200);
+    EXPECT_EQ(error->localizedDescription(), "Web Service call returned fault");
+    EXPECT_EQ(platform::nameOf(error->kind), platform::nameOf(GetParam().kind));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, NoSoapAnswer,
+    testing::Values(
+        NoAnswer{FailureKind::connection, ""},
+        NoAnswer{FailureKind::nameNotFound, "", "http://no-such-host.invalid/"},
+        NoAnswer{FailureKind::invalidSettings, "", "htp://host/"},
+        NoAnswer{FailureKind::unreadableAnswer, test::httpAnswer("<html/>")},
+        NoAnswer{FailureKind::badRequest, test::httpAnswer("<html/>", 400)},
+        NoAnswer{FailureKind::proxyRefused, test::httpAnswer("<html/>", 407)},
+        NoAnswer{FailureKind::requestTooLarge, test::httpAnswer("<html/>", 413)},
+        NoAnswer{FailureKind::refusedRedirect,
+                 "HTTP/1.1 302 There\r\nLocation: ftp://there/\r\nContent-Length: 0\r\n\r\n"}),
+    [](const auto& test) { return std::string(platform::nameOf(test.param.kind)); });
 
 TEST(Invocation, NoConnectionIsError200)
 {
@@ -220,6 +263,7 @@ TEST(Invocation, ValuesThatCannotBeSentAreNamedButNotShown)
     const SubstitutionMap params{{"<<P>>", std::string_view("secret\0word", 11)}};
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", {}, params, &error));
     EXPECT_EQ(error->code, 250);
+    EXPECT_EQ(error->kind, FailureKind::unsendableValue);
     EXPECT_EQ(error->localizedDescription(),
               "The value for <<P>> holds the control character U+0000, which cannot be sent. "
               "Please remove it and try again.");

@@ -21,10 +21,10 @@ using std::chrono::milliseconds;
 constexpr std::size_t kPieceBytes = 65536;
 constexpr double kLongestTimeoutSeconds = 1e9;
 
-Error failure(std::string_view message)
+Error failure(std::string_view message, FailureKind kind)
 {
     return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
-                               std::string(message));
+                               std::string(message), kind);
 }
 
 /// A time-out, and what is left of it.
@@ -61,11 +61,11 @@ std::optional<Error> awaitOpening(ReadStream& stream, const Patience& patience)
         case ReadStream::Status::opening:
             break;
         default:
-            return failure(kUnexpectedStatusMessage);
+            return failure(kUnexpectedStatusMessage, FailureKind::connection);
         }
         const milliseconds left = patience.left();
         if (left.count() == 0)
-            return failure(kTimeoutMessage);
+            return failure(kTimeoutMessage, FailureKind::timeOut);
         stream.await(left);
     }
 }
@@ -90,7 +90,7 @@ std::optional<Error> readBody(ReadStream& stream, Patience& patience, Data& body
         }
         const milliseconds left = patience.left();
         if (left.count() == 0)
-            return failure(kTimeoutMessage);
+            return failure(kTimeoutMessage, FailureKind::timeOut);
         if (stream.await(left))
             patience.restart();
     }
@@ -134,7 +134,7 @@ std::optional<Data> readResponseForHTTPMessage(platform::HttpRequest request, do
     if (const auto stream = platform::makeHttpReadStream(std::move(request)))
         body = readResponse(*stream, timeoutSeconds, responseHeader, &wrong);
     else
-        wrong = failure(kNoStreamMessage);
+        wrong = failure(kNoStreamMessage, FailureKind::invalidSettings);
     if (wrong)
         platform::consoleLog(platform::formatText("%@", wrong->localizedDescription()));
     if (error)

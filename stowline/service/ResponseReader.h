@@ -11,7 +11,8 @@
 
 namespace stowline {
 
-/// The messages of the failures found here; all are of code 250.
+/// The messages of the failures found here; all are of code 250. Their kinds are invalidSettings,
+/// timeOut and connection.
 inline constexpr std::string_view kNoStreamMessage = "Unable to create network stream";
 inline constexpr std::string_view kTimeoutMessage = "Request timeout";
 inline constexpr std::string_view kUnexpectedStatusMessage = "Unexpected stream status";

@@ -28,8 +28,13 @@ bool carriesTicket(const SubstitutionMap& substitutions)
 struct HeaderTemplates {
     std::vector<std::string> names;
     std::vector<std::string> templates;
-    std::optional<std::string> fault;
+    std::optional<Error> fault;
 };
+
+Error failure(const std::string& sentence, FailureKind kind)
+{
+    return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence, kind);
+}
 
 HeaderTemplates headerTemplatesOf(const Dictionary& requestInfo, std::string_view requestName)
 {
@@ -41,8 +46,10 @@ HeaderTemplates headerTemplatesOf(const Dictionary& requestInfo, std::string_vie
         const std::string* text =
             fields ? findString(*fields, webRequestKey::templateText) : nullptr;
         if (!name || !text) {
-            headers.fault = "The settings of the web request \"" + std::string(requestName) +
-                            "\" have a header without a name or a template. Please complete it.";
+            headers.fault =
+                failure("The settings of the web request \"" + std::string(requestName) +
+                            "\" have a header without a name or a template. Please complete it.",
+                        FailureKind::invalidSettings);
             return headers;
         }
         headers.names.push_back(*name);
@@ -52,19 +59,19 @@ HeaderTemplates headerTemplatesOf(const Dictionary& requestInfo, std::string_vie
 }
 
 /// What a header value must not hold, in words; absent when it is clean.
-std::optional<std::string> unsendableValue(const HttpHeader& header)
+std::optional<Error> unsendableValue(const HttpHeader& header)
 {
     constexpr std::string_view breaks("\r\n\0", 3);
     if (header.second.find_first_of(breaks) == std::string::npos)
         return std::nullopt;
-    return "The value of the header \"" + header.first +
-           "\" holds a line break or a NUL character, which cannot be sent.";
+    return failure("The value of the header \"" + header.first +
+                       "\" holds a line break or a NUL character, which cannot be sent.",
+                   FailureKind::unsendableValue);
 }
 
 /// Fills the request's headers. @return what is wrong with them
-std::optional<std::string> addHeaders(HttpRequest& request, const Dictionary& requestInfo,
-                                      std::string_view requestName,
-                                      const SubstitutionMap& substitutions)
+std::optional<Error> addHeaders(HttpRequest& request, const Dictionary& requestInfo,
+                                std::string_view requestName, const SubstitutionMap& substitutions)
 {
     const HeaderTemplates headers = headerTemplatesOf(requestInfo, requestName);
     if (headers.fault)
@@ -87,11 +94,6 @@ double timeoutOf(const Dictionary& requestInfo)
 {
     const Value* timeout = find(requestInfo, webRequestKey::requestTimeout);
     return timeout ? platform::FormatArgument(*timeout).real() : kDefaultTimeoutSeconds;
-}
-
-Error unsendable(const std::string& sentence)
-{
-    return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence);
 }
 
 } // namespace
@@ -124,9 +126,8 @@ try {
     std::optional<Error> wrong;
     std::optional<HttpResponseMessage> response;
     std::optional<Data> body;
-    if (const auto fault = addHeaders(request, requestInfo, requestName, httpHeaderSubstitutions))
-        wrong = unsendable(*fault);
-    else
+    wrong = addHeaders(request, requestInfo, requestName, httpHeaderSubstitutions);
+    if (!wrong)
         body = readResponseForHTTPMessage(std::move(request), timeoutOf(requestInfo),
                                           responseHeaders ? &response : nullptr, &wrong);
     if (wrong) {

@@ -153,6 +153,7 @@ TEST(WebRequest, AValueCannotWriteHeaders)
         EXPECT_EQ(outcome.error->localizedDescription(),
                   "The value of the header \"X-Name\" holds a line break or a NUL character, which "
                   "cannot be sent.");
+        EXPECT_EQ(outcome.error->kind, FailureKind::unsendableValue);
     }
     EXPECT_TRUE(server.requests().empty());
 }
@@ -162,7 +163,9 @@ TEST(WebRequest, AnEntryWithHalfAHeaderIsRefused)
     const RawServer server(test::httpAnswer("ok"));
     const test::TestBundle bundle(settingsWithRequest(
         {{"requestHeaders", Array{named("X-A", "1"), Dictionary{{"name", "X-B"}}}}}));
-    EXPECT_EQ(send(server.url()).error->localizedDescription(),
+    const Outcome outcome = send(server.url());
+    EXPECT_EQ(outcome.error->kind, FailureKind::invalidSettings);
+    EXPECT_EQ(outcome.error->localizedDescription(),
               "The settings of the web request \"R\" have a header without a name or a template. "
               "Please complete it.");
     EXPECT_TRUE(server.requests().empty());
@@ -177,6 +180,7 @@ TEST(WebRequest, FailuresAreLoggedTwice)
     EXPECT_FALSE(outcome.body);
     EXPECT_FALSE(outcome.headers);
     EXPECT_EQ(outcome.error->code, 250);
+    EXPECT_EQ(outcome.error->kind, FailureKind::invalidSettings);
     EXPECT_EQ(outcome.error->localizedDescription(), "Unable to create network stream");
     EXPECT_EQ(outcome.console, std::vector<std::string>{"Unable to create network stream"});
     DDLog::flushLog();
@@ -192,6 +196,7 @@ TEST(WebRequest, TheStreamsOwnErrorIsHandedOn)
     const Outcome outcome = send("http://127.0.0.1:" + std::to_string(test::closedPort()) + "/");
     EXPECT_EQ(outcome.error->domain, platform::kHttpErrorDomain);
     EXPECT_EQ(outcome.error->code, static_cast<int>(platform::HttpFailure::connection));
+    EXPECT_EQ(outcome.error->kind, FailureKind::connection);
     EXPECT_NE(outcome.error->localizedDescription().find("127.0.0.1"), std::string::npos);
 }
 
@@ -207,7 +212,9 @@ TEST(WebRequest, ASilentServerTimesOutAndASteadyOneDoesNot)
     });
     const test::TestBundle bundle(settingsWithRequest({{"requestTimeout", "0.3"}}));
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(send(silent.url()).error->localizedDescription(), "Request timeout");
+    const Outcome outcome = send(silent.url());
+    EXPECT_EQ(outcome.error->localizedDescription(), "Request timeout");
+    EXPECT_EQ(outcome.error->kind, FailureKind::timeOut);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(290));
     EXPECT_EQ(textOf(send(steady.url())), "abc"); // 22 bytes take some 0.9 s
 }
@@ -235,6 +242,7 @@ TEST(WebRequest, ABodyGoesToNoOtherServer)
     const Outcome outcome = send(server.url(), "my letters");
     EXPECT_FALSE(outcome.body);
     EXPECT_EQ(outcome.error->code, static_cast<int>(platform::HttpFailure::redirect));
+    EXPECT_EQ(outcome.error->kind, FailureKind::refusedRedirect);
     EXPECT_TRUE(other.requests().empty());
 }
 
@@ -277,7 +285,7 @@ TEST(WebRequest, BoundsWhatItReads)
         connection.send(answer + "Status: true\r\nContent-Length: 0\r\n\r\n");
     });
     const test::TestBundle bundle(settingsWithRequest({{"responseHeaderNames", Array{"Status"}}}));
-    EXPECT_EQ(send(flood.url()).error->code, static_cast<int>(platform::HttpFailure::size));
+    EXPECT_EQ(send(flood.url()).error->kind, FailureKind::tooLarge);
     const Outcome outcome = send(headers.url()); // the library takes 300 KB of them, or refuses
     if (outcome.body)
         EXPECT_EQ(outcome.headers, (Dictionary{{"Status", "true"}}));

@@ -27,6 +27,13 @@ inline constexpr std::string_view kRestoringNotConfiguredMessage =
     "Restoring is not configured: the settings have no \"GetRestoreTicket\" or no "
     "\"DownloadFilePart\". Please ask your provider for settings that do.";
 
+/// What sort of failure an error tells of is its `kind`; programs decide by it, never by the
+/// sentence. Code 250 is of the kinds hostUnreachable, unsendableValue, invalidSettings, timeOut,
+/// connection, refusedByService and noMemory. Code 200 is of the kind fault when the service
+/// answered with one; where there was no SOAP answer, of the kind that says why: connection,
+/// nameNotFound, certificate, proxyRefused, refusedRedirect, tooLarge, requestTooLarge, badRequest,
+/// unreadableAnswer, invalidSettings or unsendableValue.
+///
 /// Static operations only; all may be called from any number of threads at once. Those that call a
 /// web method block for one SOAP call (at most about 60 seconds and the start of a process), so
 /// they belong on worker threads. An error slot may be null; it is written or cleared only where an

@@ -121,7 +121,7 @@ std::optional<HttpOutcome> performed(HttpRequest request, const CallWorkerOption
 WebServiceCallResult resultFrom(const HttpOutcome& outcome)
 {
     if (!outcome.response)
-        return faultResult(kFaultCodeNoAnswer, outcome.failure);
+        return faultResult(kFaultCodeNoAnswer, outcome.failure, {}, outcome.reason);
     const auto reading = soap::readMessage(outcome.body);
     if (!reading.message)
         return faultResult(kFaultCodeUnreadableAnswer, reading.failure, *outcome.response);

@@ -160,6 +160,7 @@ TEST(WholeStackOverTls, RefusesAnUnknownCertificate)
     std::optional<Error> error;
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("EncryptString", {}, {}, &error));
     EXPECT_EQ(error->code, 200);
+    EXPECT_EQ(error->kind, FailureKind::certificate);
 }
 
 TEST(WholeStackOverTls, RefusesACertificateOfAnotherHost)
@@ -168,7 +169,9 @@ TEST(WholeStackOverTls, RefusesACertificateOfAnotherHost)
     const test::DevServerProcess server(certificate.serverArguments());
     useBundleOf(server);
     ::setenv("SSL_CERT_DIR", certificate.trustFolder().c_str(), 1);
-    EXPECT_FALSE(WebServiceBroker::encryptString("x"));
+    std::optional<Error> error;
+    EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("EncryptString", {}, {}, &error));
+    EXPECT_EQ(error->kind, FailureKind::certificate);
 }
 
 TEST(WholeStackOverTls, NeverFollowsARedirectToHttp)

@@ -62,6 +62,48 @@ void setTrustRoots(CURL* handle)
     curl_easy_setopt(handle, CURLOPT_CAPATH, folder);
 }
 
+FailureKind reasonOf(HttpFailure failure)
+{
+    switch (failure) {
+    case HttpFailure::none:
+        return FailureKind::unspecified;
+    case HttpFailure::address:
+        return FailureKind::invalidSettings;
+    case HttpFailure::request:
+        return FailureKind::unsendableValue;
+    case HttpFailure::connection:
+        return FailureKind::connection;
+    case HttpFailure::redirect:
+        return FailureKind::refusedRedirect;
+    case HttpFailure::size:
+        return FailureKind::tooLarge;
+    case HttpFailure::stopped:
+        return FailureKind::stopped;
+    }
+    return FailureKind::unspecified;
+}
+
+/// Why a transfer ended without a response.
+FailureKind reasonOf(CURL* handle, CURLcode result)
+{
+    long proxyStatus = 0; // of the request for a tunnel
+    curl_easy_getinfo(handle, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
+    if (proxyStatus >= 300)
+        return FailureKind::proxyRefused;
+    switch (result) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+        return FailureKind::nameNotFound;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_CACERT_BADFILE:
+        return FailureKind::certificate;
+    case CURLE_OPERATION_TIMEDOUT:
+        return FailureKind::timeOut;
+    default:
+        return FailureKind::connection;
+    }
+}
+
 } // namespace
 
 class HttpExchange::Transfer {
@@ -141,9 +183,15 @@ private:
 
     void fail(HttpFailure kind, std::string sentence)
     {
+        fail(kind, std::move(sentence), reasonOf(kind));
+    }
+
+    void fail(HttpFailure kind, std::string sentence, FailureKind reason)
+    {
         outcome_.response.reset();
         outcome_.failure = std::move(sentence);
         outcome_.kind = kind;
+        outcome_.reason = reason;
         ended_ = true;
     }
 
@@ -337,7 +385,8 @@ private:
             const std::string detail =
                 errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
             fail(HttpFailure::connection,
-                 "The call to " + origin_.host + " failed: " + detail + ".");
+                 "The call to " + origin_.host + " failed: " + detail + ".",
+                 reasonOf(easy_.get(), result));
             return;
         }
         if (!headersEnded_) { // which the library takes for a response without a body

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/values/Error.h"
 
 #include <chrono>
 #include <cstddef>
@@ -52,6 +53,7 @@ struct HttpOutcome {
                                          ///< takeBody() took
     std::string failure;                 ///< a sentence for people when there is no response
     HttpFailure kind = HttpFailure::none;
+    FailureKind reason = FailureKind::unspecified; ///< the same more finely, as errors carry it
 };
 
 /// Sends a request when it is made and moves on only inside wait(). Follows redirects 301, 302 and

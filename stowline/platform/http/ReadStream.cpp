@@ -63,7 +63,8 @@ public:
         settle();
         return makeError(std::string(kHttpErrorDomain),
                          outcome_ ? static_cast<int>(outcome_->kind) : 0,
-                         outcome_ ? outcome_->failure : "");
+                         outcome_ ? outcome_->failure : "",
+                         outcome_ ? outcome_->reason : FailureKind::unspecified);
     }
 
 private:

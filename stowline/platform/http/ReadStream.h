@@ -42,7 +42,8 @@ public:
     [[nodiscard]] virtual Error error() = 0;
 };
 
-/// Domain of the errors of a HTTP stream; their codes are those of HttpFailure.
+/// Domain of the errors of an HTTP stream; their codes are those of HttpFailure, their kinds the
+/// exchange's reasons.
 inline constexpr std::string_view kHttpErrorDomain = "com.Stowline.HTTP";
 
 /// A stream over one HTTP exchange; see HttpExchange for redirects, TLS and proxies.

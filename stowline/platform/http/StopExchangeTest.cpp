@@ -52,6 +52,7 @@ HttpOutcome stoppedOnce(HttpRequest request, const std::function<void()>& ready)
 void expectStopped(const HttpOutcome& outcome)
 {
     EXPECT_EQ(outcome.kind, HttpFailure::stopped);
+    EXPECT_EQ(outcome.reason, FailureKind::stopped);
     EXPECT_FALSE(outcome.response);
     EXPECT_EQ(outcome.failure, "The request was stopped.");
 }

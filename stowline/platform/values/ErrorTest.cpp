@@ -1,0 +1,36 @@
+#include "stowline/platform/values/Error.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline::platform {
+namespace {
+
+TEST(FailureKind, EveryKindHasANameOfItsOwn)
+{
+    for (int number = 0; number <= static_cast<int>(FailureKind::stopped); ++number) {
+        const auto kind = static_cast<FailureKind>(number);
+        EXPECT_EQ(failureKindNamed(nameOf(kind)), kind) << number;
+        EXPECT_EQ(nameOf(kind) == "unspecified", kind == FailureKind::unspecified) << number;
+    }
+    EXPECT_EQ(failureKindNamed("something newer"), FailureKind::unspecified);
+}
+
+TEST(Error, TheKindIsNoPartOfItsText)
+{
+    const Error error = makeError("d", 7, "Why.", FailureKind::certificate);
+    EXPECT_EQ(error.kind, FailureKind::certificate);
+    EXPECT_EQ(error.text(), makeError("d", 7, "Why.").text());
+    EXPECT_EQ(error.localizedDescription(), "Why.");
+    EXPECT_EQ(makeError("d", 7, "Why.").kind, FailureKind::unspecified);
+}
+
+TEST(Error, WantOfMemoryIsAKind)
+{
+    std::optional<Error> error;
+    storeNoMemory(&error, "d", 7);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->kind, FailureKind::noMemory);
+}
+
+} // namespace
+} // namespace stowline::platform
