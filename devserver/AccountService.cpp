@@ -32,6 +32,13 @@ Dictionary createAccount(const AccountServiceContext& context, const Dictionary&
                                                        .email = text(parameters, "emailID")})}};
 }
 
+Dictionary changePassword(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    return {{"ChangePasswordResult", context.accounts.changePassword(
+                                         text(parameters, "userName"), text(parameters, "password"),
+                                         text(parameters, "newPassword"))}};
+}
+
 /// Some refusals come with a sentence, some with the code alone, as real services do.
 Dictionary createTrialAccount(const AccountServiceContext& context, const Dictionary& parameters)
 {
@@ -138,6 +145,11 @@ Service accountService(const AccountServiceContext& context)
               {.name = "emailID"}},
              {{.name = "CreateAccountResult"}},
              with(context, createAccount)},
+            {"ChangePassword",
+             "Gives an account another password; its tickets are good for nothing then.",
+             {{.name = "userName"}, {.name = "password"}, {.name = "newPassword"}},
+             {{.name = "ChangePasswordResult"}},
+             with(context, changePassword)},
             {"CreateTrialAccount",
              "Opens an account of a customer type.",
              {{.name = "firstName"},

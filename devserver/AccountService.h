@@ -4,6 +4,7 @@
 #include "devserver/Accounts.h"
 #include "devserver/ServiceMethod.h"
 #include "devserver/Storage.h"
+#include "devserver/Tickets.h"
 
 #include <filesystem>
 #include <string>
@@ -16,6 +17,7 @@ struct AccountServiceContext {
     Storage& storage;
     Data encryptionKey;           ///< 32 bytes
     std::string backupServerName; ///< host and port that signed-in clients are sent to
+    Tickets* tickets = nullptr;   ///< absent: none are given
 };
 
 /// The service at "/AccountService.asmx". The context must outlive it.

@@ -1,6 +1,7 @@
 #include "devserver/Accounts.h"
 
 #include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/desktop/Sha256.h"
 
 #include <sqlite3.h>
 
@@ -84,22 +85,46 @@ std::optional<std::string> Accounts::storedPasswordOf(const std::string& userNam
 
 bool Accounts::isRight(const std::string& userName, const std::string& password)
 {
-    const std::string digest = platform::keyedDigest(userName + '\0' + password, sessionKey_);
+    // Hashing takes its time, so it is done outside the lock, and for unknown users too.
+    static const std::string nobody = platform::storedPassword("");
+    const auto stored = storedPasswordOf(userName);
+    // With what is stored, so that nothing is known of a password that was changed.
+    const std::string digest = platform::keyedDigest(
+        userName + '\0' + password + '\0' + stored.value_or(nobody), sessionKey_);
     {
         const std::lock_guard lock(mutex_);
         const auto known = verified_.find(userName);
         if (known != verified_.end() && known->second == digest)
             return true;
     }
-    // Hashing takes its time, so it is done outside the lock, and for unknown users too.
-    static const std::string nobody = platform::storedPassword("");
-    const auto stored = storedPasswordOf(userName);
     const bool matches = platform::passwordMatches(password, stored.value_or(nobody));
     if (!stored || !matches)
         return false;
     const std::lock_guard lock(mutex_);
     verified_.insert_or_assign(userName, digest);
     return true;
+}
+
+std::string Accounts::changePassword(const std::string& userName, const std::string& password,
+                                     const std::string& newPassword)
+{
+    if (!isRight(userName, password))
+        return "InvalidUserNameOrPassword";
+    if (newPassword.empty())
+        return "InvalidPassword";
+    const std::string stored = platform::storedPassword(newPassword);
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement update(database_, "UPDATE accounts SET password = ? WHERE user_name = ?");
+    update.bind(1, stored);
+    update.bind(2, userName);
+    update.exec();
+    return "Success";
+}
+
+std::optional<std::string> Accounts::passwordMark(const std::string& userName)
+{
+    const auto stored = storedPasswordOf(userName);
+    return stored ? std::optional(platform::Sha256::of(*stored)) : std::nullopt;
 }
 
 std::optional<std::string> Accounts::signIn(const std::string& userName,

@@ -46,9 +46,20 @@ public:
     [[nodiscard]] std::string open(const NewAccount& account);
 
     /// The account's status ("Active") when user name and password are right; else absent.
-    /// A password that was right once is known again at once until the service ends.
+    /// A password that was right once is known again at once until it is changed or the service
+    /// ends.
     [[nodiscard]] std::optional<std::string> signIn(const std::string& userName,
                                                     const std::string& password);
+
+    /// Gives an account another password.
+    /// @return "Success", "InvalidUserNameOrPassword" or "InvalidPassword" (an empty new one)
+    [[nodiscard]] std::string changePassword(const std::string& userName,
+                                             const std::string& password,
+                                             const std::string& newPassword);
+
+    /// A text that is another once the account has another password, and tells nothing of it.
+    /// Absent when there is no such account.
+    [[nodiscard]] std::optional<std::string> passwordMark(const std::string& userName);
 
     /// Absent when there is no such account.
     [[nodiscard]] std::optional<AccountDetails> details(const std::string& userName);

@@ -92,7 +92,20 @@ Dictionary protect2(const AccountServiceContext& context, const Dictionary& para
                   .baselineVersion = number(parameters, "lngBaselinePkForThisDelta")})}};
 }
 
-Dictionary metaData(const StoredVersion& version)
+const char* nameOf(ContentState state)
+{
+    switch (state) {
+    case ContentState::whole:
+        return "Whole";
+    case ContentState::missing:
+        return "Missing";
+    case ContentState::damaged:
+        return "Damaged";
+    }
+    return "";
+}
+
+Dictionary metaData(const StoredVersion& version, ContentState state)
 {
     return {{"VersionID", std::to_string(version.id)},
             {"FileID", std::to_string(version.fileId)},
@@ -103,29 +116,54 @@ Dictionary metaData(const StoredVersion& version)
             {"Checksum", fmt::format("{:08x}", version.checksum)},
             {"ServerPath", version.serverFile},
             {"IsDelta", version.isDelta ? "true" : "false"},
-            {"BaselineKey", std::to_string(version.baselineVersion)}};
+            {"BaselineKey", std::to_string(version.baselineVersion)},
+            {"State", nameOf(state)},
+            {"StoredSize", std::to_string(version.storedSize)},
+            {"Digest", version.digest}};
 }
 
-/// The chosen versions, separated by commas, each with the versions that it is a delta against.
-Dictionary metaDataToRecover(const AccountServiceContext& context, const Dictionary& parameters)
+constexpr std::string_view kReadAll = "read:"; ///< asks for all content to be read
+
+/// The chosen versions, each with the versions that it is a delta against.
+Array metaDataOf(Storage& storage, const std::string& user, std::string_view numbers, bool readsAll)
 {
-    const std::string chosen = text(parameters, "strArrInp");
     Array files;
-    for (std::size_t start = 0; start <= chosen.size();) {
-        const std::size_t end = std::min(chosen.find(',', start), chosen.size());
-        std::int64_t wanted = platform::leadingInteger(chosen.substr(start, end - start));
-        while (const auto version = context.storage.version(text(parameters, "uName"), wanted)) {
-            files.emplace_back(metaData(*version));
+    for (std::size_t start = 0; start <= numbers.size();) {
+        const std::size_t end = std::min(numbers.find(',', start), numbers.size());
+        std::int64_t wanted = platform::leadingInteger(numbers.substr(start, end - start));
+        while (const auto version = storage.version(user, wanted)) {
+            files.emplace_back(metaData(*version, storage.contentState(*version, readsAll)));
             if (!version->isDelta || version->baselineVersion >= version->id)
                 break;
             wanted = version->baselineVersion;
         }
         start = end + 1;
     }
+    return files;
+}
+
+/// Versions that there are not are left out of the answer.
+Dictionary metaDataToRecover(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    const std::string chosen = text(parameters, "strArrInp");
+    const bool readsAll = chosen.starts_with(kReadAll);
+    const std::string_view numbers =
+        std::string_view(chosen).substr(readsAll ? kReadAll.size() : 0);
+    Array files = metaDataOf(context.storage, text(parameters, "uName"), numbers, readsAll);
     const char* code = files.empty() ? "NoSuchVersion" : "Success";
     return {
         {"getMetaDataAboutFilesToRecoverResult",
          Dictionary{{"Code", code}, {"files", Dictionary{{"FileMetaData", std::move(files)}}}}}};
+}
+
+Dictionary getRestoreTicket(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    requireSignIn(context, parameters);
+    if (!context.tickets)
+        throw ServiceFault("Server", "This service gives no tickets");
+    return {{"GetRestoreTicketResult",
+             Dictionary{{"Ticket", context.tickets->give(text(parameters, "userName"))},
+                        {"SecondsToLive", std::to_string(context.tickets->lifetime().count())}}}};
 }
 
 Dictionary deleteFiles(const AccountServiceContext& context, const Dictionary& parameters)
@@ -276,7 +314,8 @@ std::vector<ServiceMethod> registrationMethods(const AccountServiceContext& cont
 std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
 {
     return {{"getMetaDataAboutFilesToRecover",
-             "What is needed to recover versions, given by their numbers with commas between.",
+             "What is needed to recover versions, given by their numbers with commas between, and"
+             " how their content is; after read: all of it is read for that.",
              {{.name = "strArrInp"},
               {.name = "timeOfRecovery"},
               {.name = "uName"},
@@ -295,8 +334,17 @@ std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
                                                {.name = "Checksum"},
                                                {.name = "ServerPath"},
                                                {.name = "IsDelta"},
-                                               {.name = "BaselineKey"}}}}}}}},
+                                               {.name = "BaselineKey"},
+                                               {.name = "State"},
+                                               {.name = "StoredSize"},
+                                               {.name = "Digest"}}}}}}}},
              with(context, metaDataToRecover)},
+            {"GetRestoreTicket",
+             "Leave to read the account's content for some time.",
+             {{.name = "userName"}, {.name = "password"}},
+             {{.name = "GetRestoreTicketResult",
+               .parts = {{.name = "Ticket"}, {.name = "SecondsToLive"}}}},
+             with(context, getRestoreTicket)},
             {"DeleteFilesInBulk",
              "Deletes the versions of a list.",
              {{.name = "uName"}, {.name = "fileListId"}},

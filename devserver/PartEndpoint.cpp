@@ -35,11 +35,16 @@ PartAnswer answerWith(const std::optional<HeldUpload>& held, const char* reason)
 {
     if (!held)
         return refusal(reason);
-    return {{"Status", "true"},
-            {"X-ReceivedBytes", std::to_string(held->receivedBytes)},
-            {"X-NextPart", std::to_string(held->parts + 1)},
-            {"X-ServerPath", held->serverFile},
-            {"X-Registered", held->isRegistered ? "true" : "false"}};
+    PartAnswer answer{{"Status", "true"},
+                      {"X-ReceivedBytes", std::to_string(held->receivedBytes)},
+                      {"X-NextPart", std::to_string(held->parts + 1)},
+                      {"X-ServerPath", held->serverFile},
+                      {"X-Registered", held->isRegistered ? "true" : "false"}};
+    if (held->isRegistered) {
+        answer.emplace("X-VersionID", std::to_string(held->versionId));
+        answer.emplace("X-ListID", held->listId);
+    }
+    return answer;
 }
 
 } // namespace
@@ -66,7 +71,11 @@ PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
     const auto named = namedIn(header);
     if (!named)
         return refusal("a header is missing or no Base64");
-    return answerWith(storage.held(named->place), "the user was given no such path");
+    try {
+        return answerWith(storage.held(named->place), "the user was given no such path");
+    } catch (const std::exception&) {
+        return refusal("what is held cannot be looked at");
+    }
 }
 
 PartAnswer answerPart(Storage& storage, const RequestHeaders& header, std::string_view body)

@@ -19,7 +19,8 @@ using PartAnswer = std::map<std::string, std::string>;
 
 /// "GetServerPartInfo". Headers X-FileName, X-UserName and X-ServerDirPath are in Base64.
 /// X-ReceivedBytes and X-NextPart (from 1) of the answer tell where to go on, X-ServerPath where
-/// the file lies, X-Registered whether it is a version already. Any thread.
+/// the file lies, X-Registered whether it is a version already; X-VersionID and X-ListID then name
+/// it. Any thread.
 [[nodiscard]] PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header);
 
 /// "UploadFilePart". X-Guid may go on with ";offset=N" and ";crc32=XXXXXXXX" about the part, which

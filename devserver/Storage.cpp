@@ -2,6 +2,7 @@
 
 #include "devserver/StoragePaths.h"
 #include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/ContentFile.h"
 #include "stowline/platform/files/FileHandle.h"
 #include "stowline/platform/text/Text.h"
@@ -11,6 +12,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <limits>
 
 namespace stowline::devserver {
 
@@ -30,7 +32,8 @@ constexpr const char* kSchema = R"sql(
         file_name   BLOB NOT NULL,
         received    INTEGER NOT NULL,
         parts       INTEGER NOT NULL,
-        checksum    INTEGER NOT NULL
+        checksum    INTEGER NOT NULL,
+        changed_at  INTEGER NOT NULL DEFAULT 0
     ) STRICT;
     CREATE TABLE IF NOT EXISTS items (
         id          INTEGER PRIMARY KEY AUTOINCREMENT,
@@ -58,7 +61,11 @@ constexpr const char* kSchema = R"sql(
         is_delta    INTEGER NOT NULL,
         is_packed   INTEGER NOT NULL,
         baseline    INTEGER NOT NULL,
-        list_id     TEXT NOT NULL UNIQUE
+        list_id     TEXT NOT NULL UNIQUE,
+        stored_size INTEGER NOT NULL DEFAULT -1,
+        digest      TEXT NOT NULL DEFAULT '',
+        stamp       TEXT NOT NULL DEFAULT '',
+        is_whole    INTEGER NOT NULL DEFAULT 1
     ) STRICT;
     CREATE INDEX IF NOT EXISTS versions_of_item ON versions (item_id);
     CREATE TABLE IF NOT EXISTS packages (
@@ -93,12 +100,37 @@ std::uint32_t checksumOf(std::uint32_t start, std::string_view bytes)
 
 } // namespace
 
-Storage::Storage(std::filesystem::path dataFolder)
-    : dataFolder_(std::move(dataFolder)),
+Storage::Storage(std::filesystem::path dataFolder, std::function<Clock::time_point()> now)
+    : dataFolder_(std::move(dataFolder)), now_(std::move(now)),
       database_((dataFolder_ / "files.sqlite").string(),
                 SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds)
 {
     database_.exec(kSchema);
+    migrate();
+}
+
+/// Adds what databases of earlier versions lack.
+void Storage::migrate()
+{
+    const auto addColumn = [this](const char* table, const char* column, const char* kind) {
+        SQLite::Statement known(database_, "SELECT 1 FROM pragma_table_info(?) WHERE name = ?");
+        known.bind(1, table);
+        known.bind(2, column);
+        if (!known.executeStep())
+            database_.exec(fmt::format("ALTER TABLE {} ADD COLUMN {} {}", table, column, kind));
+    };
+    addColumn("uploads", "changed_at", "INTEGER NOT NULL DEFAULT 0");
+    addColumn("versions", "stored_size", "INTEGER NOT NULL DEFAULT -1");
+    addColumn("versions", "digest", "TEXT NOT NULL DEFAULT ''");
+    addColumn("versions", "stamp", "TEXT NOT NULL DEFAULT ''");
+    addColumn("versions", "is_whole", "INTEGER NOT NULL DEFAULT 1");
+    database_.exec(
+        fmt::format("UPDATE uploads SET changed_at = {} WHERE changed_at = 0", secondsNow()));
+}
+
+std::int64_t Storage::secondsNow() const
+{
+    return std::chrono::floor<std::chrono::seconds>(now_()).time_since_epoch().count();
 }
 
 std::filesystem::path Storage::contentFile(const std::string& serverFile) const
@@ -138,15 +170,18 @@ std::optional<std::string> Storage::serverFileOf(const UploadPlace& place)
 
 HeldUpload Storage::heldAt(const std::string& serverFile)
 {
-    const Lock lock(mutex_);
     HeldUpload held{.serverFile = serverFile};
-    SQLite::Statement version(database_, "SELECT size FROM versions WHERE server_file = ?");
-    version.bind(1, serverFile);
-    if (version.executeStep()) {
-        held.isRegistered = true;
-        held.receivedBytes = static_cast<std::uint64_t>(version.getColumn(0).getInt64());
-        return held;
+    if (const auto version = versionAt(serverFile)) {
+        if (judge(*version, false) == ContentState::whole) {
+            held.isRegistered = true;
+            held.receivedBytes = version->storedSize;
+            held.versionId = version->id;
+            held.listId = version->listId;
+            return held;
+        }
+        setAside(*version);
     }
+    const Lock lock(mutex_);
     SQLite::Statement upload(database_,
                              "SELECT received, parts FROM uploads WHERE server_file = ?");
     upload.bind(1, serverFile);
@@ -199,15 +234,18 @@ std::optional<HeldUpload> Storage::addPart(const UploadPlace& place, const Uploa
     ++held.parts;
     const Lock lock(mutex_);
     SQLite::Statement update(database_, "INSERT INTO uploads (server_file, user_name, file_name,"
-                                        " received, parts, checksum) VALUES (?,?,?,?,?,?)"
+                                        " received, parts, checksum, changed_at)"
+                                        " VALUES (?,?,?,?,?,?,?)"
                                         " ON CONFLICT DO UPDATE SET received = excluded.received,"
-                                        " parts = excluded.parts, checksum = excluded.checksum");
+                                        " parts = excluded.parts, checksum = excluded.checksum,"
+                                        " changed_at = excluded.changed_at");
     update.bind(1, *serverFile);
     update.bind(2, place.userName);
     update.bind(3, part.fileName.data(), static_cast<int>(part.fileName.size()));
     update.bind(4, static_cast<std::int64_t>(held.receivedBytes));
     update.bind(5, static_cast<std::int64_t>(held.parts));
     update.bind(6, static_cast<std::int64_t>(checksum));
+    update.bind(7, secondsNow());
     update.exec();
     return held;
 }
@@ -235,6 +273,9 @@ std::string Storage::registerFile(const Registration& given)
     if (!serverFile || registration.name.empty() ||
         registration.name.find('/') != std::string::npos)
         return "InvalidPath";
+    constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    if (registration.size > largest)
+        return "InvalidSize";
     const std::lock_guard content(contentLock(*serverFile));
     const HeldUpload held = heldAt(*serverFile);
     if (held.receivedBytes != registration.uploadedSize)
@@ -247,7 +288,11 @@ std::string Storage::registerFile(const Registration& given)
     auto file = platform::ContentFile::openOrCreate(contentFile(*serverFile));
     file.truncate(held.receivedBytes);
     std::uint32_t checksum = 0;
-    file.read([&checksum](std::string_view bytes) { checksum = checksumOf(checksum, bytes); });
+    platform::Sha256 digest;
+    file.read([&](std::string_view bytes) {
+        checksum = checksumOf(checksum, bytes);
+        digest.update(bytes);
+    });
     if (checksum != checksumOfUpload(*serverFile).value_or(0) ||
         checksum != registration.checksum.value_or(checksum)) {
         forgetUpload(*serverFile);
@@ -256,7 +301,8 @@ std::string Storage::registerFile(const Registration& given)
     file.synchronize();
     const Lock lock(mutex_);
     SQLite::Transaction transaction(database_);
-    insertVersion(registration, *serverFile, checksum);
+    insertVersion(registration, *serverFile,
+                  {held.receivedBytes, checksum, digest.hexadecimal(), file.stamp()});
     forgetUpload(*serverFile);
     transaction.commit();
     return "Success";
@@ -269,7 +315,7 @@ std::int64_t Storage::fileFor(const Registration& registration)
         database_, "INSERT INTO items (user_name, system_name, folder, name, is_folder,"
                    " is_package) VALUES (?1, ?2, ?3, ?4, 1, EXISTS (SELECT 1 FROM packages"
                    " WHERE user_name = ?1 AND path = ?3 || '/' || ?4))"
-                   " ON CONFLICT DO NOTHING");
+                   " ON CONFLICT DO UPDATE SET is_folder = 1 WHERE is_folder = 0");
     for (std::string path = registration.folder; !path.empty();) {
         const auto [folder, name] = split(path);
         insert.bind(1, registration.place.userName);
@@ -295,28 +341,32 @@ std::int64_t Storage::fileFor(const Registration& registration)
 }
 
 void Storage::insertVersion(const Registration& registration, const std::string& serverFile,
-                            std::uint32_t checksum)
+                            const Content& content)
 {
     const std::int64_t item = fileFor(registration);
     SQLite::Statement insert(database_, "INSERT INTO versions (item_id, user_name, size,"
                                         " client_date, server_file, checksum, is_delta, is_packed,"
-                                        " baseline, list_id) VALUES (?,?,?,?,?,?,?,?,?,?)");
+                                        " baseline, list_id, stored_size, digest, stamp)"
+                                        " VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?)");
     insert.bind(1, item);
     insert.bind(2, registration.place.userName);
     insert.bind(3, static_cast<std::int64_t>(registration.size));
     insert.bind(4, registration.clientDate);
     insert.bind(5, serverFile);
-    insert.bind(6, static_cast<std::int64_t>(checksum));
+    insert.bind(6, static_cast<std::int64_t>(content.checksum));
     insert.bind(7, registration.isDelta ? 1 : 0);
     insert.bind(8, registration.isCompressed ? 1 : 0);
     insert.bind(9, registration.baselineVersion);
     insert.bind(10, platform::hexadecimalText(platform::randomBytes(kListIdBytes)));
+    insert.bind(11, static_cast<std::int64_t>(content.size));
+    insert.bind(12, content.digest);
+    insert.bind(13, content.stamp);
     insert.exec();
     SQLite::Statement update(database_, "UPDATE items SET size = ?, modified = ?, checksum = ?,"
                                         " versions = versions + 1 WHERE id = ?");
     update.bind(1, static_cast<std::int64_t>(registration.size));
     update.bind(2, registration.clientDate);
-    update.bind(3, static_cast<std::int64_t>(checksum));
+    update.bind(3, static_cast<std::int64_t>(content.checksum));
     update.bind(4, item);
     update.exec();
 }

@@ -6,8 +6,10 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -28,6 +30,8 @@ struct HeldUpload {
     std::uint64_t parts = 0;
     std::string serverFile; ///< full path of the file on the service
     bool isRegistered = false;
+    std::int64_t versionId = 0; ///< of a registered one
+    std::string listId;         ///< of a registered one
 };
 
 /// One part, with what its sender says about it.
@@ -80,7 +84,22 @@ struct StoredVersion {
     std::uint32_t checksum = 0;
     bool isDelta = false;
     std::int64_t baselineVersion = -1;
-    std::string listId; ///< names it in a deletion
+    std::string listId;           ///< names it in a deletion
+    std::uint64_t storedSize = 0; ///< bytes of content, which may be packed or a delta
+    std::string
+        digest; ///< SHA-256 of the content; empty when it was registered before there was one
+};
+
+/// How the content of a version is.
+enum class ContentState { whole, missing, damaged };
+
+/// A part of a version's content, or why there is none.
+struct ContentPart {
+    enum class Outcome { read, noSuchVersion, missing, damaged, outOfRange };
+    Outcome outcome = Outcome::noSuchVersion;
+    std::string bytes;
+    std::uint32_t checksum = 0; ///< CRC-32 of the bytes
+    StoredVersion version;
 };
 
 /// One page of items and the count of all.
@@ -114,13 +133,18 @@ struct MachineSummary {
 /// SQLite::Exception or platform::FileFault when the disk refuses. Any thread.
 class Storage {
 public:
-    explicit Storage(std::filesystem::path dataFolder);
+    using Clock = std::chrono::system_clock;
+
+    explicit Storage(std::filesystem::path dataFolder,
+                     std::function<Clock::time_point()> now = Clock::now);
 
     /// The path below which a user's client with this registry identifier uploads.
     [[nodiscard]] std::string uploadPath(const std::string& userName, std::int64_t accountNumber,
                                          const std::string& registryId);
 
-    /// What is held of an upload; absent when the user was given no such path.
+    /// What is held of an upload; absent when the user was given no such path. A version whose
+    /// content is not whole any more counts as nothing: it can be uploaded again, as another
+    /// version.
     [[nodiscard]] std::optional<HeldUpload> held(const UploadPlace& place);
 
     /// Adds a part to an upload. One that is held already, and one for a registered file, changes
@@ -130,8 +154,22 @@ public:
                                                     const UploadedPart& part);
 
     /// Makes a version of an upload, which must be whole. A registered one is a success again.
-    /// @return "Success", "InvalidPath", "IncompleteFile", "ChecksumMismatch" or "InvalidBaseline"
+    /// @return "Success", "InvalidPath", "IncompleteFile", "ChecksumMismatch", "InvalidSize" or
+    ///         "InvalidBaseline"
     [[nodiscard]] std::string registerFile(const Registration& registration);
+
+    /// How the content of a version is. The digest of what was registered is kept, with what the
+    /// system said of the file then; content is read again when the system says otherwise now, or
+    /// when the caller wants it.
+    [[nodiscard]] ContentState contentState(const StoredVersion& version, bool readsAll = false);
+
+    /// Up to `length` bytes of a version's content; fewer at its end only.
+    [[nodiscard]] ContentPart readPart(const std::string& userName, std::int64_t versionId,
+                                       std::uint64_t offset, std::size_t length);
+
+    /// Drops parts that nobody went on with or registered for seven days, and files that belong to
+    /// nothing. @return how many
+    std::size_t dropAbandoned();
 
     void notePackage(const std::string& userName, const std::string& path, std::uint64_t bytes);
 
@@ -167,11 +205,24 @@ public:
 private:
     [[nodiscard]] std::optional<std::string> serverFileOf(const UploadPlace& place);
     [[nodiscard]] HeldUpload heldAt(const std::string& serverFile);
+    [[nodiscard]] std::optional<StoredVersion> versionAt(const std::string& serverFile);
+    void setAside(const StoredVersion& version);
+    [[nodiscard]] ContentState judge(const StoredVersion& version, bool readsAll);
+    void noteJudged(std::int64_t versionId, const std::string& stamp, bool isWhole);
+    void migrate();
+    [[nodiscard]] bool dropAbandonedFile(const std::string& serverFile, std::int64_t before);
+    [[nodiscard]] std::int64_t secondsNow() const;
     [[nodiscard]] std::optional<std::uint32_t> checksumOfUpload(const std::string& serverFile);
     void forgetUpload(const std::string& serverFile);
     [[nodiscard]] std::int64_t fileFor(const Registration& registration);
+    struct Content {
+        std::uint64_t size = 0;
+        std::uint32_t checksum = 0;
+        std::string digest;
+        std::string stamp;
+    };
     void insertVersion(const Registration& registration, const std::string& serverFile,
-                       std::uint32_t checksum);
+                       const Content& content);
     [[nodiscard]] bool hasBaseline(const Registration& registration);
     [[nodiscard]] ItemPage page(const ItemQuery& query, const std::string& condition,
                                 const std::vector<std::string>& arguments);
@@ -180,6 +231,7 @@ private:
     [[nodiscard]] std::mutex& contentLock(const std::string& serverFile);
 
     const std::filesystem::path dataFolder_;
+    const std::function<Clock::time_point()> now_;
     std::array<std::mutex, 64> contentLocks_; ///< taken before the database's
     std::recursive_mutex mutex_;
     SQLite::Database database_;

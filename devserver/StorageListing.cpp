@@ -59,24 +59,28 @@ constexpr const char* kItemColumns =
 
 constexpr const char* kVersionQuery =
     "SELECT v.id, v.item_id, i.system_name, i.folder, i.name, v.size, v.client_date, v.stored_at,"
-    " v.server_file, v.checksum, v.is_delta, v.baseline, v.list_id"
-    " FROM versions v JOIN items i ON i.id = v.item_id WHERE v.user_name = ?";
+    " v.server_file, v.checksum, v.is_delta, v.baseline, v.list_id, v.stored_size, v.digest"
+    " FROM versions v JOIN items i ON i.id = v.item_id WHERE ";
 
 StoredVersion versionFrom(SQLite::Statement& row)
 {
+    const std::int64_t size = row.getColumn(5).getInt64();
+    const std::int64_t storedSize = row.getColumn(13).getInt64(); // -1: of before it was kept
     return {.id = row.getColumn(0).getInt64(),
             .fileId = row.getColumn(1).getInt64(),
             .systemName = row.getColumn(2).getString(),
             .folder = row.getColumn(3).getString(),
             .name = row.getColumn(4).getString(),
-            .size = static_cast<std::uint64_t>(row.getColumn(5).getInt64()),
+            .size = static_cast<std::uint64_t>(size),
             .clientDate = row.getColumn(6).getString(),
             .storedAt = row.getColumn(7).getString(),
             .serverFile = row.getColumn(8).getString(),
             .checksum = static_cast<std::uint32_t>(row.getColumn(9).getInt64()),
             .isDelta = row.getColumn(10).getInt() != 0,
             .baselineVersion = row.getColumn(11).getInt64(),
-            .listId = row.getColumn(12).getString()};
+            .listId = row.getColumn(12).getString(),
+            .storedSize = static_cast<std::uint64_t>(storedSize < 0 ? size : storedSize),
+            .digest = row.getColumn(14).getString()};
 }
 
 } // namespace
@@ -97,7 +101,8 @@ std::uint64_t Storage::usedBytes(const std::string& userName)
 {
     const Lock lock(mutex_);
     SQLite::Statement query(database_,
-                            "SELECT coalesce(sum(size), 0) FROM versions WHERE user_name = ?");
+                            "SELECT CAST(total(CASE WHEN stored_size < 0 THEN size ELSE"
+                            " stored_size END) AS INTEGER) FROM versions WHERE user_name = ?");
     query.bind(1, userName);
     query.executeStep();
     return static_cast<std::uint64_t>(query.getColumn(0).getInt64());
@@ -175,8 +180,8 @@ std::optional<ItemPage> Storage::search(const ItemQuery& query, const std::strin
 std::vector<StoredVersion> Storage::versions(const std::string& userName, std::int64_t fileId)
 {
     const Lock lock(mutex_);
-    SQLite::Statement query(database_,
-                            std::string(kVersionQuery) + " AND v.item_id = ? ORDER BY v.id DESC");
+    SQLite::Statement query(database_, std::string(kVersionQuery) +
+                                           " v.user_name = ? AND v.item_id = ? ORDER BY v.id DESC");
     query.bind(1, userName);
     query.bind(2, fileId);
     std::vector<StoredVersion> found;
@@ -188,9 +193,18 @@ std::vector<StoredVersion> Storage::versions(const std::string& userName, std::i
 std::optional<StoredVersion> Storage::version(const std::string& userName, std::int64_t versionId)
 {
     const Lock lock(mutex_);
-    SQLite::Statement query(database_, std::string(kVersionQuery) + " AND v.id = ?");
+    SQLite::Statement query(database_,
+                            std::string(kVersionQuery) + " v.user_name = ? AND v.id = ?");
     query.bind(1, userName);
     query.bind(2, versionId);
+    return query.executeStep() ? std::optional(versionFrom(query)) : std::nullopt;
+}
+
+std::optional<StoredVersion> Storage::versionAt(const std::string& serverFile)
+{
+    const Lock lock(mutex_);
+    SQLite::Statement query(database_, std::string(kVersionQuery) + " v.server_file = ?");
+    query.bind(1, serverFile);
     return query.executeStep() ? std::optional(versionFrom(query)) : std::nullopt;
 }
 
@@ -273,7 +287,8 @@ std::vector<MachineSummary> Storage::machines()
 {
     const Lock lock(mutex_);
     SQLite::Statement query(database_,
-                            "SELECT i.user_name, i.system_name, count(*), sum(i.size),"
+                            "SELECT i.user_name, i.system_name, count(*),"
+                            " CAST(min(total(i.size), 9223372036854774784.0) AS INTEGER),"
                             " (SELECT max(v.stored_at) FROM versions v JOIN items o ON"
                             " o.id = v.item_id WHERE o.user_name = i.user_name AND"
                             " o.system_name = i.system_name) FROM items i WHERE i.is_folder = 0"

@@ -1,6 +1,7 @@
 #include "devserver/WebServer.h"
 
 #include "devserver/PartEndpoint.h"
+#include "devserver/RecoveryEndpoint.h"
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
 #include "stowline/logging/LogMacros.h"
@@ -26,9 +27,9 @@ constexpr const char* kHtmlPage = "<!DOCTYPE html><html><head><title>Not the ser
 
 class WebServer::Implementation {
 public:
-    Implementation(const std::vector<Service>& services, Storage& storage, FaultPlan& faults,
-                   const std::optional<TlsFiles>& tls)
-        : storage_(storage), faults_(faults), scheme_(tls ? "https" : "http")
+    Implementation(const std::vector<Service>& services, const PartContext& parts,
+                   FaultPlan& faults, const std::optional<TlsFiles>& tls)
+        : parts_(parts), faults_(faults), scheme_(tls ? "https" : "http")
     {
         if (tls)
             server_ =
@@ -111,7 +112,15 @@ private:
     {
         server_->Get("/GetServerPartInfo", [this](const auto& request, auto& response) {
             answerPlain("GetServerPartInfo", request, response,
-                        [&] { return answerPartInfo(storage_, headersOf(request)); });
+                        [&] { return answerPartInfo(parts_.storage, headersOf(request)); });
+        });
+        server_->Get("/DownloadFilePart", [this](const auto& request, auto& response) {
+            answerPlain("DownloadFilePart", request, response, [&] {
+                DownloadAnswer answer =
+                    answerDownload(parts_.storage, parts_.tickets, headersOf(request));
+                response.set_content(std::move(answer.body), "application/octet-stream");
+                return std::move(answer.headers);
+            });
         });
         server_->Post("/UploadFilePart", [this](const auto& request, auto& response) {
             uploadPart(request, response);
@@ -128,8 +137,12 @@ private:
 
     void uploadPart(const httplib::Request& request, httplib::Response& response)
     {
-        answerPlain("UploadFilePart", request, response,
-                    [&] { return answerPart(storage_, headersOf(request), request.body); });
+        answerPlain("UploadFilePart", request, response, [&] {
+            const RequestHeaders header = headersOf(request);
+            if (parts_.requiresTicket && !hasTicket(parts_.tickets, header))
+                return PartAnswer{{"Status", "false"}, {"X-Reason", "TicketRefused"}};
+            return answerPart(parts_.storage, header, request.body);
+        });
     }
 
     static RequestHeaders headersOf(const httplib::Request& request)
@@ -242,7 +255,7 @@ private:
         return !stopped_.wait_for(lock, time, [this] { return stopping_; });
     }
 
-    Storage& storage_;
+    const PartContext parts_;
     FaultPlan& faults_;
     std::string scheme_;
     std::unique_ptr<httplib::Server> server_;
@@ -252,9 +265,9 @@ private:
     bool stopping_ = false;
 };
 
-WebServer::WebServer(const std::vector<Service>& services, Storage& storage, FaultPlan& faults,
-                     const std::optional<TlsFiles>& tls)
-    : implementation_(std::make_unique<Implementation>(services, storage, faults, tls))
+WebServer::WebServer(const std::vector<Service>& services, const PartContext& parts,
+                     FaultPlan& faults, const std::optional<TlsFiles>& tls)
+    : implementation_(std::make_unique<Implementation>(services, parts, faults, tls))
 {
 }
 

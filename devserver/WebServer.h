@@ -4,6 +4,7 @@
 #include "devserver/FaultPlan.h"
 #include "devserver/ServiceMethod.h"
 #include "devserver/Storage.h"
+#include "devserver/Tickets.h"
 
 #include <filesystem>
 #include <functional>
@@ -19,12 +20,19 @@ struct TlsFiles {
     std::filesystem::path key;
 };
 
+/// What the plain requests of an upload and a download work on.
+struct PartContext {
+    Storage& storage;
+    Tickets& tickets;
+    bool requiresTicket = false; ///< for parts going up as well
+};
+
 /// Listens on the loopback interface and answers with the services and the plain requests of an
-/// upload.
+/// upload and a download.
 class WebServer {
 public:
-    /// Services, storage and faults must outlive the server.
-    WebServer(const std::vector<Service>& services, Storage& storage, FaultPlan& faults,
+    /// Services, what the parts work on, and faults must outlive the server.
+    WebServer(const std::vector<Service>& services, const PartContext& parts, FaultPlan& faults,
               const std::optional<TlsFiles>& tls);
     ~WebServer();
     WebServer(const WebServer&) = delete;

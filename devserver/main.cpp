@@ -4,6 +4,7 @@
 #include "devserver/BrowseService.h"
 #include "devserver/BundleWriter.h"
 #include "devserver/FaultPlan.h"
+#include "devserver/Housekeeping.h"
 #include "devserver/ReportServices.h"
 #include "devserver/StatusPage.h"
 #include "devserver/WebServer.h"
@@ -37,6 +38,8 @@ struct Options {
     std::vector<std::string> faults;
     std::optional<fs::path> tokens;
     int tokenSeconds = 3600;
+    int ticketSeconds = 3600;
+    bool requiresTicket = false;
     int deletionPause = 20;
     std::optional<fs::path> logFolder;
     std::string logLevel = "info";
@@ -76,6 +79,12 @@ void declare(CLI::App& app, Options& options)
     app.add_option("--token-seconds", options.tokenSeconds,
                    "How long a token is good from its first use")
         ->capture_default_str();
+    app.add_option("--ticket-seconds", options.ticketSeconds,
+                   "How long a ticket for reading content is good")
+        ->check(CLI::Range(1, 86400))
+        ->capture_default_str();
+    app.add_flag("--require-ticket", options.requiresTicket,
+                 "Take no part without a ticket either");
     app.add_option("--deletion-pause", options.deletionPause,
                    "Milliseconds that deleting a version takes")
         ->check(CLI::Range(0, 60000))
@@ -138,8 +147,11 @@ int run(const Options& options)
     startLogging(options);
     devserver::Accounts accounts(options.data / "service.sqlite");
     devserver::Storage storage(options.data);
+    devserver::Tickets tickets(options.data / "tickets.sqlite", accounts,
+                               std::chrono::seconds(options.ticketSeconds));
     devserver::AccountServiceContext context{
-        accounts, storage, devserver::encryptionKeyIn(options.data / "encryption.key"), ""};
+        accounts, storage, devserver::encryptionKeyIn(options.data / "encryption.key"), "",
+        &tickets};
     devserver::Journal journal(options.data);
     devserver::MonitoringTokens tokens;
     std::istringstream tokenLines(options.tokens ? platform::readFile(*options.tokens).value_or("")
@@ -154,7 +166,8 @@ int run(const Options& options)
     std::optional<devserver::TlsFiles> tls;
     if (options.certificate)
         tls = {*options.certificate, *options.key};
-    devserver::WebServer server(services, storage, faults, tls);
+    devserver::WebServer server(services, {storage, tickets, options.requiresTicket}, faults, tls);
+    const devserver::Housekeeping housekeeping(storage);
     server.servePage([&] { return devserver::statusPage(storage, journal, deletions); });
     const auto port = server.bind(options.port);
     if (!port)

@@ -134,6 +134,34 @@ def check_browsing(backup, browse):
            "InvalidUserNameOrPassword", "a wrong password")
 
 
+def part(address, ticket, version, **more):
+    headers = {"X-UserName": base64.b64encode(NAME.encode()).decode(), "X-Ticket": ticket,
+               "X-VersionID": version, "X-Offset": "0", "X-Length": "100", **more}
+    request = urllib.request.Request(f"{address}/DownloadFilePart", headers=headers)
+    with urllib.request.urlopen(request) as answer:
+        return answer.headers, answer.read()
+
+
+def check_recovery(address, account, backup, browse):
+    given = backup.GetRestoreTicket(**USER)
+    expect(int(given.SecondsToLive) > 0, f"{given}")
+    expect("wrong" in fault_of(backup.GetRestoreTicket, userName=NAME, password="no"),
+           "a ticket for a wrong password")
+    file = browse.GetAccountFilesAndFolders(systemName="iMac", path="/Data/docs", startIndex=0,
+                                            pageSize=1, **USER).items.FileInfo[0]
+    version = browse.GetFileVersions(fileID=file.FileID,
+                                     **USER).fileVersions.FileVersion[0].VersionID
+    headers, content = part(address, given.Ticket, version)
+    expect(content == b"old way", f"{content}")
+    expect(int(headers["X-Checksum"], 16) == zlib.crc32(content), f"{headers}")
+    expect(part(address, "x", version)[0]["X-Reason"] == "TicketRefused", "another ticket")
+    expect(account.ChangePassword(newPassword="new", **USER) == "Success", "another password")
+    expect(part(address, given.Ticket, version)[0]["X-Reason"] == "TicketRefused",
+           "the ticket of an old password")
+    expect(account.ChangePassword(userName=NAME, password="new", newPassword=PASSWORD) ==
+           "Success", "the password of before")
+
+
 def check_deletion(backup):
     begun = backup.BeginDeleteFolders(systemName="iMac", path="/home/zoë", **USER)
     expect(begun.BeginDeleteFoldersResult.Code == "Success", f"{begun}")
@@ -172,6 +200,7 @@ def main():
     check_accounts(account)
     check_backup(address, backup)
     check_browsing(backup, browse)
+    check_recovery(address, account, backup, browse)
     check_deletion(backup)
     check_reporting(monitoring, report)
     left = set().union(*(service.methods() for service in services)) - called

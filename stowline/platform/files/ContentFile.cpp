@@ -37,12 +37,54 @@ ContentFile ContentFile::openOrCreate(const std::filesystem::path& path)
     return {std::move(file), path};
 }
 
+std::optional<ContentFile> ContentFile::open(const std::filesystem::path& path)
+{
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!file.isOpen() && (errno == ENOENT || errno == ENOTDIR))
+        return std::nullopt;
+    if (!file.isOpen())
+        throw FileFault("Cannot open", path, errno);
+    return ContentFile(std::move(file), path);
+}
+
+std::string ContentFile::stamp() const
+{
+    const struct stat found = status();
+    return std::to_string(found.st_ino) + ":" + std::to_string(found.st_size) + ":" +
+           std::to_string(found.st_mtim.tv_sec) + "." + std::to_string(found.st_mtim.tv_nsec) +
+           ":" + std::to_string(found.st_ctim.tv_sec) + "." + std::to_string(found.st_ctim.tv_nsec);
+}
+
 std::uint64_t ContentFile::size() const
+{
+    return static_cast<std::uint64_t>(status().st_size);
+}
+
+struct ::stat ContentFile::status() const
 {
     struct stat found = {};
     if (::fstat(file_.number(), &found) != 0)
         throw FileFault("Cannot ask about", path_, errno);
-    return static_cast<std::uint64_t>(found.st_size);
+    return found;
+}
+
+std::string ContentFile::read(std::uint64_t offset, std::size_t length) const
+{
+    std::string bytes(length, '\0');
+    std::size_t done = 0;
+    while (done < length) {
+        const ssize_t count = ::pread(file_.number(), bytes.data() + done, length - done,
+                                      static_cast<off_t>(offset + done));
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw FileFault("Cannot read", path_, errno);
+        if (count == 0)
+            break;
+        done += static_cast<std::size_t>(count);
+    }
+    bytes.resize(done);
+    return bytes;
 }
 
 void ContentFile::truncate(std::uint64_t size)

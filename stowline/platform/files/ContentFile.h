@@ -6,7 +6,11 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
+#include <string>
 #include <string_view>
+
+struct stat;
 
 namespace stowline::platform {
 
@@ -16,6 +20,18 @@ class ContentFile {
 public:
     /// Opens a file, or makes an empty one, with the folders on the way to it (mode 0700).
     [[nodiscard]] static ContentFile openOrCreate(const std::filesystem::path& path);
+
+    /// Opens a file for reading. @return absent when there is none
+    [[nodiscard]] static std::optional<ContentFile> open(const std::filesystem::path& path);
+
+    /// What the system says of the file as it is now: inode, size, modification and change time, in
+    /// one word. As long as it is the same, nobody has written to the file.
+    [[nodiscard]] std::string stamp() const;
+
+    [[nodiscard]] std::uint64_t size() const;
+
+    /// Up to that many bytes from an offset; fewer at the file's end only.
+    [[nodiscard]] std::string read(std::uint64_t offset, std::size_t length) const;
 
     /// Makes the file end here; what is missing up to there is zeros.
     void truncate(std::uint64_t size);
@@ -35,7 +51,7 @@ private:
         : file_(std::move(file)), path_(std::move(path))
     {
     }
-    [[nodiscard]] std::uint64_t size() const;
+    [[nodiscard]] struct ::stat status() const;
     void writePiece(std::uint64_t offset, std::string_view bytes);
 
     FileDescriptor file_;

@@ -1,0 +1,44 @@
+#include "devserver/Housekeeping.h"
+
+#include "stowline/logging/LogMacros.h"
+
+#include <chrono>
+
+namespace stowline::devserver {
+
+namespace {
+
+constexpr std::chrono::hours kPause{1};
+
+void keepHouse(Storage& storage)
+try {
+    if (const std::size_t dropped = storage.dropAbandoned(); dropped > 0)
+        STOWLINE_LOG_INFO("%lu abandoned uploads were dropped", dropped);
+} catch (const std::exception& fault) {
+    STOWLINE_LOG_ERROR("Abandoned uploads cannot be dropped: %@", fault.what());
+}
+
+} // namespace
+
+Housekeeping::Housekeeping(Storage& storage) : storage_(storage), worker_([this] { work(); }) {}
+
+Housekeeping::~Housekeeping()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        isEnding_ = true;
+    }
+    ending_.notify_all();
+}
+
+void Housekeeping::work()
+{
+    std::unique_lock lock(mutex_);
+    do {
+        lock.unlock();
+        keepHouse(storage_);
+        lock.lock();
+    } while (!ending_.wait_for(lock, kPause, [this] { return isEnding_; }));
+}
+
+} // namespace stowline::devserver
