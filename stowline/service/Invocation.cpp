@@ -1,29 +1,23 @@
 // The one path that every SOAP web method takes.
-#include "stowline/call/CallArchive.h"
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
 #include "stowline/logging/LogMacros.h"
 #include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
-#include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/platform/http/HttpMessage.h"
-#include "stowline/platform/processes/ChildProcess.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/FilledUrl.h"
+#include "stowline/service/HelperRun.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 namespace stowline {
 
 namespace {
-
-using platform::consoleLog;
-using platform::formatText;
 
 constexpr std::string_view kInvocationName =
     "invokeSOAPMethodWithName:withHeaderSubstitutions:withParamSubstitutions:error:"
@@ -32,9 +26,6 @@ constexpr std::string_view kInvocationName =
 constexpr std::string_view kUnreachableMessage =
     "Sorry, we can't sign you in right now. Please check your Internet connection before trying "
     "again.";
-
-/// The tool gives a call up after 60 seconds; one that does not keep to that is ended.
-constexpr std::chrono::seconds kToolLimit{75};
 
 /// Web methods whose answers are secrets of the user and stay out of the log.
 constexpr std::array<std::string_view, 3> kMethodsWithSecretAnswers{"DecryptString", "getenckey",
@@ -76,46 +67,6 @@ WebServiceCallRequest requestFor(std::string_view name, const Dictionary& method
             .methodName = std::string(name),
             .soapParamSubstitutions = paramSubstitutions,
             .soapHeaderSubstitutions = headerSubstitutions};
-}
-
-/// The count of bytes read, in the machine's byte order; the tool ignores the value.
-std::string releaseBytes(std::string_view output)
-{
-    const auto count = static_cast<std::uint32_t>(output.size());
-    std::string bytes(sizeof count, '\0');
-    std::memcpy(bytes.data(), &count, sizeof count);
-    return bytes;
-}
-
-/// Runs the tool with a request; absent unless it succeeded and wrote something.
-std::optional<std::string> outputOfTool(const WebServiceCallRequest& request)
-{
-    const auto encoded = encodedRequest(request.dictionary());
-    if (!encoded)
-        return std::nullopt;
-    const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
-    const auto answer = platform::runChild(
-        {.program = tool, .input = *encoded, .releaseBytes = releaseBytes, .limit = kToolLimit});
-    if (!answer) {
-        STOWLINE_LOG_ERROR("\nWebServiceBroker: %@ cannot be started. Please install the program "
-                           "again.",
-                           tool.string());
-        return std::nullopt;
-    }
-    consoleLog(formatText("WebServiceCaller termination status = %d, inData.length = %d",
-                          answer->exit.status, answer->output.size()));
-    if (!answer->exit.isSuccess() || answer->output.empty())
-        return std::nullopt;
-    return answer->output;
-}
-
-std::optional<Dictionary> resultFromOutput(const std::string& output)
-{
-    const auto root = unarchive(output);
-    if (root && root->dictionary())
-        return *root->dictionary();
-    consoleLog(formatText("Error result type from WebServiceCaller:\n%@", root));
-    return std::nullopt;
 }
 
 /// A result as the log may show it.
@@ -165,11 +116,15 @@ try {
         return std::nullopt;
     }
 
-    const auto output = outputOfTool(
+    const auto received = resultOfHelper(
         requestFor(name, *methodInfo, headerSubstitutions, paramSubstitutions, urlSubstitutions));
-    const auto received = output ? resultFromOutput(*output) : std::nullopt;
-    if (!received)
+    if (!received) {
+        if (const auto& failure = received.error()) {
+            STOWLINE_LOG_ERROR("%@ call failed: %@", kInvocationName, *failure);
+            store(error, *failure);
+        }
         return std::nullopt;
+    }
     const Dictionary result = prepareIncomingResultDictionary(*received);
     STOWLINE_LOG_INFO("\nWebService %@ result = %@", name, loggable(name, result));
     if (WSMethodResultIsFault(result)) {

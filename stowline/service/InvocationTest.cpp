@@ -314,15 +314,17 @@ INSTANTIATE_TEST_SUITE_P(
                     BadHelper{"PrintsMuch", "head -c 3000000 /dev/zero; exec 1>&-; read r"}),
     [](const auto& test) { return test.param.name; });
 
-TEST(Invocation, AHelperThatIsMissingIsLogged)
+TEST(Invocation, AHelperThatIsMissingIsAnErrorAndLogged)
 {
     const test::TemporaryFolder folder;
     const test::TestBundle bundle(test::settingsWith("M", method("u")), {}, folder.path());
     const Witness witness;
     std::optional<Error> error;
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}, &error));
-    EXPECT_FALSE(error);
-    EXPECT_TRUE(witness.loggedLineWith("WebServiceCaller cannot be started"));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, 250);
+    EXPECT_EQ(error->kind, FailureKind::helperFailed);
+    EXPECT_TRUE(witness.loggedLineWith("WebServiceCaller cannot be started. Please install"));
 }
 
 TEST(Invocation, AnAnswerThatIsNoDictionaryGoesToTheConsole)

@@ -378,6 +378,17 @@ TEST(WebServiceCaller, StaysUntilItIsReleased)
     EXPECT_EQ(closing.wait().status, 0);
 }
 
+TEST(WebServiceCaller, AShortReadReleasesItToo)
+{
+    const auto argument =
+        encodedRequest(authenticateRequest("http://127.0.0.1:1/").dictionary()).value();
+    test::BackgroundProgram closing({{test::builtProgram("WebServiceCaller"), argument}});
+    while (closing.readLine()) { // to the end of its output
+    }
+    closing.writeInput("ab"); // and no end
+    EXPECT_EQ(closing.wait().status, 0);
+}
+
 TEST(WebServiceCaller, LinksNeitherGlibNorIcu)
 {
     const auto result =

@@ -137,6 +137,11 @@ std::optional<std::string> BackgroundProgram::readLine()
     }
 }
 
+void BackgroundProgram::writeInput(std::string_view bytes) const
+{
+    (void)!::write(input_, bytes.data(), bytes.size());
+}
+
 void BackgroundProgram::closeInput()
 {
     if (input_ >= 0)

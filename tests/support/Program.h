@@ -36,6 +36,9 @@ public:
     /// The next line of its standard output; absent at its end. Waits.
     [[nodiscard]] std::optional<std::string> readLine();
 
+    /// Writes to its standard input, which stays open.
+    void writeInput(std::string_view bytes) const;
+
     /// Closes its standard input.
     void closeInput();
     void signal(int number) const;

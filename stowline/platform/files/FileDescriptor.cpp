@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace stowline::platform {
@@ -14,12 +16,37 @@ void FileDescriptor::close()
         ::close(std::exchange(number_, -1));
 }
 
+namespace {
+
+/// A private file that has no name, where the system makes none in memory.
+FileDescriptor namelessFile()
+{
+    for (const char* folder : {"/dev/shm", "/tmp", "/var/tmp"}) {
+        FileDescriptor file(
+            ::open(folder, O_TMPFILE | O_RDWR | O_CLOEXEC | O_EXCL, S_IRUSR | S_IWUSR));
+        if (file.isOpen() || errno == EMFILE || errno == ENFILE)
+            return file;
+        std::string name = std::string(folder) + "/stowline-XXXXXX";
+        file = FileDescriptor(::mkostemp(name.data(), O_CLOEXEC)); // which makes it private
+        if (file.isOpen()) {
+            ::unlink(name.c_str());
+            return file;
+        }
+    }
+    return {};
+}
+
+} // namespace
+
 FileDescriptor anonymousFileHolding(std::string_view content)
 {
     FileDescriptor file(::memfd_create("stowline", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (!file.isOpen() && errno != EMFILE && errno != ENFILE)
+        file = namelessFile();
     if (!file.isOpen() || !writeAll(file.number(), content))
         return {};
     ::fcntl(file.number(), F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL);
+    ::lseek(file.number(), 0, SEEK_SET);
     return file;
 }
 

@@ -34,9 +34,10 @@ private:
     int number_ = -1;
 };
 
-/// A file without a name that lives in memory until its last descriptor is closed. Close-on-exec;
-/// sealed against changes once made.
-/// @return a closed descriptor when the system refuses.
+/// A file without a name that is gone with its last descriptor: in memory and sealed against
+/// changes, or where the system has none such, one that only this user may read, on a disk.
+/// Close-on-exec, at its beginning.
+/// @return a closed descriptor, and errno, when the system refuses.
 [[nodiscard]] FileDescriptor anonymousFileHolding(std::string_view content);
 
 /// Writes all bytes, going on after interruptions and partial writes.

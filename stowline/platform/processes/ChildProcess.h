@@ -2,19 +2,29 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <expected>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace stowline::platform {
 
-/// How a child ended.
+/// How a child ended. Where the host program ignores or collects the ends of its children itself,
+/// the system forgets how: then it is not known, and nothing is guessed.
 struct ChildExit {
     int status = 0; ///< exit status, or the number of the signal that ended it
     bool bySignal = false;
-    [[nodiscard]] bool isSuccess() const { return !bySignal && status == 0; }
+    bool isKnown = true;
+    [[nodiscard]] bool isSuccess() const { return isKnown && !bySignal && status == 0; }
+};
+
+/// Why a child could not be started.
+struct StartFailure {
+    int systemError = 0; ///< an errno value
+    /// A sentence for people that says what to do, and does not name the program.
+    [[nodiscard]] std::string sentence() const;
 };
 
 /// One run of a child program that answers on its standard output and then waits to be released.
@@ -25,6 +35,7 @@ struct ChildRun {
     /// Makes the release bytes of what was read.
     std::string (*releaseBytes)(std::string_view output) = nullptr;
     std::chrono::milliseconds limit{}; ///< after this the child is ended by SIGKILL
+    std::size_t maximumOutputBytes = std::size_t(1) << 30; ///< one that writes more is ended
 };
 
 struct ChildAnswer {
@@ -32,23 +43,24 @@ struct ChildAnswer {
     std::string output = {};
     bool endedByLimit = false;
     bool endedByStop = false; ///< this thread was asked to stop (StopRequest); maybe never started
+    bool endedBySize = false; ///< it wrote more than allowed
 };
 
 /// Starts the child, reads its standard output to the end, writes the release bytes to its
-/// standard input, waits until it exits and reaps it. A child whose time is over, or whose caller
-/// is asked to stop, is ended by SIGKILL; after a request to stop none is started.
+/// standard input, waits until it exits and reaps it. A child whose time is over, that writes too
+/// much, or whose caller is asked to stop, is ended by SIGKILL; after a request to stop none is
+/// started.
 ///
 /// The child inherits standard error, the input file and nothing else; its signal mask is empty and
-/// its dispositions are the defaults. No signal reaches this process when the child dies early.
-/// Nothing of the child is left when this returns, or throws for want of memory. Any number of
-/// threads may run children at once.
-/// @return absent when the child could not be started.
-[[nodiscard]] std::optional<ChildAnswer> runChild(const ChildRun& run);
+/// its dispositions are the defaults. No signal reaches this process when the child dies early, and
+/// none is sent to a process that is not the child, whatever the host program does with SIGCHLD and
+/// wait(). Nothing of the child is left when this returns, or throws for want of memory. Any number
+/// of threads may run children at once.
+[[nodiscard]] std::expected<ChildAnswer, StartFailure> runChild(const ChildRun& run);
 
 /// Runs a program with arguments (no shell), its standard input empty, and hands back what it wrote
 /// to standard output. Standard error is inherited. Limit and stop as above.
-/// @return absent when the program could not be started.
-[[nodiscard]] std::optional<ChildAnswer> captureOutput(const std::vector<std::string>& command,
-                                                       std::chrono::milliseconds limit);
+[[nodiscard]] std::expected<ChildAnswer, StartFailure>
+captureOutput(const std::vector<std::string>& command, std::chrono::milliseconds limit);
 
 } // namespace stowline::platform

@@ -63,14 +63,10 @@ void closeStandardOutput()
 void awaitReleaseBytes()
 {
     std::array<char, 4> release{};
-    std::size_t received = 0;
-    while (received < release.size()) {
-        const ssize_t count =
-            ::read(STDIN_FILENO, release.data() + received, release.size() - received);
-        if (count == 0 || (count < 0 && errno != EINTR))
-            return;
-        received += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
+    ssize_t count = -1;
+    do
+        count = ::read(STDIN_FILENO, release.data(), release.size());
+    while (count < 0 && errno == EINTR);
 }
 
 } // namespace stowline::platform

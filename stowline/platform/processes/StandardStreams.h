@@ -22,7 +22,8 @@ void writeGatheredToStandardError(std::span<const std::string_view> pieces);
 /// After this the reader of standard output finds its end.
 void closeStandardOutput();
 
-/// Waits until the parent has written 4 bytes to standard input, or has closed it.
+/// Waits until the parent has written to standard input (4 bytes as a rule; a short read counts
+/// too), or has closed it.
 void awaitReleaseBytes();
 
 } // namespace stowline::platform

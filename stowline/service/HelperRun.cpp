@@ -1,0 +1,84 @@
+#include "stowline/service/HelperRun.h"
+
+#include "stowline/call/CallArchive.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/values/Format.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <cstdint>
+#include <cstring>
+
+namespace stowline {
+
+namespace {
+
+using platform::consoleLog;
+using platform::formatText;
+
+/// The tool gives a call up after 60 seconds; one that does not keep to that is ended.
+constexpr std::chrono::seconds kToolLimit{75};
+
+/// More than any answer that the helper takes makes.
+constexpr std::size_t kMostOutputBytes = std::size_t(512) << 20;
+
+/// The count of bytes read, in the machine's byte order; the tool ignores the value.
+std::string releaseBytes(std::string_view output)
+{
+    const auto count = static_cast<std::uint32_t>(output.size());
+    std::string bytes(sizeof count, '\0');
+    std::memcpy(bytes.data(), &count, sizeof count);
+    return bytes;
+}
+
+using Result = std::expected<Dictionary, std::optional<Error>>;
+
+const std::unexpected<std::optional<Error>> kNoAnswer{std::nullopt};
+
+Result failure(const std::string& message, FailureKind kind)
+{
+    return std::unexpected(std::optional(
+        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message, kind)));
+}
+
+/// What a run that came to its end gave.
+Result resultOf(const platform::ChildAnswer& answer)
+{
+    consoleLog(formatText("WebServiceCaller termination status = %d, inData.length = %d",
+                          answer.exit.status, answer.output.size()));
+    if (answer.endedBySize)
+        return failure(formatText("The answer is larger than %d bytes.", kMostOutputBytes),
+                       FailureKind::tooLarge);
+    const bool failed = answer.exit.isKnown ? !answer.exit.isSuccess() : answer.endedByLimit;
+    if (failed || answer.output.empty())
+        return kNoAnswer;
+    const auto root = unarchive(answer.output);
+    if (root && root->dictionary())
+        return *root->dictionary();
+    consoleLog(formatText("Error result type from WebServiceCaller:\n%@", root));
+    return kNoAnswer;
+}
+
+} // namespace
+
+Result resultOfHelper(const WebServiceCallRequest& request)
+{
+    const auto encoded = encodedRequest(request.dictionary());
+    if (!encoded)
+        return kNoAnswer;
+    const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
+    const auto answer = platform::runChild({.program = tool,
+                                            .input = *encoded,
+                                            .releaseBytes = releaseBytes,
+                                            .limit = kToolLimit,
+                                            .maximumOutputBytes = kMostOutputBytes});
+    if (!answer)
+        return failure(tool.string() + " cannot be started. " + answer.error().sentence(),
+                       FailureKind::helperFailed);
+    if (answer->endedByStop)
+        return failure("The call was stopped.", FailureKind::stopped);
+    return resultOf(*answer);
+}
+
+} // namespace stowline
