@@ -385,6 +385,8 @@ std::optional<TargetFolder::Attributes> TargetFolder::attributes(const std::stri
                                                                  int& error) const
 {
     const std::string path = pathOf(name);
+    if (llistxattr(path.c_str(), nullptr, 0) == 0)
+        return Attributes();
     std::string list(XATTR_LIST_MAX, '\0');
     const ssize_t length = llistxattr(path.c_str(), list.data(), list.size());
     if (length < 0) {
@@ -422,9 +424,9 @@ int TargetFolder::synchronizeFileSystem() const
     return outcome(syncfs(folder_.number()));
 }
 
-bool maySetOwners()
+std::uint32_t ownUserNumber()
 {
-    return geteuid() == 0;
+    return geteuid();
 }
 
 std::optional<std::uint32_t> userNumber(const std::string& name)

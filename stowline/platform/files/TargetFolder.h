@@ -123,8 +123,8 @@ private:
     FileDescriptor folder_;
 };
 
-/// Whether this process may give files to other users.
-[[nodiscard]] bool maySetOwners();
+/// The user that this process acts as.
+[[nodiscard]] std::uint32_t ownUserNumber();
 
 /// Numbers of a user and of a group on this machine; absent when it has none of that name.
 [[nodiscard]] std::optional<std::uint32_t> userNumber(const std::string& name);

@@ -1,0 +1,290 @@
+#include "stowline/backup/RestoreRun.h"
+
+#include "stowline/backup/restore/RunReader.h"
+#include "stowline/backup/restore/TreePlacer.h"
+#include "stowline/platform/desktop/Sha256.h"
+
+#include <chrono>
+
+namespace stowline::backup {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kBetweenLooks{100};
+
+class Restore {
+public:
+    Restore(const RestoreRequest& request, RestoreObserver& observer, const StopRequest& stop)
+        : request_(request), observer_(observer), stop_(stop)
+    {
+    }
+
+    RestoreSummary run()
+    {
+        const auto start = steady_clock::now();
+        const auto failure = failureOf([this] { restore(); });
+        if (stop_.isRequested()) {
+            summary_.end = ReadEnd::interrupted;
+            summary_.sentence = "It was interrupted; the same command goes on where it stopped.";
+        } else if (failure) {
+            summary_.end = failure->end;
+            summary_.sentence = failure->sentence;
+        } else {
+            judge();
+        }
+        summary_.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
+        return summary_;
+    }
+
+private:
+    void restore()
+    {
+        RunReader reader(request_.choice, request_.bytesPerSecond, request_.partBytes, stop_);
+        const RunReader::Tree tree = reader.readChosen();
+        summary_.run = tree.head.run;
+        for (const std::string& path : request_.paths) {
+            const Selection selection(path, request_.include, request_.exclude);
+            if (!stop_.isRequested())
+                restoreBelow(selection, tree.items, reader.source());
+        }
+        summary_.fetchedBytes = reader.source().receivedBytes();
+    }
+
+    void restoreBelow(const Selection& selection, const ItemIndex& items, ContentSource& source)
+    {
+        bool isAnything = false;
+        items.forEach(selection.named(), [&isAnything](const StoredItem&) {
+            isAnything = true;
+            return false;
+        });
+        if (!isAnything) {
+            ++missing_;
+            ++summary_.found;
+            tell({.path = selection.named(),
+                  .faults = {"Nothing of " + selection.named() + " is in run " +
+                             std::to_string(summary_.run) + "."}});
+            return;
+        }
+        int error = 0;
+        const std::string above(parentOf(selection.named()));
+        const auto folder = request_.target.value_or(above.empty() ? "/" : above);
+        const auto root = platform::TargetFolder::open(folder, !request_.isDryRun, error);
+        if (!root && request_.isDryRun)
+            return tellAll(selection, items);
+        if (!root)
+            throw RecordFault(RecordFault::Kind::failed,
+                              folder.string() +
+                                  " cannot be opened: " + platform::systemErrorText(error) + ".");
+        const PlacingContext context{.request = request_,
+                                     .root = *root,
+                                     .source = source,
+                                     .owners = owners_,
+                                     .stop = stop_,
+                                     .done = [this](RestoredItem item) { tell(std::move(item)); },
+                                     .gathered = [this](std::int64_t bytes) { move(bytes); }};
+        TreePlacer placer(context, items, selection);
+        placer.place([this](const StoredItem& stored) { find(stored); });
+        if (const int refused = request_.isDryRun ? 0 : root->synchronizeFileSystem())
+            throw RecordFault(RecordFault::Kind::failed,
+                              folder.string() + " cannot be written to the disk: " +
+                                  platform::systemErrorText(refused) + ".");
+    }
+
+    /// A dry run into a folder that is not there yet.
+    void tellAll(const Selection& selection, const ItemIndex& items)
+    {
+        items.forEach(selection.named(), [&](const StoredItem& stored) {
+            const bool isFolder = stored.item.kind == ItemKind::folder;
+            if (isFolder || selection.takes(stored.item.path)) {
+                find(stored);
+                tell({.path = stored.item.path,
+                      .kind = stored.item.kind,
+                      .state = RestoredState::wouldRestore,
+                      .bytes = stored.content ? stored.content->storedSize : 0});
+            }
+            return true;
+        });
+    }
+
+    void find(const StoredItem& stored)
+    {
+        const std::lock_guard lock(mutex_);
+        ++summary_.found;
+        ++progress_.foundItems;
+        progress_.foundBytes += stored.content ? stored.content->storedSize : 0;
+    }
+
+    void move(std::int64_t bytes)
+    {
+        const std::lock_guard lock(mutex_);
+        progress_.doneBytes += static_cast<std::uint64_t>(bytes); // wraps around for negative ones
+        look();
+    }
+
+    void tell(RestoredItem item)
+    {
+        const std::lock_guard lock(mutex_);
+        if (item.state == RestoredState::failed && stop_.isRequested())
+            return; // not failed, but left for the next time
+        ++progress_.doneItems;
+        count(item);
+        observer_.itemDone(item);
+        look();
+    }
+
+    void count(const RestoredItem& item)
+    {
+        switch (item.state) {
+        case RestoredState::restored:
+            ++summary_.restored;
+            summary_.bytes += item.bytes;
+            break;
+        case RestoredState::unchanged:
+            ++summary_.unchanged;
+            break;
+        case RestoredState::skipped:
+            ++summary_.skipped;
+            break;
+        case RestoredState::failed:
+            ++summary_.failed;
+            summary_.badContent += item.isBadContent ? 1 : 0;
+            break;
+        case RestoredState::wouldRestore:
+            ++summary_.wouldRestore;
+            break;
+        }
+        const bool isInPlace =
+            item.state == RestoredState::restored || item.state == RestoredState::unchanged;
+        summary_.incomplete += isInPlace && !item.faults.empty() ? 1 : 0;
+    }
+
+    void look()
+    {
+        const auto now = steady_clock::now();
+        if (now - lastLook_ < kBetweenLooks)
+            return;
+        lastLook_ = now;
+        observer_.progress(progress_);
+    }
+
+    void judge()
+    {
+        const RestoreSummary& sum = summary_;
+        const std::uint64_t told =
+            sum.restored + sum.unchanged + sum.skipped + sum.failed + sum.wouldRestore;
+        if (sum.found != told) {
+            summary_.end = ReadEnd::failed;
+            summary_.sentence = "Of " + std::to_string(sum.found) + " items only " +
+                                std::to_string(told) + " are accounted for.";
+        } else if (missing_ == request_.paths.size()) {
+            summary_.end = ReadEnd::notFound;
+            summary_.sentence = "Nothing that was named is in run " + std::to_string(sum.run) + ".";
+        } else if (sum.badContent > 0) {
+            summary_.end = ReadEnd::badContent;
+            summary_.sentence = "The service has not what was stored of " +
+                                std::to_string(sum.badContent) + " files.";
+        } else if (sum.failed > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence = std::to_string(sum.failed) + " items are not put back.";
+        } else if (sum.incomplete > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence =
+                "Of " + std::to_string(sum.incomplete) + " items not everything could be put back.";
+        } else {
+            summary_.end = ReadEnd::done;
+        }
+    }
+
+    const RestoreRequest& request_;
+    RestoreObserver& observer_;
+    const StopRequest& stop_;
+    Owners owners_;
+    std::uint64_t missing_ = 0; ///< named paths that the run does not have
+
+    std::mutex mutex_; ///< of what follows
+    RestoreSummary summary_;
+    RestoreProgress progress_;
+    steady_clock::time_point lastLook_;
+};
+
+void readFile(RunReader& reader, const std::string& path, ContentSummary& summary,
+              const std::function<bool(std::string_view)>& take)
+{
+    const RunReader::Tree tree = reader.readChosen();
+    auto stored = tree.items.find(path);
+    if (stored && !stored->sameFileAs.empty())
+        stored = tree.items.find(stored->sameFileAs);
+    if (!stored)
+        throw RecordFault(RecordFault::Kind::notFound,
+                          "There is no " + path + " in run " + std::to_string(tree.head.run) + ".");
+    if (!stored->content || stored->content->version.empty())
+        throw RecordFault(RecordFault::Kind::notFound,
+                          path + " has no content in run " + std::to_string(tree.head.run) + ".");
+    const StoredContent& content = *stored->content;
+    if (content.kind != "plain")
+        throw RecordFault(RecordFault::Kind::failed,
+                          path + " is stored in a form that this program cannot read.");
+    platform::Sha256 digest;
+    const auto failure =
+        reader.source().read(content.version, 0, content.storedSize, [&](std::string_view bytes) {
+            digest.update(bytes);
+            summary.bytes += bytes.size();
+            return take(bytes);
+        });
+    if (failure && failure->kind == FetchFailure::Kind::badContent)
+        throw RecordFault(RecordFault::Kind::damaged, path + ": " + failure->reason);
+    if (failure)
+        throw RecordFault(
+            failure->kind == FetchFailure::Kind::interrupted ? RecordFault::Kind::interrupted
+            : failure->kind == FetchFailure::Kind::temporary ? RecordFault::Kind::temporary
+                                                             : RecordFault::Kind::failed,
+            path + ": " + failure->reason);
+    if (digest.hexadecimal() != content.digest)
+        throw RecordFault(RecordFault::Kind::damaged,
+                          path + ": what came is not what was stored. Please do not use it.");
+}
+
+} // namespace
+
+const char* nameOf(RestoredState state)
+{
+    switch (state) {
+    case RestoredState::restored:
+        return "restored";
+    case RestoredState::unchanged:
+        return "unchanged";
+    case RestoredState::skipped:
+        return "skipped";
+    case RestoredState::failed:
+        return "failed";
+    case RestoredState::wouldRestore:
+        break;
+    }
+    return "would-restore";
+}
+
+RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,
+                          const StopRequest& stop) noexcept
+{
+    Restore restore(request, observer, stop);
+    return restore.run();
+}
+
+ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
+                              const std::function<bool(std::string_view)>& take,
+                              const StopRequest& stop) noexcept
+{
+    constexpr std::uint64_t partBytes = 4U << 20;
+    ContentSummary summary;
+    const auto failure = failureOf([&] {
+        RunReader reader(choice, 0, partBytes, stop);
+        readFile(reader, path, summary, take);
+    });
+    summary.end = failure ? failure->end : ReadEnd::done;
+    summary.sentence = failure ? failure->sentence : "";
+    return summary;
+}
+
+} // namespace stowline::backup

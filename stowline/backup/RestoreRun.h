@@ -1,0 +1,120 @@
+// Getting back: what a run found is put below a folder, or back where it was.
+#pragma once
+
+#include "stowline/backup/RunChoice.h"
+#include "stowline/platform/threads/StopRequest.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#pragma GCC visibility push(default)
+namespace stowline::backup {
+
+/// What happens to a file that is there already and has another content.
+enum class Overwrite {
+    ifChanged, ///< it is replaced
+    always,    ///< it is replaced, also when its content is right
+    ifNewer,   ///< it is replaced when the stored one was modified later
+    never,     ///< it stays as it is
+};
+
+/// What is to be put back. A plain value.
+struct RestoreRequest {
+    RunChoice choice;
+    /// Stored items, absolute: "/" is the whole machine.
+    std::vector<std::string> paths;
+    /// "/a/b" becomes "b" in it; made when missing. Absent: each goes where it was.
+    std::optional<std::filesystem::path> target;
+    /// Patterns of names, or with a slash of paths below the named one.
+    std::vector<std::string> include; ///< when there are any, files must match one
+    std::vector<std::string> exclude; ///< folders too, with everything in them
+    Overwrite overwrite = Overwrite::ifChanged;
+    bool restoresDevices = false;
+    bool isDryRun = false;
+    std::size_t jobs = 4;             ///< files on their way at the same time
+    std::uint64_t bytesPerSecond = 0; ///< 0: as fast as it goes
+    std::uint64_t partBytes = 4U << 20;
+};
+
+enum class RestoredState {
+    restored,     ///< put there, or put right
+    unchanged,    ///< it was right already
+    skipped,      ///< left as it is, by the request's rules
+    failed,       ///< not put back; what stood there stands
+    wouldRestore, ///< in a dry run
+};
+
+/// The name of a state in output: "would-restore".
+[[nodiscard]] const char* nameOf(RestoredState state);
+
+/// What came of one item.
+struct RestoredItem {
+    std::string path; ///< as it is stored
+    ItemKind kind = ItemKind::file;
+    RestoredState state = RestoredState::failed;
+    std::uint64_t bytes = 0;   ///< of a file's content
+    bool isBadContent = false; ///< failed because the service has not what was stored
+    /// Sentences: why it failed, or what of its metadata could not be put back.
+    std::vector<std::string> faults;
+};
+
+struct RestoreProgress {
+    std::uint64_t doneItems = 0;
+    std::uint64_t doneBytes = 0; ///< of content that is in place or on its way
+    std::uint64_t foundItems = 0;
+    std::uint64_t foundBytes = 0;
+    bool isWalkOver = false; ///< only then are the found ones all there are
+};
+
+/// Told of a restore while it goes on. One call at a time, from any thread. It must not wait for
+/// the restore.
+class RestoreObserver {
+public:
+    virtual ~RestoreObserver() = default;
+    virtual void itemDone(const RestoredItem& /*item*/) {}
+    virtual void progress(const RestoreProgress& /*progress*/) {}
+};
+
+/// What a restore came to. found == restored + unchanged + skipped + failed (+ wouldRestore),
+/// unless it was interrupted.
+struct RestoreSummary {
+    ReadEnd end = ReadEnd::failed;
+    std::string sentence;  ///< why, unless it is done; for people
+    std::uint64_t run = 0; ///< that was read; 0: none
+    std::uint64_t found = 0;
+    std::uint64_t restored = 0;
+    std::uint64_t unchanged = 0;
+    std::uint64_t skipped = 0;
+    std::uint64_t failed = 0;
+    std::uint64_t wouldRestore = 0;
+    std::uint64_t badContent = 0; ///< of those failed
+    std::uint64_t incomplete = 0; ///< put back, but not all of their metadata
+    std::uint64_t bytes = 0;      ///< of content put in place
+    std::uint64_t fetchedBytes = 0;
+    double seconds = 0;
+};
+
+/// Puts back to the end. Blocks; nothing is thrown. Interrupted at any moment, even by a kill, it
+/// leaves no half file under a final name, and the same request goes on where it stopped. What it
+/// tells as restored is durable. Links are never followed below the target.
+/// @param stop ends it within two seconds
+[[nodiscard]] RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,
+                                        const StopRequest& stop) noexcept;
+
+/// Hands a stored file's content to a function that returns whether it wants more. Nothing is
+/// thrown. The digest is known to be right only when the end is `done`.
+struct ContentSummary {
+    ReadEnd end = ReadEnd::failed;
+    std::string sentence;
+    std::uint64_t bytes = 0;
+};
+[[nodiscard]] ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
+                                            const std::function<bool(std::string_view)>& take,
+                                            const StopRequest& stop) noexcept;
+
+} // namespace stowline::backup
+#pragma GCC visibility pop

@@ -1,0 +1,302 @@
+#include "stowline/backup/restore/FilePlacer.h"
+
+#include "stowline/platform/desktop/Sha256.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace stowline::backup {
+
+namespace {
+
+constexpr std::string_view kGathering = ".stowline-restore-";
+constexpr std::size_t kGatheringDigits = 16;
+constexpr std::size_t kPiece = 1U << 20;
+/// So many whole files wait for each other, or so many bytes.
+constexpr std::size_t kMostWaiting = 128;
+constexpr std::uint64_t kMostWaitingBytes = 64U << 20;
+/// What was gone on with, from the start, and once more.
+constexpr int kMostFillings = 3;
+
+std::string because(const std::string& path, const std::string& what, int error)
+{
+    return path + ": " + what + ": " + platform::systemErrorText(error) + ".";
+}
+
+} // namespace
+
+std::string gatheringName(const std::string& name, const std::string& digest)
+{
+    const std::string mark = platform::Sha256::of(name + '\0' + digest);
+    return std::string(kGathering) + mark.substr(0, kGatheringDigits);
+}
+
+bool isGatheringName(std::string_view name)
+{
+    return name.size() == kGathering.size() + kGatheringDigits && name.starts_with(kGathering) &&
+           name.find_first_not_of("0123456789abcdef", kGathering.size()) == std::string_view::npos;
+}
+
+void FilePlacer::place(const FileTask& task)
+{
+    RestoredItem report{.path = task.stored.item.path,
+                        .kind = ItemKind::file,
+                        .bytes = task.stored.content->storedSize};
+    int error = 0;
+    auto folder = context_.root.below(task.folder, error);
+    if (!folder && context_.request.isDryRun) {
+        report.state = RestoredState::wouldRestore;
+        context_.done(std::move(report));
+        return;
+    }
+    if (!folder) {
+        report.faults.push_back(because(report.path, "its folder cannot be opened", error));
+        context_.done(std::move(report));
+        return;
+    }
+    if (settleExisting(task, *folder, report)) {
+        context_.done(std::move(report));
+        return;
+    }
+    if (context_.request.isDryRun) {
+        report.state = RestoredState::wouldRestore;
+        context_.done(std::move(report));
+        return;
+    }
+    gather(task, std::make_shared<platform::TargetFolder>(std::move(*folder)), std::move(report));
+}
+
+/// Decides about what stands in the file's place. @return whether that is all there is to do
+bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFolder& folder,
+                                RestoredItem& report)
+{
+    int error = 0;
+    const auto existing = folder.find(task.name, error);
+    if (!existing) {
+        if (error == ENOENT)
+            return false;
+        report.faults.push_back(because(report.path, "what stands there cannot be seen", error));
+        return true;
+    }
+    const ItemRecord& item = task.stored.item;
+    const Timestamp modified{existing->modifiedSeconds, existing->modifiedNanoseconds};
+    const Overwrite rule = context_.request.overwrite;
+    if (rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified)) {
+        report.state = RestoredState::skipped;
+        return true;
+    }
+    if (existing->kind == platform::TargetKind::folder) {
+        report.faults.push_back(report.path + ": a folder stands in its place.");
+        return true;
+    }
+    // A file with further names may have them outside: its metadata is not touched.
+    const bool isCandidate = rule != Overwrite::always &&
+                             existing->kind == platform::TargetKind::file &&
+                             existing->size == task.stored.content->storedSize &&
+                             (existing->links == 1 || item.links > 1);
+    if (!isCandidate || compare(task.stored, folder, task.name) != Comparison::same)
+        return context_.stop.isRequested();
+    if (context_.request.isDryRun) {
+        report.state = RestoredState::unchanged;
+        return true;
+    }
+    MetadataOutcome outcome = putMetadata(folder, task.name, item, context_.owners);
+    report.state = outcome.hasChanged ? RestoredState::restored : RestoredState::unchanged;
+    report.faults = std::move(outcome.faults);
+    context_.gathered(static_cast<std::int64_t>(report.bytes));
+    report.bytes = 0; // no content was put there
+    return true;
+}
+
+FilePlacer::Comparison FilePlacer::compare(const StoredItem& stored,
+                                           const platform::TargetFolder& folder,
+                                           const std::string& name) const
+{
+    int error = 0;
+    const auto file = folder.openFile(name, error);
+    if (!file)
+        return Comparison::unreadable;
+    platform::Sha256 digest;
+    std::string room(kPiece, '\0');
+    for (std::uint64_t at = 0;;) {
+        const auto count = file->readAt(at, room);
+        if (!count || context_.stop.isRequested())
+            return Comparison::unreadable;
+        if (*count == 0)
+            break;
+        digest.update({room.data(), *count});
+        at += *count;
+    }
+    return digest.hexadecimal() == stored.content->digest ? Comparison::same : Comparison::other;
+}
+
+std::optional<platform::TargetFile> FilePlacer::openGathering(const platform::TargetFolder& folder,
+                                                              const std::string& temporary,
+                                                              RestoredItem& report) const
+{
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        int error = 0;
+        auto file = folder.openOrMakeFile(temporary, error);
+        if (file && !file->lock()) {
+            report.faults.push_back(report.path + ": another restore is putting it back.");
+            return std::nullopt;
+        }
+        const auto status = file ? file->status() : std::nullopt;
+        // What another user holds a descriptor of could change after it was checked.
+        if (status && status->owner == platform::ownUserNumber())
+            return file;
+        if (attempt == 1 || (!file && error != EEXIST && error != ELOOP && error != EACCES)) {
+            report.faults.push_back(because(report.path, "it cannot be written", error));
+            return std::nullopt;
+        }
+        (void)folder.remove(temporary);
+    }
+    return std::nullopt;
+}
+
+void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFolder> folder,
+                        RestoredItem report)
+{
+    const std::string temporary = gatheringName(task.name, task.stored.content->digest);
+    auto file = openGathering(*folder, temporary, report);
+    bool isKept = false;
+    if (!file || !fill(task, *file, report, isKept)) {
+        if (file && !isKept)
+            (void)folder->remove(temporary);
+        context_.done(std::move(report));
+        return;
+    }
+    report.faults = putMetadata(*folder, temporary, task.stored.item, context_.owners).faults;
+    enqueue({std::move(folder), std::move(*file), temporary, task.name, std::move(report)});
+}
+
+/// Fills a file until its digest is right. @param isKept whether another restore may go on with it
+bool FilePlacer::fill(const FileTask& task, const platform::TargetFile& file, RestoredItem& report,
+                      bool& isKept)
+{
+    if (task.stored.content->kind != "plain") {
+        report.faults.push_back(report.path + ": its content is of the kind \"" +
+                                task.stored.content->kind + "\", which this program cannot read.");
+        return false;
+    }
+    const auto status = file.status();
+    std::uint64_t from = status ? status->size : 0;
+    if (from > task.stored.content->storedSize)
+        from = 0;
+    for (int filling = 0; filling < kMostFillings; ++filling) {
+        bool isDigestWrong = false;
+        if (fillOnce(task, file, from, report, isKept, isDigestWrong))
+            return true;
+        if (!isDigestWrong)
+            return false;
+        from = 0;
+    }
+    report.isBadContent = true;
+    report.faults.push_back(report.path + ": its content is not what was stored.");
+    return false;
+}
+
+bool FilePlacer::fillOnce(const FileTask& task, const platform::TargetFile& file,
+                          std::uint64_t from, RestoredItem& report, bool& isKept,
+                          bool& isDigestWrong)
+{
+    const StoredContent& content = *task.stored.content;
+    platform::Sha256 digest;
+    std::string room(static_cast<std::size_t>(std::min<std::uint64_t>(kPiece, from)), '\0');
+    std::uint64_t at = 0;
+    while (at < from) {
+        const auto count = file.readAt(at, room);
+        if (!count || *count == 0)
+            break;
+        const std::size_t used =
+            static_cast<std::size_t>(std::min<std::uint64_t>(*count, from - at));
+        digest.update({room.data(), used});
+        at += used;
+    }
+    if (at < from) { // cannot be read: from the start
+        digest = platform::Sha256();
+        at = 0;
+    }
+    int writeError = file.truncate(at);
+    std::int64_t counted = static_cast<std::int64_t>(at);
+    context_.gathered(counted);
+    std::optional<FetchFailure> failure;
+    if (writeError == 0)
+        failure = context_.source.read(
+            content.version, at, content.storedSize, [&](std::string_view bytes) {
+                digest.update(bytes);
+                writeError = file.writeAt(at, bytes);
+                at += bytes.size();
+                counted += static_cast<std::int64_t>(bytes.size());
+                context_.gathered(static_cast<std::int64_t>(bytes.size()));
+                return writeError == 0;
+            });
+    if (writeError == 0 && !failure) {
+        if (digest.hexadecimal() == content.digest)
+            return true;
+        isDigestWrong = true;
+    } else if (writeError != 0) {
+        report.faults.push_back(because(report.path, "it cannot be written", writeError));
+    } else {
+        isKept = failure->kind == FetchFailure::Kind::temporary ||
+                 failure->kind == FetchFailure::Kind::interrupted;
+        report.isBadContent = failure->kind == FetchFailure::Kind::badContent;
+        report.faults.push_back(report.path + ": " + failure->reason);
+    }
+    context_.gathered(-counted);
+    return false;
+}
+
+void FilePlacer::enqueue(Gathered gathered)
+{
+    std::vector<Gathered> batch;
+    {
+        const std::lock_guard lock(mutex_);
+        waitingBytes_ += gathered.report.bytes;
+        waiting_.push_back(std::move(gathered));
+        if (waiting_.size() < kMostWaiting && waitingBytes_ < kMostWaitingBytes)
+            return;
+        batch.swap(waiting_);
+        waitingBytes_ = 0;
+    }
+    giveNames(std::move(batch));
+}
+
+void FilePlacer::finish()
+{
+    std::vector<Gathered> batch;
+    {
+        const std::lock_guard lock(mutex_);
+        batch.swap(waiting_);
+        waitingBytes_ = 0;
+    }
+    giveNames(std::move(batch));
+}
+
+void FilePlacer::giveNames(std::vector<Gathered> batch)
+{
+    if (batch.empty())
+        return;
+    // One request for all of them. Below the target there may be other file systems: those files
+    // are asked for one by one.
+    const auto rootDevice = context_.root.status();
+    const int syncError = context_.root.synchronizeFileSystem();
+    for (Gathered& gathered : batch) {
+        int error = syncError;
+        const auto status = gathered.file.status();
+        if (!rootDevice || !status || status->device != rootDevice->device)
+            error = gathered.file.synchronize();
+        if (error == 0)
+            error = gathered.folder->rename(gathered.temporary, gathered.name);
+        if (error == 0) {
+            gathered.report.state = RestoredState::restored;
+        } else {
+            gathered.report.faults.push_back(
+                because(gathered.report.path, "it cannot be put in its place", error));
+            (void)gathered.folder->remove(gathered.temporary);
+        }
+        context_.done(std::move(gathered.report));
+    }
+}
+
+} // namespace stowline::backup

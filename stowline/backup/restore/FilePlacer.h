@@ -1,0 +1,88 @@
+// Putting files with content in place: fetched beside it, checked, made durable, then renamed.
+#pragma once
+
+#include "stowline/backup/RestoreRun.h"
+#include "stowline/backup/index/StoredItem.h"
+#include "stowline/backup/restore/Metadata.h"
+#include "stowline/backup/transfer/ContentSource.h"
+#include "stowline/platform/files/TargetFolder.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::backup {
+
+/// The name beside a file under which its content is gathered. The same for the same name and
+/// content, so that what was cut off is gone on with.
+[[nodiscard]] std::string gatheringName(const std::string& name, const std::string& digest);
+/// Whether a name is one of those.
+[[nodiscard]] bool isGatheringName(std::string_view name);
+
+/// A file on its way.
+struct FileTask {
+    StoredItem stored;
+    std::string folder; ///< relative to the root; empty: the root
+    std::string name;
+};
+
+/// What all files of a restore share.
+struct PlacingContext {
+    const RestoreRequest& request;
+    const platform::TargetFolder& root;
+    ContentSource& source;
+    Owners& owners;
+    const StopRequest& stop;
+    std::function<void(RestoredItem)> done;     ///< any thread
+    std::function<void(std::int64_t)> gathered; ///< bytes on their way; negative: given up
+};
+
+/// Puts files in place. Any thread. What is whole waits for some others, so that one request to the
+/// file system makes all of them durable before they get their names; finish() ends that.
+class FilePlacer {
+public:
+    explicit FilePlacer(const PlacingContext& context) : context_(context) {}
+
+    void place(const FileTask& task);
+
+    /// Gives what is whole its names. After the last place().
+    void finish();
+
+private:
+    struct Gathered {
+        std::shared_ptr<platform::TargetFolder> folder;
+        platform::TargetFile file; ///< keeps its lock
+        std::string temporary;
+        std::string name;
+        RestoredItem report;
+    };
+    enum class Comparison { same, other, unreadable };
+
+    [[nodiscard]] bool settleExisting(const FileTask& task, const platform::TargetFolder& folder,
+                                      RestoredItem& report);
+    [[nodiscard]] Comparison compare(const StoredItem& stored, const platform::TargetFolder& folder,
+                                     const std::string& name) const;
+    void gather(const FileTask& task, std::shared_ptr<platform::TargetFolder> folder,
+                RestoredItem report);
+    [[nodiscard]] std::optional<platform::TargetFile>
+    openGathering(const platform::TargetFolder& folder, const std::string& temporary,
+                  RestoredItem& report) const;
+    [[nodiscard]] bool fill(const FileTask& task, const platform::TargetFile& file,
+                            RestoredItem& report, bool& isKept);
+    [[nodiscard]] bool fillOnce(const FileTask& task, const platform::TargetFile& file,
+                                std::uint64_t from, RestoredItem& report, bool& isKept,
+                                bool& isDigestWrong);
+    void enqueue(Gathered gathered);
+    void giveNames(std::vector<Gathered> gathered);
+
+    const PlacingContext& context_;
+    std::mutex mutex_;
+    std::vector<Gathered> waiting_;
+    std::uint64_t waitingBytes_ = 0;
+};
+
+} // namespace stowline::backup

@@ -1,0 +1,172 @@
+#include "stowline/backup/restore/Metadata.h"
+
+#include <optional>
+
+namespace stowline::backup {
+
+namespace {
+
+constexpr std::uint32_t kSetUserId = 04000;
+constexpr std::uint32_t kSetGroupId = 02000;
+constexpr std::uint32_t kUnchanged = 0xFFFFFFFF;
+constexpr std::string_view kCapabilities = "security.capability";
+
+/// One item on its way to what its record says.
+class Putting {
+public:
+    Putting(const platform::TargetFolder& folder, const std::string& name, const ItemRecord& item)
+        : folder_(folder), name_(name), item_(item)
+    {
+    }
+
+    MetadataOutcome put(std::uint32_t owner, std::uint32_t group)
+    {
+        int error = 0;
+        const auto found = name_.empty() ? folder_.status() : folder_.find(name_, error);
+        if (!found) {
+            fault("cannot be looked at", error);
+            return std::move(outcome_);
+        }
+        now_ = *found;
+        putOwner(owner, group);
+        putAttributes();
+        if (item_.kind != ItemKind::link)
+            putMode();
+        putModified();
+        return std::move(outcome_);
+    }
+
+private:
+    void fault(const std::string& what, int error)
+    {
+        outcome_.faults.push_back(
+            item_.path + ": " + what +
+            (error == 0 ? "." : ": " + platform::systemErrorText(error) + "."));
+    }
+
+    void putOwner(std::uint32_t owner, std::uint32_t group)
+    {
+        isOwnerRight_ = now_.owner == owner;
+        isGroupRight_ = now_.group == group;
+        if (isOwnerRight_ && isGroupRight_)
+            return;
+        outcome_.hasChanged = true;
+        isModeLost_ = true; // the system takes set-id bits away
+        int error = folder_.setOwner(name_, owner, group);
+        if (error == 0) {
+            isOwnerRight_ = isGroupRight_ = true;
+            return;
+        }
+        if (!isGroupRight_)
+            isGroupRight_ = folder_.setOwner(name_, kUnchanged, group) == 0;
+        if (!isOwnerRight_)
+            fault("the owner " + nameOr(item_.ownerName, owner) + " cannot be put back", error);
+        if (!isGroupRight_)
+            fault("the group " + nameOr(item_.groupName, group) + " cannot be put back", error);
+    }
+
+    static std::string nameOr(const std::string& name, std::uint32_t number)
+    {
+        return name.empty() ? std::to_string(number) : name;
+    }
+
+    void putAttributes()
+    {
+        int error = 0;
+        const auto attributes = folder_.attributes(name_, error);
+        const platform::TargetFolder::Attributes before =
+            attributes.value_or(platform::TargetFolder::Attributes());
+        auto extra = before;
+        for (const ExtendedAttribute& wanted : item_.attributes) {
+            extra.erase(wanted.name);
+            const auto there = before.find(wanted.name);
+            if (there != before.end() && there->second == wanted.value)
+                continue;
+            if (wanted.name == kCapabilities && !isOwnerRight_) {
+                fault("its capabilities are left away, since its owner is another one", 0);
+                continue;
+            }
+            outcome_.hasChanged = true;
+            if (const int refused = folder_.setAttribute(name_, wanted.name, wanted.value))
+                fault("the extended attribute " + wanted.name + " cannot be put back", refused);
+        }
+        for (const auto& [name, value] : extra) {
+            const bool isOurs = name.starts_with("user.") ||
+                                name.starts_with("system.posix_acl_") || name == kCapabilities;
+            if (!isOurs) // the system's own, as labels are
+                continue;
+            outcome_.hasChanged = true;
+            if (const int refused = folder_.removeAttribute(name_, name))
+                fault("the extended attribute " + name + " cannot be taken away", refused);
+        }
+    }
+
+    void putMode()
+    {
+        std::uint32_t mode = item_.mode;
+        if ((mode & kSetUserId) != 0 && !isOwnerRight_)
+            mode &= ~kSetUserId;
+        if ((mode & kSetGroupId) != 0 && !isGroupRight_ && item_.kind != ItemKind::folder)
+            mode &= ~kSetGroupId;
+        if (mode != item_.mode)
+            fault("its set-id bits are left away, since its owner is another one", 0);
+        if (mode == now_.mode && !isModeLost_)
+            return;
+        outcome_.hasChanged = true;
+        if (const int refused = folder_.setMode(name_, mode))
+            fault("its mode cannot be put back", refused);
+    }
+
+    void putModified()
+    {
+        const Timestamp& wanted = item_.modified;
+        if (now_.modifiedSeconds == wanted.seconds &&
+            now_.modifiedNanoseconds == wanted.nanoseconds)
+            return;
+        outcome_.hasChanged = true;
+        if (const int refused = folder_.setModified(name_, wanted.seconds, wanted.nanoseconds))
+            fault("its time cannot be put back", refused);
+    }
+
+    const platform::TargetFolder& folder_;
+    const std::string& name_;
+    const ItemRecord& item_;
+    platform::TargetStatus now_;
+    bool isOwnerRight_ = false;
+    bool isGroupRight_ = false;
+    bool isModeLost_ = false;
+    MetadataOutcome outcome_;
+};
+
+template <class Table, class Find>
+std::uint32_t numberFor(Table& table, const std::string& name, std::uint32_t number, Find find)
+{
+    if (name.empty())
+        return number;
+    const auto [place, isNew] = table.try_emplace(name);
+    if (isNew)
+        place->second = find(name);
+    return place->second.value_or(number);
+}
+
+} // namespace
+
+std::uint32_t Owners::owner(const ItemRecord& item)
+{
+    const std::lock_guard lock(mutex_);
+    return numberFor(users_, item.ownerName, item.owner, platform::userNumber);
+}
+
+std::uint32_t Owners::group(const ItemRecord& item)
+{
+    const std::lock_guard lock(mutex_);
+    return numberFor(groups_, item.groupName, item.group, platform::groupNumber);
+}
+
+MetadataOutcome putMetadata(const platform::TargetFolder& folder, const std::string& name,
+                            const ItemRecord& item, Owners& owners)
+{
+    return Putting(folder, name, item).put(owners.owner(item), owners.group(item));
+}
+
+} // namespace stowline::backup

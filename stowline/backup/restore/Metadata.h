@@ -1,0 +1,39 @@
+// Putting back what an item has besides its content.
+#pragma once
+
+#include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/platform/files/TargetFolder.h"
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace stowline::backup {
+
+/// Owners by name where this machine knows the name, else by number. Any thread.
+class Owners {
+public:
+    [[nodiscard]] std::uint32_t owner(const ItemRecord& item);
+    [[nodiscard]] std::uint32_t group(const ItemRecord& item);
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, std::optional<std::uint32_t>> users_;
+    std::map<std::string, std::optional<std::uint32_t>> groups_;
+};
+
+struct MetadataOutcome {
+    bool hasChanged = false;         ///< something was not as it should be
+    std::vector<std::string> faults; ///< a sentence for each thing that could not be put back
+};
+
+/// Makes owner, mode, extended attributes and times of an item those of a record. Set-id bits and
+/// capabilities come only together with the owner.
+/// @param name in the folder; empty: the folder itself
+[[nodiscard]] MetadataOutcome putMetadata(const platform::TargetFolder& folder,
+                                          const std::string& name, const ItemRecord& item,
+                                          Owners& owners);
+
+} // namespace stowline::backup

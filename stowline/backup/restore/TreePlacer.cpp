@@ -1,0 +1,437 @@
+#include "stowline/backup/restore/TreePlacer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace stowline::backup {
+
+namespace {
+
+using platform::TargetFolder;
+using platform::TargetKind;
+
+constexpr std::uint32_t kOwnersOwn = 0700;
+constexpr std::uint32_t kNewFolder = 0755;
+
+bool isDevice(ItemKind kind)
+{
+    return kind == ItemKind::characterDevice || kind == ItemKind::blockDevice;
+}
+
+TargetKind targetKind(ItemKind kind)
+{
+    switch (kind) {
+    case ItemKind::file:
+        return TargetKind::file;
+    case ItemKind::folder:
+        return TargetKind::folder;
+    case ItemKind::link:
+        return TargetKind::link;
+    case ItemKind::pipe:
+        return TargetKind::pipe;
+    case ItemKind::socket:
+        return TargetKind::socket;
+    case ItemKind::characterDevice:
+        return TargetKind::characterDevice;
+    case ItemKind::blockDevice:
+        break;
+    }
+    return TargetKind::blockDevice;
+}
+
+} // namespace
+
+TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
+                       const Selection& selection)
+    : context_(context), items_(items), selection_(selection), files_(context_)
+{
+    context_.done = [this, done = context.done](RestoredItem report) {
+        if (report.kind == ItemKind::file && report.state != RestoredState::restored &&
+            report.state != RestoredState::unchanged) {
+            const std::lock_guard lock(mutex_);
+            notInPlace_.insert(report.path);
+            mayGoOnLater_ = true;
+        }
+        done(std::move(report));
+    };
+}
+
+TreePlacer::Place TreePlacer::placeOf(const std::string& path) const
+{
+    const std::string place = selection_.placeOf(path);
+    const auto slash = place.rfind('/');
+    if (slash == std::string::npos)
+        return {"", place};
+    return {place.substr(0, slash), place.substr(slash + 1)};
+}
+
+void TreePlacer::tell(RestoredItem report)
+{
+    context_.done(std::move(report));
+}
+
+void TreePlacer::fail(const ItemRecord& item, const std::string& what, int error)
+{
+    tell({.path = item.path,
+          .kind = item.kind,
+          .faults = {item.path + ": " + what +
+                     (error == 0 ? "." : ": " + platform::systemErrorText(error) + ".")}});
+}
+
+void TreePlacer::place(const std::function<void(const StoredItem&)>& found)
+{
+    for (std::size_t i = 0; i < std::max<std::size_t>(context_.request.jobs, 1); ++i) {
+        try {
+            workers_.emplace_back([this] { work(); });
+        } catch (const std::system_error&) { // no more threads to be had
+            if (workers_.empty())
+                throw;
+            break;
+        }
+    }
+    try {
+        walk(found);
+    } catch (...) {
+        endWork();
+        throw;
+    }
+    endWork();
+    files_.finish();
+    if (!isStopped())
+        takeFurtherNames();
+    files_.finish();
+    if (!isStopped() && !context_.request.isDryRun)
+        finishFolders();
+}
+
+void TreePlacer::walk(const std::function<void(const StoredItem&)>& found)
+{
+    std::string leftOut; // a folder
+    items_.forEach(selection_.named(), [&](const StoredItem& stored) {
+        const std::string& path = stored.item.path;
+        if (!leftOut.empty() && isAtOrBelow(path, leftOut))
+            return true;
+        if (selection_.isExcluded(path)) {
+            leftOut = path;
+            return true;
+        }
+        if (stored.item.kind == ItemKind::folder || selection_.isIncluded(path)) {
+            found(stored);
+            take(stored);
+        }
+        return !isStopped();
+    });
+}
+
+void TreePlacer::take(const StoredItem& stored)
+{
+    const ItemRecord& item = stored.item;
+    if (item.kind == ItemKind::folder)
+        takeFolder(stored);
+    else if (item.kind != ItemKind::file)
+        takeSpecial(stored);
+    else if (!stored.sameFileAs.empty())
+        furtherNames_.push_back(item.path);
+    else
+        takeFile(stored);
+}
+
+/// Opens a folder below the root, and makes what is missing: folders that the run did not record,
+/// since only something below them was named.
+std::optional<TargetFolder> TreePlacer::folderFor(const std::string& relative, int& error)
+{
+    auto folder = context_.root.below(relative, error);
+    if (folder || error != ENOENT || context_.request.isDryRun)
+        return folder;
+    std::optional<TargetFolder> above = context_.root.below("", error);
+    for (std::size_t at = 0; above && at <= relative.size();) {
+        const auto slash = std::min(relative.find('/', at), relative.size());
+        const std::string name = relative.substr(at, slash - at);
+        error = above->makeFolder(name, kNewFolder);
+        if (error != 0 && error != EEXIST)
+            return std::nullopt;
+        above = above->below(name, error);
+        at = slash + 1;
+    }
+    return above;
+}
+
+void TreePlacer::takeFolder(const StoredItem& stored)
+{
+    const ItemRecord& item = stored.item;
+    const Place place = placeOf(item.path);
+    int error = 0;
+    const auto above = place.name.empty() ? std::nullopt : folderFor(place.folder, error);
+    if (context_.request.isDryRun) {
+        const bool isThere = place.name.empty() || (above && above->find(place.name, error));
+        tell({.path = item.path,
+              .kind = item.kind,
+              .state = isThere ? RestoredState::unchanged : RestoredState::wouldRestore});
+        return;
+    }
+    if (place.name.empty()) { // the target itself
+        folders_.push_back(item.path);
+        return;
+    }
+    if (!above)
+        return fail(item, "its folder cannot be opened", error);
+    auto there = above->find(place.name, error);
+    if (there && there->kind != TargetKind::folder) {
+        if (context_.request.overwrite == Overwrite::never)
+            return fail(item, "something else stands in its place");
+        if (const int refused = above->remove(place.name))
+            return fail(item, "what stands in its place cannot be removed", refused);
+        there.reset();
+    }
+    if (!there) {
+        if (const int refused = above->makeFolder(place.name, kOwnersOwn))
+            return fail(item, "it cannot be made", refused);
+        madeFolders_.insert(item.path);
+    } else if ((there->mode & kOwnersOwn) != kOwnersOwn &&
+               there->owner == platform::ownUserNumber()) {
+        // To put something into it; its own mode comes back at the end.
+        (void)above->setMode(place.name, there->mode | kOwnersOwn);
+    }
+    folders_.push_back(item.path);
+}
+
+void TreePlacer::takeFile(const StoredItem& stored)
+{
+    if (!stored.content)
+        return fail(stored.item, "no content of it was ever stored");
+    if (stored.content->version.empty())
+        return fail(stored.item, "the service never told the number of its version");
+    Place place = placeOf(stored.item.path);
+    int error = 0;
+    (void)folderFor(place.folder, error); // who puts it there says what is wrong
+    queue({stored, std::move(place.folder), std::move(place.name)});
+}
+
+bool TreePlacer::isSame(const ItemRecord& item, const TargetFolder& folder, const std::string& name,
+                        const platform::TargetStatus& there) const
+{
+    int error = 0;
+    if (there.kind != targetKind(item.kind))
+        return false;
+    if (item.kind == ItemKind::link)
+        return folder.linkTarget(name, error) == item.linkTarget;
+    return !isDevice(item.kind) || there.deviceNumber == item.deviceNumber;
+}
+
+int TreePlacer::make(const ItemRecord& item, const TargetFolder& folder,
+                     const std::string& name) const
+{
+    const std::string temporary = gatheringName(name, "special");
+    (void)folder.remove(temporary); // what a kill left
+    int error = item.kind == ItemKind::link
+                    ? folder.makeLink(temporary, item.linkTarget)
+                    : folder.makeNode(temporary, targetKind(item.kind), item.deviceNumber);
+    if (error == 0)
+        error = folder.rename(temporary, name);
+    if (error != 0)
+        (void)folder.remove(temporary);
+    return error;
+}
+
+void TreePlacer::takeSpecial(const StoredItem& stored)
+{
+    const ItemRecord& item = stored.item;
+    RestoredItem report{.path = item.path, .kind = item.kind};
+    if (isDevice(item.kind) && !context_.request.restoresDevices) {
+        report.state = RestoredState::skipped;
+        report.faults.push_back(item.path + ": devices are only put back when that is asked for.");
+        return tell(std::move(report));
+    }
+    const Place place = placeOf(item.path);
+    int error = 0;
+    const auto folder = folderFor(place.folder, error);
+    if (!folder && !context_.request.isDryRun)
+        return fail(item, "its folder cannot be opened", error);
+    const auto there = folder ? folder->find(place.name, error) : std::nullopt;
+    const bool isRight = there && isSame(item, *folder, place.name, *there);
+    if (there && !isRight && there->kind == TargetKind::folder)
+        return fail(item, "a folder stands in its place");
+    if (context_.request.isDryRun) {
+        report.state = isRight ? RestoredState::unchanged : RestoredState::wouldRestore;
+        return tell(std::move(report));
+    }
+    const Timestamp modified =
+        there ? Timestamp{there->modifiedSeconds, there->modifiedNanoseconds} : Timestamp{};
+    const Overwrite rule = context_.request.overwrite;
+    if (there &&
+        (rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified))) {
+        report.state = RestoredState::skipped;
+        return tell(std::move(report));
+    }
+    if (!isRight) {
+        if (const int refused = make(item, *folder, place.name))
+            return fail(item, "it cannot be made", refused);
+    }
+    MetadataOutcome outcome = putMetadata(*folder, place.name, item, context_.owners);
+    report.state =
+        isRight && !outcome.hasChanged ? RestoredState::unchanged : RestoredState::restored;
+    report.faults = std::move(outcome.faults);
+    tell(std::move(report));
+}
+
+void TreePlacer::takeFurtherNames()
+{
+    for (const std::string& path : furtherNames_) {
+        if (isStopped())
+            return;
+        if (const auto stored = items_.find(path))
+            takeFurtherName(*stored);
+    }
+}
+
+void TreePlacer::takeFurtherName(const StoredItem& stored)
+{
+    std::string first = stored.sameFileAs;
+    if (const auto substitute = substitutes_.find(first); substitute != substitutes_.end())
+        first = substitute->second;
+    bool isFirstThere = selection_.takes(first);
+    {
+        const std::lock_guard lock(mutex_);
+        isFirstThere = isFirstThere && !notInPlace_.contains(first);
+    }
+    if (context_.request.isDryRun)
+        return tell({.path = stored.item.path, .state = RestoredState::wouldRestore});
+    if (isFirstThere && linkTo(first, stored))
+        return;
+    const auto original = items_.find(stored.sameFileAs);
+    if (!original || !original->content)
+        return fail(stored.item, "the content of " + stored.sameFileAs + " is not in the run");
+    StoredItem own = stored;
+    own.content = original->content;
+    const Place place = placeOf(stored.item.path);
+    files_.place({own, place.folder, place.name});
+    files_.finish(); // the next name is linked to it
+    substitutes_[stored.sameFileAs] = stored.item.path;
+}
+
+/// Makes an item another name of one that is in place. @return false when it cannot be one
+bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
+{
+    const Place from = placeOf(first);
+    const Place to = placeOf(stored.item.path);
+    int error = 0;
+    const auto fromFolder = folderFor(from.folder, error);
+    const auto toFolder = folderFor(to.folder, error);
+    if (!fromFolder || !toFolder)
+        return false;
+    const auto original = fromFolder->find(from.name, error);
+    if (!original || original->kind != TargetKind::file)
+        return false;
+    RestoredItem report{.path = stored.item.path, .state = RestoredState::unchanged};
+    const auto there = toFolder->find(to.name, error);
+    if (there && there->inode == original->inode && there->device == original->device) {
+        tell(std::move(report));
+        return true;
+    }
+    if (there && context_.request.overwrite == Overwrite::never) {
+        report.state = RestoredState::skipped;
+        tell(std::move(report));
+        return true;
+    }
+    const std::string temporary = gatheringName(to.name, "special");
+    (void)toFolder->remove(temporary);
+    error = toFolder->makeHardLink(*fromFolder, from.name, temporary);
+    if (error == 0)
+        error = toFolder->rename(temporary, to.name);
+    if (error != 0) {
+        (void)toFolder->remove(temporary);
+        return false; // another file system, or one without hard links
+    }
+    report.state = RestoredState::restored;
+    tell(std::move(report));
+    return true;
+}
+
+void TreePlacer::finishFolders()
+{
+    for (auto path = folders_.rbegin(); path != folders_.rend() && !isStopped(); ++path)
+        finishFolder(*path);
+}
+
+void TreePlacer::finishFolder(const std::string& path)
+{
+    const auto stored = items_.find(path);
+    int error = 0;
+    const auto folder = context_.root.below(selection_.placeOf(path), error);
+    if (!folder || !stored)
+        return fail(stored ? stored->item : ItemRecord{.path = path}, "it is there no more",
+                    folder ? 0 : error);
+    {
+        const std::lock_guard lock(mutex_);
+        if (!mayGoOnLater_)
+            removeLeftGatherings(*folder);
+    }
+    MetadataOutcome outcome = putMetadata(*folder, "", stored->item, context_.owners);
+    const bool isRight = !outcome.hasChanged && !madeFolders_.contains(path);
+    tell({.path = path,
+          .kind = ItemKind::folder,
+          .state = isRight ? RestoredState::unchanged : RestoredState::restored,
+          .faults = std::move(outcome.faults)});
+}
+
+/// What restores of other contents left that were killed.
+void TreePlacer::removeLeftGatherings(const TargetFolder& folder) const
+{
+    int error = 0;
+    for (const std::string& name : folder.names(error).value_or(std::vector<std::string>())) {
+        if (!isGatheringName(name))
+            continue;
+        const auto file = folder.openFile(name, error);
+        if (!file || file->lock()) // nobody is filling it
+            (void)folder.remove(name);
+    }
+}
+
+void TreePlacer::queue(FileTask task)
+{
+    std::unique_lock lock(mutex_);
+    moved_.wait(lock, [this] { return queue_.size() < 2 * workers_.size() || isStopped(); });
+    queue_.push_back(std::move(task));
+    lock.unlock();
+    moved_.notify_all();
+}
+
+void TreePlacer::endWork()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        isQueueOver_ = true;
+    }
+    moved_.notify_all();
+    for (std::thread& worker : workers_)
+        worker.join();
+    workers_.clear();
+}
+
+void TreePlacer::work()
+{
+    for (;;) {
+        std::unique_lock lock(mutex_);
+        moved_.wait(lock, [this] { return !queue_.empty() || isQueueOver_; });
+        if (queue_.empty() || isStopped()) {
+            if (isQueueOver_ || queue_.empty())
+                return;
+            queue_.clear();
+            lock.unlock();
+            moved_.notify_all();
+            continue;
+        }
+        const FileTask task = std::move(queue_.front());
+        queue_.pop_front();
+        lock.unlock();
+        moved_.notify_all();
+        try {
+            files_.place(task);
+        } catch (const std::exception& fault) {
+            fail(task.stored.item, fault.what());
+        }
+    }
+}
+
+} // namespace stowline::backup

@@ -1,0 +1,85 @@
+// Putting the items below one named path in place.
+#pragma once
+
+#include "stowline/backup/RestoreRun.h"
+#include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/restore/FilePlacer.h"
+#include "stowline/backup/restore/Selection.h"
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace stowline::backup {
+
+/// Walks the items of a run below one named path: folders, links and the like are made on the way,
+/// files with content are put in place by threads, further names of hard links after them, and the
+/// folders' own metadata at last, the deepest first.
+class TreePlacer {
+public:
+    /// @param context its `done` is wrapped: the tree remembers what is not in place
+    TreePlacer(const PlacingContext& context, const ItemIndex& items, const Selection& selection);
+
+    /// @param found told of each item before it is put in place
+    void place(const std::function<void(const StoredItem&)>& found);
+
+private:
+    /// The place of an item: the folder that it goes into, and its name there.
+    struct Place {
+        std::string folder;
+        std::string name;
+    };
+    [[nodiscard]] Place placeOf(const std::string& path) const;
+
+    void walk(const std::function<void(const StoredItem&)>& found);
+    void take(const StoredItem& stored);
+    void takeFolder(const StoredItem& stored);
+    void takeFile(const StoredItem& stored);
+    /// A link, pipe, socket or device.
+    void takeSpecial(const StoredItem& stored);
+    [[nodiscard]] bool isSame(const ItemRecord& item, const platform::TargetFolder& folder,
+                              const std::string& name, const platform::TargetStatus& there) const;
+    [[nodiscard]] int make(const ItemRecord& item, const platform::TargetFolder& folder,
+                           const std::string& name) const;
+    void takeFurtherNames();
+    void takeFurtherName(const StoredItem& stored);
+    [[nodiscard]] bool linkTo(const std::string& first, const StoredItem& stored);
+    void finishFolders();
+    void finishFolder(const std::string& path);
+    void removeLeftGatherings(const platform::TargetFolder& folder) const;
+
+    [[nodiscard]] std::optional<platform::TargetFolder> folderFor(const std::string& relative,
+                                                                  int& error);
+    [[nodiscard]] bool isStopped() const { return context_.stop.isRequested(); }
+    void tell(RestoredItem report);
+    void fail(const ItemRecord& item, const std::string& what, int error = 0);
+
+    void work();
+    void queue(FileTask task);
+    void endWork();
+
+    PlacingContext context_;
+    const ItemIndex& items_;
+    const Selection& selection_;
+    FilePlacer files_;
+
+    std::vector<std::string> folders_;               ///< paths, in walking order
+    std::set<std::string> madeFolders_;              ///< of these, those that were not there
+    std::vector<std::string> furtherNames_;          ///< paths
+    std::map<std::string, std::string> substitutes_; ///< for first names that are not in place
+
+    std::mutex mutex_; ///< of what follows
+    std::condition_variable moved_;
+    std::deque<FileTask> queue_;
+    bool isQueueOver_ = false;
+    std::set<std::string> notInPlace_; ///< paths of files
+    bool mayGoOnLater_ = false;        ///< something is left that the next restore goes on with
+    std::vector<std::thread> workers_;
+};
+
+} // namespace stowline::backup
