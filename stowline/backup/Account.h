@@ -23,5 +23,9 @@ struct ChainIdentity {
     bool operator==(const ChainIdentity&) const = default;
 };
 
+/// That of this machine and the user that this process acts as ("uid" and the number where the user
+/// has no name), with the default profile.
+[[nodiscard]] ChainIdentity identityOfThisUser();
+
 } // namespace stowline::backup
 #pragma GCC visibility pop

@@ -33,7 +33,7 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text, std::size_t digi
 
 std::string chainPart(const std::string& name)
 {
-    const bool isPlain = !name.empty() && std::ranges::all_of(name, [](char c) {
+    const bool isPlain = std::ranges::all_of(name, [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                c == '_' || c == '-';
     });

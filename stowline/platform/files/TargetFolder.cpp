@@ -429,6 +429,15 @@ std::uint32_t ownUserNumber()
     return geteuid();
 }
 
+std::optional<std::string> userName(std::uint32_t number)
+{
+    std::string room(65536, '\0');
+    passwd entry{};
+    passwd* found = nullptr;
+    (void)getpwuid_r(number, &entry, room.data(), room.size(), &found);
+    return found == nullptr ? std::nullopt : std::optional<std::string>(entry.pw_name);
+}
+
 std::optional<std::uint32_t> userNumber(const std::string& name)
 {
     std::string room(65536, '\0');

@@ -126,6 +126,9 @@ private:
 /// The user that this process acts as.
 [[nodiscard]] std::uint32_t ownUserNumber();
 
+/// The name of a user's number; absent when it has none.
+[[nodiscard]] std::optional<std::string> userName(std::uint32_t number);
+
 /// Numbers of a user and of a group on this machine; absent when it has none of that name.
 [[nodiscard]] std::optional<std::uint32_t> userNumber(const std::string& name);
 [[nodiscard]] std::optional<std::uint32_t> groupNumber(const std::string& name);

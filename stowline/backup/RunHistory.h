@@ -1,0 +1,79 @@
+// The runs of a machine: which there are, what each found, and what changed from one to another.
+#pragma once
+
+#include "stowline/backup/RunChoice.h"
+#include "stowline/backup/index/StoredItem.h"
+#include "stowline/platform/threads/StopRequest.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#pragma GCC visibility push(default)
+namespace stowline::backup {
+
+/// How far a run came.
+enum class RunState {
+    begun,      ///< it is under way, or was cut off before it stored a record
+    unfinished, ///< as begun, but there is a record of a part of it
+    finished,
+};
+
+/// The name of a state in output: "finished".
+[[nodiscard]] const char* nameOf(RunState state);
+
+/// One run as its record tells of it.
+struct RunEntry {
+    std::uint64_t run = 0;
+    RunState state = RunState::begun;
+    Timestamp begun;
+    std::optional<Timestamp> ended;
+    std::uint64_t items = 0;    ///< of the tree; 0 while begun
+    std::uint64_t newBytes = 0; ///< of content that the run stored
+    std::uint64_t bytes = 0;    ///< of all content of the tree
+    std::string host;
+    std::string user;
+};
+
+/// How an operation ended. Nothing is thrown by any; what the functions throw ends them as failed.
+struct HistoryEnd {
+    ReadEnd end = ReadEnd::failed;
+    std::string sentence;  ///< why, unless it is done; for people
+    std::uint64_t run = 0; ///< that was read; 0: none
+};
+
+/// Hands over the runs of the choice's machine, the oldest first. Costs two calls a run.
+[[nodiscard]] HistoryEnd listRuns(const RunChoice& choice,
+                                  const std::function<void(const RunEntry&)>& take,
+                                  const StopRequest& stop) noexcept;
+
+/// Hands over the items of a run at and below a path in walking order (a folder, then what is in
+/// it, names by their bytes). The function returns whether to go on.
+/// @param path "/" for everything
+[[nodiscard]] HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
+                                          const std::function<bool(const StoredItem&)>& take,
+                                          const StopRequest& stop) noexcept;
+
+/// One difference between two runs.
+struct RunDifference {
+    enum class Kind {
+        came,
+        went,
+        changed,  ///< its content, its kind, or where a link leads
+        metadata, ///< owner, mode, time or extended attributes alone
+    } kind = Kind::came;
+    StoredItem item; ///< as in the later run; of one that went, as in the earlier
+};
+[[nodiscard]] const char* nameOf(RunDifference::Kind kind);
+
+/// Hands over what came, went and changed from one run to another: first what is in the earlier, in
+/// walking order, then what came.
+/// @param choice its run and time are not read
+[[nodiscard]] HistoryEnd forEachDifference(const RunChoice& choice, std::uint64_t from,
+                                           std::uint64_t to,
+                                           const std::function<void(const RunDifference&)>& take,
+                                           const StopRequest& stop) noexcept;
+
+} // namespace stowline::backup
+#pragma GCC visibility pop
