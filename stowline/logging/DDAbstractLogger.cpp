@@ -1,6 +1,7 @@
 #include "stowline/logging/DDAbstractLogger.h"
 
 #include "stowline/logging/DDLog.h"
+#include "stowline/logging/LoggerGuard.h"
 
 #include <mutex>
 
@@ -40,7 +41,7 @@ void DDAbstractLogger::setLogFormatter(std::shared_ptr<DDLogFormatter> formatter
 
 void DDAbstractLogger::readInTurn(const std::function<void()>& read)
 {
-    if (queue_->isCurrent())
+    if (queue_->isCurrent() || DDLog::isInsideLogger())
         read();
     else
         DDLog::loggingQueue().sync(read);
@@ -48,13 +49,12 @@ void DDAbstractLogger::readInTurn(const std::function<void()>& read)
 
 void DDAbstractLogger::changeInTurn(platform::SerialQueue::Task change)
 {
-    try {
-        if (queue_->isCurrent())
-            change();
-        else
-            DDLog::loggingQueue().async(std::move(change));
-    } catch (const std::bad_alloc&) { // NOLINT: the change is not made
-    }
+    if (queue_->isCurrent())
+        return guarded(name_, change);
+    whereMemoryAllows([&] {
+        DDLog::loggingQueue().async(
+            [name = name_, change = std::move(change)]() mutable { guarded(name, change); });
+    });
 }
 
 std::shared_ptr<platform::SerialQueue> DDAbstractLogger::loggerQueue()

@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #pragma GCC visibility push(default)
@@ -30,6 +31,16 @@ public:
     virtual ~DDLogger() = default;
 
     virtual void logMessage(const DDLogMessage& message) = 0;
+
+    /// For loggers that write several messages faster than one after the other: whether this is
+    /// one. While it is the only logger it is handed messages that are queued one after the other
+    /// in one call; when that returns they all count as delivered.
+    [[nodiscard]] virtual bool takesMessagesTogether() const { return false; }
+    virtual void logMessages(std::span<const std::shared_ptr<const DDLogMessage>> messages)
+    {
+        for (const auto& message : messages)
+            logMessage(*message);
+    }
 
     /// The formatter in use, and a new one for it; null for none. Any thread.
     [[nodiscard]] virtual std::shared_ptr<DDLogFormatter> logFormatter() = 0;
@@ -70,8 +81,10 @@ protected:
     [[nodiscard]] std::optional<LogText> formattedText(const DDLogMessage& message);
 
     /// For settings that are read and changed in turn with the messages: runs at once on the
-    /// logger's own queue; from elsewhere by way of the logging queue, waiting for it or not. A
-    /// change for which there is no memory is not made.
+    /// logger's own queue; from elsewhere by way of the logging queue, waiting for it or not.
+    /// Inside of another logger reading does not wait for its turn, so what is read has a lock of
+    /// its own. A change for which there is no memory is not made; what one throws is told to the
+    /// machine's log.
     void readInTurn(const std::function<void()>& read);
     void changeInTurn(platform::SerialQueue::Task change);
 

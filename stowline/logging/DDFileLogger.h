@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 
 #pragma GCC visibility push(default)
@@ -19,6 +20,8 @@ public:
     [[nodiscard]] std::optional<LogText> formatLogMessage(const DDLogMessage& message) override;
 };
 
+class LogFileWriter;
+
 /// Where a file logger takes the time from; tests use clocks of their own.
 struct FileLoggerClocks {
     platform::TimerClock& timer = platform::TimerClock::shared();
@@ -27,8 +30,8 @@ struct FileLoggerClocks {
 
 /// Writes each message as a line to the current log file, in the order logged, and starts a new
 /// file when the current one has reached a size or an age, or when asked to. A line is with the
-/// operating system when logMessage() returns, so it survives the end of the process however that
-/// comes.
+/// operating system when logMessage() or logMessages() returns, so it survives the end of the
+/// process however that comes.
 ///
 /// The current file is the newest log file, when it is neither archived nor too large or too old,
 /// nor in use by another logger; else a new one. Finished files are marked as archived.
@@ -50,7 +53,8 @@ public:
     DDFileLogger& operator=(const DDFileLogger&) = delete;
 
     void logMessage(const DDLogMessage& message) override;
-    void willRemoveLogger() override;
+    [[nodiscard]] bool takesMessagesTogether() const override { return true; }
+    void logMessages(std::span<const std::shared_ptr<const DDLogMessage>> messages) override;
 
     /// Makes durable what was written.
     void flush() override;
@@ -62,7 +66,8 @@ public:
     void setMaximumFileSize(std::uint64_t bytes);
 
     /// Seconds of age at which a file is finished: 86400 until it is set; 0 or less for any age.
-    /// Setting the clock neither finishes a file early nor keeps it open for longer than this.
+    /// Setting the clock neither finishes a file early nor keeps it open for longer than this;
+    /// the time that the machine is suspended counts.
     [[nodiscard]] double rollingFrequency();
     void setRollingFrequency(double seconds);
 
@@ -73,9 +78,10 @@ public:
     [[nodiscard]] std::optional<DDLogFileInfo> currentLogFileInfo();
 
 private:
-    class State;
+    [[nodiscard]] bool appendLine(std::string& lines, const DDLogMessage& message);
+
     /// Shared with changes of settings and timers that are on their way.
-    const std::shared_ptr<State> state_;
+    const std::shared_ptr<LogFileWriter> writer_;
 };
 
 } // namespace stowline

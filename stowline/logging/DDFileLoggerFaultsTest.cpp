@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <future>
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -174,6 +175,144 @@ TEST_F(FileLogger, AKilledProcessLosesNoLineThatWasLogged)
     const std::string text = everything();
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1000);
     EXPECT_TRUE(text.ends_with("line 999\n"));
+}
+
+/// Holds its first message until it is let go.
+class HoldingLogger final : public DDAbstractLogger {
+public:
+    void logMessage(const DDLogMessage&) override { gate.get_future().wait(); }
+    std::promise<void> gate;
+};
+
+TEST_F(FileLogger, BesideASlowLoggerADeliveredLineIsInTheFile)
+{
+    auto logger = start();
+    const auto slow = std::make_shared<HoldingLogger>();
+    DDLog::addLogger(slow);
+    for (int i = 0; i < 3; ++i)
+        STOWLINE_LOG_INFO("line %d", i);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (everything() != "line 0\n" && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    EXPECT_EQ(everything(), "line 0\n");
+    DDLog::removeLogger(slow);
+    slow->gate.set_value();
+}
+
+/// Asks its logger, logs, and fails, whenever it is told something.
+class TroublesomeManager final : public DDLogFileManager {
+public:
+    explicit TroublesomeManager(std::string folder)
+        : files_(std::make_shared<DDLogFileManagerDefault>(std::move(folder)))
+    {
+    }
+    std::vector<DDLogFileInfo> sortedLogFileInfos() override
+    {
+        return files_->sortedLogFileInfos();
+    }
+    std::optional<std::string> createNewLogFile() override
+    {
+        if (failsToCreate)
+            throw std::runtime_error("no file today");
+        return files_->createNewLogFile();
+    }
+    void didRollAndArchiveLogFile(const std::string&) override
+    {
+        ++told;
+        for (int i = 0; i < linesWhenTold; ++i)
+            STOWLINE_LOG_ERROR("told");
+        if (const auto asked = logger.lock())
+            (void)asked->maximumFileSize();
+        throw std::runtime_error("not today");
+    }
+
+    std::weak_ptr<DDFileLogger> logger;
+    std::atomic<int> told = 0;
+    int linesWhenTold = 0;
+    bool failsToCreate = false;
+
+private:
+    std::shared_ptr<DDLogFileManagerDefault> files_;
+};
+
+TEST_F(FileLogger, WhatItsManagerThrowsEndsThere)
+{
+    std::vector<std::string> console;
+    platform::setConsoleLogSink([&](std::string_view line) { console.emplace_back(line); });
+    const auto manager = std::make_shared<TroublesomeManager>(logs());
+    auto logger = start(manager);
+    manager->logger = logger;
+    log("first");
+    logger->rollLogFile(); // on the log's queue
+    log("second");
+    logger->setMaximumFileSize(1);
+    log("third"); // on the logger's
+    logger->setMaximumFileSize(0);
+    log("fourth");
+    pass(std::chrono::hours(25)); // on a timer
+    EXPECT_EQ(manager->told, 4);
+    manager->failsToCreate = true;
+    log("lost");
+    manager->failsToCreate = false;
+    log("last");
+    platform::setConsoleLogSink({});
+    EXPECT_EQ(everything(), "first\nsecond\nthird\nfourth\nlast\n");
+    EXPECT_EQ(std::count(console.begin(), console.end(), "write log error"), 1);
+    EXPECT_EQ(std::count_if(console.begin(), console.end(),
+                            [](const auto& line) { return line.ends_with("not today"); }),
+              4);
+}
+
+TEST_F(FileLogger, AManagerThatLogsDuringABurstStopsNothing)
+{
+    platform::setConsoleLogSink([](std::string_view) {});
+    const auto manager = std::make_shared<TroublesomeManager>(logs());
+    manager->linesWhenTold = 50;
+    auto logger = start(manager);
+    manager->logger = logger;
+    log("first");
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 990; ++i)
+            STOWLINE_LOG_INFO("burst");
+        logger->rollLogFile();
+        for (int i = 0; i < 1500; ++i)
+            STOWLINE_LOG_INFO("burst");
+    }
+    DDLog::flushLog();
+    EXPECT_EQ(manager->told, 3);
+    platform::setConsoleLogSink({});
+}
+
+TEST_F(FileLogger, ProgramsThatStartAtOnceLoseNoLine)
+{
+    constexpr int rounds = 10;
+    constexpr int programs = 8;
+    constexpr int lines = 40;
+    for (int round = 0; round < rounds; ++round) {
+        std::vector<pid_t> children;
+        int gate[2];
+        ASSERT_EQ(::pipe(gate), 0);
+        for (int p = 0; p < programs; ++p) {
+            children.push_back(::fork());
+            if (children.back() != 0)
+                continue;
+            ::close(gate[1]);
+            char none = 0;
+            (void)!::read(gate[0], &none, 1); // until all are there
+            const auto manager = std::make_shared<DDLogFileManagerDefault>(logs());
+            manager->setMaximumNumberOfLogFiles(1000);
+            start(manager);
+            for (int i = 0; i < lines; ++i)
+                log("line");
+            ::_exit(0);
+        }
+        ::close(gate[0]);
+        ::close(gate[1]);
+        for (const pid_t child : children)
+            ::waitpid(child, nullptr, 0);
+    }
+    const std::string text = everything();
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), rounds * programs * lines);
 }
 
 TEST_F(FileLogger, TheChildOfAForkGoesOnInTheSameFile)

@@ -1,14 +1,12 @@
 #include "stowline/logging/DDLog.h"
 
-#include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/logging/LoggerGuard.h"
 #include "stowline/platform/desktop/NotificationCenter.h"
 #include "stowline/platform/threads/Semaphore.h"
 #include "stowline/platform/threads/SerialQueue.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
-#include <exception>
 #include <mutex>
 #include <thread>
 
@@ -19,6 +17,7 @@ using platform::SerialQueue;
 namespace {
 
 constexpr long kMostQueuedMessages = 1000;
+constexpr std::size_t kMostTogether = 64;
 constexpr std::size_t kUsualLoggerCount = 4;
 
 /// How many logger operations the calling thread is inside of.
@@ -30,49 +29,13 @@ struct DDLoggerNode {
     std::shared_ptr<SerialQueue> loggerQueue;
 };
 
-/// Does what can be left undone when there is no memory.
-template <class Work> void whereMemoryAllows(Work work) noexcept
-{
-    try {
-        work();
-    } catch (const std::bad_alloc&) { // NOLINT: a line is lost
-    }
-}
-
 /// Runs one operation of a logger; what it throws ends here.
 template <class Operation> void callLogger(DDLogger& logger, Operation operation) noexcept
 {
     ++insideLogger;
-    whereMemoryAllows([&] {
-        try {
-            operation(logger);
-        } catch (const std::bad_alloc&) {
-            throw;
-        } catch (const std::exception& fault) {
-            platform::consoleLog("The logger " + logger.loggerName() + " failed: " + fault.what());
-        } catch (...) {
-            platform::consoleLog("The logger " + logger.loggerName() + " failed.");
-        }
-    });
+    whereMemoryAllows([&] { guarded(logger.loggerName(), [&] { operation(logger); }); });
     --insideLogger;
 }
-
-/// Messages that are queued, or about to be. In the child of a fork() none are.
-class WaitingCount final : private platform::ForkParticipant {
-public:
-    void add() { count_.fetch_add(1, std::memory_order_relaxed); }
-    [[nodiscard]] bool isMoreAfterTakingOne()
-    {
-        return count_.fetch_sub(1, std::memory_order_relaxed) > 1;
-    }
-
-private:
-    void beforeFork() override {}
-    void afterForkInParent() override {}
-    void afterForkInChild() override { count_ = 0; }
-
-    std::atomic<long> count_ = 0;
-};
 
 /// The hardware's number; 1 when it cannot be told.
 unsigned processorCount()
@@ -82,7 +45,7 @@ unsigned processorCount()
 
 } // namespace
 
-class DDLog::Hub {
+class DDLog::Hub final : private platform::ForkParticipant {
 public:
     /// Made on first use and never destroyed: static destructors may still log.
     static Hub& instance()
@@ -94,71 +57,79 @@ public:
     void queue(std::shared_ptr<const DDLogMessage> message, bool asynchronously)
     {
         // Waiting inside a logger would be waiting for oneself: the line is queued at once.
-        if (insideLogger > 0)
-            queueSize_.takeWithoutWaiting();
-        else
+        const bool mayWait = !isInsideLogger();
+        if (mayWait)
             queueSize_.wait();
-        waiting_.add();
+        else
+            queueSize_.takeWithoutWaiting();
         try {
-            if (asynchronously || insideLogger > 0)
-                queue_.async(
-                    [message = std::move(message)] { instance().deliver(*message, false); });
+            if (asynchronously || !mayWait)
+                queue_.async([message = std::move(message)] { instance().take(message); },
+                             kMessageMark);
             else
-                queue_.sync([this, &message] { deliver(*message, true); });
+                queue_.sync([this, &message] { deliver(*message); });
         } catch (...) { // the queue did not take it
-            (void)waiting_.isMoreAfterTakingOne();
             queueSize_.signal();
             throw;
         }
     }
 
-    [[nodiscard]] bool isMoreOnItsWay() const { return isMoreOnItsWay_; }
-
-    void add(std::shared_ptr<DDLogger> logger)
+    void add(const std::shared_ptr<DDLogger>& logger)
     {
-        queue_.async([this, logger = std::move(logger)] {
-            auto queue = logger->loggerQueue();
-            if (!queue)
-                queue = std::make_shared<SerialQueue>(logger->loggerName());
-            nodes_.push_back({logger, queue});
-            tell(nodes_.back(), [](DDLogger& added) { added.didAddLogger(); });
+        auto queue = logger->loggerQueue();
+        if (!queue)
+            queue = std::make_shared<SerialQueue>(logger->loggerName());
+        const DDLoggerNode node{logger, std::move(queue)};
+        changeRegistered([&] { registered_.push_back(node); });
+        queue_.async([this, node] {
+            changeNodes([&] { nodes_.push_back(node); });
+            tell(node, [](DDLogger& added) { added.didAddLogger(); });
         });
     }
 
-    void remove(std::shared_ptr<DDLogger> logger)
+    void remove(const std::shared_ptr<DDLogger>& logger)
     {
-        queue_.async([this, logger = std::move(logger)] {
-            const auto node =
-                std::find_if(nodes_.begin(), nodes_.end(),
-                             [&](const auto& candidate) { return candidate.logger == logger; });
-            if (node == nodes_.end())
-                return;
-            tell(*node, [](DDLogger& removed) { removed.willRemoveLogger(); });
-            nodes_.erase(node);
+        changeRegistered([&] { (void)takeOut(registered_, logger); });
+        queue_.async([this, logger] {
+            std::optional<DDLoggerNode> node;
+            changeNodes([&] { node = takeOut(nodes_, logger); });
+            if (node)
+                tell(*node, [](DDLogger& removed) { removed.willRemoveLogger(); });
         });
     }
 
     void removeAll()
     {
+        Nodes known; // goes without the lock
+        changeRegistered([&] { known.swap(registered_); });
         queue_.async([this] {
-            for (const DDLoggerNode& node : nodes_)
+            Nodes gone;
+            changeNodes([&] { gone.swap(nodes_); });
+            for (const DDLoggerNode& node : gone)
                 tell(node, [](DDLogger& removed) { removed.willRemoveLogger(); });
-            nodes_.clear();
         });
     }
 
     void flush()
     {
-        if (insideLogger > 0)
+        if (insideLogger > 0 || isOnQueueOfLogger())
             return;
         whereMemoryAllows([this] {
             queue_.sync([this] { onEveryLogger([](DDLogger& logger) { logger.flush(); }); });
         });
     }
 
+    [[nodiscard]] bool isInsideLogger()
+    {
+        return insideLogger > 0 || queue_.isCurrent() || isOnQueueOfLogger();
+    }
+
     SerialQueue& loggingQueue() { return queue_; }
 
 private:
+    using Messages = std::vector<std::shared_ptr<const DDLogMessage>>;
+    using Nodes = std::vector<DDLoggerNode>;
+
     Hub()
     {
         nodes_.reserve(kUsualLoggerCount);
@@ -168,12 +139,88 @@ private:
         std::atexit([] { flushLog(); });
     }
 
-    void deliver(const DDLogMessage& message, bool isAwaited) noexcept
+    /// Takes the first node of a logger out of a list.
+    static std::optional<DDLoggerNode> takeOut(Nodes& nodes,
+                                               const std::shared_ptr<DDLogger>& logger)
     {
-        isMoreOnItsWay_ = waiting_.isMoreAfterTakingOne() && !isAwaited;
+        const auto node = std::find_if(nodes.begin(), nodes.end(), [&](const auto& candidate) {
+            return candidate.logger == logger;
+        });
+        if (node == nodes.end())
+            return std::nullopt;
+        auto taken = std::move(*node);
+        nodes.erase(node);
+        return taken;
+    }
+
+    template <class Change> void changeRegistered(Change change)
+    {
+        const platform::WholeInFork whole;
+        const std::lock_guard lock(registeredMutex_);
+        change();
+    }
+
+    template <class Change> static void changeNodes(Change change)
+    {
+        const platform::WholeInFork whole;
+        change();
+    }
+
+    /// Whether the calling thread runs a task on the queue of a logger, be it one that the hub does
+    /// not know of (a timer).
+    [[nodiscard]] bool isOnQueueOfLogger()
+    {
+        if (!SerialQueue::isInsideAny())
+            return false;
+        const platform::WholeInFork whole;
+        const std::lock_guard lock(registeredMutex_);
+        return std::any_of(registered_.begin(), registered_.end(),
+                           [](const auto& node) { return node.loggerQueue->isCurrent(); });
+    }
+
+    /// A message whose turn it is. A single logger that likes to gets the ones that come next, too.
+    void take(const std::shared_ptr<const DDLogMessage>& message) noexcept
+    {
+        const bool isForOne = nodes_.size() == 1 && nodes_.front().logger->takesMessagesTogether();
+        if (isForOne && keepForNext(message))
+            return;
+        if (together_->empty())
+            return deliver(*message);
+        deliverTogether();
+    }
+
+    /// @return whether the message is delivered with the next one
+    bool keepForNext(const std::shared_ptr<const DDLogMessage>& message) noexcept
+    {
+        const bool comesMore =
+            together_->size() + 1 < kMostTogether && queue_.isNextMarked(kMessageMark);
+        if (!comesMore && together_->empty())
+            return false;
+        try {
+            together_->push_back(message);
+        } catch (const std::bad_alloc&) {
+            deliverTogether();
+            deliver(*message);
+            return true;
+        }
+        return comesMore;
+    }
+
+    void deliver(const DDLogMessage& message) noexcept
+    {
         onEveryLogger([&message](DDLogger& logger) { logger.logMessage(message); });
-        isMoreOnItsWay_ = false;
         queueSize_.signal();
+    }
+
+    void deliverTogether() noexcept
+    {
+        Messages& messages = *together_;
+        if (messages.empty())
+            return;
+        onEveryLogger([&messages](DDLogger& logger) { logger.logMessages(messages); });
+        const auto number = static_cast<long>(messages.size());
+        messages.clear();
+        queueSize_.signal(number);
     }
 
     /// Runs an operation of every logger on its queue and returns when all are done.
@@ -182,6 +229,7 @@ private:
     /// saves two changes of thread for every message, and all of them when there is one logger.
     template <class Operation> void onEveryLogger(Operation operation) noexcept
     {
+        greetNewcomers();
         const std::size_t inParallel = processors_ < 2 || nodes_.empty() ? 0 : nodes_.size() - 1;
         for (std::size_t i = 0; i < inParallel; ++i) {
             DDLogger* logger = nodes_[i].logger.get();
@@ -199,20 +247,53 @@ private:
             group_.wait();
     }
 
-    /// Tells one logger something on its queue, without waiting.
+    /// Tells one logger something on its queue, without waiting. The task keeps both, so that
+    /// nobody waits for its end who lets go of them meanwhile.
     template <class Operation> static void tell(const DDLoggerNode& node, Operation operation)
     {
-        node.loggerQueue->async(
-            [logger = node.logger, operation] { callLogger(*logger, operation); });
+        node.loggerQueue->async([node, operation] { callLogger(*node.logger, operation); });
     }
 
+    /// In the child of a fork(): those whose addition was waiting in the parent.
+    void greetNewcomers() noexcept
+    {
+        if (newcomers_.empty())
+            return;
+        whereMemoryAllows([this] {
+            for (const DDLoggerNode& node : std::exchange(newcomers_, {}))
+                tell(node, [](DDLogger& added) { added.didAddLogger(); });
+        });
+    }
+
+    void beforeFork() override { registeredMutex_.lock(); }
+    void afterForkInParent() override { registeredMutex_.unlock(); }
+    /// The child begins with the loggers that were registered, and with none of the lines. What the
+    /// forking thread may be in the middle of stays where it is.
+    void afterForkInChild() override
+    {
+        registeredMutex_.unlock();
+        for (const DDLoggerNode& node : registered_) {
+            if (std::none_of(nodes_.begin(), nodes_.end(),
+                             [&](const auto& known) { return known.logger == node.logger; }))
+                newcomers_.push_back(node);
+        }
+        platform::keepForever(std::make_shared<Nodes>(std::exchange(nodes_, registered_)));
+        platform::keepForever(std::exchange(together_, std::make_shared<Messages>()));
+    }
+
+    static constexpr const char* kMessageMark = "message";
+
     const unsigned processors_ = processorCount();
-    std::vector<DDLoggerNode> nodes_; ///< touched on the logging queue only
-    WaitingCount waiting_;
-    bool isMoreOnItsWay_ = false; ///< touched on the logging queue, read by loggers it waits for
+    std::mutex registeredMutex_;
+    Nodes registered_; ///< as those have it who add and remove, and as a child shall begin
+    Nodes nodes_;      ///< touched on the logging queue only
+    Nodes newcomers_;  ///< of nodes_: to be told that they were added
+    /// Messages that are delivered with the next one; touched on the logging queue only.
+    std::shared_ptr<Messages> together_ = std::make_shared<Messages>();
     platform::QueueGroup group_;
     platform::Semaphore queueSize_{kMostQueuedMessages};
     SerialQueue queue_{"com.Stowline.logging"};
+    const platform::ForkRegistration registration_{*this};
 };
 
 class DDLog::ClassRegistry {
@@ -273,18 +354,18 @@ void DDLog::queueLogMessage(std::shared_ptr<const DDLogMessage> message, bool as
 void DDLog::addLogger(std::shared_ptr<DDLogger> logger)
 {
     if (logger)
-        Hub::instance().add(std::move(logger));
+        whereMemoryAllows([&] { Hub::instance().add(logger); });
 }
 
 void DDLog::removeLogger(std::shared_ptr<DDLogger> logger)
 {
     if (logger)
-        Hub::instance().remove(std::move(logger));
+        whereMemoryAllows([&] { Hub::instance().remove(logger); });
 }
 
 void DDLog::removeAllLoggers()
 {
-    Hub::instance().removeAll();
+    whereMemoryAllows([] { Hub::instance().removeAll(); });
 }
 
 void DDLog::flushLog()
@@ -292,9 +373,9 @@ void DDLog::flushLog()
     Hub::instance().flush();
 }
 
-bool DDLog::isMoreOnItsWay()
+bool DDLog::isInsideLogger()
 {
-    return Hub::instance().isMoreOnItsWay();
+    return Hub::instance().isInsideLogger();
 }
 
 SerialQueue& DDLog::loggingQueue()

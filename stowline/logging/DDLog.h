@@ -42,10 +42,13 @@ concept HasLogLevel = requires(std::int32_t level)
 /// on its own serial queue: all in parallel for one message, and in the order logged for each
 /// logger.
 ///
-/// At most 1000 messages wait; then the callers wait, and none is lost. A logger that throws loses
-/// its own line only. A call from inside a logger never waits: it is queued. Loggers are flushed
+/// At most 1000 messages wait; then the callers wait, until there are fewer, and none is lost. A
+/// logger that throws loses its own line only. A call from inside a logger, and from whatever else
+/// runs on a logger's queue, never waits: it is queued. Loggers are flushed
 /// when the application tells that it will terminate and when the process exits. In the child of a
-/// fork() logging works, with the loggers of the parent; lines that were waiting are the parent's.
+/// fork() logging works, with the loggers of the parent, also those whose addition was waiting;
+/// lines that were waiting are the parent's. Where no thread can be had callers deliver their own
+/// lines.
 ///
 /// Every operation may be called from any thread.
 class DDLog {
@@ -56,7 +59,7 @@ public:
     /// `level & flag` first, as the macros of LogMacros.h do.
     /// @param asynchronous false waits until every logger has handled the message
     /// @param file, function kept by reference
-    /// @param format absent logs nothing; see platform::formatWithArguments
+    /// @param format absent, or null, logs nothing; see platform::formatWithArguments
     template <class... Arguments>
     static void log(bool asynchronous, std::int32_t level, std::int32_t flag, std::int32_t context,
                     const char* file, const char* function, std::int32_t line,
@@ -72,11 +75,22 @@ public:
         }
     }
 
+    template <class... Arguments>
+    static void log(bool asynchronous, std::int32_t level, std::int32_t flag, std::int32_t context,
+                    const char* file, const char* function, std::int32_t line, const char* format,
+                    const Arguments&... arguments)
+    {
+        if (format)
+            log(asynchronous, level, flag, context, file, function, line,
+                std::optional<std::string_view>(format), arguments...);
+    }
+
     /// Waits while 1000 messages are queued, then queues this one.
     static void queueLogMessage(std::shared_ptr<const DDLogMessage> message, bool asynchronously);
 
-    /// Changes of the list take effect in turn with the messages. An absent logger changes nothing;
-    /// removing finds the logger by identity.
+    /// Changes of the list take effect in turn with the messages, without waiting: a logger that is
+    /// removed may still be busy. An absent logger changes nothing; removing finds the logger by
+    /// identity.
     static void addLogger(std::shared_ptr<DDLogger> logger);
     static void removeLogger(std::shared_ptr<DDLogger> logger);
     static void removeAllLoggers();
@@ -85,10 +99,9 @@ public:
     /// logger it does nothing, because it would wait for itself.
     static void flushLog();
 
-    /// For loggers that gather what they write, asked from logMessage(): whether nobody waits for
-    /// the message being delivered, and another is sure to be delivered after it. What is gathered
-    /// then must be written when the answer is no, on flush() and on willRemoveLogger().
-    [[nodiscard]] static bool isMoreOnItsWay();
+    /// Whether the calling thread is inside of a logger's operation, or of a task on the queue of a
+    /// logger or of the log. Who is must not wait for either queue: it would wait for itself.
+    [[nodiscard]] static bool isInsideLogger();
 
     /// For loggers that must coordinate with the hub.
     [[nodiscard]] static platform::SerialQueue& loggingQueue();

@@ -167,11 +167,8 @@ void DDLogFileManagerDefault::deleteOldLogFilesBut(const std::string& current)
     std::erase_if(infos, [&](const DDLogFileInfo& info) { return info.filePath() == current; });
     if (current.empty() && !infos.empty() && !infos.front().isArchived())
         infos.erase(infos.begin());
-    for (std::size_t i = maximumNumberOfLogFiles(); i < infos.size(); ++i) {
-        std::error_code ignored;
-        if (!platform::AppendFile::isInUse(infos[i].filePath()))
-            fs::remove(infos[i].filePath(), ignored);
-    }
+    for (std::size_t i = maximumNumberOfLogFiles(); i < infos.size(); ++i)
+        platform::AppendFile::removeUnlessInUse(infos[i].filePath());
 }
 
 } // namespace stowline

@@ -26,7 +26,7 @@ public:
     [[nodiscard]] virtual std::optional<std::string> createNewLogFile() = 0;
 
     /// Told when a file that was found at the start is marked as archived, and when the current
-    /// file is finished. Not to ask the logger for its settings from there.
+    /// file is finished. They may log, ask the logger and change its settings.
     virtual void didArchiveLogFile(const std::string& /*path*/) {}
     virtual void didRollAndArchiveLogFile(const std::string& /*path*/) {}
 };

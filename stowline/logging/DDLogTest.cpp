@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <future>
+#include <numeric>
+#include <semaphore>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -77,6 +79,8 @@ TEST(DDLog, WithoutFormatNothingHappens)
     // Were the queue bound taken, the 1001st call would wait for ever: nothing gives it back.
     for (int i = 0; i < 1500; ++i)
         DDLog::log(true, 7, 4, 0, "f.cpp", "f", 1, std::nullopt);
+    const char* null = nullptr;
+    DDLog::log(false, 7, 4, 0, "f.cpp", "f", 1, null, 5);
     DDLog::flushLog();
     EXPECT_EQ(logger->count(), 0U);
 }
@@ -111,6 +115,32 @@ TEST(DDLog, AtMostAThousandMessagesWait)
     producer.join();
     DDLog::flushLog();
     EXPECT_EQ(counting->count(), 1500U);
+}
+
+/// Handles one message each time it is let.
+class SteppingLogger final : public DDAbstractLogger {
+public:
+    void logMessage(const DDLogMessage&) override { steps.acquire(); }
+    std::counting_semaphore<> steps{0};
+};
+
+TEST(DDLog, AWaitingCallerGoesOnWhenFewerThanAThousandWait)
+{
+    const auto logger = std::make_shared<SteppingLogger>();
+    DDLog::addLogger(logger);
+    std::promise<void> through;
+    std::thread producer([&] {
+        for (int i = 0; i < 1001; ++i)
+            logText("x");
+        through.set_value();
+    });
+    auto done = through.get_future();
+    logger->steps.release();
+    EXPECT_EQ(done.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    logger->steps.release(1000);
+    producer.join();
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
 }
 
 TEST(DDLog, LoggersWorkSideBySideOnOneMessage)
@@ -197,6 +227,40 @@ TEST(DDLog, RemovingEveryLoggerTellsEach)
     }
 }
 
+/// Is busy when it is removed until it is let go, and then waits for the log itself.
+template <class Base> class LeavingLogger final : public Base {
+public:
+    void logMessage(const DDLogMessage&) override {}
+    std::shared_ptr<DDLogFormatter> logFormatter() override { return nullptr; }
+    void setLogFormatter(std::shared_ptr<DDLogFormatter>) override {}
+    void willRemoveLogger() override
+    {
+        gate.get_future().wait();
+        DDLog::loggingQueue().sync([] {});
+        left.set_value();
+    }
+    static inline std::promise<void> gate;
+    static inline std::promise<void> left;
+};
+
+class WithoutQueue : public DDLogger {};
+
+TEST(DDLog, RemovingALoggerDoesNotWaitForIt)
+{
+    auto logger = std::make_shared<LeavingLogger<WithoutQueue>>();
+    DDLog::addLogger(logger);
+    logText("x", false);
+    DDLog::removeLogger(std::move(logger));
+    const auto other = addedLogger();
+    logText("y", false);
+    EXPECT_EQ(other->count(), 1U);
+    LeavingLogger<WithoutQueue>::gate.set_value();
+    EXPECT_EQ(LeavingLogger<WithoutQueue>::left.get_future().wait_for(std::chrono::seconds(20)),
+              std::future_status::ready);
+    logText("z", false);
+    EXPECT_EQ(other->count(), 2U);
+}
+
 TEST(DDLog, AbsentAndUnknownLoggersChangeNothing)
 {
     DDLog::addLogger(nullptr);
@@ -219,35 +283,67 @@ TEST(DDLog, ChangesOfTheListAreOrderedWithMessages)
     EXPECT_EQ(lines[0].text, "between");
 }
 
-/// Notes whether more was on its way, and holds its first message until it is let go.
-class WaitingLogger final : public DDAbstractLogger {
+/// Notes how many messages it is handed at once, and holds its first until it is let go.
+class TogetherLogger final : public DDAbstractLogger {
 public:
-    void logMessage(const DDLogMessage&) override
+    bool takesMessagesTogether() const override { return true; }
+    void logMessage(const DDLogMessage&) override { note(1); }
+    void logMessages(std::span<const std::shared_ptr<const DDLogMessage>> messages) override
     {
-        more.push_back(DDLog::isMoreOnItsWay());
+        note(messages.size());
+    }
+    void note(std::size_t number)
+    {
+        handed.push_back(number);
         while (!letGo)
             std::this_thread::yield();
     }
-    std::vector<bool> more;
+    std::vector<std::size_t> handed;
     std::atomic<bool> letGo = false;
 };
 
-TEST(DDLog, TellsLoggersWhetherMoreIsOnItsWay)
+TEST(DDLog, ASingleLoggerIsHandedQueuedMessagesTogetherWhenItLikesTo)
 {
-    const auto logger = std::make_shared<WaitingLogger>();
+    const auto logger = std::make_shared<TogetherLogger>();
     DDLog::addLogger(logger);
-    for (int i = 0; i < 3; ++i)
+    logText("first");
+    for (int i = 0; i < 300; ++i)
         logText("queued");
     logger->letGo = true;
-    DDLog::flushLog();
-    STOWLINE_LOG_ERROR("awaited");
-    ASSERT_EQ(logger->more.size(), 4U);
-    EXPECT_FALSE(logger->more[2]) << "the last of a burst";
-    EXPECT_FALSE(logger->more[3]) << "somebody waits for it";
-    EXPECT_TRUE(logger->more[1]);
-    EXPECT_FALSE(DDLog::isMoreOnItsWay());
+    logText("awaited", false);
+    EXPECT_EQ(std::accumulate(logger->handed.begin(), logger->handed.end(), std::size_t{0}), 302U);
+    EXPECT_LT(logger->handed.size(), 30U);
+    EXPECT_EQ(logger->handed.back(), 1U) << "somebody waits for it";
     DDLog::removeLogger(logger);
     DDLog::flushLog();
+}
+
+TEST(DDLog, BesideAnotherLoggerMessagesComeOneByOne)
+{
+    const auto logger = std::make_shared<TogetherLogger>();
+    logger->letGo = true;
+    DDLog::addLogger(logger);
+    const auto other = addedLogger();
+    for (int i = 0; i < 300; ++i)
+        logText("queued");
+    DDLog::flushLog();
+    EXPECT_EQ(logger->handed, std::vector<std::size_t>(300, 1));
+    EXPECT_EQ(other->count(), 300U);
+}
+
+TEST(DDLog, MessagesBehindAChangeOfTheListAreNotHandedOverBeforeIt)
+{
+    const auto logger = std::make_shared<TogetherLogger>();
+    DDLog::addLogger(logger);
+    logText("first");
+    for (int i = 0; i < 10; ++i)
+        logText("before");
+    const auto late = addedLogger();
+    for (int i = 0; i < 10; ++i)
+        logText("after");
+    logger->letGo = true;
+    DDLog::flushLog();
+    EXPECT_EQ(late->count(), 10U);
 }
 
 TEST(DDLog, ALoggerThatThrowsLosesItsOwnLineOnly)
@@ -303,6 +399,44 @@ TEST(DDLog, ALoggerMayLogAndFlushWithoutWaitingForItself)
     EXPECT_EQ(counting->count(), 3201U);
 }
 
+/// Logs on its own queue, apart from any message, as timers do.
+TEST(DDLog, WhatElseRunsOnALoggersQueueMayLogDuringABurst)
+{
+    const auto logger = std::make_shared<DDAbstractLogger>();
+    DDLog::addLogger(logger);
+    const auto counting = addedLogger(Keep::nothing);
+    std::promise<void> done;
+    logger->loggerQueue()->async([&] {
+        for (int i = 0; i < 1500; ++i)
+            logText("from the queue", i % 2 == 0);
+        DDLog::flushLog();
+        done.set_value();
+    });
+    for (int i = 0; i < 1500; ++i)
+        logText("x");
+    EXPECT_EQ(done.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    DDLog::flushLog();
+    EXPECT_EQ(counting->count(), 3000U);
+}
+
+TEST(DDLog, ALoggerMayAskAnotherForItsSettings)
+{
+    class Asking final : public DDAbstractLogger {
+    public:
+        explicit Asking(std::shared_ptr<DDLogger> other) : other_(std::move(other)) {}
+        void logMessage(const DDLogMessage&) override { (void)other_->logFormatter(); }
+
+    private:
+        std::shared_ptr<DDLogger> other_;
+    };
+    const auto counting = addedLogger(Keep::nothing);
+    DDLog::addLogger(std::make_shared<Asking>(counting));
+    logText("x", false);
+    EXPECT_EQ(counting->count(), 1U);
+    DDLog::removeAllLoggers();
+    DDLog::flushLog();
+}
+
 TEST(DDLog, FlushesFromSeveralThreads)
 {
     const auto first = addedLogger(Keep::nothing);
@@ -345,44 +479,6 @@ TEST(DDLog, FlushesWhenTheProcessExits)
     int status = 0;
     ::waitpid(child, &status, 0);
     EXPECT_EQ(WEXITSTATUS(status), 42);
-}
-
-TEST(DDLog, ForkInTheMiddleOfLoggingLeavesAChildThatCanLog)
-{
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "The address sanitizer's own allocator hangs in the child of a fork beside "
-                    "threads that allocate. The thread-sanitizer build runs this test.";
-#endif
-    const auto logger = addedLogger(Keep::nothing);
-    const auto other = addedLogger(Keep::nothing);
-    std::atomic<bool> stop = false;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 3; ++t) {
-        threads.emplace_back([&stop] {
-            while (!stop)
-                logText("x");
-        });
-    }
-    int failures = 0;
-    for (int i = 0; i < 20; ++i) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::alarm(20);
-            const auto before = logger->count();
-            for (int n = 0; n < 1500; ++n) // beyond the bound, whatever the parent had queued
-                logText("y");
-            logText("z", false);
-            DDLog::flushLog();
-            ::_exit(logger->count() == before + 1501 ? 0 : 1);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        failures += WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : 1;
-    }
-    stop = true;
-    for (auto& thread : threads)
-        thread.join();
-    EXPECT_EQ(failures, 0);
 }
 
 } // namespace

@@ -5,18 +5,21 @@
 #include "tests/injection/FailingInTurn.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <limits>
+
 namespace stowline {
 namespace {
 
-const std::vector<std::string> kCalled{"new",       "write",     "fdatasync", "stat",
-                                       "lstat",     "fstat",     "statx",     "flock",
-                                       "lgetxattr", "lsetxattr", "getrandom", "open"};
+const std::vector<std::string> kCalled{"new",       "write", "fdatasync", "stat",      "lstat",
+                                       "fstat",     "statx", "fcntl",     "lgetxattr", "lsetxattr",
+                                       "getrandom", "open",  "unlink"};
 
 /// Each turn logs a line, finishes the file, and logs another into a new one.
 class LoggingIntoFiles {
 public:
     LoggingIntoFiles()
     {
+        files_->setMaximumNumberOfLogFiles(2); // so that some are deleted
         DDLog::addLogger(logger_);
         DDLog::flushLog();
     }
@@ -102,6 +105,26 @@ TEST(FileLoggerFaults, UnknownFreeSpaceIsPlenty)
     ASSERT_EQ(infos.size(), 1U);
     const auto content = platform::readFile(infos.front().filePath());
     EXPECT_TRUE(content.value_or("").ends_with("  the line\n")) << content.value_or("none");
+}
+
+TEST(FileLoggerFaults, FilesAreMadeDurableWhenTheyAreFinishedAndClosed)
+{
+    const test::TemporaryFolder folder;
+    const DDLogMessage message("line", 7, 4, 0, "F.cpp", "f", 1);
+    test::arm({"fdatasync", std::numeric_limits<std::size_t>::max(), false});
+    {
+        DDFileLogger logger(
+            std::make_shared<DDLogFileManagerDefault>((folder.path() / "logs").string()));
+        logger.logMessage(message);
+        EXPECT_EQ(test::disarm().calls, 0U);
+        test::arm({"fdatasync", std::numeric_limits<std::size_t>::max(), false});
+        logger.rollLogFile();
+        DDLog::loggingQueue().sync([] {});
+        EXPECT_EQ(test::disarm().calls, 1U);
+        logger.logMessage(message);
+        test::arm({"fdatasync", std::numeric_limits<std::size_t>::max(), false});
+    }
+    EXPECT_EQ(test::disarm().calls, 1U);
 }
 
 TEST(FileLoggerFaults, AreAllTried)

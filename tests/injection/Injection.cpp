@@ -21,6 +21,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/timerfd.h>
 #include <sys/uio.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -127,6 +128,8 @@ STOWLINE_FALLIBLE(mmap64, void*, MAP_FAILED, ENOMEM,
 // Processes and threads.
 STOWLINE_FALLIBLE(memfd_create, int, -1, EMFILE, (const char* name, unsigned flags) noexcept,
                   (name, flags))
+STOWLINE_FALLIBLE(timerfd_create, int, -1, EMFILE, (clockid_t clock, int flags) noexcept,
+                  (clock, flags))
 STOWLINE_FALLIBLE(pipe2, int, -1, EMFILE, (int* ends, int flags) noexcept, (ends, flags))
 STOWLINE_FALLIBLE(posix_spawn, int, EAGAIN, EAGAIN,
                   (pid_t * child, const char* path, const posix_spawn_file_actions_t* actions,
@@ -299,12 +302,11 @@ void operator delete[](void* memory, std::size_t /*size*/, Align /*alignment*/) 
 
 namespace {
 
-constexpr std::array kFunctions{
-    // clang-format off
+constexpr std::array kFunctions{// clang-format off
     "new", "read", "pread", "pread64", "write", "writev", "pwrite", "pwrite64", "copy_file_range",
     "lseek", "fsync", "fdatasync", "ftruncate", "ftruncate64", "stat", "stat64", "lstat", "fstat",
     "fstat64", "fstatat", "statx", "statvfs", "rename", "unlink", "unlinkat", "mkdir", "mkostemp", "flock",
-    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "posix_spawn", "pthread_create",
+    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "posix_spawn", "pthread_create", "timerfd_create",
     "getrandom", "socket", "socketpair", "connect", "send", "recv", "getsockname", "getsockopt",
     "setsockopt", "getaddrinfo", "poll", "open", "open64", "openat", "fcntl", "fcntl64", "ioctl"};
 // clang-format on

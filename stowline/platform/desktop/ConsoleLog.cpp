@@ -1,5 +1,6 @@
 #include "stowline/platform/desktop/ConsoleLog.h"
 
+#include "stowline/platform/text/Text.h"
 #include "stowline/platform/threads/ForkSafety.h"
 
 #include <mutex>
@@ -24,12 +25,13 @@ ConsoleSink& consoleSink()
 
 void consoleLog(std::string_view text)
 {
+    const std::string shown = withoutControls(text);
     ConsoleSink& sink = consoleSink();
     const std::lock_guard lock(sink.mutex);
     if (sink.function)
-        sink.function(text);
+        sink.function(shown);
     else
-        ::syslog(LOG_USER | LOG_NOTICE, "%.*s", static_cast<int>(text.size()), text.data());
+        ::syslog(LOG_USER | LOG_NOTICE, "%s", shown.c_str());
 }
 
 void setConsoleLogSink(std::function<void(std::string_view)> function)

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/stat.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,10 +18,20 @@ bool isRegular(const FileDescriptor& file)
     return ::fstat(file.number(), &found) == 0 && S_ISREG(found.st_mode);
 }
 
+/// The whole file, for writing.
+struct flock wholeFile()
+{
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
 /// File systems without locks have nobody to tell; then it counts as taken.
 bool takeLock(const FileDescriptor& file)
 {
-    return ::flock(file.number(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+    struct flock lock = wholeFile();
+    return ::fcntl(file.number(), F_OFD_SETLK, &lock) == 0 || (errno != EAGAIN && errno != EACCES);
 }
 
 } // namespace
@@ -45,7 +54,17 @@ std::optional<AppendFile> AppendFile::open(const std::filesystem::path& path)
 bool AppendFile::isInUse(const std::filesystem::path& path)
 {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | kOpenFlags));
-    return file.isOpen() && !takeLock(file);
+    struct flock lock = wholeFile();
+    return file.isOpen() && ::fcntl(file.number(), F_OFD_GETLK, &lock) == 0 &&
+           lock.l_type != F_UNLCK;
+}
+
+void AppendFile::removeUnlessInUse(const std::filesystem::path& path)
+{
+    // The lock is held to the end: who opens it meanwhile finds it in use.
+    const FileDescriptor file(::open(path.c_str(), O_WRONLY | kOpenFlags));
+    if (!file.isOpen() || takeLock(file))
+        (void)::unlink(path.c_str());
 }
 
 std::optional<std::uint64_t> AppendFile::linkedSize() const

@@ -13,7 +13,8 @@ namespace stowline::platform {
 /// One file open for adding to its end. Not for several threads at once.
 ///
 /// While it is open other programs, and other objects in this one, can tell that it is in use
-/// (an advisory lock, flock(2)). A child of fork() may go on adding to it.
+/// (an advisory lock of the open file, fcntl(2), F_OFD_SETLK). A child of fork() may go on adding
+/// to it.
 class AppendFile {
 public:
     /// Makes an empty file, mode 0600, where there is nothing.
@@ -24,8 +25,11 @@ public:
     /// @return absent when it cannot be opened or is in use
     [[nodiscard]] static std::optional<AppendFile> open(const std::filesystem::path& path);
 
-    /// Whether somebody has it open in this way.
+    /// Whether somebody has it open in this way. Asking disturbs nobody who opens it meanwhile.
     [[nodiscard]] static bool isInUse(const std::filesystem::path& path);
+
+    /// Deletes a file that nobody has open in this way, nor opens meanwhile.
+    static void removeUnlessInUse(const std::filesystem::path& path);
 
     /// Its size; absent when no directory has a name for it any more, so that nobody would ever
     /// read what is added.

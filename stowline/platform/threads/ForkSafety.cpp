@@ -1,11 +1,74 @@
 #include "stowline/platform/threads/ForkSafety.h"
 
 #include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <pthread.h>
 #include <vector>
 
 namespace stowline::platform {
+
+namespace {
+
+/// How many pieces of work that no fork may tear the calling thread is inside of.
+thread_local int piecesOfThisThread = 0;
+
+/// Open for pieces of work until somebody forks.
+class ForkGate {
+public:
+    void enter()
+    {
+        ++inside_;
+        if (!isClosed_)
+            return;
+        leave();
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !isClosed_; });
+        ++inside_; // under the lock: it cannot be closed meanwhile
+    }
+
+    void leave()
+    {
+        --inside_;
+        if (!isClosed_)
+            return;
+        const std::lock_guard lock(mutex_);
+        changed_.notify_all();
+    }
+
+    /// Returns when only the calling thread may be inside.
+    void close()
+    {
+        const long own = piecesOfThisThread > 0 ? 1 : 0;
+        std::unique_lock lock(mutex_);
+        isClosed_ = true;
+        changed_.wait(lock, [this, own] { return inside_ == own; });
+    }
+
+    void open()
+    {
+        const std::lock_guard lock(mutex_);
+        isClosed_ = false;
+        changed_.notify_all();
+    }
+
+private:
+    std::atomic<long> inside_ = 0;
+    std::atomic<bool> isClosed_ = false;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+};
+
+/// Never destroyed; in the child of a fork another one, because threads of the parent may have been
+/// waiting at this one.
+std::atomic<ForkGate*>& gate()
+{
+    static std::atomic<ForkGate*> current = new ForkGate;
+    return current;
+}
+
+} // namespace
 
 class ForkRegistry {
 public:
@@ -32,6 +95,9 @@ private:
 
     static void beforeFork()
     {
+        // First, while nothing is locked: what is inside may need any lock to come to its end.
+        instance().oneFork_.lock();
+        gate().load()->close();
         instance().mutex_.lock();
         const auto& all = instance().participants_;
         std::for_each(all.rbegin(), all.rend(),
@@ -43,6 +109,8 @@ private:
         for (ForkParticipant* participant : instance().participants_)
             participant->afterForkInParent();
         instance().mutex_.unlock();
+        gate().load()->open();
+        instance().oneFork_.unlock();
     }
 
     static void inChild()
@@ -50,20 +118,39 @@ private:
         for (ForkParticipant* participant : instance().participants_)
             participant->afterForkInChild();
         instance().mutex_.unlock();
+        gate() = new ForkGate; // NOLINT: the parent's is kept, other threads were waiting at it
+        if (piecesOfThisThread > 0)
+            gate().load()->enter();
+        instance().oneFork_.unlock();
     }
 
+    std::mutex oneFork_;
     std::mutex mutex_;
     std::vector<ForkParticipant*> participants_;
 };
 
-ForkParticipant::ForkParticipant()
+ForkRegistration::ForkRegistration(ForkParticipant& participant) : participant_(participant)
 {
-    ForkRegistry::instance().add(this);
+    ForkRegistry::instance().add(&participant_);
 }
 
-ForkParticipant::~ForkParticipant()
+ForkRegistration::~ForkRegistration()
 {
-    ForkRegistry::instance().remove(this);
+    ForkRegistry::instance().remove(&participant_);
+}
+
+WholeInFork::WholeInFork()
+{
+    ForkRegistry::instance(); // watches forks from now on
+    if (piecesOfThisThread == 0)
+        gate().load()->enter();
+    ++piecesOfThisThread;
+}
+
+WholeInFork::~WholeInFork()
+{
+    if (--piecesOfThisThread == 0)
+        gate().load()->leave();
 }
 
 void keepForever(std::shared_ptr<void> something)

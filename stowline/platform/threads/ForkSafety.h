@@ -8,25 +8,39 @@
 namespace stowline::platform {
 
 /// Something with locks or threads of its own that must still work in the child of a fork(),
-/// where only the forking thread lives on. It registers itself for the time of its life.
+/// where only the forking thread lives on.
 ///
-/// Around every fork of the process: beforeFork() of all (takes the locks, so that no lock is held
-/// by a thread that will not exist), then afterForkInParent() or afterForkInChild() of all. The
-/// locks must be ones that are never held while another participant's lock is taken.
+/// Around every fork of the process: beforeFork() of all that are registered, the youngest first
+/// (takes the locks, so that no lock is held by a thread that will not exist), then
+/// afterForkInParent() or afterForkInChild() of all. The locks must be ones that are never held
+/// while a younger participant's lock is taken.
 class ForkParticipant {
 public:
+    ForkParticipant() = default;
     ForkParticipant(const ForkParticipant&) = delete;
     ForkParticipant& operator=(const ForkParticipant&) = delete;
 
 protected:
-    ForkParticipant();
-    virtual ~ForkParticipant();
+    virtual ~ForkParticipant() = default;
 
 private:
     friend class ForkRegistry;
     virtual void beforeFork() = 0;
     virtual void afterForkInParent() = 0;
     virtual void afterForkInChild() = 0;
+};
+
+/// Registers a participant for the time of its life: as its last member, so that a fork never meets
+/// one that is half made or half gone.
+class ForkRegistration {
+public:
+    explicit ForkRegistration(ForkParticipant& participant);
+    ~ForkRegistration();
+    ForkRegistration(const ForkRegistration&) = delete;
+    ForkRegistration& operator=(const ForkRegistration&) = delete;
+
+private:
+    ForkParticipant& participant_;
 };
 
 /// A mutex that no thread holds when a child of a fork() begins, so that it works there. While it
@@ -43,6 +57,18 @@ private:
     void afterForkInChild() override { mutex_.unlock(); }
 
     std::mutex mutex_;
+    const ForkRegistration registration_{*this};
+};
+
+/// A piece of work that no fork() tears: a fork of another thread waits for its end, so that the
+/// child finds whole what the piece works on. Pieces nest. Within one anything may be locked and
+/// made; it must be short, and wait for nothing that a thread may hold that forks.
+class WholeInFork {
+public:
+    WholeInFork();
+    ~WholeInFork();
+    WholeInFork(const WholeInFork&) = delete;
+    WholeInFork& operator=(const WholeInFork&) = delete;
 };
 
 /// Keeps something for the rest of the process without ever destroying it. For what cannot be

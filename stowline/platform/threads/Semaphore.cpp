@@ -1,14 +1,9 @@
 #include "stowline/platform/threads/Semaphore.h"
 
-#include <algorithm>
-
 namespace stowline::platform {
 
-/// Threads that find nothing to take wait until a quarter of the first count is there again: a
-/// woken thread then takes many at once, instead of one for each change of threads. Everything
-/// taken is given back in the end whoever waits, so the quarter is reached.
 struct Semaphore::State {
-    explicit State(long first) : wakeUpCount(std::max(1L, first / 4)), count(first) {}
+    explicit State(long first) : count(first) {}
 
     [[nodiscard]] bool tryTake()
     {
@@ -20,7 +15,6 @@ struct Semaphore::State {
         return false;
     }
 
-    const long wakeUpCount;
     // Apart from the rest: this line of memory goes back and forth between waiting and signalling
     // threads all the time.
     alignas(64) std::atomic<long> count;
@@ -50,15 +44,18 @@ void Semaphore::takeWithoutWaiting()
     --state_->count;
 }
 
-void Semaphore::signal()
+void Semaphore::signal(long number)
 {
     State& state = *state_;
-    if (++state.count < state.wakeUpCount || state.waiting.load() == 0)
+    if ((state.count += number) <= 0 || state.waiting.load() == 0)
         return;
     {
         const std::lock_guard lock(state.mutex); // who is about to wait has looked or will see it
     }
-    state.wakeUp.notify_all();
+    if (number == 1)
+        state.wakeUp.notify_one();
+    else
+        state.wakeUp.notify_all();
 }
 
 void Semaphore::beforeFork()

@@ -24,8 +24,8 @@ public:
     /// For callers that would otherwise wait for themselves.
     void takeWithoutWaiting();
 
-    /// Gives one back.
-    void signal();
+    /// Gives some back. Waiting threads go on as soon as there is one.
+    void signal(long number = 1);
 
 private:
     struct State;
@@ -35,6 +35,7 @@ private:
 
     long firstCount_;
     std::unique_ptr<State> state_;
+    const ForkRegistration registration_{*this};
 };
 
 } // namespace stowline::platform

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <exception>
 #include <iterator>
 #include <mutex>
 #include <new>
@@ -42,40 +43,36 @@ private:
 /// The queue proper; shared with the worker thread, which may outlive the queue object when the
 /// last task destroys it.
 ///
-/// At any time at most one party owns the turn: a sync() caller or the worker. Who finishes passes
-/// the turn on to the front of the line.
+/// At any time at most one party owns the turn: a sync() caller, the worker, or, where no worker
+/// can be had, who stands in for it. Who finishes passes the turn on to the front of the line.
 class SerialQueue::Core : public std::enable_shared_from_this<SerialQueue::Core> {
 public:
     explicit Core(std::string label) : label_(std::move(label)) {}
 
-    void async(Task task)
+    void async(Task task, const void* mark)
     {
-        const std::lock_guard lock(mutex_);
-        startWorker(); // first, and also for later: what throws leaves the line as it is
-        line_.push_back({std::move(task), nullptr});
+        std::unique_lock lock(mutex_);
+        line_.push_back({std::move(task), mark, nullptr});
         lineIsEmpty_.store(false, std::memory_order_relaxed);
         if (turnTaken_)
             return;
         turnTaken_ = true;
-        workerHasTurn_ = true;
-        workerWakeUp_.notify_one(); // under the lock: the task may destroy the queue
+        giveTurnToWorker(lock);
     }
+
+    [[nodiscard]] bool isNextMarked(const void* mark) const { return mark && nextMark_ == mark; }
 
     void sync(void (*call)(void*), void* callee)
     {
         takeTurn();
-        try {
-            const InsideQueue inside(this, label_);
-            call(callee);
-        } catch (...) {
-            passTurn();
-            throw;
-        }
-        passTurn();
+        const TurnPasser passer(*this);
+        const InsideQueue inside(this, label_);
+        call(callee);
     }
 
-    /// Lets the worker end once the line is empty, and waits for that unless called by the worker.
-    void finish()
+    /// Lets the worker end once the line is empty, and waits for that unless a task of the queue
+    /// itself calls.
+    void finish(bool isOwnTask)
     {
         std::thread worker;
         {
@@ -84,12 +81,12 @@ public:
             worker = std::move(worker_);
         }
         workerWakeUp_.notify_one();
-        if (!worker.joinable())
-            return;
         if (worker.get_id() == std::this_thread::get_id())
             worker.detach();
-        else
+        else if (worker.joinable())
             worker.join();
+        else if (!isOwnTask)
+            awaitTurns();
     }
 
     void lock() { mutex_.lock(); }
@@ -105,6 +102,7 @@ private:
     /// Either a task for the worker or a sync() caller that waits for its turn.
     struct Place {
         Task task;
+        const void* mark;
         Waiter* waiter;
     };
 
@@ -116,45 +114,73 @@ private:
             return;
         }
         Waiter waiter;
-        line_.push_back({{}, &waiter});
+        line_.push_back({{}, nullptr, &waiter});
         ++waiterCount_;
         lineIsEmpty_.store(false, std::memory_order_relaxed);
         waiter.wakeUp.wait(lock, [&waiter] { return waiter.hasTurn; });
     }
 
-    void passTurn()
-    {
-        bool wakeWorker = false;
+    struct TurnPasser {
+        Core& core;
+        explicit TurnPasser(Core& of) : core(of) {}
+        TurnPasser(const TurnPasser&) = delete;
+        TurnPasser& operator=(const TurnPasser&) = delete;
+        ~TurnPasser()
         {
-            const std::lock_guard lock(mutex_);
-            wakeWorker = passTurnLocked();
+            std::unique_lock lock(core.mutex_);
+            core.passTurn(lock);
         }
-        if (wakeWorker)
-            workerWakeUp_.notify_one();
+    };
+
+    void awaitTurns()
+    {
+        takeTurn();
+        const TurnPasser passer(*this);
     }
 
-    /// @return true when the turn went to the worker.
-    bool passTurnLocked()
+    void passTurn(std::unique_lock<std::mutex>& lock)
     {
         if (line_.empty()) {
             turnTaken_ = false;
-            return false;
-        }
-        if (Waiter* waiter = line_.front().waiter) {
+        } else if (Waiter* waiter = line_.front().waiter) {
             line_.erase(line_.begin());
             --waiterCount_;
             waiter->hasTurn = true;
             waiter->wakeUp.notify_one(); // under the lock: the waiter is gone right after
-            return false;
+        } else {
+            giveTurnToWorker(lock);
         }
-        workerHasTurn_ = true;
-        return true;
     }
 
-    void startWorker()
+    /// The front of the line is a task.
+    void giveTurnToWorker(std::unique_lock<std::mutex>& lock)
     {
-        if (!worker_.joinable() && !finishing_)
+        if (!hasWorker())
+            return standIn(lock);
+        workerHasTurn_ = true;
+        workerWakeUp_.notify_one(); // under the lock: the task may destroy the queue
+    }
+
+    /// Starts the worker when there is none. @return false where no thread can be had
+    [[nodiscard]] bool hasWorker()
+    {
+        if (hasWorker_ || finishing_)
+            return hasWorker_;
+        try {
             worker_ = std::thread([core = shared_from_this()] { core->work(); });
+            hasWorker_ = true;
+        } catch (const std::exception&) { // NOLINT: tried again with the next task
+        }
+        return hasWorker_;
+    }
+
+    /// Does the worker's work on the calling thread, which has the turn.
+    void standIn(std::unique_lock<std::mutex>& lock)
+    {
+        const auto self = shared_from_this(); // a task may destroy the queue
+        std::vector<Place> batch;
+        runTasks(lock, batch);
+        passTurn(lock);
     }
 
     void work()
@@ -163,13 +189,15 @@ private:
         std::unique_lock lock(mutex_);
         for (;;) {
             workerWakeUp_.wait(lock, [this] { return workerHasTurn_ || finishing_; });
-            if (!workerHasTurn_)
+            if (!workerHasTurn_) {
+                hasWorker_ = false;
                 return;
+            }
             do {
                 runTasks(lock, batch);
             } while (moreComesSoon(lock));
             workerHasTurn_ = false;
-            (void)passTurnLocked();
+            passTurn(lock);
         }
     }
 
@@ -217,12 +245,13 @@ private:
     void runAll(std::vector<Place>& batch)
     {
         const InsideQueue inside(this, label_);
-        for (Place& place : batch) {
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            nextMark_ = i + 1 < batch.size() ? batch[i + 1].mark : nullptr;
             try {
-                place.task();
+                batch[i].task();
             } catch (const std::bad_alloc&) { // NOLINT: there is nobody to tell
             }
-            place.task = nullptr; // what the task holds goes before the next one starts
+            batch[i].task = nullptr; // what the task holds goes before the next one starts
         }
         batch.clear();
     }
@@ -236,6 +265,8 @@ private:
     bool turnTaken_ = false;
     bool workerHasTurn_ = false;
     bool finishing_ = false;
+    bool hasWorker_ = false;
+    const void* nextMark_ = nullptr; ///< touched by who has the turn
     std::thread worker_;
 };
 
@@ -243,12 +274,17 @@ SerialQueue::SerialQueue(std::string label) : core_(std::make_shared<Core>(std::
 
 SerialQueue::~SerialQueue()
 {
-    core_->finish();
+    core_->finish(isCurrent());
 }
 
-void SerialQueue::async(Task task)
+void SerialQueue::async(Task task, const void* mark)
 {
-    core_->async(std::move(task));
+    core_->async(std::move(task), mark);
+}
+
+bool SerialQueue::isNextMarked(const void* mark) const
+{
+    return core_->isNextMarked(mark);
 }
 
 void SerialQueue::runSync(void (*call)(void*), void* callee)
@@ -273,6 +309,11 @@ bool SerialQueue::isCurrent() const
             return true;
     }
     return false;
+}
+
+bool SerialQueue::isInsideAny()
+{
+    return innermost != nullptr;
 }
 
 const char* SerialQueue::currentLabel()

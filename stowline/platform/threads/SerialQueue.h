@@ -16,6 +16,8 @@ namespace stowline::platform {
 /// a task handed over with sync() runs on the caller's own thread: at once when the queue is idle,
 /// else when everything before it is done.
 ///
+/// Where no thread can be had, whoever hands a task over, or ends a sync() before it, runs it.
+///
 /// Any thread. In the child of a fork() the queue is empty and works: what was waiting belongs to
 /// the parent. A task that throws is an error of the program and ends it; but an asynchronous one
 /// that finds no memory (std::bad_alloc) just ends, and the next one runs.
@@ -30,8 +32,12 @@ public:
     ~SerialQueue() override;
 
     /// Puts a task at the end and returns at once.
-    /// @throws std::bad_alloc, std::system_error when there is no room or no thread for it
-    void async(Task task);
+    /// @param mark the same for tasks that may be done together, see isNextMarked()
+    /// @throws std::bad_alloc when there is no room for it
+    void async(Task task, const void* mark = nullptr);
+
+    /// For a task of this queue: whether one with this mark is sure to run right after it.
+    [[nodiscard]] bool isNextMarked(const void* mark) const;
 
     /// Puts a task at the end and returns when it has run. From a task of this queue it runs at
     /// once, because waiting for its turn would never end.
@@ -47,6 +53,9 @@ public:
     /// another queue that runs inline inside one of this queue).
     [[nodiscard]] bool isCurrent() const;
 
+    /// Whether the calling thread is running a task of any queue.
+    [[nodiscard]] static bool isInsideAny();
+
     /// Label of the queue whose task the calling thread is running; null when it runs none or the
     /// queue has an empty label. Valid during the task.
     [[nodiscard]] static const char* currentLabel();
@@ -60,6 +69,7 @@ private:
     void afterForkInChild() override;
 
     std::shared_ptr<Core> core_;
+    const ForkRegistration registration_{*this};
 };
 
 /// Counts tasks on any queues, so that a thread can wait for all of them.
@@ -83,6 +93,7 @@ private:
     void afterForkInChild() override;
 
     std::unique_ptr<State> state_;
+    const ForkRegistration registration_{*this};
 };
 
 } // namespace stowline::platform

@@ -1,10 +1,10 @@
 #include "stowline/platform/threads/SerialQueue.h"
 
 #include "stowline/platform/threads/Semaphore.h"
-#include "stowline/platform/threads/Timer.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <future>
 #include <sys/wait.h>
@@ -114,6 +114,35 @@ TEST(SerialQueue, TellsWhichQueueATaskIsOn)
     EXPECT_FALSE(outer.isCurrent());
 }
 
+TEST(SerialQueue, ATaskKnowsWhetherOneOfItsKindComesNext)
+{
+    const int kind = 0;
+    const int other = 0;
+    std::vector<bool> next;
+    std::vector<bool> nextOther;
+    std::promise<void> go;
+    {
+        SerialQueue queue("q");
+        const auto look = [&] {
+            next.push_back(queue.isNextMarked(&kind));
+            nextOther.push_back(queue.isNextMarked(&other));
+        };
+        queue.async([&go] { go.get_future().wait(); });
+        queue.async(look, &kind);
+        queue.async(look, &kind);
+        queue.async(look, &other);
+        queue.async(look);
+        std::thread waiter([&queue, &look] { queue.sync(look); });
+        go.set_value();
+        waiter.join();
+        queue.async(look, &kind);
+    }
+    // Whether the worker takes the two marked tasks together is its own affair; the rest is not.
+    ASSERT_EQ(next.size(), 6U);
+    EXPECT_EQ(std::count(next.begin() + 1, next.end(), true), 0);
+    EXPECT_FALSE(nextOther[0] || nextOther[2] || nextOther[3] || nextOther[5]);
+}
+
 TEST(SerialQueue, SyncFromItsOwnTaskRunsAtOnce)
 {
     SerialQueue queue("q");
@@ -200,6 +229,34 @@ TEST(Semaphore, BoundsWhatIsOutstanding)
     EXPECT_LE(most, 3);
 }
 
+TEST(Semaphore, AWaitingThreadGoesOnAsSoonAsThereIsOne)
+{
+    Semaphore semaphore(1000);
+    for (int i = 0; i < 1000; ++i)
+        semaphore.wait();
+    std::promise<void> went;
+    std::thread waiter([&] {
+        semaphore.wait();
+        went.set_value();
+    });
+    semaphore.signal();
+    EXPECT_EQ(went.get_future().wait_for(20s), std::future_status::ready);
+    semaphore.signal(1000); // lets it end when it was not
+    waiter.join();
+}
+
+TEST(Semaphore, GivingSeveralBackWakesSeveral)
+{
+    Semaphore semaphore(1);
+    semaphore.wait();
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 4; ++i)
+        waiters.emplace_back([&] { semaphore.wait(); });
+    semaphore.signal(4);
+    for (auto& waiter : waiters)
+        waiter.join();
+}
+
 TEST(Semaphore, TakingWithoutWaitingLeavesADebt)
 {
     Semaphore semaphore(1);
@@ -225,79 +282,6 @@ TEST(Semaphore, StartsAnewInTheChildOfAFork)
                   return true;
               }),
               0);
-}
-
-TEST(Timer, FiresOnItsQueueWhenTheTimeHasCome)
-{
-    ManualTimerClock clock;
-    SerialQueue queue("q");
-    std::vector<std::string> labels;
-    Timer timer(
-        queue, [&] { labels.emplace_back(SerialQueue::currentLabel()); }, clock);
-    timer.start(100ms);
-    clock.advance(99ms);
-    queue.sync([] {});
-    EXPECT_TRUE(labels.empty());
-    clock.advance(1ms);
-    queue.sync([] {});
-    EXPECT_EQ(labels, std::vector<std::string>{"q"});
-    clock.advance(1000ms);
-    queue.sync([] {});
-    EXPECT_EQ(labels.size(), 1U);
-}
-
-TEST(Timer, RepeatsAtItsInterval)
-{
-    ManualTimerClock clock;
-    SerialQueue queue("q");
-    int fired = 0;
-    Timer timer(
-        queue, [&] { ++fired; }, clock);
-    timer.start(10ms, 5ms);
-    clock.advance(25ms);
-    queue.sync([&] { EXPECT_EQ(fired, 4); });
-    timer.start(100ms);
-    clock.advance(99ms);
-    queue.sync([&] { EXPECT_EQ(fired, 4); });
-}
-
-TEST(Timer, ASuspendedTimerFiresOnceWhenResumed)
-{
-    ManualTimerClock clock;
-    SerialQueue queue("q");
-    int fired = 0;
-    Timer timer(
-        queue, [&] { ++fired; }, clock);
-    timer.start(1ms, 1ms);
-    timer.suspend();
-    clock.advance(10ms);
-    queue.sync([&] { EXPECT_EQ(fired, 0); });
-    timer.resume();
-    queue.sync([&] { EXPECT_EQ(fired, 1); });
-}
-
-TEST(Timer, NeverFiresAfterCancel)
-{
-    ManualTimerClock clock;
-    SerialQueue queue("q");
-    int fired = 0;
-    Timer timer(
-        queue, [&] { ++fired; }, clock);
-    timer.start(1ms);
-    timer.cancel();
-    clock.advance(10ms);
-    timer.start(1ms);
-    clock.advance(10ms);
-    queue.sync([&] { EXPECT_EQ(fired, 0); });
-}
-
-TEST(Timer, FollowsTheSteadyClockOfTheProcess)
-{
-    SerialQueue queue("q");
-    std::promise<void> fired;
-    Timer timer(queue, [&] { fired.set_value(); });
-    timer.start(5ms);
-    EXPECT_EQ(fired.get_future().wait_for(20s), std::future_status::ready);
 }
 
 } // namespace

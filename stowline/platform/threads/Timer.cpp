@@ -1,38 +1,43 @@
 #include "stowline/platform/threads/Timer.h"
 
+#include <algorithm>
 #include <atomic>
-#include <condition_variable>
+#include <cerrno>
+#include <ctime>
+#include <exception>
+#include <sys/timerfd.h>
 #include <thread>
+#include <unistd.h>
 #include <utility>
 
 namespace stowline::platform {
 
 namespace {
 
-/// The machine's steady clock with one thread that waits for the next callback.
+using Due = std::map<std::pair<TimerClock::Moment, TimerClock::Ticket>, std::function<void()>>;
+
+/// The machine's time since its start, suspended or not, with one thread that waits for the next
+/// callback. The kernel wakes it (timerfd), also right after a suspension.
 class SteadyTimerClock final : public TimerClock, private ForkParticipant {
 public:
     SteadyTimerClock() : state_(std::make_unique<State>()) {}
 
     [[nodiscard]] Moment now() const override
     {
-        return std::chrono::time_point_cast<Duration>(std::chrono::steady_clock::now());
+        timespec time = {};
+        ::clock_gettime(CLOCK_BOOTTIME, &time);
+        return Moment(std::chrono::duration_cast<Duration>(std::chrono::seconds(time.tv_sec) +
+                                                           std::chrono::nanoseconds(time.tv_nsec)));
     }
 
     Ticket callAt(Moment moment, std::function<void()> callback) override
     {
         State& state = *state_;
-        Ticket ticket = 0;
-        {
-            const std::lock_guard lock(state.mutex);
-            ticket = ++state.lastTicket;
-            state.due.emplace(std::pair(moment, ticket), std::move(callback));
-            if (!state.started) {
-                state.started = true;
-                std::thread([&state] { keepTime(state); }).detach();
-            }
-        }
-        state.changed.notify_one();
+        const std::lock_guard lock(state.mutex);
+        const Ticket ticket = ++state.lastTicket;
+        state.due.emplace(std::pair(moment, ticket), std::move(callback));
+        start(state);
+        setAlarm(state);
         return ticket;
     }
 
@@ -46,34 +51,73 @@ public:
 private:
     struct State {
         std::mutex mutex;
-        std::condition_variable changed;
-        std::map<std::pair<Moment, Ticket>, std::function<void()>> due;
+        Due due;
         Ticket lastTicket = 0;
-        bool started = false;
+        int alarm = -1; ///< a descriptor
+        bool isWatched = false;
     };
 
-    static void keepTime(State& state)
+    /// Where there is no descriptor or no thread what is due waits; the next call tries again.
+    static void start(State& state)
     {
-        std::unique_lock lock(state.mutex);
-        for (;;) {
-            if (state.due.empty()) {
-                state.changed.wait(lock);
-                continue;
-            }
-            const Moment next = state.due.begin()->first.first;
-            if (std::chrono::steady_clock::now() < next) {
-                state.changed.wait_until(lock, next);
-                continue;
-            }
-            const auto callback = std::move(state.due.begin()->second);
-            state.due.erase(state.due.begin());
-            lock.unlock();
-            try {
-                callback();
-            } catch (const std::bad_alloc&) { // NOLINT: this time is missed
-            }
-            lock.lock();
+        if (state.alarm < 0)
+            state.alarm = ::timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC);
+        if (state.isWatched || state.alarm < 0)
+            return;
+        try {
+            std::thread([&state, alarm = state.alarm] { keepTime(state, alarm); }).detach();
+            state.isWatched = true;
+        } catch (const std::exception&) { // NOLINT: see above
         }
+    }
+
+    /// For the first of what is due; what has come due already rings at once.
+    static void setAlarm(const State& state)
+    {
+        if (state.due.empty())
+            return;
+        const auto first =
+            std::max<std::int64_t>(1, state.due.begin()->first.first.time_since_epoch().count());
+        itimerspec when = {};
+        when.it_value.tv_sec = first / 1000;
+        when.it_value.tv_nsec = first % 1000 * 1000000;
+        (void)::timerfd_settime(state.alarm, TFD_TIMER_ABSTIME, &when, nullptr);
+    }
+
+    static void keepTime(State& state, int alarm)
+    {
+        for (;;) {
+            std::uint64_t rings = 0;
+            if (::read(alarm, &rings, sizeof rings) < 0 && errno != EINTR)
+                return giveUp(state);
+            while (const auto callback = takeDue(state)) {
+                try {
+                    callback();
+                } catch (const std::bad_alloc&) { // NOLINT: this time is missed
+                }
+            }
+        }
+    }
+
+    /// Somebody closed the descriptor: the next call begins anew.
+    static void giveUp(State& state)
+    {
+        const std::lock_guard lock(state.mutex);
+        state.alarm = -1;
+        state.isWatched = false;
+    }
+
+    /// @return what has come due first; empty, with the alarm set, when nothing has
+    static std::function<void()> takeDue(State& state)
+    {
+        const std::lock_guard lock(state.mutex);
+        if (state.due.empty() || state.due.begin()->first.first > shared().now()) {
+            setAlarm(state);
+            return {};
+        }
+        auto callback = std::move(state.due.begin()->second);
+        state.due.erase(state.due.begin());
+        return callback;
     }
 
     void beforeFork() override { state_->mutex.lock(); }
@@ -81,11 +125,15 @@ private:
     void afterForkInChild() override
     {
         state_->mutex.unlock();
-        keepForever(std::move(state_)); // timers of the parent stay with the parent
-        state_ = std::make_unique<State>();
+        auto own = std::make_unique<State>(); // timers of the parent stay with the parent
+        own->lastTicket = state_->lastTicket; // and cannot be taken for those of the child
+        if (state_->alarm >= 0)
+            ::close(state_->alarm);
+        keepForever(std::exchange(state_, std::move(own)));
     }
 
     std::unique_ptr<State> state_;
+    const ForkRegistration registration_{*this};
 };
 
 } // namespace
@@ -219,7 +267,7 @@ private:
     SerialQueue& queue_;
     std::function<void()> handler_;
     TimerClock& clock_;
-    std::mutex mutex_;
+    ForkSafeMutex mutex_;
     TimerClock::Duration interval_{};
     TimerClock::Ticket ticket_ = 0;
     std::uint64_t generation_ = 0;

@@ -12,8 +12,10 @@
 #pragma GCC visibility push(default)
 namespace stowline::platform {
 
-/// Where timers take the time from. The shared one follows the machine's steady clock, so setting
-/// the wall clock neither fires nor delays a timer; tests use a clock they move by hand.
+/// Where timers take the time from. The shared one counts the time since the machine's start, also
+/// while it was suspended; setting the wall clock neither fires nor delays a timer. Where it has no
+/// thread to wait with, a timer waits until another one is started. In the child of a fork() no
+/// timer is set. Tests use a clock they move by hand.
 class TimerClock {
 public:
     using Duration = std::chrono::milliseconds;
@@ -45,7 +47,7 @@ public:
     void advance(Duration by);
 
 private:
-    mutable std::mutex mutex_;
+    mutable ForkSafeMutex mutex_;
     Moment now_{};
     Ticket lastTicket_ = 0;
     std::map<std::pair<Moment, Ticket>, std::function<void()>> due_;
