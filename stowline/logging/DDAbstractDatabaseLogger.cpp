@@ -1,5 +1,7 @@
 #include "stowline/logging/DDAbstractDatabaseLogger.h"
 
+#include "stowline/logging/LoggerGuard.h"
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -22,7 +24,8 @@ TimerClock::Duration milliseconds(double seconds)
 } // namespace
 
 /// The state of the batches; touched on the logger's own queue only.
-class DDAbstractDatabaseLogger::Batches : public std::enable_shared_from_this<Batches> {
+class DDAbstractDatabaseLogger::Batches : public std::enable_shared_from_this<Batches>,
+                                          private platform::ForkParticipant {
 public:
     Batches(DDAbstractDatabaseLogger& owner, TimerClock& clock)
         : owner_(&owner), queue_(owner.loggerQueue()), clock_(clock)
@@ -67,6 +70,8 @@ public:
     {
         if (!owner_ || !owner_->db_log(message))
             return;
+        if (std::exchange(areTimersGone_, false))
+            renewTimers();
         ++unsavedCount_;
         if (isThresholdReached()) {
             save();
@@ -78,7 +83,7 @@ public:
 
     void save()
     {
-        if (unsavedCount_ > 0) {
+        if (unsavedCount_ > 0 || owner_->db_hasRefused()) {
             if (settings_.deleteOnEverySave)
                 owner_->db_saveAndDelete();
             else
@@ -86,8 +91,12 @@ public:
         }
         unsavedCount_ = 0;
         unsavedTime_.reset();
-        if (saveTimer_ && !std::exchange(saveTimerSuspended_, true))
+        if (owner_->db_hasRefused()) {
+            unsavedTime_ = clock_.now();
+            rearmSaveTimer();
+        } else if (saveTimer_ && !std::exchange(saveTimerSuspended_, true)) {
             saveTimer_->suspend();
+        }
     }
 
     void deleteOld()
@@ -106,7 +115,7 @@ public:
 
     void saveAndEndTimers()
     {
-        save();
+        guarded(owner_->loggerName(), [this] { save(); });
         saveTimer_.reset();
         deleteTimer_.reset();
     }
@@ -166,7 +175,7 @@ private:
     void run(void (Batches::*operation)(Arguments...), Arguments... arguments)
     {
         if (owner_)
-            (this->*operation)(arguments...);
+            guarded(owner_->loggerName(), [&] { (this->*operation)(arguments...); });
     }
 
     /// In unsigned arithmetic, so a threshold of 0 is never reached.
@@ -222,6 +231,24 @@ private:
                             interval);
     }
 
+    void renewTimers()
+    {
+        if (std::exchange(saveTimer_, nullptr))
+            createSaveTimer();
+        if (std::exchange(deleteTimer_, nullptr))
+            createDeleteTimer();
+    }
+
+    void beforeFork() override {}
+    void afterForkInParent() override {}
+    /// What is unsaved, and the timers, are the parent's.
+    void afterForkInChild() override
+    {
+        unsavedCount_ = 0;
+        unsavedTime_.reset();
+        areTimersGone_ = true;
+    }
+
     [[nodiscard]] TimerClock::Duration untilOneAfter(TimerClock::Moment moment,
                                                      TimerClock::Duration interval) const
     {
@@ -238,6 +265,8 @@ private:
     std::unique_ptr<Timer> saveTimer_;
     bool saveTimerSuspended_ = true;
     std::unique_ptr<Timer> deleteTimer_;
+    bool areTimersGone_ = false; ///< they were left with the parent of a fork
+    const platform::ForkRegistration registration_{*this};
 };
 
 DDAbstractDatabaseLogger::DDAbstractDatabaseLogger(std::string loggerName, TimerClock& clock)

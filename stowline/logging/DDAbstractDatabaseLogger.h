@@ -19,6 +19,9 @@ namespace stowline {
 /// them, on flush and on removal. Entries older than maxAge are deleted every deleteInterval while
 /// the logger is registered, or on every save.
 ///
+/// What the operations throw is told to the machine's log. In the child of a fork() nothing is
+/// unsaved: that is the parent's to save.
+///
 /// Settings: at once on the logger's own queue; from elsewhere they are read in turn on it, and
 /// changed in turn without waiting. Setting the same value again does nothing. Any thread.
 class DDAbstractDatabaseLogger : public DDAbstractLogger {
@@ -63,6 +66,10 @@ protected:
     virtual void db_save() {}
     virtual void db_delete() {}
     virtual void db_saveAndDelete() {}
+
+    /// Whether the last save left entries unsaved, to be tried again: on the next save, after the
+    /// next interval, on flush and on removal. The base leaves none.
+    [[nodiscard]] virtual bool db_hasRefused() const { return false; }
 
     /// Saves what is unsaved and ends the timers; none of the operations above is called any more.
     /// First thing in the destructor of every concrete logger.

@@ -2,8 +2,11 @@
 #include "stowline/logging/DDAbstractDatabaseLogger.h"
 
 #include "stowline/logging/DDLog.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
 
 #include <gtest/gtest.h>
+
+#include <stdexcept>
 
 namespace stowline {
 namespace {
@@ -21,6 +24,7 @@ public:
     ~RecordingLogger() override { shutDown(); }
 
     bool takes = true;
+    bool throws = false;
     int taken = 0;
     int saves = 0;
     int deletes = 0;
@@ -32,7 +36,12 @@ private:
         taken += takes ? 1 : 0;
         return takes;
     }
-    void db_save() override { ++saves; }
+    void db_save() override
+    {
+        ++saves;
+        if (throws)
+            throw std::runtime_error("disk on fire");
+    }
     void db_delete() override { ++deletes; }
     void db_saveAndDelete() override { ++savesAndDeletes; }
 };
@@ -274,6 +283,23 @@ TEST_F(DatabaseLogger, SavesAndDeletesOnRequest)
     logger_->savePendingLogEntries();
     settle();
     EXPECT_EQ(logger_->saves, 1);
+}
+
+TEST_F(DatabaseLogger, WhatASaveThrowsOnTheTimerAndAtTheEndIsTold)
+{
+    std::vector<std::string> console;
+    platform::setConsoleLogSink([&](std::string_view line) { console.emplace_back(line); });
+    add();
+    logger_->throws = true;
+    log();
+    pass(seconds(60));
+    EXPECT_EQ(logger_->saves, 1);
+    logger_->savePendingLogEntries();
+    settle();
+    logger_.reset();
+    platform::setConsoleLogSink({});
+    const std::string sentence = "The logger RecordingLogger failed: disk on fire";
+    EXPECT_EQ(console, std::vector<std::string>(3, sentence));
 }
 
 TEST_F(DatabaseLogger, HasNoTimersAfterRemoval)

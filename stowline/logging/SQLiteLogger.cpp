@@ -6,6 +6,8 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace stowline {
 
@@ -15,6 +17,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kMostUnsaved = 100000;
 constexpr int kPatienceMilliseconds = 1000;
+constexpr int kBusy = 5; // SQLITE_BUSY
 
 constexpr const char* kSchema =
     "CREATE TABLE IF NOT EXISTS log (id INTEGER PRIMARY KEY, timestamp INTEGER NOT NULL, "
@@ -78,13 +81,28 @@ void bindQuery(SQLite::Statement& statement, const LogQuery& query)
                    static_cast<std::int64_t>(std::min<std::size_t>(query.limit, INT64_MAX)));
 }
 
+/// Tries again for a while what finds the database locked.
+template <class Work> void patiently(Work work)
+{
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMilliseconds);
+    for (;;) {
+        try {
+            return work();
+        } catch (const SQLite::Exception& fault) {
+            if (fault.getErrorCode() != kBusy || std::chrono::steady_clock::now() >= end)
+                throw;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 } // namespace
 
 /// The database; operations throw SQLite::Exception.
 class SQLiteLogger::Database {
 public:
-    explicit Database(const std::string& path)
-        : database_(path, SQLite::OPEN_READWRITE, kPatienceMilliseconds)
+    explicit Database(const std::string& path) : database_(path, SQLite::OPEN_READWRITE)
     {
         // A commit in WAL mode survives the end of the process without waiting for the disk.
         database_.exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
@@ -138,8 +156,9 @@ std::shared_ptr<SQLiteLogger> SQLiteLogger::open(const std::string& path, std::s
     try {
         if (platform::FileHandle::create(path))
             fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
-        return std::shared_ptr<SQLiteLogger>(
-            new SQLiteLogger(std::make_unique<Database>(path), clock));
+        std::unique_ptr<Database> database;
+        patiently([&] { database = std::make_unique<Database>(path); });
+        return std::shared_ptr<SQLiteLogger>(new SQLiteLogger(path, std::move(database), clock));
     } catch (const SQLite::Exception& refused) {
         store(fault, "The log database " + path + " cannot be opened: " + refused.what() + ".");
     } catch (const std::exception& refused) {
@@ -148,8 +167,9 @@ std::shared_ptr<SQLiteLogger> SQLiteLogger::open(const std::string& path, std::s
     return nullptr;
 }
 
-SQLiteLogger::SQLiteLogger(std::unique_ptr<Database> database, platform::TimerClock& clock)
-    : DDAbstractDatabaseLogger("com.Stowline.logging.sqliteLogger", clock),
+SQLiteLogger::SQLiteLogger(std::string path, std::unique_ptr<Database> database,
+                           platform::TimerClock& clock)
+    : DDAbstractDatabaseLogger("com.Stowline.logging.sqliteLogger", clock), path_(std::move(path)),
       database_(std::move(database))
 {
 }
@@ -157,8 +177,20 @@ SQLiteLogger::SQLiteLogger(std::unique_ptr<Database> database, platform::TimerCl
 SQLiteLogger::~SQLiteLogger()
 {
     shutDown();
-    if (!unsaved_.empty())
-        saveAndDelete(std::nullopt); // what could not be saved before has one more chance
+}
+
+/// No connection may be open while a process forks, used in the child or not (SQLite, "How To
+/// Corrupt An SQLite Database File", 2.6): both sides open it anew.
+void SQLiteLogger::beforeFork()
+{
+    database_.reset();
+}
+
+/// What is unsaved is the parent's.
+void SQLiteLogger::afterForkInChild()
+{
+    unsaved_.clear();
+    isTold_ = false;
 }
 
 bool SQLiteLogger::db_log(const DDLogMessage& message)
@@ -166,6 +198,7 @@ bool SQLiteLogger::db_log(const DDLogMessage& message)
     const auto text = formattedText(message);
     if (!text)
         return false;
+    const platform::WholeInFork whole;
     if (unsaved_.size() >= kMostUnsaved)
         unsaved_.erase(unsaved_.begin(),
                        unsaved_.begin() + static_cast<std::ptrdiff_t>(kMostUnsaved / 10));
@@ -206,8 +239,13 @@ Date SQLiteLogger::oldest()
 void SQLiteLogger::saveAndDelete(std::optional<Date> olderThan)
 {
     try {
-        database_->saveAndDelete(unsaved_, olderThan);
-        unsaved_.clear();
+        patiently([&] {
+            const platform::WholeInFork whole;
+            if (!database_)
+                database_ = std::make_unique<Database>(path_);
+            database_->saveAndDelete(unsaved_, olderThan);
+            unsaved_.clear();
+        });
         isTold_ = false;
     } catch (const SQLite::Exception& fault) {
         if (!std::exchange(isTold_, true))

@@ -40,10 +40,11 @@ struct LogEntry {
 /// it; WAL, so that others can read meanwhile. What was saved survives the end of the process.
 ///
 /// Trouble never reaches the caller. A batch that cannot be saved (a full disk, a locked database)
-/// is told to the machine's log once a spell, kept, and tried again with the next save; beyond
-/// 100,000 kept entries the oldest are dropped. The text is what the formatter makes of the
-/// message.
-class SQLiteLogger final : public DDAbstractDatabaseLogger {
+/// is told to the machine's log once a spell, kept, and tried again with the next save (with the
+/// flush at the end of the process, too); beyond
+/// 100,000 kept entries the oldest 10,000 are dropped. The text is what the formatter makes of the
+/// message. A fork() waits for a save that is being made, and the database is opened anew after it.
+class SQLiteLogger final : public DDAbstractDatabaseLogger, private platform::ForkParticipant {
 public:
     /// @param path made when missing (mode 0600); its folder must exist
     /// @return null with a sentence when it cannot be opened or is something else
@@ -59,17 +60,24 @@ public:
 
 private:
     class Database;
-    SQLiteLogger(std::unique_ptr<Database> database, platform::TimerClock& clock);
+    SQLiteLogger(std::string path, std::unique_ptr<Database> database, platform::TimerClock& clock);
     [[nodiscard]] bool db_log(const DDLogMessage& message) override;
     void db_save() override;
     void db_delete() override;
     void db_saveAndDelete() override;
+    [[nodiscard]] bool db_hasRefused() const override { return !unsaved_.empty(); }
     [[nodiscard]] Date oldest();
     void saveAndDelete(std::optional<Date> olderThan);
 
-    std::unique_ptr<Database> database_;
+    void beforeFork() override;
+    void afterForkInParent() override {}
+    void afterForkInChild() override;
+
+    const std::string path_;
+    std::unique_ptr<Database> database_; ///< null after a fork until the next save
     std::vector<LogEntry> unsaved_;
     bool isTold_ = false; ///< the machine's log has been told of the trouble there is now
+    const platform::ForkRegistration registration_{*this};
 };
 
 } // namespace stowline

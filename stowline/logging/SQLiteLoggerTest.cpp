@@ -10,7 +10,9 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
+#include <set>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -221,6 +223,88 @@ TEST_F(KeptLog, ALockedDatabaseIsTriedAgain)
     flush(*logger);
     platform::setConsoleLogSink({});
     EXPECT_EQ(texts(), (Texts{"first", "second", "third"}));
+}
+
+TEST_F(KeptLog, ARefusedBatchIsTriedAgainWithoutAnotherLine)
+{
+    platform::setConsoleLogSink([](std::string_view) {});
+    platform::ManualTimerClock clock;
+    const auto logger = SQLiteLogger::open(path(), nullptr, clock);
+    logger->loggerQueue()->sync([&] { logger->didAddLogger(); });
+    const auto refused = [&](const std::string& text) {
+        SQLite::Database other(path(), SQLite::OPEN_READWRITE);
+        other.exec("BEGIN IMMEDIATE");
+        log(*logger, text);
+        flush(*logger);
+    };
+    refused("kept for a flush, as at the end of the process");
+    EXPECT_EQ(texts().size(), 0U);
+    flush(*logger);
+    EXPECT_EQ(texts().size(), 1U);
+    refused("kept for the timer");
+    clock.advance(std::chrono::seconds(60));
+    logger->loggerQueue()->sync([] {});
+    EXPECT_EQ(texts().size(), 2U);
+    platform::setConsoleLogSink({});
+}
+
+TEST_F(KeptLog, KeepsAHundredThousandRefusedEntries)
+{
+    platform::setConsoleLogSink([](std::string_view) {});
+    constexpr int most = 100000;
+    const auto logger = open();
+    logger->setSaveThreshold(0);
+    for (int i = 0; i < most; ++i)
+        log(*logger, std::to_string(i));
+    flush(*logger);
+    EXPECT_EQ(texts({.limit = 2 * most}).size(), std::size_t{most});
+    for (int i = 0; i <= most; ++i)
+        log(*logger, "again " + std::to_string(i));
+    flush(*logger);
+    const auto again = texts({.contains = "again", .limit = 2 * most});
+    ASSERT_EQ(again.size(), std::size_t{90001});
+    EXPECT_EQ(again.front(), "again 10000");
+    EXPECT_EQ(again.back(), "again 100000");
+    platform::setConsoleLogSink({});
+}
+
+TEST_F(KeptLog, AForkAtAnyMomentSavesEachLineOnce)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "The address sanitizer's own allocator hangs in the child of a fork beside "
+                    "threads that allocate. The other builds run this test.";
+#endif
+    constexpr int forks = 100;
+    const auto logger = open();
+    logger->setSaveThreshold(20);
+    DDLog::addLogger(logger);
+    std::atomic<bool> stop = false;
+    std::atomic<int> logged = 0;
+    std::thread producer([&] {
+        while (!stop)
+            STOWLINE_LOG_INFO("parent %d", ++logged);
+    });
+    for (int i = 0; i < forks; ++i) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::alarm(20); // a child that hangs fails the test instead of hanging it
+            STOWLINE_LOG_INFO("child %d", i);
+            DDLog::flushLog();
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0) << "fork " << i;
+    }
+    stop = true;
+    producer.join();
+    DDLog::flushLog();
+    EXPECT_EQ(integrity(), "ok");
+    const auto all = texts({.limit = 100000000});
+    EXPECT_EQ(all.size(), static_cast<std::size_t>(logged + forks));
+    EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
 }
 
 TEST_F(KeptLog, AFullDiskIsTriedAgain)

@@ -139,6 +139,15 @@ TEST(ConsoleLog, TakesTextNeverAsAFormat)
     consoleLog("100%n %s"); // to the system log, which must not take it as a format either
 }
 
+TEST(ConsoleLog, KeepsControlCharactersOut)
+{
+    std::string seen;
+    setConsoleLogSink([&](std::string_view line) { seen = line; });
+    consoleLog("a\x1b[31mb\rc\nd");
+    setConsoleLogSink({});
+    EXPECT_EQ(seen, "a?[31mb?c\nd");
+}
+
 TEST(NotificationCenter, PostsSynchronouslyToThoseWhoObserveTheName)
 {
     NotificationCenter center;

@@ -8,8 +8,8 @@
 namespace stowline::platform {
 
 /// Writes a line to the system log (syslog, facility user, priority notice). The text is never
-/// taken as a format; of its control characters line feeds and tabs stay, the others become "?". Any
-/// thread.
+/// taken as a format; of its control characters line feeds and tabs stay, the others become "?".
+/// Any thread.
 void consoleLog(std::string_view text);
 
 /// Hands every console line to a function instead of the system log; an empty function restores
