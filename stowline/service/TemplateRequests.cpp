@@ -29,7 +29,8 @@ std::string usableUrl(const std::string& text)
 platform::HttpRequest requestFor(const Dictionary& entry, const std::string& url,
                                  std::string_view body)
 {
-    platform::HttpRequest request{.method = "POST", .url = url, .headers = {}, .body = body};
+    platform::HttpRequest request{
+        .method = "POST", .url = url, .headers = {}, .body = body, .bodyMustArrive = true};
     setHeader(request.headers, "User-Agent", General::userAgent());
     setHeader(request.headers, "Content-Length", formatText("%qu", body.size()));
     const Dictionary* configured = findDictionary(entry, "httpHeaders");

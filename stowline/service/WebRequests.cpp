@@ -17,13 +17,6 @@ using platform::HttpResponseMessage;
 
 constexpr double kDefaultTimeoutSeconds = 60.0;
 
-/// A request that carries a ticket goes to the server that gave it and to no other.
-bool carriesTicket(const SubstitutionMap& substitutions)
-{
-    const auto ticket = substitutions.find("<<TICKET>>");
-    return ticket != substitutions.end() && !ticket->second.text().empty();
-}
-
 /// The header list and its templates side by side, or what is wrong with them.
 struct HeaderTemplates {
     std::vector<std::string> names;
@@ -120,8 +113,8 @@ try {
         .body = requestBody.value_or(""),
         .version = version && *version == "1.0" ? platform::HttpVersion::http10
                                                 : platform::HttpVersion::http11,
-        .bodyStaysAtOrigin = true,
-        .staysAtOrigin = carriesTicket(httpHeaderSubstitutions),
+        .staysAtOrigin = !httpHeaderSubstitutions.empty(),
+        .bodyMustArrive = true,
     };
     std::optional<Error> wrong;
     std::optional<HttpResponseMessage> response;

@@ -246,6 +246,22 @@ TEST(WebRequest, ABodyGoesToNoOtherServer)
     EXPECT_TRUE(other.requests().empty());
 }
 
+TEST(WebRequest, APartThatWasNotSentIsNotStored)
+{
+    for (const char* status : {"301", "302", "303"}) {
+        const RawServer server([&](const std::string& request, const RawConnection& connection) {
+            connection.send(request.starts_with("GET")
+                                ? "HTTP/1.1 200 OK\r\nStatus: true\r\nContent-Length: 0\r\n\r\n"
+                                : "HTTP/1.1 " + std::string(status) +
+                                      " There\r\nLocation: /there\r\nContent-Length: 0\r\n\r\n");
+        });
+        const test::TestBundle bundle(settingsWithRequest({{"httpMethod", "POST"}}));
+        const Outcome outcome = send(server.url(), "my letters");
+        EXPECT_FALSE(outcome.body) << status;
+        EXPECT_EQ(outcome.error->kind, FailureKind::refusedRedirect);
+    }
+}
+
 TEST(WebRequest, ARedirectAtHomeTakesTheBodyAlong)
 {
     const RawServer server([](const std::string& request, const RawConnection& connection) {

@@ -215,7 +215,8 @@ private:
     {
         const auto origin = originOf(request_.url);
         if (!origin) {
-            fail(HttpFailure::address, "\"" + request_.url + "\" is no http or https address.");
+            fail(HttpFailure::address,
+                 "\"" + withoutCredentials(request_.url) + "\" is no http or https address.");
             return;
         }
         if (auto fault = requestFault(request_)) {
@@ -374,6 +375,18 @@ private:
         }
     }
 
+    /// What the library says of a failure. Its texts may quote addresses, a proxy's with the
+    /// password for one: such a text is replaced by the general one.
+    [[nodiscard]] std::string detailOf(CURLcode result) const
+    {
+        const std::string_view said = errorText_.data();
+        const bool quotesAddress =
+            said.find('@') != std::string_view::npos || said.find("//") != std::string_view::npos;
+        if (said.starts_with("Unsupported proxy"))
+            return "the address of the proxy cannot be used";
+        return said.empty() || quotesAddress ? curl_easy_strerror(result) : std::string(said);
+    }
+
     void finishHop(CURLcode result)
     {
         if (limitReached_) {
@@ -382,10 +395,8 @@ private:
             return;
         }
         if (result != CURLE_OK) {
-            const std::string detail =
-                errorText_[0] ? errorText_.data() : curl_easy_strerror(result);
             fail(HttpFailure::connection,
-                 "The call to " + origin_.host + " failed: " + detail + ".",
+                 "The call to " + origin_.host + " failed: " + detailOf(result) + ".",
                  reasonOf(easy_.get(), result));
             return;
         }

@@ -25,9 +25,9 @@ struct HttpRequest {
     std::vector<HttpHeader> headers;
     std::string_view body; ///< must outlive the exchange; not copied
     HttpVersion version = HttpVersion::http11;
-    bool bodyStaysAtOrigin = false; ///< a redirect that would take the body elsewhere is a failure
-    bool staysAtOrigin = false;     ///< so is any that leads elsewhere
-    std::string proxy = {};         ///< as "http://host:port"; empty: what the environment says
+    bool staysAtOrigin = false;  ///< a redirect to another origin is a failure, also without a body
+    bool bodyMustArrive = false; ///< so is one that asks for a GET instead of the body
+    std::string proxy = {};      ///< as "http://host:port"; empty: what the environment says
 };
 
 struct HttpLimits {
@@ -58,10 +58,10 @@ struct HttpOutcome {
 
 /// Sends a request when it is made and moves on only inside wait(). Follows redirects 301, 302 and
 /// 303 with GET, 307 and 308 with the same method and body; never from https to http, never to
-/// another protocol; header fields with credentials do not go to another origin. TLS verifies peer
-/// and host against the system's certificates (SSL_CERT_DIR and SSL_CERT_FILE name others).
-/// Proxies come from the environment unless the request names one. An answer of any status is a
-/// response.
+/// another protocol; neither a body nor header fields with credentials go to another origin. TLS
+/// verifies peer and host against the system's certificates (SSL_CERT_DIR and SSL_CERT_FILE name
+/// others). Proxies come from the environment unless the request names one. An answer of any status
+/// is a response.
 ///
 /// Ends as failed soon after the thread that makes and works on it is asked to stop (StopRequest),
 /// whatever the network does; one made after that sends nothing.

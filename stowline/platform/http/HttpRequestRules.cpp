@@ -57,16 +57,17 @@ std::optional<std::string> redirectFault(const HttpRequest& request, const UrlOr
                                          Redirect redirect, const std::string& location)
 {
     const auto target = originOf(location);
+    const std::string server = "The server at " + textOf(from);
     if (!target || (from.scheme == "https" && target->scheme != "https"))
-        return "The server at " + from.host + " redirects to \"" + location +
+        return server + " redirects to \"" + withoutCredentials(location) +
                "\", which is not followed.";
-    if (request.staysAtOrigin && *target != from)
-        return "The server at " + from.host + " redirects to another server, \"" + target->host +
-               "\", where this request is not sent.";
-    if (redirect == Redirect::repeated && request.bodyStaysAtOrigin && !request.body.empty() &&
-        *target != from)
-        return "The server at " + from.host + " redirects the data to \"" + location +
-               "\", another server, where it is not sent.";
+    if (redirect == Redirect::asGet && request.bodyMustArrive && !request.body.empty())
+        return server + " redirects to " + textOf(*target) +
+               " in a way that leaves the data behind, which is not followed.";
+    const bool takesBody = redirect == Redirect::repeated && !request.body.empty();
+    if (*target != from && (takesBody || request.staysAtOrigin))
+        return server + " redirects the " + (takesBody ? "data" : "request") + " to " +
+               textOf(*target) + ", another server, where it is not sent.";
     return std::nullopt;
 }
 

@@ -86,4 +86,24 @@ std::optional<UrlOrigin> originOf(const std::string& text)
     return UrlOrigin{*scheme, *host, static_cast<std::uint16_t>(leadingInteger(*port))};
 }
 
+std::string textOf(const UrlOrigin& origin)
+{
+    constexpr std::uint16_t http = 80;
+    constexpr std::uint16_t https = 443;
+    const bool standard = origin.port == (origin.scheme == "https" ? https : http);
+    return origin.scheme + "://" + origin.host +
+           (standard ? "" : ":" + std::to_string(origin.port));
+}
+
+std::string withoutCredentials(std::string_view address)
+{
+    const auto at = address.rfind('@');
+    if (at == std::string_view::npos)
+        return std::string(address);
+    const auto slashes = address.find("//");
+    const std::string_view scheme =
+        slashes < at ? address.substr(0, slashes + 2) : std::string_view();
+    return std::string(scheme) + std::string(address.substr(at + 1));
+}
+
 } // namespace stowline::platform

@@ -45,5 +45,12 @@ struct UrlOrigin {
 /// @return absent when the text is no absolute http or https URL.
 [[nodiscard]] std::optional<UrlOrigin> originOf(const std::string& url);
 
+/// As "https://host", with the port where it is not the scheme's own.
+[[nodiscard]] std::string textOf(const UrlOrigin& origin);
+
+/// An address as it may be shown: without user name and password, also where it is no URL. What
+/// stands before the last "@" is left out, but for the scheme.
+[[nodiscard]] std::string withoutCredentials(std::string_view address);
+
 } // namespace stowline::platform
 #pragma GCC visibility pop
