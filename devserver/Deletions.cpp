@@ -1,13 +1,17 @@
 #include "devserver/Deletions.h"
 
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/text/Text.h"
+
+#include <algorithm>
 
 namespace stowline::devserver {
 
 namespace {
 
 constexpr std::size_t kGuidBytes = 16;
+constexpr std::chrono::milliseconds kTroublePause{1000}; ///< until a full disk may have room again
 
 } // namespace
 
@@ -85,13 +89,28 @@ bool Deletions::workOn(Process& process, std::unique_lock<std::mutex>& lock)
         return true;
     }
     const std::string listId = process.listIds.front();
-    process.listIds.erase(process.listIds.begin());
     lock.unlock();
-    (void)storage_.deleteVersion(state.userName, listId); // it may be gone already
+    const auto trouble = deleteOne(state.userName, listId);
     lock.lock();
-    ++state.deleted;
-    changed_.wait_for(lock, pause_, [&] { return isEnding_ || process.isToBeCancelled; });
+    state.trouble = trouble.value_or("");
+    if (!trouble) {
+        process.listIds.erase(process.listIds.begin());
+        ++state.deleted;
+    }
+    changed_.wait_for(lock, trouble ? std::max(pause_, kTroublePause) : pause_,
+                      [&] { return isEnding_ || process.isToBeCancelled; });
     return false;
+}
+
+/// @return what kept it from being done; it is tried again then
+std::optional<std::string> Deletions::deleteOne(const std::string& userName,
+                                                const std::string& listId)
+try {
+    (void)storage_.deleteVersion(userName, listId); // it may be gone already
+    return std::nullopt;
+} catch (const std::exception& fault) {
+    STOWLINE_LOG_ERROR("A version cannot be deleted, and is tried again: %@", fault.what());
+    return fault.what();
 }
 
 void Deletions::work()

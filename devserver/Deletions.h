@@ -23,11 +23,13 @@ struct DeletionState {
     std::int64_t deleted = 0;
     bool isCompleted = false;
     bool isCancelled = false;
+    std::string trouble; ///< what keeps it from going on, as a full disk; empty when nothing does
 };
 
 /// Works on one deletion after the other, one version at a time, in a thread of its own. What was
 /// deleted before a cancellation stays deleted. Deletions are forgotten when the service ends; what
-/// is left of the folder then stays. Any thread.
+/// is left of the folder then stays. What the disk refuses is tried again every second until it is
+/// cancelled. Any thread.
 class Deletions {
 public:
     /// @param pause after each version, so that a small folder takes its time too
@@ -54,6 +56,8 @@ private:
         bool isToBeCancelled = false;
     };
     void work();
+    [[nodiscard]] std::optional<std::string> deleteOne(const std::string& userName,
+                                                       const std::string& listId);
     [[nodiscard]] bool workOn(Process& process, std::unique_lock<std::mutex>& lock);
 
     Storage& storage_;

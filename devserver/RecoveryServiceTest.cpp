@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <thread>
 
 namespace stowline::devserver {
 namespace {
@@ -405,6 +406,32 @@ TEST_F(RecoveryTest, ADatabaseOfBeforeIsBroughtUpToDate)
     EXPECT_EQ(again.dropAbandoned(), 0U); // its seven days begin now
     overwrite(fileOf("g"), "hellx");
     EXPECT_EQ(again.readPart("ann", 1, 0, 100).outcome, ContentPart::Outcome::damaged);
+}
+
+TEST_F(RecoveryTest, ADeletionOutlivesADiskThatRefuses)
+{
+    ASSERT_EQ(store("g1", "hello"), "Success");
+    ASSERT_EQ(store("g2", "hello"), "Success");
+    SQLite::Database other((folder_.path() / "files.sqlite").string(), SQLite::OPEN_READWRITE,
+                           5000);
+    // As a full disk does: whatever is deleted fails.
+    other.exec("CREATE TRIGGER full BEFORE DELETE ON versions BEGIN"
+               " SELECT raise(ABORT, 'database or disk is full'); END");
+    Deletions deletions(storage_, 0ms);
+    const std::string guid = deletions.begin("ann", "iMac", "/d").value();
+    while (deletions.state("ann", guid)->trouble.empty())
+        std::this_thread::yield();
+    EXPECT_NE(deletions.state("ann", guid)->trouble.find("full"), std::string::npos);
+    EXPECT_EQ(deletions.state("ann", guid)->deleted, 0);
+    EXPECT_FALSE(deletions.state("ann", guid)->isCompleted);
+    other.exec("DROP TRIGGER full");
+    while (!deletions.state("ann", guid)->isCompleted)
+        std::this_thread::yield();
+    EXPECT_EQ(deletions.state("ann", guid)->deleted, 2);
+    EXPECT_EQ(deletions.state("ann", guid)->trouble, "");
+    EXPECT_TRUE(storage_.systems("ann").empty());
+    EXPECT_FALSE(fs::exists(fileOf("g1"))); // the content goes with its version
+    EXPECT_FALSE(fs::exists(fileOf("g2")));
 }
 
 TEST_F(RecoveryTest, AFolderThatWasAFileIsAFolderAgain)

@@ -15,7 +15,10 @@ constexpr const char* kStyle = R"css(
 body { font: 16px/1.5 Helvetica, Arial, sans-serif; margin: 0 auto; max-width: 64rem; padding: 1rem; }
 h1 { font-size: 1.5rem; } h2 { font-size: 1.15rem; margin: 1.5rem 0 .25rem; }
 table { border-collapse: collapse; width: 100%; }
-th, td { text-align: left; padding: .35rem .75rem .35rem 0; border-bottom: 1px solid #8884; overflow-wrap: anywhere; vertical-align: top; }
+th, td { text-align: left; padding: .35rem .75rem .35rem 0; border-bottom: 1px solid #8884; vertical-align: top; }
+th { white-space: nowrap; }
+td { min-width: 6rem; overflow-wrap: anywhere; }
+td.number { min-width: 0; }
 td.number, th.number { padding-right: 1.5rem; text-align: right; white-space: nowrap; }
 .none { opacity: .7; }
 .wide { overflow-x: auto; }
@@ -125,9 +128,10 @@ std::string deletionTable(Deletions& deletions)
     for (const DeletionState& state : deletions.all())
         rows.push_back({state.systemName, state.path,
                         fmt::format("{} of {}", state.deleted, state.versions),
-                        state.isCompleted   ? "completed"
-                        : state.isCancelled ? "cancelled"
-                                            : "in progress"});
+                        state.isCompleted       ? std::string("completed")
+                        : state.isCancelled     ? "cancelled"
+                        : state.trouble.empty() ? "in progress"
+                                                : "waiting: " + state.trouble});
     return tableOf("Deletions", {{"Machine"}, {"Folder"}, {"Versions", true}, {"State"}}, rows,
                    "No folder is being deleted.");
 }

@@ -1,5 +1,6 @@
 #include "devserver/WebServer.h"
 
+#include "devserver/HttpServers.h"
 #include "devserver/PartEndpoint.h"
 #include "devserver/RecoveryEndpoint.h"
 #include "devserver/SoapEndpoint.h"
@@ -7,8 +8,7 @@
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/network/Sockets.h"
 
-#include <httplib.h>
-
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -18,10 +18,17 @@ namespace stowline::devserver {
 
 namespace {
 
-constexpr std::size_t kThreads = 96; ///< calls that stall hold one each
 constexpr const char* kLoopback = "127.0.0.1";
+constexpr int kMostWaiting = 1024; ///< connections that nobody has taken yet; the library's are 5
 constexpr const char* kHtmlPage = "<!DOCTYPE html><html><head><title>Not the service</title></head>"
                                   "<body><p>Terms & conditions<br></body></html>";
+
+std::string onOneLine(std::string text)
+{
+    std::ranges::replace_if(
+        text, [](char c) { return (c >= 0 && c < ' ') || c == 0x7f; }, '?');
+    return text;
+}
 
 } // namespace
 
@@ -31,17 +38,16 @@ public:
                    FaultPlan& faults, const std::optional<TlsFiles>& tls)
         : parts_(parts), faults_(faults), scheme_(tls ? "https" : "http")
     {
-        if (tls)
-            server_ =
-                std::make_unique<httplib::SSLServer>(tls->certificate.c_str(), tls->key.c_str());
-        else
-            server_ = std::make_unique<httplib::Server>();
+        server_ =
+            tls ? makeHttpsServer(tls->certificate.string(), tls->key.string()) : makeHttpServer();
         if (!server_->is_valid())
-            throw std::runtime_error("The certificate or its key cannot be used");
-        server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); }; // NOLINT
-        server_->set_keep_alive_max_count(1000);
-        server_->set_tcp_nodelay(true);
+            throw std::runtime_error("The certificate or its key cannot be used; a key that is "
+                                     "encrypted must be decrypted first");
         server_->set_logger(logCall);
+        server_->set_socket_options([this](int socket) {
+            platform::takePortAlone(socket);
+            listening_ = socket;
+        });
         for (const Service& service : services)
             serve(service);
         serveParts();
@@ -58,7 +64,10 @@ public:
     {
         port_ = port == 0 ? server_->bind_to_any_port(kLoopback)
                           : (server_->bind_to_port(kLoopback, port) ? port : -1);
-        return port_ > 0 ? std::optional(port_) : std::nullopt;
+        if (port_ <= 0)
+            return std::nullopt;
+        platform::letConnectionsWait(listening_, kMostWaiting);
+        return port_;
     }
 
     [[nodiscard]] std::string address() const
@@ -86,7 +95,8 @@ private:
     static void logCall(const httplib::Request& request, const httplib::Response& response)
     {
         const bool isCall = request.path.ends_with(".asmx");
-        STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method, request.path,
+        STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method,
+                          onOneLine(request.path),
                           isCall ? calledMethod(request.body) : response.get_header_value("Status"),
                           request.body.size(), response.status);
     }
@@ -127,12 +137,34 @@ private:
         });
         // The library would wait for the end of the connection when no length is stated.
         server_->set_pre_routing_handler([this](const auto& request, auto& response) {
+            if (isForeign(request)) {
+                response.status = 403;
+                response.set_header("Connection", "close");
+                response.set_content("This service answers to its own address only.\n",
+                                     "text/plain");
+                return httplib::Server::HandlerResponse::Handled;
+            }
             if (request.path != "/UploadFilePart" || request.method != "POST" ||
                 request.has_header("Content-Length") || request.has_header("Transfer-Encoding"))
                 return httplib::Server::HandlerResponse::Unhandled;
             uploadPart(request, response);
             return httplib::Server::HandlerResponse::Handled;
         });
+    }
+
+    /// Whether a request is for another name than this service's, or comes from another page: a
+    /// page of the web whose name leads here must reach nothing.
+    [[nodiscard]] bool isForeign(const httplib::Request& request) const
+    {
+        const std::string port = ":" + std::to_string(port_);
+        const auto isOwn = [&port](std::string_view host) {
+            return host == kLoopback + port || host == "localhost" + port;
+        };
+        const std::string origin = request.get_header_value("Origin");
+        const std::string start = scheme_ + "://";
+        return !isOwn(request.get_header_value("Host")) ||
+               (request.has_header("Origin") &&
+                (!origin.starts_with(start) || !isOwn(origin.substr(start.size()))));
     }
 
     void uploadPart(const httplib::Request& request, httplib::Response& response)
@@ -260,6 +292,7 @@ private:
     std::string scheme_;
     std::unique_ptr<httplib::Server> server_;
     int port_ = 0;
+    int listening_ = -1;
     std::mutex mutex_;
     std::condition_variable stopped_;
     bool stopping_ = false;

@@ -3,6 +3,7 @@
 #include "devserver/BackupService.h"
 #include "devserver/BrowseService.h"
 #include "devserver/BundleWriter.h"
+#include "devserver/DataFolder.h"
 #include "devserver/FaultPlan.h"
 #include "devserver/Housekeeping.h"
 #include "devserver/ReportServices.h"
@@ -141,7 +142,7 @@ int run(const Options& options)
         fail("Please give --tls-certificate and --tls-key together.");
         return 2;
     }
-    if (!platform::makePrivateFolder(fs::absolute(options.data)))
+    if (!devserver::prepareDataFolder(fs::absolute(options.data)))
         return fail("The folder " + options.data.string() + " cannot be made.");
 
     startLogging(options);

@@ -49,6 +49,8 @@ public:
     /// Waits until it has started a child of its own. @return the child's process id
     [[nodiscard]] int awaitChild() const;
 
+    [[nodiscard]] int processId() const { return process_; }
+
     /// Whether it is still running.
     [[nodiscard]] bool isRunning();
 

@@ -1,0 +1,229 @@
+// What the service does with requests that are too much, forged or not for it.
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/network/Sockets.h"
+#include "tests/support/DevServerProcess.h"
+#include "tests/support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace stowline::devserver {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+int portOf(const test::DevServerProcess& server)
+{
+    return std::stoi(server.address().substr(server.address().rfind(':') + 1));
+}
+
+/// A plain connection to the service.
+class Connection {
+public:
+    explicit Connection(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        isOpen_ = ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~Connection() { ::close(socket_); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    [[nodiscard]] bool isOpen() const { return isOpen_; }
+
+    /// @return false once the other side takes no more
+    [[nodiscard]] bool send(std::string_view bytes) const
+    {
+        while (!bytes.empty()) {
+            const auto count = platform::awaitWritable(socket_, 20s)
+                                   ? platform::sendTo(socket_, bytes.data(), bytes.size())
+                                   : -1;
+            if (count <= 0)
+                return false;
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        }
+        return true;
+    }
+
+    /// Everything up to the end of the connection.
+    [[nodiscard]] std::string readToEnd() const
+    {
+        std::string all;
+        std::array<char, 4096> piece{};
+        while (platform::awaitReadable(socket_, 20s)) {
+            const auto count = platform::receiveFrom(socket_, piece.data(), piece.size());
+            if (count <= 0)
+                break;
+            all.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        return all;
+    }
+
+private:
+    int socket_;
+    bool isOpen_ = false;
+};
+
+std::string answerTo(const test::DevServerProcess& server, const std::string& lines)
+{
+    const Connection connection(portOf(server));
+    EXPECT_TRUE(connection.send(lines + "Connection: close\r\n\r\n"));
+    return connection.readToEnd();
+}
+
+std::string hostLine(const test::DevServerProcess& server)
+{
+    return "Host: 127.0.0.1:" + std::to_string(portOf(server)) + "\r\n";
+}
+
+long peakMemoryInKb(test::BackgroundProgram& program)
+{
+    std::ifstream status("/proc/" + std::to_string(program.processId()) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:"))
+            return std::stol(line.substr(6));
+    }
+    return -1;
+}
+
+TEST(WebServer, AnswersToItsOwnNameOnly)
+{
+    const test::DevServerProcess server;
+    const std::string port = std::to_string(portOf(server));
+    const auto isServed = [&](const std::string& lines) {
+        return answerTo(server, "GET / HTTP/1.1\r\n" + lines).starts_with("HTTP/1.1 200");
+    };
+    EXPECT_TRUE(isServed("Host: 127.0.0.1:" + port + "\r\n"));
+    EXPECT_TRUE(isServed("Host: localhost:" + port + "\r\n"));
+    EXPECT_TRUE(isServed(hostLine(server) + "Origin: " + server.address() + "\r\n"));
+    EXPECT_FALSE(isServed("Host: attacker.example\r\n"));
+    EXPECT_FALSE(isServed("Host: attacker.example:" + port + "\r\n"));
+    EXPECT_FALSE(isServed("Host: 127.0.0.1\r\n"));
+    EXPECT_FALSE(isServed(""));
+    EXPECT_FALSE(isServed(hostLine(server) + "Origin: http://attacker.example\r\n"));
+    EXPECT_FALSE(isServed(hostLine(server) + "Origin: null\r\n"));
+}
+
+TEST(WebServer, ForeignRequestsReachNoMethodAndNoPart)
+{
+    const test::DevServerProcess server;
+    for (const char* line : {"POST /AccountService.asmx", "POST /UploadFilePart",
+                             "GET /GetServerPartInfo", "GET /DownloadFilePart"})
+        EXPECT_TRUE(answerTo(server, std::string(line) + " HTTP/1.1\r\n" + hostLine(server) +
+                                         "Origin: http://attacker.example\r\n")
+                        .starts_with("HTTP/1.1 403"))
+            << line;
+}
+
+TEST(WebServer, HeadersAreBounded)
+{
+    test::DevServerProcess server;
+    const long before = peakMemoryInKb(server.process());
+    const Connection connection(portOf(server));
+    std::string lines = "GET / HTTP/1.1\r\n" + hostLine(server);
+    std::string flood;
+    for (int i = 0; i < 1000; ++i)
+        flood += "X-Flood-" + std::to_string(i) + ": " + std::string(1000, 'x') + "\r\n";
+    bool isTaken = connection.send(lines);
+    for (int megabytes = 0; isTaken && megabytes < 100; ++megabytes)
+        isTaken = connection.send(flood);
+    EXPECT_FALSE(isTaken); // the connection was ended long before
+    EXPECT_LT(peakMemoryInKb(server.process()) - before, 20000);
+}
+
+TEST(WebServer, BodiesAreBounded)
+{
+    test::DevServerProcess server;
+    const long before = peakMemoryInKb(server.process());
+    const std::string megabyte(1 << 20, 'x');
+    for (const char* kind : {"Content-Length: 1500000000\r\n", "Transfer-Encoding: chunked\r\n"}) {
+        const Connection connection(portOf(server));
+        const bool isChunked = std::string_view(kind).starts_with("Transfer");
+        bool isTaken =
+            connection.send("POST /UploadFilePart HTTP/1.1\r\n" + hostLine(server) + kind + "\r\n");
+        for (int megabytes = 0; isTaken && megabytes < 200; ++megabytes)
+            isTaken = connection.send(isChunked ? "100000\r\n" + megabyte + "\r\n" : megabyte);
+        EXPECT_FALSE(isTaken) << kind;
+    }
+    EXPECT_LT(peakMemoryInKb(server.process()) - before, 300000);
+}
+
+TEST(WebServer, IdleConnectionsDelayNobody)
+{
+    const test::DevServerProcess server;
+    std::vector<std::unique_ptr<Connection>> idle;
+    for (int i = 0; i < 300; ++i) {
+        idle.push_back(std::make_unique<Connection>(portOf(server)));
+        ASSERT_TRUE(idle.back()->isOpen());
+        // Half of them begin a request and say no more.
+        ASSERT_TRUE(idle.back()->send(i % 2 == 0 ? "GET / HTTP/1.1\r\nHost: " : ""));
+    }
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(
+        answerTo(server, "GET / HTTP/1.1\r\n" + hostLine(server)).starts_with("HTTP/1.1 200"));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
+}
+
+TEST(WebServer, ATakenPortIsNoticed)
+{
+    const test::DevServerProcess server;
+    const test::TemporaryFolder folder;
+    const auto second =
+        test::runProgram({{test::builtProgram("stowline-devserver"), "--data",
+                           folder.path().string(), "--port", std::to_string(portOf(server))}});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_NE(second.errors.find("is taken"), std::string::npos) << second.errors;
+}
+
+TEST(WebServer, ARequestLineForgesNoLogLine)
+{
+    const test::TemporaryFolder logs;
+    test::DevServerProcess server({"--log-folder", logs.path().string()});
+    (void)answerTo(server,
+                   "GET /%0A2026/01/01%20forged%0D%1B[31mred HTTP/1.1\r\n" + hostLine(server));
+    server.process().signal(SIGTERM);
+    EXPECT_EQ(server.process().wait().status, 0);
+    std::string all;
+    for (const auto& file : fs::directory_iterator(logs.path()))
+        all += platform::readFile(file.path()).value_or("");
+    EXPECT_NE(all.find("forged"), std::string::npos);
+    EXPECT_EQ(all.find("\n2026/01/01 forged"), std::string::npos) << all;
+    EXPECT_EQ(all.find('\x1b'), std::string::npos);
+    EXPECT_EQ(all.find('\r'), std::string::npos);
+}
+
+TEST(WebServer, WhatItKeepsIsItsOwnersAlone)
+{
+    const test::TemporaryFolder folder;
+    const fs::path data = folder.path() / "data";
+    fs::create_directory(data);
+    fs::permissions(data, fs::perms(0755));
+    const test::DevServerProcess server({}, data);
+    const auto modeOf = [](const fs::path& path) {
+        return static_cast<unsigned>(fs::status(path).permissions()) & 0777U;
+    };
+    EXPECT_EQ(modeOf(data), 0700U);
+    int databases = 0;
+    for (const auto& file : fs::recursive_directory_iterator(data)) {
+        databases += file.path().extension() == ".sqlite" ? 1 : 0;
+        EXPECT_EQ(modeOf(file.path()), file.is_directory() ? 0700U : 0600U) << file.path();
+    }
+    EXPECT_EQ(databases, 4);
+}
+
+} // namespace
+} // namespace stowline::devserver
