@@ -14,6 +14,8 @@ constexpr std::size_t kTrailerSize = 32;
 constexpr std::size_t kDeepestNesting = 512;
 constexpr std::uint64_t kMostContent = std::uint64_t(1) << 30;
 constexpr std::uint64_t kFewestValuesAllowed = 65536;
+/// A container that stands twice costs a byte or more for each value in it.
+constexpr std::uint64_t kMostValuesPerByte = 4;
 
 struct Refused : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -23,6 +25,7 @@ struct Refused : std::runtime_error {
 struct Expansion {
     std::uint64_t values = 0;
     std::uint64_t content = 0;
+    std::size_t height = 0; ///< containers inside each other
 };
 
 class Guard {
@@ -45,7 +48,8 @@ public:
             throw Refused("The binary property list is cut or damaged");
         state_.resize(objectCount_, State::unseen);
         expansion_.resize(objectCount_);
-        mostValues_ = std::max<std::uint64_t>(bytes.size(), kFewestValuesAllowed);
+        mostValues_ =
+            std::max<std::uint64_t>(bytes.size() * kMostValuesPerByte, kFewestValuesAllowed);
     }
 
     void check() { expand(top_, 0); }
@@ -106,6 +110,7 @@ private:
                 expand(number(position + i * referenceSize_, referenceSize_), depth + 1);
             sum.values += part.values;
             sum.content += part.content;
+            sum.height = std::max(sum.height, part.height + 1);
             if (sum.values > mostValues_ || sum.content > kMostContent)
                 throw Refused("The binary property list expands to more than it may");
         }
@@ -186,6 +191,9 @@ private:
             expansion_[object] = objectAt(offset, depth);
             state_[object] = State::done;
         }
+        // What was met before, less deep, may reach too deep from here.
+        if (depth + expansion_[object].height > kDeepestNesting)
+            throw Refused("The binary property list is nested deeper than 512");
         return expansion_[object];
     }
 

@@ -35,9 +35,10 @@ struct PropertyListSource {
 [[nodiscard]] PropertyListReading readPropertyList(std::string_view bytes,
                                                    PropertyListSource* source = nullptr);
 
-/// Writes the binary form (version 00). The root may be any value.
-/// @return absent when a text in it holds a NUL character or bytes that are not UTF-8, which the
-///         form cannot carry.
+/// Writes the binary form (version 00), in linear time; reading it takes linear time too. The root
+/// may be any value.
+/// @return absent when a text in it holds a NUL character or bytes that are not UTF-8, or values
+///         are nested deeper than 512, which the form cannot carry.
 [[nodiscard]] std::optional<std::string> writeBinaryPropertyList(const Value& root);
 
 /// Writes the XML form; absent as above.

@@ -5,6 +5,9 @@
 
 namespace stowline::platform {
 
+/// Property lists count seconds from the first moment of 2001.
+inline constexpr std::chrono::seconds kPropertyListEpoch{978307200};
+
 [[nodiscard]] PropertyListReading readBinaryPropertyList(std::string_view bytes);
 [[nodiscard]] PropertyListReading readXmlPropertyList(std::string_view text,
                                                       PropertyListSource* source);

@@ -1,6 +1,15 @@
 #include "stowline/platform/values/PropertyList.h"
 
+#include "stowline/platform/files/Files.h"
+#include "tests/support/Program.h"
+#include "tests/support/TemporaryFolder.h"
+
 #include <gtest/gtest.h>
+
+#include <cmath>
+#include <ctime>
+#include <functional>
+#include <limits>
 
 namespace stowline::platform {
 namespace {
@@ -207,6 +216,23 @@ TEST(BinaryPropertyList, DeepNestingIsRefused)
               "The binary property list is nested deeper than 512");
 }
 
+TEST(BinaryPropertyList, DeepNestingByPartsThatWereMetBeforeIsRefused)
+{
+    // The root holds every list; each but the first holds the one before it.
+    constexpr std::size_t lists = 600;
+    std::string root = "\xaf\x11";
+    root += {static_cast<char>(lists >> 8U), static_cast<char>(lists & 0xFFU)};
+    std::vector<std::string> objects(1);
+    for (std::size_t i = 1; i <= lists; ++i) {
+        root += reference(i);
+        objects.push_back(i == 1 ? std::string("\xa0") : "\xa1" + reference(i - 1));
+    }
+    objects[0] = root;
+    objects.emplace_back("\x5f\x12" + std::string("\0\x02\0\0", 4) + std::string(131072, 'x'));
+    EXPECT_EQ(readPropertyList(binaryList(objects)).fault,
+              "The binary property list is nested deeper than 512");
+}
+
 TEST(BinaryPropertyList, ExplodingListIsRefused)
 {
     std::vector<std::string> objects;
@@ -250,6 +276,136 @@ TEST(PropertyList, CannotHoldAUrl)
     const Dictionary root{{"address", Url::fromText("https://h/").value()}};
     EXPECT_FALSE(writeXmlPropertyList(root));
     EXPECT_FALSE(writeBinaryPropertyList(root));
+}
+
+// ---- large, shared, foreign ----
+
+/// A listing as services send it: many entries of a few texts.
+Value listing(std::size_t entries)
+{
+    Array items;
+    for (std::size_t i = 0; i < entries; ++i)
+        items.emplace_back(Dictionary{{"name", "file " + std::to_string(i)},
+                                      {"size", std::to_string(i * 7)},
+                                      {"isFolder", "false"},
+                                      {"note", i % 2 == 0 ? "" : "größer 🙂"}});
+    return Dictionary{{"result", Dictionary{{"entry", std::move(items)}}}};
+}
+
+/// Processor time of the fastest of some tries.
+std::clock_t timeOf(const std::function<void()>& work)
+{
+    std::clock_t best = std::numeric_limits<std::clock_t>::max();
+    for (int i = 0; i < 3; ++i) {
+        const std::clock_t start = std::clock();
+        work();
+        best = std::min(best, std::clock() - start);
+    }
+    return best;
+}
+
+TEST(BinaryPropertyList, TakesTimeInProportionToItsLength)
+{
+    constexpr std::size_t few = 1'000;
+    constexpr std::size_t many = 16'000;
+    const Value small = listing(few);
+    const Value large = listing(many);
+    const std::string smallBytes = writeBinaryPropertyList(small).value();
+    const std::string largeBytes = writeBinaryPropertyList(large).value();
+    EXPECT_LT(largeBytes.size(), 25 * smallBytes.size()); // its references take more bytes
+    constexpr std::clock_t most = 16 * 5;                 // quadratic would be 256
+    EXPECT_LT(timeOf([&] { (void)writeBinaryPropertyList(large); }),
+              most * timeOf([&] { (void)writeBinaryPropertyList(small); }));
+    EXPECT_LT(timeOf([&] { (void)readPropertyList(largeBytes); }),
+              most * timeOf([&] { (void)readPropertyList(smallBytes); }));
+    EXPECT_EQ(readPropertyList(largeBytes).value, large);
+}
+
+TEST(BinaryPropertyList, ContainersThatStandTwiceAreWrittenOnce)
+{
+    const Value shared = listing(1000);
+    const std::size_t once = writeBinaryPropertyList(Array{shared}).value().size();
+    const std::string twice = writeBinaryPropertyList(Array{shared, shared}).value();
+    EXPECT_LT(twice.size(), once + 10);
+    EXPECT_EQ(readPropertyList(twice).value, Value(Array{shared, shared}));
+}
+
+TEST(BinaryPropertyList, ManyEqualTextsMayStandTwice)
+{
+    const Value nothing(Array(100'000, Value("")));
+    const std::string bytes = writeBinaryPropertyList(Array{nothing, nothing}).value();
+    EXPECT_EQ(readPropertyList(bytes).value, Value(Array{nothing, nothing}));
+}
+
+TEST(BinaryPropertyList, NumbersOfEverySizeComeBack)
+{
+    Array numbers;
+    for (int bit = 0; bit < 64; ++bit) {
+        const std::uint64_t power = std::uint64_t(1) << bit;
+        numbers.emplace_back(power);
+        numbers.emplace_back(power - 1);
+        numbers.emplace_back(static_cast<std::int64_t>(power));
+        numbers.emplace_back(-static_cast<std::int64_t>(power - 1));
+        numbers.emplace_back(std::ldexp(1.0, bit) + 0.5);
+    }
+    numbers.emplace_back(std::numeric_limits<std::uint64_t>::max());
+    const auto bytes = writeBinaryPropertyList(numbers);
+    EXPECT_EQ(readPropertyList(bytes.value()).value, Value(numbers));
+}
+
+TEST(BinaryPropertyList, TextsOfEveryLengthAndPlaneComeBack)
+{
+    Dictionary texts;
+    for (std::size_t length = 0; length < 300; ++length) {
+        texts.emplace("a" + std::to_string(length), std::string(length, 'x'));
+        std::string wide;
+        for (std::size_t i = 0; i < length; ++i)
+            wide += i % 3 == 0 ? "é" : i % 3 == 1 ? "€" : "🙂";
+        texts.emplace("é" + std::to_string(length), wide);
+    }
+    texts.emplace("long", std::string(70'000, 'y'));
+    texts.emplace("data", Data(70'000, 0xFF));
+    const auto bytes = writeBinaryPropertyList(texts);
+    EXPECT_EQ(readPropertyList(bytes.value()).value, Value(texts));
+}
+
+TEST(BinaryPropertyList, WhatIsTooDeepToReadIsNotWritten)
+{
+    Value deep("x");
+    for (int i = 0; i < 512; ++i)
+        deep = Array{deep};
+    EXPECT_TRUE(readPropertyList(writeBinaryPropertyList(deep).value()).value);
+    EXPECT_FALSE(writeBinaryPropertyList(Array{deep}));
+}
+
+TEST(BinaryPropertyList, AnotherLanguageReadsAndWritesIt)
+{
+    const test::TemporaryFolder folder;
+    const Date moment(std::chrono::microseconds(1'700'000'000'250'000));
+    const Value value(Dictionary{{"text", "größer 🙂"},
+                                 {"list", Array{1, -1, 300, 70'000, std::int64_t(1) << 40}},
+                                 {"large", std::numeric_limits<std::uint64_t>::max()},
+                                 {"real", 0.1},
+                                 {"truth", true},
+                                 {"moment", moment},
+                                 {"data", Data{0, 1, 255}},
+                                 {"many", listing(1000)}});
+    const auto ours = folder.write("ours", writeBinaryPropertyList(value).value());
+    const auto theirs = folder.path() / "theirs";
+    const auto run = test::runProgram(
+        {{"/usr/bin/python3", "-c",
+          "import plistlib, sys\n"
+          "root = plistlib.load(open(sys.argv[1], 'rb'))\n"
+          "assert root['text'] == 'gr\\u00f6\\u00dfer \\U0001f642', root['text']\n"
+          "assert root['list'] == [1, -1, 300, 70000, 2**40] and root['large'] == 2**64 - 1\n"
+          "assert root['truth'] is True and root['real'] == 0.1 and root['data'] == "
+          "b'\\0\\1\\xff'\n"
+          "assert root['moment'].timestamp and root['moment'].microsecond == 250000\n"
+          "assert len(root['many']['result']['entry']) == 1000\n"
+          "plistlib.dump(root, open(sys.argv[2], 'wb'), fmt=plistlib.FMT_BINARY)\n",
+          ours.string(), theirs.string()}});
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(readPropertyList(readFile(theirs).value()).value, value);
 }
 
 } // namespace
