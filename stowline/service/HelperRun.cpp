@@ -21,7 +21,7 @@ using platform::formatText;
 constexpr std::chrono::seconds kToolLimit{75};
 
 /// More than any answer that the helper takes makes.
-constexpr std::size_t kMostOutputBytes = std::size_t(512) << 20;
+constexpr std::size_t kMostOutputBytes = std::size_t(256) << 20;
 
 /// The count of bytes read, in the machine's byte order; the tool ignores the value.
 std::string releaseBytes(std::string_view output)

@@ -39,6 +39,8 @@ template <class Content> void addChild(Dictionary& children, std::string& name, 
 /// Follows the structure Envelope / (Header) / Body / element and builds the element's value.
 class MessageBuilder : public platform::XmlHandler {
 public:
+    explicit MessageBuilder(const MessageLimits& limits) : limits_(limits) {}
+
     Refusal startElement(XmlName name, const XmlAttributes& attributes) override
     {
         ++depth_;
@@ -56,7 +58,7 @@ public:
         const bool isNil =
             !attributes.empty() && isTrue(attributes.value(kSchemaInstanceNamespace, "nil"));
         open(name.local, isNil);
-        return std::nullopt;
+        return beyondLimit();
     }
 
     Refusal endElement() override
@@ -94,6 +96,18 @@ private:
     static bool isTrue(std::optional<std::string_view> text)
     {
         return text == "true" || text == "1";
+    }
+
+    /// Counts one more element. @return which limit it is beyond
+    Refusal beyondLimit()
+    {
+        constexpr std::size_t betweenLooks = 4096; // at the clock
+        if (++elements_ > limits_.maximumElements)
+            return "The answer holds more than " + std::to_string(limits_.maximumElements) +
+                   " elements";
+        if (elements_ % betweenLooks == 0 && std::chrono::steady_clock::now() > limits_.deadline)
+            return "The answer could not be read within the time of the call";
+        return std::nullopt;
     }
 
     static Refusal beginEnvelope(XmlName name)
@@ -160,6 +174,8 @@ private:
                 detail ? std::optional(*detail) : std::nullopt};
     }
 
+    const MessageLimits& limits_;
+    std::size_t elements_ = 0;
     std::size_t depth_ = 0;
     bool inBody_ = false;
     bool sawBody_ = false;
@@ -172,11 +188,11 @@ private:
 
 } // namespace
 
-MessageReading readMessage(std::string_view document)
+MessageReading readMessage(std::string_view document, const MessageLimits& limits)
 {
     if (document.empty())
         return {std::nullopt, "The answer is empty."};
-    MessageBuilder builder;
+    MessageBuilder builder(limits);
     if (const auto error = platform::readXml(document, builder))
         return {std::nullopt, error->message + " (line " + std::to_string(error->line) + ")."};
     if (!builder.sawBody())

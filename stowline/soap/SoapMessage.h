@@ -3,6 +3,8 @@
 
 #include "stowline/platform/values/Value.h"
 
+#include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,9 +37,17 @@ struct MessageReading {
     std::string failure; ///< a sentence that says why there is no message
 };
 
+/// What a message may take, at most.
+struct MessageLimits {
+    std::size_t maximumElements = 4'000'000; ///< in the body
+    std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+};
+
 /// Reads an envelope. Refused: what is not well-formed, any DOCTYPE, nesting deeper than 256, a
-/// document that is no SOAP 1.1 envelope or has no body. Linear time; reentrant.
-[[nodiscard]] MessageReading readMessage(std::string_view document);
+/// document that is no SOAP 1.1 envelope or has no body, and what goes beyond a limit, which the
+/// sentence names. Linear time; reentrant.
+[[nodiscard]] MessageReading readMessage(std::string_view document,
+                                         const MessageLimits& limits = {});
 
 } // namespace stowline::soap
 #pragma GCC visibility pop

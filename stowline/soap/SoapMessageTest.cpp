@@ -150,6 +150,30 @@ TEST(SoapMessage, NestingIsBoundedAt256)
     EXPECT_NE(failureOf(nested(100000)), "");
 }
 
+std::string manyElements(std::size_t count)
+{
+    std::string document = "<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\">"
+                           "<e:Body><r>";
+    for (std::size_t i = 1; i < count; ++i)
+        document += "<e/>";
+    return document + "</r></e:Body></e:Envelope>";
+}
+
+TEST(SoapMessage, TheNumberOfElementsIsBounded)
+{
+    EXPECT_TRUE(readMessage(manyElements(1000), {.maximumElements = 1000}).message);
+    EXPECT_EQ(readMessage(manyElements(1001), {.maximumElements = 1000}).failure,
+              "The answer holds more than 1000 elements (line 1).");
+    EXPECT_EQ(MessageLimits().maximumElements, 4'000'000U);
+}
+
+TEST(SoapMessage, ReadingEndsAtTheDeadline)
+{
+    const auto past = std::chrono::steady_clock::now() - std::chrono::seconds(1);
+    EXPECT_EQ(readMessage(manyElements(10'000), {.deadline = past}).failure,
+              "The answer could not be read within the time of the call (line 1).");
+}
+
 TEST(SoapMessage, EntitiesCannotBeDeclared)
 {
     EXPECT_NE(

@@ -25,6 +25,9 @@ using platform::HttpRequest;
 
 constexpr std::string_view kContentType = "text/xml; charset=utf-8";
 
+constexpr std::string_view kTooLarge =
+    "The answer needs more memory than the helper may take (1 GiB).";
+
 /// Leads the argument that names a file; no character of Base64.
 constexpr char kResponseFileMark = '@';
 
@@ -107,9 +110,9 @@ std::vector<HttpHeader> headersFor(const Dictionary& methodInfo, const soap::Inv
 }
 
 /// Runs the exchange in slices; absent when the limit came first.
-std::optional<HttpOutcome> performed(HttpRequest request, const CallWorkerOptions& options)
+std::optional<HttpOutcome> performed(HttpRequest request, const CallWorkerOptions& options,
+                                     std::chrono::steady_clock::time_point start)
 {
-    const auto start = std::chrono::steady_clock::now();
     HttpExchange exchange(std::move(request), {});
     while (std::chrono::steady_clock::now() - start < options.limit) {
         if (exchange.wait(options.slice))
@@ -118,11 +121,13 @@ std::optional<HttpOutcome> performed(HttpRequest request, const CallWorkerOption
     return std::nullopt;
 }
 
-WebServiceCallResult resultFrom(const HttpOutcome& outcome)
+/// @param deadline for reading the answer
+WebServiceCallResult resultFrom(const HttpOutcome& outcome,
+                                std::chrono::steady_clock::time_point deadline)
 {
     if (!outcome.response)
         return faultResult(kFaultCodeNoAnswer, outcome.failure, {}, outcome.reason);
-    const auto reading = soap::readMessage(outcome.body);
+    const auto reading = soap::readMessage(outcome.body, {.deadline = deadline});
     if (!reading.message)
         return faultResult(kFaultCodeUnreadableAnswer, reading.failure, *outcome.response);
     return resultFromMessage(*reading.message, *outcome.response);
@@ -141,8 +146,12 @@ public:
         if (!root || !root->dictionary())
             return CallStatus::requestNoDictionary;
         const auto request = WebServiceCallRequest::fromDictionary(*root->dictionary());
-        const auto result = resultOf(request);
-        return result ? write(*result) : CallStatus::noResult;
+        try {
+            const auto result = resultOf(request);
+            return result ? write(*result) : CallStatus::noResult;
+        } catch (const std::bad_alloc&) { // everything that took it is gone by now
+            return write(faultResult(kFaultCodeUnreadableAnswer, std::string(kTooLarge)));
+        }
     }
 
 private:
@@ -159,11 +168,12 @@ private:
                          .headers = headersFor(methodInfo, invocation),
                          .body = envelope};
         stage("request parsed and envelope built");
-        const auto outcome = performed(std::move(http), options_);
+        const auto start = std::chrono::steady_clock::now();
+        const auto outcome = performed(std::move(http), options_, start);
         if (!outcome)
             return std::nullopt;
         stage("answer received");
-        auto result = resultFrom(*outcome);
+        auto result = resultFrom(*outcome, start + options_.limit);
         stage("answer parsed");
         return result;
     }

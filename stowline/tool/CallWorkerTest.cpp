@@ -8,6 +8,7 @@
 #include "stowline/util/Base64.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/RawServer.h"
+#include "tests/support/SoapAnswers.h"
 #include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>
@@ -376,6 +377,23 @@ TEST(WebServiceCaller, StaysUntilItIsReleased)
     EXPECT_TRUE(closing.isRunning());
     closing.closeInput();
     EXPECT_EQ(closing.wait().status, 0);
+}
+
+TEST(WebServiceCaller, AnAnswerThatNeedsTooMuchMemoryIsAFaultThatNamesTheLimit)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "A sanitizer takes more address space than the limit leaves.";
+#endif
+    const RawServer server(test::soapAnswer("<a>" + std::string(60'000'000, 'x') + "</a>"));
+    const auto argument = encodedRequest(authenticateRequest(server.url()).dictionary());
+    const auto result = test::runProgram({{"/bin/sh", "-c", "ulimit -v 250000; exec \"$0\" \"$1\"",
+                                           test::builtProgram("WebServiceCaller"), *argument}});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.errors, "");
+    const auto root = unarchive(result.output);
+    ASSERT_TRUE(root && root->dictionary());
+    EXPECT_EQ(platform::findText(*root->dictionary(), "kWSFaultString"),
+              "The answer needs more memory than the helper may take (1 GiB).");
 }
 
 TEST(WebServiceCaller, AShortReadReleasesItToo)

@@ -12,6 +12,7 @@ int main(int count, char** words)
     platform::takeStandardDescriptors();
     platform::keepMemoryPrivate();
     platform::endWithParent();
+    platform::boundMemory(std::size_t(1) << 30);
     // A parent that is gone is a write that fails, not the end of this process.
     std::signal(SIGPIPE, SIG_IGN);
     tool::CallWorkerOptions options;

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <string>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace stowline::platform {
@@ -48,6 +49,17 @@ void endWithParent()
 void keepMemoryPrivate()
 {
     ::prctl(PR_SET_DUMPABLE, 0);
+}
+
+void boundMemory([[maybe_unused]] std::size_t bytes)
+{
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur <= bytes)
+        return;
+    limit.rlim_cur = bytes;
+    ::setrlimit(RLIMIT_AS, &limit);
+#endif
 }
 
 } // namespace stowline::platform

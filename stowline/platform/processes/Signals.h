@@ -1,6 +1,8 @@
 // What a program sets up with the system first: being asked to end, and being looked into.
 #pragma once
 
+#include <cstddef>
+
 namespace stowline::platform {
 
 /// Keeps SIGINT and SIGTERM from ending the process, in the calling thread and in those that it
@@ -21,5 +23,9 @@ void endWithParent();
 /// Keeps the memory of this process out of core dumps, and from being read by other processes of
 /// the same user, as a debugger's would. For programs that hold passwords. First thing in main().
 void keepMemoryPrivate();
+
+/// Bounds the address space of this process: beyond it there is no memory (std::bad_alloc). Does
+/// nothing in builds with a sanitizer, which take address space for themselves.
+void boundMemory(std::size_t bytes);
 
 } // namespace stowline::platform
