@@ -91,18 +91,24 @@ bool Accounts::isRight(const std::string& userName, const std::string& password)
     // With what is stored, so that nothing is known of a password that was changed.
     const std::string digest = platform::keyedDigest(
         userName + '\0' + password + '\0' + stored.value_or(nobody), sessionKey_);
-    {
-        const std::lock_guard lock(mutex_);
-        const auto known = verified_.find(userName);
-        if (known != verified_.end() && known->second == digest)
-            return true;
-    }
+    if (isKnown(userName, digest))
+        return true;
+    const std::lock_guard hashing(hashing_);
+    if (isKnown(userName, digest)) // somebody else asked the same
+        return true;
     const bool matches = platform::passwordMatches(password, stored.value_or(nobody));
     if (!stored || !matches)
         return false;
     const std::lock_guard lock(mutex_);
     verified_.insert_or_assign(userName, digest);
     return true;
+}
+
+bool Accounts::isKnown(const std::string& userName, const std::string& digest)
+{
+    const std::lock_guard lock(mutex_);
+    const auto known = verified_.find(userName);
+    return known != verified_.end() && known->second == digest;
 }
 
 std::string Accounts::changePassword(const std::string& userName, const std::string& password,

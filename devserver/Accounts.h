@@ -68,6 +68,9 @@ private:
     [[nodiscard]] bool isRight(const std::string& userName, const std::string& password);
     [[nodiscard]] std::optional<std::string> storedPasswordOf(const std::string& userName);
 
+    [[nodiscard]] bool isKnown(const std::string& userName, const std::string& digest);
+
+    std::mutex hashing_; ///< one password at a time: each takes 16 MiB; before the other mutex
     std::mutex mutex_;
     SQLite::Database database_;
     const Data sessionKey_;                       ///< of this run

@@ -13,6 +13,9 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
+#include <set>
+#include <utility>
 
 namespace stowline::devserver {
 
@@ -299,13 +302,71 @@ std::string Storage::registerFile(const Registration& given)
         return "ChecksumMismatch";
     }
     file.synchronize();
-    const Lock lock(mutex_);
-    SQLite::Transaction transaction(database_);
-    insertVersion(registration, *serverFile,
-                  {held.receivedBytes, checksum, digest.hexadecimal(), file.stamp()});
-    forgetUpload(*serverFile);
-    transaction.commit();
+    const Content whole{held.receivedBytes, checksum, digest.hexadecimal(), file.stamp()};
+    NewVersion version{registration, *serverFile, whole};
+    insertTogether(version);
     return "Success";
+}
+
+/// The first that comes commits for all that wait; those that come meanwhile are the next group.
+void Storage::insertTogether(NewVersion& version)
+{
+    std::unique_lock lock(groupMutex_);
+    group_.push_back(&version);
+    groupDone_.wait(lock, [&] { return version.isDone || !isCommitting_; });
+    if (!version.isDone) {
+        isCommitting_ = true;
+        const auto group = std::exchange(group_, {});
+        lock.unlock();
+        commitGroup(group);
+        lock.lock();
+        for (NewVersion* done : group)
+            done->isDone = true;
+        isCommitting_ = false;
+        groupDone_.notify_all();
+    }
+    if (version.fault)
+        std::rethrow_exception(version.fault);
+}
+
+/// When all together fail, each is tried alone, so that nobody suffers for another.
+void Storage::commitGroup(const std::vector<NewVersion*>& group)
+{
+    try {
+        return commit(group);
+    } catch (...) {
+        if (group.size() == 1) {
+            group.front()->fault = std::current_exception();
+            return;
+        }
+    }
+    for (NewVersion* const& version : group) {
+        try {
+            commit({&version, 1});
+        } catch (...) {
+            version->fault = std::current_exception();
+        }
+    }
+}
+
+void Storage::commit(std::span<NewVersion* const> versions)
+{
+    std::set<std::filesystem::path> folders;
+    for (const NewVersion* version : versions)
+        folders.insert(contentFile(version->serverFile).parent_path());
+    for (const auto& folder : folders)
+        platform::synchronizeFolder(folder);
+    const Lock lock(mutex_);
+    // Rows of parts need not outlive the machine; those of versions must.
+    database_.exec("PRAGMA synchronous = FULL");
+    const auto backToNormal = std::shared_ptr<void>(
+        nullptr, [this](void*) { (void)database_.tryExec("PRAGMA synchronous = NORMAL"); });
+    SQLite::Transaction transaction(database_);
+    for (const NewVersion* version : versions) {
+        insertVersion(version->registration, version->serverFile, version->content);
+        forgetUpload(version->serverFile);
+    }
+    transaction.commit();
 }
 
 std::int64_t Storage::fileFor(const Registration& registration)

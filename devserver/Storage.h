@@ -7,11 +7,14 @@
 
 #include <array>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -129,7 +132,8 @@ struct MachineSummary {
 
 /// Content lies in files below one folder, under names that clients cannot choose; everything else
 /// in SQLite. A version's row is written last, once its content is whole, checked and durable, so
-/// that whatever ends the service leaves no version that is not. Operations throw
+/// that whatever ends the service leaves no version that is not. A registration is a success once
+/// its row is durable too; those that arrive together are made durable together. Operations throw
 /// SQLite::Exception or platform::FileFault when the disk refuses. Any thread.
 class Storage {
 public:
@@ -223,6 +227,17 @@ private:
     };
     void insertVersion(const Registration& registration, const std::string& serverFile,
                        const Content& content);
+    /// A version that is to be inserted, and what came of it.
+    struct NewVersion {
+        const Registration& registration;
+        const std::string& serverFile;
+        const Content& content;
+        bool isDone = false;
+        std::exception_ptr fault;
+    };
+    void insertTogether(NewVersion& version);
+    void commitGroup(const std::vector<NewVersion*>& group);
+    void commit(std::span<NewVersion* const> versions);
     [[nodiscard]] bool hasBaseline(const Registration& registration);
     [[nodiscard]] ItemPage page(const ItemQuery& query, const std::string& condition,
                                 const std::vector<std::string>& arguments);
@@ -232,7 +247,11 @@ private:
 
     const std::filesystem::path dataFolder_;
     const std::function<Clock::time_point()> now_;
-    std::array<std::mutex, 64> contentLocks_; ///< taken before the database's
+    std::array<std::mutex, 64> contentLocks_; ///< taken before the others
+    std::mutex groupMutex_;
+    std::condition_variable groupDone_;
+    std::vector<NewVersion*> group_; ///< waits for the one that is being committed
+    bool isCommitting_ = false;
     std::recursive_mutex mutex_;
     SQLite::Database database_;
 };

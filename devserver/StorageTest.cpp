@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <zlib.h>
 
+#include <atomic>
 #include <map>
 #include <thread>
 
@@ -267,6 +268,72 @@ TEST_F(StorageTest, SeveralSendersOfOneFileEndWithOneWholeFile)
                                      .uploadedSize = whole.size(),
                                      .checksum = crcOf(whole)}),
               "Success");
+}
+
+TEST_F(StorageTest, RegistrationsThatArriveTogetherAllBecomeVersions)
+{
+    constexpr int senders = 8;
+    constexpr int files = 10;
+    {
+        std::vector<std::jthread> threads;
+        for (int sender = 0; sender < senders; ++sender) {
+            threads.emplace_back([this, sender] {
+                for (int file = 0; file < files; ++file) {
+                    const std::string name = std::to_string(sender) + "-" + std::to_string(file);
+                    EXPECT_EQ(store(name, "/d", name, name), "Success");
+                }
+            });
+        }
+    }
+    const ItemQuery query{.userName = "ann", .systemName = "iMac", .folder = "/d", .pageSize = 999};
+    const ItemPage page = storage_.folder(query).value();
+    EXPECT_EQ(page.totalCount, senders * files);
+    for (const StoredItem& item : page.items)
+        EXPECT_EQ(storage_.versions("ann", item.id).size(), 1U) << item.name;
+    EXPECT_EQ(storage_.usedBytes("ann"), 3U * senders * files); // the sum of all
+}
+
+TEST_F(StorageTest, OneRegistrationThatCannotBeDoesNotHinderTheOthers)
+{
+    SQLite::Database other((folder_.path() / "files.sqlite").string(), SQLite::OPEN_READWRITE,
+                           5000);
+    other.exec("CREATE TRIGGER no BEFORE INSERT ON items WHEN new.name = 'bad'"
+               " BEGIN SELECT raise(ABORT, 'no'); END");
+    std::atomic<int> good = 0;
+    std::atomic<int> refused = 0;
+    {
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 16; ++i) {
+            threads.emplace_back([&, i] {
+                const std::string guid = "g" + std::to_string(i);
+                try {
+                    good += store(guid, "/d", i % 4 == 0 ? "bad" : guid, guid) == "Success";
+                } catch (const std::exception&) {
+                    ++refused;
+                }
+            });
+        }
+    }
+    EXPECT_EQ(good, 12);
+    EXPECT_EQ(refused, 4);
+    EXPECT_EQ(names("/d").size(), 12U);
+    EXPECT_FALSE(storage_.held(place("g0"))->isRegistered); // it was told so, and it is so
+}
+
+TEST_F(StorageTest, DeletedContentIsGoneFromTheDisk)
+{
+    EXPECT_EQ(store("g1", "/d", "f", "one"), "Success");
+    EXPECT_EQ(store("g2", "/d", "f", "second"), "Success");
+    const auto fileOf = [this](const char* guid) {
+        return folder_.path() / (path_ + guid).substr(1);
+    };
+    const ItemQuery query{.userName = "ann", .systemName = "iMac", .folder = "/d", .pageSize = 9};
+    const std::int64_t file = storage_.folder(query)->items.at(0).id;
+    EXPECT_EQ(storage_.usedBytes("ann"), 9U);
+    EXPECT_TRUE(storage_.deleteVersion("ann", storage_.versions("ann", file).at(1).listId));
+    EXPECT_FALSE(std::filesystem::exists(fileOf("g1")));
+    EXPECT_TRUE(std::filesystem::exists(fileOf("g2")));
+    EXPECT_EQ(storage_.usedBytes("ann"), 6U);
 }
 
 TEST_F(StorageTest, PlainRequestsCarryEverythingInHeaders)

@@ -97,7 +97,7 @@ private:
         const bool isCall = request.path.ends_with(".asmx");
         STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method,
                           onOneLine(request.path),
-                          isCall ? calledMethod(request.body) : response.get_header_value("Status"),
+                          isCall ? calledNow_ : response.get_header_value("Status"),
                           request.body.size(), response.status);
     }
 
@@ -110,7 +110,8 @@ private:
                 response.set_redirect(service.path + "?wsdl");
         });
         server_->Post(service.path, [this, &service](const auto& request, auto& response) {
-            const auto fault = faults_.next(calledMethod(request.body));
+            calledNow_ = calledMethod(request.body);
+            const auto fault = faults_.next(calledNow_);
             if (fault)
                 fail(*fault, service, request, response);
             else
@@ -137,6 +138,7 @@ private:
         });
         // The library would wait for the end of the connection when no length is stated.
         server_->set_pre_routing_handler([this](const auto& request, auto& response) {
+            calledNow_.clear();
             if (isForeign(request)) {
                 response.status = 403;
                 response.set_header("Connection", "close");
@@ -287,6 +289,7 @@ private:
         return !stopped_.wait_for(lock, time, [this] { return stopping_; });
     }
 
+    static inline thread_local std::string calledNow_; ///< by the request that this thread answers
     const PartContext parts_;
     FaultPlan& faults_;
     std::string scheme_;

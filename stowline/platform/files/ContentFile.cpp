@@ -3,6 +3,7 @@
 #include "stowline/platform/files/FileHandle.h"
 #include "stowline/platform/files/Files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -128,8 +129,8 @@ void ContentFile::write(std::uint64_t offset, std::string_view bytes)
 
 void ContentFile::read(const std::function<void(std::string_view)>& take) const
 {
-    constexpr std::size_t pieceBytes = 1 << 18;
-    std::vector<char> piece(pieceBytes);
+    constexpr std::uint64_t longestPiece = 1 << 18;
+    std::vector<char> piece(std::min(size() + 1, longestPiece)); // one more, to see the end
     for (off_t offset = 0;;) {
         const ssize_t count = ::pread(file_.number(), piece.data(), piece.size(), offset);
         if (count < 0 && errno == EINTR)
@@ -147,6 +148,13 @@ void ContentFile::synchronize()
 {
     if (::fdatasync(file_.number()) != 0)
         throw FileFault("Cannot finish writing to", path_, errno);
+}
+
+void synchronizeFolder(const std::filesystem::path& folder)
+{
+    const FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened.isOpen() || ::fsync(opened.number()) != 0)
+        throw FileFault("Cannot finish writing to", folder, errno);
 }
 
 } // namespace stowline::platform

@@ -58,4 +58,7 @@ private:
     std::filesystem::path path_;
 };
 
+/// Makes durable which names stand in a folder. Throws FileFault.
+void synchronizeFolder(const std::filesystem::path& folder);
+
 } // namespace stowline::platform
