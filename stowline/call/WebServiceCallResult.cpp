@@ -49,21 +49,6 @@ int statusOf(const WebServiceCallResult& result)
     return status && status->integer() ? static_cast<int>(*status->integer()) : 0;
 }
 
-/// What an answer that is not SOAP tells by its status.
-FailureKind kindOfStatus(int status)
-{
-    switch (status) {
-    case 400:
-        return FailureKind::badRequest;
-    case 407:
-        return FailureKind::proxyRefused;
-    case 413:
-        return FailureKind::requestTooLarge;
-    default:
-        return FailureKind::unreadableAnswer;
-    }
-}
-
 } // namespace
 
 WebServiceCallResult resultFromMessage(const soap::Message& message, std::string_view httpResponse)
@@ -102,7 +87,7 @@ FailureKind failureKindOf(const WebServiceCallResult& faultResult)
 {
     const std::string code = findText(faultResult, kWSFaultCode);
     if (code == kFaultCodeUnreadableAnswer)
-        return kindOfStatus(statusOf(faultResult));
+        return platform::kindOfStatus(statusOf(faultResult));
     if (find(faultResult, kWSHTTPResponseMessage))
         return FailureKind::fault;
     if (code == kFaultCodeUnsendable)

@@ -14,7 +14,8 @@ void CountingLogger::logMessage(const DDLogMessage& message)
             return;
         const std::lock_guard lock(mutex_);
         lines_.push_back({std::string(text->view()), message.logFlag,
-                          std::string(message.methodName().value_or("")), message.queueLabel});
+                          std::string(message.methodName().value_or("")), message.queueLabel,
+                          std::string(message.fileName())});
     }
     count_.fetch_add(1, std::memory_order_relaxed);
 }

@@ -31,6 +31,7 @@ public:
         std::int32_t flag;
         std::string function;
         std::optional<std::string> queueLabel;
+        std::string file; ///< without folder and extension
     };
     [[nodiscard]] std::vector<Line> lines() const;
 

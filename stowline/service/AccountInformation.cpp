@@ -1,8 +1,9 @@
 // What the application needs to know of a signed-in account and its backup server.
-#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/OperatingSystem.h"
 #include "stowline/platform/text/Text.h"
-#include "stowline/platform/text/UnicodeText.h"
+#include "stowline/service/FailureWatch.h"
+#include "stowline/service/Operation.h"
+#include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -24,80 +25,94 @@ std::optional<std::string> nonEmptyText(const std::optional<Value>& result)
 
 std::optional<std::int64_t> WebServiceBroker::usedSpaceInKbForAccount(std::string_view username,
                                                                       std::string_view withPassword)
-try {
-    const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", withPassword}};
-    const auto result = invokeSOAPMethodWithName("GetAccountUsedSpace", {}, params);
-    if (!result)
-        return std::nullopt;
-    return platform::leadingInteger(result->text());
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation("usedSpaceInKbForAccount:withPassword:", nullptr, std::nullopt,
+                        [&](const Operation& /*operation*/) -> std::optional<std::int64_t> {
+                            const SubstitutionMap params{{"<<USERNAME>>", username},
+                                                         {"<<PASSWORD>>", withPassword}};
+                            const auto result =
+                                invokeSOAPMethodWithName("GetAccountUsedSpace", {}, params);
+                            if (!result)
+                                return std::nullopt;
+                            return platform::leadingInteger(result->text());
+                        });
 }
 
 std::optional<Value> WebServiceBroker::getAccountInfoForUsername2(std::string_view username,
                                                                   std::string_view withPassword)
-try {
-    const SubstitutionMap params{{"<<USERNAME>>", username},
-                                 {"<<PASSWORD>>", withPassword},
-                                 {"<<INSTALLATIONID>>", General::hardwareId().value_or("")},
-                                 {"<<OSBITS>>", kBitWidth},
-                                 {"<<SYSTEMNAME>>", General::localHostName()},
-                                 {"<<PRODUCTNAME>>", General::productName().value_or("")},
-                                 {"<<PRODUCTVERSION>>", General::productVersion().value_or("")},
-                                 {"<<OSVERSION>>", platform::operatingSystemVersion()}};
-    return invokeSOAPMethodWithName("GetAccountInfo", {}, params);
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation("getAccountInfoForUsername2:withPassword:", nullptr, std::nullopt,
+                        [&](const Operation& /*operation*/) -> std::optional<Value> {
+                            const SubstitutionMap params{
+                                {"<<USERNAME>>", username},
+                                {"<<PASSWORD>>", withPassword},
+                                {"<<INSTALLATIONID>>", General::hardwareId().value_or("")},
+                                {"<<OSBITS>>", kBitWidth},
+                                {"<<SYSTEMNAME>>", General::localHostName()},
+                                {"<<PRODUCTNAME>>", General::productName().value_or("")},
+                                {"<<PRODUCTVERSION>>", General::productVersion().value_or("")},
+                                {"<<OSVERSION>>", platform::operatingSystemVersion()}};
+                            return invokeSOAPMethodWithName("GetAccountInfo", {}, params);
+                        });
 }
 
 std::optional<std::string> WebServiceBroker::getUploadServerPathForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> onBackupServer,
     std::optional<std::string_view> usingGuidUploadPath)
-try {
-    if (!username || !onBackupServer || !usingGuidUploadPath)
-        return std::nullopt;
-    const SubstitutionMap params{{"<<USERNAME>>", *username},
-                                 {"<<STRREGISTRYID>>", *usingGuidUploadPath}};
-    return nonEmptyText(
-        invokeSOAPMethodWithName("GetPhyPath", {}, params, nullptr, "", {*onBackupServer}));
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation(
+        "getUploadServerPathForUsername:onBackupServer:usingGuidUploadPath:", nullptr, std::nullopt,
+        [&](const Operation& /*operation*/) -> std::optional<std::string> {
+            if (!username || !onBackupServer || !usingGuidUploadPath)
+                return std::nullopt;
+            const SubstitutionMap params{{"<<USERNAME>>", *username},
+                                         {"<<STRREGISTRYID>>", *usingGuidUploadPath}};
+            return nonEmptyText(
+                invokeSOAPMethodWithName("GetPhyPath", {}, params, nullptr, "", {*onBackupServer}));
+        });
 }
 
 std::optional<std::string> WebServiceBroker::getEncKeyForUserName(std::string_view username,
                                                                   std::string_view password,
                                                                   std::string_view backupServer)
-try {
-    const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
-    return nonEmptyText(
-        invokeSOAPMethodWithName("getenckey", {}, params, nullptr, "", {backupServer}));
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation(
+        "getEncKeyForUserName:password:backupServer:", nullptr, std::nullopt,
+        [&](const Operation& /*operation*/) -> std::optional<std::string> {
+            const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
+            return nonEmptyText(
+                invokeSOAPMethodWithName("getenckey", {}, params, nullptr, "", {backupServer}));
+        });
 }
 
 bool WebServiceBroker::preparePackagedFilesForProtectionForUserName(
     std::string_view username, std::string_view password, std::string_view backupServer,
     std::string_view packagePath, const Value& packageSize, ErrorSlot error)
-try {
-    constexpr std::string_view method = "PreparePackagedFilesForProtection";
-    const SubstitutionMap params{{"<<USERNAME>>", username},
-                                 {"<<PASSWORD>>", password},
-                                 {"<<PACKAGEPATH>>", packagePath},
-                                 {"<<PACKAGEBYTECOUNT>>", packageSize.text()}};
-    const auto result = invokeSOAPMethodWithName(method, {}, params, error, "", {backupServer});
-    const std::string message =
-        platform::formatText("WebMethod %@ returned %@ result", method, result);
-    STOWLINE_LOG_INFO("%@", message);
-    if (result && result->string() && platform::lowercased(*result->string()) == "success")
-        return true;
-    if (error && !*error)
-        *error =
-            platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message,
-                                result ? FailureKind::refusedByService : FailureKind::helperFailed);
-    return false;
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return false;
+{
+    return runOperation(
+        "preparePackagedFilesForProtectionForUserName:password:backupServer:packagePath:"
+        "packageSize:error:",
+        error, false, [&](const Operation& operation) -> bool {
+            constexpr std::string_view method = "PreparePackagedFilesForProtection";
+            const FailureWatch watch;
+            const SubstitutionMap params{{"<<USERNAME>>", username},
+                                         {"<<PASSWORD>>", password},
+                                         {"<<PACKAGEPATH>>", packagePath},
+                                         {"<<PACKAGEBYTECOUNT>>", packageSize.text()}};
+            std::optional<Error> callsOwn;
+            const auto result =
+                invokeSOAPMethodWithName(method, {}, params, &callsOwn, "", {backupServer});
+            const std::string message =
+                platform::formatText("WebMethod %@ returned %@ result", method, result);
+            OPERATION_LOG_INFO(operation, "%@", message);
+            if (saysSuccess(result))
+                return true;
+            if (callsOwn)
+                operation.fail(*callsOwn);
+            else
+                operation.fail(result ? FailureKind::refusedByService : watch.kind(), message);
+            return false;
+        });
 }
 
 } // namespace stowline

@@ -166,6 +166,15 @@ TEST(PreparePackage, ARefusalSaysWhatCameBack)
     EXPECT_FALSE(prepare(hostOf(server), nullptr));
 }
 
+TEST(PreparePackage, AnErrorOfEarlierIsNotTakenForTheCalls)
+{
+    const RawServer server(test::soapAnswer("<r>TooLarge</r>"));
+    const test::TestBundle bundle(packageSettings());
+    std::optional<Error> error = platform::makeError("stale", 1, "stale");
+    EXPECT_FALSE(prepare(hostOf(server), &error));
+    EXPECT_EQ(error->code, 250);
+}
+
 TEST(PreparePackage, TheCallsOwnErrorWins)
 {
     const test::TestBundle bundle(packageSettings());

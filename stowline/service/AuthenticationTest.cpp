@@ -48,6 +48,7 @@ TEST(Authenticate, AddsTheStatusAndLogsTheExpectedValues)
         if (line.function == "authenticateForUsername:withPassword:error:")
             lines.push_back(line.text);
         EXPECT_EQ(line.flag, kLogFlagInfo);
+        EXPECT_EQ(line.file, "WebServiceBroker");
         EXPECT_EQ(line.text.find("p&w"), std::string::npos);
     }
     EXPECT_EQ(lines,

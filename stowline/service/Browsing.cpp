@@ -1,55 +1,54 @@
 // Listing, searching and deleting what is stored, and what a restore needs.
 #include "stowline/platform/text/Text.h"
-#include "stowline/platform/text/UnicodeText.h"
 #include "stowline/platform/time/LocalTime.h"
+#include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/StringMethods.h"
-
-#include <charconv>
 
 namespace stowline {
 
 namespace {
 
-std::string decimal(std::int64_t number)
+/// Calls a method and judges its answer by the code of its result map. The slot holds the error
+/// afterwards, or nothing.
+/// @return the answer; absent unless it is accepted
+std::optional<Dictionary> acceptedAnswer(const Operation& operation, std::string_view method,
+                                         const SubstitutionMap& params)
 {
-    return platform::formatText("%qi", number);
-}
-
-/// An answer whose result map says "success".
-struct Judged {
-    std::optional<Dictionary> answer; ///< absent unless accepted
+    operation.clearError();
     std::optional<Error> error;
-};
-
-Judged judged(std::string_view method, const SubstitutionMap& params)
-{
-    Judged outcome;
-    const auto answer =
-        WebServiceBroker::invokeSOAPMethodWithName(method, {}, params, &outcome.error);
+    const auto answer = WebServiceBroker::invokeSOAPMethodWithName(method, {}, params, &error);
+    if (error)
+        operation.fail(*error);
     if (!answer)
-        return outcome;
+        return std::nullopt;
     const auto code = platform::valueAtKeyPath(*answer, std::string(method) + "Result.Code");
-    if (code && code->string() && platform::lowercased(*code->string()) == "success")
-        outcome.answer = *answer->dictionary();
-    else if (!outcome.error && code)
-        outcome.error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
-                                            WebServiceBroker::messageFromCode(code->text()),
-                                            FailureKind::refusedByService);
-    return outcome;
+    if (saysSuccess(code))
+        return *answer->dictionary();
+    if (code)
+        operation.fail(FailureKind::refusedByService,
+                       WebServiceBroker::messageFromCode(code->text()));
+    else
+        operation.failUntold(FailureKind::unreadableAnswer, "The service's answer to " +
+                                                                std::string(method) +
+                                                                " holds no result code.");
+    return std::nullopt;
 }
+
+enum class Entries { areStrings, areMaps };
 
 /// Several entries are an array as it is, a single one becomes an array of one, none an empty one.
-Array listAt(const Dictionary& answer, std::string_view keyPath, bool singleIsString)
+Array listAt(const Dictionary& answer, std::string_view keyPath, Entries entries)
 {
     const auto found = platform::valueAtKeyPath(answer, keyPath);
     if (!found)
         return {};
     if (const Array* list = found->array())
         return *list;
-    const bool isEntry =
-        singleIsString ? found->string() != nullptr : found->dictionary() != nullptr;
+    const bool isEntry = entries == Entries::areStrings ? found->string() != nullptr
+                                                        : found->dictionary() != nullptr;
     return isEntry ? Array{*found} : Array{};
 }
 
@@ -68,21 +67,14 @@ void readTotalCount(const Dictionary& answer, std::int64_t* totalCount)
         *totalCount = platform::leadingInteger(std::string_view(text).substr(start));
 }
 
-void storeAlways(ErrorSlot slot, const std::optional<Error>& error)
-{
-    if (slot)
-        *slot = error;
-}
-
 /// The end of every browsing operation.
-std::optional<Array> listOf(Judged judged, std::string_view keyPath, bool singleIsString,
-                            std::int64_t* totalCount, ErrorSlot error)
+std::optional<Array> listOf(const std::optional<Dictionary>& answer, std::string_view keyPath,
+                            Entries entries, std::int64_t* totalCount)
 {
-    storeAlways(error, judged.error);
-    if (!judged.answer)
+    if (!answer)
         return std::nullopt;
-    readTotalCount(*judged.answer, totalCount);
-    return listAt(*judged.answer, keyPath, singleIsString);
+    readTotalCount(*answer, totalCount);
+    return listAt(*answer, keyPath, entries);
 }
 
 /// The moment as the recovery wants it: the local clock, with the day American fashion.
@@ -98,16 +90,17 @@ std::string timeOfRecovery(Date moment)
 std::optional<Array> WebServiceBroker::getAccountSystemsForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> password,
     std::optional<std::string_view> backupServer, ErrorSlot error)
-try {
-    SubstitutionMap params;
-    setIfPresent(params, "<<USERNAME>>", username);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<SERVERNAME>>", backupServer);
-    return listOf(judged("GetAccountSystems", params), "systems.SystemInfo.SystemName", true,
-                  nullptr, error);
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation("getAccountSystemsForUsername:password:backupServer:error:", error,
+                        std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
+                            SubstitutionMap params;
+                            setIfPresent(params, "<<USERNAME>>", username);
+                            setIfPresent(params, "<<PASSWORD>>", password);
+                            setIfPresent(params, "<<SERVERNAME>>", backupServer);
+                            return listOf(acceptedAnswer(operation, "GetAccountSystems", params),
+                                          "systems.SystemInfo.SystemName", Entries::areStrings,
+                                          nullptr);
+                        });
 }
 
 std::optional<Array> WebServiceBroker::getAccountFilesAndFoldersForUserName(
@@ -115,36 +108,38 @@ std::optional<Array> WebServiceBroker::getAccountFilesAndFoldersForUserName(
     std::optional<std::string_view> backupServer, std::optional<std::string_view> systemName,
     std::optional<std::string_view> path, std::optional<std::string_view> sortField, bool ascending,
     std::int64_t startIndex, std::int64_t pageSize, std::int64_t* totalCountRes, ErrorSlot error)
-try {
-    SubstitutionMap params{{"<<SORTDIRECTION>>", ascending ? "Ascending" : "Descending"},
-                           {"<<STARTINDEX>>", decimal(startIndex)},
-                           {"<<PAGESIZE>>", decimal(pageSize)}};
-    setIfPresent(params, "<<USERNAME>>", username);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<SERVERNAME>>", backupServer);
-    setIfPresent(params, "<<SYSTEMNAME>>", systemName);
-    setIfPresent(params, "<<PATH>>", path);
-    setIfPresent(params, "<<SORTFIELD>>", sortField);
-    return listOf(judged("GetAccountFilesAndFolders", params), "items.FileInfo", false,
-                  totalCountRes, error);
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation(
+        "getAccountFilesAndFoldersForUserName:password:backupServer:systemName:path:sortField:"
+        "ascending:startIndex:pageSize:totalCountRes:error:",
+        error, std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
+            SubstitutionMap params{{"<<SORTDIRECTION>>", ascending ? "Ascending" : "Descending"},
+                                   {"<<STARTINDEX>>", startIndex},
+                                   {"<<PAGESIZE>>", pageSize}};
+            setIfPresent(params, "<<USERNAME>>", username);
+            setIfPresent(params, "<<PASSWORD>>", password);
+            setIfPresent(params, "<<SERVERNAME>>", backupServer);
+            setIfPresent(params, "<<SYSTEMNAME>>", systemName);
+            setIfPresent(params, "<<PATH>>", path);
+            setIfPresent(params, "<<SORTFIELD>>", sortField);
+            return listOf(acceptedAnswer(operation, "GetAccountFilesAndFolders", params),
+                          "items.FileInfo", Entries::areMaps, totalCountRes);
+        });
 }
 
 std::optional<Array> WebServiceBroker::getFileVersionsForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> password,
     std::optional<std::string_view> backupServer, std::int64_t fileID, ErrorSlot error)
-try {
-    SubstitutionMap params{{"<<FILEID>>", decimal(fileID)}};
-    setIfPresent(params, "<<USERNAME>>", username);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<SERVERNAME>>", backupServer);
-    return listOf(judged("GetFileVersions", params), "fileVersions.FileVersion", false, nullptr,
-                  error);
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation("getFileVersionsForUsername:password:backupServer:fileID:error:", error,
+                        std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
+                            SubstitutionMap params{{"<<FILEID>>", fileID}};
+                            setIfPresent(params, "<<USERNAME>>", username);
+                            setIfPresent(params, "<<PASSWORD>>", password);
+                            setIfPresent(params, "<<SERVERNAME>>", backupServer);
+                            return listOf(acceptedAnswer(operation, "GetFileVersions", params),
+                                          "fileVersions.FileVersion", Entries::areMaps, nullptr);
+                        });
 }
 
 std::optional<Array> WebServiceBroker::searchFilesForUsername(
@@ -152,51 +147,58 @@ std::optional<Array> WebServiceBroker::searchFilesForUsername(
     std::optional<std::string_view> backupServer, std::optional<std::string_view> systemName,
     std::optional<std::string_view> rootPath, std::optional<std::string_view> searchString,
     std::int64_t startIndex, std::int64_t count, std::int64_t* totalCountRes, ErrorSlot error)
-try {
-    SubstitutionMap params{{"<<SYSTEMNAME>>", systemName.value_or("")},
-                           {"<<PATH>>", rootPath.value_or("")},
-                           {"<<SEARCHINSUBFOLDERS>>", "1"},
-                           {"<<FILETYPE>>", ""},
-                           {"<<FILEEXTENSIONS>>", ""},
-                           {"<<SORTFIELD>>", "Name"},
-                           {"<<SORTDIRECTION>>", "Ascending"},
-                           {"<<STARTINDEX>>", decimal(startIndex)},
-                           {"<<PAGESIZE>>", decimal(count)}};
-    setIfPresent(params, "<<USERNAME>>", username);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<SERVERNAME>>", backupServer);
-    setIfPresent(params, "<<FILENAME>>", searchString);
-    return listOf(judged("SearchFilesEx", params), "items.FileInfo", false, totalCountRes, error);
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation("searchFilesForUsername:password:backupServer:systemName:rootPath:"
+                        "searchString:startIndex:count:totalCountRes:error:",
+                        error, std::nullopt,
+                        [&](const Operation& operation) -> std::optional<Array> {
+                            SubstitutionMap params{{"<<SYSTEMNAME>>", systemName.value_or("")},
+                                                   {"<<PATH>>", rootPath.value_or("")},
+                                                   {"<<SEARCHINSUBFOLDERS>>", "1"},
+                                                   {"<<FILETYPE>>", ""},
+                                                   {"<<FILEEXTENSIONS>>", ""},
+                                                   {"<<SORTFIELD>>", "Name"},
+                                                   {"<<SORTDIRECTION>>", "Ascending"},
+                                                   {"<<STARTINDEX>>", startIndex},
+                                                   {"<<PAGESIZE>>", count}};
+                            setIfPresent(params, "<<USERNAME>>", username);
+                            setIfPresent(params, "<<PASSWORD>>", password);
+                            setIfPresent(params, "<<SERVERNAME>>", backupServer);
+                            setIfPresent(params, "<<FILENAME>>", searchString);
+                            return listOf(acceptedAnswer(operation, "SearchFilesEx", params),
+                                          "items.FileInfo", Entries::areMaps, totalCountRes);
+                        });
 }
 
 std::optional<Value> WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
     const Value& fileVersion, std::string_view userName, std::string_view backupServer,
-    std::string_view errorMessage, ErrorSlot /*error*/)
-try {
-    const SubstitutionMap params{{"<<STRARRINP>>", fileVersion},
-                                 {"<<TIMEOFRECOVERY>>", timeOfRecovery(platform::currentDate())},
-                                 {"<<UNAME>>", userName},
-                                 {"<<ERRORMESSAGE>>", errorMessage}};
-    std::optional<Error> notHandedOn;
-    return invokeSOAPMethodWithName("getMetaDataAboutFilesToRecover", {}, params, &notHandedOn, "",
-                                    {backupServer});
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+    std::string_view errorMessage, ErrorSlot /*error: never written*/)
+{
+    return runOperation(
+        "getMetaDataAboutFilesToRecoverForFileVersion:userName:backupServer:errorMessage:error:",
+        nullptr, std::nullopt, [&](const Operation& /*operation*/) -> std::optional<Value> {
+            const SubstitutionMap params{
+                {"<<STRARRINP>>", fileVersion},
+                {"<<TIMEOFRECOVERY>>", timeOfRecovery(platform::currentDate())},
+                {"<<UNAME>>", userName},
+                {"<<ERRORMESSAGE>>", errorMessage}};
+            return invokeSOAPMethodWithName("getMetaDataAboutFilesToRecover", {}, params, nullptr,
+                                            "", {backupServer});
+        });
 }
 
 bool WebServiceBroker::deleteFileVersionWithFileListID(std::string_view fileListID,
                                                        std::string_view userName,
                                                        std::string_view backupServer)
-try {
-    const SubstitutionMap params{{"<<UNAME>>", userName}, {"<<FILELISTID>>", fileListID}};
-    const auto result =
-        invokeSOAPMethodWithName("DeleteFilesInBulk", {}, params, nullptr, "", {backupServer});
-    return result && result->string() && StringMethods::TW_parseBool(*result->string());
-} catch (const std::bad_alloc&) {
-    return false;
+{
+    return runOperation(
+        "deleteFileVersionWithFileListID:userName:backupServer:", nullptr, false,
+        [&](const Operation& /*operation*/) -> bool {
+            const SubstitutionMap params{{"<<UNAME>>", userName}, {"<<FILELISTID>>", fileListID}};
+            const auto result = invokeSOAPMethodWithName("DeleteFilesInBulk", {}, params, nullptr,
+                                                         "", {backupServer});
+            return result && result->string() && StringMethods::TW_parseBool(*result->string());
+        });
 }
 
 } // namespace stowline

@@ -1,6 +1,7 @@
 // Deleting a folder of a backed-up computer, which takes the service its time.
-#include "stowline/platform/text/UnicodeText.h"
+#include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/TagReading.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/StringMethods.h"
@@ -12,7 +13,7 @@ namespace {
 bool isAccepted(const std::optional<std::string>& answer)
 {
     const auto code = answer ? elementText(*answer, "Code") : std::nullopt;
-    return code && platform::lowercased(*code) == "success";
+    return code && isSuccessCode(*code);
 }
 
 SubstitutionMap processParams(std::optional<std::string_view> username,
@@ -32,48 +33,60 @@ std::optional<std::string> WebServiceBroker::beginDeleteFolderForUsername(
     std::optional<std::string_view> username, std::optional<std::string_view> password,
     std::optional<std::string_view> systemName, std::optional<std::string_view> path,
     std::string_view backupServer)
-try {
-    SubstitutionMap params;
-    setIfPresent(params, "<<USERNAME>>", username);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<SYSTEMNAME>>", systemName);
-    setIfPresent(params, "<<PATH>>", path);
-    const auto answer =
-        sendTemplateRequestWithName("BeginDeleteFolders", params, "", {backupServer});
-    return isAccepted(answer) ? elementText(*answer, "ProcessGuid") : std::nullopt;
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation(
+        "beginDeleteFolderForUsername:password:systemName:path:backupServer:", nullptr,
+        std::nullopt, [&](const Operation& operation) -> std::optional<std::string> {
+            SubstitutionMap params;
+            setIfPresent(params, "<<USERNAME>>", username);
+            setIfPresent(params, "<<PASSWORD>>", password);
+            setIfPresent(params, "<<SYSTEMNAME>>", systemName);
+            setIfPresent(params, "<<PATH>>", path);
+            const auto answer =
+                sendTemplateRequestWithName("BeginDeleteFolders", params, "", {backupServer});
+            if (!answer)
+                return std::nullopt;
+            auto processGuid =
+                isAccepted(answer) ? elementText(*answer, "ProcessGuid") : std::nullopt;
+            if (!processGuid)
+                operation.failUntold(FailureKind::refusedByService,
+                                     "The service did not begin to delete the folder.");
+            return processGuid;
+        });
 }
 
 bool WebServiceBroker::checkDeleteFolderForUsername(std::optional<std::string_view> username,
                                                     std::optional<std::string_view> password,
                                                     std::optional<std::string_view> processGuid,
                                                     std::string_view backupServer)
-try {
-    const auto answer = sendTemplateRequestWithName(
-        "CheckDeleteFolders", processParams(username, password, processGuid), "", {backupServer});
-    if (!isAccepted(answer))
-        return true;
-    for (const char* name : {"ProcessIsCompleted", "ProcessIsCancelled"}) {
-        const auto text = elementText(*answer, name);
-        if (!text || StringMethods::TW_parseBool(*text))
-            return true;
-    }
-    return false;
-} catch (const std::bad_alloc&) {
-    return false;
+{
+    return runOperation("checkDeleteFolderForUsername:password:processGuid:backupServer:", nullptr,
+                        true, [&](const Operation& /*operation*/) -> bool {
+                            const auto answer = sendTemplateRequestWithName(
+                                "CheckDeleteFolders",
+                                processParams(username, password, processGuid), "", {backupServer});
+                            if (!isAccepted(answer))
+                                return true;
+                            for (const char* name : {"ProcessIsCompleted", "ProcessIsCancelled"}) {
+                                const auto text = elementText(*answer, name);
+                                if (!text || StringMethods::TW_parseBool(*text))
+                                    return true;
+                            }
+                            return false;
+                        });
 }
 
 void WebServiceBroker::cancelDeleteFolderForUsername(std::optional<std::string_view> username,
                                                      std::optional<std::string_view> password,
                                                      std::optional<std::string_view> processGuid,
                                                      std::string_view backupServer)
-try {
-    (void)sendTemplateRequestWithName("BeginCancelDeleteFolders",
-                                      processParams(username, password, processGuid), "",
-                                      {backupServer});
-} catch (const std::bad_alloc&) {
-    // nothing to hand back
+{
+    runOperation("cancelDeleteFolderForUsername:password:processGuid:backupServer:", nullptr,
+                 [&](const Operation& /*operation*/) {
+                     (void)sendTemplateRequestWithName(
+                         "BeginCancelDeleteFolders", processParams(username, password, processGuid),
+                         "", {backupServer});
+                 });
 }
 
 } // namespace stowline

@@ -32,14 +32,27 @@ std::string releaseBytes(std::string_view output)
     return bytes;
 }
 
-using Result = std::expected<Dictionary, std::optional<Error>>;
+/// The tool's exit status when no answer came in its time.
+constexpr int kStatusOfTimeout = 252;
 
-const std::unexpected<std::optional<Error>> kNoAnswer{std::nullopt};
+using Result = std::expected<Dictionary, HelperFailure>;
 
-Result failure(const std::string& message, FailureKind kind)
+Result failure(const std::string& message, FailureKind kind, bool isTold = true)
 {
-    return std::unexpected(std::optional(
-        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message, kind)));
+    return std::unexpected(HelperFailure{
+        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message, kind),
+        isTold});
+}
+
+/// Of a run that gave no result.
+Result noAnswer(const platform::ChildAnswer& answer)
+{
+    const platform::ChildExit& exit = answer.exit;
+    const bool tookTooLong =
+        answer.endedByLimit || (exit.isKnown && !exit.bySignal && exit.status == kStatusOfTimeout);
+    return tookTooLong ? failure("The service did not answer in time.", FailureKind::timeOut, false)
+                       : failure("WebServiceCaller ended without an answer.",
+                                 FailureKind::helperFailed, false);
 }
 
 /// What a run that came to its end gave.
@@ -52,12 +65,12 @@ Result resultOf(const platform::ChildAnswer& answer)
                        FailureKind::tooLarge);
     const bool failed = answer.exit.isKnown ? !answer.exit.isSuccess() : answer.endedByLimit;
     if (failed || answer.output.empty())
-        return kNoAnswer;
+        return noAnswer(answer);
     const auto root = unarchive(answer.output);
     if (root && root->dictionary())
         return *root->dictionary();
     consoleLog(formatText("Error result type from WebServiceCaller:\n%@", root));
-    return kNoAnswer;
+    return failure("WebServiceCaller wrote no result.", FailureKind::helperFailed, false);
 }
 
 } // namespace
@@ -66,7 +79,8 @@ Result resultOfHelper(const WebServiceCallRequest& request)
 {
     const auto encoded = encodedRequest(request.dictionary());
     if (!encoded)
-        return kNoAnswer;
+        return failure("The request cannot be put into bytes.", FailureKind::unsendableValue,
+                       false);
     const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
     const auto answer = platform::runChild({.program = tool,
                                             .input = *encoded,

@@ -5,18 +5,23 @@
 #include "stowline/platform/values/Error.h"
 
 #include <expected>
-#include <optional>
 
 namespace stowline {
+
+/// Why there is no result.
+struct HelperFailure {
+    Error error;
+    bool isTold = true; ///< false: it ran and gave no result, which callers learn without an error
+};
 
 /// Runs WebServiceCaller with a request, and reads its answer.
 ///
 /// Where the system does not tell how the helper ended, since the host program ignores or collects
 /// the ends of its children itself, an answer that is whole counts, and nothing else does: the
 /// helper writes one only when the call is done.
-/// @return the result; or no error, when it ran and gave none; or the error, when it could not be
-///         started, answered with more than is taken, or the thread was asked to stop
-[[nodiscard]] std::expected<Dictionary, std::optional<Error>>
+/// @return the result; or why there is none: it could not be started, gave no answer, answered with
+///         more than is taken, or the thread was asked to stop
+[[nodiscard]] std::expected<Dictionary, HelperFailure>
 resultOfHelper(const WebServiceCallRequest& request);
 
 } // namespace stowline

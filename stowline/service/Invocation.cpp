@@ -1,7 +1,6 @@
 // The one path that every SOAP web method takes.
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
-#include "stowline/logging/LogMacros.h"
 #include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpMessage.h"
@@ -9,8 +8,9 @@
 #include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/HelperRun.h"
+#include "stowline/service/Operation.h"
+#include "stowline/service/SettingsTables.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 
 #include <algorithm>
 #include <array>
@@ -19,9 +19,7 @@ namespace stowline {
 
 namespace {
 
-constexpr std::string_view kInvocationName =
-    "invokeSOAPMethodWithName:withHeaderSubstitutions:withParamSubstitutions:error:"
-    "anyStringPlusUrlSubstitutions:";
+using platform::formatText;
 
 constexpr std::string_view kUnreachableMessage =
     "Sorry, we can't sign you in right now. Please check your Internet connection before trying "
@@ -31,18 +29,12 @@ constexpr std::string_view kUnreachableMessage =
 constexpr std::array<std::string_view, 3> kMethodsWithSecretAnswers{"DecryptString", "getenckey",
                                                                     "GetRestoreTicket"};
 
-void store(ErrorSlot slot, const Error& error)
+void failBeforeSending(const Operation& operation, std::string_view sentence, FailureKind kind)
 {
-    if (slot)
-        *slot = error;
-}
-
-Error failedBeforeSending(const std::string& message, FailureKind kind)
-{
-    Error error =
-        platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message, kind);
-    STOWLINE_LOG_ERROR("%@ call failed: %@", kInvocationName, error);
-    return error;
+    const Error error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
+                                            std::string(sentence), kind);
+    OPERATION_LOG_ERROR(operation, "%@ call failed: %@", operation.name(), error);
+    operation.fail(error);
 }
 
 /// What is wrong with a value that XML cannot carry; the value itself is not shown.
@@ -69,94 +61,7 @@ WebServiceCallRequest requestFor(std::string_view name, const Dictionary& method
             .soapHeaderSubstitutions = headerSubstitutions};
 }
 
-/// A result as the log may show it.
-std::string loggable(std::string_view method, const Dictionary& result)
-{
-    const bool secret =
-        std::find(kMethodsWithSecretAnswers.begin(), kMethodsWithSecretAnswers.end(), method) !=
-        kMethodsWithSecretAnswers.end();
-    return secret ? "(not shown)" : Value(result).text();
-}
-
-std::optional<Value> valueOfResult(const Dictionary& methodInfo, const Dictionary& result)
-{
-    const std::string* path = findString(methodInfo, methodKey::resultKeyPath);
-    if (!path)
-        return Value(result);
-    const Value* invocationResult = find(result, kWSMethodInvocationResult);
-    return invocationResult ? platform::valueAtKeyPath(*invocationResult, *path) : std::nullopt;
-}
-
-} // namespace
-
-std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
-    std::string_view name, const std::optional<SubstitutionMap>& headerSubstitutions,
-    const std::optional<SubstitutionMap>& paramSubstitutions, ErrorSlot error,
-    std::string_view /*anyString*/,
-    std::initializer_list<platform::FormatArgument> urlSubstitutions)
-try {
-    if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost())) {
-        store(error, failedBeforeSending(platform::Bundle::localizedString(kUnreachableMessage),
-                                         FailureKind::hostUnreachable));
-        return std::nullopt;
-    }
-    const auto methodInfo = WebServicesSettings::webMethodInfo(name);
-    if (!methodInfo) {
-        STOWLINE_LOG_ERROR(
-            "\nWebServiceBroker: the settings have no web service \"%@\". Please add "
-            "it to \"WebServices\".",
-            name);
-        return std::nullopt;
-    }
-    auto unsendable = unsendableValue(paramSubstitutions);
-    if (!unsendable)
-        unsendable = unsendableValue(headerSubstitutions);
-    if (unsendable) {
-        store(error, failedBeforeSending(*unsendable, FailureKind::unsendableValue));
-        return std::nullopt;
-    }
-
-    const auto received = resultOfHelper(
-        requestFor(name, *methodInfo, headerSubstitutions, paramSubstitutions, urlSubstitutions));
-    if (!received) {
-        if (const auto& failure = received.error()) {
-            STOWLINE_LOG_ERROR("%@ call failed: %@", kInvocationName, *failure);
-            store(error, *failure);
-        }
-        return std::nullopt;
-    }
-    const Dictionary result = prepareIncomingResultDictionary(*received);
-    STOWLINE_LOG_INFO("\nWebService %@ result = %@", name, loggable(name, result));
-    if (WSMethodResultIsFault(result)) {
-        STOWLINE_LOG_ERROR("WebService %@, Soap call returned fault, result = %@", name,
-                           loggable(name, result));
-        Error fault = errorFromFaultDictionary(result);
-        fault.kind = failureKindOf(result);
-        store(error, fault);
-        return std::nullopt;
-    }
-    return valueOfResult(*methodInfo, result);
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
-}
-
-std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
-    std::string_view name, const std::optional<SubstitutionMap>& soapHeaderSubstitutions,
-    const std::optional<SubstitutionMap>& soapParamSubstitutions, ErrorSlot error)
-try {
-    auto result = invokeSOAPMethodWithName(name, soapHeaderSubstitutions, soapParamSubstitutions,
-                                           error, "", {});
-    STOWLINE_LOG_INFO("\nisKindOfClass nsdictionary = %u", result && result->dictionary() ? 1 : 0);
-    if (const auto count = result ? result->count() : std::nullopt)
-        STOWLINE_LOG_INFO("\ncount is %@", *count);
-    return result;
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
-}
-
-Dictionary WebServiceBroker::prepareIncomingResultDictionary(const WebServiceCallResult& result)
+Dictionary preparedResult(const WebServiceCallResult& result)
 {
     Dictionary prepared = result;
     const auto message = prepared.find(kWSHTTPResponseMessage);
@@ -167,26 +72,164 @@ Dictionary WebServiceBroker::prepareIncomingResultDictionary(const WebServiceCal
     return prepared;
 }
 
-Error WebServiceBroker::errorFromFaultDictionary(const Dictionary& /*faultResult*/)
+Error faultError(FailureKind kind)
 {
     return platform::makeError(std::string(kServiceErrorDomain), kFaultErrorCode,
-                               "Web Service call returned fault", FailureKind::fault);
+                               "Web Service call returned fault", kind);
+}
+
+/// A result as the log may show it.
+std::string loggable(std::string_view method, const Dictionary& result)
+{
+    const bool secret =
+        std::find(kMethodsWithSecretAnswers.begin(), kMethodsWithSecretAnswers.end(), method) !=
+        kMethodsWithSecretAnswers.end();
+    return secret ? "(not shown)" : Value(result).text();
+}
+
+std::optional<Value> valueOfResult(const Operation& operation, const Dictionary& methodInfo,
+                                   const Dictionary& result)
+{
+    const std::string* path = findString(methodInfo, methodKey::resultKeyPath);
+    if (!path)
+        return Value(result);
+    const Value* invocationResult = find(result, kWSMethodInvocationResult);
+    auto value =
+        invocationResult ? platform::valueAtKeyPath(*invocationResult, *path) : std::nullopt;
+    if (!value)
+        operation.failUntold(FailureKind::unreadableAnswer,
+                             "The answer has nothing at \"" + *path + "\".");
+    return value;
+}
+
+void tellHelpersFailure(const Operation& operation, const HelperFailure& failure)
+{
+    if (!failure.isTold) {
+        operation.failUntold(failure.error);
+        return;
+    }
+    OPERATION_LOG_ERROR(operation, "%@ call failed: %@", operation.name(), failure.error);
+    operation.fail(failure.error);
+}
+
+/// One call of a web method.
+struct Call {
+    std::string_view name;
+    const std::optional<SubstitutionMap>& headerSubstitutions;
+    const std::optional<SubstitutionMap>& paramSubstitutions;
+    std::initializer_list<platform::FormatArgument> urlSubstitutions;
+};
+
+/// The method's entry of the settings when the call may be made; says why when it may not.
+std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Call& call)
+{
+    if (!Reachability::isHostReachable(settingsTables::reachabilityHost())) {
+        failBeforeSending(operation, platform::Bundle::localizedString(kUnreachableMessage),
+                          FailureKind::hostUnreachable);
+        return std::nullopt;
+    }
+    auto methodInfo = settingsTables::webMethod(call.name);
+    if (!methodInfo) {
+        OPERATION_LOG_ERROR(operation,
+                            "\nWebServiceBroker: the settings have no web service \"%@\". Please "
+                            "add it to \"WebServices\".",
+                            call.name);
+        operation.failUntold(FailureKind::invalidSettings,
+                             formatText("The settings have no web service \"%@\".", call.name));
+        return std::nullopt;
+    }
+    auto unsendable = unsendableValue(call.paramSubstitutions);
+    if (!unsendable)
+        unsendable = unsendableValue(call.headerSubstitutions);
+    if (!unsendable)
+        return methodInfo;
+    failBeforeSending(operation, *unsendable, FailureKind::unsendableValue);
+    return std::nullopt;
+}
+
+std::optional<Value> performed(const Operation& operation, const Call& call)
+{
+    const auto methodInfo = methodInfoToCall(operation, call);
+    if (!methodInfo)
+        return std::nullopt;
+    const auto received =
+        resultOfHelper(requestFor(call.name, *methodInfo, call.headerSubstitutions,
+                                  call.paramSubstitutions, call.urlSubstitutions));
+    if (!received) {
+        tellHelpersFailure(operation, received.error());
+        return std::nullopt;
+    }
+    const Dictionary result = preparedResult(*received);
+    OPERATION_LOG_INFO(operation, "\nWebService %@ result = %@", call.name,
+                       loggable(call.name, result));
+    if (!WSMethodResultIsFault(result))
+        return valueOfResult(operation, *methodInfo, result);
+    OPERATION_LOG_ERROR(operation, "WebService %@, Soap call returned fault, result = %@",
+                        call.name, loggable(call.name, result));
+    operation.fail(faultError(failureKindOf(result)));
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
+    std::string_view name, const std::optional<SubstitutionMap>& headerSubstitutions,
+    const std::optional<SubstitutionMap>& paramSubstitutions, ErrorSlot error,
+    std::string_view /*anyString*/,
+    std::initializer_list<platform::FormatArgument> urlSubstitutions)
+{
+    const Call call{name, headerSubstitutions, paramSubstitutions, urlSubstitutions};
+    return runOperation(
+        "invokeSOAPMethodWithName:withHeaderSubstitutions:withParamSubstitutions:error:"
+        "anyStringPlusUrlSubstitutions:",
+        error, std::nullopt,
+        [&](const Operation& operation) { return performed(operation, call); });
+}
+
+std::optional<Value> WebServiceBroker::invokeSOAPMethodWithName(
+    std::string_view name, const std::optional<SubstitutionMap>& soapHeaderSubstitutions,
+    const std::optional<SubstitutionMap>& soapParamSubstitutions, ErrorSlot error)
+{
+    return runOperation(
+        "invokeSOAPMethodWithName:soapHeaderSubstitutions:soapParamSubstitutions:error:", error,
+        std::nullopt, [&](const Operation& operation) -> std::optional<Value> {
+            auto result = invokeSOAPMethodWithName(name, soapHeaderSubstitutions,
+                                                   soapParamSubstitutions, error, "", {});
+            OPERATION_LOG_INFO(operation, "\nisKindOfClass nsdictionary = %u",
+                               result && result->dictionary() ? 1 : 0);
+            if (const auto count = result ? result->count() : std::nullopt)
+                OPERATION_LOG_INFO(operation, "\ncount is %@", *count);
+            return result;
+        });
+}
+
+Dictionary WebServiceBroker::prepareIncomingResultDictionary(const WebServiceCallResult& result)
+{
+    return orEmpty([&] { return preparedResult(result); });
+}
+
+Error WebServiceBroker::errorFromFaultDictionary(const Dictionary& /*faultResult*/)
+{
+    return orEmpty([] { return faultError(FailureKind::fault); });
 }
 
 std::string WebServiceBroker::messageFromCode(std::string_view code)
 {
-    const std::u32string characters = platform::codePointsOf(code);
-    std::string message;
-    std::size_t wordStart = 0;
-    for (std::size_t at = 1; at <= characters.size(); ++at) {
-        if (at < characters.size() && !platform::isUppercaseLetter(characters[at]))
-            continue;
-        const std::string word =
-            platform::textOf(std::u32string_view(characters).substr(wordStart, at - wordStart));
-        message += message.empty() ? platform::capitalized(word) : " " + platform::lowercased(word);
-        wordStart = at;
-    }
-    return message;
+    return orEmpty([&] {
+        const std::u32string characters = platform::codePointsOf(code);
+        std::string message;
+        std::size_t wordStart = 0;
+        for (std::size_t at = 1; at <= characters.size(); ++at) {
+            if (at < characters.size() && !platform::isUppercaseLetter(characters[at]))
+                continue;
+            const std::string word =
+                platform::textOf(std::u32string_view(characters).substr(wordStart, at - wordStart));
+            message +=
+                message.empty() ? platform::capitalized(word) : " " + platform::lowercased(word);
+            wordStart = at;
+        }
+        return message;
+    });
 }
 
 } // namespace stowline

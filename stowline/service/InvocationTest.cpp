@@ -6,6 +6,7 @@
 #include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/FailureWatch.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"
 
@@ -180,7 +181,9 @@ TEST(Invocation, AnUnknownMethodIsLoggedAndLeavesTheErrorAlone)
     const test::TestBundle bundle(test::settingsWith("M", method("u")));
     const Witness witness;
     std::optional<Error> error = platform::makeError("mine", 1, "kept");
+    const FailureWatch watch;
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("Other", {}, {}, &error));
+    EXPECT_EQ(watch.kind(), FailureKind::invalidSettings);
     EXPECT_EQ(error->domain, "mine");
     EXPECT_TRUE(witness.logged("\nWebServiceBroker: the settings have no web service \"Other\". "
                                "Please add it to \"WebServices\"."));
@@ -199,7 +202,18 @@ TEST(Invocation, AFaultIsError200WithoutTheServicesWords)
     EXPECT_EQ(error->kind, FailureKind::fault);
     EXPECT_EQ(error->localizedDescription(), "Web Service call returned fault");
     EXPECT_EQ(error->text().find("Database"), std::string::npos);
-    EXPECT_TRUE(witness.loggedLineWith("WebService M, Soap call returned fault, result = {"));
+    bool isLogged = false;
+    for (const auto& line : witness.logger->lines()) {
+        if (!line.text.starts_with("WebService M, Soap call returned fault, result = {"))
+            continue;
+        isLogged = true;
+        EXPECT_EQ(line.flag, kLogFlagError);
+        EXPECT_EQ(line.file, "WebServiceBroker");
+        EXPECT_EQ(line.function,
+                  "invokeSOAPMethodWithName:withHeaderSubstitutions:withParamSubstitutions:error:"
+                  "anyStringPlusUrlSubstitutions:");
+    }
+    EXPECT_TRUE(isLogged);
 }
 
 /// A call without a SOAP answer: to a server that answers so, or to an address.
@@ -280,6 +294,7 @@ TEST(Invocation, ValuesThatCannotBeSentAreNamedButNotShown)
 struct BadHelper {
     const char* name;
     const char* lines;
+    FailureKind kind = FailureKind::helperFailed;
 };
 
 std::ostream& operator<<(std::ostream& stream, const BadHelper& helper)
@@ -298,15 +313,18 @@ TEST_P(MisbehavingHelper, GivesAnAbsentResultAndLeavesNothingBehind)
     (void)WebServiceBroker::invokeSOAPMethodWithName("M", {}, {});
     const auto descriptors = test::openDescriptorCount();
     std::optional<Error> error = platform::makeError("mine", 1, "kept");
+    const FailureWatch watch;
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}, &error));
     EXPECT_EQ(error->domain, "mine");
+    EXPECT_EQ(watch.kind(), GetParam().kind);
     EXPECT_EQ(test::openDescriptorCount(), descriptors);
     EXPECT_FALSE(test::hasChildren());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Helpers, MisbehavingHelper,
-    testing::Values(BadHelper{"TimesOut", "exit 252"}, BadHelper{"WritesNothing", "exit 0"},
+    testing::Values(BadHelper{"TimesOut", "exit 252", FailureKind::timeOut},
+                    BadHelper{"WritesNothing", "exit 0"},
                     BadHelper{"WritesButFails", "echo x; exit 250"},
                     BadHelper{"IsKilled", "kill -9 $$"},
                     BadHelper{"DiesBeforeTheRelease", "exec 0<&-; echo garbage; exit 1"},
@@ -445,6 +463,14 @@ TEST(MessageFromCode, WritesCamelCaseAsWords)
     EXPECT_EQ(WebServiceBroker::messageFromCode("X"), "X");
     EXPECT_EQ(WebServiceBroker::messageFromCode("ÄrgerÜberall"), "Ärger überall");
     EXPECT_EQ(WebServiceBroker::messageFromCode("error404Found"), "Error404 found");
+}
+
+TEST(BrokerTemplates, AnAbsentMapFillsNothing)
+{
+    EXPECT_EQ(WebServiceBroker::expandTemplate("<<A>>", std::nullopt, true), "<<A>>");
+    EXPECT_EQ(
+        WebServiceBroker::expandTemplates(std::vector<std::string>{"<<A>>"}, std::nullopt, true),
+        std::vector<std::string>{"<<A>>"});
 }
 
 TEST(BrokerTemplates, AreThoseOfTheSoapFolder)

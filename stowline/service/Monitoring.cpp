@@ -1,6 +1,6 @@
 // Reporting to central monitoring.
-#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/time/LocalTime.h"
+#include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -20,27 +20,28 @@ std::string clientDate(Date moment)
                                 time.hour, time.minute, time.second);
 }
 
-std::string decimal(std::uint64_t number)
-{
-    return platform::formatText("%qu", number);
-}
-
 } // namespace
 
 std::optional<Dictionary> WebServiceBroker::centralMonitoringGetSettingsForUserName(
     std::optional<std::string_view> userName, std::optional<std::string_view> authToken,
     std::optional<std::string_view> systemName)
-try {
-    SubstitutionMap params;
-    setIfPresent(params, "<<USERNAME>>", userName);
-    setIfPresent(params, "<<AUTHTOKEN>>", authToken);
-    setIfPresent(params, "<<SYSTEMNAME>>", systemName);
-    const auto result = invokeSOAPMethodWithName("GetSettings", {}, params);
-    if (!result || !result->dictionary())
-        return std::nullopt;
-    return *result->dictionary();
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation("centralMonitoringGetSettingsForUserName:authToken:systemName:", nullptr,
+                        std::nullopt, [&](const Operation& operation) -> std::optional<Dictionary> {
+                            SubstitutionMap params;
+                            setIfPresent(params, "<<USERNAME>>", userName);
+                            setIfPresent(params, "<<AUTHTOKEN>>", authToken);
+                            setIfPresent(params, "<<SYSTEMNAME>>", systemName);
+                            const auto result = invokeSOAPMethodWithName("GetSettings", {}, params);
+                            if (!result)
+                                return std::nullopt;
+                            if (result->dictionary())
+                                return *result->dictionary();
+                            operation.failUntold(
+                                FailureKind::unreadableAnswer,
+                                "The monitoring service's settings are not a map.");
+                            return std::nullopt;
+                        });
 }
 
 bool WebServiceBroker::centralMonitoringLogEvent(
@@ -49,29 +50,39 @@ bool WebServiceBroker::centralMonitoringLogEvent(
     std::uint64_t errFilesSize, std::uint64_t totalFilesCount, std::uint64_t totalFilesSize,
     std::uint64_t unchangedFilesCount, std::uint64_t unchangedFilesSize,
     std::uint64_t uploadedFilesCount, std::uint64_t uploadedFilesSize)
-try {
-    const SubstitutionMap params{
-        {"<<EVENTTYPE>>", event},
-        {"<<USERNAME>>", userName},
-        {"<<AUTHTOKEN>>", authToken},
-        {"<<SYSTEMNAME>>", systemName},
-        {"<<BACKUPDURATION>>", platform::formatText("%d", duration)},
-        {"<<CLIENTVERSION>>", General::productVersion().value_or("")},
-        {"<<CLIENTDATE>>", clientDate(platform::currentDate())},
-        {"<<ISSCHEDULED>>", General::isScheduledLaunch() ? "true" : "false"},
-        {"<<ERRORFILESCOUNT>>", decimal(errFilesCount)},
-        {"<<ERRORFILESSIZE>>", decimal(errFilesSize)},
-        {"<<TOTALFILESCOUNT>>", decimal(totalFilesCount)},
-        {"<<TOTALFILESSIZE>>", decimal(totalFilesSize)},
-        {"<<UNCHANGEDFILESCOUNT>>", decimal(unchangedFilesCount)},
-        {"<<UNCHANGEDFILESSIZE>>", decimal(unchangedFilesSize)},
-        {"<<UPLOADEDFILESCOUNT>>", decimal(uploadedFilesCount)},
-        {"<<UPLOADEDFILESSIZE>>", decimal(uploadedFilesSize)}};
-    const auto answer = sendTemplateRequestWithName("LogEvent", params, "", {});
-    STOWLINE_LOG_INFO("LogEvent method result:\n%@", answer);
-    return answer && answer->find(kTokenFault) == std::string::npos;
-} catch (const std::bad_alloc&) {
-    return false;
+{
+    return runOperation(
+        "centralMonitoringLogEvent:userName:authToken:systemName:duration:errFilesCount:"
+        "errFilesSize:totalFilesCount:totalFilesSize:unchangedFilesCount:unchangedFilesSize:"
+        "uploadedFilesCount:uploadedFilesSize:",
+        nullptr, false, [&](const Operation& operation) -> bool {
+            const SubstitutionMap params{
+                {"<<EVENTTYPE>>", event},
+                {"<<USERNAME>>", userName},
+                {"<<AUTHTOKEN>>", authToken},
+                {"<<SYSTEMNAME>>", systemName},
+                {"<<BACKUPDURATION>>", duration},
+                {"<<CLIENTVERSION>>", General::productVersion().value_or("")},
+                {"<<CLIENTDATE>>", clientDate(platform::currentDate())},
+                {"<<ISSCHEDULED>>", General::isScheduledLaunch() ? "true" : "false"},
+                {"<<ERRORFILESCOUNT>>", errFilesCount},
+                {"<<ERRORFILESSIZE>>", errFilesSize},
+                {"<<TOTALFILESCOUNT>>", totalFilesCount},
+                {"<<TOTALFILESSIZE>>", totalFilesSize},
+                {"<<UNCHANGEDFILESCOUNT>>", unchangedFilesCount},
+                {"<<UNCHANGEDFILESSIZE>>", unchangedFilesSize},
+                {"<<UPLOADEDFILESCOUNT>>", uploadedFilesCount},
+                {"<<UPLOADEDFILESSIZE>>", uploadedFilesSize}};
+            const auto answer = sendTemplateRequestWithName("LogEvent", params, "", {});
+            OPERATION_LOG_INFO(operation, "LogEvent method result:\n%@", answer);
+            if (!answer)
+                return false;
+            if (answer->find(kTokenFault) == std::string::npos)
+                return true;
+            operation.failUntold(FailureKind::refusedByService,
+                                 "The monitoring service does not accept the token.");
+            return false;
+        });
 }
 
 } // namespace stowline

@@ -1,10 +1,10 @@
 // Reading stored content part by part, with a ticket.
-#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/http/HttpMessage.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FilledUrl.h"
+#include "stowline/service/Operation.h"
+#include "stowline/service/SettingsTables.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/Base64.h"
 #include "stowline/util/Crc32.h"
 #include "stowline/util/StringMethods.h"
@@ -52,12 +52,6 @@ std::optional<Number> numberIn(const Dictionary& headers, std::string_view name,
     return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
 }
 
-void store(ErrorSlot slot, const std::string& sentence)
-{
-    if (slot)
-        *slot = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence);
-}
-
 /// Reads what came with a part that the service says it hands out.
 FilePart partFrom(const Dictionary& headers, Data bytes, std::uint64_t offset, std::uint64_t length)
 {
@@ -77,11 +71,12 @@ FilePart partFrom(const Dictionary& headers, Data bytes, std::uint64_t offset, s
 }
 
 FilePart partFrom(const std::optional<Dictionary>& headers, Data bytes, std::uint64_t offset,
-                  std::uint64_t length, ErrorSlot error)
+                  std::uint64_t length, const Operation& operation)
 {
     const std::string* status = headers ? findString(*headers, "Status") : nullptr;
     if (!status) {
-        store(error, "The answer of the backup server is no part of a file.");
+        operation.fail(FailureKind::unreadableAnswer,
+                       "The answer of the backup server is no part of a file.");
         return {};
     }
     if (StringMethods::TW_parseBool(*status))
@@ -94,69 +89,74 @@ FilePart partFrom(const std::optional<Dictionary>& headers, Data bytes, std::uin
 
 bool WebServiceBroker::isRestoringConfigured()
 {
-    return WebServicesSettings::webMethodInfo(kGetTicket) &&
-           WebServicesSettings::webRequestInfo(kDownloadPart);
+    return orEmpty([] {
+        return settingsTables::webMethod(kGetTicket) && settingsTables::webRequest(kDownloadPart);
+    });
 }
 
 std::optional<RestoreTicket>
 WebServiceBroker::restoreTicketForUsername(std::string_view username, std::string_view password,
                                            std::string_view backupServer, ErrorSlot error)
-try {
-    if (!isRestoringConfigured()) {
-        store(error, std::string(kRestoringNotConfiguredMessage));
-        return std::nullopt;
-    }
-    const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
-    const auto result = invokeSOAPMethodWithName(kGetTicket, {}, params, error, "", {backupServer});
-    const Dictionary* answer = result ? result->dictionary() : nullptr;
-    const std::string* text = answer ? findString(*answer, "Ticket") : nullptr;
-    const auto seconds = answer ? numberIn<std::int64_t>(*answer, "SecondsToLive", 10)
-                                : std::optional<std::int64_t>();
-    if (!result)
-        return std::nullopt;
-    if (!text || !platform::isToken(*text) || seconds.value_or(0) <= 0) {
-        store(error, "The backup server gave no ticket for restoring.");
-        return std::nullopt;
-    }
-    return RestoreTicket{*text, *seconds};
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation(
+        "restoreTicketForUsername:password:backupServer:error:", error, std::nullopt,
+        [&](const Operation& operation) -> std::optional<RestoreTicket> {
+            if (!isRestoringConfigured()) {
+                operation.fail(FailureKind::invalidSettings, kRestoringNotConfiguredMessage);
+                return std::nullopt;
+            }
+            const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
+            const auto result =
+                invokeSOAPMethodWithName(kGetTicket, {}, params, error, "", {backupServer});
+            const Dictionary* answer = result ? result->dictionary() : nullptr;
+            const std::string* text = answer ? findString(*answer, "Ticket") : nullptr;
+            const auto seconds = answer ? numberIn<std::int64_t>(*answer, "SecondsToLive", 10)
+                                        : std::optional<std::int64_t>();
+            if (!result)
+                return std::nullopt;
+            if (!text || !platform::isToken(*text) || seconds.value_or(0) <= 0) {
+                operation.fail(FailureKind::unreadableAnswer,
+                               "The backup server gave no ticket for restoring.");
+                return std::nullopt;
+            }
+            return RestoreTicket{*text, *seconds};
+        });
 }
 
 FilePart WebServiceBroker::filePartForUsername(std::string_view username, std::string_view ticket,
                                                std::string_view versionId, std::uint64_t offset,
                                                std::uint64_t length, std::string_view backupServer,
                                                ErrorSlot error)
-try {
-    if (error)
-        error->reset();
-    const auto entry = WebServicesSettings::webRequestInfo(kDownloadPart);
-    if (!entry) {
-        store(error, std::string(kRestoringNotConfiguredMessage));
-        return {.outcome = FilePartOutcome::notConfigured};
-    }
-    const SubstitutionMap values{
-        {"<<BASE64USERNAME>>", Base64::base64EncodingWithLineLength(username, 0)},
-        {"<<TICKET>>", ticket},
-        {"<<VERSIONID>>", versionId},
-        {"<<OFFSET>>", offset},
-        {"<<LENGTH>>", length}};
-    const std::array<platform::FormatArgument, 1> server{backupServer};
-    std::optional<Dictionary> headers;
-    auto body = sendWebRequestWithURL(filledUrl(*entry, server), kDownloadPart, values,
-                                      std::nullopt, &headers, error);
-    if (!body)
-        return {};
-    FilePart part = partFrom(headers, std::move(*body), offset, length, error);
-    if (part.outcome != FilePartOutcome::read)
-        STOWLINE_LOG_ERROR("Version %@ cannot be read at %qu: %@", versionId, offset,
-                           part.reason.empty() ? "the answer is not as it must be"
-                                               : messageFromCode(part.reason));
-    return part;
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return {};
+{
+    return runOperation(
+        "filePartForUsername:ticket:versionId:offset:length:backupServer:error:", error, {},
+        [&](const Operation& operation) -> FilePart {
+            operation.clearError();
+            const auto entry = settingsTables::webRequest(kDownloadPart);
+            if (!entry) {
+                operation.fail(FailureKind::invalidSettings, kRestoringNotConfiguredMessage);
+                return {.outcome = FilePartOutcome::notConfigured};
+            }
+            const SubstitutionMap values{
+                {"<<BASE64USERNAME>>", Base64::base64EncodingWithLineLength(username, 0)},
+                {"<<TICKET>>", ticket},
+                {"<<VERSIONID>>", versionId},
+                {"<<OFFSET>>", offset},
+                {"<<LENGTH>>", length}};
+            const std::array<platform::FormatArgument, 1> server{backupServer};
+            std::optional<Dictionary> headers;
+            auto body = sendWebRequestWithURL(filledUrl(*entry, server), kDownloadPart, values,
+                                              std::nullopt, &headers, error);
+            if (!body)
+                return {};
+            FilePart part = partFrom(headers, std::move(*body), offset, length, operation);
+            if (part.outcome != FilePartOutcome::read)
+                OPERATION_LOG_ERROR(operation, "Version %@ cannot be read at %qu: %@", versionId,
+                                    offset,
+                                    part.reason.empty() ? "the answer is not as it must be"
+                                                        : messageFromCode(part.reason));
+            return part;
+        });
 }
 
 } // namespace stowline

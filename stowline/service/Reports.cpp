@@ -1,19 +1,15 @@
 // Telling the user what a backup came to: a summary for the service, an e-mail by way of it.
-#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/text/UnicodeText.h"
 #include "stowline/platform/time/DateFormatter.h"
+#include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
 namespace stowline {
 
 namespace {
-
-std::string decimal(std::int64_t number)
-{
-    return platform::formatText("%qi", number);
-}
 
 bool isConfirmed(const std::optional<Value>& result)
 {
@@ -31,53 +27,68 @@ void WebServiceBroker::sendBackupReportForUserName(
     std::int64_t numberOfFilesNotChanged, std::int64_t numberOfFilesBackedUp,
     std::int64_t numberOfFilesNotBackedUp, std::int64_t totalNumberOfFilesProcessed,
     std::uint64_t totalDataTransfered)
-try {
-    const platform::DateFormatter dates("yyyy-MM-dd HH:mm:ss");
-    SubstitutionMap params{
-        {"<<REPORTDATE>>", dates.stringFromDate(reportDate)},
-        {"<<BACKUPDATE>>", dates.stringFromDate(backupDate)},
-        {"<<NUMBEROFFILESNOTCHANGED>>", decimal(numberOfFilesNotChanged)},
-        {"<<NUMBEROFFILESBACKEDUP>>", decimal(numberOfFilesBackedUp)},
-        {"<<NUMBEROFFILESNOTBACKEDUP>>", decimal(numberOfFilesNotBackedUp)},
-        {"<<TOTALNUMBEROFFILESPROCESSED>>", decimal(totalNumberOfFilesProcessed)},
-        {"<<TOTALDATATRANSFERED>>", General::sizeString(totalDataTransfered)}};
-    setIfPresent(params, "<<USERNAME>>", userName);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<ACCOUNTUSERNAME>>", accountUserName);
-    setIfPresent(params, "<<MACHINENAME>>", machineName);
-    std::optional<Error> error;
-    const auto result = invokeSOAPMethodWithName("SendBackupSummaryReport", {}, params, &error);
-    const std::string* text = result ? result->string() : nullptr;
-    if (!text || platform::lowercased(*text) != "success")
-        STOWLINE_LOG_ERROR("Failed to send backup summary report with error %@", error);
-} catch (const std::bad_alloc&) {
-    // nothing to hand back
+{
+    runOperation(
+        "sendBackupReportForUserName:password:reportDate:accountUserName:machineName:backupDate:"
+        "numberOfFilesNotChanged:numberOfFilesBackedUp:numberOfFilesNotBackedUp:"
+        "totalNumberOfFilesProcessed:totalDataTransfered:",
+        nullptr, [&](const Operation& operation) {
+            const platform::DateFormatter dates("yyyy-MM-dd HH:mm:ss");
+            SubstitutionMap params{
+                {"<<REPORTDATE>>", dates.stringFromDate(reportDate)},
+                {"<<BACKUPDATE>>", dates.stringFromDate(backupDate)},
+                {"<<NUMBEROFFILESNOTCHANGED>>", numberOfFilesNotChanged},
+                {"<<NUMBEROFFILESBACKEDUP>>", numberOfFilesBackedUp},
+                {"<<NUMBEROFFILESNOTBACKEDUP>>", numberOfFilesNotBackedUp},
+                {"<<TOTALNUMBEROFFILESPROCESSED>>", totalNumberOfFilesProcessed},
+                {"<<TOTALDATATRANSFERED>>", General::sizeString(totalDataTransfered)}};
+            setIfPresent(params, "<<USERNAME>>", userName);
+            setIfPresent(params, "<<PASSWORD>>", password);
+            setIfPresent(params, "<<ACCOUNTUSERNAME>>", accountUserName);
+            setIfPresent(params, "<<MACHINENAME>>", machineName);
+            std::optional<Error> error;
+            const auto result =
+                invokeSOAPMethodWithName("SendBackupSummaryReport", {}, params, &error);
+            if (saysSuccess(result))
+                return;
+            if (result)
+                operation.failUntold(FailureKind::refusedByService,
+                                     "The service did not take the summary: " + result->text());
+            OPERATION_LOG_ERROR(operation, "Failed to send backup summary report with error %@",
+                                error);
+        });
 }
 
 bool WebServiceBroker::sendEmailTo(std::optional<std::string_view> to,
                                    std::optional<std::string_view> from,
                                    std::optional<std::string_view> subject,
                                    std::optional<std::string_view> body, bool isHTML)
-try {
-    if (!to || !from)
-        return false;
-    const char* html = isHTML ? "1" : "0";
-    const SubstitutionMap params{{"<<STRTOADDRESS>>", *to},
-                                 {"<<STRFROMADDRESS>>", *from},
-                                 {"<<STRSUBJECT>>", subject.value_or("")},
-                                 {"<<STRBODY>>", body.value_or("")},
-                                 {"<<BLNISHTMLFORMAT>>", html}};
-    std::optional<Error> error;
-    const auto result = invokeSOAPMethodWithName("sendEmail", {}, params, &error);
-    if (isConfirmed(result))
-        return true;
-    STOWLINE_LOG_ERROR(
-        "Error sending email, toAddress = %@, fromAddress = %@, subject = %@, body = "
-        "%@, isHTML = %@\nerror = %@",
-        to, from, subject.value_or(""), body.value_or(""), html, error);
-    return false;
-} catch (const std::bad_alloc&) {
-    return false;
+{
+    return runOperation(
+        "sendEmailTo:from:subject:body:isHTML:", nullptr, false,
+        [&](const Operation& operation) -> bool {
+            if (!to || !from)
+                return false;
+            const char* html = isHTML ? "1" : "0";
+            const SubstitutionMap params{{"<<STRTOADDRESS>>", *to},
+                                         {"<<STRFROMADDRESS>>", *from},
+                                         {"<<STRSUBJECT>>", subject.value_or("")},
+                                         {"<<STRBODY>>", body.value_or("")},
+                                         {"<<BLNISHTMLFORMAT>>", html}};
+            std::optional<Error> error;
+            const auto result = invokeSOAPMethodWithName("sendEmail", {}, params, &error);
+            if (isConfirmed(result))
+                return true;
+            if (result)
+                operation.failUntold(FailureKind::refusedByService,
+                                     "The service did not send the e-mail: " + result->text());
+            OPERATION_LOG_ERROR(
+                operation,
+                "Error sending email, toAddress = %@, fromAddress = %@, subject = %@, body = "
+                "%@, isHTML = %@\nerror = %@",
+                to, from, subject.value_or(""), body.value_or(""), html, error);
+            return false;
+        });
 }
 
 } // namespace stowline

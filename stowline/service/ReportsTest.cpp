@@ -1,5 +1,6 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/SoapAnswers.h"
 
@@ -86,7 +87,9 @@ TEST(BackupReport, FailuresAreLogged)
     const test::TestBundle bundle(
         settingsWith("SendBackupSummaryReport", methodEntry(server.url(), kReport, "r")));
     const Errors errors;
+    const FailureWatch watch;
     sendReport();
+    EXPECT_EQ(watch.kind(), FailureKind::refusedByService);
     EXPECT_EQ(errors.lines(),
               std::vector<std::string>{"Failed to send backup summary report with error (null)"});
 }

@@ -32,14 +32,16 @@ bool isOfKind(const Value& value, FieldKind kind)
         return value.array() != nullptr;
     case FieldKind::dictionary:
         return value.dictionary() != nullptr;
+    case FieldKind::boolean:
+        return value.boolean() != nullptr;
     }
     return false;
 }
 
 std::string_view nameOf(FieldKind kind)
 {
-    constexpr std::array<std::string_view, 4> names{"a string", "a number", "a list",
-                                                    "a dictionary"};
+    constexpr std::array<std::string_view, 5> names{"a string", "a number", "a list",
+                                                    "a dictionary", "true or false"};
     return names.at(static_cast<std::size_t>(kind));
 }
 

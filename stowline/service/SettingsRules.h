@@ -10,7 +10,7 @@
 
 namespace stowline {
 
-enum class FieldKind { string, number, list, dictionary };
+enum class FieldKind { string, number, list, dictionary, boolean };
 
 /// A key that an entry may have.
 struct KeyRule {
@@ -34,11 +34,12 @@ inline constexpr std::array kWebRequestKeys{
     KeyRule{webRequestKey::requestHeaders, FieldKind::list, false},
     KeyRule{webRequestKey::requestTimeout, FieldKind::number, false},
     KeyRule{webRequestKey::responseHeaderNames, FieldKind::list, false},
+    KeyRule{webRequestKey::plainContentLength, FieldKind::boolean, false},
 };
 inline constexpr std::array kTemplateKeys{
-    KeyRule{"URL", FieldKind::string, true},
-    KeyRule{"body", FieldKind::string, true},
-    KeyRule{"httpHeaders", FieldKind::dictionary, false},
+    KeyRule{templateKey::url, FieldKind::string, true},
+    KeyRule{templateKey::body, FieldKind::string, true},
+    KeyRule{templateKey::httpHeaders, FieldKind::dictionary, false},
 };
 /// Of the items of a list of parameters or headers, and of SOAP headers, which have no names.
 inline constexpr std::array kNamedTemplateKeys{

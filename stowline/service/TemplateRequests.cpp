@@ -6,9 +6,11 @@
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
 #include "stowline/service/FilledUrl.h"
+#include "stowline/service/Operation.h"
 #include "stowline/service/ResponseReader.h"
+#include "stowline/service/SettingsTables.h"
+#include "stowline/service/WebRequestKeys.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
 namespace stowline {
@@ -33,7 +35,7 @@ platform::HttpRequest requestFor(const Dictionary& entry, const std::string& url
         .method = "POST", .url = url, .headers = {}, .body = body, .bodyMustArrive = true};
     setHeader(request.headers, "User-Agent", General::userAgent());
     setHeader(request.headers, "Content-Length", formatText("%qu", body.size()));
-    const Dictionary* configured = findDictionary(entry, "httpHeaders");
+    const Dictionary* configured = findDictionary(entry, templateKey::httpHeaders);
     for (const auto& [name, value] : configured ? *configured : Dictionary())
         setHeader(request.headers, name, value.text());
     request.proxy = platform::systemProxyFor(url);
@@ -46,7 +48,38 @@ platform::HttpOutcome outcomeOf(platform::HttpRequest request)
     platform::HttpExchange exchange(std::move(request), {});
     if (exchange.wait(kTimeout))
         return exchange.takeOutcome();
-    return {.failure = "The request timed out."};
+    return {.failure = "The request timed out.", .reason = FailureKind::timeOut};
+}
+
+/// The entry's request, sent; says what went wrong.
+std::optional<std::string> answerTo(const Operation& operation, std::string_view name,
+                                    const SubstitutionMap& params,
+                                    std::span<const platform::FormatArgument> urlArguments)
+{
+    if (!Reachability::isHostReachable(settingsTables::reachabilityHost())) {
+        operation.failUntold(FailureKind::hostUnreachable, "The service is not reachable.");
+        return std::nullopt;
+    }
+    const auto entry = settingsTables::templateEntry(name);
+    if (!entry) {
+        consoleLog(formatText("Attemting to send request %@, but no template found", name));
+        operation.failUntold(FailureKind::invalidSettings,
+                             formatText("The settings have no template \"%@\".", name));
+        return std::nullopt;
+    }
+    const std::string url = filledUrl(*entry, urlArguments);
+    const std::string* bodyTemplate = findString(*entry, templateKey::body);
+    const std::string body = soap::expandTemplate(bodyTemplate ? *bodyTemplate : "", params, true);
+    auto outcome = outcomeOf(requestFor(*entry, usableUrl(url), body));
+    if (!outcome.response) {
+        consoleLog(formatText("Method %@, URL connection error: %@", name, outcome.failure));
+        operation.failUntold(outcome.reason, outcome.failure);
+        return std::nullopt;
+    }
+    if (platform::isValidUtf8(outcome.body))
+        return std::move(outcome.body);
+    operation.failUntold(FailureKind::unreadableAnswer, "The answer is not UTF-8.");
+    return std::nullopt;
 }
 
 } // namespace
@@ -54,28 +87,13 @@ platform::HttpOutcome outcomeOf(platform::HttpRequest request)
 std::optional<std::string> WebServiceBroker::sendTemplateRequestWithName(
     std::string_view name, const SubstitutionMap& params, std::string_view /*anyString*/,
     std::initializer_list<platform::FormatArgument> urlSubstitutions)
-try {
-    if (!Reachability::isHostReachable(WebServicesSettings::reachabilityHost()))
-        return std::nullopt;
-    const auto entry = WebServicesSettings::template_(name);
-    if (!entry) {
-        consoleLog(formatText("Attemting to send request %@, but no template found", name));
-        return std::nullopt;
-    }
-    const std::string url =
-        filledUrl(*entry, std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
-    const std::string* bodyTemplate = findString(*entry, "body");
-    const std::string body = expandTemplate(bodyTemplate ? *bodyTemplate : "", params, true);
-    auto outcome = outcomeOf(requestFor(*entry, usableUrl(url), body));
-    if (!outcome.response) {
-        consoleLog(formatText("Method %@, URL connection error: %@", name, outcome.failure));
-        return std::nullopt;
-    }
-    if (!platform::isValidUtf8(outcome.body))
-        return std::nullopt;
-    return std::move(outcome.body);
-} catch (const std::bad_alloc&) {
-    return std::nullopt;
+{
+    return runOperation(
+        "sendTemplateRequestWithName:params:anyStringPlusURLSubstitutions:", nullptr, std::nullopt,
+        [&](const Operation& operation) {
+            return answerTo(operation, name, params,
+                            std::span(urlSubstitutions.begin(), urlSubstitutions.size()));
+        });
 }
 
 } // namespace stowline

@@ -1,3 +1,4 @@
+#include "stowline/service/Operation.h"
 #include "stowline/service/WebServiceBroker.h"
 
 namespace stowline {
@@ -6,14 +7,16 @@ std::string WebServiceBroker::expandTemplate(std::string_view templateText,
                                              const SubstitutionMap& substitutions,
                                              bool escapeXmlEntities)
 {
-    return soap::expandTemplate(templateText, substitutions, escapeXmlEntities);
+    return orEmpty(
+        [&] { return soap::expandTemplate(templateText, substitutions, escapeXmlEntities); });
 }
 
 std::optional<std::vector<std::string>>
 WebServiceBroker::expandTemplates(const std::optional<std::vector<std::string>>& templates,
                                   const SubstitutionMap& substitutions, bool escapeXmlEntities)
 {
-    return soap::expandTemplates(templates, substitutions, escapeXmlEntities);
+    return orEmpty(
+        [&] { return soap::expandTemplates(templates, substitutions, escapeXmlEntities); });
 }
 
 } // namespace stowline

@@ -1,11 +1,12 @@
 // Sending a file part by part, and registering it once it is there.
-#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/text/Text.h"
-#include "stowline/platform/text/UnicodeText.h"
 #include "stowline/platform/time/DateText.h"
 #include "stowline/service/FilledUrl.h"
+#include "stowline/service/Operation.h"
+#include "stowline/service/ServiceAnswer.h"
+#include "stowline/service/SettingsTables.h"
+#include "stowline/service/WebRequest.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/Base64.h"
 #include "stowline/util/DateMethods.h"
 #include "stowline/util/StringMethods.h"
@@ -35,42 +36,48 @@ SubstitutionMap headerValues(std::string_view filename, std::string_view guid,
             {"<<BASE64SERVERDIRPATH>>", inBase64(serverUploadPath)}};
 }
 
-struct StepAnswer {
-    std::optional<Dictionary> headers; ///< when the request was answered
-    std::string status;                ///< "Status" as the log shows it
-    bool isAccepted = false;
-};
-
-/// Sends one of the two requests to a backup server and reads its "Status".
-StepAnswer send(std::string_view requestName, std::string_view backupServer,
-                const SubstitutionMap& substitutions, std::optional<std::string_view> body,
-                ErrorSlot error)
+/// Why a server that did not say "true" said so, for those who watch.
+void tellRefusal(const Operation& operation, const platform::HttpResponseMessage& response)
 {
-    const Dictionary entry =
-        WebServicesSettings::webRequestInfo(requestName).value_or(Dictionary());
-    const std::array<platform::FormatArgument, 1> server{backupServer};
-    std::optional<Error> wrong;
-    StepAnswer answer;
-    const auto received = WebServiceBroker::sendWebRequestWithURL(
-        filledUrl(entry, server), requestName, substitutions, body, &answer.headers, &wrong);
-    if (!received) {
-        if (wrong)
-            STOWLINE_LOG_ERROR("Web request error: %@", wrong->localizedDescription());
-        if (error)
-            *error = wrong;
-        return {};
-    }
-    if (!answer.headers)
-        answer.headers.emplace();
-    const std::string* status = findString(*answer.headers, "Status");
-    answer.isAccepted = status && StringMethods::TW_parseBool(*status);
-    answer.status = platform::FormatArgument(status ? status->c_str() : nullptr).text();
-    return answer;
+    const FailureKind kind = platform::kindOfStatus(response.statusCode);
+    operation.failUntold(kind == FailureKind::unreadableAnswer ? FailureKind::refusedByService
+                                                               : kind,
+                         "The backup server did not take the request: " + response.statusLine);
 }
 
-std::optional<Dictionary> headersIfAccepted(StepAnswer answer)
+/// Sends one of the two requests to a backup server and reads its "Status".
+/// @param logFormat of the line that shows the status
+/// @return the listed headers; absent when the server says no and when the request failed
+std::optional<Dictionary> acceptedHeaders(const Operation& operation, std::string_view requestName,
+                                          std::string_view backupServer,
+                                          const SubstitutionMap& substitutions,
+                                          std::optional<std::string_view> body,
+                                          std::string_view logFormat)
 {
-    return answer.isAccepted ? std::move(answer.headers) : std::nullopt;
+    const Dictionary entry = settingsTables::webRequest(requestName).value_or(Dictionary());
+    const std::array<platform::FormatArgument, 1> server{backupServer};
+    std::optional<Error> wrong;
+    const auto answer = performWebRequest({.url = filledUrl(entry, server),
+                                           .name = requestName,
+                                           .substitutions = substitutions,
+                                           .body = body},
+                                          &wrong);
+    if (!answer) {
+        if (wrong) {
+            OPERATION_LOG_ERROR(operation, "Web request error: %@", wrong->localizedDescription());
+            operation.fail(*wrong);
+        }
+        return std::nullopt;
+    }
+    operation.clearError(); // that there is none tells a "no" from a failure
+    const std::string* status = findString(answer->listedHeaders, "Status");
+    OPERATION_LOG_INFO(operation, logFormat, status ? status->c_str() : nullptr);
+    OPERATION_LOG_INFO(operation, "\nresultDictionary = %@", Value(answer->listedHeaders));
+    if (status && StringMethods::TW_parseBool(*status))
+        return answer->listedHeaders;
+    if (answer->response)
+        tellRefusal(operation, *answer->response);
+    return std::nullopt;
 }
 
 const char* bit(bool truth)
@@ -85,44 +92,38 @@ std::optional<Dictionary> WebServiceBroker::getServerFileInfoForClientFilename(
     std::optional<std::string_view> forUsername,
     std::optional<std::string_view> withServerUploadPath,
     std::optional<std::string_view> onBackupServer, ErrorSlot error)
-try {
-    if (!filename || !knownByGuid || !forUsername || !withServerUploadPath || !onBackupServer)
-        return std::nullopt;
-    StepAnswer answer =
-        send(kPartInfo, *onBackupServer,
-             headerValues(*filename, *knownByGuid, *forUsername, *withServerUploadPath),
-             std::nullopt, error);
-    if (!answer.headers)
-        return std::nullopt;
-    STOWLINE_LOG_INFO("\nWebServiceBroker.getServerFileInfoForclientFilemane. Status = %@",
-                      answer.status);
-    STOWLINE_LOG_INFO("\nresultDictionary = %@", Value(*answer.headers));
-    return headersIfAccepted(std::move(answer));
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation(
+        "getServerFileInfoForClientFilename:knownByGuid:forUsername:withServerUploadPath:"
+        "onBackupServer:error:",
+        error, std::nullopt, [&](const Operation& operation) -> std::optional<Dictionary> {
+            if (!filename || !knownByGuid || !forUsername || !withServerUploadPath ||
+                !onBackupServer)
+                return std::nullopt;
+            return acceptedHeaders(
+                operation, kPartInfo, *onBackupServer,
+                headerValues(*filename, *knownByGuid, *forUsername, *withServerUploadPath),
+                std::nullopt, "\nWebServiceBroker.getServerFileInfoForclientFilemane. Status = %@");
+        });
 }
 
 std::optional<Dictionary> WebServiceBroker::uploadForUser(
     std::string_view username, std::string_view data, std::string_view filePathname,
     std::uint64_t partSizeBytes, std::string_view toBackupServer, std::string_view serverUploadPath,
     std::string_view idForServerLogs, ErrorSlot error, std::string_view ticket)
-try {
-    if (error)
-        error->reset();
-    SubstitutionMap values =
-        headerValues(filePathname, idForServerLogs, username, serverUploadPath);
-    values.emplace("<<TICKET>>", ticket);
-    values.emplace("<<PORTIONSIZE>>", platform::formatText("%qu", partSizeBytes));
-    StepAnswer answer = send(kUploadPart, toBackupServer, values, data, error);
-    if (!answer.headers)
-        return std::nullopt;
-    STOWLINE_LOG_INFO("\nWebServiceBroker.uploadDataForUser. Status = %@", answer.status);
-    STOWLINE_LOG_INFO("\nresultDictionary = %@", Value(*answer.headers));
-    return headersIfAccepted(std::move(answer));
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+{
+    return runOperation(
+        "uploadForUser:data:filePathname:partSizeBytes:toBackupServer:serverUploadPath:"
+        "idForServerLogs:error:",
+        error, std::nullopt, [&](const Operation& operation) -> std::optional<Dictionary> {
+            operation.clearError();
+            SubstitutionMap values =
+                headerValues(filePathname, idForServerLogs, username, serverUploadPath);
+            values.emplace("<<TICKET>>", ticket);
+            values.emplace("<<PORTIONSIZE>>", partSizeBytes);
+            return acceptedHeaders(operation, kUploadPart, toBackupServer, values, data,
+                                   "\nWebServiceBroker.uploadDataForUser. Status = %@");
+        });
 }
 
 bool WebServiceBroker::protectUploadedFileForUser(
@@ -131,27 +132,31 @@ bool WebServiceBroker::protectUploadedFileForUser(
     std::string_view localFilename, std::string_view uploadPathGuidComponent,
     std::string_view sessionKey, Date localTime, std::uint64_t origFileSizeBytes,
     std::string_view fullServerFilePath, ErrorSlot outError)
-try {
-    const std::string path = "\\\\" + std::string(localVolume) +
-                             platform::replacingOccurrences(localDirectory, "/", "\\");
-    const SubstitutionMap params{
-        {"<<USERNAME>>", username},
-        {"<<PASSWORD>>", password},
-        {"<<SYSTEMNAME>>", localSystem},
-        {"<<PATH>>", path},
-        {"<<FILENAME>>", localFilename},
-        {"<<UNIQUEID>>", uploadPathGuidComponent},
-        {"<<SESSIONKEY>>", sessionKey},
-        {"<<LOCALTIME>>", DateMethods::TW_ISO8601DateTimeFromDate(localTime)},
-        {"<<ORIGINALFILESIZEINBYTES>>", origFileSizeBytes},
-        {"<<SERVERPATH>>", fullServerFilePath}};
-    const auto result =
-        invokeSOAPMethodWithName("ProtectFile", {}, params, outError, "", {backupServer});
-    STOWLINE_LOG_INFO("\nWebServiceBroker.protectUploadedFileForUser. result = %@", result);
-    return result.has_value();
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(outError, kServiceErrorDomain, kServiceErrorCode);
-    return false;
+{
+    return runOperation(
+        "protectUploadedFileForUser:password:backupServer:localSystem:localVolume:localDirectory:"
+        "localFilename:uploadPathGuidComponent:sessionKey:localTime:origFileSizeBytes:"
+        "fullServerFilePath:outError:",
+        outError, false, [&](const Operation& operation) -> bool {
+            const std::string path = "\\\\" + std::string(localVolume) +
+                                     platform::replacingOccurrences(localDirectory, "/", "\\");
+            const SubstitutionMap params{
+                {"<<USERNAME>>", username},
+                {"<<PASSWORD>>", password},
+                {"<<SYSTEMNAME>>", localSystem},
+                {"<<PATH>>", path},
+                {"<<FILENAME>>", localFilename},
+                {"<<UNIQUEID>>", uploadPathGuidComponent},
+                {"<<SESSIONKEY>>", sessionKey},
+                {"<<LOCALTIME>>", DateMethods::TW_ISO8601DateTimeFromDate(localTime)},
+                {"<<ORIGINALFILESIZEINBYTES>>", origFileSizeBytes},
+                {"<<SERVERPATH>>", fullServerFilePath}};
+            const auto result =
+                invokeSOAPMethodWithName("ProtectFile", {}, params, outError, "", {backupServer});
+            OPERATION_LOG_INFO(
+                operation, "\nWebServiceBroker.protectUploadedFileForUser. result = %@", result);
+            return result.has_value();
+        });
 }
 
 bool WebServiceBroker::protect2UploadedFileForUser(
@@ -161,28 +166,38 @@ bool WebServiceBroker::protect2UploadedFileForUser(
     Date clientDate, bool isDelta, std::string_view systemName, std::uint64_t cacheFileSize,
     std::string_view uniqueKey, bool iIsCompressed, std::uint64_t lngFileSizeInBytesFromClient,
     std::int64_t lngBaselinePkForThisDelta, ErrorSlot error)
-try {
-    const SubstitutionMap params{{"<<USERNAME>>", username},
-                                 {"<<PASSWORD>>", password},
-                                 {"<<ACTUALFILE_NAME>>", actualName},
-                                 {"<<ACTUALFILE_PATH>>", actualPath},
-                                 {"<<ACTUALFILE_SIZE>>", actualSize},
-                                 {"<<ENCRYPTEDFILE_NAME>>", encryptedName},
-                                 {"<<ENCRYPTEDFILE_PATH>>", encryptedPath},
-                                 {"<<ENCRYPTEDFILE_SIZE>>", encryptedSize},
-                                 {"<<CLIENTDATE>>", clientTimeString(clientDate)},
-                                 {"<<ISDELTA>>", bit(isDelta)},
-                                 {"<<SYSTEMNAME>>", systemName},
-                                 {"<<CACHEFILESIZE>>", cacheFileSize},
-                                 {"<<UNIQUEKEY>>", uniqueKey},
-                                 {"<<IISCOMPRESSED>>", bit(iIsCompressed)},
-                                 {"<<LNGFILESIZEINBYTESFROMCLIENT>>", lngFileSizeInBytesFromClient},
-                                 {"<<LNGBASELINEPKFORTHISDELTA>>", lngBaselinePkForThisDelta}};
-    const auto result = invokeSOAPMethodWithName("protect2", {}, params, error, "", {backupServer});
-    return result && result->string() && platform::lowercased(*result->string()) == "success";
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return false;
+{
+    return runOperation(
+        "protect2UploadedFileForUser:password:backupServer:actualName:actualPath:actualSize:"
+        "encryptedName:encryptedSize:encryptedPath:clientDate:isDelta:systemName:cacheFileSize:"
+        "uniqueKey:iIsCompressed:lngFileSizeInBytesFromClient:lngBaselinePkForThisDelta:error:",
+        error, false, [&](const Operation& operation) -> bool {
+            const SubstitutionMap params{
+                {"<<USERNAME>>", username},
+                {"<<PASSWORD>>", password},
+                {"<<ACTUALFILE_NAME>>", actualName},
+                {"<<ACTUALFILE_PATH>>", actualPath},
+                {"<<ACTUALFILE_SIZE>>", actualSize},
+                {"<<ENCRYPTEDFILE_NAME>>", encryptedName},
+                {"<<ENCRYPTEDFILE_PATH>>", encryptedPath},
+                {"<<ENCRYPTEDFILE_SIZE>>", encryptedSize},
+                {"<<CLIENTDATE>>", clientTimeString(clientDate)},
+                {"<<ISDELTA>>", bit(isDelta)},
+                {"<<SYSTEMNAME>>", systemName},
+                {"<<CACHEFILESIZE>>", cacheFileSize},
+                {"<<UNIQUEKEY>>", uniqueKey},
+                {"<<IISCOMPRESSED>>", bit(iIsCompressed)},
+                {"<<LNGFILESIZEINBYTESFROMCLIENT>>", lngFileSizeInBytesFromClient},
+                {"<<LNGBASELINEPKFORTHISDELTA>>", lngBaselinePkForThisDelta}};
+            const auto result =
+                invokeSOAPMethodWithName("protect2", {}, params, error, "", {backupServer});
+            if (saysSuccess(result))
+                return true;
+            if (result)
+                operation.failUntold(FailureKind::refusedByService,
+                                     "The service did not register the file: " + result->text());
+            return false;
+        });
 }
 
 Error WebServiceBroker::uploadErrorWith(const std::optional<Dictionary>& responseDictionary,

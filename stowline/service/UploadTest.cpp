@@ -1,6 +1,7 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"
@@ -109,6 +110,39 @@ TEST(UploadPart, NoIsNoError)
     }
 }
 
+TEST(UploadPart, ARefusedPartIsToldByWatchAndLog)
+{
+    const RawServer server(test::httpAnswer("<html>Bad Request</html>", 400));
+    const test::TestBundle bundle(uploadSettings());
+    const auto logger = std::make_shared<CountingLogger>();
+    DDLog::addLogger(logger);
+    const FailureWatch watch;
+    std::optional<Error> error;
+    EXPECT_FALSE(sendPart(hostOf(server), 5, &error));
+    EXPECT_FALSE(error);
+    EXPECT_EQ(watch.kind(), FailureKind::badRequest);
+    EXPECT_NE(watch.failure()->localizedDescription().find("400"), std::string::npos);
+    DDLog::flushLog();
+    bool isLogged = false;
+    for (const auto& line : logger->lines()) {
+        isLogged |= line.flag == kLogFlagError &&
+                    line.text.starts_with(
+                        "Web request named UploadFilePart was answered with: HTTP/1.1 400 ");
+        EXPECT_EQ(line.file, "WebServiceBroker");
+        EXPECT_TRUE(line.function.ends_with(":error:")) << line.function;
+    }
+    EXPECT_TRUE(isLogged);
+}
+
+TEST(UploadPart, ANoIsToldByTheWatch)
+{
+    const RawServer server(answerWithHeaders("Status: false\r\n"));
+    const test::TestBundle bundle(uploadSettings());
+    const FailureWatch watch;
+    EXPECT_FALSE(sendPart(hostOf(server), 5, nullptr));
+    EXPECT_EQ(watch.kind(), FailureKind::refusedByService);
+}
+
 TEST(UploadPart, LogsStatusAndAnswer)
 {
     const RawServer server(answerWithHeaders("status: true\r\nx-receivedbytes: 5\r\n"));
@@ -150,13 +184,13 @@ TEST(PartInfo, AnAbsentArgumentSendsNothing)
     EXPECT_TRUE(server.requests().empty());
 }
 
-TEST(PartInfo, SendsNoBodyAndKeepsTheErrorOfANo)
+TEST(PartInfo, SendsNoBodyAndClearsTheErrorOfANo)
 {
     const RawServer server(answerWithHeaders("Status: false\r\n"));
     const test::TestBundle bundle(uploadSettings());
-    std::optional<Error> error = platform::makeError("kept", 1, "kept");
+    std::optional<Error> error = platform::makeError("stale", 1, "stale");
     EXPECT_FALSE(askAbout(hostOf(server), &error));
-    EXPECT_EQ(error->domain, "kept"); // the server's no is no failure of the call
+    EXPECT_FALSE(error); // which tells the server's no from a failure
     const std::string request = server.requests().at(0);
     EXPECT_TRUE(request.starts_with("GET /GetServerPartInfo HTTP/1.1\r\n"));
     EXPECT_EQ(request.find("Content-Length"), std::string::npos);

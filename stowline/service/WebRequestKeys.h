@@ -1,4 +1,4 @@
-// Keys of an entry of the settings' "WebRequests" table.
+// Keys of the entries of the settings' "WebRequests" and "Templates" tables.
 #pragma once
 
 #include <string_view>
@@ -13,5 +13,15 @@ inline constexpr std::string_view requestTimeout = "requestTimeout";
 inline constexpr std::string_view responseHeaderNames = "responseHeaderNames";
 inline constexpr std::string_view name = "name";
 inline constexpr std::string_view templateText = "template";
+/// True where the server wants the length of a body as a plain number.
+inline constexpr std::string_view plainContentLength = "plainContentLength";
 
 } // namespace stowline::webRequestKey
+
+namespace stowline::templateKey {
+
+inline constexpr std::string_view url = "URL";
+inline constexpr std::string_view body = "body";
+inline constexpr std::string_view httpHeaders = "httpHeaders";
+
+} // namespace stowline::templateKey

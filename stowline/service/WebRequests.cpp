@@ -1,11 +1,13 @@
 // Plain HTTP requests that the settings describe.
-#include "stowline/logging/LogMacros.h"
+#include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/ListedHeaders.h"
+#include "stowline/service/Operation.h"
 #include "stowline/service/ResponseReader.h"
+#include "stowline/service/SettingsTables.h"
+#include "stowline/service/WebRequest.h"
 #include "stowline/service/WebRequestKeys.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 
 namespace stowline {
 
@@ -69,13 +71,15 @@ std::optional<Error> addHeaders(HttpRequest& request, const Dictionary& requestI
     const HeaderTemplates headers = headerTemplatesOf(requestInfo, requestName);
     if (headers.fault)
         return headers.fault;
-    const auto values = WebServiceBroker::expandTemplates(headers.templates, substitutions, false);
+    const auto values = soap::expandTemplates(headers.templates, substitutions, false);
     for (std::size_t i = 0; i < headers.names.size(); ++i)
         setHeader(request.headers, headers.names[i], (*values)[i]);
-    // The letter after the length is what the service reads.
+    // The letter after the length is what the service reads, unless the settings say otherwise.
+    const Value* plain = find(requestInfo, webRequestKey::plainContentLength);
+    const bool isPlainLength = plain && plain->boolean() && *plain->boolean();
     if (!request.body.empty())
         setHeader(request.headers, "Content-Length",
-                  platform::formatText("%luu", request.body.size()));
+                  platform::formatText(isPlainLength ? "%lu" : "%luu", request.body.size()));
     for (const HttpHeader& header : request.headers) {
         if (auto fault = unsendableValue(header))
             return fault;
@@ -89,53 +93,85 @@ double timeoutOf(const Dictionary& requestInfo)
     return timeout ? platform::FormatArgument(*timeout).real() : kDefaultTimeoutSeconds;
 }
 
+HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestInfo)
+{
+    const std::string* method = findString(requestInfo, webRequestKey::httpMethod);
+    const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
+    return {
+        .method = method ? *method : "GET",
+        .url = request.url,
+        // First of all, and set again to the client's own when the request is sent.
+        .headers = {{"User-Agent", ""}},
+        .body = request.body.value_or(""),
+        .version = version && *version == "1.0" ? platform::HttpVersion::http10
+                                                : platform::HttpVersion::http11,
+        .staysAtOrigin = !request.substitutions.empty(),
+        .bodyMustArrive = true,
+    };
+}
+
+std::optional<WebRequestAnswer> performed(const Operation& operation, const WebRequest& request)
+{
+    const Dictionary requestInfo = settingsTables::webRequest(request.name).value_or(Dictionary());
+    HttpRequest http = requestLineFor(request, requestInfo);
+    auto wrong = addHeaders(http, requestInfo, request.name, request.substitutions);
+    WebRequestAnswer answer;
+    if (wrong)
+        platform::consoleLog(platform::formatText("%@", wrong->localizedDescription()));
+    else if (auto body = readResponseForHTTPMessage(std::move(http), timeoutOf(requestInfo),
+                                                    &answer.response, &wrong))
+        answer.body = std::move(*body);
+    if (wrong) {
+        OPERATION_LOG_ERROR(operation, "Web request named %@ returned error: %@", request.name,
+                            *wrong);
+        operation.fail(*wrong);
+        return std::nullopt;
+    }
+    const Array* listed = findArray(requestInfo, webRequestKey::responseHeaderNames);
+    if (answer.response) {
+        answer.listedHeaders = listedHeaders(*answer.response, listed ? *listed : Array());
+        if (answer.response->statusCode >= 400)
+            OPERATION_LOG_ERROR(operation, "Web request named %@ was answered with: %@",
+                                request.name, answer.response->statusLine);
+    }
+    return answer;
+}
+
 } // namespace
+
+std::optional<WebRequestAnswer> performWebRequest(const WebRequest& request,
+                                                  ErrorSlot error) noexcept
+{
+    return runOperation(
+        "sendWebRequestWithURL:requestName:httpHeaderSubstitutions:requestBody:responseHeaders:"
+        "error:",
+        error, std::nullopt, [&](const Operation& operation) {
+            operation.clearError();
+            return performed(operation, request);
+        });
+}
 
 std::optional<Data>
 WebServiceBroker::sendWebRequestWithURL(std::string_view url, std::string_view requestName,
                                         const SubstitutionMap& httpHeaderSubstitutions,
                                         std::optional<std::string_view> requestBody,
                                         std::optional<Dictionary>* responseHeaders, ErrorSlot error)
-try {
+{
     if (responseHeaders)
         responseHeaders->reset();
-    if (error)
-        error->reset();
-    const Dictionary requestInfo =
-        WebServicesSettings::webRequestInfo(requestName).value_or(Dictionary());
-    const std::string* method = findString(requestInfo, webRequestKey::httpMethod);
-    const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
-    HttpRequest request{
-        .method = method ? *method : "GET",
-        .url = std::string(url),
-        // First of all, and set again to the client's own when the request is sent.
-        .headers = {{"User-Agent", ""}},
-        .body = requestBody.value_or(""),
-        .version = version && *version == "1.0" ? platform::HttpVersion::http10
-                                                : platform::HttpVersion::http11,
-        .staysAtOrigin = !httpHeaderSubstitutions.empty(),
-        .bodyMustArrive = true,
-    };
-    std::optional<Error> wrong;
-    std::optional<HttpResponseMessage> response;
-    std::optional<Data> body;
-    wrong = addHeaders(request, requestInfo, requestName, httpHeaderSubstitutions);
-    if (!wrong)
-        body = readResponseForHTTPMessage(std::move(request), timeoutOf(requestInfo),
-                                          responseHeaders ? &response : nullptr, &wrong);
-    if (wrong) {
-        STOWLINE_LOG_ERROR("Web request named %@ returned error: %@", requestName, *wrong);
-        if (error)
-            *error = wrong;
-        return std::nullopt;
-    }
-    const Array* listed = findArray(requestInfo, webRequestKey::responseHeaderNames);
-    if (response)
-        *responseHeaders = listedHeaders(*response, listed ? *listed : Array());
-    return body;
-} catch (const std::bad_alloc&) {
-    platform::storeNoMemory(error, kServiceErrorDomain, kServiceErrorCode);
-    return std::nullopt;
+    return runOperation("sendWebRequestWithURL:requestName:httpHeaderSubstitutions:requestBody:"
+                        "responseHeaders:error:",
+                        error, std::nullopt, [&](const Operation& /*operation*/) {
+                            auto answer =
+                                performWebRequest({.url = std::string(url),
+                                                   .name = requestName,
+                                                   .substitutions = httpHeaderSubstitutions,
+                                                   .body = requestBody},
+                                                  error);
+                            if (answer && answer->response && responseHeaders)
+                                *responseHeaders = std::move(answer->listedHeaders);
+                            return answer ? std::optional(std::move(answer->body)) : std::nullopt;
+                        });
 }
 
 } // namespace stowline

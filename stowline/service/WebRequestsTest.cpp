@@ -87,12 +87,41 @@ TEST(WebRequest, HeadersGoOutInOrderLaterOnesReplacingEarlierOnes)
         {{"httpMethod", "POST"},
          {"requestHeaders",
           Array{named("X-B", "<<B>> & <b>"), named("x-a", "1"), named("X-b", "<<B>>"),
-                named("User-Agent", "other"), named("X-Empty", ""), named("X-Open", "<<C>>")}}}));
+                named("User-Agent", "other"), named("X-Empty", ""), named("X-Blank", " \t "),
+                named("X-Open", "<<C>>")}}}));
     send(server.url(), "hello", {{"<<B>>", "v&w"}});
-    EXPECT_EQ(server.requests().at(0),
-              "POST / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
-                  "\r\nUser-Agent: Mac/5.2.1\r\nX-b: v&w\r\nx-a: 1\r\nX-Empty:\r\nX-Open: "
-                  "<<C>>\r\nContent-Length: 5u\r\n\r\nhello");
+    EXPECT_EQ(
+        server.requests().at(0),
+        "POST / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
+            "\r\nUser-Agent: Mac/5.2.1\r\nX-b: v&w\r\nx-a: 1\r\nX-Empty:\r\nX-Blank:\r\nX-Open: "
+            "<<C>>\r\nContent-Length: 5u\r\n\r\nhello");
+}
+
+TEST(WebRequest, TheLengthIsAPlainNumberWhereTheSettingsSaySo)
+{
+    const RawServer server(test::httpAnswer("ok"));
+    Dictionary requests;
+    for (const bool plain : {false, true})
+        requests.emplace(plain ? "plain" : "letter",
+                         Dictionary{{"httpMethod", "POST"}, {"plainContentLength", plain}});
+    const test::TestBundle bundle({{"WebRequests", requests}});
+    const auto ends = [&](const char* name, std::string_view end) {
+        EXPECT_TRUE(WebServiceBroker::sendWebRequestWithURL(server.url(), name, {}, "hello",
+                                                            nullptr, nullptr));
+        EXPECT_TRUE(server.requests().back().ends_with(end)) << server.requests().back();
+    };
+    ends("plain", "\r\nContent-Length: 5\r\n\r\nhello");
+    ends("letter", "\r\nContent-Length: 5u\r\n\r\nhello");
+}
+
+TEST(WebRequest, AFoldedHeaderKeepsWhatFollows)
+{
+    const RawServer server("HTTP/1.1 200 OK\r\nX-Long: one\r\n  two \r\n\tthree\r\nStatus: true\r\n"
+                           "Content-Length: 0\r\n\r\n");
+    const test::TestBundle bundle(
+        settingsWithRequest({{"responseHeaderNames", Array{"X-Long", "Status"}}}));
+    EXPECT_EQ(send(server.url()).headers,
+              (Dictionary{{"X-Long", "one two three"}, {"Status", "true"}}));
 }
 
 TEST(WebRequest, EmptyAndAbsentBodiesSendNoLength)
@@ -154,6 +183,7 @@ TEST(WebRequest, AValueCannotWriteHeaders)
                   "The value of the header \"X-Name\" holds a line break or a NUL character, which "
                   "cannot be sent.");
         EXPECT_EQ(outcome.error->kind, FailureKind::unsendableValue);
+        EXPECT_EQ(outcome.console, std::vector<std::string>{outcome.error->localizedDescription()});
     }
     EXPECT_TRUE(server.requests().empty());
 }

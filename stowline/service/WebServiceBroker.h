@@ -39,9 +39,12 @@ inline constexpr std::string_view kRestoringNotConfiguredMessage =
 /// they belong on worker threads. An error slot may be null; it is written or cleared only where an
 /// operation says so.
 ///
-/// They throw nothing. One that finds no memory ends without a result and stores code 250 in its
-/// slot, as long as there is memory for that; those that only put texts together throw
-/// std::bad_alloc, as the standard library does.
+/// They throw nothing, for any reason. One that finds no memory or no thread, or ends in a way that
+/// nobody foresaw, ends without a result and stores code 250 in its slot, as long as there is
+/// memory for that (kinds noMemory, noThread and unexpected); those that only put texts together
+/// hand back an empty one.
+///
+/// A FailureWatch learns what the slots and results do not tell.
 class WebServiceBroker {
 public:
     WebServiceBroker() = delete;
@@ -58,7 +61,8 @@ public:
     authenticateForUsername(std::string_view username, std::string_view password, ErrorSlot error);
 
     /// Opens an account: web method "CreateAccount". Not safe to repeat.
-    /// @param error see invokeSOAPMethodWithName(); a refusal by the service leaves it untouched
+    /// @param error see invokeSOAPMethodWithName(); cleared when the service answers, also when it
+    ///        refuses
     /// @return true exactly when the service answers "Success" in any mix of cases.
     [[nodiscard]] static bool creatAccountWithFirstname(std::string_view firstname,
                                                         std::string_view username,
@@ -115,8 +119,8 @@ public:
     /// Announces that the files of a package are about to be protected: web method
     /// "PreparePackagedFilesForProtection".
     /// @param packageSize a number, in bytes
-    /// @param error the call's own error, which wins; else, when the slot is empty, code 250 with
-    ///        "WebMethod … returned … result"
+    /// @param error the call's own error, which wins; else code 250 with "WebMethod … returned …
+    ///        result"
     /// @return true exactly when the service answers "success" in any mix of cases.
     [[nodiscard]] static bool preparePackagedFilesForProtectionForUserName(
         std::string_view username, std::string_view password, std::string_view backupServer,
@@ -260,9 +264,8 @@ public:
 
     /// What a backup server holds of a file: web request "GetServerPartInfo". Safe to repeat.
     /// @param filename, forUsername, withServerUploadPath travel in Base64: any bytes
-    /// @param error stored when the request failed; untouched when an argument is absent (nothing
-    /// is
-    ///        sent then) and when the server says no
+    /// @param error stored when the request failed, cleared when the server answered, also when it
+    ///        says no; untouched when an argument is absent (nothing is sent then)
     /// @return the response headers that the settings list, when the server's "Status" is true.
     [[nodiscard]] static std::optional<Dictionary> getServerFileInfoForClientFilename(
         std::optional<std::string_view> filename, std::optional<std::string_view> knownByGuid,
@@ -316,8 +319,12 @@ public:
         const std::optional<Dictionary>& responseDictionary, std::string_view uploadFileInfo,
         std::string_view additionalInfo, const Arguments&... arguments)
     {
-        return uploadErrorWith(responseDictionary, uploadFileInfo,
-                               platform::formatText(additionalInfo, arguments...));
+        try {
+            return uploadErrorWith(responseDictionary, uploadFileInfo,
+                                   platform::formatText(additionalInfo, arguments...));
+        } catch (...) {
+            return {.domain = {}, .code = kServiceErrorCode, .userInfo = {}};
+        }
     }
 
     /// A moment in universal time as "2014-03-07 09:05:00".
@@ -359,7 +366,8 @@ public:
 
     /// Sends a request that the settings' "WebRequests" describe, in process, and reads its whole
     /// body. The status of the response is not judged. Redirects are followed, but a body goes to
-    /// no other server. Nothing is repeated here.
+    /// no other server. An answer of more than 64 MiB, headers included, is a failure
+    /// (kind tooLarge). A status of 400 and more is logged. Nothing is repeated here.
     /// @param url the request's whole address; the entry's is not read
     /// @param requestName key of the table; an entry that is missing is one without any key
     /// @param httpHeaderSubstitutions fill the header templates, unescaped
@@ -432,13 +440,26 @@ public:
 
     // ---- Templates (Templates.cpp) ----
 
-    /// See soap::expandTemplate and soap::expandTemplates.
+    /// See soap::expandTemplate and soap::expandTemplates. An absent map is an empty one. For want
+    /// of memory the text is empty, the list absent.
     [[nodiscard]] static std::string expandTemplate(std::string_view templateText,
                                                     const SubstitutionMap& substitutions,
                                                     bool escapeXmlEntities);
+    [[nodiscard]] static std::string expandTemplate(std::string_view templateText,
+                                                    std::nullopt_t /*noSubstitutions*/,
+                                                    bool escapeXmlEntities)
+    {
+        return expandTemplate(templateText, SubstitutionMap(), escapeXmlEntities);
+    }
     [[nodiscard]] static std::optional<std::vector<std::string>>
     expandTemplates(const std::optional<std::vector<std::string>>& templates,
                     const SubstitutionMap& substitutions, bool escapeXmlEntities);
+    [[nodiscard]] static std::optional<std::vector<std::string>>
+    expandTemplates(const std::optional<std::vector<std::string>>& templates,
+                    std::nullopt_t /*noSubstitutions*/, bool escapeXmlEntities)
+    {
+        return expandTemplates(templates, SubstitutionMap(), escapeXmlEntities);
+    }
 
 private:
     [[nodiscard]] static Error uploadErrorWith(const std::optional<Dictionary>& responseDictionary,

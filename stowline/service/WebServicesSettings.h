@@ -11,9 +11,10 @@
 namespace stowline {
 
 /// A property list in the main bundle's resource folder, named by the information dictionary's
-/// "TW_WebServicesSettingsFilename". It is loaded once, when first asked for; a file that is
+/// "TW_WebServicesSettingsFilename"; the name is appended to the folder's path, and one that leads
+/// out of the folder names no file. It is loaded once, when first asked for; a file that is
 /// missing or no dictionary stays missing, and every lookup is then absent. Nothing is checked or
-/// defaulted here. Any thread.
+/// defaulted here. Any thread. Nothing is thrown; for want of memory a lookup is absent.
 class WebServicesSettings {
 public:
     WebServicesSettings() = delete;

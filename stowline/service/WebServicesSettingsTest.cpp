@@ -51,6 +51,37 @@ TEST(WebServicesSettings, AMissingFileStaysMissing)
     EXPECT_FALSE(WebServicesSettings::linkForKey("Help"));
 }
 
+/// Whether settings are found, with a file "Own.plist" beside, in and above the resource folder.
+bool findsSettingsNamed(const char* name)
+{
+    const test::TestBundle bundle({}, {{"TW_WebServicesSettingsFilename", name}});
+    const std::string bytes = platform::writeXmlPropertyList(everyTable()).value();
+    bundle.folder().write("Own.plist", bytes);
+    bundle.folder().write("Resources/Own.plist", bytes);
+    bundle.folder().write("Resources/inner/Own.plist", bytes);
+    return WebServicesSettings::settingsDictionary().has_value();
+}
+
+TEST(WebServicesSettings, ALeadingSlashIsNotTheRootOfTheFileSystem)
+{
+    EXPECT_TRUE(findsSettingsNamed("/Own.plist"));
+}
+
+TEST(WebServicesSettings, MayLieDeeperInTheResourceFolder)
+{
+    EXPECT_TRUE(findsSettingsNamed("inner/../inner/Own.plist"));
+}
+
+TEST(WebServicesSettings, NoNameLeadsOutOfTheResourceFolder)
+{
+    EXPECT_FALSE(findsSettingsNamed("../Own.plist"));
+}
+
+TEST(WebServicesSettings, NoNameLeadsOutOfTheResourceFolderByARoundabout)
+{
+    EXPECT_FALSE(findsSettingsNamed("inner/../../Own.plist"));
+}
+
 TEST(WebServicesSettings, AFileThatIsNoDictionaryIsAbsent)
 {
     const test::TestBundle bundle({});

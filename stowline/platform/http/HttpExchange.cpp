@@ -303,8 +303,14 @@ private:
                 add(std::string(unwanted) + ":");
         }
         for (const auto& [name, value] : request_.headers)
-            add(std::string(name).append(value.empty() ? ";" : ": ").append(value));
+            add(isBlank(value) ? name + ";" // which sends it without a value
+                               : name + ": " + value);
         curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.get());
+    }
+
+    static bool isBlank(std::string_view text)
+    {
+        return text.find_first_not_of(" \t") == std::string_view::npos;
     }
 
     bool hasHeader(std::string_view wanted) const

@@ -26,6 +26,19 @@ std::string_view withoutBlanks(std::string_view text)
     return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
+bool isBlank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+/// Adds what stands in a further line to a value.
+void goOn(std::string& value, std::string_view more)
+{
+    if (!value.empty() && !more.empty())
+        value += ' ';
+    value += more;
+}
+
 } // namespace
 
 bool isToken(std::string_view text)
@@ -35,6 +48,20 @@ bool isToken(std::string_view text)
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                marks.find(c) != std::string_view::npos;
     });
+}
+
+FailureKind kindOfStatus(int status)
+{
+    switch (status) {
+    case 400:
+        return FailureKind::badRequest;
+    case 407:
+        return FailureKind::proxyRefused;
+    case 413:
+        return FailureKind::requestTooLarge;
+    default:
+        return FailureKind::unreadableAnswer;
+    }
 }
 
 HttpResponseMessage HttpResponseMessage::fromBytes(std::string_view bytes)
@@ -51,6 +78,11 @@ HttpResponseMessage HttpResponseMessage::fromBytes(std::string_view bytes)
         const std::string_view line = takeLine(bytes);
         if (line.empty())
             break;
+        if (isBlank(line.front())) {
+            if (!message.headers.empty())
+                goOn(message.headers.back().second, withoutBlanks(line));
+            continue;
+        }
         const auto colon = line.find(':');
         if (colon != std::string_view::npos)
             message.headers.emplace_back(line.substr(0, colon),

@@ -1,7 +1,7 @@
 // Pieces of HTTP/1 messages; a response as bytes, read again.
 #pragma once
 
-#include "stowline/platform/values/Value.h"
+#include "stowline/platform/values/Error.h"
 
 #include <string>
 #include <string_view>
@@ -10,11 +10,16 @@
 
 namespace stowline::platform {
 
-/// A header field: name as written, value without surrounding blanks.
+/// A header field: name as written, value without surrounding blanks; a value that goes on in
+/// further lines, which begin with a blank, is one text, joined by blanks (RFC 9112 section 5.2).
 using HttpHeader = std::pair<std::string, std::string>;
 
 /// Whether a text is a token, as methods and names of header fields are (RFC 9110 section 5.6.2).
 [[nodiscard]] bool isToken(std::string_view text);
+
+/// What kind of failure a status tells of where the answer is not what was asked for: badRequest,
+/// proxyRefused or requestTooLarge; unreadableAnswer for every other.
+[[nodiscard]] FailureKind kindOfStatus(int status);
 
 /// A response taken apart (RFC 9112): made from its bytes, status line first.
 struct HttpResponseMessage {

@@ -1,0 +1,117 @@
+#include "stowline/service/Operation.h"
+
+#include "stowline/service/FailureWatch.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <new>
+#include <system_error>
+
+namespace stowline {
+
+namespace {
+
+// Of this thread, the innermost each.
+thread_local FailureWatch* watch = nullptr;
+thread_local const Operation* running = nullptr;
+
+Error layersError(FailureKind kind, std::string_view sentence)
+{
+    return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
+                               std::string(sentence), kind);
+}
+
+/// The exception that is being handled, as an error.
+Error handledException()
+{
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return layersError(FailureKind::noMemory,
+                           "There is not enough memory. Please close programs and try again.");
+    } catch (const std::system_error& fault) {
+        if (fault.code() == std::errc::resource_unavailable_try_again)
+            return layersError(FailureKind::noThread, "The system has no thread left. Please close "
+                                                      "programs and try again.");
+        return layersError(FailureKind::unexpected,
+                           std::string("The operation failed unexpectedly: ") + fault.what() + ".");
+    } catch (const std::exception& fault) {
+        return layersError(FailureKind::unexpected,
+                           std::string("The operation failed unexpectedly: ") + fault.what() + ".");
+    } catch (...) {
+        return layersError(FailureKind::unexpected, "The operation failed unexpectedly.");
+    }
+}
+
+} // namespace
+
+FailureWatch::FailureWatch() noexcept : outer_(watch)
+{
+    watch = this;
+}
+
+FailureWatch::~FailureWatch()
+{
+    watch = outer_;
+}
+
+Operation::Operation(const char* name, ErrorSlot error) noexcept
+    : name_(name), error_(error), outer_(running)
+{
+    running = this;
+    if (outer_)
+        return;
+    for (FailureWatch* one = watch; one; one = one->outer_)
+        one->failure_.reset();
+}
+
+Operation::~Operation()
+{
+    running = outer_;
+}
+
+void Operation::note(const Error& error) const
+{
+    for (const Operation* one = this; one; one = one->outer_)
+        one->hasFailed_ = true;
+    for (FailureWatch* one = watch; one; one = one->outer_) {
+        if (!one->failure_)
+            one->failure_ = error;
+    }
+}
+
+void Operation::fail(const Error& error) const
+{
+    if (error_)
+        *error_ = error;
+    note(error);
+}
+
+void Operation::fail(FailureKind kind, std::string_view sentence) const
+{
+    fail(layersError(kind, sentence));
+}
+
+void Operation::failUntold(FailureKind kind, std::string_view sentence) const
+{
+    note(layersError(kind, sentence));
+}
+
+void Operation::failWithException() const noexcept
+{
+    try {
+        const Error error = handledException();
+        fail(error);
+        if (error.kind == FailureKind::unexpected)
+            OPERATION_LOG_ERROR(*this, "%@ ended by an exception: %@", name_, error);
+    } catch (...) {
+        clearError(); // nothing is left to make an error of
+    }
+}
+
+void Operation::clearError() const noexcept
+{
+    if (error_)
+        error_->reset();
+}
+
+} // namespace stowline
