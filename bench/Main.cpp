@@ -34,10 +34,11 @@ int main(int count, char** words)
         {"call", {measureCalls, measureParsing, measureExpansion}},
         {"log", {measureLogging, measureFileLogging}},
         {"util", {measureUtilities, measureStore}},
-        {"upload", {measureUploads}}};
+        {"upload", {measureUploads}},
+        {"tree", {measureTrees}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log|util|upload\n");
+        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree\n");
         return 2;
     }
     for (const auto& measure : subject->second)

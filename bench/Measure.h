@@ -48,5 +48,6 @@ void measureExpansion();
 void measureUtilities();
 void measureStore();
 void measureUploads();
+void measureTrees();
 
 } // namespace stowline::bench
