@@ -129,7 +129,8 @@ std::optional<std::size_t> Value::count() const
     return std::nullopt;
 }
 
-bool operator==(const Value& left, const Value& right)
+// A friend that is declared inside its class is hidden, whatever stands around the class.
+[[gnu::visibility("default")]] bool operator==(const Value& left, const Value& right)
 {
     const auto leftNumber = wholeNumber(left);
     const auto rightNumber = wholeNumber(right);
