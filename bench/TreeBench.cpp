@@ -97,16 +97,19 @@ private:
 
     void compareWithKnown(const FoundItem& found)
     {
-        const auto& known = frames_.empty() ? std::vector<StoredItem>{} : frames_.back();
-        const auto place = std::ranges::lower_bound(
-            known, found.item.path, {},
-            [](const StoredItem& item) -> const std::string& { return item.item.path; });
-        std::optional<StoredItem> asked;
         const StoredItem* item = nullptr;
-        if (place != known.end() && place->item.path == found.item.path)
-            item = &*place;
-        else if ((asked = index_.find(found.item.path)))
-            item = &*asked;
+        std::optional<StoredItem> asked;
+        if (frames_.empty()) {
+            asked = index_.find(found.item.path);
+            item = asked ? &*asked : nullptr;
+        } else {
+            const auto& known = frames_.back();
+            const auto place = std::ranges::lower_bound(
+                known, found.item.path, {},
+                [](const StoredItem& one) -> const std::string& { return one.item.path; });
+            if (place != known.end() && place->item.path == found.item.path)
+                item = &*place;
+        }
         const auto decision = compare(item, found.item, found.sameFileAs, {});
         ++(decision.verdict == Verdict::unchanged ? unchanged : others);
         if (found.item.kind == ItemKind::folder)
