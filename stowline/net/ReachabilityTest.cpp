@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include <thread>
 
 namespace stowline {
@@ -205,10 +207,9 @@ TEST(ReachabilityInANamespace, FollowsTheKernelsRoutes)
     EXPECT_FALSE(Reachability::isHostReachable("198.51.100.1"));
 }
 
-TEST(ReachabilityInANamespace, ObservationPostsOnTheMainRunLoopWhenRoutesChange)
+/// A link that comes up and goes down, with IPv6 or without.
+void expectObservationOfALink()
 {
-    if (const auto reason = test::enterNetworkNamespace())
-        GTEST_SKIP() << *reason;
     test::ip("link set lo up");
     test::ip("link add wan0 type veth peer name wan1");
     test::ip("link set wan1 up");
@@ -237,6 +238,23 @@ TEST(ReachabilityInANamespace, ObservationPostsOnTheMainRunLoopWhenRoutesChange)
     EXPECT_EQ(seen, (std::vector<bool>{true, false}));
     Reachability::removeHostFromReachabilityObservation("192.0.2.1");
     Reachability::removeHostFromReachabilityObservation("127.0.0.1");
+}
+
+TEST(ReachabilityInANamespace, ObservationPostsOnTheMainRunLoopWhenRoutesChange)
+{
+    if (const auto reason = test::enterNetworkNamespace())
+        GTEST_SKIP() << *reason;
+    expectObservationOfALink();
+}
+
+TEST(ReachabilityInANamespace, ObservationSeesALinkThatHasIPv4Alone)
+{
+    if (const auto reason = test::enterNetworkNamespace())
+        GTEST_SKIP() << *reason;
+    for (const char* which : {"all", "default"}) {
+        std::ofstream(std::string("/proc/sys/net/ipv6/conf/") + which + "/disable_ipv6") << "1";
+    }
+    expectObservationOfALink();
 }
 
 } // namespace

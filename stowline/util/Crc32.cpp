@@ -5,6 +5,9 @@
 #include "stowline/util/Crc32Folding.h"
 #include "stowline/util/General.h"
 
+#include <algorithm>
+#include <filesystem>
+
 namespace stowline {
 
 namespace {
@@ -39,13 +42,18 @@ std::uint32_t registerAfter(std::uint32_t checksumRegister, const unsigned char*
     return checksumRegister;
 }
 
-std::optional<FileHandle> opened(const std::string& path, std::uint64_t& size,
-                                 std::optional<std::string>& fault)
+/// 0 when it cannot be told, as of a pipe.
+std::uint64_t attributeSize(const std::string& path)
+{
+    std::error_code fault;
+    const auto size = std::filesystem::file_size(path, fault);
+    return fault ? 0 : size;
+}
+
+std::optional<FileHandle> opened(const std::string& path, std::optional<std::string>& fault)
 {
     try {
-        auto file = FileHandle::forReading(path);
-        size = file.size();
-        return file;
+        return FileHandle::forReading(path);
     } catch (const FileFault& refused) {
         fault = refused.what();
         return std::nullopt;
@@ -114,13 +122,13 @@ Crc32::FileChecksum Crc32::checksumOfFile(const std::string& path,
                                           const ProgressHandler& progressHandler)
 {
     FileChecksum result;
-    std::uint64_t size = 0;
-    auto file = opened(path, size, result.fault);
+    const std::uint64_t size = attributeSize(path);
     const auto report = [&](double fractionDone) {
         if (progressHandler)
             progressHandler(fractionDone, size, &result.wasStopped);
     };
     report(0.0);
+    auto file = result.wasStopped ? std::nullopt : opened(path, result.fault);
     const std::uint64_t step = General::progressSizeForSize(size);
     std::uint64_t reported = 0;
     Data room(kPiece);
@@ -131,9 +139,9 @@ Crc32::FileChecksum Crc32::checksumOfFile(const std::string& path,
             break;
         result.checksum = updateCRC32(result.checksum, room.data(), count);
         result.bytesRead += count;
-        if (result.bytesRead - reported >= step) {
+        if (size != 0 && result.bytesRead - reported >= step) {
             reported = result.bytesRead;
-            report(static_cast<double>(reported) / static_cast<double>(size));
+            report(std::min(1.0, static_cast<double>(reported) / static_cast<double>(size)));
         }
     }
     if (!result.wasStopped)

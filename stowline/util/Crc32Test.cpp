@@ -10,6 +10,7 @@
 #include <random>
 #include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace stowline {
 namespace {
@@ -290,6 +291,56 @@ TEST(Crc32OfFile, AFileThatGrowsWhileReadIsReadToItsEnd)
             std::ofstream(file, std::ios::app) << std::string(1000, 'x');
     });
     EXPECT_EQ(checksum, Crc32::TW_crc32(std::string(101000, 'x')));
+}
+
+TEST(Crc32OfFile, AFileWithoutSizeReportsNumbersUpToOne)
+{
+    Reports reports;
+    const auto result = Crc32::checksumOfFile("/proc/kallsyms", reports.handler());
+    if (result.bytesRead < 100000)
+        GTEST_SKIP() << "This system has no large file that it makes up as it is read.";
+    EXPECT_EQ(reports.fractions, (std::vector{0.0, 1.0}));
+}
+
+TEST(Crc32OfFile, AFileThatGrowsReportsAtMostOne)
+{
+    const test::TemporaryFolder folder;
+    const auto file = folder.write("file", std::string(100000, 'x'));
+    std::vector<double> fractions;
+    (void)Crc32::crc32OfFileAtPath(file, [&](double fraction, std::uint64_t, bool*) {
+        if (fractions.empty())
+            std::ofstream(file, std::ios::app) << std::string(1000000, 'x');
+        fractions.push_back(fraction);
+    });
+    EXPECT_GT(fractions.size(), 5U);
+    EXPECT_EQ(*std::max_element(fractions.begin(), fractions.end()), 1.0);
+}
+
+TEST(Crc32OfFile, IsOpenedAfterTheFirstReport)
+{
+    const test::TemporaryFolder folder;
+    const std::string file = folder.path() / "late";
+    const auto checksum =
+        Crc32::crc32OfFileAtPath(file, [&](double fraction, std::uint64_t, bool*) {
+            if (fraction == 0.0)
+                folder.write("late", "123456789");
+        });
+    EXPECT_EQ(checksum, 3421780262U);
+}
+
+TEST(Crc32OfFile, AnUnreadableFileReportsItsAttributeSize)
+{
+    const test::TemporaryFolder folder;
+    const auto file = folder.write("file", std::string(1000, 'x'));
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(file, std::filesystem::perms::none);
+    if (::geteuid() == 0 && ::seteuid(65534) != 0)
+        GTEST_SKIP() << "This user may read every file and be nobody else.";
+    Reports reports;
+    const auto result = Crc32::checksumOfFile(file, reports.handler());
+    (void)!::seteuid(::getuid());
+    EXPECT_TRUE(result.fault);
+    EXPECT_EQ(reports.sizes, std::vector<std::uint64_t>(2, 1000));
 }
 
 TEST(ProgressSize, IsAboutAPercentOfSmallFilesAndATenthOfThatOfLargeOnes)

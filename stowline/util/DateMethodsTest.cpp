@@ -110,5 +110,29 @@ TEST(Timestamp, SamoaSkippedAWholeDay)
     EXPECT_EQ(TW_ISO8601DateTimeFromDate(utc("2011-12-30T22:00:00Z")), "2011-12-31T12:00:00.00");
 }
 
+/// Zones whose rules changed after the libraries that carry zone data of their own were packaged.
+TEST(Timestamp, FollowsTheZoneDataOfTheSystem)
+{
+    const Date date = utc("2026-06-21T00:00:00Z");
+    for (const auto& [zone, text] : {std::pair{"Africa/Cairo", "2026-06-21T03:00:00.00"},
+                                     {"Asia/Almaty", "2026-06-21T05:00:00.00"},
+                                     {"America/Mexico_City", "2026-06-20T18:00:00.00"},
+                                     {"America/Nuuk", "2026-06-20T23:00:00.00"},
+                                     {"America/Asuncion", "2026-06-20T21:00:00.00"}}) {
+        moveTo(zone); // also: the zone is changed inside the process
+        EXPECT_EQ(TW_ISO8601DateTimeFromDate(date), text) << zone;
+        EXPECT_EQ(TW_dateFromISO8601DateTime(text), date) << zone;
+    }
+}
+
+TEST(Timestamp, FollowsZonesThatAreRules)
+{
+    moveTo("EST5EDT,M3.2.0,M11.1.0");
+    EXPECT_EQ(TW_ISO8601DateTimeFromDate(utc("2026-07-01T00:00:00Z")), "2026-06-30T20:00:00.00");
+    EXPECT_EQ(TW_dateFromISO8601DateTime("2026-03-08T02:30:00.00"), utc("2026-03-08T07:30:00Z"));
+    moveTo("<+0330>-3:30");
+    EXPECT_EQ(TW_ISO8601DateTimeFromDate(utc("2026-07-01T00:00:00Z")), "2026-07-01T03:30:00.00");
+}
+
 } // namespace
 } // namespace stowline

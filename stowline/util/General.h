@@ -43,7 +43,7 @@ public:
     /// Whether an argument of the process is exactly "scheduled_launch". Read anew on each call.
     [[nodiscard]] static bool isScheduledLaunch();
 
-    /// When an operation of this class was first used in the process.
+    /// When an operation of this class, whichever, was first used in the process.
     [[nodiscard]] static Date launchTime();
 
     /// Bytes between two progress reports of a long operation on so many bytes: about a hundredth
@@ -53,17 +53,18 @@ public:
     /// Copies a regular file, links followed, to a path where there is nothing yet.
     ///
     /// Reports 0.0, then after every progressSizeForSize() bytes (not of a file of no bytes), then
-    /// 1.0; the handler may stop the copy at each report, the last included. Content only: dates,
-    /// permissions and extended attributes are those of a new file. Memory stays at one piece of
-    /// 64 KiB. What the file system can copy by itself does not pass through this process. An
-    /// exception of the handler is handed on.
+    /// 1.0; the handler may stop the copy at each report, the last included. The stop flag is one
+    /// for the whole copy. Content only: dates and extended attributes are those of a new file,
+    /// permissions too, but never more than those of the source. Holes stay holes. Memory stays at
+    /// one piece of 64 KiB. What the file system can copy by itself does not pass through this
+    /// process. An exception of the handler is handed on.
     /// @param progressHandler may be absent
     /// @return true only when the whole file is at the destination. Otherwise nothing of it is, and
     ///         an error line says why: the disk is full, the source cannot be read or changes its
-    ///         size meanwhile, the destination or its folder goes away, there is no memory, the
-    ///         handler stopped it.
-    ///         When the source is missing or a folder, or something is at the destination already,
-    ///         false comes at once, nothing is touched and nothing logged.
+    ///         size meanwhile, the destination or its folder goes away, there is no memory. That
+    ///         the handler stopped it is logged nowhere. When the source is missing or a folder, or
+    ///         something is at the destination already, false comes at once, nothing is touched and
+    ///         nothing logged.
     [[nodiscard]] static bool copyFileAt(const std::string& source, const std::string& to,
                                          const ProgressHandler& progressHandler = {});
 

@@ -52,21 +52,25 @@ public:
     {
     }
 
-    /// Throws FileFault when it does not come to its end.
-    void run()
+    /// Throws FileFault when it does not come to its end. @return false when the handler stopped it
+    [[nodiscard]] bool run()
     {
         const std::uint64_t step = General::progressSizeForSize(size_);
         report(0.0);
-        while (moveOnePiece()) {
+        while (!isStopped_ && moveOnePiece()) {
             if (size_ != 0 && done_ - reported_ >= step) {
                 reported_ = done_;
                 report(static_cast<double>(done_) / static_cast<double>(size_));
             }
         }
+        if (isStopped_)
+            return false;
         // A file that the system makes up as it is read has a size of 0 before and after.
         if (source_.size() != size_ || (size_ != 0 && done_ != size_))
             throwSizeChanged();
+        destination_.endHere();
         report(1.0);
+        return !isStopped_;
     }
 
 private:
@@ -81,12 +85,8 @@ private:
 
     void report(double fractionDone)
     {
-        bool stop = false;
         if (handler_)
-            handler_(fractionDone, size_, &stop);
-        if (stop)
-            throw FileFault("The copy of " + source_.path().string() + " to " +
-                            destination_.path().string() + " was cancelled");
+            handler_(fractionDone, size_, &isStopped_);
     }
 
     [[noreturn]] void throwSizeChanged() const
@@ -99,6 +99,7 @@ private:
     FileHandle& destination_;
     const ProgressHandler& handler_;
     const std::uint64_t size_;
+    bool isStopped_ = false; ///< the handler's, for the whole copy
     std::uint64_t done_ = 0;
     std::uint64_t reported_ = 0;
     std::array<char, kPiece> room_; // NOLINT: filled by read
@@ -120,11 +121,13 @@ try {
     (void)launchTime();
     if (!mayBegin(source, to))
         return false;
-    auto created = FileHandle::create(to);
+    auto original = FileHandle::forReading(source);
+    auto created = FileHandle::create(to, original.permissions());
     if (!created)
         return false;
     UnfinishedFile destination(std::move(*created));
-    Copy(FileHandle::forReading(source), destination.file(), progressHandler).run();
+    if (!Copy(std::move(original), destination.file(), progressHandler).run())
+        return false;
     destination.finish();
     return true;
 } catch (const FileFault& fault) {

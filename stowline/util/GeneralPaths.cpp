@@ -119,6 +119,7 @@ bool General::isPathPackage(const std::string& path)
 
 bool General::isItemInPackage(const std::string& path)
 {
+    (void)launchTime();
     std::string prefix = "/";
     for (const std::string& part : platform::pathComponents(path)) {
         if (part == "/")
@@ -133,7 +134,7 @@ bool General::isItemInPackage(const std::string& path)
 bool General::isItemPlainFile(const std::string& path)
 {
     (void)launchTime();
-    return flagsOf(path).isPlainFile;
+    return platform::isPlainFile(path);
 }
 
 } // namespace stowline

@@ -30,7 +30,7 @@ std::optional<std::string> General::productVersion()
 
 std::string General::userAgent()
 {
-    return platform::formatText("Mac/%@", productVersion());
+    return platform::formatText("Mac/%@", productVersion()); // sets the launch time
 }
 
 Date General::launchTime()
@@ -41,6 +41,7 @@ Date General::launchTime()
 
 std::uint64_t General::progressSizeForSize(std::uint64_t sizeInBytes)
 {
+    (void)launchTime();
     const std::uint64_t share = sizeInBytes / (sizeInBytes < kLargeSize ? 100 : 1000);
     return std::max(share - share % kReportUnit, kReportUnit);
 }

@@ -22,6 +22,7 @@ std::string decimal(std::uint64_t number)
 
 platform::DateFormatter General::emailReportDateFormatter()
 {
+    (void)launchTime();
     return platform::DateFormatter("M/d/yy, h:mm a");
 }
 
@@ -36,6 +37,7 @@ std::optional<std::string> General::createEmailReportHTMLBodyWithAppName(
     Date backupDate, std::uint64_t numNotChanged, std::uint64_t numBackedUp,
     std::uint64_t numFailed, std::uint64_t numProcessed, std::uint64_t sizeTransfered)
 {
+    (void)launchTime();
     auto text = platform::readFile(platform::Bundle::resourceFolder() / kTemplate);
     if (!text || !platform::isValidUtf8(*text))
         return std::nullopt;
@@ -60,6 +62,7 @@ std::optional<std::string> General::createEmailReportHTMLBodyWithAppName(
 
 std::string General::sizeString(std::uint64_t byteCount)
 {
+    (void)launchTime();
     static constexpr std::array<const char*, 5> units{"Bytes", "KB", "MB", "GB", "TB"};
     constexpr std::uint64_t step = 1024;
     std::size_t unit = 0;

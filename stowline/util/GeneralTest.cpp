@@ -5,9 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sched.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace stowline {
 namespace {
@@ -96,6 +100,43 @@ TEST(General, ScheduledLaunchIsAWholeArgument)
     EXPECT_FALSE(isScheduledWith("scheduled_launch=1"));
     EXPECT_FALSE(isScheduledWith("Scheduled_Launch"));
     EXPECT_FALSE(General::isScheduledLaunch());
+}
+
+/// Every operation, first in a process of its own: the launch time is that of its call.
+TEST(General, WhicheverOperationComesFirstSetsTheLaunchTime)
+{
+    const std::vector<std::pair<const char*, std::function<void()>>> operations{
+        {"uuid", [] { (void)General::uuid(); }},
+        {"computerName", [] { (void)General::computerName(); }},
+        {"localHostName", [] { (void)General::localHostName(); }},
+        {"productName", [] { (void)General::productName(); }},
+        {"userAgent", [] { (void)General::userAgent(); }},
+        {"isScheduledLaunch", [] { (void)General::isScheduledLaunch(); }},
+        {"progressSizeForSize", [] { (void)General::progressSizeForSize(1); }},
+        {"copyFileAt", [] { (void)General::copyFileAt("", ""); }},
+        {"pathRepresentedByDirectoryString",
+         [] { (void)General::pathRepresentedByDirectoryString("trash"); }},
+        {"path", [] { (void)General::path("", ""); }},
+        {"isItemHidden", [] { (void)General::isItemHidden(""); }},
+        {"isItemInPackage", [] { (void)General::isItemInPackage(""); }},
+        {"isItemPlainFile", [] { (void)General::isItemPlainFile(""); }},
+        {"isEmailValid", [] { (void)General::isEmailValid(""); }},
+        {"emailReportDateFormatter", [] { (void)General::emailReportDateFormatter(); }},
+        {"sizeString", [] { (void)General::sizeString(1); }},
+        {"base64EncodeString", [] { (void)General::base64EncodeString(""); }},
+    };
+    for (const auto& [name, operation] : operations) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            operation();
+            const Date after = platform::currentDate();
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            ::_exit(General::launchTime() <= after ? 0 : 1);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0) << name;
+    }
 }
 
 } // namespace

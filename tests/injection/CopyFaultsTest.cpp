@@ -9,8 +9,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::vector<std::string> kCalled{"new",  "stat",   "lstat", "fstat",          "fstatat",
-                                       "open", "openat", "read",  "copy_file_range"};
+const std::vector<std::string> kCalled{"new",  "stat",   "lstat", "fstat",           "fstatat",
+                                       "open", "openat", "read",  "copy_file_range", "lseek"};
 
 class Copying {
 public:

@@ -45,15 +45,39 @@ bool isMachineId(std::string_view text)
            text.find_first_not_of('0') != std::string_view::npos;
 }
 
+std::optional<std::string> uuidIn(const fs::path& file)
+{
+    const auto kept = readFile(file);
+    if (!kept || withoutTrailingBlanks(*kept).size() != 36)
+        return std::nullopt;
+    return std::string(withoutTrailingBlanks(*kept));
+}
+
+/// Makes a file with an id of its own, whole, unless somebody else is quicker.
+bool keepUuid(const fs::path& file)
+{
+    const auto fresh = randomUuid();
+    if (!fresh || !makePrivateFolder(file.parent_path()))
+        return false;
+    std::error_code fault;
+    if (fs::exists(file, fault)) // somebody was quicker, or it is something else
+        return uuidIn(file) || writeFileAtomically(file, *fresh + "\n");
+    const fs::path own = file.string() + "." + *fresh;
+    if (!writeFileAtomically(own, *fresh + "\n"))
+        return false;
+    fs::create_hard_link(own, file, fault); // the first one gets the name
+    if (fault && fault != std::errc::file_exists)
+        fs::copy_file(own, file, fs::copy_options::none, fault);
+    std::error_code ignored;
+    fs::remove(own, ignored);
+    return true;
+}
+
 std::optional<std::string> keptUuid(const fs::path& file)
 {
-    if (const auto kept = readFile(file); kept && withoutTrailingBlanks(*kept).size() == 36)
-        return withoutTrailingBlanks(*kept);
-    auto fresh = randomUuid();
-    if (!fresh || !makePrivateFolder(file.parent_path()) ||
-        !writeFileAtomically(file, *fresh + "\n"))
-        return std::nullopt;
-    return fresh;
+    if (auto kept = uuidIn(file))
+        return kept;
+    return keepUuid(file) ? uuidIn(file) : std::nullopt;
 }
 
 std::optional<std::string> hostName()

@@ -5,8 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <regex>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
 
 namespace stowline::platform {
 namespace {
@@ -65,6 +69,43 @@ TEST(HardwareUuid, KeepsOneOfItsOwnWhereTheMachineHasNone)
     struct stat status {};
     ASSERT_EQ(::stat(sources.keptIdentity->c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+TEST(HardwareUuid, IsOneForAllProgramsThatStartAtOnce)
+{
+    for (int round = 0; round < 20; ++round) {
+        const test::TemporaryFolder folder;
+        const IdentitySources sources{{}, folder.path() / "state" / "installation-id"};
+        int gate[2];
+        int answers[2];
+        ASSERT_EQ(::pipe(gate), 0);
+        ASSERT_EQ(::pipe(answers), 0);
+        std::vector<pid_t> children;
+        for (int i = 0; i < 8; ++i) {
+            children.push_back(::fork());
+            if (children.back() != 0)
+                continue;
+            ::close(gate[1]);
+            char none = 0;
+            (void)!::read(gate[0], &none, 1); // until all are there
+            const std::string id = hardwareUuid(sources).value_or(std::string(36, '?'));
+            (void)!::write(answers[1], id.data(), id.size());
+            ::_exit(0);
+        }
+        ::close(gate[0]);
+        ::close(gate[1]);
+        for (const pid_t child : children)
+            ::waitpid(child, nullptr, 0);
+        std::string all(8 * 36, '\0');
+        ASSERT_EQ(::read(answers[0], all.data(), all.size()), static_cast<ssize_t>(all.size()));
+        ::close(answers[0]);
+        ::close(answers[1]);
+        const std::string kept = hardwareUuid(sources).value_or("");
+        for (std::size_t at = 0; at < all.size(); at += 36)
+            ASSERT_EQ(all.substr(at, 36), kept);
+        const std::filesystem::directory_iterator files(sources.keptIdentity->parent_path());
+        EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+    }
 }
 
 TEST(HardwareUuid, IsAbsentWhenNothingCanBeKept)

@@ -78,7 +78,7 @@ FileHandle FileHandle::forReading(const fs::path& path)
     return {std::move(file), path};
 }
 
-std::optional<FileHandle> FileHandle::create(const fs::path& path)
+std::optional<FileHandle> FileHandle::create(const fs::path& path, unsigned mostPermissions)
 {
     requireWhole(path, "Cannot create");
     const fs::path parent = path.parent_path();
@@ -88,9 +88,9 @@ std::optional<FileHandle> FileHandle::create(const fs::path& path)
         throw FileFault("Cannot create", path, errno);
     const fs::path name = path.filename();
     FileHandle created({}, path, std::move(folder)); // before there is a file that could be left
-    constexpr mode_t everybody = 0666;               // less what the process's mask takes away
+    const mode_t mode = 0666 & mostPermissions;      // less what the process's mask takes away
     created.file_ = FileDescriptor(::openat(created.folder_.number(), name.c_str(),
-                                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, everybody));
+                                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (created.file_.isOpen()) {
         created.identity_ = identityOf(created.file_);
         if (created.identity_)
@@ -102,6 +102,11 @@ std::optional<FileHandle> FileHandle::create(const fs::path& path)
     if (errno == EEXIST)
         return std::nullopt;
     throw FileFault("Cannot create", path, errno);
+}
+
+unsigned FileHandle::permissions() const
+{
+    return attributes(file_, path_).st_mode & 0777U;
 }
 
 std::uint64_t FileHandle::size() const
@@ -143,7 +148,51 @@ void FileHandle::write(std::string_view bytes)
         throw FileFault("Cannot write to", path_, errno);
 }
 
+/// Where the next data begin and end. File systems that cannot tell have no holes.
+void FileHandle::lookForData()
+{
+    const off_t begin = ::lseek(file_.number(), position_, SEEK_DATA);
+    const off_t end = begin < 0 ? -1 : ::lseek(file_.number(), begin, SEEK_HOLE);
+    const bool isHoleToTheEnd = begin < 0 && errno == ENXIO;
+    dataBegins_ = isHoleToTheEnd ? std::max(static_cast<std::int64_t>(size()), position_)
+                  : end < 0      ? position_
+                                 : begin;
+    dataEnds_ = end < 0 ? INT64_MAX : end;
+    if (begin >= 0 && ::lseek(file_.number(), position_, SEEK_SET) < 0)
+        throw FileFault("Cannot read", path_, errno);
+}
+
 std::size_t FileHandle::moveTo(FileHandle& destination, std::size_t most, std::span<char> room)
+{
+    if (position_ >= dataEnds_)
+        lookForData();
+    std::size_t count = 0;
+    if (position_ < dataBegins_) {
+        count = std::min(most, static_cast<std::size_t>(dataBegins_ - position_));
+        const auto distance = static_cast<off_t>(count);
+        if (::lseek(file_.number(), distance, SEEK_CUR) < 0)
+            throw FileFault("Cannot read", path_, errno);
+        if (::lseek(destination.file_.number(), distance, SEEK_CUR) < 0)
+            throw FileFault("Cannot write to", destination.path_, errno);
+        destination.hasHoles_ = true;
+    } else {
+        const auto left = static_cast<std::uint64_t>(dataEnds_ - position_);
+        count = moveBytes(destination, std::min<std::uint64_t>(most, left), room);
+    }
+    position_ += static_cast<std::int64_t>(count);
+    return count;
+}
+
+void FileHandle::endHere()
+{
+    if (!hasHoles_)
+        return;
+    const off_t end = ::lseek(file_.number(), 0, SEEK_CUR);
+    if (end < 0 || ::ftruncate(file_.number(), end) != 0)
+        throw FileFault("Cannot write to", path_, errno);
+}
+
+std::size_t FileHandle::moveBytes(FileHandle& destination, std::size_t most, std::span<char> room)
 {
     while (movesInside_) {
         const ssize_t count = ::copy_file_range(file_.number(), nullptr, destination.file_.number(),

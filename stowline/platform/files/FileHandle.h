@@ -40,10 +40,15 @@ public:
 
     /// Makes an empty file where there is nothing, not even a dangling link, with the mode that new
     /// files get, open for writing.
+    /// @param mostPermissions bits of the mode beyond these are not given
     /// @return absent when something is there already. Of several callers at once, one gets a file.
-    [[nodiscard]] static std::optional<FileHandle> create(const std::filesystem::path& path);
+    [[nodiscard]] static std::optional<FileHandle> create(const std::filesystem::path& path,
+                                                          unsigned mostPermissions = 0666);
 
     [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+
+    /// The bits of its mode for owner, group and others.
+    [[nodiscard]] unsigned permissions() const;
 
     /// Bytes in the file now.
     [[nodiscard]] std::uint64_t size() const;
@@ -58,10 +63,14 @@ public:
     void write(std::string_view bytes);
 
     /// Moves up to `most` bytes from this file's position to the other's, inside the file system
-    /// where it can do that, else through `room`.
+    /// where it can do that, else through `room`. What is a hole in this file is left out in the
+    /// other, which must be a new one; endHere() then gives it its length.
     /// @return how many; 0 at the end of this file
     [[nodiscard]] std::size_t moveTo(FileHandle& destination, std::size_t most,
                                      std::span<char> room);
+
+    /// Makes the position the end of the file, also behind a hole.
+    void endHere();
 
     /// Whether its path still leads to it.
     [[nodiscard]] bool isInPlace() const noexcept;
@@ -84,6 +93,14 @@ private:
     /// Device and inode of a file that was created.
     std::optional<std::pair<std::uint64_t, std::uint64_t>> identity_;
     bool movesInside_ = true; ///< until the file system refuses
+
+    [[nodiscard]] std::size_t moveBytes(FileHandle& destination, std::size_t most,
+                                        std::span<char> room);
+    void lookForData();
+    std::int64_t position_ = 0;   ///< of moveTo()
+    std::int64_t dataBegins_ = 0; ///< the next bytes that are no hole
+    std::int64_t dataEnds_ = 0;
+    bool hasHoles_ = false; ///< some were left out in it
 };
 
 } // namespace stowline::platform

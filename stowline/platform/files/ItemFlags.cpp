@@ -55,8 +55,9 @@ bool hasPackageExtension(const std::string& name)
 std::string smallFile(const fs::path& path)
 {
     try {
-        std::string content(kLongestListing, '\0');
-        content.resize(FileHandle::forReading(path).read(content));
+        auto file = FileHandle::forReading(path);
+        std::string content(std::min<std::uint64_t>(file.size(), kLongestListing), '\0');
+        content.resize(file.read(content));
         return content;
     } catch (const FileFault&) {
         return {};
@@ -75,6 +76,13 @@ bool isListed(const std::string& name, std::string_view listing)
 }
 
 } // namespace
+
+bool isPlainFile(const std::string& path)
+{
+    struct stat found = {};
+    return path.find('\0') == std::string::npos && ::lstat(path.c_str(), &found) == 0 &&
+           S_ISREG(found.st_mode);
+}
 
 std::optional<ItemFlags> itemFlags(const std::string& path)
 {

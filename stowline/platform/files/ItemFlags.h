@@ -12,6 +12,9 @@ struct ItemFlags {
     bool isInvisible = false; ///< not shown by file managers
 };
 
+/// itemFlags().isPlainFile alone, for the price of one look.
+[[nodiscard]] bool isPlainFile(const std::string& path);
+
 /// Flags of the item itself; a link is not followed. Any thread.
 ///
 /// A package is a folder whose name ends in one of the well-known bundle extensions, in any case.

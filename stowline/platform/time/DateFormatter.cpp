@@ -1,10 +1,10 @@
 #include "stowline/platform/time/DateFormatter.h"
 
 #include "stowline/platform/text/IcuText.h"
+#include "stowline/platform/time/LocalTime.h"
 
-#include <unicode/gregocal.h>
+#include <unicode/simpletz.h>
 #include <unicode/smpdtfmt.h>
-#include <unicode/timezone.h>
 
 namespace stowline::platform {
 
@@ -13,11 +13,14 @@ public:
     explicit Implementation(const std::string& pattern)
         : format_(icuText(pattern), icu::Locale::getUS(), status_)
     {
-        format_.adoptTimeZone(icu::TimeZone::createDefault());
     }
 
-    [[nodiscard]] std::string text(Date moment) const
+    /// The zone's offset is the C library's to tell.
+    [[nodiscard]] std::string text(Date moment)
     {
+        const std::chrono::milliseconds offset = localOffset(moment);
+        format_.adoptTimeZone(
+            new icu::SimpleTimeZone(static_cast<std::int32_t>(offset.count()), u"local"));
         const auto whole = std::chrono::floor<std::chrono::milliseconds>(moment);
         icu::UnicodeString written;
         format_.format(static_cast<UDate>(whole.time_since_epoch().count()), written);

@@ -19,8 +19,7 @@ struct WrittenSecond {
 
 void write(WrittenSecond& written, std::int64_t second, char separator)
 {
-    if (second / 60 != written.second / 60)
-        ::tzset(); // localtime_r() does not look for a new zone by itself
+    ::tzset(); // localtime_r() does not look for a new zone by itself
     const std::time_t time = second;
     std::tm parts{};
     ::localtime_r(&time, &parts);

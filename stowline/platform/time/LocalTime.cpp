@@ -2,63 +2,71 @@
 
 #include "stowline/platform/time/DateText.h"
 
-#include <unicode/gregocal.h>
-#include <unicode/timezone.h>
-
+#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <limits>
-#include <memory>
+#include <ctime>
 
 namespace stowline::platform {
 
 namespace {
 
-constexpr int kMicrosecondsPerHundredth = 10000;
+using std::chrono::seconds;
 
-/// The Gregorian calendar in the current zone, without the Julian one before 1582.
-std::unique_ptr<icu::GregorianCalendar> calendar()
+constexpr int kMicrosecondsPerHundredth = 10000;
+constexpr std::int64_t kSecondsPerDay = 86400;
+
+/// By the C library, whose zone data are the system's; libraries that carry their own fall behind.
+std::tm partsAt(std::int64_t second)
 {
-    UErrorCode status = U_ZERO_ERROR;
-    auto made = std::make_unique<icu::GregorianCalendar>(icu::TimeZone::createDefault(),
-                                                         icu::Locale::getRoot(), status);
-    made->setGregorianChange(-std::numeric_limits<UDate>::max(), status);
-    made->setRepeatedWallTimeOption(UCAL_WALLTIME_LAST);
-    made->setSkippedWallTimeOption(UCAL_WALLTIME_LAST);
-    return made;
+    ::tzset(); // localtime_r() does not look for a new zone by itself
+    const std::time_t time = second;
+    std::tm parts{};
+    ::localtime_r(&time, &parts);
+    return parts;
+}
+
+std::int64_t offsetAt(std::int64_t second)
+{
+    return partsAt(second).tm_gmtoff;
 }
 
 } // namespace
 
 CalendarTime localTime(Date moment)
 {
-    const auto whole = std::chrono::floor<std::chrono::milliseconds>(moment);
-    UErrorCode status = U_ZERO_ERROR;
-    const auto shown = calendar();
-    shown->setTime(static_cast<UDate>(whole.time_since_epoch().count()), status);
-    const auto field = [&](UCalendarDateFields which) { return shown->get(which, status); };
-    return {field(UCAL_EXTENDED_YEAR),
-            field(UCAL_MONTH) + 1,
-            field(UCAL_DATE),
-            field(UCAL_HOUR_OF_DAY),
-            field(UCAL_MINUTE),
-            field(UCAL_SECOND),
-            field(UCAL_MILLISECOND) * 1000 + static_cast<int>((moment - whole).count())};
+    const auto whole = std::chrono::floor<seconds>(moment);
+    const std::tm parts = partsAt(whole.time_since_epoch().count());
+    return {parts.tm_year + 1900,
+            parts.tm_mon + 1,
+            parts.tm_mday,
+            parts.tm_hour,
+            parts.tm_min,
+            parts.tm_sec,
+            static_cast<int>((moment - whole).count())};
+}
+
+seconds localOffset(Date moment)
+{
+    return seconds(offsetAt(std::chrono::floor<seconds>(moment).time_since_epoch().count()));
 }
 
 Date dateFromLocalTime(const CalendarTime& time)
 {
-    UErrorCode status = U_ZERO_ERROR;
-    const auto shown = calendar();
-    shown->clear();
-    shown->set(UCAL_EXTENDED_YEAR, time.year);
-    shown->set(UCAL_MONTH, time.month - 1);
-    shown->set(UCAL_DATE, time.day);
-    shown->set(UCAL_HOUR_OF_DAY, time.hour);
-    shown->set(UCAL_MINUTE, time.minute);
-    shown->set(UCAL_SECOND, time.second);
-    const auto seconds = static_cast<std::int64_t>(shown->getTime(status) / 1000);
-    return Date(std::chrono::seconds(seconds) + std::chrono::microseconds(time.microsecond));
+    const std::chrono::sys_days day = std::chrono::year_month_day(
+        std::chrono::year(time.year), std::chrono::month(static_cast<unsigned>(time.month)),
+        std::chrono::day(static_cast<unsigned>(time.day)));
+    const std::int64_t shown =
+        seconds(day.time_since_epoch()).count() + time.hour * 3600 + time.minute * 60 + time.second;
+    // No zone is a day away from UTC, so these are the offsets around the time that is shown.
+    const std::int64_t before = offsetAt(shown - kSecondsPerDay);
+    const std::int64_t after = offsetAt(shown + kSecondsPerDay);
+    const bool isBefore = offsetAt(shown - before) == before;
+    const bool isAfter = offsetAt(shown - after) == after;
+    std::int64_t second = shown - before; // alone, or of a time that was skipped
+    if (isAfter)
+        second = isBefore ? std::max(shown - before, shown - after) : shown - after;
+    return Date(seconds(second) + std::chrono::microseconds(time.microsecond));
 }
 
 std::string textOf(const CalendarTime& time)

@@ -22,8 +22,12 @@ struct CalendarTime {
     bool operator==(const CalendarTime&) const = default;
 };
 
-/// In the process's current time zone (TZ, else that of the machine). Reentrant.
+/// In the process's current time zone (TZ, also one that is set meanwhile, else that of the
+/// machine) as the C library knows it. Reentrant.
 [[nodiscard]] CalendarTime localTime(Date moment);
+
+/// By how much the clock on the wall is ahead of UTC at a moment.
+[[nodiscard]] std::chrono::seconds localOffset(Date moment);
 
 /// The moment at which the clock shows a time. One that a clock change repeats is the later of the
 /// two; one that it skips is moved on by as much as the clock was.

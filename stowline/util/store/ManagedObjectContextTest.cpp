@@ -43,6 +43,10 @@ TEST_F(ObjectStoreTest, KeepsNothingAndEmptyApart)
     EXPECT_EQ(names(Predicate::isNull("name")), Names{"-"});
     EXPECT_EQ(names(Predicate::comparing("name", Relation::equal, "")), Names{""});
     EXPECT_EQ(fetch({.predicate = Predicate::isNotNull("name")}).size(), 2U);
+    open();
+    const auto found = fetch({.predicate = Predicate::isNotNull("digest")});
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0]->value("digest"), Value(Data()));
 }
 
 TEST_F(ObjectStoreTest, TheFileIsForItsOwnerAlone)

@@ -9,7 +9,9 @@ void bindValue(SQLite::Statement& statement, int place, const Value& value)
     if (const auto* text = value.string())
         statement.bind(place, *text);
     else if (const auto* bytes = value.data())
-        statement.bind(place, bytes->data(), static_cast<int>(bytes->size()));
+        // Without an address SQLite takes no bytes for no value.
+        statement.bind(place, bytes->empty() ? static_cast<const void*>("") : bytes->data(),
+                       static_cast<int>(bytes->size()));
     else if (const auto* truth = value.boolean())
         statement.bind(place, *truth ? 1 : 0);
     else if (const auto* real = value.real())
