@@ -127,6 +127,13 @@ TEST(SoapMessage, TakesTheFirstElementOfTheBody)
               Value(Dictionary{{"x", "1"}}));
 }
 
+TEST(SoapMessage, ASecondBodyIsNoPartOfTheAnswer)
+{
+    const Message message = read(enveloped("</e:Body><e:Body><B><y>2</y></B>"));
+    EXPECT_EQ(message.element, "");
+    EXPECT_EQ(message.content, Value(Dictionary{}));
+}
+
 TEST(SoapMessage, EveryCutIsRefused)
 {
     const std::string whole = test::wireBody("list-many.response.http");
