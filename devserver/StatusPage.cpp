@@ -2,6 +2,7 @@
 
 #include "stowline/platform/text/Text.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 namespace stowline::devserver {
@@ -79,6 +80,29 @@ std::string machines(Storage& storage)
                    rows, "Nothing is stored yet.");
 }
 
+std::string runs(Storage& storage)
+{
+    std::vector<std::vector<std::string>> rows;
+    for (const RunSummary& run : storage.runs())
+        rows.push_back(
+            {run.userName, run.systemName, run.chain, run.run, run.state, run.lastStored});
+    return tableOf(
+        "Runs",
+        {{"Account"}, {"Machine"}, {"Chain"}, {"Run", true}, {"State"}, {"Record stored (UTC)"}},
+        rows, "No run has left a record.");
+}
+
+std::string restores(Storage& storage)
+{
+    std::vector<std::vector<std::string>> rows;
+    for (const ReadSummary& read : storage.reads())
+        rows.push_back({read.userName, std::to_string(read.parts), std::to_string(read.bytes),
+                        fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(read.lastAt))});
+    return tableOf("Given back since the service began",
+                   {{"Account"}, {"Parts", true}, {"Bytes", true}, {"Last (UTC)"}}, rows,
+                   "Nobody has read content.");
+}
+
 std::string reports(Journal& journal)
 {
     std::vector<std::vector<std::string>> rows;
@@ -144,10 +168,10 @@ std::string statusPage(Storage& storage, Journal& journal, Deletions& deletions)
                        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
                        "<noscript><meta http-equiv=\"refresh\" content=\"5\"></noscript>"
                        "<title>Stowline development service</title><style>{}</style></head>\n"
-                       "<body><h1>Stowline development service</h1>\n<main>\n{}{}{}{}</main>\n"
+                       "<body><h1>Stowline development service</h1>\n<main>\n{}{}{}{}{}{}</main>\n"
                        "<script>{}</script></body></html>\n",
-                       kStyle, machines(storage), reports(journal), events(journal),
-                       deletionTable(deletions), kScript);
+                       kStyle, machines(storage), runs(storage), restores(storage),
+                       reports(journal), events(journal), deletionTable(deletions), kScript);
 }
 
 } // namespace stowline::devserver

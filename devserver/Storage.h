@@ -12,6 +12,7 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <span>
@@ -130,6 +131,24 @@ struct MachineSummary {
     std::string lastStored;  ///< universal time
 };
 
+/// The newest run of a chain of records, as the names of its records tell.
+struct RunSummary {
+    std::string userName;
+    std::string systemName;
+    std::string chain;
+    std::string run;   ///< its number
+    std::string state; ///< "begun", "unfinished-NN" or "finished"
+    std::string lastStored;
+};
+
+/// What was read of an account's content since the service began.
+struct ReadSummary {
+    std::string userName;
+    std::uint64_t parts = 0;
+    std::uint64_t bytes = 0;
+    std::int64_t lastAt = 0; ///< seconds of the clock
+};
+
 /// Content lies in files below one folder, under names that clients cannot choose; everything else
 /// in SQLite. A version's row is written last, once its content is whole, checked and durable, so
 /// that whatever ends the service leaves no version that is not. A registration is a success once
@@ -205,6 +224,8 @@ public:
                                                         const std::string& folder);
 
     [[nodiscard]] std::vector<MachineSummary> machines();
+    [[nodiscard]] std::vector<RunSummary> runs();
+    [[nodiscard]] std::vector<ReadSummary> reads();
 
 private:
     [[nodiscard]] std::optional<std::string> serverFileOf(const UploadPlace& place);
@@ -253,6 +274,7 @@ private:
     std::vector<NewVersion*> group_; ///< waits for the one that is being committed
     bool isCommitting_ = false;
     std::recursive_mutex mutex_;
+    std::map<std::string, ReadSummary> reads_; ///< by user
     SQLite::Database database_;
 };
 

@@ -117,7 +117,22 @@ ContentPart Storage::readPart(const std::string& userName, std::int64_t versionI
         part.bytes.clear();
     }
     part.checksum = checksumOf(0, part.bytes);
+    const Lock lock(mutex_);
+    ReadSummary& summary = reads_[userName];
+    summary.userName = userName;
+    ++summary.parts;
+    summary.bytes += part.bytes.size();
+    summary.lastAt = secondsNow();
     return part;
+}
+
+std::vector<ReadSummary> Storage::reads()
+{
+    const Lock lock(mutex_);
+    std::vector<ReadSummary> found;
+    for (const auto& [user, summary] : reads_)
+        found.push_back(summary);
+    return found;
 }
 
 /// @param before seconds of the clock: what changed later stays

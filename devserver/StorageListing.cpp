@@ -302,4 +302,27 @@ std::vector<MachineSummary> Storage::machines()
     return found;
 }
 
+std::vector<RunSummary> Storage::runs()
+{
+    constexpr std::size_t numberDigits = 8; // of a record's name, as "00000017-finished"
+    const Lock lock(mutex_);
+    // Of each chain the row that was stored last; the other columns are that row's.
+    SQLite::Statement query(database_,
+                            "SELECT i.user_name, i.system_name, i.folder, i.name,"
+                            " v.stored_at, max(v.id) FROM items i JOIN versions v ON"
+                            " v.item_id = i.id WHERE i.folder GLOB '/=stowline=/records/*'"
+                            " GROUP BY i.user_name, i.system_name, i.folder"
+                            " ORDER BY max(v.id) DESC");
+    std::vector<RunSummary> found;
+    while (query.executeStep()) {
+        const std::string name = query.getColumn(3).getString();
+        if (name.size() <= numberDigits + 1)
+            continue;
+        found.push_back({query.getColumn(0).getString(), query.getColumn(1).getString(),
+                         split(query.getColumn(2).getString()).second, name.substr(0, numberDigits),
+                         name.substr(numberDigits + 1), query.getColumn(4).getString()});
+    }
+    return found;
+}
+
 } // namespace stowline::devserver
