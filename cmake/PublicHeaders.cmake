@@ -2,6 +2,9 @@
 # shared library exports. The test "layering" checks that they include nothing else of the tree and
 # that each says "#pragma GCC visibility push(default)" around what it declares.
 set(STOWLINE_PUBLIC_HEADERS
+  stowline/backup/Account.h
+  stowline/backup/BackupRun.h
+  stowline/backup/tree/ItemRecord.h
   stowline/branding/AccountProvider.h
   stowline/call/WebServiceCallResult.h
   stowline/logging/ContextFilters.h

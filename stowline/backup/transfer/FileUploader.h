@@ -24,10 +24,15 @@ enum class Registration { protect2, protectFile };
 
 /// What all uploads of a run share. Any thread.
 struct UploadContext {
+    UploadContext(const UploadJournal& itsJournal, BandwidthLimit& itsBandwidth, Tries& itsTries)
+        : journal(itsJournal), bandwidth(itsBandwidth), tries(itsTries)
+    {
+    }
+
     Account account;
     UploadOwner owner;
     std::string serverPath; ///< below which the service wants this machine's uploads
-    UploadJournal& journal;
+    const UploadJournal& journal;
     BandwidthLimit& bandwidth;
     Tries& tries;
     std::filesystem::path spoolFolder; ///< for copies of files that change; must exist

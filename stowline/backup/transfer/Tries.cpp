@@ -1,8 +1,5 @@
 #include "stowline/backup/transfer/Tries.h"
 
-#include "stowline/platform/http/HttpExchange.h"
-#include "stowline/platform/http/ReadStream.h"
-
 #include <algorithm>
 #include <random>
 
@@ -28,11 +25,18 @@ double randomFraction()
 /// not followed or too large.
 bool isPermanent(const Error& error)
 {
-    if (error.domain == platform::kHttpErrorDomain)
-        return error.code != static_cast<int>(platform::HttpFailure::connection);
-    return error.localizedDescription().starts_with("The value ") ||
-           error.localizedDescription().starts_with("The settings ") ||
-           error.localizedDescription() == "Unable to create network stream";
+    switch (error.kind) {
+    case FailureKind::invalidSettings:
+    case FailureKind::unsendableValue:
+    case FailureKind::certificate:
+    case FailureKind::refusedRedirect:
+    case FailureKind::tooLarge:
+    case FailureKind::requestTooLarge:
+    case FailureKind::badRequest:
+        return true;
+    default:
+        return false;
+    }
 }
 
 std::string sentence(std::string text)
@@ -111,8 +115,10 @@ std::optional<StepFailure> Tries::repeat(const Attempt& attempt, int refusalsTak
             return StepFailure{StepEnd::interrupted, {}};
         if (error && isPermanent(*error))
             return StepFailure{StepEnd::failed, sentence(error->localizedDescription())};
-        if (!error && ++refusals >= refusalsTaken)
-            return StepFailure{StepEnd::refused, {}};
+        const bool isRefusal = !error || error->kind == FailureKind::refusedByService;
+        if (isRefusal && ++refusals >= refusalsTaken)
+            return StepFailure{StepEnd::refused,
+                               error ? sentence(error->localizedDescription()) : std::string()};
         const auto pause = backoff.next();
         if (!pause) {
             isServiceDown_ = true;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,6 +61,39 @@ std::optional<SourceFile> SourceFile::of(FileDescriptor file, int& error)
     }
     (void)::posix_fadvise(file.number(), 0, 0, POSIX_FADV_SEQUENTIAL);
     return SourceFile(std::move(file));
+}
+
+std::optional<SourceFile> SourceFile::again(int& error) const
+{
+    FileDescriptor file(::fcntl(file_.number(), F_DUPFD_CLOEXEC, 0));
+    if (!file.isOpen()) {
+        error = errno;
+        return std::nullopt;
+    }
+    return SourceFile(std::move(file));
+}
+
+std::optional<SourceFile> SourceFile::spooled(int descriptor, const std::filesystem::path& folder,
+                                              const StopRequest& stop, int& error)
+{
+    auto spool = emptyIn(folder, error);
+    std::string room(kCopyPiece, '\0');
+    for (std::uint64_t at = 0; spool;) {
+        struct pollfd waits[] = {{descriptor, POLLIN, 0}, {stop.descriptor(), POLLIN, 0}};
+        if (::poll(waits, 2, -1) < 0 && errno == EINTR)
+            continue;
+        const ssize_t count =
+            stop.isRequested() ? -1 : ::read(descriptor, room.data(), room.size());
+        if (count < 0 && errno == EINTR && !stop.isRequested())
+            continue;
+        if (count == 0)
+            return spool;
+        error = stop.isRequested() ? kCancelled : errno;
+        if (count < 0 || !spool->writeAt(at, {room.data(), static_cast<std::size_t>(count)}, error))
+            return std::nullopt;
+        at += static_cast<std::uint64_t>(count);
+    }
+    return std::nullopt;
 }
 
 std::optional<FileState> SourceFile::state() const

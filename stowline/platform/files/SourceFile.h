@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/threads/StopRequest.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -37,6 +38,16 @@ public:
 
     /// Takes a descriptor that is open for reading. @return absent when it is no regular file
     [[nodiscard]] static std::optional<SourceFile> of(FileDescriptor file, int& error);
+
+    /// The same open file under another descriptor.
+    [[nodiscard]] std::optional<SourceFile> again(int& error) const;
+
+    /// Reads a pipe, or whatever a descriptor is of, to its end into a file without a name in a
+    /// folder.
+    /// @param stop ends it; `error` is then ECANCELED
+    [[nodiscard]] static std::optional<SourceFile> spooled(int descriptor,
+                                                           const std::filesystem::path& folder,
+                                                           const StopRequest& stop, int& error);
 
     /// As the file is now. Absent when the system does not say.
     [[nodiscard]] std::optional<FileState> state() const;

@@ -129,8 +129,7 @@ std::optional<std::size_t> Value::count() const
     return std::nullopt;
 }
 
-// A friend that is declared inside its class is hidden, whatever stands around the class.
-[[gnu::visibility("default")]] bool operator==(const Value& left, const Value& right)
+bool operator==(const Value& left, const Value& right)
 {
     const auto leftNumber = wholeNumber(left);
     const auto rightNumber = wholeNumber(right);

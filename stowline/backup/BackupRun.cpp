@@ -1,0 +1,487 @@
+#include "stowline/backup/BackupRun.h"
+
+#include "stowline/backup/FileJobs.h"
+#include "stowline/backup/RunAccounts.h"
+#include "stowline/backup/RunFault.h"
+#include "stowline/backup/RunIndex.h"
+#include "stowline/backup/RunRecords.h"
+#include "stowline/backup/RunState.h"
+#include "stowline/backup/TreeIntake.h"
+#include "stowline/backup/index/IndexFault.h"
+#include "stowline/backup/record/RecordFault.h"
+#include "stowline/service/RemoteName.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+namespace stowline::backup {
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kLook{100};
+/// A run that takes longer stores what it has come to.
+constexpr std::chrono::minutes kBetweenUnfinishedRecords{30};
+/// Of how many runs one asks after every version.
+constexpr std::uint64_t kRunsForAllVersions = 30;
+
+TreeRules treeRules(const BackupRules& rules)
+{
+    TreeRules tree;
+    tree.skipsHidden = rules.skipsHidden;
+    tree.skipsCaches = rules.skipsCaches;
+    tree.staysOnFileSystem = rules.staysOnFileSystem;
+    for (const std::string& pattern : rules.include) {
+        if (!tree.include(pattern))
+            throw RunFault(BackupEnd::failed, "\"" + pattern + "\" is no pattern.");
+    }
+    for (const std::string& pattern : rules.exclude) {
+        if (!tree.exclude(pattern))
+            throw RunFault(BackupEnd::failed, "\"" + pattern + "\" is no pattern.");
+    }
+    if (const auto line = tree.excludeLines(rules.excludeLines))
+        throw RunFault(BackupEnd::failed,
+                       fmt::format("Line {} of the patterns is no pattern.", *line));
+    return tree;
+}
+
+class Run {
+public:
+    Run(const BackupRequest& request, BackupObserver& observer, const StopRequest& stop)
+        : request_(request), accounts_(observer, request.allowChanging), stop_(stop),
+          tries_(request.budgetPerStep, stop)
+    {
+    }
+
+    BackupSummary run()
+    {
+        const auto start = steady_clock::now();
+        BackupSummary summary;
+        try {
+            whole();
+            summary = accounts_.summary();
+        } catch (const RunFault& fault) {
+            summary = ended(fault.end(), fault.what());
+        } catch (const RecordFault& fault) {
+            summary = ended(endOf(fault), fault.what());
+        } catch (const IndexFault& fault) {
+            summary = ended(BackupEnd::stateFolder, fault.what());
+        }
+        if (foundNothing_ && summary.end == BackupEnd::someFailed)
+            summary.end = BackupEnd::nothingThere;
+        if (stop_.isRequested())
+            summary.end = BackupEnd::interrupted;
+        if (uploads_) {
+            summary.sentParts = uploads_->sentParts;
+            summary.registrationSeconds =
+                static_cast<double>(uploads_->registrationMicroseconds.load()) / 1e6;
+        }
+        summary.run = record_.run;
+        summary.recordDigest = record_.digest;
+        summary.vanishedVersions = vanishedVersions_;
+        summary.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
+        return summary;
+    }
+
+private:
+    BackupSummary ended(BackupEnd end, const std::string& sentence)
+    {
+        BackupSummary summary = accounts_.summary();
+        summary.end = end;
+        summary.sentence = sentence;
+        return summary;
+    }
+
+    void whole()
+    {
+        const StopScope scope(stop_);
+        // Rules first: a pattern that is none must not cost a sign of life of the service.
+        WalkOptions walk{.paths = request_.paths,
+                         .rules = treeRules(request_.rules),
+                         .ownFolders = {request_.stateFolder.string()}};
+        state_.emplace(RunState::take(request_.stateFolder));
+        if (!request_.isDryRun)
+            state_->journal().removeOvertaken();
+        begin();
+        if (request_.resumesOnly)
+            walk.paths = unfinishedPaths();
+        if (!request_.isDryRun && !request_.resumesOnly)
+            askAfterVersions();
+        work(walk);
+        end();
+    }
+
+    /// Everything between the state folder and the first item.
+    void begin()
+    {
+        accounts_.activity("asks where to upload");
+        const UploadOwner owner = state_->owner(request_.account, request_.identity);
+        bandwidth_.emplace(request_.bytesPerSecond, steady_clock::now);
+        for (auto* context : {&uploads_, &recordUploads_}) {
+            context->emplace(state_->journal(), *bandwidth_, tries_);
+            (*context)->account = request_.account;
+            (*context)->owner = owner;
+            (*context)->spoolFolder = state_->spoolFolder();
+            (*context)->partBytes = request_.partBytes;
+            (*context)->registration = request_.registersWithProtectFile ? Registration::protectFile
+                                                                         : Registration::protect2;
+        }
+        if (!request_.isDryRun)
+            uploads_->serverPath = recordUploads_->serverPath = uploadPath();
+        index_.emplace(state_->openIndex(owner, request_.isDryRun, request_.rebuildsIndex),
+                       state_->journal(), owner, !request_.isDryRun);
+        noteIndexState();
+        records_.emplace(request_, *state_, tries_, *bandwidth_, *recordUploads_, accounts_);
+        const bool isKnown = records_->bringUpToDate(index_->alone());
+        index_->beginRun(records_->begin(index_->alone()));
+        uploads_->run = index_->run();
+        // What neither index nor record knows may be there all the same.
+        if (!isKnown)
+            held_.emplace(request_.account, tries_);
+    }
+
+    std::string uploadPath()
+    {
+        std::optional<std::string> path;
+        const auto failure = tries_.repeat([&](std::optional<Error>&) {
+            path = WebServiceBroker::getUploadServerPathForUsername(
+                request_.account.username, request_.account.server,
+                General::hardwareId().value_or("unknown"));
+            return path.has_value();
+        });
+        if (failure && failure->end == StepEnd::interrupted)
+            throw RunFault(BackupEnd::interrupted, "");
+        if (failure)
+            throw RunFault(BackupEnd::temporary, "The backup server " + request_.account.server +
+                                                     " gave no upload path. Please try again "
+                                                     "later.");
+        return *path;
+    }
+
+    void noteIndexState()
+    {
+        using State = ItemIndex::State;
+        const State state = index_->alone().state();
+        if (state == State::damaged)
+            accounts_.note("The index of earlier runs is damaged; it is made anew.");
+        if (state == State::ofNewerVersion)
+            accounts_.note("The index of earlier runs is of a newer version of the program; it is "
+                           "made anew.");
+        if (state == State::ofAnotherOwner)
+            accounts_.note("The index of earlier runs belongs to another account or machine; it is "
+                           "made anew.");
+    }
+
+    std::vector<std::string> unfinishedPaths()
+    {
+        std::vector<std::string> paths;
+        for (const JournalEntry& entry : state_->journal().entries()) {
+            if (entry.owner == uploads_->owner)
+                paths.push_back(entry.path);
+        }
+        return paths;
+    }
+
+    /// Asks after a thirtieth of the versions that the index relies on, the longest not asked after
+    /// first. What the service has no more counts as never stored.
+    void askAfterVersions()
+    {
+        ItemIndex& index = index_->alone();
+        const std::uint64_t some =
+            (index.itemCount() + kRunsForAllVersions - 1) / kRunsForAllVersions;
+        std::vector<std::string> versions;
+        std::vector<StoredItem> items;
+        for (const std::string& path : index.longestUnconfirmed(some)) {
+            auto item = index.find(path);
+            if (!item || !item->content || item->content->version.empty())
+                continue;
+            versions.push_back(item->content->version);
+            items.push_back(std::move(*item));
+        }
+        if (versions.empty())
+            return;
+        accounts_.activity("asks after stored versions");
+        std::optional<StepFailure> failure;
+        const auto missing = backup::vanishedVersions(request_.account, versions, tries_, failure);
+        if (!missing) {
+            if (failure->end != StepEnd::interrupted)
+                accounts_.problem("The service did not say whether it still holds what was stored "
+                                  "earlier. " +
+                                  failure->reason);
+            return;
+        }
+        for (StoredItem& item : items) {
+            if (!missing->contains(item.content->version)) {
+                index.setConfirmed(item.item.path, index_->run());
+                continue;
+            }
+            ++vanishedVersions_;
+            item.content.reset();
+            index_->put(item);
+        }
+        if (vanishedVersions_ > 0)
+            accounts_.note(fmt::format("The service has no more what was stored of {} files; they "
+                                       "are sent again when they are met.",
+                                       vanishedVersions_));
+    }
+
+    void work(const WalkOptions& options)
+    {
+        FileJobs jobs(*uploads_, *index_, accounts_, held_ ? &*held_ : nullptr, request_.isDryRun);
+        jobs.start(std::max<std::size_t>(request_.jobs, 1));
+        const StopRequest walkStop;
+        std::thread walker([&] { walk(options, jobs, walkStop); });
+        showProgressUntilDone(jobs, walkStop);
+        walker.join();
+        if (const auto fault = jobs.fault())
+            throw RunFault(BackupEnd::failed, *fault);
+        if (!walkFault_.empty())
+            throw RunFault(BackupEnd::failed, walkFault_);
+    }
+
+    void walk(const WalkOptions& options, FileJobs& jobs, const StopRequest& walkStop)
+    {
+        try {
+            if (request_.streamDescriptor >= 0)
+                takeStream(jobs);
+            else
+                walkTrees(options, jobs, walkStop);
+            jobs.finish();
+        } catch (const std::bad_alloc&) {
+            walkFault_ = "There is not enough memory. Please close programs and try again.";
+        } catch (const std::exception& fault) {
+            walkFault_ = fault.what();
+        }
+        jobs.stop();
+        const std::lock_guard lock(mutex_);
+        isOver_ = true;
+        over_.notify_all();
+    }
+
+    void walkTrees(const WalkOptions& options, FileJobs& jobs, const StopRequest& walkStop)
+    {
+        TreeIntake intake(*index_, accounts_, jobs,
+                          {.ignoresChangeTime = request_.ignoresCtime,
+                           .ignoresInode = request_.ignoresInode,
+                           .trustsNothing = request_.trustsNothing},
+                          walkStop, [this](const std::string& path, std::uint64_t bytes) {
+                              announcePackage(path, bytes);
+                          });
+        const WalkResult result = walkTree(options, intake, walkStop);
+        if (!result.isStopped)
+            accounts_.walkIsOver();
+        foundNothing_ = intake.foundNothing();
+    }
+
+    void announcePackage(const std::string& path, std::uint64_t bytes)
+    {
+        if (request_.isDryRun || stop_.isRequested())
+            return;
+        std::optional<Error> error;
+        const bool isDone = tries_.once([&](std::optional<Error>& wrong) {
+            const bool isTaken = WebServiceBroker::preparePackagedFilesForProtectionForUserName(
+                request_.account.username, request_.account.password, request_.account.server,
+                remotePath(path), bytes, &wrong);
+            error = wrong;
+            return isTaken;
+        });
+        // The files are stored all the same; only how the folder is shown depends on it.
+        if (!isDone && !stop_.isRequested())
+            accounts_.note("The package " + path + " was not announced: " +
+                           (error ? error->localizedDescription() : "the service said no") + ".");
+    }
+
+    void takeStream(FileJobs& jobs)
+    {
+        const std::string path = streamPath(request_.streamName);
+        accounts_.found();
+        accounts_.activity("reads standard input");
+        int error = 0;
+        auto spool = platform::SourceFile::spooled(request_.streamDescriptor, state_->spoolFolder(),
+                                                   stop_, error);
+        if (stop_.isRequested())
+            return;
+        if (!spool) {
+            accounts_.done({.path = path,
+                            .cause = "Standard input cannot be kept until it is sent: " +
+                                     std::generic_category().message(error) + "."});
+            return;
+        }
+        const auto state = spool->state();
+        FileJob job;
+        job.found.item.path = path;
+        job.found.item.mode = 0600;
+        job.found.item.modified = job.found.item.changed = timestampNow();
+        job.found.item.size = state ? state->size : 0;
+        job.known = index_->find(path);
+        job.source = std::make_shared<platform::SourceFile>(std::move(*spool));
+        (void)jobs.add(std::move(job));
+        accounts_.walkIsOver();
+    }
+
+    static std::string streamPath(const std::string& name)
+    {
+        return fs::path("/stdin").append(name).lexically_normal().string();
+    }
+
+    void showProgressUntilDone(FileJobs& jobs, const StopRequest& walkStop)
+    {
+        auto unfinishedAt = steady_clock::now() + kBetweenUnfinishedRecords;
+        std::unique_lock lock(mutex_);
+        while (!over_.wait_for(lock, kLook, [this] { return isOver_; })) {
+            lock.unlock();
+            if (stop_.isRequested() || jobs.fault())
+                walkStop.request();
+            accounts_.showProgress(uploads_->sentBytes);
+            if (steady_clock::now() >= unfinishedAt) {
+                storeUnfinished();
+                unfinishedAt = steady_clock::now() + kBetweenUnfinishedRecords;
+            }
+            lock.lock();
+        }
+    }
+
+    void storeUnfinished()
+    {
+        try {
+            index_->commit();
+            index_->withLock([this](ItemIndex& index) {
+                records_->storeUnfinished(index, accounts_.summary().storedBytes);
+            });
+        } catch (const std::exception& fault) {
+            accounts_.note(std::string("What the run has come to is not recorded yet: ") +
+                           fault.what());
+        }
+    }
+
+    void end()
+    {
+        index_->commit();
+        if (stop_.isRequested() || request_.isDryRun || foundNothing_)
+            return;
+        accounts_.activity("stores the record of the run");
+        try {
+            record_ = records_->storeFinished(index_->alone(), accounts_.summary().storedBytes);
+            index_->alone().commit();
+        } catch (const RecordFault& fault) {
+            if (!stop_.isRequested())
+                accounts_.problem(fault.what());
+        }
+    }
+
+    static BackupEnd endOf(const RecordFault& fault)
+    {
+        switch (fault.kind()) {
+        case RecordFault::Kind::temporary:
+            return BackupEnd::temporary;
+        case RecordFault::Kind::refused:
+            return BackupEnd::refused;
+        case RecordFault::Kind::interrupted:
+            return BackupEnd::interrupted;
+        case RecordFault::Kind::rolledBack:
+            return BackupEnd::rolledBack;
+        case RecordFault::Kind::failed:
+        case RecordFault::Kind::notFound:
+        case RecordFault::Kind::damaged:
+        case RecordFault::Kind::tooNew:
+            break;
+        }
+        return BackupEnd::failed;
+    }
+
+    const BackupRequest& request_;
+    RunAccounts accounts_;
+    const StopRequest stop_;
+    Tries tries_;
+    std::optional<RunState> state_;
+    std::optional<BandwidthLimit> bandwidth_;
+    std::optional<UploadContext> uploads_;
+    std::optional<UploadContext> recordUploads_; ///< whose parts are no part of the figures
+    std::optional<RunIndex> index_;
+    std::optional<RunRecords> records_;
+    std::optional<HeldFiles> held_;
+    IndexPosition record_;
+    std::uint64_t vanishedVersions_ = 0;
+    bool foundNothing_ = false;
+    std::string walkFault_;
+    std::mutex mutex_;
+    std::condition_variable over_;
+    bool isOver_ = false;
+};
+
+BackupSummary failure(BackupEnd end, const char* sentence) noexcept
+{
+    BackupSummary summary;
+    summary.end = end;
+    try {
+        summary.sentence = sentence;
+    } catch (const std::bad_alloc&) { // the status says it all the same
+    }
+    return summary;
+}
+
+} // namespace
+
+BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
+                        const StopRequest& stop) noexcept
+{
+    try {
+        return Run(request, observer, stop).run();
+    } catch (const std::bad_alloc&) {
+        return failure(BackupEnd::failed,
+                       "There is not enough memory. Please close programs and try again.");
+    } catch (const std::system_error&) {
+        return failure(BackupEnd::failed, "The system has no threads left. Please close programs "
+                                          "and try again.");
+    } catch (const std::exception& fault) {
+        return failure(BackupEnd::failed, fault.what());
+    }
+}
+
+std::vector<UnfinishedUpload> unfinishedUploads(const fs::path& stateFolder) noexcept
+{
+    try {
+        std::vector<UnfinishedUpload> found;
+        for (const JournalEntry& entry : UploadJournal(journalFolder(stateFolder)).entries())
+            found.push_back({.id = entry.guid,
+                             .path = entry.path,
+                             .username = entry.owner.username,
+                             .systemName = entry.owner.systemName,
+                             .profile = entry.owner.identity.profile,
+                             .size = entry.state.size,
+                             .sentBytes = entry.sentBytes,
+                             .parts = entry.parts});
+        return found;
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
+std::optional<std::size_t> abandonUploads(const fs::path& stateFolder,
+                                          const std::vector<std::string>& ids) noexcept
+{
+    try {
+        const RunState state = RunState::take(stateFolder);
+        std::size_t count = 0;
+        for (const JournalEntry& entry : state.journal().entries()) {
+            if (std::ranges::find(ids, entry.guid) == ids.end())
+                continue;
+            state.journal().remove(entry);
+            ++count;
+        }
+        return count;
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+} // namespace stowline::backup

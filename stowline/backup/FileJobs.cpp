@@ -1,0 +1,283 @@
+#include "stowline/backup/FileJobs.h"
+
+#include "stowline/backup/index/IndexFault.h"
+#include "stowline/service/RemoteName.h"
+
+#include <fmt/format.h>
+
+#include <new>
+#include <system_error>
+
+namespace stowline::backup {
+
+namespace {
+
+Timestamp stamp(std::int64_t nanoseconds)
+{
+    constexpr std::int64_t second = 1'000'000'000;
+    const std::int64_t rest = ((nanoseconds % second) + second) % second;
+    return {.seconds = (nanoseconds - rest) / second,
+            .nanoseconds = static_cast<std::uint32_t>(rest)};
+}
+
+void takeState(ItemRecord& item, const platform::FileState& state)
+{
+    item.size = state.size;
+    item.modified = stamp(state.modifiedNanoseconds);
+    item.changed = stamp(state.changedNanoseconds);
+    item.inode = state.inode;
+}
+
+/// The rest of the description as it is at the state that was read, when that is another one than
+/// the walk saw.
+void describe(FoundItem& found, const platform::FileState& state)
+{
+    ItemRecord& item = found.item;
+    int error = 0;
+    if (item.changed != stamp(state.changedNanoseconds) && found.folder) {
+        const auto now = found.folder->statusOf(std::string(nameOf(item.path)), error);
+        if (now && now->type == platform::ItemType::file) {
+            item.mode = now->mode;
+            item.links = now->links;
+            if (item.owner != now->owner)
+                item.ownerName.clear();
+            if (item.group != now->group)
+                item.groupName.clear();
+            item.owner = now->owner;
+            item.group = now->group;
+            (void)readAttributes(found); // those that the walk saw stay
+        }
+    }
+    takeState(item, state);
+}
+
+std::optional<platform::SourceFile> openAgain(const FileJob& job, int& error)
+{
+    const std::string& path = job.found.item.path;
+    if (job.source)
+        return job.source->again(error);
+    if (!job.found.folder)
+        return platform::SourceFile::open(platform::SourceFile::kNoFolder, path, error);
+    return platform::SourceFile::open(job.found.folder->descriptor(), std::string(nameOf(path)),
+                                      error);
+}
+
+} // namespace
+
+void FileJobs::start(std::size_t threads)
+{
+    for (std::size_t i = 0; i < threads; ++i) {
+        try {
+            threads_.emplace_back([this] { work(); });
+        } catch (const std::system_error&) {
+            if (threads_.empty())
+                throw;
+            accounts_.note(fmt::format("The system has only {} threads for the files.", i));
+            return;
+        }
+    }
+}
+
+bool FileJobs::add(FileJob job)
+{
+    return queue_.push(std::move(job));
+}
+
+void FileJobs::finish()
+{
+    queue_.end();
+    for (std::thread& thread : threads_)
+        thread.join();
+    threads_.clear();
+}
+
+void FileJobs::stop()
+{
+    queue_.close();
+    finish();
+}
+
+std::optional<std::string> FileJobs::fault() const
+{
+    const std::lock_guard lock(mutex_);
+    return fault_;
+}
+
+void FileJobs::noteFault(const std::string& sentence)
+{
+    {
+        const std::lock_guard lock(mutex_);
+        if (!fault_)
+            fault_ = sentence;
+    }
+    queue_.close();
+}
+
+void FileJobs::work()
+{
+    const StopScope scope(context_.tries.stop());
+    try {
+        while (auto job = queue_.pop()) {
+            if (context_.tries.stop().isRequested()) {
+                queue_.close();
+                return;
+            }
+            take(*job);
+        }
+    } catch (const std::bad_alloc&) {
+        noteFault("There is not enough memory. Please close programs and try again.");
+    } catch (const std::exception& fault) {
+        noteFault(fault.what());
+    }
+}
+
+/// Whether the content may be the known one. Contents of other sizes are not.
+bool FileJobs::mayBeKnownContent(const FileJob& job) const
+{
+    return job.known && job.known->content && !job.known->changedWhileRead &&
+           job.known->item.size == job.found.item.size;
+}
+
+void FileJobs::take(FileJob& job)
+{
+    accounts_.activity(job.found.item.path);
+    if (mayBeKnownContent(job) && hasKnownContent(job))
+        return;
+    if (!job.known && isHeldByService(job))
+        return;
+    if (context_.tries.stop().isRequested())
+        return;
+    if (isDryRun_) {
+        accounts_.done({.path = job.found.item.path,
+                        .state = ItemState::wouldStore,
+                        .bytes = job.found.item.size,
+                        .cause = {}});
+        return;
+    }
+    upload(job);
+}
+
+/// Reads it; keeps the known content when that is still it.
+bool FileJobs::hasKnownContent(FileJob& job)
+{
+    int error = 0;
+    const auto file = openAgain(job, error);
+    const auto reading = file ? readContent(*file, context_.tries.stop()) : std::nullopt;
+    if (!reading)
+        return false; // the upload tells why, or sends it
+    const StoredContent& known = *job.known->content;
+    if (reading->digest != known.digest)
+        return false;
+    keep(job, *reading, known);
+    return true;
+}
+
+/// Of a file that no record and no index knows: whether the service holds it with the same size and
+/// checksum. When the service does not say, the file has failed and true is returned.
+bool FileJobs::isHeldByService(FileJob& job)
+{
+    if (!held_)
+        return false;
+    const std::string& path = job.found.item.path;
+    const auto answer = held_->find(remotePath(parentOf(path)), remotePath(nameOf(path)));
+    if (answer.failure) {
+        if (answer.failure->end != StepEnd::interrupted)
+            fail(job, path +
+                          " is not stored: the service did not say what it holds of its folder. " +
+                          answer.failure->reason);
+        return true;
+    }
+    if (!answer.file || answer.file->size != job.found.item.size)
+        return false;
+    int error = 0;
+    const auto file = openAgain(job, error);
+    const auto reading = file ? readContent(*file, context_.tries.stop()) : std::nullopt;
+    if (!reading || fmt::format("{:08x}", reading->checksum) != answer.file->checksum)
+        return false;
+    keep(job, *reading,
+         {.digest = reading->digest,
+          .checksum = reading->checksum,
+          .storedSize = reading->state.size,
+          .run = context_.run});
+    return true;
+}
+
+void FileJobs::put(FileJob& job, StoredContent content, Timestamp readBegan, bool changedWhileRead,
+                   bool wasUploaded)
+{
+    StoredItem item;
+    item.item = job.found.item;
+    item.content = std::move(content);
+    item.readBegan = readBegan;
+    item.changedWhileRead = changedWhileRead;
+    if (wasUploaded)
+        index_.putStored(item);
+    else
+        index_.put(item);
+}
+
+void FileJobs::keep(FileJob& job, const ContentReading& reading, StoredContent content)
+{
+    describe(job.found, reading.state);
+    put(job, std::move(content), reading.began, false, false);
+    accounts_.done({.path = job.found.item.path,
+                    .state = ItemState::unchanged,
+                    .bytes = job.found.item.size,
+                    .cause = {}});
+}
+
+void FileJobs::upload(FileJob& job)
+{
+    using Kind = UploadOutcome::Kind;
+    const std::string path = job.found.item.path;
+    FileUploader uploader(context_, {.path = path,
+                                     .remoteFolder = remotePath(parentOf(path)),
+                                     .remoteName = remotePath(nameOf(path)),
+                                     .open = [&job](int& error) { return openAgain(job, error); },
+                                     .isJournaled = !job.source});
+    const UploadOutcome outcome = uploader.upload();
+    switch (outcome.kind) {
+    case Kind::interrupted:
+        return;
+    case Kind::stored:
+        putStored(job, outcome);
+        return;
+    case Kind::failed:
+    case Kind::temporary:
+    case Kind::refused:
+    case Kind::vanished:
+        break;
+    }
+    fail(job, outcome.sentence, outcome.kind == Kind::vanished);
+}
+
+void FileJobs::putStored(FileJob& job, const UploadOutcome& outcome)
+{
+    const std::string path = job.found.item.path;
+    if (!job.source)
+        describe(job.found, outcome.state);
+    put(job, outcome.content, outcome.readBegan, outcome.changedWhileRead, true);
+    accounts_.done({.path = path,
+                    .state = ItemState::stored,
+                    .bytes = outcome.content.storedSize,
+                    .cause = outcome.changedWhileRead
+                                 ? path + " changed while it was read: what is stored is not one "
+                                          "state of it."
+                                 : std::string(),
+                    .changedWhileRead = outcome.changedWhileRead,
+                    .wasResumed = outcome.wasResumed});
+}
+
+void FileJobs::fail(const FileJob& job, const std::string& cause, bool isGone)
+{
+    const std::string& path = job.found.item.path;
+    if (isGone)
+        index_.remove(path);
+    else
+        for (std::uint64_t kept = index_.keepAsStale(path); kept > 0; --kept)
+            accounts_.carriedForward();
+    accounts_.done(
+        {.path = path, .state = ItemState::failed, .bytes = job.found.item.size, .cause = cause});
+}
+
+} // namespace stowline::backup

@@ -1,0 +1,66 @@
+// The index while a run changes it from several threads.
+#pragma once
+
+#include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/transfer/UploadJournal.h"
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace stowline::backup {
+
+/// One lock around the index, and the order of things when a file is stored: first the index says
+/// so durably, then the journal forgets the upload. A kill between the two costs a question. Any
+/// thread. Throws IndexFault.
+class RunIndex {
+public:
+    /// @param changes false: nothing is written, as in a dry run
+    RunIndex(ItemIndex index, const UploadJournal& journal, UploadOwner owner, bool changes)
+        : index_(std::move(index)), journal_(journal), owner_(std::move(owner)), changes_(changes)
+    {
+    }
+
+    /// The number that changes are noted under.
+    void beginRun(std::uint64_t run) { run_ = run; }
+    [[nodiscard]] std::uint64_t run() const { return run_; }
+
+    [[nodiscard]] std::vector<StoredItem> itemsIn(const std::string& folder);
+    [[nodiscard]] std::optional<StoredItem> find(const std::string& path);
+    void put(const StoredItem& item);
+    /// Of a file that was uploaded.
+    void putStored(const StoredItem& item);
+    void remove(const std::string& path);
+
+    /// Marks what is known at and below a path as not looked at. @return how many items
+    std::uint64_t keepAsStale(const std::string& path);
+
+    /// Makes everything durable that was put.
+    void commit();
+
+    /// Keeps the other threads away from the index meanwhile.
+    void withLock(const std::function<void(ItemIndex&)>& work)
+    {
+        const std::lock_guard lock(mutex_);
+        work(index_);
+    }
+
+    /// The index itself, while no other thread uses this.
+    [[nodiscard]] ItemIndex& alone() { return index_; }
+
+private:
+    void commitLocked();
+
+    std::mutex mutex_;
+    ItemIndex index_;
+    const UploadJournal& journal_;
+    const UploadOwner owner_;
+    const bool changes_;
+    std::uint64_t run_ = 0;
+    std::vector<std::string> stored_; ///< whose journal entries go with the next commit
+    std::chrono::steady_clock::time_point committed_ = std::chrono::steady_clock::now();
+};
+
+} // namespace stowline::backup

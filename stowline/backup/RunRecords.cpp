@@ -1,0 +1,139 @@
+#include "stowline/backup/RunRecords.h"
+
+#include "stowline/backup/RunFault.h"
+#include "stowline/backup/transfer/FileUploader.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace stowline::backup {
+
+RunRecords::RunRecords(const BackupRequest& request, const RunState& state, Tries& tries,
+                       BandwidthLimit& bandwidth, UploadContext& uploads, RunAccounts& accounts)
+    : request_(request), state_(state), accounts_(accounts),
+      source_(request.account, tries, bandwidth, request.partBytes),
+      place_(request.account, tries, source_, &uploads)
+{
+}
+
+bool RunRecords::bringUpToDate(ItemIndex& index)
+{
+    accounts_.activity("asks for the records of earlier runs");
+    chain_.emplace(RecordChain::open(place_, request_.identity, state_.spoolFolder()));
+    if (chain_->newestRun() == 0 && !request_.adoptsChain)
+        refuseOthers();
+    chain_->refuseOlderThan(index.position());
+    if (chain_->newestFinished() == 0)
+        return request_.adoptsChain && loadAdopted(index);
+    if (index.position().run == chain_->newestFinished())
+        return true;
+    const bool wasBehind = index.position().run != 0 || index.itemCount() != 0;
+    if (wasBehind || !request_.isDryRun)
+        accounts_.note(fmt::format("The index of this machine is not at the newest record, {}: it "
+                                   "is made anew from it.",
+                                   chain_->newestFinished()));
+    // A run that was cut off may have stored what no finished record tells of.
+    const bool isWhole = chain_->newestRun() == chain_->newestFinished();
+    return load(*chain_, index) && isWhole;
+}
+
+/// Another user's or profile's chain of this machine is none of this run's business.
+void RunRecords::refuseOthers() const
+{
+    const auto& others = chain_->otherChains();
+    const std::string own = request_.identity.machine + ".";
+    if (others.empty() ||
+        std::ranges::any_of(others, [&](const std::string& name) { return name.starts_with(own); }))
+        return;
+    throw RunFault(BackupEnd::otherMachine,
+                   "The service holds backups of another machine under the name \"" +
+                       request_.account.systemName +
+                       "\". If this machine takes its place, adopt them (--adopt); else give this "
+                       "one another name (--system).");
+}
+
+/// Takes what another identity of the same user and profile stored for known.
+bool RunRecords::loadAdopted(ItemIndex& index)
+{
+    ChainIdentity suffix = request_.identity;
+    suffix.machine.clear();
+    const std::string ending = chainName(suffix);
+    for (const std::string& name : chain_->otherChains()) {
+        if (!name.ends_with(ending))
+            continue;
+        RecordChain other = RecordChain::openNamed(place_, name, state_.spoolFolder());
+        if (other.newestFinished() == 0 || !load(other, index))
+            continue;
+        index.setPosition({}); // of a chain of its own
+        accounts_.note("The backups of " + name + " are adopted.");
+        return false; // asks the service after whatever is not in it
+    }
+    return false;
+}
+
+bool RunRecords::load(RecordChain& chain, ItemIndex& index)
+{
+    using Kind = RecordFault::Kind;
+    try {
+        (void)chain.load(chain.newestFinished(), index);
+        return true;
+    } catch (const RecordFault& fault) {
+        if (fault.kind() != Kind::failed && fault.kind() != Kind::notFound &&
+            fault.kind() != Kind::damaged)
+            throw;
+        index.clear();
+        accounts_.note(std::string(fault.what()) +
+                       " What is on this machine is compared with the service's own listings.");
+        return false;
+    }
+}
+
+RunDescription RunRecords::description() const
+{
+    RunDescription about;
+    about.username = request_.account.username;
+    about.systemName = request_.account.systemName;
+    about.host = General::localHostName();
+    about.identity = request_.identity;
+    about.namedPaths = request_.paths;
+    for (const std::string& pattern : request_.rules.include)
+        about.rules.push_back("include " + pattern);
+    for (const std::string& pattern : request_.rules.exclude)
+        about.rules.push_back("exclude " + pattern);
+    if (!request_.rules.excludeLines.empty())
+        about.rules.push_back("exclude-from " + request_.rules.excludeLines);
+    if (request_.rules.skipsHidden)
+        about.rules.emplace_back("skip-hidden");
+    if (request_.rules.skipsCaches)
+        about.rules.emplace_back("exclude-caches");
+    if (request_.rules.staysOnFileSystem)
+        about.rules.emplace_back("one-file-system");
+    about.clientVersion = General::productVersion().value_or("unknown");
+    about.begun = timestampNow();
+    return about;
+}
+
+std::uint64_t RunRecords::begin(const ItemIndex& index)
+{
+    if (request_.isDryRun)
+        return chain_->newestRun() + 1;
+    accounts_.activity("notes that the run begins");
+    return chain_->begin(description(), index.position());
+}
+
+void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
+{
+    (void)chain_->storeUnfinished(index, {.newBytes = newBytes, .ended = timestampNow()});
+}
+
+IndexPosition RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
+{
+    const StoredRecord stored =
+        chain_->storeFinished(index, {.newBytes = newBytes, .ended = timestampNow()});
+    index.setPosition(stored.position);
+    return stored.position;
+}
+
+} // namespace stowline::backup

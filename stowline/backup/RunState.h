@@ -1,0 +1,42 @@
+// The state folder of a run: its lock, its journal, its index, its copies.
+#pragma once
+
+#include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/transfer/UploadJournal.h"
+#include "stowline/platform/files/LockFile.h"
+
+#include <filesystem>
+#include <memory>
+
+namespace stowline::backup {
+
+/// Where the journal of a state folder lies.
+[[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& stateFolder);
+
+/// Holds the state folder as long as it exists. Operations throw RunFault and IndexFault.
+class RunState {
+public:
+    /// Makes the folder when it is missing, and keeps other runs away. Takes out the copies that a
+    /// killed run may have left.
+    [[nodiscard]] static RunState take(const std::filesystem::path& folder);
+
+    [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
+    /// For copies of files and for records that are put together; exists.
+    [[nodiscard]] std::filesystem::path spoolFolder() const { return folder_ / "spool"; }
+
+    /// Whose uploads these are: the account, at the service that the settings name.
+    [[nodiscard]] static UploadOwner owner(const Account& account, const ChainIdentity& identity);
+
+    /// @param isTemporary an index that does not outlive the run, when there is none to be read
+    /// @param isAnew nothing of the one that there is counts
+    [[nodiscard]] ItemIndex openIndex(const UploadOwner& owner, bool isTemporary,
+                                      bool isAnew) const;
+
+private:
+    RunState(std::filesystem::path folder, platform::LockFile lock);
+    std::filesystem::path folder_;
+    platform::LockFile lock_;
+    std::unique_ptr<UploadJournal> journal_;
+};
+
+} // namespace stowline::backup

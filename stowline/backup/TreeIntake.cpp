@@ -1,0 +1,239 @@
+#include "stowline/backup/TreeIntake.h"
+
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+namespace stowline::backup {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isNothingAt(const std::string& path)
+{
+    std::error_code fault;
+    return fs::symlink_status(path, fault).type() == fs::file_type::not_found;
+}
+
+} // namespace
+
+TreeIntake::Frame& TreeIntake::frameOf(const std::string& folder)
+{
+    if (frames_.empty() || frames_.back().path != folder) {
+        Frame frame;
+        frame.path = folder;
+        frame.known = index_.itemsIn(folder);
+        frame.isMet.resize(frame.known.size());
+        frames_.push_back(std::move(frame));
+    }
+    return frames_.back();
+}
+
+/// What is known of an item, which counts as met from now on.
+std::optional<StoredItem> TreeIntake::meet(const std::string& path)
+{
+    const std::string folder(parentOf(path));
+    if (frames_.empty() || frames_.back().path != folder)
+        return index_.find(path);
+    Frame& frame = frames_.back();
+    const auto place = std::ranges::lower_bound(
+        frame.known, path, {},
+        [](const StoredItem& item) -> const std::string& { return item.item.path; });
+    if (place == frame.known.end() || place->item.path != path)
+        return std::nullopt;
+    frame.isMet[static_cast<std::size_t>(place - frame.known.begin())] = true;
+    return *place;
+}
+
+void TreeIntake::carryForward(const std::string& path)
+{
+    for (std::uint64_t kept = index_.keepAsStale(path); kept > 0; --kept)
+        accounts_.carriedForward();
+}
+
+void TreeIntake::fail(const std::string& path, ItemKind kind, const std::string& cause)
+{
+    carryForward(path);
+    accounts_.done({.path = path, .kind = kind, .cause = cause});
+}
+
+bool TreeIntake::describe(FoundItem& found)
+{
+    const auto fault = readAttributes(found);
+    if (!fault)
+        return true;
+    fail(found.item.path, found.item.kind,
+         found.item.path + ": its extended attributes cannot be read: " + *fault + ".");
+    return false;
+}
+
+void TreeIntake::found(FoundItem found)
+{
+    if (found.isPassage) {
+        notePassage(std::move(found));
+        return;
+    }
+    metAnything_ = true;
+    const bool isFolder = found.item.kind == ItemKind::folder;
+    const std::string path = found.item.path;
+    const auto known = meet(path);
+    accounts_.found(found.item.kind == ItemKind::file && found.sameFileAs.empty() ? found.item.size
+                                                                                  : 0);
+    if (found.isNamed && isFolder) {
+        frameOf(path).named = std::move(found);
+        return;
+    }
+    if (isFolder)
+        (void)frameOf(path);
+    if (options_.ignoresChangeTime && !describe(found))
+        return;
+    const Decision decision =
+        compare(known ? &*known : nullptr, found.item, found.sameFileAs, options_);
+    if (decision.verdict != Verdict::unchanged && !options_.ignoresChangeTime && !describe(found))
+        return;
+    if (found.item.kind == ItemKind::file && found.sameFileAs.empty()) {
+        takeFile(std::move(found), known, decision);
+        return;
+    }
+    if (decision.verdict == Verdict::unchanged)
+        accounts_.done(
+            {.path = path, .state = ItemState::recorded, .kind = found.item.kind, .cause = {}});
+    else
+        record(std::move(found));
+}
+
+void TreeIntake::record(FoundItem found)
+{
+    const ItemKind kind = found.item.kind;
+    const std::string path = found.item.path;
+    StoredItem item;
+    item.item = std::move(found.item);
+    item.sameFileAs = std::move(found.sameFileAs);
+    index_.put(item);
+    accounts_.done({.path = path, .state = ItemState::recorded, .kind = kind, .cause = {}});
+}
+
+/// A folder above a named path: described, but no part of what is counted.
+void TreeIntake::notePassage(FoundItem found)
+{
+    const auto known = meet(found.item.path);
+    const std::string path = found.item.path;
+    if (compare(known ? &*known : nullptr, found.item, {}, options_).verdict !=
+        Verdict::unchanged) {
+        (void)readAttributes(found); // what cannot be read of it is no part of the backup
+        StoredItem item;
+        item.item = std::move(found.item);
+        index_.put(item);
+    }
+    (void)frameOf(path);
+}
+
+void TreeIntake::takeFile(FoundItem found, const std::optional<StoredItem>& known,
+                          Decision decision)
+{
+    const std::string path = found.item.path;
+    const std::uint64_t size = found.item.size;
+    if (!frames_.empty())
+        frames_.back().bytes += size;
+    if (decision.verdict == Verdict::read) {
+        if (!frames_.empty())
+            frames_.back().hasFilesToSend = true;
+        if (!jobs_.add({.found = std::move(found), .known = known}))
+            walk_.request();
+        return;
+    }
+    if (decision.verdict == Verdict::recorded) {
+        StoredItem item = *known;
+        item.item = std::move(found.item);
+        item.isStale = false;
+        index_.put(item);
+    }
+    accounts_.done({.path = path, .state = ItemState::unchanged, .bytes = size, .cause = {}});
+}
+
+void TreeIntake::excluded(const std::string& path, ItemKind kind, const Exclusion& why)
+{
+    metAnything_ = true;
+    if (meet(path))
+        index_.remove(path);
+    accounts_.foundAndDone(
+        {.path = path, .state = ItemState::excluded, .kind = kind, .cause = sentenceOf(why)});
+}
+
+void TreeIntake::failed(const WalkFailure& failure)
+{
+    const bool isMissing = failure.isNamed && isNothingAt(failure.path);
+    if (isMissing)
+        ++missing_;
+    else
+        metAnything_ = true;
+    (void)meet(failure.path);
+    accounts_.found();
+    std::string cause = "There is nothing at " + failure.path + ".";
+    if (!isMissing)
+        cause =
+            fmt::format("{} {} cannot be looked at: {}.",
+                        failure.isFolder ? "The folder" : "The item", failure.path, failure.reason);
+    fail(failure.path, failure.isFolder ? ItemKind::folder : ItemKind::file, cause);
+}
+
+bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder) const
+{
+    return folder.isNamed && folder.names == 0 && !frame.known.empty();
+}
+
+void TreeIntake::left(const FolderEnd& folder)
+{
+    Frame frame = std::move(frameOf(folder.path));
+    frames_.pop_back();
+    if (!frames_.empty()) {
+        frames_.back().bytes += frame.bytes;
+        frames_.back().hasFilesToSend = frames_.back().hasFilesToSend || frame.hasFilesToSend;
+    }
+    if (folder.isPassage)
+        return;
+    if (isMissingDisk(frame, folder)) {
+        fail(folder.path, ItemKind::folder,
+             fmt::format("{} is empty, but held {} items when it was last backed up. Is its disk "
+                         "not mounted? If it is meant to be empty, back up the folder above it.",
+                         folder.path, frame.known.size()));
+        return;
+    }
+    if (frame.named) {
+        const auto known = index_.find(folder.path);
+        const bool isSame =
+            compare(known ? &*known : nullptr, frame.named->item, {}, options_).verdict ==
+            Verdict::unchanged;
+        if (isSame)
+            accounts_.done({.path = folder.path,
+                            .state = ItemState::recorded,
+                            .kind = ItemKind::folder,
+                            .cause = {}});
+        else if (describe(*frame.named))
+            record(std::move(*frame.named));
+    }
+    leaveUnmet(frame, folder.isComplete);
+    if (frame.hasFilesToSend && General::isPathPackage(folder.path))
+        onPackage_(folder.path, frame.bytes);
+}
+
+/// What is known of a folder and was not met in it.
+void TreeIntake::leaveUnmet(const Frame& frame, bool isComplete)
+{
+    for (std::size_t i = 0; i < frame.known.size(); ++i) {
+        if (frame.isMet[i])
+            continue;
+        // A folder that could not be listed to its end says nothing of what was not met.
+        const std::string& path = frame.known[i].item.path;
+        if (isComplete || isNothingAt(path))
+            index_.remove(path);
+        else
+            carryForward(path);
+    }
+}
+
+} // namespace stowline::backup

@@ -1,0 +1,75 @@
+// What the walk finds, on its way to the index, the jobs and the accounts.
+#pragma once
+
+#include "stowline/backup/FileJobs.h"
+#include "stowline/backup/RunAccounts.h"
+#include "stowline/backup/RunIndex.h"
+#include "stowline/backup/tree/Comparison.h"
+#include "stowline/backup/tree/TreeWalk.h"
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace stowline::backup {
+
+/// Each item ends in the accounts here, or is handed to the jobs. What the index knows and the walk
+/// did not meet has vanished, or is kept as stale where the walk could not look. One thread. Throws
+/// IndexFault.
+class TreeIntake : public WalkObserver {
+public:
+    /// @param onPackage told of a folder that people are shown as one file, when files in it are
+    ///        to be sent, with the bytes of all its files
+    TreeIntake(RunIndex& index, RunAccounts& accounts, FileJobs& jobs, ComparisonOptions options,
+               StopRequest walk,
+               std::function<void(const std::string& path, std::uint64_t bytes)> onPackage)
+        : index_(index), accounts_(accounts), jobs_(jobs), options_(options),
+          walk_(std::move(walk)), onPackage_(std::move(onPackage))
+    {
+    }
+
+    void found(FoundItem found) override;
+    void excluded(const std::string& path, ItemKind kind, const Exclusion& why) override;
+    void failed(const WalkFailure& failure) override;
+    void vanished(const std::string& /*path*/) override {} // not met
+    void left(const FolderEnd& folder) override;
+
+    /// Whether everything that failed is a named path at which there is nothing.
+    [[nodiscard]] bool foundNothing() const { return missing_ > 0 && !metAnything_; }
+
+private:
+    /// A folder that is being walked.
+    struct Frame {
+        std::string path;
+        std::vector<StoredItem> known; ///< by name
+        std::vector<bool> isMet;
+        std::optional<FoundItem> named; ///< a named folder waits for what is in it
+        std::uint64_t bytes = 0;        ///< of the files below it
+        bool hasFilesToSend = false;
+    };
+
+    Frame& frameOf(const std::string& folder);
+    [[nodiscard]] std::optional<StoredItem> meet(const std::string& path);
+    void takeFile(FoundItem found, const std::optional<StoredItem>& known, Decision decision);
+    void record(FoundItem found);
+    void notePassage(FoundItem found);
+    /// @return false when it failed: that is told
+    [[nodiscard]] bool describe(FoundItem& found);
+    void fail(const std::string& path, ItemKind kind, const std::string& cause);
+    void carryForward(const std::string& path);
+    void leaveUnmet(const Frame& frame, bool isComplete);
+    [[nodiscard]] bool isMissingDisk(const Frame& frame, const FolderEnd& folder) const;
+
+    RunIndex& index_;
+    RunAccounts& accounts_;
+    FileJobs& jobs_;
+    const ComparisonOptions options_;
+    const StopRequest walk_;
+    const std::function<void(const std::string& path, std::uint64_t bytes)> onPackage_;
+    std::vector<Frame> frames_;
+    std::uint64_t missing_ = 0;
+    bool metAnything_ = false;
+};
+
+} // namespace stowline::backup

@@ -1,0 +1,167 @@
+#include "stowline/backup/transfer/ServiceQuestions.h"
+
+#include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <charconv>
+#include <span>
+
+namespace stowline::backup {
+
+namespace {
+
+constexpr std::int64_t kPageSize = 1000;
+constexpr std::size_t kVersionsInACall = 500;
+
+std::uint64_t sizeIn(const Dictionary& entry)
+{
+    const std::string digits = platform::findText(entry, "Size");
+    std::uint64_t size = 0;
+    (void)std::from_chars(digits.data(), digits.data() + digits.size(), size);
+    return size;
+}
+
+Array asArray(const Value& value)
+{
+    return value.array() ? *value.array() : Array{value};
+}
+
+/// Anything but versions, or the plain word that there are none, says nothing about them.
+bool isAnswer(const Value& value)
+{
+    const Dictionary* fields = value.dictionary();
+    return fields && (platform::valueAtKeyPath(value, "files.FileMetaData") ||
+                      platform::findText(*fields, "Code") == "NoSuchVersion");
+}
+
+} // namespace
+
+HeldFiles::Answer HeldFiles::find(const std::string& folderPath, const std::string& name)
+{
+    const auto listing = folder(folderPath);
+    if (listing->failure)
+        return {.file = std::nullopt, .failure = listing->failure};
+    const auto file = listing->files.find(name);
+    return {.file = file == listing->files.end() ? std::nullopt : std::optional(file->second),
+            .failure = std::nullopt};
+}
+
+std::shared_ptr<const HeldFiles::Folder> HeldFiles::folder(const std::string& path)
+{
+    std::promise<std::shared_ptr<const Folder>> promise;
+    Listing listing;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto [place, isNew] = listings_.try_emplace(path);
+        if (!isNew)
+            listing = place->second;
+        else
+            place->second = promise.get_future().share();
+    }
+    if (listing.valid())
+        return listing.get();
+    Folder found = listed(path);
+    auto result = std::make_shared<const Folder>(std::move(found));
+    promise.set_value(result);
+    return result;
+}
+
+HeldFiles::Folder HeldFiles::listed(const std::string& path)
+{
+    Folder result;
+    if (path.empty())
+        return listOfSystems();
+    const std::string_view above = path == "/" ? "" : parentOf(path);
+    const auto parent = folder(std::string(above));
+    if (parent->failure)
+        result.failure = parent->failure;
+    else if (parent->folders.contains(std::string(nameOf(path))))
+        result.failure = readPages(path, result);
+    return result;
+}
+
+/// What stands above the root folder: the root of this machine, when the service knows it.
+HeldFiles::Folder HeldFiles::listOfSystems()
+{
+    Folder result;
+    std::optional<Array> systems;
+    result.failure = tries_.repeat([&](std::optional<Error>& error) {
+        systems = WebServiceBroker::getAccountSystemsForUsername(
+            account_.username, account_.password, account_.server, &error);
+        return systems.has_value();
+    });
+    const auto isThis = [this](const Value& entry) {
+        const Dictionary* fields = entry.dictionary();
+        return (fields ? platform::findText(*fields, "SystemName") : entry.text()) ==
+               account_.systemName;
+    };
+    if (systems && std::ranges::any_of(*systems, isThis))
+        result.folders.insert("/");
+    return result;
+}
+
+std::optional<StepFailure> HeldFiles::readPages(const std::string& path, Folder& folder)
+{
+    std::int64_t total = 0;
+    std::int64_t taken = 0;
+    do {
+        std::optional<Array> page;
+        auto failure = tries_.repeat([&](std::optional<Error>& error) {
+            page = WebServiceBroker::getAccountFilesAndFoldersForUserName(
+                account_.username, account_.password, account_.server, account_.systemName, path,
+                "Name", true, taken, kPageSize, &total, &error);
+            return page.has_value();
+        });
+        if (failure)
+            return failure;
+        for (const Value& entry : *page) {
+            const Dictionary* fields = entry.dictionary();
+            if (!fields)
+                continue;
+            const std::string name = platform::findText(*fields, "Name");
+            if (platform::findText(*fields, "IsFolder") == "true")
+                folder.folders.insert(name);
+            else
+                folder.files.emplace(
+                    name, HeldFile{sizeIn(*fields), platform::findText(*fields, "Checksum")});
+        }
+        if (page->empty())
+            break;
+        taken += static_cast<std::int64_t>(page->size());
+    } while (taken < total);
+    return std::nullopt;
+}
+
+std::optional<std::set<std::string>> vanishedVersions(const Account& account,
+                                                      const std::vector<std::string>& versions,
+                                                      Tries& tries,
+                                                      std::optional<StepFailure>& failure)
+{
+    std::set<std::string> missing(versions.begin(), versions.end());
+    for (std::size_t start = 0; start < versions.size(); start += kVersionsInACall) {
+        const auto some =
+            std::span(versions).subspan(start, std::min(kVersionsInACall, versions.size() - start));
+        std::optional<Value> answer;
+        failure = tries.repeat([&](std::optional<Error>& error) {
+            answer = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
+                fmt::format("{}", fmt::join(some, ",")), account.username, account.server, "",
+                &error);
+            return answer && isAnswer(*answer);
+        });
+        if (failure)
+            return std::nullopt;
+        const auto files = platform::valueAtKeyPath(*answer, "files.FileMetaData");
+        for (const Value& file : files ? asArray(*files) : Array()) {
+            if (const Dictionary* fields = file.dictionary())
+                missing.erase(platform::findText(*fields, "VersionID"));
+        }
+    }
+    return missing;
+}
+
+} // namespace stowline::backup
