@@ -120,6 +120,8 @@ int main(int count, char** words)
     if (const auto fault = cli::unreadConfiguration(app))
         return static_cast<int>(cli::output().fail(cli::ExitStatus::usage, *fault));
     cli::output().setCommand(app.get_subcommands().front()->get_name());
+    const std::string name = app.get_subcommands().front()->get_name();
+    options.log.isCommandVerbose = name == "backup" || name == "uploads";
     apply(options);
     const auto status = chosen();
     platform::NotificationCenter::shared().post(

@@ -1,9 +1,9 @@
 // stowline account
-#include "cli/backup/BackupRun.h"
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Session.h"
 #include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
 
 namespace stowline::cli {
 
@@ -27,9 +27,12 @@ ExitStatus account(const AccountOptions& options)
     if (!info || !used)
         return output().fail(ExitStatus::temporary,
                              "The service did not tell about the account. Please try again later.");
-    const auto path = uploadPathFor(*session);
+    const auto path = WebServiceBroker::getUploadServerPathForUsername(
+        session->username, session->server, General::hardwareId().value_or("unknown"));
     if (!path)
-        return path.status();
+        return output().fail(ExitStatus::temporary,
+                             "The backup server " + session->server +
+                                 " gave no upload path. Please try again later.");
     Fields fields{{"account", session->username},
                   {"server", session->server},
                   {"used_kb", *used},

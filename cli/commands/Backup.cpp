@@ -2,25 +2,111 @@
 #include "cli/commands/BackupCommand.h"
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
+#include "stowline/backup/tree/TreeRules.h"
+#include "stowline/platform/files/Files.h"
+
+#include <algorithm>
 
 namespace stowline::cli {
 
 namespace {
 
+/// How a launch by the schedule is marked; it is no path, wherever it stands.
+constexpr const char* kScheduledLaunch = "scheduled_launch";
+
 struct Options {
     SessionOptions session;
     BackupFlags flags;
     std::vector<std::string> paths;
-    TreeRules rules;
+    std::vector<std::string> filesFrom;
+    std::vector<std::string> excludeFrom;
+    std::string streamName;
+    backup::BackupRequest request; ///< what comes from flags of this command alone
 };
 
-ExitStatus backup(Options& options)
+/// A file, or standard input for "-". Says what goes wrong.
+std::optional<std::string> contentOf(const std::string& file)
 {
-    const BackupGuard guard;
-    if (!guard.isHeld())
-        return guard.failure();
-    return backUpTree(options.session, options.flags,
-                      [&options] { return walk(options.paths, options.rules); });
+    auto content = platform::readFile(file == "-" ? "/dev/stdin" : file);
+    if (!content)
+        output().complain("The file " + file + " cannot be read.");
+    return content;
+}
+
+/// Everything that is named, in whichever way. @return false after saying what is wrong
+bool readLists(Options& options)
+{
+    std::erase(options.paths, kScheduledLaunch);
+    for (const std::string& file : options.filesFrom) {
+        const auto content = contentOf(file);
+        if (!content)
+            return false;
+        std::ranges::copy(backup::pathsOfList(*content), std::back_inserter(options.paths));
+    }
+    for (const std::string& file : options.excludeFrom) {
+        const auto content = contentOf(file);
+        if (!content)
+            return false;
+        options.request.rules.excludeLines += *content + "\n";
+    }
+    if (!options.paths.empty() || !options.streamName.empty())
+        return true;
+    output().complain("Please name what to back up: PATH, --files-from or --stdin.");
+    return false;
+}
+
+ExitStatus backUpPaths(Options& options)
+{
+    if (!readLists(options))
+        return output().finish(ExitStatus::usage);
+    return backUp(options.session, options.flags, [&options](backup::BackupRequest& request) {
+        const backup::BackupRequest& more = options.request;
+        request.paths = options.paths;
+        request.rules = more.rules;
+        request.ignoresCtime = more.ignoresCtime;
+        request.ignoresInode = more.ignoresInode;
+        request.trustsNothing = more.trustsNothing;
+        request.rebuildsIndex = more.rebuildsIndex;
+        request.adoptsChain = more.adoptsChain;
+        if (options.streamName.empty())
+            return;
+        request.streamName = options.streamName;
+        request.streamDescriptor = 0;
+    });
+}
+
+void declareRules(const Command& command, Options& options)
+{
+    backup::BackupRules& rules = options.request.rules;
+    command.addOption("--exclude", rules.exclude,
+                      "Leave out what matches this pattern, as in .gitignore: without a slash a "
+                      "name at any depth (\"*.o\"), with one a path below PATH (\"/cache\", "
+                      "\"src/*.c\"), with one at its end folders only; \"**\" is any number of "
+                      "folders; may be given again");
+    command.addOption("--exclude-from", options.excludeFrom,
+                      "Leave out what matches the patterns of this file, one a line; \"!\" before "
+                      "one takes an earlier one back");
+    command.addOption("--include", rules.include,
+                      "Take only files that match this pattern; may be given again");
+    command.addFlag("--skip-hidden", rules.skipsHidden, "No hidden files and folders");
+    command.addFlag("--exclude-caches", rules.skipsCaches,
+                    "No folders that are tagged by a CACHEDIR.TAG");
+    command.addFlag("--one-file-system", rules.staysOnFileSystem,
+                    "Stay on the file system of each PATH");
+}
+
+void declareTrust(const Command& command, backup::BackupRequest& request)
+{
+    command.addFlag("--ignore-ctime", request.ignoresCtime,
+                    "Believe a file unchanged whatever its time of status says");
+    command.addFlag("--ignore-inode", request.ignoresInode,
+                    "Believe a file unchanged whatever its inode says");
+    command.addFlag("--trust-nothing,--checksum", request.trustsNothing,
+                    "Read every file, and compare its content with what is stored");
+    command.addFlag("--rebuild-index", request.rebuildsIndex,
+                    "Make the index of stored items anew from the service");
+    command.addFlag("--adopt", request.adoptsChain,
+                    "Take over the backups that another machine made under this name");
 }
 
 } // namespace
@@ -29,17 +115,20 @@ void declareBackup(const Command& app)
 {
     auto options = std::make_shared<Options>();
     const Command command = app.addCommand(
-        "backup", "Upload files in parts, go on with what was cut off, register each file");
-    command.addOption("PATH", options->paths, "Files and folders").required();
-    command.addOption("--include", options->rules.include,
-                      "Only files that match a pattern: of names, or with a slash of paths below "
-                      "PATH; may be given again");
-    command.addOption("--exclude", options->rules.exclude,
-                      "No files and folders that match a pattern; may be given again");
-    command.addFlag("--skip-hidden", options->rules.skipsHidden, "No hidden files and folders");
+        "backup", "Store what is new or changed, go on with what was cut off. A file that was "
+                  "renamed or moved is sent again under its new name");
+    command.addOption("PATH", options->paths,
+                      "Files and folders; a link that is named is followed");
+    command.addOption("--files-from", options->filesFrom,
+                      "Back up the paths in this file (\"-\": standard input), one a line, or "
+                      "separated by NUL bytes");
+    command.addOption("--stdin", options->streamName,
+                      "Back up standard input as a file of this name below /stdin");
+    declareRules(command, *options);
+    declareTrust(command, options->request);
     options->flags.declare(command);
     options->session.declare(command);
-    command.runs([options] { return backup(*options); });
+    command.runs([options] { return backUpPaths(*options); });
 }
 
 } // namespace stowline::cli

@@ -1,5 +1,7 @@
 #include "cli/commands/BackupCommand.h"
 
+#include "cli/commands/BackupReport.h"
+#include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/util/General.h"
@@ -10,6 +12,10 @@ void BackupFlags::declare(const Command& command)
 {
     command.addOption("--system", systemName, "Name of this machine on the service")
         .defaultsTo(General::localHostName());
+    command
+        .addOption("--profile", profile,
+                   "Which of several backups of this user it is; each keeps its own runs")
+        .showsDefault();
     command.addOption("--part-size", partBytes, "Bytes to send at once, as 4m")
         .asSize()
         .between(std::uint64_t{4096}, std::uint64_t{1} << 32);
@@ -18,103 +24,72 @@ void BackupFlags::declare(const Command& command)
     command.addOption("-j,--jobs", jobs, "Files to upload at the same time")
         .between(1, 64)
         .showsDefault();
-    command.addOption("--retry-time", retrySeconds, "Seconds to try a part again before giving up")
+    command
+        .addOption("--retry-time", retrySeconds,
+                   "Seconds to try one part, registration or question before giving up")
         .between(0.0, 86400.0)
         .showsDefault();
-    command.addFlag("--checksum", comparesChecksums,
-                    "Compare checksums too before a file is left out as unchanged");
+    command.addOption("--allow-changing", allowChanging,
+                      "Files that match this pattern may change while they are read without the "
+                      "run ending with status 3; may be given again");
     command.addOption("--register-with", registration, "Web method that registers the files")
         .oneOf({"protect2", "ProtectFile"})
         .showsDefault();
-    command.addFlag("-n,--dry-run", isDryRun, "Say what would be done");
+    command.addFlag("-n,--dry-run", isDryRun, "Say what would be done, and do nothing");
     reports.declare(command);
 }
 
-BackupGuard::BackupGuard()
+backup::BackupRequest BackupFlags::request(const Session& session) const
 {
-    const auto state = platform::stateFolder();
-    if (state && platform::makePrivateFolder(*state))
-        lock_ = platform::LockFile::take(*state / "backup.lock");
+    backup::BackupRequest request;
+    request.account = {.username = session.username,
+                       .password = session.password,
+                       .server = session.server,
+                       .systemName = systemName};
+    request.identity = backup::identityOfThisUser();
+    request.identity.profile = profile;
+    request.stateFolder = platform::stateFolder().value_or("");
+    request.jobs = jobs;
+    request.bytesPerSecond = bytesPerSecond;
+    request.partBytes = partBytes;
+    request.budgetPerStep = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(retrySeconds));
+    request.allowChanging = allowChanging;
+    request.isDryRun = isDryRun;
+    request.registersWithProtectFile = registration != "protect2";
+    return request;
 }
 
-ExitStatus BackupGuard::failure() const
+ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
+                  const std::function<void(backup::BackupRequest& request)>& more)
 {
-    const auto state = platform::stateFolder();
-    if (!state || !platform::makePrivateFolder(*state))
+    if (!platform::stateFolder())
         return output().fail(ExitStatus::failed,
-                             "The folder for the journal cannot be made. Please set "
+                             "There is no folder for the state of backups. Please set "
                              "XDG_STATE_HOME to a folder that you may write to.");
-    return output().fail(ExitStatus::locked,
-                         "Another backup of this user is running. Please wait for its end.");
-}
-
-namespace {
-
-/// What stands between the sign-in and the files.
-struct Start {
-    std::optional<Session> session;
-    std::string serverPath;
-    ExitStatus failure = ExitStatus::done; ///< when there is no path
-};
-
-Start startOf(const SessionOptions& options, const BackupFlags& flags)
-{
-    Start start;
+    if (!flags.reports.readToken())
+        return output().finish(ExitStatus::usage);
+    const Date begun = platform::currentDate();
+    RunFigures figures{.username = options.username(), .machine = flags.systemName, .begun = begun};
     const auto session =
         options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
                       "PreparePackagedFilesForProtection"});
     if (!session) {
-        start.failure = session.status();
-        return start;
+        flags.reports.tell(std::nullopt, figures);
+        return session.status();
     }
-    start.session = *session;
-    if (const auto path = uploadPathFor(*session))
-        start.serverPath = *path;
-    else
-        start.failure = path.status();
-    return start;
-}
-
-BackupOptions optionsFrom(const BackupFlags& flags)
-{
-    return {.systemName = flags.systemName,
-            .partBytes = flags.partBytes,
-            .bytesPerSecond = flags.bytesPerSecond,
-            .jobs = flags.jobs,
-            .budgetPerStep = std::chrono::duration_cast<Duration>(
-                std::chrono::duration<double>(flags.retrySeconds)),
-            .comparesChecksums = flags.comparesChecksums,
-            .isDryRun = flags.isDryRun,
-            .registration = flags.registration == "protect2" ? RegistrationMethod::protect2
-                                                             : RegistrationMethod::protectFile};
-}
-
-} // namespace
-
-ExitStatus backUpTree(const SessionOptions& options, BackupFlags& flags,
-                      const std::function<FileTree()>& findFiles)
-{
-    if (!flags.reports.readToken())
-        return output().finish(ExitStatus::usage);
-    const Date begun = platform::currentDate();
-    const Start start = startOf(options, flags);
-    if (start.serverPath.empty()) {
-        flags.reports.tell(
-            std::nullopt,
-            {.username = options.username(), .machine = flags.systemName, .begun = begun});
-        return start.failure;
-    }
+    backup::BackupRequest request = flags.request(*session);
+    more(request);
     const Interruptible interruptible;
-    const FileTree tree = findFiles();
-    const BackupResult result =
-        runBackup(*start.session, start.serverPath, tree, optionsFrom(flags));
-    if (!flags.isDryRun) {
-        const RunFigures figures =
-            figuresOf(result, start.session->username, flags.systemName, begun);
+    BackupReport report(request);
+    const backup::BackupSummary summary =
+        backup::runBackup(request, report, Interruptible::stopRequest());
+    if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
+        figures = figuresOf(summary, session->username, flags.systemName, begun);
         keepLastRun(figures);
-        flags.reports.tell(start.session, figures);
+        flags.reports.tell(*session, figures);
     }
-    return finishBackup(result);
+    return report.finish(summary);
 }
 
 } // namespace stowline::cli

@@ -1,46 +1,36 @@
 // What the commands that upload have in common.
 #pragma once
 
-#include "cli/backup/BackupRun.h"
 #include "cli/shared/CommandLine.h"
-#include "cli/shared/Interruption.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/Session.h"
-#include "stowline/platform/files/LockFile.h"
-
-#include <functional>
+#include "stowline/backup/BackupRun.h"
 
 namespace stowline::cli {
 
 /// The options of a run.
 struct BackupFlags {
     std::string systemName;
+    std::string profile = "default";
     std::uint64_t partBytes = 4U << 20;
     std::uint64_t bytesPerSecond = 0;
     std::size_t jobs = 4;
     double retrySeconds = 300;
-    bool comparesChecksums = false;
     bool isDryRun = false;
     std::string registration = "protect2";
+    std::vector<std::string> allowChanging;
     ReportFlags reports;
 
     void declare(const Command& command);
+
+    /// A request with these, for an account that is signed in.
+    [[nodiscard]] backup::BackupRequest request(const Session& session) const;
 };
 
-/// Keeps other runs of this user away as long as it exists.
-class BackupGuard {
-public:
-    BackupGuard();
-    [[nodiscard]] bool isHeld() const { return lock_.has_value(); }
-    [[nodiscard]] ExitStatus failure() const;
-
-private:
-    std::optional<platform::LockFile> lock_;
-};
-
-/// Signs in, finds the files, backs them up, tells of the run where that is wanted, also when it
-/// failed, and ends the output.
-[[nodiscard]] ExitStatus backUpTree(const SessionOptions& options, BackupFlags& flags,
-                                    const std::function<FileTree()>& findFiles);
+/// Signs in, runs the request, tells of the run where that is wanted, also when it failed, and ends
+/// the output.
+/// @param more completes the request
+[[nodiscard]] ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
+                                const std::function<void(backup::BackupRequest& request)>& more);
 
 } // namespace stowline::cli

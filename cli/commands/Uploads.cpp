@@ -3,29 +3,32 @@
 #include "cli/commands/Commands.h"
 #include "cli/shared/Confirmation.h"
 #include "cli/shared/Output.h"
+#include "stowline/platform/files/Files.h"
 
 #include <fmt/format.h>
+
+#include <algorithm>
 
 namespace stowline::cli {
 
 namespace {
 
-UploadJournal journal()
+std::filesystem::path state()
 {
-    return UploadJournal(journalFolder().value_or(""));
+    return platform::stateFolder().value_or("");
 }
 
 ExitStatus listUploads()
 {
-    for (const JournalEntry& entry : journal().entries()) {
-        Fields fields{{"id", entry.guid}};
-        fields.emplace_back("path", entry.file.path);
-        fields.emplace_back("sent", entry.sentBytes);
-        fields.emplace_back("size", entry.file.size);
-        fields.emplace_back("parts", entry.parts);
-        fields.emplace_back("account", entry.username);
-        output().item(fmt::format("{}  {:>14} of {:>14}  {}", entry.guid, entry.sentBytes,
-                                  entry.file.size, onOneLine(entry.file.path)),
+    for (const backup::UnfinishedUpload& upload : backup::unfinishedUploads(state())) {
+        Fields fields{{"id", upload.id}};
+        fields.emplace_back("path", upload.path);
+        fields.emplace_back("sent", upload.sentBytes);
+        fields.emplace_back("size", upload.size);
+        fields.emplace_back("parts", upload.parts);
+        fields.emplace_back("account", upload.username);
+        output().item(fmt::format("{}  {:>14} of {:>14}  {}", upload.id, upload.sentBytes,
+                                  upload.size, onOneLine(upload.path)),
                       "upload", fields);
     }
     return output().finish(ExitStatus::done);
@@ -36,64 +39,46 @@ struct ResumeOptions {
     BackupFlags flags;
 };
 
-/// The files of the journal as they are now; those that are gone are told of and forgotten.
-FileTree unfinishedFiles()
-{
-    FileTree tree;
-    for (const JournalEntry& entry : journal().entries()) {
-        if (auto file = localFile(entry.file.path)) {
-            file->contentMark = entry.file.contentMark;
-            tree.files.push_back(*file);
-            continue;
-        }
-        tree.faults.push_back(entry.file.path + " is not there any more; its upload is given up");
-        journal().remove(entry.guid);
-    }
-    return tree;
-}
-
 ExitStatus resumeUploads(ResumeOptions& options)
 {
-    const BackupGuard guard;
-    if (!guard.isHeld())
-        return guard.failure();
-    return backUpTree(options.session, options.flags, unfinishedFiles);
+    return backUp(options.session, options.flags,
+                  [](backup::BackupRequest& request) { request.resumesOnly = true; });
 }
 
 struct AbandonOptions {
     Confirmation confirmation;
-    std::vector<std::string> guids;
+    std::vector<std::string> ids;
     bool all = false;
 };
 
 ExitStatus abandonUploads(const AbandonOptions& options)
 {
-    const BackupGuard guard;
-    if (!guard.isHeld())
-        return guard.failure();
-    std::vector<std::string> guids = options.guids;
-    for (const JournalEntry& entry : journal().entries()) {
-        if (options.all)
-            guids.push_back(entry.guid);
-    }
-    for (const std::string& guid : guids) {
-        if (!journal().find(guid))
-            return output().fail(ExitStatus::notFound, "There is no upload " + guid +
+    std::vector<std::string> known;
+    for (const backup::UnfinishedUpload& upload : backup::unfinishedUploads(state()))
+        known.push_back(upload.id);
+    const std::vector<std::string>& ids = options.all ? known : options.ids;
+    for (const std::string& id : ids) {
+        if (std::ranges::find(known, id) == known.end())
+            return output().fail(ExitStatus::notFound, "There is no upload " + id +
                                                            ". \"stowline uploads list\" shows "
                                                            "those that there are.");
     }
     if (const auto refused = options.confirmation.refusal(
-            fmt::format("the record of {} unfinished uploads", guids.size())))
+            fmt::format("the record of {} unfinished uploads", ids.size())))
         return *refused;
-    for (const std::string& guid : guids)
-        journal().remove(guid);
-    return output().finish(ExitStatus::done, {{"abandoned", guids.size()}});
+    const auto count = backup::abandonUploads(state(), ids);
+    if (!count)
+        return output().fail(ExitStatus::locked, "Another backup of this user is running. Please "
+                                                 "wait for its end.");
+    output().note("What was sent of them lies with the service until it drops it by itself.");
+    return output().finish(ExitStatus::done, {{"abandoned", *count}});
 }
 
 void declareResume(const Command& uploads)
 {
     auto options = std::make_shared<ResumeOptions>();
-    const Command command = uploads.addCommand("resume", "Go on with all of them");
+    const Command command =
+        uploads.addCommand("resume", "Go on with those of this account, machine name and profile");
     options->flags.declare(command);
     options->session.declare(command);
     command.runs([options] { return resumeUploads(*options); });
@@ -103,13 +88,13 @@ void declareAbandon(const Command& uploads)
 {
     auto options = std::make_shared<AbandonOptions>();
     const Command command = uploads.addCommand("abandon", "Forget unfinished uploads");
-    const Option guids =
-        command.addOption("ID", options->guids, "Uploads as \"uploads list\" shows them");
+    const Option ids =
+        command.addOption("ID", options->ids, "Uploads as \"uploads list\" shows them");
     const Option all = command.addFlag("--all", options->all, "All of them");
-    guids.excludes(all);
+    ids.excludes(all);
     options->confirmation.declare(command);
     command.runs([options] {
-        if (options->guids.empty() && !options->all)
+        if (options->ids.empty() && !options->all)
             return output().fail(ExitStatus::usage, "Please name uploads, or give --all.");
         return abandonUploads(*options);
     });

@@ -119,7 +119,11 @@ template <class Value>
 Option Command::addOption(const std::string& name, Value& value,
                           const std::string& description) const
 {
-    return Option(*app_->add_option(name, value, description));
+    CLI::Option* option = app_->add_option(name, value, description);
+    // A list takes one value each time it is given, so that it swallows no word after it.
+    if (!option->get_positional())
+        option->allow_extra_args(false);
+    return Option(*option);
 }
 
 template Option Command::addOption(const std::string&, std::string&, const std::string&) const;

@@ -22,6 +22,7 @@ struct Waiting {
     std::mutex mutex;
     std::string lastWords = "Interrupted.";
     std::condition_variable requested;
+    StopRequest stop;
 };
 
 Waiting& waiting()
@@ -52,6 +53,7 @@ void watchForTermination()
             const auto status = signal == SIGINT ? ExitStatus::interrupted : ExitStatus::terminated;
             if (!workListens || requestedStatus.exchange(static_cast<int>(status)) != 0)
                 leave(status);
+            waiting().stop.request();
             const std::lock_guard lock(waiting().mutex);
             waiting().requested.notify_all();
         }
@@ -72,6 +74,11 @@ std::optional<ExitStatus> Interruptible::request()
 {
     const int status = requestedStatus;
     return status == 0 ? std::nullopt : std::optional(static_cast<ExitStatus>(status));
+}
+
+const StopRequest& Interruptible::stopRequest()
+{
+    return waiting().stop;
 }
 
 std::optional<ExitStatus> Interruptible::awaitRequest(std::chrono::steady_clock::duration atMost)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/shared/ExitStatus.h"
+#include "stowline/platform/threads/StopRequest.h"
 
 #include <chrono>
 #include <optional>
@@ -25,6 +26,9 @@ public:
     /// The status to end with when the program has been asked to end; absent until then. Any
     /// thread.
     [[nodiscard]] static std::optional<ExitStatus> request();
+
+    /// The same as a request that blocking work obeys.
+    [[nodiscard]] static const StopRequest& stopRequest();
 
     /// What to say instead of "Interrupted." when a second request ends the program at once.
     static void sayWhenLeft(std::string sentence);

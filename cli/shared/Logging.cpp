@@ -13,6 +13,8 @@ namespace stowline::cli {
 
 namespace {
 
+bool isVerbose = false;
+
 void logToFiles(std::int32_t flags)
 {
     const auto state = platform::stateFolder();
@@ -39,9 +41,16 @@ std::shared_ptr<DDLogger> standardErrorLogger()
 
 } // namespace
 
+bool namesItems()
+{
+    return isVerbose;
+}
+
 void declareLogging(const Command& app, LogOptions& options)
 {
-    app.addFlag("-v,--verbose", options.verbose, "Show the log on standard error").fromVariable();
+    app.addFlag("-v,--verbose", options.verbose,
+                "Show the log on standard error; of backup and uploads, name each item instead")
+        .fromVariable();
     app.addFlag("--log-file", options.toFile,
                 "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)")
         .fromVariable();
@@ -56,7 +65,8 @@ void startLogging(const LogOptions& options)
     const std::int32_t flags = logLevelNamed(options.level);
     if (options.toFile)
         logToFiles(flags);
-    if (!options.verbose)
+    isVerbose = options.verbose;
+    if (!options.verbose || options.isCommandVerbose)
         return;
     const auto logger = standardErrorLogger();
     logger->setLogFormatter(std::make_shared<LevelFilterLogFormatter>(flags));

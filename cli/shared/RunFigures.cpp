@@ -55,7 +55,7 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .failedBytes = countIn(fields, "failedBytes")};
 }
 
-RunFigures figuresOf(const BackupResult& result, const std::string& username,
+RunFigures figuresOf(const backup::BackupSummary& result, const std::string& username,
                      const std::string& machine, Date begun)
 {
     return {.username = username,

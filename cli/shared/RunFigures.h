@@ -1,7 +1,7 @@
 // What the last backup came to, kept for the reports about it.
 #pragma once
 
-#include "cli/backup/BackupRun.h"
+#include "stowline/backup/BackupRun.h"
 #include "stowline/platform/values/Value.h"
 
 #include <optional>
@@ -31,7 +31,7 @@ struct RunFigures {
     [[nodiscard]] static std::optional<RunFigures> fromDictionary(const Dictionary& fields);
 };
 
-[[nodiscard]] RunFigures figuresOf(const BackupResult& result, const std::string& username,
+[[nodiscard]] RunFigures figuresOf(const backup::BackupSummary& result, const std::string& username,
                                    const std::string& machine, Date begun);
 
 /// Keeps the figures in the state folder, and reads them again; absent when there are none.

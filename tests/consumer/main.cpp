@@ -16,9 +16,7 @@ int main(int count, char** words)
     platform::Bundle::useFolder(words[1]);
     std::optional<Error> error;
     const auto answer = WebServiceBroker::authenticateForUsername(words[2], password, &error);
-    const bool isSignedIn =
-        answer && platform::valueAtKeyPath(*answer, "AuthenticateResult") == Value("true");
-    const auto* server = isSignedIn ? platform::findString(*answer, "backupServerName") : nullptr;
+    const auto* server = answer ? platform::findString(*answer, "backupServerName") : nullptr;
     if (!server)
         std::cerr << (error ? error->localizedDescription() : "The sign-in was refused.") << "\n";
     else

@@ -1,8 +1,8 @@
 // An account on a development service, a folder to back up, and a look at what is stored.
 #pragma once
 
-#include "cli/backup/UploadJournal.h"
 #include "devserver/Storage.h"
+#include "stowline/backup/transfer/UploadJournal.h"
 #include "stowline/platform/files/Files.h"
 #include "tests/endtoend/Command.h"
 #include "tests/support/DevServerProcess.h"
@@ -83,9 +83,9 @@ public:
             folder.write(name, content);
     }
 
-    [[nodiscard]] cli::UploadJournal journal() const
+    [[nodiscard]] backup::UploadJournal journal() const
     {
-        return cli::UploadJournal(command.home().path() / ".local/state/stowline/uploads");
+        return backup::UploadJournal(command.home().path() / ".local/state/stowline/uploads");
     }
 
     /// Waits until the journal shows that so many bytes of some upload are confirmed.

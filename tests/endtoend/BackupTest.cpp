@@ -1,5 +1,4 @@
 // The main job: a folder tree on its way to the service, through every process there is.
-#include "cli/backup/UploadJournal.h"
 #include "stowline/platform/files/LockFile.h"
 #include "stowline/service/RemoteName.h"
 #include "tests/endtoend/BackedUp.h"
@@ -37,7 +36,8 @@ TEST(Backup, StoresATreeAndThenOnlyWhatChanged)
     EXPECT_EQ(first.status, 0) << first.errors;
     EXPECT_EQ(field(first, "stored"), 5);
     EXPECT_EQ(field(first, "parts"), 6);
-    EXPECT_EQ(field(first, "left_out"), 2);
+    EXPECT_EQ(field(first, "recorded"), 6); // four folders, a link, a pipe
+    EXPECT_EQ(field(first, "found"), 11);
     EXPECT_EQ(account.stored(), files);
     EXPECT_TRUE(account.journal().entries().empty());
 
@@ -74,7 +74,7 @@ TEST(Backup, ADryRunChangesNothing)
     EXPECT_EQ(account.stored(), Files());
 }
 
-TEST(Backup, ComparesChecksumsWhenAsked)
+TEST(Backup, ARewriteOfTheSameSizeWhoseTimeWasPutBackIsStored)
 {
     const BackedUp account;
     account.write({{"a.txt", "old"}});
@@ -83,8 +83,7 @@ TEST(Backup, ComparesChecksumsWhenAsked)
     const auto time = std::filesystem::last_write_time(file);
     std::ofstream(file, std::ios::binary | std::ios::in) << "new"; // the same size
     std::filesystem::last_write_time(file, time);
-    EXPECT_EQ(field(account.backup(), "unchanged"), 1);
-    const auto result = account.backup({"--checksum"});
+    const auto result = account.backup();
     EXPECT_EQ(field(result, "stored"), 1) << result.errors;
     EXPECT_EQ(account.stored(), (Files{{"a.txt", "new"}}));
 }
@@ -195,7 +194,7 @@ TEST(Backup, ReplacedFilesAreSentAnewAndDeletedOnesToldOf)
     std::filesystem::rename(account.folder.path() / "new b", account.folder.path() / "b");
     const auto result = run.wait();
     EXPECT_EQ(result.status, 3);
-    EXPECT_NE(result.errors.find("/a was deleted while it was sent."), std::string::npos)
+    EXPECT_NE(result.errors.find("/a is not stored: it is not there any more."), std::string::npos)
         << result.errors;
     EXPECT_EQ(account.stored(), (Files{{"b", noise(98304, 7)}}));
 }
@@ -260,9 +259,9 @@ TEST(Backup, PasswordsOfEveryPrintableCharacter)
 
 TEST(Backup, TheJournalIsForNobodyElse)
 {
-    const BackedUp account({"--fault", "UploadFilePart:*:fault"});
-    account.write({{"a", "1"}});
-    EXPECT_EQ(account.backup({"--retry-time", "0"}).status, 3);
+    const BackedUp account;
+    account.write({{"big", noise(400000, 8)}});
+    cutOff(account, 65536);
     const auto folder = account.command.home().path() / ".local/state/stowline/uploads";
     struct stat status = {};
     ASSERT_EQ(::stat(folder.c_str(), &status), 0);
@@ -282,7 +281,7 @@ TEST(Backup, TellsAPersonHowFarItIs)
     const auto talk = test::talkOnTerminal(run, "\x01never", "");
     EXPECT_EQ(talk.status, 0) << talk.screen;
     EXPECT_NE(talk.screen.find("% "), std::string::npos) << talk.screen;
-    EXPECT_NE(talk.screen.find("stored"), std::string::npos);
+    EXPECT_NE(talk.screen.find("Stored 1 file (100.0 kB)."), std::string::npos) << talk.screen;
 }
 
 TEST(Backup, SparseFilesOfFiveGibibytes)

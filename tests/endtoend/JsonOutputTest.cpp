@@ -120,14 +120,14 @@ TEST_F(JsonOutput, IsAsThePageSays)
     account_.write({{"sub/a", "1"}, {"b\xff", "22"}});
     const std::string folder = account_.folder.path().string();
     const std::string copy = account_.command.home().path().string() + "/copy";
-    ASSERT_TRUE(account_.journal().write(
-        {.guid = "7", .username = "ann", .systemName = "iMac", .file = {.path = folder + "/c"}}));
     const auto broken = account_.command.home().write("broken.plist", "<plist><dict/></plist>");
 
     expectAsOnPage("signup", {"signup", "-u", "bob", "--email", "b@c.d"});
     expectAsOnPage("signin", {"signin"});
     expectAsOnPage("backup", {"backup", folder, "--system", "iMac"});
     expectAsOnPage("account", {"account", "--show-encryption-key"});
+    ASSERT_TRUE(
+        account_.journal().write({.guid = "7", .owner = {.username = "ann"}, .path = "/c"}));
     expectAsOnPage("uploads", {"uploads", "list"});
     expectAsOnPage("uploads abandon", {"uploads", "abandon", "--all", "--yes"});
     expectAsOnPage("systems", {"systems"});

@@ -1,0 +1,49 @@
+// A backup as people and programs see it: items, progress, the summary.
+#pragma once
+
+#include "cli/shared/ExitStatus.h"
+#include "stowline/backup/BackupRun.h"
+
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace stowline::cli {
+
+/// Shows a run while it goes on, and ends the output with what it came to. Any thread.
+class BackupReport : public backup::BackupObserver {
+public:
+    explicit BackupReport(const backup::BackupRequest& request) : request_(request) {}
+
+    void itemDone(const backup::ItemReport& report) override;
+    void progress(const backup::BackupProgress& progress) override;
+    void note(const std::string& sentence) override;
+
+    [[nodiscard]] ExitStatus finish(const backup::BackupSummary& summary);
+
+private:
+    void nameItem(const backup::ItemReport& report);
+    void clearProgress();
+    void tellFailures(const backup::BackupSummary& summary);
+    [[nodiscard]] std::string keepFailures() const;
+
+    const backup::BackupRequest& request_;
+    std::mutex mutex_;
+    std::vector<std::string> failures_; ///< a sentence each
+    std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
+    std::optional<std::chrono::steady_clock::time_point> shown_;
+    bool isLineShown_ = false;
+};
+
+/// How far a run is, at most so many characters wide: percent, items, bytes, rate, time left, what
+/// is done just now. The time left goes by what is the slower of items and bytes.
+[[nodiscard]] std::string backupProgressLine(const backup::BackupProgress& progress,
+                                             std::chrono::duration<double> elapsed,
+                                             std::size_t columns);
+
+/// The summary as sentences.
+[[nodiscard]] std::string backupSentences(const backup::BackupSummary& summary);
+
+} // namespace stowline::cli

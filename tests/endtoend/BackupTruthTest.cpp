@@ -1,0 +1,336 @@
+// What a backup says of itself is true: everything that is found is accounted for, and a success is
+// one.
+#include "tests/endtoend/BackedUp.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace stowline {
+namespace {
+
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::noise;
+using test::Words;
+
+/// Whether the numbers of a result add up to what was found.
+testing::AssertionResult addsUp(const test::ProgramResult& result)
+{
+    const auto number = [&result](const char* name) { return field(result, name).get<unsigned>(); };
+    const unsigned ended = number("stored") + number("unchanged") + number("recorded") +
+                           number("excluded") + number("failed");
+    if (ended == number("found"))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << result.output;
+}
+
+TEST(BackupTruth, AnOptionsListSwallowsNoWordAfterIt)
+{
+    const BackedUp account;
+    account.write({{"A/1", "1"}, {"A/x.o", "o"}, {"B/2", "2"}, {"B/y.tmp", "t"}});
+    const auto result =
+        account.run({"backup", "--json", "--system", "iMac", "--exclude", "*.o", "--exclude",
+                     "*.tmp", account.folder.path() / "A", account.folder.path() / "B"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"A/1", "1"}, {"B/2", "2"}}));
+    EXPECT_EQ(field(result, "excluded"), 2);
+    EXPECT_TRUE(addsUp(result));
+}
+
+TEST(BackupTruth, PatternsAndPathsComeFromFilesToo)
+{
+    const BackedUp account;
+    account.write({{"A/1", "1"}, {"A/x.o", "o"}, {"B/2", "2"}});
+    const auto patterns = account.command.home().write("patterns", "# what is made\n*.o\n");
+    const auto list =
+        account.command.home().write("list", (account.folder.path() / "A").string() + "\n" +
+                                                 (account.folder.path() / "B").string() + "\n");
+    const auto result = account.run(
+        {"backup", "--json", "--system", "iMac", "--exclude-from", patterns, "--files-from", list});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"A/1", "1"}, {"B/2", "2"}}));
+}
+
+TEST(BackupTruth, WhatCannotBeLookedAtHasFailed)
+{
+    if (::geteuid() == 0) // who may read everything is not told of modes
+        GTEST_SKIP() << "Needs a user whom modes bind.";
+    const BackedUp account;
+    account.write({{"closed/1", "1"}, {"closed/2", "2"}, {"open", "3"}});
+    ASSERT_EQ(::chmod((account.folder.path() / "closed").c_str(), 0444), 0);
+    const auto result = account.backup();
+    ::chmod((account.folder.path() / "closed").c_str(), 0755);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_EQ(field(result, "failed"), 2) << result.output;
+    EXPECT_NE(result.errors.find("/closed/1"), std::string::npos) << result.errors;
+    EXPECT_TRUE(addsUp(result));
+}
+
+TEST(BackupTruth, PathsOfAnyLengthAreStored)
+{
+    const BackedUp account;
+    const std::string name(200, 'n');
+    int folder = ::open(account.folder.path().c_str(), O_RDONLY | O_DIRECTORY);
+    for (int depth = 0; depth < 30; ++depth) { // 6,000 bytes of path
+        ASSERT_EQ(::mkdirat(folder, name.c_str(), 0700), 0);
+        const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY);
+        ::close(folder);
+        folder = next;
+    }
+    const int file = ::openat(folder, "deep", O_CREAT | O_WRONLY, 0600);
+    ASSERT_EQ(::write(file, "content", 7), 7);
+    ::close(file);
+    ::close(folder);
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1);
+    EXPECT_TRUE(addsUp(result));
+}
+
+TEST(BackupTruth, ANamedLinkIsFollowed)
+{
+    const BackedUp account;
+    account.write({{"real/1", "1"}});
+    ASSERT_EQ(::symlink("real", (account.folder.path() / "link").c_str()), 0);
+    const auto result =
+        account.run({"backup", "--json", "--system", "iMac", account.folder.path() / "link"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"real/1", "1"}}));
+    EXPECT_EQ(field(result, "recorded"), 2) << result.output; // the link, and the folder it names
+}
+
+TEST(BackupTruth, ANamedPipeIsRecorded)
+{
+    const BackedUp account;
+    const auto pipe = account.folder.path() / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const auto result = account.run({"backup", "--json", "--system", "iMac", pipe});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "recorded"), 1);
+}
+
+TEST(BackupTruth, ARewriteOfTheSameSizeWithinTheSameSecondIsStored)
+{
+    const BackedUp account;
+    account.write({{"a", "first"}});
+    EXPECT_EQ(account.backup().status, 0);
+    account.write({{"a", "again"}});
+    EXPECT_EQ(field(account.backup(), "stored"), 1);
+    EXPECT_EQ(account.stored(), (Files{{"a", "again"}}));
+}
+
+TEST(BackupTruth, WhatIsReadAndTheSameIsNotSent)
+{
+    const BackedUp account;
+    account.write({{"a", "same"}});
+    EXPECT_EQ(account.backup().status, 0);
+    account.write({{"a", "same"}}); // another stamp
+    const auto result = account.backup();
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_EQ(field(result, "unchanged"), 1);
+}
+
+/// Ends a slow run without warning once so many bytes are confirmed.
+void cutOff(const BackedUp& account, std::uint64_t bytes)
+{
+    test::BackgroundProgram run(account.backupRun({"--part-size", "64k", "--bwlimit", "320k"}));
+    account.awaitSent(bytes);
+    run.signal(SIGKILL);
+    (void)run.wait();
+}
+
+TEST(BackupTruth, AFileReplacedDuringAnInterruptionIsNoMixture)
+{
+    const BackedUp account;
+    const auto file = account.folder.path() / "big";
+    account.write({{"big", noise(10 * 65536, 1)}});
+    const auto time = std::filesystem::last_write_time(file);
+    cutOff(account, 3 * 65536);
+    account.write({{"big", noise(10 * 65536, 2)}}); // the same size, the same inode
+    std::filesystem::last_write_time(file, time);
+    EXPECT_EQ(account.backup().status, 0);
+    EXPECT_EQ(account.stored(), (Files{{"big", noise(10 * 65536, 2)}}));
+    EXPECT_TRUE(account.journal().entries().empty());
+}
+
+TEST(BackupTruth, AnUploadOfOneAccountNeverGoesIntoAnother)
+{
+    const BackedUp account;
+    account.write({{"big", noise(10 * 65536, 1)}});
+    cutOff(account, 3 * 65536);
+    const test::Environment bob{{"STOWLINE_USERNAME", "bob"}, {"STOWLINE_PASSWORD", "b"}};
+    ASSERT_EQ(account.command(Words{"signup", "--email", "b@b.c"}, bob).status, 0);
+    const auto result =
+        account.command(Words{"uploads", "resume", "--json", "--system", "iMac"}, bob);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "found"), 0);
+    devserver::Storage storage(account.server.data());
+    EXPECT_TRUE(
+        storage.search({.userName = "bob", .pageSize = 9}, "big", "").value().items.empty());
+    EXPECT_EQ(account.journal().entries().size(), 1U); // ann's, still there
+}
+
+TEST(BackupTruth, AListingThatFailsMakesNothingNew)
+{
+    const BackedUp account({"--fault", "GetAccountFilesAndFolders:*:fault"});
+    account.write({{"a", "1"}});
+    const auto result = account.backup({"--retry-time", "1"});
+    EXPECT_NE(result.status, 0);
+    EXPECT_TRUE(account.stored().empty());
+}
+
+TEST(BackupTruth, ASecondRunListsNoFolder)
+{
+    const BackedUp account;
+    Files files;
+    for (int i = 0; i < 30; ++i)
+        files.emplace("folder" + std::to_string(i) + "/file", "content");
+    account.write(files);
+    ASSERT_EQ(account.backup().status, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2100)); // until the stamps are settled
+    const auto settled = account.backup();
+    EXPECT_EQ(field(settled, "unchanged"), 30) << settled.errors;
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = account.backup();
+    EXPECT_EQ(field(result, "stored"), 0);
+    EXPECT_EQ(field(result, "unchanged"), 30);
+    RecordProperty("milliseconds", static_cast<int>((std::chrono::steady_clock::now() - start) /
+                                                    std::chrono::milliseconds(1)));
+}
+
+TEST(BackupTruth, AnIndexThatIsLostIsMadeAnewFromTheRecord)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}, {"b", "2"}});
+    ASSERT_EQ(account.backup().status, 0);
+    std::filesystem::remove_all(account.command.home().path() / ".local/state/stowline/index");
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_EQ(field(result, "unchanged"), 2);
+    EXPECT_NE(result.errors.find("is made anew"), std::string::npos) << result.errors;
+}
+
+TEST(BackupTruth, ANamedFolderThatBecameEmptyHasFailed)
+{
+    const BackedUp account;
+    account.write({{"disk/a", "1"}, {"disk/b", "2"}});
+    const std::string disk = account.folder.path() / "disk";
+    const Words words{"backup", "--json", "--system", "iMac", disk};
+    ASSERT_EQ(account.run(words).status, 0);
+    std::filesystem::remove_all(disk);
+    std::filesystem::create_directory(disk); // a mount point without its disk
+    const auto result = account.run(words);
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("is empty, but held 2 items"), std::string::npos) << result.errors;
+    EXPECT_GE(field(result, "carried_forward").get<int>(), 2);
+    EXPECT_TRUE(addsUp(result));
+}
+
+TEST(BackupTruth, AScheduledLaunchIsNoPath)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto result = account.run(
+        {"backup", "scheduled_launch", account.folder.path(), "--json", "--system", "iMac"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1);
+}
+
+TEST(BackupTruth, ADryRunNamesWhatItWouldDoAndStoresNothing)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto result = account.run(
+        {"backup", account.folder.path(), "--system", "iMac", "--dry-run", "--no-progress"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.output.find("would-store"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("/a"), std::string::npos);
+    EXPECT_EQ(result.output.find("Stored"), std::string::npos);
+    EXPECT_TRUE(account.stored().empty());
+}
+
+TEST(BackupTruth, VerboseNamesEachItemWithItsState)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}, {"skip.o", "2"}});
+    const auto result = account.run(
+        {"-v", "backup", account.folder.path(), "--system", "iMac", "--exclude", "*.o"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.output.find("stored       " + (account.folder.path() / "a").string()),
+              std::string::npos)
+        << result.output;
+    EXPECT_NE(result.output.find("excluded"), std::string::npos);
+}
+
+TEST(BackupTruth, TheFirstRequestToStopEndsTheRunInEveryWait)
+{
+    for (const char* fault : {"UploadFilePart:*:stall", "protect2:*:stall", "GetPhyPath:*:stall",
+                              "GetServerPartInfo:*:stall", "UploadFilePart:*:drip",
+                              "protect2:*:drip", "GetAccountSystems:*:stall"}) {
+        const BackedUp account({"--fault", fault});
+        account.write({{"a", noise(1000, 1)}});
+        test::BackgroundProgram run(account.backupRun());
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500)); // it waits by then
+        const auto start = std::chrono::steady_clock::now();
+        run.signal(SIGINT);
+        const auto result = run.wait();
+        EXPECT_EQ(result.status, 130) << fault << result.errors;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4)) << fault;
+        EXPECT_EQ(field(result, "status"), "interrupted") << fault;
+    }
+}
+
+TEST(BackupTruth, StandardInputIsStoredUnderAName)
+{
+    const BackedUp account;
+    auto run = account.command.run({"backup", "--json", "--system", "iMac", "--stdin", "dump.sql"},
+                                   account.environment(), "rows");
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1);
+    devserver::Storage storage(account.server.data());
+    const auto page = storage.search({.userName = "ann", .pageSize = 9}, "dump.sql", "").value();
+    ASSERT_EQ(page.items.size(), 1U);
+    EXPECT_EQ(page.items[0].folder, "/stdin");
+}
+
+TEST(BackupTruth, AFileThatNeverRestsIsStoredFromACopy)
+{
+    const BackedUp account;
+    account.write({{"log", noise(200000, 1)}});
+    const auto file = account.folder.path() / "log";
+    test::BackgroundProgram run(account.backupRun({"--part-size", "32k", "--bwlimit", "100k"}));
+    account.awaitSent(32768);
+    std::ofstream(file, std::ios::app) << "more";
+    const auto result = run.wait();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "changed_while_read"), 0);
+    EXPECT_EQ(account.stored(), (Files{{"log", noise(200000, 1) + "more"}}));
+    EXPECT_TRUE(account.journal().entries().empty());
+}
+
+TEST(BackupTruth, WhatVanishedFromTheServiceIsSentAgain)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    ASSERT_EQ(account.backup().status, 0);
+    {
+        devserver::Storage storage(account.server.data());
+        const auto page = storage.search({.userName = "ann", .pageSize = 9}, "a", "").value();
+        const auto versions = storage.versions("ann", page.items.at(0).id);
+        ASSERT_TRUE(storage.deleteVersion("ann", versions.at(0).listId));
+    }
+    const auto result = account.backup(); // one file: a thirtieth is all of it
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"a", "1"}}));
+}
+
+} // namespace
+} // namespace stowline
