@@ -11,6 +11,9 @@
 #include <array>
 #include <cstdlib>
 #include <filesystem>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 #include <utility>
 
 namespace stowline::platform {
@@ -104,6 +107,41 @@ FailureKind reasonOf(CURL* handle, CURLcode result)
     }
 }
 
+/// The sockets of one exchange, as the library opens and closes them.
+class OpenSockets {
+public:
+    /// Bytes that were handed to the system and that the other side has not acknowledged yet.
+    [[nodiscard]] std::size_t unacknowledged() const
+    {
+        std::size_t sum = 0;
+        for (const curl_socket_t socket : sockets_) {
+            int bytes = 0;
+            if (::ioctl(socket, SIOCOUTQ, &bytes) == 0)
+                sum += static_cast<std::size_t>(std::max(bytes, 0));
+        }
+        return sum;
+    }
+
+    static int onOpen(void* self, curl_socket_t socket, curlsocktype)
+    {
+        try {
+            static_cast<OpenSockets*>(self)->sockets_.push_back(socket);
+        } catch (const std::bad_alloc&) {
+            return CURL_SOCKOPT_ERROR;
+        }
+        return CURL_SOCKOPT_OK;
+    }
+
+    static int onClose(void* self, curl_socket_t socket)
+    {
+        std::erase(static_cast<OpenSockets*>(self)->sockets_, socket);
+        return ::close(socket);
+    }
+
+private:
+    std::vector<curl_socket_t> sockets_;
+};
+
 } // namespace
 
 class HttpExchange::Transfer {
@@ -134,11 +172,26 @@ public:
 
     bool waitForEvent(std::chrono::milliseconds atMost)
     {
+        const auto deadline = Clock::now() + atMost;
         moved_ = false;
-        if (work() || moved_)
-            return true;
-        const int ready = poll(atMost); // also the parts of a header line count as something
-        return work() || moved_ || ready > 0;
+        for (;;) {
+            if (work() || moved_)
+                return true;
+            const std::size_t before = sockets_.unacknowledged();
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0)
+                return false;
+            // Also the parts of a header line count as something, and what the system holds for us
+            // as long as the other side takes of it.
+            if (poll(before > 0 ? std::min(left, kLook) : left) > 0) {
+                (void)work();
+                return true;
+            }
+            if (sockets_.unacknowledged() < before) {
+                (void)work();
+                return true;
+            }
+        }
     }
 
     [[nodiscard]] bool isConnected() const { return connected_; }
@@ -244,6 +297,10 @@ private:
                          request_.version == HttpVersion::http10 ? CURL_HTTP_VERSION_1_0
                                                                  : CURL_HTTP_VERSION_1_1);
         curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+        curl_easy_setopt(handle, CURLOPT_SOCKOPTFUNCTION, &OpenSockets::onOpen);
+        curl_easy_setopt(handle, CURLOPT_SOCKOPTDATA, &sockets_);
+        curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::onClose);
+        curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &sockets_);
         // A thread that looks up a name is left to end by itself when the exchange is abandoned.
         curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
@@ -452,6 +509,7 @@ private:
     std::string raw_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
     HttpOutcome outcome_;
+    OpenSockets sockets_; // outlives what closes them
     std::unique_ptr<CURLM, MultiDeleter> multi_;
     std::unique_ptr<curl_slist, ListDeleter> headers_;
     std::unique_ptr<CURL, EasyDeleter> easy_;

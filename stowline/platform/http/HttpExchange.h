@@ -79,7 +79,8 @@ public:
     /// @return true when the exchange has ended.
     bool wait(std::chrono::milliseconds atMost);
 
-    /// Works on the exchange until bytes were sent or received, it ends, or the time is over.
+    /// Works on the exchange until bytes were sent or received, it ends, or the time is over. What
+    /// the system has taken to send counts as sent when the other side acknowledges it.
     /// @return whether anything moved.
     bool waitForEvent(std::chrono::milliseconds atMost);
 

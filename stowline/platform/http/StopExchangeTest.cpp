@@ -135,7 +135,7 @@ TEST(StopExchange, EndsATlsHandshakeThatStalls)
                               [] { std::this_thread::sleep_for(100ms); }));
 }
 
-TEST(StopExchange, EndsALookUpThatIsNotAnswered)
+TEST(StopExchange, EndsALookUpThatIsNotAnsweredAsATimeLimitDoes)
 {
     for (const auto& missing : {test::enterNetworkNamespace(), test::enterMountNamespace()}) {
         if (missing)
@@ -151,6 +151,12 @@ TEST(StopExchange, EndsALookUpThatIsNotAnswered)
         std::array<char, 512> question{};
         EXPECT_GT(::recv(names.number(), question.data(), question.size(), 0), 0);
     }));
+    const auto start = std::chrono::steady_clock::now();
+    {
+        HttpExchange abandoned({.url = "http://slower.example/"}, {});
+        EXPECT_FALSE(abandoned.wait(500ms));
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
 }
 
 TEST(StopExchange, SendsNothingAfterTheRequest)
