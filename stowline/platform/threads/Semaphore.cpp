@@ -1,9 +1,22 @@
 #include "stowline/platform/threads/Semaphore.h"
 
+#include <algorithm>
+#include <chrono>
+
 namespace stowline::platform {
 
+namespace {
+
+/// How long a waiting thread sleeps before it looks by itself.
+constexpr std::chrono::milliseconds kNap{1};
+
+} // namespace
+
+/// Threads that wait are woken when a quarter of the first count is there again: they then take
+/// many at once, instead of one for each change of threads. Where less comes they find it after a
+/// nap.
 struct Semaphore::State {
-    explicit State(long first) : count(first) {}
+    explicit State(long first) : wakeUpCount(std::max(1L, first / 4)), count(first) {}
 
     [[nodiscard]] bool tryTake()
     {
@@ -15,6 +28,7 @@ struct Semaphore::State {
         return false;
     }
 
+    const long wakeUpCount;
     // Apart from the rest: this line of memory goes back and forth between waiting and signalling
     // threads all the time.
     alignas(64) std::atomic<long> count;
@@ -35,7 +49,8 @@ void Semaphore::wait()
         return;
     std::unique_lock lock(state.mutex);
     ++state.waiting;
-    state.wakeUp.wait(lock, [&state] { return state.tryTake(); });
+    while (!state.tryTake())
+        state.wakeUp.wait_for(lock, kNap);
     --state.waiting;
 }
 
@@ -47,15 +62,12 @@ void Semaphore::takeWithoutWaiting()
 void Semaphore::signal(long number)
 {
     State& state = *state_;
-    if ((state.count += number) <= 0 || state.waiting.load() == 0)
+    if ((state.count += number) < state.wakeUpCount || state.waiting.load() == 0)
         return;
     {
         const std::lock_guard lock(state.mutex); // who is about to wait has looked or will see it
     }
-    if (number == 1)
-        state.wakeUp.notify_one();
-    else
-        state.wakeUp.notify_all();
+    state.wakeUp.notify_all();
 }
 
 void Semaphore::beforeFork()

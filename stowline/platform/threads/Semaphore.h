@@ -24,7 +24,7 @@ public:
     /// For callers that would otherwise wait for themselves.
     void takeWithoutWaiting();
 
-    /// Gives some back. Waiting threads go on as soon as there is one.
+    /// Gives some back. Waiting threads go on a millisecond later at most.
     void signal(long number = 1);
 
 private:
