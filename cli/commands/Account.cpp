@@ -1,6 +1,7 @@
 // stowline account
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -25,8 +26,7 @@ ExitStatus account(const AccountOptions& options)
     const auto used =
         WebServiceBroker::usedSpaceInKbForAccount(session->username, session->password);
     if (!info || !used)
-        return output().fail(ExitStatus::temporary,
-                             "The service did not tell about the account. Please try again later.");
+        return callFailure(std::nullopt);
     const auto path = WebServiceBroker::getUploadServerPathForUsername(
         session->username, session->server, General::hardwareId().value_or("unknown"));
     if (!path)
@@ -45,8 +45,7 @@ ExitStatus account(const AccountOptions& options)
         const auto key = WebServiceBroker::getEncKeyForUserName(session->username,
                                                                 session->password, session->server);
         if (!key)
-            return output().fail(ExitStatus::temporary, "The service did not tell the encryption "
-                                                        "key. Please try again later.");
+            return callFailure(std::nullopt);
         fields.emplace_back("encryption_key", *key);
     }
     return output().finish(ExitStatus::done, fields);

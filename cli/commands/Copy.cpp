@@ -30,14 +30,14 @@ std::optional<ExitStatus> refusal(const fs::path& source, const fs::path& destin
 {
     std::error_code unknown;
     if (!fs::exists(source, unknown))
-        return output().fail(ExitStatus::notFound, "There is no file " + source.string() + ".");
+        return output().fail(ExitStatus::notFound, source.string() + " was not found.");
     if (fs::is_directory(source, unknown))
         return output().fail(ExitStatus::failed,
                              source.string() + " is a folder. Please name a file in it.");
     if (fs::exists(fs::symlink_status(destination, unknown)))
         return output().fail(ExitStatus::failed,
-                             "There is something at " + destination.string() +
-                                 " already. Please choose another name or remove it.");
+                             destination.string() +
+                                 " exists already. Please choose another name or remove it.");
     return std::nullopt;
 }
 

@@ -1,35 +1,22 @@
 // stowline doctor
 #include "cli/commands/Commands.h"
+#include "cli/shared/Diagnosis.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
-#include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/http/HttpExchange.h"
-#include "stowline/platform/processes/ChildProcess.h"
-#include "stowline/platform/text/Url.h"
 #include "stowline/service/SettingsCheck.h"
-#include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
 
 #include <cstdlib>
-#include <set>
 
 namespace stowline::cli {
 
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::chrono::seconds kPatience{10};
-
-/// One line of the report: what was looked at, whether it is well, what was found and what to do.
-struct Finding {
-    std::string subject;
-    bool isWell = true;
-    std::string text;
-};
 
 std::optional<fs::path> settingsFile()
 {
@@ -61,64 +48,10 @@ Finding checkSettingsFile()
     const auto faults = checkSettings(*bytes);
     if (!faults.empty())
         return {"settings", false,
-                fmt::format("{} has {} fault(s); \"stowline settings check\" lists them.",
-                            file->string(), faults.size())};
+                fmt::format("{} has {}; \"stowline settings check\" lists them.", file->string(),
+                            countText(faults.size(), "fault", "faults"))};
     return {"settings", true,
             file->string() + (configuresRestoring(*bytes) ? "" : "; restoring is not configured")};
-}
-
-/// Without an argument the helper ends with status 255 and says nothing.
-Finding checkHelper()
-{
-    const fs::path tool = platform::Bundle::executableFolder() / "WebServiceCaller";
-    const auto answer = platform::captureOutput({tool.string()}, kPatience);
-    constexpr int expected = 255;
-    if (!answer || answer->exit.bySignal || answer->exit.status != expected)
-        return {"helper", false, tool.string() + " cannot be run. Please install again."};
-    return {"helper", true, tool.string()};
-}
-
-Finding checkReachability()
-{
-    const auto host = WebServicesSettings::reachabilityHost();
-    if (!host)
-        return {"network", false, "The settings name no ReachabilityHost."};
-    if (!Reachability::isHostReachable(host))
-        return {"network", false,
-                "There is no way to " + *host + ". Please check the Internet connection."};
-    return {"network", true, "There is a way to " + *host};
-}
-
-std::set<std::string> serviceAddresses()
-{
-    std::set<std::string> addresses;
-    const auto& settings = WebServicesSettings::settingsDictionary();
-    const Dictionary* methods =
-        settings ? platform::findDictionary(*settings, "WebServices") : nullptr;
-    for (const auto& [name, entry] : methods ? *methods : Dictionary()) {
-        const Dictionary* fields = entry.dictionary();
-        const std::string* url = fields ? platform::findString(*fields, "URL") : nullptr;
-        const auto origin = url ? platform::originOf(*url) : std::nullopt;
-        if (origin)
-            addresses.insert(
-                fmt::format("{}://{}:{}/", origin->scheme, origin->host, origin->port));
-    }
-    return addresses;
-}
-
-/// Any answer will do: it shows that connection and certificate are in order.
-Finding checkAddress(const std::string& address)
-{
-    const std::string subject = address.starts_with("https") ? "tls" : "http";
-    platform::HttpExchange exchange({.method = "GET", .url = address}, {});
-    if (!exchange.wait(kPatience))
-        return {subject, false, address + " does not answer within 10 seconds."};
-    const auto outcome = exchange.takeOutcome();
-    if (!outcome.response)
-        return {subject, false,
-                outcome.failure + " Please check the address in the settings, the proxy and the "
-                                  "system's certificates."};
-    return {subject, true, address + " answers"};
 }
 
 Finding checkProxy()
@@ -136,7 +69,7 @@ Finding checkProxy()
 Finding checkFolder(const std::string& subject, const std::optional<fs::path>& folder)
 {
     if (!folder)
-        return {subject, false, "There is no home folder. Please set HOME."};
+        return {subject, false, "The home folder was not found. Please set HOME."};
     const fs::path probe = *folder / ".doctor";
     std::error_code fault;
     const bool writable =
@@ -151,10 +84,10 @@ Finding checkFolder(const std::string& subject, const std::optional<fs::path>& f
 
 std::vector<Finding> examine()
 {
-    std::vector<Finding> findings{checkBundle(), checkSettingsFile(), checkHelper(),
-                                  checkReachability()};
+    std::vector<Finding> findings{checkBundle(), checkSettingsFile(), lookAtHelper(),
+                                  lookAtNetwork()};
     for (const std::string& address : serviceAddresses())
-        findings.push_back(checkAddress(address));
+        findings.push_back(lookAtAddress(address));
     findings.push_back(checkProxy());
     findings.push_back(checkFolder("configuration", platform::configurationFolder()));
     findings.push_back(checkFolder("state", platform::stateFolder()));
@@ -174,14 +107,15 @@ ExitStatus doctor()
     }
     if (unwell == 0)
         return output().finish(ExitStatus::done);
-    return output().fail(ExitStatus::failed, fmt::format("{} thing(s) to mend.", unwell));
+    return output().fail(ExitStatus::failed, countText(unwell, "fault was", "faults were") +
+                                                 " found; each line says what to do.");
 }
 
 } // namespace
 
 void declareDoctor(const Command& app)
 {
-    app.addCommand("doctor", "Look over settings, helper, network, certificates and folders")
+    app.addCommand("doctor", "Check settings, helper, network, certificates and folders")
         .runs(doctor);
 }
 

@@ -4,6 +4,7 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
 #include "cli/shared/RemotePages.h"
+#include "cli/shared/ServiceFailure.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <thread>
@@ -27,15 +28,14 @@ public:
         const auto guid = WebServiceBroker::beginDeleteFolderForUsername(
             session_.username, session_.password, options_.systemName, path_, session_.server);
         if (!guid)
-            return output().fail(ExitStatus::refused,
-                                 "The service did not start the deletion. Is anything stored of " +
-                                     options_.path + " of the machine " + options_.systemName +
-                                     "?");
+            return unexplainedFailure(
+                "The service did not start the deletion. Is anything stored of " + options_.path +
+                " of the machine " + options_.systemName + "?");
         const Interruptible interruptible;
-        Interruptible::sayWhenLeft("Left at once. The deletion may still be going on.");
+        Interruptible::sayWhenLeft("Ended at once. The deletion may still be going on.");
         if (!follow(*guid))
             return output().fail(ExitStatus::temporary,
-                                 "The deletion is not over. It goes on without being followed; "
+                                 "The deletion has not finished. It continues on the service; "
                                  "\"stowline ls\" shows what is left.");
         return end();
     }
@@ -68,7 +68,7 @@ private:
             std::this_thread::sleep_for(length);
         } else if (Interruptible::awaitRequest(length)) {
             isCancelling_ = true;
-            output().note("Cancelling. Once more leaves at once.");
+            output().note("Cancelling. Press Ctrl-C again to leave at once.");
             WebServiceBroker::cancelDeleteFolderForUsername(session_.username, session_.password,
                                                             guid, session_.server);
         }
@@ -88,9 +88,9 @@ private:
                                  " is left; what was deleted before "
                                  "stays deleted.";
         if (const auto status = Interruptible::request())
-            return output().fail(*status, "The deletion is cancelled. " + some);
+            return output().fail(*status, "The deletion was cancelled. " + some);
         return output().fail(ExitStatus::temporary,
-                             "The service ended the deletion, or stopped telling of it. " + some);
+                             "The service ended the deletion, or stopped reporting on it. " + some);
     }
 
     const Session& session_;

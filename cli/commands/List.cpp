@@ -6,6 +6,8 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
+#include <utility>
+
 namespace stowline::cli {
 
 namespace {
@@ -26,14 +28,19 @@ ExitStatus list(const ListOptions& options)
     listing.path = remotePathFor(options.path);
     listing.isAscending = !options.isDescending;
     std::optional<Error> error;
-    const auto total = forEachInFolder(
-        *session, listing, [](const Dictionary& entry) { showRemoteItem(entry, false); }, &error);
+    bool isFirst = true;
+    const auto show = [&isFirst](const Dictionary& entry) {
+        if (std::exchange(isFirst, false))
+            showRemoteHeading();
+        showRemoteItem(entry, false);
+    };
+    const auto total = forEachInFolder(*session, listing, show, &error);
     if (!total)
         return refusal("The folder cannot be listed", error);
     if (*total == 0 && listing.path != "/")
-        return output().fail(ExitStatus::notFound, "Nothing is stored of " + options.path +
-                                                       " of the machine " + listing.systemName +
-                                                       ".");
+        return output().fail(ExitStatus::notFound, options.path + " of the machine " +
+                                                       listing.systemName +
+                                                       " was not found on the service.");
     return output().finish(ExitStatus::done);
 }
 

@@ -37,8 +37,7 @@ ExitStatus showSettings(const MonitorOptions& options)
     const auto settings = WebServiceBroker::centralMonitoringGetSettingsForUserName(
         options.username, *token, options.systemName);
     if (!settings)
-        return output().fail(ExitStatus::refused,
-                             "Central monitoring gave no settings. Is the token still good?");
+        return unexplainedFailure("Central monitoring gave no settings. Is the token still valid?");
     Fields fields;
     for (const auto& [name, value] : *settings)
         fields.emplace_back(name, value.text());
@@ -57,8 +56,8 @@ ExitStatus logEvent(const MonitorOptions& options)
     figures.machine = options.systemName;
     const bool isTaken = sendEvent(*token, options.event, figures);
     if (!isTaken)
-        return output().fail(ExitStatus::refused, "Central monitoring did not take the event. Is "
-                                                  "the token still good?");
+        return unexplainedFailure(
+            "Central monitoring did not take the event. Is the token still valid?");
     return output().finish(ExitStatus::done, {{"event", options.event}});
 }
 

@@ -75,7 +75,7 @@ ExitStatus describeAll(const std::vector<std::string>& names)
             continue;
         }
         ++missing;
-        output().complain("There is nothing at " + path + ".");
+        output().complain(path + " was not found.");
     }
     if (missing == 0)
         return output().finish(ExitStatus::done);

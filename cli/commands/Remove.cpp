@@ -3,6 +3,7 @@
 #include "cli/commands/FolderRemoval.h"
 #include "cli/shared/Confirmation.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -30,17 +31,22 @@ ExitStatus removeVersions(const RemoveOptions& options)
     if (refused)
         return *refused;
     std::size_t deleted = 0;
+    std::vector<std::string> left;
     for (const std::string& list : options.versionLists) {
         if (WebServiceBroker::deleteFileVersionWithFileListID(list, session->username,
                                                               session->server))
             ++deleted;
         else
-            output().complain("The service did not delete the versions of the list " + list + ".");
+            left.push_back(list);
     }
+    if (deleted == 0)
+        return unexplainedFailure(fmt::format(
+            "The service did not delete the versions of the lists {}.", fmt::join(left, ", ")));
+    for (const std::string& list : left)
+        output().complain("The service did not delete the versions of the list " + list + ".");
     if (deleted == options.versionLists.size())
         return output().finish(ExitStatus::done, {{"deleted_versions", deleted}});
-    return output().finish(deleted == 0 ? ExitStatus::refused : ExitStatus::someItemsFailed,
-                           {{"deleted_versions", deleted}});
+    return output().finish(ExitStatus::someItemsFailed, {{"deleted_versions", deleted}});
 }
 
 ExitStatus removeWholeFolder(const RemoveOptions& options)

@@ -16,8 +16,8 @@ namespace {
 ExitStatus noRun()
 {
     return output().fail(ExitStatus::notFound,
-                         "There was no backup yet that could be told of. \"stowline backup\" makes "
-                         "one.");
+                         "No backup has been run yet, so there is nothing to report. Please run "
+                         "\"stowline backup\" first.");
 }
 
 ExitStatus report(const SessionOptions& options, bool isDryRun)
@@ -61,10 +61,8 @@ ExitStatus save(const EmailOptions& options, const RunFigures& figures)
 ExitStatus sent(bool isSent, const EmailOptions& options)
 {
     if (!isSent)
-        return output().fail(ExitStatus::refused, "The service did not send the e-mail to " +
-                                                      options.to +
-                                                      ". Is the address right? With -v the log "
-                                                      "says more.");
+        return unexplainedFailure("The service did not send the e-mail to " + options.to +
+                                  ". Is the address right? With -v the log says more.");
     return output().finish(ExitStatus::done, {{"sent", options.to}});
 }
 

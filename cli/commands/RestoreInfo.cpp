@@ -43,7 +43,8 @@ ExitStatus restoreInfo(const RestoreOptions& options)
         return callFailure(std::nullopt);
     const auto files = platform::valueAtKeyPath(*result, "files.FileMetaData");
     if (!files)
-        return output().fail(ExitStatus::notFound, "The service has no such version.");
+        return output().fail(ExitStatus::notFound,
+                             "None of these versions was found on the service.");
     const Array list = files->array() ? *files->array() : Array{*files};
     for (const Value& file : list) {
         if (const Dictionary* fields = file.dictionary())

@@ -4,6 +4,8 @@
 #include "cli/shared/RemoteItem.h"
 #include "cli/shared/RemotePages.h"
 
+#include <utility>
+
 namespace stowline::cli {
 
 namespace {
@@ -23,13 +25,17 @@ ExitStatus search(const SearchOptions& options)
     RemoteListing listing = options.listing;
     listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
     std::optional<Error> error;
-    const auto total = forEachMatch(
-        *session, listing, options.text,
-        [](const Dictionary& entry) { showRemoteItem(entry, true); }, &error);
+    bool isFirst = true;
+    const auto show = [&isFirst](const Dictionary& entry) {
+        if (std::exchange(isFirst, false))
+            showRemoteHeading();
+        showRemoteItem(entry, true);
+    };
+    const auto total = forEachMatch(*session, listing, options.text, show, &error);
     if (!total)
         return refusal("The search failed", error);
     if (*total == 0)
-        return output().fail(ExitStatus::notFound, "No stored file has such a name.");
+        return output().fail(ExitStatus::notFound, "No stored file with such a name was found.");
     return output().finish(ExitStatus::done);
 }
 

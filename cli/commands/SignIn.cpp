@@ -4,7 +4,6 @@
 #include "cli/shared/Secret.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
-#include "stowline/service/WebServiceBroker.h"
 
 namespace stowline::cli {
 
@@ -15,22 +14,16 @@ struct SignInOptions {
     SecretOptions password;
 };
 
-ExitStatus signIn(const SignInOptions& options)
+ExitStatus showAccount(const SignInOptions& options)
 {
     if (const auto failure = settingsFailure("Authenticate"))
         return *failure;
     const auto password = options.password.read("Password for " + options.username + ": ");
     if (!password)
         return output().finish(ExitStatus::usage);
-    std::optional<Error> error;
-    const auto result =
-        WebServiceBroker::authenticateForUsername(options.username, *password, &error);
+    const auto result = cli::signIn(options.username, *password);
     if (!result)
-        return callFailure(error);
-    if (platform::findText(*result, "AuthenticateResult") != "true")
-        return output().fail(ExitStatus::signInRefused,
-                             "The service refused the sign-in. Please check user name and "
-                             "password.");
+        return result.status();
     return output().finish(ExitStatus::done,
                            {{"account", options.username},
                             {"state", platform::findText(*result, "accountStatus")},
@@ -46,7 +39,7 @@ void declareSignIn(const Command& app)
         app.addCommand("signin", "Sign in; print the account's state and backup server");
     declareUsername(command, options->username);
     options->password.declare(command, "password", "STOWLINE_PASSWORD");
-    command.runs([options] { return signIn(*options); });
+    command.runs([options] { return showAccount(*options); });
 }
 
 } // namespace stowline::cli

@@ -4,9 +4,7 @@
 #include "cli/shared/Secret.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
-#include "stowline/net/Reachability.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 
 namespace stowline::cli {
 
@@ -41,27 +39,22 @@ bool openAccount(const SignUpOptions& options, const std::string& password, Erro
         error);
 }
 
-/// A failure without error, or with the service's own words, is a refusal; others are not.
-ExitStatus failure(const SignUpOptions& options, const std::optional<Error>& error)
+ExitStatus failure(const std::optional<Error>& error)
 {
-    if (!error && !options.isTrial())
-        return output().fail(ExitStatus::refused,
-                             "The service did not open the account. Is the user name taken, or the "
-                             "e-mail address mistyped?");
-    const bool said = error && error->code == kServiceErrorCode &&
-                      !error->localizedDescription().starts_with("The value for ");
-    const auto host = WebServicesSettings::reachabilityHost();
-    if (options.isTrial() && said && Reachability::isHostReachable(host))
+    if (isRefusal(error))
         return output().fail(ExitStatus::refused, "The service did not open the account: " +
                                                       error->localizedDescription());
-    return callFailure(error);
+    if (error)
+        return callFailure(error);
+    return unexplainedFailure("The service did not open the account. Is the user name taken, or "
+                              "the e-mail address mistyped?");
 }
 
 ExitStatus signUp(const SignUpOptions& options)
 {
     if (const auto failed = settingsFailure(options.webMethod()))
         return *failed;
-    const auto password = options.password.read("New password for " + options.username + ": ");
+    const auto password = options.password.readNew("New password for " + options.username + ": ");
     if (!password)
         return output().finish(ExitStatus::usage);
     if (options.dryRun) {
@@ -70,7 +63,7 @@ ExitStatus signUp(const SignUpOptions& options)
     }
     std::optional<Error> error;
     if (!openAccount(options, *password, &error))
-        return failure(options, error);
+        return failure(error);
     return output().finish(ExitStatus::done, {{"opened", options.username}});
 }
 

@@ -18,6 +18,8 @@ ExitStatus systems(const SessionOptions& options)
         session->username, session->password, session->server, &error);
     if (!names)
         return refusal("The machines cannot be listed", error);
+    if (!names->empty())
+        output().heading("MACHINE");
     for (const Value& name : *names)
         output().item(onOneLine(name.text()), "system", {{"name", name.text()}});
     return output().finish(ExitStatus::done);

@@ -1,5 +1,6 @@
 // stowline versions
 #include "cli/commands/Commands.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Session.h"
 #include "stowline/platform/text/Text.h"
@@ -16,11 +17,14 @@ struct VersionOptions {
     std::int64_t fileId = 0;
 };
 
+constexpr const char* kRow = "{:>8}  {:>8}  {:<24}  {:<8}  {}";
+
 void show(const Dictionary& version)
 {
     const auto text = [&version](const char* name) { return platform::findText(version, name); };
-    output().item(fmt::format("{:>8}  {:>14}  {:19}  {:8}  {}", text("VersionID"), text("Size"),
-                              text("Date"), text("Checksum"), text("FileListID")),
+    output().item(fmt::format(kRow, onOneLine(text("VersionID")), onOneLine(sizeText(text("Size"))),
+                              onOneLine(localTimeText(text("Date"))), onOneLine(text("Checksum")),
+                              onOneLine(text("FileListID"))),
                   "version",
                   {{"id", platform::leadingInteger(text("VersionID"))},
                    {"size", platform::leadingInteger(text("Size"))},
@@ -41,6 +45,8 @@ ExitStatus versions(const VersionOptions& options)
     if (!found)
         return refusal(fmt::format("The versions of file {} cannot be listed", options.fileId),
                        error);
+    if (!found->empty())
+        output().heading(fmt::format(kRow, "VERSION", "SIZE", "DATE", "CRC-32", "LIST"));
     for (const Value& version : *found) {
         if (const Dictionary* fields = version.dictionary())
             show(*fields);

@@ -19,9 +19,9 @@ void logToFiles(std::int32_t flags)
 {
     const auto state = platform::stateFolder();
     if (!state || !platform::makePrivateFolder(*state / "logs")) {
-        output().complain("There is no log file: the folder " +
+        output().complain("No log file is kept: the folder " +
                           (state ? (*state / "logs").string() : "of the user's state") +
-                          " cannot be made. Please check its owner and mode.");
+                          " cannot be created. Please check its owner and mode.");
         return;
     }
     const auto logger = std::make_shared<DDFileLogger>(

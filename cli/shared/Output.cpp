@@ -99,6 +99,12 @@ void Output::complain(std::string_view sentence) const
     tell("stowline: " + platform::withoutControls(sentence) + "\n");
 }
 
+void Output::heading(std::string_view line) const
+{
+    if (!json_)
+        print(line);
+}
+
 void Output::item(std::string_view text, std::string_view type, const Fields& fields) const
 {
     print(json_ ? jsonOf(type, fields) : platform::withoutControls(text));
@@ -155,10 +161,13 @@ ExitStatus Output::finishWithText(const std::string& name, const std::string& te
     return finish(ExitStatus::done);
 }
 
-ExitStatus Output::fail(ExitStatus status, const std::string& sentence)
+ExitStatus Output::fail(ExitStatus status, const std::string& sentence, std::string_view cause)
 {
     complain(sentence);
-    return finish(status, {{kMessage, sentence}});
+    Fields fields{{kMessage, sentence}};
+    if (!cause.empty())
+        fields.emplace_back("cause", std::string(cause));
+    return finish(status, fields);
 }
 
 std::string onOneLine(std::string_view name)

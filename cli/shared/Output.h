@@ -39,6 +39,9 @@ public:
     /// A sentence about what went wrong; always shown.
     void complain(std::string_view sentence) const;
 
+    /// The heading of a table of items for people: a line, before the first of them. JSON has none.
+    void heading(std::string_view line) const;
+
     /// One item of the result: a line or lines of text, or an object.
     /// @param type what the object is of ("file"), its "type"
     void item(std::string_view text, std::string_view type, const Fields& fields) const;
@@ -52,7 +55,9 @@ public:
     ExitStatus finishWithText(const std::string& name, const std::string& text);
 
     /// Says what went wrong and ends the output; the sentence is the result object's "message".
-    ExitStatus fail(ExitStatus status, const std::string& sentence);
+    /// @param cause the failure's kind in a word, the result object's "cause"; empty when it has
+    /// none
+    ExitStatus fail(ExitStatus status, const std::string& sentence, std::string_view cause = {});
 
 private:
     void print(std::string_view line) const;

@@ -114,7 +114,13 @@ ProgressStyle progressStyle()
     style.kind =
         platform::standardErrorIsTerminal() ? ProgressStyle::Kind::bar : ProgressStyle::Kind::lines;
     style.columns = platform::standardErrorColumns();
+    style.followsTerminal = true;
     return style;
+}
+
+std::size_t columnsNow(const ProgressStyle& style)
+{
+    return style.followsTerminal ? platform::standardErrorColumns() : style.columns;
 }
 
 ProgressDisplay::ProgressDisplay(ProgressStyle style, std::size_t parts)
@@ -145,7 +151,7 @@ void ProgressDisplay::update(double fractionDone, std::uint64_t sizeInBytes)
     state_.sizeInBytes = sizeInBytes;
     state_.elapsed = now - begun_;
     // One column stays free: a terminal may break the line after the last.
-    style_.write(isBar ? "\r" + progressBar(state_, style_.columns - 1) + "\x1b[K"
+    style_.write(isBar ? "\r" + progressBar(state_, columnsNow(style_) - 1) + "\x1b[K"
                        : progressSentence(state_) + "\n");
     isBarShown_ = isBar;
 }

@@ -36,9 +36,13 @@ struct ProgressState {
 struct ProgressStyle {
     enum class Kind { none, bar, lines } kind = Kind::none;
     std::size_t columns = 80;
+    bool followsTerminal = false; ///< the width is that of standard error, whenever it is asked for
     std::function<std::chrono::steady_clock::time_point()> now = std::chrono::steady_clock::now;
     std::function<void(const std::string&)> write = {};
 };
+
+/// How wide the terminal is now; it may have been drawn wider or narrower meanwhile.
+[[nodiscard]] std::size_t columnsNow(const ProgressStyle& style);
 
 /// The style of this run: none when it was asked for or the output is quiet, a bar on a terminal,
 /// else lines.

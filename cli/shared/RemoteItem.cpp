@@ -1,5 +1,6 @@
 #include "cli/shared/RemoteItem.h"
 
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/RemoteName.h"
@@ -9,6 +10,17 @@
 #include <filesystem>
 
 namespace stowline::cli {
+
+namespace {
+
+constexpr const char* kRow = "{:>8}  {:>8}  {:<24}  {}{}";
+
+} // namespace
+
+void showRemoteHeading()
+{
+    output().heading(fmt::format(kRow, "ID", "SIZE", "MODIFIED", "", "NAME"));
+}
 
 void showRemoteItem(const Dictionary& entry, bool withFolder)
 {
@@ -27,9 +39,9 @@ void showRemoteItem(const Dictionary& entry, bool withFolder)
     fields.emplace_back("system", platform::findText(entry, "SystemName"));
     const std::string shown = onOneLine(withFolder ? path : name + (isFolder ? "/" : ""));
     output().item(
-        fmt::format("{:>8}  {:>14}  {:19}  {}{}", platform::findText(entry, "FileID"),
-                    isFolder ? "" : platform::findText(entry, "Size"),
-                    platform::findText(entry, "Modified"),
+        fmt::format(kRow, onOneLine(platform::findText(entry, "FileID")),
+                    isFolder ? "" : onOneLine(sizeText(platform::findText(entry, "Size"))),
+                    onOneLine(localTimeText(platform::findText(entry, "Modified"))),
                     withFolder ? onOneLine(platform::findText(entry, "SystemName")) + ":" : "",
                     shown),
         isFolder ? "folder" : "file", fields);

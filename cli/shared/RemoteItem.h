@@ -7,6 +7,9 @@
 
 namespace stowline::cli {
 
+/// Prints the heading of a table of files and folders.
+void showRemoteHeading();
+
 /// Prints a file or folder: its number, size, date and name.
 /// @param withFolder the name with the path before it, and the machine
 void showRemoteItem(const Dictionary& entry, bool withFolder);

@@ -140,13 +140,24 @@ std::optional<std::string> SecretOptions::readIfGiven() const
     return set != takenVariables().end() ? std::optional(set->second) : std::nullopt;
 }
 
+std::optional<std::string> SecretOptions::readNew(const std::string& prompt) const
+{
+    auto typed = read(prompt);
+    if (!typed || isNamed() || takenVariables().contains(variable_))
+        return typed;
+    if (platform::readHiddenLine(fmt::format("The same {} again: ", name_)) == typed)
+        return typed;
+    output().complain(fmt::format("The two {}s differ. Nothing was changed.", name_));
+    return std::nullopt;
+}
+
 std::optional<std::string> SecretOptions::read(const std::string& prompt) const
 {
     if (isNamed() || takenVariables().contains(variable_))
         return required(readIfGiven());
     auto typed = platform::readHiddenLine(prompt);
     if (!typed)
-        output().complain(fmt::format("There is no {0}. Please give --{0}-stdin, --{0}-file, "
+        output().complain(fmt::format("No {0} was given. Please give --{0}-stdin, --{0}-file, "
                                       "--{0}-command or {1}.",
                                       name_, variable_));
     return required(std::move(typed));

@@ -22,6 +22,10 @@ public:
     /// @return absent after saying why.
     [[nodiscard]] std::optional<std::string> read(const std::string& prompt) const;
 
+    /// The same for a secret that is new: at a prompt it is asked for twice, and two that differ
+    /// are refused.
+    [[nodiscard]] std::optional<std::string> readNew(const std::string& prompt) const;
+
     /// The same, but absent without a word or a prompt when no source is named and no variable set.
     [[nodiscard]] std::optional<std::string> readIfGiven() const;
 

@@ -1,7 +1,8 @@
 #include "cli/shared/ServiceFailure.h"
 
+#include "cli/shared/Diagnosis.h"
+#include "cli/shared/FailureWords.h"
 #include "cli/shared/Output.h"
-#include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
@@ -32,21 +33,57 @@ std::optional<ExitStatus> settingsFailure(const std::string& webMethod)
     return std::nullopt;
 }
 
+namespace {
+
+constexpr const char* kDoctor = " \"stowline doctor\" looks into it.";
+
+/// Whether looking again can say more than the kind does.
+bool isWorthALook(FailureKind kind)
+{
+    return kind == FailureKind::certificate || kind == FailureKind::connection ||
+           kind == FailureKind::nameNotFound || kind == FailureKind::proxyRefused ||
+           kind == FailureKind::helperFailed || kind == FailureKind::invalidSettings ||
+           kind == FailureKind::unspecified;
+}
+
+ExitStatus tell(const Finding& trouble)
+{
+    return output().fail(statusFor(trouble.kind), trouble.text + kDoctor,
+                         platform::nameOf(trouble.kind));
+}
+
+} // namespace
+
 ExitStatus callFailure(const std::optional<Error>& error)
 {
+    const FailureKind kind = error ? error->kind : FailureKind::unspecified;
+    if (isWorthALook(kind)) {
+        const auto trouble = firstTrouble();
+        if (trouble && (kind == FailureKind::unspecified || trouble->kind == kind))
+            return tell(*trouble);
+    }
     if (!error)
-        return output().fail(ExitStatus::temporary,
-                             "The service did not answer. Please try again later.");
+        return tell({.text = wordsFor(kind, "the service")});
     if (error->code == kFaultErrorCode)
-        return output().fail(ExitStatus::temporary, "The service could not handle the call (" +
-                                                        error->localizedDescription() +
-                                                        "). Please try again later.");
-    const auto host = WebServicesSettings::reachabilityHost();
-    if (!Reachability::isHostReachable(host))
-        return output().fail(ExitStatus::hostUnreachable,
-                             fmt::format("{} ({})", error->localizedDescription(),
-                                         host.value_or("no ReachabilityHost in the settings")));
-    return output().fail(ExitStatus::failed, error->localizedDescription());
+        return tell({.text = wordsFor(kind, "the service"), .kind = kind});
+    if (kind == FailureKind::hostUnreachable)
+        return tell({.text = error->localizedDescription() + " (" +
+                             WebServicesSettings::reachabilityHost().value_or("no host") + ")",
+                     .kind = kind});
+    return output().fail(kind == FailureKind::unspecified ? ExitStatus::failed : statusFor(kind),
+                         error->localizedDescription(), platform::nameOf(kind));
+}
+
+ExitStatus unexplainedFailure(const std::string& refusal)
+{
+    if (const auto trouble = firstTrouble())
+        return tell(*trouble);
+    return output().fail(ExitStatus::refused, refusal);
+}
+
+bool isRefusal(const std::optional<Error>& error)
+{
+    return error && error->kind == FailureKind::refusedByService;
 }
 
 } // namespace stowline::cli

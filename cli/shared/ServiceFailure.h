@@ -13,8 +13,17 @@ namespace stowline::cli {
 /// @return absent when all is well.
 [[nodiscard]] std::optional<ExitStatus> settingsFailure(const std::string& webMethod);
 
-/// Ends the output for a call that brought nothing.
+/// Ends the output for a call that brought nothing: what happened, with its cure, and the status
+/// that goes with it. What the error does not tell is looked for where "stowline doctor" looks.
 /// @param error what the broker stored; absent when it stored nothing
 [[nodiscard]] ExitStatus callFailure(const std::optional<Error>& error);
+
+/// The same for an operation that does not tell why it failed, and that the service may have
+/// refused.
+/// @param refusal what to say, with status 6, when nothing stands between here and the service
+[[nodiscard]] ExitStatus unexplainedFailure(const std::string& refusal);
+
+/// Whether an error tells that the service understood the call and said no.
+[[nodiscard]] bool isRefusal(const std::optional<Error>& error);
 
 } // namespace stowline::cli

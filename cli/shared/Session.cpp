@@ -2,10 +2,8 @@
 
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
-#include "stowline/net/Reachability.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
-#include "stowline/service/WebServicesSettings.h"
 
 namespace stowline::cli {
 
@@ -20,6 +18,18 @@ void SessionOptions::declare(const Command& command)
     password_.declare(command, "password", "STOWLINE_PASSWORD");
 }
 
+Result<Dictionary> signIn(const std::string& username, const std::string& password)
+{
+    std::optional<Error> error;
+    const auto result = WebServiceBroker::authenticateForUsername(username, password, &error);
+    if (!result)
+        return callFailure(error);
+    if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
+        return output().fail(ExitStatus::signInRefused, "The service refused the sign-in. Please "
+                                                        "check user name and password.");
+    return *result;
+}
+
 Result<Session> SessionOptions::open(std::initializer_list<const char*> webMethods) const
 {
     if (const auto failure = settingsFailure("Authenticate"))
@@ -31,14 +41,9 @@ Result<Session> SessionOptions::open(std::initializer_list<const char*> webMetho
     auto password = password_.read("Password for " + username_ + ": ");
     if (!password)
         return output().finish(ExitStatus::usage);
-    std::optional<Error> error;
-    const auto result = WebServiceBroker::authenticateForUsername(username_, *password, &error);
+    const auto result = signIn(username_, *password);
     if (!result)
-        return callFailure(error);
-    if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
-        return output().fail(
-            ExitStatus::signInRefused,
-            "The service refused the sign-in. Please check user name and password.");
+        return result.status();
     Session session{username_, *password, platform::findText(*result, "backupServerName")};
     if (session.server.empty())
         return output().fail(ExitStatus::temporary,
@@ -48,10 +53,7 @@ Result<Session> SessionOptions::open(std::initializer_list<const char*> webMetho
 
 ExitStatus refusal(const std::string& what, const std::optional<Error>& error)
 {
-    const bool isRefusal = error && error->code == kServiceErrorCode &&
-                           !error->localizedDescription().starts_with("The value for ") &&
-                           Reachability::isHostReachable(WebServicesSettings::reachabilityHost());
-    if (!isRefusal)
+    if (!isRefusal(error))
         return callFailure(error);
     return output().fail(ExitStatus::refused, what + ": " + error->localizedDescription() + ".");
 }

@@ -22,6 +22,9 @@ struct Session {
 /// -u and --username, which may come from STOWLINE_USERNAME.
 void declareUsername(const Command& command, std::string& username);
 
+/// Signs in. Says what goes wrong. @return what the service tells of the account
+[[nodiscard]] Result<Dictionary> signIn(const std::string& username, const std::string& password);
+
 /// The options of every command that signs in.
 class SessionOptions {
 public:

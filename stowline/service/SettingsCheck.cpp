@@ -3,6 +3,9 @@
 #include "stowline/call/WireNames.h"
 #include "stowline/platform/http/HttpMessage.h"
 #include "stowline/platform/network/HostFlags.h"
+#include "stowline/platform/text/Credentials.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/Url.h"
 #include "stowline/platform/values/Format.h"
 #include "stowline/platform/values/PropertyList.h"
 #include "stowline/service/SettingsRules.h"
@@ -233,7 +236,7 @@ private:
 
     void checkNeeds(const WebMethodNeeds& needs, const Dictionary& entry, const std::string& path)
     {
-        checkUrlArguments(needs.urlArguments, entry, path);
+        checkUrl(needs.urlArguments, entry, path);
         checkPlaceholders(needs.placeholders, entry, path,
                           {methodKey::soapParameters, methodKey::soapHeaders});
         const bool hasPath = find(entry, methodKey::resultKeyPath) != nullptr;
@@ -244,7 +247,15 @@ private:
             add(path, "The key \"resultKeyPath\" is missing; it leads to the method's result.");
     }
 
-    void checkUrlArguments(std::size_t needed, const Dictionary& entry, const std::string& path)
+    /// Whether a call can use an address once its places are filled.
+    static bool isUsableAddress(const std::string& url)
+    {
+        return platform::originOf(
+                   platform::percentEscaped(platform::replacingOccurrences(url, "%@", "filled")))
+            .has_value();
+    }
+
+    void checkUrl(std::size_t needed, const Dictionary& entry, const std::string& path)
     {
         const std::string* url = findString(entry, methodKey::url);
         const std::size_t count = url ? platform::formatArgumentCount(*url) : needed;
@@ -253,6 +264,11 @@ private:
                 "The URL has " + std::to_string(count) + " places to fill (\"%@\"), but " +
                     std::to_string(needed) +
                     " are filled; a literal percent sign is written \"%%\".");
+        else if (url && !isUsableAddress(*url))
+            add(joined(path, methodKey::url),
+                quoted(platform::textWithoutCredentials(*url)) +
+                    " is not an address that a call can use; write it as https://HOST/PATH or "
+                    "http://HOST:PORT/PATH.");
     }
 
     /// @param lists where templates stand; a missing one is reported at the first
@@ -287,7 +303,7 @@ private:
     void checkRequestNeeds(const WebRequestNeeds& needs, const Dictionary& entry,
                            const std::string& path)
     {
-        checkUrlArguments(needs.urlArguments, entry, path);
+        checkUrl(needs.urlArguments, entry, path);
         checkPlaceholders(needs.placeholders, entry, path, {webRequestKey::requestHeaders});
         const Array* names = findArray(entry, webRequestKey::responseHeaderNames);
         for (const std::string_view header : needs.responseHeaders) {
@@ -302,7 +318,7 @@ private:
     void checkTemplateNeeds(const TemplateNeeds& needs, const Dictionary& entry,
                             const std::string& path)
     {
-        checkUrlArguments(needs.urlArguments, entry, path);
+        checkUrl(needs.urlArguments, entry, path);
         const std::string* body = findString(entry, "body");
         for (const std::string_view placeholder : needs.placeholders) {
             if (body && body->find(placeholder) == std::string::npos)

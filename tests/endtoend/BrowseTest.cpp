@@ -37,7 +37,41 @@ TEST(Browse, ListsPageAfterPage)
                                       "--reverse", "--limit", "2", "--json"});
     EXPECT_EQ(namesIn(largest), (Names{"f100", "f101"}));
     EXPECT_EQ(account.run({"ls", "/nowhere", "--system", "iMac"}).status, 4);
-    EXPECT_EQ(account.run({"systems"}).output, "iMac\n");
+    EXPECT_EQ(account.run({"systems"}).output, "MACHINE\niMac\n");
+}
+
+TEST(Browse, ShowsTablesInUnitsAndTheLocalZone)
+{
+    const BackedUp account;
+    const auto file = account.folder.write("evil\u202etxt.exe", std::string(1536, 'x'));
+    const std::chrono::sys_seconds moment =
+        std::chrono::sys_days(std::chrono::year(2026) / 1 / 31) + std::chrono::hours(23);
+    std::filesystem::last_write_time(file,
+                                     std::filesystem::file_time_type::clock::from_sys(moment));
+    ASSERT_EQ(account.backup().status, 0);
+    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    const std::string folder = account.folder.path().string();
+    const auto line =
+        jsonLines(account.run({"ls", folder, "--system", "iMac", "--json"}).output)[0];
+    const std::string number = line["id"].dump();
+    const std::string id = std::string(8 - number.size(), ' ') + number;
+    EXPECT_EQ(account.run({"ls", folder, "--system", "iMac"}).output,
+              "      ID      SIZE  MODIFIED                  NAME\n" + id +
+                  "    1.5 kB  2026-02-01 00:00:00 CET   evil?txt.exe\n");
+    const auto found = account.run({"search", "evil*"});
+    EXPECT_EQ(found.output, "      ID      SIZE  MODIFIED                  NAME\n" + id +
+                                "    1.5 kB  2026-02-01 00:00:00 CET   iMac:" + folder +
+                                "/evil?txt.exe\n");
+    const auto versions = account.run({"versions", number}).output;
+    EXPECT_TRUE(
+        versions.starts_with(" VERSION      SIZE  DATE                      CRC-32    LIST\n"))
+        << versions;
+    EXPECT_NE(versions.find("    1.5 kB  2026-02-01 00:00:00 CET   "), std::string::npos)
+        << versions;
+    // What programs read is as it was.
+    EXPECT_EQ(line["path"], file.string());
+    EXPECT_EQ(line["size"], 1536);
+    EXPECT_EQ(line["modified"], "2026-01-31 23:00:00");
 }
 
 TEST(Browse, FindsVersionsAndDeletesThem)

@@ -175,6 +175,29 @@ TEST_F(CommandWithService, AsksForThePasswordWithoutShowingIt)
     EXPECT_EQ(talk.screen.find("pw 1"), std::string::npos);
 }
 
+TEST_F(CommandWithService, AsksForANewPasswordTwice)
+{
+    const auto signUp = [&](const std::string& second) {
+        return test::talkOnTerminal(
+            stowline_.run({"signup", "-u", "ann", "--email", "a@b.c"}),
+            {{"New password for ann: ", "pw 1\n"}, {"The same password again: ", second}});
+    };
+    const auto mistyped = signUp("pw 2\n");
+    EXPECT_EQ(mistyped.status, 2);
+    EXPECT_NE(mistyped.screen.find("The two passwords differ. Nothing was changed."),
+              std::string::npos)
+        << mistyped.screen;
+    const auto signIn = [&] {
+        return stowline_(Words{"signin", "-u", "ann"}, Environment{{"STOWLINE_PASSWORD", "pw 1"}})
+            .status;
+    };
+    EXPECT_EQ(signIn(), 12);
+    const auto opened = signUp("pw 1\n");
+    EXPECT_EQ(opened.status, 0) << opened.screen;
+    EXPECT_EQ(opened.screen.find("pw 1"), std::string::npos);
+    EXPECT_EQ(signIn(), 0);
+}
+
 TEST_F(CommandWithService, EncryptsAndDecryptsTheTextOnStandardInput)
 {
     const auto box = stowline_(Words{"encrypt"}, Environment{}, "a <secret>\n");
@@ -284,7 +307,7 @@ TEST(CommandWithoutService, TellsAServiceThatDoesNotAnswer)
         "Authenticate", {{"URL", "http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"}}));
     const Command stowline(bundle.folder().path());
     EXPECT_EQ(stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}}).status,
-              5);
+              8);
 }
 
 TEST(CommandWithoutService, TellsAPasswordThatCannotBeSent)

@@ -57,7 +57,8 @@ Names fieldsOf(const nlohmann::json& line)
     if (line["type"] == "result") {
         for (const char* common : {"command", "status", "exit"})
             EXPECT_EQ(names.erase(common), 1U) << line;
-        names.erase("message");
+        for (const char* ofFailures : {"message", "cause"})
+            names.erase(ofFailures);
     }
     return names;
 }

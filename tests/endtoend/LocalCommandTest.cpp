@@ -140,8 +140,8 @@ TEST_F(LocalCommand, CopyNeverOverwrites)
     const std::string other = folder_.write("other", "old");
     const auto result = stowline_(Words{"copy", file, other});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errors, "stowline: There is something at " + other +
-                                 " already. Please choose another name or remove it.\n");
+    EXPECT_EQ(result.errors,
+              "stowline: " + other + " exists already. Please choose another name or remove it.\n");
     EXPECT_EQ(platform::readFile(other), "old");
 }
 
@@ -231,7 +231,7 @@ TEST_F(LocalCommand, PathsLooksAtItems)
               std::string::npos);
     const auto missing = stowline_(Words{"paths", in("missing")});
     EXPECT_EQ(missing.status, 4);
-    EXPECT_EQ(missing.errors, "stowline: There is nothing at " + in("missing") + ".\n");
+    EXPECT_EQ(missing.errors, "stowline: " + in("missing") + " was not found.\n");
     EXPECT_EQ(stowline_(Words{"paths", in("missing"), "/"}).status, 3);
 }
 
@@ -296,8 +296,8 @@ TEST_F(LocalCommand, TellsALogFolderThatCannotBeMadeAndGoesOn)
     const auto result =
         stowline_(Words{"--log-file", "paths"}, Environment{{"XDG_STATE_HOME", "/proc/self"}});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.errors, "stowline: There is no log file: the folder /proc/self/stowline/logs "
-                             "cannot be made. Please check its owner and mode.\n");
+    EXPECT_EQ(result.errors, "stowline: No log file is kept: the folder /proc/self/stowline/logs "
+                             "cannot be created. Please check its owner and mode.\n");
 }
 
 TEST_F(LocalCommand, RefusesALevelThatIsNone)

@@ -90,7 +90,7 @@ TEST(RemoveFolder, ShowsOnThePageAndIsCancelledByCtrlC)
     deletion.run->signal(SIGINT);
     const auto result = deletion.run->wait();
     EXPECT_EQ(result.status, 130);
-    EXPECT_NE(result.errors.find("The deletion is cancelled. Some of "), std::string::npos)
+    EXPECT_NE(result.errors.find("The deletion was cancelled. Some of "), std::string::npos)
         << result.errors;
     EXPECT_NE(deletion.account.statusPage().find("cancelled"), std::string::npos);
     EXPECT_EQ(deletion.account.stored().size(), 2U);
@@ -117,7 +117,8 @@ TEST(RemoveFolder, ASecondCtrlCLeavesAtOnceAndSaysSo)
 
     const auto given = account.run(removal(account, {"--follow-time", "0.2"}));
     EXPECT_EQ(given.status, 5);
-    EXPECT_NE(given.errors.find("The deletion is not over."), std::string::npos) << given.errors;
+    EXPECT_NE(given.errors.find("The deletion has not finished."), std::string::npos)
+        << given.errors;
 
     test::BackgroundProgram run(account.command.run(removal(account), account.environment()));
     while (endless.requests().size() < 8)
@@ -135,7 +136,7 @@ TEST(RemoveFolder, ASecondCtrlCLeavesAtOnceAndSaysSo)
     run.signal(SIGINT);
     const auto result = run.wait();
     EXPECT_EQ(result.status, 130);
-    EXPECT_NE(result.errors.find("Left at once. The deletion may still be going on."),
+    EXPECT_NE(result.errors.find("Ended at once. The deletion may still be going on."),
               std::string::npos)
         << result.errors;
 }
@@ -159,7 +160,7 @@ TEST(Monitor, ShowsSettingsAndTakesEvents)
             words.emplace_back("X");
         const auto refused = account.command(words, withToken(account, "wrong"));
         EXPECT_EQ(refused.status, 6) << refused.errors;
-        EXPECT_NE(refused.errors.find("Is the token still good?"), std::string::npos);
+        EXPECT_NE(refused.errors.find("Is the token still valid?"), std::string::npos);
     }
 }
 

@@ -11,6 +11,11 @@ namespace stowline::test {
 
 Talk talkOnTerminal(const ProgramRun& run, const std::string& prompt, const std::string& answer)
 {
+    return talkOnTerminal(run, {{prompt, answer}});
+}
+
+Talk talkOnTerminal(const ProgramRun& run, const std::vector<Exchange>& exchanges)
+{
     std::vector<char*> words;
     for (const auto& word : run.words)
         words.push_back(const_cast<char*>(word.c_str()));
@@ -26,16 +31,19 @@ Talk talkOnTerminal(const ProgramRun& run, const std::string& prompt, const std:
         ::_exit(127);
     }
     Talk talk;
-    bool answered = false;
+    auto next = exchanges.begin();
+    std::size_t unread = 0; // what was shown since the last answer
     std::array<char, 4096> piece{};
     for (;;) {
         const ssize_t count = ::read(terminal, piece.data(), piece.size());
         if (count <= 0)
             break;
         talk.screen.append(piece.data(), static_cast<std::size_t>(count));
-        if (!answered && talk.screen.find(prompt) != std::string::npos) {
-            answered = true;
-            (void)!::write(terminal, answer.data(), answer.size());
+        if (next != exchanges.end() &&
+            talk.screen.find(next->prompt, unread) != std::string::npos) {
+            unread = talk.screen.size();
+            (void)!::write(terminal, next->answer.data(), next->answer.size());
+            ++next;
         }
     }
     int status = 0;

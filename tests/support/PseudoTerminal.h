@@ -10,7 +10,15 @@ struct Talk {
     std::string screen; ///< everything the terminal showed
 };
 
-/// Runs a program on a pseudo-terminal of its own; types an answer once it has shown a prompt.
+/// A prompt that is waited for, and what is typed then.
+struct Exchange {
+    std::string prompt;
+    std::string answer;
+};
+
+/// Runs a program on a pseudo-terminal of its own; answers each prompt once it is shown, one after
+/// the other.
+[[nodiscard]] Talk talkOnTerminal(const ProgramRun& run, const std::vector<Exchange>& exchanges);
 [[nodiscard]] Talk talkOnTerminal(const ProgramRun& run, const std::string& prompt,
                                   const std::string& answer);
 

@@ -1,6 +1,7 @@
 #include "stowline/platform/http/HttpExchange.h"
 
 #include "stowline/platform/http/HttpRequestRules.h"
+#include "stowline/platform/text/Credentials.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
 #include "stowline/platform/threads/StopRequest.h"
@@ -84,6 +85,34 @@ FailureKind reasonOf(HttpFailure failure)
         return FailureKind::stopped;
     }
     return FailureKind::unspecified;
+}
+
+/// What is wrong with the certificate after a transfer that ended for it. The numbers are those of
+/// X509_STORE_CTX_get_error(3); a wrong name is found by the library itself, before it notes them.
+CertificateFault certificateFaultOf(CURL* handle)
+{
+    long verdict = 0;
+    curl_easy_getinfo(handle, CURLINFO_SSL_VERIFYRESULT, &verdict);
+    switch (verdict) {
+    case 0:
+    case 1: // what stands there until the certificate itself is found to be well
+    case 62:
+    case 64:
+        return CertificateFault::otherHost;
+    case 9:
+        return CertificateFault::notYetValid;
+    case 10:
+        return CertificateFault::expired;
+    case 18:
+        return CertificateFault::selfSigned;
+    case 2:
+    case 19:
+    case 20:
+    case 21:
+        return CertificateFault::unknownIssuer;
+    default:
+        return CertificateFault::other;
+    }
 }
 
 /// Why a transfer ended without a response.
@@ -242,7 +271,7 @@ private:
     void fail(HttpFailure kind, std::string sentence, FailureKind reason)
     {
         outcome_.response.reset();
-        outcome_.failure = std::move(sentence);
+        outcome_.failure = textWithoutCredentials(sentence);
         outcome_.kind = kind;
         outcome_.reason = reason;
         ended_ = true;
@@ -461,6 +490,8 @@ private:
             fail(HttpFailure::connection,
                  "The call to " + origin_.host + " failed: " + detailOf(result) + ".",
                  reasonOf(easy_.get(), result));
+            if (outcome_.reason == FailureKind::certificate)
+                outcome_.certificate = certificateFaultOf(easy_.get());
             return;
         }
         if (!headersEnded_) { // which the library takes for a response without a body

@@ -46,6 +46,17 @@ enum class HttpFailure {
     stopped = 6,    ///< this thread was asked to stop
 };
 
+/// What is wrong with a server's certificate.
+enum class CertificateFault {
+    none,
+    unknownIssuer,
+    selfSigned,
+    expired,
+    notYetValid,
+    otherHost,
+    other
+};
+
 /// How an exchange ended: a response, or a sentence that says why there is none.
 struct HttpOutcome {
     std::optional<std::string> response; ///< status line, headers and body exactly as received
@@ -54,6 +65,7 @@ struct HttpOutcome {
     std::string failure;                 ///< a sentence for people when there is no response
     HttpFailure kind = HttpFailure::none;
     FailureKind reason = FailureKind::unspecified; ///< the same more finely, as errors carry it
+    CertificateFault certificate = CertificateFault::none; ///< when the reason is the certificate
 };
 
 /// Sends a request when it is made and moves on only inside wait(). Follows redirects 301, 302 and

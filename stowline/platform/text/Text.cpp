@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <limits>
+#include <utility>
 
 namespace stowline::platform {
 
@@ -128,19 +129,58 @@ std::size_t offsetOfCharacter(std::string_view text, std::size_t index)
     return text.size();
 }
 
+namespace {
+
+/// First and last of each run, in order.
+constexpr std::array<std::pair<char32_t, char32_t>, 12> kInvisible{{{0x00, 0x08},
+                                                                    {0x0B, 0x1F},
+                                                                    {0x7F, 0x9F},
+                                                                    {0x061C, 0x061C},
+                                                                    {0x180E, 0x180E},
+                                                                    {0x200B, 0x200B},
+                                                                    {0x200E, 0x200F},
+                                                                    {0x2028, 0x202E},
+                                                                    {0x2060, 0x206F},
+                                                                    {0xFEFF, 0xFEFF},
+                                                                    {0xFFF9, 0xFFFB},
+                                                                    {0xE0000, 0xE007F}}};
+
+bool isInvisible(char32_t character)
+{
+    return std::ranges::any_of(kInvisible, [character](const auto& run) {
+        return run.first <= character && character <= run.second;
+    });
+}
+
+/// The character that a text begins with, and its length in bytes; a byte that is not UTF-8 is a
+/// character that is no control.
+std::pair<char32_t, std::size_t> firstCharacter(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text.front());
+    const std::size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    if (length == 1)
+        return {first, 1};
+    if (text.size() < length || !isValidUtf8(text.substr(0, length)))
+        return {U'?', 1};
+    char32_t character = first & (0x7FU >> length);
+    for (std::size_t at = 1; at < length; ++at)
+        character = character << 6 | (static_cast<unsigned char>(text[at]) & 0x3FU);
+    return {character, length};
+}
+
+} // namespace
+
 std::string withoutControls(std::string_view text)
 {
     std::string shown;
     shown.reserve(text.size());
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const auto next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
-        const bool isUpperControl = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
-        if (isUpperControl)
-            ++at;
-        const bool isLowerControl = byte < ' ' && byte != '\n' && byte != '\t';
-        shown.push_back(isUpperControl || isLowerControl || byte == 0x7F ? '?'
-                                                                         : static_cast<char>(byte));
+    while (!text.empty()) {
+        const auto [character, length] = firstCharacter(text);
+        if (isInvisible(character))
+            shown.push_back('?');
+        else
+            shown += text.substr(0, length);
+        text.remove_prefix(length);
     }
     return shown;
 }

@@ -29,8 +29,8 @@ void appendUtf8(std::string& text, char32_t codePoint);
 [[nodiscard]] std::size_t characterCount(std::string_view text);
 [[nodiscard]] std::size_t offsetOfCharacter(std::string_view text, std::size_t index);
 
-/// The text with "?" in the place of every control character but line feed and tab, so that it can
-/// do nothing to a terminal or a log that shows it: U+0000 to U+001F, U+007F to U+009F.
+/// The text with "?" in the place of every control character but line feed and tab, and of those
+/// that turn or hide text (U+202E and its like, not the joiners), so that showing it is harmless.
 [[nodiscard]] std::string withoutControls(std::string_view text);
 
 /// The text as it may stand in an HTML document, in an element or between quotes: "&", "<", ">" and

@@ -1,5 +1,6 @@
 #include "stowline/platform/text/Text.h"
 
+#include "stowline/platform/text/Credentials.h"
 #include "stowline/platform/text/UnicodeText.h"
 #include "stowline/platform/text/Url.h"
 #include "stowline/platform/time/DateText.h"
@@ -89,6 +90,38 @@ TEST(Url, IsAReferenceThatHoldsOnlyWhatUrlsMayHold)
         EXPECT_EQ(Url::fromText(url).value().text(), url);
     for (const char* wrong : {"", "not an address", "a%2", "100%", "ü", "1http://h", ":x", "<a>"})
         EXPECT_FALSE(Url::fromText(wrong)) << wrong;
+}
+
+TEST(WithoutCredentials, LeavesOutWhatStandsBeforeTheHost)
+{
+    const std::vector<std::pair<std::string, std::string>> texts{
+        {"http://ann:pw@host/a", "http://host/a"},
+        {"see https://ann@host:80/a?m=x@y.z.", "see https://host:80/a?m=x@y.z."},
+        {"'http://ann:p@ss w/o:rd@host:99999' is wrong", "'http://host:99999' is wrong"},
+        {"'ann:pw@host:99999' is wrong", "'host:99999' is wrong"},
+        {"http://a:b@c and socks5://d:e@f", "http://c and socks5://f"},
+        {"http://host:80/ said: ask a@b.c", "http://host:80/ said: ask a@b.c"},
+        {"http://[::1]:80/a@b", "http://[::1]:80/a@b"},
+        {"ann@example.com at 12:30", "ann@example.com at 12:30"},
+        {"://@", "://"},
+        {"", ""}};
+    for (const auto& [text, shown] : texts)
+        EXPECT_EQ(textWithoutCredentials(text), shown) << text;
+}
+
+TEST(WithoutControls, LeavesNothingThatMovesOrTurnsTheTextAround)
+{
+    EXPECT_EQ(withoutControls("a\x1b[1m\x7f\r\n\tb"), "a?[1m??\n\tb");
+    EXPECT_EQ(withoutControls("\u0085\u009b"), "??");
+    // Arabic letter mark, left-to-right and right-to-left marks, line and paragraph separators,
+    // embeddings, overrides, isolates, zero-width space and byte-order mark, tags.
+    EXPECT_EQ(withoutControls("\u061c\u200b\u200e\u200f\u2028\u2029\u202a\u202e\u2060\u2066\u2069"
+                              "\u206f\ufeff\ufff9\ufffb\U000e0001\U000e007f"),
+              std::string(17, '?'));
+    // Joiners are part of words and pictures; other letters beside the controls stay.
+    EXPECT_EQ(withoutControls("\u200c\u200d\u061b\u2027\u202f\u205f\u2070\ufffc\u00a0é漢"),
+              "\u200c\u200d\u061b\u2027\u202f\u205f\u2070\ufffc\u00a0é漢");
+    EXPECT_EQ(withoutControls("\xe2\x80"), "\xe2\x80"); // cut off
 }
 
 TEST(UrlOrigin, KnowsSchemeHostAndPort)

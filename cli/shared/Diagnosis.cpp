@@ -1,0 +1,131 @@
+#include "cli/shared/Diagnosis.h"
+
+#include "cli/shared/FailureWords.h"
+#include "stowline/net/Reachability.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/http/HttpExchange.h"
+#include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/text/Credentials.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/Url.h"
+#include "stowline/service/WebServicesSettings.h"
+
+#include <fmt/format.h>
+
+#include <set>
+
+namespace stowline::cli {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{10};
+constexpr std::string_view kPlaceToFill = "%@";
+
+std::string rootOf(const platform::UrlOrigin& origin)
+{
+    return fmt::format("{}://{}:{}/", origin.scheme, origin.host, origin.port);
+}
+
+/// What lies behind an address once its places are filled, or the address itself when no call can
+/// use it; absent when the host is such a place.
+std::optional<std::string> target(const std::string& url)
+{
+    static constexpr std::string_view mark = "stowline-fills-this";
+    const auto origin = platform::originOf(
+        platform::percentEscaped(platform::replacingOccurrences(url, kPlaceToFill, mark)));
+    if (!origin)
+        return url;
+    if (origin->host.find(mark) != std::string::npos)
+        return std::nullopt;
+    return rootOf(*origin);
+}
+
+Finding unwell(const std::string& subject, FailureKind kind, std::string text)
+{
+    return {subject, false, std::move(text), kind};
+}
+
+} // namespace
+
+/// Without an argument the helper ends with status 255 and says nothing.
+Finding lookAtHelper()
+{
+    const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
+    const auto answer = platform::captureOutput({tool.string()}, kPatience);
+    constexpr int expected = 255;
+    if (!answer || answer->exit.bySignal || answer->exit.status != expected)
+        return unwell("helper", FailureKind::helperFailed,
+                      tool.string() + " cannot be run. Please install the program again.");
+    return {"helper", true, tool.string()};
+}
+
+Finding lookAtNetwork()
+{
+    const auto host = WebServicesSettings::reachabilityHost();
+    if (!host)
+        return unwell("network", FailureKind::invalidSettings,
+                      "The settings name no ReachabilityHost.");
+    if (!Reachability::isHostReachable(host))
+        return unwell("network", FailureKind::hostUnreachable,
+                      wordsFor(FailureKind::hostUnreachable, *host));
+    return {"network", true, "There is a way to " + *host};
+}
+
+std::vector<std::string> serviceAddresses()
+{
+    std::set<std::string> addresses;
+    const auto& settings = WebServicesSettings::settingsDictionary();
+    for (const char* name : {"WebServices", "WebRequests", "Templates"}) {
+        const Dictionary* table = settings ? platform::findDictionary(*settings, name) : nullptr;
+        for (const auto& [entryName, entry] : table ? *table : Dictionary()) {
+            const Dictionary* fields = entry.dictionary();
+            const std::string* url = fields ? platform::findString(*fields, "URL") : nullptr;
+            const auto address = url ? target(*url) : std::nullopt;
+            if (address)
+                addresses.insert(*address);
+        }
+    }
+    return {addresses.begin(), addresses.end()};
+}
+
+Finding lookAtAddress(const std::string& address)
+{
+    const std::string shown = platform::textWithoutCredentials(address);
+    const auto origin = platform::originOf(platform::percentEscaped(address));
+    if (!origin)
+        return unwell("address", FailureKind::invalidSettings,
+                      "\"" + shown +
+                          "\" is not an address that a call can use. Please write it as "
+                          "https://HOST/PATH or http://HOST:PORT/PATH in the settings.");
+    const std::string subject = origin->scheme == "https" ? "tls" : "http";
+    const std::string host = fmt::format("{}:{}", origin->host, origin->port);
+    platform::HttpExchange exchange({.method = "GET", .url = rootOf(*origin)}, {});
+    if (!exchange.wait(kPatience))
+        return unwell(subject, FailureKind::timeOut,
+                      shown + " does not answer within 10 seconds. Please try again later.");
+    const auto outcome = exchange.takeOutcome();
+    if (!outcome.response)
+        return unwell(subject, outcome.reason, wordsFor(outcome.reason, host, outcome.certificate));
+    constexpr int wantsProxyCredentials = 407;
+    if (platform::HttpResponseMessage::fromBytes(*outcome.response).statusCode ==
+        wantsProxyCredentials)
+        return unwell("proxy", FailureKind::proxyRefused,
+                      wordsFor(FailureKind::proxyRefused, host));
+    return {subject, true, shown + " answers"};
+}
+
+std::optional<Finding> firstTrouble()
+{
+    for (const auto look : {lookAtHelper, lookAtNetwork}) {
+        if (Finding finding = look(); !finding.isWell)
+            return finding;
+    }
+    for (const std::string& address : serviceAddresses()) {
+        if (Finding finding = lookAtAddress(address); !finding.isWell)
+            return finding;
+    }
+    return std::nullopt;
+}
+
+} // namespace stowline::cli
