@@ -49,6 +49,11 @@ void declareSubcommands(const cli::Command& command)
     cli::declareAccount(command);
     cli::declareBackup(command);
     cli::declareUploads(command);
+    cli::declareRestore(command);
+    cli::declareCat(command);
+    cli::declareRuns(command);
+    cli::declareDiff(command);
+    cli::declareVerify(command);
     cli::declareSystems(command);
     cli::declareList(command);
     cli::declareSearch(command);

@@ -4,6 +4,11 @@
 set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/Account.h
   stowline/backup/BackupRun.h
+  stowline/backup/RestoreRun.h
+  stowline/backup/RunChoice.h
+  stowline/backup/RunHistory.h
+  stowline/backup/VerifyRun.h
+  stowline/backup/index/StoredItem.h
   stowline/backup/tree/ItemRecord.h
   stowline/branding/AccountProvider.h
   stowline/call/WebServiceCallResult.h

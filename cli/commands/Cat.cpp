@@ -1,0 +1,53 @@
+// stowline cat
+#include "cli/commands/Commands.h"
+#include "cli/shared/Interruption.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/RunOptions.h"
+#include "stowline/backup/RestoreRun.h"
+#include "stowline/platform/files/FileDescriptor.h"
+
+namespace stowline::cli {
+
+namespace {
+
+struct Options {
+    RunOptions run;
+    std::string path;
+};
+
+ExitStatus cat(const Options& options)
+{
+    constexpr int standardOutput = 1;
+    if (output().isJson())
+        return output().fail(ExitStatus::usage,
+                             "cat prints the file's bytes; it cannot be had as JSON.");
+    const auto choice = options.run.open();
+    if (!choice)
+        return choice.status();
+    const Interruptible interruptible;
+    bool isBroken = false;
+    const auto summary = backup::readStoredFile(
+        *choice, storedPathFor(options.path),
+        [&isBroken](std::string_view bytes) {
+            isBroken = !platform::writeAll(standardOutput, bytes);
+            return !isBroken;
+        },
+        Interruptible::stopRequest());
+    if (isBroken)
+        return output().fail(ExitStatus::failed, "Standard output does not take the file.");
+    return finishReading(summary.end, summary.sentence);
+}
+
+} // namespace
+
+void declareCat(const Command& app)
+{
+    auto options = std::make_shared<Options>();
+    const Command command = app.addCommand("cat", "Print a stored file");
+    command.addOption("PATH", options->path, "Stored file").required();
+    options->run.declareAt(command);
+    options->run.declare(command, "--machine");
+    command.runs([options] { return cat(*options); });
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,166 @@
+// stowline restore
+#include "cli/commands/Commands.h"
+#include "cli/shared/Interruption.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/Progress.h"
+#include "cli/shared/RunOptions.h"
+#include "stowline/backup/RestoreRun.h"
+
+#include <fmt/format.h>
+
+namespace stowline::cli {
+
+namespace {
+
+struct Options {
+    RunOptions run;
+    std::vector<std::string> paths;
+    std::string target;
+    bool inPlace = false;
+    std::vector<std::string> include;
+    std::vector<std::string> exclude;
+    std::string overwrite = "if-changed";
+    bool devices = false;
+    bool isDryRun = false;
+    std::size_t jobs = 4;
+    std::uint64_t bytesPerSecond = 0;
+};
+
+backup::Overwrite overwriteOf(const std::string& word)
+{
+    if (word == "always")
+        return backup::Overwrite::always;
+    if (word == "if-newer")
+        return backup::Overwrite::ifNewer;
+    return word == "never" ? backup::Overwrite::never : backup::Overwrite::ifChanged;
+}
+
+/// Says what happens to each item, and shows how far it is.
+class Observer : public backup::RestoreObserver {
+public:
+    void itemDone(const backup::RestoredItem& item) override
+    {
+        progress_.clear();
+        for (const std::string& fault : item.faults)
+            output().complain(fault);
+        const bool isShown = output().isJson() ? item.state != backup::RestoredState::unchanged
+                                               : item.state == backup::RestoredState::wouldRestore;
+        if (isShown)
+            output().item("would restore " + onOneLine(item.path), "item",
+                          {{"path", item.path},
+                           {"state", std::string(backup::nameOf(item.state))},
+                           {"bytes", item.bytes}});
+    }
+
+    void progress(const backup::RestoreProgress& state) override
+    {
+        if (!state.isWalkOver && state.foundBytes == 0)
+            return;
+        const double all = static_cast<double>(std::max<std::uint64_t>(state.foundBytes, 1));
+        progress_.update(std::min(1.0, static_cast<double>(state.doneBytes) / all),
+                         state.foundBytes);
+    }
+
+    void clear() { progress_.clear(); }
+
+private:
+    ProgressDisplay progress_;
+};
+
+ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
+{
+    const ExitStatus status = statusOf(sum.end);
+    if (sum.run == 0) // not even the run was read
+        return output().fail(status, sum.sentence);
+    if (status != ExitStatus::done)
+        output().complain(sum.sentence);
+    output().note(
+        fmt::format("Run {}: {} restored, {} unchanged, {} left as they are, {} failed; {} "
+                    "of content in {}.",
+                    sum.run, isDryRun ? sum.wouldRestore : sum.restored, sum.unchanged, sum.skipped,
+                    sum.failed, bytesText(static_cast<double>(sum.bytes)),
+                    durationText(std::chrono::duration<double>(sum.seconds))));
+    Fields fields{{"run", sum.run},
+                  {"found", sum.found},
+                  {"restored", sum.restored},
+                  {"unchanged", sum.unchanged},
+                  {"skipped", sum.skipped},
+                  {"failed", sum.failed},
+                  {"incomplete", sum.incomplete},
+                  {"damaged", sum.badContent},
+                  {"bytes", sum.bytes},
+                  {"fetched_bytes", sum.fetchedBytes},
+                  {"seconds", sum.seconds}};
+    if (isDryRun)
+        fields.emplace_back("would_restore", sum.wouldRestore);
+    if (!output().isJson())
+        return output().finish(status);
+    if (!sum.sentence.empty())
+        fields.emplace_back("message", sum.sentence);
+    return output().finish(status, fields);
+}
+
+ExitStatus restore(const Options& options)
+{
+    if (options.target.empty() == !options.inPlace)
+        return output().fail(ExitStatus::usage,
+                             "Please say where to: --to DIR, or --in-place for where it was.");
+    const auto choice = options.run.open();
+    if (!choice)
+        return choice.status();
+    backup::RestoreRequest request{.choice = *choice,
+                                   .paths = {},
+                                   .target = std::nullopt,
+                                   .include = options.include,
+                                   .exclude = options.exclude,
+                                   .overwrite = overwriteOf(options.overwrite),
+                                   .restoresDevices = options.devices,
+                                   .isDryRun = options.isDryRun,
+                                   .jobs = options.jobs,
+                                   .bytesPerSecond = options.bytesPerSecond};
+    for (const std::string& path : options.paths)
+        request.paths.push_back(storedPathFor(path));
+    if (!options.inPlace)
+        request.target = options.target;
+    const Interruptible interruptible;
+    Observer observer;
+    const auto summary = backup::runRestore(request, observer, Interruptible::stopRequest());
+    observer.clear();
+    return finish(summary, options.isDryRun);
+}
+
+} // namespace
+
+void declareRestore(const Command& app)
+{
+    auto options = std::make_shared<Options>();
+    const Command command =
+        app.addCommand("restore", "Put stored files and folders back, as a run found them");
+    command.addOption("PATH", options->paths, "Stored files and folders; / is the whole machine")
+        .required();
+    command.addOption("--to", options->target, "Folder to put them into: /a/b becomes DIR/b");
+    command.addFlag("--in-place", options->inPlace, "Put them where they were");
+    options->run.declareAt(command);
+    command.addOption("--include", options->include,
+                      "Only files that match a pattern: of names, or with a slash of paths below "
+                      "PATH; may be given again");
+    command.addOption("--exclude", options->exclude,
+                      "No files and folders that match a pattern; may be given again");
+    command
+        .addOption("--overwrite", options->overwrite,
+                   "What to do with files that are there and have another content")
+        .oneOf({"if-changed", "always", "if-newer", "never"})
+        .showsDefault();
+    command.addFlag("--devices", options->devices, "Put devices back too");
+    command.addOption("-j,--jobs", options->jobs, "Files to fetch at the same time")
+        .between(1, 64)
+        .showsDefault();
+    command
+        .addOption("--bwlimit", options->bytesPerSecond, "Bytes a second to fetch at most, as 500k")
+        .asSize();
+    command.addFlag("-n,--dry-run", options->isDryRun, "Say what would be done");
+    options->run.declare(command, "--machine");
+    command.runs([options] { return restore(*options); });
+}
+
+} // namespace stowline::cli

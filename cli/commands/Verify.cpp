@@ -1,0 +1,114 @@
+// stowline verify
+#include "cli/commands/Commands.h"
+#include "cli/shared/Interruption.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/Progress.h"
+#include "cli/shared/RunOptions.h"
+#include "stowline/backup/VerifyRun.h"
+
+#include <fmt/format.h>
+
+#include <charconv>
+
+namespace stowline::cli {
+
+namespace {
+
+struct Options {
+    RunOptions run;
+    bool readsAll = false;
+    std::string sample;
+    std::size_t jobs = 4;
+    std::uint64_t bytesPerSecond = 0;
+};
+
+/// "5%" as 0.05. @return absent for every other text, and beyond 0 to 100
+std::optional<double> fractionOf(const std::string& text)
+{
+    constexpr double percent = 100;
+    double number = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+    const std::string_view rest(read.ptr, text.data() + text.size());
+    if (read.ec != std::errc() || rest != "%" || !(number > 0 && number <= percent))
+        return std::nullopt;
+    return number / percent;
+}
+
+class Observer : public backup::VerifyObserver {
+public:
+    void found(const backup::VerifyFinding& finding) override
+    {
+        progress_.clear();
+        output().complain(finding.sentence);
+        if (output().isJson())
+            output().item(finding.sentence, "file",
+                          {{"path", finding.path},
+                           {"state", std::string(backup::nameOf(finding.kind))},
+                           {"first_run", finding.firstRun},
+                           {"last_run", finding.lastRun}});
+    }
+
+    void clear() { progress_.clear(); }
+
+private:
+    ProgressDisplay progress_;
+};
+
+ExitStatus verify(const Options& options)
+{
+    const auto fraction = options.sample.empty() ? std::optional(options.readsAll ? 1.0 : 0.0)
+                                                 : fractionOf(options.sample);
+    if (!fraction)
+        return output().fail(ExitStatus::usage,
+                             "--sample takes a share as 5%, not \"" + options.sample + "\".");
+    const auto choice = options.run.open();
+    if (!choice)
+        return choice.status();
+    const Interruptible interruptible;
+    Observer observer;
+    const auto sum = backup::runVerify({.choice = *choice,
+                                        .fractionRead = *fraction,
+                                        .jobs = options.jobs,
+                                        .bytesPerSecond = options.bytesPerSecond},
+                                       observer, Interruptible::stopRequest());
+    observer.clear();
+    const ExitStatus status = statusOf(sum.end);
+    if (sum.run == 0)
+        return output().fail(status, sum.sentence);
+    if (status != ExitStatus::done)
+        output().complain(sum.sentence);
+    output().note(fmt::format("Run {}: {} files checked, {} of them read; {} missing, {} damaged.",
+                              sum.run, sum.checked, sum.read, sum.missing, sum.damaged));
+    Fields fields{{"run", sum.run},         {"checked", sum.checked}, {"missing", sum.missing},
+                  {"damaged", sum.damaged}, {"unknown", sum.unknown}, {"read", sum.read},
+                  {"bytes", sum.bytes}};
+    if (!output().isJson())
+        return output().finish(status);
+    if (!sum.sentence.empty())
+        fields.emplace_back("message", sum.sentence);
+    return output().finish(status, fields);
+}
+
+} // namespace
+
+void declareVerify(const Command& app)
+{
+    auto options = std::make_shared<Options>();
+    const Command command =
+        app.addCommand("verify", "Check that the service has all that a run needs");
+    const auto read =
+        command.addFlag("--read", options->readsAll, "Fetch the files and check their bytes");
+    command.addOption("--sample", options->sample, "Do that with a share of them only, as 5%")
+        .excludes(read);
+    options->run.declareAt(command);
+    command.addOption("-j,--jobs", options->jobs, "Files to fetch at the same time")
+        .between(1, 64)
+        .showsDefault();
+    command
+        .addOption("--bwlimit", options->bytesPerSecond, "Bytes a second to fetch at most, as 500k")
+        .asSize();
+    options->run.declare(command, "--machine");
+    command.runs([options] { return verify(*options); });
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,189 @@
+#include "cli/shared/RunOptions.h"
+
+#include "cli/shared/Interruption.h"
+#include "cli/shared/Output.h"
+#include "stowline/platform/time/DateText.h"
+#include "stowline/platform/time/LocalClock.h"
+#include "stowline/platform/time/LocalTime.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/util/General.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+
+namespace stowline::cli {
+
+namespace {
+
+using backup::ReadEnd;
+
+constexpr std::size_t kSecondsLength = 19; ///< of "2026-01-31 18:30:15"
+
+Date dateOf(const backup::Timestamp& moment)
+{
+    return Date(std::chrono::seconds(moment.seconds));
+}
+
+backup::Timestamp timestampOf(Date date, std::uint32_t nanoseconds)
+{
+    return {std::chrono::floor<std::chrono::seconds>(date).time_since_epoch().count(), nanoseconds};
+}
+
+} // namespace
+
+std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
+{
+    std::uint64_t run = 0;
+    const auto read = std::from_chars(given.data(), given.data() + given.size(), run);
+    if (read.ec == std::errc() && read.ptr == given.data() + given.size())
+        return run == 0 ? std::nullopt : std::optional<RunOrMoment>(run);
+    constexpr std::uint32_t lastNanosecond = 999'999'999;
+    std::string text = given;
+    const bool isUniversal = text.ends_with('Z') && text.contains('T');
+    if (isUniversal)
+        text.pop_back();
+    std::ranges::replace(text, 'T', ' ');
+    // What is left out is the last of it: a day is not over before its last second.
+    constexpr std::string_view last = "0000-00-00 23:59:59";
+    if (text.size() == 10 || text.size() == 16)
+        text += last.substr(text.size());
+    const auto numbers = platform::numbersInPattern(text, "0000-00-00 00:00:00");
+    if (!numbers || text.size() != kSecondsLength)
+        return std::nullopt;
+    std::string internet = text + "Z";
+    std::ranges::replace(internet, ' ', 'T');
+    const auto universal = platform::dateFromInternetTimeText(internet);
+    if (!universal) // a day or an hour that there is not
+        return std::nullopt;
+    if (isUniversal)
+        return timestampOf(*universal, lastNanosecond);
+    const auto& [year, month, day, hour, minute, second, unused, unused2] = *numbers;
+    return timestampOf(platform::dateFromLocalTime({year, month, day, hour, minute, second, 0}),
+                       lastNanosecond);
+}
+
+void RunOptions::declare(const Command& command, const std::string& machineOption)
+{
+    command.addOption(machineOption, machine_, "The machine whose runs are read")
+        .defaultsTo(General::localHostName());
+    command
+        .addOption("--retry-time", retrySeconds_,
+                   "Seconds to try a question or a part again before giving up")
+        .between(0.0, 86400.0)
+        .showsDefault();
+    session_.declare(command);
+}
+
+void RunOptions::declareAt(const Command& command)
+{
+    command.addOption(
+        "--at", at_,
+        "Number of the run, or a time such as \"2026-01-31 18:30\": the last run that "
+        "had begun by then; the last finished run when left out");
+}
+
+Result<backup::RunChoice> RunOptions::open() const
+{
+    if (!at_.empty() && !parseRunOrMoment(at_))
+        return output().fail(
+            ExitStatus::usage,
+            "--at takes the number of a run or a time as \"2026-01-31 18:30\", not "
+            "\"" +
+                at_ + "\".");
+    const auto session =
+        session_.open({"GetAccountSystems", "GetAccountFilesAndFolders", "GetFileVersions"});
+    if (!session)
+        return session.status();
+    auto choice = runChoiceFor(*session, machine_, at_);
+    if (!choice)
+        return choice.status();
+    backup::RunChoice result = *choice;
+    result.budgetPerStep = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(retrySeconds_));
+    return result;
+}
+
+Result<backup::RunChoice> runChoiceFor(const Session& session, const std::string& machine,
+                                       const std::string& at)
+{
+    if (!WebServiceBroker::isRestoringConfigured())
+        return output().fail(ExitStatus::settingsInvalid,
+                             std::string(kRestoringNotConfiguredMessage));
+    backup::RunChoice choice{.account = {.username = session.username,
+                                         .password = session.password,
+                                         .server = session.server,
+                                         .systemName = machine},
+                             .identity = backup::identityOfThisUser(),
+                             .run = std::nullopt,
+                             .at = std::nullopt};
+    if (at.empty())
+        return choice;
+    const auto chosen = parseRunOrMoment(at);
+    if (!chosen)
+        return output().fail(
+            ExitStatus::usage,
+            "--at takes the number of a run or a time as \"2026-01-31 18:30\", not "
+            "\"" +
+                at + "\".");
+    if (const auto* run = std::get_if<std::uint64_t>(&*chosen))
+        choice.run = *run;
+    else
+        choice.at = std::get<backup::Timestamp>(*chosen);
+    return choice;
+}
+
+ExitStatus statusOf(ReadEnd end)
+{
+    switch (end) {
+    case ReadEnd::done:
+        return ExitStatus::done;
+    case ReadEnd::someFailed:
+        return ExitStatus::someItemsFailed;
+    case ReadEnd::badContent:
+    case ReadEnd::rolledBack:
+        return ExitStatus::checksumMismatch;
+    case ReadEnd::notFound:
+        return ExitStatus::notFound;
+    case ReadEnd::interrupted:
+        return Interruptible::request().value_or(ExitStatus::interrupted);
+    case ReadEnd::temporary:
+        return ExitStatus::temporary;
+    case ReadEnd::refused:
+        return ExitStatus::refused;
+    case ReadEnd::notConfigured:
+        return ExitStatus::settingsInvalid;
+    case ReadEnd::severalChains:
+    case ReadEnd::failed:
+        break;
+    }
+    return ExitStatus::failed;
+}
+
+ExitStatus finishReading(ReadEnd end, const std::string& sentence)
+{
+    if (end == ReadEnd::done)
+        return output().finish(ExitStatus::done);
+    return output().fail(statusOf(end), sentence);
+}
+
+std::string momentText(const backup::Timestamp& moment)
+{
+    return platform::localClockText(dateOf(moment)).substr(0, kSecondsLength);
+}
+
+std::string momentField(const backup::Timestamp& moment)
+{
+    return platform::internetTimeText(dateOf(moment));
+}
+
+std::string storedPathFor(const std::string& given)
+{
+    std::error_code unknown;
+    std::string path = std::filesystem::absolute(given, unknown).lexically_normal().string();
+    while (path.size() > 1 && path.ends_with('/'))
+        path.pop_back();
+    return path;
+}
+
+} // namespace stowline::cli

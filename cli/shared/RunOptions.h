@@ -1,0 +1,58 @@
+// Choosing a run, and ending with what reading it came to.
+#pragma once
+
+#include "cli/shared/Session.h"
+#include "stowline/backup/RunChoice.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+
+namespace stowline::cli {
+
+/// A run by its number ("12") or a moment: "2026-01-31" (the end of that day), with a time of day
+/// "2026-01-31 18:30" or "…:15", in the local zone, with "Z" in universal time; "T" may stand for
+/// the blank. @return absent for every other text
+using RunOrMoment = std::variant<std::uint64_t, backup::Timestamp>;
+[[nodiscard]] std::optional<RunOrMoment> parseRunOrMoment(const std::string& text);
+
+/// The options of every command that reads a run.
+class RunOptions {
+public:
+    /// @param machineOption "--machine" or "--system"
+    void declare(const Command& command, const std::string& machineOption);
+    /// --at, for commands that read one run.
+    void declareAt(const Command& command);
+
+    [[nodiscard]] bool isAtGiven() const { return !at_.empty(); }
+
+    /// Signs in. Says what goes wrong.
+    [[nodiscard]] Result<backup::RunChoice> open() const;
+
+private:
+    SessionOptions session_;
+    std::string machine_;
+    std::string at_;
+    double retrySeconds_ = 300;
+};
+
+/// The same for a command that has its session options already.
+[[nodiscard]] Result<backup::RunChoice>
+runChoiceFor(const Session& session, const std::string& machine, const std::string& at);
+
+/// The exit status of an end. Interrupted: as the user asked for it.
+[[nodiscard]] ExitStatus statusOf(backup::ReadEnd end);
+
+/// Ends the output for an operation that is done, or says why it is not.
+[[nodiscard]] ExitStatus finishReading(backup::ReadEnd end, const std::string& sentence);
+
+/// A moment for people, in the local zone, and as JSON has it (universal time).
+[[nodiscard]] std::string momentText(const backup::Timestamp& moment);
+[[nodiscard]] std::string momentField(const backup::Timestamp& moment);
+
+/// A stored path as the user may give it, relative to the current folder or absolute.
+[[nodiscard]] std::string storedPathFor(const std::string& given);
+
+} // namespace stowline::cli
