@@ -191,7 +191,8 @@ void TreePlacer::takeFolder(const StoredItem& stored)
     } else if ((there->mode & kOwnersOwn) != kOwnersOwn &&
                there->owner == platform::ownUserNumber()) {
         // To put something into it; its own mode comes back at the end.
-        (void)above->setMode(place.name, there->mode | kOwnersOwn);
+        if (above->setMode(place.name, there->mode | kOwnersOwn) == 0)
+            loosenedFolders_[item.path] = there->mode;
     }
     folders_.push_back(item.path);
 }
@@ -367,6 +368,8 @@ void TreePlacer::finishFolder(const std::string& path)
         if (!mayGoOnLater_)
             removeLeftGatherings(*folder);
     }
+    if (const auto mode = loosenedFolders_.find(path); mode != loosenedFolders_.end())
+        (void)folder->setMode("", mode->second);
     MetadataOutcome outcome = putMetadata(*folder, "", stored->item, context_.owners);
     const bool isRight = !outcome.hasChanged && !madeFolders_.contains(path);
     tell({.path = path,

@@ -68,9 +68,10 @@ private:
     const Selection& selection_;
     FilePlacer files_;
 
-    std::vector<std::string> folders_;               ///< paths, in walking order
-    std::set<std::string> madeFolders_;              ///< of these, those that were not there
-    std::vector<std::string> furtherNames_;          ///< paths
+    std::vector<std::string> folders_;                     ///< paths, in walking order
+    std::set<std::string> madeFolders_;                    ///< of these, those that were not there
+    std::map<std::string, std::uint32_t> loosenedFolders_; ///< with the modes that they had
+    std::vector<std::string> furtherNames_;                ///< paths
     std::map<std::string, std::string> substitutes_; ///< for first names that are not in place
 
     std::mutex mutex_; ///< of what follows

@@ -1,0 +1,603 @@
+#include "stowline/backup/RestoreRun.h"
+
+#include "stowline/backup/RunHistory.h"
+#include "stowline/backup/VerifyRun.h"
+#include "stowline/backup/record/RecordChain.h"
+#include "stowline/backup/record/ServicePlace.h"
+#include "stowline/backup/tree/TreeWalk.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "tests/support/DevServerProcess.h"
+#include "tests/support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace stowline;
+using namespace stowline::backup;
+namespace fs = std::filesystem;
+
+using Words = std::vector<std::string>;
+
+/// Stores a tree and its record on a development service, piece by piece.
+class Stored : public WalkObserver {
+public:
+    Stored()
+    {
+        platform::Bundle::useFolder(server.bundle());
+        platform::Bundle::useExecutable(test::builtProgram("stowline"));
+        std::optional<Error> error;
+        if (!WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "secret", "a@b.c", &error))
+            throw std::runtime_error("no account");
+        const auto signedIn = WebServiceBroker::authenticateForUsername("ann", "secret", &error);
+        choice.account = {"ann", "secret", platform::findText(*signedIn, "backupServerName"),
+                          "iMac"};
+        choice.identity = ChainIdentity{"1A2B", "ann", "default"};
+        choice.budgetPerStep = std::chrono::seconds(20);
+        path = WebServiceBroker::getUploadServerPathForUsername("ann", choice.account.server, "id")
+                   .value();
+    }
+
+    /// One run over the folder.
+    std::uint64_t run()
+    {
+        UploadJournal journal(work.path() / "journal");
+        BandwidthLimit bandwidth(0, std::chrono::steady_clock::now);
+        Tries tries(std::chrono::seconds(20), stop);
+        UploadContext context(journal, bandwidth, tries);
+        context.account = choice.account;
+        context.owner = {"s", "ann", "iMac", *choice.identity};
+        context.serverPath = path;
+        context.spoolFolder = work.path();
+        context_ = &context;
+        ContentSource source(choice.account, tries, bandwidth, 1U << 20);
+        ServicePlace place(choice.account, tries, source, &context);
+        RecordChain chain = RecordChain::open(place, *choice.identity, work.path());
+        index.remove(folder().string(), chain.newestRun() + 1);
+        context.run = run_ =
+            chain.begin({.systemName = "iMac", .identity = *choice.identity}, index.position());
+        WalkOptions options;
+        options.paths = {folder().string()};
+        (void)walkTree(options, *this, stop);
+        index.setPosition(chain.storeFinished(index, {}).position);
+        return run_;
+    }
+
+    void found(FoundItem found) override
+    {
+        EXPECT_EQ(readAttributes(found), std::nullopt);
+        StoredItem stored{.item = found.item, .sameFileAs = found.sameFileAs};
+        if (found.item.kind == ItemKind::file && found.sameFileAs.empty()) {
+            FileUploader uploader(*context_, {.path = found.item.path,
+                                              .remoteFolder = "/files",
+                                              .remoteName = "f" + std::to_string(++uploads_),
+                                              .open = [&found](int& error) {
+                                                  return platform::SourceFile::open(
+                                                      platform::SourceFile::kNoFolder,
+                                                      found.item.path, error);
+                                              }});
+            const UploadOutcome outcome = uploader.upload();
+            EXPECT_EQ(outcome.kind, UploadOutcome::Kind::stored) << outcome.sentence;
+            stored.content = outcome.content;
+        }
+        index.put(stored, run_);
+    }
+    void excluded(const std::string&, ItemKind, const Exclusion&) override {}
+    void failed(const WalkFailure& failure) override { ADD_FAILURE() << failure.path; }
+    void vanished(const std::string&) override {}
+    void left(const FolderEnd&) override {}
+
+    [[nodiscard]] fs::path folder() const { return machine.path() / "tree"; }
+
+    [[nodiscard]] RestoreSummary restore(const std::function<void(RestoreRequest&)>& adapt = {})
+    {
+        RestoreRequest request{.choice = choice,
+                               .paths = {folder().string()},
+                               .target = target.path(),
+                               .partBytes = 100000};
+        if (adapt)
+            adapt(request);
+        struct Listener : RestoreObserver {
+            void itemDone(const RestoredItem& item) override
+            {
+                for (const std::string& fault : item.faults)
+                    faults.push_back(fault);
+            }
+            std::vector<std::string> faults;
+        } listener;
+        const auto summary = runRestore(request, listener, stop);
+        faults = listener.faults;
+        return summary;
+    }
+
+    /// What an independent program finds to differ between the tree and what was put back.
+    [[nodiscard]] std::string differences() const
+    {
+        const auto rsync = test::runProgram(
+            {{"/usr/bin/rsync", "-n", "-aHAX", "--checksum", "--itemize-changes", "--delete",
+              folder().string() + "/", (target.path() / "tree").string() + "/"}});
+        EXPECT_EQ(rsync.status, 0) << rsync.errors;
+        return rsync.output;
+    }
+
+    [[nodiscard]] std::string faultText() const
+    {
+        std::string text;
+        for (const std::string& fault : faults)
+            text += fault + "\n";
+        return text;
+    }
+
+    test::DevServerProcess server;
+    test::TemporaryFolder machine;
+    test::TemporaryFolder target;
+    test::TemporaryFolder work;
+    RunChoice choice;
+    std::string path;
+    StopRequest stop;
+    ItemIndex index = ItemIndex::temporary();
+    std::vector<std::string> faults;
+
+private:
+    UploadContext* context_ = nullptr;
+    std::uint64_t run_ = 0;
+    int uploads_ = 0;
+};
+
+std::string noise(std::size_t size)
+{
+    std::string bytes(size, '\0');
+    std::uint32_t state = 12345;
+    for (char& byte : bytes) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+void setTime(const fs::path& path, std::int64_t seconds, long nanoseconds)
+{
+    const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+/// Everything that a tree can have.
+void makeTree(const Stored& stored)
+{
+    const fs::path tree = stored.folder();
+    const auto write = [&stored](const std::string& name, const std::string& content) {
+        return stored.machine.write("tree/" + name, content);
+    };
+    write("plain", "hello");
+    write("empty", "");
+    write("odd \xff\x01\n\"name", "odd");
+    write("deep/er/large", noise(450000));
+    write("deep/set-id", "x");
+    write("deep/read-only", "r");
+    std::string holes(3U << 20, '\0');
+    holes.replace(1U << 20, 3, "abc");
+    write("holes", holes);
+    fs::create_hard_link(tree / "plain", tree / "deep/another name");
+    fs::create_hard_link(tree / "plain", tree / "third");
+    fs::create_symlink("../nowhere \xfe", tree / "deep/link");
+    fs::create_directory_symlink("/etc", tree / "link-to-folder");
+    fs::create_directory(tree / "empty folder");
+    ASSERT_EQ(mkfifo((tree / "pipe").c_str(), 0640), 0);
+    ASSERT_EQ(chmod((tree / "deep/set-id").c_str(), 04751), 0);
+    ASSERT_EQ(chmod((tree / "deep/read-only").c_str(), 0400), 0);
+    ASSERT_EQ(chmod((tree / "empty folder").c_str(), 01500), 0);
+    if (geteuid() == 0) {
+        ASSERT_EQ(lchown((tree / "deep/er/large").c_str(), 1234, 4321), 0);
+        ASSERT_EQ(lchown((tree / "deep/link").c_str(), 1234, 4321), 0);
+    }
+    (void)setxattr((tree / "plain").c_str(), "user.note", "n\0te", 4, 0);
+    (void)setxattr((tree / "deep").c_str(), "user.folder", "f", 1, 0);
+    setTime(tree / "plain", 1000000000, 123456789);
+    setTime(tree / "deep/link", 1000000001, 5);
+    setTime(tree / "deep/er", 999, 999999999);
+    setTime(tree / "deep", -77, 1);
+    setTime(tree, 1234567890, 42);
+}
+
+/// Whether any name below a folder is that of a file that is being gathered.
+bool hasGatherings(const fs::path& folder)
+{
+    return std::any_of(fs::recursive_directory_iterator(folder), {}, [](const auto& entry) {
+        return entry.path().filename().string().starts_with(".stowline-restore-");
+    });
+}
+
+TEST(RestoreRun, GivesBackATreeToTheByteAndTheNanosecond)
+{
+    Stored stored;
+    makeTree(stored);
+    EXPECT_EQ(stored.run(), 1U);
+    const auto summary = stored.restore();
+    EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence << stored.faultText();
+    EXPECT_EQ(summary.failed, 0U);
+    EXPECT_EQ(summary.found, summary.restored);
+    EXPECT_EQ(stored.differences(), "");
+    EXPECT_FALSE(hasGatherings(stored.target.path()));
+    struct stat holes {};
+    ASSERT_EQ(stat((stored.target.path() / "tree/holes").c_str(), &holes), 0);
+    EXPECT_LT(holes.st_blocks * 512, 200000);
+    struct stat plain {};
+    ASSERT_EQ(stat((stored.target.path() / "tree/plain").c_str(), &plain), 0);
+    EXPECT_EQ(plain.st_mtim.tv_nsec, 123456789);
+    EXPECT_EQ(plain.st_nlink, 3U);
+    EXPECT_TRUE(fs::is_fifo(stored.target.path() / "tree/pipe"));
+}
+
+TEST(RestoreRun, LeavesAloneWhatIsRightAndRepairsWhatIsNot)
+{
+    Stored stored;
+    makeTree(stored);
+    stored.run();
+    ASSERT_EQ(stored.restore().end, ReadEnd::done);
+    const auto again = stored.restore();
+    EXPECT_EQ(again.restored, 0U);
+    EXPECT_EQ(again.unchanged, again.found);
+    // The records alone.
+    EXPECT_LT(again.fetchedBytes, 10000U);
+
+    const fs::path tree = stored.target.path() / "tree";
+    ASSERT_EQ(chmod((tree / "holes").c_str(), 0777), 0);
+    stored.target.write("tree/deep/set-id", "y");
+    fs::remove(tree / "third");
+    stored.target.write("tree/third", "hello");
+    fs::remove(tree / "deep/link");
+    fs::create_symlink("elsewhere", tree / "deep/link");
+    const auto repaired = stored.restore();
+    EXPECT_EQ(repaired.end, ReadEnd::done) << repaired.sentence;
+    EXPECT_EQ(repaired.bytes, 1U); // of content, only that of the changed file
+    EXPECT_EQ(stored.differences(), "");
+}
+
+TEST(RestoreRun, FollowsNoLinkThatWasPlantedInTheTarget)
+{
+    Stored stored;
+    makeTree(stored);
+    stored.run();
+    const test::TemporaryFolder outside;
+    outside.write("er/large", "precious");
+    outside.write("plain", "precious");
+    fs::create_directory(stored.target.path() / "tree");
+    fs::create_directory_symlink(outside.path(), stored.target.path() / "tree/deep");
+    fs::create_symlink(outside.path() / "plain", stored.target.path() / "tree/plain");
+    const auto summary = stored.restore();
+    EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence << stored.faultText();
+    EXPECT_EQ(stored.differences(), "");
+    EXPECT_EQ(platform::readFile(outside.path() / "er/large"), "precious");
+    EXPECT_EQ(platform::readFile(outside.path() / "plain"), "precious");
+}
+
+TEST(RestoreRun, ObeysItsRulesAboutWhatIsThere)
+{
+    Stored stored;
+    stored.machine.write("tree/a", "stored");
+    stored.machine.write("tree/b", "stored");
+    setTime(stored.folder() / "a", 2000, 0);
+    stored.run();
+    const auto set = [&stored] {
+        stored.target.write("tree/a", "theirs");
+        setTime(stored.target.path() / "tree/a", 3000, 0);
+    };
+    const auto content = [&stored] {
+        return platform::readFile(stored.target.path() / "tree/a").value_or("");
+    };
+    set();
+    const auto never = stored.restore([](auto& request) { request.overwrite = Overwrite::never; });
+    EXPECT_EQ(never.end, ReadEnd::done);
+    EXPECT_EQ(never.skipped, 1U);
+    EXPECT_EQ(content(), "theirs");
+    EXPECT_EQ(platform::readFile(stored.target.path() / "tree/b"), "stored");
+    (void)stored.restore([](auto& request) { request.overwrite = Overwrite::ifNewer; });
+    EXPECT_EQ(content(), "theirs");
+    setTime(stored.target.path() / "tree/a", 1000, 0);
+    (void)stored.restore([](auto& request) { request.overwrite = Overwrite::ifNewer; });
+    EXPECT_EQ(content(), "stored");
+    set();
+    const auto dry = stored.restore([](auto& request) { request.isDryRun = true; });
+    EXPECT_EQ(dry.wouldRestore, 1U);
+    EXPECT_EQ(content(), "theirs");
+    (void)stored.restore();
+    EXPECT_EQ(content(), "stored");
+    const auto always = stored.restore([](auto& r) { r.overwrite = Overwrite::always; });
+    EXPECT_EQ(always.bytes, 12U);
+}
+
+TEST(RestoreRun, TakesWhatPatternsAndPathsSay)
+{
+    Stored stored;
+    for (const char* name : {"tree/a/x.o", "tree/a/x.c", "tree/b/y.c", "tree/z.txt"})
+        stored.machine.write(name, name);
+    stored.run();
+    (void)stored.restore([](auto& request) {
+        request.include = {"*.c"};
+        request.exclude = {"b"};
+    });
+    const fs::path tree = stored.target.path() / "tree";
+    EXPECT_TRUE(fs::exists(tree / "a/x.c"));
+    EXPECT_FALSE(fs::exists(tree / "a/x.o"));
+    EXPECT_FALSE(fs::exists(tree / "b"));
+    EXPECT_FALSE(fs::exists(tree / "z.txt"));
+    const auto one = stored.restore(
+        [&](auto& request) { request.paths = {(stored.folder() / "b/y.c").string()}; });
+    EXPECT_EQ(one.restored, 1U);
+    EXPECT_EQ(platform::readFile(stored.target.path() / "y.c"), "tree/b/y.c");
+    const auto nothing = stored.restore([](auto& request) { request.paths = {"/no/such"}; });
+    EXPECT_EQ(nothing.end, ReadEnd::notFound);
+    fs::remove_all(stored.folder());
+    const auto back = stored.restore([](auto& request) { request.target.reset(); });
+    EXPECT_EQ(back.end, ReadEnd::done) << back.sentence;
+    EXPECT_EQ(platform::readFile(stored.folder() / "b/y.c"), "tree/b/y.c");
+}
+
+TEST(RestoreRun, GoesBackToAnEarlierRunAndTellsWhatChanged)
+{
+    Stored stored;
+    stored.machine.write("tree/a", "first");
+    stored.machine.write("tree/gone", "g");
+    stored.run();
+    stored.machine.write("tree/a", "second");
+    stored.machine.write("tree/new", "n");
+    fs::remove(stored.folder() / "gone");
+    stored.run();
+    const auto first = stored.restore([](auto& request) { request.choice.run = 1; });
+    EXPECT_EQ(first.run, 1U);
+    EXPECT_EQ(platform::readFile(stored.target.path() / "tree/a"), "first");
+    EXPECT_TRUE(fs::exists(stored.target.path() / "tree/gone"));
+    EXPECT_FALSE(fs::exists(stored.target.path() / "tree/new"));
+    std::string changes;
+    const auto end = forEachDifference(
+        stored.choice, 1, 2,
+        [&](const RunDifference& difference) {
+            if (difference.item.item.kind == ItemKind::file)
+                changes += std::string(nameOf(difference.kind)) + " " +
+                           fs::path(difference.item.item.path).filename().string() + "\n";
+        },
+        stored.stop);
+    EXPECT_EQ(end.end, ReadEnd::done) << end.sentence;
+    EXPECT_EQ(changes, "changed a\nwent gone\ncame new\n");
+    std::vector<RunEntry> runs;
+    EXPECT_EQ(listRuns(
+                  stored.choice, [&](const RunEntry& run) { runs.push_back(run); }, stored.stop)
+                  .end,
+              ReadEnd::done);
+    ASSERT_EQ(runs.size(), 2U);
+    EXPECT_EQ(runs[0].state, RunState::finished);
+    std::string content;
+    const auto read = readStoredFile(
+        stored.choice, (stored.folder() / "a").string(),
+        [&content](std::string_view bytes) {
+            content += bytes;
+            return true;
+        },
+        stored.stop);
+    EXPECT_EQ(read.end, ReadEnd::done) << read.sentence;
+    EXPECT_EQ(content, "second");
+}
+
+/// Every stored file of some content on the service's disk is changed.
+int damage(const fs::path& data, const std::string& content, bool removes)
+{
+    int count = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(data)) {
+        if (!entry.is_regular_file() || platform::readFile(entry.path()) != content)
+            continue;
+        ++count;
+        if (removes)
+            fs::remove(entry.path());
+        else
+            std::ofstream(entry.path(), std::ios::in | std::ios::binary) << "X";
+    }
+    return count;
+}
+
+TEST(RestoreRun, TellsOfContentThatIsNotWhatWasStoredAndPutsBackTheRest)
+{
+    Stored stored;
+    stored.machine.write("tree/good", "all is well");
+    stored.machine.write("tree/bad", "will be damaged");
+    stored.machine.write("tree/lost", "will be lost");
+    stored.run();
+    ASSERT_EQ(damage(stored.server.data(), "will be damaged", false), 1);
+    ASSERT_EQ(damage(stored.server.data(), "will be lost", true), 1);
+    const auto summary = stored.restore();
+    EXPECT_EQ(summary.end, ReadEnd::badContent) << summary.sentence;
+    EXPECT_EQ(summary.badContent, 2U) << stored.faultText();
+    const fs::path tree = stored.target.path() / "tree";
+    EXPECT_EQ(platform::readFile(tree / "good"), "all is well");
+    EXPECT_FALSE(fs::exists(tree / "bad"));
+    EXPECT_FALSE(fs::exists(tree / "lost"));
+    EXPECT_FALSE(hasGatherings(tree));
+
+    struct Listener : VerifyObserver {
+        void found(const VerifyFinding& finding) override
+        {
+            text += std::string(nameOf(finding.kind)) + " " +
+                    fs::path(finding.path).filename().string() + "\n";
+        }
+        std::string text;
+    } byWord, byBytes;
+    const auto word = runVerify({.choice = stored.choice}, byWord, stored.stop);
+    EXPECT_EQ(word.end, ReadEnd::badContent) << word.sentence;
+    EXPECT_EQ(word.missing + word.damaged, 2U) << byWord.text;
+    EXPECT_EQ(word.checked, 3U);
+    const auto read = runVerify({.choice = stored.choice, .fractionRead = 1}, byBytes, stored.stop);
+    EXPECT_EQ(read.end, ReadEnd::badContent);
+    EXPECT_EQ(read.read, 1U);
+}
+
+TEST(RestoreRun, GoesOnWithWhatWasCutOff)
+{
+    Stored stored;
+    const std::string content = noise(900000);
+    stored.machine.write("tree/large", content);
+    stored.run();
+    fs::create_directory(stored.target.path() / "tree");
+    std::string gathering;
+    {
+        // As a kill leaves it: a part of the content under the name of the gathering.
+        const auto dry = stored.restore([](auto& r) { r.overwrite = Overwrite::always; });
+        ASSERT_EQ(dry.end, ReadEnd::done);
+        const auto digest =
+            stored.index.find((stored.folder() / "large").string())->content->digest;
+        gathering = ".stowline-restore-" +
+                    platform::Sha256::of(std::string("large") + '\0' + digest).substr(0, 16);
+        fs::remove(stored.target.path() / "tree/large");
+        stored.target.write("tree/" + gathering, content.substr(0, 800000));
+    }
+    const auto resumed = stored.restore();
+    EXPECT_EQ(resumed.end, ReadEnd::done) << resumed.sentence;
+    EXPECT_LT(resumed.fetchedBytes, 110000U);
+    EXPECT_TRUE(platform::readFile(stored.target.path() / "tree/large") == content);
+    // What was left is not what was stored.
+    fs::remove(stored.target.path() / "tree/large");
+    stored.target.write("tree/" + gathering, "something else");
+    stored.target.write("tree/.stowline-restore-0123456789abcdef", "of another content");
+    const auto anew = stored.restore();
+    EXPECT_EQ(anew.end, ReadEnd::done) << anew.sentence;
+    EXPECT_TRUE(platform::readFile(stored.target.path() / "tree/large") == content);
+    EXPECT_FALSE(hasGatherings(stored.target.path()));
+}
+
+TEST(RestoreRun, SaysThatNothingIsRecordedOrThatThereIsNoSuchRun)
+{
+    Stored stored;
+    EXPECT_EQ(stored.restore().end, ReadEnd::notFound);
+    stored.machine.write("tree/a", "a");
+    stored.run();
+    EXPECT_EQ(stored.restore([](auto& r) { r.choice.run = 7; }).end, ReadEnd::notFound);
+    EXPECT_EQ(stored.restore([](auto& r) {
+                        r.choice.at = Timestamp{-10, 0};
+                    })
+                  .end,
+              ReadEnd::notFound);
+    EXPECT_EQ(stored.restore([](auto& r) { r.choice.account.systemName = "other"; }).end,
+              ReadEnd::notFound);
+    // By another machine that has nothing but the account.
+    EXPECT_EQ(stored.restore([](auto& r) {
+                        r.choice.identity = ChainIdentity{"new", "bob"};
+                    })
+                  .end,
+              ReadEnd::done);
+}
+
+TEST(RestoreRun, StopsSoonAndLeavesNothingHalf)
+{
+    Stored stored;
+    for (int i = 0; i < 30; ++i)
+        stored.machine.write("tree/f" + std::to_string(i), noise(300000));
+    stored.run();
+    const auto start = std::chrono::steady_clock::now();
+    std::thread stopper([&stored] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        stored.stop.request();
+    });
+    const auto summary = stored.restore([](auto& r) { r.bytesPerSecond = 500000; });
+    stopper.join();
+    EXPECT_EQ(summary.end, ReadEnd::interrupted);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4500));
+    for (const auto& entry : fs::recursive_directory_iterator(stored.target.path())) {
+        if (entry.is_regular_file() && entry.path().filename().string().starts_with("f")) {
+            EXPECT_EQ(entry.file_size(), 300000U);
+        }
+    }
+}
+
+/// The real command, which finds what others stored with nothing but the account.
+test::ProgramRun command(const Stored& stored, const test::TemporaryFolder& home, Words words)
+{
+    words.insert(words.begin(), test::builtProgram("stowline"));
+    return {std::move(words),
+            {{"STOWLINE_USERNAME", "ann"},
+             {"STOWLINE_PASSWORD", "secret"},
+             {"STOWLINE_BUNDLE", stored.server.bundle().string()},
+             {"HOME", home.path().string()}}};
+}
+
+TEST(RestoreCommand, PutsBackPrintsListsAndVerifies)
+{
+    Stored stored;
+    const test::TemporaryFolder home;
+    const auto run = [&](const Words& words) {
+        return test::runProgram(command(stored, home, words));
+    };
+    const std::string target = stored.target.path().string();
+    makeTree(stored);
+    stored.run();
+    stored.machine.write("tree/plain", "hello again");
+    stored.run();
+    const std::string tree = stored.folder().string();
+
+    const auto nowhere = run({"restore", tree, "--machine", "iMac"});
+    EXPECT_EQ(nowhere.status, 2);
+    const auto restored = run({"restore", tree, "--to", target, "--machine", "iMac", "--json"});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_NE(restored.output.find("\"failed\":0,"), std::string::npos) << restored.output;
+    EXPECT_EQ(stored.differences(), "");
+    const auto cat = run({"cat", tree + "/plain", "--at", "1", "--machine", "iMac"});
+    EXPECT_EQ(cat.status, 0) << cat.errors;
+    EXPECT_EQ(cat.output, "hello");
+    EXPECT_EQ(run({"cat", tree + "/none", "--machine", "iMac"}).status, 4);
+    const auto runs = run({"runs", "--machine", "iMac", "--json"});
+    EXPECT_EQ(runs.status, 0) << runs.errors;
+    EXPECT_EQ(std::ranges::count(runs.output, '\n'), 3);
+    const auto diff = run({"diff", "1", "2", "--machine", "iMac"});
+    EXPECT_EQ(diff.status, 0) << diff.errors;
+    EXPECT_NE(diff.output.find("changed   " + tree + "/deep/another name"), std::string::npos)
+        << diff.output;
+    EXPECT_EQ(run({"verify", "--read", "--machine", "iMac"}).status, 0);
+    ASSERT_GE(damage(stored.server.data(), "odd", false), 1);
+    EXPECT_EQ(run({"verify", "--machine", "iMac"}).status, 7);
+    EXPECT_EQ(run({"restore", tree, "--to", target + "/again", "--machine", "iMac"}).status, 7);
+    EXPECT_EQ(run({"runs", "--machine", "nobody's"}).status, 4);
+    EXPECT_EQ(run({"runs", "--at", "1"}).status, 2);
+    EXPECT_EQ(run({"restore", tree, "--to", target, "--at", "someday"}).status, 2);
+}
+
+TEST(RestoreCommand, GoesOnHoweverOftenItIsKilled)
+{
+    Stored stored;
+    const test::TemporaryFolder home;
+    for (int i = 0; i < 40; ++i)
+        stored.machine.write("tree/f" + std::to_string(i), noise(60000));
+    stored.machine.write("tree/large", noise(2000000));
+    stored.run();
+    const auto restore = command(stored, home,
+                                 {"restore", stored.folder().string(), "--to",
+                                  stored.target.path().string(), "--machine", "iMac"});
+    for (int kill = 0; kill < 20; ++kill) {
+        test::BackgroundProgram program(restore);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100 + kill * 40)); // any moment
+        program.signal(SIGKILL);
+        (void)program.wait();
+        if (!fs::exists(stored.target.path() / "tree"))
+            continue;
+        for (const auto& entry : fs::directory_iterator(stored.target.path() / "tree")) {
+            const std::string name = entry.path().filename().string();
+            if (!name.starts_with(".stowline-restore-")) {
+                EXPECT_EQ(entry.file_size(), name == "large" ? 2000000U : 60000U) << name;
+            }
+        }
+    }
+    const auto last = test::runProgram(restore);
+    EXPECT_EQ(last.status, 0) << last.errors;
+    EXPECT_EQ(stored.differences(), "");
+    EXPECT_FALSE(hasGatherings(stored.target.path()));
+}
+
+} // namespace
