@@ -57,8 +57,10 @@ class DisplayTest : public testing::Test {
 protected:
     ProgressStyle style(ProgressStyle::Kind kind)
     {
-        return {kind, 60, [this] { return now_; },
-                [this](const std::string& text) { writes_.push_back(text); }};
+        return {.kind = kind,
+                .columns = 60,
+                .now = [this] { return now_; },
+                .write = [this](const std::string& text) { writes_.push_back(text); }};
     }
     std::chrono::steady_clock::time_point now_{};
     std::vector<std::string> writes_;
