@@ -128,7 +128,7 @@ def page(command, template):
         for option in inner.options:
             if option.names[-1] == "--help":
                 continue
-            if option.names[-1].endswith(("-stdin", "-file", "-command")) or \
+            if re.fullmatch(r"--[\w-]+-(stdin|file|command)", option.names[-1]) or \
                     option.names[-1] == "--username":
                 seen.add(option.names[-1])
                 continue  # told once, under SECRETS

@@ -4,6 +4,7 @@
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/threads/StopRequest.h"
 #include "stowline/util/General.h"
 
 namespace stowline::cli {
@@ -87,7 +88,10 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
         figures = figuresOf(summary, session->username, flags.systemName, begun);
         keepLastRun(figures);
-        flags.reports.tell(*session, figures);
+        // A stop is a stop: what could not be told now is kept, and told after the next run.
+        const StopScope scope(Interruptible::stopRequest());
+        flags.reports.tell(Interruptible::request() ? std::nullopt : std::optional(*session),
+                           figures);
     }
     return report.finish(summary);
 }

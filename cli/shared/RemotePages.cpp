@@ -12,25 +12,39 @@ namespace {
 using GetPage = std::function<std::optional<Array>(std::int64_t start, std::int64_t count,
                                                    std::int64_t* total)>;
 
+/// Whether it is what the engine keeps of itself on the service: the records of runs.
+bool isOfEngine(const Dictionary& entry)
+{
+    const std::string folder = platform::findText(entry, "Path");
+    const std::string path =
+        (folder.ends_with('/') ? folder : folder + "/") + platform::findText(entry, "Name") + "/";
+    return path.starts_with("/=stowline=/");
+}
+
 std::optional<std::int64_t> forEach(const RemoteListing& listing, const TakeEntry& take,
                                     const GetPage& getPage)
 {
     std::int64_t total = 0;
     std::int64_t taken = 0;
+    std::int64_t hidden = 0;
     const std::int64_t wanted = listing.limit.value_or(INT64_MAX);
     do {
-        const auto page = getPage(taken, std::min(listing.pageSize, wanted - taken), &total);
+        const auto page =
+            getPage(taken, std::min(listing.pageSize, wanted - (taken - hidden)), &total);
         if (!page || Interruptible::request())
             return std::nullopt;
         for (const Value& entry : *page) {
-            if (const Dictionary* fields = entry.dictionary())
+            const Dictionary* fields = entry.dictionary();
+            if (fields && isOfEngine(*fields))
+                ++hidden;
+            else if (fields)
                 take(*fields);
         }
         if (page->empty())
             break;
         taken += static_cast<std::int64_t>(page->size());
-    } while (taken < total && taken < wanted);
-    return total;
+    } while (taken < total && taken - hidden < wanted);
+    return total - hidden;
 }
 
 } // namespace

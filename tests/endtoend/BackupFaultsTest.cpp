@@ -105,7 +105,7 @@ TEST(BackupFaults, AnUnreachableServiceIsSaidToBe)
     account.server.process().signal(SIGKILL);
     (void)account.server.process().wait();
     const auto result = account.backup();
-    EXPECT_EQ(result.status, 5);
+    EXPECT_EQ(result.status, 8);
     EXPECT_EQ(test::jsonLines(result.output).size(), 1U);
 }
 

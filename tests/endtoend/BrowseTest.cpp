@@ -112,7 +112,8 @@ TEST(Browse, TellsOfTheAccount)
     ASSERT_EQ(account.backup().status, 0);
     const auto result = account.run({"account", "--json"});
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_EQ(field(result, "used_kb"), 5);
+    // The file, and the record of the run with its note.
+    EXPECT_EQ(field(result, "used_kb"), 6);
     EXPECT_EQ(field(result, "AccountStatus"), "Active");
     EXPECT_EQ(field(result, "encryption_key"), nullptr);
     EXPECT_EQ(field(account.run({"account", "--show-encryption-key", "--json"}), "encryption_key")

@@ -139,8 +139,14 @@ TEST_F(JsonOutput, IsAsThePageSays)
     expectAsOnPage("versions", {"versions", id});
     const auto versions = test::jsonLines(account_.run({"versions", id, "--json"}).output);
     expectAsOnPage("restore-info", {"restore-info", versions.at(0)["id"].dump()});
+    account_.write({{"sub/a", "2"}});
+    ASSERT_EQ(account_.backup().status, 0);
+    expectAsOnPage("runs", {"runs", "--machine", "iMac"});
+    expectAsOnPage("diff", {"diff", "1", "2", "--machine", "iMac"});
+    expectAsOnPage("restore", {"restore", folder, "--to", copy + ".tree", "--machine", "iMac"});
     expectAsOnPage("rm --version", {"rm", "--version", versions.at(0)["list"], "--yes"});
     expectAsOnPage("rm PATH", {"rm", folder, "--system", "iMac", "--yes", "--poll", "0.05"});
+    expectAsOnPage("verify", {"verify", "--machine", "iMac"}, "", 7);
     expectAsOnPage("monitor settings", {"monitor", "settings"});
     expectAsOnPage("monitor event", {"monitor", "event", "BackupStarted"});
     expectAsOnPage("report", {"report"});
@@ -167,7 +173,7 @@ TEST_F(JsonOutput, PathsThatAreNoUtf8AreInBase64)
     const auto copied = account_.run({"copy", file, file + "2", "--json"});
     EXPECT_EQ(test::field(copied, "to_b64"), Base64::base64EncodingWithLineLength(file + "2", 0));
     const auto again = account_.run({"copy", file, file + "2", "--json"});
-    EXPECT_NE(test::field(again, "message").get<std::string>().find("/b\ufffd2 already."),
+    EXPECT_NE(test::field(again, "message").get<std::string>().find("/b\ufffd2 exists already."),
               std::string::npos);
 }
 

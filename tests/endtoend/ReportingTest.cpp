@@ -276,7 +276,8 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
     EXPECT_EQ(test::jsonLines(failed.output).size(), 1U);
     account.password = right;
     EXPECT_EQ(account.backup({"--report"}).status, 0);
-    const std::string shown = account.statusPage();
+    const std::string page = account.statusPage();
+    const std::string shown = page.substr(page.find("<h2>Last backups</h2>"));
     std::size_t rows = 0;
     for (auto at = shown.find("<td>iMac</td><td>"); at != std::string::npos;
          at = shown.find("<td>iMac</td><td>", at + 1))
