@@ -142,11 +142,35 @@ private:
         noteIndexState();
         records_.emplace(request_, *state_, tries_, *bandwidth_, *recordUploads_, accounts_);
         const bool isKnown = records_->bringUpToDate(index_->alone());
+        if (!request_.isDryRun)
+            forgetFinishedUploads();
         index_->beginRun(records_->begin(index_->alone()));
         uploads_->run = index_->run();
         // What neither index nor record knows may be there all the same.
         if (!isKnown)
             held_.emplace(request_.account, tries_);
+    }
+
+    [[nodiscard]] static bool hasState(const ItemRecord& item, const platform::FileState& state)
+    {
+        const auto nanoseconds = [](const Timestamp& stamp) {
+            return stamp.seconds * 1'000'000'000 + stamp.nanoseconds;
+        };
+        return item.size == state.size && item.inode == state.inode &&
+               nanoseconds(item.modified) == state.modifiedNanoseconds &&
+               nanoseconds(item.changed) == state.changedNanoseconds;
+    }
+
+    /// A run that was killed between noting that a file is stored and forgetting its upload left
+    /// the journal's entry.
+    void forgetFinishedUploads()
+    {
+        for (const JournalEntry& entry : state_->journal().entries()) {
+            const auto item = index_->alone().find(entry.path);
+            if (entry.owner == uploads_->owner && item && item->content &&
+                hasState(item->item, entry.state))
+                state_->journal().remove(entry);
+        }
     }
 
     std::string uploadPath()

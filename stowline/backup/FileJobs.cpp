@@ -194,8 +194,17 @@ bool FileJobs::isHeldByService(FileJob& job)
     const auto reading = file ? readContent(*file, context_.tries.stop()) : std::nullopt;
     if (!reading || fmt::format("{:08x}", reading->checksum) != answer.file->checksum)
         return false;
+    // Without the number of the version nothing could ever be given back of it.
+    std::optional<StepFailure> failure;
+    const auto version = versionOf(context_.account, *answer.file, context_.tries, failure);
+    if (failure && failure->end == StepEnd::interrupted)
+        return true;
+    if (!version || version->version.empty())
+        return false;
     keep(job, *reading,
-         {.digest = reading->digest,
+         {.version = version->version,
+          .list = version->list,
+          .digest = reading->digest,
           .checksum = reading->checksum,
           .storedSize = reading->state.size,
           .run = context_.run});
@@ -219,7 +228,8 @@ void FileJobs::put(FileJob& job, StoredContent content, Timestamp readBegan, boo
 void FileJobs::keep(FileJob& job, const ContentReading& reading, StoredContent content)
 {
     describe(job.found, reading.state);
-    put(job, std::move(content), reading.began, false, false);
+    // It may have been stored by a run that was killed before it could note that.
+    put(job, std::move(content), reading.began, false, true);
     accounts_.done({.path = job.found.item.path,
                     .state = ItemState::unchanged,
                     .bytes = job.found.item.size,

@@ -332,5 +332,38 @@ TEST(BackupTruth, WhatVanishedFromTheServiceIsSentAgain)
     EXPECT_EQ(account.stored(), (Files{{"a", "1"}}));
 }
 
+/// Every file below a folder with its content.
+Files filesBelow(const std::filesystem::path& folder)
+{
+    Files files;
+    for (const auto& item : std::filesystem::recursive_directory_iterator(folder)) {
+        if (item.is_regular_file())
+            files.emplace(std::filesystem::relative(item.path(), folder),
+                          platform::readFile(item.path()).value());
+    }
+    return files;
+}
+
+TEST(BackupTruth, WhatAKilledRunHadStoredLeavesNoEntryAndCanBeGivenBack)
+{
+    const BackedUp account;
+    const Files files{{"a", "small"}, {"b", ""}, {"big", noise(400000, 1)}};
+    account.write(files);
+    test::BackgroundProgram run(
+        account.backupRun({"--part-size", "16k", "--bwlimit", "128k", "--jobs", "3"}));
+    // By then the small ones are registered; whether the index says so is the kill's luck.
+    account.awaitSent(64U << 10);
+    run.signal(SIGKILL);
+    EXPECT_EQ(run.wait().status, 1000 + SIGKILL);
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(account.journal().entries().empty());
+    const auto target = account.command.home().path() / "back";
+    const auto restored = account.run(
+        {"restore", account.folder.path().string(), "--machine", "iMac", "--to", target.string()});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_EQ(filesBelow(target / account.folder.path().filename()), files);
+}
+
 } // namespace
 } // namespace stowline

@@ -128,12 +128,33 @@ std::optional<StepFailure> HeldFiles::readPages(const std::string& path, Folder&
                 folder.folders.insert(name);
             else
                 folder.files.emplace(
-                    name, HeldFile{sizeIn(*fields), platform::findText(*fields, "Checksum")});
+                    name,
+                    HeldFile{sizeIn(*fields), platform::findText(*fields, "Checksum"),
+                             platform::leadingInteger(platform::findText(*fields, "FileID"))});
         }
         if (page->empty())
             break;
         taken += static_cast<std::int64_t>(page->size());
     } while (taken < total);
+    return std::nullopt;
+}
+
+std::optional<HeldVersion> versionOf(const Account& account, const HeldFile& file, Tries& tries,
+                                     std::optional<StepFailure>& failure)
+{
+    std::optional<Array> versions;
+    failure = tries.repeat([&](std::optional<Error>& error) {
+        versions = WebServiceBroker::getFileVersionsForUsername(account.username, account.password,
+                                                                account.server, file.id, &error);
+        return versions.has_value();
+    });
+    for (const Value& entry : versions.value_or(Array())) {
+        const Dictionary* fields = entry.dictionary();
+        if (fields && sizeIn(*fields) == file.size &&
+            platform::findText(*fields, "Checksum") == file.checksum)
+            return HeldVersion{platform::findText(*fields, "VersionID"),
+                               platform::findText(*fields, "FileListID")};
+    }
     return std::nullopt;
 }
 

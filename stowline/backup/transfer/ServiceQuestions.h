@@ -19,7 +19,20 @@ namespace stowline::backup {
 struct HeldFile {
     std::uint64_t size = 0;
     std::string checksum; ///< CRC-32 as eight hexadecimal digits
+    std::int64_t id = 0;  ///< the service's number of the file
 };
+
+/// What the service calls a version: its number, and its name in a deletion.
+struct HeldVersion {
+    std::string version;
+    std::string list;
+};
+
+/// The newest version of a file that has the size and the checksum of its listing.
+/// @return absent when there is none, and when the question failed: see `failure`
+[[nodiscard]] std::optional<HeldVersion> versionOf(const Account& account, const HeldFile& file,
+                                                   Tries& tries,
+                                                   std::optional<StepFailure>& failure);
 
 /// The files of one machine, listed a folder at a time when first asked for. Folders below one that
 /// is not there are not asked about. Any thread; a folder is asked about once, and several at the
