@@ -10,10 +10,9 @@
 namespace stowline {
 namespace {
 
-const std::vector<std::string> kCalled{"new",     "read",        "write",       "memfd_create",
-                                       "pipe2",   "posix_spawn", "socket",      "socketpair",
-                                       "connect", "send",        "getsockname", "getaddrinfo",
-                                       "poll",    "fcntl",       "lseek"};
+const std::vector<std::string> kCalled{
+    "new",     "read", "write",       "memfd_create", "pipe2", "clone", "socket", "socketpair",
+    "connect", "send", "getsockname", "getaddrinfo",  "poll",  "fcntl", "lseek"};
 const std::vector<std::string> kCalledByHelper{
     "new",  "read", "write",       "stat",       "lstat",      "socket", "socketpair", "connect",
     "send", "recv", "getsockname", "getsockopt", "setsockopt", "poll",   "open",       "fcntl"};

@@ -12,7 +12,7 @@
 #include <new>
 #include <poll.h>
 #include <pthread.h>
-#include <spawn.h>
+#include <sched.h>
 #include <string_view>
 #include <sys/file.h>
 #include <sys/ioctl.h>
@@ -131,11 +131,6 @@ STOWLINE_FALLIBLE(memfd_create, int, -1, EMFILE, (const char* name, unsigned fla
 STOWLINE_FALLIBLE(timerfd_create, int, -1, EMFILE, (clockid_t clock, int flags) noexcept,
                   (clock, flags))
 STOWLINE_FALLIBLE(pipe2, int, -1, EMFILE, (int* ends, int flags) noexcept, (ends, flags))
-STOWLINE_FALLIBLE(posix_spawn, int, EAGAIN, EAGAIN,
-                  (pid_t * child, const char* path, const posix_spawn_file_actions_t* actions,
-                   const posix_spawnattr_t* attributes, char* const* words,
-                   char* const* variables) noexcept,
-                  (child, path, actions, attributes, words, variables))
 STOWLINE_FALLIBLE(pthread_create, int, EAGAIN, EAGAIN,
                   (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*),
                    void* argument) noexcept,
@@ -186,6 +181,21 @@ STOWLINE_FALLIBLE(poll, int, -1, ENOMEM, (pollfd * watched, nfds_t count, int mi
     }
 STOWLINE_FALLIBLE_OPEN(open)
 STOWLINE_FALLIBLE_OPEN(open64)
+
+/// Children are made by it; what comes after the argument is where a handle of the child goes.
+extern "C" int clone(int (*start)(void*), void* stack, int flags, void* argument, ...) noexcept
+{
+    static const auto next = real(&clone, "clone");
+    va_list arguments;
+    va_start(arguments, argument);
+    int* handle = va_arg(arguments, int*);
+    va_end(arguments);
+    if (fails("clone")) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return next(start, stack, flags, argument, handle);
+}
 
 extern "C" int openat(int folder, const char* path, int flags, ...)
 {
@@ -306,7 +316,7 @@ constexpr std::array kFunctions{// clang-format off
     "new", "read", "pread", "pread64", "write", "writev", "pwrite", "pwrite64", "copy_file_range",
     "lseek", "fsync", "fdatasync", "ftruncate", "ftruncate64", "stat", "stat64", "lstat", "fstat",
     "fstat64", "fstatat", "statx", "statvfs", "rename", "unlink", "unlinkat", "mkdir", "mkostemp", "flock",
-    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "posix_spawn", "pthread_create", "timerfd_create",
+    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "clone", "pthread_create", "timerfd_create",
     "getrandom", "socket", "socketpair", "connect", "send", "recv", "getsockname", "getsockopt",
     "setsockopt", "getaddrinfo", "poll", "open", "open64", "openat", "fcntl", "fcntl64", "ioctl"};
 // clang-format on
