@@ -49,6 +49,10 @@ bool readLists(Options& options)
             return false;
         options.request.rules.excludeLines += *content + "\n";
     }
+    if (("/" + options.streamName + "/").find("/../") != std::string::npos) {
+        output().complain("The name of --stdin may not hold \"..\". Please give another one.");
+        return false;
+    }
     if (!options.paths.empty() || !options.streamName.empty())
         return true;
     output().complain("Please name what to back up: PATH, --files-from or --stdin.");

@@ -158,6 +158,10 @@ std::string backupSentences(const BackupSummary& summary)
         say("Kept as an earlier run saw them, because this one could not look: " +
             counted(summary.carriedForward, "item", "items") + ".");
     say("Failed: " + counted(summary.failed, "item", "items") + ".");
+    const std::uint64_t ended = summary.stored + summary.wouldStore + summary.unchanged +
+                                summary.recorded + summary.excluded + summary.failed;
+    if (summary.found > ended)
+        say("Not finished: " + counted(summary.found - ended, "item", "items") + ".");
     say(fmt::format("{} in all, in {}.", counted(summary.found, "item", "items"),
                     durationText(std::chrono::duration<double>(summary.seconds))));
     if (summary.run > 0)

@@ -8,6 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <filesystem>
+#include <set>
+
 namespace stowline::cli {
 
 namespace {
@@ -120,8 +123,18 @@ ExitStatus restore(const Options& options)
                                    .bytesPerSecond = options.bytesPerSecond};
     for (const std::string& path : options.paths)
         request.paths.push_back(storedPathFor(path));
-    if (!options.inPlace)
+    if (!options.inPlace) {
         request.target = options.target;
+        std::set<std::string> names;
+        for (const std::string& path : request.paths) {
+            if (!names.insert(std::filesystem::path(path).filename()).second)
+                return output().fail(ExitStatus::usage,
+                                     "Two of the paths would become the same one below " +
+                                         options.target +
+                                         ". Please restore them one after the other, each into a "
+                                         "folder of its own.");
+        }
+    }
     const Interruptible interruptible;
     Observer observer;
     const auto summary = backup::runRestore(request, observer, Interruptible::stopRequest());

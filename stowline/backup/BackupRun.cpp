@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <filesystem>
+#include <set>
 #include <system_error>
 #include <thread>
 
@@ -110,7 +111,7 @@ private:
                          .ownFolders = {request_.stateFolder.string()}};
         state_.emplace(RunState::take(request_.stateFolder));
         if (!request_.isDryRun)
-            state_->journal().removeOvertaken();
+            giveUpOvertakenUploads();
         begin();
         if (request_.resumesOnly)
             walk.paths = unfinishedPaths();
@@ -118,6 +119,21 @@ private:
             askAfterVersions();
         work(walk);
         end();
+    }
+
+    /// What was begun of files that are gone or others by now; told where only that is wanted.
+    void giveUpOvertakenUploads()
+    {
+        std::set<std::string> begun;
+        for (const JournalEntry& entry : state_->journal().entries())
+            begun.insert(entry.path);
+        state_->journal().removeOvertaken();
+        for (const JournalEntry& entry : state_->journal().entries())
+            begun.erase(entry.path);
+        if (request_.resumesOnly)
+            for (const std::string& path : begun)
+                accounts_.problem(path + " has changed or is gone since its upload was begun; the "
+                                         "upload is given up. Please back it up again.");
     }
 
     /// Everything between the state folder and the first item.
@@ -216,12 +232,15 @@ private:
     }
 
     /// Asks after a thirtieth of the versions that the index relies on, the longest not asked after
-    /// first. What the service has no more counts as never stored.
+    /// first; after all when nothing is to be trusted. What the service has no more counts as never
+    /// stored.
     void askAfterVersions()
     {
         ItemIndex& index = index_->alone();
-        const std::uint64_t some =
-            (index.itemCount() + kRunsForAllVersions - 1) / kRunsForAllVersions;
+        const std::uint64_t all = index.itemCount();
+        const std::uint64_t some = request_.trustsNothing || request_.rebuildsIndex
+                                       ? all
+                                       : (all + kRunsForAllVersions - 1) / kRunsForAllVersions;
         std::vector<std::string> versions;
         std::vector<StoredItem> items;
         for (const std::string& path : index.longestUnconfirmed(some)) {
@@ -253,8 +272,8 @@ private:
             index_->put(item);
         }
         if (vanishedVersions_ > 0)
-            accounts_.note(fmt::format("The service has no more what was stored of {} files; they "
-                                       "are sent again when they are met.",
+            accounts_.note(fmt::format("The service has lost what was stored of {} files; they are "
+                                       "sent again when they are met.",
                                        vanishedVersions_));
     }
 

@@ -10,6 +10,13 @@
 
 namespace stowline::backup {
 
+namespace {
+
+/// How much of the chain each run reads again to know that it is still there.
+constexpr std::uint64_t kRecordBytesReadAgain = 16U << 20;
+
+} // namespace
+
 RunRecords::RunRecords(const BackupRequest& request, const RunState& state, Tries& tries,
                        BandwidthLimit& bandwidth, UploadContext& uploads, RunAccounts& accounts)
     : request_(request), state_(state), accounts_(accounts),
@@ -27,7 +34,7 @@ bool RunRecords::bringUpToDate(ItemIndex& index)
     chain_->refuseOlderThan(index.position());
     if (chain_->newestFinished() == 0)
         return request_.adoptsChain && loadAdopted(index);
-    if (index.position().run == chain_->newestFinished())
+    if (index.position().run == chain_->newestFinished() && isFoundation(index))
         return true;
     const bool wasBehind = index.position().run != 0 || index.itemCount() != 0;
     if (wasBehind || !request_.isDryRun)
@@ -37,6 +44,25 @@ bool RunRecords::bringUpToDate(ItemIndex& index)
     // A run that was cut off may have stored what no finished record tells of.
     const bool isWhole = chain_->newestRun() == chain_->newestFinished();
     return load(*chain_, index) && isWhole;
+}
+
+/// Whether this run can build on the index: the newest record is the one that the index is at.
+/// Where it, or one below it, cannot be read any more, the index still holds everything, and this
+/// run stores a full record.
+bool RunRecords::isFoundation(ItemIndex& index)
+{
+    using Kind = RecordFault::Kind;
+    try {
+        return chain_->isWholeBelow(index.position(), kRecordBytesReadAgain);
+    } catch (const RecordFault& fault) {
+        if (fault.kind() != Kind::notFound && fault.kind() != Kind::damaged)
+            throw;
+        accounts_.note(std::string(fault.what()) +
+                       " Runs that rest on it cannot be read back; this run stores a full record.");
+        if (!request_.isDryRun)
+            index.setPosition({});
+        return true;
+    }
 }
 
 /// Another user's or profile's chain of this machine is none of this run's business.
@@ -133,6 +159,11 @@ IndexPosition RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes
     const StoredRecord stored =
         chain_->storeFinished(index, {.newBytes = newBytes, .ended = timestampNow()});
     index.setPosition(stored.position);
+    // Two states of one machine that run at the same time end with the same number.
+    if (stored.sentBytes <= kRecordBytesReadAgain && !chain_->isWholeBelow(stored.position, 0))
+        accounts_.problem("Another run of this machine, user and profile ended at the same time, "
+                          "and its record took the place of this one's. Please run the backup "
+                          "again, and let only one run at a time.");
     return stored.position;
 }
 

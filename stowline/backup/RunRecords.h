@@ -35,6 +35,7 @@ public:
     IndexPosition storeFinished(ItemIndex& index, std::uint64_t newBytes);
 
 private:
+    [[nodiscard]] bool isFoundation(ItemIndex& index);
     void refuseOthers() const;
     [[nodiscard]] bool loadAdopted(ItemIndex& index);
     [[nodiscard]] bool load(RecordChain& chain, ItemIndex& index);

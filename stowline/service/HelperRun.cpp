@@ -35,13 +35,13 @@ std::string releaseBytes(std::string_view output)
 /// The tool's exit status when no answer came in its time.
 constexpr int kStatusOfTimeout = 252;
 
-using Result = std::expected<Dictionary, HelperFailure>;
+using Result = platform::Outcome<Dictionary, HelperFailure>;
 
 Result failure(const std::string& message, FailureKind kind, bool isTold = true)
 {
-    return std::unexpected(HelperFailure{
+    return HelperFailure{
         platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, message, kind),
-        isTold});
+        isTold};
 }
 
 /// Of a run that gave no result.

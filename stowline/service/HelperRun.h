@@ -3,8 +3,7 @@
 
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/platform/values/Error.h"
-
-#include <expected>
+#include "stowline/platform/values/Outcome.h"
 
 namespace stowline {
 
@@ -21,7 +20,7 @@ struct HelperFailure {
 /// helper writes one only when the call is done.
 /// @return the result; or why there is none: it could not be started, gave no answer, answered with
 ///         more than is taken, or the thread was asked to stop
-[[nodiscard]] std::expected<Dictionary, HelperFailure>
+[[nodiscard]] platform::Outcome<Dictionary, HelperFailure>
 resultOfHelper(const WebServiceCallRequest& request);
 
 } // namespace stowline

@@ -222,6 +222,23 @@ RecordHead RecordChain::head(std::uint64_t run)
     return *reader.head();
 }
 
+bool RecordChain::isWholeBelow(const IndexPosition& seen, std::uint64_t atMostBytes)
+{
+    std::uint64_t bytes = 0;
+    for (IndexPosition wanted = seen;;) {
+        const RecordFile& file = furthest(wanted.run);
+        if (bytes > 0 && bytes + file.size > atMostBytes)
+            return true;
+        bytes += file.size;
+        const FetchedRecord record = fetch(*place_, name_, file, workFolder_);
+        if (record.digest != wanted.digest)
+            return false;
+        if (!record.head.baseline)
+            return true;
+        wanted = {record.head.baseline->run, record.head.baseline->digest};
+    }
+}
+
 RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
 {
     index.clear();

@@ -69,6 +69,13 @@ public:
     /// Throws rolledBack when this machine has seen a newer finished record than there is.
     void refuseOlderThan(const IndexPosition& seen) const;
 
+    /// Reads what a difference after the newest finished record would rest on: that record and
+    /// those below it, as far as they come to at most so many bytes. Throws `damaged` or `notFound`
+    /// when one cannot be read any more.
+    /// @param seen the newest finished run, and its record's digest as this machine knows it
+    /// @return whether each is the one that the later one, or this machine, knows
+    [[nodiscard]] bool isWholeBelow(const IndexPosition& seen, std::uint64_t atMostBytes);
+
     /// What a run says of itself, from its furthest record. Costs one small request.
     [[nodiscard]] RecordHead head(std::uint64_t run);
 

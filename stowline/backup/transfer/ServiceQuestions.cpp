@@ -178,7 +178,10 @@ std::optional<std::set<std::string>> vanishedVersions(const Account& account,
             return std::nullopt;
         const auto files = platform::valueAtKeyPath(*answer, "files.FileMetaData");
         for (const Value& file : files ? asArray(*files) : Array()) {
-            if (const Dictionary* fields = file.dictionary())
+            const Dictionary* fields = file.dictionary();
+            const std::string state = fields ? platform::findText(*fields, "State") : "";
+            // A version whose content is gone or damaged is as good as none.
+            if (fields && state != "Missing" && state != "Damaged")
                 missing.erase(platform::findText(*fields, "VersionID"));
         }
     }

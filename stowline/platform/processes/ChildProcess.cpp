@@ -16,7 +16,7 @@ namespace stowline::platform {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Result = std::expected<ChildAnswer, StartFailure>;
+using Result = Outcome<ChildAnswer, StartFailure>;
 
 /// The place at which the child finds its input file.
 constexpr int kInputDescriptor = 3;
@@ -141,7 +141,7 @@ Result runChild(const ChildRun& run)
     Channel output = input.isOpen() ? makePipe() : Channel();
     Channel release = output.isOpen() ? makeSocketPair() : Channel();
     if (!release.isOpen())
-        return std::unexpected(StartFailure{errno});
+        return StartFailure{errno};
     const std::string program = run.program.string();
     auto child = spawn({.program = program,
                         .arguments = {program, "@/dev/fd/" + std::to_string(kInputDescriptor)},
@@ -150,7 +150,7 @@ Result runChild(const ChildRun& run)
                                         {STDERR_FILENO, STDERR_FILENO},
                                         {input.number(), kInputDescriptor}}});
     if (!child)
-        return std::unexpected(child.error());
+        return child.error();
     output.theirs.close();
     release.theirs.close();
     return runToItsEnd(std::move(*child), output.ours, &release.ours, run, deadline);
@@ -161,20 +161,20 @@ Result captureOutput(const std::vector<std::string>& command, std::chrono::milli
     if (isStopRequested())
         return ChildAnswer{.endedByStop = true};
     if (command.empty())
-        return std::unexpected(StartFailure{ENOENT});
+        return StartFailure{ENOENT};
     const auto deadline = Clock::now() + limit;
     Channel output = makePipe();
     const FileDescriptor nothing =
         liftedAbovePlaces(FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
     if (!output.isOpen() || !nothing.isOpen())
-        return std::unexpected(StartFailure{errno});
+        return StartFailure{errno};
     auto child = spawn({.program = programOfCommand(command.front()),
                         .arguments = command,
                         .descriptors = {{nothing.number(), STDIN_FILENO},
                                         {output.theirs.number(), STDOUT_FILENO},
                                         {STDERR_FILENO, STDERR_FILENO}}});
     if (!child)
-        return std::unexpected(child.error());
+        return child.error();
     output.theirs.close();
     return runToItsEnd(std::move(*child), output.ours, nullptr, {}, deadline);
 }

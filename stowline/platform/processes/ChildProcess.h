@@ -1,9 +1,10 @@
 // A helper program run once: bytes in by a file, bytes out by a pipe, then released and reaped.
 #pragma once
 
+#include "stowline/platform/values/Outcome.h"
+
 #include <chrono>
 #include <cstddef>
-#include <expected>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -56,11 +57,11 @@ struct ChildAnswer {
 /// none is sent to a process that is not the child, whatever the host program does with SIGCHLD and
 /// wait(). Nothing of the child is left when this returns, or throws for want of memory. Any number
 /// of threads may run children at once.
-[[nodiscard]] std::expected<ChildAnswer, StartFailure> runChild(const ChildRun& run);
+[[nodiscard]] Outcome<ChildAnswer, StartFailure> runChild(const ChildRun& run);
 
 /// Runs a program with arguments (no shell), its standard input empty, and hands back what it wrote
 /// to standard output. Standard error is inherited. Limit and stop as above.
-[[nodiscard]] std::expected<ChildAnswer, StartFailure>
+[[nodiscard]] Outcome<ChildAnswer, StartFailure>
 captureOutput(const std::vector<std::string>& command, std::chrono::milliseconds limit);
 
 } // namespace stowline::platform

@@ -269,12 +269,12 @@ ChildExit StartedChild::reap()
     return result == 0 ? exitFrom(info) : kUnknownExit;
 }
 
-std::expected<StartedChild, StartFailure> spawn(const SpawnRequest& request)
+Outcome<StartedChild, StartFailure> spawn(const SpawnRequest& request)
 {
     std::array<int, 2> ends{-1, -1};
     if (!canSignalByHandle() &&
         ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
-        return std::unexpected(failureOf(errno));
+        return failureOf(errno);
     FileDescriptor lifeline(ends[0]);
     FileDescriptor owned(ends[1]);
     const std::string parent = std::string(kParentVariable) + "=" + std::to_string(::getpid());
@@ -289,10 +289,10 @@ std::expected<StartedChild, StartFailure> spawn(const SpawnRequest& request)
     int handle = -1;
     const pid_t id = cloned(becoming, handle);
     if (id < 0)
-        return std::unexpected(failureOf(errno));
+        return failureOf(errno);
     StartedChild child(id, FileDescriptor(handle), std::move(lifeline), std::move(owned));
     if (becoming.error != 0) // it has ended: the destructor collects it
-        return std::unexpected(failureOf(becoming.error));
+        return failureOf(becoming.error);
     return child;
 }
 

@@ -4,9 +4,9 @@
 #include "stowline/platform/files/FileDescriptor.h"
 #include "stowline/platform/processes/ChildProcess.h"
 #include "stowline/platform/processes/DescriptorWait.h"
+#include "stowline/platform/values/Outcome.h"
 
 #include <chrono>
-#include <expected>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -60,7 +60,7 @@ private:
 
 /// Starts a program: signal mask empty, dispositions the defaults, kParentVariable in its
 /// environment. Any thread.
-[[nodiscard]] std::expected<StartedChild, StartFailure> spawn(const SpawnRequest& request);
+[[nodiscard]] Outcome<StartedChild, StartFailure> spawn(const SpawnRequest& request);
 
 /// Where the search path leads for a command's name; the name itself when it holds a slash or is
 /// found nowhere.

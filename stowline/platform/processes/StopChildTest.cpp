@@ -35,7 +35,7 @@ TEST(StopChild, EndsAChildThatWritesNothing)
     const StopRequest stop;
     const StopScope scope(stop);
     std::thread stopper = stopOnceThereIsAChild(stop);
-    std::expected<ChildAnswer, StartFailure> answer;
+    Outcome<ChildAnswer, StartFailure> answer;
     EXPECT_LT(timeOf([&] { answer = captureOutput({"sleep", "600"}, 600s); }), 1500ms);
     stopper.join();
     ASSERT_TRUE(answer);
@@ -50,7 +50,7 @@ TEST(StopChild, EndsAChildThatNeverStopsWriting)
     const StopRequest stop;
     const StopScope scope(stop);
     std::thread stopper = stopOnceThereIsAChild(stop);
-    std::expected<ChildAnswer, StartFailure> answer;
+    Outcome<ChildAnswer, StartFailure> answer;
     const std::vector<std::string> dripping{
         "sh", "-c", "while :; do echo; sleep 0.01; done"}; // always readable soon
     EXPECT_LT(timeOf([&] { answer = captureOutput(dripping, 600s); }), 1500ms);
@@ -65,7 +65,7 @@ TEST(StopChild, EndsAChildThatDoesNotExit)
     const StopRequest stop;
     const StopScope scope(stop);
     std::thread stopper = stopOnceThereIsAChild(stop);
-    std::expected<ChildAnswer, StartFailure> answer;
+    Outcome<ChildAnswer, StartFailure> answer;
     EXPECT_LT(timeOf([&] {
                   answer = captureOutput({"sh", "-c", "exec 1>&-; exec sleep 600"}, 600s);
               }),

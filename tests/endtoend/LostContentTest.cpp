@@ -1,0 +1,120 @@
+// What the service loses is noticed, and sent again; two states of one machine do not break the
+// chain.
+#include "tests/endtoend/BackedUp.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::Words;
+
+/// Where the service keeps the newest version of what lies at a path of the machine.
+fs::path contentOf(const BackedUp& account, const std::string& folder, const std::string& name)
+{
+    devserver::Storage storage(account.server.data());
+    const auto page =
+        storage.search({.userName = "ann", .folder = folder, .pageSize = 100}, name, "").value();
+    const auto versions = storage.versions("ann", page.items.at(0).id);
+    return account.server.data() / versions.at(0).serverFile.substr(1);
+}
+
+fs::path recordOf(const BackedUp& account, const std::string& name)
+{
+    return contentOf(account, "/=stowline=/records", name);
+}
+
+void damage(const fs::path& file)
+{
+    std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+    stream.seekp(12);
+    stream << "damage";
+}
+
+test::ProgramResult restored(const BackedUp& account, const std::string& name)
+{
+    return account.run({"restore", account.folder.path().string(), "--machine", "iMac", "--to",
+                        (account.command.home().path() / name).string()});
+}
+
+class LostContent : public testing::Test {
+protected:
+    LostContent()
+    {
+        account_.write({{"a", "content that is long enough"}, {"b", "and some more of it"}});
+        EXPECT_EQ(account_.backup().status, 0);
+    }
+    const BackedUp account_;
+};
+
+TEST_F(LostContent, IsSentAgainWhenNothingIsTrusted)
+{
+    fs::remove(contentOf(account_, account_.folder.path(), "a"));
+    damage(contentOf(account_, account_.folder.path(), "b"));
+    const auto result = account_.backup({"--trust-nothing"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 2) << result.output;
+    EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, IsNoticedWithinThePromisedRuns)
+{
+    fs::remove(contentOf(account_, account_.folder.path(), "a"));
+    unsigned stored = 0;
+    for (int run = 0; run < 4; ++run) // one of some four versions each
+        stored += field(account_.backup(), "stored").get<unsigned>();
+    EXPECT_EQ(stored, 1U);
+    EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, OfTheNewestRecordMakesTheNextOneWhole)
+{
+    damage(recordOf(account_, "00000001-finished"));
+    account_.write({{"c", "new"}});
+    const auto result = account_.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.errors.find("stores a full record"), std::string::npos) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1);
+    EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, OfAnIndexAndARecordLeavesNothingThatCannotBeGivenBack)
+{
+    damage(recordOf(account_, "00000001-finished"));
+    fs::remove_all(account_.command.home().path() / ".local/state/stowline");
+    const auto result = account_.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, AnotherStateOfThisMachineIsNotBuiltOn)
+{
+    const fs::path state = account_.command.home().path() / ".local/state/stowline";
+    const fs::path copy = account_.command.home().path() / "copy";
+    fs::copy(state, copy, fs::copy_options::recursive);
+    account_.write({{"c", "one"}});
+    ASSERT_EQ(account_.backup().status, 0); // run 2 of this state
+    account_.write({{"d", "two"}});
+    // The other state does not know of it, and the index that it holds is at run 1.
+    fs::rename(state, account_.command.home().path() / "first");
+    fs::rename(copy, state);
+    ASSERT_EQ(account_.backup().status, 0);
+    fs::rename(state, copy);
+    fs::rename(account_.command.home().path() / "first", state);
+    account_.write({{"e", "three"}});
+    ASSERT_EQ(account_.backup().status, 0);
+    EXPECT_EQ(restored(account_, "back").status, 0);
+    EXPECT_TRUE(fs::exists(account_.command.home().path() / "back" /
+                           account_.folder.path().filename() / "d"));
+}
+
+} // namespace
+} // namespace stowline
