@@ -21,10 +21,11 @@ struct RemoteListing {
 using TakeEntry = std::function<void(const Dictionary& entry)>;
 
 /// Hands over the entries of a folder, or the files whose names match a text, one page in memory at
-/// a time. The records of runs are passed over. Ends also when the service sends an empty page before
-/// the count it told is reached.
+/// a time. The records of runs are passed over. Ends also when the service sends an empty page
+/// before the count it told is reached.
 /// @param error as the broker's
-/// @return the service's count of all, less what was passed over; absent when a page failed or the user asked to stop
+/// @return the service's count of all, less what was passed over; absent when a page failed or the
+/// user asked to stop
 [[nodiscard]] std::optional<std::int64_t> forEachInFolder(const Session& session,
                                                           const RemoteListing& listing,
                                                           const TakeEntry& take, ErrorSlot error);
