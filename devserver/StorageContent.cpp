@@ -180,7 +180,7 @@ std::size_t Storage::dropAbandoned()
             candidates.push_back("/" + entry->path().lexically_relative(dataFolder_).string());
     }
     std::ranges::sort(candidates);
-    candidates.erase(std::ranges::unique(candidates).begin(), candidates.end());
+    candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
     return static_cast<std::size_t>(
         std::ranges::count_if(candidates, [&](const std::string& serverFile) {
             return dropAbandonedFile(serverFile, before);
