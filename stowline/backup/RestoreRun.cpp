@@ -123,7 +123,7 @@ private:
         look();
     }
 
-    void tell(RestoredItem item)
+    void tell(const RestoredItem& item)
     {
         const std::lock_guard lock(mutex_);
         if (item.state == RestoredState::failed && stop_.isRequested())

@@ -335,8 +335,7 @@ StoredRecord RecordChain::storeUnfinished(const ItemIndex& index, const Figures&
 
 StoredRecord RecordChain::storeFinished(const ItemIndex& index, const Figures& figures)
 {
-    const StoredRecord stored =
-        store(index, {running_.value().run, RecordState::finished, 0}, figures);
+    StoredRecord stored = store(index, {running_.value().run, RecordState::finished, 0}, figures);
     running_.reset();
     return stored;
 }

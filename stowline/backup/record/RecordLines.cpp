@@ -223,7 +223,7 @@ Value oneOf(const std::array<std::pair<Value, const char*>, count>& table, const
 std::string digestIn(const Json& object, const char* name)
 {
     constexpr std::size_t digits = 64;
-    const std::string digest = textIn(object, name);
+    std::string digest = textIn(object, name);
     const bool isDigest =
         digest.size() == digits && std::ranges::all_of(digest, [](char digit) {
             return (digit >= '0' && digit <= '9') || (digit >= 'a' && digit <= 'f');

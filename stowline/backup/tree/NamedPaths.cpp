@@ -123,14 +123,22 @@ bool isBelow(std::string_view path, std::string_view folder)
     return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
 }
 
+/// Leaves the first of neighbours with one path.
+template <class Item> void withoutDoubles(std::vector<Item>& items)
+{
+    const auto again = std::unique(
+        items.begin(), items.end(),
+        [](const Item& left, const Item& right) { return left.path == right.path; });
+    items.erase(again, items.end());
+}
+
 void sortAndMerge(std::vector<Target>& targets)
 {
     std::ranges::sort(targets, [](const Target& left, const Target& right) {
         const int order = comparePaths(left.path, right.path);
         return order != 0 ? order < 0 : left.isNamed && !right.isNamed;
     });
-    const auto again = std::ranges::unique(targets, {}, &Target::path);
-    targets.erase(again.begin(), again.end());
+    withoutDoubles(targets);
 }
 
 } // namespace
@@ -145,8 +153,7 @@ NamedPaths followPaths(const std::vector<std::string>& paths)
         return comparePaths(left, right) < 0;
     };
     std::ranges::sort(result.failures, isLess, &WalkFailure::path);
-    const auto again = std::ranges::unique(result.failures, {}, &WalkFailure::path);
-    result.failures.erase(again.begin(), again.end());
+    withoutDoubles(result.failures);
     // A link that leads in a circle is not told twice.
     std::erase_if(result.targets, [&](const Target& target) {
         return std::ranges::binary_search(result.failures, target.path, isLess, &WalkFailure::path);
