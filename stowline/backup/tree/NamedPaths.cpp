@@ -126,9 +126,9 @@ bool isBelow(std::string_view path, std::string_view folder)
 /// Leaves the first of neighbours with one path.
 template <class Item> void withoutDoubles(std::vector<Item>& items)
 {
-    const auto again = std::unique(
-        items.begin(), items.end(),
-        [](const Item& left, const Item& right) { return left.path == right.path; });
+    const auto again =
+        std::unique(items.begin(), items.end(),
+                    [](const Item& left, const Item& right) { return left.path == right.path; });
     items.erase(again, items.end());
 }
 

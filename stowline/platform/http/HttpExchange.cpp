@@ -263,12 +263,12 @@ private:
         return ready - (canWait && stopped.revents != 0 ? 1 : 0);
     }
 
-    void fail(HttpFailure kind, std::string sentence)
+    void fail(HttpFailure kind, const std::string& sentence)
     {
-        fail(kind, std::move(sentence), reasonOf(kind));
+        fail(kind, sentence, reasonOf(kind));
     }
 
-    void fail(HttpFailure kind, std::string sentence, FailureKind reason)
+    void fail(HttpFailure kind, const std::string& sentence, FailureKind reason)
     {
         outcome_.response.reset();
         outcome_.failure = textWithoutCredentials(sentence);
@@ -389,8 +389,8 @@ private:
                 add(std::string(unwanted) + ":");
         }
         for (const auto& [name, value] : request_.headers)
-            add(isBlank(value) ? name + ";" // which sends it without a value
-                               : name + ": " + value);
+            // The semicolon sends it without a value.
+            add(isBlank(value) ? name + ";" : std::string(name).append(": ").append(value));
         curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.get());
     }
 

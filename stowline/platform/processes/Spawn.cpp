@@ -303,7 +303,7 @@ std::string programOfCommand(const std::string& name)
     while (name.find('/') == std::string::npos && !rest.empty()) {
         const auto end = rest.find(':');
         const std::string folder(rest.substr(0, end));
-        const std::string file = (folder.empty() ? "." : folder) + "/" + name;
+        std::string file = (folder.empty() ? "." : folder) + "/" + name;
         if (::access(file.c_str(), X_OK) == 0)
             return file;
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
