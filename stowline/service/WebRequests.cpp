@@ -15,7 +15,6 @@ namespace {
 
 using platform::HttpHeader;
 using platform::HttpRequest;
-using platform::HttpResponseMessage;
 
 constexpr double kDefaultTimeoutSeconds = 60.0;
 
