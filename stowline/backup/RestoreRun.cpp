@@ -82,7 +82,7 @@ private:
                                      .source = source,
                                      .owners = owners_,
                                      .stop = stop_,
-                                     .done = [this](RestoredItem item) { tell(std::move(item)); },
+                                     .done = [this](const RestoredItem& item) { tell(item); },
                                      .gathered = [this](std::int64_t bytes) { move(bytes); }};
         TreePlacer placer(context, items, selection);
         placer.place([this](const StoredItem& stored) { find(stored); });
