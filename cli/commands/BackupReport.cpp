@@ -123,7 +123,7 @@ std::string backupProgressLine(const BackupProgress& progress,
     std::string line;
     for (const std::string& fact : facts) {
         const std::size_t room = columns - std::min(columns, line.size() + 2);
-        if (fact.size() > room && &fact != &facts.back())
+        if (room == 0 || (fact.size() > room && &fact != &facts.back()))
             break;
         const std::string fitting = fact.substr(0, room);
         line += (line.empty() ? "" : "  ") +
