@@ -302,7 +302,7 @@ private:
             return;
         }
         if (auto fault = requestFault(request_)) {
-            fail(HttpFailure::request, std::move(*fault));
+            fail(HttpFailure::request, *fault);
             return;
         }
         origin_ = *origin;
@@ -520,7 +520,7 @@ private:
         else
             fault = redirectFault(request_, origin_, redirect, location);
         if (fault)
-            return fail(HttpFailure::redirect, std::move(*fault));
+            return fail(HttpFailure::redirect, *fault);
         redirectRequest(request_, origin_, redirect, location);
         startHop();
     }
