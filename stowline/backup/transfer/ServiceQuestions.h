@@ -67,7 +67,8 @@ private:
     std::map<std::string, Listing> listings_; ///< by remote path; "/" is the root
 };
 
-/// Which of these versions the service has no more, or not whole: asked in bulk, some hundred a call.
+/// Which of these versions the service has no more, or not whole: asked in bulk, some hundred a
+/// call.
 /// @param versions the service's numbers, none of them empty
 /// @return absent when a question failed: see `failure`
 [[nodiscard]] std::optional<std::set<std::string>>
