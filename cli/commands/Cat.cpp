@@ -35,7 +35,7 @@ ExitStatus cat(const Options& options)
         Interruptible::stopRequest());
     if (isBroken)
         return output().fail(ExitStatus::failed, "Standard output does not take the file.");
-    return finishReading(summary.end, summary.sentence);
+    return finishReading(summary.end, summary.sentence, summary.origin);
 }
 
 } // namespace

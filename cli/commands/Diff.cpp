@@ -49,7 +49,8 @@ ExitStatus diff(const Options& options)
         [&counts](const backup::RunDifference& difference) { show(difference, counts); },
         Interruptible::stopRequest());
     if (end.end != backup::ReadEnd::done)
-        return finishReading(end.end, end.sentence);
+        return finishReading(end.end, end.sentence, end.origin);
+    noteOrigin(end.origin);
     return output().finish(ExitStatus::done, {{"came", counts.came},
                                               {"went", counts.went},
                                               {"changed", counts.changed},

@@ -8,7 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <set>
 
 namespace stowline::cli {
@@ -73,16 +75,17 @@ private:
 ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
 {
     const ExitStatus status = statusOf(sum.end);
+    noteOrigin(sum.origin);
     if (sum.run == 0) // not even the run was read
-        return output().fail(status, sum.sentence);
+        return output().fail(status, sentenceFor(sum.end, sum.sentence));
     if (status != ExitStatus::done)
         output().complain(sum.sentence);
-    output().note(
-        fmt::format("Run {}: {} restored, {} unchanged, {} left as they are, {} failed; {} "
-                    "of content in {}.",
-                    sum.run, isDryRun ? sum.wouldRestore : sum.restored, sum.unchanged, sum.skipped,
-                    sum.failed, bytesText(static_cast<double>(sum.bytes)),
-                    durationText(std::chrono::duration<double>(sum.seconds))));
+    output().note(fmt::format("{}: {} restored, {} unchanged, {} left as they are, {} failed; {} "
+                              "of content in {}.",
+                              runText(sum.origin), isDryRun ? sum.wouldRestore : sum.restored,
+                              sum.unchanged, sum.skipped, sum.failed,
+                              bytesText(static_cast<double>(sum.bytes)),
+                              durationText(std::chrono::duration<double>(sum.seconds))));
     Fields fields{{"run", sum.run},
                   {"found", sum.found},
                   {"restored", sum.restored},
@@ -94,6 +97,7 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
                   {"bytes", sum.bytes},
                   {"fetched_bytes", sum.fetchedBytes},
                   {"seconds", sum.seconds}};
+    std::ranges::copy(originFields(sum.origin), std::back_inserter(fields));
     if (isDryRun)
         fields.emplace_back("would_restore", sum.wouldRestore);
     if (!output().isJson())

@@ -36,7 +36,7 @@ ExitStatus runs(const RunOptions& options)
         return choice.status();
     const Interruptible interruptible;
     const auto end = backup::listRuns(*choice, show, Interruptible::stopRequest());
-    return finishReading(end.end, end.sentence);
+    return finishReading(end.end, end.sentence, end.origin);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // stowline verify
 #include "cli/commands/Commands.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
@@ -8,7 +9,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 
 namespace stowline::cli {
 
@@ -73,15 +76,18 @@ ExitStatus verify(const Options& options)
                                        observer, Interruptible::stopRequest());
     observer.clear();
     const ExitStatus status = statusOf(sum.end);
+    noteOrigin(sum.origin);
     if (sum.run == 0)
-        return output().fail(status, sum.sentence);
+        return output().fail(status, sentenceFor(sum.end, sum.sentence));
     if (status != ExitStatus::done)
         output().complain(sum.sentence);
-    output().note(fmt::format("Run {}: {} files checked, {} of them read; {} missing, {} damaged.",
-                              sum.run, sum.checked, sum.read, sum.missing, sum.damaged));
+    output().note(fmt::format("{}: {} checked, {} of them read; {} missing, {} damaged.",
+                              runText(sum.origin), countText(sum.checked, "file", "files"),
+                              sum.read, sum.missing, sum.damaged));
     Fields fields{{"run", sum.run},         {"checked", sum.checked}, {"missing", sum.missing},
                   {"damaged", sum.damaged}, {"unknown", sum.unknown}, {"read", sum.read},
                   {"bytes", sum.bytes}};
+    std::ranges::copy(originFields(sum.origin), std::back_inserter(fields));
     if (!output().isJson())
         return output().finish(status);
     if (!sum.sentence.empty())

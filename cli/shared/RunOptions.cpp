@@ -2,6 +2,7 @@
 
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/platform/time/DateText.h"
 #include "stowline/platform/time/LocalClock.h"
 #include "stowline/platform/time/LocalTime.h"
@@ -63,10 +64,33 @@ std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
                        lastNanosecond);
 }
 
+void ChainOptions::declare(const Command& command)
+{
+    const auto profile =
+        command
+            .addOption("--profile", profile_,
+                       "Which of several backups of this user it is, as backup was told")
+            .showsDefault();
+    command
+        .addOption("--chain", chain_,
+                   "Whose runs, when several share the machine's name: MACHINE.USER.PROFILE, as "
+                   "\"stowline runs\" names it")
+        .excludes(profile);
+}
+
+void ChainOptions::choose(backup::RunChoice& choice) const
+{
+    choice.identity = backup::identityOfThisUser();
+    choice.identity->profile = profile_;
+    choice.chain = chain_;
+    choice.stateFolder = platform::stateFolder();
+}
+
 void RunOptions::declare(const Command& command, const std::string& machineOption)
 {
     command.addOption(machineOption, machine_, "The machine whose runs are read")
         .defaultsTo(General::localHostName());
+    chain_.declare(command);
     command
         .addOption("--retry-time", retrySeconds_,
                    "Seconds to try a question or a part again before giving up")
@@ -95,7 +119,7 @@ Result<backup::RunChoice> RunOptions::open() const
         session_.open({"GetAccountSystems", "GetAccountFilesAndFolders", "GetFileVersions"});
     if (!session)
         return session.status();
-    auto choice = runChoiceFor(*session, machine_, at_);
+    auto choice = runChoiceFor(*session, machine_, at_, chain_);
     if (!choice)
         return choice.status();
     backup::RunChoice result = *choice;
@@ -105,7 +129,7 @@ Result<backup::RunChoice> RunOptions::open() const
 }
 
 Result<backup::RunChoice> runChoiceFor(const Session& session, const std::string& machine,
-                                       const std::string& at)
+                                       const std::string& at, const ChainOptions& chain)
 {
     if (!WebServiceBroker::isRestoringConfigured())
         return output().fail(ExitStatus::settingsInvalid,
@@ -114,9 +138,12 @@ Result<backup::RunChoice> runChoiceFor(const Session& session, const std::string
                                          .password = session.password,
                                          .server = session.server,
                                          .systemName = machine},
-                             .identity = backup::identityOfThisUser(),
+                             .identity = std::nullopt,
+                             .chain = {},
+                             .stateFolder = std::nullopt,
                              .run = std::nullopt,
                              .at = std::nullopt};
+    chain.choose(choice);
     if (at.empty())
         return choice;
     const auto chosen = parseRunOrMoment(at);
@@ -154,17 +181,48 @@ ExitStatus statusOf(ReadEnd end)
     case ReadEnd::notConfigured:
         return ExitStatus::settingsInvalid;
     case ReadEnd::severalChains:
+        return ExitStatus::usage;
     case ReadEnd::failed:
         break;
     }
     return ExitStatus::failed;
 }
 
-ExitStatus finishReading(ReadEnd end, const std::string& sentence)
+std::string sentenceFor(ReadEnd end, const std::string& sentence)
 {
+    if (end == ReadEnd::severalChains)
+        return sentence + " (--chain MACHINE.USER.PROFILE)";
+    return sentence;
+}
+
+void noteOrigin(const backup::RunOrigin& origin)
+{
+    for (const std::string& note : origin.notes)
+        output().note(note);
+}
+
+Fields originFields(const backup::RunOrigin& origin)
+{
+    return {{"chain", origin.chain}, {"record", origin.digest}};
+}
+
+std::string runText(const backup::RunOrigin& origin)
+{
+    constexpr std::size_t shownDigits = 12;
+    std::string text = "Run " + std::to_string(origin.run);
+    if (!origin.digest.empty())
+        text += " (record " + origin.digest.substr(0, shownDigits) + ")";
+    return text;
+}
+
+ExitStatus finishReading(ReadEnd end, const std::string& sentence, const backup::RunOrigin& origin)
+{
+    noteOrigin(origin);
     if (end == ReadEnd::done)
-        return output().finish(ExitStatus::done);
-    return output().fail(statusOf(end), sentence);
+        return output().finish(ExitStatus::done, output().isJson() && !origin.chain.empty()
+                                                     ? originFields(origin)
+                                                     : Fields());
+    return output().fail(statusOf(end), sentenceFor(end, sentence));
 }
 
 std::string momentText(const backup::Timestamp& moment)

@@ -1,6 +1,7 @@
 // Choosing a run, and ending with what reading it came to.
 #pragma once
 
+#include "cli/shared/Output.h"
 #include "cli/shared/Session.h"
 #include "stowline/backup/RunChoice.h"
 
@@ -18,6 +19,18 @@ namespace stowline::cli {
 using RunOrMoment = std::variant<std::uint64_t, backup::Timestamp>;
 [[nodiscard]] std::optional<RunOrMoment> parseRunOrMoment(const std::string& text);
 
+/// --profile and --chain.
+class ChainOptions {
+public:
+    void declare(const Command& command);
+    /// Sets whose chain is meant, and what this machine knows of it.
+    void choose(backup::RunChoice& choice) const;
+
+private:
+    std::string profile_ = "default";
+    std::string chain_;
+};
+
 /// The options of every command that reads a run.
 class RunOptions {
 public:
@@ -33,20 +46,34 @@ public:
 
 private:
     SessionOptions session_;
+    ChainOptions chain_;
     std::string machine_;
     std::string at_;
     double retrySeconds_ = 300;
 };
 
 /// The same for a command that has its session options already.
-[[nodiscard]] Result<backup::RunChoice>
-runChoiceFor(const Session& session, const std::string& machine, const std::string& at);
+[[nodiscard]] Result<backup::RunChoice> runChoiceFor(const Session& session,
+                                                     const std::string& machine,
+                                                     const std::string& at,
+                                                     const ChainOptions& chain);
 
 /// The exit status of an end. Interrupted: as the user asked for it.
 [[nodiscard]] ExitStatus statusOf(backup::ReadEnd end);
 
-/// Ends the output for an operation that is done, or says why it is not.
-[[nodiscard]] ExitStatus finishReading(backup::ReadEnd end, const std::string& sentence);
+/// What the engine says of an end, with the option that cures it.
+[[nodiscard]] std::string sentenceFor(backup::ReadEnd end, const std::string& sentence);
+
+/// Says what people should know of what was read.
+void noteOrigin(const backup::RunOrigin& origin);
+/// "chain" and "record".
+[[nodiscard]] Fields originFields(const backup::RunOrigin& origin);
+/// "Run 12 (record 1a2b3c4d5e6f)".
+[[nodiscard]] std::string runText(const backup::RunOrigin& origin);
+
+/// Ends the output for an operation that is done, or says why it is not; what was read is said too.
+[[nodiscard]] ExitStatus finishReading(backup::ReadEnd end, const std::string& sentence,
+                                       const backup::RunOrigin& origin);
 
 /// A moment for people, in the local zone, and as JSON has it (universal time).
 [[nodiscard]] std::string momentText(const backup::Timestamp& moment);

@@ -42,6 +42,7 @@ private:
     void restore()
     {
         RunReader reader(request_.choice, request_.bytesPerSecond, request_.partBytes, stop_);
+        const OriginKeeper keeper(reader, summary_.origin);
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
         for (const std::string& path : request_.paths) {
@@ -280,6 +281,7 @@ ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
     ContentSummary summary;
     const auto failure = failureOf([&] {
         RunReader reader(choice, 0, partBytes, stop);
+        const OriginKeeper keeper(reader, summary.origin);
         readFile(reader, path, summary, take);
     });
     summary.end = failure ? failure->end : ReadEnd::done;

@@ -85,6 +85,7 @@ struct RestoreSummary {
     ReadEnd end = ReadEnd::failed;
     std::string sentence;  ///< why, unless it is done; for people
     std::uint64_t run = 0; ///< that was read; 0: none
+    RunOrigin origin;
     std::uint64_t found = 0;
     std::uint64_t restored = 0;
     std::uint64_t unchanged = 0;
@@ -111,6 +112,7 @@ struct ContentSummary {
     ReadEnd end = ReadEnd::failed;
     std::string sentence;
     std::uint64_t bytes = 0;
+    RunOrigin origin;
 };
 [[nodiscard]] ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
                                             const std::function<bool(std::string_view)>& take,

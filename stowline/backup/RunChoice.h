@@ -6,8 +6,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #pragma GCC visibility push(default)
 namespace stowline::backup {
@@ -15,13 +17,29 @@ namespace stowline::backup {
 /// A run to read from. A plain value.
 struct RunChoice {
     Account account; ///< its systemName is that of the machine whose runs are read
-    /// Whose chain is preferred when several share the machine's name; absent: there must be one.
+    /// Whose chain is read. Where it has none under the machine's name, the only one of its profile
+    /// is. Absent: there must be only one.
     std::optional<ChainIdentity> identity;
+    /// A chain by its name, as RunOrigin has it, whatever the identity; empty: by that.
+    std::string chain;
+    /// Where the backups of this user on this machine keep their state: tells which run the machine
+    /// has seen. It is only looked at. Absent, or nothing there: the machine has seen none.
+    std::optional<std::filesystem::path> stateFolder;
     std::optional<std::uint64_t> run; ///< by number
     std::optional<Timestamp> at;      ///< the newest finished one that had begun by then
     // Neither: the newest finished one.
     /// How long to try one question or one part again.
     std::chrono::steady_clock::duration budgetPerStep = std::chrono::minutes(5);
+};
+
+/// What was read, for people to compare and for scripts.
+struct RunOrigin {
+    std::string chain;     ///< machine, user and profile, joined by "."
+    std::uint64_t run = 0; ///< 0: none was read
+    std::string digest;    ///< SHA-256 of the run's record, hexadecimal; empty: not read whole
+    /// Sentences that people should know: whose chain it is when it was not named and is not this
+    /// user's on this machine, that there are others, that the service shows an older state.
+    std::vector<std::string> notes;
 };
 
 /// How reading runs ended.
@@ -30,8 +48,8 @@ enum class ReadEnd {
     someFailed,    ///< what did not is there
     badContent,    ///< content or a record is not what was stored, or is gone
     notFound,      ///< no such run, or nothing that was named is in it
-    severalChains, ///< several machines share the name, and none is this one
-    rolledBack,    ///< the service shows older records than this machine has seen
+    severalChains, ///< several share the machine's name, and none of them was chosen
+    rolledBack,    ///< the service shows older records, or others, than this machine has seen
     interrupted,
     temporary,     ///< the service did not answer until the time was used up
     refused,       ///< the service said no

@@ -21,14 +21,22 @@ RunState stateOf(RecordState state)
     return RunState::finished;
 }
 
-HistoryEnd endOf(const std::optional<ReadFailure>& failure, std::uint64_t run,
-                 const StopRequest& stop)
+/// Does the work with a reader, and says how it ended.
+HistoryEnd reading(const RunChoice& choice, const StopRequest& stop,
+                   const std::function<void(RunReader&)>& work)
 {
-    if (stop.isRequested())
-        return {.end = ReadEnd::interrupted, .sentence = "It was interrupted.", .run = run};
-    if (failure)
-        return {.end = failure->end, .sentence = failure->sentence, .run = run};
-    return {.end = ReadEnd::done, .sentence = {}, .run = run};
+    HistoryEnd result;
+    const auto failure = failureOf([&] {
+        RunReader reader(choice, 0, kPartBytes, stop);
+        const OriginKeeper keeper(reader, result.origin);
+        work(reader);
+    });
+    result.run = result.origin.run;
+    result.end = stop.isRequested() ? ReadEnd::interrupted : failure ? failure->end : ReadEnd::done;
+    if (result.end != ReadEnd::done)
+        result.sentence =
+            failure && !stop.isRequested() ? failure->sentence : "It was interrupted.";
+    return result;
 }
 
 void requireNotStopped(const StopRequest& stop)
@@ -72,6 +80,25 @@ void compare(const ItemIndex& earlier, const ItemIndex& later,
     });
 }
 
+RunEntry entryOf(const ListedRun& run, const RecordHead& head)
+{
+    return {.run = run.run,
+            .state = stateOf(run.state),
+            .begun = head.description.begun,
+            .ended = head.ended,
+            .items = head.items,
+            .newBytes = head.newBytes,
+            .bytes = head.bytes,
+            .host = head.description.host,
+            .user = head.description.identity.user};
+}
+
+RecordFault nothingOf(const std::string& path, std::uint64_t run)
+{
+    return {RecordFault::Kind::notFound,
+            "Nothing of " + path + " is in run " + std::to_string(run) + "."};
+}
+
 } // namespace
 
 const char* nameOf(RunState state)
@@ -105,34 +132,20 @@ const char* nameOf(RunDifference::Kind kind)
 HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunEntry&)>& take,
                     const StopRequest& stop) noexcept
 {
-    const auto failure = failureOf([&] {
-        RunReader reader(choice, 0, kPartBytes, stop);
+    return reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
-        for (const ListedRun& run : chain.runs()) {
-            const RecordHead head = chain.head(run.run);
-            take({.run = run.run,
-                  .state = stateOf(run.state),
-                  .begun = head.description.begun,
-                  .ended = head.ended,
-                  .items = head.items,
-                  .newBytes = head.newBytes,
-                  .bytes = head.bytes,
-                  .host = head.description.host,
-                  .user = head.description.identity.user});
-        }
+        for (const ListedRun& run : chain.runs())
+            take(entryOf(run, chain.head(run.run)));
+        reader.requireNothingOlder(chain, false); // what there is was shown
     });
-    return endOf(failure, 0, stop);
 }
 
 HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
                             const std::function<bool(const StoredItem&)>& take,
                             const StopRequest& stop) noexcept
 {
-    std::uint64_t run = 0;
-    const auto failure = failureOf([&] {
-        RunReader reader(choice, 0, kPartBytes, stop);
+    return reading(choice, stop, [&](RunReader& reader) {
         const RunReader::Tree tree = reader.readChosen();
-        run = tree.head.run;
         bool isAnything = false;
         tree.items.forEach(path, [&](const StoredItem& item) {
             requireNotStopped(stop);
@@ -140,26 +153,25 @@ HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
             return take(item);
         });
         if (!isAnything)
-            throw RecordFault(RecordFault::Kind::notFound,
-                              "Nothing of " + path + " is in run " + std::to_string(run) + ".");
+            throw nothingOf(path, tree.head.run);
     });
-    return endOf(failure, run, stop);
 }
 
 HistoryEnd forEachDifference(const RunChoice& choice, std::uint64_t from, std::uint64_t to,
                              const std::function<void(const RunDifference&)>& take,
                              const StopRequest& stop) noexcept
 {
-    const auto failure = failureOf([&] {
-        RunReader reader(choice, 0, kPartBytes, stop);
+    HistoryEnd result = reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
+        reader.requireNothingOlder(chain, true);
         ItemIndex earlier = ItemIndex::temporary();
         ItemIndex later = ItemIndex::temporary();
         (void)chain.load(from, earlier);
         (void)chain.load(to, later);
         compare(earlier, later, take, stop);
     });
-    return endOf(failure, to, stop);
+    result.run = to;
+    return result;
 }
 
 } // namespace stowline::backup

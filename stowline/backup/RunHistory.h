@@ -41,6 +41,7 @@ struct HistoryEnd {
     ReadEnd end = ReadEnd::failed;
     std::string sentence;  ///< why, unless it is done; for people
     std::uint64_t run = 0; ///< that was read; 0: none
+    RunOrigin origin;
 };
 
 /// Hands over the runs of the choice's machine, the oldest first. Costs two calls a run.

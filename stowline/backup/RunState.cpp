@@ -33,6 +33,26 @@ void requireWritable(const fs::path& folder)
                            " cannot be written: " + std::generic_category().message(error) + ".");
 }
 
+IndexOwner indexOwner(const UploadOwner& owner)
+{
+    return {.service = owner.service,
+            .username = owner.username,
+            .systemName = owner.systemName,
+            .machine = owner.identity.machine,
+            .user = owner.identity.user,
+            .profile = owner.identity.profile};
+}
+
+fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
+{
+    std::string text;
+    for (const std::string& part :
+         {owner.service, owner.username, owner.systemName, owner.identity.machine,
+          owner.identity.user, owner.identity.profile})
+        text += std::to_string(part.size()) + ":" + part;
+    return folder / "index" / (platform::derivedUuid("com.stowline.index.1", text) + ".db");
+}
+
 } // namespace
 
 fs::path journalFolder(const fs::path& stateFolder)
@@ -73,27 +93,21 @@ UploadOwner RunState::owner(const Account& account, const ChainIdentity& identit
             .identity = identity};
 }
 
+IndexPosition RunState::seen(const fs::path& folder, const UploadOwner& owner)
+{
+    return ItemIndex::positionOf(indexFile(folder, owner), indexOwner(owner));
+}
+
 ItemIndex RunState::openIndex(const UploadOwner& owner, bool isTemporary, bool isAnew) const
 {
-    const ChainIdentity& identity = owner.identity;
-    std::string text;
-    for (const std::string& part : {owner.service, owner.username, owner.systemName,
-                                    identity.machine, identity.user, identity.profile})
-        text += std::to_string(part.size()) + ":" + part;
-    const fs::path file =
-        folder_ / "index" / (platform::derivedUuid("com.stowline.index.1", text) + ".db");
+    const fs::path file = indexFile(folder_, owner);
     std::error_code fault;
     if (isTemporary && (isAnew || !fs::exists(file, fault)))
         return ItemIndex::temporary();
     if (!platform::makePrivateFolder(file.parent_path()))
         throw RunFault(BackupEnd::stateFolder,
                        "The folder " + file.parent_path().string() + " cannot be made.");
-    ItemIndex index = ItemIndex::open(file, {.service = owner.service,
-                                             .username = owner.username,
-                                             .systemName = owner.systemName,
-                                             .machine = identity.machine,
-                                             .user = identity.user,
-                                             .profile = identity.profile});
+    ItemIndex index = ItemIndex::open(file, indexOwner(owner));
     if (isAnew)
         index.clear();
     return index;

@@ -27,6 +27,11 @@ public:
     /// Whose uploads these are: the account, at the service that the settings name.
     [[nodiscard]] static UploadOwner owner(const Account& account, const ChainIdentity& identity);
 
+    /// The newest run that the index of an owner knows, and its record's digest; nothing is
+    /// changed.
+    [[nodiscard]] static IndexPosition seen(const std::filesystem::path& folder,
+                                            const UploadOwner& owner);
+
     /// @param isTemporary an index that does not outlive the run, when there is none to be read
     /// @param isAnew nothing of the one that there is counts
     [[nodiscard]] ItemIndex openIndex(const UploadOwner& owner, bool isTemporary,

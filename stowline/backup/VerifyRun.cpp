@@ -98,6 +98,7 @@ private:
     void verify()
     {
         RunReader reader(request_.choice, request_.bytesPerSecond, request_.partBytes, stop_);
+        const OriginKeeper keeper(reader, summary_.origin);
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
         std::vector<Wanted> batch;

@@ -46,6 +46,7 @@ struct VerifySummary {
     ReadEnd end = ReadEnd::failed; ///< badContent when anything is missing or damaged
     std::string sentence;
     std::uint64_t run = 0;
+    RunOrigin origin;
     std::uint64_t checked = 0; ///< files with content whose state is known
     std::uint64_t missing = 0;
     std::uint64_t damaged = 0;

@@ -217,6 +217,27 @@ IndexFile openIndexFile(const fs::path& path, const IndexOwner& owner)
     }
 }
 
+IndexPosition positionInIndexFile(const fs::path& path, const IndexOwner& owner)
+{
+    std::error_code fault;
+    if (!fs::is_regular_file(path, fault))
+        return {};
+    try {
+        SQLite::Database database(path.string(), SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX,
+                                  kPatienceMilliseconds);
+        if (number(database, "PRAGMA application_id") != kApplication ||
+            number(database, "PRAGMA user_version") != kVersion || !belongsTo(database, owner))
+            return {};
+        SQLite::Statement about(database, "SELECT run, digest FROM about");
+        if (!about.executeStep())
+            return {};
+        return {static_cast<std::uint64_t>(about.getColumn(0).getInt64()),
+                about.getColumn(1).getString()};
+    } catch (const SQLite::Exception&) { // what cannot be read tells nothing
+        return {};
+    }
+}
+
 IndexFile temporaryIndexFile()
 {
     IndexFile file;

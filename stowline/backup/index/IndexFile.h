@@ -20,6 +20,10 @@ struct IndexFile {
 /// As ItemIndex::open(). @throws IndexFault
 [[nodiscard]] IndexFile openIndexFile(const std::filesystem::path& path, const IndexOwner& owner);
 
+/// As ItemIndex::positionOf().
+[[nodiscard]] IndexPosition positionInIndexFile(const std::filesystem::path& path,
+                                                const IndexOwner& owner);
+
 /// A database in a temporary file that the system takes away. @throws IndexFault
 [[nodiscard]] IndexFile temporaryIndexFile();
 

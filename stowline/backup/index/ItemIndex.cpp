@@ -29,6 +29,11 @@ ItemIndex ItemIndex::open(const std::filesystem::path& file, const IndexOwner& o
     }
 }
 
+IndexPosition ItemIndex::positionOf(const std::filesystem::path& file, const IndexOwner& owner)
+{
+    return positionInIndexFile(file, owner);
+}
+
 ItemIndex ItemIndex::temporary()
 {
     return ItemIndex(std::make_unique<Tables>(temporaryIndexFile()));

@@ -49,6 +49,12 @@ public:
     /// @throws IndexFault when no index can be had there (read-only, full, no such folder)
     [[nodiscard]] static ItemIndex open(const std::filesystem::path& file, const IndexOwner& owner);
 
+    /// Where the index of an owner is, as it was last committed. Nothing is made or changed; while
+    /// a run writes the index, this reads.
+    /// @return at none when there is no index that can be read
+    [[nodiscard]] static IndexPosition positionOf(const std::filesystem::path& file,
+                                                  const IndexOwner& owner);
+
     /// One in a private temporary file that is gone with it, for runs that are read back.
     [[nodiscard]] static ItemIndex temporary();
 

@@ -252,6 +252,11 @@ RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
                               "The " + runText(wanted) + " was cut off before it stored a record.");
         records.push_back(fetch(*place_, name_, file, workFolder_));
         const FetchedRecord& record = records.back();
+        if (expected_.run == wanted && expected_.digest != record.digest)
+            throw RecordFault(Kind::rolledBack,
+                              "The record of " + runText(wanted) +
+                                  " on the service is another than the one that this machine has "
+                                  "seen. Please ask the provider.");
         if (records.size() > 1) {
             const RecordHead& later = records[records.size() - 2].head;
             if (later.baseline->digest != record.digest)

@@ -69,6 +69,10 @@ public:
     /// Throws rolledBack when this machine has seen a newer finished record than there is.
     void refuseOlderThan(const IndexPosition& seen) const;
 
+    /// From now on load() throws rolledBack where it meets another record under the number of one
+    /// that this machine has seen. Nothing is expected at no position.
+    void expect(IndexPosition seen) { expected_ = std::move(seen); }
+
     /// Reads what a difference after the newest finished record would rest on: that record and
     /// those below it, as far as they come to at most so many bytes. Throws `damaged` or `notFound`
     /// when one cannot be read any more.
@@ -117,6 +121,7 @@ private:
     std::vector<std::string> otherChains_;
     std::map<RecordName, RecordFile> files_;
     std::optional<RecordHead> running_; ///< after begin()
+    IndexPosition expected_;
 };
 
 } // namespace stowline::backup

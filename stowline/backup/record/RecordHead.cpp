@@ -31,6 +31,8 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text, std::size_t digi
     return number;
 }
 
+constexpr std::string_view kPacked = "=b64=";
+
 std::string chainPart(const std::string& name)
 {
     const bool isPlain = std::ranges::all_of(name, [](char c) {
@@ -42,7 +44,19 @@ std::string chainPart(const std::string& name)
     std::string text = Base64::base64EncodingWithLineLength(name, 0);
     std::ranges::replace(text, '+', '-');
     std::ranges::replace(text, '/', '_');
-    return "=b64=" + text;
+    return std::string(kPacked) + text;
+}
+
+std::optional<std::string> nameOfChainPart(std::string_view part)
+{
+    if (!part.starts_with(kPacked))
+        return std::string(part);
+    std::string text(part.substr(kPacked.size()));
+    std::ranges::replace(text, '-', '+');
+    std::ranges::replace(text, '_', '/');
+    const Data bytes = Base64::dataWithBase64EncodedString(text);
+    std::string name(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return chainPart(name) == part ? std::optional(name) : std::nullopt;
 }
 
 } // namespace
@@ -84,6 +98,20 @@ std::string chainName(const ChainIdentity& identity)
 {
     return chainPart(identity.machine) + "." + chainPart(identity.user) + "." +
            chainPart(identity.profile);
+}
+
+std::optional<ChainIdentity> parseChainName(std::string_view name)
+{
+    const auto first = name.find('.');
+    const auto second = first == std::string_view::npos ? first : name.find('.', first + 1);
+    if (second == std::string_view::npos || name.find('.', second + 1) != std::string_view::npos)
+        return std::nullopt;
+    const auto machine = nameOfChainPart(name.substr(0, first));
+    const auto user = nameOfChainPart(name.substr(first + 1, second - first - 1));
+    const auto profile = nameOfChainPart(name.substr(second + 1));
+    if (!machine || !user || !profile)
+        return std::nullopt;
+    return ChainIdentity{*machine, *user, *profile};
 }
 
 } // namespace stowline::backup

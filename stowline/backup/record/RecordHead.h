@@ -77,5 +77,7 @@ struct RecordName {
 /// The folder of a chain: machine, user and profile joined by ".". A user or profile with other
 /// characters than letters, digits, "_" and "-" is "=b64=" and its Base64 (RFC 4648 section 5).
 [[nodiscard]] std::string chainName(const ChainIdentity& identity);
+/// @return absent for every other text
+[[nodiscard]] std::optional<ChainIdentity> parseChainName(std::string_view name);
 
 } // namespace stowline::backup

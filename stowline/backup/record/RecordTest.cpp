@@ -348,4 +348,13 @@ TEST(RecordChainName, KeepsIdentitiesApart)
     EXPECT_NE(chainName({"M", "a.b", "c"}), chainName({"M", "a", "b.c"}));
 }
 
+TEST(ChainName, ComesApartAsItWasPutTogether)
+{
+    for (const ChainIdentity& identity :
+         {ChainIdentity{"1A2B-3C", "ann", "default"}, ChainIdentity{"m.1", "a.b \xff", "wörk/2"}})
+        EXPECT_EQ(parseChainName(chainName(identity)), identity);
+    for (const char* text : {"", "a", "a.b", "a.b.c.d", "a.=b64=?.c", "a.=b64=YQ==.c"})
+        EXPECT_EQ(parseChainName(text), std::nullopt) << text;
+}
+
 } // namespace

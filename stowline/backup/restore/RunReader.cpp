@@ -1,5 +1,6 @@
 #include "stowline/backup/restore/RunReader.h"
 
+#include "stowline/backup/RunState.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
@@ -46,6 +47,28 @@ private:
     ReadEnd end_;
 };
 
+/// "m1.ann.default (user ann, profile default)".
+std::string describe(const std::string& chain)
+{
+    const auto identity = parseChainName(chain);
+    return identity ? chain + " (user " + identity->user + ", profile " + identity->profile + ")"
+                    : chain;
+}
+
+std::string listOf(const std::vector<std::string>& chains)
+{
+    std::string text;
+    for (const std::string& chain : chains)
+        text += (text.empty() ? "" : ", ") + describe(chain);
+    return text;
+}
+
+std::vector<std::string> without(std::vector<std::string> names, const std::string& name)
+{
+    std::erase(names, name);
+    return names;
+}
+
 } // namespace
 
 RunReader::RunReader(const RunChoice& choice, std::uint64_t bytesPerSecond, std::uint64_t partBytes,
@@ -61,23 +84,69 @@ RecordChain RunReader::openChain()
 {
     if (!WebServiceBroker::isRestoringConfigured())
         throw ChoiceFault(ReadEnd::notConfigured, std::string(kRestoringNotConfiguredMessage));
-    const std::vector<std::string> chains = place_.chains();
+    origin_.chain = chosenChain(place_.chains());
+    const auto identity = parseChainName(origin_.chain);
+    if (choice_.stateFolder && identity)
+        seen_ = RunState::seen(*choice_.stateFolder, RunState::owner(choice_.account, *identity));
+    return RecordChain::openNamed(place_, origin_.chain, std::filesystem::temp_directory_path());
+}
+
+/// Never guesses: another's chain is taken only when there is no other that could be meant.
+std::string RunReader::chosenChain(const std::vector<std::string>& chains)
+{
+    const std::string& machine = choice_.account.systemName;
+    if (chains.empty())
+        throw RecordFault(Kind::notFound, "No run of the machine " + machine + " is recorded.");
+    const auto has = [&chains](const std::string& name) {
+        return std::ranges::find(chains, name) != chains.end();
+    };
+    if (!choice_.chain.empty()) {
+        if (!has(choice_.chain))
+            throw RecordFault(Kind::notFound, "The machine " + machine + " has no chain " +
+                                                  choice_.chain + ". It has " + listOf(chains) +
+                                                  ".");
+        return choice_.chain;
+    }
     const std::string own = choice_.identity ? chainName(*choice_.identity) : "";
-    std::string chosen;
-    if (std::ranges::find(chains, own) != chains.end())
-        chosen = own;
-    else if (chains.size() == 1)
-        chosen = chains.front();
-    else if (chains.empty())
-        throw RecordFault(Kind::notFound,
-                          "No run of the machine " + choice_.account.systemName + " is recorded.");
-    else
+    if (has(own)) {
+        const auto others = without(chains, own);
+        if (!others.empty())
+            origin_.notes.push_back("Under the name " + machine + " there are also the runs of " +
+                                    listOf(others) + ".");
+        return own;
+    }
+    std::vector<std::string> meant;
+    for (const std::string& name : chains) {
+        const auto identity = parseChainName(name);
+        if (!choice_.identity || (identity && identity->profile == choice_.identity->profile))
+            meant.push_back(name);
+    }
+    if (meant.empty())
+        throw RecordFault(Kind::notFound, "The machine " + machine +
+                                              " has no runs of the profile " +
+                                              choice_.identity->profile + ". It has those of " +
+                                              listOf(chains) + ".");
+    if (meant.size() > 1)
         throw ChoiceFault(ReadEnd::severalChains,
-                          "Several machines or users have backed up under the name " +
-                              choice_.account.systemName +
-                              ", and none is this one. Please run this as the user, on the "
-                              "machine, whose backup it is.");
-    return RecordChain::openNamed(place_, chosen, std::filesystem::temp_directory_path());
+                          "Several have backed up under the name " + machine +
+                              ", and none of them is this user on this machine: " + listOf(meant) +
+                              ". Please say which chain is meant.");
+    origin_.notes.push_back("These are the runs of " + describe(meant.front()) +
+                            (choice_.identity ? ", not of this user on this machine." : "."));
+    return meant.front();
+}
+
+void RunReader::requireNothingOlder(const RecordChain& chain, bool isRunNamed)
+{
+    try {
+        chain.refuseOlderThan(seen_);
+    } catch (const RecordFault& fault) {
+        if (!isRunNamed)
+            throw RecordFault(fault.kind(),
+                              std::string(fault.what()) +
+                                  " A run that is there can still be read by its number.");
+        origin_.notes.emplace_back(fault.what());
+    }
 }
 
 std::uint64_t RunReader::chosenRun(RecordChain& chain) const
@@ -106,8 +175,17 @@ std::uint64_t RunReader::chosenRun(RecordChain& chain) const
 RunReader::Tree RunReader::readChosen()
 {
     RecordChain chain = openChain();
+    requireNothingOlder(chain, choice_.run.has_value());
+    if (!choice_.run)
+        chain.expect(seen_);
     Tree tree{.head = {}, .items = ItemIndex::temporary()};
     tree.head = chain.load(chosenRun(chain), tree.items);
+    origin_.run = tree.head.run;
+    if (const IndexPosition position = tree.items.position(); position.run == tree.head.run)
+        origin_.digest = position.digest;
+    if (origin_.run == seen_.run && origin_.digest != seen_.digest)
+        origin_.notes.push_back("The record of run " + std::to_string(origin_.run) +
+                                " is another than the one that this machine has seen.");
     return tree;
 }
 

@@ -20,8 +20,12 @@ public:
     RunReader(const RunChoice& choice, std::uint64_t bytesPerSecond, std::uint64_t partBytes,
               const StopRequest& stop);
 
-    /// The chain of the choice's machine.
+    /// The chain that the choice means.
     [[nodiscard]] RecordChain openChain();
+
+    /// Throws rolledBack when the service shows an older state than this machine has seen. A run
+    /// that was chosen by its number is what it is: that is noted then.
+    void requireNothingOlder(const RecordChain& chain, bool isRunNamed);
 
     /// The number of the chosen run.
     [[nodiscard]] std::uint64_t chosenRun(RecordChain& chain) const;
@@ -33,15 +37,35 @@ public:
     };
     [[nodiscard]] Tree readChosen();
 
+    /// What was read so far.
+    [[nodiscard]] const RunOrigin& origin() const { return origin_; }
+
     [[nodiscard]] ContentSource& source() { return source_; }
     [[nodiscard]] Tries& tries() { return tries_; }
 
 private:
+    [[nodiscard]] std::string chosenChain(const std::vector<std::string>& chains);
+
     const RunChoice choice_;
+    RunOrigin origin_;
+    IndexPosition seen_;
     Tries tries_;
     BandwidthLimit bandwidth_;
     ContentSource source_;
     ServicePlace place_;
+};
+
+/// Hands on what was read, however the reading ends.
+class OriginKeeper {
+public:
+    OriginKeeper(const RunReader& reader, RunOrigin& origin) : reader_(reader), origin_(origin) {}
+    ~OriginKeeper() { origin_ = reader_.origin(); }
+    OriginKeeper(const OriginKeeper&) = delete;
+    OriginKeeper& operator=(const OriginKeeper&) = delete;
+
+private:
+    const RunReader& reader_;
+    RunOrigin& origin_;
 };
 
 /// How a fault ends an operation, with its sentence.
