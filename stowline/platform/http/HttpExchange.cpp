@@ -1,6 +1,7 @@
 #include "stowline/platform/http/HttpExchange.h"
 
 #include "stowline/platform/http/HttpRequestRules.h"
+#include "stowline/platform/http/TrustRoots.h"
 #include "stowline/platform/text/Credentials.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
@@ -10,8 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <filesystem>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -44,26 +43,14 @@ constexpr std::string_view kStopped = "The request was stopped.";
 /// How long to wait at once where a request to stop has no descriptor.
 constexpr std::chrono::milliseconds kLook{50};
 
-constexpr const char* kSystemTrustFolder = "/etc/ssl/certs";
-constexpr std::string_view kSystemTrustBundle = "/etc/ssl/certs/ca-certificates.crt";
-
-/// Trust roots are looked up by hash in a directory where there is one: loading the whole bundle
-/// costs some 15 ms of processor time per process. The system's bundle holds what the system's
-/// directory holds, so naming it in SSL_CERT_FILE, as many environments do, loads nothing.
-void setTrustRoots(CURL* handle)
+/// @param withSpare whether the file to spare is loaded too
+void setTrustRoots(CURL* handle, const TrustRoots& roots, bool withSpare)
 {
-    const char* file = std::getenv("SSL_CERT_FILE");
-    const char* folder = std::getenv("SSL_CERT_DIR");
-    std::error_code fault;
-    const bool hasSystemFolder = std::filesystem::is_directory(kSystemTrustFolder, fault);
-    if (file && file == kSystemTrustBundle && hasSystemFolder)
-        file = nullptr;
-    if (!file && !folder && !hasSystemFolder)
+    const std::string& file = withSpare ? roots.spareFile : roots.file;
+    if (file.empty() && roots.folder.empty())
         return; // what the library was built with
-    if (!file && !folder)
-        folder = kSystemTrustFolder;
-    curl_easy_setopt(handle, CURLOPT_CAINFO, file);
-    curl_easy_setopt(handle, CURLOPT_CAPATH, folder);
+    curl_easy_setopt(handle, CURLOPT_CAINFO, file.empty() ? nullptr : file.c_str());
+    curl_easy_setopt(handle, CURLOPT_CAPATH, roots.folder.empty() ? nullptr : roots.folder.c_str());
 }
 
 FailureKind reasonOf(HttpFailure failure)
@@ -334,7 +321,7 @@ private:
         curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-        setTrustRoots(handle);
+        setTrustRoots(handle, trust_, needsSpareTrust_);
         curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
         if (request_.method == "HEAD")
             curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
@@ -486,6 +473,11 @@ private:
                                         std::to_string(limits_.maximumResponseBytes) + " bytes.");
             return;
         }
+        if (result != CURLE_OK && mayKnowIssuerYet()) {
+            needsSpareTrust_ = true;
+            startHop(); // nothing of the request was sent
+            return;
+        }
         if (result != CURLE_OK) {
             fail(HttpFailure::connection,
                  "The call to " + origin_.host + " failed: " + detailOf(result) + ".",
@@ -511,6 +503,15 @@ private:
         ended_ = true;
     }
 
+    /// Whether a certificate was refused that the bundle of the system may know.
+    [[nodiscard]] bool mayKnowIssuerYet() const
+    {
+        if (needsSpareTrust_ || trust_.spareFile.empty())
+            return false;
+        const auto fault = certificateFaultOf(easy_.get());
+        return fault == CertificateFault::unknownIssuer || fault == CertificateFault::selfSigned;
+    }
+
     void follow(const std::string& location, Redirect redirect)
     {
         std::optional<std::string> fault;
@@ -530,6 +531,8 @@ private:
     HttpRequest request_;
     HttpLimits limits_;
     UrlOrigin origin_;
+    const TrustRoots trust_ = trustRoots();
+    bool needsSpareTrust_ = false;
     int redirects_ = 0;
     bool ended_ = false;
     bool connected_ = false;
