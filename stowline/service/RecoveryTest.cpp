@@ -1,7 +1,9 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
+#include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"
 
 #include <gtest/gtest.h>
@@ -237,6 +239,30 @@ TEST(FilePart, TheTicketTravelsWithPartsGoingUpWhereItIsGiven)
     EXPECT_NE(server.requests().at(0).find("X-Ticket: " + std::string(kTicket) + "\r\n"),
               std::string::npos);
     EXPECT_NE(server.requests().at(1).find("X-Ticket:\r\n"), std::string::npos);
+}
+
+TEST(FilePart, AServiceThatWantsTicketsTakesNoPartWithoutOne)
+{
+    const test::DevServerProcess service({"--require-ticket"});
+    platform::Bundle::useFolder(service.bundle());
+    platform::Bundle::useExecutable(test::builtProgram("stowline"));
+    const std::string host = service.address().substr(std::string("http://").size());
+    ASSERT_TRUE(
+        WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "pw", "ann@b.c", nullptr));
+    const auto path = WebServiceBroker::getUploadServerPathForUsername("ann", host, "guid");
+    ASSERT_TRUE(path);
+    const auto send = [&](std::string_view ticket) {
+        std::optional<Error> error;
+        const auto answer = WebServiceBroker::uploadForUser("ann", "hello", "f", 5, host, *path,
+                                                            "part", &error, ticket);
+        EXPECT_FALSE(error) << error->text(); // a "no" of the service is none
+        return answer.has_value();
+    };
+    EXPECT_FALSE(send(""));
+    EXPECT_FALSE(send("made-up"));
+    const auto ticket = WebServiceBroker::restoreTicketForUsername("ann", "pw", host, nullptr);
+    ASSERT_TRUE(ticket);
+    EXPECT_TRUE(send(ticket->text));
 }
 
 TEST(FilePart, NeitherTicketNorPasswordIsLogged)

@@ -1,9 +1,12 @@
 // Where no thread can be had.
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
+#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/threads/SerialQueue.h"
 #include "stowline/platform/threads/Timer.h"
+#include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/Injection.h"
+#include "tests/support/DevServerProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -104,6 +107,26 @@ TEST(ThreadFaults, ATimerWithoutDescriptorWorksTheNextTime)
     EXPECT_EQ(test::disarm().failures, 1U);
     timer.start(1ms);
     EXPECT_EQ(fired.get_future().wait_for(20s), std::future_status::ready);
+}
+
+TEST(ThreadFaults, TheFirstCallOfAProcessIsMadeWithoutAThread)
+{
+    const test::DevServerProcess server;
+    platform::Bundle::useFolder(server.bundle());
+    platform::Bundle::useExecutable(test::builtProgram("stowline"));
+    const auto logger = std::make_shared<CountingLogger>();
+    std::optional<Error> error;
+    bool account = false;
+    {
+        const NoThreads none;
+        DDLog::addLogger(logger);
+        account = WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "secret words", "a@b.c",
+                                                              &error);
+        DDLog::flushLog();
+    }
+    EXPECT_TRUE(account) << (error ? error->text() : "no error");
+    EXPECT_GT(logger->count(), 0U);
+    EXPECT_TRUE(WebServiceBroker::authenticateForUsername("ann", "secret words", &error));
 }
 
 } // namespace
