@@ -1,11 +1,16 @@
 """Changes one line at a time in a copy of the tree, builds, tests, and keeps the score.
 
     mutate.py TREE FOLDER COUNT SEED
+    mutate.py TREE --by-hand FILE OLD NEW
 
-A change that does not compile, or changes no program, is not counted. A change is noticed when a
-test fails; the unit tests of the folder are asked first, then the end-to-end tests.
+A change that does not compile, or after which the tests' program is the same to the byte, is not
+counted. A change is noticed when a test fails twice in a row, or the program hangs. The tests that
+stand nearest to the changed file are asked first, then the others of its folder, then those of the
+folders that rest on it; only what is asked is built.
 """
 
+import hashlib
+import os
 import pathlib
 import random
 import re
@@ -28,17 +33,30 @@ CHANGES = [
     ("arguments", re.compile(r"\(((?:\w+), (?:\w+))\)"), lambda text: ", ".join(reversed(text.split(", ")))),
 ]
 SKIPPED = re.compile(r"^\s*(//|///|#|static_assert|using |namespace |template|STOWLINE_LOG_)|_assert|\[\[noreturn")
+# Files whose own lines hold no promise: what a program does before it hands on.
+NEVER_CHANGED = re.compile(r"Test\.cpp$|/main\.cpp$")
 
-# What notices a change in a folder: its own tests first, then those that see the whole.
-UNIT_TESTS = {
-    "stowline/platform": ["platform_tests"], "stowline/logging": ["logging_tests", "logging_database_tests"],
-    "stowline/branding": ["branding_tests"], "stowline/net": ["net_tests"],
-    "stowline/util": ["util_tests", "store_tests"], "stowline/soap": ["soap_tests"],
-    "stowline/call": ["call_tests"], "stowline/service": ["service_tests"],
-    "stowline/backup": ["backup_tests"], "stowline/tool": ["tool_tests"],
-    "cli": ["cli_tests"], "devserver": ["devserver_tests"],
+# What notices a change in a folder: its own tests, then those of what rests on it.
+MATTERS = {
+    "stowline/platform": ["platform_tests", "service_tests"],
+    "stowline/logging": ["logging_tests", "logging_database_tests"],
+    "stowline/branding": ["branding_tests"],
+    "stowline/net": ["net_tests", "service_tests"],
+    "stowline/util": ["util_tests", "store_tests", "service_tests"],
+    "stowline/soap": ["soap_tests", "tool_tests", "service_tests"],
+    "stowline/call": ["call_tests", "tool_tests", "service_tests"],
+    "stowline/service": ["service_tests"],
+    "stowline/backup": ["backup_tests", "endtoend_tests"],
+    "stowline/tool": ["tool_tests", "service_tests"],
+    "cli": ["cli_tests", "endtoend_tests"],
+    "devserver": ["devserver_tests"],
 }
-WHOLE = ["endtoend_tests"]
+# The suites of whole programs that have to do with a folder; any other folder asks all.
+OF_WHOLE_PROGRAMS = {
+    "stowline/backup": re.compile("Back|Restore|Record|Lost|Run|Uploads"),
+}
+SUITE = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\((\w+)\s*,", re.MULTILINE)
+JOBS = str((os.cpu_count() or 1) + 1)
 
 
 def unquoted(line, start):
@@ -48,8 +66,9 @@ def unquoted(line, start):
 
 
 def candidates(tree, folder):
-    for source in sorted((tree / folder).rglob("*.cpp")):
-        if source.name.endswith("Test.cpp") or source.name == "main.cpp":
+    top = tree / folder
+    for source in sorted(top.rglob("*.cpp")) if top.is_dir() else [top]:
+        if NEVER_CHANGED.search(source.as_posix()):
             continue
         for number, line in enumerate(source.read_text().splitlines()):
             if SKIPPED.search(line):
@@ -70,63 +89,143 @@ def ran(command, seconds):
         return False
 
 
-def tests_of(build, target, known={}):
-    """The names that ctest knows the tests of a program by."""
-    if target not in known:
-        listed = subprocess.run([build / "tests" / target, "--gtest_list_tests"], capture_output=True,
+class Tests:
+    """The tests of a build, and which of them to ask about a file."""
+
+    def __init__(self, tree):
+        self.tree = tree
+        self.build = tree / "build/plain"
+        self.suites = {}
+        self.digests = {}
+
+    def program(self, target):
+        return self.build / "tests" / target
+
+    def make(self, target):
+        return ran(["ninja", "-C", self.build, "-j", JOBS, target], 1800)
+
+    def digest(self, target):
+        """Of all that the target's tests run: its own program and those beside it."""
+        digest = hashlib.sha256()
+        programs = [self.program(target)]
+        if target in ("endtoend_tests", "service_tests", "devserver_tests"):
+            programs += [self.build / "bin" / name
+                         for name in ("stowline", "WebServiceCaller", "stowline-devserver")]
+        for program in programs:
+            if program.exists():
+                digest.update(program.read_bytes())
+        return digest.digest()
+
+    def know(self, target):
+        """What the target is before anything is changed."""
+        if target in self.suites:
+            return
+        if not self.make(target):
+            sys.exit(f"{target} cannot be built before anything is changed.")
+        listed = subprocess.run([self.program(target), "--gtest_list_tests"], capture_output=True,
                                 text=True, check=True).stdout
-        suites = sorted({line.split(".")[0] for line in listed.splitlines()
-                         if line and not line.startswith((" ", "Running"))})
-        known[target] = "^(" + "|".join(re.escape(suite) for suite in suites) + r")\."
-    return known[target]
+        self.suites[target] = sorted({line.split(".")[0] for line in listed.splitlines()
+                                      if line and not line.startswith((" ", "Running"))})
+        self.digests[target] = self.digest(target)
+
+    def near(self, source):
+        """The suites of the test that stands beside a file, or whose name its name begins with."""
+        beside = [test for test in source.parent.glob("*Test.cpp")
+                  if source.stem.startswith(test.stem.removesuffix("Test"))]
+        return {suite for test in beside for suite in SUITE.findall(test.read_text())}
+
+    def fail(self, suites):
+        """Whether one of them fails, and fails again when it is asked a second time."""
+        if not suites:
+            return False
+        names = "^(" + "|".join(sorted(re.escape(suite) for suite in suites)) + r")\."
+        return not ran(["ctest", "--test-dir", self.build, "-R", names, "-j", JOBS,
+                        "--repeat", "until-pass:2", "--stop-on-failure", "--timeout", "100"], 1200)
+
+    def notice(self, relative):
+        """Whether a change that was made to a file is noticed; absent when it is none."""
+        folder, targets = next((folder, targets) for folder, targets in MATTERS.items()
+                               if relative.startswith(folder + "/"))
+        near = self.near(self.tree / relative)
+        is_change = False
+        for target in targets:
+            if not self.make(target):
+                return None
+            if self.digest(target) == self.digests[target]:
+                continue
+            is_change = True
+            suites = set(self.suites[target])
+            if target == "endtoend_tests" and folder in OF_WHOLE_PROGRAMS:
+                suites = {suite for suite in suites if OF_WHOLE_PROGRAMS[folder].search(suite)}
+            if self.fail(suites & near) or self.fail(suites - near):
+                return True
+        return False if is_change else None
+
+    def know_all(self, relative):
+        for folder, targets in MATTERS.items():
+            if relative.startswith(folder) or folder.startswith(relative):
+                for target in targets:
+                    self.know(target)
 
 
-def is_noticed(build, relative):
-    unit = next(tests for folder, tests in UNIT_TESTS.items() if relative.startswith(folder + "/"))
-    for target in unit + WHOLE:
-        if not (build / "tests" / target).exists():
-            continue
-        if not ran(["ninja", "-C", build, target], 1800):
-            return None
-        if not ran(["ctest", "--test-dir", build, "-R", tests_of(build, target), "-j3",
-                    "--stop-on-failure", "--timeout", "120"], 1800):
-            return True
-    return False
+def changed(tests, source, text):
+    """What the tests say of a file with another text."""
+    was = source.read_text()
+    source.write_text(text)
+    try:
+        return tests.notice(source.relative_to(tests.tree).as_posix())
+    finally:
+        source.write_text(was)
 
 
-def main(tree, folder, count, seed):
-    tree = pathlib.Path(tree)
-    build = tree / "build/plain"
-    chosen = list(candidates(tree, folder))
+def by_hand(tests, file, old, new):
+    source = tests.tree / file
+    text = source.read_text()
+    if text.count(old) != 1:
+        print(f'"{old}" stands {text.count(old)} times in {file}, not once.')
+        return 1
+    tests.know_all(file)
+    verdict = changed(tests, source, text.replace(old, new))
+    print({None: "does not compile, or changes nothing", True: "noticed", False: "SURVIVED"}[verdict],
+          file, old, "->", new)
+    return 0
+
+
+def sample(tests, folder, count, seed):
+    folder = folder.rstrip("/")
+    chosen = list(candidates(tests.tree, folder))
     if not chosen:
         print(f'There is nothing to change in "{folder}".')
         return 1
+    tests.know_all(folder)
     random.Random(int(seed)).shuffle(chosen)
     counted = noticed = 0
     survivors = []
     for source, number, kind, line in chosen:
         if counted == int(count):
             break
-        text = source.read_text()
-        lines = text.splitlines(keepends=True)
+        lines = source.read_text().splitlines(keepends=True)
         was = lines[number]
-        relative = source.relative_to(tree).as_posix()
         lines[number] = line + "\n"
-        source.write_text("".join(lines))
-        try:
-            verdict = is_noticed(build, relative)
-        finally:
-            source.write_text(text)
+        verdict = changed(tests, source, "".join(lines))
         if verdict is None:
             continue
         counted += 1
         noticed += verdict
-        print(f"{'noticed ' if verdict else 'SURVIVED'} {relative}:{number + 1} ({kind})", flush=True)
+        place = f"{source.relative_to(tests.tree).as_posix()}:{number + 1} ({kind})"
+        print(f"{'noticed ' if verdict else 'SURVIVED'} {place}", flush=True)
         if not verdict:
-            survivors.append(f"{relative}:{number + 1} ({kind})\n  - {was.strip()}\n  + {line.strip()}")
+            survivors.append(f"{place}\n  - {was.strip()}\n  + {line.strip()}")
+            print(f"  - {was.strip()}\n  + {line.strip()}", flush=True)
     print(f"\n{noticed} of {counted} changes were noticed ({100 * noticed // max(counted, 1)} %).")
     print("\n".join(survivors))
     return 0
 
 
-sys.exit(main(*sys.argv[1:]))
+def main(tree, first, *others):
+    tests = Tests(pathlib.Path(tree).resolve())
+    return by_hand(tests, *others) if first == "--by-hand" else sample(tests, first, *others)
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
