@@ -39,7 +39,7 @@ NEVER_CHANGED = re.compile(r"Test\.cpp$|/main\.cpp$")
 # What notices a change in a folder: its own tests, then those of what rests on it.
 MATTERS = {
     "stowline/platform": ["platform_tests", "service_tests"],
-    "stowline/logging": ["logging_tests", "logging_database_tests"],
+    "stowline/logging": ["logging_tests", "logging_database_tests", "injection_tests"],
     "stowline/branding": ["branding_tests"],
     "stowline/net": ["net_tests", "service_tests"],
     "stowline/util": ["util_tests", "store_tests", "service_tests"],
@@ -49,11 +49,13 @@ MATTERS = {
     "stowline/backup": ["backup_tests", "endtoend_tests"],
     "stowline/tool": ["tool_tests", "service_tests"],
     "cli": ["cli_tests", "endtoend_tests"],
-    "devserver": ["devserver_tests"],
+    "devserver": ["devserver_tests", "injection_tests"],
 }
-# The suites of whole programs that have to do with a folder; any other folder asks all.
-OF_WHOLE_PROGRAMS = {
-    "stowline/backup": re.compile("Back|Restore|Record|Lost|Run|Uploads"),
+# Where only some suites of a program have to do with a folder.
+ONLY = {
+    ("stowline/backup", "endtoend_tests"): re.compile("Back|Restore|Record|Lost|Run|Uploads"),
+    ("stowline/logging", "injection_tests"): re.compile("FileLogger|Thread"),
+    ("devserver", "injection_tests"): re.compile("Registration"),
 }
 SUITE = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\((\w+)\s*,", re.MULTILINE)
 JOBS = str((os.cpu_count() or 1) + 1)
@@ -154,9 +156,8 @@ class Tests:
             if self.digest(target) == self.digests[target]:
                 continue
             is_change = True
-            suites = set(self.suites[target])
-            if target == "endtoend_tests" and folder in OF_WHOLE_PROGRAMS:
-                suites = {suite for suite in suites if OF_WHOLE_PROGRAMS[folder].search(suite)}
+            only = ONLY.get((folder, target), re.compile(""))
+            suites = {suite for suite in self.suites[target] if only.search(suite)}
             if self.fail(suites & near) or self.fail(suites - near):
                 return True
         return False if is_change else None

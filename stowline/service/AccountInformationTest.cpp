@@ -1,6 +1,7 @@
 #include "stowline/logging/CountingLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/platform/desktop/OperatingSystem.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 #include "tests/support/SoapAnswers.h"
@@ -84,9 +85,11 @@ TEST(UploadPath, NeedsAllItsArgumentsButNotTheirContent)
     const test::TestBundle bundle(
         settingsWith("GetPhyPath", methodEntry("http://%@/", {"USERNAME", "STRREGISTRYID"}, "r")));
     const auto call = WebServiceBroker::getUploadServerPathForUsername;
+    const FailureWatch watch;
     EXPECT_FALSE(call(std::nullopt, hostOf(server), "g"));
     EXPECT_FALSE(call("ann", std::nullopt, "g"));
     EXPECT_FALSE(call("ann", hostOf(server), std::nullopt));
+    EXPECT_FALSE(watch.failure()); // nothing was tried
     EXPECT_TRUE(server.requests().empty());
     EXPECT_EQ(call("ann", hostOf(server), ""), "/vol1/ann/");
     EXPECT_EQ(test::parametersIn(server.requests().at(0)),

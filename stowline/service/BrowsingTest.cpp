@@ -160,6 +160,27 @@ TEST(Systems, OneNameIsAnArrayOfOne)
     EXPECT_EQ(list(), (Array{"a", "b"}));
 }
 
+TEST(Systems, AMapIsNoName)
+{
+    const RawServer server(
+        test::soapAnswer("<GetAccountSystemsResult><Code>Success</Code></GetAccountSystemsResult>"
+                         "<systems><SystemInfo><SystemName><x>1</x></SystemName></SystemInfo>"
+                         "</systems>"));
+    const test::TestBundle bundle(
+        settingsWith("GetAccountSystems", methodEntry(server.url(), {"USERNAME"})));
+    EXPECT_EQ(WebServiceBroker::getAccountSystemsForUsername("ann", "pw", "s", nullptr), Array());
+}
+
+TEST(Versions, ATextIsNoMap)
+{
+    const RawServer server(
+        test::soapAnswer("<GetFileVersionsResult><Code>Success</Code></GetFileVersionsResult>"
+                         "<fileVersions><FileVersion>x</FileVersion></fileVersions>"));
+    const test::TestBundle bundle(
+        settingsWith("GetFileVersions", methodEntry(server.url(), {"FILEID"})));
+    EXPECT_EQ(WebServiceBroker::getFileVersionsForUsername("ann", "pw", "s", 1, nullptr), Array());
+}
+
 TEST(Versions, SendsTheNumberAndListsMaps)
 {
     const RawServer server(test::soapAnswer(
@@ -197,6 +218,13 @@ TEST(Search, AbsentPlaceIsEverywhere)
               "<FILENAME>let*</FILENAME><FILETYPE></FILETYPE><FILEEXTENSIONS></FILEEXTENSIONS>"
               "<SORTFIELD>Name</SORTFIELD><SORTDIRECTION>Ascending</SORTDIRECTION>"
               "<STARTINDEX>0</STARTINDEX><PAGESIZE>50</PAGESIZE>");
+    (void)WebServiceBroker::searchFilesForUsername("ann", "pw", "s", "iMac", "/home", std::nullopt,
+                                                   0, 50, nullptr, nullptr);
+    EXPECT_NE(test::parametersIn(server.requests().at(1))
+                  .find("<SYSTEMNAME>iMac</SYSTEMNAME><PATH>/home</PATH>"
+                        "<SEARCHINSUBFOLDERS>1</SEARCHINSUBFOLDERS>"
+                        "<FILENAME xsi:nil=\"true\" />"),
+              std::string::npos);
 }
 
 TEST(Recovery, TellsTheLocalTimeAndNeverWritesTheError)

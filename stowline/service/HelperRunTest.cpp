@@ -1,5 +1,6 @@
 // Calls whose helper is stopped, cannot be started, or whose end nobody tells.
 #include "stowline/platform/threads/StopRequest.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/SoapAnswers.h"
@@ -99,6 +100,28 @@ TEST(UntoldEnd, AnAnswerThatIsCutNeverCounts)
             std::signal(SIGCHLD, SIG_IGN);
             EXPECT_FALSE(call());
         })) << length;
+    }
+}
+
+TEST(HelperEnd, AWholeAnswerDoesNotCountWhenTheHelperSaysThatItFailed)
+{
+    const RawServer server(test::soapAnswer("<a>x</a>"));
+    const test::TemporaryFolder folder;
+    const auto answer =
+        folder.write("answer", platform::writeBinaryPropertyList(Dictionary{{"a", "x"}}).value());
+    const auto status = folder.write("status", "");
+    const auto file =
+        folder.write("WebServiceCaller", "#!/bin/sh\ncat " + answer.string() + "; exit $(cat " +
+                                             status.string() + ")\n");
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    const test::TestBundle bundle(settingsFor(server.url()), {}, folder.path());
+    for (const auto& [ended, kind] :
+         {std::pair("0", FailureKind::unspecified), std::pair("1", FailureKind::helperFailed),
+          std::pair("250", FailureKind::helperFailed), std::pair("252", FailureKind::timeOut)}) {
+        (void)folder.write("status", ended);
+        const FailureWatch watch;
+        EXPECT_EQ(call().has_value(), ended == std::string("0")) << ended;
+        EXPECT_EQ(watch.kind(), kind) << ended;
     }
 }
 

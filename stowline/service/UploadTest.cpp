@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <ctime>
 
@@ -43,10 +44,9 @@ Dictionary uploadSettings()
 
 constexpr const char* kGuid = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
 
-std::optional<Dictionary> askAbout(const std::string& server, ErrorSlot error,
-                                   std::optional<std::string_view> guid = kGuid)
+std::optional<Dictionary> askAbout(const std::string& server, ErrorSlot error)
 {
-    return WebServiceBroker::getServerFileInfoForClientFilename("/Users/ann/letter.txt", guid,
+    return WebServiceBroker::getServerFileInfoForClientFilename("/Users/ann/letter.txt", kGuid,
                                                                 "ann", "/vol1/ann/", server, error);
 }
 
@@ -178,9 +178,17 @@ TEST(PartInfo, AnAbsentArgumentSendsNothing)
 {
     const RawServer server(answerWithHeaders("Status: true\r\n"));
     const test::TestBundle bundle(uploadSettings());
-    std::optional<Error> error = platform::makeError("kept", 1, "kept");
-    EXPECT_FALSE(askAbout(hostOf(server), &error, std::nullopt));
-    EXPECT_EQ(error->domain, "kept");
+    const std::string host = hostOf(server);
+    for (std::size_t absent = 0; absent < 5; ++absent) {
+        std::array<std::optional<std::string_view>, 5> words{"/a", kGuid, "ann", "/vol1/", host};
+        words.at(absent).reset();
+        std::optional<Error> error = platform::makeError("kept", 1, "kept");
+        const FailureWatch watch;
+        EXPECT_FALSE(WebServiceBroker::getServerFileInfoForClientFilename(
+            words[0], words[1], words[2], words[3], words[4], &error));
+        EXPECT_EQ(error->domain, "kept");
+        EXPECT_FALSE(watch.failure()) << absent; // nothing was tried
+    }
     EXPECT_TRUE(server.requests().empty());
 }
 

@@ -107,7 +107,7 @@ TEST(FileLoggerFaults, UnknownFreeSpaceIsPlenty)
     EXPECT_TRUE(content.value_or("").ends_with("  the line\n")) << content.value_or("none");
 }
 
-TEST(FileLoggerFaults, FilesAreMadeDurableWhenTheyAreFinishedAndClosed)
+TEST(FileLoggerFaults, FilesAreMadeDurableWhenTheyAreFlushedFinishedAndClosed)
 {
     const test::TemporaryFolder folder;
     const DDLogMessage message("line", 7, 4, 0, "F.cpp", "f", 1);
@@ -117,6 +117,9 @@ TEST(FileLoggerFaults, FilesAreMadeDurableWhenTheyAreFinishedAndClosed)
             std::make_shared<DDLogFileManagerDefault>((folder.path() / "logs").string()));
         logger.logMessage(message);
         EXPECT_EQ(test::disarm().calls, 0U);
+        test::arm({"fdatasync", std::numeric_limits<std::size_t>::max(), false});
+        logger.flush();
+        EXPECT_EQ(test::disarm().calls, 1U);
         test::arm({"fdatasync", std::numeric_limits<std::size_t>::max(), false});
         logger.rollLogFile();
         DDLog::loggingQueue().sync([] {});

@@ -27,6 +27,16 @@ TEST(Backoff, PausesGrowUpToHalfAMinuteUntilTheTimeIsUsedUp)
     EXPECT_EQ(pauses, (std::vector<double>{0.5, 1, 2, 4, 8, 16}));
 }
 
+TEST(Backoff, NoPauseIsLongerThanHalfAMinute)
+{
+    TestClock clock;
+    Backoff backoff(1000s, clock.reader(), [] { return 1.0; });
+    for (int i = 0; i < 6; ++i)
+        EXPECT_LT(backoff.next().value(), 30s);
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(backoff.next(), 30s);
+}
+
 TEST(Backoff, ChanceShortensAPauseToItsHalf)
 {
     TestClock clock;
