@@ -50,11 +50,18 @@ public:
             output().complain(fault);
         const bool isShown = output().isJson() ? item.state != backup::RestoredState::unchanged
                                                : item.state == backup::RestoredState::wouldRestore;
-        if (isShown)
-            output().item("would restore " + onOneLine(item.path), "item",
-                          {{"path", item.path},
-                           {"state", std::string(backup::nameOf(item.state))},
-                           {"bytes", item.bytes}});
+        if (!isShown)
+            return;
+        std::string message;
+        for (const std::string& fault : item.faults)
+            message += (message.empty() ? "" : " ") + fault;
+        for (const backup::Loss& loss : item.losses)
+            message += (message.empty() ? "" : " ") + loss.sentence;
+        output().item("would restore " + onOneLine(item.path), "item",
+                      {{"path", item.path},
+                       {"state", std::string(backup::nameOf(item.state))},
+                       {"bytes", item.bytes},
+                       {"message", message}});
     }
 
     void progress(const backup::RestoreProgress& state) override
@@ -78,6 +85,10 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
     noteOrigin(sum.origin);
     if (sum.run == 0) // not even the run was read
         return output().fail(status, sentenceFor(sum.end, sum.sentence));
+    for (const backup::LossCount& loss : sum.losses)
+        loss.isNotAllowed ? output().note(loss.sentence) : output().complain(loss.sentence);
+    for (const std::string& note : sum.notes)
+        output().note(note);
     if (status != ExitStatus::done)
         output().complain(sum.sentence);
     output().note(fmt::format("{}: {} restored, {} unchanged, {} left as they are, {} failed; {} "
@@ -93,6 +104,7 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
                   {"skipped", sum.skipped},
                   {"failed", sum.failed},
                   {"incomplete", sum.incomplete},
+                  {"withheld", sum.withheld},
                   {"damaged", sum.badContent},
                   {"bytes", sum.bytes},
                   {"fetched_bytes", sum.fetchedBytes},

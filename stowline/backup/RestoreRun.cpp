@@ -1,9 +1,14 @@
 #include "stowline/backup/RestoreRun.h"
 
+#include "stowline/backup/restore/LinkTrail.h"
+#include "stowline/backup/restore/LossTally.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/TreePlacer.h"
 #include "stowline/platform/desktop/Sha256.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <chrono>
 
 namespace stowline::backup {
@@ -34,6 +39,7 @@ public:
         } else {
             judge();
         }
+        summary_.losses = losses_.counts();
         summary_.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
         return summary_;
     }
@@ -45,6 +51,7 @@ private:
         const OriginKeeper keeper(reader, summary_.origin);
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
+        versions_.emplace(request_.choice.account, reader.tries());
         for (const std::string& path : request_.paths) {
             const Selection selection(path, request_.include, request_.exclude);
             if (!stop_.isRequested())
@@ -60,14 +67,21 @@ private:
             isAnything = true;
             return false;
         });
+        const std::string real = placeOfContent(selection.named(), items);
         if (!isAnything) {
             ++missing_;
             ++summary_.found;
-            tell({.path = selection.named(),
-                  .faults = {"Nothing of " + selection.named() + " is in run " +
-                             std::to_string(summary_.run) + "."}});
+            tell(
+                {.path = selection.named(),
+                 .faults = {"Nothing of " + selection.named() + " is in run " +
+                            std::to_string(summary_.run) +
+                            (real.empty() ? "." : "; what it led to is stored as " + real + ".")}});
             return;
         }
+        if (!real.empty() && std::ranges::find(request_.paths, real) == request_.paths.end())
+            summary_.notes.push_back(selection.named() +
+                                     " is a link. What it leads to is stored as " + real +
+                                     ", and only restored with that path.");
         int error = 0;
         const std::string above(parentOf(selection.named()));
         const auto folder = request_.target.value_or(above.empty() ? "/" : above);
@@ -81,6 +95,7 @@ private:
         const PlacingContext context{.request = request_,
                                      .root = *root,
                                      .source = source,
+                                     .versions = *versions_,
                                      .owners = owners_,
                                      .stop = stop_,
                                      .done = [this](const RestoredItem& item) { tell(item); },
@@ -93,6 +108,14 @@ private:
                                   platform::systemErrorText(refused) + ".");
     }
 
+    /// Where the run holds what a path leads to through links; empty when it is no such path, or
+    /// the run does not hold it.
+    [[nodiscard]] static std::string placeOfContent(const std::string& path, const ItemIndex& items)
+    {
+        const auto real = pathThroughLinks(items, path);
+        return real && *real != path && items.find(*real) ? *real : std::string();
+    }
+
     /// A dry run into a folder that is not there yet.
     void tellAll(const Selection& selection, const ItemIndex& items)
     {
@@ -100,6 +123,10 @@ private:
             const bool isFolder = stored.item.kind == ItemKind::folder;
             if (isFolder || selection.takes(stored.item.path)) {
                 find(stored);
+                if (auto refused = refusedDevice(stored.item, request_)) {
+                    tell(*refused);
+                    return true;
+                }
                 tell({.path = stored.item.path,
                       .kind = stored.item.kind,
                       .state = RestoredState::wouldRestore,
@@ -158,7 +185,11 @@ private:
         }
         const bool isInPlace =
             item.state == RestoredState::restored || item.state == RestoredState::unchanged;
-        summary_.incomplete += isInPlace && !item.faults.empty() ? 1 : 0;
+        const auto isRefusedByTarget = [](const Loss& loss) { return !loss.isNotAllowed; };
+        const bool isIncomplete = std::ranges::any_of(item.losses, isRefusedByTarget);
+        summary_.incomplete += isInPlace && isIncomplete ? 1 : 0;
+        summary_.withheld += isInPlace && !isIncomplete && !item.losses.empty() ? 1 : 0;
+        losses_.add(item.losses);
     }
 
     void look()
@@ -173,6 +204,9 @@ private:
     void judge()
     {
         const RestoreSummary& sum = summary_;
+        const auto counted = [](std::uint64_t count, const char* one, const char* many) {
+            return fmt::format("{} {}", count, count == 1 ? one : many);
+        };
         const std::uint64_t told =
             sum.restored + sum.unchanged + sum.skipped + sum.failed + sum.wouldRestore;
         if (sum.found != told) {
@@ -185,14 +219,14 @@ private:
         } else if (sum.badContent > 0) {
             summary_.end = ReadEnd::badContent;
             summary_.sentence = "The service has not what was stored of " +
-                                std::to_string(sum.badContent) + " files.";
+                                counted(sum.badContent, "file", "files") + ".";
         } else if (sum.failed > 0) {
             summary_.end = ReadEnd::someFailed;
-            summary_.sentence = std::to_string(sum.failed) + " items are not put back.";
+            summary_.sentence = counted(sum.failed, "item is", "items are") + " not put back.";
         } else if (sum.incomplete > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence =
-                "Of " + std::to_string(sum.incomplete) + " items not everything could be put back.";
+                "Of " + counted(sum.incomplete, "item", "items") + " the target does not take all.";
         } else {
             summary_.end = ReadEnd::done;
         }
@@ -202,34 +236,46 @@ private:
     RestoreObserver& observer_;
     const StopRequest& stop_;
     Owners owners_;
+    std::optional<VersionFinder> versions_;
     std::uint64_t missing_ = 0; ///< named paths that the run does not have
 
     std::mutex mutex_; ///< of what follows
     RestoreSummary summary_;
+    LossTally losses_;
     RestoreProgress progress_;
     steady_clock::time_point lastLook_;
 };
 
-void readFile(RunReader& reader, const std::string& path, ContentSummary& summary,
-              const std::function<bool(std::string_view)>& take)
+void readFile(RunReader& reader, const Account& account, const std::string& path,
+              ContentSummary& summary, const std::function<bool(std::string_view)>& take)
 {
     const RunReader::Tree tree = reader.readChosen();
-    auto stored = tree.items.find(path);
+    auto stored = tree.items.find(pathThroughLinks(tree.items, path).value_or(path));
     if (stored && !stored->sameFileAs.empty())
         stored = tree.items.find(stored->sameFileAs);
     if (!stored)
         throw RecordFault(RecordFault::Kind::notFound,
                           "There is no " + path + " in run " + std::to_string(tree.head.run) + ".");
-    if (!stored->content || stored->content->version.empty())
+    if (!stored->content)
         throw RecordFault(RecordFault::Kind::notFound,
                           path + " has no content in run " + std::to_string(tree.head.run) + ".");
     const StoredContent& content = *stored->content;
     if (content.kind != "plain")
         throw RecordFault(RecordFault::Kind::failed,
                           path + " is stored in a form that this program cannot read.");
+    VersionFinder versions(account, reader.tries());
+    const auto version = versions.versionFor(stored->item.path, content);
+    if (version.failure)
+        throw RecordFault(
+            version.failure->end == StepEnd::interrupted ? RecordFault::Kind::interrupted
+                                                         : RecordFault::Kind::temporary,
+            path + ": the service does not say which version it is. " + version.failure->reason);
+    if (version.version.empty())
+        throw RecordFault(RecordFault::Kind::damaged,
+                          path + ": the service has no such version any more.");
     platform::Sha256 digest;
     const auto failure =
-        reader.source().read(content.version, 0, content.storedSize, [&](std::string_view bytes) {
+        reader.source().read(version.version, 0, content.storedSize, [&](std::string_view bytes) {
             digest.update(bytes);
             summary.bytes += bytes.size();
             return take(bytes);
@@ -282,7 +328,7 @@ ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
     const auto failure = failureOf([&] {
         RunReader reader(choice, 0, partBytes, stop);
         const OriginKeeper keeper(reader, summary.origin);
-        readFile(reader, path, summary, take);
+        readFile(reader, choice.account, path, summary, take);
     });
     summary.end = failure ? failure->end : ReadEnd::done;
     summary.sentence = failure ? failure->sentence : "";

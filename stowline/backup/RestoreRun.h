@@ -51,15 +51,33 @@ enum class RestoredState {
 /// The name of a state in output: "would-restore".
 [[nodiscard]] const char* nameOf(RestoredState state);
 
+/// What of an item does not come back, although the item does.
+enum class LossKind { owner, group, setId, capabilities, attribute, mode, time, device };
+
+struct Loss {
+    LossKind kind = LossKind::owner;
+    /// This user may not put it back, or did not ask for it; else the target does not take it.
+    bool isNotAllowed = false;
+    std::string sentence; ///< about this item
+};
+
+/// What of all items does not come back, kind by kind.
+struct LossCount {
+    LossKind kind = LossKind::owner;
+    bool isNotAllowed = false;
+    std::uint64_t items = 0;
+    std::string sentence; ///< for people; of more than one it names the first
+};
+
 /// What came of one item.
 struct RestoredItem {
     std::string path; ///< as it is stored
     ItemKind kind = ItemKind::file;
     RestoredState state = RestoredState::failed;
-    std::uint64_t bytes = 0;   ///< of a file's content
-    bool isBadContent = false; ///< failed because the service has not what was stored
-    /// Sentences: why it failed, or what of its metadata could not be put back.
-    std::vector<std::string> faults;
+    std::uint64_t bytes = 0;         ///< of a file's content
+    bool isBadContent = false;       ///< failed because the service has not what was stored
+    std::vector<std::string> faults; ///< sentences: why it failed
+    std::vector<Loss> losses;        ///< what of it could not be put back; of a skipped device: it
 };
 
 struct RestoreProgress {
@@ -93,8 +111,11 @@ struct RestoreSummary {
     std::uint64_t failed = 0;
     std::uint64_t wouldRestore = 0;
     std::uint64_t badContent = 0; ///< of those failed
-    std::uint64_t incomplete = 0; ///< put back, but not all of their metadata
-    std::uint64_t bytes = 0;      ///< of content put in place
+    std::uint64_t incomplete = 0; ///< put back, but the target does not take all of their metadata
+    std::uint64_t withheld = 0; ///< put back, but this user may not put back all of their metadata
+    std::vector<LossCount> losses;
+    std::vector<std::string> notes; ///< sentences that people should know, besides those of origin
+    std::uint64_t bytes = 0;        ///< of content put in place
     std::uint64_t fetchedBytes = 0;
     double seconds = 0;
 };
@@ -106,8 +127,9 @@ struct RestoreSummary {
 [[nodiscard]] RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,
                                         const StopRequest& stop) noexcept;
 
-/// Hands a stored file's content to a function that returns whether it wants more. Nothing is
-/// thrown. The digest is known to be right only when the end is `done`.
+/// Hands a stored file's content to a function that returns whether it wants more; links are
+/// followed as the run recorded them. Nothing is thrown. The digest is known to be right only when
+/// the end is `done`.
 struct ContentSummary {
     ReadEnd end = ReadEnd::failed;
     std::string sentence;

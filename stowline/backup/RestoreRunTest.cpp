@@ -4,8 +4,10 @@
 #include "stowline/backup/VerifyRun.h"
 #include "stowline/backup/record/RecordChain.h"
 #include "stowline/backup/record/ServicePlace.h"
+#include "stowline/backup/restore/FilePlacer.h"
 #include "stowline/backup/tree/TreeWalk.h"
 #include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
@@ -467,11 +469,108 @@ TEST(RestoreRun, GoesOnWithWhatWasCutOff)
     // What was left is not what was stored.
     fs::remove(stored.target.path() / "tree/large");
     stored.target.write("tree/" + gathering, "something else");
-    stored.target.write("tree/.stowline-restore-0123456789abcdef", "of another content");
     const auto anew = stored.restore();
     EXPECT_EQ(anew.end, ReadEnd::done) << anew.sentence;
     EXPECT_TRUE(platform::readFile(stored.target.path() / "tree/large") == content);
     EXPECT_FALSE(hasGatherings(stored.target.path()));
+}
+
+TEST(RestoreRun, TakesAwayOnlyWhatRestoresLeftThemselves)
+{
+    Stored stored;
+    const std::string item = ".stowline-restore-0123456789abcdef";
+    const std::string own = ".stowline-restore-fedcba9876543210";
+    const std::string left = ".stowline-restore-00112233445566ff";
+    stored.machine.write("tree/" + item, "an item of the run");
+    stored.machine.write("tree/a", "a");
+    stored.run();
+    const fs::path tree = stored.target.path() / "tree";
+    stored.target.write("tree/" + own, "the user's own");
+    stored.target.write("tree/" + left, "of another content");
+    if (setxattr((tree / left).c_str(), "user.stowline.gathering", "1", 1, 0) != 0)
+        GTEST_SKIP() << "the file system of the tests keeps no extended attributes";
+    for (int i = 0; i < 2; ++i) {
+        const auto summary = stored.restore();
+        EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence;
+        EXPECT_EQ(platform::readFile(tree / item), "an item of the run");
+        EXPECT_EQ(platform::readFile(tree / own), "the user's own");
+        EXPECT_FALSE(fs::exists(tree / left));
+    }
+    fs::remove(tree / own);
+    EXPECT_EQ(stored.restore().end, ReadEnd::done); // the time of the folder
+    EXPECT_EQ(stored.differences(), "");            // no mark either
+}
+
+TEST(RestoreRun, AnItemThatHasTheNameOfAGatheringOfAnotherIsNotWrittenOver)
+{
+    Stored stored;
+    stored.machine.write("tree/a", "hello");
+    const std::string gathering = gatheringName("a", platform::Sha256::of("hello"));
+    stored.machine.write("tree/" + gathering, "precious");
+    stored.run();
+    const auto summary = stored.restore();
+    EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence << stored.faultText();
+    EXPECT_EQ(stored.differences(), "");
+}
+
+TEST(RestoreRun, PutsHardLinksOfLinksAndPipesBackAsSuch)
+{
+    Stored stored;
+    const fs::path tree = stored.folder();
+    stored.machine.write("tree/sub/file", "f");
+    ASSERT_EQ(symlink("nowhere", (tree / "link").c_str()), 0);
+    ASSERT_EQ(mkfifo((tree / "pipe").c_str(), 0600), 0);
+    ASSERT_EQ(linkat(AT_FDCWD, (tree / "link").c_str(), AT_FDCWD, (tree / "sub/link").c_str(), 0),
+              0);
+    ASSERT_EQ(link((tree / "pipe").c_str(), (tree / "sub/pipe").c_str()), 0);
+    stored.run();
+    for (int i = 0; i < 2; ++i) {
+        const auto summary = stored.restore();
+        EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence << stored.faultText();
+        EXPECT_EQ(summary.unchanged, i == 0 ? 0U : summary.found);
+        const fs::path back = stored.target.path() / "tree";
+        for (const char* name : {"link", "pipe"}) {
+            struct stat first {};
+            struct stat further {};
+            ASSERT_EQ(lstat((back / name).c_str(), &first), 0);
+            ASSERT_EQ(lstat((back / "sub" / name).c_str(), &further), 0);
+            EXPECT_EQ(first.st_ino, further.st_ino) << name;
+        }
+    }
+    // The first name is left out: the content comes back all the same.
+    fs::remove_all(stored.target.path() / "tree");
+    const auto part = stored.restore([](auto& request) { request.exclude = {"/link", "/pipe"}; });
+    EXPECT_EQ(part.end, ReadEnd::done) << part.sentence << stored.faultText();
+    EXPECT_EQ(fs::read_symlink(stored.target.path() / "tree/sub/link"), "nowhere");
+    EXPECT_TRUE(fs::is_fifo(stored.target.path() / "tree/sub/pipe"));
+}
+
+TEST(RestoreRun, SaysOnceAKindWhatItLeavesOut)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can make devices";
+    Stored stored;
+    stored.machine.write("tree/a", "a");
+    for (const char* name : {"null", "zero", "full"})
+        ASSERT_EQ(mknod((stored.folder() / name).c_str(), S_IFCHR | 0600, 0x103), 0)
+            << "devices cannot be made here";
+    stored.run();
+    const auto check = [&stored](const RestoreSummary& summary) {
+        EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence;
+        EXPECT_EQ(summary.skipped, 3U);
+        ASSERT_EQ(summary.losses.size(), 1U);
+        EXPECT_EQ(summary.losses[0].items, 3U);
+        EXPECT_TRUE(summary.losses[0].sentence.starts_with("3 devices are left out"))
+            << summary.losses[0].sentence;
+        EXPECT_EQ(stored.faultText(), "");
+    };
+    // Also where the target is not there yet, and nothing is done.
+    check(stored.restore([](auto& request) {
+        request.isDryRun = true;
+        request.target = *request.target / "new";
+    }));
+    check(stored.restore());
+    EXPECT_EQ(stored.restore([](auto& request) { request.restoresDevices = true; }).restored, 4U);
 }
 
 TEST(RestoreRun, SaysThatNothingIsRecordedOrThatThereIsNoSuchRun)

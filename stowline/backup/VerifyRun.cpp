@@ -1,6 +1,7 @@
 #include "stowline/backup/VerifyRun.h"
 
 #include "stowline/backup/restore/RunReader.h"
+#include "stowline/backup/restore/VersionFinder.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -101,6 +102,7 @@ private:
         const OriginKeeper keeper(reader, summary_.origin);
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
+        versions_.emplace(request_.choice.account, reader.tries());
         std::vector<Wanted> batch;
         tree.items.forEach("/", [&](const StoredItem& stored) {
             files_ += stored.content ? 1 : 0;
@@ -119,19 +121,12 @@ private:
             check(reader, batch);
     }
 
-    void check(RunReader& reader, const std::vector<Wanted>& batch)
+    void check(RunReader& reader, std::vector<Wanted>& batch)
     {
+        std::erase_if(batch, [this](Wanted& wanted) { return !completeVersion(wanted); });
         const Answers answers = askedFor(reader, batch);
         std::vector<const Wanted*> toRead;
         for (const Wanted& wanted : batch) {
-            if (wanted.content.version.empty()) {
-                tell({.kind = VerifyFinding::Kind::unknown,
-                      .path = wanted.path,
-                      .firstRun = wanted.content.run,
-                      .sentence = wanted.path + ": the service never told the number of its "
-                                                "version"});
-                continue;
-            }
             const auto answer = answers.find(wanted.content.version);
             auto finding = judged(wanted, answer == answers.end() ? nullptr : &answer->second);
             if (finding)
@@ -144,12 +139,29 @@ private:
         readAll(reader, toRead);
     }
 
+    /// Asks for a version that was never told. @return false: there is none, which is told
+    bool completeVersion(Wanted& wanted)
+    {
+        const auto found = versions_->versionFor(wanted.path, wanted.content);
+        wanted.content.version = found.version;
+        if (!found.version.empty())
+            return true;
+        using Kind = VerifyFinding::Kind;
+        tell({.kind = found.failure ? Kind::unknown : Kind::missing,
+              .path = wanted.path,
+              .firstRun = wanted.content.run,
+              .sentence = wanted.path + (found.failure ? ": the service does not say which version "
+                                                         "it is"
+                                                       : ": the service has no such version any "
+                                                         "more")});
+        return false;
+    }
+
     Answers askedFor(RunReader& reader, const std::vector<Wanted>& batch)
     {
         std::string numbers;
         for (const Wanted& wanted : batch) {
-            if (!wanted.content.version.empty())
-                numbers += (numbers.empty() ? "" : ",") + wanted.content.version;
+            numbers += (numbers.empty() ? "" : ",") + wanted.content.version;
         }
         const Account& account = request_.choice.account;
         std::optional<Value> answer;
@@ -278,6 +290,7 @@ private:
     const StopRequest& stop_;
     std::minstd_rand random_{std::random_device{}()};
     std::uint64_t files_ = 0;
+    std::optional<VersionFinder> versions_;
 
     std::mutex mutex_; ///< of the summary
     VerifySummary summary_;

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace stowline {
 namespace {
@@ -194,6 +197,150 @@ TEST_F(Machines, OfOneNameAreNeverGuessed)
     EXPECT_EQ(several.status, 2) << several.errors;
     EXPECT_EQ(several.output, "");
     EXPECT_NE(several.errors.find("--chain"), std::string::npos) << several.errors;
+}
+
+TEST(Restore, OfALinkThatWasNamedSaysWhereItsContentIs)
+{
+    const BackedUp account;
+    account.write({{"real/file", "content"}});
+    const fs::path link = account.folder.path() / "link";
+    fs::create_directory_symlink("real", link);
+    ASSERT_EQ(account.run({"backup", link, "--system", "iMac"}).status, 0);
+    const fs::path target = account.command.home().path() / "back";
+    const auto restored =
+        account.run({"restore", link, "--machine", "iMac", "--to", target.string()});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_EQ(fs::read_symlink(target / "link"), "real");
+    const std::string real = account.folder.path() / "real";
+    EXPECT_NE(restored.errors.find("is stored as " + real), std::string::npos) << restored.errors;
+    const auto through =
+        account.run({"restore", link / "file", "--machine", "iMac", "--to", target.string()});
+    EXPECT_EQ(through.status, 4);
+    EXPECT_NE(through.errors.find("is stored as " + real + "/file"), std::string::npos)
+        << through.errors;
+    EXPECT_EQ(account.run({"cat", link / "file", "--machine", "iMac"}).output, "content");
+    // Both of them: all is there, and nothing is left to be said.
+    const auto both =
+        account.run({"restore", link, real, "--machine", "iMac", "--to", target.string()});
+    EXPECT_EQ(both.errors.find("is a link"), std::string::npos) << both.errors;
+    EXPECT_EQ(platform::readFile(target / "link/file"), "content");
+}
+
+/// A chain of folders, as deep as given, with a file at its end; made and read step by step.
+class DeepTree {
+public:
+    explicit DeepTree(const fs::path& top, bool makes) : at_(open(top.c_str(), O_PATH))
+    {
+        for (int depth = 0; depth < kDepth && at_ >= 0; ++depth) {
+            if (makes)
+                (void)mkdirat(at_, kName.c_str(), 0755);
+            const int next = openat(at_, kName.c_str(), O_PATH | O_NOFOLLOW);
+            close(at_);
+            at_ = next;
+        }
+        if (makes)
+            close(openat(at_, "file", O_WRONLY | O_CREAT, 0644));
+    }
+    ~DeepTree() { close(at_); }
+    DeepTree(const DeepTree&) = delete;
+    DeepTree& operator=(const DeepTree&) = delete;
+
+    [[nodiscard]] bool hasFile() const { return faccessat(at_, "file", F_OK, 0) == 0; }
+
+private:
+    static constexpr int kDepth = 40;
+    inline static const std::string kName = std::string(200, 'd');
+    int at_ = -1;
+};
+
+TEST(Restore, OfPathsThatAreLongerThanTheSystemTakesAtOnce)
+{
+    const BackedUp account;
+    ASSERT_TRUE(DeepTree(account.folder.path(), true).hasFile());
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path target = account.command.home().path() / "back";
+    const Words words{"restore", account.folder.path(), "--machine", "iMac", "--to", target,
+                      "--json"};
+    const auto restored = account.run(words);
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_TRUE(DeepTree(target / account.folder.path().filename(), false).hasFile());
+    const auto again = account.run(words);
+    EXPECT_EQ(again.status, 0) << again.errors;
+    EXPECT_EQ(field(again, "restored"), 0);
+}
+
+TEST(Restore, ByAnotherUserIsASuccessAndSaysOnceThatOwnersStayAway)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can act as another user";
+    const BackedUp account;
+    account.write({{"a", "1"}, {"b", "2"}, {"c/d", "3"}});
+    ASSERT_EQ(chmod((account.folder.path() / "a").c_str(), 04755), 0);
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path home = account.command.home().path() / "nobody";
+    fs::create_directories(home);
+    ASSERT_EQ(chown(home.c_str(), 65534, 65534), 0);
+    const fs::path bundle = account.server.bundle();
+    for (const fs::path& folder : {account.command.home().path(), bundle.parent_path(), bundle})
+        fs::permissions(folder, fs::perms::all);
+    for (const auto& entry : fs::recursive_directory_iterator(bundle))
+        fs::permissions(entry, fs::perms::all);
+    auto run = account.command.run(
+        {"restore", account.folder.path(), "--machine", "iMac", "--to", home / "back", "--json"},
+        account.environment());
+    run.environment["HOME"] = home;
+    run.words.insert(run.words.begin(),
+                     {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "failed"), 0);
+    EXPECT_EQ(field(result, "incomplete"), 0);
+    EXPECT_EQ(field(result, "withheld"), field(result, "found")) << result.output;
+    // One sentence for owners, one for groups, one for the set-id bit, one for whose runs they are.
+    const fs::path back = home / "back" / account.folder.path().filename();
+    EXPECT_EQ(platform::readFile(back / "c/d"), "3");
+    struct stat status {};
+    ASSERT_EQ(stat((back / "a").c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, 65534U);
+    EXPECT_EQ(status.st_mode & 07777U, 0755U);
+    std::size_t owners = 0;
+    for (auto at = result.errors.find("owner"); at != std::string::npos;
+         at = result.errors.find("\n", at) == std::string::npos
+                  ? std::string::npos
+                  : result.errors.find("owner", result.errors.find("\n", at)))
+        ++owners;
+    EXPECT_LE(owners, 2U) << result.errors; // that of the set-id bit says why
+    EXPECT_NE(result.errors.find("since only root may do that"), std::string::npos)
+        << result.errors;
+}
+
+TEST(Restore, SaysWhereItIsNotConfigured)
+{
+    const BackedUp account;
+    account.write({{"a", "a"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
+    const auto edited = test::runProgram({{"/usr/bin/python3", "-c",
+                                           "import plistlib, sys\n"
+                                           "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                                           "assert tables['WebRequests'].pop('DownloadFilePart')\n"
+                                           "assert tables['WebServices'].pop('GetRestoreTicket')\n"
+                                           "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
+                                           settings.string()}});
+    ASSERT_EQ(edited.status, 0) << edited.errors;
+    for (const Words& words : {Words{"restore", "/", "--to", "/nowhere"}, Words{"verify"},
+                               Words{"runs"}, Words{"cat", "/a"}}) {
+        const auto result = account.run(words);
+        EXPECT_EQ(result.status, 10) << words[0];
+        EXPECT_NE(result.errors.find("estoring is not configured"), std::string::npos)
+            << result.errors;
+    }
+    const auto doctor = account.run({"doctor"});
+    EXPECT_NE(doctor.output.find("restoring is not configured"), std::string::npos)
+        << doctor.output;
+    const auto check = account.run({"settings", "check"});
+    EXPECT_NE((check.output + check.errors).find("estoring is not configured"), std::string::npos)
+        << check.errors;
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 namespace stowline::backup {
 
@@ -23,11 +24,23 @@ std::string because(const std::string& path, const std::string& what, int error)
     return path + ": " + what + ": " + platform::systemErrorText(error) + ".";
 }
 
+constexpr std::uint32_t kOwnerWrites = 0200;
+
 } // namespace
 
-std::string gatheringName(const std::string& name, const std::string& digest)
+void takeOutcome(MetadataOutcome& outcome, RestoredItem& report)
 {
-    const std::string mark = platform::Sha256::of(name + '\0' + digest);
+    std::ranges::move(outcome.losses, std::back_inserter(report.losses));
+    if (outcome.fault.empty())
+        return;
+    report.state = RestoredState::failed;
+    report.faults.push_back(std::move(outcome.fault));
+}
+
+std::string gatheringName(const std::string& name, const std::string& digest, unsigned attempt)
+{
+    const std::string more = attempt == 0 ? "" : '\0' + std::to_string(attempt);
+    const std::string mark = platform::Sha256::of(name + '\0' + digest + more);
     return std::string(kGathering) + mark.substr(0, kGatheringDigits);
 }
 
@@ -35,6 +48,15 @@ bool isGatheringName(std::string_view name)
 {
     return name.size() == kGathering.size() + kGatheringDigits && name.starts_with(kGathering) &&
            name.find_first_not_of("0123456789abcdef", kGathering.size()) == std::string_view::npos;
+}
+
+void removeLeftGathering(const platform::TargetFolder& folder, const std::string& name)
+{
+    int error = 0;
+    const auto file = folder.openFile(name, error);
+    const auto status = file ? file->status() : std::nullopt;
+    if (status && status->owner == platform::ownUserNumber() && file->lock())
+        (void)folder.remove(name);
 }
 
 void FilePlacer::place(const FileTask& task)
@@ -102,7 +124,8 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
     }
     MetadataOutcome outcome = putMetadata(folder, task.name, item, context_.owners);
     report.state = outcome.hasChanged ? RestoredState::restored : RestoredState::unchanged;
-    report.faults = std::move(outcome.faults);
+    takeOutcome(outcome, report);
+    removeLeftGathering(folder, task.temporary);
     context_.gathered(static_cast<std::int64_t>(report.bytes));
     report.bytes = 0; // no content was put there
     return true;
@@ -157,8 +180,11 @@ std::optional<platform::TargetFile> FilePlacer::openGathering(const platform::Ta
 void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFolder> folder,
                         RestoredItem report)
 {
-    const std::string temporary = gatheringName(task.name, task.stored.content->digest);
+    const std::string& temporary = task.temporary;
     auto file = openGathering(*folder, temporary, report);
+    // Whoever finds it knows by that what it is. Some file systems keep no attributes.
+    if (file)
+        (void)folder->setAttribute(temporary, kGatheringMark, "1");
     bool isKept = false;
     if (!file || !fill(task, *file, report, isKept)) {
         if (file && !isKept)
@@ -166,7 +192,11 @@ void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFo
         context_.done(std::move(report));
         return;
     }
-    report.faults = putMetadata(*folder, temporary, task.stored.item, context_.owners).faults;
+    // Of a file that it may not write, its owner could not take the mark away later.
+    const bool keepsMark = (task.stored.item.mode & kOwnerWrites) != 0;
+    MetadataOutcome outcome =
+        putMetadata(*folder, temporary, task.stored.item, context_.owners, keepsMark);
+    takeOutcome(outcome, report);
     enqueue({std::move(folder), std::move(*file), temporary, task.name, std::move(report)});
 }
 
@@ -179,13 +209,16 @@ bool FilePlacer::fill(const FileTask& task, const platform::TargetFile& file, Re
                                 task.stored.content->kind + "\", which this program cannot read.");
         return false;
     }
+    const std::string version = versionFor(task, report, isKept);
+    if (version.empty())
+        return false;
     const auto status = file.status();
     std::uint64_t from = status ? status->size : 0;
     if (from > task.stored.content->storedSize)
         from = 0;
     for (int filling = 0; filling < kMostFillings; ++filling) {
         bool isDigestWrong = false;
-        if (fillOnce(task, file, from, report, isKept, isDigestWrong))
+        if (fillOnce(task, version, file, from, report, isKept, isDigestWrong))
             return true;
         if (!isDigestWrong)
             return false;
@@ -196,9 +229,25 @@ bool FilePlacer::fill(const FileTask& task, const platform::TargetFile& file, Re
     return false;
 }
 
-bool FilePlacer::fillOnce(const FileTask& task, const platform::TargetFile& file,
-                          std::uint64_t from, RestoredItem& report, bool& isKept,
-                          bool& isDigestWrong)
+/// @return empty when there is none; the report says why
+std::string FilePlacer::versionFor(const FileTask& task, RestoredItem& report, bool& isKept)
+{
+    VersionFinder::Answer answer = context_.versions.versionFor(report.path, *task.stored.content);
+    if (answer.failure) {
+        isKept = answer.failure->end == StepEnd::temporary ||
+                 answer.failure->end == StepEnd::interrupted;
+        report.faults.push_back(report.path + ": the service does not say which version it is. " +
+                                answer.failure->reason);
+    } else if (answer.version.empty()) {
+        report.isBadContent = true;
+        report.faults.push_back(report.path + ": the service has no such version any more.");
+    }
+    return answer.version;
+}
+
+bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
+                          const platform::TargetFile& file, std::uint64_t from,
+                          RestoredItem& report, bool& isKept, bool& isDigestWrong)
 {
     const StoredContent& content = *task.stored.content;
     platform::Sha256 digest;
@@ -222,8 +271,8 @@ bool FilePlacer::fillOnce(const FileTask& task, const platform::TargetFile& file
     context_.gathered(counted);
     std::optional<FetchFailure> failure;
     if (writeError == 0)
-        failure = context_.source.read(
-            content.version, at, content.storedSize, [&](std::string_view bytes) {
+        failure =
+            context_.source.read(version, at, content.storedSize, [&](std::string_view bytes) {
                 digest.update(bytes);
                 writeError = file.writeAt(at, bytes);
                 at += bytes.size();
@@ -286,10 +335,12 @@ void FilePlacer::giveNames(std::vector<Gathered> batch)
         const auto status = gathered.file.status();
         if (!rootDevice || !status || status->device != rootDevice->device)
             error = gathered.file.synchronize();
+        (void)gathered.folder->removeAttribute(gathered.temporary, kGatheringMark);
         if (error == 0)
             error = gathered.folder->rename(gathered.temporary, gathered.name);
         if (error == 0) {
-            gathered.report.state = RestoredState::restored;
+            if (gathered.report.faults.empty())
+                gathered.report.state = RestoredState::restored;
         } else {
             gathered.report.faults.push_back(
                 because(gathered.report.path, "it cannot be put in its place", error));

@@ -4,6 +4,7 @@
 #include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/index/StoredItem.h"
 #include "stowline/backup/restore/Metadata.h"
+#include "stowline/backup/restore/VersionFinder.h"
 #include "stowline/backup/transfer/ContentSource.h"
 #include "stowline/platform/files/TargetFolder.h"
 
@@ -19,15 +20,23 @@ namespace stowline::backup {
 
 /// The name beside a file under which its content is gathered. The same for the same name and
 /// content, so that what was cut off is gone on with.
-[[nodiscard]] std::string gatheringName(const std::string& name, const std::string& digest);
-/// Whether a name is one of those.
+/// @param attempt another one for each
+[[nodiscard]] std::string gatheringName(const std::string& name, const std::string& digest,
+                                        unsigned attempt = 0);
+/// Whether a name has the form of those.
 [[nodiscard]] bool isGatheringName(std::string_view name);
+/// Takes away a file that a restore left that was killed; not one that is being gathered.
+void removeLeftGathering(const platform::TargetFolder& folder, const std::string& name);
+
+/// Adds what putting back an item's metadata came to to the report on it, which has its state.
+void takeOutcome(MetadataOutcome& outcome, RestoredItem& report);
 
 /// A file on its way.
 struct FileTask {
     StoredItem stored;
     std::string folder; ///< relative to the root; empty: the root
     std::string name;
+    std::string temporary; ///< its gathering name, which no item of the run has
 };
 
 /// What all files of a restore share.
@@ -35,6 +44,7 @@ struct PlacingContext {
     const RestoreRequest& request;
     const platform::TargetFolder& root;
     ContentSource& source;
+    VersionFinder& versions;
     Owners& owners;
     const StopRequest& stop;
     std::function<void(RestoredItem)> done;     ///< any thread
@@ -73,9 +83,10 @@ private:
                   RestoredItem& report) const;
     [[nodiscard]] bool fill(const FileTask& task, const platform::TargetFile& file,
                             RestoredItem& report, bool& isKept);
-    [[nodiscard]] bool fillOnce(const FileTask& task, const platform::TargetFile& file,
-                                std::uint64_t from, RestoredItem& report, bool& isKept,
-                                bool& isDigestWrong);
+    [[nodiscard]] bool fillOnce(const FileTask& task, const std::string& version,
+                                const platform::TargetFile& file, std::uint64_t from,
+                                RestoredItem& report, bool& isKept, bool& isDigestWrong);
+    [[nodiscard]] std::string versionFor(const FileTask& task, RestoredItem& report, bool& isKept);
     void enqueue(Gathered gathered);
     void giveNames(std::vector<Gathered> gathered);
 

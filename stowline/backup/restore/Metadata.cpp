@@ -1,5 +1,6 @@
 #include "stowline/backup/restore/Metadata.h"
 
+#include <cerrno>
 #include <optional>
 
 namespace stowline::backup {
@@ -14,8 +15,9 @@ constexpr std::string_view kCapabilities = "security.capability";
 /// One item on its way to what its record says.
 class Putting {
 public:
-    Putting(const platform::TargetFolder& folder, const std::string& name, const ItemRecord& item)
-        : folder_(folder), name_(name), item_(item)
+    Putting(const platform::TargetFolder& folder, const std::string& name, const ItemRecord& item,
+            bool keepsMark)
+        : folder_(folder), name_(name), item_(item), keepsMark_(keepsMark)
     {
     }
 
@@ -24,7 +26,7 @@ public:
         int error = 0;
         const auto found = name_.empty() ? folder_.status() : folder_.find(name_, error);
         if (!found) {
-            fault("cannot be looked at", error);
+            outcome_.fault = sentence("it cannot be looked at", error);
             return std::move(outcome_);
         }
         now_ = *found;
@@ -37,11 +39,23 @@ public:
     }
 
 private:
-    void fault(const std::string& what, int error)
+    [[nodiscard]] std::string sentence(const std::string& what, int error) const
     {
-        outcome_.faults.push_back(
-            item_.path + ": " + what +
-            (error == 0 ? "." : ": " + platform::systemErrorText(error) + "."));
+        return item_.path + ": " + what +
+               (error == 0 ? "." : ": " + platform::systemErrorText(error) + ".");
+    }
+
+    /// @param error of the system; 0: it was not even tried
+    void lose(LossKind kind, const std::string& what, int error)
+    {
+        const bool isNotAllowed = error == EPERM && platform::ownUserNumber() != 0;
+        outcome_.losses.push_back({kind, isNotAllowed, sentence(what, error)});
+    }
+
+    /// What comes only together with an owner that did not come.
+    void loseWithOwner(LossKind kind, const std::string& what)
+    {
+        outcome_.losses.push_back({kind, isOwnerNotAllowed_, sentence(what, 0)});
     }
 
     void putOwner(std::uint32_t owner, std::uint32_t group)
@@ -59,10 +73,13 @@ private:
         }
         if (!isGroupRight_)
             isGroupRight_ = folder_.setOwner(name_, kUnchanged, group) == 0;
+        isOwnerNotAllowed_ = error == EPERM && platform::ownUserNumber() != 0;
         if (!isOwnerRight_)
-            fault("the owner " + nameOr(item_.ownerName, owner) + " cannot be put back", error);
+            lose(LossKind::owner,
+                 "the owner " + nameOr(item_.ownerName, owner) + " cannot be put back", error);
         if (!isGroupRight_)
-            fault("the group " + nameOr(item_.groupName, group) + " cannot be put back", error);
+            lose(LossKind::group,
+                 "the group " + nameOr(item_.groupName, group) + " cannot be put back", error);
     }
 
     static std::string nameOr(const std::string& name, std::uint32_t number)
@@ -83,21 +100,25 @@ private:
             if (there != before.end() && there->second == wanted.value)
                 continue;
             if (wanted.name == kCapabilities && !isOwnerRight_) {
-                fault("its capabilities are left away, since its owner is another one", 0);
+                loseWithOwner(LossKind::capabilities,
+                              "its capabilities are left away, since its owner is another one");
                 continue;
             }
             outcome_.hasChanged = true;
             if (const int refused = folder_.setAttribute(name_, wanted.name, wanted.value))
-                fault("the extended attribute " + wanted.name + " cannot be put back", refused);
+                lose(LossKind::attribute,
+                     "the extended attribute " + wanted.name + " cannot be put back", refused);
         }
         for (const auto& [name, value] : extra) {
             const bool isOurs = name.starts_with("user.") ||
                                 name.starts_with("system.posix_acl_") || name == kCapabilities;
-            if (!isOurs) // the system's own, as labels are
+            if (!isOurs ||
+                (keepsMark_ && name == kGatheringMark)) // the system's own, as labels are
                 continue;
             outcome_.hasChanged = true;
             if (const int refused = folder_.removeAttribute(name_, name))
-                fault("the extended attribute " + name + " cannot be taken away", refused);
+                lose(LossKind::attribute,
+                     "the extended attribute " + name + " cannot be taken away", refused);
         }
     }
 
@@ -109,12 +130,13 @@ private:
         if ((mode & kSetGroupId) != 0 && !isGroupRight_ && item_.kind != ItemKind::folder)
             mode &= ~kSetGroupId;
         if (mode != item_.mode)
-            fault("its set-id bits are left away, since its owner is another one", 0);
+            loseWithOwner(LossKind::setId,
+                          "its set-id bits are left away, since its owner is another one");
         if (mode == now_.mode && !isModeLost_)
             return;
         outcome_.hasChanged = true;
         if (const int refused = folder_.setMode(name_, mode))
-            fault("its mode cannot be put back", refused);
+            lose(LossKind::mode, "its mode cannot be put back", refused);
     }
 
     void putModified()
@@ -125,7 +147,7 @@ private:
             return;
         outcome_.hasChanged = true;
         if (const int refused = folder_.setModified(name_, wanted.seconds, wanted.nanoseconds))
-            fault("its time cannot be put back", refused);
+            lose(LossKind::time, "its time cannot be put back", refused);
     }
 
     const platform::TargetFolder& folder_;
@@ -134,7 +156,9 @@ private:
     platform::TargetStatus now_;
     bool isOwnerRight_ = false;
     bool isGroupRight_ = false;
+    bool isOwnerNotAllowed_ = false;
     bool isModeLost_ = false;
+    const bool keepsMark_;
     MetadataOutcome outcome_;
 };
 
@@ -164,9 +188,9 @@ std::uint32_t Owners::group(const ItemRecord& item)
 }
 
 MetadataOutcome putMetadata(const platform::TargetFolder& folder, const std::string& name,
-                            const ItemRecord& item, Owners& owners)
+                            const ItemRecord& item, Owners& owners, bool keepsMark)
 {
-    return Putting(folder, name, item).put(owners.owner(item), owners.group(item));
+    return Putting(folder, name, item, keepsMark).put(owners.owner(item), owners.group(item));
 }
 
 } // namespace stowline::backup

@@ -1,6 +1,7 @@
 // Putting back what an item has besides its content.
 #pragma once
 
+#include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/platform/files/TargetFolder.h"
 
@@ -25,15 +26,21 @@ private:
 };
 
 struct MetadataOutcome {
-    bool hasChanged = false;         ///< something was not as it should be
-    std::vector<std::string> faults; ///< a sentence for each thing that could not be put back
+    bool hasChanged = false; ///< something was not as it should be
+    std::vector<Loss> losses;
+    std::string fault; ///< the item cannot be looked at; else empty
 };
+
+/// The extended attribute that a file which is being gathered bears, where the file system keeps
+/// any.
+inline constexpr const char* kGatheringMark = "user.stowline.gathering";
 
 /// Makes owner, mode, extended attributes and times of an item those of a record. Set-id bits and
 /// capabilities come only together with the owner.
 /// @param name in the folder; empty: the folder itself
+/// @param keepsMark whether kGatheringMark stays
 [[nodiscard]] MetadataOutcome putMetadata(const platform::TargetFolder& folder,
                                           const std::string& name, const ItemRecord& item,
-                                          Owners& owners);
+                                          Owners& owners, bool keepsMark = false);
 
 } // namespace stowline::backup

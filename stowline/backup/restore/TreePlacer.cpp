@@ -14,6 +14,8 @@ using platform::TargetKind;
 constexpr std::uint32_t kOwnersOwn = 0700;
 constexpr std::uint32_t kNewFolder = 0755;
 
+constexpr const char* kNoContent = "special"; ///< in the place of a digest
+
 bool isDevice(ItemKind kind)
 {
     return kind == ItemKind::characterDevice || kind == ItemKind::blockDevice;
@@ -42,16 +44,34 @@ TargetKind targetKind(ItemKind kind)
 
 } // namespace
 
+std::optional<RestoredItem> refusedDevice(const ItemRecord& item, const RestoreRequest& request)
+{
+    if (!isDevice(item.kind))
+        return std::nullopt;
+    RestoredItem report{.path = item.path, .kind = item.kind};
+    if (!request.restoresDevices) {
+        report.state = RestoredState::skipped;
+        report.losses.push_back(
+            {LossKind::device, true,
+             item.path + ": devices are only put back when that is asked for."});
+        return report;
+    }
+    if (platform::mayMakeDevices())
+        return std::nullopt;
+    report.faults.push_back(item.path + ": this user may not make devices.");
+    return report;
+}
+
 TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
                        const Selection& selection)
     : context_(context), items_(items), selection_(selection), files_(context_)
 {
     context_.done = [this, done = context.done](RestoredItem report) {
-        if (report.kind == ItemKind::file && report.state != RestoredState::restored &&
+        if (report.kind != ItemKind::folder && report.state != RestoredState::restored &&
             report.state != RestoredState::unchanged) {
             const std::lock_guard lock(mutex_);
             notInPlace_.insert(report.path);
-            mayGoOnLater_ = true;
+            mayGoOnLater_ = mayGoOnLater_ || report.kind == ItemKind::file;
         }
         done(std::move(report));
     };
@@ -129,10 +149,12 @@ void TreePlacer::take(const StoredItem& stored)
     const ItemRecord& item = stored.item;
     if (item.kind == ItemKind::folder)
         takeFolder(stored);
-    else if (item.kind != ItemKind::file)
-        takeSpecial(stored);
+    else if (auto refused = refusedDevice(item, context_.request))
+        tell(std::move(*refused));
     else if (!stored.sameFileAs.empty())
         furtherNames_.push_back(item.path);
+    else if (item.kind != ItemKind::file)
+        takeSpecial(stored);
     else
         takeFile(stored);
 }
@@ -201,12 +223,20 @@ void TreePlacer::takeFile(const StoredItem& stored)
 {
     if (!stored.content)
         return fail(stored.item, "no content of it was ever stored");
-    if (stored.content->version.empty())
-        return fail(stored.item, "the service never told the number of its version");
     Place place = placeOf(stored.item.path);
     int error = 0;
     (void)folderFor(place.folder, error); // who puts it there says what is wrong
-    queue({stored, std::move(place.folder), std::move(place.name)});
+    std::string temporary = temporaryFor(stored.item.path, stored.content->digest);
+    queue({stored, std::move(place.folder), std::move(place.name), std::move(temporary)});
+}
+
+/// A name beside an item's place that no item of the run has.
+std::string TreePlacer::temporaryFor(const std::string& path, const std::string& content) const
+{
+    std::string name = gatheringName(std::string(nameOf(path)), content);
+    for (unsigned attempt = 1; items_.find(pathIn(parentOf(path), name)); ++attempt)
+        name = gatheringName(std::string(nameOf(path)), content, attempt);
+    return name;
 }
 
 bool TreePlacer::isSame(const ItemRecord& item, const TargetFolder& folder, const std::string& name,
@@ -223,7 +253,7 @@ bool TreePlacer::isSame(const ItemRecord& item, const TargetFolder& folder, cons
 int TreePlacer::make(const ItemRecord& item, const TargetFolder& folder,
                      const std::string& name) const
 {
-    const std::string temporary = gatheringName(name, "special");
+    const std::string temporary = temporaryFor(item.path, kNoContent);
     (void)folder.remove(temporary); // what a kill left
     int error = item.kind == ItemKind::link
                     ? folder.makeLink(temporary, item.linkTarget)
@@ -239,11 +269,6 @@ void TreePlacer::takeSpecial(const StoredItem& stored)
 {
     const ItemRecord& item = stored.item;
     RestoredItem report{.path = item.path, .kind = item.kind};
-    if (isDevice(item.kind) && !context_.request.restoresDevices) {
-        report.state = RestoredState::skipped;
-        report.faults.push_back(item.path + ": devices are only put back when that is asked for.");
-        return tell(std::move(report));
-    }
     const Place place = placeOf(item.path);
     int error = 0;
     const auto folder = folderFor(place.folder, error);
@@ -272,7 +297,7 @@ void TreePlacer::takeSpecial(const StoredItem& stored)
     MetadataOutcome outcome = putMetadata(*folder, place.name, item, context_.owners);
     report.state =
         isRight && !outcome.hasChanged ? RestoredState::unchanged : RestoredState::restored;
-    report.faults = std::move(outcome.faults);
+    takeOutcome(outcome, report);
     tell(std::move(report));
 }
 
@@ -296,17 +321,24 @@ void TreePlacer::takeFurtherName(const StoredItem& stored)
         const std::lock_guard lock(mutex_);
         isFirstThere = isFirstThere && !notInPlace_.contains(first);
     }
-    if (context_.request.isDryRun)
-        return tell({.path = stored.item.path, .state = RestoredState::wouldRestore});
     if (isFirstThere && linkTo(first, stored))
         return;
+    if (context_.request.isDryRun)
+        return tell({.path = stored.item.path,
+                     .kind = stored.item.kind,
+                     .state = RestoredState::wouldRestore});
+    if (stored.item.kind != ItemKind::file) {
+        takeSpecial(stored);
+        substitutes_[stored.sameFileAs] = stored.item.path;
+        return;
+    }
     const auto original = items_.find(stored.sameFileAs);
     if (!original || !original->content)
         return fail(stored.item, "the content of " + stored.sameFileAs + " is not in the run");
     StoredItem own = stored;
     own.content = original->content;
     const Place place = placeOf(stored.item.path);
-    files_.place({own, place.folder, place.name});
+    files_.place({own, place.folder, place.name, temporaryFor(own.item.path, own.content->digest)});
     files_.finish(); // the next name is linked to it
     substitutes_[stored.sameFileAs] = stored.item.path;
 }
@@ -322,20 +354,23 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
     if (!fromFolder || !toFolder)
         return false;
     const auto original = fromFolder->find(from.name, error);
-    if (!original || original->kind != TargetKind::file)
+    if (!original || original->kind != targetKind(stored.item.kind))
         return false;
-    RestoredItem report{.path = stored.item.path, .state = RestoredState::unchanged};
+    RestoredItem report{
+        .path = stored.item.path, .kind = stored.item.kind, .state = RestoredState::unchanged};
     const auto there = toFolder->find(to.name, error);
     if (there && there->inode == original->inode && there->device == original->device) {
         tell(std::move(report));
         return true;
     }
+    if (context_.request.isDryRun)
+        return false;
     if (there && context_.request.overwrite == Overwrite::never) {
         report.state = RestoredState::skipped;
         tell(std::move(report));
         return true;
     }
-    const std::string temporary = gatheringName(to.name, "special");
+    const std::string temporary = temporaryFor(stored.item.path, kNoContent);
     (void)toFolder->remove(temporary);
     error = toFolder->makeHardLink(*fromFolder, from.name, temporary);
     if (error == 0)
@@ -366,28 +401,30 @@ void TreePlacer::finishFolder(const std::string& path)
     {
         const std::lock_guard lock(mutex_);
         if (!mayGoOnLater_)
-            removeLeftGatherings(*folder);
+            removeLeftGatherings(*folder, path);
     }
     if (const auto mode = loosenedFolders_.find(path); mode != loosenedFolders_.end())
         (void)folder->setMode("", mode->second);
     MetadataOutcome outcome = putMetadata(*folder, "", stored->item, context_.owners);
     const bool isRight = !outcome.hasChanged && !madeFolders_.contains(path);
-    tell({.path = path,
-          .kind = ItemKind::folder,
-          .state = isRight ? RestoredState::unchanged : RestoredState::restored,
-          .faults = std::move(outcome.faults)});
+    RestoredItem report{.path = path,
+                        .kind = ItemKind::folder,
+                        .state = isRight ? RestoredState::unchanged : RestoredState::restored};
+    takeOutcome(outcome, report);
+    tell(std::move(report));
 }
 
-/// What restores of other contents left that were killed.
-void TreePlacer::removeLeftGatherings(const TargetFolder& folder) const
+/// What restores of other contents left that were killed: only what bears our mark. The user's own
+/// may have any name.
+void TreePlacer::removeLeftGatherings(const TargetFolder& folder, const std::string& path) const
 {
     int error = 0;
     for (const std::string& name : folder.names(error).value_or(std::vector<std::string>())) {
-        if (!isGatheringName(name))
+        if (!isGatheringName(name) || items_.find(pathIn(path, name)))
             continue;
-        const auto file = folder.openFile(name, error);
-        if (!file || file->lock()) // nobody is filling it
-            (void)folder.remove(name);
+        const auto attributes = folder.attributes(name, error);
+        if (attributes && attributes->contains(kGatheringMark))
+            removeLeftGathering(folder, name);
     }
 }
 

@@ -17,6 +17,11 @@
 
 namespace stowline::backup {
 
+/// A device that is not put back, for it was not asked for or may not be made by this user; absent
+/// for everything else.
+[[nodiscard]] std::optional<RestoredItem> refusedDevice(const ItemRecord& item,
+                                                        const RestoreRequest& request);
+
 /// Walks the items of a run below one named path: folders, links and the like are made on the way,
 /// files with content are put in place by threads, further names of hard links after them, and the
 /// folders' own metadata at last, the deepest first.
@@ -51,7 +56,9 @@ private:
     [[nodiscard]] bool linkTo(const std::string& first, const StoredItem& stored);
     void finishFolders();
     void finishFolder(const std::string& path);
-    void removeLeftGatherings(const platform::TargetFolder& folder) const;
+    void removeLeftGatherings(const platform::TargetFolder& folder, const std::string& path) const;
+    [[nodiscard]] std::string temporaryFor(const std::string& path,
+                                           const std::string& content) const;
 
     [[nodiscard]] std::optional<platform::TargetFolder> folderFor(const std::string& relative,
                                                                   int& error);
@@ -78,7 +85,7 @@ private:
     std::condition_variable moved_;
     std::deque<FileTask> queue_;
     bool isQueueOver_ = false;
-    std::set<std::string> notInPlace_; ///< paths of files
+    std::set<std::string> notInPlace_; ///< paths of all but folders
     bool mayGoOnLater_ = false;        ///< something is left that the next restore goes on with
     std::vector<std::thread> workers_;
 };

@@ -92,7 +92,7 @@ public:
     /// @return the first name; empty for the first one itself
     std::string firstNameOf(const ItemRecord& item)
     {
-        if (item.kind != ItemKind::file || item.links < 2)
+        if (item.kind == ItemKind::folder || item.links < 2)
             return {};
         const auto [known, isFirst] =
             files_.try_emplace({item.device, item.inode}, File{item.path, 1});

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/capability.h>
 #include <linux/openat2.h>
 #include <pwd.h>
 #include <sys/file.h>
@@ -95,7 +96,7 @@ FileDescriptor openStepByStep(int folder, std::string_view path, int& error)
     return at;
 }
 
-FileDescriptor openBelow(int folder, std::string_view path, int& error)
+FileDescriptor openBelowAtOnce(int folder, std::string_view path, int& error)
 {
     if (path.empty())
         return openStepByStep(folder, path, error);
@@ -114,6 +115,24 @@ FileDescriptor openBelow(int folder, std::string_view path, int& error)
             return {};
         }
     }
+}
+
+/// A path of any length: what the system takes at once, and again from there.
+FileDescriptor openBelow(int folder, std::string_view path, int& error)
+{
+    FileDescriptor at;
+    while (path.size() >= PATH_MAX) {
+        const auto slash = path.rfind('/', PATH_MAX - 1);
+        if (slash == std::string_view::npos || slash == 0) {
+            error = ENAMETOOLONG;
+            return {};
+        }
+        at = openBelowAtOnce(at.isOpen() ? at.number() : folder, path.substr(0, slash), error);
+        if (!at.isOpen())
+            return {};
+        path.remove_prefix(slash + 1);
+    }
+    return openBelowAtOnce(at.isOpen() ? at.number() : folder, path, error);
 }
 
 bool isZero(std::string_view block)
@@ -422,6 +441,14 @@ int TargetFolder::removeAttribute(const std::string& name, const std::string& at
 int TargetFolder::synchronizeFileSystem() const
 {
     return outcome(syncfs(folder_.number()));
+}
+
+bool mayMakeDevices()
+{
+    __user_cap_header_struct head{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> rights{};
+    return syscall(SYS_capget, &head, rights.data()) == 0 &&
+           (rights[CAP_TO_INDEX(CAP_MKNOD)].effective & CAP_TO_MASK(CAP_MKNOD)) != 0;
 }
 
 std::uint32_t ownUserNumber()

@@ -126,6 +126,10 @@ private:
 /// The user that this process acts as.
 [[nodiscard]] std::uint32_t ownUserNumber();
 
+/// Whether this process has the right to make devices. Where it has not the right of the whole
+/// system, as in a container, making one may fail all the same.
+[[nodiscard]] bool mayMakeDevices();
+
 /// The name of a user's number; absent when it has none.
 [[nodiscard]] std::optional<std::string> userName(std::uint32_t number);
 
