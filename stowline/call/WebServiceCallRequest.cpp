@@ -28,6 +28,7 @@ Dictionary WebServiceCallRequest::dictionary() const
     store(dictionary, requestKey::methodName, methodName);
     store(dictionary, requestKey::parameterSubstitutions, soapParamSubstitutions);
     store(dictionary, requestKey::headerSubstitutions, soapHeaderSubstitutions);
+    store(dictionary, requestKey::proxy, proxy);
     return dictionary;
 }
 
@@ -37,7 +38,8 @@ WebServiceCallRequest WebServiceCallRequest::fromDictionary(const Dictionary& di
             copied(findDictionary(dictionary, requestKey::methodInfo)),
             copied(findString(dictionary, requestKey::methodName)),
             copied(findDictionary(dictionary, requestKey::parameterSubstitutions)),
-            copied(findDictionary(dictionary, requestKey::headerSubstitutions))};
+            copied(findDictionary(dictionary, requestKey::headerSubstitutions)),
+            copied(findString(dictionary, requestKey::proxy))};
 }
 
 } // namespace stowline

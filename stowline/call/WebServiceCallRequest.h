@@ -16,6 +16,7 @@ struct WebServiceCallRequest {
     std::optional<std::string> methodName;
     std::optional<SubstitutionMap> soapParamSubstitutions;
     std::optional<SubstitutionMap> soapHeaderSubstitutions;
+    std::optional<std::string> proxy = {}; ///< of the desktop, where the environment names none
 
     [[nodiscard]] Dictionary dictionary() const;
 

@@ -30,6 +30,7 @@ inline constexpr std::string_view methodInfo = "methodInfo";
 inline constexpr std::string_view methodName = "methodName";
 inline constexpr std::string_view parameterSubstitutions = "soapParamSubstitutions";
 inline constexpr std::string_view headerSubstitutions = "soapHeaderSubstitutions";
+inline constexpr std::string_view proxy = "proxy";
 } // namespace requestKey
 
 namespace methodKey {

@@ -4,6 +4,7 @@
 #include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/network/SystemProxy.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/FilledUrl.h"
@@ -54,11 +55,14 @@ WebServiceCallRequest requestFor(std::string_view name, const Dictionary& method
                                  std::initializer_list<platform::FormatArgument> urlSubstitutions)
 {
     const std::span arguments(urlSubstitutions.begin(), urlSubstitutions.size());
-    return {.url = filledUrl(methodInfo, arguments),
+    std::string url = filledUrl(methodInfo, arguments);
+    std::string proxy = platform::systemProxyFor(url);
+    return {.url = std::move(url),
             .methodInfo = methodInfo,
             .methodName = std::string(name),
             .soapParamSubstitutions = paramSubstitutions,
-            .soapHeaderSubstitutions = headerSubstitutions};
+            .soapHeaderSubstitutions = headerSubstitutions,
+            .proxy = proxy.empty() ? std::nullopt : std::optional(std::move(proxy))};
 }
 
 Dictionary preparedResult(const WebServiceCallResult& result)

@@ -5,6 +5,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/call/WireNames.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/files/GzipStream.h"
 #include "stowline/platform/http/HttpExchange.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/soap/Envelope.h"
@@ -121,13 +122,42 @@ std::optional<HttpOutcome> performed(HttpRequest request, const CallWorkerOption
     return std::nullopt;
 }
 
+/// The body unpacked where the service packed it, which nobody asks for and some do all the same;
+/// absent where it did not. Throws GzipFault.
+std::optional<std::string> unpackedBody(const HttpOutcome& outcome)
+{
+    const auto headers = platform::HttpResponseMessage::fromBytes(*outcome.response).headers;
+    const bool isPacked = std::ranges::any_of(headers, [](const HttpHeader& header) {
+        return platform::equalsIgnoringAsciiCase(header.first, "Content-Encoding") &&
+               (platform::equalsIgnoringAsciiCase(header.second, "gzip") ||
+                platform::equalsIgnoringAsciiCase(header.second, "x-gzip"));
+    });
+    if (!isPacked)
+        return std::nullopt;
+    std::string body;
+    platform::GzipReader reader([&](std::string_view bytes) { body.append(bytes); },
+                                platform::HttpLimits().maximumResponseBytes);
+    reader.feed(outcome.body);
+    reader.finish();
+    return body;
+}
+
 /// @param deadline for reading the answer
 WebServiceCallResult resultFrom(const HttpOutcome& outcome,
                                 std::chrono::steady_clock::time_point deadline)
 {
     if (!outcome.response)
         return faultResult(kFaultCodeNoAnswer, outcome.failure, {}, outcome.reason);
-    const auto reading = soap::readMessage(outcome.body, {.deadline = deadline});
+    std::optional<std::string> unpacked;
+    try {
+        unpacked = unpackedBody(outcome);
+    } catch (const platform::GzipFault& fault) {
+        return faultResult(kFaultCodeUnreadableAnswer,
+                           "The answer cannot be unpacked: " + std::string(fault.what()) + ".",
+                           *outcome.response);
+    }
+    const auto reading =
+        soap::readMessage(unpacked ? *unpacked : outcome.body, {.deadline = deadline});
     if (!reading.message)
         return faultResult(kFaultCodeUnreadableAnswer, reading.failure, *outcome.response);
     return resultFromMessage(*reading.message, *outcome.response);
@@ -166,7 +196,9 @@ private:
         HttpRequest http{.method = "POST",
                          .url = request.url.value_or(""),
                          .headers = headersFor(methodInfo, invocation),
-                         .body = envelope};
+                         .body = envelope,
+                         .bodyMustArrive = true, // a GET instead of it calls no method
+                         .proxy = request.proxy.value_or("")};
         stage("request parsed and envelope built");
         const auto start = std::chrono::steady_clock::now();
         const auto outcome = performed(std::move(http), options_, start);

@@ -4,6 +4,7 @@
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/call/WireNames.h"
+#include "stowline/platform/files/GzipStream.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 #include "tests/support/DevServerProcess.h"
@@ -112,6 +113,79 @@ TEST(CallWorker, SendsTheCapturedRequestAndReadsTheCapturedAnswer)
               Value("127.0.0.1:8443"));
     EXPECT_EQ(*find(result, kWSHTTPResponseMessage),
               Value(platform::dataFromText(test::httpAnswer(answer))));
+}
+
+std::string packed(const std::string& bytes)
+{
+    std::string result;
+    platform::GzipWriter writer([&](std::string_view piece) { result.append(piece); });
+    writer.write(bytes);
+    writer.finish();
+    return result;
+}
+
+std::string packedAnswer(const std::string& coding, const std::string& body)
+{
+    return "HTTP/1.1 200 OK\r\nContent-Encoding: " + coding +
+           "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+TEST(CallWorker, UnderstandsAnswersThatArePackedUnasked)
+{
+    const test::TestBundle bundle({});
+    const std::string body = packed(test::wireBody("authenticate.response.http"));
+    for (const char* coding : {"gzip", "GZIP", "x-gzip"}) {
+        const RawServer server(packedAnswer(coding, body));
+        const auto result = call(authenticateRequest(server.url())).result();
+        EXPECT_EQ(*find(result, "accountStatus"), Value("Active")) << coding;
+        EXPECT_EQ(*find(result, kWSHTTPResponseMessage),
+                  Value(platform::dataFromText(packedAnswer(coding, body))));
+        EXPECT_EQ(server.requests().at(0).find("Accept-Encoding"), std::string::npos);
+    }
+}
+
+TEST(CallWorker, WhatCannotBeUnpackedIsAFault)
+{
+    const test::TestBundle bundle({});
+    const std::string whole = packed(test::wireBody("authenticate.response.http"));
+    const std::string tooMuch = packed(std::string((std::size_t(64) << 20) + 1, ' '));
+    for (const std::string& body :
+         {whole.substr(0, whole.size() / 2), whole + "x", std::string("no gzip"), tooMuch}) {
+        const RawServer server(packedAnswer("gzip", body));
+        const auto outcome = call(authenticateRequest(server.url()));
+        EXPECT_EQ(outcome.faultCode(), kFaultCodeUnreadableAnswer);
+        EXPECT_NE(find(outcome.result(), kWSFaultString)->text().find("cannot be unpacked"),
+                  std::string::npos);
+    }
+}
+
+TEST(CallWorker, IsNotTurnedIntoAGetByARedirect)
+{
+    const test::TestBundle bundle({});
+    const std::string good = test::httpAnswer(test::wireBody("authenticate.response.http"));
+    for (const int status : {301, 302, 303, 307, 308}) {
+        const RawServer server([&](const std::string& request, const RawConnection& connection) {
+            connection.send(request.find(" /moved ") != std::string::npos
+                                ? good
+                                : "HTTP/1.1 " + std::to_string(status) +
+                                      " Moved\r\nLocation: /moved\r\nContent-Length: 0\r\n\r\n");
+        });
+        const auto outcome = call(authenticateRequest(server.url()));
+        const bool repeats = status >= 307;
+        EXPECT_EQ(outcome.faultCode(), repeats ? "" : kFaultCodeNoAnswer) << status;
+        EXPECT_EQ(server.requests().size(), repeats ? 2U : 1U) << status;
+        EXPECT_TRUE(server.requests().back().starts_with("POST ")) << status;
+    }
+}
+
+TEST(CallWorker, GoesThroughTheProxyOfItsRequest)
+{
+    const test::TestBundle bundle({});
+    const RawServer proxy(test::httpAnswer(test::wireBody("authenticate.response.http")));
+    WebServiceCallRequest request = authenticateRequest("http://service.example/x");
+    request.proxy = "http://127.0.0.1:" + std::to_string(proxy.port());
+    EXPECT_EQ(*find(call(request).result(), "accountStatus"), Value("Active"));
+    EXPECT_TRUE(proxy.requests().at(0).starts_with("POST http://service.example/x HTTP/1.1\r\n"));
 }
 
 TEST(CallWorker, NeedsExactlyOneArgument)

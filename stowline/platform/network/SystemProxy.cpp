@@ -1,13 +1,19 @@
 #include "stowline/platform/network/SystemProxy.h"
 
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/threads/SerialQueue.h"
 
 #include <gio/gio.h>
 
 #include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string_view>
 
 namespace stowline::platform {
@@ -35,6 +41,24 @@ bool environmentDecides(const std::string& url)
     return false;
 }
 
+/// Asks the desktop, for as long as that takes.
+std::string lookedUp(const std::string& url)
+{
+    const std::unique_ptr<char*, ListDeleter> answer(
+        g_proxy_resolver_lookup(g_proxy_resolver_get_default(), url.c_str(), nullptr, nullptr));
+    return usableProxy(answer.get());
+}
+
+/// How long a call waits for the desktop's word.
+constexpr std::chrono::seconds kPatience{2};
+
+struct Answer {
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::optional<std::string> proxy;
+    std::exception_ptr fault;
+};
+
 } // namespace
 
 std::string usableProxy(const char* const* answer)
@@ -57,11 +81,35 @@ std::string systemProxyFor(const std::string& url)
     if (environmentDecides(url))
         return {};
     // One at a time: the resolvers share state that they make on first use.
-    static std::mutex mutex;
-    const std::lock_guard lock(mutex);
-    const std::unique_ptr<char*, ListDeleter> answer(
-        g_proxy_resolver_lookup(g_proxy_resolver_get_default(), url.c_str(), nullptr, nullptr));
-    return usableProxy(answer.get());
+    static auto& lookups = *new SerialQueue("stowline.proxy"); // lives until the process ends
+    static std::atomic<bool> isStuck = false;
+    if (isStuck)
+        return {};
+    const auto found = std::make_shared<Answer>();
+    lookups.async([url, found] {
+        std::string proxy;
+        std::exception_ptr fault;
+        try {
+            proxy = lookedUp(url);
+        } catch (...) {
+            fault = std::current_exception();
+        }
+        {
+            const std::lock_guard lock(found->mutex);
+            found->proxy = std::move(proxy);
+            found->fault = fault;
+        }
+        found->arrived.notify_all();
+        isStuck = false;
+    });
+    std::unique_lock lock(found->mutex);
+    if (!found->arrived.wait_for(lock, kPatience, [&] { return found->proxy.has_value(); })) {
+        isStuck = true; // until it answers after all
+        return {};
+    }
+    if (found->fault)
+        std::rethrow_exception(found->fault);
+    return *found->proxy;
 }
 
 } // namespace stowline::platform
