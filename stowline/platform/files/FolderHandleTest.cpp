@@ -100,7 +100,7 @@ TEST_F(FolderHandleTest, SaysWhyAnItemCannotBeLookedAt)
 {
     EXPECT_FALSE(handle_.statusOf("none", error_));
     EXPECT_EQ(error_, ENOENT);
-    for (const std::string name : {"", "a/b", "/", std::string("a\0b", 3).c_str()}) {
+    for (const std::string name : {"", "a/b", "/"}) {
         error_ = 0;
         EXPECT_FALSE(handle_.statusOf(name, error_));
         EXPECT_NE(error_, 0) << name;
