@@ -1,6 +1,7 @@
 #include "stowline/util/store/ManagedObjectContext.h"
 
 #include "stowline/platform/files/FileHandle.h"
+#include "stowline/util/store/FormMatch.h"
 #include "stowline/util/store/StoreSql.h"
 #include "stowline/util/store/StoreValues.h"
 
@@ -25,6 +26,21 @@ void prepareFile(const std::string& path)
         fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
 }
 
+std::string_view textOf(sqlite3_value* value)
+{
+    const auto* bytes = static_cast<const char*>(sqlite3_value_blob(value));
+    return bytes ? std::string_view(bytes, static_cast<std::size_t>(sqlite3_value_bytes(value)))
+                 : std::string_view();
+}
+
+/// is_of_form(text, form) for SQL, whose own GLOB stops at a NUL; nothing is of no form.
+void answerIsOfForm(sqlite3_context* answer, int /*count*/, sqlite3_value** values)
+{
+    if (sqlite3_value_type(values[0]) == SQLITE_NULL)
+        return sqlite3_result_null(answer);
+    sqlite3_result_int(answer, store::isOfForm(textOf(values[0]), textOf(values[1])) ? 1 : 0);
+}
+
 } // namespace
 
 /// The database, and what stands between it and the objects.
@@ -38,6 +54,7 @@ public:
           database_(path, SQLite::OPEN_READWRITE, static_cast<int>(options.lockPatience.count()))
     {
         database_.exec("PRAGMA journal_mode = WAL");
+        database_.createFunction(store::kIsOfForm, 2, true, nullptr, answerIsOfForm);
         SQLite::Transaction schema(database_);
         for (const EntityDescription& entity : *model_)
             prepareTable(entity);

@@ -106,6 +106,23 @@ TEST_F(ObjectStoreTest, FindsTextByItsForm)
     EXPECT_EQ(names(Predicate::like("name", "a\\*b")), Names{"a*b"});
     EXPECT_EQ(names(Predicate::like("name", "a\\\\b")), Names{"a\\b"});
     EXPECT_EQ(names(Predicate::like("name", "")), Names{});
+    EXPECT_EQ(names(Predicate::like("name", "*")).size(), 7U);
+    EXPECT_EQ(names(Predicate::like("name", "*.t*t")),
+              (Names{"[a].txt", "a.txt", "ab.txt", "ü.txt"}));
+    EXPECT_EQ(names(Predicate::like("name", "a??b")), Names{});
+    EXPECT_EQ(names(Predicate::like("name", "a.txt\\")), Names{});
+}
+
+TEST_F(ObjectStoreTest, TheFormOfATextGoesOnAfterANul)
+{
+    using namespace std::string_literals;
+    for (const std::string& name : {"a"s, "a\0b"s, "a\0c"s})
+        add(name);
+    EXPECT_EQ(names(Predicate::like("name", "a")), Names{"a"});
+    EXPECT_EQ(names(Predicate::like("name", "a?b")), Names{"a\0b"s});
+    EXPECT_EQ(names(Predicate::like("name", "a\0b"s)), Names{"a\0b"s});
+    EXPECT_EQ(names(Predicate::like("name", "a*")).size(), 3U);
+    EXPECT_EQ(names(Predicate::contains("name", "\0c"s)), Names{"a\0c"s});
 }
 
 TEST_F(ObjectStoreTest, ValuesAreNeverTakenForSql)

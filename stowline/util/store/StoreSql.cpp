@@ -1,5 +1,7 @@
 #include "stowline/util/store/StoreSql.h"
 
+#include "stowline/util/store/FormMatch.h"
+
 #include <algorithm>
 #include <array>
 #include <limits>
@@ -113,21 +115,6 @@ Sql beginsWith(const std::string& column, const Value& text)
     return {"(" + column + " >= ? AND " + column + " < ?)", {text, *end}};
 }
 
-/// The same form as SQL's GLOB has it, in which brackets list characters.
-std::string globOf(const std::string& form)
-{
-    std::string glob;
-    for (std::size_t at = 0; at < form.size(); ++at) {
-        const bool isEscape = form[at] == '\\' && at + 1 < form.size();
-        const char character = form[isEscape ? ++at : at];
-        if (character == '[' || (isEscape && (character == '*' || character == '?')))
-            glob.append({'[', character, ']'});
-        else
-            glob.push_back(character);
-    }
-    return glob;
-}
-
 class Compiler {
 public:
     explicit Compiler(const EntityDescription& entity) : entity_(entity) {}
@@ -197,7 +184,7 @@ private:
             return beginsWith(column, text);
         if (predicate.kind() == Kind::contains)
             return {"instr(" + column + ", ?) > 0", {text}};
-        return {column + " GLOB ?", {globOf(*text.string())}};
+        return {std::string(kIsOfForm) + "(" + column + ", ?)", {text}};
     }
 
     [[nodiscard]] static Sql oneOf(const std::string& column, const Array& values)
