@@ -43,12 +43,4 @@ std::string sizeText(std::string_view serviceSize)
                     : std::string(serviceSize);
 }
 
-std::string countText(std::uint64_t count, std::string_view one, std::string_view many)
-{
-    std::string digits = fmt::format("{}", count);
-    for (std::size_t at = digits.size(); at > 3; at -= 3)
-        digits.insert(at - 3, ",");
-    return fmt::format("{} {}", digits, count == 1 ? one : many);
-}
-
 } // namespace stowline::cli

@@ -1,6 +1,8 @@
 // Numbers and times as people read them.
 #pragma once
 
+#include "stowline/platform/text/Text.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -14,8 +16,6 @@ namespace stowline::cli {
 /// A size as the service writes it ("1536") in units ("1.5 kB"); other text comes back as it is.
 [[nodiscard]] std::string sizeText(std::string_view serviceSize);
 
-/// "1 file", "3 files", "1,200 files".
-[[nodiscard]] std::string countText(std::uint64_t count, std::string_view one,
-                                    std::string_view many);
+using platform::countText;
 
 } // namespace stowline::cli

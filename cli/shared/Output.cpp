@@ -7,8 +7,10 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 
 namespace stowline::cli {
 
@@ -114,16 +116,27 @@ void Output::print(std::string_view line) const
 {
     if (std::fwrite(line.data(), 1, line.size(), stdout) != line.size() ||
         std::fputc('\n', stdout) == EOF)
-        isBroken_ = true;
+        noteBroken();
+}
+
+void Output::noteBroken() const
+{
+    if (std::exchange(isBroken_, true))
+        return;
+    const int error = errno; // the first failure tells; later ones may have no number
+    whyBroken_ =
+        error == EPIPE ? "whoever reads it has closed it" : std::generic_category().message(error);
 }
 
 /// A result that nobody got is none.
 ExitStatus Output::end(ExitStatus status)
 {
     finished_ = true;
-    if (std::fflush(stdout) == 0 && !isBroken_)
+    if (std::fflush(stdout) != 0)
+        noteBroken();
+    if (!isBroken_)
         return status;
-    complain("The results cannot be written to standard output. Is the disk full?");
+    complain("The results cannot be written to standard output: " + whyBroken_ + ".");
     return status == ExitStatus::done ? ExitStatus::failed : status;
 }
 

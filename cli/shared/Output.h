@@ -61,6 +61,7 @@ public:
 
 private:
     void print(std::string_view line) const;
+    void noteBroken() const;
     ExitStatus end(ExitStatus status);
     void printResult(ExitStatus status, const Fields& fields) const;
 
@@ -68,6 +69,7 @@ private:
     bool quiet_ = false;
     bool finished_ = false;
     mutable bool isBroken_ = false; ///< standard output does not take what it is given
+    mutable std::string whyBroken_;
     std::string command_;
 };
 

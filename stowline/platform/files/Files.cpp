@@ -71,15 +71,24 @@ std::vector<std::string> namesInFolder(const std::filesystem::path& folder)
     return names;
 }
 
-bool makePrivateFolder(const std::filesystem::path& folder)
+bool makePrivateFolder(const std::filesystem::path& folder, int& error)
 {
     std::error_code fault;
     if (std::filesystem::is_directory(folder, fault))
         return true;
     if (folder.has_parent_path() && folder.parent_path() != folder &&
-        !makePrivateFolder(folder.parent_path()))
+        !makePrivateFolder(folder.parent_path(), error))
         return false;
-    return ::mkdir(folder.c_str(), S_IRWXU) == 0 || std::filesystem::is_directory(folder, fault);
+    if (::mkdir(folder.c_str(), S_IRWXU) == 0)
+        return true;
+    error = errno;
+    return std::filesystem::is_directory(folder, fault);
+}
+
+bool makePrivateFolder(const std::filesystem::path& folder)
+{
+    int unimportant = 0;
+    return makePrivateFolder(folder, unimportant);
 }
 
 std::optional<std::filesystem::path> configurationFolder()

@@ -25,6 +25,8 @@ namespace stowline::platform {
 [[nodiscard]] std::vector<std::string> namesInFolder(const std::filesystem::path& folder);
 
 /// Makes a folder and what is missing above it, mode 0700 for what it makes.
+/// @param error the system's number when it cannot be made
+[[nodiscard]] bool makePrivateFolder(const std::filesystem::path& folder, int& error);
 [[nodiscard]] bool makePrivateFolder(const std::filesystem::path& folder);
 
 /// The folders of the desktop's base-directory convention: an absolute path in the variable

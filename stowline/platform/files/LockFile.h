@@ -12,7 +12,10 @@ namespace stowline::platform {
 /// (flock(2)). The file stays.
 class LockFile {
 public:
-    /// @return absent when somebody else holds it, or the file cannot be made
+    /// @return absent when somebody else holds it (`error` is 0 then), or the file cannot be made
+    ///         or locked (`error` is the system's number)
+    [[nodiscard]] static std::optional<LockFile> take(const std::filesystem::path& path,
+                                                      int& error);
     [[nodiscard]] static std::optional<LockFile> take(const std::filesystem::path& path);
 
 private:

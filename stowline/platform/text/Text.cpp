@@ -234,6 +234,14 @@ std::string replacingOccurrences(std::string_view text, std::string_view what,
     return result.append(text, copied);
 }
 
+std::string countText(std::uint64_t count, std::string_view one, std::string_view many)
+{
+    std::string text = std::to_string(count);
+    for (std::size_t at = text.size(); at > 3; at -= 3)
+        text.insert(at - 3, ",");
+    return text.append(" ").append(count == 1 ? one : many);
+}
+
 std::string hexadecimalText(const Data& bytes)
 {
     static constexpr std::string_view digits = "0123456789abcdef";

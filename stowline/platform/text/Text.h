@@ -50,6 +50,10 @@ void appendUtf8(std::string& text, char32_t codePoint);
 [[nodiscard]] std::string replacingOccurrences(std::string_view text, std::string_view what,
                                                std::string_view with);
 
+/// "1 file", "3 files", "1,200 files".
+[[nodiscard]] std::string countText(std::uint64_t count, std::string_view one,
+                                    std::string_view many);
+
 /// Two lower-case hexadecimal digits for each byte.
 [[nodiscard]] std::string hexadecimalText(const Data& bytes);
 
