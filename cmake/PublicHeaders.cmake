@@ -48,6 +48,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/values/Value.h
   stowline/service/RemoteName.h
   stowline/service/SettingsCheck.h
+  stowline/service/FailureSentence.h
   stowline/service/FailureWatch.h
   stowline/service/FilePart.h
   stowline/service/WebServiceBroker.h

@@ -5,6 +5,7 @@
 #include "cli/shared/RemoteItem.h"
 #include "cli/shared/RemotePages.h"
 #include "cli/shared/ServiceFailure.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <thread>
@@ -25,12 +26,13 @@ public:
 
     ExitStatus run()
     {
+        const FailureWatch watch;
         const auto guid = WebServiceBroker::beginDeleteFolderForUsername(
             session_.username, session_.password, options_.systemName, path_, session_.server);
         if (!guid)
-            return unexplainedFailure(
-                "The service did not start the deletion. Is anything stored of " + options_.path +
-                " of the machine " + options_.systemName + "?");
+            return callFailure(watch.failure(),
+                               "The service did not start the deletion. Is anything stored of " +
+                                   options_.path + " of the machine " + options_.systemName + "?");
         const Interruptible interruptible;
         Interruptible::sayWhenLeft("Ended at once. The deletion may still be going on.");
         if (!follow(*guid))

@@ -4,6 +4,7 @@
 #include "cli/shared/Reporting.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -34,10 +35,12 @@ ExitStatus showSettings(const MonitorOptions& options)
     const auto token = options.token.read("Monitoring token: ");
     if (!token)
         return output().finish(ExitStatus::usage);
+    const FailureWatch watch;
     const auto settings = WebServiceBroker::centralMonitoringGetSettingsForUserName(
         options.username, *token, options.systemName);
     if (!settings)
-        return unexplainedFailure("Central monitoring gave no settings. Is the token still valid?");
+        return callFailure(watch.failure(),
+                           "Central monitoring gave no settings. Is the token still valid?");
     Fields fields;
     for (const auto& [name, value] : *settings)
         fields.emplace_back(name, value.text());
@@ -54,10 +57,10 @@ ExitStatus logEvent(const MonitorOptions& options)
     RunFigures figures = lastRun().value_or(RunFigures());
     figures.username = options.username;
     figures.machine = options.systemName;
-    const bool isTaken = sendEvent(*token, options.event, figures);
-    if (!isTaken)
-        return unexplainedFailure(
-            "Central monitoring did not take the event. Is the token still valid?");
+    const Sending sending = sendEvent(*token, options.event, figures);
+    if (!sending.isDone)
+        return callFailure(sending.failure,
+                           "Central monitoring did not take the event. Is the token still valid?");
     return output().finish(ExitStatus::done, {{"event", options.event}});
 }
 

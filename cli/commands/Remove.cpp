@@ -5,6 +5,7 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -30,18 +31,23 @@ ExitStatus removeVersions(const RemoveOptions& options)
         fmt::format("the versions of the lists {}", fmt::join(options.versionLists, ", ")));
     if (refused)
         return *refused;
+    const FailureWatch watch;
+    std::optional<Error> failure;
     std::size_t deleted = 0;
     std::vector<std::string> left;
     for (const std::string& list : options.versionLists) {
         if (WebServiceBroker::deleteFileVersionWithFileListID(list, session->username,
                                                               session->server))
             ++deleted;
-        else
+        else {
             left.push_back(list);
+            failure = watch.failure();
+        }
     }
     if (deleted == 0)
-        return unexplainedFailure(fmt::format(
-            "The service did not delete the versions of the lists {}.", fmt::join(left, ", ")));
+        return callFailure(failure,
+                           fmt::format("The service did not delete the versions of the lists {}.",
+                                       fmt::join(left, ", ")));
     for (const std::string& list : left)
         output().complain("The service did not delete the versions of the list " + list + ".");
     if (deleted == options.versionLists.size())

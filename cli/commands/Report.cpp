@@ -4,7 +4,6 @@
 #include "cli/shared/Reporting.h"
 #include "cli/shared/ServiceFailure.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/service/WebServiceBroker.h"
 
 #include <iostream>
 #include <iterator>
@@ -30,9 +29,9 @@ ExitStatus report(const SessionOptions& options, bool isDryRun)
         return session.status();
     if (isDryRun)
         return output().finish(ExitStatus::done);
-    if (!sendSummary(session->username, session->password, *figures))
-        return output().fail(ExitStatus::temporary,
-                             "The service did not take the summary. Please try again later.");
+    if (const Sending sending = sendSummary(session->username, session->password, *figures);
+        !sending.isDone)
+        return callFailure(sending.failure, "The service did not take the summary.");
     return output().finish(ExitStatus::done, {{"sent", "summary"}});
 }
 
@@ -45,24 +44,29 @@ struct EmailOptions {
     bool isDryRun = false;
 };
 
+ExitStatus noTemplate()
+{
+    return output().fail(ExitStatus::settingsInvalid,
+                         "The resource backupReportEmailTemplate.html is missing. Please install "
+                         "the program again.");
+}
+
 /// Keeps the report as a file instead of sending it.
 ExitStatus save(const EmailOptions& options, const RunFigures& figures)
 {
     const auto html = reportHtml(figures);
     if (!html)
-        return output().fail(ExitStatus::settingsInvalid,
-                             "The resource backupReportEmailTemplate.html is missing. Please "
-                             "install the program again.");
+        return noTemplate();
     if (!platform::writeFileAtomically(options.saveTo, *html))
         return output().fail(ExitStatus::failed, options.saveTo + " cannot be written.");
     return output().finish(ExitStatus::done, {{"saved", options.saveTo}});
 }
 
-ExitStatus sent(bool isSent, const EmailOptions& options)
+ExitStatus sent(const Sending& sending, const EmailOptions& options)
 {
-    if (!isSent)
-        return unexplainedFailure("The service did not send the e-mail to " + options.to +
-                                  ". Is the address right? With -v the log says more.");
+    if (!sending.isDone)
+        return callFailure(sending.failure, "The service did not send the e-mail to " + options.to +
+                                                ". Is the address right?");
     return output().finish(ExitStatus::done, {{"sent", options.to}});
 }
 
@@ -75,8 +79,7 @@ ExitStatus emailText(const EmailOptions& options, const std::string& from)
         return output().fail(ExitStatus::notFound, options.textFile + " cannot be read.");
     if (options.isDryRun)
         return output().finish(ExitStatus::done);
-    return sent(WebServiceBroker::sendEmailTo(options.to, from, options.subject, *text, false),
-                options);
+    return sent(sendEmail(options.to, from, options.subject, *text, false), options);
 }
 
 ExitStatus email(const EmailOptions& options)
@@ -95,6 +98,8 @@ ExitStatus email(const EmailOptions& options)
         return noRun();
     if (options.isDryRun)
         return output().finish(ExitStatus::done);
+    if (!reportHtml(*figures))
+        return noTemplate();
     return sent(sendReportEmail(options.to, from, *figures), options);
 }
 

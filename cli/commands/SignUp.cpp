@@ -46,8 +46,9 @@ ExitStatus failure(const std::optional<Error>& error)
                                                       error->localizedDescription());
     if (error)
         return callFailure(error);
-    return unexplainedFailure("The service did not open the account. Is the user name taken, or "
-                              "the e-mail address mistyped?");
+    return callFailure(std::nullopt,
+                       "The service did not open the account. Is the user name taken, "
+                       "or the e-mail address mistyped?");
 }
 
 ExitStatus signUp(const SignUpOptions& options)

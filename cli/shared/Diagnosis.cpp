@@ -54,7 +54,10 @@ Finding lookAtHelper()
     const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
     const auto answer = platform::captureOutput({tool.string()}, kPatience);
     constexpr int expected = 255;
-    if (!answer || answer->exit.bySignal || answer->exit.status != expected)
+    if (!answer)
+        return unwell("helper", FailureKind::helperFailed,
+                      tool.string() + " cannot be run. " + answer.error().sentence());
+    if (answer->exit.bySignal || answer->exit.status != expected)
         return unwell("helper", FailureKind::helperFailed,
                       tool.string() + " cannot be run. Please install the program again.");
     return {"helper", true, tool.string()};

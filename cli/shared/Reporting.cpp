@@ -1,11 +1,11 @@
 #include "cli/shared/Reporting.h"
 
-#include "cli/shared/LastError.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/PropertyList.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -43,20 +43,15 @@ std::int64_t signedCount(std::uint64_t count)
 
 } // namespace
 
-bool sendSummary(const std::string& username, const std::string& password,
-                 const RunFigures& figures)
+Sending sendSummary(const std::string& username, const std::string& password,
+                    const RunFigures& figures)
 {
-    // The operation tells of a failure in the log alone.
-    const auto reason = std::make_shared<LastError>();
-    DDLog::addLogger(reason);
+    const FailureWatch watch; // the operation itself says nothing
     WebServiceBroker::sendBackupReportForUserName(
         username, password, platform::currentDate(), figures.username, figures.machine,
         figures.begun, signedCount(figures.notChanged), signedCount(figures.backedUp),
         signedCount(figures.failed), signedCount(figures.processed()), figures.backedUpBytes);
-    DDLog::flushLog();
-    DDLog::removeLogger(reason);
-    DDLog::flushLog();
-    return reason->text().empty();
+    return {!watch.failure(), watch.failure()};
 }
 
 std::optional<std::string> reportHtml(const RunFigures& figures)
@@ -67,21 +62,31 @@ std::optional<std::string> reportHtml(const RunFigures& figures)
         figures.failed, figures.processed(), figures.backedUpBytes);
 }
 
-bool sendReportEmail(const std::string& to, const std::string& from, const RunFigures& figures)
+Sending sendEmail(const std::string& to, const std::string& from, const std::string& subject,
+                  const std::string& body, bool isHtml)
+{
+    const FailureWatch watch;
+    const bool isDone = WebServiceBroker::sendEmailTo(to, from, subject, body, isHtml);
+    return {isDone, watch.failure()};
+}
+
+Sending sendReportEmail(const std::string& to, const std::string& from, const RunFigures& figures)
 {
     const auto body = reportHtml(figures);
     const std::string subject =
         General::createEmailReportSubjectWithAppName(appName(), platform::currentDate());
-    return body && WebServiceBroker::sendEmailTo(to, from, subject, *body, true);
+    return body ? sendEmail(to, from, subject, *body, true) : Sending();
 }
 
-bool sendEvent(const std::string& token, const std::string& event, const RunFigures& figures)
+Sending sendEvent(const std::string& token, const std::string& event, const RunFigures& figures)
 {
-    return WebServiceBroker::centralMonitoringLogEvent(
+    const FailureWatch watch;
+    const bool isDone = WebServiceBroker::centralMonitoringLogEvent(
         event, figures.username, token, figures.machine,
         static_cast<std::int32_t>(std::min(figures.seconds, 2147483647.0)), figures.failed,
         figures.failedBytes, figures.processed(), figures.processedBytes(), figures.notChanged,
         figures.notChangedBytes, figures.backedUp, figures.backedUpBytes);
+    return {isDone, watch.failure()};
 }
 
 void ReportFlags::declare(const Command& command)
@@ -108,7 +113,8 @@ std::optional<fs::path> ReportFlags::outbox()
     return state ? std::optional(*state / "outbox") : std::nullopt;
 }
 
-void ReportFlags::keep(const std::string& kind, const RunFigures& figures) const
+void ReportFlags::keep(const std::string& kind, const std::optional<Error>& why,
+                       const RunFigures& figures) const
 {
     const auto folder = outbox();
     Dictionary entry{{"kind", kind},
@@ -120,21 +126,25 @@ void ReportFlags::keep(const std::string& kind, const RunFigures& figures) const
         fmt::format("{:020}-{}.plist", platform::currentDate().time_since_epoch().count(), kind);
     const bool isKept = folder && bytes && platform::makePrivateFolder(*folder) &&
                         platform::writeFileAtomically(*folder / name, *bytes);
-    output().complain(isKept ? fmt::format("The {} could not be sent. It is kept and sent with the "
-                                           "next backup that sends reports.",
-                                           kind)
-                             : fmt::format("The {} could neither be sent nor kept.", kind));
+    std::string reason = why ? why->localizedDescription() : std::string();
+    if (!reason.empty())
+        reason = ": " + reason.substr(0, reason.find_last_not_of('.') + 1);
+    output().complain(isKept
+                          ? fmt::format("The {} could not be sent{}. It is kept and sent with "
+                                        "the next backup that sends reports.",
+                                        kind, reason)
+                          : fmt::format("The {} could neither be sent nor kept{}.", kind, reason));
 }
 
-bool ReportFlags::send(const std::string& kind, const std::string& to, const std::string& from,
-                       const Session& session, const RunFigures& figures) const
+Sending ReportFlags::send(const std::string& kind, const std::string& to, const std::string& from,
+                          const Session& session, const RunFigures& figures) const
 {
     if (kind == kSummary)
         return sendSummary(session.username, session.password, figures);
     if (kind == kEmail)
         return sendReportEmail(to, from, figures);
     const char* event = figures.failed == 0 ? "BackupEnded" : "BackupEndedWithErrors";
-    return !token_.empty() && sendEvent(token_, event, figures);
+    return token_.empty() ? Sending() : sendEvent(token_, event, figures);
 }
 
 void ReportFlags::sendKept(const Session& session) const
@@ -153,7 +163,8 @@ void ReportFlags::sendKept(const Session& session) const
         const Dictionary* fields = entry ? platform::findDictionary(*entry, "figures") : nullptr;
         const auto figures = fields ? RunFigures::fromDictionary(*fields) : std::nullopt;
         if (figures && !send(platform::findText(*entry, "kind"), platform::findText(*entry, "to"),
-                             platform::findText(*entry, "from"), session, *figures))
+                             platform::findText(*entry, "from"), session, *figures)
+                            .isDone)
             continue;
         fs::remove(file, fault); // sent, or of no use to anybody
     }
@@ -166,9 +177,13 @@ void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& 
     if (session)
         sendKept(*session);
     const auto tellOne = [&](bool isWanted, const char* kind) {
-        if (isWanted &&
-            !(session && send(kind, email_, from_.empty() ? email_ : from_, *session, figures)))
-            keep(kind, figures);
+        if (!isWanted)
+            return;
+        const Sending sending =
+            session ? send(kind, email_, from_.empty() ? email_ : from_, *session, figures)
+                    : Sending();
+        if (!sending.isDone)
+            keep(kind, sending.failure, figures);
     };
     tellOne(report_, kSummary);
     tellOne(!email_.empty(), kEmail);

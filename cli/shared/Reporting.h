@@ -12,13 +12,21 @@
 
 namespace stowline::cli {
 
-/// The sendings, each of which says whether it succeeded. They block for one call.
-[[nodiscard]] bool sendSummary(const std::string& username, const std::string& password,
-                               const RunFigures& figures);
-[[nodiscard]] bool sendReportEmail(const std::string& to, const std::string& from,
-                                   const RunFigures& figures);
-[[nodiscard]] bool sendEvent(const std::string& token, const std::string& event,
-                             const RunFigures& figures);
+/// What a sending came to.
+struct Sending {
+    bool isDone = false;
+    std::optional<Error> failure; ///< why not, as far as it is known
+};
+
+/// The sendings. They block for one call.
+[[nodiscard]] Sending sendSummary(const std::string& username, const std::string& password,
+                                  const RunFigures& figures);
+[[nodiscard]] Sending sendEmail(const std::string& to, const std::string& from,
+                                const std::string& subject, const std::string& body, bool isHtml);
+[[nodiscard]] Sending sendReportEmail(const std::string& to, const std::string& from,
+                                      const RunFigures& figures);
+[[nodiscard]] Sending sendEvent(const std::string& token, const std::string& event,
+                                const RunFigures& figures);
 
 /// The body of the report's e-mail, with the names in it escaped; absent without its template.
 [[nodiscard]] std::optional<std::string> reportHtml(const RunFigures& figures);
@@ -41,9 +49,11 @@ public:
 
 private:
     void sendKept(const Session& session) const;
-    [[nodiscard]] bool send(const std::string& kind, const std::string& to, const std::string& from,
-                            const Session& session, const RunFigures& figures) const;
-    void keep(const std::string& kind, const RunFigures& figures) const;
+    [[nodiscard]] Sending send(const std::string& kind, const std::string& to,
+                               const std::string& from, const Session& session,
+                               const RunFigures& figures) const;
+    void keep(const std::string& kind, const std::optional<Error>& why,
+              const RunFigures& figures) const;
     [[nodiscard]] static std::optional<std::filesystem::path> outbox();
 
     bool report_ = false;

@@ -115,8 +115,8 @@ Result<backup::RunChoice> RunOptions::open() const
             "--at takes the number of a run or a time as \"2026-01-31 18:30\", not "
             "\"" +
                 at_ + "\".");
-    const auto session =
-        session_.open({"GetAccountSystems", "GetAccountFilesAndFolders", "GetFileVersions"});
+    const auto session = session_.open(
+        {"GetAccountSystems", "GetAccountFilesAndFolders", "GetFileVersions"}, retrySeconds_);
     if (!session)
         return session.status();
     auto choice = runChoiceFor(*session, machine_, at_, chain_);

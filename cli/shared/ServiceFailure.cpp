@@ -43,7 +43,7 @@ bool isWorthALook(FailureKind kind)
     return kind == FailureKind::certificate || kind == FailureKind::connection ||
            kind == FailureKind::nameNotFound || kind == FailureKind::proxyRefused ||
            kind == FailureKind::helperFailed || kind == FailureKind::invalidSettings ||
-           kind == FailureKind::unspecified;
+           kind == FailureKind::hostUnreachable || kind == FailureKind::unspecified;
 }
 
 ExitStatus tell(const Finding& trouble)
@@ -59,7 +59,11 @@ ExitStatus callFailure(const std::optional<Error>& error)
     const FailureKind kind = error ? error->kind : FailureKind::unspecified;
     if (isWorthALook(kind)) {
         const auto trouble = firstTrouble();
-        if (trouble && (kind == FailureKind::unspecified || trouble->kind == kind))
+        // Without descriptors or processes nothing can be reached either.
+        const bool isWithoutMeans = kind == FailureKind::hostUnreachable && trouble &&
+                                    trouble->kind == FailureKind::helperFailed;
+        if (trouble &&
+            (kind == FailureKind::unspecified || trouble->kind == kind || isWithoutMeans))
             return tell(*trouble);
     }
     if (!error)
@@ -74,11 +78,15 @@ ExitStatus callFailure(const std::optional<Error>& error)
                          error->localizedDescription(), platform::nameOf(kind));
 }
 
-ExitStatus unexplainedFailure(const std::string& refusal)
+ExitStatus callFailure(const std::optional<Error>& failure, const std::string& refusal)
 {
+    const FailureKind kind = failure ? failure->kind : FailureKind::unspecified;
+    if (kind != FailureKind::refusedByService && kind != FailureKind::unspecified)
+        return callFailure(failure);
     if (const auto trouble = firstTrouble())
         return tell(*trouble);
-    return output().fail(ExitStatus::refused, refusal);
+    return output().fail(ExitStatus::refused, refusal,
+                         platform::nameOf(FailureKind::refusedByService));
 }
 
 bool isRefusal(const std::optional<Error>& error)

@@ -18,10 +18,12 @@ namespace stowline::cli {
 /// @param error what the broker stored; absent when it stored nothing
 [[nodiscard]] ExitStatus callFailure(const std::optional<Error>& error);
 
-/// The same for an operation that does not tell why it failed, and that the service may have
-/// refused.
-/// @param refusal what to say, with status 6, when nothing stands between here and the service
-[[nodiscard]] ExitStatus unexplainedFailure(const std::string& refusal);
+/// The same for an operation that has no error slot.
+/// @param failure what a FailureWatch learnt of it
+/// @param refusal what to say, with status 6, when the service said no, or nothing is known and
+///        nothing stands between here and the service
+[[nodiscard]] ExitStatus callFailure(const std::optional<Error>& failure,
+                                     const std::string& refusal);
 
 /// Whether an error tells that the service understood the call and said no.
 [[nodiscard]] bool isRefusal(const std::optional<Error>& error);

@@ -2,10 +2,20 @@
 
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
+#include "cli/shared/TimeLimit.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
+#include <algorithm>
+
 namespace stowline::cli {
+
+namespace {
+
+/// A service that works answers within it.
+constexpr double kShortestWait = 5;
+
+} // namespace
 
 void declareUsername(const Command& command, std::string& username)
 {
@@ -18,10 +28,22 @@ void SessionOptions::declare(const Command& command)
     password_.declare(command, "password", "STOWLINE_PASSWORD");
 }
 
-Result<Dictionary> signIn(const std::string& username, const std::string& password)
+Result<Dictionary> signIn(const std::string& username, const std::string& password,
+                          std::optional<double> atMostSeconds)
 {
     std::optional<Error> error;
-    const auto result = WebServiceBroker::authenticateForUsername(username, password, &error);
+    std::optional<Dictionary> result;
+    {
+        std::optional<TimeLimit> limit;
+        if (atMostSeconds)
+            limit.emplace(std::chrono::duration<double>(std::max(*atMostSeconds, kShortestWait)));
+        result = WebServiceBroker::authenticateForUsername(username, password, &error);
+        if (!result && limit && limit->isOver())
+            return output().fail(ExitStatus::temporary,
+                                 "The service did not answer the sign-in in time. Please try again "
+                                 "later, or wait longer (--retry-time).",
+                                 platform::nameOf(FailureKind::timeOut));
+    }
     if (!result)
         return callFailure(error);
     if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
@@ -30,7 +52,8 @@ Result<Dictionary> signIn(const std::string& username, const std::string& passwo
     return *result;
 }
 
-Result<Session> SessionOptions::open(std::initializer_list<const char*> webMethods) const
+Result<Session> SessionOptions::open(std::initializer_list<const char*> webMethods,
+                                     std::optional<double> atMostSeconds) const
 {
     if (const auto failure = settingsFailure("Authenticate"))
         return *failure;
@@ -41,7 +64,7 @@ Result<Session> SessionOptions::open(std::initializer_list<const char*> webMetho
     auto password = password_.read("Password for " + username_ + ": ");
     if (!password)
         return output().finish(ExitStatus::usage);
-    const auto result = signIn(username_, *password);
+    const auto result = signIn(username_, *password, atMostSeconds);
     if (!result)
         return result.status();
     Session session{username_, *password, platform::findText(*result, "backupServerName")};

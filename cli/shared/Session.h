@@ -8,6 +8,7 @@
 #include "stowline/platform/values/Error.h"
 
 #include <initializer_list>
+#include <optional>
 #include <string>
 
 namespace stowline::cli {
@@ -22,8 +23,11 @@ struct Session {
 /// -u and --username, which may come from STOWLINE_USERNAME.
 void declareUsername(const Command& command, std::string& username);
 
-/// Signs in. Says what goes wrong. @return what the service tells of the account
-[[nodiscard]] Result<Dictionary> signIn(const std::string& username, const std::string& password);
+/// Signs in. Says what goes wrong.
+/// @param atMostSeconds how long to wait for the answer; absent: as long as any call may take
+/// @return what the service tells of the account
+[[nodiscard]] Result<Dictionary> signIn(const std::string& username, const std::string& password,
+                                        std::optional<double> atMostSeconds = std::nullopt);
 
 /// The options of every command that signs in.
 class SessionOptions {
@@ -34,7 +38,9 @@ public:
 
     /// Checks the settings for the web methods, reads the password and signs in. Says what goes
     /// wrong.
-    [[nodiscard]] Result<Session> open(std::initializer_list<const char*> webMethods) const;
+    /// @param atMostSeconds as signIn()
+    [[nodiscard]] Result<Session> open(std::initializer_list<const char*> webMethods,
+                                       std::optional<double> atMostSeconds = std::nullopt) const;
 
 private:
     std::string username_;

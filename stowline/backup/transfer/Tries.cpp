@@ -1,5 +1,8 @@
 #include "stowline/backup/transfer/Tries.h"
 
+#include "stowline/service/FailureSentence.h"
+#include "stowline/service/WebServiceBroker.h"
+
 #include <algorithm>
 #include <random>
 
@@ -37,6 +40,13 @@ bool isPermanent(const Error& error)
     default:
         return false;
     }
+}
+
+/// Where the error's own text is the same for every cause, the cause in words.
+std::string textOf(const Error& error)
+{
+    return error.code == kFaultErrorCode ? sentenceFor(error.kind, "the service")
+                                         : error.localizedDescription();
 }
 
 std::string sentence(std::string text)
@@ -114,18 +124,16 @@ std::optional<StepFailure> Tries::repeat(const Attempt& attempt, int refusalsTak
         if (stop_.isRequested())
             return StepFailure{StepEnd::interrupted, {}};
         if (error && isPermanent(*error))
-            return StepFailure{StepEnd::failed, sentence(error->localizedDescription())};
+            return StepFailure{StepEnd::failed, sentence(textOf(*error))};
         const bool isRefusal = !error || error->kind == FailureKind::refusedByService;
         if (isRefusal && ++refusals >= refusalsTaken)
-            return StepFailure{StepEnd::refused,
-                               error ? sentence(error->localizedDescription()) : std::string()};
+            return StepFailure{StepEnd::refused, error ? sentence(textOf(*error)) : std::string()};
         const auto pause = backoff.next();
         if (!pause) {
             isServiceDown_ = true;
-            return StepFailure{
-                StepEnd::temporary,
-                sentence(error ? error->localizedDescription() : "The service said no") +
-                    " It was tried until the time for it was used up."};
+            return StepFailure{StepEnd::temporary,
+                               sentence(error ? textOf(*error) : "The service said no") +
+                                   " It was tried until the time for it was used up."};
         }
         if (stop_.waitFor(*pause))
             return StepFailure{StepEnd::interrupted, {}};
