@@ -49,6 +49,10 @@ bool readLists(Options& options)
             return false;
         options.request.rules.excludeLines += *content + "\n";
     }
+    if (const auto fault = backup::faultIn(options.request.rules)) {
+        output().complain(*fault);
+        return false;
+    }
     if (("/" + options.streamName + "/").find("/../") != std::string::npos) {
         output().complain("The name of --stdin may not hold \"..\". Please give another one.");
         return false;

@@ -74,7 +74,8 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     RunFigures figures{.username = options.username(), .machine = flags.systemName, .begun = begun};
     const auto session =
         options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
-                      "PreparePackagedFilesForProtection"});
+                      "PreparePackagedFilesForProtection"},
+                     flags.retrySeconds);
     if (!session) {
         flags.reports.tell(std::nullopt, figures);
         return session.status();

@@ -1,5 +1,6 @@
 #include "cli/commands/BackupReport.h"
 
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Logging.h"
 #include "cli/shared/Output.h"
@@ -42,6 +43,8 @@ ExitStatus statusOf(BackupEnd end)
         return Interruptible::request().value_or(ExitStatus::interrupted);
     case BackupEnd::locked:
         return ExitStatus::locked;
+    case BackupEnd::badRequest:
+        return ExitStatus::usage;
     case BackupEnd::temporary:
         return ExitStatus::temporary;
     case BackupEnd::refused:
@@ -80,18 +83,15 @@ Fields fieldsOf(const BackupSummary& summary)
                   {"seconds", inMilliseconds(summary.seconds)},
                   {"registration_seconds", inMilliseconds(summary.registrationSeconds)},
                   {"run", summary.run},
-                  {"record", summary.recordDigest}};
+                  {"record", summary.recordDigest},
+                  {"record_items", summary.recordItems},
+                  {"record_bytes", summary.recordBytes}};
     return fields;
-}
-
-std::string counted(std::uint64_t count, const char* one, const char* many)
-{
-    return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
 std::string files(std::uint64_t count, std::uint64_t bytes)
 {
-    return fmt::format("{} ({})", counted(count, "file", "files"),
+    return fmt::format("{} ({})", countText(count, "file", "files"),
                        bytesText(static_cast<double>(bytes)));
 }
 
@@ -109,8 +109,9 @@ std::string backupProgressLine(const BackupProgress& progress,
     std::vector<std::string> facts;
     if (progress.isWalkOver)
         facts.push_back(fmt::format("{}%", static_cast<int>(done * 100)));
-    facts.push_back(fmt::format("{} of {}{} items", progress.doneItems,
-                                progress.isWalkOver ? "" : "at least ", progress.foundItems));
+    facts.push_back(fmt::format("{} of {}{}", progress.doneItems,
+                                progress.isWalkOver ? "" : "at least ",
+                                countText(progress.foundItems, "item", "items")));
     facts.push_back(bytesText(static_cast<double>(progress.doneBytes)) + " of " +
                     bytesText(static_cast<double>(progress.foundBytes)));
     if (progress.sentBytes > 0 && elapsed.count() > 0)
@@ -148,25 +149,29 @@ std::string backupSentences(const BackupSummary& summary)
             ".");
     say("Unchanged: " + files(summary.unchanged, summary.unchangedBytes) + ".");
     say("Recorded without content: " +
-        counted(summary.recorded, "folder, link or the like", "folders, links and the like") + ".");
+        countText(summary.recorded, "folder, link or the like", "folders, links and the like") +
+        ".");
     if (summary.excluded > 0)
-        say("Left out by rules: " + counted(summary.excluded, "item", "items") + ".");
+        say("Left out by rules: " + countText(summary.excluded, "item", "items") + ".");
     if (summary.changedWhileRead > 0)
         say("Changed while they were read, so not one state of them is stored: " +
-            counted(summary.changedWhileRead, "file", "files") + ".");
+            countText(summary.changedWhileRead, "file", "files") + ".");
     if (summary.carriedForward > 0)
         say("Kept as an earlier run saw them, because this one could not look: " +
-            counted(summary.carriedForward, "item", "items") + ".");
-    say("Failed: " + counted(summary.failed, "item", "items") + ".");
+            countText(summary.carriedForward, "item", "items") + ".");
+    say("Failed: " + countText(summary.failed, "item", "items") + ".");
     const std::uint64_t ended = summary.stored + summary.wouldStore + summary.unchanged +
                                 summary.recorded + summary.excluded + summary.failed;
     if (summary.found > ended)
-        say("Not finished: " + counted(summary.found - ended, "item", "items") + ".");
-    say(fmt::format("{} in all, in {}.", counted(summary.found, "item", "items"),
+        say("Not finished: " + countText(summary.found - ended, "item", "items") + ".");
+    say(fmt::format("{} in all, in {}.", countText(summary.found, "item", "items"),
                     durationText(std::chrono::duration<double>(summary.seconds))));
     if (summary.run > 0)
-        say(fmt::format("This was run {}; its record begins with {}.", summary.run,
-                        summary.recordDigest.substr(0, 12)));
+        say(fmt::format("This was run {}. Its record begins with {} and holds {} with {}: the "
+                        "folders above what was named too, and nothing that was left out.",
+                        summary.run, summary.recordDigest.substr(0, 12),
+                        countText(summary.recordItems, "item", "items"),
+                        bytesText(static_cast<double>(summary.recordBytes))));
     return text;
 }
 
@@ -191,7 +196,9 @@ void BackupReport::nameItem(const ItemReport& report)
                   {"cause", report.cause},
                   {"changed_while_read", report.changedWhileRead}};
     clearProgress();
-    output().item(fmt::format("{:<11}  {}", backup::nameOf(report.state), onOneLine(report.path)),
+    const bool hasRule = report.state == ItemState::excluded;
+    output().item(fmt::format("{:<11}  {}{}", backup::nameOf(report.state), onOneLine(report.path),
+                              hasRule ? " (" + onOneLine(report.cause) + ")" : std::string()),
                   "file", fields);
 }
 
@@ -233,7 +240,8 @@ std::string BackupReport::keepFailures() const
     std::string text;
     for (const std::string& sentence : failures_)
         text += onOneLine(sentence) + "\n";
-    const auto file = request_.stateFolder / "last-failures.txt";
+    const auto file = backup::profileFolder(request_.stateFolder, request_.identity.profile) /
+                      "last-failures.txt";
     return platform::writeFileAtomically(file, text) ? file.string() : std::string();
 }
 
@@ -262,7 +270,7 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
     if (summary.end == BackupEnd::interrupted)
         sentence = fmt::format("Interrupted. {} stored; the same command goes on where this one "
                                "stopped.",
-                               counted(summary.stored, "file was", "files were"));
+                               countText(summary.stored, "file was", "files were"));
     if (summary.end == BackupEnd::rolledBack)
         sentence += " --rebuild-index goes on with what the service has.";
     if (!sentence.empty()) {

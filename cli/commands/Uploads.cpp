@@ -2,7 +2,9 @@
 #include "cli/commands/BackupCommand.h"
 #include "cli/commands/Commands.h"
 #include "cli/shared/Confirmation.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/Progress.h"
 #include "stowline/platform/files/Files.h"
 
 #include <fmt/format.h>
@@ -20,15 +22,24 @@ std::filesystem::path state()
 
 ExitStatus listUploads()
 {
-    for (const backup::UnfinishedUpload& upload : backup::unfinishedUploads(state())) {
+    const auto uploads = backup::unfinishedUploads(state());
+    const auto row = [](const std::string& id, const std::string& sent, const std::string& size,
+                        const std::string& profile, const std::string& path) {
+        return fmt::format("{:<36}  {:>10}  {:>10}  {:<10}  {}", id, sent, size, profile, path);
+    };
+    if (!uploads.empty())
+        output().heading(row("ID", "SENT", "SIZE", "PROFILE", "PATH"));
+    for (const backup::UnfinishedUpload& upload : uploads) {
         Fields fields{{"id", upload.id}};
         fields.emplace_back("path", upload.path);
         fields.emplace_back("sent", upload.sentBytes);
         fields.emplace_back("size", upload.size);
         fields.emplace_back("parts", upload.parts);
         fields.emplace_back("account", upload.username);
-        output().item(fmt::format("{}  {:>14} of {:>14}  {}", upload.id, upload.sentBytes,
-                                  upload.size, onOneLine(upload.path)),
+        fields.emplace_back("profile", upload.profile);
+        output().item(row(upload.id, bytesText(static_cast<double>(upload.sentBytes)),
+                          bytesText(static_cast<double>(upload.size)), onOneLine(upload.profile),
+                          onOneLine(upload.path)),
                       "upload", fields);
     }
     return output().finish(ExitStatus::done);
@@ -64,11 +75,11 @@ ExitStatus abandonUploads(const AbandonOptions& options)
                                                            "those that there are.");
     }
     if (const auto refused = options.confirmation.refusal(
-            fmt::format("the record of {} unfinished uploads", ids.size())))
+            "the record of " + countText(ids.size(), "unfinished upload", "unfinished uploads")))
         return *refused;
     const auto count = backup::abandonUploads(state(), ids);
     if (!count)
-        return output().fail(ExitStatus::locked, "Another backup of this user is running. Please "
+        return output().fail(ExitStatus::locked, "A backup of their profile is running. Please "
                                                  "wait for its end.");
     output().note("What was sent of them lies with the service until it drops it by itself.");
     return output().finish(ExitStatus::done, {{"abandoned", *count}});

@@ -9,6 +9,8 @@
 #include "stowline/backup/TreeIntake.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/record/RecordFault.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -35,7 +37,8 @@ constexpr std::chrono::minutes kBetweenUnfinishedRecords{30};
 /// Of how many runs one asks after every version.
 constexpr std::uint64_t kRunsForAllVersions = 30;
 
-TreeRules treeRules(const BackupRules& rules)
+/// The rules as the walk takes them, and what is wrong with them; empty: nothing.
+std::pair<TreeRules, std::string> readRules(const BackupRules& rules)
 {
     TreeRules tree;
     tree.skipsHidden = rules.skipsHidden;
@@ -43,15 +46,21 @@ TreeRules treeRules(const BackupRules& rules)
     tree.staysOnFileSystem = rules.staysOnFileSystem;
     for (const std::string& pattern : rules.include) {
         if (!tree.include(pattern))
-            throw RunFault(BackupEnd::failed, "\"" + pattern + "\" is no pattern.");
+            return {tree, "\"" + pattern + "\" is no pattern."};
     }
     for (const std::string& pattern : rules.exclude) {
         if (!tree.exclude(pattern))
-            throw RunFault(BackupEnd::failed, "\"" + pattern + "\" is no pattern.");
+            return {tree, "\"" + pattern + "\" is no pattern."};
     }
-    if (const auto line = tree.excludeLines(rules.excludeLines))
-        throw RunFault(BackupEnd::failed,
-                       fmt::format("Line {} of the patterns is no pattern.", *line));
+    const auto line = tree.excludeLines(rules.excludeLines);
+    return {tree, line ? fmt::format("Line {} of the patterns is no pattern.", *line) : ""};
+}
+
+TreeRules treeRules(const BackupRules& rules)
+{
+    auto [tree, fault] = readRules(rules);
+    if (!fault.empty())
+        throw RunFault(BackupEnd::badRequest, fault);
     return tree;
 }
 
@@ -86,8 +95,10 @@ public:
             summary.registrationSeconds =
                 static_cast<double>(uploads_->registrationMicroseconds.load()) / 1e6;
         }
-        summary.run = record_.run;
-        summary.recordDigest = record_.digest;
+        summary.run = record_.position.run;
+        summary.recordDigest = record_.position.digest;
+        summary.recordItems = record_.items;
+        summary.recordBytes = record_.bytes;
         summary.vanishedVersions = vanishedVersions_;
         summary.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
         return summary;
@@ -109,12 +120,15 @@ private:
         WalkOptions walk{.paths = request_.paths,
                          .rules = treeRules(request_.rules),
                          .ownFolders = {request_.stateFolder.string()}};
-        state_.emplace(RunState::take(request_.stateFolder));
+        state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile));
         if (!request_.isDryRun)
             giveUpOvertakenUploads();
-        begin();
-        if (request_.resumesOnly)
+        if (request_.resumesOnly) {
             walk.paths = unfinishedPaths();
+            if (walk.paths.empty())
+                return accounts_.note("There is nothing to go on with.");
+        }
+        begin();
         if (!request_.isDryRun && !request_.resumesOnly)
             askAfterVersions();
         work(walk);
@@ -140,7 +154,7 @@ private:
     void begin()
     {
         accounts_.activity("asks where to upload");
-        const UploadOwner owner = state_->owner(request_.account, request_.identity);
+        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
         bandwidth_.emplace(request_.bytesPerSecond, steady_clock::now);
         for (auto* context : {&uploads_, &recordUploads_}) {
             context->emplace(state_->journal(), *bandwidth_, tries_);
@@ -192,18 +206,22 @@ private:
     std::string uploadPath()
     {
         std::optional<std::string> path;
-        const auto failure = tries_.repeat([&](std::optional<Error>&) {
+        const auto failure = tries_.repeat([&](std::optional<Error>& error) {
+            const FailureWatch watch;
             path = WebServiceBroker::getUploadServerPathForUsername(
                 request_.account.username, request_.account.server,
                 General::hardwareId().value_or("unknown"));
+            error = watch.failure();
             return path.has_value();
         });
         if (failure && failure->end == StepEnd::interrupted)
             throw RunFault(BackupEnd::interrupted, "");
         if (failure)
-            throw RunFault(BackupEnd::temporary, "The backup server " + request_.account.server +
-                                                     " gave no upload path. Please try again "
-                                                     "later.");
+            throw RunFault(failure->end == StepEnd::refused     ? BackupEnd::refused
+                           : failure->end == StepEnd::temporary ? BackupEnd::temporary
+                                                                : BackupEnd::failed,
+                           "The backup server " + request_.account.server +
+                               " gives no upload path. " + failure->reason);
         return *path;
     }
 
@@ -223,9 +241,10 @@ private:
 
     std::vector<std::string> unfinishedPaths()
     {
+        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
         std::vector<std::string> paths;
         for (const JournalEntry& entry : state_->journal().entries()) {
-            if (entry.owner == uploads_->owner)
+            if (entry.owner == owner)
                 paths.push_back(entry.path);
         }
         return paths;
@@ -272,9 +291,9 @@ private:
             index_->put(item);
         }
         if (vanishedVersions_ > 0)
-            accounts_.note(fmt::format("The service has lost what was stored of {} files; they are "
-                                       "sent again when they are met.",
-                                       vanishedVersions_));
+            accounts_.note("The service has lost what was stored of " +
+                           platform::countText(vanishedVersions_, "file", "files") +
+                           "; it is sent again when it is met.");
     }
 
     void work(const WalkOptions& options)
@@ -320,9 +339,18 @@ private:
                               announcePackage(path, bytes);
                           });
         const WalkResult result = walkTree(options, intake, walkStop);
-        if (!result.isStopped)
+        if (!result.isStopped) {
             accounts_.walkIsOver();
+            tellIdlePatterns(result.idlePatterns);
+        }
         foundNothing_ = intake.foundNothing();
+    }
+
+    /// A misspelt pattern would else never show.
+    void tellIdlePatterns(const std::vector<std::string>& patterns)
+    {
+        for (const std::string& pattern : patterns)
+            accounts_.note("Nothing that was looked at matches the pattern \"" + pattern + "\".");
     }
 
     void announcePackage(const std::string& path, std::uint64_t bytes)
@@ -452,7 +480,7 @@ private:
     std::optional<RunIndex> index_;
     std::optional<RunRecords> records_;
     std::optional<HeldFiles> held_;
-    IndexPosition record_;
+    StoredRecord record_;
     std::uint64_t vanishedVersions_ = 0;
     bool foundNothing_ = false;
     std::string walkFault_;
@@ -490,19 +518,32 @@ BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
     }
 }
 
+std::optional<std::string> faultIn(const BackupRules& rules) noexcept
+{
+    try {
+        const auto fault = readRules(rules).second;
+        return fault.empty() ? std::nullopt : std::optional(fault);
+    } catch (const std::exception&) {
+        return std::nullopt; // the run finds it again
+    }
+}
+
 std::vector<UnfinishedUpload> unfinishedUploads(const fs::path& stateFolder) noexcept
 {
     try {
         std::vector<UnfinishedUpload> found;
-        for (const JournalEntry& entry : UploadJournal(journalFolder(stateFolder)).entries())
-            found.push_back({.id = entry.guid,
-                             .path = entry.path,
-                             .username = entry.owner.username,
-                             .systemName = entry.owner.systemName,
-                             .profile = entry.owner.identity.profile,
-                             .size = entry.state.size,
-                             .sentBytes = entry.sentBytes,
-                             .parts = entry.parts});
+        for (const fs::path& folder : profileFolders(stateFolder)) {
+            for (const JournalEntry& entry : UploadJournal(journalFolder(folder)).entries())
+                found.push_back({.id = entry.guid,
+                                 .path = entry.path,
+                                 .username = entry.owner.username,
+                                 .systemName = entry.owner.systemName,
+                                 .profile = entry.owner.identity.profile,
+                                 .size = entry.state.size,
+                                 .sentBytes = entry.sentBytes,
+                                 .parts = entry.parts});
+        }
+        std::ranges::stable_sort(found, {}, &UnfinishedUpload::path);
         return found;
     } catch (const std::exception&) {
         return {};
@@ -513,13 +554,20 @@ std::optional<std::size_t> abandonUploads(const fs::path& stateFolder,
                                           const std::vector<std::string>& ids) noexcept
 {
     try {
-        const RunState state = RunState::take(stateFolder);
+        std::set<std::string> profiles;
+        for (const UnfinishedUpload& upload : unfinishedUploads(stateFolder)) {
+            if (std::ranges::find(ids, upload.id) != ids.end())
+                profiles.insert(upload.profile);
+        }
         std::size_t count = 0;
-        for (const JournalEntry& entry : state.journal().entries()) {
-            if (std::ranges::find(ids, entry.guid) == ids.end())
-                continue;
-            state.journal().remove(entry);
-            ++count;
+        for (const std::string& profile : profiles) {
+            const RunState state = RunState::take(stateFolder, profile);
+            for (const JournalEntry& entry : state.journal().entries()) {
+                if (std::ranges::find(ids, entry.guid) == ids.end())
+                    continue;
+                state.journal().remove(entry);
+                ++count;
+            }
         }
         return count;
     } catch (const std::exception&) {

@@ -27,6 +27,9 @@ struct BackupRules {
     bool skipsCaches = false;       ///< folders tagged CACHEDIR.TAG
 };
 
+/// What is wrong with the patterns, in a sentence; absent when nothing is.
+[[nodiscard]] std::optional<std::string> faultIn(const BackupRules& rules) noexcept;
+
 /// What a run is to do. A plain value.
 struct BackupRequest {
     Account account;
@@ -110,7 +113,8 @@ enum class BackupEnd {
     someFailed,   ///< what did not is stored
     nothingThere, ///< nothing that was named is there
     interrupted,  ///< by the StopRequest; the next run goes on
-    locked,       ///< another run of this user holds the state folder
+    locked,       ///< another run of this user and profile is under way
+    badRequest,   ///< one of its patterns is none
     stateFolder,  ///< it cannot be made, read or written
     temporary,    ///< the service did not answer, or could not, until the time was used up
     refused,      ///< the service said no
@@ -141,14 +145,18 @@ struct BackupSummary {
     std::uint64_t wouldStoreBytes = 0;
     std::uint64_t sentParts = 0;
     double seconds = 0;
-    double registrationSeconds = 0;   ///< of all jobs together
-    std::uint64_t run = 0;            ///< number of its record; 0: none was stored
+    double registrationSeconds = 0; ///< of all jobs together
+    std::uint64_t run = 0;          ///< number of its record; 0: none was stored
+    /// What the record holds, as listRuns() tells it: what was found or carried forward, and the
+    /// folders above what was named, but nothing that was excluded.
+    std::uint64_t recordItems = 0;
+    std::uint64_t recordBytes = 0;
     std::string recordDigest;         ///< SHA-256 of the record, hexadecimal
     std::vector<ItemReport> failures; ///< the first thousand
 };
 
-/// Runs one backup to its end. Blocks; nothing is thrown. One at a time for a state folder, over
-/// all processes.
+/// Runs one backup to its end. Blocks; nothing is thrown. One at a time for a state folder and
+/// profile, over all processes; several profiles may run side by side.
 /// @param stop ends the run within two seconds; what is stored by then stays stored
 [[nodiscard]] BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
                                       const StopRequest& stop) noexcept;
@@ -169,8 +177,13 @@ struct UnfinishedUpload {
 [[nodiscard]] std::vector<UnfinishedUpload>
 unfinishedUploads(const std::filesystem::path& stateFolder) noexcept;
 
+/// Where lists and the like of a profile's runs may be kept, besides what the engine keeps there:
+/// the state folder itself of the profile "default", else a folder in it.
+[[nodiscard]] std::filesystem::path profileFolder(const std::filesystem::path& stateFolder,
+                                                  const std::string& profile);
+
 /// Forgets unfinished uploads, on this machine alone. @return how many there were; absent while a
-/// run holds the state folder
+/// run of their profile is under way
 [[nodiscard]] std::optional<std::size_t>
 abandonUploads(const std::filesystem::path& stateFolder,
                const std::vector<std::string>& ids) noexcept;

@@ -64,6 +64,17 @@ std::uint64_t RunIndex::keepAsStale(const std::string& path)
     return count;
 }
 
+bool RunIndex::keepAloneAsStale(const std::string& path)
+{
+    const std::lock_guard lock(mutex_);
+    auto item = index_.find(path);
+    if (!item || !changes_ || item->isStale)
+        return item.has_value();
+    item->isStale = true;
+    index_.put(*item, run_);
+    return true;
+}
+
 void RunIndex::commit()
 {
     if (!changes_)

@@ -37,6 +37,9 @@ public:
     /// Marks what is known at and below a path as not looked at. @return how many items
     std::uint64_t keepAsStale(const std::string& path);
 
+    /// The same of an item alone, whatever is below it. @return whether anything is known of it
+    bool keepAloneAsStale(const std::string& path);
+
     /// Makes everything durable that was put.
     void commit();
 

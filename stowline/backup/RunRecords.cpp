@@ -149,22 +149,32 @@ std::uint64_t RunRecords::begin(const ItemIndex& index)
     return chain_->begin(description(), index.position());
 }
 
+/// Two runs that began at one moment, from state folders that know nothing of each other, have one
+/// number.
+void RunRecords::refuseTwin()
+{
+    if (!chain_->isNumberOurs())
+        throw RecordFault(RecordFault::Kind::failed,
+                          "Another run of this machine, user and profile began at the same moment "
+                          "and is the one that is recorded; of this one there is no record. Please "
+                          "run the backup again, and let only one run at a time.");
+}
+
 void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
 {
+    refuseTwin();
     (void)chain_->storeUnfinished(index, {.newBytes = newBytes, .ended = timestampNow()});
 }
 
-IndexPosition RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
+StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
+    refuseTwin();
     const StoredRecord stored =
         chain_->storeFinished(index, {.newBytes = newBytes, .ended = timestampNow()});
     index.setPosition(stored.position);
-    // Two states of one machine that run at the same time end with the same number.
-    if (stored.sentBytes <= kRecordBytesReadAgain && !chain_->isWholeBelow(stored.position, 0))
-        accounts_.problem("Another run of this machine, user and profile ended at the same time, "
-                          "and its record took the place of this one's. Please run the backup "
-                          "again, and let only one run at a time.");
-    return stored.position;
+    if (stored.isFull) // nobody asks for what changed before it any more
+        index.forgetVanished(stored.position.run);
+    return stored;
 }
 
 } // namespace stowline::backup

@@ -31,12 +31,13 @@ public:
 
     void storeUnfinished(const ItemIndex& index, std::uint64_t newBytes);
 
-    /// Stores the record and puts the index to it. @return which one it is
-    IndexPosition storeFinished(ItemIndex& index, std::uint64_t newBytes);
+    /// Stores the record and puts the index to it.
+    StoredRecord storeFinished(ItemIndex& index, std::uint64_t newBytes);
 
 private:
     [[nodiscard]] bool isFoundation(ItemIndex& index);
     void refuseOthers() const;
+    void refuseTwin();
     [[nodiscard]] bool loadAdopted(ItemIndex& index);
     [[nodiscard]] bool load(RecordChain& chain, ItemIndex& index);
     [[nodiscard]] RunDescription description() const;

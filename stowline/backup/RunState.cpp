@@ -24,13 +24,42 @@ std::string serviceOrigin()
     return scheme == std::string::npos ? address : address.substr(0, address.find('/', scheme + 3));
 }
 
+constexpr const char* kProfiles = "profiles";
+
+std::string reasonOf(int systemError)
+{
+    return std::generic_category().message(systemError) + ".";
+}
+
+/// Where others may not look.
+void makeFolder(const fs::path& folder)
+{
+    int error = 0;
+    if (!platform::makePrivateFolder(folder, error))
+        throw RunFault(BackupEnd::stateFolder,
+                       "The folder " + folder.string() + " cannot be made: " + reasonOf(error));
+}
+
 void requireWritable(const fs::path& folder)
 {
     int error = 0;
     if (!platform::SourceFile::emptyIn(folder, error))
-        throw RunFault(BackupEnd::stateFolder,
-                       "The state folder " + folder.string() +
-                           " cannot be written: " + std::generic_category().message(error) + ".");
+        throw RunFault(BackupEnd::stateFolder, "The state folder " + folder.string() +
+                                                   " cannot be written: " + reasonOf(error));
+}
+
+platform::LockFile lockFor(const fs::path& folder, const std::string& profile)
+{
+    int error = 0;
+    if (auto lock = platform::LockFile::take(folder / "backup.lock", error))
+        return std::move(*lock);
+    if (error != 0)
+        throw RunFault(BackupEnd::stateFolder, "The lock " + (folder / "backup.lock").string() +
+                                                   " cannot be made: " + reasonOf(error));
+    throw RunFault(BackupEnd::locked,
+                   "Another backup of this user with the profile \"" + profile +
+                       "\" is running. Please wait for its end, or give this one a profile of its "
+                       "own.");
 }
 
 IndexOwner indexOwner(const UploadOwner& owner)
@@ -55,9 +84,24 @@ fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
 
 } // namespace
 
-fs::path journalFolder(const fs::path& stateFolder)
+fs::path journalFolder(const fs::path& profileFolder)
 {
-    return stateFolder / "uploads";
+    return profileFolder / "uploads";
+}
+
+fs::path profileFolder(const fs::path& stateFolder, const std::string& profile)
+{
+    if (profile == ChainIdentity().profile)
+        return stateFolder;
+    return stateFolder / kProfiles / platform::derivedUuid("com.stowline.profile.1", profile);
+}
+
+std::vector<fs::path> profileFolders(const fs::path& stateFolder)
+{
+    std::vector<fs::path> folders{stateFolder};
+    for (const std::string& name : platform::namesInFolder(stateFolder / kProfiles))
+        folders.push_back(stateFolder / kProfiles / name);
+    return folders;
 }
 
 RunState::RunState(fs::path folder, platform::LockFile lock)
@@ -66,22 +110,15 @@ RunState::RunState(fs::path folder, platform::LockFile lock)
 {
 }
 
-RunState RunState::take(const fs::path& folder)
+RunState RunState::take(const fs::path& stateFolder, const std::string& profile)
 {
-    if (!platform::makePrivateFolder(folder))
-        throw RunFault(BackupEnd::stateFolder,
-                       "The state folder " + folder.string() + " cannot be made.");
+    const fs::path folder = profileFolder(stateFolder, profile);
+    makeFolder(folder);
     requireWritable(folder);
-    auto lock = platform::LockFile::take(folder / "backup.lock");
-    if (!lock)
-        throw RunFault(BackupEnd::locked,
-                       "Another backup of this user is running. Please wait for its end.");
-    RunState state(folder, std::move(*lock));
+    RunState state(folder, lockFor(folder, profile));
     std::error_code unimportant; // what stays is taken out by a later run
     fs::remove_all(state.spoolFolder(), unimportant);
-    if (!platform::makePrivateFolder(state.spoolFolder()))
-        throw RunFault(BackupEnd::stateFolder, "The folder " + state.spoolFolder().string() +
-                                                   " cannot be made. Is the disk full?");
+    makeFolder(state.spoolFolder());
     return state;
 }
 
@@ -95,7 +132,8 @@ UploadOwner RunState::owner(const Account& account, const ChainIdentity& identit
 
 IndexPosition RunState::seen(const fs::path& folder, const UploadOwner& owner)
 {
-    return ItemIndex::positionOf(indexFile(folder, owner), indexOwner(owner));
+    return ItemIndex::positionOf(indexFile(profileFolder(folder, owner.identity.profile), owner),
+                                 indexOwner(owner));
 }
 
 ItemIndex RunState::openIndex(const UploadOwner& owner, bool isTemporary, bool isAnew) const
@@ -104,9 +142,7 @@ ItemIndex RunState::openIndex(const UploadOwner& owner, bool isTemporary, bool i
     std::error_code fault;
     if (isTemporary && (isAnew || !fs::exists(file, fault)))
         return ItemIndex::temporary();
-    if (!platform::makePrivateFolder(file.parent_path()))
-        throw RunFault(BackupEnd::stateFolder,
-                       "The folder " + file.parent_path().string() + " cannot be made.");
+    makeFolder(file.parent_path());
     ItemIndex index = ItemIndex::open(file, indexOwner(owner));
     if (isAnew)
         index.clear();

@@ -10,15 +10,20 @@
 
 namespace stowline::backup {
 
-/// Where the journal of a state folder lies.
-[[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& stateFolder);
+/// Where the journal of a profile's folder lies.
+[[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& profileFolder);
 
-/// Holds the state folder as long as it exists. Operations throw RunFault and IndexFault.
+/// The folders of all profiles that a state folder has.
+[[nodiscard]] std::vector<std::filesystem::path>
+profileFolders(const std::filesystem::path& stateFolder);
+
+/// Holds the folder of a profile as long as it exists. Operations throw RunFault and IndexFault.
 class RunState {
 public:
-    /// Makes the folder when it is missing, and keeps other runs away. Takes out the copies that a
-    /// killed run may have left.
-    [[nodiscard]] static RunState take(const std::filesystem::path& folder);
+    /// Makes the folder when it is missing, and keeps other runs of the profile away. Takes out the
+    /// copies that a killed run may have left.
+    [[nodiscard]] static RunState take(const std::filesystem::path& stateFolder,
+                                       const std::string& profile);
 
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.

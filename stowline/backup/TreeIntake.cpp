@@ -1,5 +1,6 @@
 #include "stowline/backup/TreeIntake.h"
 
+#include "stowline/platform/text/Text.h"
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
@@ -83,8 +84,11 @@ void TreeIntake::found(FoundItem found)
     const auto known = meet(path);
     accounts_.found(found.item.kind == ItemKind::file && found.sameFileAs.empty() ? found.item.size
                                                                                   : 0);
-    if (found.isNamed && isFolder) {
-        frameOf(path).named = std::move(found);
+    const bool lostItsDisk = known && known->item.isMountPoint && !found.item.isMountPoint;
+    if (isFolder && (found.isNamed || lostItsDisk)) {
+        Frame& frame = frameOf(path);
+        frame.waiting = std::move(found);
+        frame.lostItsDisk = lostItsDisk;
         return;
     }
     if (isFolder)
@@ -181,9 +185,33 @@ void TreeIntake::failed(const WalkFailure& failure)
     fail(failure.path, failure.isFolder ? ItemKind::folder : ItemKind::file, cause);
 }
 
-bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder) const
+/// Nothing of what was known is there: the folder is empty, or no mount point any more, whatever
+/// somebody has put into it since.
+bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder)
 {
-    return folder.isNamed && folder.names == 0 && !frame.known.empty();
+    return !frame.known.empty() && std::ranges::find(frame.isMet, true) == frame.isMet.end() &&
+           ((folder.isNamed && folder.names == 0) || frame.lostItsDisk);
+}
+
+void TreeIntake::failMissingDisk(const Frame& frame, const FolderEnd& folder)
+{
+    for (const StoredItem& item : frame.known)
+        carryForward(item.item.path);
+    if (index_.keepAloneAsStale(folder.path))
+        accounts_.carriedForward();
+    const std::string held = platform::countText(frame.known.size(), "item", "items");
+    accounts_.done(
+        {.path = folder.path,
+         .kind = ItemKind::folder,
+         .cause = frame.lostItsDisk
+                      ? fmt::format("No disk is mounted at {}, but one was when it was last backed "
+                                    "up, and held {}. They stay in the record as they were. If the "
+                                    "disk is gone for good, remove the folder or leave it out.",
+                                    folder.path, held)
+                      : fmt::format("{} is empty, but held {} when it was last backed up. Is its "
+                                    "disk not mounted? If it is meant to be empty, back up the "
+                                    "folder above it.",
+                                    folder.path, held)});
 }
 
 void TreeIntake::left(const FolderEnd& folder)
@@ -196,29 +224,28 @@ void TreeIntake::left(const FolderEnd& folder)
     }
     if (folder.isPassage)
         return;
-    if (isMissingDisk(frame, folder)) {
-        fail(folder.path, ItemKind::folder,
-             fmt::format("{} is empty, but held {} items when it was last backed up. Is its disk "
-                         "not mounted? If it is meant to be empty, back up the folder above it.",
-                         folder.path, frame.known.size()));
-        return;
-    }
-    if (frame.named) {
-        const auto known = index_.find(folder.path);
-        const bool isSame =
-            compare(known ? &*known : nullptr, frame.named->item, {}, options_).verdict ==
-            Verdict::unchanged;
-        if (isSame)
-            accounts_.done({.path = folder.path,
-                            .state = ItemState::recorded,
-                            .kind = ItemKind::folder,
-                            .cause = {}});
-        else if (describe(*frame.named))
-            record(std::move(*frame.named));
-    }
+    if (isMissingDisk(frame, folder))
+        return failMissingDisk(frame, folder);
+    if (frame.waiting)
+        recordWaiting(frame);
     leaveUnmet(frame, folder.isComplete);
     if (frame.hasFilesToSend && General::isPathPackage(folder.path))
         onPackage_(folder.path, frame.bytes);
+}
+
+void TreeIntake::recordWaiting(Frame& frame)
+{
+    const auto known = index_.find(frame.path);
+    const bool isSame =
+        compare(known ? &*known : nullptr, frame.waiting->item, {}, options_).verdict ==
+        Verdict::unchanged;
+    if (isSame)
+        accounts_.done({.path = frame.path,
+                        .state = ItemState::recorded,
+                        .kind = ItemKind::folder,
+                        .cause = {}});
+    else if (describe(*frame.waiting))
+        record(std::move(*frame.waiting));
 }
 
 /// What is known of a folder and was not met in it.
@@ -228,11 +255,15 @@ void TreeIntake::leaveUnmet(const Frame& frame, bool isComplete)
         if (frame.isMet[i])
             continue;
         // A folder that could not be listed to its end says nothing of what was not met.
-        const std::string& path = frame.known[i].item.path;
-        if (isComplete || isNothingAt(path))
-            index_.remove(path);
+        const ItemRecord& item = frame.known[i].item;
+        const bool isGone = isComplete || isNothingAt(item.path);
+        if (isGone && item.isMountPoint)
+            accounts_.note(item.path + " is not there, but a disk was mounted at it when it was "
+                                       "last backed up. What it held is no part of this run.");
+        if (isGone)
+            index_.remove(item.path);
         else
-            carryForward(path);
+            carryForward(item.path);
     }
 }
 

@@ -44,8 +44,10 @@ private:
         std::string path;
         std::vector<StoredItem> known; ///< by name
         std::vector<bool> isMet;
-        std::optional<FoundItem> named; ///< a named folder waits for what is in it
-        std::uint64_t bytes = 0;        ///< of the files below it
+        /// A named folder, and one on which a disk was mounted, waits for what is in it.
+        std::optional<FoundItem> waiting;
+        bool lostItsDisk = false; ///< it was a mount point and is none any more
+        std::uint64_t bytes = 0;  ///< of the files below it
         bool hasFilesToSend = false;
     };
 
@@ -59,7 +61,9 @@ private:
     void fail(const std::string& path, ItemKind kind, const std::string& cause);
     void carryForward(const std::string& path);
     void leaveUnmet(const Frame& frame, bool isComplete);
-    [[nodiscard]] bool isMissingDisk(const Frame& frame, const FolderEnd& folder) const;
+    void failMissingDisk(const Frame& frame, const FolderEnd& folder);
+    [[nodiscard]] static bool isMissingDisk(const Frame& frame, const FolderEnd& folder);
+    void recordWaiting(Frame& frame);
 
     RunIndex& index_;
     RunAccounts& accounts_;

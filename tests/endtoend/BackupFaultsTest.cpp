@@ -3,11 +3,13 @@
 #include "tests/support/MountNamespace.h"
 #include "tests/support/NetworkNamespace.h"
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <random>
+#include <set>
 #include <thread>
 
 namespace stowline {
@@ -189,6 +191,46 @@ test::ProgramRun backupOf(const BackedUp& account, int first, int last)
     return account.command.run(std::move(words), account.environment());
 }
 
+/// What a run must not leave behind, on both sides.
+struct Leftovers {
+    std::size_t entries = 0;   ///< of the journal
+    std::size_t temporary = 0; ///< files in the state folder that no page names
+    std::size_t orphans = 0;   ///< of content on the service's disk that nothing refers to
+    /// Begun and never registered, of files: gone on with by now. (Those of records have no file
+    /// that could be gone on with; the service drops them after its days.)
+    std::size_t unregistered = 0;
+};
+
+Leftovers leftoversOf(const BackedUp& account)
+{
+    namespace fs = std::filesystem;
+    Leftovers left{.entries = account.journal().entries().size()};
+    const fs::path state = account.command.home().path() / ".local/state/stowline";
+    const std::set<std::string> known{"backup.lock", "last-run.plist"};
+    for (const auto& file : fs::recursive_directory_iterator(state)) {
+        const bool isIndex = file.path().parent_path() == state / "index" &&
+                             file.path().extension().string().starts_with(".db");
+        if (file.is_regular_file() && !isIndex && !known.contains(file.path().filename()))
+            ++left.temporary;
+    }
+    const SQLite::Database database((account.server.data() / "files.sqlite").string());
+    std::set<std::string> referred;
+    for (const char* query :
+         {"SELECT server_file FROM versions", "SELECT server_file FROM uploads"}) {
+        SQLite::Statement rows(database, query);
+        while (rows.executeStep())
+            referred.insert(fs::path(rows.getColumn(0).getString()).filename());
+    }
+    for (const auto& file : fs::recursive_directory_iterator(account.server.data() / "vol1"))
+        left.orphans += file.is_regular_file() && !referred.contains(file.path().filename());
+    SQLite::Statement begun(database, "SELECT count(*) FROM uploads WHERE server_file NOT IN"
+                                      " (SELECT server_file FROM versions)"
+                                      " AND CAST(file_name AS TEXT) NOT LIKE '%/record.part'");
+    (void)begun.executeStep();
+    left.unregistered = static_cast<std::size_t>(begun.getColumn(0).getInt64());
+    return left;
+}
+
 /// Kills the command at random moments; a run that is left alone must make all of it whole.
 void killAndResume(int kills, unsigned seed)
 {
@@ -200,19 +242,40 @@ void killAndResume(int kills, unsigned seed)
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(test::runProgram(backupOf(account, 0, 0)).status, 0);
     const std::chrono::duration<double> whole = std::chrono::steady_clock::now() - start;
+    int ended = 0;
+    int unreadable = 0;
+    int resumed = 0;
+    Leftovers last;
     for (int round = 1; round <= kills; ++round) {
         account.write(filesOf(round));
         all.merge(filesOf(round));
         test::BackgroundProgram run(backupOf(account, round, round));
         std::this_thread::sleep_for(whole * std::uniform_real_distribution<>(0, 1)(random));
         run.signal(SIGKILL);
-        (void)run.wait();
+        ended += run.wait().status == 1000 + SIGKILL ? 0 : 1;
+        // Whatever the moment, the chain of records can be read.
+        const auto read = account.run({"verify", "--machine", "iMac"});
+        unreadable += read.status == 0 ? 0 : 1;
+        EXPECT_EQ(read.status, 0) << read.errors;
         if (round % kRoundsTogether != 0)
             continue; // several cut-off runs one after another
         const auto result = test::runProgram(backupOf(account, round - kRoundsTogether + 1, round));
         ASSERT_EQ(result.status, 0) << result.errors;
         ASSERT_TRUE(account.stored() == all) << "after " << round;
+        resumed += field(result, "resumed").get<int>();
+        const Leftovers left = leftoversOf(account);
+        EXPECT_EQ(left.entries, 0U) << "after " << round;
+        EXPECT_EQ(left.temporary, 0U) << "after " << round;
+        EXPECT_EQ(left.orphans, 0U) << "after " << round;
+        last = left;
     }
+    const auto checked = account.run({"verify", "--machine", "iMac", "--read"});
+    EXPECT_EQ(checked.status, 0) << checked.errors;
+    std::printf("%d kills over runs of %.2f s: %d came after the end, %d files gone on with, %zu "
+                "stored byte for byte; %d chains unreadable; left: %zu entries, %zu temporary "
+                "files, %zu orphans, %zu uploads never registered\n",
+                kills, whole.count(), ended, resumed, all.size(), unreadable, last.entries,
+                last.temporary, last.orphans, last.unregistered);
 }
 
 TEST(BackupFaults, KilledRunsAreMadeWholeByTheNext)

@@ -157,6 +157,7 @@ void setAside(const fs::path& path)
 {
     for (const char* suffix : {"-wal", "-shm"})
         fs::remove(path.string() + suffix);
+    fs::remove_all(path.string() + ".unusable"); // a folder gives way to no file, nor the reverse
     fs::rename(path, path.string() + ".unusable");
 }
 
@@ -170,6 +171,8 @@ IndexFault cannotBeMade(const fs::path& path, const std::string& reason)
 IndexFile openOnce(const fs::path& path, const IndexOwner& owner)
 {
     IndexFile file{path, nullptr, State::damaged};
+    if (fs::is_directory(path))
+        return file;
     prepareFile(path);
     try {
         file.database = std::make_unique<SQLite::Database>(

@@ -23,6 +23,7 @@ constexpr std::array kColumns{
 
 constexpr std::int64_t kStale = 1;
 constexpr std::int64_t kChangedWhileRead = 2;
+constexpr std::int64_t kMountPoint = 4;
 
 constexpr std::size_t kDigestBytes = 32;
 
@@ -234,7 +235,8 @@ void bindItem(SQLite::Statement& statement, int first, const StoredItem& stored)
     binder.bytes(stored.sameFileAs);
     binder.time(stored.readBegan);
     binder.number(static_cast<std::uint64_t>((stored.isStale ? kStale : 0) |
-                                             (stored.changedWhileRead ? kChangedWhileRead : 0)));
+                                             (stored.changedWhileRead ? kChangedWhileRead : 0) |
+                                             (item.isMountPoint ? kMountPoint : 0)));
     bindContent(binder, stored.content);
 }
 
@@ -273,6 +275,7 @@ StoredItem itemOfRow(const SQLite::Statement& row, int first, std::string path)
     const auto flags = static_cast<std::int64_t>(reader.number());
     stored.isStale = (flags & kStale) != 0;
     stored.changedWhileRead = (flags & kChangedWhileRead) != 0;
+    item.isMountPoint = (flags & kMountPoint) != 0;
     constexpr int kContentKindColumn = 26;
     static_assert(std::string_view(kColumns[kContentKindColumn]) == "content_kind");
     if (!row.getColumn(first + kContentKindColumn).isNull())

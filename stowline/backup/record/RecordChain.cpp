@@ -316,8 +316,19 @@ std::uint64_t RecordChain::begin(const RunDescription& description, const IndexP
     RecordWriter writer(head, [&file](std::string_view bytes) { file.write(bytes); });
     writer.finish();
     put({head.run, RecordState::begun, 0}, file.path(), writer.size());
+    begunDigest_ = writer.digest();
     running_ = std::move(head);
     return running_->run;
+}
+
+bool RecordChain::isNumberOurs()
+{
+    const RecordName begun{running_.value().run, RecordState::begun, 0};
+    for (RecordFile& file : place_->files(name_)) {
+        if (parseRecordName(file.name) == begun)
+            return fetch(*place_, name_, file, workFolder_).digest == begunDigest_;
+    }
+    return false;
 }
 
 void RecordChain::put(const RecordName& as, const std::filesystem::path& file, std::uint64_t size)
@@ -391,7 +402,7 @@ StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
         const WrittenRecord written = writeRecord(index, head, file);
         if (as.state != RecordState::finished || !isFullDue(head.differences, written.size)) {
             put(as, file.path(), written.size);
-            return {{head.run, written.digest}, false, written.size};
+            return {{head.run, written.digest}, false, written.size, head.items, head.bytes};
         }
         head.baseline.reset();
         head.differences = {};
@@ -399,7 +410,7 @@ StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
     PutFile file(workFolder_ / kPutName);
     const WrittenRecord written = writeRecord(index, head, file);
     put(as, file.path(), written.size);
-    return {{head.run, written.digest}, true, written.size};
+    return {{head.run, written.digest}, true, written.size, head.items, head.bytes};
 }
 
 } // namespace stowline::backup

@@ -28,6 +28,8 @@ struct StoredRecord {
     IndexPosition position; ///< for ItemIndex::setPosition(), when it is a finished one
     bool isFull = false;
     std::uint64_t sentBytes = 0;
+    std::uint64_t items = 0; ///< that the run holds, and the bytes of their content
+    std::uint64_t bytes = 0;
 };
 
 /// One chain. Every operation may throw RecordFault (and IndexFault where it takes an index). A
@@ -95,6 +97,11 @@ public:
     ///        difference, or at none, and the record will be a full one
     std::uint64_t begin(const RunDescription& description, const IndexPosition& at);
 
+    /// Whether the number that begin() took is this run's alone. Where two runs took one number at
+    /// the same moment the later note stands, and the other run must store no record under it.
+    /// Asks the place anew.
+    [[nodiscard]] bool isNumberOurs();
+
     /// Counts of a run for its record.
     struct Figures {
         std::uint64_t newBytes = 0; ///< of content stored by it
@@ -122,6 +129,7 @@ private:
     std::map<RecordName, RecordFile> files_;
     std::optional<RecordHead> running_; ///< after begin()
     IndexPosition expected_;
+    std::string begunDigest_;           ///< of the note that begin() stored
 };
 
 } // namespace stowline::backup

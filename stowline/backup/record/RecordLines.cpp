@@ -322,7 +322,8 @@ ItemRecord itemIn(const Json& object)
                     .links = numberIn(object, "links"),
                     .linkTarget = textIn(object, "target"),
                     .deviceNumber = numberIn(object, "device_number"),
-                    .attributes = attributesIn(object)};
+                    .attributes = attributesIn(object),
+                    .isMountPoint = isTrueIn(object, "mount_point")};
     if ((item.mode & ~kModeBits) != 0)
         refuse("a mode with more than permissions");
     if (item.linkTarget.contains('\0') || item.linkTarget.size() > kLongestPath)
@@ -420,6 +421,8 @@ std::string lineOf(const StoredItem& stored)
         object["device_number"] = item.deviceNumber;
     if (!item.attributes.empty())
         object["attributes"] = attributesOf(item.attributes);
+    if (item.isMountPoint)
+        object["mount_point"] = true;
     if (stored.content)
         object["content"] = contentOf(*stored.content);
     if (!stored.sameFileAs.empty())

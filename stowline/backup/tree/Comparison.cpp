@@ -15,7 +15,8 @@ bool isSameDescription(const ItemRecord& known, const ItemRecord& now,
            known.owner == now.owner && known.group == now.group &&
            known.ownerName == now.ownerName && known.groupName == now.groupName &&
            known.linkTarget == now.linkTarget && known.deviceNumber == now.deviceNumber &&
-           hasSameLinks && (options.ignoresInode || known.inode == now.inode) &&
+           known.isMountPoint == now.isMountPoint && hasSameLinks &&
+           (options.ignoresInode || known.inode == now.inode) &&
            (options.ignoresChangeTime ? known.attributes == now.attributes
                                       : known.changed == now.changed);
 }

@@ -46,6 +46,9 @@ struct ItemRecord {
     std::string linkTarget;                    ///< of a link; any bytes
     std::uint64_t deviceNumber = 0;            ///< of a device: which one it is
     std::vector<ExtendedAttribute> attributes; ///< in the order of their names
+    /// Of a folder: another file system begins at it. Where one did and does no more, a disk is not
+    /// mounted.
+    bool isMountPoint = false;
 
     bool operator==(const ItemRecord&) const = default;
 };

@@ -123,9 +123,11 @@ bool Pattern::matches(std::string_view below, bool isFolder) const
 bool TreeRules::exclude(std::string_view pattern)
 {
     auto parsed = Pattern::of(pattern);
-    if (parsed)
-        excluded_.push_back({std::move(*parsed), false, std::string(pattern)});
-    return parsed.has_value();
+    if (!parsed)
+        return false;
+    ownExcluded_.push_back(excluded_.size());
+    excluded_.push_back({std::move(*parsed), false, std::string(pattern)});
+    return true;
 }
 
 bool TreeRules::include(std::string_view pattern)
@@ -174,6 +176,12 @@ bool TreeRules::includes(std::string_view below, bool isFolder) const
     return included_.empty() || std::ranges::any_of(included_, [&](const Pattern& pattern) {
                return pattern.matches(below, isFolder);
            });
+}
+
+const Pattern& TreeRules::ownPattern(std::size_t number) const
+{
+    return number < included_.size() ? included_[number]
+                                     : excluded_[ownExcluded_[number - included_.size()]].pattern;
 }
 
 bool isCacheTag(std::string_view beginning)

@@ -93,6 +93,14 @@ public:
     /// Whether an include pattern matches this very item; true when there are none.
     [[nodiscard]] bool includes(std::string_view below, bool isFolder) const;
 
+    /// The patterns of include() and exclude(), in this order; not the lines of a file, which is
+    /// written once for many trees.
+    [[nodiscard]] std::size_t ownPatternCount() const
+    {
+        return included_.size() + ownExcluded_.size();
+    }
+    [[nodiscard]] const Pattern& ownPattern(std::size_t number) const;
+
 private:
     struct Line {
         Pattern pattern;
@@ -100,6 +108,7 @@ private:
         std::string text;
     };
     std::vector<Line> excluded_;
+    std::vector<std::size_t> ownExcluded_; ///< which of them are those of exclude()
     std::vector<Pattern> included_;
 };
 

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <map>
+#include <numeric>
 #include <set>
 #include <system_error>
 #include <unordered_map>
@@ -130,8 +131,10 @@ struct Level {
 class Walk {
 public:
     Walk(const WalkOptions& options, WalkObserver& observer, const platform::StopRequest& stop)
-        : options_(options), rules_(options.rules), observer_(observer), stop_(stop), targets_({})
+        : options_(options), rules_(options.rules), observer_(observer), stop_(stop), targets_({}),
+          idlePatterns_(rules_.ownPatternCount())
     {
+        std::iota(idlePatterns_.begin(), idlePatterns_.end(), std::size_t{0});
     }
 
     WalkResult run()
@@ -152,6 +155,8 @@ public:
         }
         while (const Target* missed = result_.isStopped ? nullptr : targets_.takeAny())
             failTarget(*missed, kGone);
+        for (const std::size_t pattern : idlePatterns_)
+            result_.idlePatterns.push_back(rules_.ownPattern(pattern).text());
         return result_;
     }
 
@@ -262,6 +267,7 @@ private:
     void go(FolderHandle folder, const ItemStatus& status, Meeting meeting)
     {
         const auto fileSystem = fileSystemOf(folder, status.device);
+        meeting.item.isMountPoint = !levels_.empty() && status.device != levels_.back().device;
         if (!meeting.isPassage) {
             const auto why = exclusionOfFolder(meeting, fileSystem);
             if (why && !passesThrough(meeting, *why))
@@ -337,13 +343,16 @@ private:
     }
 
     /// By name, and by the file system of what is no folder.
-    [[nodiscard]] std::optional<Exclusion> exclusionOf(Meeting& meeting) const
+    [[nodiscard]] std::optional<Exclusion> exclusionOf(Meeting& meeting)
     {
         if (meeting.isTarget)
             return std::nullopt;
         const Level& level = levels_.back();
         const bool isFolder = meeting.item.kind == ItemKind::folder;
         const auto path = below(level, meeting.item.path);
+        std::erase_if(idlePatterns_, [&](std::size_t pattern) {
+            return rules_.ownPattern(pattern).matches(path, isFolder);
+        });
         meeting.isIncluded = level.isIncluded || rules_.includes(path, isFolder);
         const bool isHidden = rules_.skipsHidden && (meeting.name.starts_with('.') ||
                                                      level.hiddenNames.contains(meeting.name));
@@ -474,7 +483,8 @@ private:
     HardLinks links_;
     OpenFolders open_;
     std::vector<Level> levels_;
-    std::string path_; ///< of the innermost folder
+    std::vector<std::size_t> idlePatterns_; ///< numbers of those that nothing has matched yet
+    std::string path_;                      ///< of the innermost folder
 };
 
 } // namespace

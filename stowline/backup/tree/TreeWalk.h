@@ -84,6 +84,8 @@ struct WalkResult {
     std::uint64_t failed = 0;
     std::uint64_t vanished = 0;
     bool isStopped = false; ///< a StopRequest ended it: what was not told is unknown
+    /// The patterns of the rules (TreeRules::ownPattern) that nothing matched.
+    std::vector<std::string> idlePatterns;
 };
 
 /// Walks. Holds the names of the folders between the top and the present item in memory, and no

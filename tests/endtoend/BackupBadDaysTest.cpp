@@ -1,0 +1,389 @@
+// Bad days of this machine: files that never rest, clocks that jump, disks that are full, users
+// that meet. Whatever happens, the numbers add up and a success is one.
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/MountNamespace.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::noise;
+using test::Words;
+
+bool says(const test::ProgramResult& result, const std::string& text)
+{
+    return (result.errors + result.output).find(text) != std::string::npos;
+}
+
+/// Whether a run ended as it says: the numbers add up, and only a run without failures is done.
+void expectTruth(const test::ProgramResult& result)
+{
+    const auto number = [&result](const char* name) { return field(result, name).get<unsigned>(); };
+    EXPECT_EQ(number("found"), number("stored") + number("unchanged") + number("recorded") +
+                                   number("excluded") + number("failed"))
+        << result.output;
+    EXPECT_EQ(result.status, number("failed") + number("changed_while_read") == 0 ? 0 : 3)
+        << result.output << result.errors;
+}
+
+/// Does something again and again beside the test, as long as it exists.
+class Restless {
+public:
+    explicit Restless(std::function<void(std::uint64_t round)> work)
+        : thread_([this, work = std::move(work)] {
+              for (std::uint64_t round = 0; !isOver_; ++round)
+                  work(round);
+          })
+    {
+    }
+    ~Restless()
+    {
+        isOver_ = true;
+        thread_.join();
+    }
+    Restless(const Restless&) = delete;
+    Restless& operator=(const Restless&) = delete;
+
+private:
+    std::atomic<bool> isOver_ = false;
+    std::thread thread_;
+};
+
+void shortPause()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the pace of the writer
+}
+
+// ---- files that never rest ----
+
+TEST(RestlessFiles, ALogThatGrowsAllTheTimeIsStoredAsItWasAtOneMoment)
+{
+    const BackedUp account;
+    const fs::path file = account.folder.path() / "log";
+    account.write({{"log", noise(300000, 1)}});
+    std::string whole = noise(300000, 1);
+    {
+        const Restless writer([&](std::uint64_t round) {
+            const std::string line = "line " + std::to_string(round) + "\n";
+            whole += line;
+            std::ofstream(file, std::ios::app) << line;
+            shortPause();
+        });
+        for (int run = 0; run < 3; ++run) {
+            const auto result = account.backup({"--part-size", "64k"});
+            expectTruth(result);
+            EXPECT_EQ(field(result, "stored"), 1) << result.errors;
+        }
+    }
+    const std::string stored = account.stored().at("log");
+    EXPECT_GT(stored.size(), 300000U);
+    EXPECT_TRUE(whole.starts_with(stored));
+    EXPECT_TRUE(account.journal().entries().empty());
+}
+
+TEST(RestlessFiles, ADatabaseWrittenAllTheTimeIsOneStateOrTold)
+{
+    const BackedUp account;
+    constexpr std::size_t size = 2000000;
+    account.write({{"database", std::string(size, '\0')}});
+    const int file = ::open((account.folder.path() / "database").c_str(), O_RDWR | O_CLOEXEC);
+    {
+        const Restless writer([&](std::uint64_t round) { // first page, then last page
+            (void)!::pwrite(file, &round, sizeof round, 0);
+            (void)!::pwrite(file, &round, sizeof round, size - sizeof round);
+            shortPause();
+        });
+        for (int run = 0; run < 4; ++run) {
+            const auto result = account.backup({"--part-size", "256k"});
+            expectTruth(result);
+            const std::string stored = account.stored().at("database");
+            std::uint64_t first = 0;
+            std::uint64_t last = 0;
+            std::memcpy(&first, stored.data(), sizeof first);
+            std::memcpy(&last, stored.data() + size - sizeof last, sizeof last);
+            const bool isTold = field(result, "changed_while_read") == 1 &&
+                                says(result, "changed while it was read");
+            EXPECT_TRUE(first - last <= 1 || isTold) // between two writes at the most
+                << first << " " << last << result.output << result.errors;
+        }
+    }
+    ::close(file);
+}
+
+TEST(RestlessFiles, OnesThatMayChangeEndNoRunWithThree)
+{
+    const BackedUp account;
+    account.write({{"database", noise(3000000, 1)}});
+    const int file = ::open((account.folder.path() / "database").c_str(), O_RDWR | O_CLOEXEC);
+    {
+        const Restless writer(
+            [&](std::uint64_t round) { (void)!::pwrite(file, &round, sizeof round, 0); });
+        EXPECT_EQ(account.backup({"--allow-changing", "database"}).status, 0);
+    }
+    ::close(file);
+}
+
+TEST(RestlessFiles, WritesThroughAMemoryMapAreFoundByTrustingNothing)
+{
+    if (const auto reason = test::enterMountNamespace())
+        GTEST_SKIP() << *reason;
+    const BackedUp account;
+    const test::Mount disk = test::Mount::memory(account.folder.path() / "disk");
+    account.write({{"disk/mapped", noise(10000, 1)}});
+    const fs::path path = account.folder.path() / "disk/mapped";
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    void* map = ::mmap(nullptr, 10000, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    ASSERT_NE(map, MAP_FAILED);
+    std::memcpy(map, "a", 1); // the page is writable from here on
+    std::this_thread::sleep_for(std::chrono::milliseconds(2200)); // until the stamps are settled
+    ASSERT_EQ(account.backup().status, 0);
+    std::memcpy(map, "written later", 13);
+    const auto result = account.backup({"--trust-nothing"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_TRUE(account.stored().at("disk/mapped").starts_with("written later"));
+    ::munmap(map, 10000);
+    ::close(file);
+}
+
+TEST(RestlessFiles, ATreeThatChangesUnderTheWalkIsAccountedFor)
+{
+    const BackedUp account;
+    const fs::path& top = account.folder.path();
+    Files files;
+    for (unsigned i = 0; i < 60; ++i)
+        files.emplace("d" + std::to_string(i % 6) + "/f" + std::to_string(i), noise(500, i));
+    account.write(files);
+    {
+        std::mt19937 random(7);
+        const Restless churn([&](std::uint64_t round) {
+            const fs::path item =
+                top / ("d" + std::to_string(random() % 6)) / ("f" + std::to_string(random() % 60));
+            std::error_code fault;
+            switch (round % 5) {
+            case 0: // grows
+                std::ofstream(item, std::ios::app) << "more";
+                break;
+            case 1: // vanishes
+                fs::remove_all(item, fault);
+                break;
+            case 2: // a folder, a link, a pipe
+                fs::remove_all(item, fault);
+                fs::create_directory(item, fault);
+                break;
+            case 3:
+                fs::remove_all(item, fault);
+                fs::create_symlink("nowhere", item, fault);
+                break;
+            default:
+                fs::remove_all(item, fault);
+                (void)::mkfifo(item.c_str(), 0600);
+            }
+        });
+        for (int run = 0; run < 3; ++run) {
+            const auto result = account.backup();
+            expectTruth(result);
+        }
+    }
+    const auto quiet = account.backup();
+    EXPECT_EQ(quiet.status, 0) << quiet.errors;
+    const auto target = account.command.home().path() / "back";
+    const auto restored =
+        account.run({"restore", top.string(), "--machine", "iMac", "--to", target});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    const auto compared = test::runProgram(
+        {{"/usr/bin/diff", "-r", "--no-dereference", top.string(), target / top.filename()}});
+    EXPECT_EQ(compared.output.find("Only in"), std::string::npos) << compared.output;
+    EXPECT_EQ(compared.output.find("differ"), std::string::npos) << compared.output;
+}
+
+// ---- clocks and disk images ----
+
+/// A backup whose clock is another one.
+test::ProgramResult withClock(const BackedUp& account, const std::string& shift)
+{
+    test::ProgramRun run = account.backupRun();
+    run.environment.insert({{"LD_PRELOAD", "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"},
+                            {"FAKETIME", shift},
+                            {"NO_FAKE_STAT", "1"},
+                            {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}});
+    return test::runProgram(run);
+}
+
+TEST(JumpingClock, LosesNoChange)
+{
+    if (!fs::exists("/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"))
+        GTEST_SKIP() << "Needs the package libfaketime.";
+    const BackedUp account;
+    account.write({{"a", "first"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path file = account.folder.path() / "a";
+    const auto date = fs::last_write_time(file);
+    int number = 0;
+    for (const char* shift : {"-1h", "+1y", "-1h", "+0"}) {
+        account.write({{"a", "turn" + std::to_string(number++)}}); // of the same size
+        fs::last_write_time(file, date);                           // and of the same date
+        const auto changed = withClock(account, shift);
+        EXPECT_EQ(changed.status, 0) << shift << changed.errors;
+        EXPECT_EQ(field(changed, "stored"), 1) << shift << changed.output;
+        const auto again = withClock(account, shift);
+        EXPECT_EQ(field(again, "stored"), 0) << shift << again.output;
+        EXPECT_EQ(field(again, "unchanged"), 1) << shift;
+    }
+    EXPECT_EQ(account.stored(), (Files{{"a", "turn3"}}));
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+}
+
+TEST(OldDiskImage, AnIndexOfLastWeekIsMadeAnewAndLosesNothing)
+{
+    const BackedUp account;
+    const fs::path index = account.command.home().path() / ".local/state/stowline/index";
+    const test::TemporaryFolder image;
+    account.write({{"a", "1"}, {"b", "2"}});
+    ASSERT_EQ(account.backup().status, 0);
+    fs::copy(index, image.path() / "index", fs::copy_options::recursive);
+    account.write({{"a", "new"}, {"c", "3"}});
+    fs::remove(account.folder.path() / "b");
+    const auto newest = account.backup();
+    ASSERT_EQ(newest.status, 0);
+    fs::remove_all(index);
+    fs::copy(image.path() / "index", index, fs::copy_options::recursive);
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(says(result, "is not at the newest record")) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_EQ(field(result, "unchanged"), 2);
+    EXPECT_EQ(field(result, "record_items"), field(newest, "record_items")); // no b
+}
+
+// ---- the state folder ----
+
+TEST(StateFolder, ThatIsFullIsSaidToBeAndTheNextRunIsWhole)
+{
+    if (const auto reason = test::enterMountNamespace())
+        GTEST_SKIP() << *reason;
+    const BackedUp account;
+    Files files;
+    for (unsigned i = 0; i < 300; ++i)
+        files.emplace("a folder with a long name " + std::to_string(i) + "/" +
+                          std::string(200, 'n'),
+                      noise(10, i));
+    account.write(files);
+    const test::TemporaryFolder place;
+    for (const char* size : {"size=4k", "size=64k", "size=160k", "size=256k"}) {
+        const test::Mount disk = test::Mount::memory(place.path() / "state", size);
+        test::ProgramRun run = account.backupRun();
+        run.environment["XDG_STATE_HOME"] = (place.path() / "state").string();
+        const auto result = test::runProgram(run);
+        EXPECT_NE(result.status, 0) << size << result.output;
+        EXPECT_TRUE(says(result, "No space left") || says(result, "disk is full"))
+            << size << result.errors;
+        EXPECT_FALSE(says(result, "Another backup")) << result.errors;
+    }
+    const auto result = account.backup(); // with room
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), files);
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+}
+
+/// The same program as another user of the machine.
+test::ProgramRun asNobody(test::ProgramRun run, const fs::path& home)
+{
+    run.environment["HOME"] = home.string();
+    run.words.insert(run.words.begin(), {"/usr/bin/setpriv", "--reuid", "65534", "--clear-groups"});
+    return run;
+}
+
+/// A folder that everybody may read, and one that nobody owns.
+void openToAll(const BackedUp& account, const test::TemporaryFolder& home)
+{
+    fs::permissions(account.folder.path(), fs::perms(0755));
+    ASSERT_EQ(::chown(home.path().c_str(), 65534, 65534), 0);
+    for (fs::path above = account.server.bundle(); above != "/tmp" && above != "/";
+         above = above.parent_path())
+        fs::permissions(above, fs::perms(0755));
+}
+
+TEST(StateFolder, ThatTakesNothingIsSaidTo)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "Needs to become another user.";
+    const BackedUp account;
+    const test::TemporaryFolder home;
+    openToAll(account, home);
+    account.write({{"a", "1"}});
+    fs::permissions(home.path(), fs::perms(0555));
+    const auto result = test::runProgram(asNobody(account.backupRun(), home.path()));
+    EXPECT_EQ(result.status, 1) << result.errors;
+    EXPECT_TRUE(says(result, "cannot be made: Permission denied.")) << result.errors;
+    EXPECT_TRUE(account.stored().empty());
+}
+
+TEST(TwoUsers, OfOneMachineAndAccountKeepRunsOfTheirOwn)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "Needs to become another user.";
+    const BackedUp account;
+    const test::TemporaryFolder home;
+    openToAll(account, home);
+    account.write({{"big", noise(200000, 1)}, {"small", "2"}});
+    test::BackgroundProgram root(account.backupRun({"--part-size", "16k", "--bwlimit", "64k"}));
+    account.awaitSent(1);
+    const auto user = test::runProgram(asNobody(account.backupRun(), home.path()));
+    EXPECT_EQ(user.status, 0) << user.errors;
+    EXPECT_EQ(field(user, "run"), 1);
+    expectTruth(user);
+    const auto own = root.wait();
+    EXPECT_EQ(own.status, 0) << own.errors;
+    EXPECT_EQ(field(own, "run"), 1);
+    EXPECT_EQ(field(account.backup(), "run"), 2); // nobody else's run came between
+}
+
+TEST(FewProcesses, AreSaidToBe)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "Needs to become another user.";
+    const BackedUp account;
+    const test::TemporaryFolder home;
+    openToAll(account, home);
+    account.write({{"a", "1"}, {"b", "2"}});
+    for (const int most : {1, 2, 3, 4, 5, 6, 8, 12}) {
+        test::ProgramRun run =
+            asNobody(account.backupRun({"--retry-time", "1", "--jobs", "4"}), home.path());
+        run.words = {"/usr/bin/setpriv",
+                     "--reuid",
+                     "65534",
+                     "--clear-groups",
+                     "/bin/sh",
+                     "-c",
+                     "ulimit -u " + std::to_string(most) + "; exec \"$0\" \"$@\""};
+        const auto plain = account.backupRun({"--retry-time", "1", "--jobs", "4"});
+        run.words.insert(run.words.end(), plain.words.begin(), plain.words.end());
+        const auto result = test::runProgram(run);
+        for (const char* wrong : {"install", "disk", "Another backup", "refused"})
+            EXPECT_FALSE(says(result, wrong)) << most << "\n" << result.errors;
+        EXPECT_LT(result.status, 1000) << most << "\n" << result.errors; // ended by no signal
+        const bool isExplained = says(result, "thread") || says(result, "processes");
+        EXPECT_TRUE(result.status == 0 || isExplained) << most << "\n" << result.errors;
+    }
+}
+
+} // namespace
+} // namespace stowline

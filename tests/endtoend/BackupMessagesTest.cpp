@@ -1,0 +1,212 @@
+// What the commands about a backup say when something stands in their way: the cause in its own
+// sentence, as "stowline doctor" would say it, and the status that scripts go by.
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/TestPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <unistd.h>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::Environment;
+using test::field;
+using test::noise;
+using test::Words;
+
+bool says(const test::ProgramResult& result, const std::string& text)
+{
+    return (result.errors + result.output).find(text) != std::string::npos;
+}
+
+/// A command, and the web method that it cannot do without.
+struct Case {
+    const char* method;
+    Words words;
+};
+
+void PrintTo(const Case& one, std::ostream* out)
+{
+    *out << one.method;
+}
+
+class FailingMethod : public testing::TestWithParam<Case> {
+protected:
+    static test::ProgramResult run(const std::string& fault)
+    {
+        const BackedUp account({"--fault", std::string(GetParam().method) + ":*:" + fault});
+        account.setRequestTimeout("1");
+        Environment environment = account.environment();
+        environment.emplace("STOWLINE_MONITOR_TOKEN", "token");
+        account.write({{"a", "1"}});
+        // A run for the reports to tell of.
+        const auto state = account.command.home().path() / ".local/state/stowline";
+        fs::create_directories(state);
+        const bool needsNone = GetParam().words.front() == "backup";
+        EXPECT_TRUE(needsNone || account.backup().status == 0);
+        Words words = GetParam().words;
+        if (words.front() == "backup")
+            words.push_back(account.folder.path().string());
+        return account.command(words, environment);
+    }
+};
+
+TEST_P(FailingMethod, TellsOfAFault)
+{
+    const auto result = run("fault");
+    EXPECT_EQ(result.status, 5) << result.errors;
+    EXPECT_FALSE(says(result, "refused")) << result.errors;
+    EXPECT_TRUE(says(result, "fault") || says(result, "The service could not handle the call."))
+        << result.errors;
+}
+
+TEST_P(FailingMethod, TellsOfAnAnswerThatIsNone)
+{
+    const auto result = run("html");
+    EXPECT_EQ(result.status, 5) << result.errors;
+    EXPECT_TRUE(says(result, "is not the answer of a backup service")) << result.errors;
+}
+
+TEST_P(FailingMethod, TellsOfAConnectionThatBreaks)
+{
+    const auto result = run("reset");
+    EXPECT_TRUE(result.status == 8 || result.status == 5) << result.errors;
+    EXPECT_TRUE(says(result, "No connection to") || says(result, "connection")) << result.errors;
+    EXPECT_FALSE(says(result, "refused")) << result.errors;
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, FailingMethod,
+                         testing::Values(Case{"GetPhyPath", {"backup", "--retry-time", "1"}},
+                                         Case{"DeleteFilesInBulk",
+                                              {"rm", "--version", "list", "--yes"}},
+                                         Case{"sendEmail", {"email", "a@b.example"}},
+                                         Case{"GetSettings", {"monitor", "settings"}},
+                                         Case{"SendBackupSummaryReport", {"report"}},
+                                         Case{"GetAccountInfo", {"account"}}),
+                         [](const auto& test) { return std::string(test.param.method); });
+
+TEST(BackupMessages, ASignInThatDripsEndsWithItsTime)
+{
+    const BackedUp account({"--fault", "Authenticate:*:drip"});
+    account.write({{"a", "1"}});
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = account.backup({"--retry-time", "2"});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+    EXPECT_EQ(result.status, 5);
+    EXPECT_TRUE(says(result, "The service did not answer the sign-in in time.")) << result.errors;
+}
+
+/// The command with few descriptors left to open.
+test::ProgramResult withDescriptors(const BackedUp& account, int most, Words words)
+{
+    test::ProgramRun run = account.command.run(std::move(words), account.environment());
+    run.words.insert(
+        run.words.begin(),
+        {"/bin/sh", "-c", "ulimit -n " + std::to_string(most) + "; exec \"$0\" \"$@\""});
+    return test::runProgram(run);
+}
+
+TEST(BackupMessages, TooFewDescriptorsAreSaidToBe)
+{
+    const BackedUp account;
+    account.write({{"a", noise(100000, 1)}, {"d/e/f/b", "2"}});
+    for (int most = 4; most <= 40; most += 3) {
+        const auto result = withDescriptors(
+            account, most,
+            {"backup", account.folder.path(), "--system", "iMac", "--retry-time", "1"});
+        for (const char* wrong :
+             {"install", "Is the disk full", "disk is full", "Another backup", "refused"})
+            EXPECT_FALSE(says(result, wrong)) << most << "\n" << result.errors;
+        const bool isExplained = says(result, "Too many") || says(result, "ulimit -n");
+        EXPECT_TRUE(result.status == 0 || isExplained) << most << "\n" << result.errors;
+    }
+}
+
+TEST(BackupMessages, SixtyFourDescriptorsAreEnough)
+{
+    const BackedUp account;
+    test::Files files;
+    for (int i = 0; i < 40; ++i)
+        files.emplace("a/b/c/d/e/f/g/h/i/j/k/l/m/n/o/p/q/r/s" + std::to_string(i) + "/f", "x");
+    account.write(files);
+    const auto result = withDescriptors(
+        account, 64, {"backup", account.folder.path(), "--system", "iMac", "--jobs", "4"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), files);
+}
+
+TEST(BackupMessages, TheAccountIsATable)
+{
+    const BackedUp account;
+    const auto result = account.run({"account"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(says(result, "Account         ann\n")) << result.output;
+    EXPECT_TRUE(says(result, "Space used      0 B\n")) << result.output;
+    EXPECT_TRUE(says(result, "Quota           107.4 GB\n")) << result.output;
+    EXPECT_FALSE(says(result, "used_kb") || says(result, "InKb"));
+    EXPECT_EQ(field(account.run({"account", "--json"}), "used_kb"), 0);
+}
+
+TEST(BackupMessages, UnfinishedUploadsAreATable)
+{
+    const BackedUp account;
+    account.write({{"big", noise(400000, 1)}});
+    test::BackgroundProgram run(account.backupRun({"--part-size", "16k", "--bwlimit", "64k"}));
+    account.awaitSent(16384);
+    run.signal(SIGKILL);
+    (void)run.wait();
+    const auto result = account.run({"uploads", "list"});
+    EXPECT_EQ(result.output.find("ID  "), 0U) << result.output;
+    EXPECT_TRUE(says(result, "PATH\n")) << result.output;
+    EXPECT_TRUE(says(result, "   400.0 kB  default ")) << result.output;
+}
+
+TEST(BackupMessages, OneIsNoPlural)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto result =
+        account.run({"backup", (account.folder.path() / "a").string(), "--system", "iMac"});
+    EXPECT_TRUE(says(result, "1 item in all")) << result.output;
+    EXPECT_TRUE(says(result, "Stored 1 file (1 B).")) << result.output;
+    EXPECT_FALSE(says(result, " 1 items") || says(result, " 1 files")) << result.output;
+}
+
+TEST(BackupMessages, TheRunHoldsWhatItsListingSays)
+{
+    const BackedUp account;
+    account.write({{"a", "12345"}, {"d/b", "678"}, {"x.o", "9"}});
+    const auto run = account.backup({"--exclude", "*.o"});
+    const auto listed =
+        test::jsonLines(account.run({"runs", "--json", "--machine", "iMac"}).output);
+    ASSERT_GE(listed.size(), 2U);
+    EXPECT_EQ(field(run, "record_items"), listed.front()["items"]);
+    EXPECT_EQ(field(run, "record_bytes"), listed.front()["bytes"]);
+    EXPECT_EQ(field(run, "bytes"), listed.front()["new_bytes"]);
+    EXPECT_EQ(field(run, "record_bytes"), 8);
+}
+
+TEST(BackupMessages, AHomeThatTakesNothingIsToldOnceAndInOneSentence)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "Needs to become another user.";
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const test::TemporaryFolder home;
+    fs::permissions(home.path(), fs::perms(0555));
+    fs::permissions(account.folder.path(), fs::perms(0755));
+    test::ProgramRun run = account.backupRun();
+    run.environment["HOME"] = home.path().string();
+    run.environment["XDG_RUNTIME_DIR"] = "/nonexistent";
+    run.words.insert(run.words.begin(), {"/usr/bin/setpriv", "--reuid", "65534", "--clear-groups"});
+    const auto result = test::runProgram(run);
+    EXPECT_FALSE(says(result, "CRITICAL")) << result.errors;
+    EXPECT_FALSE(says(result, "dconf")) << result.errors;
+}
+
+} // namespace
+} // namespace stowline

@@ -1,0 +1,298 @@
+// What a run must tell, because who is not told believes that all is well: disks that are not
+// mounted, rules that match nothing, runs that meet.
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/MountNamespace.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::noise;
+using test::Words;
+
+bool says(const test::ProgramResult& result, const std::string& text)
+{
+    return (result.errors + result.output).find(text) != std::string::npos;
+}
+
+/// A tree with a disk in it, which can be mounted and taken away.
+class MissingDisk : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const auto reason = test::enterMountNamespace())
+            GTEST_SKIP() << *reason;
+        account_.emplace();
+        account_->write({{"here", "1"}});
+        fs::create_directory(place());
+    }
+
+    [[nodiscard]] fs::path place() const { return account_->folder.path() / "disk"; }
+
+    /// A backup while a disk with two files is mounted.
+    void backUpWithDisk()
+    {
+        const test::Mount disk = test::Mount::memory(place());
+        account_->write({{"disk/a", "a"}, {"disk/below/b", "b"}});
+        const auto result = account_->backup();
+        ASSERT_EQ(result.status, 0) << result.errors;
+    }
+
+    std::optional<BackedUp> account_;
+};
+
+TEST_F(MissingDisk, BelowANamedFolderHasFailedAndWhatItHeldIsKept)
+{
+    backUpWithDisk();
+    for (int night = 0; night < 2; ++night) { // it is not forgotten after the first
+        const auto result = account_->backup();
+        EXPECT_EQ(result.status, 3);
+        EXPECT_TRUE(says(result, "No disk is mounted at " + place().string() +
+                                     ", but one was when it was last backed up, and held 2 items."))
+            << result.errors;
+        EXPECT_EQ(field(result, "failed"), 1);
+        EXPECT_EQ(field(result, "carried_forward"), 4) << result.output; // a, below, b, the place
+    }
+    const auto target = account_->command.home().path() / "back";
+    const auto restored = account_->run({"restore", account_->folder.path().string(), "--machine",
+                                         "iMac", "--to", target.string()});
+    EXPECT_EQ(platform::readFile(target / account_->folder.path().filename() / "disk/below/b"), "b")
+        << restored.errors;
+    const test::Mount disk = test::Mount::memory(place());
+    account_->write({{"disk/a", "a"}, {"disk/below/b", "b"}});
+    EXPECT_EQ(account_->backup().status, 0); // it is back
+}
+
+TEST_F(MissingDisk, IsNoticedWhereSomethingWasWrittenIntoItsPlace)
+{
+    backUpWithDisk();
+    account_->write({{"disk/stray", "s"}});
+    const auto result = account_->backup();
+    EXPECT_EQ(result.status, 3);
+    EXPECT_TRUE(says(result, "No disk is mounted at ")) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1); // the stray
+}
+
+TEST_F(MissingDisk, IsNoMissingDiskWhenItsContentHasMovedOrTheRulesLeaveItOut)
+{
+    backUpWithDisk();
+    EXPECT_EQ(account_->backup({"--exclude", "/disk"}).status, 0);
+    backUpWithDisk();
+    account_->write({{"disk/a", "a"}, {"disk/below/b", "b"}});
+    EXPECT_EQ(account_->backup().status, 0);
+}
+
+TEST_F(MissingDisk, WhosePlaceIsGoneTooIsTold)
+{
+    backUpWithDisk();
+    fs::remove(place());
+    const auto result = account_->backup();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(says(result, place().string() + " is not there, but a disk was mounted at it"))
+        << result.errors;
+}
+
+TEST(BackupTells, APatternThatMatchesNothing)
+{
+    const BackedUp account;
+    account.write({{"a.txt", "1"}, {"b.o", "2"}});
+    const auto result = account.backup(
+        {"--include", "*.txt", "--include", "*.dcx", "--exclude", "*.o", "--exclude", "/no/such"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(says(result, "Nothing that was looked at matches the pattern \"*.dcx\"."));
+    EXPECT_TRUE(says(result, "Nothing that was looked at matches the pattern \"/no/such\"."));
+    EXPECT_FALSE(says(result, "the pattern \"*.txt\"")) << result.errors;
+    EXPECT_FALSE(says(result, "the pattern \"*.o\"")) << result.errors;
+}
+
+TEST(BackupTells, APatternThatIsNoneIsAWrongCommandLine)
+{
+    const test::TemporaryFolder empty;
+    const test::Command stowline(empty.path());
+    const auto rules = stowline.home().write("rules", "*.o\n/\n");
+    for (const auto& [words, sentence] :
+         {std::pair(Words{"--exclude", ""}, "\"\" is no pattern."),
+          std::pair(Words{"--include", "/"}, "\"/\" is no pattern."),
+          std::pair(Words{"--exclude-from", rules.string()},
+                    "Line 2 of the patterns is no pattern.")}) {
+        Words all{"backup", empty.path().string(), "-u", "ann"};
+        all.insert(all.end(), words.begin(), words.end());
+        const auto result = stowline(all);
+        EXPECT_EQ(result.status, 2) << result.errors;
+        EXPECT_TRUE(says(result, sentence)) << result.errors;
+    }
+}
+
+TEST(BackupTells, TheRuleThatLeftAnItemOut)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}, {"skip.o", "2"}, {".h", "3"}});
+    const auto result = account.run({"-v", "backup", account.folder.path(), "--system", "iMac",
+                                     "--exclude", "*.o", "--skip-hidden"});
+    const std::string folder = account.folder.path().string();
+    EXPECT_TRUE(says(result, "excluded     " + folder + "/skip.o (pattern *.o)\n"))
+        << result.output;
+    EXPECT_TRUE(says(result, "excluded     " + folder + "/.h (hidden)\n")) << result.output;
+}
+
+TEST(BackupTells, AReaderThatClosedStandardOutput)
+{
+    const test::TemporaryFolder bundle;
+    const test::Command stowline(bundle.path());
+    test::ProgramRun run = stowline.run({"paths", bundle.path().string()});
+    run.words.insert(run.words.begin(), {"/usr/bin/python3", "-c", R"py(
+import os, signal, subprocess, sys
+reader, writer = os.pipe()
+os.close(reader)
+signal.signal(signal.SIGPIPE, signal.SIG_IGN)
+sys.exit(subprocess.run(sys.argv[1:], stdout=writer, restore_signals=False).returncode)
+)py"});
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_TRUE(says(result, "cannot be written to standard output: whoever reads it has closed "
+                             "it."))
+        << result.errors;
+    EXPECT_FALSE(says(result, "disk"));
+}
+
+TEST(BackupTells, ThatThereIsNothingToGoOnWith)
+{
+    const BackedUp account;
+    const auto result = account.run({"uploads", "resume", "--json", "--system", "iMac"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(says(result, "There is nothing to go on with."));
+    EXPECT_EQ(field(result, "run"), 0);
+    devserver::Storage storage(account.server.data());
+    EXPECT_TRUE(
+        storage.search({.userName = "ann", .pageSize = 9}, "begun", "").value().items.empty());
+}
+
+TEST(BackupTells, ThatAFolderInThePlaceOfTheIndexIsSetAside)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path index = account.command.home().path() / ".local/state/stowline/index";
+    fs::path file;
+    for (const auto& entry : fs::directory_iterator(index))
+        file = entry.path().extension() == ".db" ? entry.path() : file;
+    for (int again = 0; again < 2; ++again) { // one that was set aside before gives way
+        fs::remove_all(file);
+        fs::create_directory(file);
+        const auto result = account.backup();
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_TRUE(says(result, "The index of earlier runs is damaged; it is made anew."));
+        EXPECT_TRUE(fs::is_directory(file.string() + ".unusable"));
+        EXPECT_TRUE(fs::is_regular_file(file));
+    }
+}
+
+// ---- runs that meet ----
+
+/// A run that is under way until it is ended.
+test::ProgramRun slowRun(const BackedUp& account, Words more)
+{
+    more.insert(more.end(), {"--part-size", "16k", "--bwlimit", "64k"});
+    return account.backupRun(std::move(more));
+}
+
+TEST(TwoRuns, OfTwoProfilesWorkSideBySide)
+{
+    const BackedUp account;
+    account.write({{"big", noise(400000, 1)}});
+    test::BackgroundProgram first(slowRun(account, {}));
+    account.awaitSent(1);
+    const auto second = account.backup({"--profile", "night"});
+    EXPECT_EQ(second.status, 0) << second.errors;
+    EXPECT_EQ(field(second, "stored"), 1);
+    EXPECT_EQ(field(second, "run"), 1); // of a chain of its own
+    EXPECT_TRUE(first.isRunning());
+    EXPECT_EQ(first.wait().status, 0);
+    EXPECT_TRUE(account.journal().entries().empty());
+}
+
+TEST(TwoRuns, OfOneProfileAreToldWhichAndLeaveItAlone)
+{
+    const BackedUp account;
+    account.write({{"big", noise(400000, 1)}});
+    test::BackgroundProgram first(slowRun(account, {"--profile", "night"}));
+    const fs::path profiles = account.command.home().path() / ".local/state/stowline/profiles";
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto isUnderWay = [&account] {
+        return account.run({"uploads", "list"}).output.find("/big") != std::string::npos;
+    };
+    while (!isUnderWay() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // another process's journal
+    const auto second = account.backup({"--profile", "night"});
+    EXPECT_EQ(second.status, 11);
+    EXPECT_TRUE(says(second, "Another backup of this user with the profile \"night\" is running."))
+        << second.errors;
+    EXPECT_EQ(account.run({"uploads", "abandon", "--all", "--yes"}).status, 11);
+    EXPECT_EQ(first.wait().status, 0);
+}
+
+TEST(TwoRuns, ThatBeganAtOneMomentStoreOneRecordAndTell)
+{
+    // The first part that the first run sends, its note that it begins, gets no answer for a while.
+    const BackedUp account({"--fault", "UploadFilePart:1:stall"});
+    account.setRequestTimeout("8");
+    account.write({{"big", noise(300000, 1)}});
+    test::BackgroundProgram first(account.backupRun());
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const fs::path note = account.command.home().path() / ".local/state/stowline/spool/record.part";
+    while (!fs::exists(note) && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // another process's file
+    // The same machine, user and profile, with another state folder.
+    const test::TemporaryFolder otherState;
+    test::ProgramRun twin = slowRun(account, {});
+    twin.environment["XDG_STATE_HOME"] = otherState.path().string();
+    test::BackgroundProgram second(twin);
+    const auto whole = first.wait();
+    EXPECT_EQ(whole.status, 0) << whole.errors;
+    const auto told = second.wait();
+    EXPECT_EQ(told.status, 3) << told.errors;
+    EXPECT_TRUE(says(told, "Another run of this machine, user and profile began at the same "
+                           "moment"))
+        << told.errors;
+    EXPECT_EQ(field(told, "run"), 0);
+    const auto runs = account.run({"runs", "--json", "--machine", "iMac"});
+    EXPECT_NE(runs.output.find("\"state\":\"finished\""), std::string::npos) << runs.output;
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+}
+
+TEST(RunRecords, ForgetWhatVanishedWithAFullRecord)
+{
+    const BackedUp account;
+    Files files;
+    for (int i = 0; i < 40; ++i)
+        files.emplace("d" + std::to_string(i) + "/f", "x");
+    account.write(files);
+    ASSERT_EQ(account.backup().status, 0);
+    fs::remove_all(account.folder.path() / "d0");
+    files.erase("d0/f");
+    for (auto& [name, content] : files)
+        content = "another content";
+    account.write(files);
+    ASSERT_EQ(account.backup().status, 0); // a difference larger than half of a full record: full
+    const fs::path index = account.command.home().path() / ".local/state/stowline/index";
+    for (const auto& entry : fs::directory_iterator(index)) {
+        if (entry.path().extension() != ".db")
+            continue;
+        const SQLite::Database database(entry.path().string());
+        EXPECT_EQ(
+            SQLite::Statement(database, "SELECT 1 FROM items WHERE kind IS NULL").executeStep(),
+            false);
+    }
+}
+
+} // namespace
+} // namespace stowline
