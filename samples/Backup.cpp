@@ -47,7 +47,8 @@ int main(int count, char** words)
     const auto summary = backup::runBackup(request, progress, StopRequest());
     for (const auto& failure : summary.failures)
         std::cerr << failure.cause << "\n";
-    std::cout << summary.found << " items, " << summary.stored << " stored, " << summary.failed
-              << " failed. " << summary.sentence << "\n";
+    std::cout << "found " << summary.found << ", stored " << summary.stored << ", unchanged "
+              << summary.unchanged << ", failed " << summary.failed << ". " << summary.sentence
+              << "\n";
     return summary.end == backup::BackupEnd::done ? 0 : 1;
 }

@@ -4,6 +4,8 @@
 #include "tests/endtoend/BackedUp.h"
 #include "tests/support/PseudoTerminal.h"
 
+#include "tests/support/TestPaths.h"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -220,7 +222,9 @@ TEST(Backup, OneAtATime)
     ASSERT_TRUE(lock);
     const auto result = account.backup();
     EXPECT_EQ(result.status, 11);
-    EXPECT_NE(result.errors.find("Another backup of this user is running."), std::string::npos);
+    EXPECT_NE(
+        result.errors.find("Another backup of this user with the profile \"default\" is running."),
+        std::string::npos);
 }
 
 TEST(Backup, AnInterruptionLeavesEverythingToBeGoneOnWith)
@@ -302,6 +306,27 @@ TEST(Backup, SparseFilesOfFiveGibibytes)
     EXPECT_EQ(versions.at(0).size, size + 4);
     const auto sum = account.run({"checksum", file.string()});
     EXPECT_EQ(sum.output.substr(0, 8), fmt::format("{:08x}", versions.at(0).checksum));
+}
+
+TEST(Samples, BackupBacksUpAFolderAndSaysWhatFailed)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}, {"d/b", "2"}});
+    const test::TemporaryFolder state;
+    const auto sample = [&](const std::string& folder) {
+        return test::runProgram(
+            {{test::builtProgram("sample-backup"), account.server.bundle().string(), "ann",
+              (state.path() / "state").string(), folder},
+             {{"STOWLINE_PASSWORD", account.password}}});
+    };
+    const std::string folder = account.folder.path().string();
+    const auto first = sample(folder);
+    EXPECT_EQ(first.status, 0) << first.errors;
+    EXPECT_NE(first.output.find("stored " + folder + "/d/b\n"), std::string::npos) << first.output;
+    EXPECT_NE(first.output.find("found 4, stored 2, unchanged 0, failed 0."), std::string::npos);
+    const auto second = sample(folder + "/no such");
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(second.errors, "There is nothing at " + folder + "/no such.\n");
 }
 
 } // namespace
