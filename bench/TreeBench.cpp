@@ -153,6 +153,11 @@ private:
     BackupRequest request_;
 };
 
+struct Figures {
+    double microseconds = 0;
+    double mebibytes = 0; ///< at the most
+};
+
 /// Does something in a process of its own.
 Figures measured(const std::function<void()>& work)
 {

@@ -124,7 +124,8 @@ void declareBackup(const Command& app)
     auto options = std::make_shared<Options>();
     const Command command = app.addCommand(
         "backup", "Store what is new or changed, go on with what was cut off. A file that was "
-                  "renamed or moved is sent again under its new name");
+                  "renamed or moved, alone or with its folder, is sent again under its new name; "
+                  "holes of a sparse file are not read, but sent as zeros");
     command.addOption("PATH", options->paths,
                       "Files and folders; a link that is named is followed");
     command.addOption("--files-from", options->filesFrom,

@@ -1,12 +1,12 @@
 // What the commands about a backup say when something stands in their way: the cause in its own
 // sentence, as "stowline doctor" would say it, and the status that scripts go by.
 #include "tests/endtoend/BackedUp.h"
+#include "tests/support/PseudoTerminal.h"
 #include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <unistd.h>
 
 namespace stowline {
 namespace {
@@ -190,22 +190,32 @@ TEST(BackupMessages, TheRunHoldsWhatItsListingSays)
     EXPECT_EQ(field(run, "record_bytes"), 8);
 }
 
-TEST(BackupMessages, AHomeThatTakesNothingIsToldOnceAndInOneSentence)
+TEST(BackupMessages, TheHelpSaysWhatIsSentOfHolesAndOfWhatWasRenamed)
 {
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "Needs to become another user.";
+    const test::TemporaryFolder bundle;
+    std::string help = test::Command(bundle.path())(Words{"backup", "--help"}).output;
+    for (std::size_t at = help.find_first_of("\n "); at != std::string::npos;
+         at = help.find_first_of("\n ", at + 1)) // as one line
+        help.replace(at, help.find_first_not_of("\n ", at) - at, " ");
+    EXPECT_NE(help.find("renamed or moved, alone or with its folder, is sent again"),
+              std::string::npos);
+    EXPECT_NE(help.find("holes of a sparse file are not read, but sent as zeros"),
+              std::string::npos)
+        << help;
+}
+
+TEST(BackupMessages, NothingIsColouredOnATerminalAndTheLineFitsIt)
+{
     const BackedUp account;
-    account.write({{"a", "1"}});
-    const test::TemporaryFolder home;
-    fs::permissions(home.path(), fs::perms(0555));
-    fs::permissions(account.folder.path(), fs::perms(0755));
-    test::ProgramRun run = account.backupRun();
-    run.environment["HOME"] = home.path().string();
-    run.environment["XDG_RUNTIME_DIR"] = "/nonexistent";
-    run.words.insert(run.words.begin(), {"/usr/bin/setpriv", "--reuid", "65534", "--clear-groups"});
-    const auto result = test::runProgram(run);
-    EXPECT_FALSE(says(result, "CRITICAL")) << result.errors;
-    EXPECT_FALSE(says(result, "dconf")) << result.errors;
+    account.write({{"big", noise(200000, 1)}});
+    auto run = account.backupRun({"--part-size", "16k", "--bwlimit", "64k"});
+    std::erase(run.words, "--json");
+    const test::Talk talk = test::talkOnTerminal(run, {});
+    EXPECT_EQ(talk.status, 0) << talk.screen;
+    EXPECT_NE(talk.screen.find("\x1b[K"), std::string::npos); // the line of progress
+    for (std::size_t at = talk.screen.find("\x1b["); at != std::string::npos;
+         at = talk.screen.find("\x1b[", at + 1))
+        EXPECT_NE(talk.screen[talk.screen.find_first_not_of("0123456789;", at + 2)], 'm');
 }
 
 } // namespace
