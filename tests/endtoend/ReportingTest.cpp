@@ -245,7 +245,7 @@ TEST(BackupReports, WhatCannotBeSentIsKeptAndSentWithTheNext)
     const auto first = run();
     EXPECT_EQ(first.status, 0);
     for (const char* kind : {"summary", "email", "event"})
-        EXPECT_NE(first.errors.find(std::string("The ") + kind + " could not be sent. It is kept"),
+        EXPECT_NE(first.errors.find(std::string("The ") + kind + " could not be sent: "),
                   std::string::npos)
             << first.errors;
     const auto outbox = account.command.home().path() / ".local/state/stowline/outbox";
