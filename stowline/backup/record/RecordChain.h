@@ -129,7 +129,7 @@ private:
     std::map<RecordName, RecordFile> files_;
     std::optional<RecordHead> running_; ///< after begin()
     IndexPosition expected_;
-    std::string begunDigest_;           ///< of the note that begin() stored
+    std::string begunDigest_; ///< of the note that begin() stored
 };
 
 } // namespace stowline::backup
