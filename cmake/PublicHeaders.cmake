@@ -39,6 +39,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/threads/ForkSafety.h
   stowline/platform/threads/SerialQueue.h
   stowline/platform/threads/StopRequest.h
+  stowline/platform/threads/Task.h
   stowline/platform/threads/Timer.h
   stowline/platform/time/Date.h
   stowline/platform/time/DateFormatter.h

@@ -6,11 +6,11 @@
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunOptions.h"
 #include "stowline/backup/VerifyRun.h"
+#include "stowline/platform/text/Numbers.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 
 namespace stowline::cli {
@@ -26,15 +26,15 @@ struct Options {
 };
 
 /// "5%" as 0.05. @return absent for every other text, and beyond 0 to 100
-std::optional<double> fractionOf(const std::string& text)
+std::optional<double> fractionOf(std::string_view text)
 {
     constexpr double percent = 100;
-    double number = 0;
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
-    const std::string_view rest(read.ptr, text.data() + text.size());
-    if (read.ec != std::errc() || rest != "%" || !(number > 0 && number <= percent))
+    if (!text.ends_with('%'))
         return std::nullopt;
-    return number / percent;
+    const auto number = platform::realNumber(text.substr(0, text.size() - 1));
+    if (!number || !(*number > 0 && *number <= percent))
+        return std::nullopt;
+    return *number / percent;
 }
 
 class Observer : public backup::VerifyObserver {

@@ -1,8 +1,9 @@
 #include "stowline/service/SettingsRules.h"
 
+#include "stowline/platform/text/Numbers.h"
+
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace stowline {
 
@@ -12,11 +13,7 @@ namespace {
 bool isNumberText(const Value& value)
 {
     const std::string* text = value.string();
-    double number = 0;
-    return text &&
-           std::from_chars(text->data(), text->data() + text->size(), number).ptr ==
-               text->data() + text->size() &&
-           !text->empty();
+    return text && platform::realNumber(*text);
 }
 
 } // namespace

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "stowline/platform/threads/ForkSafety.h"
+#include "stowline/platform/threads/Task.h"
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -23,7 +23,7 @@ namespace stowline::platform {
 /// that finds no memory (std::bad_alloc) just ends, and the next one runs.
 class SerialQueue final : private ForkParticipant {
 public:
-    using Task = std::move_only_function<void()>;
+    using Task = platform::Task;
 
     /// @param label names the queue in logs; may be empty.
     explicit SerialQueue(std::string label);

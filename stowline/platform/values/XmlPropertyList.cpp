@@ -1,4 +1,5 @@
 // The XML form, read with line numbers.
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/time/DateText.h"
 #include "stowline/platform/values/PropertyListParts.h"
@@ -49,12 +50,9 @@ std::optional<Value> readInteger(const std::string& text)
 
 std::optional<Value> readReal(const std::string& text)
 {
-    const std::string_view digits = trimmed(text);
-    double number = 0;
-    const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (fault != std::errc() || end != digits.data() + digits.size())
-        return std::nullopt;
-    return number;
+    if (const auto number = realNumber(trimmed(text)))
+        return *number;
+    return std::nullopt;
 }
 
 std::optional<Value> readDate(const std::string& text)
