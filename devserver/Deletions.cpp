@@ -27,6 +27,7 @@ Deletions::~Deletions()
         isEnding_ = true;
     }
     changed_.notify_all();
+    worker_.join();
 }
 
 std::optional<std::string> Deletions::begin(const std::string& userName,

@@ -67,7 +67,7 @@ private:
     bool isEnding_ = false;
     std::vector<std::string> order_;
     std::map<std::string, Process> processes_;
-    std::jthread worker_;
+    std::thread worker_; ///< last: it begins when all else is there
 };
 
 } // namespace stowline::devserver

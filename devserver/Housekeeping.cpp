@@ -29,6 +29,7 @@ Housekeeping::~Housekeeping()
         isEnding_ = true;
     }
     ending_.notify_all();
+    worker_.join();
 }
 
 void Housekeeping::work()

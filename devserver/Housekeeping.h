@@ -25,7 +25,7 @@ private:
     std::mutex mutex_;
     std::condition_variable ending_;
     bool isEnding_ = false;
-    std::jthread worker_;
+    std::thread worker_; ///< last: it begins when all else is there
 };
 
 } // namespace stowline::devserver

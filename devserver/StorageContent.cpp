@@ -160,7 +160,7 @@ bool Storage::dropAbandonedFile(const std::string& serverFile, std::int64_t befo
 std::size_t Storage::dropAbandoned()
 {
     namespace fs = std::filesystem;
-    const auto before =
+    const std::int64_t before =
         secondsNow() - std::chrono::duration_cast<std::chrono::seconds>(kAbandonedAfter).count();
     std::vector<std::string> candidates;
     {

@@ -53,7 +53,8 @@ std::string Tickets::give(const std::string& userName)
     insert.bind(1, platform::Sha256::of(ticket));
     insert.bind(2, userName);
     insert.bind(3, mark);
-    insert.bind(4, secondsNow() + lifetime_.count());
+    const std::int64_t endsAt = secondsNow() + lifetime_.count();
+    insert.bind(4, endsAt);
     insert.exec();
     return ticket;
 }
