@@ -14,6 +14,8 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 #include <thread>
 
 namespace stowline {
@@ -170,9 +172,25 @@ private:
     }
 
     /// Of a command that would wait for a minute: ended by SIGTERM after a moment.
+    /// Whether a process has a handler for SIGTERM (proc(5), "SigCgt": a mask of signal numbers
+    /// from 1).
+    static bool catchesTermination(int process)
+    {
+        std::ifstream status("/proc/" + std::to_string(process) + "/status");
+        std::string line;
+        while (std::getline(status, line)) {
+            if (line.starts_with("SigCgt:"))
+                return (std::stoull(line.substr(7), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+        }
+        return false;
+    }
+
     static test::ProgramResult interrupted(const test::ProgramRun& run)
     {
         test::BackgroundProgram program(run);
+        // Not before it has got so far as to obey: a loaded machine needs seconds to start it.
+        while (program.isRunning() && !catchesTermination(program.processId()))
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(700);
         while (program.isRunning() && std::chrono::steady_clock::now() < end)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
