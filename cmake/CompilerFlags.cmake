@@ -9,11 +9,12 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 include(CheckPIESupported)
 check_pie_supported()
 
+option(STOWLINE_WERROR "Every warning is an error" OFF)
 add_compile_options(
-  -Wall -Wextra -Wpedantic -Werror
+  -Wall -Wextra -Wpedantic $<$<BOOL:${STOWLINE_WERROR}>:-Werror>
   -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wformat=2
   # __FILE__ is logged: give it relative to the tree, so no build machine's path is in a binary.
-  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 # Designated initializers leave out what has a default.
 add_compile_options(-Wno-missing-field-initializers)
 add_link_options(-Wl,--as-needed)
@@ -44,10 +45,17 @@ if(STOWLINE_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-if(CMAKE_BUILD_TYPE STREQUAL "Release")
-  add_compile_options(-D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS
-                      -fstack-protector-strong -fstack-clash-protection -fcf-protection
-                      -ffunction-sections -fdata-sections)
+# What is shipped is hardened, whatever its build type is called, as far as the compiler can: not every
+# one knows every option for every processor.
+if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$" AND NOT STOWLINE_SANITIZERS)
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS -ffunction-sections -fdata-sections)
+  include(CheckCXXCompilerFlag)
+  foreach(flag stack-protector-strong stack-clash-protection cf-protection)
+    check_cxx_compiler_flag(-f${flag} STOWLINE_KNOWS_${flag})
+    if(STOWLINE_KNOWS_${flag})
+      add_compile_options(-f${flag})
+    endif()
+  endforeach()
   add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,--gc-sections)
 endif()
 
@@ -56,6 +64,6 @@ endif()
 find_program(CCACHE ccache)
 if(CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER
-    ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 CCACHE_DEPEND=1
+    ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1 CCACHE_DEPEND=1
     ${CCACHE})
 endif()

@@ -2,7 +2,7 @@
 set(CPACK_PACKAGE_NAME stowline)
 set(CPACK_PACKAGE_VENDOR "Stowline")
 set(CPACK_PACKAGE_CONTACT "The Stowline developers <developers@stowline.example>")
-set(CPACK_PACKAGE_DIRECTORY "${CMAKE_BINARY_DIR}/packages")
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_COMPONENTS_ALL library development tools)
