@@ -18,14 +18,14 @@ add_library(stowline_shared SHARED ${objects})
 add_library(stowline_static STATIC ${objects})
 foreach(library stowline_shared stowline_static)
   set_target_properties(${library} PROPERTIES OUTPUT_NAME stowline LINKER_LANGUAGE CXX)
-  target_compile_features(${library} INTERFACE cxx_std_23)
+  target_compile_features(${library} INTERFACE cxx_std_20)
   target_include_directories(${library} INTERFACE "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
 endforeach()
 set_target_properties(stowline_shared PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME stowline)
 set_target_properties(stowline_static PROPERTIES EXPORT_NAME stowline-static)
 # The standard library's templates are instantiated here too; the map keeps them inside.
-set(map "${CMAKE_SOURCE_DIR}/stowline/exported.map")
+set(map "${PROJECT_SOURCE_DIR}/stowline/exported.map")
 target_link_options(stowline_shared PRIVATE "-Wl,--version-script=${map}" -Wl,--no-undefined)
 set_property(TARGET stowline_shared APPEND PROPERTY LINK_DEPENDS "${map}")
 target_link_libraries(stowline_shared PRIVATE ${outside} ${SQLITECPP_LIBRARY} Threads::Threads)
@@ -52,12 +52,12 @@ install(FILES resources/WebServicesSettings.plist resources/backupReportEmailTem
   DESTINATION ${bundle}/Resources COMPONENT tools)
 
 # The command's manual page and completions say what its own help says.
-set(reference "${CMAKE_BINARY_DIR}/reference")
+set(reference "${PROJECT_BINARY_DIR}/reference")
 add_custom_command(
   OUTPUT "${reference}/stowline.1" "${reference}/stowline.bash" "${reference}/_stowline"
          "${reference}/stowline.fish"
-  COMMAND python3 "${CMAKE_SOURCE_DIR}/scripts/command_reference.py" $<TARGET_FILE:stowline>
-          "${CMAKE_SOURCE_DIR}/docs/man/stowline.1.in" "${reference}"
+  COMMAND python3 "${PROJECT_SOURCE_DIR}/scripts/command_reference.py" $<TARGET_FILE:stowline>
+          "${PROJECT_SOURCE_DIR}/docs/man/stowline.1.in" "${reference}"
   DEPENDS stowline scripts/command_reference.py docs/man/stowline.1.in VERBATIM)
 add_custom_target(stowline_reference ALL DEPENDS "${reference}/stowline.1")
 install(FILES "${reference}/stowline.1" docs/man/stowline-devserver.1
@@ -83,14 +83,15 @@ endforeach()
 
 set(STOWLINE_TOOLS_DIR ${bundle})
 set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
-configure_package_config_file(cmake/stowlineConfig.cmake.in "${CMAKE_BINARY_DIR}/stowlineConfig.cmake"
+configure_package_config_file(cmake/stowlineConfig.cmake.in "${PROJECT_BINARY_DIR}/stowlineConfig.cmake"
   INSTALL_DESTINATION ${config} PATH_VARS STOWLINE_TOOLS_DIR)
-write_basic_package_version_file("${CMAKE_BINARY_DIR}/stowlineConfigVersion.cmake"
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/stowlineConfigVersion.cmake"
   COMPATIBILITY SameMajorVersion)
-configure_file(cmake/stowline.pc.in "${CMAKE_BINARY_DIR}/stowline.pc" @ONLY)
+file(RELATIVE_PATH STOWLINE_PREFIX_FROM_PC "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
+configure_file(cmake/stowline.pc.in "${PROJECT_BINARY_DIR}/stowline.pc" @ONLY)
 install(EXPORT stowline NAMESPACE stowline:: FILE stowlineTargets.cmake
   DESTINATION ${config} COMPONENT development)
-install(FILES "${CMAKE_BINARY_DIR}/stowlineConfig.cmake" "${CMAKE_BINARY_DIR}/stowlineConfigVersion.cmake"
+install(FILES "${PROJECT_BINARY_DIR}/stowlineConfig.cmake" "${PROJECT_BINARY_DIR}/stowlineConfigVersion.cmake"
   DESTINATION ${config} COMPONENT development)
-install(FILES "${CMAKE_BINARY_DIR}/stowline.pc"
+install(FILES "${PROJECT_BINARY_DIR}/stowline.pc"
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
