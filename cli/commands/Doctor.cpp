@@ -5,11 +5,14 @@
 #include "cli/shared/Output.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/network/SystemProxy.h"
+#include "stowline/platform/text/HostName.h"
 #include "stowline/service/SettingsCheck.h"
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace stowline::cli {
@@ -63,7 +66,13 @@ Finding checkProxy()
         if (std::getenv(variable))
             set += (set.empty() ? "" : ", ") + std::string(variable);
     }
-    return {"proxy", true, set.empty() ? "none set in the environment" : "set by " + set};
+    if (!set.empty())
+        return {"proxy", true, "set by " + set};
+    const auto addresses = serviceAddresses();
+    const bool isDesktops = std::ranges::any_of(addresses, [](const std::string& address) {
+        return !platform::systemProxyFor(platform::addressForCalls(address)).empty();
+    });
+    return {"proxy", true, isDesktops ? "the desktop's" : "none set in the environment"};
 }
 
 Finding checkFolder(const std::string& subject, const std::optional<fs::path>& folder)

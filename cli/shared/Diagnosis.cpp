@@ -5,8 +5,10 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpExchange.h"
 #include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/network/SystemProxy.h"
 #include "stowline/platform/processes/ChildProcess.h"
 #include "stowline/platform/text/Credentials.h"
+#include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
 #include "stowline/service/WebServicesSettings.h"
@@ -33,7 +35,7 @@ std::optional<std::string> target(const std::string& url)
 {
     static constexpr std::string_view mark = "stowline-fills-this";
     const auto origin = platform::originOf(
-        platform::percentEscaped(platform::replacingOccurrences(url, kPlaceToFill, mark)));
+        platform::addressForCalls(platform::replacingOccurrences(url, kPlaceToFill, mark)));
     if (!origin)
         return url;
     if (origin->host.find(mark) != std::string::npos)
@@ -95,7 +97,7 @@ std::vector<std::string> serviceAddresses()
 Finding lookAtAddress(const std::string& address)
 {
     const std::string shown = platform::textWithoutCredentials(address);
-    const auto origin = platform::originOf(platform::percentEscaped(address));
+    const auto origin = platform::originOf(platform::addressForCalls(address));
     if (!origin)
         return unwell("address", FailureKind::invalidSettings,
                       "\"" + shown +
@@ -103,7 +105,9 @@ Finding lookAtAddress(const std::string& address)
                           "https://HOST/PATH or http://HOST:PORT/PATH in the settings.");
     const std::string subject = origin->scheme == "https" ? "tls" : "http";
     const std::string host = fmt::format("{}:{}", origin->host, origin->port);
-    platform::HttpExchange exchange({.method = "GET", .url = rootOf(*origin)}, {});
+    const std::string root = rootOf(*origin);
+    platform::HttpExchange exchange(
+        {.method = "GET", .url = root, .proxy = platform::systemProxyFor(root)}, {});
     if (!exchange.wait(kPatience))
         return unwell(subject, FailureKind::timeOut,
                       shown + " does not answer within 10 seconds. Please try again later.");

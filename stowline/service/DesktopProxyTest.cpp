@@ -49,6 +49,19 @@ TEST(DesktopProxy, CarriesCalls)
         proxy.requests().at(0).starts_with("POST " + std::string(kMethod) + " HTTP/1.1\r\n"));
 }
 
+TEST(DesktopProxy, IsAskedForHostsOfAnyScriptInAscii)
+{
+    leaveItToTheDesktop();
+    const RawServer proxy(test::soapAnswer("<a>x</a>"));
+    test::setDesktopProxy(addressOf(proxy));
+    const test::TestBundle bundle(test::settingsWith(
+        "M", Dictionary{{"URL", "http://gr\u00fcn.example/gr\u00fcn"}, {"namespace", "urn:t"}}));
+    EXPECT_TRUE(call());
+    const std::string request = proxy.requests().at(0);
+    EXPECT_TRUE(request.starts_with("POST http://xn--grn-ioa.example/gr%C3%BCn HTTP/1.1\r\n"));
+    EXPECT_NE(request.find("Host: xn--grn-ioa.example\r\n"), std::string::npos);
+}
+
 TEST(DesktopProxy, GivesWayToTheEnvironments)
 {
     leaveItToTheDesktop();

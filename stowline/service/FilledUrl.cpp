@@ -1,14 +1,14 @@
 #include "stowline/service/FilledUrl.h"
 
 #include "stowline/call/WireNames.h"
-#include "stowline/platform/text/Url.h"
+#include "stowline/platform/text/HostName.h"
 
 namespace stowline {
 
 std::string filledUrl(const Dictionary& entry, std::span<const platform::FormatArgument> arguments)
 {
     const std::string* format = findString(entry, methodKey::url);
-    return platform::percentEscaped(
+    return platform::addressForCalls(
         platform::formatWithArguments(format ? *format : "", arguments));
 }
 

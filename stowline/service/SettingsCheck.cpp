@@ -4,6 +4,7 @@
 #include "stowline/platform/http/HttpMessage.h"
 #include "stowline/platform/network/HostFlags.h"
 #include "stowline/platform/text/Credentials.h"
+#include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
 #include "stowline/platform/values/Format.h"
@@ -250,9 +251,11 @@ private:
     /// Whether a call can use an address once its places are filled.
     static bool isUsableAddress(const std::string& url)
     {
-        return platform::originOf(
-                   platform::percentEscaped(platform::replacingOccurrences(url, "%@", "filled")))
-            .has_value();
+        const auto origin = platform::originOf(
+            platform::addressForCalls(platform::replacingOccurrences(url, "%@", "filled")));
+        return origin && platform::isHostName(origin->host) &&
+               platform::percentEscaped(origin->host) == origin->host &&
+               (origin->host.starts_with('[') || origin->host.find('%') == std::string::npos);
     }
 
     void checkUrl(std::size_t needed, const Dictionary& entry, const std::string& path)

@@ -125,12 +125,18 @@ TEST(SettingsCheck, TellsPlaceholdersThatNoTemplateUses)
 
 TEST(SettingsCheck, TellsAddressesThatNoCallCanUse)
 {
-    for (const std::string address : {"htp://host/", "ftp://host/", "http://host:99999/",
-                                      "http://ho st/", "host/path", "http://"})
+    for (const std::string address :
+         {"htp://host/", "ftp://host/", "http://host:99999/", "http://ho st/",
+          "http://gr\u00fcn st/", "host/path", "http://"})
         EXPECT_NE(report(changed("https://service.stowline.example/AccountService.asmx", address))
                       .find("URL: \"" + address +
                             "\" is not an address that a call can use; write it as "
                             "https://HOST/PATH or http://HOST:PORT/PATH."),
+                  std::string::npos)
+            << address;
+    for (const char* address : {"http://gr\u00fcn.example/", "http://[::1]:80/"})
+        EXPECT_EQ(report(changed("https://service.stowline.example/AccountService.asmx", address))
+                      .find("is not an address"),
                   std::string::npos)
             << address;
     EXPECT_NE(report(changed("https://service.stowline.example/AccountService.asmx",

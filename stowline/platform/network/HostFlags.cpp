@@ -1,6 +1,7 @@
 #include "stowline/platform/network/HostFlags.h"
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 
 #include <algorithm>
@@ -50,7 +51,7 @@ HostFlags flagsOfAddress(const addrinfo& address)
 /// "localhost" means this machine also where no name service says so (RFC 6761 section 6.3).
 std::string nameToLookUp(const std::string& name)
 {
-    return equalsIgnoringAsciiCase(name, "localhost") ? "127.0.0.1" : name;
+    return equalsIgnoringAsciiCase(name, "localhost") ? "127.0.0.1" : asciiHostName(name);
 }
 
 bool meansNoWay(int lookupFault)
