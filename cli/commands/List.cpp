@@ -3,6 +3,8 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
 #include "cli/shared/RemotePages.h"
+#include "cli/shared/RunOptions.h"
+#include "cli/shared/StoredItems.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -17,13 +19,30 @@ struct ListOptions {
     RemoteListing listing;
     std::string path;
     bool isDescending = false;
+    std::string at;
+    ChainOptions chain;
 };
+
+/// As a run found it.
+ExitStatus listAt(const ListOptions& options, const Session& session)
+{
+    const auto choice =
+        runChoiceFor(session, options.listing.systemName, options.at, options.chain);
+    if (!choice)
+        return choice.status();
+    return listStored(*choice, {.path = storedPathFor(options.path),
+                                .sortField = options.listing.sortField,
+                                .isDescending = options.isDescending,
+                                .limit = options.listing.limit});
+}
 
 ExitStatus list(const ListOptions& options)
 {
     const auto session = options.session.open({"GetAccountFilesAndFolders"});
     if (!session)
         return session.status();
+    if (!options.at.empty())
+        return listAt(options, *session);
     RemoteListing listing = options.listing;
     listing.path = remotePathFor(options.path);
     listing.isAscending = !options.isDescending;
@@ -61,6 +80,8 @@ void declareList(const Command& app)
         .between(1, 10000)
         .showsDefault();
     command.addOption("--limit", options->listing.limit, "Entries to show at most").positive();
+    declareAt(command, options->at);
+    options->chain.declare(command);
     options->session.declare(command);
     command.runs([options] { return list(*options); });
 }

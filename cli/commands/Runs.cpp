@@ -1,5 +1,6 @@
 // stowline runs
 #include "cli/commands/Commands.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
@@ -15,16 +16,18 @@ namespace {
 void show(const backup::RunEntry& run)
 {
     const char* state = backup::nameOf(run.state);
-    output().item(fmt::format("{:>8}  {}  {:10}  {:>10} items  {:>10} new  {:>10} in all", run.run,
-                              momentText(run.begun), state, run.items,
+    const std::string failed = run.failed == 0 ? "" : fmt::format("; {} failed", run.failed);
+    output().item(fmt::format("{:>8}  {}  {:10}  {:>12}  {:>10} new  {:>10} in all{}", run.run,
+                              momentText(run.begun), state, countText(run.items, "item", "items"),
                               bytesText(static_cast<double>(run.newBytes)),
-                              bytesText(static_cast<double>(run.bytes))),
+                              bytesText(static_cast<double>(run.bytes)), failed),
                   "run",
                   {{"run", run.run},
                    {"time", momentField(run.begun)},
                    {"ended", run.ended ? momentField(*run.ended) : std::string()},
                    {"state", std::string(state)},
                    {"items", run.items},
+                   {"failed", run.failed},
                    {"new_bytes", run.newBytes},
                    {"bytes", run.bytes}});
 }

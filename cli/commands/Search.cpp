@@ -3,6 +3,9 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
 #include "cli/shared/RemotePages.h"
+#include "cli/shared/RunOptions.h"
+#include "cli/shared/StoredItems.h"
+#include "stowline/util/General.h"
 
 #include <utility>
 
@@ -15,13 +18,29 @@ struct SearchOptions {
     RemoteListing listing;
     std::string text;
     std::string folder;
+    std::string at;
+    ChainOptions chain;
 };
+
+/// As a run found it.
+ExitStatus searchAt(const SearchOptions& options, const Session& session)
+{
+    const std::string& machine = options.listing.systemName;
+    const auto choice = runChoiceFor(session, machine.empty() ? General::localHostName() : machine,
+                                     options.at, options.chain);
+    if (!choice)
+        return choice.status();
+    return searchStored(*choice, options.folder.empty() ? "/" : storedPathFor(options.folder),
+                        options.text, options.listing.limit);
+}
 
 ExitStatus search(const SearchOptions& options)
 {
     const auto session = options.session.open({"SearchFilesEx"});
     if (!session)
         return session.status();
+    if (!options.at.empty())
+        return searchAt(options, *session);
     RemoteListing listing = options.listing;
     listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
     std::optional<Error> error;
@@ -48,8 +67,11 @@ void declareSearch(const Command& app)
     command.addOption("TEXT", options->text, "Part of a name, or a whole one with * and ?")
         .required();
     command.addOption("--in", options->folder, "Folder to search in and below");
-    command.addOption("--system", options->listing.systemName, "The machine; all when left out");
+    command.addOption("--system", options->listing.systemName,
+                      "The machine; all when left out, with --at this one");
     command.addOption("--limit", options->listing.limit, "Files to show at most").positive();
+    declareAt(command, options->at);
+    options->chain.declare(command);
     options->session.declare(command);
     command.runs([options] { return search(*options); });
 }

@@ -2,6 +2,7 @@
 #include "cli/commands/Commands.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -42,6 +43,11 @@ ExitStatus versions(const VersionOptions& options)
     std::optional<Error> error;
     const auto found = WebServiceBroker::getFileVersionsForUsername(
         session->username, session->password, session->server, options.fileId, &error);
+    // The service's code is all that tells this from another refusal.
+    if (isRefusal(error) &&
+        error->localizedDescription() == WebServiceBroker::messageFromCode("NoSuchFile"))
+        return output().fail(ExitStatus::notFound,
+                             fmt::format("There is no file {} on the service.", options.fileId));
     if (!found)
         return refusal(fmt::format("The versions of file {} cannot be listed", options.fileId),
                        error);

@@ -99,6 +99,14 @@ void RunOptions::declare(const Command& command, const std::string& machineOptio
     session_.declare(command);
 }
 
+void declareAt(const Command& command, std::string& at)
+{
+    command.addOption(
+        "--at", at,
+        "As a run found it: its number, or a time such as \"2026-01-31 18:30\" for the "
+        "last run that had begun by then");
+}
+
 void RunOptions::declareAt(const Command& command)
 {
     command.addOption(

@@ -31,6 +31,9 @@ private:
     std::string chain_;
 };
 
+/// --at, for commands that can show what is stored now as well.
+void declareAt(const Command& command, std::string& at);
+
 /// The options of every command that reads a run.
 class RunOptions {
 public:

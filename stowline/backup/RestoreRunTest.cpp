@@ -20,6 +20,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <random>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <thread>
@@ -679,9 +680,14 @@ TEST(RestoreCommand, GoesOnHoweverOftenItIsKilled)
     const auto restore = command(stored, home,
                                  {"restore", stored.folder().string(), "--to",
                                   stored.target.path().string(), "--machine", "iMac"});
-    for (int kill = 0; kill < 20; ++kill) {
+    const int kills = std::getenv("STOWLINE_LONG_TESTS") ? 200 : 10;
+    std::minstd_rand random(std::random_device{}());
+    std::uniform_int_distribution<int> milliseconds(50, 1000);
+    for (int kill = 0; kill < kills; ++kill) {
+        if (kill % 10 == 9) // not only when there is hardly anything left to be done
+            fs::remove_all(stored.target.path() / "tree");
         test::BackgroundProgram program(restore);
-        std::this_thread::sleep_for(std::chrono::milliseconds(100 + kill * 40)); // any moment
+        std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random))); // any moment
         program.signal(SIGKILL);
         (void)program.wait();
         if (!fs::exists(stored.target.path() / "tree"))

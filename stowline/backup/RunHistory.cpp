@@ -1,5 +1,6 @@
 #include "stowline/backup/RunHistory.h"
 
+#include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
 
 namespace stowline::backup {
@@ -87,6 +88,7 @@ RunEntry entryOf(const ListedRun& run, const RecordHead& head)
             .begun = head.description.begun,
             .ended = head.ended,
             .items = head.items,
+            .failed = head.failed,
             .newBytes = head.newBytes,
             .bytes = head.bytes,
             .host = head.description.host,
@@ -152,6 +154,37 @@ HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
             isAnything = true;
             return take(item);
         });
+        if (!isAnything)
+            throw nothingOf(path, tree.head.run);
+    });
+}
+
+HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
+                               const std::function<bool(const StoredItem&)>& take,
+                               const StopRequest& stop) noexcept
+{
+    constexpr std::size_t inAPage = 1000;
+    return reading(choice, stop, [&](RunReader& reader) {
+        const RunReader::Tree tree = reader.readChosen();
+        const std::string real = pathThroughLinks(tree.items, path).value_or(path);
+        const auto named = tree.items.find(real);
+        if (named && named->item.kind != ItemKind::folder) {
+            take(*named);
+            return;
+        }
+        bool isAnything = named.has_value();
+        std::string after;
+        for (bool isMore = true; isMore;) {
+            const auto page = tree.items.itemsIn(real, after, inAPage);
+            isMore = page.size() == inAPage;
+            for (const StoredItem& item : page) {
+                requireNotStopped(stop);
+                isAnything = true;
+                after = std::string(nameOf(item.item.path));
+                if (!take(item))
+                    return;
+            }
+        }
         if (!isAnything)
             throw nothingOf(path, tree.head.run);
     });

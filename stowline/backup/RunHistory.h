@@ -29,7 +29,8 @@ struct RunEntry {
     RunState state = RunState::begun;
     Timestamp begun;
     std::optional<Timestamp> ended;
-    std::uint64_t items = 0;    ///< of the tree; 0 while begun
+    std::uint64_t items = 0;    ///< of the tree, with the folders above named paths; 0 while begun
+    std::uint64_t failed = 0;   ///< that the run could not look at, read or store
     std::uint64_t newBytes = 0; ///< of content that the run stored
     std::uint64_t bytes = 0;    ///< of all content of the tree
     std::string host;
@@ -55,6 +56,13 @@ struct HistoryEnd {
 [[nodiscard]] HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
                                           const std::function<bool(const StoredItem&)>& take,
                                           const StopRequest& stop) noexcept;
+
+/// Hands over the items in a folder of a run by the bytes of their names, not those below its
+/// folders; of a path that is no folder the item itself. Links on the way and at the end are
+/// followed as the run recorded them. The function returns whether to go on.
+[[nodiscard]] HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
+                                             const std::function<bool(const StoredItem&)>& take,
+                                             const StopRequest& stop) noexcept;
 
 /// One difference between two runs.
 struct RunDifference {

@@ -163,14 +163,17 @@ void RunRecords::refuseTwin()
 void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
-    (void)chain_->storeUnfinished(index, {.newBytes = newBytes, .ended = timestampNow()});
+    (void)chain_->storeUnfinished(
+        index,
+        {.newBytes = newBytes, .failed = accounts_.summary().failed, .ended = timestampNow()});
 }
 
 StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
-    const StoredRecord stored =
-        chain_->storeFinished(index, {.newBytes = newBytes, .ended = timestampNow()});
+    const StoredRecord stored = chain_->storeFinished(
+        index,
+        {.newBytes = newBytes, .failed = accounts_.summary().failed, .ended = timestampNow()});
     index.setPosition(stored.position);
     if (stored.isFull) // nobody asks for what changed before it any more
         index.forgetVanished(stored.position.run);

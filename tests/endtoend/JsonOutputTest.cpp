@@ -142,6 +142,8 @@ TEST_F(JsonOutput, IsAsThePageSays)
     account_.write({{"sub/a", "2"}});
     ASSERT_EQ(account_.backup().status, 0);
     expectAsOnPage("runs", {"runs", "--machine", "iMac"});
+    expectAsOnPage("ls", {"ls", folder, "--system", "iMac", "--at", "1"});
+    expectAsOnPage("search", {"search", "*", "--system", "iMac", "--at", "1"});
     expectAsOnPage("diff", {"diff", "1", "2", "--machine", "iMac"});
     expectAsOnPage("restore", {"restore", folder, "--to", copy + ".tree", "--machine", "iMac"});
     expectAsOnPage("rm --version", {"rm", "--version", versions.at(0)["list"], "--yes"});

@@ -343,5 +343,137 @@ TEST(Restore, SaysWhereItIsNotConfigured)
         << check.errors;
 }
 
+TEST(StoredItems, AreListedAndFoundAsARunFoundThem)
+{
+    const BackedUp account;
+    account.write({{"old", "12345"}, {"sub/Deep.TXT", "d"}, {"z", "z"}});
+    fs::create_directory_symlink("sub", account.folder.path() / "way");
+    ASSERT_EQ(account.backup().status, 0);
+    fs::remove(account.folder.path() / "old");
+    account.write({{"new", "n"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const std::string folder = account.folder.path();
+    const auto names = [](const test::ProgramResult& result) {
+        std::string text;
+        for (const auto& line : test::jsonLines(result.output)) {
+            if (line.contains("path"))
+                text += fs::path(line.value("path", "")).filename().string() + " ";
+        }
+        return text;
+    };
+    const auto list = [&](const std::string& path, Words more) {
+        Words words{"ls", path, "--system", "iMac", "--json"};
+        words.insert(words.end(), more.begin(), more.end());
+        return account.run(words);
+    };
+    EXPECT_EQ(names(list(folder, {"--at", "1"})), "old sub way z ");
+    EXPECT_EQ(names(list(folder, {"--at", "2"})), "new sub way z ");
+    EXPECT_EQ(names(list(folder, {"--at", "1", "--sort", "Size", "-r", "--limit", "1"})), "old ");
+    EXPECT_EQ(names(list(folder + "/way", {"--at", "1"})), "Deep.TXT ");
+    EXPECT_EQ(names(list(folder + "/z", {"--at", "1"})), "z ");
+    EXPECT_EQ(list(folder + "/old", {"--at", "2"}).status, 4);
+    EXPECT_EQ(list(folder, {"--at", "9"}).status, 4);
+    EXPECT_EQ(list(folder, {"--at", "soon"}).status, 2);
+    EXPECT_EQ(names(list(folder, {})), "new old sub z ") << "what is stored now";
+    const auto search = [&](const std::string& text, Words more) {
+        Words words{"search", text, "--system", "iMac", "--json"};
+        words.insert(words.end(), more.begin(), more.end());
+        return account.run(words);
+    };
+    EXPECT_EQ(names(search("deep", {"--at", "1"})), "Deep.TXT ");
+    EXPECT_EQ(names(search("*.txt", {"--at", "1", "--in", folder})), "Deep.TXT ");
+    EXPECT_EQ(search("old", {"--at", "2"}).status, 4);
+    EXPECT_EQ(names(search("old", {"--at", "1"})), "old ");
+}
+
+TEST(Runs, SayHowManyItemsFailed)
+{
+    const BackedUp account;
+    account.write({{"a", "a"}});
+    ASSERT_EQ(account.backup({(account.folder.path() / "none").string()}).status, 3);
+    ASSERT_EQ(account.backup().status, 0);
+    const auto runs = account.run({"runs", "--machine", "iMac", "--json"});
+    EXPECT_EQ(test::jsonLines(runs.output).at(0).value("failed", 0), 1) << runs.output;
+    EXPECT_EQ(test::jsonLines(runs.output).at(1).value("failed", 7), 0) << runs.output;
+    const auto shown = account.run({"runs", "--machine", "iMac"});
+    EXPECT_NE(shown.output.find("; 1 failed"), std::string::npos) << shown.output;
+}
+
+TEST(Versions, OfAnUnknownFileAreNotFound)
+{
+    const BackedUp account;
+    EXPECT_EQ(account.run({"versions", "4711"}).status, 4);
+}
+
+TEST(RestoreFaults, APartThatIsNotHandedOutIsAskedForAgain)
+{
+    const BackedUp account({"--fault", "DownloadFilePart:2:fault", "--fault",
+                            "DownloadFilePart:3:fault", "--fault", "DownloadFilePart:4:fault",
+                            "--fault", "DownloadFilePart:5:fault"});
+    account.write({{"a", "content"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto result = account.run({"cat", account.folder.path() / "a", "--machine", "iMac"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.output, "content");
+}
+
+TEST(RestoreFaults, PartsThatAreNeverHandedOutAreATemporaryFailure)
+{
+    const BackedUp account({"--fault", "DownloadFilePart:*:fault"});
+    account.write({{"a", "content"}});
+    // Which cannot read its own record again, and says so.
+    ASSERT_EQ(account.backup({"--retry-time", "1"}).status, 3);
+    const auto result =
+        account.run({"cat", account.folder.path() / "a", "--machine", "iMac", "--retry-time", "1"});
+    EXPECT_EQ(result.status, 5) << result.errors;
+}
+
+TEST(RestoreFaults, ACutUploadPathIsAskedForAgain)
+{
+    const BackedUp account({"--fault", "GetPhyPath:1:cut", "--fault", "GetPhyPath:2:cut", "--fault",
+                            "GetPhyPath:3:cut", "--fault", "GetPhyPath:4:cut"});
+    account.write({{"a", "content"}});
+    const auto result = account.backup({"--retry-time", "60"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+}
+
+TEST(RestoreFaults, ARecordThatCannotBeStoredIsNotToldAsAFileOfTheSpool)
+{
+    const BackedUp account({"--fault", "UploadFilePart:*:500"});
+    account.write({{"a", "content"}});
+    const auto result = account.backup({"--retry-time", "1"});
+    EXPECT_EQ(result.status, 5) << result.errors;
+    EXPECT_NE(result.errors.find("The record of the run is not stored"), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(result.errors.find("record.part"), std::string::npos) << result.errors;
+}
+
+TEST(Samples, BackUpAndRestoreThroughThePublicEngine)
+{
+    const BackedUp account;
+    account.write({{"a", "content"}, {"sub/b", "more"}});
+    const std::string bundle = account.server.bundle();
+    const std::string state = account.command.home().path() / "state";
+    const std::string target = account.command.home().path() / "back";
+    const std::string folder = account.folder.path();
+    const test::Environment environment{{"STOWLINE_PASSWORD", account.password},
+                                        {"HOME", account.command.home().path()}};
+    const auto stored = test::runProgram(
+        {{test::builtProgram("sample-backup"), bundle, "ann", state, folder}, environment});
+    ASSERT_EQ(stored.status, 0) << stored.errors;
+    const auto restored = test::runProgram(
+        {{test::builtProgram("sample-restore"), bundle, "ann", state, folder, target},
+         environment});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_NE(restored.output.find("Run 1: "), std::string::npos) << restored.output;
+    EXPECT_EQ(platform::readFile(fs::path(target) / account.folder.path().filename() / "sub/b"),
+              "more");
+    hideRecord(account, "00000001-finished");
+    const auto older = test::runProgram(
+        {{test::builtProgram("sample-restore"), bundle, "ann", state, folder, target},
+         environment});
+    EXPECT_EQ(older.status, 1) << older.output;
+}
+
 } // namespace
 } // namespace stowline

@@ -395,6 +395,7 @@ StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
     head.ended = figures.ended;
     head.items = index.itemCount();
     head.newBytes = figures.newBytes;
+    head.failed = figures.failed;
     head.bytes = index.contentBytes();
     if (!head.predecessor.digest.empty()) {
         head.baseline = head.predecessor;

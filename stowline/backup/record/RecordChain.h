@@ -105,6 +105,7 @@ public:
     /// Counts of a run for its record.
     struct Figures {
         std::uint64_t newBytes = 0; ///< of content stored by it
+        std::uint64_t failed = 0;   ///< items that it could not look at, read or store
         Timestamp ended;
     };
 

@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <random>
+#include <sys/resource.h>
 
 namespace {
 
@@ -154,6 +156,34 @@ TEST_F(RecordChainTest, CostsNextToNothingWhenNothingChanged)
         EXPECT_LT(stored.sentBytes, 1500U);
         EXPECT_EQ(place.stored[kChain].size(), 2U * static_cast<unsigned>(i)); // begun, finished
     }
+}
+
+TEST_F(RecordChainTest, AMillionItemsCostNextToNothingWhenUnchangedAndLittleMemoryWhenRead)
+{
+    if (!std::getenv("STOWLINE_LONG_TESTS"))
+        GTEST_SKIP() << "set STOWLINE_LONG_TESTS to write a million items";
+    constexpr int items = 1'000'000;
+    RecordChain chain = open();
+    const std::uint64_t run = begin(chain);
+    for (int i = 0; i < items; ++i)
+        index.put(fileAt("/d" + std::to_string(i / 1000) + "/file" + std::to_string(i), 5, run),
+                  run);
+    RecordProperty("bytes_of_the_full_one", std::to_string(finish(chain).sentBytes));
+    for (int i = 2; i <= 10; ++i) {
+        RecordChain next = open();
+        begin(next);
+        const StoredRecord stored = finish(next);
+        EXPECT_LE(stored.sentBytes, 64U << 10);
+        RecordProperty("bytes_of_run_" + std::to_string(i), std::to_string(stored.sentBytes));
+    }
+    ItemIndex into = ItemIndex::temporary();
+    RecordChain again = open();
+    again.load(10, into);
+    EXPECT_EQ(into.itemCount(), static_cast<std::uint64_t>(items));
+    struct rusage used {};
+    ASSERT_EQ(getrusage(RUSAGE_SELF, &used), 0);
+    EXPECT_LT(used.ru_maxrss, 512L << 10); // KiB, the records that the test keeps included
+    RecordProperty("most_memory_in_kib", std::to_string(used.ru_maxrss));
 }
 
 TEST_F(RecordChainTest, NamesItsPredecessorAndTellsWhatItCameTo)

@@ -58,6 +58,7 @@ struct RecordHead {
     DifferenceCount differences;        ///< since the full record, this one not counted
     // What the run came to, for lists of runs; 0 while begun.
     std::uint64_t items = 0;
+    std::uint64_t failed = 0;   ///< items that could not be looked at, read or stored
     std::uint64_t newBytes = 0; ///< of content stored by it
     std::uint64_t bytes = 0;    ///< of all content
     bool operator==(const RecordHead&) const = default;

@@ -392,6 +392,7 @@ std::string lineOf(const RecordHead& head)
     object["paths"] = listOf(run.namedPaths);
     object["rules"] = listOf(run.rules);
     object["items"] = head.items;
+    object["failed"] = head.failed;
     object["new_bytes"] = head.newBytes;
     object["bytes"] = head.bytes;
     return line(object);
@@ -474,6 +475,7 @@ RecordHead headOf(std::string_view line)
                     .predecessor = {},
                     .differences = {},
                     .items = numberIn(object, "items"),
+                    .failed = numberIn(object, "failed"),
                     .newBytes = numberIn(object, "new_bytes"),
                     .bytes = numberIn(object, "bytes")};
     if (differences != nullptr)

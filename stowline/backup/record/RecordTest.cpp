@@ -31,6 +31,7 @@ RecordHead someHead()
             .predecessor = {11, kDigest},
             .differences = {3, 1000, 50000},
             .items = 2,
+            .failed = 1,
             .newBytes = 10,
             .bytes = 20};
 }
@@ -189,7 +190,7 @@ TEST(Record, HasAFormOnTheDisk)
         text.substr(0, first),
         R"({"record":"stowline run","format":1,"run":12,"state":"finished","predecessor":{"run":11,"sha256":")" +
             kDigest +
-            R"("},"differences":{"records":3,"bytes":1000,"full_bytes":50000},"machine":"1A2B","user":"ann","profile":"default","username":"ann","system":"iMac","host":"imac.local","client":"1.0","key":"","begun":[1700000000,5],"ended":[1700000100,999999999],"paths":["/home/ann",{"b64":"L29kZCD/"}],"rules":["exclude *.o"],"items":2,"new_bytes":10,"bytes":20})"
+            R"("},"differences":{"records":3,"bytes":1000,"full_bytes":50000},"machine":"1A2B","user":"ann","profile":"default","username":"ann","system":"iMac","host":"imac.local","client":"1.0","key":"","begun":[1700000000,5],"ended":[1700000100,999999999],"paths":["/home/ann",{"b64":"L29kZCD/"}],"rules":["exclude *.o"],"items":2,"failed":1,"new_bytes":10,"bytes":20})"
             "\n");
 }
 

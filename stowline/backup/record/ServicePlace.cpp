@@ -201,11 +201,11 @@ void ServicePlace::put(const std::string& chain, const std::string& name,
                                                   platform::SourceFile::kNoFolder, file.string(),
                                                   error);
                                           },
-                                      .isJournaled = false});
+                                      .isJournaled = false,
+                                      .title = "The record of the run"});
     const UploadOutcome outcome = uploader.upload();
     if (outcome.kind != UploadOutcome::Kind::stored)
-        throw RecordFault(kindOf(outcome.kind),
-                          "The record of the run is not stored: " + outcome.sentence);
+        throw RecordFault(kindOf(outcome.kind), outcome.sentence);
 }
 
 } // namespace stowline::backup

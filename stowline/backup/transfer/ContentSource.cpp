@@ -20,6 +20,9 @@ constexpr int kSpoiledTaken = 4;
 /// The answers that a part comes in have their limit.
 constexpr std::uint64_t kLargestPart = 32U << 20;
 
+/// The service's code when it cannot read what it holds.
+constexpr std::string_view kNotReadable = "ContentNotReadable";
+
 Error passing(const std::string& sentence)
 {
     return platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode, sentence);
@@ -123,6 +126,10 @@ bool ContentSource::fetchOnce(const std::string& version, std::uint64_t offset,
                         error ? error->localizedDescription() : "Restoring is not configured."};
         return true;
     case FilePartOutcome::refused:
+        // One that tells no reason, or that it cannot read just now, may do better later.
+        if (got.reason.empty() || got.reason == kNotReadable)
+            error = passing("The service hands the content out just now to nobody");
+        return false;
     case FilePartOutcome::failed:
         break;
     }

@@ -86,7 +86,8 @@ UploadOutcome FileUploader::outcome(Kind kind, const std::string& why) const
 {
     UploadOutcome result;
     result.kind = kind;
-    result.sentence = why.empty() ? std::string() : subject_.path + " is not stored: " + why;
+    const std::string& name = subject_.title.empty() ? subject_.path : subject_.title;
+    result.sentence = why.empty() ? std::string() : name + " is not stored: " + why;
     result.wasResumed = wasResumed_;
     return result;
 }

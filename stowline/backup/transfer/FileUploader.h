@@ -55,6 +55,7 @@ struct UploadSubject {
     std::function<std::optional<platform::SourceFile>(int& error)> open;
     /// Whether a later run can find it again and go on with it.
     bool isJournaled = true;
+    std::string title = {}; ///< what people call it; empty: its path
 };
 
 struct UploadOutcome {
