@@ -15,6 +15,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <system_error>
 
 namespace {
 
@@ -72,6 +73,10 @@ void declareSubcommands(const cli::Command& command)
     cli::declareDoctor(command);
 }
 
+/// pthread_create(3), EAGAIN.
+constexpr const char* kNoThread =
+    "The system has no threads left: too many processes run. Please end some, or raise \"ulimit -u\".";
+
 void apply(const GlobalOptions& options)
 {
     cli::output().useJson(options.json);
@@ -106,7 +111,8 @@ int main(int count, char** words)
     platform::takeStandardDescriptors();
     platform::keepMemoryPrivate();
     platform::holdTerminationSignals();
-    cli::watchForTermination();
+    if (!cli::watchForTermination())
+        return static_cast<int>(cli::output().fail(cli::ExitStatus::temporary, kNoThread));
     (void)General::launchTime();
     CLI::App app("Backs up to an online backup service.", "stowline");
     GlobalOptions options;
@@ -128,7 +134,14 @@ int main(int count, char** words)
     const std::string name = app.get_subcommands().front()->get_name();
     options.log.isCommandVerbose = name == "backup" || name == "uploads";
     apply(options);
-    const auto status = chosen();
+    auto status = cli::ExitStatus::temporary;
+    try {
+        status = chosen();
+    } catch (const std::system_error& fault) {
+        if (fault.code() != std::errc::resource_unavailable_try_again)
+            throw; // which is an error of this program
+        cli::output().fail(status, kNoThread);
+    }
     platform::NotificationCenter::shared().post(
         {platform::kApplicationWillTerminateNotification, "", {}});
     return static_cast<int>(status);

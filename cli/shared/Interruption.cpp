@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace stowline::cli {
@@ -45,8 +46,8 @@ Waiting& waiting()
 
 } // namespace
 
-void watchForTermination()
-{
+bool watchForTermination()
+try {
     std::thread([] {
         for (;;) {
             const int signal = platform::awaitTerminationSignal();
@@ -58,6 +59,9 @@ void watchForTermination()
             waiting().requested.notify_all();
         }
     }).detach();
+    return true;
+} catch (const std::system_error&) { // pthread_create(3): EAGAIN
+    return false;
 }
 
 Interruptible::Interruptible()

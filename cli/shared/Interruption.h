@@ -13,7 +13,8 @@ namespace stowline::cli {
 /// Ends the program with a sentence when it is asked to end (SIGINT, SIGTERM), unless an
 /// Interruptible exists: then the first request is noted, and the second ends it at once. Called
 /// once, after the signals are held (platform::holdTerminationSignals).
-void watchForTermination();
+/// @return false where no thread can be had for it: the signals stay held
+[[nodiscard]] bool watchForTermination();
 
 /// While one exists, the work under way asks now and then whether it should stop. One at a time.
 class Interruptible {
