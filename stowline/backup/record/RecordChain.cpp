@@ -324,11 +324,16 @@ std::uint64_t RecordChain::begin(const RunDescription& description, const IndexP
 bool RecordChain::isNumberOurs()
 {
     const RecordName begun{running_.value().run, RecordState::begun, 0};
+    const RecordName finished{running_.value().run, RecordState::finished, 0};
+    bool isOurs = false;
     for (RecordFile& file : place_->files(name_)) {
-        if (parseRecordName(file.name) == begun)
-            return fetch(*place_, name_, file, workFolder_).digest == begunDigest_;
+        const auto name = parseRecordName(file.name);
+        if (name == finished) // and not by this run, which is still going on
+            return false;
+        if (name == begun)
+            isOurs = fetch(*place_, name_, file, workFolder_).digest == begunDigest_;
     }
-    return false;
+    return isOurs;
 }
 
 void RecordChain::put(const RecordName& as, const std::filesystem::path& file, std::uint64_t size)

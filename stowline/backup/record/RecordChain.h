@@ -98,8 +98,8 @@ public:
     std::uint64_t begin(const RunDescription& description, const IndexPosition& at);
 
     /// Whether the number that begin() took is this run's alone. Where two runs took one number at
-    /// the same moment the later note stands, and the other run must store no record under it.
-    /// Asks the place anew.
+    /// the same moment the later note stands, and where one of them is finished its record; the
+    /// other run must store no record under it. Asks the place anew.
     [[nodiscard]] bool isNumberOurs();
 
     /// Counts of a run for its record.
