@@ -1,6 +1,7 @@
 // stowline monitor settings, stowline monitor event
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/FailureWords.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
@@ -38,6 +39,11 @@ ExitStatus showSettings(const MonitorOptions& options)
     const FailureWatch watch;
     const auto settings = WebServiceBroker::centralMonitoringGetSettingsForUserName(
         options.username, *token, options.systemName);
+    if (!settings && watch.kind() == platform::FailureKind::fault) // also for a token that is over
+        return output().fail(statusFor(platform::FailureKind::fault),
+                             wordsFor(platform::FailureKind::fault, "the service") +
+                                 " Is the token still valid?",
+                             platform::nameOf(platform::FailureKind::fault));
     if (!settings)
         return callFailure(watch.failure(),
                            "Central monitoring gave no settings. Is the token still valid?");
