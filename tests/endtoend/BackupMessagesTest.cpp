@@ -121,7 +121,9 @@ TEST(BackupMessages, TooFewDescriptorsAreSaidToBe)
         for (const char* wrong :
              {"install", "Is the disk full", "disk is full", "Another backup", "refused"})
             EXPECT_FALSE(says(result, wrong)) << most << "\n" << result.errors;
-        const bool isExplained = says(result, "Too many") || says(result, "ulimit -n");
+        // With four the system's loader cannot even start the program, which it says itself.
+        const bool isExplained = says(result, "Too many") || says(result, "ulimit -n") ||
+                                 says(result, "while loading shared libraries");
         EXPECT_TRUE(result.status == 0 || isExplained) << most << "\n" << result.errors;
     }
 }

@@ -297,7 +297,8 @@ TEST(CommandWithoutService, TellsAnUnreachableHost)
     const auto result =
         stowline(Words{"signin", "-u", "a"}, Environment{{"STOWLINE_PASSWORD", "x"}});
     EXPECT_EQ(result.status, 8);
-    EXPECT_NE(result.errors.find("Please check your Internet connection"), std::string::npos);
+    EXPECT_NE(result.errors.find("Please check the Internet connection"), std::string::npos)
+        << result.errors;
     EXPECT_NE(result.errors.find("no-such-host.invalid"), std::string::npos);
 }
 

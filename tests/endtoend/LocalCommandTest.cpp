@@ -102,8 +102,8 @@ TEST_F(LocalCommand, AFullStandardOutputIsAFailure)
     const auto result = test::runProgram(
         {{"/bin/sh", "-c", "'" + stowline + "' checksum '" + file + "' >/dev/full"}});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.errors, "stowline: The results cannot be written to standard output. Is the "
-                             "disk full?\n");
+    EXPECT_EQ(result.errors, "stowline: The results cannot be written to standard output: No space "
+                             "left on device.\n");
 }
 
 TEST_F(LocalCommand, CtrlCEndsAChecksumAndLeavesNoBar)

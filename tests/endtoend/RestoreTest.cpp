@@ -419,10 +419,14 @@ TEST(RestoreFaults, APartThatIsNotHandedOutIsAskedForAgain)
 
 TEST(RestoreFaults, PartsThatAreNeverHandedOutAreATemporaryFailure)
 {
-    const BackedUp account({"--fault", "DownloadFilePart:*:fault"});
+    // The backup may read its own note again; nothing after that is handed out.
+    std::vector<std::string> faults;
+    for (int call = 2; call <= 60; ++call)
+        faults.insert(faults.end(),
+                      {"--fault", "DownloadFilePart:" + std::to_string(call) + ":fault"});
+    const BackedUp account(faults);
     account.write({{"a", "content"}});
-    // Which cannot read its own record again, and says so.
-    ASSERT_EQ(account.backup({"--retry-time", "1"}).status, 3);
+    ASSERT_EQ(account.backup({"--retry-time", "1"}).status, 0);
     const auto result =
         account.run({"cat", account.folder.path() / "a", "--machine", "iMac", "--retry-time", "1"});
     EXPECT_EQ(result.status, 5) << result.errors;

@@ -172,15 +172,16 @@ private:
     }
 
     /// Of a command that would wait for a minute: ended by SIGTERM after a moment.
-    /// Whether a process has a handler for SIGTERM (proc(5), "SigCgt": a mask of signal numbers
-    /// from 1).
+    /// Whether a process waits for SIGTERM or has a handler for it (proc(5), "SigBlk" and "SigCgt":
+    /// masks of signal numbers from 1).
     static bool catchesTermination(int process)
     {
         std::ifstream status("/proc/" + std::to_string(process) + "/status");
         std::string line;
         while (std::getline(status, line)) {
-            if (line.starts_with("SigCgt:"))
-                return (std::stoull(line.substr(7), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+            if ((line.starts_with("SigBlk:") || line.starts_with("SigCgt:")) &&
+                (std::stoull(line.substr(7), nullptr, 16) >> (SIGTERM - 1) & 1) != 0)
+                return true;
         }
         return false;
     }
