@@ -74,8 +74,8 @@ void declareSubcommands(const cli::Command& command)
 }
 
 /// pthread_create(3), EAGAIN.
-constexpr const char* kNoThread =
-    "The system has no threads left: too many processes run. Please end some, or raise \"ulimit -u\".";
+constexpr const char* kNoThread = "The system has no threads left: too many processes run. Please "
+                                  "end some, or raise \"ulimit -u\".";
 
 void apply(const GlobalOptions& options)
 {
