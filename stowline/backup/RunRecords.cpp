@@ -171,7 +171,7 @@ void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
 StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
-    const StoredRecord stored = chain_->storeFinished(
+    StoredRecord stored = chain_->storeFinished(
         index,
         {.newBytes = newBytes, .failed = accounts_.summary().failed, .ended = timestampNow()});
     index.setPosition(stored.position);

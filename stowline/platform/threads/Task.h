@@ -20,13 +20,16 @@ class Task final {
 public:
     /// Nothing to do: may not be called.
     Task() noexcept = default;
-    Task(std::nullptr_t) noexcept {
-    } // NOLINT(google-explicit-constructor): reads like an empty function
+    /// The same, as one writes of an empty function.
+    Task(std::nullptr_t) noexcept {} // NOLINT(google-explicit-constructor)
 
+    /// A lambda is handed over as it is; another Task is not Work.
     /// @throws std::bad_alloc for a large callable; and what moving or copying it throws
+    // NOLINTBEGIN(google-explicit-constructor,bugprone-forwarding-reference-overload)
     template <class Work>
     requires(!std::same_as<std::remove_cvref_t<Work>, Task> && std::invocable<std::decay_t<Work>&>)
-        Task(Work&& work) // NOLINT(google-explicit-constructor): a lambda is handed over as it is
+        Task(Work&& work)
+    // NOLINTEND(google-explicit-constructor,bugprone-forwarding-reference-overload)
     {
         using Held = std::decay_t<Work>;
         if constexpr (isKeptInside<Held>) {
