@@ -107,7 +107,7 @@ std::string RunReader::chosenChain(const std::vector<std::string>& chains)
                                                   ".");
         return choice_.chain;
     }
-    const std::string own = choice_.identity ? chainName(*choice_.identity) : "";
+    std::string own = choice_.identity ? chainName(*choice_.identity) : "";
     if (has(own)) {
         const auto others = without(chains, own);
         if (!others.empty())
