@@ -21,6 +21,10 @@ namespace stowline::platform {
 
 class Value;
 
+/// Whether kind and content are the same. (Declared here, because a friend that only its class
+/// declares is not exported.)
+bool operator==(const Value& left, const Value& right);
+
 using Array = std::vector<Value>;
 
 /// String-keyed map; iterates in the byte order of its keys, so that what is made from it is the
