@@ -21,8 +21,7 @@ namespace stowline::platform {
 
 class Value;
 
-/// Whether kind and content are the same. (Declared here, because a friend that only its class
-/// declares is not exported.)
+/// See the class; declared here too, because a friend that only its class declares is not exported.
 bool operator==(const Value& left, const Value& right);
 
 using Array = std::vector<Value>;
