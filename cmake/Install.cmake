@@ -82,6 +82,8 @@ endforeach()
 # --- how others find it ---
 
 set(STOWLINE_TOOLS_DIR ${bundle})
+# The modules of pkg-config that whoever links the static library needs.
+set(STOWLINE_PRIVATE_MODULES "libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib libcrypto")
 set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
 configure_package_config_file(cmake/stowlineConfig.cmake.in "${PROJECT_BINARY_DIR}/stowlineConfig.cmake"
   INSTALL_DESTINATION ${config} PATH_VARS STOWLINE_TOOLS_DIR)
