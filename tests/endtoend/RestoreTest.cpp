@@ -446,7 +446,7 @@ TEST(RestoreFaults, ARecordThatCannotBeStoredIsNotToldAsAFileOfTheSpool)
     const BackedUp account({"--fault", "UploadFilePart:*:500"});
     account.write({{"a", "content"}});
     const auto result = account.backup({"--retry-time", "1"});
-    EXPECT_EQ(result.status, 5) << result.errors;
+    EXPECT_EQ(result.status, 6) << result.errors;
     EXPECT_NE(result.errors.find("The record of the run is not stored"), std::string::npos)
         << result.errors;
     EXPECT_EQ(result.errors.find("record.part"), std::string::npos) << result.errors;

@@ -126,13 +126,14 @@ std::optional<StepFailure> Tries::repeat(const Attempt& attempt, int refusalsTak
         if (error && isPermanent(*error))
             return StepFailure{StepEnd::failed, sentence(textOf(*error))};
         const bool isRefusal = !error || error->kind == FailureKind::refusedByService;
-        if (isRefusal && ++refusals >= refusalsTaken)
-            return StepFailure{StepEnd::refused, error ? sentence(textOf(*error)) : std::string()};
         const auto pause = backoff.next();
+        // A no stays a no when there is no time to ask three times; the service is not down.
+        if (isRefusal && (++refusals >= refusalsTaken || !pause))
+            return StepFailure{StepEnd::refused, error ? sentence(textOf(*error)) : std::string()};
         if (!pause) {
             isServiceDown_ = true;
             return StepFailure{StepEnd::temporary,
-                               sentence(error ? textOf(*error) : "The service said no") +
+                               sentence(textOf(*error)) +
                                    " It was tried until the time for it was used up."};
         }
         if (stop_.waitFor(*pause))

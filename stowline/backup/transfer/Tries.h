@@ -20,7 +20,7 @@ namespace stowline::backup {
 enum class StepEnd {
     failed,      ///< for good: a repetition would fail too
     temporary,   ///< tried until the time was used up
-    refused,     ///< the service said no, several times
+    refused,     ///< the service said no, several times or until the time was used up
     interrupted, ///< the run was asked to stop
 };
 
@@ -45,7 +45,8 @@ public:
     /// One try. @return whether the step is done; else the error says why not, if anything
     using Attempt = std::function<bool(std::optional<Error>& error)>;
 
-    /// @param refusalsTaken how often the service may say no without an error before it is believed
+    /// @param refusalsTaken how often the service may say no before it is believed; when the time
+    ///        ends earlier, its last no is
     /// @return absent when the step is done
     [[nodiscard]] std::optional<StepFailure> repeat(const Attempt& attempt, int refusalsTaken = 3);
 

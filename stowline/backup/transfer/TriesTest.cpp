@@ -80,5 +80,14 @@ TEST(Tries, ARefusalIsBelievedAfterTheThirdTime)
     EXPECT_EQ(count, 3);
 }
 
+TEST(Tries, ARefusalStaysOneWhenThereIsNoTimeToAskAgain)
+{
+    Tries tries(0s, StopRequest());
+    int count = 0;
+    const auto refuses = [&](auto&) { return ++count < 0; };
+    EXPECT_EQ(tries.repeat(refuses)->end, StepEnd::refused);
+    EXPECT_EQ(count, 1);
+}
+
 } // namespace
 } // namespace stowline::backup
