@@ -57,7 +57,7 @@ Finding checkSettingsFile()
             file->string() + (configuresRestoring(*bytes) ? "" : "; restoring is not configured")};
 }
 
-Finding checkProxy()
+Finding checkProxy(const std::string& server)
 {
     std::string set;
     for (const char* variable : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy",
@@ -68,7 +68,7 @@ Finding checkProxy()
     }
     if (!set.empty())
         return {"proxy", true, "set by " + set};
-    const auto addresses = serviceAddresses();
+    const auto addresses = serviceAddresses(server);
     const bool isDesktops = std::ranges::any_of(addresses, [](const std::string& address) {
         return !platform::systemProxyFor(platform::addressForCalls(address)).empty();
     });
@@ -91,22 +91,29 @@ Finding checkFolder(const std::string& subject, const std::optional<fs::path>& f
     return {subject, true, folder->string()};
 }
 
-std::vector<Finding> examine()
+std::vector<Finding> examine(const std::string& server)
 {
     std::vector<Finding> findings{checkBundle(), checkSettingsFile(), lookAtHelper(),
                                   lookAtNetwork()};
-    for (const std::string& address : serviceAddresses())
+    const auto lettered = addressesOfLetteredLengths(server);
+    for (const std::string& address : serviceAddresses(server)) {
         findings.push_back(lookAtAddress(address));
-    findings.push_back(checkProxy());
+        const auto request = lettered.find(address);
+        if (!findings.back().isWell || request == lettered.end())
+            continue;
+        if (auto finding = lookAtLetteredLength(address, request->second))
+            findings.push_back(std::move(*finding));
+    }
+    findings.push_back(checkProxy(server));
     findings.push_back(checkFolder("configuration", platform::configurationFolder()));
     findings.push_back(checkFolder("state", platform::stateFolder()));
     return findings;
 }
 
-ExitStatus doctor()
+ExitStatus doctor(const std::string& server)
 {
     std::size_t unwell = 0;
-    for (const Finding& finding : examine()) {
+    for (const Finding& finding : examine(server)) {
         unwell += finding.isWell ? 0 : 1;
         output().item(
             fmt::format("{:<5} {:<13} {}", finding.isWell ? "ok" : "FAULT", finding.subject,
@@ -124,8 +131,12 @@ ExitStatus doctor()
 
 void declareDoctor(const Command& app)
 {
-    app.addCommand("doctor", "Check settings, helper, network, certificates and folders")
-        .runs(doctor);
+    auto server = std::make_shared<std::string>();
+    const Command command =
+        app.addCommand("doctor", "Check settings, helper, network, certificates and folders");
+    command.addOption("--server", *server,
+                      "Look at this backup server too, which \"signin\" tells");
+    command.runs([server] { return doctor(*server); });
 }
 
 } // namespace stowline::cli

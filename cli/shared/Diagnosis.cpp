@@ -30,17 +30,46 @@ std::string rootOf(const platform::UrlOrigin& origin)
 }
 
 /// What lies behind an address once its places are filled, or the address itself when no call can
-/// use it; absent when the host is such a place.
-std::optional<std::string> target(const std::string& url)
+/// use it; absent when the host is such a place and the server that fills it is not known.
+std::optional<std::string> target(const std::string& url, const std::string& server)
 {
     static constexpr std::string_view mark = "stowline-fills-this";
-    const auto origin = platform::originOf(
-        platform::addressForCalls(platform::replacingOccurrences(url, kPlaceToFill, mark)));
+    const auto origin = platform::originOf(platform::addressForCalls(
+        platform::replacingOccurrences(url, kPlaceToFill, server.empty() ? mark : server)));
     if (!origin)
         return url;
     if (origin->host.find(mark) != std::string::npos)
         return std::nullopt;
     return rootOf(*origin);
+}
+
+/// A call for each entry of a table of the settings that has an address.
+template <class Taker> void forEachEntry(const char* tableName, const Taker& taker)
+{
+    const auto& settings = WebServicesSettings::settingsDictionary();
+    const Dictionary* table = settings ? platform::findDictionary(*settings, tableName) : nullptr;
+    for (const auto& [name, entry] : table ? *table : Dictionary()) {
+        const Dictionary* fields = entry.dictionary();
+        if (const std::string* url = fields ? platform::findString(*fields, "URL") : nullptr)
+            taker(name, *fields, *url);
+    }
+}
+
+/// The status of the answer to a body of one byte; absent when there is none.
+std::optional<int> statusForBody(const std::string& root, const char* length)
+{
+    platform::HttpExchange exchange({.method = "POST",
+                                     .url = root,
+                                     .headers = {{"Content-Length", length}},
+                                     .body = "0",
+                                     .proxy = platform::systemProxyFor(root)},
+                                    {});
+    if (!exchange.wait(kPatience))
+        return std::nullopt;
+    const auto outcome = exchange.takeOutcome();
+    if (!outcome.response)
+        return std::nullopt;
+    return platform::HttpResponseMessage::fromBytes(*outcome.response).statusCode;
 }
 
 Finding unwell(const std::string& subject, FailureKind kind, std::string text)
@@ -77,21 +106,45 @@ Finding lookAtNetwork()
     return {"network", true, "There is a way to " + *host};
 }
 
-std::vector<std::string> serviceAddresses()
+std::vector<std::string> serviceAddresses(const std::string& server)
 {
     std::set<std::string> addresses;
-    const auto& settings = WebServicesSettings::settingsDictionary();
-    for (const char* name : {"WebServices", "WebRequests", "Templates"}) {
-        const Dictionary* table = settings ? platform::findDictionary(*settings, name) : nullptr;
-        for (const auto& [entryName, entry] : table ? *table : Dictionary()) {
-            const Dictionary* fields = entry.dictionary();
-            const std::string* url = fields ? platform::findString(*fields, "URL") : nullptr;
-            const auto address = url ? target(*url) : std::nullopt;
-            if (address)
+    for (const char* table : {"WebServices", "WebRequests", "Templates"})
+        forEachEntry(table, [&](const auto& /*name*/, const auto& /*fields*/, const auto& url) {
+            if (const auto address = target(url, server))
                 addresses.insert(*address);
-        }
-    }
+        });
     return {addresses.begin(), addresses.end()};
+}
+
+std::map<std::string, std::string> addressesOfLetteredLengths(const std::string& server)
+{
+    std::map<std::string, std::string> requests;
+    forEachEntry("WebRequests", [&](const auto& name, const auto& fields, const auto& url) {
+        const std::string* method = platform::findString(fields, "httpMethod");
+        const Value* plain = platform::find(fields, "plainContentLength");
+        const bool isPlain = plain && plain->boolean() && *plain->boolean();
+        const auto address = target(url, server);
+        if (method && *method != "GET" && !isPlain && address)
+            requests.emplace(*address, name);
+    });
+    return requests;
+}
+
+std::optional<Finding> lookAtLetteredLength(const std::string& address, const std::string& request)
+{
+    constexpr int notUnderstood = 400;
+    const auto lettered = statusForBody(address, "1u");
+    if (lettered && *lettered != notUnderstood)
+        return std::nullopt;
+    // Only where the letter makes the difference.
+    const auto plain = statusForBody(address, "1");
+    if (!plain || *plain == notUnderstood)
+        return std::nullopt;
+    return unwell("length", FailureKind::badRequest,
+                  fmt::format("{} does not take a length with a letter behind it, as \"{}\" sends "
+                              "it. Please set plainContentLength to true there in the settings.",
+                              platform::textWithoutCredentials(address), request));
 }
 
 Finding lookAtAddress(const std::string& address)
@@ -128,7 +181,7 @@ std::optional<Finding> firstTrouble()
         if (Finding finding = look(); !finding.isWell)
             return finding;
     }
-    for (const std::string& address : serviceAddresses()) {
+    for (const std::string& address : serviceAddresses({})) {
         if (Finding finding = lookAtAddress(address); !finding.isWell)
             return finding;
     }

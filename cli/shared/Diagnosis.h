@@ -3,6 +3,7 @@
 
 #include "stowline/platform/values/Error.h"
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,7 +12,7 @@ namespace stowline::cli {
 
 /// What was looked at, whether it is well, what was found and what to do.
 struct Finding {
-    std::string subject; ///< "helper", "network", "tls", "http", "address"
+    std::string subject; ///< "helper", "network", "tls", "http", "address", "length" …
     bool isWell = true;
     std::string text;
     FailureKind kind = FailureKind::unspecified; ///< when it is not well
@@ -24,8 +25,20 @@ struct Finding {
 [[nodiscard]] Finding lookAtNetwork();
 
 /// The addresses of all web methods, web requests and templates of the settings, as calls use them,
-/// one of each origin. Those whose host is only known after a sign-in ("http://%@/…") are missing.
-[[nodiscard]] std::vector<std::string> serviceAddresses();
+/// one of each origin.
+/// @param server fills the place of the backup server ("http://%@/…"); empty: these are missing
+[[nodiscard]] std::vector<std::string> serviceAddresses(const std::string& server);
+
+/// Those of them that a body is sent to whose length has a letter behind it, each with the name of
+/// a web request that does so.
+[[nodiscard]] std::map<std::string, std::string>
+addressesOfLetteredLengths(const std::string& server);
+
+/// Whether the server there refuses such a length though it takes a plain one, which is what
+/// standard servers do. Sends a body of one byte once or twice; blocks for at most 20 seconds.
+/// @return what is not well; absent when the length is not to blame for anything
+[[nodiscard]] std::optional<Finding> lookAtLetteredLength(const std::string& address,
+                                                          const std::string& request);
 
 /// Whether an address answers, as a call would find it: any answer but a proxy's is well, for it
 /// shows that name, connection and certificate are. Blocks for at most ten seconds. The credentials

@@ -16,10 +16,10 @@ namespace fs = std::filesystem;
 using test::Environment;
 using test::Words;
 
-/// A bundle whose one web method is at an address.
+/// A bundle whose web methods are at an address.
 class BundleFor {
 public:
-    explicit BundleFor(const std::string& url, const std::string& host = "127.0.0.1")
+    explicit BundleFor(const std::string& url, Dictionary webRequests = {})
     {
         folder_.write("Info.plist", platform::writeXmlPropertyList(
                                         Dictionary{{"CFBundleShortVersionString", "1"},
@@ -29,7 +29,8 @@ public:
             "Resources/S.plist",
             platform::writeXmlPropertyList(
                 Dictionary{
-                    {"URLS", Dictionary{{"ReachabilityHost", host}}},
+                    {"URLS", Dictionary{{"ReachabilityHost", "127.0.0.1"}}},
+                    {"WebRequests", std::move(webRequests)},
                     {"WebServices",
                      Dictionary{
                          {"Authenticate", Dictionary{{"URL", url}, {"namespace", "urn:x"}}},
@@ -144,6 +145,46 @@ TEST(Failure, TheAddressCannotBeUsed)
         EXPECT_NE(doctor.output.find("FAULT address       " + sentence + "\n"), std::string::npos)
             << doctor.output;
     }
+}
+
+/// What doctor says of a backup server that answers so to a length with and without its letter.
+test::ProgramResult doctorOf(int lettered, int plain, bool saysPlain = false)
+{
+    const test::RawServer server([=](const std::string& request, const auto& connection) {
+        const bool isLettered = request.find("Content-Length: 1u\r\n") != std::string::npos;
+        const bool isPlain = request.find("Content-Length: 1\r\n") != std::string::npos;
+        connection.send(test::httpAnswer("", isLettered ? lettered : isPlain ? plain : 200));
+    });
+    const BundleFor bundle(server.url(),
+                           {{"UploadFilePart", Dictionary{{"URL", "http://%@/UploadFilePart"},
+                                                          {"httpMethod", "POST"},
+                                                          {"plainContentLength", saysPlain}}}});
+    auto result = test::Command(bundle.path())(
+        Words{"doctor", "--server", "127.0.0.1:" + std::to_string(server.port())});
+    // Without the server's name nothing is said of it.
+    EXPECT_EQ(test::Command(bundle.path())(Words{"doctor"}).output.find("length"),
+              std::string::npos);
+    return result;
+}
+
+TEST(Failure, TheLettersRefusalIsToldWithItsCure)
+{
+    const auto result = doctorOf(400, 200);
+    EXPECT_EQ(result.status, 1) << result.output;
+    EXPECT_NE(result.output.find("FAULT length        http://127.0.0.1:"), std::string::npos);
+    EXPECT_NE(result.output.find("as \"UploadFilePart\" sends it. Please set plainContentLength to "
+                                 "true there in the settings.\n"),
+              std::string::npos)
+        << result.output;
+    EXPECT_NE(doctorOf(400, 404).output.find("FAULT length"), std::string::npos);
+}
+
+TEST(Failure, TheLetterIsNotBlamedForWhatItDoesNotCause)
+{
+    EXPECT_EQ(doctorOf(200, 200).output.find("length"), std::string::npos);
+    EXPECT_EQ(doctorOf(404, 200).output.find("length"), std::string::npos);
+    EXPECT_EQ(doctorOf(400, 400).output.find("length"), std::string::npos);
+    EXPECT_EQ(doctorOf(400, 200, true).output.find("length"), std::string::npos);
 }
 
 TEST(Failure, TheHelperCannotRun)
