@@ -9,15 +9,17 @@ function(stowline_library name)
   target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} PRIVATE ${ARG_PRIVATE_DEPENDS})
 endfunction()
 
-# stowline_test(<name> SOURCES ... DEPENDS ... [LABELS ...] [NEEDS ...] [SECONDS ...])
+# stowline_test(<name> SOURCES ... DEPENDS ... [LABELS ...] [NEEDS ...] [SECONDS ...]
+#               [WITH_NURSERY <filter>])
 # One GoogleTest executable for a folder. Every test runs in a process of its own, so that tests may
 # set what a process can set only once. NEEDS names programs that must be built first;
-# SECONDS is how long a test may take.
+# SECONDS is how long a test may take. The tests that the filter of WITH_NURSERY lets through run
+# once more, as OfNursery.*, with the word --of-nursery (tests/support/HelperForm.cpp).
 function(stowline_test name)
   if(NOT STOWLINE_TESTS)
     return()
   endif()
-  cmake_parse_arguments(ARG "" "SECONDS" "SOURCES;DEPENDS;LABELS;NEEDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "SECONDS;WITH_NURSERY" "SOURCES;DEPENDS;LABELS;NEEDS" ${ARGN})
   if(NOT ARG_SECONDS)
     set(ARG_SECONDS 180)
   endif()
@@ -37,11 +39,15 @@ function(stowline_test name)
   if(ARG_NEEDS)
     add_dependencies(${name} ${ARG_NEEDS})
   endif()
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120
-    # The desktop's proxies are no part of a test; and the thread sanitizer knows malloc's locks,
-    # not those of GLib's own allocator. Two properties, because gtest_discover_tests cuts lists.
-    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS}
-               ENVIRONMENT G_SLICE=always-malloc
-               ENVIRONMENT_MODIFICATION GIO_USE_PROXY_RESOLVER=set:dummy
-               SKIP_REGULAR_EXPRESSION "SKIPPED \\]")
+  # The desktop's proxies are no part of a test; and the thread sanitizer knows malloc's locks,
+  # not those of GLib's own allocator. Two properties, because gtest_discover_tests cuts lists.
+  set(properties LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS}
+                 ENVIRONMENT G_SLICE=always-malloc
+                 ENVIRONMENT_MODIFICATION GIO_USE_PROXY_RESOLVER=set:dummy
+                 SKIP_REGULAR_EXPRESSION "SKIPPED \\]")
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES ${properties})
+  if(ARG_WITH_NURSERY)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 TEST_PREFIX OfNursery. TEST_LIST ${name}_OfNursery
+      TEST_FILTER "${ARG_WITH_NURSERY}" EXTRA_ARGS --of-nursery PROPERTIES ${properties})
+  endif()
 endfunction()

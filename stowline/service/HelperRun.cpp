@@ -1,12 +1,15 @@
 #include "stowline/service/HelperRun.h"
 
 #include "stowline/call/CallArchive.h"
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/processes/Nursery.h"
 #include "stowline/platform/values/Format.h"
 #include "stowline/service/WebServiceBroker.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 
@@ -73,7 +76,46 @@ Result resultOf(const platform::ChildAnswer& answer)
     return failure("WebServiceCaller wrote no result.", FailureKind::helperFailed, false);
 }
 
+std::atomic<bool> nurseryIsUsed = false;
+
+/// One line for a reason that holds on, not one for each call.
+void noteStartAlone(std::string_view reason)
+{
+    static std::atomic<std::size_t> noted = 0;
+    const std::size_t hash = std::hash<std::string_view>()(reason) | 1U;
+    if (noted.exchange(hash) != hash)
+        STOWLINE_LOG_INFO("WebServiceCaller is started for a call of its own: %@.", reason);
+}
+
+std::filesystem::path helperProgram()
+{
+    return platform::Bundle::executableFolder() / "WebServiceCaller";
+}
+
+platform::Outcome<platform::ChildAnswer, platform::StartFailure> runHelper(std::string_view input)
+{
+    const platform::ChildRun run{.program = helperProgram(),
+                                 .input = input,
+                                 .releaseBytes = releaseBytes,
+                                 .limit = kToolLimit,
+                                 .maximumOutputBytes = kMostOutputBytes};
+    return nurseryIsUsed ? platform::runNurseryChild(run, noteStartAlone) : platform::runChild(run);
+}
+
 } // namespace
+
+void useNurseryForHelpers(bool isUsed)
+{
+    nurseryIsUsed = isUsed;
+    if (!isUsed)
+        platform::endNursery();
+}
+
+void beginNurseryForHelpers()
+{
+    if (nurseryIsUsed)
+        platform::beginNursery(helperProgram());
+}
 
 Result resultOfHelper(const WebServiceCallRequest& request)
 {
@@ -81,14 +123,10 @@ Result resultOfHelper(const WebServiceCallRequest& request)
     if (!encoded)
         return failure("The request cannot be put into bytes.", FailureKind::unsendableValue,
                        false);
-    const auto tool = platform::Bundle::executableFolder() / "WebServiceCaller";
-    const auto answer = platform::runChild({.program = tool,
-                                            .input = *encoded,
-                                            .releaseBytes = releaseBytes,
-                                            .limit = kToolLimit,
-                                            .maximumOutputBytes = kMostOutputBytes});
+    const auto answer = runHelper(*encoded);
     if (!answer)
-        return failure(tool.string() + " cannot be started. " + answer.error().sentence(),
+        return failure(helperProgram().string() + " cannot be started. " +
+                           answer.error().sentence(),
                        FailureKind::helperFailed);
     if (answer->endedByStop)
         return failure("The call was stopped.", FailureKind::stopped);

@@ -13,7 +13,8 @@ struct HelperFailure {
     bool isTold = true; ///< false: it ran and gave no result, which callers learn without an error
 };
 
-/// Runs WebServiceCaller with a request, and reads its answer.
+/// Runs WebServiceCaller with a request, and reads its answer. It is forked by a nursery where one
+/// can be used (platform/processes/Nursery.h), else started for this call; the answer is the same.
 ///
 /// Where the system does not tell how the helper ended, since the host program ignores or collects
 /// the ends of its children itself, an answer that is whole counts, and nothing else does: the
@@ -22,5 +23,9 @@ struct HelperFailure {
 ///         more than is taken, or the thread was asked to stop
 [[nodiscard]] platform::Outcome<Dictionary, HelperFailure>
 resultOfHelper(const WebServiceCallRequest& request);
+
+/// See WebServiceBroker::useNursery() and beginNursery().
+void useNurseryForHelpers(bool isUsed);
+void beginNurseryForHelpers();
 
 } // namespace stowline

@@ -217,6 +217,18 @@ Error WebServiceBroker::errorFromFaultDictionary(const Dictionary& /*faultResult
     return orEmpty([] { return faultError(FailureKind::fault); });
 }
 
+void WebServiceBroker::useNursery(bool isUsed)
+{
+    runOperation("useNursery:", nullptr,
+                 [&](const Operation& /*operation*/) { useNurseryForHelpers(isUsed); });
+}
+
+void WebServiceBroker::beginNursery()
+{
+    runOperation("beginNursery", nullptr,
+                 [](const Operation& /*operation*/) { beginNurseryForHelpers(); });
+}
+
 std::string WebServiceBroker::messageFromCode(std::string_view code)
 {
     return orEmpty([&] {

@@ -82,6 +82,8 @@ TEST(OperationsPage, NamesEveryOperationOfTheBroker)
                                        "prepareIncomingResultDictionary",
                                        "errorFromFaultDictionary",
                                        "messageFromCode",
+                                       "useNursery",
+                                       "beginNursery",
                                        "expandTemplate",
                                        "expandTemplates",
                                        "formatUploadErrorFromResponseDictionary",

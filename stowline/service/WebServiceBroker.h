@@ -438,6 +438,18 @@ public:
     /// A result code written in camel case as words: "InvalidUserName" is "Invalid user name".
     [[nodiscard]] static std::string messageFromCode(std::string_view code);
 
+    // ---- The helper program of SOAP calls (Invocation.cpp) ----
+
+    /// Whether the helper program waits, started once, and forks a child for each call (a nursery);
+    /// or is started anew for each, as it is unless this says otherwise. Calls do the same either
+    /// way. Off, a nursery that waits is given up; calls under way come to their end.
+    static void useNursery(bool isUsed);
+
+    /// Has the helper program start and wait before the first call needs it, where a nursery is
+    /// used and nothing speaks against it. Does not wait for it. Secrets should have left the
+    /// environment before.
+    static void beginNursery();
+
     // ---- Templates (Templates.cpp) ----
 
     /// See soap::expandTemplate and soap::expandTemplates. An absent map is an empty one. For want

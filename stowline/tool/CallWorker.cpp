@@ -4,6 +4,7 @@
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/call/WireNames.h"
+#include "stowline/platform/files/FileDescriptor.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/GzipStream.h"
 #include "stowline/platform/http/HttpExchange.h"
@@ -13,6 +14,7 @@
 #include "stowline/util/General.h"
 
 #include <algorithm>
+#include <charconv>
 #include <optional>
 
 namespace stowline::tool {
@@ -32,12 +34,26 @@ constexpr std::string_view kTooLarge =
 /// Leads the argument that names a file; no character of Base64.
 constexpr char kResponseFileMark = '@';
 
+/// What a file holds. One that is a descriptor of this process is read without /proc, too.
+std::optional<std::string> contentOf(const std::string& path)
+{
+    constexpr std::string_view descriptors = "/dev/fd/";
+    if (auto content = platform::readFile(path))
+        return content;
+    int number = -1;
+    const char* end = path.data() + path.size();
+    if (!path.starts_with(descriptors) ||
+        std::from_chars(path.data() + descriptors.size(), end, number).ptr != end)
+        return std::nullopt;
+    return platform::readToEnd(number);
+}
+
 /// The request's bytes from either form of the argument; empty when there are none.
 Data decodedArgument(const std::string& argument)
 {
     if (!argument.starts_with(kResponseFileMark))
         return Base64::dataWithBase64EncodedString(argument);
-    return Base64::dataWithBase64EncodedString(platform::readFile(argument.substr(1)));
+    return Base64::dataWithBase64EncodedString(contentOf(argument.substr(1)));
 }
 
 /// The strings under one key of each dictionary in a list of the method entry, "" where an entry

@@ -5,6 +5,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/call/WireNames.h"
 #include "stowline/platform/files/GzipStream.h"
+#include "stowline/platform/processes/BuildIdentity.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 #include "tests/support/DevServerProcess.h"
@@ -420,6 +421,7 @@ TEST(WebServiceCaller, ExitStatusesAreEightBits)
 {
     EXPECT_EQ(runTool({}).status, 255);
     EXPECT_EQ(runTool({"a", "b"}).status, 255);
+    EXPECT_EQ(runTool({"--nursery", "3"}).status, 255); // without what a nursery is given
     EXPECT_EQ(runTool({"***"}).status, 254);
     EXPECT_EQ(runTool({Base64::base64EncodingWithLineLength(archive(Array{}).value(), 0)}).status,
               253);
@@ -489,6 +491,12 @@ TEST(WebServiceCaller, LinksNeitherGlibNorIcu)
     for (const char* library : {"libglib", "libgio", "libicu", "libsqlite"})
         EXPECT_EQ(result.output.find(library), std::string::npos) << library;
     EXPECT_NE(result.output.find("libcurl"), std::string::npos);
+}
+
+TEST(WebServiceCaller, SaysOfWhichBuildItIs)
+{
+    EXPECT_EQ(platform::buildIdentityOfProgram(test::builtProgram("WebServiceCaller")),
+              platform::buildIdentity());
 }
 
 TEST(WebServiceCaller, GivesASilentServerSixtySeconds)

@@ -8,6 +8,7 @@
 #include "stowline/platform/threads/StopRequest.h"
 
 #include <curl/curl.h>
+#include <openssl/ssl.h>
 
 #include <algorithm>
 #include <array>
@@ -584,6 +585,14 @@ std::string HttpExchange::takeBody()
 HttpOutcome HttpExchange::takeOutcome()
 {
     return transfer_->takeOutcome();
+}
+
+void prepareForExchanges()
+{
+    prepareLibrary();
+    // Looks up every algorithm that a client of TLS offers, which costs more than the rest of its
+    // first greeting.
+    SSL_CTX_free(SSL_CTX_new(TLS_client_method()));
 }
 
 } // namespace stowline::platform

@@ -111,4 +111,8 @@ private:
     std::unique_ptr<Transfer> transfer_;
 };
 
+/// Does once what the first exchange of a process would do: initialises the libraries. Opens no
+/// connection and starts no thread; the libraries notice a fork() and draw random numbers afresh.
+void prepareForExchanges();
+
 } // namespace stowline::platform

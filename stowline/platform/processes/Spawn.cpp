@@ -38,6 +38,8 @@ struct Becoming {
     std::size_t descriptorCount;
     int owned; ///< -1, or a socket whose events shall end the child
     int error = 0;
+    void* stack = nullptr; ///< for the orphan of a child that is only its parent
+    pid_t orphan = -1;
 };
 
 /// The kernel's form of a signal's disposition: all zero is the default one.
@@ -79,7 +81,9 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) int becomeProgram
     int last = -1;
     for (std::size_t i = 0; i < becoming.descriptorCount; ++i) {
         const GivenDescriptor& given = becoming.descriptors[i];
-        if (given.ours == given.place)
+        if (given.ours < 0)
+            callKernel(SYS_close, given.place);
+        else if (given.ours == given.place)
             callKernel(SYS_fcntl, given.place, F_SETFD, 0);
         else
             callKernel(SYS_dup3, given.ours, given.place, 0);
@@ -94,7 +98,19 @@ __attribute__((no_sanitize("address", "thread", "undefined"))) int becomeProgram
     return 127;
 }
 
-/// A stack for the child until it is another program.
+/// In the child that ends at once, so that its own child is nobody's.
+__attribute__((no_sanitize("address", "thread", "undefined"))) int becomeParent(void* content)
+{
+    auto& becoming = *static_cast<Becoming*>(content);
+    becoming.orphan =
+        ::clone(becomeProgram, becoming.stack, CLONE_VM | CLONE_VFORK | SIGCHLD, content);
+    if (becoming.orphan < 0)
+        becoming.error = errno;
+    callKernel(SYS_exit_group, 0);
+    return 0;
+}
+
+/// A stack for the child until it is another program, and one for a child of that.
 class BorrowedStack {
 public:
     BorrowedStack()
@@ -111,6 +127,7 @@ public:
     }
     [[nodiscard]] bool isThere() const { return bottom_ != MAP_FAILED; }
     [[nodiscard]] void* top() const { return static_cast<char*>(bottom_) + kBytes; }
+    [[nodiscard]] void* middle() const { return static_cast<char*>(bottom_) + kBytes / 2; }
 
 private:
     static constexpr std::size_t kBytes = 256UL * 1024;
@@ -159,6 +176,35 @@ std::vector<char*> environmentWith(const std::string& parent)
     return variables;
 }
 
+/// What a request says, as the kernel takes it.
+class Words {
+public:
+    explicit Words(const SpawnRequest& request)
+        : parent_(std::string(kParentVariable) + "=" + std::to_string(::getpid())),
+          arguments_(pointersTo(request.arguments)), environment_(environmentWith(parent_))
+    {
+    }
+    Words(const Words&) = delete;
+    Words& operator=(const Words&) = delete;
+    ~Words() = default;
+
+    /// Valid as long as this and the request.
+    [[nodiscard]] Becoming becoming(const SpawnRequest& request) const
+    {
+        return {.program = request.program.c_str(),
+                .arguments = arguments_.data(),
+                .environment = environment_.data(),
+                .descriptors = request.descriptors.data(),
+                .descriptorCount = request.descriptors.size(),
+                .owned = -1};
+    }
+
+private:
+    const std::string parent_;
+    const std::vector<char*> arguments_;
+    const std::vector<char*> environment_;
+};
+
 /// Whether the system sends signals to processes by handle. Asked each time: a filter of system
 /// calls may come later.
 bool canSignalByHandle()
@@ -202,7 +248,7 @@ StartedChild::StartedChild(pid_t id, FileDescriptor process, FileDescriptor life
 }
 
 StartedChild::StartedChild(StartedChild&& other) noexcept
-    : id_(std::exchange(other.id_, -1)), process_(std::move(other.process_)),
+    : RunningChild(), id_(std::exchange(other.id_, -1)), process_(std::move(other.process_)),
       lifeline_(std::move(other.lifeline_)), owned_(std::move(other.owned_))
 {
 }
@@ -232,7 +278,7 @@ bool StartedChild::hasEnded() const
                : info.si_pid != 0;
 }
 
-WaitEnd StartedChild::awaitEnd(Clock::time_point deadline) const
+WaitEnd StartedChild::awaitEnd(Clock::time_point deadline)
 {
     if (process_.isOpen())
         return awaitReadable(process_.number(), deadline);
@@ -277,15 +323,9 @@ Outcome<StartedChild, StartFailure> spawn(const SpawnRequest& request)
         return failureOf(errno);
     FileDescriptor lifeline(ends[0]);
     FileDescriptor owned(ends[1]);
-    const std::string parent = std::string(kParentVariable) + "=" + std::to_string(::getpid());
-    const std::vector<char*> arguments = pointersTo(request.arguments);
-    const std::vector<char*> environment = environmentWith(parent);
-    Becoming becoming{.program = request.program.c_str(),
-                      .arguments = arguments.data(),
-                      .environment = environment.data(),
-                      .descriptors = request.descriptors.data(),
-                      .descriptorCount = request.descriptors.size(),
-                      .owned = owned.number()};
+    const Words words(request);
+    Becoming becoming = words.becoming(request);
+    becoming.owned = owned.number();
     int handle = -1;
     const pid_t id = cloned(becoming, handle);
     if (id < 0)
@@ -294,6 +334,28 @@ Outcome<StartedChild, StartFailure> spawn(const SpawnRequest& request)
     if (becoming.error != 0) // it has ended: the destructor collects it
         return failureOf(becoming.error);
     return child;
+}
+
+Outcome<pid_t, StartFailure> spawnOrphan(const SpawnRequest& request)
+{
+    const Words words(request);
+    Becoming becoming = words.becoming(request);
+    const BorrowedStack stack;
+    if (!stack.isThere())
+        return failureOf(errno);
+    becoming.stack = stack.middle();
+    const SignalsHeld held;
+    // Without a signal for its end, the parent in between is for nobody to wait for but us.
+    const pid_t between = ::clone(becomeParent, stack.top(), CLONE_VM | CLONE_VFORK, &becoming);
+    if (between < 0)
+        return failureOf(errno);
+    siginfo_t info{};
+    while (::waitid(P_PID, static_cast<id_t>(between), &info, WEXITED | __WCLONE) != 0 &&
+           errno == EINTR) {
+    }
+    if (becoming.error != 0)
+        return failureOf(becoming.error);
+    return becoming.orphan;
 }
 
 std::string programOfCommand(const std::string& name)

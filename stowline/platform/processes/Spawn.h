@@ -2,8 +2,7 @@
 #pragma once
 
 #include "stowline/platform/files/FileDescriptor.h"
-#include "stowline/platform/processes/ChildProcess.h"
-#include "stowline/platform/processes/DescriptorWait.h"
+#include "stowline/platform/processes/RunningChild.h"
 #include "stowline/platform/values/Outcome.h"
 
 #include <chrono>
@@ -15,7 +14,7 @@ namespace stowline::platform {
 
 /// A descriptor of ours, and the number under which the child finds it.
 struct GivenDescriptor {
-    int ours = -1;
+    int ours = -1; ///< -1: the child has none at that place
     int place = -1;
 };
 
@@ -32,22 +31,18 @@ struct SpawnRequest {
 /// Its end is told by the kernel about this very process, also where the host program ignores or
 /// collects the ends of children; and it is ended through a handle of the kernel's, never by its
 /// number, which may be another's by then. For one thread.
-class StartedChild {
+class StartedChild final : public RunningChild {
 public:
     StartedChild(pid_t id, FileDescriptor process, FileDescriptor lifeline, FileDescriptor owned);
     StartedChild(StartedChild&& other) noexcept;
     StartedChild& operator=(StartedChild&&) = delete;
-    ~StartedChild();
+    ~StartedChild() override;
 
-    /// Ends it by SIGKILL; does not wait. Where the system has no handle of a process nor signals
-    /// of descriptors, nothing happens, and it ends by itself.
-    void end() const;
-
-    /// Waits until it has ended, the deadline or a request to stop.
-    [[nodiscard]] WaitEnd awaitEnd(std::chrono::steady_clock::time_point deadline) const;
-
-    /// Waits until it has ended, and tells how. Once.
-    [[nodiscard]] ChildExit reap();
+    /// Where the system has no handle of a process nor signals of descriptors, nothing happens,
+    /// and the child ends by itself.
+    void end() const override;
+    [[nodiscard]] WaitEnd awaitEnd(std::chrono::steady_clock::time_point deadline) override;
+    [[nodiscard]] ChildExit reap() override;
 
 private:
     [[nodiscard]] bool hasEnded() const;
@@ -61,6 +56,11 @@ private:
 /// Starts a program: signal mask empty, dispositions the defaults, kParentVariable in its
 /// environment. Any thread.
 [[nodiscard]] Outcome<StartedChild, StartFailure> spawn(const SpawnRequest& request);
+
+/// Starts a program that is nobody's child of ours: no wait() of this process finds it or its end,
+/// and no SIGCHLD tells of it. Otherwise as spawn().
+/// @return its number, which is another's once it has ended
+[[nodiscard]] Outcome<pid_t, StartFailure> spawnOrphan(const SpawnRequest& request);
 
 /// Where the search path leads for a command's name; the name itself when it holds a slash or is
 /// found nowhere.

@@ -1,0 +1,34 @@
+// The other side: what a nursery does.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace stowline::platform {
+
+/// What a program does as a nursery.
+struct NurseryWork {
+    /// Done once, before the first child: loads and initialises what every child needs. Must start
+    /// no thread, open no connection and learn no secret.
+    std::function<void()> prepare;
+    /// In each child: what the program does with the words that it would be started with.
+    /// @return the exit status
+    std::function<int(const std::vector<std::string>& words)> run;
+};
+
+/// Whether the program was started as a nursery, which only runNurseryChild() does: by the words,
+/// and by what lies open at their places.
+[[nodiscard]] bool isNursery(const std::vector<std::string>& words);
+
+/// Forks a child for each call until nobody can ask for one any more, or nobody did for a minute;
+/// kills what is left when its host's process has ended. In a process of one thread. The children
+/// end with it.
+///
+/// A child has standard streams and request of its call and nothing else open, the dispositions
+/// and mask of signals that the program started with, and randomness of its own, since the
+/// libraries in use notice that they were forked.
+/// @return the exit status
+[[nodiscard]] int runNursery(const std::string& program, const NurseryWork& work);
+
+} // namespace stowline::platform
