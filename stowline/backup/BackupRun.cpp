@@ -302,7 +302,13 @@ private:
         jobs.start(std::max<std::size_t>(request_.jobs, 1));
         const StopRequest walkStop;
         std::thread walker([&] { walk(options, jobs, walkStop); });
-        showProgressUntilDone(jobs, walkStop);
+        try {
+            showProgressUntilDone(jobs, walkStop);
+        } catch (...) { // for want of memory
+            walkStop.request();
+            walker.join();
+            throw;
+        }
         walker.join();
         if (const auto fault = jobs.fault())
             throw RunFault(BackupEnd::failed, *fault);
