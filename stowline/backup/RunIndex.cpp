@@ -1,5 +1,9 @@
 #include "stowline/backup/RunIndex.h"
 
+#include "stowline/backup/restore/Selection.h"
+
+#include <map>
+
 namespace stowline::backup {
 
 namespace {
@@ -27,13 +31,13 @@ void RunIndex::put(const StoredItem& item)
     if (!changes_)
         return;
     const std::lock_guard lock(mutex_);
-    index_.put(item, run_);
+    putLocked(item);
 }
 
 void RunIndex::putStored(const StoredItem& item)
 {
     const std::lock_guard lock(mutex_);
-    index_.put(item, run_);
+    putLocked(item);
     stored_.push_back(item.item.path);
     if (stored_.size() >= kStoredBetweenCommits ||
         std::chrono::steady_clock::now() - committed_ >= kBetweenCommits)
@@ -45,7 +49,58 @@ void RunIndex::remove(const std::string& path)
     if (!changes_)
         return;
     const std::lock_guard lock(mutex_);
+    partFrom(path, nullptr);
     index_.remove(path, run_);
+}
+
+bool RunIndex::meetFurtherName(const std::string& path, const std::string& first)
+{
+    const std::lock_guard lock(mutex_);
+    metNames_.insert(path);
+    const auto known = index_.find(path);
+    return !known || known->sameFileAs != first;
+}
+
+void RunIndex::putLocked(const StoredItem& item)
+{
+    partFrom(item.item.path, &item);
+    index_.put(item, run_);
+}
+
+/// Before an item is replaced or removed: what its further names share with it becomes theirs where
+/// nobody has looked at them in this run.
+void RunIndex::partFrom(const std::string& path, const StoredItem* successor)
+{
+    const bool removesBelow = !successor || successor->item.kind != ItemKind::folder;
+    std::map<std::string, std::vector<StoredItem>> furtherNames;
+    for (StoredItem& item : index_.furtherNamesOf(path, removesBelow)) {
+        const bool goesToo = removesBelow && isAtOrBelow(item.item.path, path);
+        if (!goesToo && !metNames_.contains(item.item.path))
+            furtherNames[item.sameFileAs].push_back(std::move(item));
+    }
+    for (auto& [first, items] : furtherNames) {
+        const auto known = index_.find(first);
+        const bool isReplaced =
+            !known || first != path || !successor || known->item.kind != successor->item.kind ||
+            known->item.inode != successor->item.inode || known->content != successor->content ||
+            !successor->sameFileAs.empty();
+        if (known && isReplaced)
+            handDown(*known, items);
+    }
+}
+
+void RunIndex::handDown(const StoredItem& first, std::vector<StoredItem>& further)
+{
+    StoredItem& heir = further.front();
+    heir.sameFileAs.clear();
+    heir.content = first.content;
+    heir.readBegan = first.readBegan;
+    heir.changedWhileRead = first.changedWhileRead;
+    index_.put(heir, run_);
+    for (std::size_t i = 1; i < further.size(); ++i) {
+        further[i].sameFileAs = heir.item.path;
+        index_.put(further[i], run_);
+    }
 }
 
 std::uint64_t RunIndex::keepAsStale(const std::string& path)

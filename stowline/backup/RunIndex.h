@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,10 +30,18 @@ public:
 
     [[nodiscard]] std::vector<StoredItem> itemsIn(const std::string& folder);
     [[nodiscard]] std::optional<StoredItem> find(const std::string& path);
+    /// Puts an item in the place of what was known of its path. What further names of it share with
+    /// it stays theirs unless they were met in this run: the first of them carries it from then on.
     void put(const StoredItem& item);
     /// Of a file that was uploaded.
     void putStored(const StoredItem& item);
+    /// Further names of it, or of what was below it, keep what they shared, as with put().
     void remove(const std::string& path);
+
+    /// Notes that a further name of a hard link was met in this run.
+    /// @return whether it has to be put: it is not known as a further name of that first one (any
+    ///         more)
+    [[nodiscard]] bool meetFurtherName(const std::string& path, const std::string& first);
 
     /// Marks what is known at and below a path as not looked at. @return how many items
     std::uint64_t keepAsStale(const std::string& path);
@@ -55,6 +64,9 @@ public:
 
 private:
     void commitLocked();
+    void putLocked(const StoredItem& item);
+    void partFrom(const std::string& path, const StoredItem* successor);
+    void handDown(const StoredItem& first, std::vector<StoredItem>& further);
 
     std::mutex mutex_;
     ItemIndex index_;
@@ -62,6 +74,7 @@ private:
     const UploadOwner owner_;
     const bool changes_;
     std::uint64_t run_ = 0;
+    std::set<std::string> metNames_;  ///< further names of hard links
     std::vector<std::string> stored_; ///< whose journal entries go with the next commit
     std::chrono::steady_clock::time_point committed_ = std::chrono::steady_clock::now();
 };

@@ -95,8 +95,9 @@ void TreeIntake::found(FoundItem found)
         (void)frameOf(path);
     if (options_.ignoresChangeTime && !describe(found))
         return;
-    const Decision decision =
-        compare(known ? &*known : nullptr, found.item, found.sameFileAs, options_);
+    Decision decision = compare(known ? &*known : nullptr, found.item, found.sameFileAs, options_);
+    if (!found.sameFileAs.empty() && index_.meetFurtherName(path, found.sameFileAs))
+        decision = {Verdict::recorded, ChangeReason::hardLink};
     if (decision.verdict != Verdict::unchanged && !options_.ignoresChangeTime && !describe(found))
         return;
     if (found.item.kind == ItemKind::file && found.sameFileAs.empty()) {

@@ -81,6 +81,7 @@ constexpr const char* kTables = R"sql(
         stored_run    INTEGER,
         PRIMARY KEY (folder, name)
     ) STRICT, WITHOUT ROWID;
+    CREATE INDEX further_names ON items (same_file_as) WHERE same_file_as IS NOT NULL;
 )sql";
 
 std::int32_t number(SQLite::Database& database, const char* query)

@@ -84,6 +84,11 @@ std::optional<StoredItem> ItemIndex::find(std::string_view path) const
     return tables_->reading([&] { return tables_->find(path); });
 }
 
+std::vector<StoredItem> ItemIndex::furtherNamesOf(std::string_view path, bool andBelow) const
+{
+    return tables_->reading([&] { return tables_->furtherNamesOf(path, andBelow); });
+}
+
 std::vector<StoredItem> ItemIndex::itemsIn(std::string_view folder) const
 {
     constexpr std::size_t everything = INT64_MAX;

@@ -70,6 +70,11 @@ public:
 
     [[nodiscard]] std::optional<StoredItem> find(std::string_view path) const;
 
+    /// The further names of the hard-linked file at a path, in no order.
+    /// @param andBelow of those below the path too
+    [[nodiscard]] std::vector<StoredItem> furtherNamesOf(std::string_view path,
+                                                         bool andBelow) const;
+
     /// The items in a folder, by the bytes of their names; not those below its folders. The root
     /// folder itself is the only item of the folder "".
     [[nodiscard]] std::vector<StoredItem> itemsIn(std::string_view folder) const;

@@ -86,8 +86,15 @@ ItemIndex::Tables::Tables(IndexFile opened)
       setFoldersChanged_(database_, "UPDATE folders SET changed_run = max(changed_run, ?)"
                                     " WHERE path >= ? AND path < ?"),
       confirm_(database_, "UPDATE items SET confirmed_run = ? WHERE folder = ? AND name = ?"
-                          " AND content_kind IS NOT NULL")
+                          " AND content_kind IS NOT NULL"),
+      furtherNames_(database_, "SELECT folders.path, items.name, " + itemColumns("items.") +
+                                   " FROM items JOIN folders ON folders.id = items.folder"
+                                   " WHERE same_file_as IS NOT NULL AND (same_file_as = ?1"
+                                   " OR same_file_as > ?2 AND same_file_as < ?3)")
 {
+    // An index of before has none yet.
+    database_.exec("CREATE INDEX IF NOT EXISTS further_names ON items (same_file_as)"
+                   " WHERE same_file_as IS NOT NULL");
 }
 
 std::optional<ItemIndex::Tables::Folder> ItemIndex::Tables::findFolder(std::string_view path)
@@ -178,6 +185,27 @@ void ItemIndex::Tables::noteChange(Folder& folder, std::int64_t run)
     setFolderChanged_.exec();
     folder.changedRun = run;
     lastFolder_ = folder;
+}
+
+std::vector<StoredItem> ItemIndex::Tables::furtherNamesOf(std::string_view path, bool andBelow)
+{
+    constexpr int folderColumn = 0;
+    constexpr int nameColumn = 1;
+    constexpr int itemColumn = 2;
+    const std::string first(path);
+    const std::string begin = path == "/" ? first : first + "/";
+    const std::string end = begin.substr(0, begin.size() - 1) + char('/' + 1);
+    const Use use(furtherNames_);
+    bindBytes(furtherNames_, 1, first);
+    bindBytes(furtherNames_, 2, andBelow ? begin : end);
+    bindBytes(furtherNames_, 3, end);
+    std::vector<StoredItem> items;
+    while (furtherNames_.executeStep())
+        items.push_back(
+            itemOfRow(furtherNames_, itemColumn,
+                      pathOfItem(pathOfKey(furtherNames_.getColumn(folderColumn).getString()),
+                                 furtherNames_.getColumn(nameColumn).getString())));
+    return items;
 }
 
 void ItemIndex::Tables::put(const StoredItem& item, std::int64_t run)

@@ -46,6 +46,9 @@ struct ItemIndex::Tables {
                                                   std::string_view end, std::int64_t changedAfter,
                                                   std::int64_t atMost);
 
+    /// The items that are further names of the file at a path, or of one below it.
+    [[nodiscard]] std::vector<StoredItem> furtherNamesOf(std::string_view path, bool andBelow);
+
     void put(const StoredItem& item, std::int64_t run);
     void remove(std::string_view path, std::int64_t run);
     void setConfirmed(std::string_view path, std::int64_t run);
@@ -80,6 +83,7 @@ private:
     SQLite::Statement removeItemsOfFolders_;
     SQLite::Statement setFoldersChanged_;
     SQLite::Statement confirm_;
+    SQLite::Statement furtherNames_;
 
     /// The one asked for last: what is walked stays in a folder for a while.
     std::optional<Folder> lastFolder_;

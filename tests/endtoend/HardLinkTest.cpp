@@ -1,0 +1,156 @@
+// The names of a hard-linked file are backed up together and part from each other: each is given
+// back with what it had when it was looked at last.
+#include "tests/endtoend/BackedUp.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include <sys/stat.h>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::field;
+using test::Words;
+
+/// One file with a name in each of three folders, which are backed up together.
+class HardLinks : public testing::Test {
+protected:
+    HardLinks()
+    {
+        account_.write({{"A/f", "original"}, {"B/other", "b"}, {"C/other", "c"}});
+        fs::create_hard_link(path("A/f"), path("B/f"));
+        fs::create_hard_link(path("A/f"), path("C/f"));
+        EXPECT_EQ(backUp({"A", "B", "C"}).status, 0);
+    }
+
+    [[nodiscard]] fs::path path(const std::string& name) const
+    {
+        return account_.folder.path() / name;
+    }
+
+    test::ProgramResult backUp(const Words& names, const Words& more = {})
+    {
+        Words words{"backup", "--json", "--system", "iMac"};
+        for (const std::string& name : names)
+            words.push_back(path(name));
+        words.insert(words.end(), more.begin(), more.end());
+        return account_.run(words);
+    }
+
+    /// As editors save.
+    void replace(const std::string& name, const std::string& content)
+    {
+        account_.write({{"new", content}});
+        fs::rename(path("new"), path(name));
+    }
+
+    std::string stored(const std::string& name)
+    {
+        const auto result = account_.run({"cat", path(name), "--machine", "iMac"});
+        EXPECT_EQ(result.status, 0) << name << ": " << result.errors;
+        return result.output;
+    }
+
+    /// Restores everything.
+    fs::path restored()
+    {
+        const auto target = account_.command.home().path() / "back";
+        const auto result =
+            account_.run({"restore", account_.folder.path(), "--machine", "iMac", "--to", target});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        return target / account_.folder.path().filename();
+    }
+
+    const BackedUp account_;
+};
+
+TEST_F(HardLinks, WhoseFirstNameIsReplacedKeepTheirContent)
+{
+    replace("A/f", "replaced by another");
+    ASSERT_EQ(backUp({"A"}).status, 0);
+    EXPECT_EQ(stored("A/f"), "replaced by another");
+    EXPECT_EQ(stored("B/f"), "original");
+    const fs::path back = restored();
+    EXPECT_EQ(platform::readFile(back / "A/f"), "replaced by another");
+    EXPECT_EQ(platform::readFile(back / "B/f"), "original");
+    EXPECT_TRUE(fs::equivalent(back / "B/f", back / "C/f"));
+    EXPECT_FALSE(fs::equivalent(back / "A/f", back / "B/f"));
+}
+
+TEST_F(HardLinks, WhoseFirstNameIsRemovedKeepTheirContent)
+{
+    account_.write({{"A/another", "a"}});
+    fs::remove(path("A/f"));
+    ASSERT_EQ(backUp({"A"}).status, 0);
+    EXPECT_EQ(stored("B/f"), "original");
+    EXPECT_EQ(stored("C/f"), "original");
+    const fs::path back = restored();
+    EXPECT_FALSE(fs::exists(back / "A/f"));
+    EXPECT_TRUE(fs::equivalent(back / "B/f", back / "C/f"));
+}
+
+TEST_F(HardLinks, WhoseFirstNameIsLeftOutKeepTheirContent)
+{
+    ASSERT_EQ(backUp({"A"}, {"--exclude", "f"}).status, 0);
+    EXPECT_EQ(stored("B/f"), "original");
+    EXPECT_EQ(stored("C/f"), "original");
+}
+
+TEST_F(HardLinks, WhoseFirstNamesFolderIsReplacedKeepTheirContent)
+{
+    fs::remove_all(path("A"));
+    account_.write({{"A", "a file"}});
+    ASSERT_EQ(backUp({"A"}).status, 0);
+    EXPECT_EQ(stored("B/f"), "original");
+}
+
+TEST_F(HardLinks, ThatCouldNotBeLookedAtStayAsTheyWere)
+{
+    replace("A/f", "replaced by another");
+    ASSERT_EQ(::chmod(path("B").c_str(), 0), 0);
+    Words words{"backup", account_.folder.path(), "--json", "--system", "iMac"};
+    auto run = account_.command.run(words, account_.environment());
+    if (::geteuid() == 0)
+        run.words.insert(run.words.begin(),
+                         {"/usr/bin/setpriv", "--bounding-set", "-dac_override,-dac_read_search"});
+    const auto result = test::runProgram(run);
+    ASSERT_EQ(::chmod(path("B").c_str(), 0700), 0);
+    EXPECT_EQ(result.status, 3) << result.output;
+    EXPECT_EQ(stored("A/f"), "replaced by another");
+    EXPECT_EQ(stored("B/f"), "original");
+    EXPECT_EQ(stored("C/f"), "original");
+}
+
+TEST_F(HardLinks, ThatAreWrittenToStayOne)
+{
+    account_.write({{"A/f", "written in place"}}); // the file keeps its inode
+    ASSERT_EQ(backUp({"A", "B", "C"}).status, 0);
+    for (const char* name : {"A/f", "B/f", "C/f"})
+        EXPECT_EQ(stored(name), "written in place") << name;
+    const fs::path back = restored();
+    EXPECT_TRUE(fs::equivalent(back / "A/f", back / "B/f"));
+    EXPECT_TRUE(fs::equivalent(back / "A/f", back / "C/f"));
+    const auto again = backUp({"A", "B", "C"});
+    EXPECT_EQ(field(again, "stored"), 0) << again.output;
+}
+
+TEST_F(HardLinks, ThatPartedAreOneAgainWhenTheyAre)
+{
+    replace("A/f", "replaced by another");
+    ASSERT_EQ(backUp({"A"}).status, 0);
+    fs::remove(path("B/f"));
+    fs::create_hard_link(path("A/f"), path("B/f"));
+    ASSERT_EQ(backUp({"A", "B", "C"}).status, 0);
+    EXPECT_EQ(stored("B/f"), "replaced by another");
+    EXPECT_EQ(stored("C/f"), "original");
+    const fs::path back = restored();
+    EXPECT_TRUE(fs::equivalent(back / "A/f", back / "B/f"));
+    EXPECT_FALSE(fs::equivalent(back / "A/f", back / "C/f"));
+}
+
+} // namespace
+} // namespace stowline
