@@ -6,6 +6,7 @@
 #include "stowline/platform/files/Files.h"
 
 #include <algorithm>
+#include <filesystem>
 
 namespace stowline::cli {
 
@@ -33,10 +34,23 @@ std::optional<std::string> contentOf(const std::string& file)
     return content;
 }
 
+/// Whether it names something below a folder: not the folder, and nothing beside it.
+bool isNameBelow(const std::filesystem::path& name)
+{
+    const auto normal = name.lexically_normal();
+    return normal.is_relative() && normal.has_filename() && normal != "." &&
+           *normal.begin() != "..";
+}
+
 /// Everything that is named, in whichever way. @return false after saying what is wrong
 bool readLists(Options& options)
 {
     std::erase(options.paths, kScheduledLaunch);
+    if (!options.streamName.empty() && (!options.paths.empty() || !options.filesFrom.empty())) {
+        output().complain("--stdin stores standard input alone, and PATH or --files-from was given "
+                          "too. Please run \"stowline backup\" once for each.");
+        return false;
+    }
     for (const std::string& file : options.filesFrom) {
         const auto content = contentOf(file);
         if (!content)
@@ -53,8 +67,10 @@ bool readLists(Options& options)
         output().complain(*fault);
         return false;
     }
-    if (("/" + options.streamName + "/").find("/../") != std::string::npos) {
-        output().complain("The name of --stdin may not hold \"..\". Please give another one.");
+    if (!options.streamName.empty() && !isNameBelow(options.streamName)) {
+        output().complain("\"" + options.streamName +
+                          "\" cannot be the name of --stdin. Please give one as \"dump.sql\" or "
+                          "\"db/dump.sql\".");
         return false;
     }
     if (!options.paths.empty() || !options.streamName.empty())

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <optional>
 #include <set>
+#include <type_traits>
 
 namespace stowline::cli {
 
@@ -16,6 +17,17 @@ std::set<const CLI::Option*>& passedOver()
 {
     static std::set<const CLI::Option*> options;
     return options;
+}
+
+/// An unset variable of a script is no value: nobody means the whole machine by "".
+void refuseEmptyText(CLI::Option& option)
+{
+    option.check(CLI::Validator(
+        [](const std::string& value) {
+            return value.empty() ? "The value is empty. Please give one, or leave the word out."
+                                 : std::string();
+        },
+        ""));
 }
 
 } // namespace
@@ -123,6 +135,9 @@ Option Command::addOption(const std::string& name, Value& value,
     // A list takes one value each time it is given, so that it swallows no word after it.
     if (!option->get_positional())
         option->allow_extra_args(false);
+    if constexpr (std::is_same_v<Value, std::string> ||
+                  std::is_same_v<Value, std::vector<std::string>>)
+        refuseEmptyText(*option);
     return Option(*option);
 }
 

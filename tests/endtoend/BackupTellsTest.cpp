@@ -120,7 +120,7 @@ TEST(BackupTells, APatternThatIsNoneIsAWrongCommandLine)
     const test::Command stowline(empty.path());
     const auto rules = stowline.home().write("rules", "*.o\n/\n");
     for (const auto& [words, sentence] :
-         {std::pair(Words{"--exclude", ""}, "\"\" is no pattern."),
+         {std::pair(Words{"--exclude", ""}, "--exclude: The value is empty."),
           std::pair(Words{"--include", "/"}, "\"/\" is no pattern."),
           std::pair(Words{"--exclude-from", rules.string()},
                     "Line 2 of the patterns is no pattern.")}) {
@@ -129,6 +129,43 @@ TEST(BackupTells, APatternThatIsNoneIsAWrongCommandLine)
         const auto result = stowline(all);
         EXPECT_EQ(result.status, 2) << result.errors;
         EXPECT_TRUE(says(result, sentence)) << result.errors;
+    }
+}
+
+TEST(BackupTells, AnEmptyValueIsAWrongCommandLine)
+{
+    const test::TemporaryFolder empty;
+    const test::Command stowline(empty.path());
+    for (const Words& words : {Words{"backup", "", "-u", "ann"},
+                               {"backup", empty.path(), "", "-u", "ann"},
+                               {"backup", empty.path(), "--profile", "", "-u", "ann"},
+                               {"restore", "", "--in-place", "-u", "ann"},
+                               {"restore", "/", "--to", "", "-u", "ann"},
+                               {"restore", "/", "--in-place", "--at", "", "-u", "ann"},
+                               {"verify", "--at", "", "-u", "ann"},
+                               {"checksum", ""}}) {
+        const auto result = stowline(words);
+        EXPECT_EQ(result.status, 2) << words.front() << result.errors;
+        EXPECT_TRUE(says(result, "The value is empty. Please give one, or leave the word out."))
+            << result.errors;
+    }
+}
+
+TEST(BackupTells, StandardInputIsStoredAloneAndBelowItsFolder)
+{
+    const test::TemporaryFolder folder;
+    const test::Command stowline(folder.path());
+    for (const Words& more : {Words{folder.path()}, {"--files-from", "/dev/null"}}) {
+        Words words{"backup", "--stdin", "x", "-u", "ann"};
+        words.insert(words.end(), more.begin(), more.end());
+        const auto result = stowline(words);
+        EXPECT_EQ(result.status, 2) << result.errors;
+        EXPECT_TRUE(says(result, "--stdin stores standard input alone")) << result.errors;
+    }
+    for (const char* name : {".", "..", "a/..", "a/../..", "../a", "/etc/passwd", "a/", "/"}) {
+        const auto result = stowline(Words{"backup", "--stdin", name, "-u", "ann"});
+        EXPECT_EQ(result.status, 2) << name << result.errors;
+        EXPECT_TRUE(says(result, "cannot be the name of --stdin.")) << name << result.errors;
     }
 }
 
