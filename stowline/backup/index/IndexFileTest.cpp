@@ -243,10 +243,11 @@ TEST_F(IndexFileTest, BatchesAreWrittenByThemselves)
     auto index = open();
     for (int i = 0; i < 12'000; ++i)
         index.put(fileAt("/f/" + std::to_string(i)), 1);
-    EXPECT_GE(SQLite::Database(file_.string(), SQLite::OPEN_READONLY)
+    // Two batches of five thousand, or more of fewer where the machine is slow.
+    EXPECT_GT(SQLite::Database(file_.string(), SQLite::OPEN_READONLY)
                   .execAndGet("SELECT count(*) FROM items")
                   .getInt(),
-              10'000);
+              12'000 - 5'000 - 1);
 }
 
 TEST_F(IndexFileTest, WhatWaitedForASecondIsWrittenWithTheNextChange)
