@@ -89,6 +89,7 @@ void TreeIntake::found(FoundItem found)
         Frame& frame = frameOf(path);
         frame.waiting = std::move(found);
         frame.lostItsDisk = lostItsDisk;
+        frame.wasMissing = lostItsDisk && known->isStale;
         return;
     }
     if (isFolder)
@@ -186,21 +187,44 @@ void TreeIntake::failed(const WalkFailure& failure)
     fail(failure.path, failure.isFolder ? ItemKind::folder : ItemKind::file, cause);
 }
 
+/// Whether an item that is known was on the disk, and not put into its place since.
+bool TreeIntake::wasOnDisk(const Frame& frame, const StoredItem& item)
+{
+    return !frame.wasMissing || item.isStale;
+}
+
 /// Nothing of what was known is there: the folder is empty, or no mount point any more, whatever
 /// somebody has put into it since.
 bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder)
 {
-    return !frame.known.empty() && std::ranges::find(frame.isMet, true) == frame.isMet.end() &&
-           ((folder.isNamed && folder.names == 0) || frame.lostItsDisk);
+    if (!(folder.isNamed && folder.names == 0) && !frame.lostItsDisk)
+        return false;
+    bool isHeld = false;
+    for (std::size_t i = 0; i < frame.known.size(); ++i) {
+        if (!wasOnDisk(frame, frame.known[i]))
+            continue;
+        if (frame.isMet[i])
+            return false;
+        isHeld = true;
+    }
+    return isHeld;
 }
 
 void TreeIntake::failMissingDisk(const Frame& frame, const FolderEnd& folder)
 {
-    for (const StoredItem& item : frame.known)
-        carryForward(item.item.path);
+    std::size_t count = 0;
+    for (std::size_t i = 0; i < frame.known.size(); ++i) {
+        const std::string& path = frame.known[i].item.path;
+        if (wasOnDisk(frame, frame.known[i])) {
+            ++count;
+            carryForward(path);
+        } else if (!frame.isMet[i]) {
+            index_.remove(path);
+        }
+    }
     if (index_.keepAloneAsStale(folder.path))
         accounts_.carriedForward();
-    const std::string held = platform::countText(frame.known.size(), "item", "items");
+    const std::string held = platform::countText(count, "item", "items");
     accounts_.done(
         {.path = folder.path,
          .kind = ItemKind::folder,

@@ -47,6 +47,7 @@ private:
         /// A named folder, and one on which a disk was mounted, waits for what is in it.
         std::optional<FoundItem> waiting;
         bool lostItsDisk = false; ///< it was a mount point and is none any more
+        bool wasMissing = false;  ///< and an earlier run has noticed: what it held is stale
         std::uint64_t bytes = 0;  ///< of the files below it
         bool hasFilesToSend = false;
     };
@@ -62,6 +63,7 @@ private:
     void carryForward(const std::string& path);
     void leaveUnmet(const Frame& frame, bool isComplete);
     void failMissingDisk(const Frame& frame, const FolderEnd& folder);
+    [[nodiscard]] static bool wasOnDisk(const Frame& frame, const StoredItem& item);
     [[nodiscard]] static bool isMissingDisk(const Frame& frame, const FolderEnd& folder);
     void recordWaiting(Frame& frame);
 

@@ -76,10 +76,33 @@ TEST_F(MissingDisk, IsNoticedWhereSomethingWasWrittenIntoItsPlace)
 {
     backUpWithDisk();
     account_->write({{"disk/stray", "s"}});
+    for (int night = 0; night < 3; ++night) {
+        const auto result = account_->backup();
+        EXPECT_EQ(result.status, 3);
+        EXPECT_TRUE(says(result, "No disk is mounted at ")) << result.errors;
+        EXPECT_TRUE(says(result, "and held 2 items.")) << result.errors;
+        EXPECT_EQ(field(result, "stored"), night == 0 ? 1 : 0); // the stray
+    }
+    EXPECT_EQ(account_->run({"cat", place() / "below/b", "--machine", "iMac"}).output, "b");
+    EXPECT_EQ(account_->run({"cat", place() / "stray", "--machine", "iMac"}).output, "s");
+    fs::remove(place() / "stray");
+    EXPECT_EQ(account_->backup().status, 3);
+    EXPECT_EQ(account_->run({"cat", place() / "below/b", "--machine", "iMac"}).output, "b");
+    EXPECT_EQ(account_->run({"cat", place() / "stray", "--machine", "iMac"}).status, 4);
+}
+
+TEST_F(MissingDisk, IsNoticedWhereAFolderOfTheSameFileSystemWasMounted)
+{
+    const test::TemporaryFolder elsewhere;
+    elsewhere.write("a", "a");
+    {
+        const test::Mount folder = test::Mount::again(elsewhere.path(), place());
+        ASSERT_EQ(account_->backup().status, 0);
+    }
     const auto result = account_->backup();
     EXPECT_EQ(result.status, 3);
     EXPECT_TRUE(says(result, "No disk is mounted at ")) << result.errors;
-    EXPECT_EQ(field(result, "stored"), 1); // the stray
+    EXPECT_EQ(account_->run({"cat", place() / "a", "--machine", "iMac"}).output, "a");
 }
 
 TEST_F(MissingDisk, IsNoMissingDiskWhenItsContentHasMovedOrTheRulesLeaveItOut)

@@ -267,7 +267,8 @@ private:
     void go(FolderHandle folder, const ItemStatus& status, Meeting meeting)
     {
         const auto fileSystem = fileSystemOf(folder, status.device);
-        meeting.item.isMountPoint = !levels_.empty() && status.device != levels_.back().device;
+        meeting.item.isMountPoint =
+            !levels_.empty() && (status.device != levels_.back().device || folder.isMountRoot());
         if (!meeting.isPassage) {
             const auto why = exclusionOfFolder(meeting, fileSystem);
             if (why && !passesThrough(meeting, *why))

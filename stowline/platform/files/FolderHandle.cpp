@@ -141,6 +141,13 @@ constexpr std::array<std::uint32_t, 13> kNetwork{
 
 } // namespace
 
+bool FolderHandle::isMountRoot() const
+{
+    struct statx found {};
+    return ::statx(descriptor(), "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &found) == 0 &&
+           (found.stx_attributes_mask & found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
 std::optional<FolderHandle> FolderHandle::root(int& error)
 {
     auto folder = openedFolder(AT_FDCWD, "/", error);

@@ -57,6 +57,10 @@ public:
     /// The root folder.
     [[nodiscard]] static std::optional<FolderHandle> root(int& error);
 
+    /// Whether something is mounted here: a file system, or a folder of the same one (a bind
+    /// mount). false where the system does not say (Linux before 5.8).
+    [[nodiscard]] bool isMountRoot() const;
+
     /// A folder in this one; what is no folder is refused, links too (ENOTDIR). One that may be
     /// entered but not read can be opened all the same.
     [[nodiscard]] std::optional<FolderHandle> folder(const std::string& name, int& error) const;
