@@ -111,6 +111,7 @@ int main(int count, char** words)
     platform::takeStandardDescriptors();
     platform::keepMemoryPrivate();
     platform::holdTerminationSignals();
+    platform::outliveFileLimits();
     if (!cli::watchForTermination())
         return static_cast<int>(cli::output().fail(cli::ExitStatus::temporary, kNoThread));
     (void)General::launchTime();

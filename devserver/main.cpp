@@ -192,6 +192,7 @@ int main(int count, char** words)
 {
     platform::takeStandardDescriptors();
     platform::holdTerminationSignals();
+    platform::outliveFileLimits();
     Options options;
     CLI::App app("A small backup service for development. It listens on this machine only.",
                  "stowline-devserver");

@@ -183,12 +183,11 @@ private:
 
     [[nodiscard]] static bool hasState(const ItemRecord& item, const platform::FileState& state)
     {
-        const auto nanoseconds = [](const Timestamp& stamp) {
-            return stamp.seconds * 1'000'000'000 + stamp.nanoseconds;
+        const auto isSame = [](const Timestamp& stamp, const platform::StatusTime& time) {
+            return stamp.seconds == time.seconds && stamp.nanoseconds == time.nanoseconds;
         };
         return item.size == state.size && item.inode == state.inode &&
-               nanoseconds(item.modified) == state.modifiedNanoseconds &&
-               nanoseconds(item.changed) == state.changedNanoseconds;
+               isSame(item.modified, state.modified) && isSame(item.changed, state.changed);
     }
 
     /// A run that was killed between noting that a file is stored and forgetting its upload left

@@ -12,19 +12,16 @@ namespace stowline::backup {
 
 namespace {
 
-Timestamp stamp(std::int64_t nanoseconds)
+Timestamp stamp(const platform::StatusTime& time)
 {
-    constexpr std::int64_t second = 1'000'000'000;
-    const std::int64_t rest = ((nanoseconds % second) + second) % second;
-    return {.seconds = (nanoseconds - rest) / second,
-            .nanoseconds = static_cast<std::uint32_t>(rest)};
+    return {.seconds = time.seconds, .nanoseconds = time.nanoseconds};
 }
 
 void takeState(ItemRecord& item, const platform::FileState& state)
 {
     item.size = state.size;
-    item.modified = stamp(state.modifiedNanoseconds);
-    item.changed = stamp(state.changedNanoseconds);
+    item.modified = stamp(state.modified);
+    item.changed = stamp(state.changed);
     item.inode = state.inode;
 }
 
@@ -34,7 +31,7 @@ void describe(FoundItem& found, const platform::FileState& state)
 {
     ItemRecord& item = found.item;
     int error = 0;
-    if (item.changed != stamp(state.changedNanoseconds) && found.folder) {
+    if (item.changed != stamp(state.changed) && found.folder) {
         const auto now = found.folder->statusOf(std::string(nameOf(item.path)), error);
         if (now && now->type == platform::ItemType::file) {
             item.mode = now->mode;

@@ -73,6 +73,51 @@ TEST(BackupTruth, WhatCannotBeLookedAtHasFailed)
     EXPECT_TRUE(addsUp(result));
 }
 
+TEST(BackupTruth, DatesOfAnyCenturyAreGivenBack)
+{
+    const BackedUp account;
+    account.write({{"far", "in the year 2400"}, {"early", "in the year 1910"}});
+    const auto setDate = [&](const char* name, std::int64_t seconds) {
+        const timespec both[2] = {{seconds, 5}, {seconds, 5}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, (account.folder.path() / name).c_str(), both, 0), 0);
+    };
+    const auto dateAt = [](const std::filesystem::path& file) {
+        struct stat found {};
+        EXPECT_EQ(::stat(file.c_str(), &found), 0) << file;
+        return std::pair(found.st_mtim.tv_sec, found.st_mtim.tv_nsec);
+    };
+    setDate("far", 13'569'465'600);
+    setDate("early", -1'893'456'000);
+    ASSERT_EQ(account.backup().status, 0);
+    const auto target = account.command.home().path() / "back";
+    const auto restored =
+        account.run({"restore", account.folder.path(), "--machine", "iMac", "--to", target});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    for (const char* name : {"far", "early"})
+        EXPECT_EQ(dateAt(target / account.folder.path().filename() / name),
+                  dateAt(account.folder.path() / name));
+    const auto again = account.backup();
+    EXPECT_EQ(field(again, "unchanged"), 2) << again.output;
+}
+
+TEST(BackupTruth, AFileTooLargeForTheLimitIsToldAndNothingDies)
+{
+    const BackedUp account;
+    account.write({{"large", noise(200'000, 1)}, {"small", "s"}});
+    ASSERT_EQ(account.backup().status, 0);
+    auto run = account.command.run({"restore", account.folder.path(), "--json", "--machine", "iMac",
+                                    "--to", account.command.home().path() / "back"},
+                                   account.environment());
+    run.words.insert(run.words.begin(), {"/usr/bin/prlimit", "--fsize=100000"});
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_NE(result.errors.find("/large"), std::string::npos) << result.errors;
+    EXPECT_EQ(field(result, "failed"), 1) << result.output;
+    EXPECT_EQ(platform::readFile(account.command.home().path() / "back" /
+                                 account.folder.path().filename() / "small"),
+              "s");
+}
+
 TEST(BackupTruth, PathsOfAnyLengthAreStored)
 {
     const BackedUp account;

@@ -264,7 +264,8 @@ TEST(CommandInterrupted, EndsWithAResultLineAnd130)
 {
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
     const Command stowline(server.bundle());
-    for (const auto& [signal, status] : {std::pair{SIGINT, 130}, std::pair{SIGTERM, 143}}) {
+    for (const auto& [signal, status] :
+         {std::pair{SIGINT, 130}, std::pair{SIGTERM, 143}, std::pair{SIGHUP, 143}}) {
         test::BackgroundProgram running(
             stowline.run({"--json", "-v", "signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}}));
         const int helper = running.awaitChild();
@@ -275,6 +276,19 @@ TEST(CommandInterrupted, EndsWithAResultLineAnd130)
         EXPECT_EQ(jsonLines(result.output)[0]["status"], "interrupted");
         test::awaitEnd(helper);
     }
+}
+
+TEST(CommandInterrupted, IsNotByAHangUpThatIsIgnored)
+{
+    const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
+    auto run = Command(server.bundle())
+                   .run({"--json", "signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}});
+    run.words.insert(run.words.begin(), "/usr/bin/nohup");
+    test::BackgroundProgram running(run);
+    (void)running.awaitChild();
+    running.signal(SIGHUP);
+    running.signal(SIGINT); // comes after it, and is what ends it
+    EXPECT_EQ(running.wait().status, 130);
 }
 
 TEST(CommandKilled, LeavesNoHelperBehind)

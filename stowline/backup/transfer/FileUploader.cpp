@@ -32,9 +32,10 @@ std::uint64_t numberIn(const Dictionary& answer, std::string_view key)
     return number;
 }
 
-Date dateOf(std::int64_t nanoseconds)
+Date dateOf(const platform::StatusTime& time)
 {
-    return Date(std::chrono::floor<Date::duration>(std::chrono::nanoseconds(nanoseconds)));
+    return Date(std::chrono::seconds(time.seconds)) +
+           std::chrono::floor<Date::duration>(std::chrono::nanoseconds(time.nanoseconds));
 }
 
 std::string newGuid()
@@ -390,7 +391,7 @@ bool FileUploader::registerOnce(ErrorSlot error) const
 {
     const Account& account = context_.account;
     const std::uint64_t size = entry_.state.size;
-    const Date date = dateOf(entry_.state.modifiedNanoseconds);
+    const Date date = dateOf(entry_.state.modified);
     const std::string key = fmt::format("{};crc32={:08x}", entry_.guid, entry_.checksum);
     if (context_.registration == Registration::protect2)
         return WebServiceBroker::protect2UploadedFileForUser(

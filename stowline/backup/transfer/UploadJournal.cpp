@@ -10,10 +10,16 @@
 namespace stowline::backup {
 
 namespace fs = std::filesystem;
+using platform::StatusTime;
 
 namespace {
 
 constexpr std::string_view kSuffix = ".plist";
+
+Array arrayOf(const StatusTime& time)
+{
+    return {time.seconds, std::int64_t{time.nanoseconds}};
+}
 
 Dictionary dictionaryOf(const JournalEntry& entry)
 {
@@ -27,8 +33,8 @@ Dictionary dictionaryOf(const JournalEntry& entry)
             {"profile", platform::dataFromText(owner.identity.profile)},
             {"path", platform::dataFromText(entry.path)},
             {"size", entry.state.size},
-            {"modifiedNanoseconds", entry.state.modifiedNanoseconds},
-            {"changedNanoseconds", entry.state.changedNanoseconds},
+            {"modified", arrayOf(entry.state.modified)},
+            {"changed", arrayOf(entry.state.changed)},
             {"inode", entry.state.inode},
             {"sentBytes", entry.sentBytes},
             {"parts", entry.parts},
@@ -36,12 +42,26 @@ Dictionary dictionaryOf(const JournalEntry& entry)
 }
 
 /// A number that may have been written signed or unsigned.
-std::uint64_t numberAt(const Dictionary& entry, std::string_view key)
+std::uint64_t numberOf(const Value* value)
 {
-    const Value* value = find(entry, key);
     if (value && value->unsignedInteger())
         return *value->unsignedInteger();
     return value && value->integer() ? static_cast<std::uint64_t>(*value->integer()) : 0;
+}
+
+std::uint64_t numberAt(const Dictionary& entry, std::string_view key)
+{
+    return numberOf(find(entry, key));
+}
+
+std::optional<StatusTime> timeAt(const Dictionary& entry, std::string_view key)
+{
+    const Value* value = find(entry, key);
+    const Array* pair = value ? value->array() : nullptr;
+    if (!pair || pair->size() != 2)
+        return std::nullopt;
+    return StatusTime{static_cast<std::int64_t>(numberOf(&pair->front())),
+                      static_cast<std::uint32_t>(numberOf(&pair->back()))};
 }
 
 std::string bytesAt(const Dictionary& entry, std::string_view key)
@@ -56,7 +76,7 @@ std::optional<JournalEntry> entryIn(const fs::path& file)
     const auto reading =
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const Dictionary* fields = reading.value ? reading.value->dictionary() : nullptr;
-    if (!fields || bytesAt(*fields, "path").empty() || !find(*fields, "changedNanoseconds"))
+    if (!fields || bytesAt(*fields, "path").empty() || !timeAt(*fields, "changed"))
         return std::nullopt;
     return JournalEntry{.guid = platform::findText(*fields, "guid"),
                         .owner = {.service = platform::findText(*fields, "service"),
@@ -67,10 +87,8 @@ std::optional<JournalEntry> entryIn(const fs::path& file)
                                                .profile = bytesAt(*fields, "profile")}},
                         .path = bytesAt(*fields, "path"),
                         .state = {.size = numberAt(*fields, "size"),
-                                  .modifiedNanoseconds = static_cast<std::int64_t>(
-                                      numberAt(*fields, "modifiedNanoseconds")),
-                                  .changedNanoseconds = static_cast<std::int64_t>(
-                                      numberAt(*fields, "changedNanoseconds")),
+                                  .modified = timeAt(*fields, "modified").value_or(StatusTime()),
+                                  .changed = timeAt(*fields, "changed").value_or(StatusTime()),
                                   .inode = numberAt(*fields, "inode")},
                         .sentBytes = numberAt(*fields, "sentBytes"),
                         .parts = numberAt(*fields, "parts"),
@@ -91,8 +109,8 @@ bool canGoOn(const JournalEntry& entry)
 
 bool isSameState(const platform::FileState& left, const platform::FileState& right)
 {
-    return left.size == right.size && left.modifiedNanoseconds == right.modifiedNanoseconds &&
-           left.changedNanoseconds == right.changedNanoseconds && left.inode == right.inode;
+    return left.size == right.size && left.modified == right.modified &&
+           left.changed == right.changed && left.inode == right.inode;
 }
 
 fs::path UploadJournal::fileFor(const UploadOwner& owner, const std::string& path) const

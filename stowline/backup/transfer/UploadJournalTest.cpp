@@ -31,8 +31,8 @@ TEST(UploadJournal, KeepsEntriesOfAnyNameAndSize)
                              .owner = ann(),
                              .path = "/a/\xff\x01",
                              .state = {.size = ~std::uint64_t{0},
-                                       .modifiedNanoseconds = -5,
-                                       .changedNanoseconds = 1'234'567'890'123'456'789,
+                                       .modified = {-1, 999'999'995},
+                                       .changed = {13'569'465'600, 5}, // in the year 2400
                                        .inode = 2,
                                        .device = 77},
                              .sentBytes = std::uint64_t{1} << 40,

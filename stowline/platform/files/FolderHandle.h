@@ -3,6 +3,7 @@
 #pragma once
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/files/StatusTime.h"
 
 #include <cstdint>
 #include <optional>
@@ -13,12 +14,6 @@
 namespace stowline::platform {
 
 enum class ItemType { file, folder, link, pipe, socket, characterDevice, blockDevice };
-
-/// Seconds since 1970 in universal time, may be negative, and nanoseconds.
-struct StatusTime {
-    std::int64_t seconds = 0;
-    std::uint32_t nanoseconds = 0;
-};
 
 /// Everything that the system tells of an item but its names and attributes.
 struct ItemStatus {

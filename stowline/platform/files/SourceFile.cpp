@@ -17,9 +17,9 @@ namespace {
 
 constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW;
 
-std::int64_t nanoseconds(const struct timespec& time)
+StatusTime timeOf(const struct timespec& time)
 {
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+    return {time.tv_sec, static_cast<std::uint32_t>(time.tv_nsec)};
 }
 
 int openedIn(int folder, const std::string& name)
@@ -102,8 +102,8 @@ std::optional<FileState> SourceFile::state() const
     if (::fstat(file_.number(), &status) != 0)
         return std::nullopt;
     return FileState{.size = static_cast<std::uint64_t>(status.st_size),
-                     .modifiedNanoseconds = nanoseconds(status.st_mtim),
-                     .changedNanoseconds = nanoseconds(status.st_ctim),
+                     .modified = timeOf(status.st_mtim),
+                     .changed = timeOf(status.st_ctim),
                      .inode = status.st_ino,
                      .device = status.st_dev};
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/files/StatusTime.h"
 #include "stowline/platform/threads/StopRequest.h"
 
 #include <cstdint>
@@ -13,12 +14,12 @@
 
 namespace stowline::platform {
 
-/// Which file it is, and what tells one of its states from the next: times to the nanosecond since
-/// 1970, and of the status (ctime) too, which nobody can put back.
+/// Which file it is, and what tells one of its states from the next: times to the nanosecond,
+/// and of the status (ctime) too, which nobody can put back.
 struct FileState {
     std::uint64_t size = 0;
-    std::int64_t modifiedNanoseconds = 0;
-    std::int64_t changedNanoseconds = 0;
+    StatusTime modified;
+    StatusTime changed;
     std::uint64_t inode = 0;
     std::uint64_t device = 0; ///< within one run; no identity beyond it
     bool operator==(const FileState&) const = default;

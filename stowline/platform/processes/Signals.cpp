@@ -18,6 +18,10 @@ sigset_t terminationSignals()
     ::sigemptyset(&signals);
     ::sigaddset(&signals, SIGINT);
     ::sigaddset(&signals, SIGTERM);
+    // Where somebody asked for the opposite (nohup) a hang-up stays unheard.
+    struct sigaction hangUp {};
+    if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN)
+        ::sigaddset(&signals, SIGHUP);
     return signals;
 }
 
@@ -36,6 +40,11 @@ int awaitTerminationSignal()
     while (::sigwait(&signals, &number) != 0) {
     }
     return number;
+}
+
+void outliveFileLimits()
+{
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void endWithParent()

@@ -5,12 +5,16 @@
 
 namespace stowline::platform {
 
-/// Keeps SIGINT and SIGTERM from ending the process, in the calling thread and in those that it
-/// starts afterwards. First thing in main().
+/// Keeps SIGINT, SIGTERM and, unless it is ignored (nohup), SIGHUP from ending the process, in the
+/// calling thread and in those that it starts afterwards. First thing in main().
 void holdTerminationSignals();
 
 /// Waits until one of them comes. @return its number.
 int awaitTerminationSignal();
+
+/// A write beyond the size that a file may have here (ulimit -f) fails with EFBIG from now on; it
+/// would else end the process (SIGXFSZ).
+void outliveFileLimits();
 
 /// Environment variable in which runChild() tells a child who started it.
 inline constexpr const char* kParentVariable = "STOWLINE_PARENT";
