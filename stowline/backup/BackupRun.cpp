@@ -7,6 +7,7 @@
 #include "stowline/backup/RunRecords.h"
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/TreeIntake.h"
+#include "stowline/backup/VersionAudit.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/platform/text/Text.h"
@@ -250,49 +251,16 @@ private:
     }
 
     /// Asks after a thirtieth of the versions that the index relies on, the longest not asked after
-    /// first; after all when nothing is to be trusted. What the service has no more counts as never
-    /// stored.
+    /// first; after all when nothing is to be trusted.
     void askAfterVersions()
     {
-        ItemIndex& index = index_->alone();
-        const std::uint64_t all = index.itemCount();
+        const std::uint64_t all = index_->alone().itemCount();
         const std::uint64_t some = request_.trustsNothing || request_.rebuildsIndex
                                        ? all
                                        : (all + kRunsForAllVersions - 1) / kRunsForAllVersions;
-        std::vector<std::string> versions;
-        std::vector<StoredItem> items;
-        for (const std::string& path : index.longestUnconfirmed(some)) {
-            auto item = index.find(path);
-            if (!item || !item->content || item->content->version.empty())
-                continue;
-            versions.push_back(item->content->version);
-            items.push_back(std::move(*item));
-        }
-        if (versions.empty())
-            return;
-        accounts_.activity("asks after stored versions");
-        std::optional<StepFailure> failure;
-        const auto missing = backup::vanishedVersions(request_.account, versions, tries_, failure);
-        if (!missing) {
-            if (failure->end != StepEnd::interrupted)
-                accounts_.problem("The service did not say whether it still holds what was stored "
-                                  "earlier. " +
-                                  failure->reason);
-            return;
-        }
-        for (StoredItem& item : items) {
-            if (!missing->contains(item.content->version)) {
-                index.setConfirmed(item.item.path, index_->run());
-                continue;
-            }
-            ++vanishedVersions_;
-            item.content.reset();
-            index_->put(item);
-        }
-        if (vanishedVersions_ > 0)
-            accounts_.note("The service has lost what was stored of " +
-                           platform::countText(vanishedVersions_, "file", "files") +
-                           "; it is sent again when it is met.");
+        VersionAudit audit(request_.account, *index_, accounts_, tries_);
+        audit.ask(some);
+        vanishedVersions_ = audit.lost();
     }
 
     void work(const WalkOptions& options)

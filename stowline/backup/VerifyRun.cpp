@@ -2,16 +2,13 @@
 
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/VersionFinder.h"
+#include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/platform/desktop/Sha256.h"
-#include "stowline/platform/text/Text.h"
-#include "stowline/service/WebServiceBroker.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <future>
-#include <map>
 #include <mutex>
 #include <random>
 
@@ -19,58 +16,18 @@ namespace stowline::backup {
 
 namespace {
 
-constexpr std::size_t kVersionsInACall = 500;
+constexpr std::size_t kCheckedAtATime = 500;
 
-/// What is checked of a file.
-struct Wanted {
-    std::string path;
-    std::uint64_t size = 0; ///< of the file
-    StoredContent content;
-};
-
-using Answers = std::map<std::string, Dictionary>; ///< by version
-
-template <class Number>
-std::optional<Number> numberIn(const Dictionary& fields, std::string_view key, int base)
+VerifyFinding::Kind findingKind(VersionVerdict::Kind kind)
 {
-    const std::string digits = platform::findText(fields, key);
-    Number number = 0;
-    const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
-    if (digits.empty() || read.ec != std::errc() || read.ptr != digits.data() + digits.size())
-        return std::nullopt;
-    return number;
-}
-
-/// What the service's word of a version means; absent: it is whole.
-std::optional<VerifyFinding> judged(const Wanted& wanted, const Dictionary* word)
-{
-    using Kind = VerifyFinding::Kind;
-    const auto finding = [&wanted](Kind kind, const std::string& what) {
-        return VerifyFinding{.kind = kind,
-                             .path = wanted.path,
-                             .firstRun = wanted.content.run,
-                             .lastRun = 0,
-                             .sentence = wanted.path + ": " + what};
-    };
-    if (word == nullptr)
-        return finding(Kind::missing, "the service has no such version any more");
-    const std::string state = platform::findText(*word, "State");
-    if (state == "Missing")
-        return finding(Kind::missing, "the service has lost its content");
-    if (state == "Damaged")
-        return finding(Kind::damaged, "the service says that its content is damaged");
-    const auto storedSize = numberIn<std::uint64_t>(*word, "StoredSize", 10);
-    const auto size = numberIn<std::uint64_t>(*word, "Size", 10);
-    if (storedSize ? *storedSize != wanted.content.storedSize
-                   : size.value_or(wanted.size) != wanted.size)
-        return finding(Kind::damaged, "the service holds another size of it");
-    const auto checksum = numberIn<std::uint32_t>(*word, "Checksum", 16);
-    if (checksum && *checksum != wanted.content.checksum)
-        return finding(Kind::damaged, "the service holds another checksum of it");
-    const std::string digest = platform::findText(*word, "Digest");
-    if (!digest.empty() && wanted.content.kind == "plain" && digest != wanted.content.digest)
-        return finding(Kind::damaged, "the service holds another digest of it");
-    return std::nullopt;
+    switch (kind) {
+    case VersionVerdict::Kind::missing:
+        return VerifyFinding::Kind::missing;
+    case VersionVerdict::Kind::damaged:
+        return VerifyFinding::Kind::damaged;
+    default:
+        return VerifyFinding::Kind::unknown;
+    }
 }
 
 class Verify {
@@ -103,7 +60,7 @@ private:
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
         versions_.emplace(request_.choice.account, reader.tries());
-        std::vector<Wanted> batch;
+        std::vector<StoredVersion> batch;
         tree.items.forEach("/", [&](const StoredItem& stored) {
             files_ += stored.content ? 1 : 0;
             return true;
@@ -111,7 +68,7 @@ private:
         tree.items.forEach("/", [&](const StoredItem& stored) {
             if (stored.content)
                 batch.push_back({stored.item.path, stored.item.size, *stored.content});
-            if (batch.size() == kVersionsInACall) {
+            if (batch.size() == kCheckedAtATime) {
                 check(reader, batch);
                 batch.clear();
             }
@@ -121,26 +78,27 @@ private:
             check(reader, batch);
     }
 
-    void check(RunReader& reader, std::vector<Wanted>& batch)
+    void check(RunReader& reader, std::vector<StoredVersion>& batch)
     {
-        std::erase_if(batch, [this](Wanted& wanted) { return !completeVersion(wanted); });
-        const Answers answers = askedFor(reader, batch);
-        std::vector<const Wanted*> toRead;
-        for (const Wanted& wanted : batch) {
-            const auto answer = answers.find(wanted.content.version);
-            auto finding = judged(wanted, answer == answers.end() ? nullptr : &answer->second);
-            if (finding)
-                tell(std::move(*finding));
+        std::erase_if(batch, [this](StoredVersion& wanted) { return !completeVersion(wanted); });
+        const std::vector<VersionVerdict> verdicts = askedFor(reader, batch);
+        std::vector<const StoredVersion*> toRead;
+        for (std::size_t i = 0; i < batch.size(); ++i) {
+            if (!verdicts[i].isWhole())
+                tell({.kind = findingKind(verdicts[i].kind),
+                      .path = batch[i].path,
+                      .firstRun = batch[i].content.run,
+                      .sentence = batch[i].path + ": " + verdicts[i].reason});
             else if (isChosen())
-                toRead.push_back(&wanted);
+                toRead.push_back(&batch[i]);
             else
-                pass(wanted, false);
+                pass(batch[i], false);
         }
         readAll(reader, toRead);
     }
 
     /// Asks for a version that was never told. @return false: there is none, which is told
-    bool completeVersion(Wanted& wanted)
+    bool completeVersion(StoredVersion& wanted)
     {
         const auto found = versions_->versionFor(wanted.path, wanted.content);
         wanted.content.version = found.version;
@@ -157,31 +115,15 @@ private:
         return false;
     }
 
-    Answers askedFor(RunReader& reader, const std::vector<Wanted>& batch)
+    std::vector<VersionVerdict> askedFor(RunReader& reader, const std::vector<StoredVersion>& batch)
     {
-        std::string numbers;
-        for (const Wanted& wanted : batch) {
-            numbers += (numbers.empty() ? "" : ",") + wanted.content.version;
-        }
-        const Account& account = request_.choice.account;
-        std::optional<Value> answer;
-        const auto failure = reader.tries().repeat([&](std::optional<Error>& error) {
-            answer = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
-                numbers, account.username, account.server, "", &error);
-            return answer && answer->dictionary();
-        });
-        if (failure)
+        std::optional<StepFailure> failure;
+        auto verdicts = askedAfter(request_.choice.account, batch, reader.tries(), failure);
+        if (!verdicts)
             throw RecordFault(failure->end == StepEnd::interrupted ? RecordFault::Kind::interrupted
                                                                    : RecordFault::Kind::temporary,
                               "The service cannot be asked after the versions: " + failure->reason);
-        Answers answers;
-        const auto files = platform::valueAtKeyPath(*answer, "files.FileMetaData");
-        const Array list = !files ? Array() : files->array() ? *files->array() : Array{*files};
-        for (const Value& file : list) {
-            if (const Dictionary* fields = file.dictionary())
-                answers.emplace(platform::findText(*fields, "VersionID"), *fields);
-        }
-        return answers;
+        return *verdicts;
     }
 
     [[nodiscard]] bool isChosen()
@@ -189,7 +131,7 @@ private:
         return std::uniform_real_distribution<double>(0, 1)(random_) < request_.fractionRead;
     }
 
-    void readAll(RunReader& reader, const std::vector<const Wanted*>& files)
+    void readAll(RunReader& reader, const std::vector<const StoredVersion*>& files)
     {
         std::atomic<std::size_t> next = 0;
         const auto work = [&] {
@@ -204,7 +146,7 @@ private:
             worker.get();
     }
 
-    void readOne(ContentSource& source, const Wanted& wanted)
+    void readOne(ContentSource& source, const StoredVersion& wanted)
     {
         platform::Sha256 digest;
         const auto failure = source.read(wanted.content.version, 0, wanted.content.storedSize,
@@ -231,7 +173,7 @@ private:
         tell(std::move(finding));
     }
 
-    void pass(const Wanted& wanted, bool wasRead)
+    void pass(const StoredVersion& wanted, bool wasRead)
     {
         const std::lock_guard lock(mutex_);
         ++summary_.checked;

@@ -2,6 +2,7 @@
 // chain.
 #include "tests/endtoend/BackedUp.h"
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -72,6 +73,68 @@ TEST_F(LostContent, IsNoticedWithinThePromisedRuns)
         stored += field(account_.backup(), "stored").get<unsigned>();
     EXPECT_EQ(stored, 1U);
     EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, OfOneFileMakesTheRunAskAfterAll)
+{
+    Files files;
+    for (int i = 10; i < 50; ++i)
+        files.emplace("many/" + std::to_string(i), "content " + std::to_string(i));
+    account_.write(files);
+    ASSERT_EQ(account_.backup().status, 0);
+    for (const auto& [name, content] : files)
+        fs::remove(contentOf(account_, account_.folder.path() / "many", name.substr(5)));
+    fs::remove(contentOf(account_, account_.folder.path(), "a"));
+    // Of those that were stored first, one is among the first that are asked after.
+    const auto result = account_.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 41) << result.output;
+    EXPECT_NE(result.errors.find("asked after all of it"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("has lost what was stored of 41 files"), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, ANumberThatWasGivenAgainToAnotherFileIsALoss)
+{
+    {
+        // As after the service's data of an earlier day were put back, and others stored files.
+        SQLite::Database files(account_.server.data() / "files.sqlite", SQLite::OPEN_READWRITE);
+        const auto numberOf = [&files](const std::string& name) {
+            SQLite::Statement query(files, "SELECT versions.id FROM versions JOIN items ON items.id"
+                                           " = versions.item_id WHERE items.name = ?");
+            query.bind(1, name);
+            EXPECT_TRUE(query.executeStep());
+            return std::to_string(query.getColumn(0).getInt64());
+        };
+        const std::string a = numberOf("a");
+        const std::string b = numberOf("b");
+        files.exec("UPDATE versions SET id = -1 WHERE id = " + a);
+        files.exec("UPDATE versions SET id = " + a + " WHERE id = " + b);
+        files.exec("UPDATE versions SET id = " + b + " WHERE id = -1");
+    }
+    const auto verified = account_.run({"verify", "--machine", "iMac"});
+    EXPECT_NE(verified.status, 0) << verified.output;
+    const auto result = account_.backup({"--trust-nothing"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 2) << result.output;
+    EXPECT_EQ(restored(account_, "back").status, 0);
+    EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
+}
+
+TEST_F(LostContent, IsNotSeenWhereOnlyTheNamesAreOdd)
+{
+    for (const char* method : {"protect2", "ProtectFile"}) {
+        const std::string folder = std::string(method) + "/";
+        for (const char* name :
+             {" before", "behind ", "line\nline", "tab\t", "return\r", "back\\slash/file",
+              "not utf-8 \xff", "umlaut \xc3\xa4", "two  spaces/ \xc2\xa0 ", "<&>\"'", "=b64=x"})
+            account_.write({{folder + name, name}});
+        ASSERT_EQ(account_.backup({"--register-with", method}).status, 0);
+    }
+    const auto result = account_.backup({"--trust-nothing"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output << result.errors;
 }
 
 TEST_F(LostContent, OfTheNewestRecordMakesTheNextOneWhole)

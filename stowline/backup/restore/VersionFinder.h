@@ -19,6 +19,7 @@ public:
 
     struct Answer {
         std::string version; ///< empty: the service holds none of this size and checksum
+        std::string list;    ///< names it in a deletion; empty: not told
         std::optional<StepFailure> failure;
     };
     /// That of a content: the one that was recorded, else the newest of the path that has its size

@@ -1,22 +1,18 @@
 #include "stowline/backup/transfer/ServiceQuestions.h"
 
+#include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-
 #include <algorithm>
 #include <charconv>
-#include <span>
 
 namespace stowline::backup {
 
 namespace {
 
 constexpr std::int64_t kPageSize = 1000;
-constexpr std::size_t kVersionsInACall = 500;
 
 std::uint64_t sizeIn(const Dictionary& entry)
 {
@@ -24,19 +20,6 @@ std::uint64_t sizeIn(const Dictionary& entry)
     std::uint64_t size = 0;
     (void)std::from_chars(digits.data(), digits.data() + digits.size(), size);
     return size;
-}
-
-Array asArray(const Value& value)
-{
-    return value.array() ? *value.array() : Array{value};
-}
-
-/// Anything but versions, or the plain word that there are none, says nothing about them.
-bool isAnswer(const Value& value)
-{
-    const Dictionary* fields = value.dictionary();
-    return fields && (platform::valueAtKeyPath(value, "files.FileMetaData") ||
-                      platform::findText(*fields, "Code") == "NoSuchVersion");
 }
 
 } // namespace
@@ -151,41 +134,12 @@ std::optional<HeldVersion> versionOf(const Account& account, const HeldFile& fil
     for (const Value& entry : versions.value_or(Array())) {
         const Dictionary* fields = entry.dictionary();
         if (fields && sizeIn(*fields) == file.size &&
-            platform::findText(*fields, "Checksum") == file.checksum)
+            platform::findText(*fields, "Checksum") == file.checksum &&
+            isVersionNumber(platform::findText(*fields, "VersionID")))
             return HeldVersion{platform::findText(*fields, "VersionID"),
                                platform::findText(*fields, "FileListID")};
     }
     return std::nullopt;
-}
-
-std::optional<std::set<std::string>> vanishedVersions(const Account& account,
-                                                      const std::vector<std::string>& versions,
-                                                      Tries& tries,
-                                                      std::optional<StepFailure>& failure)
-{
-    std::set<std::string> missing(versions.begin(), versions.end());
-    for (std::size_t start = 0; start < versions.size(); start += kVersionsInACall) {
-        const auto some =
-            std::span(versions).subspan(start, std::min(kVersionsInACall, versions.size() - start));
-        std::optional<Value> answer;
-        failure = tries.repeat([&](std::optional<Error>& error) {
-            answer = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
-                fmt::format("{}", fmt::join(some, ",")), account.username, account.server, "",
-                &error);
-            return answer && isAnswer(*answer);
-        });
-        if (failure)
-            return std::nullopt;
-        const auto files = platform::valueAtKeyPath(*answer, "files.FileMetaData");
-        for (const Value& file : files ? asArray(*files) : Array()) {
-            const Dictionary* fields = file.dictionary();
-            const std::string state = fields ? platform::findText(*fields, "State") : "";
-            // A version whose content is gone or damaged is as good as none.
-            if (fields && state != "Missing" && state != "Damaged")
-                missing.erase(platform::findText(*fields, "VersionID"));
-        }
-    }
-    return missing;
 }
 
 } // namespace stowline::backup

@@ -1,4 +1,4 @@
-// What a run asks the service besides its uploads: what is held, and whether it still is.
+// What a run asks the service besides its uploads: what is held.
 #pragma once
 
 #include "stowline/backup/Account.h"
@@ -66,13 +66,5 @@ private:
     std::mutex mutex_;
     std::map<std::string, Listing> listings_; ///< by remote path; "/" is the root
 };
-
-/// Which of these versions the service has no more, or not whole: asked in bulk, some hundred a
-/// call.
-/// @param versions the service's numbers, none of them empty
-/// @return absent when a question failed: see `failure`
-[[nodiscard]] std::optional<std::set<std::string>>
-vanishedVersions(const Account& account, const std::vector<std::string>& versions, Tries& tries,
-                 std::optional<StepFailure>& failure);
 
 } // namespace stowline::backup

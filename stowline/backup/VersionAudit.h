@@ -1,0 +1,52 @@
+// Asking the service, before a run relies on what earlier ones stored, whether it still holds it.
+#pragma once
+
+#include "stowline/backup/RunAccounts.h"
+#include "stowline/backup/RunIndex.h"
+#include "stowline/backup/restore/VersionFinder.h"
+#include "stowline/backup/transfer/VersionCheck.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace stowline::backup {
+
+/// The versions that the index knows. One thread, and no other may use the index meanwhile. Throws
+/// IndexFault.
+///
+/// What the service has no more, or not as it was stored, counts as never stored: its content is
+/// forgotten, so that it is sent again. Content whose version was never told is looked for in the
+/// service's listings, where the service can give back at all.
+class VersionAudit {
+public:
+    VersionAudit(const Account& account, RunIndex& index, RunAccounts& accounts, Tries& tries)
+        : account_(account), index_(index), accounts_(accounts), tries_(tries),
+          finder_(account, tries)
+    {
+    }
+
+    /// Asks after so many, the longest not asked after first; after all as soon as one of them is
+    /// lost. Tells what came of it: a loss is a note, an answer that never came a problem.
+    void ask(std::uint64_t atMost);
+
+    /// Of how many files the service has lost what was stored.
+    [[nodiscard]] std::uint64_t lost() const { return lost_; }
+
+private:
+    [[nodiscard]] bool askAfterOldest(std::uint64_t atMost);
+    [[nodiscard]] bool askAfterSome(std::span<const std::string> paths);
+    [[nodiscard]] bool learnVersion(StoredItem& item);
+    void lose(StoredItem& item);
+    bool hasNoAnswer(const StepFailure& failure);
+
+    const Account account_;
+    RunIndex& index_;
+    RunAccounts& accounts_;
+    Tries& tries_;
+    VersionFinder finder_;
+    std::uint64_t lost_ = 0;
+};
+
+} // namespace stowline::backup

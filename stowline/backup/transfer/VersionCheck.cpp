@@ -1,0 +1,142 @@
+#include "stowline/backup/transfer/VersionCheck.h"
+
+#include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/service/FailureWatch.h"
+#include "stowline/service/RemoteName.h"
+#include "stowline/service/WebServiceBroker.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+
+namespace stowline::backup {
+
+namespace {
+
+using Kind = VersionVerdict::Kind;
+using Answers = std::map<std::string, Dictionary>; ///< by version
+
+constexpr std::size_t kVersionsInACall = 500;
+
+/// Whether a number that is told is this one; what is no number is not.
+template <class Number> bool isOrUntold(const std::string& digits, Number wanted, int base = 10)
+{
+    Number number = 0;
+    const char* end = digits.data() + digits.size();
+    const auto read = std::from_chars(digits.data(), end, number, base);
+    return digits.empty() || (read.ec == std::errc() && read.ptr == end && number == wanted);
+}
+
+/// One of the two registrations takes backslashes for slashes.
+std::string withSlashes(std::string path)
+{
+    std::ranges::replace(path, '\\', '/');
+    return path;
+}
+
+bool isAtItsPlace(const StoredVersion& stored, const Dictionary& word)
+{
+    const std::string name = platform::findText(word, "Name");
+    const std::string folder = platform::findText(word, "Path");
+    return (name.empty() || name == remotePath(nameOf(stored.path))) &&
+           (folder.empty() ||
+            withSlashes(folder) == withSlashes(remotePath(parentOf(stored.path))));
+}
+
+/// Anything but versions, or the plain word that there are none, says nothing about them.
+bool isAnswer(const Value& value)
+{
+    const Dictionary* fields = value.dictionary();
+    return fields && (platform::valueAtKeyPath(value, "files.FileMetaData") ||
+                      platform::findText(*fields, "Code") == "NoSuchVersion");
+}
+
+void take(const Value& answer, Answers& answers)
+{
+    const auto files = platform::valueAtKeyPath(answer, "files.FileMetaData");
+    const Array list = !files ? Array() : files->array() ? *files->array() : Array{*files};
+    for (const Value& file : list) {
+        if (const Dictionary* fields = file.dictionary())
+            answers.emplace(platform::findText(*fields, "VersionID"), *fields);
+    }
+}
+
+std::string numbersOf(std::span<const StoredVersion> versions)
+{
+    std::string numbers;
+    for (const StoredVersion& stored : versions)
+        numbers += (numbers.empty() ? "" : ",") + stored.content.version;
+    return numbers;
+}
+
+} // namespace
+
+bool isVersionNumber(std::string_view text)
+{
+    std::int64_t number = 0;
+    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+    return read.ec == std::errc() && read.ptr == text.data() + text.size() && number > 0 &&
+           text[0] != '0';
+}
+
+VersionVerdict judged(const StoredVersion& stored, const Dictionary* word)
+{
+    if (word == nullptr)
+        return {Kind::missing, "the service has no such version any more"};
+    const StoredContent& content = stored.content;
+    const std::string state = platform::findText(*word, "State");
+    if (state == "Missing")
+        return {Kind::missing, "the service has lost its content"};
+    if (state == "Damaged")
+        return {Kind::damaged, "the service says that its content is damaged"};
+    if (!isAtItsPlace(stored, *word))
+        return {Kind::damaged, "the service holds another file under the number of its version"};
+    if (!isOrUntold(platform::findText(*word, "StoredSize"), content.storedSize) ||
+        !isOrUntold(platform::findText(*word, "Size"), stored.size))
+        return {Kind::damaged, "the service holds another size of it"};
+    if (!isOrUntold(platform::findText(*word, "Checksum"), content.checksum, 16))
+        return {Kind::damaged, "the service holds another checksum of it"};
+    const std::string digest = platform::findText(*word, "Digest");
+    if (!digest.empty() && content.kind == "plain" && digest != content.digest)
+        return {Kind::damaged, "the service holds another digest of it"};
+    if (state != "Whole")
+        return {Kind::untold, "the service does not say that its content is whole"};
+    return {};
+}
+
+std::optional<std::vector<VersionVerdict>> askedAfter(const Account& account,
+                                                      std::span<const StoredVersion> versions,
+                                                      Tries& tries,
+                                                      std::optional<StepFailure>& failure)
+{
+    std::vector<VersionVerdict> verdicts;
+    verdicts.reserve(versions.size());
+    while (!versions.empty()) {
+        const auto some = versions.first(std::min(kVersionsInACall, versions.size()));
+        versions = versions.subspan(some.size());
+        std::optional<Value> answer;
+        failure = tries.repeat([&](std::optional<Error>& error) {
+            const FailureWatch watch;
+            answer = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
+                numbersOf(some), account.username, account.server, "", &error);
+            error = watch.failure();
+            return answer && isAnswer(*answer);
+        });
+        if (failure) {
+            if (failure->reason.empty())
+                failure->reason = "Its answer says nothing of them. Please try again later; if it "
+                                  "stays so, ask whoever runs the service.";
+            return std::nullopt;
+        }
+        Answers answers;
+        take(*answer, answers);
+        for (const StoredVersion& stored : some) {
+            const auto found = answers.find(stored.content.version);
+            verdicts.push_back(judged(stored, found == answers.end() ? nullptr : &found->second));
+        }
+    }
+    return verdicts;
+}
+
+} // namespace stowline::backup
