@@ -134,7 +134,7 @@ TEST_F(AccountServiceTest, WhatIsWrongWithARequestIsAFault)
     };
     EXPECT_EQ(reason(platform::replacingOccurrences(test::wireBody("authenticate.request.http"),
                                                     "Authenticate", "Unknown")),
-              "There is no method Unknown at this address");
+              "The method Unknown was not found at this address");
     EXPECT_EQ(reason(platform::replacingOccurrences(test::wireBody("authenticate.request.http"),
                                                     "stowline.example/account", "other")),
               "The method Authenticate is of the namespace http://stowline.example/account");
@@ -165,9 +165,9 @@ TEST(FaultPlan, FailsTheCallThatWasNamed)
 TEST(FaultPlan, SaysWhatIsWrongWithAText)
 {
     FaultPlan plan;
-    EXPECT_EQ(plan.add("A"), "\"A\" is no fault: write METHOD:N:KIND.");
-    EXPECT_EQ(plan.add("A:0:html"), "\"0\" is no number of a call: write 1, 2, … or *.");
-    EXPECT_EQ(plan.add("A:1:fire"), "\"fire\" is no kind of fault.");
+    EXPECT_EQ(plan.add("A"), "\"A\" is not a fault: write METHOD:N:KIND.");
+    EXPECT_EQ(plan.add("A:0:html"), "\"0\" is not the number of a call: write 1, 2, … or *.");
+    EXPECT_EQ(plan.add("A:1:fire"), "\"fire\" is not a kind of fault.");
 }
 
 TEST(Wsdl, IsWellFormedAndNamesEveryMethod)
@@ -231,7 +231,7 @@ TEST(DevServer, RefusesWrongArgumentsWithASentence)
         return test::runProgram({words});
     };
     EXPECT_EQ(run({"--fault", "A:1:fire"}).status, 2);
-    EXPECT_NE(run({"--fault", "A:1:fire"}).errors.find("\"fire\" is no kind of fault."),
+    EXPECT_NE(run({"--fault", "A:1:fire"}).errors.find("\"fire\" is not a kind of fault."),
               std::string::npos);
     EXPECT_EQ(run({"--tls-key", "x"}).status, 2);
     EXPECT_EQ(run({"--port", "99999"}).status, 2);

@@ -46,7 +46,7 @@ std::optional<std::string> FaultPlan::add(std::string_view text)
     const auto first = text.find(':');
     const auto second = text.find(':', first == std::string_view::npos ? first : first + 1);
     if (second == std::string_view::npos)
-        return "\"" + std::string(text) + "\" is no fault: write METHOD:N:KIND.";
+        return "\"" + std::string(text) + "\" is not a fault: write METHOD:N:KIND.";
     const auto number = text.substr(first + 1, second - first - 1);
     Planned planned{std::string(text.substr(0, first)), std::nullopt, {}};
     if (number != "*") {
@@ -54,12 +54,13 @@ std::optional<std::string> FaultPlan::add(std::string_view text)
         const auto [end, fault] =
             std::from_chars(number.data(), number.data() + number.size(), call);
         if (fault != std::errc() || end != number.data() + number.size() || call == 0)
-            return "\"" + std::string(number) + "\" is no number of a call: write 1, 2, … or *.";
+            return "\"" + std::string(number) +
+                   "\" is not the number of a call: write 1, 2, … or *.";
         planned.call = call;
     }
     const auto kind = kindNamed(text.substr(second + 1));
     if (!kind)
-        return "\"" + std::string(text.substr(second + 1)) + "\" is no kind of fault.";
+        return "\"" + std::string(text.substr(second + 1)) + "\" is not a kind of fault.";
     planned.kind = *kind;
     const std::lock_guard lock(mutex_);
     planned_.push_back(std::move(planned));

@@ -13,7 +13,7 @@ template <class Number> Number parsed(const Dictionary& parameters, std::string_
     const char* end = digits.data() + digits.size();
     const auto read = std::from_chars(digits.data(), end, value);
     if (read.ec != std::errc() || read.ptr != end)
-        throw ServiceFault("Client", "The parameter " + std::string(name) + " is no number");
+        throw ServiceFault("Client", "The parameter " + std::string(name) + " is not a number");
     return value;
 }
 

@@ -70,7 +70,7 @@ PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
 {
     const auto named = namedIn(header);
     if (!named)
-        return refusal("a header is missing or no Base64");
+        return refusal("a header is missing or not Base64");
     try {
         return answerWith(storage.held(named->place), "the user was given no such path");
     } catch (const std::exception&) {

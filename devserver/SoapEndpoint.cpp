@@ -78,7 +78,8 @@ Answer answerMessage(const Service& service, const soap::Message& message)
 {
     const ServiceMethod* method = service.find(message.element);
     if (!method)
-        return faultAnswer("Client", "There is no method " + message.element + " at this address");
+        return faultAnswer("Client",
+                           "The method " + message.element + " was not found at this address");
     if (message.namespaceUri != service.namespaceUri)
         return faultAnswer("Client", "The method " + message.element + " is of the namespace " +
                                          service.namespaceUri);

@@ -66,7 +66,7 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
 {
     if (!platform::stateFolder())
         return output().fail(ExitStatus::failed,
-                             "There is no folder for the state of backups. Please set "
+                             "The folder for the state of backups was not found. Please set "
                              "XDG_STATE_HOME to a folder that you may write to.");
     if (!flags.reports.readToken())
         return output().finish(ExitStatus::usage);

@@ -70,9 +70,9 @@ ExitStatus abandonUploads(const AbandonOptions& options)
     const std::vector<std::string>& ids = options.all ? known : options.ids;
     for (const std::string& id : ids) {
         if (std::ranges::find(known, id) == known.end())
-            return output().fail(ExitStatus::notFound, "There is no upload " + id +
-                                                           ". \"stowline uploads list\" shows "
-                                                           "those that there are.");
+            return output().fail(ExitStatus::notFound, "The upload " + id +
+                                                           " was not found. \"stowline "
+                                                           "uploads list\" shows those there are.");
     }
     if (const auto refused = options.confirmation.refusal(
             "the record of " + countText(ids.size(), "unfinished upload", "unfinished uploads")))

@@ -46,8 +46,9 @@ ExitStatus versions(const VersionOptions& options)
     // The service's code is all that tells this from another refusal.
     if (isRefusal(error) &&
         error->localizedDescription() == WebServiceBroker::messageFromCode("NoSuchFile"))
-        return output().fail(ExitStatus::notFound,
-                             fmt::format("There is no file {} on the service.", options.fileId));
+        return output().fail(
+            ExitStatus::notFound,
+            fmt::format("The file {} was not found on the service.", options.fileId));
     if (!found)
         return refusal(fmt::format("The versions of file {} cannot be listed", options.fileId),
                        error);

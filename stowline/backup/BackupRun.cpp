@@ -47,14 +47,14 @@ std::pair<TreeRules, std::string> readRules(const BackupRules& rules)
     tree.staysOnFileSystem = rules.staysOnFileSystem;
     for (const std::string& pattern : rules.include) {
         if (!tree.include(pattern))
-            return {tree, "\"" + pattern + "\" is no pattern."};
+            return {tree, "\"" + pattern + "\" is not a pattern."};
     }
     for (const std::string& pattern : rules.exclude) {
         if (!tree.exclude(pattern))
-            return {tree, "\"" + pattern + "\" is no pattern."};
+            return {tree, "\"" + pattern + "\" is not a pattern."};
     }
     const auto line = tree.excludeLines(rules.excludeLines);
-    return {tree, line ? fmt::format("Line {} of the patterns is no pattern.", *line) : ""};
+    return {tree, line ? fmt::format("Line {} of the patterns is not a pattern.", *line) : ""};
 }
 
 TreeRules treeRules(const BackupRules& rules)

@@ -255,7 +255,7 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
         stored = tree.items.find(stored->sameFileAs);
     if (!stored)
         throw RecordFault(RecordFault::Kind::notFound,
-                          "There is no " + path + " in run " + std::to_string(tree.head.run) + ".");
+                          path + " was not found in run " + std::to_string(tree.head.run) + ".");
     if (!stored->content)
         throw RecordFault(RecordFault::Kind::notFound,
                           path + " has no content in run " + std::to_string(tree.head.run) + ".");

@@ -284,7 +284,7 @@ void TreeIntake::leaveUnmet(const Frame& frame, bool isComplete)
         const bool isGone = isComplete || isNothingAt(item.path);
         if (isGone && item.isMountPoint)
             accounts_.note(item.path + " is not there, but a disk was mounted at it when it was "
-                                       "last backed up. What it held is no part of this run.");
+                                       "last backed up. What it held is not part of this run.");
         if (isGone)
             index_.remove(item.path);
         else

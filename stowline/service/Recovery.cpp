@@ -76,7 +76,7 @@ FilePart partFrom(const std::optional<Dictionary>& headers, Data bytes, std::uin
     const std::string* status = headers ? findString(*headers, "Status") : nullptr;
     if (!status) {
         operation.fail(FailureKind::unreadableAnswer,
-                       "The answer of the backup server is no part of a file.");
+                       "The answer of the backup server is not part of a file.");
         return {};
     }
     if (StringMethods::TW_parseBool(*status))

@@ -127,7 +127,7 @@ private:
         if (!find(links, "ReachabilityHost"))
             add("URLS", "\"ReachabilityHost\" is missing; no call is made without it.");
         else if (host && (!platform::isHostName(*host) || host->find("://") != std::string::npos))
-            add("URLS.ReachabilityHost", quoted(*host) + " is no host name; write it without "
+            add("URLS.ReachabilityHost", quoted(*host) + " is not a host name; write it without "
                                                          "\"https://\", path and blanks.");
     }
 
@@ -337,7 +337,7 @@ private:
             const std::string* name = (*names)[i].string();
             if (!name || !platform::isToken(*name))
                 add(place(joined(path, webRequestKey::responseHeaderNames), i),
-                    quoted((*names)[i].text()) + " is no name of a header.");
+                    quoted((*names)[i].text()) + " is not a valid name for a header.");
         }
     }
 
@@ -347,7 +347,7 @@ private:
         for (const auto& [name, value] : headers ? *headers : Dictionary()) {
             const std::string headerPath = joined(joined(path, methodKey::httpHeaders), name);
             if (!platform::isToken(name))
-                add(headerPath, quoted(name) + " is no name of a HTTP header.");
+                add(headerPath, quoted(name) + " is not a valid name for an HTTP header.");
             if (value.text().find_first_of("\r\n") != std::string::npos)
                 add(headerPath, "The value of a header must not have line breaks.");
         }
@@ -367,7 +367,7 @@ private:
                 continue;
             if (!isName(*name))
                 add(joined(itemPath, methodKey::name),
-                    quoted(*name) + " is no name of a " + std::string(what) + ".");
+                    quoted(*name) + " is not a valid name for a " + std::string(what) + ".");
             if (std::find(names.begin(), names.end(), *name) != names.end())
                 add(joined(itemPath, methodKey::name),
                     "The name " + quoted(*name) + " stands twice; the later one counts.");

@@ -111,7 +111,7 @@ TEST(SettingsCheck, TellsAHostThatIsAnAddress)
 {
     const auto lines = report(changed("<string>service.stowline.example</string>",
                                       "<string>https://service.stowline.example/</string>"));
-    EXPECT_EQ(lines, "9 URLS.ReachabilityHost: \"https://service.stowline.example/\" is no host "
+    EXPECT_EQ(lines, "9 URLS.ReachabilityHost: \"https://service.stowline.example/\" is not a host "
                      "name; write it without \"https://\", path and blanks.\n");
 }
 
@@ -186,10 +186,11 @@ TEST(SettingsCheck, TellsBadHeaderAndParameterNames)
     const auto headers = report(changed("<key>httpHeaders</key>\n\t\t\t<dict/>",
                                         "<key>httpHeaders</key><dict><key>X Y:</key>"
                                         "<string>a\nb</string></dict>"));
-    EXPECT_NE(headers.find("\"X Y:\" is no name of a HTTP header."), std::string::npos) << headers;
+    EXPECT_NE(headers.find("\"X Y:\" is not a valid name for an HTTP header."), std::string::npos)
+        << headers;
     EXPECT_NE(headers.find("The value of a header must not have line breaks."), std::string::npos);
     EXPECT_NE(report(changed("<string>userName</string>", "<string>user name</string>"))
-                  .find("soapParams[0].name: \"user name\" is no name of a parameter."),
+                  .find("soapParams[0].name: \"user name\" is not a valid name for a parameter."),
               std::string::npos);
     EXPECT_NE(report(changed("<string>password</string>", "<string>userName</string>"))
                   .find("soapParams[1].name: The name \"userName\" stands twice"),
@@ -221,10 +222,10 @@ TEST(SettingsCheck, ChecksTheOtherTablesToo)
     EXPECT_NE(lines.find("WebRequests.R.requestTimeout: This must be a number, not \"x\"."),
               std::string::npos)
         << lines;
-    EXPECT_NE(lines.find("responseHeaderNames[0]: \"a:b\" is no name of a header."),
+    EXPECT_NE(lines.find("responseHeaderNames[0]: \"a:b\" is not a valid name for a header."),
               std::string::npos);
     EXPECT_NE(lines.find("requestHeaders[0]: The key \"template\" is missing."), std::string::npos);
-    EXPECT_NE(lines.find("requestHeaders[0].name: \"a b\" is no name of a header."),
+    EXPECT_NE(lines.find("requestHeaders[0].name: \"a b\" is not a valid name for a header."),
               std::string::npos);
 }
 

@@ -114,7 +114,7 @@ private:
     {
         if (isSoap(name, "Envelope"))
             return std::nullopt;
-        return "The answer is no SOAP 1.1 envelope: it starts with <" + std::string(name.local) +
+        return "The answer is not a SOAP 1.1 envelope: it starts with <" + std::string(name.local) +
                ">";
     }
 

@@ -77,10 +77,10 @@ TEST(SoapMessage, RefusesWhatIsNoSoap)
 {
     EXPECT_NE(failureOf(test::wireBody("html.response.http")).find("DOCTYPE"), std::string::npos);
     EXPECT_EQ(failureOf("<html/>"),
-              "The answer is no SOAP 1.1 envelope: it starts with <html> (line 1).");
+              "The answer is not a SOAP 1.1 envelope: it starts with <html> (line 1).");
     EXPECT_EQ(failureOf(""), "The answer is empty.");
     EXPECT_EQ(failureOf("<Envelope/>"),
-              "The answer is no SOAP 1.1 envelope: it starts with <Envelope> (line 1).");
+              "The answer is not a SOAP 1.1 envelope: it starts with <Envelope> (line 1).");
     EXPECT_EQ(failureOf("<s:Envelope xmlns:s=\"http://schemas.xmlsoap.org/soap/envelope/\"/>"),
               "The SOAP envelope of the answer has no body.");
     EXPECT_NE(failureOf("plain text").find("not well-formed"), std::string::npos);

@@ -204,13 +204,13 @@ TEST_F(CopyTest, APipeDoesNotMakeItWait)
     const std::string fifo = folder_.path() / "fifo";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_FALSE(copy(fifo));
-    expectCleanFailure("Cannot read " + fifo + ": it is no regular file");
+    expectCleanFailure("Cannot read " + fifo + ": it is not a regular file");
 }
 
 TEST_F(CopyTest, ADeviceIsNoSource)
 {
     EXPECT_FALSE(copy("/dev/zero"));
-    expectCleanFailure("Cannot read /dev/zero: it is no regular file");
+    expectCleanFailure("Cannot read /dev/zero: it is not a regular file");
 }
 
 TEST_F(CopyTest, ACancelledStartLeavesNothing)

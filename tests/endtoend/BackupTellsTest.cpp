@@ -144,9 +144,9 @@ TEST(BackupTells, APatternThatIsNoneIsAWrongCommandLine)
     const auto rules = stowline.home().write("rules", "*.o\n/\n");
     for (const auto& [words, sentence] :
          {std::pair(Words{"--exclude", ""}, "--exclude: The value is empty."),
-          std::pair(Words{"--include", "/"}, "\"/\" is no pattern."),
+          std::pair(Words{"--include", "/"}, "\"/\" is not a pattern."),
           std::pair(Words{"--exclude-from", rules.string()},
-                    "Line 2 of the patterns is no pattern.")}) {
+                    "Line 2 of the patterns is not a pattern.")}) {
         Words all{"backup", empty.path().string(), "-u", "ann"};
         all.insert(all.end(), words.begin(), words.end());
         const auto result = stowline(all);

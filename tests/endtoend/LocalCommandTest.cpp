@@ -89,7 +89,7 @@ TEST_F(LocalCommand, ChecksumGoesOnAfterAFileItCannotRead)
     EXPECT_EQ(result.errors, "stowline: Cannot open " + in("missing") +
                                  ": No such file or directory.\nstowline: Cannot read " +
                                  folder_.path().string() +
-                                 ": it is no regular file.\nstowline: 2 of 3 files could not be "
+                                 ": it is not a regular file.\nstowline: 2 of 3 files could not be "
                                  "read.\n");
     EXPECT_EQ(stowline_(Words{"checksum", in("missing")}).status, 4);
     EXPECT_EQ(stowline_(Words{"checksum", "/dev/zero"}).status, 1);

@@ -164,7 +164,7 @@ const RecordFile& RecordChain::furthest(std::uint64_t run) const
 {
     const auto after = files_.upper_bound({run, RecordState::finished, 0});
     if (after == files_.begin() || std::prev(after)->first.run != run)
-        throw RecordFault(Kind::notFound, "There is no " + runText(run) + ".");
+        throw RecordFault(Kind::notFound, "The " + runText(run) + " was not found.");
     return std::prev(after)->second;
 }
 

@@ -118,19 +118,19 @@ Json parsed(std::string_view text)
 {
     Json object = Json::parse(text, nullptr, false);
     if (!object.is_object())
-        refuse("a line is no JSON object");
+        refuse("a line is not a JSON object");
     return object;
 }
 
 std::string unpacked(const Json& value, const std::string& name)
 {
     if (!value.is_string())
-        refuse(name + " is no text");
+        refuse(name + " is not text");
     const auto& text = value.get_ref<const std::string&>();
     const Data bytes = Base64::dataWithBase64EncodedString(text);
     std::string result(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (base64(result) != text)
-        refuse(name + " is no Base64");
+        refuse(name + " is not Base64");
     return result;
 }
 
@@ -148,7 +148,7 @@ std::string textIn(const Json& object, const std::string& name)
     if (found == object.end())
         return {};
     if (!found->is_string())
-        refuse(name + " is no text");
+        refuse(name + " is not text");
     return found->get<std::string>();
 }
 
@@ -159,7 +159,7 @@ template <class Number = std::uint64_t> Number numberIn(const Json& object, cons
     if (found == object.end())
         return 0;
     if (!found->is_number_unsigned())
-        refuse(std::string(name) + " is no number");
+        refuse(std::string(name) + " is not a number");
     const auto number = found->get<std::uint64_t>();
     if (number > std::numeric_limits<Number>::max())
         refuse(std::string(name) + " is too large");
@@ -183,7 +183,7 @@ Timestamp momentIn(const Json& object, const char* name)
     if (!found->is_array() || found->size() != 2 || !(*found)[0].is_number_integer() ||
         !(*found)[1].is_number_unsigned() ||
         (*found)[1].get<std::uint64_t>() >= kNanosecondsInASecond)
-        refuse(std::string(name) + " is no moment");
+        refuse(std::string(name) + " is not a moment");
     return {(*found)[0].get<std::int64_t>(), (*found)[1].get<std::uint32_t>()};
 }
 
@@ -194,7 +194,7 @@ const Json* objectIn(const Json& object, const char* name)
     if (found == object.end())
         return nullptr;
     if (!found->is_object())
-        refuse(std::string(name) + " is no object");
+        refuse(std::string(name) + " is not an object");
     return &*found;
 }
 
@@ -204,7 +204,7 @@ const Json* arrayIn(const Json& object, const char* name)
     if (found == object.end())
         return nullptr;
     if (!found->is_array())
-        refuse(std::string(name) + " is no list");
+        refuse(std::string(name) + " is not a list");
     return &*found;
 }
 
@@ -229,7 +229,7 @@ std::string digestIn(const Json& object, const char* name)
             return (digit >= '0' && digit <= '9') || (digit >= 'a' && digit <= 'f');
         });
     if (!isDigest)
-        refuse(std::string(name) + " is no SHA-256");
+        refuse(std::string(name) + " is not a SHA-256 digest");
     return digest;
 }
 
@@ -269,7 +269,7 @@ std::uint32_t checksumIn(const Json& object)
     const auto [end, fault] =
         std::from_chars(text.data(), text.data() + text.size(), checksum, hexadecimal);
     if (fault != std::errc() || end != text.data() + text.size() || text.size() != 8)
-        refuse("crc32 is no checksum");
+        refuse("crc32 is not a checksum");
     return checksum;
 }
 
@@ -295,7 +295,7 @@ std::vector<ExtendedAttribute> attributesIn(const Json& object)
     if (const Json* list = arrayIn(object, "attributes")) {
         for (const Json& entry : *list) {
             if (!entry.is_object() || !entry.contains("value"))
-                refuse("an attribute is no object");
+                refuse("an attribute is not an object");
             std::string name = textIn(entry, "name");
             if (name.empty() || name.contains('\0'))
                 refuse("an attribute without a name");

@@ -98,7 +98,7 @@ UploadOutcome FileUploader::outcomeOf(int systemError) const
     if (systemError == ENOENT)
         return outcome(Kind::vanished, "it is not there any more.");
     if (systemError == EINVAL || systemError == ELOOP || systemError == ENOTDIR)
-        return outcome(Kind::vanished, "it is no regular file any more.");
+        return outcome(Kind::vanished, "it is not a regular file any more.");
     return outcome(Kind::failed,
                    "it cannot be read: " + std::generic_category().message(systemError) + ".");
 }

@@ -73,7 +73,7 @@ FileHandle FileHandle::forReading(const fs::path& path)
     if (!file.isOpen())
         throw FileFault("Cannot open", path, errno);
     if (!S_ISREG(attributes(file, path).st_mode))
-        throw FileFault("Cannot read " + path.string() + ": it is no regular file");
+        throw FileFault("Cannot read " + path.string() + ": it is not a regular file");
     (void)::posix_fadvise(file.number(), 0, 0, POSIX_FADV_SEQUENTIAL);
     return {std::move(file), path};
 }

@@ -286,7 +286,7 @@ private:
         const auto origin = originOf(request_.url);
         if (!origin) {
             fail(HttpFailure::address,
-                 "\"" + withoutCredentials(request_.url) + "\" is no http or https address.");
+                 "\"" + withoutCredentials(request_.url) + "\" is not an http or https address.");
             return;
         }
         if (auto fault = requestFault(request_)) {

@@ -212,7 +212,7 @@ TEST(HttpExchange, SaysWhyThereIsNoResponse)
     EXPECT_FALSE(refused.response);
     EXPECT_NE(refused.failure.find("The call to 127.0.0.1 failed"), std::string::npos);
     EXPECT_EQ(perform({.url = "node7/service"}).failure,
-              "\"node7/service\" is no http or https address.");
+              "\"node7/service\" is not an http or https address.");
     EXPECT_NE(perform({.url = ""}).failure, "");
 }
 

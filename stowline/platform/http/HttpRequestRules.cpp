@@ -29,7 +29,7 @@ bool breaksHeader(std::string_view text)
 std::optional<std::string> requestFault(const HttpRequest& request)
 {
     if (!isToken(request.method))
-        return "The settings name a HTTP method that cannot be sent.";
+        return "The settings name an HTTP method that cannot be sent.";
     for (const auto& [name, value] : request.headers) {
         if (name.empty() || breaksHeader(name) || breaksHeader(value))
             return "The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +

@@ -33,7 +33,7 @@ public:
     explicit Guard(std::string_view bytes) : bytes_(bytes)
     {
         if (bytes.size() < kMagic.size() + kTrailerSize || !bytes.starts_with(kMagic))
-            throw Refused("This is no binary property list");
+            throw Refused("This is not a binary property list");
         const std::size_t trailer = bytes.size() - kTrailerSize;
         offsetSize_ = byteAt(trailer + 6);
         referenceSize_ = byteAt(trailer + 7);
@@ -124,7 +124,7 @@ private:
         const std::uint8_t marker = byteAt(position++);
         const std::size_t unitSize = marker >> 4 == 0x5 ? 1 : 2;
         if (marker >> 4 != 0x5 && marker >> 4 != 0x6)
-            throw Refused("A key of the binary property list is no text");
+            throw Refused("A key of the binary property list is not text");
         const std::uint64_t units = count(position, marker);
         for (std::uint64_t i = 0; i < units; ++i) {
             if (number(position + i * unitSize, unitSize) == 0)

@@ -87,10 +87,10 @@ TEST(PropertyList, TellsTheLineOfAFault)
              Case{"<dict>\n<string>x</string></dict>",
                   "line 4: <string> stands in a <dict> without a <key> before it"},
              Case{"<array>\n\n<integer>x1</integer></array>",
-                  "line 5: \"x1\" is no value for <integer>"},
-             Case{"<data>***</data>", "line 3: \"***\" is no value for <data>"},
-             Case{"<date>today</date>", "line 3: \"today\" is no value for <date>"},
-             Case{"<html/>", "line 3: <html> is no element of a property list"},
+                  "line 5: \"x1\" is not a value for <integer>"},
+             Case{"<data>***</data>", "line 3: \"***\" is not a value for <data>"},
+             Case{"<date>today</date>", "line 3: \"today\" is not a value for <date>"},
+             Case{"<html/>", "line 3: <html> is not an element of a property list"},
              Case{"<string/><string/>", "line 3: <plist> holds more than one value"},
              Case{"<string><b/></string>", "line 3: <b> stands inside <string>"},
              Case{"<key>k</key>", "line 3: <key> stands outside a <dict>"},
@@ -108,7 +108,7 @@ TEST(PropertyList, TellsTheLineOfMalformedXml)
     EXPECT_NE(readPropertyList("").fault, "");
     EXPECT_NE(readPropertyList("not XML").fault, "");
     EXPECT_EQ(readPropertyList("<html/>").fault,
-              "line 1: The document is no property list: it starts with <html>");
+              "line 1: The document is not a property list: it starts with <html>");
 }
 
 TEST(PropertyList, AcceptsABareDoctypeOnly)
@@ -268,7 +268,7 @@ TEST(BinaryPropertyList, KeysThatAreNoTextAreRefused)
               "A key of the binary property list holds a NUL character");
     EXPECT_EQ(withKey(std::string("\x61\0\0", 3)).fault,
               "A key of the binary property list holds a NUL character");
-    EXPECT_EQ(withKey("\x10\x05").fault, "A key of the binary property list is no text");
+    EXPECT_EQ(withKey("\x10\x05").fault, "A key of the binary property list is not text");
 }
 
 TEST(PropertyList, CannotHoldAUrl)

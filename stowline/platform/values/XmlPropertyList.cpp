@@ -109,7 +109,7 @@ public:
         if (element == "true" || element == "false" || scalarReader(element)) {
             inText_ = true;
         } else if (element != "dict" && element != "array") {
-            return "<" + element + "> is no element of a property list";
+            return "<" + element + "> is not an element of a property list";
         }
         Frame frame{element, pathOfNext(parent), {}, {}, line(), {}};
         open_.push_back(std::move(frame));
@@ -131,7 +131,7 @@ public:
             return "The key \"" + *frame.key + "\" has no value";
         auto value = finished(frame);
         if (!value)
-            return "\"" + std::string(trimmed(text_)) + "\" is no value for <" + frame.element +
+            return "\"" + std::string(trimmed(text_)) + "\" is not a value for <" + frame.element +
                    ">";
         return store(std::move(*value), frame);
     }
@@ -157,7 +157,7 @@ private:
     Refusal openRoot(const std::string& element)
     {
         if (element != "plist")
-            return "The document is no property list: it starts with <" + element + ">";
+            return "The document is not a property list: it starts with <" + element + ">";
         open_.push_back({element, "", {}, {}, line(), {}});
         return std::nullopt;
     }

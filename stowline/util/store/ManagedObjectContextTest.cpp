@@ -236,7 +236,7 @@ TEST(ObjectStore, RefusesNamesThatAreNone)
     for (const char* name : {"", "_id", "a b", "x\"y", "1a", "ü"}) {
         std::optional<Error> error;
         EXPECT_FALSE(ManagedObjectContext::open(folder.path() / "s", {{name, {}}}, &error));
-        EXPECT_TRUE(error->localizedDescription().find("is no name") != std::string::npos);
+        EXPECT_TRUE(error->localizedDescription().find("is not a name") != std::string::npos);
         EXPECT_FALSE(ManagedObjectContext::open(folder.path() / "s", {{"E", {{name}}}}, nullptr));
     }
     EXPECT_FALSE(ManagedObjectContext::open(folder.path() / "s", {{"E", {}}, {"e", {}}}, nullptr));

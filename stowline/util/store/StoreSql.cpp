@@ -30,7 +30,7 @@ void requireUsableName(const std::string& name, std::set<std::string>& taken)
 {
     if (!isUsableName(name))
         throw InvalidRequest("\"" + name +
-                             "\" is no name for an entity or attribute. Please use "
+                             "\" is not a name for an entity or attribute. Please use "
                              "a letter, then letters, digits and underscores.");
     std::string lower = name; // SQL does not tell case apart
     std::transform(lower.begin(), lower.end(), lower.begin(),
