@@ -1,6 +1,6 @@
 // Reading a listing of 5,000 entries into a result dictionary, beside expat with empty handlers.
 #include "bench/Measure.h"
-#include "stowline/call/WebServiceCallResult.h"
+#include "stowline/call/ResultMaking.h"
 
 #include <expat.h>
 #include <fmt/format.h>

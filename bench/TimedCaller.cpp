@@ -1,6 +1,6 @@
 // WebServiceCaller with a stopwatch: notes the moment at which each stage ends in the file that
 // STOWLINE_BENCH_STAGES names, in microseconds of the steady clock.
-#include "stowline/platform/processes/StandardStreams.h"
+#include "stowline/platform/processes/HelperProgram.h"
 #include "stowline/tool/CallWorker.h"
 
 #include <chrono>

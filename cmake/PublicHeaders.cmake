@@ -10,8 +10,10 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/VerifyRun.h
   stowline/backup/index/StoredItem.h
   stowline/backup/tree/ItemRecord.h
+  stowline/backup/tree/TreeRules.h
   stowline/branding/AccountProvider.h
   stowline/call/WebServiceCallResult.h
+  stowline/call/WireNames.h
   stowline/logging/ContextFilters.h
   stowline/logging/DDASLLogger.h
   stowline/logging/DDAbstractDatabaseLogger.h
@@ -28,13 +30,22 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/logging/LogText.h
   stowline/logging/SQLiteLogger.h
   stowline/net/Reachability.h
+  stowline/platform/desktop/Alert.h
   stowline/platform/desktop/Bundle.h
+  stowline/platform/desktop/ConsoleLog.h
   stowline/platform/desktop/NotificationCenter.h
   stowline/platform/files/FileManager.h
   stowline/platform/files/FileStatus.h
+  stowline/platform/files/Files.h
   stowline/platform/files/StandardFolders.h
   stowline/platform/network/HostFlags.h
+  stowline/platform/processes/CommandOutput.h
+  stowline/platform/processes/Signals.h
+  stowline/platform/processes/StandardStreams.h
+  stowline/platform/processes/Terminal.h
   stowline/platform/text/Data.h
+  stowline/platform/text/Numbers.h
+  stowline/platform/text/Text.h
   stowline/platform/text/Url.h
   stowline/platform/threads/ForkSafety.h
   stowline/platform/threads/SerialQueue.h
@@ -43,18 +54,21 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/threads/Timer.h
   stowline/platform/time/Date.h
   stowline/platform/time/DateFormatter.h
+  stowline/platform/time/DateText.h
+  stowline/platform/time/LocalClock.h
+  stowline/platform/time/LocalTime.h
   stowline/platform/values/Error.h
   stowline/platform/values/Format.h
   stowline/platform/values/PropertyList.h
   stowline/platform/values/Value.h
-  stowline/service/RemoteName.h
-  stowline/service/SettingsCheck.h
+  stowline/service/Diagnosis.h
   stowline/service/FailureSentence.h
   stowline/service/FailureWatch.h
   stowline/service/FilePart.h
+  stowline/service/RemoteName.h
+  stowline/service/SettingsCheck.h
   stowline/service/WebServiceBroker.h
   stowline/service/WebServicesSettings.h
-  stowline/soap/SoapMessage.h
   stowline/soap/TemplateExpansion.h
   stowline/util/Base64.h
   stowline/util/CoreDataMethods.h

@@ -4,7 +4,7 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/RunOptions.h"
 #include "stowline/backup/RestoreRun.h"
-#include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/processes/StandardStreams.h"
 
 namespace stowline::cli {
 
@@ -17,7 +17,6 @@ struct Options {
 
 ExitStatus cat(const Options& options)
 {
-    constexpr int standardOutput = 1;
     if (output().isJson())
         return output().fail(ExitStatus::usage,
                              "cat prints the file's bytes; it cannot be had as JSON.");
@@ -29,7 +28,7 @@ ExitStatus cat(const Options& options)
     const auto summary = backup::readStoredFile(
         *choice, storedPathFor(options.path),
         [&isBroken](std::string_view bytes) {
-            isBroken = !platform::writeAll(standardOutput, bytes);
+            isBroken = !platform::writeToStandardOutput(bytes);
             return !isBroken;
         },
         Interruptible::stopRequest());

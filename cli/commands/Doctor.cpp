@@ -1,18 +1,15 @@
 // stowline doctor
 #include "cli/commands/Commands.h"
-#include "cli/shared/Diagnosis.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/network/SystemProxy.h"
-#include "stowline/platform/text/HostName.h"
+#include "stowline/service/Diagnosis.h"
 #include "stowline/service/SettingsCheck.h"
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cstdlib>
 
 namespace stowline::cli {
@@ -68,11 +65,8 @@ Finding checkProxy(const std::string& server)
     }
     if (!set.empty())
         return {"proxy", true, "set by " + set};
-    const auto addresses = serviceAddresses(server);
-    const bool isDesktops = std::ranges::any_of(addresses, [](const std::string& address) {
-        return !platform::systemProxyFor(platform::addressForCalls(address)).empty();
-    });
-    return {"proxy", true, isDesktops ? "the desktop's" : "none set in the environment"};
+    return {"proxy", true,
+            desktopNamesAProxy(server) ? "the desktop's" : "none set in the environment"};
 }
 
 Finding checkFolder(const std::string& subject, const std::optional<fs::path>& folder)

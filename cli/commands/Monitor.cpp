@@ -5,6 +5,7 @@
 #include "cli/shared/Reporting.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/FailureSentence.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -41,7 +42,7 @@ ExitStatus showSettings(const MonitorOptions& options)
         options.username, *token, options.systemName);
     if (!settings && watch.kind() == platform::FailureKind::fault) // also for a token that is over
         return output().fail(statusFor(platform::FailureKind::fault),
-                             wordsFor(platform::FailureKind::fault, "the service") +
+                             sentenceFor(FailureKind::fault, "the service") +
                                  " Is the token still valid?",
                              platform::nameOf(platform::FailureKind::fault));
     if (!settings)

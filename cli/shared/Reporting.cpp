@@ -1,7 +1,6 @@
 #include "cli/shared/Reporting.h"
 
 #include "cli/shared/Output.h"
-#include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/PropertyList.h"

@@ -2,7 +2,7 @@
 
 #include "cli/shared/Output.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/processes/CommandOutput.h"
 #include "stowline/platform/processes/Terminal.h"
 
 #include <fmt/format.h>
@@ -28,41 +28,6 @@ std::string withoutLineBreak(std::string text)
     if (text.ends_with('\r'))
         text.pop_back();
     return text;
-}
-
-/// Words of a command, with blanks inside '…' and "…"; no shell has a hand in it.
-std::vector<std::string> words(const std::string& command)
-{
-    std::vector<std::string> result;
-    std::string word;
-    bool inWord = false;
-    char quote = 0;
-    for (const char c : command) {
-        if (quote != 0 && c == quote) {
-            quote = 0;
-        } else if (quote == 0 && (c == '"' || c == '\'')) {
-            quote = c;
-            inWord = true;
-        } else if (quote == 0 && c == ' ') {
-            if (inWord)
-                result.push_back(std::exchange(word, {}));
-            inWord = false;
-        } else {
-            word.push_back(c);
-            inWord = true;
-        }
-    }
-    if (inWord)
-        result.push_back(word);
-    return result;
-}
-
-std::optional<std::string> outputOf(const std::string& command)
-{
-    const auto answer = platform::captureOutput(words(command), kCommandLimit);
-    if (!answer || !answer->exit.isSuccess())
-        return std::nullopt;
-    return answer->output;
 }
 
 /// What stood in the variables of secrets, by name.
@@ -115,7 +80,7 @@ std::optional<std::string> SecretOptions::readNamed() const
     else if (!file_.empty())
         text = platform::readFile(file_);
     else
-        text = outputOf(command_);
+        text = platform::outputOfCommand(command_, kCommandLimit);
     if (!text)
         output().complain(file_.empty()
                               ? fmt::format("The command for the {} failed: {}", name_, command_)

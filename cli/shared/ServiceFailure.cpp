@@ -1,9 +1,10 @@
 #include "cli/shared/ServiceFailure.h"
 
-#include "cli/shared/Diagnosis.h"
 #include "cli/shared/FailureWords.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/desktop/Bundle.h"
+#include "stowline/service/Diagnosis.h"
+#include "stowline/service/FailureSentence.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 
@@ -67,9 +68,9 @@ ExitStatus callFailure(const std::optional<Error>& error)
             return tell(*trouble);
     }
     if (!error)
-        return tell({.text = wordsFor(kind, "the service")});
+        return tell({.text = sentenceFor(kind, "the service")});
     if (error->code == kFaultErrorCode)
-        return tell({.text = wordsFor(kind, "the service"), .kind = kind});
+        return tell({.text = sentenceFor(kind, "the service"), .kind = kind});
     if (kind == FailureKind::hostUnreachable)
         return tell({.text = error->localizedDescription() + " (" +
                              WebServicesSettings::reachabilityHost().value_or("no host") + ")",

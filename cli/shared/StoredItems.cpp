@@ -5,8 +5,6 @@
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunOptions.h"
 #include "stowline/backup/RunHistory.h"
-#include "stowline/platform/text/GlobPattern.h"
-#include "stowline/platform/text/UnicodeText.h"
 
 #include <fmt/format.h>
 
@@ -99,17 +97,10 @@ ExitStatus searchStored(const backup::RunChoice& choice, const std::string& belo
                         const std::string& text, std::optional<std::int64_t> limit)
 {
     const Interruptible interruptible;
-    std::string pattern = platform::lowercased(text);
-    if (pattern.find_first_of("*?") == std::string::npos)
-        pattern = "*" + pattern + "*";
     std::int64_t found = 0;
-    const auto end = backup::forEachItemOfRun(
-        choice, below,
+    const auto end = backup::forEachFileNamed(
+        choice, below, text,
         [&](const StoredItem& stored) {
-            const std::string name(backup::nameOf(stored.item.path));
-            if (stored.item.kind != ItemKind::file ||
-                !platform::matchesGlob(pattern, platform::lowercased(name), false))
-                return true;
             if (found++ == 0)
                 showHeading();
             show(stored, true);

@@ -2,6 +2,8 @@
 
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
+#include "stowline/platform/text/GlobPattern.h"
+#include "stowline/platform/text/UnicodeText.h"
 
 namespace stowline::backup {
 
@@ -101,6 +103,15 @@ RecordFault nothingOf(const std::string& path, std::uint64_t run)
             "Nothing of " + path + " is in run " + std::to_string(run) + "."};
 }
 
+/// The pattern that names in lower case have to match.
+std::string patternOf(const std::string& text)
+{
+    std::string pattern = platform::lowercased(text);
+    if (pattern.find_first_of("*?") == std::string::npos)
+        pattern = "*" + pattern + "*";
+    return pattern;
+}
+
 } // namespace
 
 const char* nameOf(RunState state)
@@ -157,6 +168,25 @@ HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
         if (!isAnything)
             throw nothingOf(path, tree.head.run);
     });
+}
+
+HistoryEnd forEachFileNamed(const RunChoice& choice, const std::string& path,
+                            const std::string& text,
+                            const std::function<bool(const StoredItem&)>& take,
+                            const StopRequest& stop) noexcept
+{
+    std::optional<std::string> pattern;
+    return forEachItemOfRun(
+        choice, path,
+        [&](const StoredItem& stored) {
+            if (!pattern)
+                pattern = patternOf(text);
+            const std::string name = platform::lowercased(nameOf(stored.item.path));
+            const bool isFound = stored.item.kind == ItemKind::file &&
+                                 platform::matchesGlob(*pattern, name, false);
+            return !isFound || take(stored);
+        },
+        stop);
 }
 
 HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,

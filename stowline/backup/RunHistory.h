@@ -64,6 +64,14 @@ struct HistoryEnd {
                                              const std::function<bool(const StoredItem&)>& take,
                                              const StopRequest& stop) noexcept;
 
+/// Hands over the files at and below a path of a run whose name a person looks for: a text with "*"
+/// or "?" is a pattern of the shell for the whole name, any other a part of it; the case of letters
+/// does not count. The function returns whether to go on.
+[[nodiscard]] HistoryEnd forEachFileNamed(const RunChoice& choice, const std::string& path,
+                                          const std::string& text,
+                                          const std::function<bool(const StoredItem&)>& take,
+                                          const StopRequest& stop) noexcept;
+
 /// One difference between two runs.
 struct RunDifference {
     enum class Kind {

@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline {
 
 /// Keys of a call's result.
@@ -45,3 +46,4 @@ inline constexpr std::string_view resultKeyPath = "resultKeyPath";
 } // namespace methodKey
 
 } // namespace stowline
+#pragma GCC visibility pop

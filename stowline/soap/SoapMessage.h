@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 
-#pragma GCC visibility push(default)
 namespace stowline::soap {
 
 /// What a fault says (SOAP 1.1 section 4.4).
@@ -50,4 +49,3 @@ struct MessageLimits {
                                          const MessageLimits& limits = {});
 
 } // namespace stowline::soap
-#pragma GCC visibility pop

@@ -2,6 +2,7 @@
 // result to standard output, closes it, and stays until its parent releases it. Started as a
 // nursery it waits instead, and forks a child that does so for each call.
 #include "stowline/platform/http/HttpExchange.h"
+#include "stowline/platform/processes/HelperProgram.h"
 #include "stowline/platform/processes/NurseryWork.h"
 #include "stowline/platform/processes/Signals.h"
 #include "stowline/platform/processes/StandardStreams.h"

@@ -1,7 +1,7 @@
 #include "tests/support/Helpers.h"
 
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/processes/Signals.h"
+#include "stowline/platform/processes/HelperProgram.h"
 #include "tests/support/Program.h"
 
 #include <algorithm>

@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// A sentence, what explains it, and the one button that ends it.
@@ -25,3 +26,4 @@ void showAlert(const Alert& alert);
 void setAlertPresenter(std::function<void(const Alert&)> presenter);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Writes a line to the system log (syslog, facility user, priority notice). The text is never
@@ -17,3 +18,4 @@ void consoleLog(std::string_view text);
 void setConsoleLogSink(std::function<void(std::string_view)> sink);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Content of a file; absent when it cannot be opened or read, or is a directory.
@@ -36,3 +37,4 @@ namespace stowline::platform {
 [[nodiscard]] std::optional<std::filesystem::path> stateFolder();
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

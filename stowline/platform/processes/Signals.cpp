@@ -1,12 +1,8 @@
 #include "stowline/platform/processes/Signals.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <pthread.h>
-#include <string>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 namespace stowline::platform {
 
@@ -47,28 +43,9 @@ void outliveFileLimits()
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-void endWithParent()
-{
-    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const char* parent = std::getenv(kParentVariable);
-    if (parent && std::to_string(::getppid()) != parent)
-        std::raise(SIGKILL);
-}
-
 void keepMemoryPrivate()
 {
     ::prctl(PR_SET_DUMPABLE, 0);
-}
-
-void boundMemory([[maybe_unused]] std::size_t bytes)
-{
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur <= bytes)
-        return;
-    limit.rlim_cur = bytes;
-    ::setrlimit(RLIMIT_AS, &limit);
-#endif
 }
 
 } // namespace stowline::platform

@@ -1,6 +1,6 @@
 #include "stowline/platform/processes/Spawn.h"
 
-#include "stowline/platform/processes/Signals.h"
+#include "stowline/platform/processes/HelperProgram.h"
 #include "stowline/platform/threads/StopRequest.h"
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 #include "stowline/platform/processes/StandardStreams.h"
 
+#include "stowline/platform/files/FileDescriptor.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -21,13 +23,9 @@ void takeStandardDescriptors()
     }
 }
 
-bool writeOnceToStandardOutput(std::string_view bytes)
+bool writeToStandardOutput(std::string_view bytes)
 {
-    ssize_t written = -1;
-    do {
-        written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
-    } while (written < 0 && errno == EINTR);
-    return written == static_cast<ssize_t>(bytes.size());
+    return writeAll(STDOUT_FILENO, bytes);
 }
 
 void writeGatheredToStandardError(std::span<const std::string_view> pieces)
@@ -53,20 +51,6 @@ void writeGatheredToStandardError(std::span<const std::string_view> pieces)
             left.front().iov_len -= taken;
         }
     }
-}
-
-void closeStandardOutput()
-{
-    ::close(STDOUT_FILENO);
-}
-
-void awaitReleaseBytes()
-{
-    std::array<char, 4> release{};
-    ssize_t count = -1;
-    do
-        count = ::read(STDIN_FILENO, release.data(), release.size());
-    while (count < 0 && errno == EINTR);
 }
 
 } // namespace stowline::platform

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Whether the stream is a terminal, and how many characters wide it is (80 when it does not say).
@@ -32,3 +33,4 @@ enum class TerminalWait { no, forReturn };
 void restoreTerminal();
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

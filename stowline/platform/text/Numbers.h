@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// A real number as C writes it ("2", "-0.5", "1e3", "inf", "nan"), whatever the locale.
@@ -11,3 +12,4 @@ namespace stowline::platform {
 [[nodiscard]] std::optional<double> realNumber(std::string_view text);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

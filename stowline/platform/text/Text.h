@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// Length of the longest prefix that is valid UTF-8 (RFC 3629: no surrogates, no overlong forms).
@@ -74,3 +75,4 @@ void appendUtf8(std::string& text, char32_t codePoint);
 }
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// "2026-01-31 23:59:59 +0000". Fractions of a second are dropped. Reentrant.
@@ -27,3 +28,4 @@ namespace stowline::platform {
                                                                  std::string_view pattern);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// A moment in the local time zone as "2013-06-01 09:30:00:125" (a colon before the milliseconds);
@@ -13,3 +14,4 @@ namespace stowline::platform {
 [[nodiscard]] std::string localClockText(Date moment, char dateSeparator = '-');
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

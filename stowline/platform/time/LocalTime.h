@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#pragma GCC visibility push(default)
 namespace stowline::platform {
 
 /// A day of the Gregorian calendar (also before its introduction, as ISO 8601 has it) and a time of
@@ -42,3 +43,4 @@ struct CalendarTime {
 [[nodiscard]] std::optional<CalendarTime> calendarTimeFromText(std::string_view text);
 
 } // namespace stowline::platform
+#pragma GCC visibility pop

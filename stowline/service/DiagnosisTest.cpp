@@ -1,5 +1,5 @@
 // What doctor sees on a network that has only the desktop's proxy.
-#include "cli/shared/Diagnosis.h"
+#include "stowline/service/Diagnosis.h"
 #include "tests/support/DesktopProxy.h"
 #include "tests/support/RawServer.h"
 
@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 
-namespace stowline::cli {
+namespace stowline {
 namespace {
 
 /// Looks at an address through a proxy that answers everything so.
@@ -40,4 +40,4 @@ TEST(Diagnosis, TellsAProxyThatWantsAPassword)
 }
 
 } // namespace
-} // namespace stowline::cli
+} // namespace stowline

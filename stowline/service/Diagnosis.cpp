@@ -1,6 +1,5 @@
-#include "cli/shared/Diagnosis.h"
+#include "stowline/service/Diagnosis.h"
 
-#include "cli/shared/FailureWords.h"
 #include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpExchange.h"
@@ -11,22 +10,23 @@
 #include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
+#include "stowline/service/FailureSentence.h"
 #include "stowline/service/WebServicesSettings.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
 #include <set>
 
-namespace stowline::cli {
+namespace stowline {
 
 namespace {
 
 constexpr std::chrono::seconds kPatience{10};
+constexpr std::string_view kHost = "{0}"; ///< in sentences
 constexpr std::string_view kPlaceToFill = "%@";
 
 std::string rootOf(const platform::UrlOrigin& origin)
 {
-    return fmt::format("{}://{}:{}/", origin.scheme, origin.host, origin.port);
+    return origin.scheme + "://" + origin.host + ":" + std::to_string(origin.port) + "/";
 }
 
 /// What lies behind an address once its places are filled, or the address itself when no call can
@@ -72,6 +72,39 @@ std::optional<int> statusForBody(const std::string& root, const char* length)
     return platform::HttpResponseMessage::fromBytes(*outcome.response).statusCode;
 }
 
+const char* certificateWords(platform::CertificateFault fault)
+{
+    switch (fault) {
+    case platform::CertificateFault::selfSigned:
+        return "The certificate of {0} is signed by itself, which this system does not trust. If "
+               "the service is your own, add the certificate to the system's trusted ones "
+               "(update-ca-certificates); if not, do not go on.";
+    case platform::CertificateFault::unknownIssuer:
+        return "The certificate of {0} comes from an issuer that this system does not trust. "
+               "Please update the system's certificates (ca-certificates), or add the issuer's if "
+               "it is your own.";
+    case platform::CertificateFault::expired:
+        return "The certificate of {0} has expired. Please check this machine's clock; if it is "
+               "right, the provider must renew the certificate.";
+    case platform::CertificateFault::notYetValid:
+        return "The certificate of {0} is not valid yet. Please check this machine's clock.";
+    case platform::CertificateFault::otherHost:
+        return "The certificate of {0} is for another name. Please check the address in the "
+               "settings; if it is right, do not go on.";
+    default:
+        return "";
+    }
+}
+
+/// Why there is no answer; of a certificate that is not taken also what to do about it.
+std::string wordsFor(const platform::HttpOutcome& outcome, const std::string& host)
+{
+    const std::string words =
+        outcome.reason == FailureKind::certificate ? certificateWords(outcome.certificate) : "";
+    return words.empty() ? sentenceFor(outcome.reason, host)
+                         : platform::replacingOccurrences(words, kHost, host);
+}
+
 Finding unwell(const std::string& subject, FailureKind kind, std::string text)
 {
     return {subject, false, std::move(text), kind};
@@ -102,7 +135,7 @@ Finding lookAtNetwork()
                       "The settings name no ReachabilityHost.");
     if (!Reachability::isHostReachable(host))
         return unwell("network", FailureKind::hostUnreachable,
-                      wordsFor(FailureKind::hostUnreachable, *host));
+                      sentenceFor(FailureKind::hostUnreachable, *host));
     return {"network", true, "There is a way to " + *host};
 }
 
@@ -142,9 +175,9 @@ std::optional<Finding> lookAtLetteredLength(const std::string& address, const st
     if (!plain || *plain == notUnderstood)
         return std::nullopt;
     return unwell("length", FailureKind::badRequest,
-                  fmt::format("{} does not take a length with a letter behind it, as \"{}\" sends "
-                              "it. Please set plainContentLength to true there in the settings.",
-                              platform::textWithoutCredentials(address), request));
+                  platform::textWithoutCredentials(address) +
+                      " does not take a length with a letter behind it, as \"" + request +
+                      "\" sends it. Please set plainContentLength to true there in the settings.");
 }
 
 Finding lookAtAddress(const std::string& address)
@@ -157,7 +190,7 @@ Finding lookAtAddress(const std::string& address)
                           "\" is not an address that a call can use. Please write it as "
                           "https://HOST/PATH or http://HOST:PORT/PATH in the settings.");
     const std::string subject = origin->scheme == "https" ? "tls" : "http";
-    const std::string host = fmt::format("{}:{}", origin->host, origin->port);
+    const std::string host = origin->host + ":" + std::to_string(origin->port);
     const std::string root = rootOf(*origin);
     platform::HttpExchange exchange(
         {.method = "GET", .url = root, .proxy = platform::systemProxyFor(root)}, {});
@@ -166,12 +199,12 @@ Finding lookAtAddress(const std::string& address)
                       shown + " does not answer within 10 seconds. Please try again later.");
     const auto outcome = exchange.takeOutcome();
     if (!outcome.response)
-        return unwell(subject, outcome.reason, wordsFor(outcome.reason, host, outcome.certificate));
+        return unwell(subject, outcome.reason, wordsFor(outcome, host));
     constexpr int wantsProxyCredentials = 407;
     if (platform::HttpResponseMessage::fromBytes(*outcome.response).statusCode ==
         wantsProxyCredentials)
         return unwell("proxy", FailureKind::proxyRefused,
-                      wordsFor(FailureKind::proxyRefused, host));
+                      sentenceFor(FailureKind::proxyRefused, host));
     return {subject, true, shown + " answers"};
 }
 
@@ -188,4 +221,12 @@ std::optional<Finding> firstTrouble()
     return std::nullopt;
 }
 
-} // namespace stowline::cli
+bool desktopNamesAProxy(const std::string& server)
+{
+    const auto addresses = serviceAddresses(server);
+    return std::ranges::any_of(addresses, [](const std::string& address) {
+        return !platform::systemProxyFor(platform::addressForCalls(address)).empty();
+    });
+}
+
+} // namespace stowline

@@ -1,4 +1,5 @@
-// Looking for what stands between this machine and the service, one thing at a time.
+// Looking for what stands between this machine and the service, one thing at a time. Any thread;
+// everything blocks. Throws std::bad_alloc alone.
 #pragma once
 
 #include "stowline/platform/values/Error.h"
@@ -8,7 +9,8 @@
 #include <string>
 #include <vector>
 
-namespace stowline::cli {
+#pragma GCC visibility push(default)
+namespace stowline {
 
 /// What was looked at, whether it is well, what was found and what to do.
 struct Finding {
@@ -48,4 +50,9 @@ addressesOfLetteredLengths(const std::string& server);
 /// The first of these that is not well; absent when all are.
 [[nodiscard]] std::optional<Finding> firstTrouble();
 
-} // namespace stowline::cli
+/// Whether the desktop's settings name a proxy for one of serviceAddresses(). Not known, and so no,
+/// where the environment names one.
+[[nodiscard]] bool desktopNamesAProxy(const std::string& server);
+
+} // namespace stowline
+#pragma GCC visibility pop
