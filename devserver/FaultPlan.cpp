@@ -1,7 +1,8 @@
 #include "devserver/FaultPlan.h"
 
+#include "stowline/platform/text/Numbers.h"
+
 #include <array>
-#include <charconv>
 #include <utility>
 
 namespace stowline::devserver {
@@ -50,10 +51,8 @@ std::optional<std::string> FaultPlan::add(std::string_view text)
     const auto number = text.substr(first + 1, second - first - 1);
     Planned planned{std::string(text.substr(0, first)), std::nullopt, {}};
     if (number != "*") {
-        unsigned call = 0;
-        const auto [end, fault] =
-            std::from_chars(number.data(), number.data() + number.size(), call);
-        if (fault != std::errc() || end != number.data() + number.size() || call == 0)
+        const auto call = platform::wholeNumber<unsigned>(number);
+        if (!call || *call == 0)
             return "\"" + std::string(number) +
                    "\" is not the number of a call: write 1, 2, … or *.";
         planned.call = call;

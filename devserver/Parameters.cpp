@@ -1,6 +1,6 @@
 #include "devserver/Parameters.h"
 
-#include <charconv>
+#include "stowline/platform/text/Numbers.h"
 
 namespace stowline::devserver {
 
@@ -8,13 +8,10 @@ namespace {
 
 template <class Number> Number parsed(const Dictionary& parameters, std::string_view name)
 {
-    const std::string digits = text(parameters, name);
-    Number value = 0;
-    const char* end = digits.data() + digits.size();
-    const auto read = std::from_chars(digits.data(), end, value);
-    if (read.ec != std::errc() || read.ptr != end)
+    const auto value = platform::wholeNumber<Number>(text(parameters, name));
+    if (!value)
         throw ServiceFault("Client", "The parameter " + std::string(name) + " is not a number");
-    return value;
+    return *value;
 }
 
 } // namespace

@@ -1,10 +1,10 @@
 #include "devserver/PartEndpoint.h"
 
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/text/Numbers.h"
 
 #include <fmt/format.h>
-
-#include <charconv>
 
 namespace stowline::devserver {
 
@@ -60,10 +60,9 @@ std::optional<std::uint64_t> numberIn(const std::string& identifier, const char*
     const auto at = identifier.find(start);
     if (at == std::string::npos)
         return std::nullopt;
-    std::uint64_t number = 0;
-    const char* digits = identifier.data() + at + start.size();
-    const auto read = std::from_chars(digits, identifier.data() + identifier.size(), number, base);
-    return read.ec == std::errc() ? std::optional(number) : std::nullopt;
+    const auto digits = at + start.size();
+    return platform::wholeNumber<std::uint64_t>(
+        identifier.substr(digits, identifier.find(';', digits) - digits), base);
 }
 
 PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
@@ -73,7 +72,8 @@ PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
         return refusal("a header is missing or not Base64");
     try {
         return answerWith(storage.held(named->place), "the user was given no such path");
-    } catch (const std::exception&) {
+    } catch (const std::exception& fault) {
+        STOWLINE_LOG_ERROR("What is held of an upload cannot be looked at: %@", fault.what());
         return refusal("what is held cannot be looked at");
     }
 }
@@ -81,7 +81,7 @@ PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
 PartAnswer answerPart(Storage& storage, const RequestHeaders& header, std::string_view body)
 {
     const auto named = namedIn(header);
-    const auto most = numberIn(";size=" + header("X-PortionSize"), "size", 10);
+    const auto most = platform::wholeNumber<std::uint64_t>(header("X-PortionSize"));
     if (!named || !most)
         return refusal("a header is missing or malformed");
     if (body.size() > *most)
@@ -96,7 +96,8 @@ PartAnswer answerPart(Storage& storage, const RequestHeaders& header, std::strin
     try {
         return answerWith(storage.addPart(named->place, part),
                           "no such path, a gap before the part, or a wrong checksum");
-    } catch (const std::exception&) {
+    } catch (const std::exception& fault) {
+        STOWLINE_LOG_ERROR("A part cannot be stored: %@", fault.what());
         return refusal("the part cannot be stored");
     }
 }

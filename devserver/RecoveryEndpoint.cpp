@@ -1,10 +1,10 @@
 #include "devserver/RecoveryEndpoint.h"
 
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/text/Numbers.h"
 
 #include <fmt/format.h>
-
-#include <charconv>
 
 namespace stowline::devserver {
 
@@ -18,12 +18,7 @@ DownloadAnswer refusal(const char* reason)
 /// A header that is a number and nothing else.
 std::optional<std::uint64_t> numberOf(const RequestHeaders& header, const char* name)
 {
-    const std::string digits = header(name);
-    std::uint64_t number = 0;
-    const char* end = digits.data() + digits.size();
-    const auto read = std::from_chars(digits.data(), end, number);
-    return read.ec == std::errc() && read.ptr == end && !digits.empty() ? std::optional(number)
-                                                                        : std::nullopt;
+    return platform::wholeNumber<std::uint64_t>(header(name));
 }
 
 const char* reasonFor(ContentPart::Outcome outcome)
@@ -73,7 +68,8 @@ DownloadAnswer answerDownload(Storage& storage, Tickets& tickets, const RequestH
                  {"X-VersionSize", std::to_string(part.version.storedSize)},
                  {"X-Digest", part.version.digest}},
                 std::move(part.bytes)};
-    } catch (const std::exception&) {
+    } catch (const std::exception& fault) {
+        STOWLINE_LOG_ERROR("A part of a stored version cannot be read: %@", fault.what());
         return refusal("ContentNotReadable"); // which says nothing of what it holds
     }
 }

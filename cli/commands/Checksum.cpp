@@ -3,12 +3,12 @@
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/util/Crc32.h"
 
 #include <fmt/format.h>
 
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <filesystem>
 
@@ -22,16 +22,6 @@ struct ChecksumOptions {
     std::vector<std::string> files;
     std::string expected; ///< hexadecimal
 };
-
-std::optional<std::uint32_t> numberOf(const std::string& hexadecimal)
-{
-    std::uint32_t number = 0;
-    const char* end = hexadecimal.data() + hexadecimal.size();
-    const auto read = std::from_chars(hexadecimal.data(), end, number, 16);
-    if (read.ec != std::errc() || read.ptr != end)
-        return std::nullopt;
-    return number;
-}
 
 Crc32::FileChecksum checksumOfStandardInput()
 {
@@ -93,7 +83,8 @@ ExitStatus end(const ChecksumOptions& options, const std::vector<std::string>& u
 
 ExitStatus checksum(const ChecksumOptions& options)
 {
-    const auto expected = options.expected.empty() ? std::nullopt : numberOf(options.expected);
+    constexpr int hexadecimal = 16;
+    const auto expected = platform::wholeNumber<std::uint32_t>(options.expected, hexadecimal);
     if (!options.expected.empty() && (!expected || options.files.size() != 1))
         return output().fail(ExitStatus::usage, "--expect takes a checksum in hexadecimal, as "
                                                 "cbf43926, and is for one file.");

@@ -3,6 +3,7 @@
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/time/DateText.h"
 #include "stowline/platform/time/LocalClock.h"
 #include "stowline/platform/time/LocalTime.h"
@@ -10,7 +11,6 @@
 #include "stowline/util/General.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 
 namespace stowline::cli {
@@ -35,10 +35,8 @@ backup::Timestamp timestampOf(Date date, std::uint32_t nanoseconds)
 
 std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
 {
-    std::uint64_t run = 0;
-    const auto read = std::from_chars(given.data(), given.data() + given.size(), run);
-    if (read.ec == std::errc() && read.ptr == given.data() + given.size())
-        return run == 0 ? std::nullopt : std::optional<RunOrMoment>(run);
+    if (const auto run = platform::wholeNumber<std::uint64_t>(given))
+        return *run == 0 ? std::nullopt : std::optional<RunOrMoment>(*run);
     constexpr std::uint32_t lastNanosecond = 999'999'999;
     std::string text = given;
     const bool isUniversal = text.ends_with('Z') && text.contains('T');

@@ -182,8 +182,8 @@ HistoryEnd forEachFileNamed(const RunChoice& choice, const std::string& path,
             if (!pattern)
                 pattern = patternOf(text);
             const std::string name = platform::lowercased(nameOf(stored.item.path));
-            const bool isFound = stored.item.kind == ItemKind::file &&
-                                 platform::matchesGlob(*pattern, name, false);
+            const bool isFound =
+                stored.item.kind == ItemKind::file && platform::matchesGlob(*pattern, name, false);
             return !isFound || take(stored);
         },
         stop);

@@ -1,6 +1,6 @@
 #include "stowline/call/CallArchive.h"
-#include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/ResultMaking.h"
+#include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
 
 #include "stowline/platform/text/Text.h"

@@ -65,23 +65,23 @@ bool WebServiceBroker::creatAccountWithFirstname(std::string_view firstname,
                                                  std::string_view password,
                                                  std::string_view emailID, ErrorSlot error)
 {
-    return runOperation(
-        "creatAccountWithFirstname:username:password:emailID:error:", error, false,
-        [&](const Operation& operation) -> bool {
-            const SubstitutionMap params{{"<<FIRSTNAME>>", firstname},
-                                         {"<<USERNAME>>", username},
-                                         {"<<PASSWORD>>", password},
-                                         {"<<EMAILID>>", emailID}};
-            const auto result = invokeSOAPMethodWithName("CreateAccount", {}, params, error);
-            if (!result)
-                return false;
-            operation.clearError(); // a refusal has none
-            if (result->string() && platform::equalsIgnoringCase(*result->string(), "Success"))
-                return true;
-            operation.failUntold(FailureKind::refusedByService,
-                                 "The service did not open the account.");
-            return false;
-        });
+    return runOperation("creatAccountWithFirstname:username:password:emailID:error:", error, false,
+                        [&](const Operation& operation) -> bool {
+                            const SubstitutionMap params{{"<<FIRSTNAME>>", firstname},
+                                                         {"<<USERNAME>>", username},
+                                                         {"<<PASSWORD>>", password},
+                                                         {"<<EMAILID>>", emailID}};
+                            const auto result =
+                                invokeSOAPMethodWithName("CreateAccount", {}, params, error);
+                            if (!result)
+                                return false;
+                            operation.clearError(); // a refusal has none
+                            if (saysSuccess(result))
+                                return true;
+                            operation.failUntold(FailureKind::refusedByService,
+                                                 "The service did not open the account.");
+                            return false;
+                        });
 }
 
 bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,

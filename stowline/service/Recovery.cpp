@@ -1,5 +1,6 @@
 // Reading stored content part by part, with a ticket.
 #include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/Operation.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace stowline {
 
@@ -44,12 +44,7 @@ template <class Number>
 std::optional<Number> numberIn(const Dictionary& headers, std::string_view name, int base)
 {
     const std::string* digits = findString(headers, name);
-    Number number = 0;
-    if (!digits || digits->empty())
-        return std::nullopt;
-    const char* end = digits->data() + digits->size();
-    const auto read = std::from_chars(digits->data(), end, number, base);
-    return read.ec == std::errc() && read.ptr == end ? std::optional(number) : std::nullopt;
+    return digits ? platform::wholeNumber<Number>(*digits, base) : std::nullopt;
 }
 
 /// Reads what came with a part that the service says it hands out.

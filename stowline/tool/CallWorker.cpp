@@ -1,8 +1,8 @@
 #include "stowline/tool/CallWorker.h"
 
 #include "stowline/call/CallArchive.h"
-#include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/ResultMaking.h"
+#include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
 #include "stowline/platform/files/FileDescriptor.h"
 #include "stowline/platform/files/Files.h"

@@ -1,8 +1,8 @@
 #include "stowline/tool/CallWorker.h"
 
 #include "stowline/call/CallArchive.h"
-#include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/ResultMaking.h"
+#include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
 #include "stowline/platform/files/GzipStream.h"
 #include "stowline/platform/processes/BuildIdentity.h"

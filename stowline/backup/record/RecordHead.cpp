@@ -1,9 +1,9 @@
 #include "stowline/backup/record/RecordHead.h"
 
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/util/Base64.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace stowline::backup {
 
@@ -21,11 +21,10 @@ std::string padded(std::uint64_t number, std::size_t digits)
 /// Takes digits off the front of a text. @return absent when there are none such
 std::optional<std::uint64_t> takeNumber(std::string_view& text, std::size_t digits)
 {
-    std::uint64_t number = 0;
     if (text.size() < digits)
         return std::nullopt;
-    const auto [end, fault] = std::from_chars(text.data(), text.data() + digits, number);
-    if (fault != std::errc() || end != text.data() + digits || number == 0)
+    const auto number = platform::wholeNumber<std::uint64_t>(text.substr(0, digits));
+    if (!number || *number == 0)
         return std::nullopt;
     text.remove_prefix(digits);
     return number;

@@ -1,6 +1,7 @@
 #include "stowline/backup/record/RecordLines.h"
 
 #include "stowline/backup/record/RecordFault.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace stowline::backup {
 
@@ -265,12 +265,10 @@ std::uint32_t checksumIn(const Json& object)
 {
     constexpr int hexadecimal = 16;
     const std::string text = textIn(object, "crc32");
-    std::uint32_t checksum = 0;
-    const auto [end, fault] =
-        std::from_chars(text.data(), text.data() + text.size(), checksum, hexadecimal);
-    if (fault != std::errc() || end != text.data() + text.size() || text.size() != 8)
+    const auto checksum = platform::wholeNumber<std::uint32_t>(text, hexadecimal);
+    if (!checksum || text.size() != 8)
         refuse("crc32 is not a checksum");
-    return checksum;
+    return *checksum;
 }
 
 std::optional<StoredContent> contentIn(const Json& object)

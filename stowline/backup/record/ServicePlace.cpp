@@ -1,11 +1,11 @@
 #include "stowline/backup/record/ServicePlace.h"
 
 #include "stowline/backup/record/RecordFault.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace stowline::backup {
 
@@ -17,10 +17,7 @@ constexpr std::int64_t kPageSize = 1000;
 
 template <class Number> Number numberIn(const Dictionary& entry, std::string_view key)
 {
-    const std::string digits = platform::findText(entry, key);
-    Number number = 0;
-    (void)std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    return number;
+    return platform::wholeNumber<Number>(platform::findText(entry, key)).value_or(0);
 }
 
 Kind kindOf(StepEnd end)
@@ -148,8 +145,7 @@ std::string ServicePlace::newestVersion(const RecordFile& file)
 {
     std::optional<Array> versions;
     require(tries_.repeat([&](std::optional<Error>& error) {
-        std::int64_t id = 0;
-        (void)std::from_chars(file.id.data(), file.id.data() + file.id.size(), id);
+        const auto id = platform::wholeNumber<std::int64_t>(file.id).value_or(0);
         versions = WebServiceBroker::getFileVersionsForUsername(
             account_.username, account_.password, account_.server, id, &error);
         return versions.has_value();

@@ -2,6 +2,7 @@
 
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/time/Date.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <chrono>
 #include <new>
 #include <system_error>
@@ -26,10 +26,7 @@ constexpr std::size_t kReadingPiece = 1U << 20;
 
 std::uint64_t numberIn(const Dictionary& answer, std::string_view key)
 {
-    const std::string digits = platform::findText(answer, key);
-    std::uint64_t number = 0;
-    (void)std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    return number;
+    return platform::wholeNumber<std::uint64_t>(platform::findText(answer, key)).value_or(0);
 }
 
 Date dateOf(const platform::StatusTime& time)

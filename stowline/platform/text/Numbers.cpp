@@ -1,8 +1,5 @@
 #include "stowline/platform/text/Numbers.h"
 
-#include <charconv>
-#include <system_error>
-
 namespace stowline::platform {
 
 std::optional<double> realNumber(std::string_view text)

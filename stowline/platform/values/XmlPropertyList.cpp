@@ -5,7 +5,6 @@
 #include "stowline/platform/values/PropertyListParts.h"
 #include "stowline/platform/values/XmlReader.h"
 
-#include <charconv>
 #include <cstdlib>
 
 namespace stowline::platform {
@@ -23,16 +22,6 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-template <class Number> std::optional<Value> wholeNumber(std::string_view digits, int base)
-{
-    Number number = 0;
-    const auto [end, fault] =
-        std::from_chars(digits.data(), digits.data() + digits.size(), number, base);
-    if (fault != std::errc() || end != digits.data() + digits.size())
-        return std::nullopt;
-    return number;
-}
-
 std::optional<Value> readInteger(const std::string& text)
 {
     std::string_view digits = trimmed(text);
@@ -43,9 +32,11 @@ std::optional<Value> readInteger(const std::string& text)
         digits.remove_prefix(2);
         base = 16;
     }
-    if (auto number = wholeNumber<std::int64_t>(digits, base))
-        return number;
-    return wholeNumber<std::uint64_t>(digits, base);
+    if (const auto number = wholeNumber<std::int64_t>(digits, base))
+        return *number;
+    if (const auto number = wholeNumber<std::uint64_t>(digits, base))
+        return *number;
+    return std::nullopt;
 }
 
 std::optional<Value> readReal(const std::string& text)
