@@ -1,4 +1,4 @@
-// Checksums beside ISA-L and zlib, files beside cat and cp, the object store beside its limits.
+// Checksums beside zlib, files beside cat and cp, the object store beside its limits.
 #include "bench/Measure.h"
 #include "stowline/util/CoreDataMethods.h"
 #include "stowline/util/Crc32.h"
@@ -7,7 +7,6 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <fmt/format.h>
-#include <isa-l/crc.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -78,11 +77,6 @@ struct ChecksumPeer {
     double wantedRatio;
 };
 
-const ChecksumPeer kIsal{"ISA-L",
-                         [](std::uint32_t running, const unsigned char* bytes, std::size_t length) {
-                             return crc32_gzip_refl(running, bytes, length);
-                         },
-                         0.9};
 const ChecksumPeer kZlib{"zlib",
                          [](std::uint32_t running, const unsigned char* bytes, std::size_t length) {
                              return static_cast<std::uint32_t>(
@@ -216,8 +210,7 @@ void measureUtilities()
         for (std::uint64_t written = 0; written < kGibibyte; written += megabyte.size())
             stream << megabyte;
     }
-    print({checksumBeside(kIsal, bytes), checksumBeside(kZlib, bytes), checksumOfFile(file),
-           copyOfFile(file, folder)});
+    print({checksumBeside(kZlib, bytes), checksumOfFile(file), copyOfFile(file, folder)});
     printMemory(folder);
 }
 

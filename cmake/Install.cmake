@@ -11,7 +11,7 @@ set(objects)
 foreach(folder IN LISTS folders)
   list(APPEND objects $<TARGET_OBJECTS:stowline_${folder}>)
 endforeach()
-set(modules CURL EXPAT PLIST GIO ICU MOUNT SQLITE CRYPTO SSL ZLIB FMT)
+set(modules CURL EXPAT PLIST GIO ICU MOUNT SQLITE CRYPTO SSL ISAL ZLIB FMT)
 list(TRANSFORM modules PREPEND PkgConfig:: OUTPUT_VARIABLE outside)
 
 add_library(stowline_shared SHARED ${objects})
@@ -83,7 +83,7 @@ endforeach()
 
 set(STOWLINE_TOOLS_DIR ${bundle})
 # The modules of pkg-config that whoever links the static library needs.
-set(STOWLINE_PRIVATE_MODULES "libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib libssl libcrypto")
+set(STOWLINE_PRIVATE_MODULES "libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib libssl libcrypto libisal")
 set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
 configure_package_config_file(cmake/stowlineConfig.cmake.in "${PROJECT_BINARY_DIR}/stowlineConfig.cmake"
   INSTALL_DESTINATION ${config} PATH_VARS STOWLINE_TOOLS_DIR)

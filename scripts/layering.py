@@ -40,7 +40,7 @@ NEVER = {
 # C headers of the system, and the libraries that platform wraps.
 OPERATING_SYSTEM = re.compile(
     r"<(unistd|fcntl|poll|pthread|spawn|termios|syslog|netdb|pty|sched|dlfcn|grp|pwd|mntent)\.h>"
-    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl|libmount)/|<(glib|expat)\.h>")
+    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl|libmount|isa-l)/|<(glib|expat)\.h>")
 
 
 def public_headers():

@@ -1,12 +1,13 @@
 #include "stowline/util/Crc32.h"
 
+#include "stowline/platform/desktop/CyclicChecksum.h"
 #include "stowline/platform/files/FileHandle.h"
 #include "stowline/platform/text/Text.h"
-#include "stowline/util/Crc32Folding.h"
 #include "stowline/util/General.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <span>
 
 namespace stowline {
 
@@ -16,9 +17,6 @@ using platform::FileFault;
 using platform::FileHandle;
 
 constexpr std::size_t kPiece = 65536;
-
-/// Below this, setting up the folding costs more than it saves.
-constexpr std::size_t kShortestFolded = 64;
 
 constexpr Crc32::Table makeTable()
 {
@@ -31,15 +29,6 @@ constexpr Crc32::Table makeTable()
         table[i] = entry;
     }
     return table;
-}
-
-std::uint32_t registerAfter(std::uint32_t checksumRegister, const unsigned char* bytes,
-                            std::size_t length)
-{
-    const Crc32::Table& table = Crc32::standardCRC32Table();
-    for (std::size_t i = 0; i < length; ++i)
-        checksumRegister = (checksumRegister >> 8) ^ table[(checksumRegister ^ bytes[i]) & 0xFF];
-    return checksumRegister;
 }
 
 /// 0 when it cannot be told, as of a pipe.
@@ -85,21 +74,17 @@ const Crc32::Table& Crc32::standardCRC32Table()
 std::uint32_t Crc32::updateCRC32ByTable(std::uint32_t runningChecksum, const void* bytes,
                                         std::size_t length)
 {
-    return ~registerAfter(~runningChecksum, static_cast<const unsigned char*>(bytes), length);
+    const Table& table = standardCRC32Table();
+    std::uint32_t checksumRegister = ~runningChecksum;
+    for (const unsigned char byte : std::span(static_cast<const unsigned char*>(bytes), length))
+        checksumRegister = (checksumRegister >> 8) ^ table[(checksumRegister ^ byte) & 0xFF];
+    return ~checksumRegister;
 }
 
 std::uint32_t Crc32::updateCRC32(std::uint32_t runningChecksum, const void* bytes,
                                  std::size_t length)
 {
-    const auto folding = crc32::bestFolding();
-    if (length < kShortestFolded || folding == crc32::Folding::none)
-        return updateCRC32ByTable(runningChecksum, bytes, length);
-    const auto folded =
-        crc32::fold(~runningChecksum, {static_cast<const char*>(bytes), length}, folding);
-    const std::uint32_t checksumRegister = registerAfter(0, folded.bytes, sizeof folded.bytes);
-    return ~registerAfter(checksumRegister,
-                          static_cast<const unsigned char*>(bytes) + folded.consumed,
-                          length - folded.consumed);
+    return platform::continuedCrc32(runningChecksum, bytes, length);
 }
 
 std::uint32_t Crc32::TW_crc32(const Data& buffer)

@@ -33,8 +33,7 @@ public:
     [[nodiscard]] static std::uint32_t updateCRC32(std::uint32_t runningChecksum, const void* bytes,
                                                    std::size_t length);
 
-    /// The same by one table lookup a byte: the definition, and what processors without carry-less
-    /// multiplication use.
+    /// The same by one table lookup a byte: the definition, and slow.
     [[nodiscard]] static std::uint32_t updateCRC32ByTable(std::uint32_t runningChecksum,
                                                           const void* bytes, std::size_t length);
 

@@ -1,6 +1,5 @@
 #include "stowline/util/Crc32.h"
 
-#include "stowline/util/Crc32Folding.h"
 #include "stowline/util/General.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -27,27 +26,6 @@ std::string randomBytes(std::size_t length, unsigned seed = 1)
 std::uint32_t byTable(std::string_view bytes)
 {
     return Crc32::updateCRC32ByTable(0, bytes.data(), bytes.size());
-}
-
-/// updateCRC32() as a processor with this folding would do it.
-std::uint32_t byFolding(crc32::Folding folding, std::uint32_t running, std::string_view bytes)
-{
-    const auto folded = crc32::fold(~running, bytes, folding);
-    EXPECT_EQ(folded.consumed % 16, 0U);
-    EXPECT_LT(bytes.size() - folded.consumed, 16U);
-    const std::uint32_t rest = ~Crc32::updateCRC32ByTable(~0U, folded.bytes, sizeof folded.bytes);
-    return Crc32::updateCRC32ByTable(~rest, bytes.data() + folded.consumed,
-                                     bytes.size() - folded.consumed);
-}
-
-std::vector<crc32::Folding> foldings()
-{
-    std::vector<crc32::Folding> usable;
-    for (const auto folding : {crc32::Folding::by128Bytes, crc32::Folding::by256Bytes}) {
-        if (folding <= crc32::bestFolding())
-            usable.push_back(folding);
-    }
-    return usable;
 }
 
 struct Reports {
@@ -123,11 +101,6 @@ TEST(Crc32, EqualsTheTableForEveryLength)
     std::uint32_t expected = 0;
     for (std::size_t length = 0; length <= bytes.size(); ++length) {
         ASSERT_EQ(Crc32::TW_crc32(std::string_view(bytes).substr(0, length)), expected) << length;
-        for (const auto folding : foldings()) {
-            if (length >= 16) {
-                ASSERT_EQ(byFolding(folding, 0, {bytes.data(), length}), expected) << length;
-            }
-        }
         if (length < bytes.size())
             expected = Crc32::updateCRC32ByTable(expected, &bytes[length], 1);
     }
@@ -142,8 +115,6 @@ TEST(Crc32, EqualsTheTableForEveryAlignment)
             std::copy_n(bytes.begin(), length, room.begin() + offset);
             const std::string_view there(room.data() + offset, length);
             ASSERT_EQ(Crc32::TW_crc32(there), byTable(there)) << offset << " " << length;
-            for (const auto folding : foldings())
-                ASSERT_EQ(byFolding(folding, 0, there), byTable(there)) << offset << " " << length;
         }
     }
 }
@@ -154,29 +125,13 @@ TEST(Crc32, EqualsTheTableForRandomChains)
     const std::string bytes = randomBytes(200000, 4);
     for (int round = 0; round < 50; ++round) {
         std::uint32_t chained = 0;
-        std::array<std::uint32_t, 3> folded{};
         for (std::size_t at = 0; at < bytes.size();) {
             const std::size_t length = std::min<std::size_t>(bytes.size() - at, generator() % 5000);
             chained = Crc32::updateCRC32(chained, bytes.data() + at, length);
-            for (const auto folding : foldings()) {
-                auto& running = folded.at(static_cast<std::size_t>(folding));
-                running = length < 16
-                              ? Crc32::updateCRC32ByTable(running, bytes.data() + at, length)
-                              : byFolding(folding, running, {bytes.data() + at, length});
-            }
             at += length;
         }
         ASSERT_EQ(chained, byTable(bytes));
-        for (const auto folding : foldings())
-            ASSERT_EQ(folded.at(static_cast<std::size_t>(folding)), chained);
     }
-}
-
-TEST(Crc32, ForcedFoldingWasTestedWhereTheProcessorAllows)
-{
-    if (crc32::bestFolding() != crc32::Folding::by256Bytes)
-        GTEST_SKIP() << "This processor has no VPCLMULQDQ with AVX-512; only the lesser ways ran.";
-    EXPECT_EQ(foldings().size(), 2U);
 }
 
 TEST(Crc32OfFile, EqualsThatOfItsBytes)
