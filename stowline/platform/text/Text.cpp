@@ -1,5 +1,7 @@
 #include "stowline/platform/text/Text.h"
 
+#include "stowline/platform/text/Utf8.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -10,48 +12,15 @@ namespace stowline::platform {
 
 namespace {
 
-/// A decoded code point and the bytes it took; length 0 for what is no UTF-8.
-struct Decoded {
-    char32_t codePoint = 0;
-    std::size_t length = 0;
-};
-
-bool isContinuation(char byte)
-{
-    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
-}
-
-Decoded decodeFirst(std::string_view text)
-{
-    const auto lead = static_cast<unsigned char>(text.front());
-    if (lead < 0x80)
-        return {lead, 1};
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
-        return {};
-    char32_t codePoint = lead & (0x7FU >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if (!isContinuation(text[i]))
-            return {};
-        codePoint = codePoint << 6 | (static_cast<unsigned char>(text[i]) & 0x3FU);
-    }
-    static constexpr std::array<char32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-    if (codePoint < smallest.at(length) || codePoint > 0x10FFFF || surrogate)
-        return {};
-    return {codePoint, length};
-}
-
 char asciiLower(char character)
 {
     return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
                                                 : character;
 }
 
-/// Every byte but those that continue a character.
-bool beginsCharacter(char c)
+bool beginsCharacter(char byte)
 {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    return !continuesUtf8Character(byte);
 }
 
 } // namespace
@@ -60,7 +29,7 @@ std::size_t validUtf8PrefixLength(std::string_view text)
 {
     std::size_t position = 0;
     while (position < text.size()) {
-        const std::size_t length = decodeFirst(text.substr(position)).length;
+        const std::size_t length = firstUtf8Character(text.substr(position)).length;
         if (length == 0)
             break;
         position += length;
@@ -75,31 +44,19 @@ bool isValidUtf8(std::string_view text)
 
 void appendUtf8(std::string& text, char32_t codePoint)
 {
-    const auto put = [&text](char32_t byte) { text.push_back(static_cast<char>(byte)); };
-    if (codePoint < 0x80) {
-        put(codePoint);
-    } else if (codePoint < 0x800) {
-        put(0xC0 | codePoint >> 6);
-        put(0x80 | (codePoint & 0x3F));
-    } else if (codePoint < 0x10000) {
-        if (codePoint >= 0xD800 && codePoint <= 0xDFFF)
-            return;
-        put(0xE0 | codePoint >> 12);
-        put(0x80 | (codePoint >> 6 & 0x3F));
-        put(0x80 | (codePoint & 0x3F));
-    } else if (codePoint <= 0x10FFFF) {
-        put(0xF0 | codePoint >> 18);
-        put(0x80 | (codePoint >> 12 & 0x3F));
-        put(0x80 | (codePoint >> 6 & 0x3F));
-        put(0x80 | (codePoint & 0x3F));
-    }
+    std::array<char, U8_MAX_LENGTH> bytes{};
+    std::size_t length = 0;
+    bool isImpossible = false;
+    U8_APPEND(bytes.data(), length, bytes.size(), codePoint, isImpossible);
+    if (!isImpossible)
+        text.append(bytes.data(), length);
 }
 
 std::optional<std::string> characterXmlCannotCarry(std::string_view text)
 {
     std::size_t position = 0;
     while (position < text.size()) {
-        const auto [codePoint, length] = decodeFirst(text.substr(position));
+        const auto [codePoint, length] = firstUtf8Character(text.substr(position));
         if (length == 0)
             return "bytes that are not UTF-8";
         const bool control =
@@ -152,22 +109,6 @@ bool isInvisible(char32_t character)
     });
 }
 
-/// The character that a text begins with, and its length in bytes; a byte that is not UTF-8 is a
-/// character that is no control.
-std::pair<char32_t, std::size_t> firstCharacter(std::string_view text)
-{
-    const auto first = static_cast<unsigned char>(text.front());
-    const std::size_t length = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-    if (length == 1)
-        return {first, 1};
-    if (text.size() < length || !isValidUtf8(text.substr(0, length)))
-        return {U'?', 1};
-    char32_t character = first & (0x7FU >> length);
-    for (std::size_t at = 1; at < length; ++at)
-        character = character << 6 | (static_cast<unsigned char>(text[at]) & 0x3FU);
-    return {character, length};
-}
-
 } // namespace
 
 std::string withoutControls(std::string_view text)
@@ -175,12 +116,13 @@ std::string withoutControls(std::string_view text)
     std::string shown;
     shown.reserve(text.size());
     while (!text.empty()) {
-        const auto [character, length] = firstCharacter(text);
-        if (isInvisible(character))
+        const auto [character, length] = firstUtf8Character(text);
+        const std::size_t taken = std::max<std::size_t>(length, 1); // a byte that is not UTF-8
+        if (length != 0 && isInvisible(character))
             shown.push_back('?');
         else
-            shown += text.substr(0, length);
-        text.remove_prefix(length);
+            shown += text.substr(0, taken);
+        text.remove_prefix(taken);
     }
     return shown;
 }

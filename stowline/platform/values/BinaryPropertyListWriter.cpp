@@ -1,5 +1,6 @@
 // Writing the binary form, in time and memory linear in what is written.
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/Utf8.h"
 #include "stowline/platform/values/PropertyList.h"
 #include "stowline/platform/values/PropertyListParts.h"
 
@@ -77,13 +78,9 @@ std::string utf16Of(std::string_view text)
 {
     std::string units;
     for (std::size_t at = 0; at < text.size();) {
-        const auto lead = static_cast<unsigned char>(text[at]);
-        const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-        std::uint32_t point = length == 1 ? lead : lead & (0x7FU >> length);
-        for (std::size_t i = 1; i < length; ++i)
-            point = point << 6U | (static_cast<unsigned char>(text[at + i]) & 0x3FU);
+        const auto [point, length] = firstUtf8Character(text.substr(at));
         at += length;
-        constexpr std::uint32_t firstBeyond = 0x10000;
+        constexpr char32_t firstBeyond = 0x10000;
         if (point < firstBeyond) {
             putNumber(units, point, 2);
         } else {
