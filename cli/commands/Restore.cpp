@@ -4,6 +4,7 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunOptions.h"
+#include "stowline/backup/BackupRun.h"
 #include "stowline/backup/RestoreRun.h"
 
 #include <fmt/format.h>
@@ -124,6 +125,9 @@ ExitStatus restore(const Options& options)
     if (options.target.empty() == !options.inPlace)
         return output().fail(ExitStatus::usage,
                              "Please say where to: --to DIR, or --in-place for where it was.");
+    if (const auto fault =
+            backup::faultIn({.include = options.include, .exclude = options.exclude}))
+        return output().fail(ExitStatus::usage, *fault);
     const auto choice = options.run.open();
     if (!choice)
         return choice.status();
@@ -171,8 +175,8 @@ void declareRestore(const Command& app)
     command.addFlag("--in-place", options->inPlace, "Put them where they were");
     options->run.declareAt(command);
     command.addOption("--include", options->include,
-                      "Only files that match a pattern: of names, or with a slash of paths below "
-                      "PATH; may be given again");
+                      "Only what matches a pattern as those of backup; with a slash it counts from "
+                      "PATH on; may be given again");
     command.addOption("--exclude", options->exclude,
                       "No files and folders that match a pattern; may be given again");
     command

@@ -319,11 +319,10 @@ private:
         foundNothing_ = intake.foundNothing();
     }
 
-    /// A misspelt pattern would else never show.
     void tellIdlePatterns(const std::vector<std::string>& patterns)
     {
         for (const std::string& pattern : patterns)
-            accounts_.note("Nothing that was looked at matches the pattern \"" + pattern + "\".");
+            accounts_.note(idleSentence(pattern));
     }
 
     void announcePackage(const std::string& path, std::uint64_t bytes)

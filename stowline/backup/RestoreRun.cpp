@@ -52,12 +52,32 @@ private:
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
         versions_.emplace(request_.choice.account, reader.tries());
+        const TreeRules rules = rulesOf(request_);
+        idle_.emplace(rules);
         for (const std::string& path : request_.paths) {
-            const Selection selection(path, request_.include, request_.exclude);
             if (!stop_.isRequested())
-                restoreBelow(selection, tree.items, reader.source());
+                restoreBelow(Selection(path, rules), tree.items, reader.source());
         }
+        if (!stop_.isRequested() && missing_ < request_.paths.size()) {
+            for (const std::string& pattern : idle_->texts())
+                summary_.notes.push_back(idleSentence(pattern));
+        }
+        idle_.reset();
         summary_.fetchedBytes = reader.source().receivedBytes();
+    }
+
+    static TreeRules rulesOf(const RestoreRequest& request)
+    {
+        TreeRules rules;
+        const auto require = [](bool isPattern, const std::string& text) {
+            if (!isPattern)
+                throw RecordFault(RecordFault::Kind::failed, "\"" + text + "\" is no pattern.");
+        };
+        for (const std::string& pattern : request.include)
+            require(rules.include(pattern), pattern);
+        for (const std::string& pattern : request.exclude)
+            require(rules.exclude(pattern), pattern);
+        return rules;
     }
 
     void restoreBelow(const Selection& selection, const ItemIndex& items, ContentSource& source)
@@ -101,7 +121,7 @@ private:
                                      .done = [this](const RestoredItem& item) { tell(item); },
                                      .gathered = [this](std::int64_t bytes) { move(bytes); }};
         TreePlacer placer(context, items, selection);
-        placer.place([this](const StoredItem& stored) { find(stored); });
+        placer.place(*idle_, [this](const StoredItem& stored) { find(stored); });
         if (const int refused = request_.isDryRun ? 0 : root->synchronizeFileSystem())
             throw RecordFault(RecordFault::Kind::failed,
                               folder.string() + " cannot be written to the disk: " +
@@ -119,19 +139,16 @@ private:
     /// A dry run into a folder that is not there yet.
     void tellAll(const Selection& selection, const ItemIndex& items)
     {
-        items.forEach(selection.named(), [&](const StoredItem& stored) {
-            const bool isFolder = stored.item.kind == ItemKind::folder;
-            if (isFolder || selection.takes(stored.item.path)) {
-                find(stored);
-                if (auto refused = refusedDevice(stored.item, request_)) {
-                    tell(*refused);
-                    return true;
-                }
-                tell({.path = stored.item.path,
-                      .kind = stored.item.kind,
-                      .state = RestoredState::wouldRestore,
-                      .bytes = stored.content ? stored.content->storedSize : 0});
+        selection.forEach(items, *idle_, [&](const StoredItem& stored) {
+            find(stored);
+            if (auto refused = refusedDevice(stored.item, request_)) {
+                tell(*refused);
+                return true;
             }
+            tell({.path = stored.item.path,
+                  .kind = stored.item.kind,
+                  .state = RestoredState::wouldRestore,
+                  .bytes = stored.content ? stored.content->storedSize : 0});
             return true;
         });
     }
@@ -216,6 +233,9 @@ private:
         } else if (missing_ == request_.paths.size()) {
             summary_.end = ReadEnd::notFound;
             summary_.sentence = "Nothing that was named is in run " + std::to_string(sum.run) + ".";
+        } else if (sum.found == 0) {
+            summary_.end = ReadEnd::notFound;
+            summary_.sentence = "The patterns leave nothing to restore.";
         } else if (sum.badContent > 0) {
             summary_.end = ReadEnd::badContent;
             summary_.sentence = "The service has not what was stored of " +
@@ -237,6 +257,7 @@ private:
     const StopRequest& stop_;
     Owners owners_;
     std::optional<VersionFinder> versions_;
+    std::optional<IdlePatterns> idle_;
     std::uint64_t missing_ = 0; ///< named paths that the run does not have
 
     std::mutex mutex_; ///< of what follows

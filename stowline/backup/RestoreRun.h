@@ -29,8 +29,8 @@ struct RestoreRequest {
     std::vector<std::string> paths;
     /// "/a/b" becomes "b" in it; made when missing. Absent: each goes where it was.
     std::optional<std::filesystem::path> target;
-    /// Patterns of names, or with a slash of paths below the named one.
-    std::vector<std::string> include; ///< when there are any, files must match one
+    /// Patterns as those of a backup (BackupRules); with a slash they count from each of the paths.
+    std::vector<std::string> include; ///< when there are any, files or folders above must match one
     std::vector<std::string> exclude; ///< folders too, with everything in them
     Overwrite overwrite = Overwrite::ifChanged;
     bool restoresDevices = false;

@@ -1,8 +1,6 @@
 #include "stowline/backup/restore/Selection.h"
 
-#include "stowline/platform/text/GlobPattern.h"
-
-#include <algorithm>
+#include <vector>
 
 namespace stowline::backup {
 
@@ -12,34 +10,70 @@ bool isAtOrBelow(std::string_view path, std::string_view folder)
            (path.starts_with(folder) && path.size() > folder.size() && path[folder.size()] == '/');
 }
 
-bool Selection::matchesAny(const std::vector<std::string>& patterns, std::string_view path) const
+std::string_view Selection::below(std::string_view path) const
 {
-    const std::string name(nameOf(path));
-    const std::string below(path == named_ ? nameOf(path)
-                                           : path.substr(named_ == "/" ? 1 : named_.size() + 1));
-    return std::ranges::any_of(patterns, [&](const std::string& pattern) {
-        if (!pattern.contains('/'))
-            return platform::matchesGlob(pattern, name, false);
-        return platform::matchesGlob(pattern.substr(pattern.starts_with('/') ? 1 : 0), below, true);
+    if (path == named_)
+        return {};
+    return path.substr(named_ == "/" ? 1 : named_.size() + 1);
+}
+
+/// Whether a pattern leaves out this very item (with what is below it).
+bool Selection::isExcluded(std::string_view path, bool isFolder) const
+{
+    return path != named_ &&
+           rules_.excludes({.below = below(path), .isFolder = isFolder, .isIncluded = true});
+}
+
+/// Whether a pattern takes the item or a folder above it.
+bool Selection::isIncluded(std::string_view path, bool isFolder) const
+{
+    if (!rules_.hasIncludes() || (path == named_ && !isFolder))
+        return true;
+    for (std::string_view at = path; at != named_ && !at.empty(); at = parentOf(at)) {
+        if (rules_.includes(below(at), isFolder || at != path))
+            return true;
+    }
+    return false;
+}
+
+void Selection::forEach(const ItemIndex& items, IdlePatterns& idle,
+                        const std::function<bool(const StoredItem&)>& take) const
+{
+    std::string leftOut;
+    std::vector<StoredItem> awaiting; // folders, each in the one before, in which nothing is yet
+    items.forEach(named_, [&](const StoredItem& stored) {
+        const std::string& path = stored.item.path;
+        const bool isFolder = stored.item.kind == ItemKind::folder;
+        if (!leftOut.empty() && isAtOrBelow(path, leftOut))
+            return true;
+        if (path != named_)
+            idle.meet(below(path), isFolder);
+        if (isExcluded(path, isFolder)) {
+            leftOut = path;
+            return true;
+        }
+        while (!awaiting.empty() && !isAtOrBelow(path, awaiting.back().item.path))
+            awaiting.pop_back();
+        if (!isIncluded(path, isFolder)) {
+            if (isFolder)
+                awaiting.push_back(stored);
+            return true;
+        }
+        for (const StoredItem& folder : awaiting) {
+            if (!take(folder))
+                return false;
+        }
+        awaiting.clear();
+        return take(stored);
     });
-}
-
-bool Selection::isExcluded(std::string_view path) const
-{
-    return path != named_ && matchesAny(exclude_, path);
-}
-
-bool Selection::isIncluded(std::string_view path) const
-{
-    return include_.empty() || matchesAny(include_, path);
 }
 
 bool Selection::takes(std::string_view path) const
 {
-    if (!isAtOrBelow(path, named_) || !isIncluded(path))
+    if (!isAtOrBelow(path, named_) || !isIncluded(path, false))
         return false;
     for (std::string_view at = path; at != named_ && !at.empty(); at = parentOf(at)) {
-        if (isExcluded(at))
+        if (isExcluded(at, at != path))
             return false;
     }
     return true;

@@ -1,28 +1,32 @@
 // Which items below a named path are put back, and where they go.
 #pragma once
 
-#include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/tree/TreeRules.h"
 
+#include <functional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace stowline::backup {
 
-/// Pure. Patterns without a slash are for names, those with one for paths below the named one.
+/// The rules of a backup, over stored items: patterns with a slash count from the named path on,
+/// and what is named itself is taken, unless it is a folder in which nothing is.
 class Selection {
 public:
-    Selection(std::string named, const std::vector<std::string>& include,
-              const std::vector<std::string>& exclude)
-        : named_(std::move(named)), include_(include), exclude_(exclude)
+    /// @param rules must outlive this
+    Selection(std::string named, const TreeRules& rules) : named_(std::move(named)), rules_(rules)
     {
     }
 
-    /// Whether a pattern leaves out this very item (with what is below it).
-    [[nodiscard]] bool isExcluded(std::string_view path) const;
-    /// Whether an item that is no folder is wanted, as far as its own name goes.
-    [[nodiscard]] bool isIncluded(std::string_view path) const;
-    /// Whether an item below the named path is taken, all folders above it considered.
+    /// Hands on what is taken, in walking order. When there are patterns of what is taken, folders
+    /// that match none come only before something in them that does.
+    /// @param take returns whether to go on
+    /// @param idle is shown all that is looked at
+    void forEach(const ItemIndex& items, IdlePatterns& idle,
+                 const std::function<bool(const StoredItem&)>& take) const;
+
+    /// Whether an item that is no folder is taken, all folders above it considered.
     [[nodiscard]] bool takes(std::string_view path) const;
 
     /// Where an item goes, relative to the folder that the named path's last name goes into: of
@@ -32,12 +36,12 @@ public:
     [[nodiscard]] const std::string& named() const { return named_; }
 
 private:
-    [[nodiscard]] bool matchesAny(const std::vector<std::string>& patterns,
-                                  std::string_view path) const;
+    [[nodiscard]] std::string_view below(std::string_view path) const;
+    [[nodiscard]] bool isExcluded(std::string_view path, bool isFolder) const;
+    [[nodiscard]] bool isIncluded(std::string_view path, bool isFolder) const;
 
     std::string named_;
-    const std::vector<std::string>& include_;
-    const std::vector<std::string>& exclude_;
+    const TreeRules& rules_;
 };
 
 /// Whether a path is another one or below it.

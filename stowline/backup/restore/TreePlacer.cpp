@@ -99,7 +99,7 @@ void TreePlacer::fail(const ItemRecord& item, const std::string& what, int error
                      (error == 0 ? "." : ": " + platform::systemErrorText(error) + ".")}});
 }
 
-void TreePlacer::place(const std::function<void(const StoredItem&)>& found)
+void TreePlacer::place(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found)
 {
     for (std::size_t i = 0; i < std::max<std::size_t>(context_.request.jobs, 1); ++i) {
         try {
@@ -111,7 +111,7 @@ void TreePlacer::place(const std::function<void(const StoredItem&)>& found)
         }
     }
     try {
-        walk(found);
+        walk(idle, found);
     } catch (...) {
         endWork();
         throw;
@@ -125,21 +125,11 @@ void TreePlacer::place(const std::function<void(const StoredItem&)>& found)
         finishFolders();
 }
 
-void TreePlacer::walk(const std::function<void(const StoredItem&)>& found)
+void TreePlacer::walk(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found)
 {
-    std::string leftOut; // a folder
-    items_.forEach(selection_.named(), [&](const StoredItem& stored) {
-        const std::string& path = stored.item.path;
-        if (!leftOut.empty() && isAtOrBelow(path, leftOut))
-            return true;
-        if (selection_.isExcluded(path)) {
-            leftOut = path;
-            return true;
-        }
-        if (stored.item.kind == ItemKind::folder || selection_.isIncluded(path)) {
-            found(stored);
-            take(stored);
-        }
+    selection_.forEach(items_, idle, [&](const StoredItem& stored) {
+        found(stored);
+        take(stored);
         return !isStopped();
     });
 }

@@ -30,8 +30,9 @@ public:
     /// @param context its `done` is wrapped: the tree remembers what is not in place
     TreePlacer(const PlacingContext& context, const ItemIndex& items, const Selection& selection);
 
+    /// @param idle is shown all that is looked at
     /// @param found told of each item before it is put in place
-    void place(const std::function<void(const StoredItem&)>& found);
+    void place(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found);
 
 private:
     /// The place of an item: the folder that it goes into, and its name there.
@@ -41,7 +42,7 @@ private:
     };
     [[nodiscard]] Place placeOf(const std::string& path) const;
 
-    void walk(const std::function<void(const StoredItem&)>& found);
+    void walk(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found);
     void take(const StoredItem& stored);
     void takeFolder(const StoredItem& stored);
     void takeFile(const StoredItem& stored);

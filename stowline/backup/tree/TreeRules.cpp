@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <span>
 #include <utility>
 
@@ -182,6 +183,32 @@ const Pattern& TreeRules::ownPattern(std::size_t number) const
 {
     return number < included_.size() ? included_[number]
                                      : excluded_[ownExcluded_[number - included_.size()]].pattern;
+}
+
+IdlePatterns::IdlePatterns(const TreeRules& rules)
+    : rules_(rules), numbers_(rules.ownPatternCount())
+{
+    std::iota(numbers_.begin(), numbers_.end(), std::size_t{0});
+}
+
+void IdlePatterns::meet(std::string_view below, bool isFolder)
+{
+    std::erase_if(numbers_, [&](std::size_t number) {
+        return rules_.ownPattern(number).matches(below, isFolder);
+    });
+}
+
+std::vector<std::string> IdlePatterns::texts() const
+{
+    std::vector<std::string> texts;
+    for (const std::size_t number : numbers_)
+        texts.push_back(rules_.ownPattern(number).text());
+    return texts;
+}
+
+std::string idleSentence(const std::string& pattern)
+{
+    return "Nothing that was looked at matches the pattern \"" + pattern + "\".";
 }
 
 bool isCacheTag(std::string_view beginning)

@@ -93,6 +93,8 @@ public:
     /// Whether an include pattern matches this very item; true when there are none.
     [[nodiscard]] bool includes(std::string_view below, bool isFolder) const;
 
+    [[nodiscard]] bool hasIncludes() const { return !included_.empty(); }
+
     /// The patterns of include() and exclude(), in this order; not the lines of a file, which is
     /// written once for many trees.
     [[nodiscard]] std::size_t ownPatternCount() const
@@ -111,6 +113,27 @@ private:
     std::vector<std::size_t> ownExcluded_; ///< which of them are those of exclude()
     std::vector<Pattern> included_;
 };
+
+/// Which of a run's own patterns have matched nothing so far: a misspelt one would else never show.
+/// One thread at a time.
+class IdlePatterns {
+public:
+    /// @param rules must outlive this
+    explicit IdlePatterns(const TreeRules& rules);
+
+    /// Notes an item that was looked at. @param below path of it from the named path on
+    void meet(std::string_view below, bool isFolder);
+
+    /// As they were written, the --include ones first.
+    [[nodiscard]] std::vector<std::string> texts() const;
+
+private:
+    const TreeRules& rules_;
+    std::vector<std::size_t> numbers_;
+};
+
+/// For people: that a pattern matched nothing.
+[[nodiscard]] std::string idleSentence(const std::string& pattern);
 
 /// Whether a file CACHEDIR.TAG that begins so marks a cache (bford.info/cachedir).
 inline constexpr std::string_view kCacheTagName = "CACHEDIR.TAG";

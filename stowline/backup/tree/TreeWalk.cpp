@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <map>
-#include <numeric>
 #include <set>
 #include <system_error>
 #include <unordered_map>
@@ -132,9 +131,8 @@ class Walk {
 public:
     Walk(const WalkOptions& options, WalkObserver& observer, const platform::StopRequest& stop)
         : options_(options), rules_(options.rules), observer_(observer), stop_(stop), targets_({}),
-          idlePatterns_(rules_.ownPatternCount())
+          idlePatterns_(rules_)
     {
-        std::iota(idlePatterns_.begin(), idlePatterns_.end(), std::size_t{0});
     }
 
     WalkResult run()
@@ -155,8 +153,7 @@ public:
         }
         while (const Target* missed = result_.isStopped ? nullptr : targets_.takeAny())
             failTarget(*missed, kGone);
-        for (const std::size_t pattern : idlePatterns_)
-            result_.idlePatterns.push_back(rules_.ownPattern(pattern).text());
+        result_.idlePatterns = idlePatterns_.texts();
         return result_;
     }
 
@@ -351,9 +348,7 @@ private:
         const Level& level = levels_.back();
         const bool isFolder = meeting.item.kind == ItemKind::folder;
         const auto path = below(level, meeting.item.path);
-        std::erase_if(idlePatterns_, [&](std::size_t pattern) {
-            return rules_.ownPattern(pattern).matches(path, isFolder);
-        });
+        idlePatterns_.meet(path, isFolder);
         meeting.isIncluded = level.isIncluded || rules_.includes(path, isFolder);
         const bool isHidden = rules_.skipsHidden && (meeting.name.starts_with('.') ||
                                                      level.hiddenNames.contains(meeting.name));
@@ -484,8 +479,8 @@ private:
     HardLinks links_;
     OpenFolders open_;
     std::vector<Level> levels_;
-    std::vector<std::size_t> idlePatterns_; ///< numbers of those that nothing has matched yet
-    std::string path_;                      ///< of the innermost folder
+    IdlePatterns idlePatterns_;
+    std::string path_; ///< of the innermost folder
 };
 
 } // namespace
