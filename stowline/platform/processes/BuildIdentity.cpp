@@ -14,7 +14,7 @@ namespace stowline::platform {
 
 namespace {
 
-constexpr std::string_view kOwner{"Stowline", 9}; // with its NUL, as notes have it
+constexpr std::string_view kOwner{"Stowline\0", 9}; // with its NUL, as notes have it
 constexpr std::size_t kIdentityBytes = 64;
 constexpr std::size_t kMostSegments = 128;
 constexpr std::size_t kMostNoteBytes = 65536;

@@ -118,7 +118,7 @@ ReportState receiveReport(int socket, NurseryReport& report)
         return ReportState::none;
     if (count == sizeof report)
         return ReportState::report;
-    return count > 0 ? ReportState::nonsense : ReportState::end;
+    return count == 0 ? ReportState::end : ReportState::nonsense;
 }
 
 } // namespace stowline::platform

@@ -58,7 +58,7 @@ bool sendReport(int socket, const NurseryReport& report);
 
 enum class ReportState { report, none, nonsense, end };
 
-/// Takes the next report, if there is one.
+/// Takes the next report, if there is one. What the system fails to hand over is nonsense, too.
 [[nodiscard]] ReportState receiveReport(int socket, NurseryReport& report);
 
 } // namespace stowline::platform
