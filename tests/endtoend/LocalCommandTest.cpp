@@ -115,6 +115,28 @@ TEST_F(LocalCommand, CtrlCEndsAChecksumAndLeavesNoBar)
         << talk.screen;
 }
 
+TEST_F(LocalCommand, TheBarFollowsATerminalThatIsMadeNarrower)
+{
+    const std::string bar = "\x1b[K"; // the end of each
+    // What was drawn before may still come once after the change.
+    const auto talk = test::talkOnTerminal(
+        stowline_.run({"checksum", bigFile()}),
+        {{"of 68.7 GB", "", 0}, {bar, "", 30}, {bar, ""}, {bar, ""}, {bar, "\x03"}});
+    EXPECT_EQ(talk.status, 130);
+    std::vector<std::size_t> widths;
+    std::size_t from = 0;
+    for (std::size_t at = talk.screen.find(bar); at != std::string::npos;
+         at = talk.screen.find(bar, from)) {
+        const auto begin = talk.screen.rfind('\r', at) + 1;
+        if (at > begin)
+            widths.push_back(at - begin);
+        from = at + bar.size();
+    }
+    ASSERT_GE(widths.size(), 2U) << talk.screen;
+    EXPECT_GT(widths.front(), 30U);
+    EXPECT_LT(widths.back(), 30U);
+}
+
 TEST_F(LocalCommand, CopyCopiesAndTellsWhat)
 {
     const std::string file = folder_.write("source", "letter");

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <pty.h>
 #include <stdexcept>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,6 +43,9 @@ Talk talkOnTerminal(const ProgramRun& run, const std::vector<Exchange>& exchange
         if (next != exchanges.end() &&
             talk.screen.find(next->prompt, unread) != std::string::npos) {
             unread = talk.screen.size();
+            const winsize size{.ws_row = 25, .ws_col = next->columns};
+            if (next->columns != 0)
+                (void)::ioctl(terminal, TIOCSWINSZ, &size);
             (void)!::write(terminal, next->answer.data(), next->answer.size());
             ++next;
         }

@@ -3,6 +3,8 @@
 
 #include "tests/support/Program.h"
 
+#include <cstdint>
+
 namespace stowline::test {
 
 struct Talk {
@@ -14,6 +16,7 @@ struct Talk {
 struct Exchange {
     std::string prompt;
     std::string answer;
+    std::uint16_t columns = 0; ///< the terminal is made so wide before the answer; 0: it stays
 };
 
 /// Runs a program on a pseudo-terminal of its own; answers each prompt once it is shown, one after
