@@ -5,6 +5,8 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/backup/BackupRun.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -21,6 +23,13 @@ struct RemoveOptions {
     std::vector<std::string> versionLists;
     FolderRemovalOptions folder;
 };
+
+/// The next backup must not take for stored what is deleted here.
+void noteDeletion()
+{
+    if (const auto folder = platform::stateFolder())
+        backup::noteDeletedVersions(*folder);
+}
 
 ExitStatus removeVersions(const RemoveOptions& options)
 {
@@ -44,6 +53,8 @@ ExitStatus removeVersions(const RemoveOptions& options)
             failure = watch.failure();
         }
     }
+    if (deleted > 0)
+        noteDeletion();
     if (deleted == 0)
         return callFailure(failure,
                            fmt::format("The service did not delete the versions of the lists {}.",
@@ -63,7 +74,11 @@ ExitStatus removeWholeFolder(const RemoveOptions& options)
     const auto refused =
         options.confirmation.refusal("everything stored of " + options.folder.path +
                                      " of the machine " + options.folder.systemName);
-    return refused ? *refused : removeFolder(*session, options.folder);
+    if (refused)
+        return *refused;
+    // Also where the deletion is not waited for to its end.
+    noteDeletion();
+    return removeFolder(*session, options.folder);
 }
 
 ExitStatus remove(const RemoveOptions& options)

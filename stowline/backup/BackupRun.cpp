@@ -254,13 +254,15 @@ private:
     /// first; after all when nothing is to be trusted.
     void askAfterVersions()
     {
+        const bool wereDeleted = state_->hasDeletionNote();
+        const bool asksAll = request_.trustsNothing || request_.rebuildsIndex || wereDeleted;
         const std::uint64_t all = index_->alone().itemCount();
-        const std::uint64_t some = request_.trustsNothing || request_.rebuildsIndex
-                                       ? all
-                                       : (all + kRunsForAllVersions - 1) / kRunsForAllVersions;
         VersionAudit audit(request_.account, *index_, accounts_, tries_);
-        audit.ask(some);
+        const bool isAnswered =
+            audit.ask(asksAll ? all : (all + kRunsForAllVersions - 1) / kRunsForAllVersions);
         vanishedVersions_ = audit.lost();
+        if (wereDeleted && isAnswered)
+            state_->dropDeletionNote();
     }
 
     void work(const WalkOptions& options)

@@ -177,6 +177,11 @@ struct UnfinishedUpload {
 [[nodiscard]] std::vector<UnfinishedUpload>
 unfinishedUploads(const std::filesystem::path& stateFolder) noexcept;
 
+/// Notes that stored versions were deleted: the next run of each profile asks the service after all
+/// that it relies on, and not after some. Where the note cannot be kept the runs find out by and
+/// by.
+void noteDeletedVersions(const std::filesystem::path& stateFolder) noexcept;
+
 /// Where lists and the like of a profile's runs may be kept, besides what the engine keeps there:
 /// the state folder itself of the profile "default", else a folder in it.
 [[nodiscard]] std::filesystem::path profileFolder(const std::filesystem::path& stateFolder,

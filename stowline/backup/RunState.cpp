@@ -25,6 +25,7 @@ std::string serviceOrigin()
 }
 
 constexpr const char* kProfiles = "profiles";
+constexpr const char* kDeletionNote = "versions-deleted";
 
 std::string reasonOf(int systemError)
 {
@@ -120,6 +121,29 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile)
     fs::remove_all(state.spoolFolder(), unimportant);
     makeFolder(state.spoolFolder());
     return state;
+}
+
+void noteDeletedVersions(const fs::path& stateFolder) noexcept
+{
+    try {
+        for (const fs::path& folder : profileFolders(stateFolder)) {
+            if (platform::makePrivateFolder(folder))
+                (void)platform::writeFileAtomically(folder / kDeletionNote, {});
+        }
+    } catch (const std::bad_alloc&) { // some of the versions are asked after all the same
+    }
+}
+
+bool RunState::hasDeletionNote() const
+{
+    std::error_code unimportant;
+    return fs::exists(folder_ / kDeletionNote, unimportant);
+}
+
+void RunState::dropDeletionNote() const
+{
+    std::error_code unimportant; // one that stays costs a longer question
+    fs::remove(folder_ / kDeletionNote, unimportant);
 }
 
 UploadOwner RunState::owner(const Account& account, const ChainIdentity& identity)

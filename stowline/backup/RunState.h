@@ -25,6 +25,11 @@ public:
     [[nodiscard]] static RunState take(const std::filesystem::path& stateFolder,
                                        const std::string& profile);
 
+    /// Whether versions were deleted since the last run that asked after all of them.
+    [[nodiscard]] bool hasDeletionNote() const;
+    /// All were asked after.
+    void dropDeletionNote() const;
+
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.
     [[nodiscard]] std::filesystem::path spoolFolder() const { return folder_ / "spool"; }

@@ -13,18 +13,20 @@ constexpr std::size_t kAskedAtATime = 500;
 
 } // namespace
 
-void VersionAudit::ask(std::uint64_t atMost)
+bool VersionAudit::ask(std::uint64_t atMost)
 {
     const std::uint64_t all = index_.alone().itemCount();
-    if (askAfterOldest(atMost) && lost_ > 0 && atMost < all) {
+    bool isAnswered = askAfterOldest(atMost);
+    if (isAnswered && lost_ > 0 && atMost < all) {
         accounts_.note("Something of what was stored is lost; the service is asked after all of "
                        "it.");
-        (void)askAfterOldest(all);
+        isAnswered = askAfterOldest(all);
     }
     if (lost_ > 0)
         accounts_.note("The service has lost what was stored of " +
                        platform::countText(lost_, "file", "files") +
                        "; it is sent again when it is met.");
+    return isAnswered;
 }
 
 /// @return false when an answer never came, which is told

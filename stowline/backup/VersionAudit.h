@@ -29,7 +29,8 @@ public:
 
     /// Asks after so many, the longest not asked after first; after all as soon as one of them is
     /// lost. Tells what came of it: a loss is a note, an answer that never came a problem.
-    void ask(std::uint64_t atMost);
+    /// @return whether all answers came
+    bool ask(std::uint64_t atMost);
 
     /// Of how many files the service has lost what was stored.
     [[nodiscard]] std::uint64_t lost() const { return lost_; }

@@ -65,6 +65,29 @@ TEST_F(LostContent, IsSentAgainWhenNothingIsTrusted)
     EXPECT_EQ(restored(account_, "back").status, 0);
 }
 
+TEST_F(LostContent, ThatThisMachineDeletedIsSentAgainByTheNextRun)
+{
+    for (int i = 0; i < 60; ++i)
+        account_.write({{"more/" + std::to_string(i), "content " + std::to_string(i)}});
+    ASSERT_EQ(account_.backup().status, 0);
+    std::string list;
+    {
+        devserver::Storage storage(account_.server.data());
+        const auto page = storage.search(
+            {.userName = "ann", .folder = account_.folder.path(), .pageSize = 100}, "37", "");
+        list = storage.versions("ann", page.value().items.at(0).id).at(0).listId;
+    }
+    ASSERT_EQ(account_.run({"rm", "--version", list, "--yes"}).status, 0);
+    const auto result = account_.backup();
+    EXPECT_EQ(field(result, "stored"), 1) << result.output << result.errors;
+    EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
+    ASSERT_EQ(
+        account_.run({"rm", account_.folder.path() / "more", "--system", "iMac", "--yes"}).status,
+        0);
+    EXPECT_EQ(field(account_.backup(), "stored"), 60);
+    EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
+}
+
 TEST_F(LostContent, IsNoticedWithinThePromisedRuns)
 {
     fs::remove(contentOf(account_, account_.folder.path(), "a"));
