@@ -212,7 +212,8 @@ std::optional<std::string> unreadConfiguration(const CLI::App& app)
     const std::string file = defaultFile();
     // The library notes a file that it has read, and leaves out in silence one that it cannot read.
     if (file.empty() || app.get_config_ptr()->count() > 0 ||
-        !std::filesystem::exists(std::filesystem::symlink_status(file, unknown)))
+        std::filesystem::symlink_status(file, unknown).type() ==
+            std::filesystem::file_type::not_found) // else it may be there, behind a closed folder
         return std::nullopt;
     return "The configuration file " + file +
            " cannot be read. Please check what it is, its owner and its mode.";

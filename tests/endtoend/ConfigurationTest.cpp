@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <fstream>
 #include <regex>
 #include <set>
@@ -86,6 +88,21 @@ TEST_F(ConfiguredCommand, AFileThatCannotBeReadIsTold)
     fs::remove(file);
     EXPECT_EQ(stowline_(Words{"checksum", "-"}).status, 0);
     EXPECT_EQ(stowline_(Words{"--config", file.string(), "checksum", "-"}).status, 2);
+}
+
+TEST_F(ConfiguredCommand, AFolderThatCannotBeSearchedIsTold)
+{
+    const fs::path folder = fs::path(configure("[backup]\njobs = 2\n")).parent_path();
+    auto run = stowline_.run({"checksum", "-"});
+    if (::geteuid() == 0)
+        run.words.insert(run.words.begin(),
+                         {"/usr/bin/setpriv", "--bounding-set", "-dac_override,-dac_read_search"});
+    fs::permissions(folder, fs::perms::none);
+    const auto result = test::runProgram(run);
+    fs::permissions(folder, fs::perms::owner_all);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.errors.find("cannot be read. Please check"), std::string::npos)
+        << result.errors;
 }
 
 TEST_F(ConfiguredAccount, ANameAboveAllTablesIsForEveryCommandThatHasIt)
