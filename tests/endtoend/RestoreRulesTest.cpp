@@ -118,7 +118,7 @@ TEST_F(RestoreRules, WhatIsNoPatternIsAUsageError)
 {
     const auto result = restore(account_.folder.path() / "to", {"--exclude", "/"});
     EXPECT_EQ(result.status, 2) << result.errors;
-    EXPECT_NE(result.errors.find("\"/\" is no pattern."), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("\"/\" is not a pattern."), std::string::npos) << result.errors;
 }
 
 TEST_F(RestoreRules, InPlaceSpareWhatTheUserWantsSpared)

@@ -90,16 +90,18 @@ VersionVerdict judged(const StoredVersion& stored, const Dictionary* word)
         return {Kind::missing, "the service has lost its content"};
     if (state == "Damaged")
         return {Kind::damaged, "the service says that its content is damaged"};
-    if (!isAtItsPlace(stored, *word))
-        return {Kind::damaged, "the service holds another file under the number of its version"};
     if (!isOrUntold(platform::findText(*word, "StoredSize"), content.storedSize) ||
         !isOrUntold(platform::findText(*word, "Size"), stored.size))
         return {Kind::damaged, "the service holds another size of it"};
     if (!isOrUntold(platform::findText(*word, "Checksum"), content.checksum, 16))
         return {Kind::damaged, "the service holds another checksum of it"};
     const std::string digest = platform::findText(*word, "Digest");
-    if (!digest.empty() && content.kind == "plain" && digest != content.digest)
+    const bool tellsDigest = !digest.empty() && content.kind == "plain";
+    if (tellsDigest && digest != content.digest)
         return {Kind::damaged, "the service holds another digest of it"};
+    // A name of a hard link may have the content that was sent under another one.
+    if (!tellsDigest && !isAtItsPlace(stored, *word))
+        return {Kind::damaged, "the service holds another file under the number of its version"};
     if (state != "Whole")
         return {Kind::untold, "the service does not say that its content is whole"};
     return {};

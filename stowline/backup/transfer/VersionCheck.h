@@ -40,8 +40,8 @@ struct VersionVerdict {
 [[nodiscard]] bool isVersionNumber(std::string_view text);
 
 /// Compares what was stored with what the service tells of the version: its state, which must be
-/// told, and as far as they are told name, path, both sizes, checksum and digest. A service that
-/// gives numbers again to other files shows here.
+/// told, and as far as they are told both sizes, checksum and digest, or, without a digest, name
+/// and path. A service that gives numbers again to other files shows here.
 /// @param word what it tells of it; null: nothing
 [[nodiscard]] VersionVerdict judged(const StoredVersion& stored, const Dictionary* word);
 
