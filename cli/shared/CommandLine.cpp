@@ -83,6 +83,26 @@ Option Option::oneOf(const std::vector<std::string>& values) const
     return *this;
 }
 
+namespace {
+
+/// The library's own checks name the largest number there is, with all its 309 digits.
+/// @param wanted behind "a number"; @param help what the help says of it
+CLI::Validator numberThat(bool (*isRight)(double), const std::string& wanted,
+                          const std::string& help)
+{
+    return CLI::Validator(
+        [isRight, wanted](const std::string& text) {
+            double number = 0;
+            const bool isNumber = CLI::detail::lexical_cast(text, number);
+            return isNumber && isRight(number)
+                       ? std::string()
+                       : "This must be a number " + wanted + ", not \"" + text + "\"";
+        },
+        help);
+}
+
+} // namespace
+
 template <class Number> Option Option::between(Number least, Number most) const
 {
     option_->check(CLI::Range(least, most));
@@ -95,13 +115,15 @@ template Option Option::between(std::uint64_t, std::uint64_t) const;
 
 Option Option::positive() const
 {
-    option_->check(CLI::PositiveNumber);
+    option_->check(
+        numberThat([](double number) { return number > 0; }, "greater than 0", "POSITIVE"));
     return *this;
 }
 
 Option Option::notNegative() const
 {
-    option_->check(CLI::NonNegativeNumber);
+    option_->check(
+        numberThat([](double number) { return number >= 0; }, "of 0 or more", "NONNEGATIVE"));
     return *this;
 }
 

@@ -83,6 +83,9 @@ TEST_F(CommandWithService, AWrongWordIsNamedWithWhatWouldBeRight)
          "Please name one of its commands: list, resume, abandon. \"stowline uploads --help\" "
          "tells "
          "more."},
+        {{"diff", "0", "1"},
+         "RUN: This must be a number greater than 0, not \"0\". \"stowline diff --help\" tells "
+         "more."},
         {{"versions", "-u", "ann", "abc"},
          "This is not a number: FILE-ID = abc. \"stowline versions --help\" tells more."},
         {{"settings", "check", "a", "b"},
