@@ -6,7 +6,9 @@
 
 #include <fcntl.h>
 #include <filesystem>
+#include <iostream>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace stowline {
@@ -224,6 +226,61 @@ TEST(Restore, OfALinkThatWasNamedSaysWhereItsContentIs)
         account.run({"restore", link, real, "--machine", "iMac", "--to", target.string()});
     EXPECT_EQ(both.errors.find("is a link"), std::string::npos) << both.errors;
     EXPECT_EQ(platform::readFile(target / "link/file"), "content");
+}
+
+TEST(Restore, GivesAFolderThatItsOwnerMayNotSearchItsAttributes)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can act as another user";
+    const BackedUp account;
+    account.write({{"closed/inside", "1"}});
+    const fs::path closed = account.folder.path() / "closed";
+    constexpr const char* attribute = "user.note";
+    if (setxattr(closed.c_str(), attribute, "kept", 4, 0) != 0)
+        GTEST_SKIP() << "the file system of the tests keeps no extended attributes";
+    // version 2; user::rwx, group::r-x, other::r-x
+    const std::string acl("\x02\0\0\0\x01\0\x07\0\xff\xff\xff\xff\x04\0\x05\0\xff\xff\xff\xff"
+                          "\x20\0\x05\0\xff\xff\xff\xff",
+                          28);
+    constexpr const char* defaults = "system.posix_acl_default";
+    const bool hasAcl = setxattr(closed.c_str(), defaults, acl.data(), acl.size(), 0) == 0;
+    // Also an access ACL, which closes the folder before its other attributes are there.
+    const std::string shut("\x02\0\0\0\x01\0\x06\0\xff\xff\xff\xff\x02\0\x04\0\x01\0\0\0"
+                           "\x04\0\x04\0\xff\xff\xff\xff\x10\0\x04\0\xff\xff\xff\xff"
+                           "\x20\0\0\0\xff\xff\xff\xff",
+                           44);
+    if (hasAcl) {
+        ASSERT_EQ(setxattr(closed.c_str(), "system.posix_acl_access", shut.data(), shut.size(), 0),
+                  0);
+    }
+    ASSERT_EQ(chmod(closed.c_str(), 0640), 0);
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path home = account.command.home().path() / "nobody";
+    fs::create_directories(home);
+    ASSERT_EQ(chown(home.c_str(), 65534, 65534), 0);
+    const fs::path bundle = account.server.bundle();
+    for (const fs::path& folder : {account.command.home().path(), bundle.parent_path(), bundle})
+        fs::permissions(folder, fs::perms::all);
+    for (const auto& entry : fs::recursive_directory_iterator(bundle))
+        fs::permissions(entry, fs::perms::all);
+    auto run = account.command.run(
+        {"restore", account.folder.path(), "--machine", "iMac", "--to", home / "back", "--json"},
+        account.environment());
+    run.environment["HOME"] = home;
+    run.words.insert(run.words.begin(),
+                     {"/usr/bin/setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "incomplete"), 0) << result.errors;
+    const fs::path back = home / "back" / account.folder.path().filename() / "closed";
+    std::string value(100, '\0');
+    EXPECT_EQ(getxattr(back.c_str(), attribute, value.data(), value.size()), 4);
+    if (hasAcl) {
+        ASSERT_EQ(getxattr(back.c_str(), defaults, value.data(), value.size()), 28);
+        EXPECT_EQ(value.substr(0, 28), acl);
+    } else {
+        std::cout << "ACLs are not looked at: the file system of the tests keeps none\n";
+    }
 }
 
 /// A chain of folders, as deep as given, with a file at its end; made and read step by step.

@@ -397,17 +397,22 @@ int TargetFolder::setModified(const std::string& name, std::int64_t seconds,
 std::string TargetFolder::pathOf(const std::string& name) const
 {
     const std::string folder = "/proc/self/fd/" + std::to_string(folder_.number());
-    return name.empty() ? folder + "/." : folder + "/" + name;
+    return folder + "/" + name;
 }
 
 std::optional<TargetFolder::Attributes> TargetFolder::attributes(const std::string& name,
                                                                  int& error) const
 {
+    // The folder itself by its descriptor: its own mode may refuse a look into it to its owner.
+    const int self = name.empty() ? folder_.number() : -1;
     const std::string path = pathOf(name);
-    if (llistxattr(path.c_str(), nullptr, 0) == 0)
+    const auto listInto = [&](char* room, std::size_t size) {
+        return self >= 0 ? flistxattr(self, room, size) : llistxattr(path.c_str(), room, size);
+    };
+    if (listInto(nullptr, 0) == 0)
         return Attributes();
     std::string list(XATTR_LIST_MAX, '\0');
-    const ssize_t length = llistxattr(path.c_str(), list.data(), list.size());
+    const ssize_t length = listInto(list.data(), list.size());
     if (length < 0) {
         error = errno;
         return error == ENOTSUP ? std::optional(Attributes()) : std::nullopt;
@@ -417,7 +422,9 @@ std::optional<TargetFolder::Attributes> TargetFolder::attributes(const std::stri
         const std::string attribute(rest.substr(0, rest.find('\0')));
         rest.remove_prefix(attribute.size() + 1);
         std::string value(XATTR_SIZE_MAX, '\0');
-        const ssize_t size = lgetxattr(path.c_str(), attribute.c_str(), value.data(), value.size());
+        const ssize_t size =
+            self >= 0 ? fgetxattr(self, attribute.c_str(), value.data(), value.size())
+                      : lgetxattr(path.c_str(), attribute.c_str(), value.data(), value.size());
         if (size < 0)
             continue; // of another name space, or gone
         value.resize(static_cast<std::size_t>(size));
@@ -429,12 +436,17 @@ std::optional<TargetFolder::Attributes> TargetFolder::attributes(const std::stri
 int TargetFolder::setAttribute(const std::string& name, const std::string& attribute,
                                std::string_view value) const
 {
+    if (name.empty())
+        return outcome(
+            fsetxattr(folder_.number(), attribute.c_str(), value.data(), value.size(), 0));
     return outcome(
         lsetxattr(pathOf(name).c_str(), attribute.c_str(), value.data(), value.size(), 0));
 }
 
 int TargetFolder::removeAttribute(const std::string& name, const std::string& attribute) const
 {
+    if (name.empty())
+        return outcome(fremovexattr(folder_.number(), attribute.c_str()));
     return outcome(lremovexattr(pathOf(name).c_str(), attribute.c_str()));
 }
 
