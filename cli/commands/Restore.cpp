@@ -92,11 +92,11 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
         output().note(note);
     if (status != ExitStatus::done)
         output().complain(sum.sentence);
-    output().note(fmt::format("{}: {} restored, {} unchanged, {} left as they are, {} failed; {} "
+    output().note(fmt::format("{}: {} {}, {} unchanged, {} left as they are, {} failed; {} "
                               "of content in {}.",
                               runText(sum.origin), isDryRun ? sum.wouldRestore : sum.restored,
-                              sum.unchanged, sum.skipped, sum.failed,
-                              bytesText(static_cast<double>(sum.bytes)),
+                              isDryRun ? "would be restored" : "restored", sum.unchanged,
+                              sum.skipped, sum.failed, bytesText(static_cast<double>(sum.bytes)),
                               durationText(std::chrono::duration<double>(sum.seconds))));
     Fields fields{{"run", sum.run},
                   {"found", sum.found},

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 
 namespace stowline::backup {
@@ -106,7 +107,7 @@ private:
         const std::string above(parentOf(selection.named()));
         const auto folder = request_.target.value_or(above.empty() ? "/" : above);
         const auto root = platform::TargetFolder::open(folder, !request_.isDryRun, error);
-        if (!root && request_.isDryRun)
+        if (!root && request_.isDryRun && error == ENOENT)
             return tellAll(selection, items);
         if (!root)
             throw RecordFault(RecordFault::Kind::failed,
@@ -143,6 +144,11 @@ private:
             find(stored);
             if (auto refused = refusedDevice(stored.item, request_)) {
                 tell(*refused);
+                return true;
+            }
+            if (stored.item.kind == ItemKind::file && !stored.content &&
+                stored.sameFileAs.empty()) {
+                tell(lackOfContent(stored.item));
                 return true;
             }
             tell({.path = stored.item.path,

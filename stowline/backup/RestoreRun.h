@@ -75,6 +75,7 @@ struct RestoredItem {
     ItemKind kind = ItemKind::file;
     RestoredState state = RestoredState::failed;
     std::uint64_t bytes = 0;         ///< of a file's content
+    bool isMetadataOnly = false;     ///< of a restored one: its content or kind was right
     bool isBadContent = false;       ///< failed because the service has not what was stored
     std::vector<std::string> faults; ///< sentences: why it failed
     std::vector<Loss> losses;        ///< what of it could not be put back; of a skipped device: it

@@ -170,9 +170,9 @@ TEST(RestoreRun, ObeysItsRulesAboutWhatIsThere)
     EXPECT_EQ(content(), "stored");
     set();
     const auto dry = stored.restore([](auto& request) { request.isDryRun = true; });
-    EXPECT_EQ(dry.wouldRestore, 1U);
+    EXPECT_EQ(dry.wouldRestore, 2U); // the time of its folder too
     EXPECT_EQ(content(), "theirs");
-    (void)stored.restore();
+    EXPECT_EQ(stored.restore().restored, 2U);
     EXPECT_EQ(content(), "stored");
     const auto always = stored.restore([](auto& r) { r.overwrite = Overwrite::always; });
     EXPECT_EQ(always.bytes, 12U);

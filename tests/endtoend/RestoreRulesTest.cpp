@@ -5,6 +5,8 @@
 
 #include <filesystem>
 #include <set>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 
 namespace stowline {
 namespace {
@@ -128,6 +130,97 @@ TEST_F(RestoreRules, InPlaceSpareWhatTheUserWantsSpared)
                                       "--in-place", "--exclude", "sub/"});
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(platform::readFile(account_.folder.path() / "c/sub/x.o"), "newer work");
+}
+
+/// A dry run of a restore in place, the real one after it, and that both count the same.
+class DryRun : public testing::Test {
+protected:
+    [[nodiscard]] test::ProgramResult restore(Words more) const
+    {
+        Words words{"restore", folder(), "--machine", "iMac", "--in-place"};
+        words.insert(words.end(), more.begin(), more.end());
+        return account_.run(words);
+    }
+
+    void expectTheSame(Words more = {}) const
+    {
+        more.emplace_back("--json");
+        Words dryWords = more;
+        dryWords.emplace_back("-n");
+        const auto dry = restore(dryWords);
+        const auto real = restore(more);
+        EXPECT_EQ(dry.status, real.status) << dry.errors << real.errors;
+        EXPECT_EQ(field(dry, "would_restore"), field(real, "restored"))
+            << dry.output << real.output;
+        for (const char* count : {"found", "unchanged", "skipped", "failed"})
+            EXPECT_EQ(field(dry, count), field(real, count)) << count << dry.output << real.output;
+        EXPECT_EQ(field(dry, "restored"), 0);
+    }
+
+    [[nodiscard]] fs::path folder() const { return account_.folder.path() / "dm"; }
+
+    const BackedUp account_;
+};
+
+TEST_F(DryRun, SeesAModeThatIsOtherAndSaysWould)
+{
+    account_.write({{"dm/f", "1"}, {"dm/g", "2"}});
+    ASSERT_EQ(account_.backup().status, 0);
+    expectTheSame();
+    ASSERT_EQ(chmod((folder() / "f").c_str(), 04777), 0);
+    const auto dry = restore({"-n"});
+    EXPECT_EQ(dry.status, 0) << dry.errors;
+    EXPECT_EQ(dry.output, "would restore " + (folder() / "f").string() + "\n");
+    EXPECT_NE(dry.errors.find(": 1 would be restored, 2 unchanged"), std::string::npos)
+        << dry.errors;
+    expectTheSame();
+    struct stat status {};
+    ASSERT_EQ(stat((folder() / "f").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+}
+
+TEST_F(DryRun, CountsWhatTheRealRunDoesToEveryKindOfChange)
+{
+    account_.write({{"dm/mode", "1"},
+                    {"dm/time/file", "2"},
+                    {"dm/attribute/file", "3"},
+                    {"dm/content/file", "4"},
+                    {"dm/gone/file", "5"},
+                    {"dm/linked/deep/file", "6"},
+                    {"dm/shadowed/file", "7"},
+                    {"dm/names/first", "8"},
+                    {"dm/names/left", "9"},
+                    {"dm/asItWas/file", "10"}});
+    fs::create_hard_link(folder() / "names/first", folder() / "names/second");
+    fs::create_hard_link(folder() / "names/left", folder() / "names/right");
+    fs::create_symlink("target", folder() / "link");
+    fs::create_symlink("target", folder() / "changedLink");
+    ASSERT_EQ(mkfifo((folder() / "pipe").c_str(), 0600), 0);
+    ASSERT_EQ(account_.backup().status, 0);
+    const auto change = [this] {
+        (void)chmod((folder() / "mode").c_str(), 0600);
+        (void)chmod((folder() / "pipe").c_str(), 0640);
+        fs::last_write_time(folder() / "time/file", fs::file_time_type::clock::now());
+        (void)setxattr((folder() / "attribute/file").c_str(), "user.extra", "1", 1, 0);
+        account_.write({{"dm/content/file", "other"}});
+        fs::remove_all(folder() / "gone");
+        fs::remove_all(folder() / "linked");
+        fs::create_directory_symlink("asItWas", folder() / "linked");
+        fs::remove_all(folder() / "shadowed/file");
+        fs::create_directory(folder() / "shadowed/file");
+        fs::remove(folder() / "names/first");
+        account_.write({{"dm/names/first", "parted"}});
+        fs::remove(folder() / "changedLink");
+        fs::create_symlink("elsewhere", folder() / "changedLink");
+    };
+    for (const char* overwrite : {"if-changed", "always", "if-newer", "never"}) {
+        SCOPED_TRACE(overwrite);
+        change();
+        expectTheSame({"--overwrite", overwrite});
+    }
+    fs::remove(folder() / "shadowed/file");
+    expectTheSame();
+    expectTheSame(); // all is right
 }
 
 } // namespace

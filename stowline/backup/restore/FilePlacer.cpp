@@ -118,8 +118,12 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
                              (existing->links == 1 || item.links > 1);
     if (!isCandidate || compare(task.stored, folder, task.name) != Comparison::same)
         return context_.stop.isRequested();
+    report.isMetadataOnly = true;
     if (context_.request.isDryRun) {
-        report.state = RestoredState::unchanged;
+        report.state = isMetadataOther(folder, task.name, item, context_.owners)
+                           ? RestoredState::wouldRestore
+                           : RestoredState::unchanged;
+        report.bytes = 0;
         return true;
     }
     MetadataOutcome outcome = putMetadata(folder, task.name, item, context_.owners);

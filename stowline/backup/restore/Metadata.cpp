@@ -38,7 +38,46 @@ public:
         return std::move(outcome_);
     }
 
+    /// What put() would answer to hasChanged.
+    [[nodiscard]] bool wouldChange(std::uint32_t owner, std::uint32_t group) const
+    {
+        int error = 0;
+        const auto now = name_.empty() ? folder_.status() : folder_.find(name_, error);
+        if (!now)
+            return true;
+        const AttributeWork work = attributeWork();
+        return now->owner != owner || now->group != group || !work.wanted.empty() ||
+               !work.extra.empty() || (item_.kind != ItemKind::link && now->mode != item_.mode) ||
+               Timestamp{now->modifiedSeconds, now->modifiedNanoseconds} != item_.modified;
+    }
+
 private:
+    struct AttributeWork {
+        std::vector<const ExtendedAttribute*> wanted; ///< that are not there, or have another value
+        std::vector<std::string> extra;               ///< to be taken away
+    };
+
+    [[nodiscard]] AttributeWork attributeWork() const
+    {
+        int error = 0;
+        auto extra =
+            folder_.attributes(name_, error).value_or(platform::TargetFolder::Attributes());
+        AttributeWork work;
+        for (const ExtendedAttribute& wanted : item_.attributes) {
+            const auto there = extra.find(wanted.name);
+            if (there == extra.end() || there->second != wanted.value)
+                work.wanted.push_back(&wanted);
+            extra.erase(wanted.name);
+        }
+        for (const auto& [name, value] : extra) {
+            const bool isOurs = name.starts_with("user.") ||
+                                name.starts_with("system.posix_acl_") || name == kCapabilities;
+            if (isOurs && !(keepsMark_ && name == kGatheringMark)) // else the system's own: labels
+                work.extra.push_back(name);
+        }
+        return work;
+    }
+
     [[nodiscard]] std::string sentence(const std::string& what, int error) const
     {
         return item_.path + ": " + what +
@@ -89,32 +128,19 @@ private:
 
     void putAttributes()
     {
-        int error = 0;
-        const auto attributes = folder_.attributes(name_, error);
-        const platform::TargetFolder::Attributes before =
-            attributes.value_or(platform::TargetFolder::Attributes());
-        auto extra = before;
-        for (const ExtendedAttribute& wanted : item_.attributes) {
-            extra.erase(wanted.name);
-            const auto there = before.find(wanted.name);
-            if (there != before.end() && there->second == wanted.value)
-                continue;
-            if (wanted.name == kCapabilities && !isOwnerRight_) {
+        const AttributeWork work = attributeWork();
+        for (const ExtendedAttribute* wanted : work.wanted) {
+            if (wanted->name == kCapabilities && !isOwnerRight_) {
                 loseWithOwner(LossKind::capabilities,
                               "its capabilities are left away, since its owner is another one");
                 continue;
             }
             outcome_.hasChanged = true;
-            if (const int refused = folder_.setAttribute(name_, wanted.name, wanted.value))
+            if (const int refused = folder_.setAttribute(name_, wanted->name, wanted->value))
                 lose(LossKind::attribute,
-                     "the extended attribute " + wanted.name + " cannot be put back", refused);
+                     "the extended attribute " + wanted->name + " cannot be put back", refused);
         }
-        for (const auto& [name, value] : extra) {
-            const bool isOurs = name.starts_with("user.") ||
-                                name.starts_with("system.posix_acl_") || name == kCapabilities;
-            if (!isOurs ||
-                (keepsMark_ && name == kGatheringMark)) // the system's own, as labels are
-                continue;
+        for (const std::string& name : work.extra) {
             outcome_.hasChanged = true;
             if (const int refused = folder_.removeAttribute(name_, name))
                 lose(LossKind::attribute,
@@ -191,6 +217,12 @@ MetadataOutcome putMetadata(const platform::TargetFolder& folder, const std::str
                             const ItemRecord& item, Owners& owners, bool keepsMark)
 {
     return Putting(folder, name, item, keepsMark).put(owners.owner(item), owners.group(item));
+}
+
+bool isMetadataOther(const platform::TargetFolder& folder, const std::string& name,
+                     const ItemRecord& item, Owners& owners)
+{
+    return Putting(folder, name, item, false).wouldChange(owners.owner(item), owners.group(item));
 }
 
 } // namespace stowline::backup

@@ -43,4 +43,8 @@ inline constexpr const char* kGatheringMark = "user.stowline.gathering";
                                           const std::string& name, const ItemRecord& item,
                                           Owners& owners, bool keepsMark = false);
 
+/// Whether putMetadata() would find something that is not as it should be. Nothing is changed.
+[[nodiscard]] bool isMetadataOther(const platform::TargetFolder& folder, const std::string& name,
+                                   const ItemRecord& item, Owners& owners);
+
 } // namespace stowline::backup

@@ -62,13 +62,26 @@ std::optional<RestoredItem> refusedDevice(const ItemRecord& item, const RestoreR
     return report;
 }
 
+RestoredItem lackOfContent(const ItemRecord& item)
+{
+    return {.path = item.path,
+            .kind = item.kind,
+            .faults = {item.path + ": no content of it was ever stored."}};
+}
+
 TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
                        const Selection& selection)
     : context_(context), items_(items), selection_(selection), files_(context_)
 {
     context_.done = [this, done = context.done](RestoredItem report) {
-        if (report.kind != ItemKind::folder && report.state != RestoredState::restored &&
-            report.state != RestoredState::unchanged) {
+        if (report.state == RestoredState::wouldRestore) {
+            const std::lock_guard lock(mutex_);
+            if (!report.isMetadataOnly) {
+                wouldBeNew_.insert(report.path);
+                wouldBeChanged_.insert(std::string(parentOf(report.path)));
+            }
+        } else if (report.kind != ItemKind::folder && report.state != RestoredState::restored &&
+                   report.state != RestoredState::unchanged) {
             const std::lock_guard lock(mutex_);
             notInPlace_.insert(report.path);
             mayGoOnLater_ = mayGoOnLater_ || report.kind == ItemKind::file;
@@ -121,7 +134,7 @@ void TreePlacer::place(IdlePatterns& idle, const std::function<void(const Stored
     if (!isStopped())
         takeFurtherNames();
     files_.finish();
-    if (!isStopped() && !context_.request.isDryRun)
+    if (!isStopped())
         finishFolders();
 }
 
@@ -169,34 +182,45 @@ std::optional<TargetFolder> TreePlacer::folderFor(const std::string& relative, i
     return above;
 }
 
+/// In a dry run: whether what cannot be opened could be by the time that a real one comes to it.
+bool TreePlacer::isUnopenedOnlyNow(int error) const
+{
+    if (!context_.request.isDryRun)
+        return false;
+    if (error == ENOTDIR || error == ELOOP) // something else stands there
+        return context_.request.overwrite != Overwrite::never;
+    return error == ENOENT || (error == EACCES && wouldOpenMore_);
+}
+
 void TreePlacer::takeFolder(const StoredItem& stored)
 {
     const ItemRecord& item = stored.item;
     const Place place = placeOf(item.path);
     int error = 0;
     const auto above = place.name.empty() ? std::nullopt : folderFor(place.folder, error);
-    if (context_.request.isDryRun) {
-        const bool isThere = place.name.empty() || (above && above->find(place.name, error));
-        tell({.path = item.path,
-              .kind = item.kind,
-              .state = isThere ? RestoredState::unchanged : RestoredState::wouldRestore});
-        return;
-    }
     if (place.name.empty()) { // the target itself
         folders_.push_back(item.path);
         return;
     }
-    if (!above)
+    if (!above && !isUnopenedOnlyNow(error))
         return fail(item, "its folder cannot be opened", error);
-    auto there = above->find(place.name, error);
+    auto there = above ? above->find(place.name, error) : std::nullopt;
     if (there && there->kind != TargetKind::folder) {
         if (context_.request.overwrite == Overwrite::never)
             return fail(item, "something else stands in its place");
-        if (const int refused = above->remove(place.name))
+        if (context_.request.isDryRun)
+            there.reset();
+        else if (const int refused = above->remove(place.name))
             return fail(item, "what stands in its place cannot be removed", refused);
         there.reset();
     }
-    if (!there) {
+    if (context_.request.isDryRun) {
+        const bool isLoosened = there && (there->mode & kOwnersOwn) != kOwnersOwn &&
+                                there->owner == platform::ownUserNumber();
+        wouldOpenMore_ = wouldOpenMore_ || isLoosened;
+        if (!there)
+            madeFolders_.insert(item.path);
+    } else if (!there) {
         if (const int refused = above->makeFolder(place.name, kOwnersOwn))
             return fail(item, "it cannot be made", refused);
         madeFolders_.insert(item.path);
@@ -212,10 +236,12 @@ void TreePlacer::takeFolder(const StoredItem& stored)
 void TreePlacer::takeFile(const StoredItem& stored)
 {
     if (!stored.content)
-        return fail(stored.item, "no content of it was ever stored");
+        return tell(lackOfContent(stored.item));
     Place place = placeOf(stored.item.path);
     int error = 0;
-    (void)folderFor(place.folder, error); // who puts it there says what is wrong
+    const auto folder = folderFor(place.folder, error); // who puts it there says what is wrong
+    if (!folder && context_.request.isDryRun && !isUnopenedOnlyNow(error))
+        return fail(stored.item, "its folder cannot be opened", error);
     std::string temporary = temporaryFor(stored.item.path, stored.content->digest);
     queue({stored, std::move(place.folder), std::move(place.name), std::move(temporary)});
 }
@@ -262,22 +288,25 @@ void TreePlacer::takeSpecial(const StoredItem& stored)
     const Place place = placeOf(item.path);
     int error = 0;
     const auto folder = folderFor(place.folder, error);
-    if (!folder && !context_.request.isDryRun)
+    if (!folder && !isUnopenedOnlyNow(error))
         return fail(item, "its folder cannot be opened", error);
     const auto there = folder ? folder->find(place.name, error) : std::nullopt;
     const bool isRight = there && isSame(item, *folder, place.name, *there);
     if (there && !isRight && there->kind == TargetKind::folder)
         return fail(item, "a folder stands in its place");
-    if (context_.request.isDryRun) {
-        report.state = isRight ? RestoredState::unchanged : RestoredState::wouldRestore;
-        return tell(std::move(report));
-    }
     const Timestamp modified =
         there ? Timestamp{there->modifiedSeconds, there->modifiedNanoseconds} : Timestamp{};
     const Overwrite rule = context_.request.overwrite;
     if (there &&
         (rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified))) {
         report.state = RestoredState::skipped;
+        return tell(std::move(report));
+    }
+    report.isMetadataOnly = isRight;
+    if (context_.request.isDryRun) {
+        const bool isUnchanged =
+            isRight && !isMetadataOther(*folder, place.name, item, context_.owners);
+        report.state = isUnchanged ? RestoredState::unchanged : RestoredState::wouldRestore;
         return tell(std::move(report));
     }
     if (!isRight) {
@@ -313,10 +342,6 @@ void TreePlacer::takeFurtherName(const StoredItem& stored)
     }
     if (isFirstThere && linkTo(first, stored))
         return;
-    if (context_.request.isDryRun)
-        return tell({.path = stored.item.path,
-                     .kind = stored.item.kind,
-                     .state = RestoredState::wouldRestore});
     if (stored.item.kind != ItemKind::file) {
         takeSpecial(stored);
         substitutes_[stored.sameFileAs] = stored.item.path;
@@ -336,6 +361,8 @@ void TreePlacer::takeFurtherName(const StoredItem& stored)
 /// Makes an item another name of one that is in place. @return false when it cannot be one
 bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
 {
+    if (context_.request.isDryRun)
+        return wouldLinkTo(first, stored);
     const Place from = placeOf(first);
     const Place to = placeOf(stored.item.path);
     int error = 0;
@@ -353,8 +380,6 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
         tell(std::move(report));
         return true;
     }
-    if (context_.request.isDryRun)
-        return false;
     if (there && context_.request.overwrite == Overwrite::never) {
         report.state = RestoredState::skipped;
         tell(std::move(report));
@@ -374,6 +399,38 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
     return true;
 }
 
+/// What linkTo() would tell.
+bool TreePlacer::wouldLinkTo(const std::string& first, const StoredItem& stored)
+{
+    const Place from = placeOf(first);
+    const Place to = placeOf(stored.item.path);
+    int error = 0;
+    const bool isFirstNew = [&] {
+        const std::lock_guard lock(mutex_);
+        return wouldBeNew_.contains(first);
+    }();
+    const auto fromFolder = folderFor(from.folder, error);
+    const auto original =
+        fromFolder && !isFirstNew ? fromFolder->find(from.name, error) : std::nullopt;
+    if (!isFirstNew && (!original || original->kind != targetKind(stored.item.kind)))
+        return false;
+    const auto toFolder = folderFor(to.folder, error);
+    if (!toFolder && !isUnopenedOnlyNow(error))
+        return false;
+    const auto there = toFolder ? toFolder->find(to.name, error) : std::nullopt;
+    const bool isSkipped = there && context_.request.overwrite == Overwrite::never;
+    if (there && there->kind == TargetKind::folder && !isSkipped)
+        return false;
+    const bool isRight =
+        there && original && there->inode == original->inode && there->device == original->device;
+    tell({.path = stored.item.path,
+          .kind = stored.item.kind,
+          .state = isRight     ? RestoredState::unchanged
+                   : isSkipped ? RestoredState::skipped
+                               : RestoredState::wouldRestore});
+    return true;
+}
+
 void TreePlacer::finishFolders()
 {
     for (auto path = folders_.rbegin(); path != folders_.rend() && !isStopped(); ++path)
@@ -383,6 +440,8 @@ void TreePlacer::finishFolders()
 void TreePlacer::finishFolder(const std::string& path)
 {
     const auto stored = items_.find(path);
+    if (stored && context_.request.isDryRun)
+        return wouldFinishFolder(stored->item);
     int error = 0;
     const auto folder = context_.root.below(selection_.placeOf(path), error);
     if (!folder || !stored)
@@ -402,6 +461,24 @@ void TreePlacer::finishFolder(const std::string& path)
                         .state = isRight ? RestoredState::unchanged : RestoredState::restored};
     takeOutcome(outcome, report);
     tell(std::move(report));
+}
+
+/// A folder's own time changes with what is put into it, and is put back then.
+void TreePlacer::wouldFinishFolder(const ItemRecord& item)
+{
+    int error = 0;
+    const bool isNew = madeFolders_.contains(item.path);
+    const auto folder = context_.root.below(selection_.placeOf(item.path), error);
+    const bool isChanged = [&] {
+        const std::lock_guard lock(mutex_);
+        return wouldBeChanged_.contains(item.path);
+    }();
+    const bool isRight =
+        !isNew && !isChanged && folder && !isMetadataOther(*folder, "", item, context_.owners);
+    tell({.path = item.path,
+          .kind = item.kind,
+          .state = isRight ? RestoredState::unchanged : RestoredState::wouldRestore,
+          .isMetadataOnly = !isNew});
 }
 
 /// What restores of other contents left that were killed: only what bears our mark. The user's own

@@ -22,6 +22,9 @@ namespace stowline::backup {
 [[nodiscard]] std::optional<RestoredItem> refusedDevice(const ItemRecord& item,
                                                         const RestoreRequest& request);
 
+/// A file of which the run has no content, which fails.
+[[nodiscard]] RestoredItem lackOfContent(const ItemRecord& item);
+
 /// Walks the items of a run below one named path: folders, links and the like are made on the way,
 /// files with content are put in place by threads, further names of hard links after them, and the
 /// folders' own metadata at last, the deepest first.
@@ -55,8 +58,11 @@ private:
     void takeFurtherNames();
     void takeFurtherName(const StoredItem& stored);
     [[nodiscard]] bool linkTo(const std::string& first, const StoredItem& stored);
+    [[nodiscard]] bool wouldLinkTo(const std::string& first, const StoredItem& stored);
     void finishFolders();
     void finishFolder(const std::string& path);
+    void wouldFinishFolder(const ItemRecord& item);
+    [[nodiscard]] bool isUnopenedOnlyNow(int error) const;
     void removeLeftGatherings(const platform::TargetFolder& folder, const std::string& path) const;
     [[nodiscard]] std::string temporaryFor(const std::string& path,
                                            const std::string& content) const;
@@ -80,14 +86,17 @@ private:
     std::set<std::string> madeFolders_;                    ///< of these, those that were not there
     std::map<std::string, std::uint32_t> loosenedFolders_; ///< with the modes that they had
     std::vector<std::string> furtherNames_;                ///< paths
+    bool wouldOpenMore_ = false;                     ///< in a dry run: a folder would be loosened
     std::map<std::string, std::string> substitutes_; ///< for first names that are not in place
 
     std::mutex mutex_; ///< of what follows
     std::condition_variable moved_;
     std::deque<FileTask> queue_;
     bool isQueueOver_ = false;
-    std::set<std::string> notInPlace_; ///< paths of all but folders
-    bool mayGoOnLater_ = false;        ///< something is left that the next restore goes on with
+    std::set<std::string> notInPlace_;     ///< paths of all but folders
+    std::set<std::string> wouldBeNew_;     ///< in a dry run: paths of what would be put there
+    std::set<std::string> wouldBeChanged_; ///< and of the folders that they are in
+    bool mayGoOnLater_ = false;            ///< something is left that the next restore goes on with
     std::vector<std::thread> workers_;
 };
 
