@@ -273,6 +273,21 @@ private:
     steady_clock::time_point lastLook_;
 };
 
+/// Why a path leads to nothing: there is no such item, or it goes through links that lead nowhere.
+std::string absenceOf(const std::string& path, const ItemIndex& items, const std::string& run)
+{
+    const auto real = pathThroughLinks(items, path);
+    if (!real)
+        return path + " leads through links in a circle in run " + run + ".";
+    if (*real == path)
+        return path + " was not found in run " + run + ".";
+    const auto named = items.find(path);
+    if (named && named->item.kind == ItemKind::link)
+        return path + " is a link in run " + run + ". What it leads to, " + *real +
+               ", is not in that run.";
+    return path + " leads to " + *real + ", which is not in run " + run + ".";
+}
+
 void readFile(RunReader& reader, const Account& account, const std::string& path,
               ContentSummary& summary, const std::function<bool(std::string_view)>& take)
 {
@@ -280,9 +295,9 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
     auto stored = tree.items.find(pathThroughLinks(tree.items, path).value_or(path));
     if (stored && !stored->sameFileAs.empty())
         stored = tree.items.find(stored->sameFileAs);
-    if (!stored)
+    if (!stored || stored->item.kind == ItemKind::link)
         throw RecordFault(RecordFault::Kind::notFound,
-                          path + " was not found in run " + std::to_string(tree.head.run) + ".");
+                          absenceOf(path, tree.items, std::to_string(tree.head.run)));
     if (!stored->content)
         throw RecordFault(RecordFault::Kind::notFound,
                           path + " has no content in run " + std::to_string(tree.head.run) + ".");

@@ -228,6 +228,31 @@ TEST(Restore, OfALinkThatWasNamedSaysWhereItsContentIs)
     EXPECT_EQ(platform::readFile(target / "link/file"), "content");
 }
 
+TEST(Cat, OfALinkThatLeadsNowhereSaysThatTheLinkIsThere)
+{
+    const BackedUp account;
+    const fs::path folder = account.folder.path();
+    fs::create_symlink("/no/such/place", folder / "out");
+    fs::create_symlink("circle", folder / "circle");
+    fs::create_directory_symlink("gone", folder / "through");
+    ASSERT_EQ(account.backup().status, 0);
+    const auto errorsOf = [&](const std::string& name) {
+        const auto result = account.run({"cat", folder / name, "--machine", "iMac"});
+        EXPECT_EQ(result.status, 4) << result.errors;
+        EXPECT_EQ(result.output, "");
+        return result.errors;
+    };
+    const std::string top = folder.string() + "/";
+    const std::string told = "stowline: " + top;
+    EXPECT_EQ(errorsOf("out"), told +
+                                   "out is a link in run 1. What it leads to, /no/such/place, is "
+                                   "not in that run.\n");
+    EXPECT_EQ(errorsOf("circle"), told + "circle leads through links in a circle in run 1.\n");
+    EXPECT_EQ(errorsOf("through/a"),
+              told + "through/a leads to " + top + "gone/a, which is not in run 1.\n");
+    EXPECT_EQ(errorsOf("nothing"), told + "nothing was not found in run 1.\n");
+}
+
 TEST(Restore, GivesAFolderThatItsOwnerMayNotSearchItsAttributes)
 {
     if (geteuid() != 0)
