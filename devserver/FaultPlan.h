@@ -20,7 +20,8 @@ enum class FaultKind {
     drip,      ///< "drip": the answer comes a byte a second
     garbage,   ///< "garbage": XML that is not well-formed; of a plain request, odd headers
     lost,      ///< "lost": the call is done, but its answer is torn down
-    lie,       ///< "lie": of a plain request, more bytes are said to be held than are
+    lie,       ///< "lie": of a plain request, more bytes are said to be held than are; of a web
+               ///< method, "Success" is said, and nothing done
 };
 
 /// The names of the kinds as they are given on the command line.

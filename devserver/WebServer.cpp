@@ -234,6 +234,15 @@ private:
         response.set_content(answer.body, answer.contentType.c_str());
     }
 
+    static Answer idleSuccess(Service service, const std::string& request)
+    {
+        for (ServiceMethod& method : service.methods)
+            method.handle = [result = method.results.at(0).name](const Dictionary&) {
+                return Dictionary{{result, "Success"}};
+            };
+        return answerCall(service, request);
+    }
+
     void fail(FaultKind kind, const Service& service, const httplib::Request& request,
               httplib::Response& response)
     {
@@ -259,6 +268,7 @@ private:
             (void)answerCall(service, request.body);
             return tearDown(request, response);
         case FaultKind::lie:
+            return write(idleSuccess(service, request.body), response);
         case FaultKind::reset:
             return tearDown(request, response);
         case FaultKind::stall:

@@ -202,5 +202,51 @@ TEST_F(LostContent, AnotherStateOfThisMachineIsNotBuiltOn)
                            account_.folder.path().filename() / "d"));
 }
 
+TEST(UntoldVersion, IsLearntFromTheListingsOrSentAgain)
+{
+    const BackedUp account({"--fault", "GetServerPartInfo:*:fault"});
+    account.write({{"a", "content"}, {"b", "more of it"}});
+    ASSERT_EQ(account.backup().status, 0);
+    {
+        devserver::Storage storage(account.server.data());
+        const auto page = storage.search({.userName = "ann", .pageSize = 9}, "b", "").value();
+        for (const auto& item : page.items) {
+            if (item.name != "b")
+                continue;
+            const auto versions = storage.versions("ann", item.id);
+            ASSERT_TRUE(storage.deleteVersion("ann", versions.at(0).listId));
+        }
+    }
+    const auto result = account.backup({"--trust-nothing"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_EQ(field(result, "unchanged"), 1) << result.output;
+    EXPECT_EQ(restored(account, "back").status, 0);
+}
+
+TEST(RegistrationThatIsNone, OfARecordLeavesNoRunThatNobodyFinds)
+{
+    // The record of the beginning is the first, the file the second, that of the end the third.
+    const BackedUp account(
+        {"--fault", "protect2:3:lie", "--fault", "protect2:4:lie", "--fault", "protect2:5:lie"});
+    account.write({{"a", "content"}});
+    const auto result = account.backup();
+    EXPECT_NE(result.status, 0) << result.output;
+    EXPECT_NE(result.errors.find("The record of the run is not stored"), std::string::npos)
+        << result.errors;
+    const auto next = account.backup();
+    EXPECT_EQ(next.status, 0) << next.errors;
+    EXPECT_EQ(restored(account, "back").status, 0);
+}
+
+TEST(RegistrationThatIsNone, OfAFileIsRepeated)
+{
+    const BackedUp account({"--fault", "protect2:2:lie"});
+    account.write({{"a", "content"}});
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"a", "content"}}));
+}
+
 } // namespace
 } // namespace stowline

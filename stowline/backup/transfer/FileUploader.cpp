@@ -1,5 +1,6 @@
 #include "stowline/backup/transfer/FileUploader.h"
 
+#include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/text/Numbers.h"
@@ -376,8 +377,7 @@ FileUploader::Failure FileUploader::takeAnswer(const Dictionary& answer)
 {
     held_ = numberIn(answer, "X-ReceivedBytes");
     isRegistered_ = platform::findText(answer, "X-Registered") == "true";
-    version_ = platform::findText(answer, "X-VersionID");
-    list_ = platform::findText(answer, "X-ListID");
+    takeVersion(answer);
     if (held_ > entry_.state.size)
         return outcome(Kind::refused,
                        "the service says that it holds more bytes of it than it has.");
@@ -402,42 +402,70 @@ bool FileUploader::registerOnce(ErrorSlot error) const
         error);
 }
 
+bool FileUploader::registerInTime(ErrorSlot error) const
+{
+    const auto start = std::chrono::steady_clock::now();
+    const bool isDone = registerOnce(error);
+    const auto took = std::chrono::steady_clock::now() - start;
+    context_.registrationMicroseconds += static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(took).count());
+    return isDone;
+}
+
+/// One try to have it registered. A yes is believed when a question after it does not deny it.
+bool FileUploader::haveRegistered(bool& isAccepted, std::optional<Error>& error)
+{
+    isAccepted = isAccepted || registerInTime(&error);
+    if (isAccepted && !context_.answersQuestions)
+        return true;
+    std::optional<Error> unanswered;
+    const auto answer = answerAboutFile(&unanswered);
+    if (!answer) {
+        if (isAccepted)
+            error = unanswered;
+        return false;
+    }
+    takeVersion(*answer);
+    const std::string isThere = platform::findText(*answer, "X-Registered");
+    if (isThere.empty()) {
+        context_.answersQuestions = context_.hasToldVersions.load();
+        return isAccepted;
+    }
+    if (isAccepted)
+        error.reset();              // a no to what it said yes to
+    isAccepted = isThere == "true"; // an answer may have been lost on its way
+    return isAccepted;
+}
+
 /// Registers it, and asks under which numbers it can be had.
 FileUploader::Failure FileUploader::registerFile()
 {
-    if (!isRegistered_) {
-        Failure failure = failureOf(context_.tries.repeat([this](std::optional<Error>& error) {
-            const auto start = std::chrono::steady_clock::now();
-            const bool isDone = registerOnce(&error);
-            const auto took = std::chrono::steady_clock::now() - start;
-            context_.registrationMicroseconds += static_cast<std::uint64_t>(
-                std::chrono::duration_cast<std::chrono::microseconds>(took).count());
-            if (isDone)
-                return true;
-            // An answer may have been lost on its way.
-            const auto answer = answerAboutFile(nullptr);
-            if (!answer || platform::findText(*answer, "X-Registered") != "true")
-                return false;
-            version_ = platform::findText(*answer, "X-VersionID");
-            list_ = platform::findText(*answer, "X-ListID");
-            return true;
-        }),
-                                    "the service does not register it.");
-        if (failure)
-            return failure;
-    }
+    bool isAccepted = isRegistered_;
+    if (isRegistered_ && !version_.empty())
+        return std::nullopt;
+    const auto failure = context_.tries.repeat(
+        [&](std::optional<Error>& error) { return haveRegistered(isAccepted, error); });
+    const bool isAnswered =
+        !failure || (failure->end != StepEnd::refused && failure->end != StepEnd::failed);
+    if (!isAnswered && isAccepted && !context_.hasToldVersions)
+        context_.answersQuestions = false; // it has said yes, and is none that is asked
+    else if (failure)
+        return failureOf(failure, isAccepted ? "the service does not say that it is registered."
+                                             : "the service does not register it.");
     isRegistered_ = true;
-    if (version_.empty() && context_.tellsVersions)
-        (void)context_.tries.once([this](std::optional<Error>& error) {
-            const auto answer = answerAboutFile(&error);
-            if (!answer)
-                return false;
-            version_ = platform::findText(*answer, "X-VersionID");
-            list_ = platform::findText(*answer, "X-ListID");
-            context_.tellsVersions = !version_.empty();
-            return true;
-        });
     return std::nullopt;
+}
+
+void FileUploader::takeVersion(const Dictionary& answer)
+{
+    version_ = platform::findText(answer, "X-VersionID");
+    list_ = platform::findText(answer, "X-ListID");
+    if (isVersionNumber(version_)) {
+        context_.hasToldVersions = true;
+    } else {
+        version_.clear();
+        list_.clear();
+    }
 }
 
 } // namespace stowline::backup

@@ -43,7 +43,10 @@ struct UploadContext {
     std::atomic<std::uint64_t> sentBytes = 0; ///< confirmed by the service
     std::atomic<std::uint64_t> sentParts = 0;
     std::atomic<std::uint64_t> registrationMicroseconds = 0; ///< spent in registering
-    std::atomic<bool> tellsVersions = true; ///< until a registered file's answer has none
+    std::atomic<bool> hasToldVersions = false;
+    /// Whether the service says anything of the files that it registered; it is not asked any more
+    /// when it told nothing and never named a version.
+    std::atomic<bool> answersQuestions = true;
 };
 
 /// What is to be uploaded.
@@ -84,7 +87,8 @@ struct UploadOutcome {
 /// An upload that was cut off goes on only from the very same state, whose first bytes still have
 /// the checksum that was confirmed; every other state is an upload of its own. A part carries its
 /// place and its checksum, which makes a repetition harmless; what the service says it holds
-/// decides where to go on.
+/// decides where to go on. It is stored when the service says so twice: to the registration, and to
+/// the question after it, unless it is a service that answers no such questions.
 ///
 /// The journal's entry stays when the file is stored: whoever has noted that durably removes it.
 class FileUploader {
@@ -112,7 +116,10 @@ private:
     [[nodiscard]] Failure readPart(const platform::SourceFile& file, std::uint64_t wanted);
     [[nodiscard]] Failure sendPart(std::string_view bytes);
     [[nodiscard]] Failure registerFile();
+    [[nodiscard]] bool haveRegistered(bool& isAccepted, std::optional<Error>& error);
+    [[nodiscard]] bool registerInTime(ErrorSlot error) const;
     [[nodiscard]] bool registerOnce(ErrorSlot error) const;
+    void takeVersion(const Dictionary& answer);
     [[nodiscard]] std::optional<Dictionary> answerAboutFile(ErrorSlot error) const;
     [[nodiscard]] Failure takeAnswer(const Dictionary& answer);
     [[nodiscard]] Failure failureOf(const std::optional<StepFailure>& failure,

@@ -2,12 +2,12 @@
 #include "stowline/backup/transfer/FileUploader.h"
 
 #include "stowline/util/Crc32.h"
-#include "tests/support/RawServer.h"
-#include "tests/support/TestBundle.h"
+#include "tests/support/SoapAnswers.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
 
 namespace stowline::backup {
@@ -127,6 +127,165 @@ TEST(FileUploader, DoesNotBelieveThatMoreIsHeldThanThereIs)
               std::string::npos)
         << upload.outcome().sentence;
     EXPECT_EQ(upload.parts().size(), 1U);
+}
+
+/// Uploads small files to a service that says yes to every registration, and to the questions after
+/// them in turn these headers, in the end always the last; none: a no, "cut": nothing at all.
+class Registering {
+public:
+    explicit Registering(std::deque<std::string> answers)
+        : answers_(std::move(answers)),
+          server_([this](const std::string& request, const auto& connection) {
+              if (request.starts_with("GET /GetServerPartInfo"))
+                  answer(connection);
+              else if (request.starts_with("POST /protect2"))
+                  connection.send(test::soapAnswer("<r>Success</r>"));
+              else
+                  connection.send("HTTP/1.1 200 OK\r\nStatus: true\r\nX-ReceivedBytes: 10\r\n"
+                                  "Content-Length: 0\r\n\r\n");
+          }),
+          bundle_(settings()), journal_(folder_.path() / "journal"),
+          context_(journal_, unlimited_, tries_)
+    {
+        context_.account = {"ann", "pw", "127.0.0.1:" + std::to_string(server_.port()), "iMac"};
+        context_.serverPath = "/vol1/";
+    }
+
+    UploadOutcome upload()
+    {
+        const auto file = folder_.write("file", kContent);
+        UploadSubject subject{.path = file,
+                              .remoteFolder = "/",
+                              .remoteName = "file",
+                              .open =
+                                  [file](int& error) {
+                                      return platform::SourceFile::open(
+                                          platform::SourceFile::kNoFolder, file, error);
+                                  },
+                              .isJournaled = false};
+        return FileUploader(context_, std::move(subject)).upload();
+    }
+
+    [[nodiscard]] long requests(const std::string& start) const
+    {
+        return std::ranges::count_if(server_.requests(), [&start](const std::string& request) {
+            return request.starts_with(start);
+        });
+    }
+
+private:
+    static Dictionary settings()
+    {
+        Dictionary settings = test::settingsWith(
+            "protect2", test::methodEntry("http://%@/protect2", {"ACTUALFILENAME"}, "r"));
+        settings.emplace(
+            "WebRequests",
+            Dictionary{{"UploadFilePart",
+                        Dictionary{{"URL", "http://%@/UploadFilePart"},
+                                   {"httpMethod", "POST"},
+                                   {"responseHeaderNames", Array{"Status", "X-ReceivedBytes"}}}},
+                       {"GetServerPartInfo",
+                        Dictionary{{"URL", "http://%@/GetServerPartInfo"},
+                                   {"httpMethod", "GET"},
+                                   {"responseHeaderNames",
+                                    Array{"Status", "X-Registered", "X-VersionID", "X-ListID"}}}}});
+        return settings;
+    }
+
+    void answer(const test::RawConnection& connection)
+    {
+        const std::lock_guard lock(mutex_);
+        const std::string headers = answers_.front();
+        if (answers_.size() > 1)
+            answers_.pop_front();
+        if (headers == "cut")
+            return connection.reset();
+        connection.send("HTTP/1.1 200 OK\r\n" +
+                        (headers.empty() ? "Status: false\r\n" : "Status: true\r\n" + headers) +
+                        "Content-Length: 0\r\n\r\n");
+    }
+
+    std::mutex mutex_;
+    std::deque<std::string> answers_;
+    RawServer server_;
+    const test::TestBundle bundle_;
+    test::TemporaryFolder folder_;
+    const UploadJournal journal_;
+    BandwidthLimit unlimited_{0, std::chrono::steady_clock::now};
+    Tries tries_{std::chrono::minutes(5), StopRequest()};
+    UploadContext context_;
+};
+
+constexpr const char* kRegistered = "X-Registered: true\r\n";
+constexpr const char* kNotRegistered = "X-Registered: false\r\n";
+constexpr const char* kVersion7 = "X-Registered: true\r\nX-VersionID: 7\r\nX-ListID: seven\r\n";
+
+TEST(FileUploader, AYesThatIsDeniedWhenAskedIsNone)
+{
+    Registering service({kNotRegistered});
+    const auto outcome = service.upload();
+    EXPECT_EQ(outcome.kind, UploadOutcome::Kind::refused);
+    EXPECT_NE(outcome.sentence.find("the service does not register it."), std::string::npos)
+        << outcome.sentence;
+    EXPECT_EQ(service.requests("POST /protect2"), 3);
+}
+
+TEST(FileUploader, RegistersAgainWhatIsNotRegistered)
+{
+    Registering service({kNotRegistered, kVersion7});
+    const auto outcome = service.upload();
+    EXPECT_EQ(outcome.kind, UploadOutcome::Kind::stored) << outcome.sentence;
+    EXPECT_EQ(outcome.content.version, "7");
+    EXPECT_EQ(outcome.content.list, "seven");
+    EXPECT_EQ(service.requests("POST /protect2"), 2);
+}
+
+TEST(FileUploader, AsksAgainWhenAQuestionFailed)
+{
+    Registering service({"cut", kVersion7});
+    const auto outcome = service.upload();
+    EXPECT_EQ(outcome.kind, UploadOutcome::Kind::stored) << outcome.sentence;
+    EXPECT_EQ(outcome.content.version, "7");
+    EXPECT_EQ(service.requests("POST /protect2"), 1);
+}
+
+TEST(FileUploader, AnAnswerWithoutAVersionConcernsItsFileAlone)
+{
+    Registering service({kRegistered, kVersion7});
+    EXPECT_EQ(service.upload().content.version, "");
+    EXPECT_EQ(service.upload().content.version, "7");
+}
+
+TEST(FileUploader, AVersionThatIsNoNumberIsNone)
+{
+    for (const char* text : {"-7", "0", "7,8", "seven", "99999999999999999999"}) {
+        Registering service(
+            {std::string(kRegistered) + "X-VersionID: " + text + "\r\nX-ListID: seven\r\n"});
+        const auto outcome = service.upload();
+        EXPECT_EQ(outcome.kind, UploadOutcome::Kind::stored) << outcome.sentence;
+        EXPECT_EQ(outcome.content.version, "") << text;
+        EXPECT_EQ(outcome.content.list, "") << text;
+    }
+}
+
+TEST(FileUploader, AServiceThatAnswersNoQuestionsIsBelievedAndAskedNoMore)
+{
+    Registering service({""});
+    EXPECT_EQ(service.upload().kind, UploadOutcome::Kind::stored);
+    EXPECT_EQ(service.requests("GET /GetServerPartInfo"), 3);
+    EXPECT_EQ(service.upload().kind, UploadOutcome::Kind::stored);
+    EXPECT_EQ(service.requests("GET /GetServerPartInfo"), 3);
+}
+
+TEST(FileUploader, AServiceThatHasToldVersionsMustAnswer)
+{
+    Registering service({kVersion7, ""});
+    EXPECT_EQ(service.upload().kind, UploadOutcome::Kind::stored);
+    const auto outcome = service.upload();
+    EXPECT_EQ(outcome.kind, UploadOutcome::Kind::refused);
+    EXPECT_NE(outcome.sentence.find("the service does not say that it is registered."),
+              std::string::npos)
+        << outcome.sentence;
 }
 
 } // namespace
