@@ -172,7 +172,7 @@ IndexFault cannotBeMade(const fs::path& path, const std::string& reason)
 IndexFile openOnce(const fs::path& path, const IndexOwner& owner)
 {
     IndexFile file{path, nullptr, State::damaged};
-    if (fs::is_directory(path))
+    if (fs::exists(path) && !fs::is_regular_file(path)) // a pipe would be waited for
         return file;
     prepareFile(path);
     try {

@@ -148,6 +148,13 @@ TEST_F(IndexFileTest, ThatIsNoDatabaseIsSetAside)
     expectFreshAfter(State::damaged);
 }
 
+TEST_F(IndexFileTest, InWhosePlaceAPipeLiesIsMadeAnew)
+{
+    ASSERT_EQ(::mkfifo(file_.c_str(), 0600), 0);
+    expectFreshAfter(State::damaged);
+    EXPECT_TRUE(fs::is_fifo(file_.string() + ".unusable"));
+}
+
 TEST_F(IndexFileTest, WithoutAByteIsAFreshOne)
 {
     folder_.write("index.sqlite", "");

@@ -72,7 +72,7 @@ std::string bytesAt(const Dictionary& entry, std::string_view key)
 
 std::optional<JournalEntry> entryIn(const fs::path& file)
 {
-    const auto bytes = platform::readFile(file);
+    const auto bytes = platform::readRegularFile(file);
     const auto reading =
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const Dictionary* fields = reading.value ? reading.value->dictionary() : nullptr;

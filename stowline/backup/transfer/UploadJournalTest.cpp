@@ -2,6 +2,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace stowline::backup {
 namespace {
@@ -101,6 +102,17 @@ TEST(UploadJournal, TakesOutWhatCanNeverBeGoneOnWith)
     ASSERT_EQ(entries.size(), 1U);
     EXPECT_EQ(entries[0].path, same);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path() / "uploads"), {}), 1);
+}
+
+TEST(UploadJournal, IsNotHeldUpByAPipeInThePlaceOfAnEntry)
+{
+    const test::TemporaryFolder folder;
+    const UploadJournal journal(folder.path());
+    const auto pipe = folder.path() / "X.plist";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_TRUE(journal.entries().empty());
+    journal.removeOvertaken();
+    EXPECT_FALSE(std::filesystem::exists(pipe));
 }
 
 } // namespace

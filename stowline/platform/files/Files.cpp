@@ -46,6 +46,15 @@ std::optional<std::string> readFile(const std::filesystem::path& path)
     return file.isOpen() ? readToEnd(file.number()) : std::nullopt;
 }
 
+std::optional<std::string> readRegularFile(const std::filesystem::path& path)
+{
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat status = {};
+    if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode))
+        return std::nullopt;
+    return readToEnd(file.number());
+}
+
 bool writeFileAtomically(const std::filesystem::path& path, std::string_view content)
 {
     return writeAndRename(path, content, true);

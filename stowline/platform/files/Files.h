@@ -13,6 +13,10 @@ namespace stowline::platform {
 /// Content of a file; absent when it cannot be opened or read, or is a directory.
 [[nodiscard]] std::optional<std::string> readFile(const std::filesystem::path& path);
 
+/// The same of a regular file alone, or a link to one: a pipe or a device in its place is not
+/// waited for.
+[[nodiscard]] std::optional<std::string> readRegularFile(const std::filesystem::path& path);
+
 /// Writes a file beside its place, makes it durable and renames it into place. Mode 0600.
 /// @return false when any step fails; the old file then stands unchanged.
 [[nodiscard]] bool writeFileAtomically(const std::filesystem::path& path, std::string_view content);
