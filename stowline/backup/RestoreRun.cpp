@@ -72,7 +72,7 @@ private:
         TreeRules rules;
         const auto require = [](bool isPattern, const std::string& text) {
             if (!isPattern)
-                throw RecordFault(RecordFault::Kind::failed, "\"" + text + "\" is no pattern.");
+                throw RecordFault(RecordFault::Kind::failed, "\"" + text + "\" is not a pattern.");
         };
         for (const std::string& pattern : request.include)
             require(rules.include(pattern), pattern);

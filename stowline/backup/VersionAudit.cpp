@@ -26,6 +26,10 @@ bool VersionAudit::ask(std::uint64_t atMost)
         accounts_.note("The service has lost what was stored of " +
                        platform::countText(lost_, "file", "files") +
                        "; it is sent again when it is met.");
+    if (untold_ > 0)
+        accounts_.note("The service does not say of " +
+                       platform::countText(untold_, "file", "files") +
+                       " whether what was stored is whole; \"stowline verify --read\" finds out.");
     return isAnswered;
 }
 
@@ -65,8 +69,11 @@ bool VersionAudit::askAfterSome(std::span<const std::string> paths)
     if (!verdicts)
         return hasNoAnswer(*failure);
     for (std::size_t i = 0; i < items.size(); ++i) {
-        if ((*verdicts)[i].isWhole())
+        const auto kind = (*verdicts)[i].kind;
+        if (kind == VersionVerdict::Kind::whole)
             index_.alone().setConfirmed(items[i].item.path, index_.run());
+        else if (kind == VersionVerdict::Kind::untold)
+            ++untold_; // no loss: a service that never tells would be sent everything in every run
         else
             lose(items[i]);
     }

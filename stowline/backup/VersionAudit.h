@@ -17,7 +17,8 @@ namespace stowline::backup {
 /// IndexFault.
 ///
 /// What the service has no more, or not as it was stored, counts as never stored: its content is
-/// forgotten, so that it is sent again. Content whose version was never told is looked for in the
+/// forgotten, so that it is sent again. What it does not call whole, though all else agrees, is
+/// noted and asked after again. Content whose version was never told is looked for in the
 /// service's listings, where the service can give back at all.
 class VersionAudit {
 public:
@@ -48,6 +49,7 @@ private:
     Tries& tries_;
     VersionFinder finder_;
     std::uint64_t lost_ = 0;
+    std::uint64_t untold_ = 0; ///< of which the service does not say that they are whole
 };
 
 } // namespace stowline::backup
