@@ -59,6 +59,11 @@ void removeLeftGathering(const platform::TargetFolder& folder, const std::string
         (void)folder.remove(name);
 }
 
+std::string mistakenSentence(const std::string& path, const std::string& other)
+{
+    return path + ": the target does not tell its name from that of " + other + ".";
+}
+
 void FilePlacer::place(const FileTask& task)
 {
     RestoredItem report{.path = task.stored.item.path,
@@ -101,6 +106,11 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
         return true;
     }
     const ItemRecord& item = task.stored.item;
+    const std::string other = task.hasStood ? "" : context_.mistakenFor(folder, item.path);
+    if (!other.empty()) {
+        report.faults.push_back(mistakenSentence(item.path, other));
+        return true;
+    }
     const Timestamp modified{existing->modifiedSeconds, existing->modifiedNanoseconds};
     const Overwrite rule = context_.request.overwrite;
     if (rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified)) {
@@ -201,7 +211,8 @@ void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFo
     MetadataOutcome outcome =
         putMetadata(*folder, temporary, task.stored.item, context_.owners, keepsMark);
     takeOutcome(outcome, report);
-    enqueue({std::move(folder), std::move(*file), temporary, task.name, std::move(report)});
+    enqueue({std::move(folder), std::move(*file), temporary, task.name, task.hasStood,
+             std::move(report)});
 }
 
 /// Fills a file until its digest is right. @param isKept whether another restore may go on with it
@@ -326,6 +337,19 @@ void FilePlacer::finish()
     giveNames(std::move(batch));
 }
 
+int FilePlacer::giveName(const Gathered& gathered)
+{
+    const platform::TargetFolder& folder = *gathered.folder;
+    if (gathered.hasStood)
+        return folder.rename(gathered.temporary, gathered.name);
+    const std::lock_guard lock(naming_);
+    const int error = folder.renameToNew(gathered.temporary, gathered.name);
+    // What somebody has put there meanwhile is replaced as if it had stood there.
+    if (error == EEXIST && context_.mistakenFor(folder, gathered.report.path).empty())
+        return folder.rename(gathered.temporary, gathered.name);
+    return error;
+}
+
 void FilePlacer::giveNames(std::vector<Gathered> batch)
 {
     if (batch.empty())
@@ -341,13 +365,17 @@ void FilePlacer::giveNames(std::vector<Gathered> batch)
             error = gathered.file.synchronize();
         (void)gathered.folder->removeAttribute(gathered.temporary, kGatheringMark);
         if (error == 0)
-            error = gathered.folder->rename(gathered.temporary, gathered.name);
+            error = giveName(gathered);
         if (error == 0) {
             if (gathered.report.faults.empty())
                 gathered.report.state = RestoredState::restored;
         } else {
+            const std::string& path = gathered.report.path;
+            const std::string other =
+                error == EEXIST ? context_.mistakenFor(*gathered.folder, path) : "";
             gathered.report.faults.push_back(
-                because(gathered.report.path, "it cannot be put in its place", error));
+                other.empty() ? because(path, "it cannot be put in its place", error)
+                              : mistakenSentence(path, other));
             (void)gathered.folder->remove(gathered.temporary);
         }
         context_.done(std::move(gathered.report));

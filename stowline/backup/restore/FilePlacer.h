@@ -37,6 +37,7 @@ struct FileTask {
     std::string folder; ///< relative to the root; empty: the root
     std::string name;
     std::string temporary; ///< its gathering name, which no item of the run has
+    bool hasStood = true;  ///< something of this very name stood there before the restore
 };
 
 /// What all files of a restore share.
@@ -49,7 +50,13 @@ struct PlacingContext {
     const StopRequest& stop;
     std::function<void(RestoredItem)> done;     ///< any thread
     std::function<void(std::int64_t)> gathered; ///< bytes on their way; negative: given up
+    /// Another item of the run that the file system shows in the place of one of this path; empty
+    /// when there is none. Any thread.
+    std::function<std::string(const platform::TargetFolder&, const std::string& path)> mistakenFor;
 };
+
+/// "…: the target does not tell its name from that of …"
+[[nodiscard]] std::string mistakenSentence(const std::string& path, const std::string& other);
 
 /// Puts files in place. Any thread. What is whole waits for some others, so that one request to the
 /// file system makes all of them durable before they get their names; finish() ends that.
@@ -68,6 +75,7 @@ private:
         platform::TargetFile file; ///< keeps its lock
         std::string temporary;
         std::string name;
+        bool hasStood = true; ///< see FileTask
         RestoredItem report;
     };
     enum class Comparison { same, other, unreadable };
@@ -89,9 +97,11 @@ private:
     [[nodiscard]] std::string versionFor(const FileTask& task, RestoredItem& report, bool& isKept);
     void enqueue(Gathered gathered);
     void giveNames(std::vector<Gathered> gathered);
+    [[nodiscard]] int giveName(const Gathered& gathered);
 
     const PlacingContext& context_;
-    std::mutex mutex_;
+    std::mutex naming_; ///< where a file system cannot look and rename at once
+    std::mutex mutex_;  ///< of what follows
     std::vector<Gathered> waiting_;
     std::uint64_t waitingBytes_ = 0;
 };

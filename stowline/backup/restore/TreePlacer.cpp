@@ -71,8 +71,12 @@ RestoredItem lackOfContent(const ItemRecord& item)
 
 TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
                        const Selection& selection)
-    : context_(context), items_(items), selection_(selection), files_(context_)
+    : context_(context), items_(items), selection_(selection), files_(context_),
+      standing_(context.root)
 {
+    context_.mistakenFor = [this](const TargetFolder& folder, const std::string& path) {
+        return mistakenFor(folder, path);
+    };
     context_.done = [this, done = context.done](RestoredItem report) {
         if (report.state == RestoredState::wouldRestore) {
             const std::lock_guard lock(mutex_);
@@ -97,6 +101,23 @@ TreePlacer::Place TreePlacer::placeOf(const std::string& path) const
     if (slash == std::string::npos)
         return {"", place};
     return {place.substr(0, slash), place.substr(slash + 1)};
+}
+
+bool TreePlacer::hasStood(const Place& place)
+{
+    return place.name.empty() || standing_.stood(place.folder, place.name);
+}
+
+/// On file systems that take "File" and "file" for one name.
+std::string TreePlacer::mistakenFor(const TargetFolder& folder, const std::string& path) const
+{
+    const std::string name = placeOf(path).name;
+    for (const std::string& other : otherNamesFor(folder, name)) {
+        std::string item = pathIn(parentOf(path), other);
+        if (selection_.takes(item) && items_.find(item))
+            return item;
+    }
+    return {};
 }
 
 void TreePlacer::tell(RestoredItem report)
@@ -150,14 +171,16 @@ void TreePlacer::walk(IdlePatterns& idle, const std::function<void(const StoredI
 void TreePlacer::take(const StoredItem& stored)
 {
     const ItemRecord& item = stored.item;
-    if (item.kind == ItemKind::folder)
+    if (!notMade_.empty() && isAtOrBelow(item.path, notMade_))
+        fail(item, "its folder is not put back");
+    else if (item.kind == ItemKind::folder)
         takeFolder(stored);
     else if (auto refused = refusedDevice(item, context_.request))
         tell(std::move(*refused));
     else if (!stored.sameFileAs.empty())
-        furtherNames_.push_back(item.path);
+        furtherNames_.push_back({item.path, hasStood(placeOf(item.path))});
     else if (item.kind != ItemKind::file)
-        takeSpecial(stored);
+        takeSpecial(stored, hasStood(placeOf(item.path)));
     else
         takeFile(stored);
 }
@@ -204,7 +227,14 @@ void TreePlacer::takeFolder(const StoredItem& stored)
     }
     if (!above && !isUnopenedOnlyNow(error))
         return fail(item, "its folder cannot be opened", error);
+    const bool stood = hasStood(place);
     auto there = above ? above->find(place.name, error) : std::nullopt;
+    if (const std::string other = there && !stood ? mistakenFor(*above, item.path) : "";
+        !other.empty()) {
+        notMade_ = item.path;
+        return tell(
+            {.path = item.path, .kind = item.kind, .faults = {mistakenSentence(item.path, other)}});
+    }
     if (there && there->kind != TargetKind::folder) {
         if (context_.request.overwrite == Overwrite::never)
             return fail(item, "something else stands in its place");
@@ -224,6 +254,7 @@ void TreePlacer::takeFolder(const StoredItem& stored)
         if (const int refused = above->makeFolder(place.name, kOwnersOwn))
             return fail(item, "it cannot be made", refused);
         madeFolders_.insert(item.path);
+        standing_.note(selection_.placeOf(item.path));
     } else if ((there->mode & kOwnersOwn) != kOwnersOwn &&
                there->owner == platform::ownUserNumber()) {
         // To put something into it; its own mode comes back at the end.
@@ -242,8 +273,9 @@ void TreePlacer::takeFile(const StoredItem& stored)
     const auto folder = folderFor(place.folder, error); // who puts it there says what is wrong
     if (!folder && context_.request.isDryRun && !isUnopenedOnlyNow(error))
         return fail(stored.item, "its folder cannot be opened", error);
+    const bool stood = hasStood(place);
     std::string temporary = temporaryFor(stored.item.path, stored.content->digest);
-    queue({stored, std::move(place.folder), std::move(place.name), std::move(temporary)});
+    queue({stored, std::move(place.folder), std::move(place.name), std::move(temporary), stood});
 }
 
 /// A name beside an item's place that no item of the run has.
@@ -266,8 +298,8 @@ bool TreePlacer::isSame(const ItemRecord& item, const TargetFolder& folder, cons
     return !isDevice(item.kind) || there.deviceNumber == item.deviceNumber;
 }
 
-int TreePlacer::make(const ItemRecord& item, const TargetFolder& folder,
-                     const std::string& name) const
+int TreePlacer::make(const ItemRecord& item, const TargetFolder& folder, const std::string& name,
+                     bool isNew) const
 {
     const std::string temporary = temporaryFor(item.path, kNoContent);
     (void)folder.remove(temporary); // what a kill left
@@ -275,13 +307,13 @@ int TreePlacer::make(const ItemRecord& item, const TargetFolder& folder,
                     ? folder.makeLink(temporary, item.linkTarget)
                     : folder.makeNode(temporary, targetKind(item.kind), item.deviceNumber);
     if (error == 0)
-        error = folder.rename(temporary, name);
+        error = isNew ? folder.renameToNew(temporary, name) : folder.rename(temporary, name);
     if (error != 0)
         (void)folder.remove(temporary);
     return error;
 }
 
-void TreePlacer::takeSpecial(const StoredItem& stored)
+void TreePlacer::takeSpecial(const StoredItem& stored, bool hasStood)
 {
     const ItemRecord& item = stored.item;
     RestoredItem report{.path = item.path, .kind = item.kind};
@@ -291,6 +323,11 @@ void TreePlacer::takeSpecial(const StoredItem& stored)
     if (!folder && !isUnopenedOnlyNow(error))
         return fail(item, "its folder cannot be opened", error);
     const auto there = folder ? folder->find(place.name, error) : std::nullopt;
+    const std::string other = there && !hasStood ? mistakenFor(*folder, item.path) : "";
+    if (!other.empty()) {
+        report.faults.push_back(mistakenSentence(item.path, other));
+        return tell(std::move(report));
+    }
     const bool isRight = there && isSame(item, *folder, place.name, *there);
     if (there && !isRight && there->kind == TargetKind::folder)
         return fail(item, "a folder stands in its place");
@@ -310,7 +347,7 @@ void TreePlacer::takeSpecial(const StoredItem& stored)
         return tell(std::move(report));
     }
     if (!isRight) {
-        if (const int refused = make(item, *folder, place.name))
+        if (const int refused = make(item, *folder, place.name, !there))
             return fail(item, "it cannot be made", refused);
     }
     MetadataOutcome outcome = putMetadata(*folder, place.name, item, context_.owners);
@@ -322,15 +359,15 @@ void TreePlacer::takeSpecial(const StoredItem& stored)
 
 void TreePlacer::takeFurtherNames()
 {
-    for (const std::string& path : furtherNames_) {
+    for (const auto& [path, stood] : furtherNames_) {
         if (isStopped())
             return;
         if (const auto stored = items_.find(path))
-            takeFurtherName(*stored);
+            takeFurtherName(*stored, stood);
     }
 }
 
-void TreePlacer::takeFurtherName(const StoredItem& stored)
+void TreePlacer::takeFurtherName(const StoredItem& stored, bool hasStood)
 {
     std::string first = stored.sameFileAs;
     if (const auto substitute = substitutes_.find(first); substitute != substitutes_.end())
@@ -340,10 +377,10 @@ void TreePlacer::takeFurtherName(const StoredItem& stored)
         const std::lock_guard lock(mutex_);
         isFirstThere = isFirstThere && !notInPlace_.contains(first);
     }
-    if (isFirstThere && linkTo(first, stored))
+    if (isFirstThere && linkTo(first, stored, hasStood))
         return;
     if (stored.item.kind != ItemKind::file) {
-        takeSpecial(stored);
+        takeSpecial(stored, hasStood);
         substitutes_[stored.sameFileAs] = stored.item.path;
         return;
     }
@@ -353,13 +390,14 @@ void TreePlacer::takeFurtherName(const StoredItem& stored)
     StoredItem own = stored;
     own.content = original->content;
     const Place place = placeOf(stored.item.path);
-    files_.place({own, place.folder, place.name, temporaryFor(own.item.path, own.content->digest)});
+    files_.place({own, place.folder, place.name, temporaryFor(own.item.path, own.content->digest),
+                  hasStood});
     files_.finish(); // the next name is linked to it
     substitutes_[stored.sameFileAs] = stored.item.path;
 }
 
 /// Makes an item another name of one that is in place. @return false when it cannot be one
-bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
+bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored, bool hasStood)
 {
     if (context_.request.isDryRun)
         return wouldLinkTo(first, stored);
@@ -376,6 +414,13 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
     RestoredItem report{
         .path = stored.item.path, .kind = stored.item.kind, .state = RestoredState::unchanged};
     const auto there = toFolder->find(to.name, error);
+    const std::string other = there && !hasStood ? mistakenFor(*toFolder, stored.item.path) : "";
+    if (!other.empty()) {
+        tell({.path = stored.item.path,
+              .kind = stored.item.kind,
+              .faults = {mistakenSentence(stored.item.path, other)}});
+        return true;
+    }
     if (there && there->inode == original->inode && there->device == original->device) {
         tell(std::move(report));
         return true;
@@ -389,7 +434,8 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored)
     (void)toFolder->remove(temporary);
     error = toFolder->makeHardLink(*fromFolder, from.name, temporary);
     if (error == 0)
-        error = toFolder->rename(temporary, to.name);
+        error = there ? toFolder->rename(temporary, to.name)
+                      : toFolder->renameToNew(temporary, to.name);
     if (error != 0) {
         (void)toFolder->remove(temporary);
         return false; // another file system, or one without hard links

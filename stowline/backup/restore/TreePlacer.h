@@ -5,6 +5,7 @@
 #include "stowline/backup/index/ItemIndex.h"
 #include "stowline/backup/restore/FilePlacer.h"
 #include "stowline/backup/restore/Selection.h"
+#include "stowline/backup/restore/StandingNames.h"
 
 #include <condition_variable>
 #include <deque>
@@ -50,15 +51,22 @@ private:
     void takeFolder(const StoredItem& stored);
     void takeFile(const StoredItem& stored);
     /// A link, pipe, socket or device.
-    void takeSpecial(const StoredItem& stored);
+    void takeSpecial(const StoredItem& stored, bool hasStood);
     [[nodiscard]] bool isSame(const ItemRecord& item, const platform::TargetFolder& folder,
                               const std::string& name, const platform::TargetStatus& there) const;
     [[nodiscard]] int make(const ItemRecord& item, const platform::TargetFolder& folder,
-                           const std::string& name) const;
+                           const std::string& name, bool isNew) const;
     void takeFurtherNames();
-    void takeFurtherName(const StoredItem& stored);
-    [[nodiscard]] bool linkTo(const std::string& first, const StoredItem& stored);
+    struct FurtherName {
+        std::string path;
+        bool hasStood = true; ///< see FileTask
+    };
+    void takeFurtherName(const StoredItem& stored, bool hasStood);
+    [[nodiscard]] bool linkTo(const std::string& first, const StoredItem& stored, bool hasStood);
     [[nodiscard]] bool wouldLinkTo(const std::string& first, const StoredItem& stored);
+    [[nodiscard]] bool hasStood(const Place& place);
+    [[nodiscard]] std::string mistakenFor(const platform::TargetFolder& folder,
+                                          const std::string& path) const;
     void finishFolders();
     void finishFolder(const std::string& path);
     void wouldFinishFolder(const ItemRecord& item);
@@ -85,7 +93,9 @@ private:
     std::vector<std::string> folders_;                     ///< paths, in walking order
     std::set<std::string> madeFolders_;                    ///< of these, those that were not there
     std::map<std::string, std::uint32_t> loosenedFolders_; ///< with the modes that they had
-    std::vector<std::string> furtherNames_;                ///< paths
+    std::vector<FurtherName> furtherNames_;
+    StandingNames standing_;
+    std::string notMade_; ///< a folder whose place is taken: nothing below it is put anywhere
     bool wouldOpenMore_ = false;                     ///< in a dry run: a folder would be loosened
     std::map<std::string, std::string> substitutes_; ///< for first names that are not in place
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/capability.h>
@@ -357,6 +358,18 @@ int TargetFolder::makeHardLink(const TargetFolder& folder, const std::string& of
 int TargetFolder::rename(const std::string& from, const std::string& to) const
 {
     return outcome(renameat(folder_.number(), from.c_str(), folder_.number(), to.c_str()));
+}
+
+int TargetFolder::renameToNew(const std::string& from, const std::string& to) const
+{
+    const int folder = folder_.number();
+    if (renameat2(folder, from.c_str(), folder, to.c_str(), RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno != EINVAL && errno != ENOSYS)
+        return errno;
+    // A file system or a kernel that does not know how to do both at once.
+    int error = 0;
+    return find(to, error) ? EEXIST : rename(from, to);
 }
 
 int TargetFolder::remove(const std::string& name) const

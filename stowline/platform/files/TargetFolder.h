@@ -97,6 +97,8 @@ public:
     /// In this folder; what stands under the new name is replaced, but never a folder by another
     /// item.
     [[nodiscard]] int rename(const std::string& from, const std::string& to) const;
+    /// The same where nothing may stand under the new name. @return EEXIST when something does
+    [[nodiscard]] int renameToNew(const std::string& from, const std::string& to) const;
     [[nodiscard]] int remove(const std::string& name) const;
     [[nodiscard]] int removeFolder(const std::string& name) const;
 
