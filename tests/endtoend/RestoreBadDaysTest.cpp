@@ -121,7 +121,7 @@ TEST(RestoreBadDays, NamesThatTheTargetDoesNotTellApartAreNoSuccess)
         GTEST_SKIP() << kNoOddFileSystem;
     const fs::path back = target / account.folder.path().filename();
     for (int run = 0; run < 2; ++run) { // the second finds what the first put there
-        const auto result = restore(account, target);
+        const auto result = restore(account, target, {"--jobs", "1"}); // in their order
         EXPECT_EQ(result.status, 3) << result.errors;
         // Of each pair one: a file, a folder with its file, a link or a file, a further name.
         EXPECT_EQ(field(result, "failed"), 5) << result.output << result.errors;
