@@ -242,7 +242,7 @@ TEST(RestoreBadDays, NothingGoesOutsideWhileAFolderIsSwappedForALinkAllTheTime)
 TEST(RestoreBadDays, AfterThePasswordHasChangedTheNewOneGivesEverythingBack)
 {
     BackedUp account;
-    const std::string content = test::noise(400000, 5);
+    const std::string content = test::noise(4000000, 5);
     account.write({{"a", content}});
     ASSERT_EQ(account.backup().status, 0);
     const fs::path target = account.command.home().path() / "back";
