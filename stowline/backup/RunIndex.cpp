@@ -80,10 +80,11 @@ void RunIndex::partFrom(const std::string& path, const StoredItem* successor)
     }
     for (auto& [first, items] : furtherNames) {
         const auto known = index_.find(first);
-        const bool isReplaced =
-            !known || first != path || !successor || known->item.kind != successor->item.kind ||
-            known->item.inode != successor->item.inode || known->content != successor->content ||
-            !successor->sameFileAs.empty();
+        const bool isReplaced = !known || first != path || !successor ||
+                                known->item.kind != successor->item.kind ||
+                                known->item.inode != successor->item.inode ||
+                                (known->content && known->content != successor->content) ||
+                                !successor->sameFileAs.empty();
         if (known && isReplaced)
             handDown(*known, items);
     }

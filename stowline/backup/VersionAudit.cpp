@@ -95,7 +95,7 @@ bool VersionAudit::learnVersion(StoredItem& item)
     if (isVersionNumber(found.version)) {
         item.content->version = found.version;
         item.content->list = found.list;
-        index_.put(item);
+        index_.alone().put(item, index_.run());
     } else {
         lose(item);
     }
@@ -106,7 +106,8 @@ void VersionAudit::lose(StoredItem& item)
 {
     ++lost_;
     item.content.reset();
-    index_.put(item);
+    // Its further names go on sharing with it what is sent again.
+    index_.alone().put(item, index_.run());
 }
 
 /// @return false, for whoever asked

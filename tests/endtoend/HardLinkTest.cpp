@@ -128,6 +128,22 @@ TEST_F(HardLinks, ThatCouldNotBeLookedAtStayAsTheyWere)
     EXPECT_EQ(stored("C/f"), "original");
 }
 
+TEST_F(HardLinks, WhoseContentTheServiceLostHaveWhatIsSentAgain)
+{
+    {
+        devserver::Storage storage(account_.server.data());
+        const auto page =
+            storage.search({.userName = "ann", .folder = path("A"), .pageSize = 9}, "f", "");
+        const auto versions = storage.versions("ann", page.value().items.at(0).id);
+        ASSERT_TRUE(storage.deleteVersion("ann", versions.at(0).listId));
+    }
+    const auto result = backUp({"A"}, {"--trust-nothing"});
+    ASSERT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    for (const char* name : {"A/f", "B/f", "C/f"})
+        EXPECT_EQ(stored(name), "original") << name;
+}
+
 TEST_F(HardLinks, ThatAreWrittenToStayOne)
 {
     account_.write({{"A/f", "written in place"}}); // the file keeps its inode
