@@ -34,10 +34,11 @@ struct Exclusion {
 ///
 /// - without a slash (but at its end) it matches names at any depth: "*.o", "build";
 /// - with a slash at its beginning or inside it matches paths from the named path on: "/a.txt" is
-///   in the named folder itself, "src/*.c" in its folder src;
+///   in the named folder itself, "src/?.c" in its folder src;
 /// - a slash at its end: folders only;
 /// - "*", "?" and "[…]" match no slash; "**" as a whole name matches any number of folders, none
-///   too: "a/**/b", "**/b"; "a/**" is everything in a, but not a;
+///   too: at the beginning of a pattern, between two names, and at its end, where it means
+///   everything in the folder before it but not that folder;
 /// - "\" takes the next character as it is.
 ///
 /// Bytes are compared as they are. (rsync's "/x" and "x/" mean the same; its first match wins where
