@@ -6,6 +6,7 @@
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/Diagnosis.h"
 #include "stowline/service/SettingsCheck.h"
+#include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
@@ -17,12 +18,6 @@ namespace stowline::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::optional<fs::path> settingsFile()
-{
-    const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
-    return name ? std::optional(platform::Bundle::resourceFolder() / *name) : std::nullopt;
-}
 
 Finding checkBundle()
 {
@@ -38,7 +33,7 @@ Finding checkBundle()
 
 Finding checkSettingsFile()
 {
-    const auto file = settingsFile();
+    const auto file = WebServicesSettings::file();
     const auto bytes = file ? platform::readFile(*file) : std::nullopt;
     if (!bytes)
         return {"settings", false,

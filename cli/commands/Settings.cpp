@@ -4,6 +4,7 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/SettingsCheck.h"
+#include "stowline/service/WebServicesSettings.h"
 
 #include <fmt/format.h>
 
@@ -22,13 +23,13 @@ void show(const std::string& file, const SettingsFault& fault)
 ExitStatus check(std::string file)
 {
     if (file.empty()) {
-        const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
-        if (!name)
+        const auto place = WebServicesSettings::file();
+        if (!place)
             return output().fail(ExitStatus::settingsInvalid,
                                  (platform::Bundle::folder() / "Info.plist").string() +
                                      " is missing or does not name the settings file "
                                      "(TW_WebServicesSettingsFilename).");
-        file = (platform::Bundle::resourceFolder() / *name).string();
+        file = place->string();
     }
     const auto bytes = platform::readFile(file);
     if (!bytes)

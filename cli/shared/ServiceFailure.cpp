@@ -14,13 +14,13 @@ namespace stowline::cli {
 
 std::optional<ExitStatus> settingsFailure(const std::string& webMethod)
 {
-    const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
-    if (!name)
+    const auto place = WebServicesSettings::file();
+    if (!place)
         return output().fail(ExitStatus::settingsInvalid,
                              fmt::format("{} is missing or does not name the settings file "
                                          "(TW_WebServicesSettingsFilename).",
                                          (platform::Bundle::folder() / "Info.plist").string()));
-    const std::string file = (platform::Bundle::resourceFolder() / *name).string();
+    const std::string file = place->string();
     if (!WebServicesSettings::settingsDictionary())
         return output().fail(ExitStatus::settingsInvalid,
                              fmt::format("The settings {} cannot be read. \"stowline settings "

@@ -10,21 +10,35 @@ namespace stowline {
 
 namespace {
 
-/// The settings file's place; absent for a name that leads out of the resource folder. A leading
-/// slash means nothing: the name is appended.
-std::optional<std::filesystem::path> settingsFile(std::string_view name)
+/// The file that useFile() named; empty when it was not called.
+std::filesystem::path& chosenFile()
 {
-    const auto start = std::min(name.find_first_not_of('/'), name.size());
-    const auto below = std::filesystem::path(name.substr(start)).lexically_normal();
+    static std::filesystem::path file;
+    return file;
+}
+
+/// The place of the bundle's settings file; absent for a name that leads out of the resource folder. A leading
+/// slash means nothing: the name is appended.
+std::optional<std::filesystem::path> bundlesFile()
+{
+    const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
+    if (!name)
+        return std::nullopt;
+    const auto start = std::min(name->find_first_not_of('/'), name->size());
+    const auto below = std::filesystem::path(name->substr(start)).lexically_normal();
     if (below.empty() || *below.begin() == "..")
         return std::nullopt;
     return platform::Bundle::resourceFolder() / below;
 }
 
+std::optional<std::filesystem::path> placeOfSettings()
+{
+    return chosenFile().empty() ? bundlesFile() : std::optional(chosenFile());
+}
+
 std::optional<Dictionary> loadSettings()
 {
-    const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
-    const auto file = name ? settingsFile(*name) : std::nullopt;
+    const auto file = placeOfSettings();
     const auto bytes = file ? platform::readFile(*file) : std::nullopt;
     const auto reading =
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
@@ -84,6 +98,16 @@ std::optional<std::string> reachabilityHost()
 }
 
 } // namespace settingsTables
+
+void WebServicesSettings::useFile(std::filesystem::path file)
+{
+    chosenFile() = std::move(file);
+}
+
+std::optional<std::filesystem::path> WebServicesSettings::file()
+{
+    return orEmpty(placeOfSettings);
+}
 
 const std::optional<Dictionary>& WebServicesSettings::settingsDictionary()
 {

@@ -3,6 +3,7 @@
 
 #include "stowline/platform/values/Value.h"
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +19,12 @@ namespace stowline {
 class WebServicesSettings {
 public:
     WebServicesSettings() = delete;
+
+    /// Takes the settings from this file instead of the bundle's. Before first use only.
+    static void useFile(std::filesystem::path file);
+
+    /// Where the settings are, whether there is a file or not; absent when the bundle names none.
+    [[nodiscard]] static std::optional<std::filesystem::path> file();
 
     /// The whole file; absent when it could not be loaded.
     [[nodiscard]] static const std::optional<Dictionary>& settingsDictionary();
