@@ -10,6 +10,8 @@
 #include "stowline/platform/desktop/NotificationCenter.h"
 #include "stowline/platform/processes/Signals.h"
 #include "stowline/platform/processes/StandardStreams.h"
+#include "stowline/service/ProviderSettings.h"
+#include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +22,7 @@
 namespace {
 
 using namespace stowline;
+namespace fs = std::filesystem;
 
 struct GlobalOptions {
     bool json = false;
@@ -45,6 +48,8 @@ void declareGlobals(const cli::Command& command, GlobalOptions& options)
 
 void declareSubcommands(const cli::Command& command)
 {
+    cli::declareConnect(command);
+    cli::declareDisconnect(command);
     cli::declareSignUp(command);
     cli::declareSignIn(command);
     cli::declareAccount(command);
@@ -79,12 +84,15 @@ constexpr const char* kNoThread = "The system has no threads left: too many proc
 
 void apply(const GlobalOptions& options)
 {
+    std::error_code fault;
     cli::output().useJson(options.json);
     cli::output().beQuiet(options.quiet);
     if (options.noProgress)
         cli::forbidProgress();
     if (!options.bundle.empty())
         platform::Bundle::useFolder(options.bundle);
+    else if (const auto kept = keptProviderSettings(); kept && fs::exists(*kept, fault))
+        WebServicesSettings::useFile(*kept);
     cli::startLogging(options.log);
 }
 

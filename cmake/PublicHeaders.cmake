@@ -65,6 +65,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/service/FailureSentence.h
   stowline/service/FailureWatch.h
   stowline/service/FilePart.h
+  stowline/service/ProviderSettings.h
   stowline/service/RemoteName.h
   stowline/service/SettingsCheck.h
   stowline/service/WebServiceBroker.h

@@ -15,6 +15,7 @@ namespace {
 /// Where the shipped settings say that the provider's services are.
 constexpr std::string_view kShippedAddress = "https://service.stowline.example";
 constexpr std::string_view kShippedHost = "service.stowline.example";
+constexpr const char* kSettingsName = "TW_WebServicesSettingsFilename";
 /// How addresses on a backup server, whose name a call fills in, begin.
 constexpr std::string_view kShippedServerAddress = "https://%@/";
 
@@ -45,26 +46,33 @@ Value redirected(const Value& value, const std::string& address, const platform:
 
 } // namespace
 
-std::optional<std::string> writeBundle(const fs::path& folder, const std::string& address)
+std::optional<std::string> settingsFor(const std::string& address)
 {
-    const auto settingsName = platform::Bundle::infoString("TW_WebServicesSettingsFilename");
+    const auto settingsName = platform::Bundle::infoString(kSettingsName);
     const fs::path source = platform::Bundle::resourceFolder() / settingsName.value_or("");
     const auto bytes = settingsName ? platform::readFile(source) : std::nullopt;
     const auto shipped =
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const auto origin = platform::originOf(address);
     if (!shipped.value || !origin)
+        return std::nullopt;
+    return platform::writeXmlPropertyList(redirected(*shipped.value, address, *origin));
+}
+
+std::optional<std::string> writeBundle(const fs::path& folder, const std::string& address)
+{
+    const auto settingsName = platform::Bundle::infoString(kSettingsName);
+    const auto settings = settingsFor(address);
+    if (!settingsName || !settings)
         return "The settings beside this program cannot be read. Please install it again.";
 
     std::error_code fault;
     fs::create_directories(folder, fault);
     fs::copy(platform::Bundle::resourceFolder(), folder / "Resources",
              fs::copy_options::recursive | fs::copy_options::overwrite_existing, fault);
-    const auto settings =
-        platform::writeXmlPropertyList(redirected(*shipped.value, address, *origin));
     const auto info = platform::writeXmlPropertyList(platform::Bundle::infoDictionary());
     const bool written =
-        !fault && settings && info &&
+        !fault && info &&
         platform::writeFileAtomically(folder / "Resources" / *settingsName, *settings) &&
         platform::writeFileAtomically(folder / "Info.plist", *info);
     if (!written)

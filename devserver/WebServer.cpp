@@ -19,6 +19,8 @@ namespace stowline::devserver {
 namespace {
 
 constexpr const char* kLoopback = "127.0.0.1";
+/// Where hosts look for a provider's settings (RFC 8615).
+constexpr const char* kSettingsPath = "/.well-known/stowline/settings.plist";
 constexpr int kMostWaiting = 1024; ///< connections that nobody has taken yet; the library's are 5
 constexpr const char* kHtmlPage = "<!DOCTYPE html><html><head><title>Not the service</title></head>"
                                   "<body><p>Terms & conditions<br></body></html>";
@@ -57,6 +59,13 @@ public:
     {
         server_->Get("/", [makePage = std::move(makePage)](const auto&, auto& response) {
             response.set_content(makePage(), "text/html; charset=utf-8");
+        });
+    }
+
+    void serveSettings(std::string settings)
+    {
+        server_->Get(kSettingsPath, [settings = std::move(settings)](const auto&, auto& response) {
+            response.set_content(settings, "application/xml");
         });
     }
 
@@ -322,6 +331,11 @@ WebServer::~WebServer() = default;
 void WebServer::servePage(std::function<std::string()> makePage)
 {
     implementation_->servePage(std::move(makePage));
+}
+
+void WebServer::serveSettings(std::string settings)
+{
+    implementation_->serveSettings(std::move(settings));
 }
 
 std::optional<int> WebServer::bind(int port)

@@ -41,6 +41,9 @@ public:
     /// Answers "/" with a page that is made anew for each call. Before run().
     void servePage(std::function<std::string()> makePage);
 
+    /// Hands out a settings file for hosts, in the place where they look for it. Before run().
+    void serveSettings(std::string settings);
+
     /// Takes a port; 0 lets the system choose one.
     /// @return the port; absent when it is taken.
     [[nodiscard]] std::optional<int> bind(int port);

@@ -173,6 +173,10 @@ int run(const Options& options)
     const auto port = server.bind(options.port);
     if (!port)
         return fail(fmt::format("Port {} is taken. Please choose another, or 0.", options.port));
+    const auto settings = devserver::settingsFor(server.address());
+    if (!settings)
+        return fail("The settings beside this program cannot be read. Please install it again.");
+    server.serveSettings(*settings);
     context.backupServerName = fmt::format("127.0.0.1:{}", *port);
 
     // The port is open from here on: calls wait until they are served.

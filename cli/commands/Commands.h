@@ -5,6 +5,8 @@
 
 namespace stowline::cli {
 
+void declareConnect(const Command& app);
+void declareDisconnect(const Command& app);
 void declareSignUp(const Command& app);
 void declareSignIn(const Command& app);
 void declareEncryption(const Command& app);

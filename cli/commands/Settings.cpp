@@ -1,6 +1,7 @@
 // stowline settings check
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/SettingsFaults.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/SettingsCheck.h"
@@ -11,14 +12,6 @@
 namespace stowline::cli {
 
 namespace {
-
-void show(const std::string& file, const SettingsFault& fault)
-{
-    const std::string where = fault.path.empty() ? "" : fault.path + ": ";
-    output().item(
-        fmt::format("{}:{}: {}{}", file, fault.line, where, fault.sentence), "fault",
-        {{"file", file}, {"line", fault.line}, {"path", fault.path}, {"message", fault.sentence}});
-}
 
 ExitStatus check(std::string file)
 {
@@ -35,8 +28,7 @@ ExitStatus check(std::string file)
     if (!bytes)
         return output().fail(ExitStatus::notFound, "The file " + file + " cannot be read.");
     const auto faults = checkSettings(*bytes);
-    for (const SettingsFault& fault : faults)
-        show(file, fault);
+    showFaults(file, faults);
     if (!faults.empty())
         return output().fail(
             ExitStatus::settingsInvalid,

@@ -21,7 +21,8 @@ namespace stowline {
 namespace {
 
 constexpr std::chrono::seconds kPatience{10};
-constexpr std::string_view kHost = "{0}"; ///< in sentences
+constexpr std::string_view kExample = ".example"; ///< a name that is nobody's (RFC 2606)
+constexpr std::string_view kHost = "{0}";         ///< in sentences
 constexpr std::string_view kPlaceToFill = "%@";
 
 std::string rootOf(const platform::UrlOrigin& origin)
@@ -133,7 +134,13 @@ Finding lookAtNetwork()
     if (!host)
         return unwell("network", FailureKind::invalidSettings,
                       "The settings name no ReachabilityHost.");
-    if (!Reachability::isHostReachable(host))
+    const bool isReachable = Reachability::isHostReachable(host);
+    if (!isReachable && host->ends_with(kExample))
+        return unwell("network", FailureKind::hostUnreachable,
+                      "The settings in use name no service: " + *host +
+                          " is an example. Please run \"stowline connect ADDRESS\" with the "
+                          "address of yours.");
+    if (!isReachable)
         return unwell("network", FailureKind::hostUnreachable,
                       sentenceFor(FailureKind::hostUnreachable, *host));
     return {"network", true, "There is a way to " + *host};

@@ -17,8 +17,8 @@ std::filesystem::path& chosenFile()
     return file;
 }
 
-/// The place of the bundle's settings file; absent for a name that leads out of the resource folder. A leading
-/// slash means nothing: the name is appended.
+/// The place of the bundle's settings file; absent for a name that leads out of the resource
+/// folder. A leading slash means nothing: the name is appended.
 std::optional<std::filesystem::path> bundlesFile()
 {
     const auto name = platform::Bundle::infoString("TW_WebServicesSettingsFilename");

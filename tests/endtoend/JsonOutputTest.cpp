@@ -123,6 +123,9 @@ TEST_F(JsonOutput, IsAsThePageSays)
     const std::string copy = account_.command.home().path().string() + "/copy";
     const auto broken = account_.command.home().write("broken.plist", "<plist><dict/></plist>");
 
+    const std::string address = account_.server.address();
+    expectAsOnPage("connect", {"connect", address});
+    expectAsOnPage("connect", {"connect", address + "/AccountService.asmx?wsdl"}, "", 10);
     expectAsOnPage("signup", {"signup", "-u", "bob", "--email", "b@c.d"});
     expectAsOnPage("signin", {"signin"});
     expectAsOnPage("backup", {"backup", folder, "--system", "iMac"});

@@ -1,0 +1,94 @@
+// stowline connect
+#include "cli/commands/Commands.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/SettingsFaults.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/service/ProviderSettings.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace stowline::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+ExitStatus statusFor(SettingsRefusal::Kind kind)
+{
+    switch (kind) {
+    case SettingsRefusal::Kind::address:
+        return ExitStatus::usage;
+    case SettingsRefusal::Kind::unreachable:
+        return ExitStatus::hostUnreachable;
+    case SettingsRefusal::Kind::notFound:
+        return ExitStatus::notFound;
+    case SettingsRefusal::Kind::faulty:
+        return ExitStatus::settingsInvalid;
+    }
+    return ExitStatus::failed;
+}
+
+ExitStatus refuse(const SettingsRefusal& refusal, const std::string& address)
+{
+    showFaults(address, refusal.faults);
+    return output().fail(statusFor(refusal.kind), refusal.sentence);
+}
+
+ExitStatus connect(const std::string& address)
+{
+    const auto file = keptProviderSettings();
+    if (!file)
+        return output().fail(ExitStatus::failed, "The home folder was not found. Please set HOME.");
+    const auto fetched = fetchProviderSettings(address);
+    if (const auto* refusal = std::get_if<SettingsRefusal>(&fetched))
+        return refuse(*refusal, address);
+    const auto& settings = std::get<ProviderSettings>(fetched);
+    if (!platform::makePrivateFolder(file->parent_path()) ||
+        !platform::writeFileAtomically(*file, settings.bytes))
+        return output().fail(ExitStatus::failed,
+                             file->string() + " cannot be written. Please check the owner and the "
+                                              "mode of its folder, and the room on the disk.");
+    const std::string origins = fmt::format("{}", fmt::join(settings.origins, ", "));
+    output().note("Calls go to " + origins + " from now on.");
+    output().note("Next: \"stowline signup\" opens an account, \"stowline signin\" tries one.");
+    return output().finish(ExitStatus::done, {{"settings", file->string()}, {"calls", origins}});
+}
+
+ExitStatus disconnect()
+{
+    const auto file = keptProviderSettings();
+    std::error_code fault;
+    if (!file || !fs::exists(*file, fault))
+        return output().fail(ExitStatus::notFound,
+                             "No provider's settings are kept; those that came with the program "
+                             "are in use.");
+    if (!fs::remove(*file, fault))
+        return output().fail(ExitStatus::failed,
+                             file->string() + " cannot be removed: " + fault.message() + ".");
+    output().note("The settings that came with the program are in use again.");
+    return output().finish(ExitStatus::done);
+}
+
+} // namespace
+
+void declareConnect(const Command& app)
+{
+    auto address = std::make_shared<std::string>();
+    const Command command = app.addCommand(
+        "connect", "Fetch a provider's settings from its address and use them from now on");
+    command
+        .addOption("ADDRESS", *address,
+                   "The provider's address, as https://backup.example.com; http:// on this machine "
+                   "only")
+        .required();
+    command.runs([address] { return connect(*address); });
+}
+
+void declareDisconnect(const Command& app)
+{
+    app.addCommand("disconnect", "Use the settings again that came with the program")
+        .runs(disconnect);
+}
+
+} // namespace stowline::cli

@@ -1,0 +1,88 @@
+// From a provider's address to a backup, with nothing that names a bundle.
+#include "stowline/platform/files/Files.h"
+#include "tests/endtoend/Command.h"
+#include "tests/support/DevServerProcess.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Words;
+
+/// Somebody who has the programs and an address, and nothing else.
+class Connect : public testing::Test {
+protected:
+    [[nodiscard]] test::ProgramResult run(Words words) const
+    {
+        words.insert(words.begin(), test::builtProgram("stowline"));
+        return test::runProgram({std::move(words),
+                                 {{"HOME", home_.path().string()},
+                                  {"STOWLINE_USERNAME", "ann"},
+                                  {"STOWLINE_PASSWORD", "a password"}},
+                                 {}});
+    }
+    [[nodiscard]] fs::path kept() const { return home_.path() / ".config/stowline/provider.plist"; }
+
+    test::TemporaryFolder home_;
+};
+
+TEST_F(Connect, LeadsFromAnAddressToARestoredFile)
+{
+    const test::DevServerProcess server;
+    const auto connected = run({"connect", server.address()});
+    EXPECT_EQ(connected.status, 0) << connected.errors;
+    EXPECT_NE(connected.errors.find(server.address()), std::string::npos) << connected.errors;
+    EXPECT_EQ(fs::status(kept()).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+    EXPECT_EQ(run({"signup", "--email", "ann@example.com"}).status, 0);
+    const auto file = home_.write("letters/one", "Dear reader");
+    const auto stored = run({"backup", file.parent_path().string()});
+    EXPECT_EQ(stored.status, 0) << stored.errors;
+    const auto place = home_.path() / "restored";
+    const auto restored = run({"restore", file.parent_path().string(), "--to", place.string()});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_EQ(platform::readFile(place / "letters/one"), "Dear reader");
+}
+
+TEST_F(Connect, KeepsWhatItHadWhenTheNewSettingsAreNotTaken)
+{
+    const test::DevServerProcess server;
+    ASSERT_EQ(run({"connect", server.address()}).status, 0);
+    const auto before = platform::readFile(kept());
+    EXPECT_EQ(run({"connect", server.address() + "/none.plist"}).status, 4);
+    EXPECT_EQ(run({"connect", "http://backup.example.com"}).status, 2);
+    EXPECT_EQ(run({"connect", server.address() + "/AccountService.asmx?wsdl"}).status, 10);
+    EXPECT_EQ(platform::readFile(kept()), before);
+}
+
+TEST_F(Connect, ASettingsFileThatIsNamedComesFirst)
+{
+    const test::DevServerProcess kept;
+    const test::DevServerProcess named;
+    ASSERT_EQ(run({"connect", kept.address()}).status, 0);
+    ASSERT_EQ(run({"signup", "--email", "ann@example.com"}).status, 0);
+    EXPECT_EQ(run({"signin"}).status, 0);
+    EXPECT_EQ(run({"--bundle", named.bundle().string(), "signin"}).status, 12);
+}
+
+TEST_F(Connect, IsTakenBack)
+{
+    const test::DevServerProcess server;
+    ASSERT_EQ(run({"connect", server.address()}).status, 0);
+    EXPECT_NE(run({"doctor"}).output.find(kept().string()), std::string::npos);
+    EXPECT_EQ(run({"disconnect"}).status, 0);
+    EXPECT_FALSE(fs::exists(kept()));
+    EXPECT_EQ(run({"disconnect"}).status, 4);
+}
+
+TEST_F(Connect, TheSettingsThatComeWithTheProgramSayThatTheyNameNoService)
+{
+    const auto result = run({"signin"});
+    EXPECT_EQ(result.status, 8) << result.errors;
+    EXPECT_NE(result.errors.find("stowline connect ADDRESS"), std::string::npos) << result.errors;
+}
+
+} // namespace
+} // namespace stowline
