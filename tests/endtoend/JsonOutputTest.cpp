@@ -102,6 +102,8 @@ private:
         const auto row = std::ranges::find_if(page_, [&](const Row& candidate) {
             return candidate.command == command && candidate.type == type;
         });
+        if (type == "result" && names.empty() && line["status"] == "settings-invalid")
+            return; // nothing came of it
         if (row == page_.end()) {
             EXPECT_TRUE(type == "result" && names.empty()) << line << " is not on the page";
             return;
