@@ -2,6 +2,7 @@
 
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/LossTally.h"
+#include "stowline/backup/restore/Pruning.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/TreePlacer.h"
 #include "stowline/platform/desktop/Sha256.h"
@@ -55,6 +56,14 @@ private:
         versions_.emplace(request_.choice.account, reader.tries());
         const TreeRules rules = rulesOf(request_);
         idle_.emplace(rules);
+        if (request_.deletesOthers) {
+            if (rules.ownPatternCount() > 0)
+                throw RecordFault(RecordFault::Kind::failed,
+                                  "Deleting what the run did not hold goes with no patterns.");
+            pruning_.emplace(tree.head, tree.items, request_.choice.stateFolder);
+            if (pruning_->refusal())
+                throw RecordFault(RecordFault::Kind::failed, *pruning_->refusal());
+        }
         for (const std::string& path : request_.paths) {
             if (!stop_.isRequested())
                 restoreBelow(Selection(path, rules), tree.items, reader.source());
@@ -64,6 +73,11 @@ private:
                 summary_.notes.push_back(idleSentence(pattern));
         }
         idle_.reset();
+        const bool isKept = pruning_ && !mayDelete();
+        if (isKept && !stop_.isRequested())
+            summary_.notes.emplace_back(
+                "Not everything was put back, so nothing was deleted in the "
+                "folders that came after that.");
         summary_.fetchedBytes = reader.source().receivedBytes();
     }
 
@@ -120,13 +134,28 @@ private:
                                      .owners = owners_,
                                      .stop = stop_,
                                      .done = [this](const RestoredItem& item) { tell(item); },
-                                     .gathered = [this](std::int64_t bytes) { move(bytes); }};
+                                     .gathered = [this](std::int64_t bytes) { move(bytes); },
+                                     .mistakenFor = {},
+                                     .tidy = tidying()};
         TreePlacer placer(context, items, selection);
         placer.place(*idle_, [this](const StoredItem& stored) { find(stored); });
         if (const int refused = request_.isDryRun ? 0 : root->synchronizeFileSystem())
             throw RecordFault(RecordFault::Kind::failed,
                               folder.string() + " cannot be written to the disk: " +
                                   platform::systemErrorText(refused) + ".");
+    }
+
+    /// What is done with a folder once all is in it; empty: nothing.
+    std::function<bool(const platform::TargetFolder&, const std::string&)> tidying()
+    {
+        if (!pruning_)
+            return {};
+        return [this](const platform::TargetFolder& folder, const std::string& path) {
+            return mayDelete() &&
+                   pruning_->prune(
+                       folder, path, request_.isDryRun,
+                       [this](const RestoredItem& item) { tellDeleted(item); }, stop_);
+        };
     }
 
     /// Where the run holds what a path leads to through links; empty when it is no such path, or
@@ -185,6 +214,23 @@ private:
         look();
     }
 
+    void tellDeleted(const RestoredItem& item)
+    {
+        const std::lock_guard lock(mutex_);
+        summary_.deleted += item.state == RestoredState::deleted ? 1 : 0;
+        summary_.wouldDelete += item.state == RestoredState::wouldDelete ? 1 : 0;
+        summary_.notDeleted += item.state == RestoredState::failed ? 1 : 0;
+        observer_.itemDone(item);
+    }
+
+    /// Whether what the run did not hold may go from a folder: nothing does while something that
+    /// the run holds is not in place, for what is deleted may be all that is left of it.
+    bool mayDelete()
+    {
+        const std::lock_guard lock(mutex_);
+        return summary_.failed == 0 && !stop_.isRequested();
+    }
+
     void count(const RestoredItem& item)
     {
         switch (item.state) {
@@ -205,6 +251,9 @@ private:
         case RestoredState::wouldRestore:
             ++summary_.wouldRestore;
             break;
+        case RestoredState::deleted:
+        case RestoredState::wouldDelete:
+            break; // see tellDeleted()
         }
         const bool isInPlace =
             item.state == RestoredState::restored || item.state == RestoredState::unchanged;
@@ -249,6 +298,10 @@ private:
         } else if (sum.failed > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence = counted(sum.failed, "item is", "items are") + " not put back.";
+        } else if (sum.notDeleted > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence = counted(sum.notDeleted, "item", "items") +
+                                " that the run did not hold cannot be deleted.";
         } else if (sum.incomplete > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence =
@@ -264,7 +317,8 @@ private:
     Owners owners_;
     std::optional<VersionFinder> versions_;
     std::optional<IdlePatterns> idle_;
-    std::uint64_t missing_ = 0; ///< named paths that the run does not have
+    std::optional<Pruning> pruning_; ///< absent: nothing is deleted
+    std::uint64_t missing_ = 0;      ///< named paths that the run does not have
 
     std::mutex mutex_; ///< of what follows
     RestoreSummary summary_;
@@ -349,9 +403,13 @@ const char* nameOf(RestoredState state)
     case RestoredState::failed:
         return "failed";
     case RestoredState::wouldRestore:
+        return "would-restore";
+    case RestoredState::deleted:
+        return "deleted";
+    case RestoredState::wouldDelete:
         break;
     }
-    return "would-restore";
+    return "would-delete";
 }
 
 RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,

@@ -15,6 +15,16 @@ namespace {
 /// How much of the chain each run reads again to know that it is still there.
 constexpr std::uint64_t kRecordBytesReadAgain = 16U << 20;
 
+/// A path as it is named, but from the root on.
+std::string absolute(const std::string& path)
+{
+    std::error_code unknown;
+    std::string text = std::filesystem::absolute(path, unknown).lexically_normal().string();
+    while (text.size() > 1 && text.ends_with('/'))
+        text.pop_back();
+    return text;
+}
+
 } // namespace
 
 RunRecords::RunRecords(const BackupRequest& request, const RunState& state, Tries& tries,
@@ -123,7 +133,8 @@ RunDescription RunRecords::description() const
     about.systemName = request_.account.systemName;
     about.host = General::localHostName();
     about.identity = request_.identity;
-    about.namedPaths = request_.paths;
+    for (const std::string& path : request_.paths)
+        about.namedPaths.push_back(absolute(path));
     for (const std::string& pattern : request_.rules.include)
         about.rules.push_back("include " + pattern);
     for (const std::string& pattern : request_.rules.exclude)
