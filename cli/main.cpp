@@ -11,6 +11,7 @@
 #include "stowline/platform/processes/Signals.h"
 #include "stowline/platform/processes/StandardStreams.h"
 #include "stowline/service/ProviderSettings.h"
+#include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
@@ -29,6 +30,7 @@ struct GlobalOptions {
     bool quiet = false;
     cli::LogOptions log;
     bool noProgress = false;
+    bool noNursery = false;
     std::string bundle;
 };
 
@@ -39,6 +41,10 @@ void declareGlobals(const cli::Command& command, GlobalOptions& options)
     command.addFlag("-q,--quiet", options.quiet, "Print results and faults only").fromVariable();
     cli::declareLogging(command, options.log);
     command.addFlag("--no-progress", options.noProgress, "Show no progress").fromVariable();
+    command
+        .addFlag("--no-nursery", options.noNursery,
+                 "Start the helper program anew for each call to the service")
+        .fromVariable();
     command
         .addOption("--bundle", options.bundle,
                    "Folder with Info.plist and Resources to use instead of the program's own")
@@ -93,6 +99,7 @@ void apply(const GlobalOptions& options)
         platform::Bundle::useFolder(options.bundle);
     else if (const auto kept = keptProviderSettings(); kept && fs::exists(*kept, fault))
         WebServicesSettings::useFile(*kept);
+    WebServiceBroker::useNursery(!options.noNursery);
     cli::startLogging(options.log);
 }
 

@@ -1,10 +1,10 @@
 """Looks at every process again and again, for a text that none may show, until its input ends.
 
-    process_scanner.py NAME    the text comes as the first line of standard input
+    process_scanner.py NAME COUNT    the text comes as the first line of standard input
 
 Looks at the arguments of every process, and at the environment of those called NAME and of its own
-parent, but not at its own. Prints "ready", and at the end one line: looks, processes called NAME that
-were seen, finds.
+parent, but not at its own. Prints "ready", then "seen" when it has seen COUNT processes called NAME, and
+at the end one line: looks, processes called NAME that were seen, finds.
 """
 
 import os
@@ -24,7 +24,9 @@ def main():
     name = sys.argv[1].encode()
     canary = sys.stdin.buffer.readline().rstrip(b"\n")
     looks = finds = 0
+    enough = int(sys.argv[2])
     seen = set()
+    told = False
     print("ready", flush=True)
     while not select.select([sys.stdin], [], [], 0)[0]:
         looks += 1
@@ -41,6 +43,9 @@ def main():
             if canary in shown:
                 finds += 1
                 print(f"found in process {entry}: {words!r}", file=sys.stderr)
+        if not told and len(seen) >= enough:
+            told = True
+            print("seen", flush=True)
     print(looks, len(seen), finds, flush=True)
 
 

@@ -14,6 +14,8 @@ namespace stowline::cli {
 
 std::optional<ExitStatus> settingsFailure(const std::string& webMethod)
 {
+    // Secrets have left the environment by now: they are taken when the options are declared.
+    WebServiceBroker::beginNursery();
     const auto place = WebServicesSettings::file();
     if (!place)
         return output().fail(ExitStatus::settingsInvalid,

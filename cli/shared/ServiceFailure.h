@@ -9,7 +9,9 @@
 
 namespace stowline::cli {
 
-/// Checks that the settings can be used and have an entry for a web method; says what is wrong.
+/// Checks that the settings can be used and have an entry for a web method; says what is wrong. To
+/// be asked before the first call: the helper program loads meanwhile
+/// (WebServiceBroker::beginNursery).
 /// @return absent when all is well.
 [[nodiscard]] std::optional<ExitStatus> settingsFailure(const std::string& webMethod);
 

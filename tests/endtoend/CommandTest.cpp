@@ -3,6 +3,7 @@
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/values/PropertyList.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/PseudoTerminal.h"
 #include "tests/support/RawServer.h"
 #include "tests/support/TestBundle.h"
@@ -263,15 +264,30 @@ TEST(DevServerLog, TellsOfCallsWithoutTheirSecrets)
     EXPECT_EQ(text.find("s3cret"), std::string::npos);
 }
 
-TEST(CommandInterrupted, EndsWithAResultLineAnd130)
+/// A helper that a nursery forks, and one that is started for its call.
+class CommandWithHelper : public testing::TestWithParam<test::HelperForm> {
+protected:
+    [[nodiscard]] static Environment environment()
+    {
+        Environment words = test::environmentFor(GetParam());
+        words["STOWLINE_PASSWORD"] = "x";
+        return words;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Forms, CommandWithHelper, testing::ValuesIn(test::kHelperForms),
+                         test::nameOfForm);
+
+TEST_P(CommandWithHelper, InterruptedEndsWithAResultLineAnd130)
 {
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
     const Command stowline(server.bundle());
     for (const auto& [signal, status] :
          {std::pair{SIGINT, 130}, std::pair{SIGTERM, 143}, std::pair{SIGHUP, 143}}) {
         test::BackgroundProgram running(
-            stowline.run({"--json", "-v", "signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}}));
-        const int helper = running.awaitChild();
+            stowline.run({"--json", "-v", "signin", "-u", "ann"}, environment()));
+        const int helper = running.awaitHelper();
+        EXPECT_EQ(test::nurseriesOf(running.processId()).size(), test::nurseriesIn(GetParam()));
         running.signal(signal);
         const auto result = running.wait();
         EXPECT_EQ(result.status, status);
@@ -288,21 +304,23 @@ TEST(CommandInterrupted, IsNotByAHangUpThatIsIgnored)
                    .run({"--json", "signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}});
     run.words.insert(run.words.begin(), "/usr/bin/nohup");
     test::BackgroundProgram running(run);
-    (void)running.awaitChild();
+    (void)running.awaitHelper();
     running.signal(SIGHUP);
     running.signal(SIGINT); // comes after it, and is what ends it
     EXPECT_EQ(running.wait().status, 130);
 }
 
-TEST(CommandKilled, LeavesNoHelperBehind)
+TEST_P(CommandWithHelper, KilledLeavesNoHelperBehind)
 {
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
     const Command stowline(server.bundle());
-    test::BackgroundProgram running(
-        stowline.run({"signin", "-u", "ann"}, {{"STOWLINE_PASSWORD", "x"}}));
-    const int helper = running.awaitChild();
+    test::BackgroundProgram running(stowline.run({"signin", "-u", "ann"}, environment()));
+    const int helper = running.awaitHelper();
+    const auto nurseries = test::nurseriesOf(running.processId());
     running.signal(SIGKILL);
     test::awaitEnd(helper); // the call itself would go on for a minute
+    for (const int nursery : nurseries)
+        test::awaitEnd(nursery);
     EXPECT_EQ(running.wait().status, 1000 + SIGKILL);
 }
 

@@ -10,6 +10,7 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/Base64.h"
 #include "tests/endtoend/BackedUp.h"
+#include "tests/support/Helpers.h"
 #include "tests/support/TestPaths.h"
 
 #include <csignal>
@@ -252,13 +253,34 @@ private:
     std::string console_;
 };
 
-TEST(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
+/// Where a nursery forks the helper, and where it is started for its call.
+class Secrets : public testing::TestWithParam<test::HelperForm> {
+protected:
+    /// A sign-in at a service that does not answer it.
+    [[nodiscard]] static test::BackgroundProgram
+    signingIn(const test::DevServerProcess& server, const test::TemporaryFolder& home, Words words)
+    {
+        words.insert(words.end(), {test::builtProgram("stowline"), "signin"});
+        auto environment = test::environmentFor(GetParam());
+        environment.insert({{"HOME", home.path().string()},
+                            {"STOWLINE_BUNDLE", server.bundle().string()},
+                            {"STOWLINE_USERNAME", "ann"},
+                            {"STOWLINE_PASSWORD", kCanary}});
+        return test::BackgroundProgram({std::move(words), std::move(environment)});
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Forms, Secrets, testing::ValuesIn(test::kHelperForms), test::nameOfForm);
+
+TEST_P(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
 {
     const bool isLong = std::getenv("STOWLINE_LONG_TESTS");
     const int calls = isLong ? 10000 : 300;
+    const int enough = calls / 50; // helpers that the scanner must have come upon
     const test::DevServerProcess server;
     platform::Bundle::useFolder(server.bundle());
     platform::Bundle::useExecutable(test::builtProgram("stowline"));
+    WebServiceBroker::useNursery(GetParam() == test::HelperForm::ofNursery);
     const test::TemporaryFolder folder;
     std::string console;
     {
@@ -266,16 +288,18 @@ TEST(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
         ASSERT_TRUE(
             WebServiceBroker::creatAccountWithFirstname("Ann", "ann", kCanary, "a@b.c", nullptr));
         test::BackgroundProgram scanner(
-            {{"/usr/bin/python3", test::sourceFile("tests/process_scanner.py"), "WebServiceCaller"},
+            {{"/usr/bin/python3", test::sourceFile("tests/process_scanner.py"), "WebServiceCaller",
+              std::to_string(enough)},
              {},
              std::string(kCanary) + "\n"});
         ASSERT_EQ(scanner.readLine(), "ready");
         std::atomic<int> left = calls;
         std::atomic<int> refused = 0;
+        std::atomic<bool> isSeen = false;
         std::vector<std::jthread> callers;
         for (int i = 0; i < 4; ++i) {
             callers.emplace_back([&] {
-                while (left-- > 0) {
+                while (left-- > 0 || !isSeen) {
                     std::optional<Error> error;
                     const auto result =
                         WebServiceBroker::authenticateForUsername("ann", kCanary, &error);
@@ -284,6 +308,8 @@ TEST(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
                 }
             });
         }
+        EXPECT_EQ(scanner.readLine(), "seen");
+        isSeen = true;
         callers.clear();
         scanner.closeInput();
         EXPECT_EQ(refused, 0);
@@ -296,7 +322,7 @@ TEST(Secrets, AreInNoProcessListLogDatabaseOrSystemLogDuringTenThousandCalls)
         figures >> looks >> seen >> finds;
         std::cout << calls << " calls; " << looks << " looks at all processes, " << seen
                   << " helpers seen\n";
-        EXPECT_GT(seen, calls / 50);
+        EXPECT_GE(seen, enough);
         EXPECT_EQ(finds, 0);
         console = logged.console();
     }
@@ -315,21 +341,18 @@ bool areCoresWritten()
     return !fs::is_empty(folder.path());
 }
 
-TEST(Secrets, AreInNoChildsEnvironmentAndNoLongerInTheCommandsOwn)
+TEST_P(Secrets, AreInNoChildsEnvironmentAndNoLongerInTheCommandsOwn)
 {
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
     const test::TemporaryFolder home;
-    test::BackgroundProgram command({{test::builtProgram("stowline"), "signin"},
-                                     {{"HOME", home.path().string()},
-                                      {"STOWLINE_BUNDLE", server.bundle().string()},
-                                      {"STOWLINE_USERNAME", "ann"},
-                                      {"STOWLINE_PASSWORD", kCanary}}});
-    const fs::path helper = "/proc/" + std::to_string(command.awaitChild());
-    const std::string status = platform::readFile(helper / "status").value();
-    const std::string parent = status.substr(status.find("PPid:\t") + 6);
-    const fs::path itself = "/proc/" + parent.substr(0, parent.find('\n'));
-    for (const fs::path& process : {helper, itself}) {
-        const auto environment = platform::readFile(process / "environ");
+    test::BackgroundProgram command = signingIn(server, home, {});
+    std::vector<int> processes{command.awaitHelper(), command.processId()};
+    const auto nurseries = test::nurseriesOf(command.processId());
+    EXPECT_EQ(nurseries.size(), test::nurseriesIn(GetParam()));
+    processes.insert(processes.end(), nurseries.begin(), nurseries.end());
+    for (const int process : processes) {
+        const auto environment =
+            platform::readFile("/proc/" + std::to_string(process) + "/environ");
         ASSERT_TRUE(environment) << process;
         EXPECT_NE(environment->find("STOWLINE_USERNAME=ann"), std::string::npos);
         EXPECT_EQ(secretIn(*environment), "");
@@ -338,7 +361,7 @@ TEST(Secrets, AreInNoChildsEnvironmentAndNoLongerInTheCommandsOwn)
     (void)command.wait();
 }
 
-TEST(Secrets, AreInNoCore)
+TEST_P(Secrets, AreInNoCore)
 {
     if (!areCoresWritten())
         GTEST_SKIP() << "This machine writes no cores into the folder of the program that crashed "
@@ -346,14 +369,10 @@ TEST(Secrets, AreInNoCore)
     const test::DevServerProcess server({"--fault", "Authenticate:*:stall"});
     const test::TemporaryFolder folder;
     const test::TemporaryFolder home;
-    test::BackgroundProgram command(
-        {{"/bin/sh", "-c", "ulimit -c unlimited; cd \"$0\"; exec \"$@\"", folder.path().string(),
-          test::builtProgram("stowline"), "signin"},
-         {{"HOME", home.path().string()},
-          {"STOWLINE_BUNDLE", server.bundle().string()},
-          {"STOWLINE_USERNAME", "ann"},
-          {"STOWLINE_PASSWORD", kCanary}}});
-    const int helper = command.awaitChild();
+    test::BackgroundProgram command = signingIn(
+        server, home,
+        {"/bin/sh", "-c", "ulimit -c unlimited; cd \"$0\"; exec \"$@\"", folder.path().string()});
+    const int helper = command.awaitHelper();
     ASSERT_EQ(::kill(helper, SIGSEGV), 0);
     command.signal(SIGSEGV);
     (void)command.wait();

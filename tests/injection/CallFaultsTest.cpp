@@ -4,8 +4,11 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/FailingInTurn.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/Helpers.h"
 
 #include <cstdlib>
+#include <thread>
+#include <unistd.h>
 
 namespace stowline {
 namespace {
@@ -13,6 +16,10 @@ namespace {
 const std::vector<std::string> kCalled{
     "new",     "read", "write",       "memfd_create", "pipe2", "clone", "socket", "socketpair",
     "connect", "send", "getsockname", "getaddrinfo",  "poll",  "fcntl", "lseek"};
+const std::vector<std::string> kCalledWithNursery{
+    "new",     "read",       "write", "memfd_create", "pipe2", "clone",       "socket",
+    "connect", "socketpair", "send",  "recv",         "poll",  "getsockname", "getaddrinfo",
+    "sendmsg", "setsockopt", "open",  "stat",         "fcntl", "lseek"};
 const std::vector<std::string> kCalledByHelper{
     "new",  "read",        "write",      "lstat",      "socket", "socketpair", "connect", "send",
     "recv", "getsockname", "getsockopt", "setsockopt", "poll",   "open",       "fcntl"};
@@ -80,6 +87,51 @@ TEST(CallFaults, AreAllTried)
     EXPECT_EQ(test::unlisted(kCalled, calling.path()), std::vector<std::string>());
 }
 
+// ---- with a nursery, which each attempt begins anew ----
+
+/// Those that are given up in the midst of their work end in their own time, and soon.
+void awaitNoHelpers()
+{
+    while (!test::helpersOf(::getpid()).empty())
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+}
+
+test::Path withNewNursery(Calling& calling)
+{
+    WebServiceBroker::useNursery(true);
+    const test::Path path = calling.path();
+    return {[path] {
+                WebServiceBroker::useNursery(false);
+                WebServiceBroker::useNursery(true);
+                path.attempt();
+            },
+            [path] {
+                path.check();
+                awaitNoHelpers();
+            },
+            path.works};
+}
+
+class NurseryCallFaults : public testing::TestWithParam<test::Failing> {};
+
+TEST_P(NurseryCallFaults, EndInAWholeAnswerOrNone)
+{
+    Calling calling;
+    test::failInTurn(GetParam(), withNewNursery(calling));
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, NurseryCallFaults,
+                         testing::ValuesIn(test::bothWays(kCalledWithNursery)), test::nameOf);
+
+TEST(NurseryCallFaults, AreAllTried)
+{
+    Calling calling;
+    EXPECT_EQ(test::unlisted(kCalledWithNursery, withNewNursery(calling)),
+              std::vector<std::string>());
+}
+
+// ---- in the helper ----
+
 /// Runs one call whose helper has something injected.
 class HelperWith {
 public:
@@ -117,21 +169,17 @@ std::size_t callsOfHelper(Calling& calling, const std::string& function)
     return text ? std::stoul(*text) : 0;
 }
 
-class HelperFaults : public testing::TestWithParam<test::Failing> {};
-
-TEST_P(HelperFaults, EndInAWholeAnswerOrNone)
+/// Lets each of the helper's calls of a function fail in turn.
+void failInHelper(Calling& calling, const test::Failing& failing, std::size_t calls)
 {
-    Calling calling;
-    const std::size_t calls = callsOfHelper(calling, GetParam().function);
-    ASSERT_GT(calls, 0U);
     const std::size_t step =
         std::getenv("STOWLINE_LONG_TESTS") ? 1 : std::max<std::size_t>(1, calls / 50);
     std::size_t withoutAnswer = 0;
-    for (std::size_t call = 1; call <= calls && !HasFailure(); call += step) {
+    for (std::size_t call = 1; call <= calls && !testing::Test::HasFailure(); call += step) {
         SCOPED_TRACE("call " + std::to_string(call));
         {
-            const HelperWith helper(GetParam().function + ":" + std::to_string(call) +
-                                    (GetParam().isPersistent ? ":always" : ":once"));
+            const HelperWith helper(failing.function + ":" + std::to_string(call) +
+                                    (failing.isPersistent ? ":always" : ":once"));
             calling.run();
         }
         calling.check();
@@ -141,8 +189,39 @@ TEST_P(HelperFaults, EndInAWholeAnswerOrNone)
     std::cout << withoutAnswer << " of " << calls << " ended without an answer\n";
 }
 
+class HelperFaults : public testing::TestWithParam<test::Failing> {};
+
+TEST_P(HelperFaults, EndInAWholeAnswerOrNone)
+{
+    Calling calling;
+    const std::size_t calls = callsOfHelper(calling, GetParam().function);
+    ASSERT_GT(calls, 0U);
+    failInHelper(calling, GetParam(), calls);
+}
+
 INSTANTIATE_TEST_SUITE_P(Functions, HelperFaults,
                          testing::ValuesIn(test::bothWays(kCalledByHelper)), test::nameOf);
+
+/// What fails in a nursery or in the child that it forks: what a helper started alone calls, and
+/// what a nursery calls besides.
+class NurseryFaults : public testing::TestWithParam<test::Failing> {};
+
+TEST_P(NurseryFaults, EndInAWholeAnswerOrNone)
+{
+    constexpr std::size_t ofNursery = 40;
+    Calling calling;
+    const std::size_t calls = callsOfHelper(calling, GetParam().function) + ofNursery;
+    WebServiceBroker::useNursery(true);
+    failInHelper(calling, GetParam(), calls);
+    awaitNoHelpers();
+}
+
+INSTANTIATE_TEST_SUITE_P(Functions, NurseryFaults,
+                         testing::ValuesIn(test::bothWays(
+                             {"new", "read", "write", "lstat", "socket", "socketpair", "connect",
+                              "send", "recv", "sendmsg", "recvmsg", "getsockname", "getsockopt",
+                              "setsockopt", "poll", "open", "fcntl", "fork", "dup2"})),
+                         test::nameOf);
 
 TEST(HelperFaults, AreAllTried)
 {

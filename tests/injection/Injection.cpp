@@ -130,6 +130,8 @@ STOWLINE_FALLIBLE(memfd_create, int, -1, EMFILE, (const char* name, unsigned fla
                   (name, flags))
 STOWLINE_FALLIBLE(timerfd_create, int, -1, EMFILE, (clockid_t clock, int flags) noexcept,
                   (clock, flags))
+STOWLINE_FALLIBLE(fork, pid_t, -1, EAGAIN, () noexcept, ())
+STOWLINE_FALLIBLE(dup2, int, -1, EBADF, (int file, int place) noexcept, (file, place))
 STOWLINE_FALLIBLE(pipe2, int, -1, EMFILE, (int* ends, int flags) noexcept, (ends, flags))
 STOWLINE_FALLIBLE(pthread_create, int, EAGAIN, EAGAIN,
                   (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*),
@@ -150,6 +152,10 @@ STOWLINE_FALLIBLE(send, ssize_t, -1, ECONNRESET,
                   (socket, from, size, flags))
 STOWLINE_FALLIBLE(recv, ssize_t, -1, ECONNRESET, (int socket, void* to, Bytes size, int flags),
                   (socket, to, size, flags))
+STOWLINE_FALLIBLE(sendmsg, ssize_t, -1, ENOBUFS, (int socket, const msghdr* message, int flags),
+                  (socket, message, flags))
+STOWLINE_FALLIBLE(recvmsg, ssize_t, -1, ECONNRESET, (int socket, msghdr* message, int flags),
+                  (socket, message, flags))
 STOWLINE_FALLIBLE(getsockname, int, -1, ENOBUFS,
                   (int socket, sockaddr* to, socklen_t* size) noexcept, (socket, to, size))
 STOWLINE_FALLIBLE(getsockopt, int, -1, ENOBUFS,
@@ -316,8 +322,8 @@ constexpr std::array kFunctions{// clang-format off
     "new", "read", "pread", "pread64", "write", "writev", "pwrite", "pwrite64", "copy_file_range",
     "lseek", "fsync", "fdatasync", "ftruncate", "ftruncate64", "stat", "stat64", "lstat", "fstat",
     "fstat64", "fstatat", "statx", "statvfs", "rename", "unlink", "unlinkat", "mkdir", "mkostemp", "flock",
-    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "clone", "pthread_create", "timerfd_create",
-    "getrandom", "socket", "socketpair", "connect", "send", "recv", "getsockname", "getsockopt",
+    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "fork", "dup2", "clone", "pthread_create", "timerfd_create",
+    "getrandom", "socket", "socketpair", "connect", "send", "recv", "sendmsg", "recvmsg", "getsockname", "getsockopt",
     "setsockopt", "getaddrinfo", "poll", "open", "open64", "openat", "fcntl", "fcntl64", "ioctl"};
 // clang-format on
 

@@ -1,4 +1,6 @@
 #include "tests/support/Program.h"
+
+#include "tests/support/Helpers.h"
 #include "tests/support/TestPaths.h"
 
 #include <array>
@@ -154,14 +156,13 @@ void BackgroundProgram::signal(int number) const
     ::kill(process_, number);
 }
 
-int BackgroundProgram::awaitChild() const
+int BackgroundProgram::awaitHelper() const
 {
-    const std::string process = std::to_string(process_);
-    const std::string list = "/proc/" + process + "/task/" + process + "/children";
-    int child = 0;
-    while (!(std::ifstream(list) >> child))
+    for (;;) {
+        if (const auto helpers = helpersOf(process_); !helpers.empty())
+            return helpers.front();
         std::this_thread::yield();
-    return child;
+    }
 }
 
 void awaitEnd(int process)

@@ -46,8 +46,9 @@ public:
     /// Waits for its end and hands back what was not read yet. @return as ProgramResult
     ProgramResult wait();
 
-    /// Waits until it has started a child of its own. @return the child's process id
-    [[nodiscard]] int awaitChild() const;
+    /// Waits until a helper program is at work for it, whoever is its parent (Helpers.h).
+    /// @return the helper's process id
+    [[nodiscard]] int awaitHelper() const;
 
     [[nodiscard]] int processId() const { return process_; }
 
