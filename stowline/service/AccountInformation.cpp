@@ -3,6 +3,7 @@
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -28,8 +29,8 @@ std::optional<std::int64_t> WebServiceBroker::usedSpaceInKbForAccount(std::strin
 {
     return runOperation("usedSpaceInKbForAccount:withPassword:", nullptr, std::nullopt,
                         [&](const Operation& /*operation*/) -> std::optional<std::int64_t> {
-                            const SubstitutionMap params{{"<<USERNAME>>", username},
-                                                         {"<<PASSWORD>>", withPassword}};
+                            const SubstitutionMap params{{placeholder::username, username},
+                                                         {placeholder::password, withPassword}};
                             const auto result =
                                 invokeSOAPMethodWithName("GetAccountUsedSpace", {}, params);
                             if (!result)
@@ -41,19 +42,20 @@ std::optional<std::int64_t> WebServiceBroker::usedSpaceInKbForAccount(std::strin
 std::optional<Value> WebServiceBroker::getAccountInfoForUsername2(std::string_view username,
                                                                   std::string_view withPassword)
 {
-    return runOperation("getAccountInfoForUsername2:withPassword:", nullptr, std::nullopt,
-                        [&](const Operation& /*operation*/) -> std::optional<Value> {
-                            const SubstitutionMap params{
-                                {"<<USERNAME>>", username},
-                                {"<<PASSWORD>>", withPassword},
-                                {"<<INSTALLATIONID>>", General::hardwareId().value_or("")},
-                                {"<<OSBITS>>", kBitWidth},
-                                {"<<SYSTEMNAME>>", General::localHostName()},
-                                {"<<PRODUCTNAME>>", General::productName().value_or("")},
-                                {"<<PRODUCTVERSION>>", General::productVersion().value_or("")},
-                                {"<<OSVERSION>>", platform::operatingSystemVersion()}};
-                            return invokeSOAPMethodWithName("GetAccountInfo", {}, params);
-                        });
+    return runOperation(
+        "getAccountInfoForUsername2:withPassword:", nullptr, std::nullopt,
+        [&](const Operation& /*operation*/) -> std::optional<Value> {
+            const SubstitutionMap params{
+                {placeholder::username, username},
+                {placeholder::password, withPassword},
+                {placeholder::installationId, General::hardwareId().value_or("")},
+                {placeholder::osBits, kBitWidth},
+                {placeholder::systemName, General::localHostName()},
+                {placeholder::productName, General::productName().value_or("")},
+                {placeholder::productVersion, General::productVersion().value_or("")},
+                {placeholder::osVersion, platform::operatingSystemVersion()}};
+            return invokeSOAPMethodWithName("GetAccountInfo", {}, params);
+        });
 }
 
 std::optional<std::string> WebServiceBroker::getUploadServerPathForUsername(
@@ -65,8 +67,8 @@ std::optional<std::string> WebServiceBroker::getUploadServerPathForUsername(
         [&](const Operation& /*operation*/) -> std::optional<std::string> {
             if (!username || !onBackupServer || !usingGuidUploadPath)
                 return std::nullopt;
-            const SubstitutionMap params{{"<<USERNAME>>", *username},
-                                         {"<<STRREGISTRYID>>", *usingGuidUploadPath}};
+            const SubstitutionMap params{{placeholder::username, *username},
+                                         {placeholder::strRegistryId, *usingGuidUploadPath}};
             return nonEmptyText(
                 invokeSOAPMethodWithName("GetPhyPath", {}, params, nullptr, "", {*onBackupServer}));
         });
@@ -76,13 +78,13 @@ std::optional<std::string> WebServiceBroker::getEncKeyForUserName(std::string_vi
                                                                   std::string_view password,
                                                                   std::string_view backupServer)
 {
-    return runOperation(
-        "getEncKeyForUserName:password:backupServer:", nullptr, std::nullopt,
-        [&](const Operation& /*operation*/) -> std::optional<std::string> {
-            const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
-            return nonEmptyText(
-                invokeSOAPMethodWithName("getenckey", {}, params, nullptr, "", {backupServer}));
-        });
+    return runOperation("getEncKeyForUserName:password:backupServer:", nullptr, std::nullopt,
+                        [&](const Operation& /*operation*/) -> std::optional<std::string> {
+                            const SubstitutionMap params{{placeholder::username, username},
+                                                         {placeholder::password, password}};
+                            return nonEmptyText(invokeSOAPMethodWithName(
+                                "getenckey", {}, params, nullptr, "", {backupServer}));
+                        });
 }
 
 bool WebServiceBroker::preparePackagedFilesForProtectionForUserName(
@@ -95,10 +97,10 @@ bool WebServiceBroker::preparePackagedFilesForProtectionForUserName(
         error, false, [&](const Operation& operation) -> bool {
             constexpr std::string_view method = "PreparePackagedFilesForProtection";
             const FailureWatch watch;
-            const SubstitutionMap params{{"<<USERNAME>>", username},
-                                         {"<<PASSWORD>>", password},
-                                         {"<<PACKAGEPATH>>", packagePath},
-                                         {"<<PACKAGEBYTECOUNT>>", packageSize.text()}};
+            const SubstitutionMap params{{placeholder::username, username},
+                                         {placeholder::password, password},
+                                         {placeholder::packagePath, packagePath},
+                                         {placeholder::packageByteCount, packageSize.text()}};
             std::optional<Error> callsOwn;
             const auto result =
                 invokeSOAPMethodWithName(method, {}, params, &callsOwn, "", {backupServer});

@@ -3,6 +3,7 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/text/UnicodeText.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 
@@ -36,7 +37,7 @@ void logSignIn(const Operation& operation, const Dictionary& result, std::int64_
 std::optional<Value> invokeWithSourceString(std::string_view method, std::string_view sourceString)
 {
     return WebServiceBroker::invokeSOAPMethodWithName(
-        method, {}, SubstitutionMap{{"<<SOURCESTRING>>", sourceString}});
+        method, {}, SubstitutionMap{{placeholder::sourceString, sourceString}});
 }
 
 } // namespace
@@ -45,19 +46,20 @@ std::optional<Dictionary> WebServiceBroker::authenticateForUsername(std::string_
                                                                     std::string_view password,
                                                                     ErrorSlot error)
 {
-    return runOperation(
-        "authenticateForUsername:withPassword:error:", error, std::nullopt,
-        [&](const Operation& operation) -> std::optional<Dictionary> {
-            const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
-            const auto answer = invokeSOAPMethodWithName("Authenticate", {}, params, error);
-            if (!answer || !answer->dictionary())
-                return std::nullopt;
-            Dictionary result = *answer->dictionary();
-            const std::int64_t statusCode = statusCodeOf(result);
-            result.insert_or_assign("resStatusCode", std::to_string(statusCode));
-            logSignIn(operation, result, statusCode);
-            return result;
-        });
+    return runOperation("authenticateForUsername:withPassword:error:", error, std::nullopt,
+                        [&](const Operation& operation) -> std::optional<Dictionary> {
+                            const SubstitutionMap params{{placeholder::username, username},
+                                                         {placeholder::password, password}};
+                            const auto answer =
+                                invokeSOAPMethodWithName("Authenticate", {}, params, error);
+                            if (!answer || !answer->dictionary())
+                                return std::nullopt;
+                            Dictionary result = *answer->dictionary();
+                            const std::int64_t statusCode = statusCodeOf(result);
+                            result.insert_or_assign("resStatusCode", std::to_string(statusCode));
+                            logSignIn(operation, result, statusCode);
+                            return result;
+                        });
 }
 
 bool WebServiceBroker::creatAccountWithFirstname(std::string_view firstname,
@@ -67,10 +69,10 @@ bool WebServiceBroker::creatAccountWithFirstname(std::string_view firstname,
 {
     return runOperation("creatAccountWithFirstname:username:password:emailID:error:", error, false,
                         [&](const Operation& operation) -> bool {
-                            const SubstitutionMap params{{"<<FIRSTNAME>>", firstname},
-                                                         {"<<USERNAME>>", username},
-                                                         {"<<PASSWORD>>", password},
-                                                         {"<<EMAILID>>", emailID}};
+                            const SubstitutionMap params{{placeholder::firstName, firstname},
+                                                         {placeholder::username, username},
+                                                         {placeholder::password, password},
+                                                         {placeholder::emailId, emailID}};
                             const auto result =
                                 invokeSOAPMethodWithName("CreateAccount", {}, params, error);
                             if (!result)
@@ -96,15 +98,16 @@ bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
         "secretQuestion:answer:error:",
         error, false, [&](const Operation& operation) -> bool {
             const SubstitutionMap params{
-                {"<<FIRSTNAME>>", firstname},
-                {"<<USERNAME>>", username},
-                {"<<PASSWORD>>", password},
-                {"<<EMAIL>>", email},
-                {"<<CUSTOMERTYPECODE>>", customerTypeCode},
-                {"<<ISSEALGUARD>>", isSealGuard ? "1" : "0"},
-                {"<<SECRETQUESTION>>", secretQuestion},
-                {"<<ANSWER>>", answer},
-                {"<<REFERALCODE>>", platform::Bundle::infoString("TW_ReferalCode").value_or("")}};
+                {placeholder::firstName, firstname},
+                {placeholder::username, username},
+                {placeholder::password, password},
+                {placeholder::email, email},
+                {placeholder::customerTypeCode, customerTypeCode},
+                {placeholder::isSealGuard, isSealGuard ? "1" : "0"},
+                {placeholder::secretQuestion, secretQuestion},
+                {placeholder::answer, answer},
+                {placeholder::referalCode,
+                 platform::Bundle::infoString("TW_ReferalCode").value_or("")}};
             const auto result = invokeSOAPMethodWithName("CreateTrialAccount", {}, params, error);
             if (!result)
                 return false;

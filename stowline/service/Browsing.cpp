@@ -3,6 +3,7 @@
 #include "stowline/platform/time/LocalTime.h"
 #include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/StringMethods.h"
@@ -94,9 +95,9 @@ std::optional<Array> WebServiceBroker::getAccountSystemsForUsername(
     return runOperation("getAccountSystemsForUsername:password:backupServer:error:", error,
                         std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
                             SubstitutionMap params;
-                            setIfPresent(params, "<<USERNAME>>", username);
-                            setIfPresent(params, "<<PASSWORD>>", password);
-                            setIfPresent(params, "<<SERVERNAME>>", backupServer);
+                            setIfPresent(params, placeholder::username, username);
+                            setIfPresent(params, placeholder::password, password);
+                            setIfPresent(params, placeholder::serverName, backupServer);
                             return listOf(acceptedAnswer(operation, "GetAccountSystems", params),
                                           "systems.SystemInfo.SystemName", Entries::areStrings,
                                           nullptr);
@@ -113,15 +114,16 @@ std::optional<Array> WebServiceBroker::getAccountFilesAndFoldersForUserName(
         "getAccountFilesAndFoldersForUserName:password:backupServer:systemName:path:sortField:"
         "ascending:startIndex:pageSize:totalCountRes:error:",
         error, std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
-            SubstitutionMap params{{"<<SORTDIRECTION>>", ascending ? "Ascending" : "Descending"},
-                                   {"<<STARTINDEX>>", startIndex},
-                                   {"<<PAGESIZE>>", pageSize}};
-            setIfPresent(params, "<<USERNAME>>", username);
-            setIfPresent(params, "<<PASSWORD>>", password);
-            setIfPresent(params, "<<SERVERNAME>>", backupServer);
-            setIfPresent(params, "<<SYSTEMNAME>>", systemName);
-            setIfPresent(params, "<<PATH>>", path);
-            setIfPresent(params, "<<SORTFIELD>>", sortField);
+            SubstitutionMap params{
+                {placeholder::sortDirection, ascending ? "Ascending" : "Descending"},
+                {placeholder::startIndex, startIndex},
+                {placeholder::pageSize, pageSize}};
+            setIfPresent(params, placeholder::username, username);
+            setIfPresent(params, placeholder::password, password);
+            setIfPresent(params, placeholder::serverName, backupServer);
+            setIfPresent(params, placeholder::systemName, systemName);
+            setIfPresent(params, placeholder::path, path);
+            setIfPresent(params, placeholder::sortField, sortField);
             return listOf(acceptedAnswer(operation, "GetAccountFilesAndFolders", params),
                           "items.FileInfo", Entries::areMaps, totalCountRes);
         });
@@ -133,10 +135,10 @@ std::optional<Array> WebServiceBroker::getFileVersionsForUsername(
 {
     return runOperation("getFileVersionsForUsername:password:backupServer:fileID:error:", error,
                         std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
-                            SubstitutionMap params{{"<<FILEID>>", fileID}};
-                            setIfPresent(params, "<<USERNAME>>", username);
-                            setIfPresent(params, "<<PASSWORD>>", password);
-                            setIfPresent(params, "<<SERVERNAME>>", backupServer);
+                            SubstitutionMap params{{placeholder::fileId, fileID}};
+                            setIfPresent(params, placeholder::username, username);
+                            setIfPresent(params, placeholder::password, password);
+                            setIfPresent(params, placeholder::serverName, backupServer);
                             return listOf(acceptedAnswer(operation, "GetFileVersions", params),
                                           "fileVersions.FileVersion", Entries::areMaps, nullptr);
                         });
@@ -148,26 +150,26 @@ std::optional<Array> WebServiceBroker::searchFilesForUsername(
     std::optional<std::string_view> rootPath, std::optional<std::string_view> searchString,
     std::int64_t startIndex, std::int64_t count, std::int64_t* totalCountRes, ErrorSlot error)
 {
-    return runOperation("searchFilesForUsername:password:backupServer:systemName:rootPath:"
-                        "searchString:startIndex:count:totalCountRes:error:",
-                        error, std::nullopt,
-                        [&](const Operation& operation) -> std::optional<Array> {
-                            SubstitutionMap params{{"<<SYSTEMNAME>>", systemName.value_or("")},
-                                                   {"<<PATH>>", rootPath.value_or("")},
-                                                   {"<<SEARCHINSUBFOLDERS>>", "1"},
-                                                   {"<<FILETYPE>>", ""},
-                                                   {"<<FILEEXTENSIONS>>", ""},
-                                                   {"<<SORTFIELD>>", "Name"},
-                                                   {"<<SORTDIRECTION>>", "Ascending"},
-                                                   {"<<STARTINDEX>>", startIndex},
-                                                   {"<<PAGESIZE>>", count}};
-                            setIfPresent(params, "<<USERNAME>>", username);
-                            setIfPresent(params, "<<PASSWORD>>", password);
-                            setIfPresent(params, "<<SERVERNAME>>", backupServer);
-                            setIfPresent(params, "<<FILENAME>>", searchString);
-                            return listOf(acceptedAnswer(operation, "SearchFilesEx", params),
-                                          "items.FileInfo", Entries::areMaps, totalCountRes);
-                        });
+    return runOperation(
+        "searchFilesForUsername:password:backupServer:systemName:rootPath:"
+        "searchString:startIndex:count:totalCountRes:error:",
+        error, std::nullopt, [&](const Operation& operation) -> std::optional<Array> {
+            SubstitutionMap params{{placeholder::systemName, systemName.value_or("")},
+                                   {placeholder::path, rootPath.value_or("")},
+                                   {placeholder::searchInSubfolders, "1"},
+                                   {placeholder::fileType, ""},
+                                   {placeholder::fileExtensions, ""},
+                                   {placeholder::sortField, "Name"},
+                                   {placeholder::sortDirection, "Ascending"},
+                                   {placeholder::startIndex, startIndex},
+                                   {placeholder::pageSize, count}};
+            setIfPresent(params, placeholder::username, username);
+            setIfPresent(params, placeholder::password, password);
+            setIfPresent(params, placeholder::serverName, backupServer);
+            setIfPresent(params, placeholder::fileName, searchString);
+            return listOf(acceptedAnswer(operation, "SearchFilesEx", params), "items.FileInfo",
+                          Entries::areMaps, totalCountRes);
+        });
 }
 
 std::optional<Value> WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
@@ -178,10 +180,10 @@ std::optional<Value> WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVers
         "getMetaDataAboutFilesToRecoverForFileVersion:userName:backupServer:errorMessage:error:",
         nullptr, std::nullopt, [&](const Operation& /*operation*/) -> std::optional<Value> {
             const SubstitutionMap params{
-                {"<<STRARRINP>>", fileVersion},
-                {"<<TIMEOFRECOVERY>>", timeOfRecovery(platform::currentDate())},
-                {"<<UNAME>>", userName},
-                {"<<ERRORMESSAGE>>", errorMessage}};
+                {placeholder::strArrInp, fileVersion},
+                {placeholder::timeOfRecovery, timeOfRecovery(platform::currentDate())},
+                {placeholder::uname, userName},
+                {placeholder::errorMessage, errorMessage}};
             return invokeSOAPMethodWithName("getMetaDataAboutFilesToRecover", {}, params, nullptr,
                                             "", {backupServer});
         });
@@ -191,14 +193,15 @@ bool WebServiceBroker::deleteFileVersionWithFileListID(std::string_view fileList
                                                        std::string_view userName,
                                                        std::string_view backupServer)
 {
-    return runOperation(
-        "deleteFileVersionWithFileListID:userName:backupServer:", nullptr, false,
-        [&](const Operation& /*operation*/) -> bool {
-            const SubstitutionMap params{{"<<UNAME>>", userName}, {"<<FILELISTID>>", fileListID}};
-            const auto result = invokeSOAPMethodWithName("DeleteFilesInBulk", {}, params, nullptr,
-                                                         "", {backupServer});
-            return result && result->string() && StringMethods::TW_parseBool(*result->string());
-        });
+    return runOperation("deleteFileVersionWithFileListID:userName:backupServer:", nullptr, false,
+                        [&](const Operation& /*operation*/) -> bool {
+                            const SubstitutionMap params{{placeholder::uname, userName},
+                                                         {placeholder::fileListId, fileListID}};
+                            const auto result = invokeSOAPMethodWithName(
+                                "DeleteFilesInBulk", {}, params, nullptr, "", {backupServer});
+                            return result && result->string() &&
+                                   StringMethods::TW_parseBool(*result->string());
+                        });
 }
 
 } // namespace stowline

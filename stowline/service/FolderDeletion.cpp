@@ -1,6 +1,7 @@
 // Deleting a folder of a backed-up computer, which takes the service its time.
 #include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/TagReading.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -21,9 +22,9 @@ SubstitutionMap processParams(std::optional<std::string_view> username,
                               std::optional<std::string_view> processGuid)
 {
     SubstitutionMap params;
-    setIfPresent(params, "<<USERNAME>>", username);
-    setIfPresent(params, "<<PASSWORD>>", password);
-    setIfPresent(params, "<<PROCESSGUID>>", processGuid);
+    setIfPresent(params, placeholder::username, username);
+    setIfPresent(params, placeholder::password, password);
+    setIfPresent(params, placeholder::processGuid, processGuid);
     return params;
 }
 
@@ -38,10 +39,10 @@ std::optional<std::string> WebServiceBroker::beginDeleteFolderForUsername(
         "beginDeleteFolderForUsername:password:systemName:path:backupServer:", nullptr,
         std::nullopt, [&](const Operation& operation) -> std::optional<std::string> {
             SubstitutionMap params;
-            setIfPresent(params, "<<USERNAME>>", username);
-            setIfPresent(params, "<<PASSWORD>>", password);
-            setIfPresent(params, "<<SYSTEMNAME>>", systemName);
-            setIfPresent(params, "<<PATH>>", path);
+            setIfPresent(params, placeholder::username, username);
+            setIfPresent(params, placeholder::password, password);
+            setIfPresent(params, placeholder::systemName, systemName);
+            setIfPresent(params, placeholder::path, path);
             const auto answer =
                 sendTemplateRequestWithName("BeginDeleteFolders", params, "", {backupServer});
             if (!answer)

@@ -2,6 +2,7 @@
 #include "stowline/platform/time/LocalTime.h"
 #include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -29,9 +30,9 @@ std::optional<Dictionary> WebServiceBroker::centralMonitoringGetSettingsForUserN
     return runOperation("centralMonitoringGetSettingsForUserName:authToken:systemName:", nullptr,
                         std::nullopt, [&](const Operation& operation) -> std::optional<Dictionary> {
                             SubstitutionMap params;
-                            setIfPresent(params, "<<USERNAME>>", userName);
-                            setIfPresent(params, "<<AUTHTOKEN>>", authToken);
-                            setIfPresent(params, "<<SYSTEMNAME>>", systemName);
+                            setIfPresent(params, placeholder::username, userName);
+                            setIfPresent(params, placeholder::authToken, authToken);
+                            setIfPresent(params, placeholder::systemName, systemName);
                             const auto result = invokeSOAPMethodWithName("GetSettings", {}, params);
                             if (!result)
                                 return std::nullopt;
@@ -57,22 +58,22 @@ bool WebServiceBroker::centralMonitoringLogEvent(
         "uploadedFilesCount:uploadedFilesSize:",
         nullptr, false, [&](const Operation& operation) -> bool {
             const SubstitutionMap params{
-                {"<<EVENTTYPE>>", event},
-                {"<<USERNAME>>", userName},
-                {"<<AUTHTOKEN>>", authToken},
-                {"<<SYSTEMNAME>>", systemName},
-                {"<<BACKUPDURATION>>", duration},
-                {"<<CLIENTVERSION>>", General::productVersion().value_or("")},
-                {"<<CLIENTDATE>>", clientDate(platform::currentDate())},
-                {"<<ISSCHEDULED>>", General::isScheduledLaunch() ? "true" : "false"},
-                {"<<ERRORFILESCOUNT>>", errFilesCount},
-                {"<<ERRORFILESSIZE>>", errFilesSize},
-                {"<<TOTALFILESCOUNT>>", totalFilesCount},
-                {"<<TOTALFILESSIZE>>", totalFilesSize},
-                {"<<UNCHANGEDFILESCOUNT>>", unchangedFilesCount},
-                {"<<UNCHANGEDFILESSIZE>>", unchangedFilesSize},
-                {"<<UPLOADEDFILESCOUNT>>", uploadedFilesCount},
-                {"<<UPLOADEDFILESSIZE>>", uploadedFilesSize}};
+                {placeholder::eventType, event},
+                {placeholder::username, userName},
+                {placeholder::authToken, authToken},
+                {placeholder::systemName, systemName},
+                {placeholder::backupDuration, duration},
+                {placeholder::clientVersion, General::productVersion().value_or("")},
+                {placeholder::clientDate, clientDate(platform::currentDate())},
+                {placeholder::isScheduled, General::isScheduledLaunch() ? "true" : "false"},
+                {placeholder::errorFilesCount, errFilesCount},
+                {placeholder::errorFilesSize, errFilesSize},
+                {placeholder::totalFilesCount, totalFilesCount},
+                {placeholder::totalFilesSize, totalFilesSize},
+                {placeholder::unchangedFilesCount, unchangedFilesCount},
+                {placeholder::unchangedFilesSize, unchangedFilesSize},
+                {placeholder::uploadedFilesCount, uploadedFilesCount},
+                {placeholder::uploadedFilesSize, uploadedFilesSize}};
             const auto answer = sendTemplateRequestWithName("LogEvent", params, "", {});
             OPERATION_LOG_INFO(operation, "LogEvent method result:\n%@", answer);
             if (!answer)

@@ -4,6 +4,7 @@
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/SettingsTables.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/Base64.h"
@@ -100,7 +101,8 @@ WebServiceBroker::restoreTicketForUsername(std::string_view username, std::strin
                 operation.fail(FailureKind::invalidSettings, kRestoringNotConfiguredMessage);
                 return std::nullopt;
             }
-            const SubstitutionMap params{{"<<USERNAME>>", username}, {"<<PASSWORD>>", password}};
+            const SubstitutionMap params{{placeholder::username, username},
+                                         {placeholder::password, password}};
             const auto result =
                 invokeSOAPMethodWithName(kGetTicket, {}, params, error, "", {backupServer});
             const Dictionary* answer = result ? result->dictionary() : nullptr;
@@ -133,11 +135,11 @@ FilePart WebServiceBroker::filePartForUsername(std::string_view username, std::s
                 return {.outcome = FilePartOutcome::notConfigured};
             }
             const SubstitutionMap values{
-                {"<<BASE64USERNAME>>", Base64::base64EncodingWithLineLength(username, 0)},
-                {"<<TICKET>>", ticket},
-                {"<<VERSIONID>>", versionId},
-                {"<<OFFSET>>", offset},
-                {"<<LENGTH>>", length}};
+                {placeholder::base64Username, Base64::base64EncodingWithLineLength(username, 0)},
+                {placeholder::ticket, ticket},
+                {placeholder::versionId, versionId},
+                {placeholder::offset, offset},
+                {placeholder::length, length}};
             const std::array<platform::FormatArgument, 1> server{backupServer};
             std::optional<Dictionary> headers;
             auto body = sendWebRequestWithURL(filledUrl(*entry, server), kDownloadPart, values,

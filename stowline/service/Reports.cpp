@@ -3,6 +3,7 @@
 #include "stowline/platform/time/DateFormatter.h"
 #include "stowline/service/Operation.h"
 #include "stowline/service/OptionalValues.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -35,17 +36,17 @@ void WebServiceBroker::sendBackupReportForUserName(
         nullptr, [&](const Operation& operation) {
             const platform::DateFormatter dates("yyyy-MM-dd HH:mm:ss");
             SubstitutionMap params{
-                {"<<REPORTDATE>>", dates.stringFromDate(reportDate)},
-                {"<<BACKUPDATE>>", dates.stringFromDate(backupDate)},
-                {"<<NUMBEROFFILESNOTCHANGED>>", numberOfFilesNotChanged},
-                {"<<NUMBEROFFILESBACKEDUP>>", numberOfFilesBackedUp},
-                {"<<NUMBEROFFILESNOTBACKEDUP>>", numberOfFilesNotBackedUp},
-                {"<<TOTALNUMBEROFFILESPROCESSED>>", totalNumberOfFilesProcessed},
-                {"<<TOTALDATATRANSFERED>>", General::sizeString(totalDataTransfered)}};
-            setIfPresent(params, "<<USERNAME>>", userName);
-            setIfPresent(params, "<<PASSWORD>>", password);
-            setIfPresent(params, "<<ACCOUNTUSERNAME>>", accountUserName);
-            setIfPresent(params, "<<MACHINENAME>>", machineName);
+                {placeholder::reportDate, dates.stringFromDate(reportDate)},
+                {placeholder::backupDate, dates.stringFromDate(backupDate)},
+                {placeholder::numberOfFilesNotChanged, numberOfFilesNotChanged},
+                {placeholder::numberOfFilesBackedUp, numberOfFilesBackedUp},
+                {placeholder::numberOfFilesNotBackedUp, numberOfFilesNotBackedUp},
+                {placeholder::totalNumberOfFilesProcessed, totalNumberOfFilesProcessed},
+                {placeholder::totalDataTransfered, General::sizeString(totalDataTransfered)}};
+            setIfPresent(params, placeholder::username, userName);
+            setIfPresent(params, placeholder::password, password);
+            setIfPresent(params, placeholder::accountUsername, accountUserName);
+            setIfPresent(params, placeholder::machineName, machineName);
             std::optional<Error> error;
             const auto result =
                 invokeSOAPMethodWithName("SendBackupSummaryReport", {}, params, &error);
@@ -70,11 +71,11 @@ bool WebServiceBroker::sendEmailTo(std::optional<std::string_view> to,
             if (!to || !from)
                 return false;
             const char* html = isHTML ? "1" : "0";
-            const SubstitutionMap params{{"<<STRTOADDRESS>>", *to},
-                                         {"<<STRFROMADDRESS>>", *from},
-                                         {"<<STRSUBJECT>>", subject.value_or("")},
-                                         {"<<STRBODY>>", body.value_or("")},
-                                         {"<<BLNISHTMLFORMAT>>", html}};
+            const SubstitutionMap params{{placeholder::strToAddress, *to},
+                                         {placeholder::strFromAddress, *from},
+                                         {placeholder::strSubject, subject.value_or("")},
+                                         {placeholder::strBody, body.value_or("")},
+                                         {placeholder::blnIsHtmlFormat, html}};
             std::optional<Error> error;
             const auto result = invokeSOAPMethodWithName("sendEmail", {}, params, &error);
             if (isConfirmed(result))

@@ -3,6 +3,7 @@
 #include "stowline/platform/time/DateText.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/SettingsTables.h"
 #include "stowline/service/WebRequest.h"
@@ -30,10 +31,10 @@ std::string inBase64(std::string_view bytes)
 SubstitutionMap headerValues(std::string_view filename, std::string_view guid,
                              std::string_view username, std::string_view serverUploadPath)
 {
-    return {{"<<BASE64FILENAME>>", inBase64(filename)},
-            {"<<GUID>>", guid},
-            {"<<BASE64USERNAME>>", inBase64(username)},
-            {"<<BASE64SERVERDIRPATH>>", inBase64(serverUploadPath)}};
+    return {{placeholder::base64FileName, inBase64(filename)},
+            {placeholder::guid, guid},
+            {placeholder::base64Username, inBase64(username)},
+            {placeholder::base64ServerDirPath, inBase64(serverUploadPath)}};
 }
 
 /// Why a server that did not say "true" said so, for those who watch.
@@ -119,8 +120,8 @@ std::optional<Dictionary> WebServiceBroker::uploadForUser(
             operation.clearError();
             SubstitutionMap values =
                 headerValues(filePathname, idForServerLogs, username, serverUploadPath);
-            values.emplace("<<TICKET>>", ticket);
-            values.emplace("<<PORTIONSIZE>>", partSizeBytes);
+            values.emplace(placeholder::ticket, ticket);
+            values.emplace(placeholder::portionSize, partSizeBytes);
             return acceptedHeaders(operation, kUploadPart, toBackupServer, values, data,
                                    "\nWebServiceBroker.uploadDataForUser. Status = %@");
         });
@@ -141,16 +142,16 @@ bool WebServiceBroker::protectUploadedFileForUser(
             const std::string path = "\\\\" + std::string(localVolume) +
                                      platform::replacingOccurrences(localDirectory, "/", "\\");
             const SubstitutionMap params{
-                {"<<USERNAME>>", username},
-                {"<<PASSWORD>>", password},
-                {"<<SYSTEMNAME>>", localSystem},
-                {"<<PATH>>", path},
-                {"<<FILENAME>>", localFilename},
-                {"<<UNIQUEID>>", uploadPathGuidComponent},
-                {"<<SESSIONKEY>>", sessionKey},
-                {"<<LOCALTIME>>", DateMethods::TW_ISO8601DateTimeFromDate(localTime)},
-                {"<<ORIGINALFILESIZEINBYTES>>", origFileSizeBytes},
-                {"<<SERVERPATH>>", fullServerFilePath}};
+                {placeholder::username, username},
+                {placeholder::password, password},
+                {placeholder::systemName, localSystem},
+                {placeholder::path, path},
+                {placeholder::fileName, localFilename},
+                {placeholder::uniqueId, uploadPathGuidComponent},
+                {placeholder::sessionKey, sessionKey},
+                {placeholder::localTime, DateMethods::TW_ISO8601DateTimeFromDate(localTime)},
+                {placeholder::originalFileSizeInBytes, origFileSizeBytes},
+                {placeholder::serverPath, fullServerFilePath}};
             const auto result =
                 invokeSOAPMethodWithName("ProtectFile", {}, params, outError, "", {backupServer});
             OPERATION_LOG_INFO(
@@ -173,22 +174,22 @@ bool WebServiceBroker::protect2UploadedFileForUser(
         "uniqueKey:iIsCompressed:lngFileSizeInBytesFromClient:lngBaselinePkForThisDelta:error:",
         error, false, [&](const Operation& operation) -> bool {
             const SubstitutionMap params{
-                {"<<USERNAME>>", username},
-                {"<<PASSWORD>>", password},
-                {"<<ACTUALFILE_NAME>>", actualName},
-                {"<<ACTUALFILE_PATH>>", actualPath},
-                {"<<ACTUALFILE_SIZE>>", actualSize},
-                {"<<ENCRYPTEDFILE_NAME>>", encryptedName},
-                {"<<ENCRYPTEDFILE_PATH>>", encryptedPath},
-                {"<<ENCRYPTEDFILE_SIZE>>", encryptedSize},
-                {"<<CLIENTDATE>>", clientTimeString(clientDate)},
-                {"<<ISDELTA>>", bit(isDelta)},
-                {"<<SYSTEMNAME>>", systemName},
-                {"<<CACHEFILESIZE>>", cacheFileSize},
-                {"<<UNIQUEKEY>>", uniqueKey},
-                {"<<IISCOMPRESSED>>", bit(iIsCompressed)},
-                {"<<LNGFILESIZEINBYTESFROMCLIENT>>", lngFileSizeInBytesFromClient},
-                {"<<LNGBASELINEPKFORTHISDELTA>>", lngBaselinePkForThisDelta}};
+                {placeholder::username, username},
+                {placeholder::password, password},
+                {placeholder::actualFileName, actualName},
+                {placeholder::actualFilePath, actualPath},
+                {placeholder::actualFileSize, actualSize},
+                {placeholder::encryptedFileName, encryptedName},
+                {placeholder::encryptedFilePath, encryptedPath},
+                {placeholder::encryptedFileSize, encryptedSize},
+                {placeholder::clientDate, clientTimeString(clientDate)},
+                {placeholder::isDelta, bit(isDelta)},
+                {placeholder::systemName, systemName},
+                {placeholder::cacheFileSize, cacheFileSize},
+                {placeholder::uniqueKey, uniqueKey},
+                {placeholder::iIsCompressed, bit(iIsCompressed)},
+                {placeholder::lngFileSizeInBytesFromClient, lngFileSizeInBytesFromClient},
+                {placeholder::lngBaselinePkForThisDelta, lngBaselinePkForThisDelta}};
             const auto result =
                 invokeSOAPMethodWithName("protect2", {}, params, error, "", {backupServer});
             if (saysSuccess(result))
