@@ -1,0 +1,86 @@
+// Calls whose helper is forked by a nursery, for the tests of that.
+#pragma once
+
+#include "stowline/logging/CountingLogger.h"
+#include "stowline/logging/DDLog.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "tests/support/DevServerProcess.h"
+#include "tests/support/Helpers.h"
+#include "tests/support/SoapAnswers.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+namespace stowline::test {
+
+/// A bundle with one method "M", and calls of it.
+class Caller {
+public:
+    explicit Caller(const std::string& url)
+        : bundle_(settingsWith("M", Dictionary{{"URL", url},
+                                               {"namespace", "urn:t"},
+                                               {"soapParams", Array{named("p", "<<P>>")}}}))
+    {
+        DDLog::addLogger(logger_);
+        WebServiceBroker::useNursery(true);
+    }
+    ~Caller()
+    {
+        DDLog::removeLogger(logger_);
+        DDLog::flushLog();
+    }
+    Caller(const Caller&) = delete;
+    Caller& operator=(const Caller&) = delete;
+
+    static bool works()
+    {
+        return WebServiceBroker::invokeSOAPMethodWithName("M", {}, {}).has_value();
+    }
+
+    /// How many lines say that a helper was started alone.
+    [[nodiscard]] std::size_t aloneLines() const
+    {
+        DDLog::flushLog();
+        std::size_t count = 0;
+        for (const auto& line : logger_->lines())
+            count += line.text.starts_with("WebServiceCaller is started for a call of its own: ");
+        return count;
+    }
+
+    const TestBundle& bundle() const { return bundle_; }
+
+private:
+    const TestBundle bundle_;
+    const std::shared_ptr<CountingLogger> logger_ = std::make_shared<CountingLogger>();
+};
+
+/// Waits until something is so; the test's own limit is the end of patience.
+inline void until(const std::function<bool()>& isSo)
+{
+    while (!isSo())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+/// Signals one process, and never a group of them.
+inline void signalOne(int process, int number)
+{
+    ASSERT_GT(process, 0) << "there is none";
+    EXPECT_EQ(::kill(process, number), 0);
+}
+
+/// The one nursery of this process; 0 when there is none.
+inline int nursery()
+{
+    const auto all = nurseriesOf(::getpid());
+    EXPECT_LE(all.size(), 1U);
+    return all.empty() ? 0 : all.front();
+}
+
+} // namespace stowline::test
