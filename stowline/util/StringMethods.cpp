@@ -1,5 +1,7 @@
 #include "stowline/util/StringMethods.h"
 
+#include "stowline/platform/text/XmlText.h"
+
 namespace stowline::StringMethods {
 
 bool TW_hasSpaces(std::string_view text)
@@ -10,24 +12,7 @@ bool TW_hasSpaces(std::string_view text)
 std::string TW_escapeXMLEntities(std::string_view text)
 {
     // One pass gives what three replacements, the ampersand's first, would give.
-    std::string escaped;
-    escaped.reserve(text.size());
-    for (const char character : text) {
-        switch (character) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        default:
-            escaped += character;
-        }
-    }
-    return escaped;
+    return platform::escapedForXml(text);
 }
 
 } // namespace stowline::StringMethods
