@@ -7,7 +7,6 @@
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
-#include <algorithm>
 #include <array>
 
 namespace stowline {
@@ -145,13 +144,10 @@ std::optional<Data> readResponseForHTTPMessage(platform::HttpRequest request, do
 void setHeader(std::vector<platform::HttpHeader>& headers, const std::string& name,
                const std::string& value)
 {
-    const auto known = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
-        return platform::equalsIgnoringAsciiCase(header.first, name);
-    });
-    if (known == headers.end())
-        headers.emplace_back(name, value);
-    else
+    if (platform::HttpHeader* known = platform::findHeader(headers, name))
         *known = {name, value};
+    else
+        headers.emplace_back(name, value);
 }
 
 } // namespace stowline

@@ -389,9 +389,7 @@ private:
 
     bool hasHeader(std::string_view wanted) const
     {
-        return std::any_of(
-            request_.headers.begin(), request_.headers.end(),
-            [&](const auto& header) { return equalsIgnoringAsciiCase(header.first, wanted); });
+        return findHeader(request_.headers, wanted) != nullptr;
     }
 
     void beginHeaders()

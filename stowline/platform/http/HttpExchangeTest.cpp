@@ -255,5 +255,15 @@ TEST(HttpMessage, SurvivesAnything)
     EXPECT_EQ(HttpResponseMessage::fromBytes("HTTP/1.1 99999999999 x\r\n").statusCode, 0);
 }
 
+TEST(FindHeader, FindsTheFirstInAnyCase)
+{
+    std::vector<HttpHeader> headers{{"Accept", "a"}, {"X-Part", "1"}, {"x-part", "2"}};
+    ASSERT_TRUE(findHeader(headers, "x-PART"));
+    EXPECT_EQ(findHeader(headers, "x-PART")->second, "1");
+    findHeader(headers, "accept")->second = "b";
+    EXPECT_EQ(headers[0].second, "b");
+    EXPECT_EQ(findHeader(headers, "X-Par"), nullptr);
+}
+
 } // namespace
 } // namespace stowline::platform

@@ -3,6 +3,7 @@
 #include "stowline/platform/text/Text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace stowline::platform {
 
@@ -40,6 +41,19 @@ void goOn(std::string& value, std::string_view more)
 }
 
 } // namespace
+
+const HttpHeader* findHeader(const std::vector<HttpHeader>& headers, std::string_view name)
+{
+    const auto found = std::ranges::find_if(headers, [&](const HttpHeader& header) {
+        return equalsIgnoringAsciiCase(header.first, name);
+    });
+    return found == headers.end() ? nullptr : &*found;
+}
+
+HttpHeader* findHeader(std::vector<HttpHeader>& headers, std::string_view name)
+{
+    return const_cast<HttpHeader*>(findHeader(std::as_const(headers), name));
+}
 
 bool isToken(std::string_view text)
 {

@@ -14,6 +14,11 @@ namespace stowline::platform {
 /// further lines, which begin with a blank, is one text, joined by blanks (RFC 9112 section 5.2).
 using HttpHeader = std::pair<std::string, std::string>;
 
+/// The first field of a name, in any case (RFC 9110 section 5.1); null when there is none.
+[[nodiscard]] const HttpHeader* findHeader(const std::vector<HttpHeader>& headers,
+                                           std::string_view name);
+[[nodiscard]] HttpHeader* findHeader(std::vector<HttpHeader>& headers, std::string_view name);
+
 /// Whether a text is a token, as methods and names of header fields are (RFC 9110 section 5.6.2).
 [[nodiscard]] bool isToken(std::string_view text);
 
