@@ -1,5 +1,6 @@
 #include "devserver/AccountService.h"
 
+#include "devserver/Answers.h"
 #include "devserver/Parameters.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/files/Files.h"
@@ -11,51 +12,78 @@ namespace {
 
 constexpr std::size_t kKeySize = 32;
 
+struct SignIn {
+    std::optional<std::string> accountStatus; ///< absent: nobody is signed in
+    std::string backupServerName;
+};
+
+const std::vector<FieldOf<SignIn>>& signInFields()
+{
+    const auto nothing = [](const SignIn& /*signIn*/) { return std::optional<Value>(); };
+    static const std::vector<FieldOf<SignIn>> fields{
+        {"AuthenticateResult",
+         [](const SignIn& signIn) { return truthText(signIn.accountStatus.has_value()); }},
+        {"accountStatus",
+         [](const SignIn& signIn) { return signIn.accountStatus.value_or("Unknown"); }},
+        {"backupServerName",
+         [](const SignIn& signIn) {
+             return signIn.accountStatus ? std::optional<Value>(signIn.backupServerName)
+                                         : std::nullopt;
+         }},
+        {"message", nothing, true},
+        {"greeting", [](const SignIn& /*signIn*/) { return ""; }}};
+    return fields;
+}
+
 Dictionary authenticate(const AccountServiceContext& context, const Dictionary& parameters)
 {
-    const auto status =
-        context.accounts.signIn(text(parameters, "userName"), text(parameters, "password"));
-    if (!status)
-        return {{"AuthenticateResult", "false"}, {"accountStatus", "Unknown"}, {"greeting", ""}};
-    return {{"AuthenticateResult", "true"},
-            {"accountStatus", *status},
-            {"backupServerName", context.backupServerName},
-            {"greeting", ""}};
+    return told(signInFields(), {context.accounts.signIn(text(parameters, "userName"),
+                                                         text(parameters, "password")),
+                                 context.backupServerName});
 }
 
-Dictionary createAccount(const AccountServiceContext& context, const Dictionary& parameters)
+Value createAccount(const AccountServiceContext& context, const Dictionary& parameters)
 {
-    return {
-        {"CreateAccountResult", context.accounts.open({.userName = text(parameters, "userName"),
-                                                       .password = text(parameters, "password"),
-                                                       .firstName = text(parameters, "firstName"),
-                                                       .email = text(parameters, "emailID")})}};
+    return context.accounts.open({.userName = text(parameters, "userName"),
+                                  .password = text(parameters, "password"),
+                                  .firstName = text(parameters, "firstName"),
+                                  .email = text(parameters, "emailID")});
 }
 
-Dictionary changePassword(const AccountServiceContext& context, const Dictionary& parameters)
+Value changePassword(const AccountServiceContext& context, const Dictionary& parameters)
 {
-    return {{"ChangePasswordResult", context.accounts.changePassword(
-                                         text(parameters, "userName"), text(parameters, "password"),
-                                         text(parameters, "newPassword"))}};
+    return context.accounts.changePassword(text(parameters, "userName"),
+                                           text(parameters, "password"),
+                                           text(parameters, "newPassword"));
 }
 
-/// Some refusals come with a sentence, some with the code alone, as real services do.
-Dictionary createTrialAccount(const AccountServiceContext& context, const Dictionary& parameters)
+/// @param code what came of opening the account
+const std::vector<FieldOf<std::string>>& trialFields()
 {
-    const std::string code =
-        context.accounts.open({.userName = text(parameters, "userName"),
-                               .password = text(parameters, "password"),
-                               .firstName = text(parameters, "firstName"),
-                               .email = text(parameters, "email"),
-                               .customerType = text(parameters, "customerTypeCode"),
-                               .isSealGuard = text(parameters, "isSealGuard") == "1",
-                               .secretQuestion = text(parameters, "secretQuestion"),
-                               .secretAnswer = text(parameters, "answer"),
-                               .referralCode = text(parameters, "referalCode")});
-    Dictionary result{{"Code", code}};
-    if (code == "InvalidEmailAddress")
-        result.emplace("Message", "Please give an e-mail address like name@example.com.");
-    return {{"CreateTrialAccountResult", std::move(result)}};
+    // Some refusals come with a sentence, some with the code alone, as real services do.
+    static const std::vector<FieldOf<std::string>> fields{
+        {"Code", [](const std::string& code) { return code; }},
+        {"Message", [](const std::string& code) {
+             return code == "InvalidEmailAddress"
+                        ? std::optional<Value>(
+                              "Please give an e-mail address like name@example.com.")
+                        : std::nullopt;
+         }}};
+    return fields;
+}
+
+Value createTrialAccount(const AccountServiceContext& context, const Dictionary& parameters)
+{
+    return told(trialFields(),
+                context.accounts.open({.userName = text(parameters, "userName"),
+                                       .password = text(parameters, "password"),
+                                       .firstName = text(parameters, "firstName"),
+                                       .email = text(parameters, "email"),
+                                       .customerType = text(parameters, "customerTypeCode"),
+                                       .isSealGuard = text(parameters, "isSealGuard") == "1",
+                                       .secretQuestion = text(parameters, "secretQuestion"),
+                                       .secretAnswer = text(parameters, "answer"),
+                                       .referralCode = text(parameters, "referalCode")}));
 }
 
 std::optional<Data> fromHexadecimal(std::string_view digits)
@@ -74,19 +102,19 @@ std::optional<Data> fromHexadecimal(std::string_view digits)
     return bytes;
 }
 
-Dictionary encryptString(const AccountServiceContext& context, const Dictionary& parameters)
+Value encryptString(const AccountServiceContext& context, const Dictionary& parameters)
 {
     const Data box = platform::sealed(text(parameters, "sourceString"), context.encryptionKey);
-    return {{"EncryptStringResult", platform::hexadecimalText(box)}};
+    return platform::hexadecimalText(box);
 }
 
-Dictionary decryptString(const AccountServiceContext& context, const Dictionary& parameters)
+Value decryptString(const AccountServiceContext& context, const Dictionary& parameters)
 {
     const auto box = fromHexadecimal(text(parameters, "sourceString"));
     const auto secret = box ? platform::unsealed(*box, context.encryptionKey) : std::nullopt;
     if (!secret)
         throw ServiceFault("Client", "The text was not encrypted by this service");
-    return {{"DecryptStringResult", *secret}};
+    return *secret;
 }
 
 constexpr std::uint64_t kBytesInKb = 1024;
@@ -97,26 +125,40 @@ std::string usedKb(const AccountServiceContext& context, const std::string& user
     return std::to_string((context.storage.usedBytes(user) + kBytesInKb - 1) / kBytesInKb);
 }
 
-Dictionary getUsedSpace(const AccountServiceContext& context, const Dictionary& parameters)
+Value getUsedSpace(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
-    return {{"GetAccountUsedSpaceResult", usedKb(context, text(parameters, "userName"))}};
+    return usedKb(context, text(parameters, "userName"));
 }
 
-Dictionary getAccountInfo(const AccountServiceContext& context, const Dictionary& parameters)
+struct AccountInfo {
+    AccountDetails account;
+    std::string usedKb;
+    std::string systemName;
+    std::string installationId;
+};
+
+const std::vector<FieldOf<AccountInfo>>& infoFields()
+{
+    using Info = const AccountInfo&;
+    static const std::vector<FieldOf<AccountInfo>> fields{
+        {"AccountStatus", [](Info info) { return info.account.status; }},
+        {"FirstName", [](Info info) { return info.account.firstName; }},
+        {"Email", [](Info info) { return info.account.email; }},
+        {"Opened", [](Info info) { return info.account.opened; }},
+        {"UsedSpaceInKb", &AccountInfo::usedKb},
+        {"QuotaInKb", [](Info /*info*/) { return std::to_string(kQuotaInKb); }},
+        {"SystemName", &AccountInfo::systemName},
+        {"InstallationID", &AccountInfo::installationId}};
+    return fields;
+}
+
+Value getAccountInfo(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
     const std::string user = text(parameters, "userName");
-    const auto account = context.accounts.details(user);
-    return {{"GetAccountInfoResult",
-             Dictionary{{"AccountStatus", account->status},
-                        {"FirstName", account->firstName},
-                        {"Email", account->email},
-                        {"Opened", account->opened},
-                        {"UsedSpaceInKb", usedKb(context, user)},
-                        {"QuotaInKb", std::to_string(kQuotaInKb)},
-                        {"SystemName", text(parameters, "systemName")},
-                        {"InstallationID", text(parameters, "installationId")}}}};
+    return told(infoFields(), {*context.accounts.details(user), usedKb(context, user),
+                               text(parameters, "systemName"), text(parameters, "installationId")});
 }
 
 } // namespace
@@ -131,11 +173,7 @@ Service accountService(const AccountServiceContext& context)
             {"Authenticate",
              "Signs a user in.",
              {{.name = "userName"}, {.name = "password"}, {.name = "partner", .nillable = true}},
-             {{.name = "AuthenticateResult"},
-              {.name = "accountStatus"},
-              {.name = "backupServerName"},
-              {.name = "message", .nillable = true},
-              {.name = "greeting"}},
+             described(signInFields()),
              with(context, authenticate)},
             {"CreateAccount",
              "Opens an account.",
@@ -161,8 +199,7 @@ Service accountService(const AccountServiceContext& context)
               {.name = "secretQuestion"},
               {.name = "answer"},
               {.name = "referalCode"}},
-             {{.name = "CreateTrialAccountResult",
-               .parts = {{.name = "Code"}, {.name = "Message"}}}},
+             {{.name = "CreateTrialAccountResult", .parts = described(trialFields())}},
              with(context, createTrialAccount)},
             {"EncryptString",
              "Encrypts a text with a key that only the service holds.",
@@ -189,15 +226,7 @@ Service accountService(const AccountServiceContext& context)
               {.name = "productName"},
               {.name = "productVersion"},
               {.name = "osVersion"}},
-             {{.name = "GetAccountInfoResult",
-               .parts = {{.name = "AccountStatus"},
-                         {.name = "FirstName"},
-                         {.name = "Email"},
-                         {.name = "Opened"},
-                         {.name = "UsedSpaceInKb"},
-                         {.name = "QuotaInKb"},
-                         {.name = "SystemName"},
-                         {.name = "InstallationID"}}}},
+             {{.name = "GetAccountInfoResult", .parts = described(infoFields())}},
              with(context, getAccountInfo)},
         },
     };

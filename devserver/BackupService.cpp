@@ -1,43 +1,40 @@
 #include "devserver/BackupService.h"
 
+#include "devserver/Answers.h"
 #include "devserver/Parameters.h"
 #include "devserver/PartEndpoint.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/text/Text.h"
 
-#include <fmt/format.h>
-
 namespace stowline::devserver {
 
 namespace {
 
-Dictionary getPhyPath(const AccountServiceContext& context, const Dictionary& parameters)
+Value getPhyPath(const AccountServiceContext& context, const Dictionary& parameters)
 {
     const std::string user = text(parameters, "userName");
     const auto account = context.accounts.details(user);
-    return {{"GetPhyPathResult", account
-                                     ? context.storage.uploadPath(user, account->number,
-                                                                  text(parameters, "strRegistryId"))
-                                     : std::string()}};
+    return account ? context.storage.uploadPath(user, account->number,
+                                                text(parameters, "strRegistryId"))
+                   : std::string();
 }
 
-Dictionary getEncryptionKey(const AccountServiceContext& context, const Dictionary& parameters)
+Value getEncryptionKey(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
-    return {
-        {"getenckeyResult", platform::keyedDigest("account key of " + text(parameters, "userName"),
-                                                  context.encryptionKey)}};
+    return platform::keyedDigest("account key of " + text(parameters, "userName"),
+                                 context.encryptionKey);
 }
 
-Dictionary preparePackage(const AccountServiceContext& context, const Dictionary& parameters)
+Value preparePackage(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
     const std::string path = text(parameters, "packagePath");
     if (path.empty())
-        return {{"PreparePackagedFilesForProtectionResult", "InvalidPath"}};
+        return "InvalidPath";
     context.storage.notePackage(text(parameters, "userName"), path,
                                 unsignedNumber(parameters, "packageByteCount"));
-    return {{"PreparePackagedFilesForProtectionResult", "Success"}};
+    return "Success";
 }
 
 /// "\\Volume\folder\" as "/Volume/folder".
@@ -48,7 +45,7 @@ std::string fromBackslashes(const std::string& path)
     return start == std::string::npos ? "" : "/" + slashed.substr(start);
 }
 
-Dictionary protectFile(const AccountServiceContext& context, const Dictionary& parameters)
+Value protectFile(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
     const std::string serverFile = text(parameters, "serverPath");
@@ -67,29 +64,27 @@ Dictionary protectFile(const AccountServiceContext& context, const Dictionary& p
     // The client takes any result for a success.
     if (code != "Success")
         throw ServiceFault("Client", "The file is not registered: " + code);
-    return {{"ProtectFileResult", code}};
+    return code;
 }
 
-Dictionary protect2(const AccountServiceContext& context, const Dictionary& parameters)
+Value protect2(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
     const std::string key = text(parameters, "uniqueKey");
     const auto checksum = numberIn(key, "crc32", 16);
-    return {{"protect2Result",
-             context.storage.registerFile(
-                 {.place = {text(parameters, "userName"), text(parameters, "encryptedFilePath"),
-                            text(parameters, "encryptedFileName")},
-                  .systemName = text(parameters, "systemName"),
-                  .folder = text(parameters, "actualFilePath"),
-                  .name = text(parameters, "actualFileName"),
-                  .size = unsignedNumber(parameters, "actualFileSize"),
-                  .uploadedSize = unsignedNumber(parameters, "encryptedFileSize"),
-                  .checksum = checksum ? std::optional(static_cast<std::uint32_t>(*checksum))
-                                       : std::nullopt,
-                  .clientDate = text(parameters, "clientDate"),
-                  .isDelta = text(parameters, "isDelta") == "1",
-                  .isCompressed = text(parameters, "iIsCompressed") == "1",
-                  .baselineVersion = number(parameters, "lngBaselinePkForThisDelta")})}};
+    return context.storage.registerFile(
+        {.place = {text(parameters, "userName"), text(parameters, "encryptedFilePath"),
+                   text(parameters, "encryptedFileName")},
+         .systemName = text(parameters, "systemName"),
+         .folder = text(parameters, "actualFilePath"),
+         .name = text(parameters, "actualFileName"),
+         .size = unsignedNumber(parameters, "actualFileSize"),
+         .uploadedSize = unsignedNumber(parameters, "encryptedFileSize"),
+         .checksum = checksum ? std::optional(static_cast<std::uint32_t>(*checksum)) : std::nullopt,
+         .clientDate = text(parameters, "clientDate"),
+         .isDelta = text(parameters, "isDelta") == "1",
+         .isCompressed = text(parameters, "iIsCompressed") == "1",
+         .baselineVersion = number(parameters, "lngBaselinePkForThisDelta")});
 }
 
 const char* nameOf(ContentState state)
@@ -105,22 +100,33 @@ const char* nameOf(ContentState state)
     return "";
 }
 
-Dictionary metaData(const StoredVersion& version, ContentState state)
+/// A version with how its content was found to be.
+struct JudgedVersion : StoredVersion {
+    ContentState state;
+};
+
+const std::vector<FieldOf<JudgedVersion>>& metaDataFields()
 {
-    return {{"VersionID", std::to_string(version.id)},
-            {"FileID", std::to_string(version.fileId)},
-            {"SystemName", version.systemName},
-            {"Path", version.folder},
-            {"Name", version.name},
-            {"Size", std::to_string(version.size)},
-            {"Checksum", fmt::format("{:08x}", version.checksum)},
-            {"ServerPath", version.serverFile},
-            {"IsDelta", version.isDelta ? "true" : "false"},
-            {"BaselineKey", std::to_string(version.baselineVersion)},
-            {"State", nameOf(state)},
-            {"StoredSize", std::to_string(version.storedSize)},
-            {"Digest", version.digest}};
+    static const std::vector<FieldOf<JudgedVersion>> fields{
+        {"VersionID", &JudgedVersion::id},
+        {"FileID", &JudgedVersion::fileId},
+        {"SystemName", &JudgedVersion::systemName},
+        {"Path", &JudgedVersion::folder},
+        {"Name", &JudgedVersion::name},
+        {"Size", &JudgedVersion::size},
+        {"Checksum", checksumOf<JudgedVersion>(&JudgedVersion::checksum)},
+        {"ServerPath", &JudgedVersion::serverFile},
+        {"IsDelta", truthOf<JudgedVersion>(&JudgedVersion::isDelta)},
+        {"BaselineKey", &JudgedVersion::baselineVersion},
+        {"State", [](const JudgedVersion& version) { return nameOf(version.state); }},
+        {"StoredSize", &JudgedVersion::storedSize},
+        {"Digest", &JudgedVersion::digest}};
+    return fields;
 }
+
+constexpr const char* kCode = "Code";
+constexpr const char* kFiles = "files";
+constexpr const char* kMetaData = "FileMetaData";
 
 constexpr std::string_view kReadAll = "read:"; ///< asks for all content to be read
 
@@ -132,7 +138,8 @@ Array metaDataOf(Storage& storage, const std::string& user, std::string_view num
         const std::size_t end = std::min(numbers.find(',', start), numbers.size());
         std::int64_t wanted = platform::leadingInteger(numbers.substr(start, end - start));
         while (const auto version = storage.version(user, wanted)) {
-            files.emplace_back(metaData(*version, storage.contentState(*version, readsAll)));
+            files.emplace_back(
+                told(metaDataFields(), {*version, storage.contentState(*version, readsAll)}));
             if (!version->isDelta || version->baselineVersion >= version->id)
                 break;
             wanted = version->baselineVersion;
@@ -143,7 +150,7 @@ Array metaDataOf(Storage& storage, const std::string& user, std::string_view num
 }
 
 /// Versions that there are not are left out of the answer.
-Dictionary metaDataToRecover(const AccountServiceContext& context, const Dictionary& parameters)
+Value metaDataToRecover(const AccountServiceContext& context, const Dictionary& parameters)
 {
     const std::string chosen = text(parameters, "strArrInp");
     const bool readsAll = chosen.starts_with(kReadAll);
@@ -151,31 +158,47 @@ Dictionary metaDataToRecover(const AccountServiceContext& context, const Diction
         std::string_view(chosen).substr(readsAll ? kReadAll.size() : 0);
     Array files = metaDataOf(context.storage, text(parameters, "uName"), numbers, readsAll);
     const char* code = files.empty() ? "NoSuchVersion" : "Success";
-    return {
-        {"getMetaDataAboutFilesToRecoverResult",
-         Dictionary{{"Code", code}, {"files", Dictionary{{"FileMetaData", std::move(files)}}}}}};
+    return Dictionary{{kCode, code}, {kFiles, Dictionary{{kMetaData, std::move(files)}}}};
 }
 
-Dictionary getRestoreTicket(const AccountServiceContext& context, const Dictionary& parameters)
+struct GivenTicket {
+    std::string ticket;
+    std::int64_t secondsToLive;
+};
+
+const std::vector<FieldOf<GivenTicket>>& ticketFields()
+{
+    static const std::vector<FieldOf<GivenTicket>> fields{
+        {"Ticket", &GivenTicket::ticket}, {"SecondsToLive", &GivenTicket::secondsToLive}};
+    return fields;
+}
+
+Value getRestoreTicket(const AccountServiceContext& context, const Dictionary& parameters)
 {
     requireSignIn(context, parameters);
     if (!context.tickets)
         throw ServiceFault("Server", "This service gives no tickets");
-    return {{"GetRestoreTicketResult",
-             Dictionary{{"Ticket", context.tickets->give(text(parameters, "userName"))},
-                        {"SecondsToLive", std::to_string(context.tickets->lifetime().count())}}}};
+    return told(ticketFields(), {context.tickets->give(text(parameters, "userName")),
+                                 context.tickets->lifetime().count()});
 }
 
-Dictionary deleteFiles(const AccountServiceContext& context, const Dictionary& parameters)
+Value deleteFiles(const AccountServiceContext& context, const Dictionary& parameters)
 {
     const bool isDeleted =
         context.storage.deleteVersion(text(parameters, "uName"), text(parameters, "fileListId"));
-    return {{"DeleteFilesInBulkResult", isDeleted ? "true" : "false"}};
+    return truthText(isDeleted);
 }
 
-Dictionary coded(const std::string& method, const char* code)
+constexpr const char* kProcessGuid = "ProcessGuid";
+
+const std::vector<FieldOf<DeletionState>>& deletionFields()
 {
-    return {{method + "Result", Dictionary{{"Code", code}}}};
+    static const std::vector<FieldOf<DeletionState>> fields{
+        {"ProcessIsCompleted", truthOf(&DeletionState::isCompleted)},
+        {"ProcessIsCancelled", truthOf(&DeletionState::isCancelled)},
+        {"DeletedVersions", &DeletionState::deleted},
+        {"AllVersions", &DeletionState::versions}};
+    return fields;
 }
 
 Dictionary beginDeletion(const AccountServiceContext& context, Deletions& deletions,
@@ -188,7 +211,7 @@ Dictionary beginDeletion(const AccountServiceContext& context, Deletions& deleti
     if (!guid)
         return coded(method, "NoSuchFolder");
     Dictionary answer = coded(method, "Success");
-    answer.emplace("ProcessGuid", *guid);
+    answer.emplace(kProcessGuid, *guid);
     return answer;
 }
 
@@ -202,10 +225,7 @@ Dictionary checkDeletion(const AccountServiceContext& context, Deletions& deleti
     if (!state)
         return coded(method, "NoSuchProcess");
     Dictionary answer = coded(method, "Success");
-    answer.emplace("ProcessIsCompleted", state->isCompleted ? "true" : "false");
-    answer.emplace("ProcessIsCancelled", state->isCancelled ? "true" : "false");
-    answer.emplace("DeletedVersions", std::to_string(state->deleted));
-    answer.emplace("AllVersions", std::to_string(state->versions));
+    answer.merge(told(deletionFields(), *state));
     return answer;
 }
 
@@ -227,27 +247,19 @@ std::vector<ServiceMethod> deletionMethods(const AccountServiceContext& context,
     };
     const std::vector<Field> process{
         {.name = "userName"}, {.name = "password"}, {.name = "processGuid"}};
-    const auto result = [](const std::string& method) {
-        return Field{.name = method + "Result", .parts = {{.name = "Code"}}};
-    };
+    std::vector<Field> progress = described(deletionFields());
+    progress.insert(progress.begin(), codedResult("CheckDeleteFolders"));
     return {{"BeginDeleteFolders",
              "Starts the deletion of a folder.",
              {{.name = "userName"}, {.name = "password"}, {.name = "systemName"}, {.name = "path"}},
-             {result("BeginDeleteFolders"), {.name = "ProcessGuid"}},
+             {codedResult("BeginDeleteFolders"), {.name = kProcessGuid}},
              onDeletions(beginDeletion)},
-            {"CheckDeleteFolders",
-             "How far a deletion is.",
-             process,
-             {result("CheckDeleteFolders"),
-              {.name = "ProcessIsCompleted"},
-              {.name = "ProcessIsCancelled"},
-              {.name = "DeletedVersions"},
-              {.name = "AllVersions"}},
+            {"CheckDeleteFolders", "How far a deletion is.", process, progress,
              onDeletions(checkDeletion)},
             {"BeginCancelDeleteFolders",
              "Asks for a deletion to be cancelled.",
              process,
-             {result("BeginCancelDeleteFolders")},
+             {codedResult("BeginCancelDeleteFolders")},
              onDeletions(cancelDeletion)}};
 }
 
@@ -321,29 +333,16 @@ std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
               {.name = "uName"},
               {.name = "errorMessage", .nillable = true}},
              {{.name = "getMetaDataAboutFilesToRecoverResult",
-               .parts = {{.name = "Code"},
-                         {.name = "files",
-                          .parts = {{.name = "FileMetaData",
+               .parts = {{.name = kCode},
+                         {.name = kFiles,
+                          .parts = {{.name = kMetaData,
                                      .isList = true,
-                                     .parts = {{.name = "VersionID"},
-                                               {.name = "FileID"},
-                                               {.name = "SystemName"},
-                                               {.name = "Path"},
-                                               {.name = "Name"},
-                                               {.name = "Size"},
-                                               {.name = "Checksum"},
-                                               {.name = "ServerPath"},
-                                               {.name = "IsDelta"},
-                                               {.name = "BaselineKey"},
-                                               {.name = "State"},
-                                               {.name = "StoredSize"},
-                                               {.name = "Digest"}}}}}}}},
+                                     .parts = described(metaDataFields())}}}}}},
              with(context, metaDataToRecover)},
             {"GetRestoreTicket",
              "Leave to read the account's content for some time.",
              {{.name = "userName"}, {.name = "password"}},
-             {{.name = "GetRestoreTicketResult",
-               .parts = {{.name = "Ticket"}, {.name = "SecondsToLive"}}}},
+             {{.name = "GetRestoreTicketResult", .parts = described(ticketFields())}},
              with(context, getRestoreTicket)},
             {"DeleteFilesInBulk",
              "Deletes the versions of a list.",

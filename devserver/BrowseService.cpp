@@ -1,8 +1,7 @@
 #include "devserver/BrowseService.h"
 
+#include "devserver/Answers.h"
 #include "devserver/Parameters.h"
-
-#include <fmt/format.h>
 
 namespace stowline::devserver {
 
@@ -10,10 +9,26 @@ namespace {
 
 constexpr std::int64_t kLargestPage = 10000;
 
-/// An answer that is only a result map with a code.
-Dictionary refusal(const std::string& method, const char* code)
+/// An element that holds elements of one kind, any number of them.
+struct ListName {
+    const char* list;
+    const char* entry;
+};
+constexpr ListName kSystems{"systems", "SystemInfo"};
+constexpr ListName kItems{"items", "FileInfo"};
+constexpr ListName kVersions{"fileVersions", "FileVersion"};
+constexpr const char* kSystemName = "SystemName";
+constexpr const char* kTotalCount = "totalCount";
+
+Field described(const ListName& name, std::vector<Field> parts)
 {
-    return {{method + "Result", Dictionary{{"Code", code}}}};
+    return {.name = name.list,
+            .parts = {{.name = name.entry, .isList = true, .parts = std::move(parts)}}};
+}
+
+void add(Dictionary& answer, const ListName& name, Array entries)
+{
+    answer.emplace(name.list, Dictionary{{name.entry, std::move(entries)}});
 }
 
 bool isSignedIn(const AccountServiceContext& context, const Dictionary& parameters)
@@ -22,30 +37,46 @@ bool isSignedIn(const AccountServiceContext& context, const Dictionary& paramete
         .has_value();
 }
 
-Dictionary fileInfo(const StoredItem& item)
+const std::vector<FieldOf<StoredItem>>& itemFields()
 {
-    return {{"Name", item.name},
-            {"FileID", std::to_string(item.id)},
-            {"IsFolder", item.isFolder ? "true" : "false"},
-            {"Size", std::to_string(item.size)},
-            {"Path", item.folder},
-            {"SystemName", item.systemName},
-            {"Modified", item.modified},
-            {"Checksum", fmt::format("{:08x}", item.checksum)},
-            {"Versions", std::to_string(item.versions)},
-            {"IsPackage", item.isPackage ? "true" : "false"}};
+    static const std::vector<FieldOf<StoredItem>> fields{
+        {"Name", &StoredItem::name},
+        {"FileID", &StoredItem::id},
+        {"IsFolder", truthOf(&StoredItem::isFolder)},
+        {"Size", &StoredItem::size},
+        {"Path", &StoredItem::folder},
+        {kSystemName, &StoredItem::systemName},
+        {"Modified", &StoredItem::modified},
+        {"Checksum", checksumOf(&StoredItem::checksum)},
+        {"Versions", &StoredItem::versions},
+        {"IsPackage", truthOf(&StoredItem::isPackage)}};
+    return fields;
+}
+
+const std::vector<FieldOf<StoredVersion>>& versionFields()
+{
+    static const std::vector<FieldOf<StoredVersion>> fields{
+        {"VersionID", &StoredVersion::id},
+        {"Size", &StoredVersion::size},
+        {"Date", &StoredVersion::clientDate},
+        {"StoredAt", &StoredVersion::storedAt},
+        {"Checksum", checksumOf(&StoredVersion::checksum)},
+        {"IsDelta", truthOf(&StoredVersion::isDelta)},
+        {"BaselineKey", &StoredVersion::baselineVersion},
+        {"FileListID", &StoredVersion::listId}};
+    return fields;
 }
 
 Dictionary pageAnswer(const std::string& method, const std::optional<ItemPage>& page)
 {
     if (!page)
-        return refusal(method, "InvalidSortField");
+        return coded(method, "InvalidSortField");
     Array entries;
     for (const StoredItem& item : page->items)
-        entries.emplace_back(fileInfo(item));
-    Dictionary answer = refusal(method, "Success");
-    answer.emplace("items", Dictionary{{"FileInfo", std::move(entries)}});
-    answer.emplace("totalCount", std::to_string(page->totalCount));
+        entries.emplace_back(told(itemFields(), item));
+    Dictionary answer = coded(method, "Success");
+    add(answer, kItems, std::move(entries));
+    answer.emplace(kTotalCount, std::to_string(page->totalCount));
     return answer;
 }
 
@@ -63,12 +94,12 @@ ItemQuery queryFrom(const Dictionary& parameters)
 Dictionary getAccountSystems(const AccountServiceContext& context, const Dictionary& parameters)
 {
     if (!isSignedIn(context, parameters))
-        return refusal("GetAccountSystems", "InvalidUserNameOrPassword");
+        return coded("GetAccountSystems", "InvalidUserNameOrPassword");
     Array systems;
     for (const std::string& name : context.storage.systems(text(parameters, "userName")))
-        systems.emplace_back(Dictionary{{"SystemName", name}});
-    Dictionary answer = refusal("GetAccountSystems", "Success");
-    answer.emplace("systems", Dictionary{{"SystemInfo", std::move(systems)}});
+        systems.emplace_back(Dictionary{{kSystemName, name}});
+    Dictionary answer = coded("GetAccountSystems", "Success");
+    add(answer, kSystems, std::move(systems));
     return answer;
 }
 
@@ -76,7 +107,7 @@ Dictionary getFilesAndFolders(const AccountServiceContext& context, const Dictio
 {
     constexpr const char* method = "GetAccountFilesAndFolders";
     if (!isSignedIn(context, parameters))
-        return refusal(method, "InvalidUserNameOrPassword");
+        return coded(method, "InvalidUserNameOrPassword");
     return pageAnswer(method, context.storage.folder(queryFrom(parameters)));
 }
 
@@ -84,7 +115,7 @@ Dictionary searchFiles(const AccountServiceContext& context, const Dictionary& p
 {
     constexpr const char* method = "SearchFilesEx";
     if (!isSignedIn(context, parameters))
-        return refusal(method, "InvalidUserNameOrPassword");
+        return coded(method, "InvalidUserNameOrPassword");
     return pageAnswer(method,
                       context.storage.search(queryFrom(parameters), text(parameters, "fileName"),
                                              text(parameters, "fileExtensions")));
@@ -94,22 +125,15 @@ Dictionary getFileVersions(const AccountServiceContext& context, const Dictionar
 {
     constexpr const char* method = "GetFileVersions";
     if (!isSignedIn(context, parameters))
-        return refusal(method, "InvalidUserNameOrPassword");
+        return coded(method, "InvalidUserNameOrPassword");
     Array versions;
     for (const StoredVersion& version :
          context.storage.versions(text(parameters, "userName"), number(parameters, "fileID")))
-        versions.emplace_back(Dictionary{{"VersionID", std::to_string(version.id)},
-                                         {"Size", std::to_string(version.size)},
-                                         {"Date", version.clientDate},
-                                         {"StoredAt", version.storedAt},
-                                         {"Checksum", fmt::format("{:08x}", version.checksum)},
-                                         {"IsDelta", version.isDelta ? "true" : "false"},
-                                         {"BaselineKey", std::to_string(version.baselineVersion)},
-                                         {"FileListID", version.listId}});
+        versions.emplace_back(told(versionFields(), version));
     if (versions.empty())
-        return refusal(method, "NoSuchFile");
-    Dictionary answer = refusal(method, "Success");
-    answer.emplace("fileVersions", Dictionary{{"FileVersion", std::move(versions)}});
+        return coded(method, "NoSuchFile");
+    Dictionary answer = coded(method, "Success");
+    add(answer, kVersions, std::move(versions));
     return answer;
 }
 
@@ -118,43 +142,6 @@ std::vector<Field> signedIn(std::vector<Field> more)
     std::vector<Field> fields{{.name = "userName"}, {.name = "password"}, {.name = "serverName"}};
     fields.insert(fields.end(), more.begin(), more.end());
     return fields;
-}
-
-Field resultField(const std::string& method)
-{
-    return {.name = method + "Result", .parts = {{.name = "Code"}}};
-}
-
-Field itemsField()
-{
-    return {.name = "items",
-            .parts = {{.name = "FileInfo",
-                       .isList = true,
-                       .parts = {{.name = "Name"},
-                                 {.name = "FileID"},
-                                 {.name = "IsFolder"},
-                                 {.name = "Size"},
-                                 {.name = "Path"},
-                                 {.name = "SystemName"},
-                                 {.name = "Modified"},
-                                 {.name = "Checksum"},
-                                 {.name = "Versions"},
-                                 {.name = "IsPackage"}}}}};
-}
-
-Field versionsField()
-{
-    return {.name = "fileVersions",
-            .parts = {{.name = "FileVersion",
-                       .isList = true,
-                       .parts = {{.name = "VersionID"},
-                                 {.name = "Size"},
-                                 {.name = "Date"},
-                                 {.name = "StoredAt"},
-                                 {.name = "Checksum"},
-                                 {.name = "IsDelta"},
-                                 {.name = "BaselineKey"},
-                                 {.name = "FileListID"}}}}};
 }
 
 } // namespace
@@ -174,32 +161,33 @@ Service browseService(const AccountServiceContext& context)
                                              {.name = "fileType"},
                                              {.name = "fileExtensions"}});
     searching.insert(searching.end(), paging.begin(), paging.end());
-    return {
-        "BrowseService",
-        "/BrowseService.asmx",
-        "http://stowline.example/browse",
-        {{"GetAccountSystems",
-          "Names of the machines that have files stored.",
-          signedIn({}),
-          {resultField("GetAccountSystems"),
-           {.name = "systems",
-            .parts = {{.name = "SystemInfo", .isList = true, .parts = {{.name = "SystemName"}}}}}},
-          with(context, getAccountSystems)},
-         {"GetAccountFilesAndFolders",
-          "One page of a folder.",
-          listing,
-          {resultField("GetAccountFilesAndFolders"), itemsField(), {.name = "totalCount"}},
-          with(context, getFilesAndFolders)},
-         {"GetFileVersions",
-          "The versions of a file, newest first.",
-          signedIn({{.name = "fileID"}}),
-          {resultField("GetFileVersions"), versionsField()},
-          with(context, getFileVersions)},
-         {"SearchFilesEx",
-          "One page of the files whose names match.",
-          searching,
-          {resultField("SearchFilesEx"), itemsField(), {.name = "totalCount"}},
-          with(context, searchFiles)}}};
+    return {"BrowseService",
+            "/BrowseService.asmx",
+            "http://stowline.example/browse",
+            {{"GetAccountSystems",
+              "Names of the machines that have files stored.",
+              signedIn({}),
+              {codedResult("GetAccountSystems"), described(kSystems, {{.name = kSystemName}})},
+              with(context, getAccountSystems)},
+             {"GetAccountFilesAndFolders",
+              "One page of a folder.",
+              listing,
+              {codedResult("GetAccountFilesAndFolders"),
+               described(kItems, described(itemFields())),
+               {.name = kTotalCount}},
+              with(context, getFilesAndFolders)},
+             {"GetFileVersions",
+              "The versions of a file, newest first.",
+              signedIn({{.name = "fileID"}}),
+              {codedResult("GetFileVersions"), described(kVersions, described(versionFields()))},
+              with(context, getFileVersions)},
+             {"SearchFilesEx",
+              "One page of the files whose names match.",
+              searching,
+              {codedResult("SearchFilesEx"),
+               described(kItems, described(itemFields())),
+               {.name = kTotalCount}},
+              with(context, searchFiles)}}};
 }
 
 } // namespace stowline::devserver

@@ -22,7 +22,7 @@ class AccountServiceTest : public testing::Test {
 protected:
     Dictionary call(const std::string& method, const Dictionary& parameters)
     {
-        return service_.find(method)->handle(parameters);
+        return service_.find(method)->answer(parameters);
     }
 
     Answer post(const std::string& body) { return answerCall(service_, body); }

@@ -301,7 +301,7 @@ TEST_F(RecoveryTest, ThousandsOfVersionsAreAnsweredForInOneCall)
     const Service service = backupService(context, deletions);
     const auto ask = [&](const std::string& chosen) {
         return service.find("getMetaDataAboutFilesToRecover")
-            ->handle({{"strArrInp", chosen}, {"uName", "ann"}});
+            ->answer({{"strArrInp", chosen}, {"uName", "ann"}});
     };
     const Dictionary answer = ask(numbers + ",999999");
     const auto files =
@@ -332,7 +332,7 @@ TEST_F(RecoveryTest, ReadingAllIsAskedForWithAWord)
     const AccountServiceContext context{accounts_, storage_, Data(32), "", &tickets_};
     const Service service = backupService(context, deletions);
     const Dictionary answer = service.find("getMetaDataAboutFilesToRecover")
-                                  ->handle({{"strArrInp", "read:1"}, {"uName", "ann"}});
+                                  ->answer({{"strArrInp", "read:1"}, {"uName", "ann"}});
     const auto files =
         platform::valueAtKeyPath(answer, "getMetaDataAboutFilesToRecoverResult.files.FileMetaData");
     ASSERT_TRUE(files && files->array() && files->array()->size() == 1);
@@ -346,7 +346,7 @@ TEST_F(RecoveryTest, TicketsAreGivenForTheRightPasswordOnly)
     const Service service = backupService(context, deletions);
     const auto give = [&](const char* password) {
         return service.find("GetRestoreTicket")
-            ->handle({{"userName", "ann"}, {"password", password}});
+            ->answer({{"userName", "ann"}, {"password", password}});
     };
     EXPECT_THROW(give("wrong"), ServiceFault);
     const Dictionary answer = give("p");

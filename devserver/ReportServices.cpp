@@ -1,5 +1,6 @@
 #include "devserver/ReportServices.h"
 
+#include "devserver/Answers.h"
 #include "devserver/Parameters.h"
 
 #include <array>
@@ -35,6 +36,18 @@ template <std::size_t Count> std::vector<Field> fields(const std::array<const ch
     return list;
 }
 
+/// @param systemName of the machine that asks
+const std::vector<FieldOf<std::string>>& monitoringFields()
+{
+    const auto yes = [](const std::string& /*systemName*/) { return truthText(true); };
+    static const std::vector<FieldOf<std::string>> fields{
+        {"IsEnabled", yes},
+        {"ReportsScheduledBackups", yes},
+        {"ReportsManualBackups", yes},
+        {"SystemName", [](const std::string& systemName) { return systemName; }}};
+    return fields;
+}
+
 void requireToken(MonitoringTokens& tokens, const Dictionary& parameters)
 {
     if (!tokens.isGood(text(parameters, "authToken")))
@@ -59,18 +72,10 @@ Service monitoringService(Journal& journal, MonitoringTokens& tokens)
             {{"GetSettings",
               "What central monitoring wants of a machine.",
               {{.name = "userName"}, {.name = "authToken"}, {.name = "systemName"}},
-              {{.name = "GetSettingsResult",
-                .parts = {{.name = "IsEnabled"},
-                          {.name = "ReportsScheduledBackups"},
-                          {.name = "ReportsManualBackups"},
-                          {.name = "SystemName"}}}},
+              {{.name = "GetSettingsResult", .parts = described(monitoringFields())}},
               [&tokens](const Dictionary& parameters) {
                   requireToken(tokens, parameters);
-                  return Dictionary{{"GetSettingsResult",
-                                     Dictionary{{"IsEnabled", "true"},
-                                                {"ReportsScheduledBackups", "true"},
-                                                {"ReportsManualBackups", "true"},
-                                                {"SystemName", text(parameters, "systemName")}}}};
+                  return Value(told(monitoringFields(), text(parameters, "systemName")));
               }},
              {"LogEvent",
               "Takes an event of a backup.",
@@ -79,7 +84,7 @@ Service monitoringService(Journal& journal, MonitoringTokens& tokens)
               [&journal, &tokens](const Dictionary& parameters) {
                   requireToken(tokens, parameters);
                   journal.addEvent(without(parameters, "authToken"));
-                  return Dictionary{{"LogEventResult", "Success"}};
+                  return Value("Success");
               }}}};
 }
 
@@ -95,7 +100,7 @@ Service reportService(const AccountServiceContext& context, Journal& journal)
               [&context, &journal](const Dictionary& parameters) {
                   requireSignIn(context, parameters);
                   journal.addReport(without(parameters, "password"));
-                  return Dictionary{{"SendBackupSummaryReportResult", "Success"}};
+                  return Value("Success");
               }},
              {"sendEmail",
               "Keeps an e-mail as a file that mail readers open.",
@@ -112,7 +117,7 @@ Service reportService(const AccountServiceContext& context, Journal& journal)
                                     .subject = text(parameters, "strSubject"),
                                     .body = text(parameters, "strBody"),
                                     .isHtml = text(parameters, "blnIsHtmlFormat") == "1"});
-                  return Dictionary{{"sendEmailResult", isKept ? "true" : "false"}};
+                  return Value(truthText(isKept));
               }}}};
 }
 

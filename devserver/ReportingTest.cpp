@@ -106,7 +106,7 @@ TEST_F(Reporting, EventsAreKeptWithoutTheirToken)
     const Service service = monitoringService(journal_, tokens);
     const auto logEvent = [&service](const std::string& token) {
         return service.find("LogEvent")
-            ->handle({{"authToken", token}, {"eventType", "BackupEnded"}, {"systemName", "iMac"}});
+            ->answer({{"authToken", token}, {"eventType", "BackupEnded"}, {"systemName", "iMac"}});
     };
     EXPECT_EQ(logEvent("secret-token").at("LogEventResult"), Value("Success"));
     try {
@@ -120,7 +120,7 @@ TEST_F(Reporting, EventsAreKeptWithoutTheirToken)
     EXPECT_EQ(platform::findText(events[0].fields, "eventType"), "BackupEnded");
     EXPECT_EQ(platform::find(events[0].fields, "authToken"), nullptr);
     EXPECT_TRUE(service.find("GetSettings")
-                    ->handle({{"authToken", "secret-token"}})
+                    ->answer({{"authToken", "secret-token"}})
                     .at("GetSettingsResult")
                     .dictionary());
 }

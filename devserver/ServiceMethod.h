@@ -6,6 +6,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace stowline::devserver {
@@ -28,14 +29,26 @@ struct ServiceFault : std::runtime_error {
     std::string code; ///< "Client" or "Server" (SOAP 1.1 section 4.4.1)
 };
 
+/// What a handler answers: elements by their names, or the content of the only one there is.
+using HandledCall = std::variant<Dictionary, Value>;
+
 /// A method of the service. Handlers may run on several threads at once.
 struct ServiceMethod {
     std::string name;
     std::string documentation;
     std::vector<Field> parameters;
     std::vector<Field> results;
-    /// From the request's parameters (absent ones are left out) to the answer's elements.
-    std::function<Dictionary(const Dictionary&)> handle;
+    /// From the request's parameters (absent ones are left out) to the answer.
+    std::function<HandledCall(const Dictionary&)> handle;
+
+    /// The elements of the answer by their names. Throws ServiceFault.
+    [[nodiscard]] Dictionary answer(const Dictionary& request) const
+    {
+        const HandledCall handled = handle(request);
+        if (const auto* only = std::get_if<Value>(&handled))
+            return {{results.at(0).name, *only}};
+        return std::get<Dictionary>(handled);
+    }
 };
 
 /// Methods that share an address and a namespace.

@@ -1,27 +1,17 @@
 #include "devserver/SoapEndpoint.h"
 
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/text/XmlText.h"
 #include "stowline/soap/SoapMessage.h"
 
 namespace stowline::devserver {
 
 namespace {
 
+/// As the content of an element that arrives as it is.
 std::string escaped(std::string_view text)
 {
-    std::string result;
-    for (const char c : text) {
-        if (c == '&')
-            result += "&amp;";
-        else if (c == '<')
-            result += "&lt;";
-        else if (c == '>')
-            result += "&gt;";
-        else if (c == '\r')
-            result += "&#13;";
-        else
-            result += c;
-    }
-    return result;
+    return platform::replacingOccurrences(platform::escapedForXml(text), "\r", "&#13;");
 }
 
 std::string enveloped(const std::string& bodyContent)
@@ -84,7 +74,7 @@ Answer answerMessage(const Service& service, const soap::Message& message)
         return faultAnswer("Client", "The method " + message.element + " is of the namespace " +
                                          service.namespaceUri);
     const Dictionary* parameters = message.content.dictionary();
-    const Dictionary values = method->handle(parameters ? *parameters : Dictionary());
+    const Dictionary values = method->answer(parameters ? *parameters : Dictionary());
     return {.body = enveloped(responseXml(service, *method, values))};
 }
 
