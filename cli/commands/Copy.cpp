@@ -1,10 +1,8 @@
 // stowline copy
 #include "cli/commands/Commands.h"
 #include "cli/shared/Interruption.h"
-#include "cli/shared/LastError.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
-#include "stowline/logging/DDLog.h"
 #include "stowline/util/Crc32.h"
 #include "stowline/util/General.h"
 
@@ -41,13 +39,13 @@ std::optional<ExitStatus> refusal(const fs::path& source, const fs::path& destin
     return std::nullopt;
 }
 
-ExitStatus failure(const LastError& reason)
+ExitStatus failure(const std::string& reason)
 {
     if (const auto status = Interruptible::request())
         return output().fail(*status, "Interrupted. Nothing is left of the copy.");
-    return output().fail(ExitStatus::failed,
-                         reason.text().empty() ? "The copy failed."
-                                               : reason.text() + ". Nothing is left of the copy.");
+    return output().fail(ExitStatus::failed, reason.empty()
+                                                 ? "The copy failed."
+                                                 : reason + ". Nothing is left of the copy.");
 }
 
 /// Whether both files have the same checksum.
@@ -61,20 +59,20 @@ bool isSame(const std::string& source, const std::string& copy)
 
 ExitStatus runCopy(const CopyOptions& options, const std::string& destination)
 {
-    const auto reason = std::make_shared<LastError>();
-    DDLog::addLogger(reason);
     const Interruptible interruptible;
     ProgressDisplay progress;
     progress.beginPart();
+    std::string reason;
     const bool isCopied = General::copyFileAt(
-        options.source, destination, [&](double fractionDone, std::uint64_t size, bool* stop) {
+        options.source, destination,
+        [&](double fractionDone, std::uint64_t size, bool* stop) {
             progress.update(fractionDone, size);
             *stop = Interruptible::request().has_value();
-        });
+        },
+        &reason);
     progress.clear();
-    DDLog::flushLog();
     if (!isCopied)
-        return failure(*reason);
+        return failure(reason);
     if (options.verify && !isSame(options.source, destination))
         return output().fail(ExitStatus::checksumMismatch,
                              "The copy " + destination + " is not the same as " + options.source +

@@ -30,6 +30,21 @@ void refuseEmptyText(CLI::Option& option)
         ""));
 }
 
+/// The library's own sentence for what is not a number has neither mark nor advice.
+template <class Number> void refuseOtherThanNumbers(CLI::Option& option)
+{
+    option.check(CLI::Validator(
+        [](const std::string& text) {
+            constexpr const char* wanted =
+                std::is_integral_v<Number> ? "a whole number" : "a number";
+            Number number = 0;
+            return CLI::detail::lexical_cast(text, number)
+                       ? std::string()
+                       : "This must be " + std::string(wanted) + ", not \"" + text + "\"";
+        },
+        ""));
+}
+
 } // namespace
 
 Option Option::required() const
@@ -160,6 +175,10 @@ Option Command::addOption(const std::string& name, Value& value,
     if constexpr (std::is_same_v<Value, std::string> ||
                   std::is_same_v<Value, std::vector<std::string>>)
         refuseEmptyText(*option);
+    else if constexpr (std::is_arithmetic_v<Value>)
+        refuseOtherThanNumbers<Value>(*option);
+    else
+        refuseOtherThanNumbers<typename Value::value_type>(*option);
     return Option(*option);
 }
 

@@ -73,8 +73,6 @@ std::string usageSentence(const CLI::App& app, const CLI::ParseError& fault)
     else if (const auto extra = extraWordSentence(app, *command, words);
              dynamic_cast<const CLI::ExtrasError*>(&fault) && !extra.empty())
         sentence = extra;
-    else if (const std::string_view told = "Could not convert: "; sentence.starts_with(told))
-        sentence = "This is not a number: " + sentence.substr(told.size());
     return fmt::format("{} \"{} --help\" tells more.", sentence, words);
 }
 

@@ -59,6 +59,8 @@ public:
     /// one piece of 64 KiB. What the file system can copy by itself does not pass through this
     /// process. An exception of the handler is handed on.
     /// @param progressHandler may be absent
+    /// @param whyNot an addition of this project: takes what the error line tells, a sentence
+    ///        without its full stop; empty where there is no such line
     /// @return true only when the whole file is at the destination. Otherwise nothing of it is, and
     ///         an error line says why: the disk is full, the source cannot be read or changes its
     ///         size meanwhile, the destination or its folder goes away, there is no memory. That
@@ -66,7 +68,8 @@ public:
     ///         something is at the destination already, false comes at once, nothing is touched and
     ///         nothing logged.
     [[nodiscard]] static bool copyFileAt(const std::string& source, const std::string& to,
-                                         const ProgressHandler& progressHandler = {});
+                                         const ProgressHandler& progressHandler = {},
+                                         std::string* whyNot = nullptr);
 
     /// The folder that a backup selection names: "home directory", "trash", "documents", "library",
     /// "desktop", "downloads", "movies", "music", "pictures" or "sharedpublic", in any case but as

@@ -113,11 +113,23 @@ bool mayBegin(const fs::path& source, const fs::path& destination)
            !fs::exists(fs::symlink_status(destination, unknown));
 }
 
+/// Hands on the text of the error line as long as there is memory for it.
+void tell(std::string* whyNot, std::string_view line) noexcept
+{
+    try {
+        if (whyNot)
+            *whyNot = line;
+    } catch (const std::bad_alloc&) {
+        whyNot->clear();
+    }
+}
+
 } // namespace
 
 bool General::copyFileAt(const std::string& source, const std::string& to,
-                         const ProgressHandler& progressHandler)
+                         const ProgressHandler& progressHandler, std::string* whyNot)
 try {
+    tell(whyNot, {});
     (void)launchTime();
     if (!mayBegin(source, to))
         return false;
@@ -132,9 +144,11 @@ try {
     return true;
 } catch (const FileFault& fault) {
     STOWLINE_LOG_ERROR_OF("General", "%@", fault.what());
+    tell(whyNot, fault.what());
     return false;
 } catch (const std::bad_alloc&) {
     STOWLINE_LOG_ERROR_OF("General", "Cannot copy %@: there is not enough memory", source);
+    tell(whyNot, "There is not enough memory");
     return false;
 }
 

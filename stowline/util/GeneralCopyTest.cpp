@@ -29,15 +29,17 @@ protected:
 
     bool copy(const std::string& source)
     {
-        return General::copyFileAt(source, destination(),
-                                   [this](double fraction, std::uint64_t size, bool* stop) {
-                                       EXPECT_FALSE(*stop);
-                                       if (atReport_)
-                                           atReport_(fractions_.size());
-                                       *stop = fractions_.size() == stopAt_;
-                                       fractions_.push_back(fraction);
-                                       sizes_.push_back(size);
-                                   });
+        return General::copyFileAt(
+            source, destination(),
+            [this](double fraction, std::uint64_t size, bool* stop) {
+                EXPECT_FALSE(*stop);
+                if (atReport_)
+                    atReport_(fractions_.size());
+                *stop = fractions_.size() == stopAt_;
+                fractions_.push_back(fraction);
+                sizes_.push_back(size);
+            },
+            &whyNot_);
     }
 
     /// Nothing is at the destination, and one error line of General was logged.
@@ -45,11 +47,13 @@ protected:
     {
         EXPECT_FALSE(fs::exists(fs::symlink_status(destination())));
         expectOneLine(line);
+        EXPECT_EQ(whyNot_, line);
     }
     void expectSilentFailure()
     {
         EXPECT_FALSE(fs::exists(fs::symlink_status(destination())));
         EXPECT_EQ(log_->count(), 0U);
+        EXPECT_EQ(whyNot_, "");
     }
     void expectOneLine(const std::string& line)
     {
@@ -63,6 +67,7 @@ protected:
     std::shared_ptr<CountingLogger> log_ = std::make_shared<CountingLogger>();
     std::vector<double> fractions_;
     std::vector<std::uint64_t> sizes_;
+    std::string whyNot_ = "of an earlier copy";
     std::size_t stopAt_ = SIZE_MAX;
     std::function<void(std::size_t)> atReport_;
 };
@@ -77,6 +82,7 @@ TEST_F(CopyTest, CopiesEveryByteAndReportsEveryStep)
     EXPECT_EQ(fractions_, (std::vector{0.0, 0.65536, 1.0, 1.0}));
     EXPECT_EQ(sizes_, std::vector<std::uint64_t>(4, 100000));
     EXPECT_EQ(log_->count(), 0U);
+    EXPECT_EQ(whyNot_, "");
 }
 
 TEST_F(CopyTest, ReportsEverySecondPieceOfTenMillionBytes)

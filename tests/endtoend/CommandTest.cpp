@@ -88,7 +88,8 @@ TEST_F(CommandWithService, AWrongWordIsNamedWithWhatWouldBeRight)
          "RUN: This must be a number greater than 0, not \"0\". \"stowline diff --help\" tells "
          "more."},
         {{"versions", "-u", "ann", "abc"},
-         "This is not a number: FILE-ID = abc. \"stowline versions --help\" tells more."},
+         "FILE-ID: This must be a whole number, not \"abc\". \"stowline versions --help\" tells "
+         "more."},
         {{"settings", "check", "a", "b"},
          "The following argument was not expected: b. \"stowline settings check --help\" tells "
          "more."},
