@@ -12,8 +12,8 @@ namespace stowline::devserver {
 
 enum class FaultKind {
     soapFault, ///< "fault": a SOAP fault with status 500; of a plain request, a "no"
-    errorPage, ///< "500": a HTML page with status 500
-    htmlPage,  ///< "html": a HTML page with status 200, as a proxy answers
+    errorPage, ///< "500": an HTML page with status 500
+    htmlPage,  ///< "html": an HTML page with status 200, as a proxy answers
     cut,       ///< "cut": the connection closes in the middle of the body
     stall,     ///< "stall": no answer, the connection stays open
     reset,     ///< "reset": the connection is torn down instead of an answer

@@ -8,7 +8,7 @@
 
 namespace stowline::devserver {
 
-/// A HTTP answer.
+/// An HTTP answer.
 struct Answer {
     int status = 200;
     std::string contentType = "text/xml; charset=utf-8";

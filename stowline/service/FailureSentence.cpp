@@ -27,7 +27,7 @@ constexpr std::array kSentences{
     Sentence{FailureKind::unexpected,
              "Something went wrong that was not foreseen. With -v the log says more."},
     Sentence{FailureKind::hostUnreachable,
-             "There is no way to {0}. Please check the Internet connection."},
+             "{0} cannot be reached. Please check the Internet connection."},
     Sentence{FailureKind::invalidSettings,
              "An address of the settings cannot be used. \"stowline settings check\" tells which."},
     Sentence{FailureKind::unsendableValue, "A value holds a character that cannot be sent."},
