@@ -132,8 +132,9 @@ TEST_F(JsonOutput, IsAsThePageSays)
     expectAsOnPage("signin", {"signin"});
     expectAsOnPage("backup", {"backup", folder, "--system", "iMac"});
     expectAsOnPage("account", {"account", "--show-encryption-key"});
+    int error = 0;
     ASSERT_TRUE(
-        account_.journal().write({.guid = "7", .owner = {.username = "ann"}, .path = "/c"}));
+        account_.journal().write({.guid = "7", .owner = {.username = "ann"}, .path = "/c"}, error));
     expectAsOnPage("uploads", {"uploads", "list"});
     expectAsOnPage("uploads abandon", {"uploads", "abandon", "--all", "--yes"});
     expectAsOnPage("systems", {"systems"});

@@ -3,6 +3,7 @@
 #include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/time/Date.h"
@@ -221,13 +222,22 @@ UploadOutcome FileUploader::storedOutcome()
     return result;
 }
 
+FileUploader::Failure FileUploader::writeJournal()
+{
+    int error = 0;
+    if (context_.journal.write(entry_, error))
+        return std::nullopt;
+    return outcome(Kind::failed, "The journal of uploads cannot be written: " +
+                                     platform::systemErrorText(error) + ".");
+}
+
 FileUploader::Failure FileUploader::sendAll(const platform::SourceFile& file, bool isJournaled)
 {
     if (isJournaled) {
         if (Failure failure = goOnWithEarlier(file))
             return failure;
-        if (!context_.journal.write(entry_))
-            return outcome(Kind::failed, "The journal cannot be written. Is the disk full?");
+        if (Failure failure = writeJournal())
+            return failure;
     }
     if (Failure failure = sendParts(file, isJournaled))
         return failure;
@@ -305,8 +315,10 @@ FileUploader::Failure FileUploader::sendParts(const platform::SourceFile& file, 
             return failure;
         if (Failure failure = takeConfirmation(file, wanted))
             return failure;
-        if (isJournaled && entry_.sentBytes < entry_.state.size && !context_.journal.write(entry_))
-            return outcome(Kind::failed, "The journal cannot be written. Is the disk full?");
+        if (isJournaled && entry_.sentBytes < entry_.state.size) {
+            if (Failure failure = writeJournal())
+                return failure;
+        }
         if (isJournaled && file.state() != opened)
             break;
     }

@@ -107,6 +107,7 @@ private:
 
     [[nodiscard]] UploadOutcome uploadOpened(const platform::SourceFile& file);
     [[nodiscard]] UploadOutcome uploadChanging();
+    [[nodiscard]] Failure writeJournal();
     [[nodiscard]] Failure sendAll(const platform::SourceFile& file, bool isJournaled);
     [[nodiscard]] Failure goOnWithEarlier(const platform::SourceFile& file);
     [[nodiscard]] Failure askWhatIsHeld();

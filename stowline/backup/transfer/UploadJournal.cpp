@@ -123,11 +123,12 @@ fs::path UploadJournal::fileFor(const UploadOwner& owner, const std::string& pat
     return folder_ / (platform::derivedUuid("com.stowline.journal.2", text) + std::string(kSuffix));
 }
 
-bool UploadJournal::write(const JournalEntry& entry) const
+bool UploadJournal::write(const JournalEntry& entry, int& error) const
 {
     const auto bytes = platform::writeBinaryPropertyList(dictionaryOf(entry));
-    return bytes && platform::makePrivateFolder(folder_) &&
-           platform::replaceFile(fileFor(entry.owner, entry.path), *bytes);
+    error = bytes ? 0 : EINVAL;
+    return bytes && platform::makePrivateFolder(folder_, error) &&
+           platform::replaceFile(fileFor(entry.owner, entry.path), *bytes, error);
 }
 
 std::optional<JournalEntry> UploadJournal::find(const UploadOwner& owner,

@@ -40,8 +40,9 @@ class UploadJournal {
 public:
     explicit UploadJournal(std::filesystem::path folder) : folder_(std::move(folder)) {}
 
+    /// @param error the system's number when it cannot be written
     /// @return whether the entry is on disk
-    [[nodiscard]] bool write(const JournalEntry& entry) const;
+    [[nodiscard]] bool write(const JournalEntry& entry, int& error) const;
 
     /// Absent when there is none, or it cannot be read.
     [[nodiscard]] std::optional<JournalEntry> find(const UploadOwner& owner,

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 namespace stowline::backup {
 namespace {
 
@@ -26,6 +28,7 @@ JournalEntry entryFor(const std::string& path)
 
 TEST(UploadJournal, KeepsEntriesOfAnyNameAndSize)
 {
+    int error = 0;
     const test::TemporaryFolder folder;
     const UploadJournal journal(folder.path() / "deep" / "uploads");
     const JournalEntry entry{.guid = "G-1",
@@ -39,7 +42,7 @@ TEST(UploadJournal, KeepsEntriesOfAnyNameAndSize)
                              .sentBytes = std::uint64_t{1} << 40,
                              .parts = 3,
                              .checksum = 0xffffffff};
-    ASSERT_TRUE(journal.write(entry));
+    ASSERT_TRUE(journal.write(entry, error));
     const auto read = journal.find(ann(), entry.path);
     ASSERT_TRUE(read);
     EXPECT_EQ(read->guid, "G-1");
@@ -56,9 +59,10 @@ TEST(UploadJournal, KeepsEntriesOfAnyNameAndSize)
 
 TEST(UploadJournal, NothingCrossesBetweenOwners)
 {
+    int error = 0;
     const test::TemporaryFolder folder;
     const UploadJournal journal(folder.path());
-    ASSERT_TRUE(journal.write({.guid = "G", .owner = ann(), .path = "/a"}));
+    ASSERT_TRUE(journal.write({.guid = "G", .owner = ann(), .path = "/a"}, error));
     const auto other = [](auto change) {
         UploadOwner owner = ann();
         change(owner);
@@ -76,23 +80,25 @@ TEST(UploadJournal, NothingCrossesBetweenOwners)
 
 TEST(UploadJournal, ANewStateTakesThePlaceOfTheOneBefore)
 {
+    int error = 0;
     const test::TemporaryFolder folder;
     const UploadJournal journal(folder.path());
-    ASSERT_TRUE(journal.write({.guid = "old", .owner = ann(), .path = "/a"}));
-    ASSERT_TRUE(journal.write({.guid = "new", .owner = ann(), .path = "/a"}));
+    ASSERT_TRUE(journal.write({.guid = "old", .owner = ann(), .path = "/a"}, error));
+    ASSERT_TRUE(journal.write({.guid = "new", .owner = ann(), .path = "/a"}, error));
     ASSERT_EQ(journal.entries().size(), 1U);
     EXPECT_EQ(journal.entries()[0].guid, "new");
 }
 
 TEST(UploadJournal, TakesOutWhatCanNeverBeGoneOnWith)
 {
+    int error = 0;
     const test::TemporaryFolder folder;
     const UploadJournal journal(folder.path() / "uploads");
     const std::string same = folder.write("same", "1");
     const std::string changed = folder.write("changed", "1");
     const std::string gone = folder.write("gone", "1");
     for (const std::string& path : {same, changed, gone})
-        ASSERT_TRUE(journal.write(entryFor(path)));
+        ASSERT_TRUE(journal.write(entryFor(path), error));
     folder.write("changed", "22");
     std::filesystem::remove(gone);
     folder.write("uploads/cut.plist", "bplist00");
@@ -113,6 +119,16 @@ TEST(UploadJournal, IsNotHeldUpByAPipeInThePlaceOfAnEntry)
     EXPECT_TRUE(journal.entries().empty());
     journal.removeOvertaken();
     EXPECT_FALSE(std::filesystem::exists(pipe));
+}
+
+TEST(UploadJournal, SaysWhyItCannotBeWritten)
+{
+    const test::TemporaryFolder folder;
+    folder.write("file", "");
+    const UploadJournal journal(folder.path() / "file/uploads");
+    int error = 0;
+    EXPECT_FALSE(journal.write({.guid = "G", .owner = ann(), .path = "/a"}, error));
+    EXPECT_EQ(error, EEXIST); // what stands in the place of the folder above
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include "stowline/platform/files/FileDescriptor.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
@@ -24,16 +25,19 @@ std::optional<std::filesystem::path> baseFolder(const char* variable, const char
     return std::filesystem::path(home) / belowHome / "stowline";
 }
 
-bool writeAndRename(const std::filesystem::path& path, std::string_view content, bool isDurable)
+bool writeAndRename(const std::filesystem::path& path, std::string_view content, bool isDurable,
+                    int& error)
 {
     std::string beside = path.string() + ".XXXXXX";
     FileDescriptor file(::mkostemp(beside.data(), O_CLOEXEC));
+    error = errno;
     if (!file.isOpen())
         return false;
     const bool isComplete =
         writeAll(file.number(), content) && (!isDurable || ::fsync(file.number()) == 0);
     if (isComplete && ::rename(beside.c_str(), path.c_str()) == 0)
         return true;
+    error = errno;
     ::unlink(beside.c_str());
     return false;
 }
@@ -57,12 +61,19 @@ std::optional<std::string> readRegularFile(const std::filesystem::path& path)
 
 bool writeFileAtomically(const std::filesystem::path& path, std::string_view content)
 {
-    return writeAndRename(path, content, true);
+    int unimportant = 0;
+    return writeAndRename(path, content, true, unimportant);
+}
+
+bool replaceFile(const std::filesystem::path& path, std::string_view content, int& error)
+{
+    return writeAndRename(path, content, false, error);
 }
 
 bool replaceFile(const std::filesystem::path& path, std::string_view content)
 {
-    return writeAndRename(path, content, false);
+    int unimportant = 0;
+    return replaceFile(path, content, unimportant);
 }
 
 std::vector<std::string> namesInFolder(const std::filesystem::path& folder)

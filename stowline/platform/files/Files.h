@@ -23,6 +23,9 @@ namespace stowline::platform {
 
 /// The same, but not made durable: after a crash of the machine the file may hold the old content,
 /// the new one, or nothing. For what is written often and can be done without.
+/// @param error the system's number when it cannot be written
+[[nodiscard]] bool replaceFile(const std::filesystem::path& path, std::string_view content,
+                               int& error);
 [[nodiscard]] bool replaceFile(const std::filesystem::path& path, std::string_view content);
 
 /// The names in a folder, but "." and "..", in no order; none when it cannot be read. Unlike the
