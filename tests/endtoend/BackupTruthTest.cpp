@@ -1,6 +1,8 @@
 // What a backup says of itself is true: everything that is found is accounted for, and a success is
 // one.
+#include "stowline/platform/text/Text.h"
 #include "tests/endtoend/BackedUp.h"
+#include "tests/support/Relay.h"
 
 #include <gtest/gtest.h>
 
@@ -231,23 +233,51 @@ TEST(BackupTruth, AListingThatFailsMakesNothingNew)
     EXPECT_TRUE(account.stored().empty());
 }
 
+/// The calls of one backup through a relay, each as "method" or "/Request", sorted.
+std::vector<std::string> callsOfABackup(const BackedUp& account)
+{
+    const std::string server = account.server.address().substr(sizeof "http://" - 1);
+    test::Relay relay(server);
+    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
+    const std::string text = platform::readFile(settings).value();
+    EXPECT_TRUE(platform::writeFileAtomically(
+        settings, platform::replacingOccurrences(text, server, relay.address())));
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_TRUE(platform::writeFileAtomically(settings, text));
+    std::vector<std::string> calls;
+    for (const std::string& request : relay.requests()) {
+        const std::string action = test::headerOf(request, "SOAPAction");
+        const std::string line = request.substr(0, request.find(' ', request.find(' ') + 1));
+        calls.push_back(action.empty() ? line.substr(line.rfind('/'))
+                                       : action.substr(action.rfind('/') + 1));
+        std::erase(calls.back(), '"');
+    }
+    std::ranges::sort(calls);
+    return calls;
+}
+
 TEST(BackupTruth, ASecondRunListsNoFolder)
 {
-    const BackedUp account;
-    Files files;
-    for (int i = 0; i < 30; ++i)
-        files.emplace("folder" + std::to_string(i) + "/file", "content");
-    account.write(files);
-    ASSERT_EQ(account.backup().status, 0);
-    std::this_thread::sleep_for(std::chrono::milliseconds(2100)); // until the stamps are settled
-    const auto settled = account.backup();
-    EXPECT_EQ(field(settled, "unchanged"), 30) << settled.errors;
-    const auto start = std::chrono::steady_clock::now();
-    const auto result = account.backup();
-    EXPECT_EQ(field(result, "stored"), 0);
-    EXPECT_EQ(field(result, "unchanged"), 30);
-    RecordProperty("milliseconds", static_cast<int>((std::chrono::steady_clock::now() - start) /
-                                                    std::chrono::milliseconds(1)));
+    const auto callsFor = [](int folders) {
+        const BackedUp account;
+        Files files;
+        for (int i = 0; i < folders; ++i)
+            files.emplace("folder" + std::to_string(i) + "/file", "content");
+        account.write(files);
+        EXPECT_EQ(account.backup().status, 0);
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(2100)); // until the stamps are settled
+        EXPECT_EQ(field(account.backup(), "unchanged"), folders);
+        return callsOfABackup(account);
+    };
+    const auto calls = callsFor(25); // of which one version is asked for
+    EXPECT_EQ(calls, callsFor(1));
+    EXPECT_EQ(std::ranges::count(calls, "Authenticate"), 1);
+    EXPECT_EQ(std::ranges::count(calls, "GetPhyPath"), 1);
+    EXPECT_EQ(std::ranges::count(calls, "getMetaDataAboutFilesToRecover"), 1);
+    EXPECT_EQ(std::ranges::count(calls, "/UploadFilePart"), 2); // its note and its record
 }
 
 TEST(BackupTruth, AnIndexThatIsLostIsMadeAnewFromTheRecord)
