@@ -5,6 +5,8 @@
 #include "stowline/backup/tree/TreeRules.h"
 #include "stowline/platform/files/Files.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
 
@@ -61,6 +63,10 @@ bool readLists(Options& options)
         const auto content = contentOf(file);
         if (!content)
             return false;
+        if (const auto line = backup::TreeRules().excludeLines(*content)) {
+            output().complain(fmt::format("Line {} of {} is not a pattern.", *line, file));
+            return false;
+        }
         options.request.rules.excludeLines += *content + "\n";
     }
     if (const auto fault = backup::faultIn(options.request.rules)) {

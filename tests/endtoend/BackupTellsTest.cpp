@@ -141,12 +141,13 @@ TEST(BackupTells, APatternThatIsNoneIsAWrongCommandLine)
 {
     const test::TemporaryFolder empty;
     const test::Command stowline(empty.path());
+    const auto other = stowline.home().write("other", "*.o\n*.a\n");
     const auto rules = stowline.home().write("rules", "*.o\n/\n");
     for (const auto& [words, sentence] :
-         {std::pair(Words{"--exclude", ""}, "--exclude: The value is empty."),
-          std::pair(Words{"--include", "/"}, "\"/\" is not a pattern."),
-          std::pair(Words{"--exclude-from", rules.string()},
-                    "Line 2 of the patterns is not a pattern.")}) {
+         {std::pair(Words{"--exclude", ""}, std::string("--exclude: The value is empty.")),
+          std::pair(Words{"--include", "/"}, std::string("\"/\" is not a pattern.")),
+          std::pair(Words{"--exclude-from", other.string(), "--exclude-from", rules.string()},
+                    "Line 2 of " + rules.string() + " is not a pattern.")}) {
         Words all{"backup", empty.path().string(), "-u", "ann"};
         all.insert(all.end(), words.begin(), words.end());
         const auto result = stowline(all);

@@ -58,8 +58,15 @@ bool matchesNames(std::span<const std::string> pattern, std::span<const std::str
     return at == pattern.size();
 }
 
-std::string_view withoutBlanksAtEnd(std::string_view line)
+/// A line as it is meant: without what editors of other systems put around it (a byte order mark, a
+/// carriage return), and without blanks at its end.
+std::string_view bareLine(std::string_view line)
 {
+    constexpr std::string_view mark = "\xef\xbb\xbf";
+    if (line.starts_with(mark))
+        line.remove_prefix(mark.size());
+    if (line.ends_with('\r'))
+        line.remove_suffix(1);
     while (line.ends_with(' ') && !line.ends_with("\\ "))
         line.remove_suffix(1);
     return line;
@@ -144,7 +151,7 @@ std::optional<std::size_t> TreeRules::excludeLines(std::string_view text)
     std::size_t number = 0;
     for (const std::string_view whole : pieces(text, '\n')) {
         ++number;
-        std::string_view line = withoutBlanksAtEnd(whole);
+        const std::string_view line = bareLine(whole);
         if (line.empty() || line.starts_with('#'))
             continue;
         const bool takesBack = line.starts_with('!');

@@ -155,6 +155,18 @@ TEST(TreeRules, ReadLinesAsGitignoreFilesAreRead)
     EXPECT_EQ(TreeRules().excludeLines(""), std::nullopt);
 }
 
+TEST(TreeRules, ReadLinesThatAnEditorOfAnotherSystemWrote)
+{
+    TreeRules rules;
+    EXPECT_EQ(rules.excludeLines("\xef\xbb\xbf*.o\r\n\r\n# objects\r\n!keep.o\r\nblank  \r\nlast"),
+              std::nullopt);
+    EXPECT_EQ(excludedBy(rules, "a.o"), byPattern("*.o"));
+    EXPECT_EQ(excludedBy(rules, "keep.o"), std::nullopt);
+    EXPECT_EQ(excludedBy(rules, "blank"), byPattern("blank"));
+    EXPECT_EQ(excludedBy(rules, "last"), byPattern("last"));
+    EXPECT_EQ(TreeRules().excludeLines("a\r\n/\r\n"), 2U);
+}
+
 TEST(TreeRules, TakeAnOptionsPatternByItsWord)
 {
     TreeRules rules;
