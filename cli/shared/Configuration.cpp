@@ -82,6 +82,8 @@ public:
         });
         for (const ConfigurationEntry& entry : entries)
             take(entry);
+        // An empty list says "none", against one that is said for all commands.
+        std::erase_if(items_, [](const CLI::ConfigItem& item) { return item.inputs.empty(); });
         return std::move(items_);
     }
 

@@ -1,5 +1,5 @@
 // Where options come from: the command line, the environment, the configuration file.
-#include "tests/endtoend/Command.h"
+#include "tests/endtoend/BackedUp.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/TestPaths.h"
 
@@ -38,6 +38,24 @@ protected:
         ASSERT_EQ(stowline_(Words{"signup", "-u", "ann", "--email", "a@b.c"}, password_).status, 0);
     }
 };
+
+TEST_F(ConfiguredAccount, AnEmptyListIsNone)
+{
+    const test::TemporaryFolder folder;
+    folder.write("a.o", "1");
+    folder.write("b", "2");
+    const auto excludedWith = [&](const std::string& text) {
+        configure(text);
+        const auto result = stowline_(
+            Words{"backup", "-u", "ann", "--system", "iMac", "--dry-run", "--json", folder.path()},
+            password_);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        return test::field(result, "excluded").get<int>();
+    };
+    EXPECT_EQ(excludedWith("exclude = [\"*.o\"]\n"), 1);
+    EXPECT_EQ(excludedWith("exclude = []\n"), 0);
+    EXPECT_EQ(excludedWith("exclude = [\"*.o\"]\n[backup]\nexclude = []\n"), 0); // against it
+}
 
 TEST_F(ConfiguredCommand, AFileWithAFaultIsToldWithItsPlaceAndNeverPassedOver)
 {
