@@ -2,6 +2,7 @@
 #include "cli/commands/Commands.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/ServiceFailure.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/Diagnosis.h"
@@ -25,8 +26,8 @@ Finding checkBundle()
     const auto version = General::productVersion();
     if (!version)
         return {"bundle", false,
-                folder + "/Info.plist is missing or has no version. Please install again, or name "
-                         "the folder with --bundle."};
+                infoFault("has no version") +
+                    " Please install again, or name the folder with --bundle."};
     return {"bundle", true,
             General::productName().value_or("?") + " " + *version + " in " + folder};
 }
@@ -38,8 +39,7 @@ Finding checkSettingsFile()
     if (!bytes)
         return {"settings", false,
                 file ? file->string() + " cannot be read. Please install again."
-                     : "Info.plist does not name the settings file "
-                       "(TW_WebServicesSettingsFilename)."};
+                     : unnamedSettingsFault()};
     const auto faults = checkSettings(*bytes);
     if (!faults.empty())
         return {"settings", false,

@@ -1,8 +1,8 @@
 // stowline settings check
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/ServiceFailure.h"
 #include "cli/shared/SettingsFaults.h"
-#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/SettingsCheck.h"
 #include "stowline/service/WebServicesSettings.h"
@@ -18,10 +18,7 @@ ExitStatus check(std::string file)
     if (file.empty()) {
         const auto place = WebServicesSettings::file();
         if (!place)
-            return output().fail(ExitStatus::settingsInvalid,
-                                 (platform::Bundle::folder() / "Info.plist").string() +
-                                     " is missing or does not name the settings file "
-                                     "(TW_WebServicesSettingsFilename).");
+            return output().fail(ExitStatus::settingsInvalid, unnamedSettingsFault());
         file = place->string();
     }
     const auto bytes = platform::readFile(file);

@@ -3,6 +3,8 @@
 #include "cli/shared/FailureWords.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "stowline/service/Diagnosis.h"
 #include "stowline/service/FailureSentence.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -10,7 +12,32 @@
 
 #include <fmt/format.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace stowline::cli {
+
+std::string infoFault(const std::string& lack)
+{
+    const auto file = platform::Bundle::folder() / "Info.plist";
+    std::error_code unknown;
+    if (std::filesystem::status(file, unknown).type() == std::filesystem::file_type::not_found)
+        return file.string() + " is missing.";
+    const auto bytes = platform::readRegularFile(file);
+    if (!bytes)
+        return file.string() + " cannot be read. Is it a file, and may this user read it?";
+    const auto reading = platform::readPropertyList(*bytes);
+    if (!reading.value)
+        return file.string() + " is not a property list: " + reading.fault;
+    if (!reading.value->dictionary())
+        return file.string() + " is not a dictionary.";
+    return file.string() + " " + lack + ".";
+}
+
+std::string unnamedSettingsFault()
+{
+    return infoFault("does not name the settings file (TW_WebServicesSettingsFilename)");
+}
 
 std::optional<ExitStatus> settingsFailure(const std::string& webMethod)
 {
@@ -18,10 +45,7 @@ std::optional<ExitStatus> settingsFailure(const std::string& webMethod)
     WebServiceBroker::beginNursery();
     const auto place = WebServicesSettings::file();
     if (!place)
-        return output().fail(ExitStatus::settingsInvalid,
-                             fmt::format("{} is missing or does not name the settings file "
-                                         "(TW_WebServicesSettingsFilename).",
-                                         (platform::Bundle::folder() / "Info.plist").string()));
+        return output().fail(ExitStatus::settingsInvalid, unnamedSettingsFault());
     const std::string file = place->string();
     if (!WebServicesSettings::settingsDictionary())
         return output().fail(ExitStatus::settingsInvalid,

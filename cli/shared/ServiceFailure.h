@@ -9,6 +9,14 @@
 
 namespace stowline::cli {
 
+/// What is wrong with the bundle's Info.plist when it does not tell something: it is missing,
+/// cannot be read, is no property list, or just does not say it.
+/// @param lack for the last case: "has no version"
+[[nodiscard]] std::string infoFault(const std::string& lack);
+
+/// The same when the settings file is not named.
+[[nodiscard]] std::string unnamedSettingsFault();
+
 /// Checks that the settings can be used and have an entry for a web method; says what is wrong. To
 /// be asked before the first call: the helper program loads meanwhile
 /// (WebServiceBroker::beginNursery).

@@ -369,10 +369,20 @@ TEST(CommandWithoutService, NamesTheFileAndTheKeyThatAreWrong)
         return result.errors;
     };
     const test::TemporaryFolder folder;
-    EXPECT_NE(messageFor(folder.path())
-                  .find("Info.plist is missing or does not name the settings "
-                        "file (TW_WebServicesSettingsFilename)."),
-              std::string::npos);
+    const auto says = [&](const std::string& text) {
+        const std::string errors = messageFor(folder.path());
+        EXPECT_NE(errors.find(text), std::string::npos) << errors;
+    };
+    says("Info.plist is missing.");
+    std::filesystem::create_directory(folder.path() / "Info.plist");
+    says("Info.plist cannot be read.");
+    std::filesystem::remove(folder.path() / "Info.plist");
+    folder.write("Info.plist", "<plist><dict>\n<key>a</dict></plist>");
+    says("Info.plist is not a property list: line 2:");
+    folder.write("Info.plist", "<plist><array/></plist>");
+    says("Info.plist is not a dictionary.");
+    folder.write("Info.plist", "<plist><dict/></plist>");
+    says("Info.plist does not name the settings file (TW_WebServicesSettingsFilename).");
     folder.write("Info.plist", "<plist><dict><key>TW_WebServicesSettingsFilename</key>"
                                "<string>S.plist</string></dict></plist>");
     EXPECT_NE(messageFor(folder.path()).find("Resources/S.plist cannot be read."),
