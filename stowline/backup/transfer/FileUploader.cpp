@@ -70,6 +70,9 @@ std::optional<ContentReading> readContent(const platform::SourceFile& file, cons
             return std::nullopt;
         if (*count == 0)
             break;
+        // One that grows faster than it is read would never end.
+        if (before && at >= before->size)
+            return std::nullopt;
         digest.update({room.data(), *count});
         reading.checksum = Crc32::updateCRC32(reading.checksum, room.data(), *count);
         at += *count;

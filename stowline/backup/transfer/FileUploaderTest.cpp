@@ -288,5 +288,17 @@ TEST(FileUploader, AServiceThatHasToldVersionsMustAnswer)
         << outcome.sentence;
 }
 
+TEST(ReadContent, EndsWithAFileThatHasMoreThanItsSize)
+{
+    // As one that grows faster than it is read: it says that it is empty, and its 256 GiB take
+    // hours.
+    int error = 0;
+    const auto file =
+        platform::SourceFile::open(platform::SourceFile::kNoFolder, "/proc/self/pagemap", error);
+    if (!file)
+        GTEST_SKIP() << "no /proc/self/pagemap here";
+    EXPECT_FALSE(readContent(*file, StopRequest()));
+}
+
 } // namespace
 } // namespace stowline::backup

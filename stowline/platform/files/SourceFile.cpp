@@ -33,6 +33,7 @@ int openedIn(int folder, const std::string& name)
 } // namespace
 
 const int SourceFile::kCancelled = ECANCELED;
+const int SourceFile::kUnreadable = EIO;
 
 std::optional<SourceFile> SourceFile::open(int folder, const std::string& name, int& error)
 {

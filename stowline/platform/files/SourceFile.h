@@ -5,6 +5,7 @@
 #include "stowline/platform/files/StatusTime.h"
 #include "stowline/platform/threads/StopRequest.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -60,7 +61,8 @@ public:
                                                     int& error) const;
 
     /// Copies what the file holds now into a file without a name (mode 0600, gone with its
-    /// descriptor): by reference where the file system can do that, else byte for byte.
+    /// descriptor): by reference where the file system can do that, else byte for byte. What is
+    /// added to the file meanwhile is no part of the copy.
     /// @param folder where the copy lies when the file system of this file is another one or takes
     ///        none
     /// @param goOn asked between pieces
@@ -72,19 +74,27 @@ public:
         auto copy = emptyIn(folder, error);
         if (!copy || referTo(*copy))
             return copy;
+        const auto now = state();
+        if (!now) {
+            error = kUnreadable;
+            return std::nullopt;
+        }
         std::string room(kCopyPiece, '\0');
-        for (std::uint64_t at = 0;;) {
+        for (std::uint64_t at = 0; at < now->size;) {
             if (!goOn()) {
                 error = kCancelled;
                 return std::nullopt;
             }
+            const std::uint64_t left = now->size - at;
+            room.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kCopyPiece, left)));
             const auto count = readAt(at, room, error);
             if (!count || !copy->writeAt(at, {room.data(), *count}, error))
                 return std::nullopt;
-            if (*count == 0)
-                return copy;
+            if (*count == 0) // it was cut meanwhile
+                break;
             at += *count;
         }
+        return copy;
     }
 
     /// A new file without a name, to be filled with writeAt(). @return absent: see `error`
@@ -97,6 +107,7 @@ public:
 private:
     static constexpr std::size_t kCopyPiece = 1U << 20;
     static const int kCancelled;
+    static const int kUnreadable;
     explicit SourceFile(FileDescriptor file) : file_(std::move(file)) {}
     [[nodiscard]] bool referTo(SourceFile& copy) const;
 

@@ -84,6 +84,26 @@ TEST(SourceFile, ACopyAsideKeepsOneState)
     EXPECT_EQ(error, ENOENT);
 }
 
+TEST(SourceFile, ACopyAsideEndsThoughTheFileGrowsWithoutEnd)
+{
+    const test::TemporaryFolder folder;
+    constexpr off_t size = 3 << 20;
+    const auto path = folder.write("file", "");
+    ASSERT_EQ(::truncate(path.c_str(), size), 0);
+    int error = 0;
+    const auto file = SourceFile::open(SourceFile::kNoFolder, path, error);
+    int pieces = 0;
+    const auto copy = file->copyAside(
+        folder.path(),
+        [&] { // grows by more than a piece between two
+            EXPECT_EQ(::truncate(path.c_str(), size + (++pieces * off_t{4 << 20})), 0);
+            return pieces < 100;
+        },
+        error);
+    ASSERT_TRUE(copy) << error;
+    EXPECT_EQ(copy->state()->size, static_cast<std::uint64_t>(size));
+}
+
 TEST(SourceFile, RefusesWhatIsNoFileAndTellsOfAWriteThatFails)
 {
     const test::TemporaryFolder folder;
