@@ -56,6 +56,7 @@ private:
         versions_.emplace(request_.choice.account, reader.tries());
         const TreeRules rules = rulesOf(request_);
         idle_.emplace(rules);
+        refuseOnePlaceForTwo(tree.items);
         if (request_.deletesOthers) {
             if (rules.ownPatternCount() > 0)
                 throw RecordFault(RecordFault::Kind::failed,
@@ -137,12 +138,39 @@ private:
                                      .gathered = [this](std::int64_t bytes) { move(bytes); },
                                      .mistakenFor = {},
                                      .tidy = tidying()};
-        TreePlacer placer(context, items, selection);
+        TreePlacer placer(context, items, selection, placed_);
         placer.place(*idle_, [this](const StoredItem& stored) { find(stored); });
         if (const int refused = request_.isDryRun ? 0 : root->synchronizeFileSystem())
             throw RecordFault(RecordFault::Kind::failed,
                               folder.string() + " cannot be written to the disk: " +
                                   platform::systemErrorText(refused) + ".");
+        placed_.trees.push_back({selection, folder});
+    }
+
+    /// Two items are never put into one place, one over the other.
+    void refuseOnePlaceForTwo(const ItemIndex& items) const
+    {
+        if (!request_.target)
+            return;
+        const auto refuse = [](const std::string& one, const std::string& other) {
+            throw RecordFault(RecordFault::Kind::failed,
+                              one + " and " + other +
+                                  " would both be put into one place. Please "
+                                  "restore them one after the other, each into "
+                                  "a folder of its own.");
+        };
+        std::map<std::string, std::string> paths; // by place
+        for (const std::string& path : request_.paths) {
+            const auto [known, isNew] = paths.emplace(nameOf(path), path);
+            if (!isNew && known->second != path)
+                refuse(known->second, path);
+        }
+        const bool isWholeMachineNamed = paths.contains("");
+        for (const auto& [name, path] : paths) {
+            const std::string atTop = "/" + name;
+            if (isWholeMachineNamed && !name.empty() && path != atTop && items.find(atTop))
+                refuse(atTop, path);
+        }
     }
 
     /// What is done with a folder once all is in it; empty: nothing.
@@ -317,6 +345,7 @@ private:
     Owners owners_;
     std::optional<VersionFinder> versions_;
     std::optional<IdlePatterns> idle_;
+    PlacedTrees placed_;
     std::optional<Pruning> pruning_; ///< absent: nothing is deleted
     std::uint64_t missing_ = 0;      ///< named paths that the run does not have
 

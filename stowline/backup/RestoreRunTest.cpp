@@ -403,6 +403,35 @@ TEST(RestoreRun, PutsHardLinksOfLinksAndPipesBackAsSuch)
     EXPECT_TRUE(fs::is_fifo(stored.target.path() / "tree/sub/pipe"));
 }
 
+TEST(RestoreRun, PutsNoNamedPathOverAnother)
+{
+    Stored stored;
+    const fs::path tree = stored.folder();
+    fs::create_directories(tree / "one");
+    fs::create_directories(tree / "two");
+    std::ofstream(tree / "one/same") << "1";
+    std::ofstream(tree / "two/same") << "22";
+    stored.run();
+    const auto namesBoth = [&](RestoreRequest& request) {
+        request.paths = {tree / "one/same", tree / "two/same"};
+    };
+    const auto refused = stored.restore(namesBoth);
+    EXPECT_EQ(refused.end, ReadEnd::failed);
+    EXPECT_EQ(refused.sentence, (tree / "one/same").string() + " and " +
+                                    (tree / "two/same").string() +
+                                    " would both be put into one place. Please restore them one "
+                                    "after the other, each into a folder of its own.");
+    EXPECT_TRUE(fs::is_empty(stored.target.path()));
+    fs::remove_all(tree);
+    const auto inPlace = stored.restore([&](RestoreRequest& request) {
+        namesBoth(request);
+        request.target.reset();
+    });
+    EXPECT_EQ(inPlace.end, ReadEnd::done) << inPlace.sentence;
+    EXPECT_EQ(platform::readFile(tree / "one/same"), "1");
+    EXPECT_EQ(platform::readFile(tree / "two/same"), "22");
+}
+
 TEST(RestoreRun, SaysOnceAKindWhatItLeavesOut)
 {
     if (geteuid() != 0)

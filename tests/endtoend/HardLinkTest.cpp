@@ -171,5 +171,40 @@ TEST_F(HardLinks, ThatPartedAreOneAgainWhenTheyAre)
     EXPECT_FALSE(fs::equivalent(back / "A/f", back / "C/f"));
 }
 
+TEST_F(HardLinks, AreOneFileAgainThoughTheyLieBelowDifferentNamedPaths)
+{
+    int round = 0;
+    for (const Words& names : {Words{"A", "B", "C"}, Words{"C", "B", "A"}, Words{"B", "C"}}) {
+        const auto target = account_.command.home().path() / std::to_string(++round);
+        Words words{"restore"};
+        for (const std::string& name : names)
+            words.push_back(path(name));
+        words.insert(words.end(), {"--json", "--machine", "iMac", "--to", target});
+        const auto result = account_.run(words);
+        ASSERT_EQ(result.status, 0) << result.errors;
+        for (const std::string& name : names) {
+            const fs::path one = target / name / "f";
+            EXPECT_TRUE(fs::equivalent(one, target / names.front() / "f")) << round << name;
+            EXPECT_EQ(fs::hard_link_count(one), names.size()) << round << name;
+            EXPECT_EQ(platform::readFile(one), "original");
+        }
+        const auto again = account_.run(words);
+        EXPECT_EQ(field(again, "unchanged"), field(again, "found")) << round << again.output;
+        words.emplace_back("--dry-run");
+        EXPECT_EQ(field(account_.run(words), "would_restore"), 0) << round;
+    }
+}
+
+TEST_F(HardLinks, AreOneFileAgainInPlaceThoughTheyLieBelowDifferentNamedPaths)
+{
+    fs::remove(path("A/f"));
+    fs::remove(path("C/f"));
+    const auto result =
+        account_.run({"restore", path("C"), path("A"), "--machine", "iMac", "--in-place"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(fs::equivalent(path("A/f"), path("C/f")));
+    EXPECT_EQ(fs::hard_link_count(path("B/f")), 1U); // which was not to be touched
+}
+
 } // namespace
 } // namespace stowline

@@ -101,6 +101,27 @@ private:
 constexpr const char* kNoOddFileSystem =
     "Needs /dev/fuse and the packages python3-fusepy, libfuse2.";
 
+TEST(RestoreBadDays, NamedPathsThatTheTargetDoesNotTellApartAreNoSuccess)
+{
+    if (const auto reason = test::enterMountNamespace())
+        GTEST_SKIP() << *reason;
+    const BackedUp account;
+    const fs::path& top = account.folder.path();
+    account.write({{"A/File", "large letter"}, {"B/file", "small letter"}, {"C/FILE/a", "folder"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path target = account.command.home().path() / "blind";
+    const OddFileSystem disk(target, {"case-blind"});
+    if (!disk.isMounted())
+        GTEST_SKIP() << kNoOddFileSystem;
+    for (int run = 0; run < 2; ++run) { // the second finds what the first put there
+        const auto result = account.run({"restore", "--json", top / "A/File", top / "B/file",
+                                         top / "C/FILE", "--machine", "iMac", "--to", target});
+        EXPECT_EQ(result.status, 3) << result.errors;
+        EXPECT_EQ(field(result, "failed"), 3) << result.output << result.errors;
+        EXPECT_EQ(platform::readFile(target / "File"), "large letter") << run;
+    }
+}
+
 TEST(RestoreBadDays, NamesThatTheTargetDoesNotTellApartAreNoSuccess)
 {
     if (const auto reason = test::enterMountNamespace())

@@ -44,6 +44,20 @@ TargetKind targetKind(ItemKind kind)
 
 } // namespace
 
+const PlacedTree* PlacedTrees::treeWith(const std::string& path) const
+{
+    const auto tree = std::ranges::find_if(
+        trees, [&path](const PlacedTree& one) { return one.selection.takes(path); });
+    return tree == trees.end() ? nullptr : &*tree;
+}
+
+const PlacedTree* PlacedTrees::treeNamed(const std::string& name) const
+{
+    const auto tree = std::ranges::find_if(
+        trees, [&name](const PlacedTree& one) { return nameOf(one.selection.named()) == name; });
+    return tree == trees.end() ? nullptr : &*tree;
+}
+
 std::optional<RestoredItem> refusedDevice(const ItemRecord& item, const RestoreRequest& request)
 {
     if (!isDevice(item.kind))
@@ -70,9 +84,9 @@ RestoredItem lackOfContent(const ItemRecord& item)
 }
 
 TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
-                       const Selection& selection)
+                       const Selection& selection, PlacedTrees& others)
     : context_(context), items_(items), selection_(selection), files_(context_),
-      standing_(context.root)
+      standing_(context.root), others_(others)
 {
     context_.mistakenFor = [this](const TargetFolder& folder, const std::string& path) {
         return mistakenFor(folder, path);
@@ -81,13 +95,13 @@ TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
         if (report.state == RestoredState::wouldRestore) {
             const std::lock_guard lock(mutex_);
             if (!report.isMetadataOnly) {
-                wouldBeNew_.insert(report.path);
+                others_.wouldBeNew.insert(report.path);
                 wouldBeChanged_.insert(std::string(parentOf(report.path)));
             }
         } else if (report.kind != ItemKind::folder && report.state != RestoredState::restored &&
                    report.state != RestoredState::unchanged) {
             const std::lock_guard lock(mutex_);
-            notInPlace_.insert(report.path);
+            others_.notInPlace.insert(report.path);
             mayGoOnLater_ = mayGoOnLater_ || report.kind == ItemKind::file;
         }
         done(std::move(report));
@@ -96,7 +110,12 @@ TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
 
 TreePlacer::Place TreePlacer::placeOf(const std::string& path) const
 {
-    const std::string place = selection_.placeOf(path);
+    return placeIn(selection_, path);
+}
+
+TreePlacer::Place TreePlacer::placeIn(const Selection& selection, const std::string& path)
+{
+    const std::string place = selection.placeOf(path);
     const auto slash = place.rfind('/');
     if (slash == std::string::npos)
         return {"", place};
@@ -111,11 +130,17 @@ bool TreePlacer::hasStood(const Place& place)
 /// On file systems that take "File" and "file" for one name.
 std::string TreePlacer::mistakenFor(const TargetFolder& folder, const std::string& path) const
 {
-    const std::string name = placeOf(path).name;
-    for (const std::string& other : otherNamesFor(folder, name)) {
+    const bool hasTarget = context_.request.target.has_value();
+    const Place place = placeOf(path);
+    for (const std::string& other : otherNamesFor(folder, place.name)) {
         std::string item = pathIn(parentOf(path), other);
-        if (selection_.takes(item) && items_.find(item))
+        const bool isTaken = selection_.takes(item) || (!hasTarget && others_.treeWith(item));
+        if (isTaken && items_.find(item))
             return item;
+        // What is named goes side by side into the target, wherever it was.
+        if (const auto* tree =
+                hasTarget && place.folder.empty() ? others_.treeNamed(other) : nullptr)
+            return tree->selection.named();
     }
     return {};
 }
@@ -177,7 +202,7 @@ void TreePlacer::take(const StoredItem& stored)
         takeFolder(stored);
     else if (auto refused = refusedDevice(item, context_.request))
         tell(std::move(*refused));
-    else if (!stored.sameFileAs.empty())
+    else if (!stored.sameFileAs.empty() || others_.substitutes.contains(item.path))
         furtherNames_.push_back({item.path, hasStood(placeOf(item.path))});
     else if (item.kind != ItemKind::file)
         takeSpecial(stored, hasStood(placeOf(item.path)));
@@ -367,33 +392,55 @@ void TreePlacer::takeFurtherNames()
     }
 }
 
+/// Whether an item of this tree or of one before it stands where it is to be.
+bool TreePlacer::isInPlace(const std::string& path)
+{
+    if (!selection_.takes(path) && !others_.treeWith(path))
+        return false;
+    const std::lock_guard lock(mutex_);
+    return !others_.notInPlace.contains(path);
+}
+
+TreePlacer::OpenPlace TreePlacer::openPlaceOf(const std::string& path)
+{
+    int error = 0;
+    if (selection_.takes(path)) {
+        const Place place = placeOf(path);
+        return {folderFor(place.folder, error), place.name};
+    }
+    const PlacedTree* tree = others_.treeWith(path);
+    const auto root = tree ? TargetFolder::open(tree->root, false, error) : std::nullopt;
+    if (!root)
+        return {};
+    const Place place = placeIn(tree->selection, path);
+    return {root->below(place.folder, error), place.name};
+}
+
 void TreePlacer::takeFurtherName(const StoredItem& stored, bool hasStood)
 {
-    std::string first = stored.sameFileAs;
-    if (const auto substitute = substitutes_.find(first); substitute != substitutes_.end())
-        first = substitute->second;
-    bool isFirstThere = selection_.takes(first);
-    {
-        const std::lock_guard lock(mutex_);
-        isFirstThere = isFirstThere && !notInPlace_.contains(first);
-    }
-    if (isFirstThere && linkTo(first, stored, hasStood))
+    // A first name is one here when a tree before this one has another that stands in for it.
+    const std::string& path = stored.item.path;
+    const std::string original = stored.sameFileAs.empty() ? path : stored.sameFileAs;
+    const auto substitute = others_.substitutes.find(original);
+    const std::string first =
+        substitute == others_.substitutes.end() ? original : substitute->second;
+    if (first != path && isInPlace(first) && linkTo(first, stored, hasStood))
         return;
     if (stored.item.kind != ItemKind::file) {
         takeSpecial(stored, hasStood);
-        substitutes_[stored.sameFileAs] = stored.item.path;
+        others_.substitutes[original] = path;
         return;
     }
-    const auto original = items_.find(stored.sameFileAs);
-    if (!original || !original->content)
-        return fail(stored.item, "the content of " + stored.sameFileAs + " is not in the run");
+    const auto source = items_.find(original);
+    if (!source || !source->content)
+        return fail(stored.item, "the content of " + original + " is not in the run");
     StoredItem own = stored;
-    own.content = original->content;
-    const Place place = placeOf(stored.item.path);
-    files_.place({own, place.folder, place.name, temporaryFor(own.item.path, own.content->digest),
-                  hasStood});
+    own.content = source->content;
+    const Place place = placeOf(path);
+    files_.place(
+        {own, place.folder, place.name, temporaryFor(path, own.content->digest), hasStood});
     files_.finish(); // the next name is linked to it
-    substitutes_[stored.sameFileAs] = stored.item.path;
+    others_.substitutes[original] = path;
 }
 
 /// Makes an item another name of one that is in place. @return false when it cannot be one
@@ -401,14 +448,13 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored, bool
 {
     if (context_.request.isDryRun)
         return wouldLinkTo(first, stored);
-    const Place from = placeOf(first);
+    const OpenPlace from = openPlaceOf(first);
     const Place to = placeOf(stored.item.path);
     int error = 0;
-    const auto fromFolder = folderFor(from.folder, error);
     const auto toFolder = folderFor(to.folder, error);
-    if (!fromFolder || !toFolder)
+    if (!from.folder || !toFolder)
         return false;
-    const auto original = fromFolder->find(from.name, error);
+    const auto original = from.folder->find(from.name, error);
     if (!original || original->kind != targetKind(stored.item.kind))
         return false;
     RestoredItem report{
@@ -432,7 +478,7 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored, bool
     }
     const std::string temporary = temporaryFor(stored.item.path, kNoContent);
     (void)toFolder->remove(temporary);
-    error = toFolder->makeHardLink(*fromFolder, from.name, temporary);
+    error = toFolder->makeHardLink(*from.folder, from.name, temporary);
     if (error == 0)
         error = there ? toFolder->rename(temporary, to.name)
                       : toFolder->renameToNew(temporary, to.name);
@@ -448,16 +494,15 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored, bool
 /// What linkTo() would tell.
 bool TreePlacer::wouldLinkTo(const std::string& first, const StoredItem& stored)
 {
-    const Place from = placeOf(first);
+    const OpenPlace from = openPlaceOf(first);
     const Place to = placeOf(stored.item.path);
     int error = 0;
     const bool isFirstNew = [&] {
         const std::lock_guard lock(mutex_);
-        return wouldBeNew_.contains(first);
+        return others_.wouldBeNew.contains(first);
     }();
-    const auto fromFolder = folderFor(from.folder, error);
     const auto original =
-        fromFolder && !isFirstNew ? fromFolder->find(from.name, error) : std::nullopt;
+        from.folder && !isFirstNew ? from.folder->find(from.name, error) : std::nullopt;
     if (!isFirstNew && (!original || original->kind != targetKind(stored.item.kind)))
         return false;
     const auto toFolder = folderFor(to.folder, error);

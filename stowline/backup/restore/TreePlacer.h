@@ -4,6 +4,7 @@
 #include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/index/ItemIndex.h"
 #include "stowline/backup/restore/FilePlacer.h"
+#include "stowline/backup/restore/PlacedTrees.h"
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/backup/restore/StandingNames.h"
 
@@ -32,7 +33,10 @@ namespace stowline::backup {
 class TreePlacer {
 public:
     /// @param context its `done` is wrapped: the tree remembers what is not in place
-    TreePlacer(const PlacingContext& context, const ItemIndex& items, const Selection& selection);
+    /// @param others the trees before this one; it adds what those after it need to know, but not
+    ///        itself
+    TreePlacer(const PlacingContext& context, const ItemIndex& items, const Selection& selection,
+               PlacedTrees& others);
 
     /// @param idle is shown all that is looked at
     /// @param found told of each item before it is put in place
@@ -45,6 +49,7 @@ private:
         std::string name;
     };
     [[nodiscard]] Place placeOf(const std::string& path) const;
+    [[nodiscard]] static Place placeIn(const Selection& selection, const std::string& path);
 
     void walk(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found);
     void take(const StoredItem& stored);
@@ -62,6 +67,13 @@ private:
         bool hasStood = true; ///< see FileTask
     };
     void takeFurtherName(const StoredItem& stored, bool hasStood);
+    [[nodiscard]] bool isInPlace(const std::string& path);
+    /// The folder that an item of this tree or of one before it was put into, and its name there.
+    struct OpenPlace {
+        std::optional<platform::TargetFolder> folder;
+        std::string name;
+    };
+    [[nodiscard]] OpenPlace openPlaceOf(const std::string& path);
     [[nodiscard]] bool linkTo(const std::string& first, const StoredItem& stored, bool hasStood);
     [[nodiscard]] bool wouldLinkTo(const std::string& first, const StoredItem& stored);
     [[nodiscard]] bool hasStood(const Place& place);
@@ -96,16 +108,14 @@ private:
     std::vector<FurtherName> furtherNames_;
     StandingNames standing_;
     std::string notMade_; ///< a folder whose place is taken: nothing below it is put anywhere
-    bool wouldOpenMore_ = false;                     ///< in a dry run: a folder would be loosened
-    std::map<std::string, std::string> substitutes_; ///< for first names that are not in place
+    bool wouldOpenMore_ = false; ///< in a dry run: a folder would be loosened
 
     std::mutex mutex_; ///< of what follows
+    PlacedTrees& others_;
     std::condition_variable moved_;
     std::deque<FileTask> queue_;
     bool isQueueOver_ = false;
-    std::set<std::string> notInPlace_;     ///< paths of all but folders
-    std::set<std::string> wouldBeNew_;     ///< in a dry run: paths of what would be put there
-    std::set<std::string> wouldBeChanged_; ///< and of the folders that they are in
+    std::set<std::string> wouldBeChanged_; ///< in a dry run: folders that something is put into
     bool mayGoOnLater_ = false;            ///< something is left that the next restore goes on with
     std::vector<std::thread> workers_;
 };
