@@ -22,14 +22,17 @@ std::filesystem::path state()
 
 ExitStatus listUploads()
 {
-    const auto uploads = backup::unfinishedUploads(state());
+    std::string fault;
+    const auto uploads = backup::unfinishedUploads(state(), fault);
+    if (!uploads)
+        return output().fail(ExitStatus::failed, fault);
     const auto row = [](const std::string& id, const std::string& sent, const std::string& size,
                         const std::string& profile, const std::string& path) {
         return fmt::format("{:<36}  {:>10}  {:>10}  {:<10}  {}", id, sent, size, profile, path);
     };
-    if (!uploads.empty())
+    if (!uploads->empty())
         output().heading(row("ID", "SENT", "SIZE", "PROFILE", "PATH"));
-    for (const backup::UnfinishedUpload& upload : uploads) {
+    for (const backup::UnfinishedUpload& upload : *uploads) {
         Fields fields{{"id", upload.id}};
         fields.emplace_back("path", upload.path);
         fields.emplace_back("sent", upload.sentBytes);
@@ -65,7 +68,11 @@ struct AbandonOptions {
 ExitStatus abandonUploads(const AbandonOptions& options)
 {
     std::vector<std::string> known;
-    for (const backup::UnfinishedUpload& upload : backup::unfinishedUploads(state()))
+    std::string fault;
+    const auto uploads = backup::unfinishedUploads(state(), fault);
+    if (!uploads)
+        return output().fail(ExitStatus::failed, fault);
+    for (const backup::UnfinishedUpload& upload : *uploads)
         known.push_back(upload.id);
     const std::vector<std::string>& ids = options.all ? known : options.ids;
     for (const std::string& id : ids) {

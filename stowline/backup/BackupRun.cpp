@@ -7,9 +7,11 @@
 #include "stowline/backup/RunRecords.h"
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/TreeIntake.h"
+#include "stowline/backup/Unexpected.h"
 #include "stowline/backup/VersionAudit.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/record/RecordFault.h"
+#include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/RemoteName.h"
@@ -22,7 +24,6 @@
 #include <condition_variable>
 #include <filesystem>
 #include <set>
-#include <system_error>
 #include <thread>
 
 namespace stowline::backup {
@@ -37,6 +38,15 @@ constexpr std::chrono::milliseconds kLook{100};
 constexpr std::chrono::minutes kBetweenUnfinishedRecords{30};
 /// Of how many runs one asks after every version.
 constexpr std::uint64_t kRunsForAllVersions = 30;
+
+/// That a folder of what is unfinished could be read.
+void requireRead(const fs::path& folder, int error)
+{
+    if (error != 0)
+        throw RunFault(BackupEnd::stateFolder,
+                       "What is unfinished is not known: " + folder.string() +
+                           " cannot be read: " + platform::systemErrorText(error) + ".");
+}
 
 /// The rules as the walk takes them, and what is wrong with them; empty: nothing.
 std::pair<TreeRules, std::string> readRules(const BackupRules& rules)
@@ -243,7 +253,10 @@ private:
     {
         const UploadOwner owner = RunState::owner(request_.account, request_.identity);
         std::vector<std::string> paths;
-        for (const JournalEntry& entry : state_->journal().entries()) {
+        int error = 0;
+        const auto entries = state_->journal().entries(error);
+        requireRead(request_.stateFolder, error);
+        for (const JournalEntry& entry : entries) {
             if (entry.owner == owner)
                 paths.push_back(entry.path);
         }
@@ -293,10 +306,8 @@ private:
             else
                 walkTrees(options, jobs, walkStop);
             jobs.finish();
-        } catch (const std::bad_alloc&) {
-            walkFault_ = "There is not enough memory. Please close programs and try again.";
-        } catch (const std::exception& fault) {
-            walkFault_ = fault.what();
+        } catch (const std::exception&) {
+            walkFault_ = sentenceOfHandledException();
         }
         jobs.stop();
         const std::lock_guard lock(mutex_);
@@ -463,12 +474,13 @@ private:
     bool isOver_ = false;
 };
 
-BackupSummary failure(BackupEnd end, const char* sentence) noexcept
+/// How a run ended of which nobody knows why; only in a catch block.
+BackupSummary unexpectedEnd() noexcept
 {
     BackupSummary summary;
-    summary.end = end;
+    summary.end = BackupEnd::failed;
     try {
-        summary.sentence = sentence;
+        summary.sentence = sentenceOfHandledException();
     } catch (const std::bad_alloc&) { // the status says it all the same
     }
     return summary;
@@ -481,14 +493,8 @@ BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
 {
     try {
         return Run(request, observer, stop).run();
-    } catch (const std::bad_alloc&) {
-        return failure(BackupEnd::failed,
-                       "There is not enough memory. Please close programs and try again.");
-    } catch (const std::system_error&) {
-        return failure(BackupEnd::failed, "The system has no threads left. Please close programs "
-                                          "and try again.");
-    } catch (const std::exception& fault) {
-        return failure(BackupEnd::failed, fault.what());
+    } catch (const std::exception&) {
+        return unexpectedEnd();
     }
 }
 
@@ -502,12 +508,19 @@ std::optional<std::string> faultIn(const BackupRules& rules) noexcept
     }
 }
 
-std::vector<UnfinishedUpload> unfinishedUploads(const fs::path& stateFolder) noexcept
+std::optional<std::vector<UnfinishedUpload>> unfinishedUploads(const fs::path& stateFolder,
+                                                               std::string& fault) noexcept
 {
     try {
+        int error = 0;
         std::vector<UnfinishedUpload> found;
-        for (const fs::path& folder : profileFolders(stateFolder)) {
-            for (const JournalEntry& entry : UploadJournal(journalFolder(folder)).entries())
+        const auto folders = profileFolders(stateFolder, error);
+        requireRead(stateFolder, error);
+        for (const fs::path& folder : folders) {
+            const fs::path journal = journalFolder(folder);
+            const auto entries = UploadJournal(journal).entries(error);
+            requireRead(journal, error);
+            for (const JournalEntry& entry : entries)
                 found.push_back({.id = entry.guid,
                                  .path = entry.path,
                                  .username = entry.owner.username,
@@ -520,7 +533,11 @@ std::vector<UnfinishedUpload> unfinishedUploads(const fs::path& stateFolder) noe
         std::ranges::stable_sort(found, {}, &UnfinishedUpload::path);
         return found;
     } catch (const std::exception&) {
-        return {};
+        try {
+            fault = sentenceOfHandledException();
+        } catch (const std::bad_alloc&) { // it is absent all the same
+        }
+        return std::nullopt;
     }
 }
 
@@ -528,8 +545,12 @@ std::optional<std::size_t> abandonUploads(const fs::path& stateFolder,
                                           const std::vector<std::string>& ids) noexcept
 {
     try {
+        std::string unimportant;
+        const auto unfinished = unfinishedUploads(stateFolder, unimportant);
+        if (!unfinished)
+            return std::nullopt;
         std::set<std::string> profiles;
-        for (const UnfinishedUpload& upload : unfinishedUploads(stateFolder)) {
+        for (const UnfinishedUpload& upload : *unfinished) {
             if (std::ranges::find(ids, upload.id) != ids.end())
                 profiles.insert(upload.profile);
         }

@@ -174,8 +174,10 @@ struct UnfinishedUpload {
 };
 
 /// Those of a state folder, by path; none when there is no such folder. Nothing is thrown.
-[[nodiscard]] std::vector<UnfinishedUpload>
-unfinishedUploads(const std::filesystem::path& stateFolder) noexcept;
+/// @param fault why it is not known which there are, in a sentence
+/// @return absent when it is not known
+[[nodiscard]] std::optional<std::vector<UnfinishedUpload>>
+unfinishedUploads(const std::filesystem::path& stateFolder, std::string& fault) noexcept;
 
 /// Notes that stored versions were deleted: the next run of each profile asks the service after all
 /// that it relies on, and not after some. Where the note cannot be kept the runs find out by and
@@ -188,7 +190,7 @@ void noteDeletedVersions(const std::filesystem::path& stateFolder) noexcept;
                                                   const std::string& profile);
 
 /// Forgets unfinished uploads, on this machine alone. @return how many there were; absent while a
-/// run of their profile is under way
+/// run of their profile is under way, or when it is not known which are unfinished
 [[nodiscard]] std::optional<std::size_t>
 abandonUploads(const std::filesystem::path& stateFolder,
                const std::vector<std::string>& ids) noexcept;

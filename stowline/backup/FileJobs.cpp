@@ -1,11 +1,11 @@
 #include "stowline/backup/FileJobs.h"
 
+#include "stowline/backup/Unexpected.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/service/RemoteName.h"
 
 #include <fmt/format.h>
 
-#include <new>
 #include <system_error>
 
 namespace stowline::backup {
@@ -121,10 +121,8 @@ void FileJobs::work()
             }
             take(*job);
         }
-    } catch (const std::bad_alloc&) {
-        noteFault("There is not enough memory. Please close programs and try again.");
-    } catch (const std::exception& fault) {
-        noteFault(fault.what());
+    } catch (const std::exception&) {
+        noteFault(sentenceOfHandledException());
     }
 }
 

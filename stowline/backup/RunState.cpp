@@ -7,6 +7,7 @@
 #include "stowline/platform/values/Value.h"
 #include "stowline/service/WebServicesSettings.h"
 
+#include <cerrno>
 #include <system_error>
 
 namespace stowline::backup {
@@ -97,11 +98,13 @@ fs::path profileFolder(const fs::path& stateFolder, const std::string& profile)
     return stateFolder / kProfiles / platform::derivedUuid("com.stowline.profile.1", profile);
 }
 
-std::vector<fs::path> profileFolders(const fs::path& stateFolder)
+std::vector<fs::path> profileFolders(const fs::path& stateFolder, int& error)
 {
     std::vector<fs::path> folders{stateFolder};
-    for (const std::string& name : platform::namesInFolder(stateFolder / kProfiles))
+    for (const std::string& name : platform::namesInFolder(stateFolder / kProfiles, error))
         folders.push_back(stateFolder / kProfiles / name);
+    if (error == ENOENT)
+        error = 0; // no other profile was ever used
     return folders;
 }
 
@@ -126,7 +129,8 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile)
 void noteDeletedVersions(const fs::path& stateFolder) noexcept
 {
     try {
-        for (const fs::path& folder : profileFolders(stateFolder)) {
+        int unimportant = 0; // of profiles that cannot be found some are asked after all the same
+        for (const fs::path& folder : profileFolders(stateFolder, unimportant)) {
             if (platform::makePrivateFolder(folder))
                 (void)platform::writeFileAtomically(folder / kDeletionNote, {});
         }

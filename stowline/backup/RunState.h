@@ -13,9 +13,10 @@ namespace stowline::backup {
 /// Where the journal of a profile's folder lies.
 [[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& profileFolder);
 
-/// The folders of all profiles that a state folder has.
+/// The folders of all profiles that a state folder has, that of the profile "default" always.
+/// @param error the system's number when it is not known which there are; else 0
 [[nodiscard]] std::vector<std::filesystem::path>
-profileFolders(const std::filesystem::path& stateFolder);
+profileFolders(const std::filesystem::path& stateFolder, int& error);
 
 /// Holds the folder of a profile as long as it exists. Operations throw RunFault and IndexFault.
 class RunState {

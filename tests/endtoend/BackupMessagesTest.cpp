@@ -167,6 +167,25 @@ TEST(BackupMessages, UnfinishedUploadsAreATable)
     EXPECT_TRUE(says(result, "   400.0 kB  default ")) << result.output;
 }
 
+TEST(BackupMessages, UnfinishedUploadsThatCannotBeListedAreNotNone)
+{
+    const test::TemporaryFolder bundle;
+    const test::Command stowline(bundle.path());
+    const Words list{"uploads", "list"};
+    EXPECT_EQ(stowline(list).status, 0);
+    const auto state = stowline.home().path() / ".local/state/stowline";
+    for (const char* place : {"uploads", "profiles"}) { // a file in the place of the folder
+        const auto file = stowline.home().write(".local/state/stowline/" + std::string(place), "");
+        for (const Words& words : {list, Words{"uploads", "abandon", "--all", "--yes"}}) {
+            const auto result = stowline(words);
+            EXPECT_EQ(result.status, 1) << place << result.output;
+            EXPECT_TRUE(says(result, "What is unfinished is not known: " + state.string()))
+                << result.errors;
+        }
+        fs::remove(file);
+    }
+}
+
 TEST(BackupMessages, OneIsNoPlural)
 {
     const BackedUp account;

@@ -1,11 +1,11 @@
 #include "stowline/backup/restore/RunReader.h"
 
 #include "stowline/backup/RunState.h"
+#include "stowline/backup/Unexpected.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <new>
 
 namespace stowline::backup {
 
@@ -198,10 +198,8 @@ std::optional<ReadFailure> failureOf(const std::function<void()>& work) noexcept
         return ReadFailure{endOf(fault.kind()), fault.what()};
     } catch (const ChoiceFault& fault) {
         return ReadFailure{fault.end(), fault.what()};
-    } catch (const std::bad_alloc&) {
-        return ReadFailure{ReadEnd::failed, "There is not enough memory."};
-    } catch (const std::exception& fault) {
-        return ReadFailure{ReadEnd::failed, fault.what()};
+    } catch (const std::exception&) {
+        return ReadFailure{ReadEnd::failed, sentenceOfHandledException()};
     }
 }
 

@@ -6,6 +6,7 @@
 #include "stowline/platform/values/PropertyList.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace stowline::backup {
 
@@ -146,10 +147,13 @@ void UploadJournal::remove(const UploadOwner& owner, const std::string& path) co
     fs::remove(fileFor(owner, path), unimportant);
 }
 
-std::vector<JournalEntry> UploadJournal::entries() const
+std::vector<JournalEntry> UploadJournal::entries(int& error) const
 {
     std::vector<JournalEntry> found;
-    for (const std::string& name : platform::namesInFolder(folder_)) {
+    const auto names = platform::namesInFolder(folder_, error);
+    if (error == ENOENT)
+        error = 0; // nothing was ever begun
+    for (const std::string& name : names) {
         if (!name.ends_with(kSuffix))
             continue;
         if (auto entry = entryIn(folder_ / name))
@@ -157,6 +161,12 @@ std::vector<JournalEntry> UploadJournal::entries() const
     }
     std::ranges::sort(found, {}, &JournalEntry::path);
     return found;
+}
+
+std::vector<JournalEntry> UploadJournal::entries() const
+{
+    int unimportant = 0;
+    return entries(unimportant);
 }
 
 void UploadJournal::removeOvertaken() const

@@ -52,6 +52,8 @@ public:
     void remove(const JournalEntry& entry) const { remove(entry.owner, entry.path); }
 
     /// All entries, by path.
+    /// @param error the system's number when the folder cannot be read; else 0, also without one
+    [[nodiscard]] std::vector<JournalEntry> entries(int& error) const;
     [[nodiscard]] std::vector<JournalEntry> entries() const;
 
     /// Takes out what can never be gone on with: entries whose file is gone or another one by now,

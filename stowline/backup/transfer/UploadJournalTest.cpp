@@ -121,6 +121,17 @@ TEST(UploadJournal, IsNotHeldUpByAPipeInThePlaceOfAnEntry)
     EXPECT_FALSE(std::filesystem::exists(pipe));
 }
 
+TEST(UploadJournal, SaysWhenItIsNotKnownWhatItHolds)
+{
+    const test::TemporaryFolder folder;
+    int error = 0;
+    EXPECT_TRUE(UploadJournal(folder.path() / "nothing").entries(error).empty());
+    EXPECT_EQ(error, 0);
+    folder.write("file", "");
+    EXPECT_TRUE(UploadJournal(folder.path() / "file").entries(error).empty());
+    EXPECT_EQ(error, ENOTDIR);
+}
+
 TEST(UploadJournal, SaysWhyItCannotBeWritten)
 {
     const test::TemporaryFolder folder;

@@ -78,12 +78,25 @@ bool replaceFile(const std::filesystem::path& path, std::string_view content)
 
 std::vector<std::string> namesInFolder(const std::filesystem::path& folder)
 {
+    int unimportant = 0;
+    return namesInFolder(folder, unimportant);
+}
+
+std::vector<std::string> namesInFolder(const std::filesystem::path& folder, int& error)
+{
     struct Closer {
         void operator()(DIR* open) const { ::closedir(open); }
     };
     const std::unique_ptr<DIR, Closer> open(::opendir(folder.c_str()));
     std::vector<std::string> names;
-    while (const dirent* entry = open ? ::readdir(open.get()) : nullptr) {
+    error = open ? 0 : errno;
+    while (open) {
+        errno = 0; // readdir(3): what tells an end from a failure
+        const dirent* entry = ::readdir(open.get());
+        if (!entry) {
+            error = errno;
+            break;
+        }
         const std::string_view name = entry->d_name;
         if (name != "." && name != "..")
             names.emplace_back(name);

@@ -31,6 +31,9 @@ namespace stowline::platform {
 /// The names in a folder, but "." and "..", in no order; none when it cannot be read. Unlike the
 /// standard library's iterators, which end the process, it throws std::bad_alloc without memory.
 [[nodiscard]] std::vector<std::string> namesInFolder(const std::filesystem::path& folder);
+/// @param error the system's number when it cannot be read, to its end; else 0
+[[nodiscard]] std::vector<std::string> namesInFolder(const std::filesystem::path& folder,
+                                                     int& error);
 
 /// Makes a folder and what is missing above it, mode 0700 for what it makes.
 /// @param error the system's number when it cannot be made
