@@ -1,9 +1,8 @@
 // Asking how far a deletion is while everything that can fail does.
-#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/time/DateText.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/FailingInTurn.h"
-#include "tests/support/DevServerProcess.h"
+#include "tests/injection/OpenedAccount.h"
 
 namespace stowline {
 namespace {
@@ -17,18 +16,13 @@ class Asking {
 public:
     Asking()
     {
-        platform::Bundle::useFolder(server_.bundle());
-        platform::Bundle::useExecutable(test::builtProgram("stowline"));
-        EXPECT_TRUE(WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "secret words",
-                                                                "a@b.c", nullptr));
-        serverPath_ =
-            WebServiceBroker::getUploadServerPathForUsername("ann", host_, "guid").value_or("");
         store("one");
         store("two");
         store("three");
         running_ = begun();
         cancelled_ = begun();
-        WebServiceBroker::cancelDeleteFolderForUsername("ann", "secret words", running_, host_);
+        WebServiceBroker::cancelDeleteFolderForUsername("ann", "secret words", running_,
+                                                        account_.host);
         while (!isOver(running_))
             continue;
         std::swap(running_, cancelled_);
@@ -48,26 +42,25 @@ private:
     void store(const std::string& name)
     {
         EXPECT_TRUE(WebServiceBroker::protect2UploadedFileForUser(
-            "ann", "secret words", host_, name, "/folder", 0, name, 0, serverPath_,
+            "ann", "secret words", account_.host, name, "/folder", 0, name, 0, account_.serverPath,
             platform::currentDate(), false, "iMac", 0, name, false, 0, -1, nullptr));
     }
 
     std::string begun()
     {
-        const auto guid = WebServiceBroker::beginDeleteFolderForUsername("ann", "secret words",
-                                                                         "iMac", "/folder", host_);
+        const auto guid = WebServiceBroker::beginDeleteFolderForUsername(
+            "ann", "secret words", "iMac", "/folder", account_.host);
         EXPECT_TRUE(guid);
         return guid.value_or("");
     }
 
     [[nodiscard]] bool isOver(const std::string& guid) const
     {
-        return WebServiceBroker::checkDeleteFolderForUsername("ann", "secret words", guid, host_);
+        return WebServiceBroker::checkDeleteFolderForUsername("ann", "secret words", guid,
+                                                              account_.host);
     }
 
-    const test::DevServerProcess server_{{"--deletion-pause", "60000"}};
-    const std::string host_ = server_.address().substr(std::string("http://").size());
-    std::string serverPath_;
+    const test::OpenedAccount account_{{"--deletion-pause", "60000"}};
     std::string running_;
     std::string cancelled_;
     bool isOver_ = false;

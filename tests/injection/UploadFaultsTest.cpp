@@ -1,8 +1,7 @@
 // Sending a part and asking for it while everything that can fail does.
-#include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/FailingInTurn.h"
-#include "tests/support/DevServerProcess.h"
+#include "tests/injection/OpenedAccount.h"
 
 namespace stowline {
 namespace {
@@ -16,13 +15,6 @@ class Uploading {
 public:
     Uploading()
     {
-        platform::Bundle::useFolder(server_.bundle());
-        platform::Bundle::useExecutable(test::builtProgram("stowline"));
-        EXPECT_TRUE(WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "secret words",
-                                                                "a@b.c", nullptr));
-        serverPath_ =
-            WebServiceBroker::getUploadServerPathForUsername("ann", host_, "guid").value_or("");
-        EXPECT_FALSE(serverPath_.empty());
         run(); // what is looked at once a process is looked at
     }
 
@@ -43,10 +35,10 @@ private:
         error_.reset();
         askingError_.reset();
         const std::string guid = "guid-" + std::to_string(++turn_);
-        sent_ = WebServiceBroker::uploadForUser("ann", content_, "letter", content_.size(), host_,
-                                                serverPath_, guid, &error_);
+        sent_ = WebServiceBroker::uploadForUser("ann", content_, "letter", content_.size(),
+                                                account_.host, account_.serverPath, guid, &error_);
         known_ = WebServiceBroker::getServerFileInfoForClientFilename(
-            "letter", guid, "ann", serverPath_, host_, &askingError_);
+            "letter", guid, "ann", account_.serverPath, account_.host, &askingError_);
     }
 
     /// A whole answer, or an error.
@@ -58,14 +50,12 @@ private:
         }
         if (known_) {
             EXPECT_EQ(platform::findText(*known_, "X-ServerPath"),
-                      serverPath_ + "guid-" + std::to_string(turn_));
+                      account_.serverPath + "guid-" + std::to_string(turn_));
         }
     }
 
-    const test::DevServerProcess server_;
-    const std::string host_ = server_.address().substr(std::string("http://").size());
+    const test::OpenedAccount account_;
     const std::string content_ = std::string(200000, 'p');
-    std::string serverPath_;
     int turn_ = 0;
     std::optional<Error> error_;
     std::optional<Error> askingError_;
