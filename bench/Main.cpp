@@ -35,10 +35,11 @@ int main(int count, char** words)
         {"log", {measureLogging, measureFileLogging}},
         {"util", {measureUtilities, measureStore}},
         {"upload", {measureUploads}},
-        {"tree", {measureTrees}}};
+        {"tree", {measureTrees}},
+        {"restore", {measureRestores}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree\n");
+        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree|restore\n");
         return 2;
     }
     for (const auto& measure : subject->second)

@@ -49,5 +49,6 @@ void measureUtilities();
 void measureStore();
 void measureUploads();
 void measureTrees();
+void measureRestores();
 
 } // namespace stowline::bench
