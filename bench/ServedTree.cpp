@@ -214,8 +214,8 @@ void ServedTree::restoreTo(const fs::path& target, std::uint64_t files, bool isR
                                  .target = target};
     const auto summary = runRestore(request, nobody, platform::StopRequest());
     const bool isWhole = summary.end == ReadEnd::done && summary.found >= files;
-    const bool isAsWanted = isRight ? summary.bytes == 0 && summary.unchanged >= files
-                                    : summary.restored >= files;
+    const bool isAsWanted =
+        isRight ? summary.bytes == 0 && summary.unchanged >= files : summary.restored >= files;
     expect(
         isWhole && isAsWanted,
         fmt::format("Of {} items {} were restored, {} unchanged, {} failed, {} bytes fetched. {}",
