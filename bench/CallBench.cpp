@@ -1,19 +1,26 @@
 // A whole broker call beside the curl command that posts the same envelope to the same server, over
-// http and over https with a trust store of the system's size.
+// http and over https with a trust store of the system's size: its time and processor time, the
+// first call of a process, and calls of many threads at once.
 #include "bench/Measure.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/processes/ChildProcess.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/SettingsCheck.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 #include "stowline/soap/Envelope.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/Helpers.h"
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <sstream>
+#include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
 
 namespace stowline::bench {
 
@@ -96,8 +103,14 @@ std::vector<std::string> curlCommand(const TemporaryFolder& folder, const std::s
     return command;
 }
 
+std::string asWanted(double most)
+{
+    return fmt::format("≤ {:.2f}", most);
+}
+
 Row compare(const std::string& subject, const std::vector<std::string>& curl, double wanted)
 {
+    brokerCall(); // has the nursery begin
     std::vector<double> ours;
     std::vector<double> peer;
     for (int round = 0; round < kRounds; ++round) {
@@ -105,8 +118,143 @@ Row compare(const std::string& subject, const std::vector<std::string>& curl, do
         peer.push_back(microsecondsFor([&] { run(curl); }));
     }
     const double ratio = median(ours) / median(peer);
-    return {subject, inMilliseconds(median(ours)),    "curl " + inMilliseconds(median(peer)),
-            ratio,   fmt::format("≤ {:.1f}", wanted), ratio <= wanted};
+    return {subject,
+            inMilliseconds(median(ours)),
+            "curl " + inMilliseconds(median(peer)),
+            ratio,
+            asWanted(wanted),
+            ratio <= wanted};
+}
+
+double seconds(const timeval& time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+/// Processor time of this process and of everything that it has waited for, in microseconds.
+double ownProcessorTime()
+{
+    double sum = 0;
+    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        rusage usage{};
+        ::getrusage(static_cast<__rusage_who_t>(who), &usage);
+        sum += seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    }
+    return sum * 1e6;
+}
+
+/// The same of the nursery and the children that it has waited for (proc(5), "stat").
+double nurserysProcessorTime()
+{
+    double ticks = 0;
+    for (const int nursery : test::nurseriesOf(::getpid())) {
+        const std::string stat =
+            platform::readFile("/proc/" + std::to_string(nursery) + "/stat").value_or(")");
+        std::istringstream fields(stat.substr(stat.rfind(')') + 1));
+        constexpr int fieldsBefore = 11;
+        std::string skipped;
+        for (int i = 0; i < fieldsBefore; ++i)
+            fields >> skipped;
+        for (int i = 0; i < 4; ++i) {
+            double value = 0;
+            fields >> value;
+            ticks += value;
+        }
+    }
+    return ticks * 1e6 / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+/// Processor time of every process of a call, which the system tells in hundredths of a second:
+/// of many calls, therefore, and fewer than a nursery serves.
+Row compareProcessorTime(const std::vector<std::string>& curl, double wanted)
+{
+    constexpr int calls = 400;
+    WebServiceBroker::useNursery(false); // one that has served none yet
+    WebServiceBroker::useNursery(true);
+    brokerCall();
+    const double before = ownProcessorTime() + nurserysProcessorTime();
+    for (int i = 0; i < calls; ++i)
+        brokerCall();
+    const double ours = (ownProcessorTime() + nurserysProcessorTime() - before) / calls;
+    const double begin = ownProcessorTime();
+    for (int i = 0; i < calls; ++i)
+        run(curl);
+    const double peer = (ownProcessorTime() - begin) / calls;
+    return {"processor time of a call over http",
+            inMilliseconds(ours),
+            "curl " + inMilliseconds(peer),
+            ours / peer,
+            asWanted(wanted),
+            ours / peer <= wanted};
+}
+
+/// The first call of a process, again and again in a new one.
+Row compareFirst(const test::DevServerProcess& server, const std::vector<std::string>& curl,
+                 double wanted)
+{
+    constexpr int rounds = 31;
+    std::vector<double> ours;
+    std::vector<double> peer;
+    for (int round = 0; round < rounds; ++round) {
+        const auto result = test::runProgram(
+            {{fs::read_symlink("/proc/self/exe").string(), "call"},
+             {{"STOWLINE_BENCH_PART", "first"}, {"STOWLINE_BENCH_BUNDLE", server.bundle()}}});
+        if (result.status != 0)
+            giveUp(result.errors);
+        ours.push_back(std::strtod(result.output.c_str(), nullptr));
+        peer.push_back(microsecondsFor([&] { run(curl); }));
+    }
+    const double ratio = median(ours) / median(peer);
+    return {"first call of a process",
+            inMilliseconds(median(ours)),
+            "curl " + inMilliseconds(median(peer)),
+            ratio,
+            asWanted(wanted),
+            ratio <= wanted};
+}
+
+/// What a command does: begins the nursery, reads its settings, calls.
+void measureFirst()
+{
+    platform::Bundle::useFolder(std::getenv("STOWLINE_BENCH_BUNDLE"));
+    platform::Bundle::useExecutable(STOWLINE_TEST_BIN "/stowline");
+    WebServiceBroker::useNursery(true);
+    WebServiceBroker::beginNursery();
+    const auto settings =
+        platform::readFile(platform::Bundle::resourceFolder() / "WebServicesSettings.plist");
+    if (!settings || !checkSettings(*settings).empty())
+        giveUp("the settings are not sound");
+    fmt::print("{}\n", microsecondsFor(brokerCall));
+}
+
+/// Calls of many threads at once; every answer is looked at.
+void measureThreads()
+{
+    constexpr int threads = 64;
+    constexpr int callsEach = 500;
+    constexpr double wanted = 1000;
+    const DevServerProcess server;
+    platform::Bundle::useFolder(server.bundle());
+    platform::Bundle::useExecutable(STOWLINE_TEST_BIN "/stowline");
+    WebServiceBroker::useNursery(true);
+    std::atomic<int> wrong = 0;
+    const double took = microsecondsFor([&] {
+        std::vector<std::jthread> callers;
+        for (int t = 0; t < threads; ++t)
+            callers.emplace_back([&wrong, t] {
+                const std::string text = fmt::format("text of thread {}", t);
+                const auto expected = WebServiceBroker::encryptString(text);
+                for (int i = 1; i < callsEach; ++i)
+                    wrong +=
+                        WebServiceBroker::decryptString(expected->text()) == Value(text) ? 0 : 1;
+            });
+    });
+    const double rate = threads * callsEach / (took / 1e6);
+    const std::size_t left = test::helpersOf(::getpid()).size();
+    fmt::print(
+        "\n{} threads, {} calls each: {:.0f} calls/s (wanted ≥ {:.0f}{}); {} wrong answers, {} "
+        "processes of calls left, the service on the same processors\n",
+        threads, callsEach, rate, wanted, rate >= wanted ? "" : ", not met", wrong.load(), left);
 }
 
 /// Where the time of a call goes: medians of the stages that a helper with a stopwatch notes.
@@ -139,7 +287,8 @@ void printStages(const TemporaryFolder& folder)
         note("output read, child released and reaped, result unarchived", end);
     }
     ::unsetenv("STOWLINE_BENCH_STAGES");
-    fmt::print("\nwhere the time of a call over http goes (medians):\n");
+    fmt::print("\nwhere the time of a call over http goes when the program is started for it "
+               "(medians):\n");
     for (std::size_t stage = 0; stage < names.size(); ++stage)
         fmt::print("  {:>9}  {}\n", inMilliseconds(median(times[stage])), names[stage]);
 }
@@ -159,11 +308,17 @@ void measureScheme(const std::string& scheme)
     const DevServerProcess server(serverArguments);
     platform::Bundle::useFolder(server.bundle());
     platform::Bundle::useExecutable(STOWLINE_TEST_BIN "/stowline");
+    WebServiceBroker::useNursery(true);
     std::vector<std::string> options;
     if (tls)
         options = {"--cacert", trust->bundle};
     const auto curl = curlCommand(folder, server.address(), options);
-    print({compare("whole broker call over " + scheme, curl, tls ? 0.8 : 1.3)});
+    std::vector<Row> rows{compare("whole broker call over " + scheme, curl, tls ? 0.15 : 0.25)};
+    if (!tls) {
+        rows.push_back(compareProcessorTime(curl, 0.25));
+        rows.push_back(compareFirst(server, curl, 1.1));
+    }
+    print(rows);
 }
 
 void measureStages()
@@ -181,7 +336,7 @@ void measureCalls()
 {
     const char* part = std::getenv("STOWLINE_BENCH_PART");
     if (!part) {
-        for (const char* next : {"http", "https", "stages"}) {
+        for (const char* next : {"http", "https", "threads", "stages"}) {
             const auto result =
                 test::runProgram({{fs::read_symlink("/proc/self/exe").string(), "call"},
                                   {{"STOWLINE_BENCH_PART", next}}});
@@ -194,6 +349,10 @@ void measureCalls()
     }
     if (std::string(part) == "stages")
         measureStages();
+    else if (std::string(part) == "first")
+        measureFirst();
+    else if (std::string(part) == "threads")
+        measureThreads();
     else
         measureScheme(part);
     std::fflush(stdout);
