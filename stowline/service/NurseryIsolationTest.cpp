@@ -60,6 +60,9 @@ TEST(Nursery, KnowsNoSecretAndHasNothingOfTheHostOpen)
             continue;
         const auto begin = std::stoull(line, nullptr, 16);
         const auto end = std::stoull(line.substr(line.find('-') + 1), nullptr, 16);
+        constexpr std::uint64_t mostOfAProgram = 1ULL << 30; // larger ones are a sanitizer's own
+        if (end - begin > mostOfAProgram)
+            continue;
         std::string bytes(end - begin, '\0');
         memory.clear();
         memory.seekg(static_cast<std::streamoff>(begin));
@@ -127,7 +130,13 @@ TEST(Nursery, SignalsOfTheHostAreNotTheChilds)
     };
     EXPECT_EQ(field("SigBlk:"), 0U);
     EXPECT_EQ(field("SigIgn:"), 1ULL << (SIGPIPE - 1)); // as the program itself wants it
-    EXPECT_EQ(field("SigCgt:"), 0U);
+#ifdef __SANITIZE_ADDRESS__                             // which catches these itself
+    constexpr std::uint64_t caughtByOthers =
+        1ULL << (SIGSEGV - 1) | 1ULL << (SIGBUS - 1) | 1ULL << (SIGFPE - 1);
+#else
+    constexpr std::uint64_t caughtByOthers = 0;
+#endif
+    EXPECT_EQ(field("SigCgt:") & ~caughtByOthers, 0U);
     request.request();
     calling.join();
 }
@@ -146,6 +155,9 @@ TEST(Nursery, ThereIsNoneWithoutHandlesOfProcesses)
 
 TEST(Nursery, ThereIsNoneWithoutProcAndCallsWork)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "The sanitizer needs /proc in each process, to look for leaks.";
+#endif
     const RawServer server(test::soapAnswer("<a>x</a>"));
     const Caller caller(server.url());
     EXPECT_TRUE(test::holdsInAProcessOfItsOwn([] {

@@ -114,7 +114,12 @@ TEST(BackupMessages, TooFewDescriptorsAreSaidToBe)
 {
     const BackedUp account;
     account.write({{"a", noise(100000, 1)}, {"d/e/f/b", "2"}});
-    for (int most = 4; most <= 40; most += 3) {
+#ifdef __SANITIZE_ADDRESS__ // which opens pipes of its own to look at memory
+    constexpr int fewest = 19;
+#else
+    constexpr int fewest = 4;
+#endif
+    for (int most = fewest; most <= 40; most += 3) {
         const auto result = withDescriptors(
             account, most,
             {"backup", account.folder.path(), "--system", "iMac", "--retry-time", "1"});

@@ -351,8 +351,12 @@ TEST_P(Secrets, AreInNoChildsEnvironmentAndNoLongerInTheCommandsOwn)
     EXPECT_EQ(nurseries.size(), test::nurseriesIn(GetParam()));
     processes.insert(processes.end(), nurseries.begin(), nurseries.end());
     for (const int process : processes) {
-        const auto environment =
-            platform::readFile("/proc/" + std::to_string(process) + "/environ");
+        // A child that was just made has none until its program runs.
+        const std::string file = "/proc/" + std::to_string(process) + "/environ";
+        auto environment = platform::readFile(file);
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (environment && environment->empty() && std::chrono::steady_clock::now() < deadline)
+            environment = platform::readFile(file);
         ASSERT_TRUE(environment) << process;
         EXPECT_NE(environment->find("STOWLINE_USERNAME=ann"), std::string::npos);
         EXPECT_EQ(secretIn(*environment), "");
