@@ -115,7 +115,7 @@ void declareRules(const Command& command, Options& options)
                       "folders; may be given again");
     command.addOption("--exclude-from", options.excludeFrom,
                       "Leave out what matches the patterns of this file, one a line; \"!\" before "
-                      "one takes an earlier one back");
+                      "one takes an earlier one back, and any of --exclude, which all come first");
     command.addOption("--include", rules.include,
                       "Take only files that match this pattern; may be given again");
     command.addFlag("--skip-hidden", rules.skipsHidden, "No hidden files and folders");

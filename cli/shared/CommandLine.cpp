@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <set>
 #include <type_traits>
@@ -121,6 +123,15 @@ CLI::Validator numberThat(bool (*isRight)(double), const std::string& wanted,
 template <class Number> Option Option::between(Number least, Number most) const
 {
     option_->check(CLI::Range(least, most));
+    // What is no number is neither below nor above anything.
+    option_->check(CLI::Validator(
+        [](const std::string& text) {
+            double number = 0;
+            return CLI::detail::lexical_cast(text, number) && std::isnan(number)
+                       ? "This must be a number, not \"" + text + "\""
+                       : std::string();
+        },
+        ""));
     return *this;
 }
 
@@ -145,6 +156,19 @@ Option Option::notNegative() const
 Option Option::asSize() const
 {
     option_->transform(CLI::AsSizeValue(false));
+    // Asked before that: the library takes "-5" for the largest number there is, less four.
+    option_->transform(CLI::Validator(
+        [](const std::string& text) {
+            const auto end = std::min(text.find_first_not_of("0123456789."), text.size());
+            const double number = end == 0 ? -1 : std::strtod(text.substr(0, end).c_str(), nullptr);
+            constexpr double mostThatAnyUnitTakes = 1e6; // of 1024 to the fourth
+            constexpr double mostBytes = 1e15;
+            const bool isRight =
+                number >= 0 && number <= (end < text.size() ? mostThatAnyUnitTakes : mostBytes);
+            return isRight ? std::string()
+                           : "This must be a number of bytes, as 500k or 4m, not \"" + text + "\"";
+        },
+        ""));
     return *this;
 }
 
