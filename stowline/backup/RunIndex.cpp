@@ -107,6 +107,11 @@ void RunIndex::handDown(const StoredItem& first, std::vector<StoredItem>& furthe
 std::uint64_t RunIndex::keepAsStale(const std::string& path)
 {
     const std::lock_guard lock(mutex_);
+    for (std::string_view above = path; !above.empty(); above = parentOf(above)) {
+        if (keptPaths_.contains(std::string(above)))
+            return 0;
+    }
+    keptPaths_.insert(path);
     std::uint64_t count = 0;
     index_.forEach(path, [&](const StoredItem& item) {
         ++count;

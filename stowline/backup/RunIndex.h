@@ -43,7 +43,8 @@ public:
     ///         more)
     [[nodiscard]] bool meetFurtherName(const std::string& path, const std::string& first);
 
-    /// Marks what is known at and below a path as not looked at. @return how many items
+    /// Marks what is known at and below a path as not looked at. @return how many items, each of
+    ///         which counts once in a run
     std::uint64_t keepAsStale(const std::string& path);
 
     /// The same of an item alone, whatever is below it. @return whether anything is known of it
@@ -75,6 +76,7 @@ private:
     const bool changes_;
     std::uint64_t run_ = 0;
     std::set<std::string> metNames_;  ///< further names of hard links
+    std::set<std::string> keptPaths_; ///< at and below which all was kept as stale
     std::vector<std::string> stored_; ///< whose journal entries go with the next commit
     std::chrono::steady_clock::time_point committed_ = std::chrono::steady_clock::now();
 };

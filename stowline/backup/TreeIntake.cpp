@@ -1,5 +1,6 @@
 #include "stowline/backup/TreeIntake.h"
 
+#include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/util/General.h"
 
@@ -29,6 +30,10 @@ TreeIntake::Frame& TreeIntake::frameOf(const std::string& folder)
         frame.path = folder;
         frame.known = index_.itemsIn(folder);
         frame.isMet.resize(frame.known.size());
+        if (!frames_.empty()) {
+            frame.isDiskMissing = frames_.back().isDiskMissing;
+            frame.wasMissing = frames_.back().wasMissing;
+        }
         frames_.push_back(std::move(frame));
     }
     return frames_.back();
@@ -88,8 +93,26 @@ void TreeIntake::found(FoundItem found)
     if (isFolder && (found.isNamed || lostItsDisk)) {
         Frame& frame = frameOf(path);
         frame.waiting = std::move(found);
-        frame.lostItsDisk = lostItsDisk;
-        frame.wasMissing = lostItsDisk && known->isStale;
+        if (lostItsDisk) {
+            frame.lostItsDisk = true;
+            frame.wasMissing = known->isStale;
+            frame.isDiskMissing = holdsNextToNothing(path, frame.wasMissing);
+            frame.heldItems = countHeld(path, frame.wasMissing);
+        }
+        return;
+    }
+    if (!isFolder && known && isOnMissingDisk(*known)) {
+        fail(path, found.item.kind,
+             path + ": the disk on which it was last backed up is not mounted, and another item "
+                    "stands in its place. What the disk held stays in the record.");
+        return;
+    }
+    if (isFolder && known && isOnMissingDisk(*known)) {
+        (void)frameOf(path); // for what is in it
+        if (index_.keepAloneAsStale(path))
+            accounts_.carriedForward();
+        accounts_.done(
+            {.path = path, .state = ItemState::recorded, .kind = found.item.kind, .cause = {}});
         return;
     }
     if (isFolder)
@@ -193,10 +216,52 @@ bool TreeIntake::wasOnDisk(const Frame& frame, const StoredItem& item)
     return !frame.wasMissing || item.isStale;
 }
 
+/// Whether an item that is known was on a disk that is not there.
+bool TreeIntake::isOnMissingDisk(const StoredItem& item) const
+{
+    return !frames_.empty() && frames_.back().isDiskMissing && wasOnDisk(frames_.back(), item);
+}
+
+/// Whether of the files that a disk held hardly any stand in its place: of the first thousand that
+/// are not empty, fewer than half. Folders, and files that programs make again, say nothing. False
+/// where the disk held no such file.
+bool TreeIntake::holdsNextToNothing(const std::string& folder, bool wasMissing)
+{
+    constexpr std::uint64_t enough = 1000;
+    std::uint64_t held = 0;
+    std::uint64_t standing = 0;
+    index_.withLock([&](ItemIndex& index) {
+        index.forEach(folder, [&](const StoredItem& known) {
+            const ItemRecord& item = known.item;
+            if (item.kind != ItemKind::file || item.size == 0 || (wasMissing && !known.isStale))
+                return true;
+            const auto there = platform::fileStatus(item.path);
+            standing += there && there->isRegular && there->size == item.size ? 1 : 0;
+            return ++held < enough;
+        });
+    });
+    return 2 * standing < held;
+}
+
+/// How many items below a folder were on its disk.
+std::uint64_t TreeIntake::countHeld(const std::string& folder, bool wasMissing)
+{
+    std::uint64_t count = 0;
+    index_.withLock([&](ItemIndex& index) {
+        index.forEach(folder, [&](const StoredItem& known) {
+            count += known.item.path != folder && (!wasMissing || known.isStale) ? 1 : 0;
+            return true;
+        });
+    });
+    return count;
+}
+
 /// Nothing of what was known is there: the folder is empty, or no mount point any more, whatever
 /// somebody has put into it since.
 bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder)
 {
+    if (frame.lostItsDisk && frame.isDiskMissing)
+        return true;
     if (!(folder.isNamed && folder.names == 0) && !frame.lostItsDisk)
         return false;
     bool isHeld = false;
@@ -212,11 +277,9 @@ bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder)
 
 void TreeIntake::failMissingDisk(const Frame& frame, const FolderEnd& folder)
 {
-    std::size_t count = 0;
     for (std::size_t i = 0; i < frame.known.size(); ++i) {
         const std::string& path = frame.known[i].item.path;
-        if (wasOnDisk(frame, frame.known[i])) {
-            ++count;
+        if (wasOnDisk(frame, frame.known[i]) && !(frame.isDiskMissing && frame.isMet[i])) {
             carryForward(path);
         } else if (!frame.isMet[i]) {
             index_.remove(path);
@@ -224,7 +287,9 @@ void TreeIntake::failMissingDisk(const Frame& frame, const FolderEnd& folder)
     }
     if (index_.keepAloneAsStale(folder.path))
         accounts_.carriedForward();
-    const std::string held = platform::countText(count, "item", "items");
+    const std::string held = platform::countText(
+        frame.lostItsDisk ? frame.heldItems : countHeld(folder.path, frame.wasMissing), "item",
+        "items");
     accounts_.done(
         {.path = folder.path,
          .kind = ItemKind::folder,
@@ -281,6 +346,10 @@ void TreeIntake::leaveUnmet(const Frame& frame, bool isComplete)
             continue;
         // A folder that could not be listed to its end says nothing of what was not met.
         const ItemRecord& item = frame.known[i].item;
+        if (frame.isDiskMissing && wasOnDisk(frame, frame.known[i])) {
+            carryForward(item.path);
+            continue;
+        }
         const bool isGone = isComplete || isNothingAt(item.path);
         if (isGone && item.isMountPoint)
             accounts_.note(item.path + " is not there, but a disk was mounted at it when it was "

@@ -48,7 +48,10 @@ private:
         std::optional<FoundItem> waiting;
         bool lostItsDisk = false; ///< it was a mount point and is none any more
         bool wasMissing = false;  ///< and an earlier run has noticed: what it held is stale
-        std::uint64_t bytes = 0;  ///< of the files below it
+        bool isDiskMissing =
+            false; ///< next to nothing of what it, or a folder above, held is there
+        std::uint64_t heldItems = 0; ///< by the disk
+        std::uint64_t bytes = 0;     ///< of the files below it
         bool hasFilesToSend = false;
     };
 
@@ -64,6 +67,9 @@ private:
     void leaveUnmet(const Frame& frame, bool isComplete);
     void failMissingDisk(const Frame& frame, const FolderEnd& folder);
     [[nodiscard]] static bool wasOnDisk(const Frame& frame, const StoredItem& item);
+    [[nodiscard]] bool isOnMissingDisk(const StoredItem& item) const;
+    [[nodiscard]] std::uint64_t countHeld(const std::string& folder, bool wasMissing);
+    [[nodiscard]] bool holdsNextToNothing(const std::string& folder, bool wasMissing);
     [[nodiscard]] static bool isMissingDisk(const Frame& frame, const FolderEnd& folder);
     void recordWaiting(Frame& frame);
 
