@@ -41,6 +41,8 @@ void show(const StoredItem& stored, bool withFolder)
     name += item.kind == ItemKind::folder && name != "/" ? "/" : "";
     if (item.kind == ItemKind::link)
         name += " -> " + item.linkTarget;
+    if (stored.isStale)
+        name += " (as an earlier run saw it)";
     const std::string version = stored.content ? stored.content->version : "";
     output().item(fmt::format(kRow, onOneLine(version),
                               isFile ? bytesText(static_cast<double>(item.size)) : "",

@@ -103,6 +103,30 @@ RecordFault nothingOf(const std::string& path, std::uint64_t run)
             "Nothing of " + path + " is in run " + std::to_string(run) + "."};
 }
 
+/// What is in a folder that the run does not describe, as those of standard input's names: items,
+/// and folders of which only the names are known. @return whether there is anything
+bool takeImplied(const ItemIndex& items, const std::string& folder,
+                 const std::function<bool(const StoredItem&)>& take)
+{
+    const std::size_t start = folder == "/" ? 1 : folder.size() + 1;
+    std::string last;
+    items.forEach(folder, [&](const StoredItem& stored) {
+        const std::string& path = stored.item.path;
+        const auto end = std::min(path.find('/', start), path.size());
+        const std::string child = path.substr(0, end);
+        if (child == last)
+            return true;
+        last = child;
+        if (child == path)
+            return take(stored);
+        StoredItem implied;
+        implied.item.path = child;
+        implied.item.kind = ItemKind::folder;
+        return take(implied);
+    });
+    return !last.empty();
+}
+
 /// The pattern that names in lower case have to match.
 std::string patternOf(const std::string& text)
 {
@@ -202,21 +226,22 @@ HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
             take(*named);
             return;
         }
-        bool isAnything = named.has_value();
+        if (!named) {
+            if (!takeImplied(tree.items, real, take))
+                throw nothingOf(path, tree.head.run);
+            return;
+        }
         std::string after;
         for (bool isMore = true; isMore;) {
             const auto page = tree.items.itemsIn(real, after, inAPage);
             isMore = page.size() == inAPage;
             for (const StoredItem& item : page) {
                 requireNotStopped(stop);
-                isAnything = true;
                 after = std::string(nameOf(item.item.path));
                 if (!take(item))
                     return;
             }
         }
-        if (!isAnything)
-            throw nothingOf(path, tree.head.run);
     });
 }
 
