@@ -270,11 +270,11 @@ private:
         const bool wereDeleted = state_->hasDeletionNote();
         const bool asksAll = request_.trustsNothing || request_.rebuildsIndex || wereDeleted;
         const std::uint64_t all = index_->alone().itemCount();
-        VersionAudit audit(request_.account, *index_, accounts_, tries_);
+        VersionAudit audit(request_.account, *index_, accounts_, tries_, state_->damagedVersions());
         const bool isAnswered =
             audit.ask(asksAll ? all : (all + kRunsForAllVersions - 1) / kRunsForAllVersions);
         vanishedVersions_ = audit.lost();
-        if (wereDeleted && isAnswered)
+        if (wereDeleted && isAnswered && !request_.isDryRun)
             state_->dropDeletionNote();
     }
 

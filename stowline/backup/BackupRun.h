@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -179,10 +180,14 @@ struct UnfinishedUpload {
 [[nodiscard]] std::optional<std::vector<UnfinishedUpload>>
 unfinishedUploads(const std::filesystem::path& stateFolder, std::string& fault) noexcept;
 
-/// Notes that stored versions were deleted: the next run of each profile asks the service after all
-/// that it relies on, and not after some. Where the note cannot be kept the runs find out by and
-/// by.
-void noteDeletedVersions(const std::filesystem::path& stateFolder) noexcept;
+/// Notes that stored versions were deleted, or found to be lost: the next run of each profile asks
+/// the service after all that it relies on, and not after some. Where the note cannot be kept the
+/// runs find out by and by. Nothing is thrown.
+/// @param stateFolder where there is none there is nothing to note
+/// @param damaged versions whose bytes were read and are not what was stored, whatever the service
+///        says of them: they are sent again
+void noteDeletedVersions(const std::filesystem::path& stateFolder,
+                         std::span<const std::string> damaged = {}) noexcept;
 
 /// Where lists and the like of a profile's runs may be kept, besides what the engine keeps there:
 /// the state folder itself of the profile "default", else a folder in it.

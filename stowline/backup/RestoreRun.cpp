@@ -1,5 +1,6 @@
 #include "stowline/backup/RestoreRun.h"
 
+#include "stowline/backup/BackupRun.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/LossTally.h"
 #include "stowline/backup/restore/Pruning.h"
@@ -41,6 +42,8 @@ public:
         } else {
             judge();
         }
+        if (summary_.badContent > 0 && request_.choice.stateFolder)
+            noteDeletedVersions(*request_.choice.stateFolder);
         summary_.losses = losses_.counts();
         summary_.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
         return summary_;

@@ -16,7 +16,8 @@ namespace stowline::backup {
 
 /// What happens to a file that is there already and has another content.
 enum class Overwrite {
-    ifChanged, ///< it is replaced
+    ifChanged, ///< it is replaced, unless the run could not look at the item and has what an
+               ///< earlier run saw
     always,    ///< it is replaced, also when its content is right
     ifNewer,   ///< it is replaced when the stored one was modified later
     never,     ///< it stays as it is
@@ -83,7 +84,8 @@ struct RestoredItem {
     std::uint64_t bytes = 0;         ///< of a file's content
     bool isMetadataOnly = false;     ///< of a restored one: its content or kind was right
     bool isBadContent = false;       ///< failed because the service has not what was stored
-    std::vector<std::string> faults; ///< sentences: why it failed
+    std::vector<std::string> faults; ///< sentences: why it failed; why it is left as it is, where
+                                     ///< the request does not say so
     std::vector<Loss> losses;        ///< what of it could not be put back; of a skipped device: it
 };
 

@@ -23,7 +23,8 @@ struct RunChoice {
     /// A chain by its name, as RunOrigin has it, whatever the identity; empty: by that.
     std::string chain;
     /// Where the backups of this user on this machine keep their state: tells which run the machine
-    /// has seen. It is only looked at. Absent, or nothing there: the machine has seen none.
+    /// has seen. It is only looked at, but that what was found to be lost is noted there. Absent,
+    /// or nothing there: the machine has seen none.
     std::optional<std::filesystem::path> stateFolder;
     std::optional<std::uint64_t> run; ///< by number
     std::optional<Timestamp> at;      ///< the newest finished one that had begun by then
@@ -38,7 +39,8 @@ struct RunOrigin {
     std::uint64_t run = 0; ///< 0: none was read
     std::string digest;    ///< SHA-256 of the run's record, hexadecimal; empty: not read whole
     /// Sentences that people should know: whose chain it is when it was not named and is not this
-    /// user's on this machine, that there are others, that the service shows an older state.
+    /// user's on this machine, that there are others, that the service shows an older state, that
+    /// something failed in the run.
     std::vector<std::string> notes;
 };
 

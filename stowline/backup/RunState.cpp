@@ -8,6 +8,7 @@
 #include "stowline/service/WebServicesSettings.h"
 
 #include <cerrno>
+#include <sstream>
 #include <system_error>
 
 namespace stowline::backup {
@@ -126,13 +127,20 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile)
     return state;
 }
 
-void noteDeletedVersions(const fs::path& stateFolder) noexcept
+void noteDeletedVersions(const fs::path& stateFolder, std::span<const std::string> damaged) noexcept
 {
     try {
+        std::error_code fault;
+        if (!fs::exists(stateFolder, fault))
+            return;
         int unimportant = 0; // of profiles that cannot be found some are asked after all the same
         for (const fs::path& folder : profileFolders(stateFolder, unimportant)) {
+            const fs::path note = folder / kDeletionNote;
+            std::string lines = platform::readRegularFile(note).value_or("");
+            for (const std::string& version : damaged)
+                lines += version + "\n";
             if (platform::makePrivateFolder(folder))
-                (void)platform::writeFileAtomically(folder / kDeletionNote, {});
+                (void)platform::writeFileAtomically(note, lines);
         }
     } catch (const std::bad_alloc&) { // some of the versions are asked after all the same
     }
@@ -142,6 +150,15 @@ bool RunState::hasDeletionNote() const
 {
     std::error_code unimportant;
     return fs::exists(folder_ / kDeletionNote, unimportant);
+}
+
+std::set<std::string> RunState::damagedVersions() const
+{
+    std::set<std::string> versions;
+    std::istringstream lines(platform::readRegularFile(folder_ / kDeletionNote).value_or(""));
+    for (std::string line; std::getline(lines, line);)
+        versions.insert(line);
+    return versions;
 }
 
 void RunState::dropDeletionNote() const

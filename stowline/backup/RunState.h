@@ -7,6 +7,8 @@
 
 #include <filesystem>
 #include <memory>
+#include <set>
+#include <string>
 
 namespace stowline::backup {
 
@@ -28,6 +30,8 @@ public:
 
     /// Whether versions were deleted since the last run that asked after all of them.
     [[nodiscard]] bool hasDeletionNote() const;
+    /// Versions that were found to hold other bytes than were stored.
+    [[nodiscard]] std::set<std::string> damagedVersions() const;
     /// All were asked after.
     void dropDeletionNote() const;
 

@@ -1,5 +1,6 @@
 #include "stowline/backup/VerifyRun.h"
 
+#include "stowline/backup/BackupRun.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/VersionFinder.h"
 #include "stowline/backup/transfer/VersionCheck.h"
@@ -49,6 +50,8 @@ public:
         } else {
             judge();
         }
+        if (summary_.missing + summary_.damaged > 0 && request_.choice.stateFolder)
+            noteDeletedVersions(*request_.choice.stateFolder, damaged_);
         return summary_;
     }
 
@@ -167,6 +170,8 @@ private:
                    digest.hexadecimal() != wanted.content.digest) {
             finding.kind = VerifyFinding::Kind::damaged;
             finding.sentence = wanted.path + ": its bytes are not those that were stored";
+            const std::lock_guard lock(mutex_);
+            damaged_.push_back(wanted.content.version);
         } else {
             return pass(wanted, true);
         }
@@ -234,8 +239,9 @@ private:
     std::uint64_t files_ = 0;
     std::optional<VersionFinder> versions_;
 
-    std::mutex mutex_; ///< of the summary
+    std::mutex mutex_; ///< of what follows
     VerifySummary summary_;
+    std::vector<std::string> damaged_; ///< versions whose bytes were read
 };
 
 } // namespace

@@ -69,7 +69,9 @@ bool VersionAudit::askAfterSome(std::span<const std::string> paths)
     if (!verdicts)
         return hasNoAnswer(*failure);
     for (std::size_t i = 0; i < items.size(); ++i) {
-        const auto kind = (*verdicts)[i].kind;
+        const auto kind = damaged_.contains(versions[i].content.version)
+                              ? VersionVerdict::Kind::damaged
+                              : (*verdicts)[i].kind;
         if (kind == VersionVerdict::Kind::whole)
             index_.alone().setConfirmed(items[i].item.path, index_.run());
         else if (kind == VersionVerdict::Kind::untold)

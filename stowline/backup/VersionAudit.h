@@ -7,6 +7,7 @@
 #include "stowline/backup/transfer/VersionCheck.h"
 
 #include <cstdint>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -22,9 +23,11 @@ namespace stowline::backup {
 /// service's listings, where the service can give back at all.
 class VersionAudit {
 public:
-    VersionAudit(const Account& account, RunIndex& index, RunAccounts& accounts, Tries& tries)
+    /// @param damaged versions that are lost whatever the service says
+    VersionAudit(const Account& account, RunIndex& index, RunAccounts& accounts, Tries& tries,
+                 std::set<std::string> damaged = {})
         : account_(account), index_(index), accounts_(accounts), tries_(tries),
-          finder_(account, tries)
+          finder_(account, tries), damaged_(std::move(damaged))
     {
     }
 
@@ -48,6 +51,7 @@ private:
     RunAccounts& accounts_;
     Tries& tries_;
     VersionFinder finder_;
+    const std::set<std::string> damaged_;
     std::uint64_t lost_ = 0;
     std::uint64_t untold_ = 0; ///< of which the service does not say that they are whole
 };

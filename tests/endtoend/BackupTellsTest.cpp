@@ -57,7 +57,7 @@ TEST_F(MissingDisk, BelowANamedFolderHasFailedAndWhatItHeldIsKept)
         const auto result = account_->backup();
         EXPECT_EQ(result.status, 3);
         EXPECT_TRUE(says(result, "No disk is mounted at " + place().string() +
-                                     ", but one was when it was last backed up, and held 2 items."))
+                                     ", but one was when it was last backed up, and held 3 items."))
             << result.errors;
         EXPECT_EQ(field(result, "failed"), 1);
         EXPECT_EQ(field(result, "carried_forward"), 4) << result.output; // a, below, b, the place
@@ -80,7 +80,7 @@ TEST_F(MissingDisk, IsNoticedWhereSomethingWasWrittenIntoItsPlace)
         const auto result = account_->backup();
         EXPECT_EQ(result.status, 3);
         EXPECT_TRUE(says(result, "No disk is mounted at ")) << result.errors;
-        EXPECT_TRUE(says(result, "and held 2 items.")) << result.errors;
+        EXPECT_TRUE(says(result, "and held 3 items.")) << result.errors;
         EXPECT_EQ(field(result, "stored"), night == 0 ? 1 : 0); // the stray
     }
     EXPECT_EQ(account_->run({"cat", place() / "below/b", "--machine", "iMac"}).output, "b");
@@ -89,6 +89,48 @@ TEST_F(MissingDisk, IsNoticedWhereSomethingWasWrittenIntoItsPlace)
     EXPECT_EQ(account_->backup().status, 3);
     EXPECT_EQ(account_->run({"cat", place() / "below/b", "--machine", "iMac"}).output, "b");
     EXPECT_EQ(account_->run({"cat", place() / "stray", "--machine", "iMac"}).status, 4);
+}
+
+TEST_F(MissingDisk, IsNoticedWhereOnlyFoldersAndNewFilesHaveItsNames)
+{
+    backUpWithDisk();
+    account_->write({{"disk/a", "another"}, {"disk/below/new", "n"}});
+    for (int night = 0; night < 3; ++night) {
+        const auto result = account_->backup();
+        EXPECT_EQ(result.status, 3);
+        EXPECT_TRUE(says(result, "No disk is mounted at ")) << result.errors;
+        EXPECT_TRUE(says(result, "and held 3 items.")) << result.errors;
+        EXPECT_TRUE(says(result, "another item stands in its place")) << result.errors;
+        EXPECT_EQ(field(result, "carried_forward"), 4) << result.output; // a, below, b, the place
+        if (night == 1)
+            fs::remove_all(place() / "below");
+        if (night == 1)
+            fs::create_directory(place() / "below");
+    }
+    EXPECT_EQ(account_->run({"cat", place() / "a", "--machine", "iMac"}).output, "a");
+    EXPECT_EQ(account_->run({"cat", place() / "below/b", "--machine", "iMac"}).output, "b");
+    const test::Mount disk = test::Mount::memory(place());
+    account_->write({{"disk/a", "a"}, {"disk/below/b", "b"}});
+    EXPECT_EQ(account_->backup().status, 0); // it is back
+}
+
+TEST_F(MissingDisk, IsToldByWhatReadsTheRunAndNothingNewerGivesWay)
+{
+    backUpWithDisk();
+    account_->write({{"disk/a", "newer"}});
+    ASSERT_EQ(account_->backup().status, 3);
+    const std::string told = "Run 2 could not look at, read or store 2 items.";
+    EXPECT_TRUE(says(account_->run({"verify", "--machine", "iMac"}), told));
+    Words words{"restore", account_->folder.path(), "--machine", "iMac", "--in-place"};
+    const auto result = account_->run(words);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(says(result, told)) << result.errors;
+    EXPECT_TRUE(says(result, "the run could not look at it")) << result.errors;
+    EXPECT_EQ(platform::readFile(place() / "a"), "newer");
+    EXPECT_EQ(platform::readFile(place() / "below/b"), "b"); // nothing stood there
+    words.insert(words.end(), {"--overwrite", "always"});
+    EXPECT_EQ(account_->run(words).status, 0);
+    EXPECT_EQ(platform::readFile(place() / "a"), "a");
 }
 
 TEST_F(MissingDisk, IsNoticedWhereAFolderOfTheSameFileSystemWasMounted)
@@ -191,6 +233,49 @@ TEST(BackupTells, StandardInputIsStoredAloneAndBelowItsFolder)
         EXPECT_EQ(result.status, 2) << name << result.errors;
         EXPECT_TRUE(says(result, "cannot be the name of --stdin.")) << name << result.errors;
     }
+}
+
+TEST(BackupTells, WhatStandardInputWasStoredAsIsListed)
+{
+    const BackedUp account;
+    for (const char* name : {"a/b", "flat"}) {
+        auto run = account.command.run({"backup", "--stdin", name, "--system", "iMac"},
+                                       account.environment(), "text");
+        ASSERT_EQ(test::runProgram(run).status, 0);
+    }
+    const auto listed = [&](const char* path) {
+        const auto result = account.run({"ls", path, "--system", "iMac", "--at", "2", "--json"});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        std::string names;
+        for (const auto& line : test::jsonLines(result.output))
+            names += line.contains("path") ? line["path"].get<std::string>() + "\n" : "";
+        return names;
+    };
+    EXPECT_EQ(listed("/"), "/stdin\n");
+    EXPECT_EQ(listed("/stdin"), "/stdin/a\n/stdin/flat\n");
+    EXPECT_EQ(listed("/stdin/a"), "/stdin/a/b\n");
+    EXPECT_EQ(account.run({"ls", "/other", "--system", "iMac", "--at", "2"}).status, 4);
+}
+
+TEST(BackupTells, NumbersThatAreNoneAreAWrongCommandLine)
+{
+    const test::TemporaryFolder empty;
+    const test::Command stowline(empty.path());
+    for (const Words& more : {Words{"--bwlimit", "-5"},
+                              {"--bwlimit", "99999999999999999999"},
+                              {"--bwlimit", "k"},
+                              {"--part-size", "-5"},
+                              {"--retry-time", "nan"},
+                              {"--retry-time", "-nan"},
+                              {"--jobs", "nan"}}) {
+        Words words{"backup", empty.path(), "-u", "ann"};
+        words.insert(words.end(), more.begin(), more.end());
+        EXPECT_EQ(stowline(words).status, 2) << more.back();
+    }
+    for (const char* size : {"500k", "64 KiB", "4mb", "100000"})
+        EXPECT_NE(
+            stowline(Words{"restore", "/", "--to", "x", "-u", "ann", "--bwlimit", size}).status, 2)
+            << size;
 }
 
 TEST(BackupTells, TheRuleThatLeftAnItemOut)

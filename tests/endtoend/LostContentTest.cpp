@@ -1,5 +1,6 @@
 // What the service loses is noticed, and sent again; two states of one machine do not break the
 // chain.
+#include "stowline/backup/BackupRun.h"
 #include "tests/endtoend/BackedUp.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -86,6 +87,45 @@ TEST_F(LostContent, ThatThisMachineDeletedIsSentAgainByTheNextRun)
         0);
     EXPECT_EQ(field(account_.backup(), "stored"), 60);
     EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
+}
+
+TEST_F(LostContent, ThatThisMachineWasToldOfIsSentAgainByTheNextRun)
+{
+    Files files;
+    for (int i = 10; i < 90; ++i)
+        files.emplace("many/" + std::to_string(i), "content " + std::to_string(i));
+    account_.write(files);
+    ASSERT_EQ(account_.backup().status, 0);
+    const auto lose = [&](const char* name) {
+        fs::remove(contentOf(account_, account_.folder.path() / "many", name));
+    };
+    lose("77");
+    EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 7);
+    EXPECT_EQ(field(account_.backup({"--dry-run"}), "stored"), 0);
+    EXPECT_EQ(field(account_.backup(), "stored"), 1);
+    EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
+    lose("66");
+    EXPECT_EQ(restored(account_, "back").status, 7);
+    EXPECT_EQ(field(account_.backup(), "stored"), 1);
+    EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, IsWhatWasReadToBeOtherBytesWhateverTheServiceSays)
+{
+    std::string version;
+    {
+        devserver::Storage storage(account_.server.data());
+        const auto page = storage.search(
+            {.userName = "ann", .folder = account_.folder.path(), .pageSize = 100}, "a", "");
+        version = std::to_string(storage.versions("ann", page.value().items.at(0).id).at(0).id);
+    }
+    const std::string other = "4711";
+    backup::noteDeletedVersions(account_.command.home().path() / ".local/state/stowline",
+                                std::vector{version, other});
+    const auto result = account_.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_EQ(field(account_.backup(), "stored"), 0);
 }
 
 TEST_F(LostContent, IsNoticedWithinThePromisedRuns)

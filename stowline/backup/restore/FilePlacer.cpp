@@ -126,8 +126,18 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
                              existing->kind == platform::TargetKind::file &&
                              existing->size == task.stored.content->storedSize &&
                              (existing->links == 1 || item.links > 1);
-    if (!isCandidate || compare(task.stored, folder, task.name) != Comparison::same)
+    if (!isCandidate || compare(task.stored, folder, task.name) != Comparison::same) {
+        // What stands there may be what the run could not look at.
+        if (task.stored.isStale && rule == Overwrite::ifChanged && !context_.stop.isRequested()) {
+            report.state = RestoredState::skipped;
+            report.faults.push_back(report.path +
+                                    ": the run could not look at it, and what stands there is not "
+                                    "what an earlier one saw. It is left as it is; \"--overwrite "
+                                    "always\" or \"if-newer\" puts the earlier one there.");
+            return true;
+        }
         return context_.stop.isRequested();
+    }
     report.isMetadataOnly = true;
     if (context_.request.isDryRun) {
         report.state = isMetadataOther(folder, task.name, item, context_.owners)

@@ -2,6 +2,7 @@
 
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/Unexpected.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
@@ -183,6 +184,11 @@ RunReader::Tree RunReader::readChosen()
     origin_.run = tree.head.run;
     if (const IndexPosition position = tree.items.position(); position.run == tree.head.run)
         origin_.digest = position.digest;
+    if (tree.head.failed > 0)
+        origin_.notes.push_back(
+            "Run " + std::to_string(tree.head.run) + " could not look at, read or store " +
+            platform::countText(tree.head.failed, "item", "items") +
+            ". What earlier runs had stored of them is here as it was then; the rest is missing.");
     if (origin_.run == seen_.run && origin_.digest != seen_.digest)
         origin_.notes.push_back("The record of run " + std::to_string(origin_.run) +
                                 " is another than the one that this machine has seen.");
