@@ -4,6 +4,7 @@
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/processes/BuildIdentity.h"
 #include "stowline/platform/threads/StopRequest.h"
+#include "tests/support/SystemCallFilter.h"
 
 #include <array>
 #include <cstdlib>

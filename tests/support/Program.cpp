@@ -1,5 +1,6 @@
 #include "tests/support/Program.h"
 
+#include "stowline/platform/files/Files.h"
 #include "tests/support/Helpers.h"
 #include "tests/support/TestPaths.h"
 
@@ -167,7 +168,11 @@ int BackgroundProgram::awaitHelper() const
 
 void awaitEnd(int process)
 {
-    while (::kill(process, 0) == 0)
+    // One that has ended stays in the list until its parent, or the system's first process, takes
+    // note of it ("Z", proc(5)).
+    const std::string file = "/proc/" + std::to_string(process) + "/stat";
+    while (::kill(process, 0) == 0 &&
+           platform::readFile(file).value_or("").find(") Z ") == std::string::npos)
         std::this_thread::yield();
 }
 
