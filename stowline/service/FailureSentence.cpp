@@ -76,7 +76,7 @@ std::string sentenceFor(FailureKind kind, std::string_view host)
     const auto* found = std::ranges::find(kSentences, kind, &Sentence::kind);
     const char* words = (found == kSentences.end() ? kSentences.front() : *found).words;
     std::string text = platform::replacingOccurrences(words, "{0}", host);
-    if (!text.empty())
+    if (text.starts_with("the ")) // "the service"; a host's name stays as it is
         text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
     return text;
 }

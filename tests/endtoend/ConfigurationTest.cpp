@@ -174,10 +174,11 @@ TEST_F(ConfiguredAccount, EveryVariableThatTheHelpNamesCounts)
 {
     // What shows that a variable counts: a value that no option takes, or one that changes a run.
     const std::map<std::string, std::pair<std::string, int>> refused{
-        {"STOWLINE_JSON", {"nonsense", 2}},        {"STOWLINE_QUIET", {"nonsense", 2}},
-        {"STOWLINE_VERBOSE", {"nonsense", 2}},     {"STOWLINE_LOG_FILE", {"nonsense", 2}},
-        {"STOWLINE_LOG_LEVEL", {"nonsense", 2}},   {"STOWLINE_NO_PROGRESS", {"nonsense", 2}},
-        {"STOWLINE_BUNDLE", {"/nonexistent", 10}}, {"STOWLINE_USERNAME", {"nobody", 12}}};
+        {"STOWLINE_JSON", {"nonsense", 2}},       {"STOWLINE_QUIET", {"nonsense", 2}},
+        {"STOWLINE_VERBOSE", {"nonsense", 2}},    {"STOWLINE_LOG_FILE", {"nonsense", 2}},
+        {"STOWLINE_LOG_LEVEL", {"nonsense", 2}},  {"STOWLINE_NO_PROGRESS", {"nonsense", 2}},
+        {"STOWLINE_NO_NURSERY", {"nonsense", 2}}, {"STOWLINE_BUNDLE", {"/nonexistent", 10}},
+        {"STOWLINE_USERNAME", {"nobody", 12}}};
     const auto named = variablesInHelp(stowline_);
     ASSERT_GT(named.at("STOWLINE_USERNAME").size(), 8U);
     for (const auto& [variable, commands] : named) {
