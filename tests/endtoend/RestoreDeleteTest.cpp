@@ -218,5 +218,31 @@ TEST_F(RestoreDelete, LeavesWhatIsMounted)
     EXPECT_FALSE(fs::exists(target_.path() / "c/tree/x"));
 }
 
+TEST_F(RestoreDelete, LeavesAFolderOfTheSameFileSystemThatIsMounted)
+{
+    if (const auto why = test::enterMountNamespace())
+        GTEST_SKIP() << *why;
+    backUp();
+    restoreAndAdd({"c/new"});
+    target_.write("elsewhere/file", "precious");
+    const auto again =
+        test::Mount::again(target_.path() / "elsewhere", target_.path() / "c/tree/again");
+    const auto result = restore({"--yes"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "deleted"), 1) << result.output;
+    EXPECT_TRUE(fs::exists(target_.path() / "elsewhere/file"));
+}
+
+TEST_F(RestoreDelete, TakesAwayWhatABackedUpDiskDidNotHold)
+{
+    if (const auto why = test::enterMountNamespace())
+        GTEST_SKIP() << *why;
+    const auto disk = test::Mount::memory(account_.folder.path() / "c");
+    backUp();
+    ASSERT_EQ(account_.run({"backup", account_.folder.path() / "c", "--system", "iMac"}).status, 0);
+    restoreAndAdd({"c/new", "c/sub/new"});
+    EXPECT_EQ(field(restore({"--yes"}), "deleted"), 2);
+}
+
 } // namespace
 } // namespace stowline

@@ -133,7 +133,7 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
             report.faults.push_back(report.path +
                                     ": the run could not look at it, and what stands there is not "
                                     "what an earlier one saw. It is left as it is; \"--overwrite "
-                                    "always\" or \"if-newer\" puts the earlier one there.");
+                                    "always\" puts the earlier one there.");
             return true;
         }
         return context_.stop.isRequested();

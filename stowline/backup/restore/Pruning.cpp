@@ -93,25 +93,24 @@ Pruning::Pruning(const RecordHead& head, const ItemIndex& items,
         ownState_ = state->status();
 }
 
-/// The named path of the run that a path is at or below; empty when there is none.
-std::string Pruning::namedPathOf(const std::string& path) const
+/// Whether the run was told to back up a path, or one above it.
+bool Pruning::isAtOrBelowNamed(const std::string& path) const
 {
-    std::string found;
-    for (const std::string& named : named_) {
-        if (isAtOrBelow(path, named) && named.size() > found.size())
-            found = named;
-    }
-    return found;
+    return std::ranges::any_of(
+        named_, [&path](const std::string& named) { return isAtOrBelow(path, named); });
 }
 
+/// Whether the run's patterns leave an item out, counted from any of the named paths above it.
 bool Pruning::isLeftOut(const std::string& path, bool isFolder) const
 {
-    const std::string named = namedPathOf(path);
-    if (path.size() <= named.size())
-        return false;
-    std::string_view below = std::string_view(path).substr(named.size());
-    below.remove_prefix(below.starts_with('/') ? 1 : 0);
-    return rules_.excludes({.below = below, .isFolder = isFolder, .isIncluded = true}).has_value();
+    return std::ranges::any_of(named_, [&](const std::string& named) {
+        if (path == named || !isAtOrBelow(path, named))
+            return false;
+        const std::string_view below =
+            std::string_view(path).substr(named == "/" ? 1 : named.size() + 1);
+        return rules_.excludes({.below = below, .isFolder = isFolder, .isIncluded = true})
+            .has_value();
+    });
 }
 
 bool Pruning::isOwnState(const TargetStatus& status) const
@@ -124,9 +123,11 @@ bool Pruning::prune(const TargetFolder& folder, const std::string& path, bool is
 {
     const auto stored = items_.find(path);
     const auto here = folder.status();
-    // Of what stood above the named paths, and on disks that were mounted, the run knows nothing.
-    if (refusal_ || !stored || !here || stored->isStale || stored->item.isMountPoint ||
-        namedPathOf(path).empty())
+    // Of what stood above the named paths the run knows nothing, nor may it of what was mounted
+    // below them.
+    const bool isNamed = std::ranges::find(named_, path) != named_.end();
+    if (refusal_ || !stored || !here || stored->isStale ||
+        (stored->item.isMountPoint && !isNamed) || !isAtOrBelowNamed(path))
         return false;
     int error = 0;
     const auto names = folder.names(error);
@@ -149,7 +150,7 @@ Pruning::Outcome Pruning::remove(const TargetFolder& folder, const std::string& 
 {
     int error = 0;
     const auto there = folder.find(name, error);
-    if (!there || there->device != walk.device || isOwnState(*there) ||
+    if (!there || there->device != walk.device || folder.isMounted(name) || isOwnState(*there) ||
         isLeftOut(path, there->kind == TargetKind::folder))
         return Outcome::stays;
     RestoredItem report{

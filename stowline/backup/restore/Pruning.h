@@ -52,7 +52,7 @@ private:
         std::uint64_t device = 0; ///< of the folder that is pruned
     };
 
-    [[nodiscard]] std::string namedPathOf(const std::string& path) const;
+    [[nodiscard]] bool isAtOrBelowNamed(const std::string& path) const;
     [[nodiscard]] bool isLeftOut(const std::string& path, bool isFolder) const;
     [[nodiscard]] bool isOwnState(const platform::TargetStatus& status) const;
     [[nodiscard]] Outcome remove(const platform::TargetFolder& folder, const std::string& name,
