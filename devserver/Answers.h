@@ -24,6 +24,7 @@ template <class Item> struct FieldOf {
 template <class Item> std::vector<Field> described(const std::vector<FieldOf<Item>>& fields)
 {
     std::vector<Field> elements;
+    elements.reserve(fields.size());
     for (const FieldOf<Item>& field : fields)
         elements.push_back({.name = field.name, .nillable = field.nillable});
     return elements;
