@@ -52,10 +52,10 @@ void declareGlobals(const cli::Command& command, GlobalOptions& options)
     command.needsSubcommand();
 }
 
-void declareSubcommands(const cli::Command& command)
+void declareSubcommands(const cli::Command& command, const GlobalOptions& options)
 {
-    cli::declareConnect(command);
-    cli::declareDisconnect(command);
+    cli::declareConnect(command, options.bundle);
+    cli::declareDisconnect(command, options.bundle);
     cli::declareSignUp(command);
     cli::declareSignIn(command);
     cli::declareAccount(command);
@@ -97,7 +97,7 @@ void apply(const GlobalOptions& options)
         cli::forbidProgress();
     if (!options.bundle.empty())
         platform::Bundle::useFolder(options.bundle);
-    else if (const auto kept = keptProviderSettings(); kept && fs::exists(*kept, fault))
+    else if (const auto kept = keptProviderSettings(); kept && fs::is_regular_file(*kept, fault))
         WebServicesSettings::useFile(*kept);
     WebServiceBroker::useNursery(!options.noNursery);
     cli::startLogging(options.log);
@@ -138,7 +138,7 @@ int main(int count, char** words)
     app.set_version_flag("--version", [] { return General::productVersion().value_or("unknown"); });
     cli::declareConfiguration(app);
     app.fallthrough();
-    declareSubcommands(command);
+    declareSubcommands(command, options);
     try {
         app.parse(count, words);
     } catch (const CLI::ParseError& fault) {

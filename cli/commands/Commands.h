@@ -5,8 +5,10 @@
 
 namespace stowline::cli {
 
-void declareConnect(const Command& app);
-void declareDisconnect(const Command& app);
+/// @param bundle that was named and so comes before what they keep; empty: none. It must outlive
+///        the command
+void declareConnect(const Command& app, const std::string& bundle);
+void declareDisconnect(const Command& app, const std::string& bundle);
 void declareSignUp(const Command& app);
 void declareSignIn(const Command& app);
 void declareEncryption(const Command& app);

@@ -35,7 +35,15 @@ ExitStatus refuse(const SettingsRefusal& refusal, const std::string& address)
     return output().fail(statusFor(refusal.kind), refusal.sentence);
 }
 
-ExitStatus connect(const std::string& address)
+/// Calls go where a bundle says that was named, whatever is kept.
+void noteBundle(const std::string& bundle)
+{
+    output().complain("The bundle " + bundle +
+                      " is named (--bundle, STOWLINE_BUNDLE, or in config.toml), and its settings "
+                      "come first: calls go where they say.");
+}
+
+ExitStatus connect(const std::string& address, const std::string& bundle)
 {
     const auto file = keptProviderSettings();
     if (!file)
@@ -50,12 +58,15 @@ ExitStatus connect(const std::string& address)
                              file->string() + " cannot be written. Please check the owner and the "
                                               "mode of its folder, and the room on the disk.");
     const std::string origins = fmt::format("{}", fmt::join(settings.origins, ", "));
-    output().note("Calls go to " + origins + " from now on.");
+    if (bundle.empty())
+        output().note("Calls go to " + origins + " from now on.");
+    else
+        noteBundle(bundle);
     output().note("Next: \"stowline signup\" opens an account, \"stowline signin\" tries one.");
     return output().finish(ExitStatus::done, {{"settings", file->string()}, {"calls", origins}});
 }
 
-ExitStatus disconnect()
+ExitStatus disconnect(const std::string& bundle)
 {
     const auto file = keptProviderSettings();
     std::error_code fault;
@@ -66,13 +77,16 @@ ExitStatus disconnect()
     if (!fs::remove(*file, fault))
         return output().fail(ExitStatus::failed,
                              file->string() + " cannot be removed: " + fault.message() + ".");
-    output().note("The settings that came with the program are in use again.");
+    if (bundle.empty())
+        output().note("The settings that came with the program are in use again.");
+    else
+        noteBundle(bundle);
     return output().finish(ExitStatus::done);
 }
 
 } // namespace
 
-void declareConnect(const Command& app)
+void declareConnect(const Command& app, const std::string& bundle)
 {
     auto address = std::make_shared<std::string>();
     const Command command = app.addCommand(
@@ -82,13 +96,13 @@ void declareConnect(const Command& app)
                    "The provider's address, as https://backup.example.com; http:// on this machine "
                    "only")
         .required();
-    command.runs([address] { return connect(*address); });
+    command.runs([address, &bundle] { return connect(*address, bundle); });
 }
 
-void declareDisconnect(const Command& app)
+void declareDisconnect(const Command& app, const std::string& bundle)
 {
     app.addCommand("disconnect", "Use the settings again that came with the program")
-        .runs(disconnect);
+        .runs([&bundle] { return disconnect(bundle); });
 }
 
 } // namespace stowline::cli

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 namespace stowline {
 namespace {
 
@@ -65,6 +67,32 @@ TEST_F(Connect, ASettingsFileThatIsNamedComesFirst)
     ASSERT_EQ(run({"signup", "--email", "ann@example.com"}).status, 0);
     EXPECT_EQ(run({"signin"}).status, 0);
     EXPECT_EQ(run({"--bundle", named.bundle().string(), "signin"}).status, 12);
+}
+
+TEST_F(Connect, SaysThatANamedBundleComesFirst)
+{
+    const test::DevServerProcess server;
+    const test::DevServerProcess named;
+    for (const Words& words : {Words{"connect", server.address()}, {"disconnect"}}) {
+        Words all{"--bundle", named.bundle().string()};
+        all.insert(all.end(), words.begin(), words.end());
+        const auto result = run(all);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_NE(result.errors.find("The bundle " + named.bundle().string() + " is named"),
+                  std::string::npos)
+            << result.errors;
+        EXPECT_EQ(result.errors.find("from now on"), std::string::npos) << result.errors;
+    }
+}
+
+TEST_F(Connect, WaitsForNoPipeInThePlaceOfTheSettings)
+{
+    fs::create_directories(kept().parent_path());
+    ASSERT_EQ(::mkfifo(kept().c_str(), 0600), 0);
+    EXPECT_EQ(run({"signin"}).status, 8); // by the settings that came with the program
+    const test::DevServerProcess server;
+    EXPECT_EQ(run({"connect", server.address()}).status, 0);
+    EXPECT_TRUE(fs::is_regular_file(kept()));
 }
 
 TEST_F(Connect, IsTakenBack)
