@@ -101,6 +101,16 @@ void TreeIntake::found(FoundItem found)
         }
         return;
     }
+    if (!isFolder && known && known->item.isMountPoint && known->item.kind == ItemKind::folder) {
+        fail(path, found.item.kind,
+             fmt::format("No disk is mounted at {}, but one was when it was last backed up, and "
+                         "held {}; another item stands there now. What the disk held stays in the "
+                         "record. If it is gone for good, leave {} out once.",
+                         path,
+                         platform::countText(countHeld(path, known->isStale), "item", "items"),
+                         path));
+        return;
+    }
     if (!isFolder && known && isOnMissingDisk(*known)) {
         fail(path, found.item.kind,
              path + ": the disk on which it was last backed up is not mounted, and another item "
@@ -151,6 +161,24 @@ void TreeIntake::notePassage(FoundItem found)
 {
     const auto known = meet(found.item.path);
     const std::string path = found.item.path;
+    if (known && known->item.isMountPoint && !found.item.isMountPoint &&
+        holdsNextToNothing(path, known->isStale)) {
+        Frame& frame = frameOf(path);
+        frame.isDiskMissing = true;
+        frame.wasMissing = known->isStale;
+        const std::string held =
+            platform::countText(countHeld(path, known->isStale), "item", "items");
+        if (index_.keepAloneAsStale(path))
+            accounts_.carriedForward();
+        accounts_.found();
+        accounts_.done({.path = path,
+                        .kind = ItemKind::folder,
+                        .cause = fmt::format(
+                            "No disk is mounted at {}, but one was when what is below it was last "
+                            "backed up: {}. They stay in the record as they were.",
+                            path, held)});
+        return;
+    }
     if (compare(known ? &*known : nullptr, found.item, {}, options_).verdict !=
         Verdict::unchanged) {
         (void)readAttributes(found); // what cannot be read of it is no part of the backup

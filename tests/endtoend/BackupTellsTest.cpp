@@ -114,6 +114,48 @@ TEST_F(MissingDisk, IsNoticedWhereOnlyFoldersAndNewFilesHaveItsNames)
     EXPECT_EQ(account_->backup().status, 0); // it is back
 }
 
+TEST_F(MissingDisk, IsNoticedWhereALinkOrAFileStandsInItsPlace)
+{
+    backUpWithDisk();
+    const test::TemporaryFolder elsewhere;
+    elsewhere.write("other", "o");
+    for (const bool isLink : {true, false}) {
+        fs::remove(place());
+        if (isLink)
+            fs::create_directory_symlink(elsewhere.path(), place());
+        else
+            account_->write({{"disk", "a file"}});
+        const auto result = account_->backup();
+        EXPECT_EQ(result.status, 3);
+        EXPECT_TRUE(says(result, "No disk is mounted at ")) << result.errors;
+        EXPECT_TRUE(says(result, "and held 3 items")) << result.errors;
+        EXPECT_EQ(account_->run({"cat", place() / "below/b", "--machine", "iMac"}).output, "b");
+    }
+    EXPECT_EQ(account_->backup({"--exclude", "/disk"}).status, 0); // the cure
+    EXPECT_EQ(account_->backup().status, 0);
+}
+
+TEST_F(MissingDisk, IsNoticedAboveTheNamedPath)
+{
+    const auto named = place() / "below";
+    const auto backUp = [&] { return account_->run({"backup", named, "--system", "iMac"}); };
+    {
+        const test::Mount disk = test::Mount::memory(place());
+        account_->write({{"disk/below/b", "b"}, {"disk/below/c", "c"}});
+        ASSERT_EQ(backUp().status, 0);
+    }
+    account_->write({{"disk/below/README", "mount it"}});
+    for (int night = 0; night < 2; ++night) {
+        const auto result = backUp();
+        EXPECT_EQ(result.status, 3);
+        EXPECT_TRUE(says(result, "No disk is mounted at " + place().string())) << result.errors;
+        EXPECT_EQ(account_->run({"cat", named / "b", "--machine", "iMac"}).output, "b");
+    }
+    const test::Mount disk = test::Mount::memory(place());
+    account_->write({{"disk/below/b", "b"}, {"disk/below/c", "c"}});
+    EXPECT_EQ(backUp().status, 0);
+}
+
 TEST_F(MissingDisk, IsToldByWhatReadsTheRunAndNothingNewerGivesWay)
 {
     backUpWithDisk();
