@@ -1,7 +1,5 @@
 // stowline restore
 #include "cli/commands/Commands.h"
-#include "cli/shared/Confirmation.h"
-#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
@@ -29,8 +27,6 @@ struct Options {
     std::vector<std::string> exclude;
     std::string overwrite = "if-changed";
     bool devices = false;
-    bool deletesOthers = false;
-    bool isSure = false; ///< nobody need be asked before something is deleted
     bool isDryRun = false;
     std::size_t jobs = 4;
     std::uint64_t bytesPerSecond = 0;
@@ -53,10 +49,8 @@ public:
         progress_.clear();
         for (const std::string& fault : item.faults)
             output().complain(fault);
-        const bool wouldDelete = item.state == backup::RestoredState::wouldDelete;
-        const bool isShown = output().isJson()
-                                 ? item.state != backup::RestoredState::unchanged
-                                 : wouldDelete || item.state == backup::RestoredState::wouldRestore;
+        const bool isShown = output().isJson() ? item.state != backup::RestoredState::unchanged
+                                               : item.state == backup::RestoredState::wouldRestore;
         if (!isShown)
             return;
         std::string message;
@@ -64,8 +58,7 @@ public:
             message += (message.empty() ? "" : " ") + fault;
         for (const backup::Loss& loss : item.losses)
             message += (message.empty() ? "" : " ") + loss.sentence;
-        output().item((wouldDelete ? "would delete " : "would restore ") + onOneLine(item.path),
-                      "item",
+        output().item("would restore " + onOneLine(item.path), "item",
                       {{"path", item.path},
                        {"state", std::string(backup::nameOf(item.state))},
                        {"bytes", item.bytes},
@@ -105,12 +98,6 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
                               isDryRun ? "would be restored" : "restored", sum.unchanged,
                               sum.skipped, sum.failed, bytesText(static_cast<double>(sum.bytes)),
                               durationText(std::chrono::duration<double>(sum.seconds))));
-    if (sum.deleted + sum.wouldDelete > 0)
-        output().note(fmt::format("{} that the run did not hold {} deleted.",
-                                  countText(sum.deleted + sum.wouldDelete, "item", "items"),
-                                  isDryRun           ? "would be"
-                                  : sum.deleted == 1 ? "was"
-                                                     : "were"));
     Fields fields{{"run", sum.run},
                   {"found", sum.found},
                   {"restored", sum.restored},
@@ -119,16 +106,13 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
                   {"failed", sum.failed},
                   {"incomplete", sum.incomplete},
                   {"withheld", sum.withheld},
-                  {"deleted", sum.deleted},
                   {"damaged", sum.badContent},
                   {"bytes", sum.bytes},
                   {"fetched_bytes", sum.fetchedBytes},
                   {"seconds", sum.seconds}};
     std::ranges::copy(originFields(sum.origin), std::back_inserter(fields));
-    if (isDryRun) {
+    if (isDryRun)
         fields.emplace_back("would_restore", sum.wouldRestore);
-        fields.emplace_back("would_delete", sum.wouldDelete);
-    }
     if (!output().isJson())
         return output().finish(status);
     if (!sum.sentence.empty())
@@ -144,17 +128,6 @@ ExitStatus restore(const Options& options)
     if (const auto fault =
             backup::faultIn({.include = options.include, .exclude = options.exclude}))
         return output().fail(ExitStatus::usage, *fault);
-    if (options.deletesOthers && !(options.include.empty() && options.exclude.empty()))
-        return output().fail(ExitStatus::usage,
-                             "--delete goes with neither --include nor --exclude: what they leave "
-                             "out is not known to be in the run or not.");
-    if (options.deletesOthers && !options.isDryRun) {
-        const Confirmation confirmation(options.isSure);
-        if (const auto refused = confirmation.refusal(
-                "what the run did not hold from " +
-                (options.inPlace ? "where it was" : options.target) + ", once all is put back"))
-            return *refused;
-    }
     const auto choice = options.run.open();
     if (!choice)
         return choice.status();
@@ -165,7 +138,6 @@ ExitStatus restore(const Options& options)
                                    .exclude = options.exclude,
                                    .overwrite = overwriteOf(options.overwrite),
                                    .restoresDevices = options.devices,
-                                   .deletesOthers = options.deletesOthers,
                                    .isDryRun = options.isDryRun,
                                    .jobs = options.jobs,
                                    .bytesPerSecond = options.bytesPerSecond};
@@ -219,10 +191,6 @@ void declareRestore(const Command& app)
     command
         .addOption("--bwlimit", options->bytesPerSecond, "Bytes a second to fetch at most, as 500k")
         .asSize();
-    command.addFlag("--delete", options->deletesOthers,
-                    "Delete what stands in the folders that are put back and was not in the run, "
-                    "but for what the run's rules left out; asks first");
-    command.addFlag("--yes", options->isSure, "Do not ask").notInFile();
     command.addFlag("-n,--dry-run", options->isDryRun, "Say what would be done");
     options->run.declare(command, "--machine");
     command.runs([options] { return restore(*options); });

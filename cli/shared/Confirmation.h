@@ -12,10 +12,6 @@ namespace stowline::cli {
 /// "--yes" and "--dry-run" of a command that deletes.
 class Confirmation {
 public:
-    Confirmation() = default;
-    /// Of a command that has options of its own.
-    explicit Confirmation(bool isGiven) : isGiven_(isGiven) {}
-
     void declare(const Command& command);
 
     /// Asks on the terminal, unless --yes was given. With --dry-run says what would be done.

@@ -3,7 +3,6 @@
 #include "stowline/backup/BackupRun.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/LossTally.h"
-#include "stowline/backup/restore/Pruning.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/TreePlacer.h"
 #include "stowline/platform/desktop/Sha256.h"
@@ -60,14 +59,6 @@ private:
         const TreeRules rules = rulesOf(request_);
         idle_.emplace(rules);
         refuseOnePlaceForTwo(tree.items);
-        if (request_.deletesOthers) {
-            if (rules.ownPatternCount() > 0)
-                throw RecordFault(RecordFault::Kind::failed,
-                                  "Deleting what the run did not hold goes with no patterns.");
-            pruning_.emplace(tree.head, tree.items, request_.choice.stateFolder);
-            if (pruning_->refusal())
-                throw RecordFault(RecordFault::Kind::failed, *pruning_->refusal());
-        }
         for (const std::string& path : request_.paths) {
             if (!stop_.isRequested())
                 restoreBelow(Selection(path, rules), tree.items, reader.source());
@@ -77,11 +68,6 @@ private:
                 summary_.notes.push_back(idleSentence(pattern));
         }
         idle_.reset();
-        const bool isKept = pruning_ && !mayDelete();
-        if (isKept && !stop_.isRequested())
-            summary_.notes.emplace_back(
-                "Not everything was put back, so nothing was deleted in the "
-                "folders that came after that.");
         summary_.fetchedBytes = reader.source().receivedBytes();
     }
 
@@ -138,9 +124,7 @@ private:
                                      .owners = owners_,
                                      .stop = stop_,
                                      .done = [this](const RestoredItem& item) { tell(item); },
-                                     .gathered = [this](std::int64_t bytes) { move(bytes); },
-                                     .mistakenFor = {},
-                                     .tidy = tidying()};
+                                     .gathered = [this](std::int64_t bytes) { move(bytes); }};
         TreePlacer placer(context, items, selection, placed_);
         placer.place(*idle_, [this](const StoredItem& stored) { find(stored); });
         if (const int refused = request_.isDryRun ? 0 : root->synchronizeFileSystem())
@@ -174,19 +158,6 @@ private:
             if (isWholeMachineNamed && !name.empty() && path != atTop && items.find(atTop))
                 refuse(atTop, path);
         }
-    }
-
-    /// What is done with a folder once all is in it; empty: nothing.
-    std::function<bool(const platform::TargetFolder&, const std::string&)> tidying()
-    {
-        if (!pruning_)
-            return {};
-        return [this](const platform::TargetFolder& folder, const std::string& path) {
-            return mayDelete() &&
-                   pruning_->prune(
-                       folder, path, request_.isDryRun,
-                       [this](const RestoredItem& item) { tellDeleted(item); }, stop_);
-        };
     }
 
     /// Where the run holds what a path leads to through links; empty when it is no such path, or
@@ -245,23 +216,6 @@ private:
         look();
     }
 
-    void tellDeleted(const RestoredItem& item)
-    {
-        const std::lock_guard lock(mutex_);
-        summary_.deleted += item.state == RestoredState::deleted ? 1 : 0;
-        summary_.wouldDelete += item.state == RestoredState::wouldDelete ? 1 : 0;
-        summary_.notDeleted += item.state == RestoredState::failed ? 1 : 0;
-        observer_.itemDone(item);
-    }
-
-    /// Whether what the run did not hold may go from a folder: nothing does while something that
-    /// the run holds is not in place, for what is deleted may be all that is left of it.
-    bool mayDelete()
-    {
-        const std::lock_guard lock(mutex_);
-        return summary_.failed == 0 && !stop_.isRequested();
-    }
-
     void count(const RestoredItem& item)
     {
         switch (item.state) {
@@ -282,9 +236,6 @@ private:
         case RestoredState::wouldRestore:
             ++summary_.wouldRestore;
             break;
-        case RestoredState::deleted:
-        case RestoredState::wouldDelete:
-            break; // see tellDeleted()
         }
         const bool isInPlace =
             item.state == RestoredState::restored || item.state == RestoredState::unchanged;
@@ -329,10 +280,6 @@ private:
         } else if (sum.failed > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence = counted(sum.failed, "item is", "items are") + " not put back.";
-        } else if (sum.notDeleted > 0) {
-            summary_.end = ReadEnd::someFailed;
-            summary_.sentence = counted(sum.notDeleted, "item", "items") +
-                                " that the run did not hold cannot be deleted.";
         } else if (sum.incomplete > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence =
@@ -349,8 +296,7 @@ private:
     std::optional<VersionFinder> versions_;
     std::optional<IdlePatterns> idle_;
     PlacedTrees placed_;
-    std::optional<Pruning> pruning_; ///< absent: nothing is deleted
-    std::uint64_t missing_ = 0;      ///< named paths that the run does not have
+    std::uint64_t missing_ = 0; ///< named paths that the run does not have
 
     std::mutex mutex_; ///< of what follows
     RestoreSummary summary_;
@@ -435,13 +381,9 @@ const char* nameOf(RestoredState state)
     case RestoredState::failed:
         return "failed";
     case RestoredState::wouldRestore:
-        return "would-restore";
-    case RestoredState::deleted:
-        return "deleted";
-    case RestoredState::wouldDelete:
         break;
     }
-    return "would-delete";
+    return "would-restore";
 }
 
 RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,
@@ -464,6 +406,8 @@ ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
     });
     summary.end = failure ? failure->end : ReadEnd::done;
     summary.sentence = failure ? failure->sentence : "";
+    if (summary.end == ReadEnd::badContent && choice.stateFolder)
+        noteDeletedVersions(*choice.stateFolder);
     return summary;
 }
 

@@ -35,10 +35,6 @@ struct RestoreRequest {
     std::vector<std::string> exclude; ///< folders too, with everything in them
     Overwrite overwrite = Overwrite::ifChanged;
     bool restoresDevices = false;
-    /// What stands in the folders that are put back and was not in the run is deleted, once all is
-    /// in place. Not what the run's rules may have left out, nor what is mounted; nothing when the
-    /// run does not know (see RestoreSummary::notes). Not together with patterns.
-    bool deletesOthers = false;
     bool isDryRun = false;
     std::size_t jobs = 4;             ///< files on their way at the same time
     std::uint64_t bytesPerSecond = 0; ///< 0: as fast as it goes
@@ -51,8 +47,6 @@ enum class RestoredState {
     skipped,      ///< left as it is, by the request's rules
     failed,       ///< not put back; what stood there stands
     wouldRestore, ///< in a dry run
-    deleted,      ///< it stood there and was not in the run
-    wouldDelete,  ///< the same in a dry run
 };
 
 /// The name of a state in output: "would-restore".
@@ -119,11 +113,8 @@ struct RestoreSummary {
     std::uint64_t skipped = 0;
     std::uint64_t failed = 0;
     std::uint64_t wouldRestore = 0;
-    std::uint64_t deleted = 0;     ///< of what was there, these are not among the found ones
-    std::uint64_t wouldDelete = 0; ///< in a dry run
-    std::uint64_t notDeleted = 0;  ///< that should have been, and could not be
-    std::uint64_t badContent = 0;  ///< of those failed
-    std::uint64_t incomplete = 0;  ///< put back, but the target does not take all of their metadata
+    std::uint64_t badContent = 0; ///< of those failed
+    std::uint64_t incomplete = 0; ///< put back, but the target does not take all of their metadata
     std::uint64_t withheld = 0; ///< put back, but this user may not put back all of their metadata
     std::vector<LossCount> losses;
     std::vector<std::string> notes; ///< sentences that people should know, besides those of origin

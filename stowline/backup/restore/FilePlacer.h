@@ -53,9 +53,6 @@ struct PlacingContext {
     /// Another item of the run that the file system shows in the place of one of this path; empty
     /// when there is none. Any thread.
     std::function<std::string(const platform::TargetFolder&, const std::string& path)> mistakenFor;
-    /// Told of each folder once all is in it, the deepest first; says whether it changed something
-    /// (or, in a dry run, would). Empty: nobody is.
-    std::function<bool(const platform::TargetFolder&, const std::string& path)> tidy = {};
 };
 
 /// "…: the target does not tell its name from that of …"

@@ -543,8 +543,6 @@ void TreePlacer::finishFolder(const std::string& path)
         if (!mayGoOnLater_)
             removeLeftGatherings(*folder, path);
     }
-    if (context_.tidy)
-        (void)context_.tidy(*folder, path);
     if (const auto mode = loosenedFolders_.find(path); mode != loosenedFolders_.end())
         (void)folder->setMode("", mode->second);
     MetadataOutcome outcome = putMetadata(*folder, "", stored->item, context_.owners);
@@ -562,10 +560,9 @@ void TreePlacer::wouldFinishFolder(const ItemRecord& item)
     int error = 0;
     const bool isNew = madeFolders_.contains(item.path);
     const auto folder = context_.root.below(selection_.placeOf(item.path), error);
-    const bool isTidied = folder && context_.tidy && context_.tidy(*folder, item.path);
     const bool isChanged = [&] {
         const std::lock_guard lock(mutex_);
-        return isTidied || wouldBeChanged_.contains(item.path);
+        return wouldBeChanged_.contains(item.path);
     }();
     const bool isRight =
         !isNew && !isChanged && folder && !isMetadataOther(*folder, "", item, context_.owners);

@@ -257,14 +257,6 @@ std::optional<TargetStatus> TargetFolder::find(const std::string& name, int& err
     return statusFrom(found);
 }
 
-bool TargetFolder::isMounted(const std::string& name) const
-{
-    struct statx found {};
-    return ::statx(folder_.number(), name.c_str(),
-                   AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, 0, &found) == 0 &&
-           (found.stx_attributes_mask & found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
-}
-
 std::optional<TargetStatus> TargetFolder::status() const
 {
     return statusOf(folder_.number());

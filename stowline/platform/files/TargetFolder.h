@@ -74,9 +74,6 @@ public:
 
     /// Absent: see `error`; ENOENT: there is nothing.
     [[nodiscard]] std::optional<TargetStatus> find(const std::string& name, int& error) const;
-    /// Whether something is mounted under a name, another folder of the same file system too; false
-    /// where the kernel does not tell (before 5.8).
-    [[nodiscard]] bool isMounted(const std::string& name) const;
     /// Of the folder itself.
     [[nodiscard]] std::optional<TargetStatus> status() const;
     /// But "." and ".."; absent when the folder cannot be read.
