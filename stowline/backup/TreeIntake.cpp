@@ -101,14 +101,14 @@ void TreeIntake::found(FoundItem found)
         }
         return;
     }
-    if (!isFolder && known && known->item.isMountPoint && known->item.kind == ItemKind::folder) {
+    const bool tookTheDisksPlace =
+        !isFolder && known && known->item.isMountPoint && known->item.kind == ItemKind::folder;
+    if (const std::uint64_t held = tookTheDisksPlace ? countHeld(path, known->isStale) : 0) {
         fail(path, found.item.kind,
              fmt::format("No disk is mounted at {}, but one was when it was last backed up, and "
                          "held {}; another item stands there now. What the disk held stays in the "
                          "record. If it is gone for good, leave {} out once.",
-                         path,
-                         platform::countText(countHeld(path, known->isStale), "item", "items"),
-                         path));
+                         path, platform::countText(held, "item", "items"), path));
         return;
     }
     if (!isFolder && known && isOnMissingDisk(*known)) {

@@ -135,6 +135,18 @@ TEST_F(MissingDisk, IsNoticedWhereALinkOrAFileStandsInItsPlace)
     EXPECT_EQ(account_->backup().status, 0);
 }
 
+TEST_F(MissingDisk, IsNoneWhereAnEmptyOneGaveWay)
+{
+    {
+        const test::Mount disk = test::Mount::memory(place());
+        ASSERT_EQ(account_->backup().status, 0);
+    }
+    fs::remove(place());
+    account_->write({{"disk", "a file"}});
+    EXPECT_EQ(account_->backup().status, 0);
+    EXPECT_EQ(account_->run({"cat", place(), "--machine", "iMac"}).output, "a file");
+}
+
 TEST_F(MissingDisk, IsNoticedAboveTheNamedPath)
 {
     const auto named = place() / "below";
