@@ -8,13 +8,14 @@
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/GzipStream.h"
 #include "stowline/platform/http/HttpExchange.h"
+#include "stowline/platform/http/HttpMessage.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/soap/Envelope.h"
 #include "stowline/util/Base64.h"
 #include "stowline/util/General.h"
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 
 namespace stowline::tool {
@@ -40,12 +41,10 @@ std::optional<std::string> contentOf(const std::string& path)
     constexpr std::string_view descriptors = "/dev/fd/";
     if (auto content = platform::readFile(path))
         return content;
-    int number = -1;
-    const char* end = path.data() + path.size();
-    if (!path.starts_with(descriptors) ||
-        std::from_chars(path.data() + descriptors.size(), end, number).ptr != end)
+    if (!path.starts_with(descriptors))
         return std::nullopt;
-    return platform::readToEnd(number);
+    const auto number = platform::wholeNumber<int>(path.substr(descriptors.size()));
+    return number ? platform::readToEnd(*number) : std::nullopt;
 }
 
 /// The request's bytes from either form of the argument; empty when there are none.
@@ -115,10 +114,8 @@ std::vector<HttpHeader> headersFor(const Dictionary& methodInfo, const soap::Inv
     headers.emplace_back("SOAPAction",
                          soap::defaultSoapAction(invocation.namespaceUri, invocation.methodName));
     for (const auto& field : configured ? *configured : Dictionary()) {
-        const auto known = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
-            return platform::equalsIgnoringAsciiCase(header.first, field.first);
-        });
-        if (known == headers.end())
+        HttpHeader* known = platform::findHeader(headers, field.first);
+        if (!known)
             headers.emplace_back(field.first, field.second.text());
         else if (known->first != "User-Agent")
             known->second = field.second.text();
@@ -143,12 +140,9 @@ std::optional<HttpOutcome> performed(HttpRequest request, const CallWorkerOption
 std::optional<std::string> unpackedBody(const HttpOutcome& outcome)
 {
     const auto headers = platform::HttpResponseMessage::fromBytes(*outcome.response).headers;
-    const bool isPacked = std::ranges::any_of(headers, [](const HttpHeader& header) {
-        return platform::equalsIgnoringAsciiCase(header.first, "Content-Encoding") &&
-               (platform::equalsIgnoringAsciiCase(header.second, "gzip") ||
-                platform::equalsIgnoringAsciiCase(header.second, "x-gzip"));
-    });
-    if (!isPacked)
+    const HttpHeader* encoding = platform::findHeader(headers, "Content-Encoding");
+    if (!encoding || !(platform::equalsIgnoringAsciiCase(encoding->second, "gzip") ||
+                       platform::equalsIgnoringAsciiCase(encoding->second, "x-gzip")))
         return std::nullopt;
     std::string body;
     platform::GzipReader reader([&](std::string_view bytes) { body.append(bytes); },

@@ -2,11 +2,11 @@
 
 #include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace stowline::backup {
 
@@ -14,12 +14,11 @@ namespace {
 
 constexpr std::int64_t kPageSize = 1000;
 
+/// Of an entry of a listing; no file's size where the service tells none.
 std::uint64_t sizeIn(const Dictionary& entry)
 {
-    const std::string digits = platform::findText(entry, "Size");
-    std::uint64_t size = 0;
-    (void)std::from_chars(digits.data(), digits.data() + digits.size(), size);
-    return size;
+    return platform::wholeNumber<std::uint64_t>(platform::findText(entry, "Size"))
+        .value_or(UINT64_MAX);
 }
 
 } // namespace

@@ -1,13 +1,13 @@
 #include "stowline/backup/transfer/VersionCheck.h"
 
 #include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 
 namespace stowline::backup {
@@ -22,10 +22,7 @@ constexpr std::size_t kVersionsInACall = 500;
 /// Whether a number that is told is this one; what is no number is not.
 template <class Number> bool isOrUntold(const std::string& digits, Number wanted, int base = 10)
 {
-    Number number = 0;
-    const char* end = digits.data() + digits.size();
-    const auto read = std::from_chars(digits.data(), end, number, base);
-    return digits.empty() || (read.ec == std::errc() && read.ptr == end && number == wanted);
+    return digits.empty() || platform::wholeNumber<Number>(digits, base) == wanted;
 }
 
 /// One of the two registrations takes backslashes for slashes.
@@ -74,10 +71,7 @@ std::string numbersOf(std::span<const StoredVersion> versions)
 
 bool isVersionNumber(std::string_view text)
 {
-    std::int64_t number = 0;
-    const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
-    return read.ec == std::errc() && read.ptr == text.data() + text.size() && number > 0 &&
-           text[0] != '0';
+    return platform::wholeNumber<std::int64_t>(text).value_or(0) > 0 && text[0] != '0';
 }
 
 VersionVerdict judged(const StoredVersion& stored, const Dictionary* word)
