@@ -3,6 +3,7 @@
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/text/Numbers.h"
+#include "stowline/service/PartHeaders.h"
 
 #include <fmt/format.h>
 
@@ -17,10 +18,10 @@ struct Named {
 
 std::optional<Named> namedIn(const RequestHeaders& header)
 {
-    const auto user = platform::strictlyDecodedBase64(header("X-UserName"));
-    const auto path = platform::strictlyDecodedBase64(header("X-ServerDirPath"));
-    const auto file = platform::strictlyDecodedBase64(header("X-FileName"));
-    const std::string guid = guidIn(header("X-Guid"));
+    const auto user = platform::strictlyDecodedBase64(header(partHeader::userName));
+    const auto path = platform::strictlyDecodedBase64(header(partHeader::serverDirPath));
+    const auto file = platform::strictlyDecodedBase64(header(partHeader::fileName));
+    const std::string guid = guidIn(header(partHeader::guid));
     if (!user || !path || !file || guid.empty())
         return std::nullopt;
     return Named{{*user, *path, guid}, *file};
@@ -28,21 +29,21 @@ std::optional<Named> namedIn(const RequestHeaders& header)
 
 PartAnswer refusal(const char* reason)
 {
-    return {{"Status", "false"}, {"X-Reason", reason}};
+    return {{partHeader::status, "false"}, {partHeader::reason, reason}};
 }
 
 PartAnswer answerWith(const std::optional<HeldUpload>& held, const char* reason)
 {
     if (!held)
         return refusal(reason);
-    PartAnswer answer{{"Status", "true"},
-                      {"X-ReceivedBytes", std::to_string(held->receivedBytes)},
-                      {"X-NextPart", std::to_string(held->parts + 1)},
-                      {"X-ServerPath", held->serverFile},
-                      {"X-Registered", held->isRegistered ? "true" : "false"}};
+    PartAnswer answer{{partHeader::status, "true"},
+                      {partHeader::receivedBytes, std::to_string(held->receivedBytes)},
+                      {partHeader::nextPart, std::to_string(held->parts + 1)},
+                      {partHeader::serverPath, held->serverFile},
+                      {partHeader::registered, held->isRegistered ? "true" : "false"}};
     if (held->isRegistered) {
-        answer.emplace("X-VersionID", std::to_string(held->versionId));
-        answer.emplace("X-ListID", held->listId);
+        answer.emplace(partHeader::versionId, std::to_string(held->versionId));
+        answer.emplace(partHeader::listId, held->listId);
     }
     return answer;
 }
@@ -81,12 +82,12 @@ PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
 PartAnswer answerPart(Storage& storage, const RequestHeaders& header, std::string_view body)
 {
     const auto named = namedIn(header);
-    const auto most = platform::wholeNumber<std::uint64_t>(header("X-PortionSize"));
+    const auto most = platform::wholeNumber<std::uint64_t>(header(partHeader::portionSize));
     if (!named || !most)
         return refusal("a header is missing or malformed");
     if (body.size() > *most)
         return refusal("the part is larger than announced");
-    const std::string identifier = header("X-Guid");
+    const std::string identifier = header(partHeader::guid);
     const auto checksum = numberIn(identifier, "crc32", 16);
     const UploadedPart part{
         .fileName = named->fileName,

@@ -3,6 +3,7 @@
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/text/Numbers.h"
+#include "stowline/service/PartHeaders.h"
 
 #include <fmt/format.h>
 
@@ -12,7 +13,7 @@ namespace {
 
 DownloadAnswer refusal(const char* reason)
 {
-    return {{{"Status", "false"}, {"X-Reason", reason}}, {}};
+    return {{{partHeader::status, "false"}, {partHeader::reason, reason}}, {}};
 }
 
 /// A header that is a number and nothing else.
@@ -25,13 +26,13 @@ const char* reasonFor(ContentPart::Outcome outcome)
 {
     switch (outcome) {
     case ContentPart::Outcome::missing:
-        return "ContentMissing";
+        return partReason::contentMissing;
     case ContentPart::Outcome::damaged:
-        return "ContentDamaged";
+        return partReason::contentDamaged;
     case ContentPart::Outcome::outOfRange:
-        return "OutOfRange";
+        return partReason::outOfRange;
     default:
-        return "NoSuchVersion";
+        return partReason::noSuchVersion;
     }
 }
 
@@ -39,34 +40,35 @@ const char* reasonFor(ContentPart::Outcome outcome)
 
 bool hasTicket(Tickets& tickets, const RequestHeaders& header)
 {
-    const auto user = platform::strictlyDecodedBase64(header("X-UserName"));
-    const std::string ticket = header("X-Ticket");
+    const auto user = platform::strictlyDecodedBase64(header(partHeader::userName));
+    const std::string ticket = header(partHeader::ticket);
     return user && !ticket.empty() && tickets.isGood(ticket, *user);
 }
 
 DownloadAnswer answerDownload(Storage& storage, Tickets& tickets, const RequestHeaders& header)
 {
     if (!hasTicket(tickets, header))
-        return refusal("TicketRefused");
-    const auto version = numberOf(header, "X-VersionID");
-    const auto offset = numberOf(header, "X-Offset");
-    const auto length = numberOf(header, "X-Length");
+        return refusal(partReason::ticketRefused);
+    const auto version = numberOf(header, partHeader::versionId);
+    const auto offset = numberOf(header, partHeader::offset);
+    const auto length = numberOf(header, partHeader::length);
     if (!offset || !length)
         return refusal("InvalidRequest");
     if (*length > kLongestDownload)
         return refusal("LengthTooLarge");
     if (!version || *version > static_cast<std::uint64_t>(INT64_MAX))
-        return refusal("NoSuchVersion");
-    const std::string user = platform::strictlyDecodedBase64(header("X-UserName")).value_or("");
+        return refusal(partReason::noSuchVersion);
+    const std::string user =
+        platform::strictlyDecodedBase64(header(partHeader::userName)).value_or("");
     try {
         ContentPart part =
             storage.readPart(user, static_cast<std::int64_t>(*version), *offset, *length);
         if (part.outcome != ContentPart::Outcome::read)
             return refusal(reasonFor(part.outcome));
-        return {{{"Status", "true"},
-                 {"X-Checksum", fmt::format("{:08x}", part.checksum)},
-                 {"X-VersionSize", std::to_string(part.version.storedSize)},
-                 {"X-Digest", part.version.digest}},
+        return {{{partHeader::status, "true"},
+                 {partHeader::checksum, fmt::format("{:08x}", part.checksum)},
+                 {partHeader::versionSize, std::to_string(part.version.storedSize)},
+                 {partHeader::digest, part.version.digest}},
                 std::move(part.bytes)};
     } catch (const std::exception& fault) {
         STOWLINE_LOG_ERROR("A part of a stored version cannot be read: %@", fault.what());

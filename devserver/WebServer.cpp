@@ -7,6 +7,7 @@
 #include "devserver/Wsdl.h"
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/network/Sockets.h"
+#include "stowline/service/PartHeaders.h"
 
 #include <algorithm>
 #include <chrono>
@@ -106,7 +107,7 @@ private:
         const bool isCall = request.path.ends_with(".asmx");
         STOWLINE_LOG_INFO("%@ %@ (%@, %lu bytes) answered with %d", request.method,
                           onOneLine(request.path),
-                          isCall ? calledNow_ : response.get_header_value("Status"),
+                          isCall ? calledNow_ : response.get_header_value(partHeader::status),
                           request.body.size(), response.status);
     }
 
@@ -183,7 +184,8 @@ private:
         answerPlain("UploadFilePart", request, response, [&] {
             const RequestHeaders header = headersOf(request);
             if (parts_.requiresTicket && !hasTicket(parts_.tickets, header))
-                return PartAnswer{{"Status", "false"}, {"X-Reason", "TicketRefused"}};
+                return PartAnswer{{partHeader::status, "false"},
+                                  {partHeader::reason, partReason::ticketRefused}};
             return answerPart(parts_.storage, header, request.body);
         });
     }
@@ -199,11 +201,11 @@ private:
     {
         const auto fault = faults_.next(name);
         const bool isDone = !fault || *fault == FaultKind::lost || *fault == FaultKind::lie;
-        PartAnswer answer = isDone ? work() : PartAnswer{{"Status", "false"}};
+        PartAnswer answer = isDone ? work() : PartAnswer{{partHeader::status, "false"}};
         if (fault && *fault == FaultKind::lie)
-            answer["X-ReceivedBytes"] = "1000000000000";
+            answer[partHeader::receivedBytes] = "1000000000000";
         if (fault && *fault == FaultKind::garbage)
-            answer = {{"Status", "perhaps"}, {"X-ReceivedBytes", "many"}};
+            answer = {{partHeader::status, "perhaps"}, {partHeader::receivedBytes, "many"}};
         if (fault && !isDone && *fault != FaultKind::soapFault && *fault != FaultKind::garbage)
             return failPlain(*fault, request, response);
         for (const auto& [header, value] : answer)

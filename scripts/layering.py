@@ -30,7 +30,8 @@ MAY_INCLUDE = {
     "stowline/backup": ["stowline/"],
     "stowline/tool": ["stowline/call", "stowline/soap", "stowline/platform", "stowline/util"],
     "cli": [],
-    "devserver": ["stowline/platform", "stowline/logging", "stowline/soap/SoapMessage.h"],
+    "devserver": ["stowline/platform", "stowline/logging", "stowline/soap/SoapMessage.h",
+                  "stowline/service/PartHeaders.h"],
 }
 NEVER = {
     "stowline/service": ["stowline/tool", "stowline/backup"],

@@ -4,6 +4,7 @@
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/PartHeaders.h"
 #include "stowline/service/Placeholders.h"
 #include "stowline/service/SettingsTables.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -27,11 +28,11 @@ struct NamedOutcome {
 };
 /// What a "no" means, by the code in "X-Reason".
 constexpr std::array<NamedOutcome, 5> kRefusals{{
-    {"TicketRefused", FilePartOutcome::ticketRefused},
-    {"NoSuchVersion", FilePartOutcome::noSuchVersion},
-    {"ContentMissing", FilePartOutcome::contentMissing},
-    {"ContentDamaged", FilePartOutcome::contentDamaged},
-    {"OutOfRange", FilePartOutcome::outOfRange},
+    {partReason::ticketRefused, FilePartOutcome::ticketRefused},
+    {partReason::noSuchVersion, FilePartOutcome::noSuchVersion},
+    {partReason::contentMissing, FilePartOutcome::contentMissing},
+    {partReason::contentDamaged, FilePartOutcome::contentDamaged},
+    {partReason::outOfRange, FilePartOutcome::outOfRange},
 }};
 
 FilePartOutcome outcomeOf(std::string_view reason)
@@ -51,14 +52,14 @@ std::optional<Number> numberIn(const Dictionary& headers, std::string_view name,
 /// Reads what came with a part that the service says it hands out.
 FilePart partFrom(const Dictionary& headers, Data bytes, std::uint64_t offset, std::uint64_t length)
 {
-    const auto checksum = numberIn<std::uint32_t>(headers, "X-Checksum", 16);
-    const auto size = numberIn<std::uint64_t>(headers, "X-VersionSize", 10);
+    const auto checksum = numberIn<std::uint32_t>(headers, partHeader::checksum, 16);
+    const auto size = numberIn<std::uint64_t>(headers, partHeader::versionSize, 10);
     const bool fits = checksum && size && offset <= *size &&
                       bytes.size() == std::min(length, *size - offset) &&
                       Crc32::TW_crc32(bytes) == *checksum;
     if (!fits)
         return {.outcome = FilePartOutcome::garbled};
-    const std::string* digest = findString(headers, "X-Digest");
+    const std::string* digest = findString(headers, partHeader::digest);
     return {.outcome = FilePartOutcome::read,
             .bytes = std::move(bytes),
             .checksum = *checksum,
@@ -69,7 +70,7 @@ FilePart partFrom(const Dictionary& headers, Data bytes, std::uint64_t offset, s
 FilePart partFrom(const std::optional<Dictionary>& headers, Data bytes, std::uint64_t offset,
                   std::uint64_t length, const Operation& operation)
 {
-    const std::string* status = headers ? findString(*headers, "Status") : nullptr;
+    const std::string* status = headers ? findString(*headers, partHeader::status) : nullptr;
     if (!status) {
         operation.fail(FailureKind::unreadableAnswer,
                        "The answer of the backup server is not part of a file.");
@@ -77,7 +78,7 @@ FilePart partFrom(const std::optional<Dictionary>& headers, Data bytes, std::uin
     }
     if (StringMethods::TW_parseBool(*status))
         return partFrom(*headers, std::move(bytes), offset, length);
-    const std::string* reason = findString(*headers, "X-Reason");
+    const std::string* reason = findString(*headers, partHeader::reason);
     return {.outcome = outcomeOf(reason ? *reason : ""), .reason = reason ? *reason : ""};
 }
 

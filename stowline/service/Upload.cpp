@@ -3,6 +3,7 @@
 #include "stowline/platform/time/DateText.h"
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/PartHeaders.h"
 #include "stowline/service/Placeholders.h"
 #include "stowline/service/ServiceAnswer.h"
 #include "stowline/service/SettingsTables.h"
@@ -71,7 +72,7 @@ std::optional<Dictionary> acceptedHeaders(const Operation& operation, std::strin
         return std::nullopt;
     }
     operation.clearError(); // that there is none tells a "no" from a failure
-    const std::string* status = findString(answer->listedHeaders, "Status");
+    const std::string* status = findString(answer->listedHeaders, partHeader::status);
     OPERATION_LOG_INFO(operation, logFormat, status ? status->c_str() : nullptr);
     OPERATION_LOG_INFO(operation, "\nresultDictionary = %@", Value(answer->listedHeaders));
     if (status && StringMethods::TW_parseBool(*status))

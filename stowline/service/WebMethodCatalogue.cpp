@@ -1,5 +1,6 @@
 #include "stowline/service/WebMethodCatalogue.h"
 
+#include "stowline/service/PartHeaders.h"
 #include "stowline/service/Placeholders.h"
 
 namespace stowline {
@@ -81,15 +82,16 @@ std::span<const WebRequestNeeds> webRequestCatalogue()
         {"GetServerPartInfo",
          {base64FileName, guid, base64Username, base64ServerDirPath},
          1,
-         {"Status"}},
+         {partHeader::status}},
         {"UploadFilePart",
          {base64FileName, guid, base64Username, base64ServerDirPath, portionSize},
          1,
-         {"Status"}},
+         {partHeader::status}},
         {"DownloadFilePart",
          {base64Username, ticket, versionId, offset, length},
          1,
-         {"Status", "X-Reason", "X-Checksum", "X-VersionSize", "X-Digest"},
+         {partHeader::status, partHeader::reason, partHeader::checksum, partHeader::versionSize,
+          partHeader::digest},
          true},
     };
     return requests;

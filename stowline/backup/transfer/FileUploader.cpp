@@ -7,6 +7,7 @@
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/time/Date.h"
+#include "stowline/service/PartHeaders.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/Crc32.h"
 #include "stowline/util/General.h"
@@ -390,8 +391,8 @@ FileUploader::Failure FileUploader::askWhatIsHeld()
 
 FileUploader::Failure FileUploader::takeAnswer(const Dictionary& answer)
 {
-    held_ = numberIn(answer, "X-ReceivedBytes");
-    isRegistered_ = platform::findText(answer, "X-Registered") == "true";
+    held_ = numberIn(answer, partHeader::receivedBytes);
+    isRegistered_ = platform::findText(answer, partHeader::registered) == "true";
     takeVersion(answer);
     if (held_ > entry_.state.size)
         return outcome(Kind::refused,
@@ -441,7 +442,7 @@ bool FileUploader::haveRegistered(bool& isAccepted, std::optional<Error>& error)
         return false;
     }
     takeVersion(*answer);
-    const std::string isThere = platform::findText(*answer, "X-Registered");
+    const std::string isThere = platform::findText(*answer, partHeader::registered);
     if (isThere.empty()) {
         context_.answersQuestions = context_.hasToldVersions.load();
         return isAccepted;
@@ -473,8 +474,8 @@ FileUploader::Failure FileUploader::registerFile()
 
 void FileUploader::takeVersion(const Dictionary& answer)
 {
-    version_ = platform::findText(answer, "X-VersionID");
-    list_ = platform::findText(answer, "X-ListID");
+    version_ = platform::findText(answer, partHeader::versionId);
+    list_ = platform::findText(answer, partHeader::listId);
     if (isVersionNumber(version_)) {
         context_.hasToldVersions = true;
     } else {
