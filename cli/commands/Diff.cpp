@@ -7,6 +7,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace stowline::cli {
 
 namespace {
@@ -51,10 +54,15 @@ ExitStatus diff(const Options& options)
     if (end.end != backup::ReadEnd::done)
         return finishReading(end.end, end.sentence, end.origin);
     noteOrigin(end.origin);
-    return output().finish(ExitStatus::done, {{"came", counts.came},
-                                              {"went", counts.went},
-                                              {"changed", counts.changed},
-                                              {"metadata", counts.metadata}});
+    Fields fields{{"came", counts.came},
+                  {"went", counts.went},
+                  {"changed", counts.changed},
+                  {"metadata", counts.metadata}};
+    if (output().isJson()) { // people were told in sentences
+        std::ranges::copy(lackFields(end.earlierLack, "earlier_"), std::back_inserter(fields));
+        std::ranges::copy(lackFields(end.origin.lack), std::back_inserter(fields));
+    }
+    return output().finish(ExitStatus::done, fields);
 }
 
 } // namespace

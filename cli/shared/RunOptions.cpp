@@ -209,7 +209,15 @@ void noteOrigin(const backup::RunOrigin& origin)
 
 Fields originFields(const backup::RunOrigin& origin)
 {
-    return {{"chain", origin.chain}, {"record", origin.digest}};
+    Fields fields{{"chain", origin.chain}, {"record", origin.digest}};
+    std::ranges::copy(lackFields(origin.lack), std::back_inserter(fields));
+    return fields;
+}
+
+Fields lackFields(const backup::RunLack& lack, const std::string& prefix)
+{
+    return {{prefix + "run_failed", lack.failed},
+            {prefix + "carried_forward", lack.carriedForward}};
 }
 
 std::string runText(const backup::RunOrigin& origin)
@@ -225,9 +233,10 @@ ExitStatus finishReading(ReadEnd end, const std::string& sentence, const backup:
 {
     noteOrigin(origin);
     if (end == ReadEnd::done)
-        return output().finish(ExitStatus::done, output().isJson() && !origin.chain.empty()
-                                                     ? originFields(origin)
-                                                     : Fields());
+        return output().finish(ExitStatus::done,
+                               output().isJson() && !origin.chain.empty()
+                                   ? Fields{{"chain", origin.chain}, {"record", origin.digest}}
+                                   : Fields());
     return output().fail(statusOf(end), sentenceFor(end, sentence));
 }
 

@@ -69,8 +69,10 @@ private:
 
 /// Says what people should know of what was read.
 void noteOrigin(const backup::RunOrigin& origin);
-/// "chain" and "record".
+/// "chain" and "record", and of a run that was read "run_failed" and "carried_forward".
 [[nodiscard]] Fields originFields(const backup::RunOrigin& origin);
+/// "run_failed" and "carried_forward", each behind a prefix.
+[[nodiscard]] Fields lackFields(const backup::RunLack& lack, const std::string& prefix = {});
 /// "Run 12 (record 1a2b3c4d5e6f)".
 [[nodiscard]] std::string runText(const backup::RunOrigin& origin);
 

@@ -68,6 +68,12 @@ void sort(std::vector<StoredItem>& items, const StoredListing& listing)
         std::ranges::reverse(items);
 }
 
+/// What a script is to know of the run; people were told in sentences.
+Fields jsonFields(const backup::RunOrigin& origin)
+{
+    return output().isJson() ? originFields(origin) : Fields();
+}
+
 } // namespace
 
 ExitStatus listStored(const backup::RunChoice& choice, const StoredListing& listing)
@@ -90,7 +96,7 @@ ExitStatus listStored(const backup::RunChoice& choice, const StoredListing& list
         for (const StoredItem& item : items)
             show(item, false);
         noteOrigin(end.origin);
-        return output().finish(ExitStatus::done);
+        return output().finish(ExitStatus::done, jsonFields(end.origin));
     }
     return finishReading(end.end, end.sentence, end.origin);
 }
@@ -112,7 +118,7 @@ ExitStatus searchStored(const backup::RunChoice& choice, const std::string& belo
     if (end.end == backup::ReadEnd::done)
         noteOrigin(end.origin);
     if (end.end == backup::ReadEnd::done && found > 0)
-        return output().finish(ExitStatus::done);
+        return output().finish(ExitStatus::done, jsonFields(end.origin));
     if (end.end == backup::ReadEnd::done)
         return output().fail(ExitStatus::notFound,
                              "No file with such a name is in run " + std::to_string(end.run) + ".");

@@ -33,11 +33,20 @@ struct RunChoice {
     std::chrono::steady_clock::duration budgetPerStep = std::chrono::minutes(5);
 };
 
+/// What a run could not back up, as its record tells it.
+struct RunLack {
+    std::uint64_t failed = 0;         ///< items that the run could not look at, read or store
+    std::uint64_t carriedForward = 0; ///< items of its record that are as an earlier run saw them
+
+    [[nodiscard]] bool isAny() const { return failed + carriedForward > 0; }
+};
+
 /// What was read, for people to compare and for scripts.
 struct RunOrigin {
     std::string chain;     ///< machine, user and profile, joined by "."
     std::uint64_t run = 0; ///< 0: none was read
     std::string digest;    ///< SHA-256 of the run's record, hexadecimal; empty: not read whole
+    RunLack lack;          ///< of the run that was read; nothing where none was read whole
     /// Sentences that people should know: whose chain it is when it was not named and is not this
     /// user's on this machine, that there are others, that the service shows an older state, that
     /// something failed in the run.

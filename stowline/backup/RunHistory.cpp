@@ -249,16 +249,20 @@ HistoryEnd forEachDifference(const RunChoice& choice, std::uint64_t from, std::u
                              const std::function<void(const RunDifference&)>& take,
                              const StopRequest& stop) noexcept
 {
+    RunLack earlierLack;
+    RunLack lack;
     HistoryEnd result = reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
         reader.requireNothingOlder(chain, true);
         ItemIndex earlier = ItemIndex::temporary();
         ItemIndex later = ItemIndex::temporary();
-        (void)chain.load(from, earlier);
-        (void)chain.load(to, later);
+        earlierLack = reader.lackOf(chain.load(from, earlier), earlier);
+        lack = reader.lackOf(chain.load(to, later), later);
         compare(earlier, later, take, stop);
     });
     result.run = to;
+    result.origin.lack = lack;
+    result.earlierLack = earlierLack;
     return result;
 }
 

@@ -43,6 +43,7 @@ struct HistoryEnd {
     std::string sentence;  ///< why, unless it is done; for people
     std::uint64_t run = 0; ///< that was read; 0: none
     RunOrigin origin;
+    RunLack earlierLack; ///< of the earlier one of two runs that were compared
 };
 
 /// Hands over the runs of the choice's machine, the oldest first. Costs two calls a run.

@@ -175,6 +175,26 @@ TEST_F(MissingDisk, IsToldByWhatReadsTheRunAndNothingNewerGivesWay)
     ASSERT_EQ(account_->backup().status, 3);
     const std::string told = "Run 2 could not look at, read or store 2 items.";
     EXPECT_TRUE(says(account_->run({"verify", "--machine", "iMac"}), told));
+    for (const Words& reading : std::vector<Words>{
+             {"verify", "--machine", "iMac"},
+             {"ls", account_->folder.path(), "--system", "iMac", "--at", "2"},
+             {"search", "a", "--system", "iMac", "--at", "2"},
+             {"diff", "1", "2", "--machine", "iMac"},
+             {"restore", place() / "below", "--machine", "iMac", "--in-place", "-n"}}) {
+        Words json = reading;
+        json.emplace_back("--json");
+        const auto read = account_->run(json);
+        EXPECT_EQ(read.status, 0) << read.errors;
+        EXPECT_EQ(field(read, "run_failed"), 2) << read.output;
+        EXPECT_EQ(field(read, "carried_forward"), 4) << read.output;
+        EXPECT_TRUE(says(read, told)) << read.errors;
+    }
+    const auto compared = account_->run({"diff", "1", "2", "--machine", "iMac", "--json"});
+    EXPECT_EQ(field(compared, "earlier_run_failed"), 0);
+    EXPECT_EQ(field(compared, "earlier_carried_forward"), 0);
+    const auto before = account_->run({"verify", "--machine", "iMac", "--at", "1", "--json"});
+    EXPECT_EQ(field(before, "run_failed"), 0);
+    EXPECT_EQ(field(before, "carried_forward"), 0);
     Words words{"restore", account_->folder.path(), "--machine", "iMac", "--in-place"};
     const auto result = account_->run(words);
     EXPECT_EQ(result.status, 0) << result.errors;

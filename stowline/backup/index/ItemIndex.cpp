@@ -180,6 +180,16 @@ std::uint64_t ItemIndex::contentBytes() const
     });
 }
 
+std::uint64_t ItemIndex::staleCount() const
+{
+    return tables_->reading([&] {
+        return static_cast<std::uint64_t>(
+            tables_->file.database
+                ->execAndGet("SELECT count(*) FROM items WHERE kind IS NOT NULL AND flags & 1")
+                .getInt64());
+    });
+}
+
 std::vector<std::string> ItemIndex::longestUnconfirmed(std::size_t atMost) const
 {
     return tables_->reading([&] {

@@ -119,6 +119,8 @@ public:
     /// have content, as they are on disk.
     [[nodiscard]] std::uint64_t itemCount() const;
     [[nodiscard]] std::uint64_t contentBytes() const;
+    /// The items that are carried forward (StoredItem::isStale), counted anew as well.
+    [[nodiscard]] std::uint64_t staleCount() const;
 
     // ---- versions that the service is asked after ----
 

@@ -184,15 +184,27 @@ RunReader::Tree RunReader::readChosen()
     origin_.run = tree.head.run;
     if (const IndexPosition position = tree.items.position(); position.run == tree.head.run)
         origin_.digest = position.digest;
-    if (tree.head.failed > 0)
-        origin_.notes.push_back(
-            "Run " + std::to_string(tree.head.run) + " could not look at, read or store " +
-            platform::countText(tree.head.failed, "item", "items") +
-            ". What earlier runs had stored of them is here as it was then; the rest is missing.");
+    origin_.lack = lackOf(tree.head, tree.items);
     if (origin_.run == seen_.run && origin_.digest != seen_.digest)
         origin_.notes.push_back("The record of run " + std::to_string(origin_.run) +
                                 " is another than the one that this machine has seen.");
     return tree;
+}
+
+RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
+{
+    const RunLack lack{.failed = head.failed, .carriedForward = items.staleCount()};
+    const std::string run = "Run " + std::to_string(head.run);
+    if (lack.failed > 0)
+        origin_.notes.push_back(
+            run + " could not look at, read or store " +
+            platform::countText(lack.failed, "item", "items") +
+            ". What earlier runs had stored of them is here as it was then; the rest is missing.");
+    else if (lack.carriedForward > 0)
+        origin_.notes.push_back(
+            run + " holds " + platform::countText(lack.carriedForward, "item", "items") +
+            " as an earlier run saw them: a run could not look at them, and none has since.");
+    return lack;
 }
 
 std::optional<ReadFailure> failureOf(const std::function<void()>& work) noexcept

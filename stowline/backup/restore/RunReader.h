@@ -37,6 +37,9 @@ public:
     };
     [[nodiscard]] Tree readChosen();
 
+    /// What a run could not back up, which is noted for people too.
+    [[nodiscard]] RunLack lackOf(const RecordHead& head, const ItemIndex& items);
+
     /// What was read so far.
     [[nodiscard]] const RunOrigin& origin() const { return origin_; }
 
