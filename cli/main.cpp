@@ -52,7 +52,8 @@ void declareGlobals(const cli::Command& command, GlobalOptions& options)
     command.needsSubcommand();
 }
 
-void declareSubcommands(const cli::Command& command, const GlobalOptions& options)
+void declareSubcommands(const cli::Command& command, const GlobalOptions& options,
+                        CLI::App& program)
 {
     cli::declareConnect(command, options.bundle);
     cli::declareDisconnect(command, options.bundle);
@@ -81,6 +82,7 @@ void declareSubcommands(const cli::Command& command, const GlobalOptions& option
     cli::declarePaths(command);
     cli::declareLinks(command);
     cli::declareSettings(command);
+    cli::declareConfig(command, program);
     cli::declareDoctor(command);
 }
 
@@ -138,7 +140,7 @@ int main(int count, char** words)
     app.set_version_flag("--version", [] { return General::productVersion().value_or("unknown"); });
     cli::declareConfiguration(app);
     app.fallthrough();
-    declareSubcommands(command, options);
+    declareSubcommands(command, options, app);
     try {
         app.parse(count, words);
     } catch (const CLI::ParseError& fault) {

@@ -1,6 +1,8 @@
 // stowline backup
 #include "cli/commands/BackupCommand.h"
 #include "cli/commands/Commands.h"
+#include "cli/shared/Configuration.h"
+#include "cli/shared/NearestWord.h"
 #include "cli/shared/Output.h"
 #include "stowline/backup/tree/TreeRules.h"
 #include "stowline/platform/files/Files.h"
@@ -44,6 +46,22 @@ bool isNameBelow(const std::filesystem::path& name)
            *normal.begin() != "..";
 }
 
+void sayNothingIsNamed(const std::string& profile)
+{
+    const auto& known = configuredProfiles();
+    const bool isConfigured = std::ranges::find(known, profile) != known.end();
+    std::string sentence = "Please name what to back up: PATH, --files-from or --stdin.";
+    if (isConfigured)
+        sentence = fmt::format("[profile.{}] in the configuration file has no paths. Please add "
+                               "them, or name PATH, --files-from or --stdin.",
+                               profile);
+    else if (profile != backup::ChainIdentity().profile)
+        sentence = fmt::format("There is no [profile.{}] in the configuration file.{} Please add "
+                               "it with its paths, or name PATH, --files-from or --stdin.",
+                               profile, suggestion(profile, known));
+    output().complain(sentence);
+}
+
 /// Everything that is named, in whichever way. @return false after saying what is wrong
 bool readLists(Options& options)
 {
@@ -81,7 +99,7 @@ bool readLists(Options& options)
     }
     if (!options.paths.empty() || !options.streamName.empty())
         return true;
-    output().complain("Please name what to back up: PATH, --files-from or --stdin.");
+    sayNothingIsNamed(options.flags.profile);
     return false;
 }
 
@@ -148,8 +166,10 @@ void declareBackup(const Command& app)
         "backup", "Store what is new or changed, go on with what was cut off. A file that was "
                   "renamed or moved, alone or with its folder, is sent again under its new name; "
                   "holes of a sparse file are not read, but sent as zeros");
-    command.addOption("PATH", options->paths,
-                      "Files and folders; a link that is named is followed");
+    command.addOption(
+        "PATH", options->paths,
+        "Files and folders; a link that is named is followed. The paths of the profile "
+        "in the configuration file when nothing is named");
     command.addOption("--files-from", options->filesFrom,
                       "Back up the paths in this file (\"-\": standard input), one a line, or "
                       "separated by NUL bytes");

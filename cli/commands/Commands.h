@@ -34,6 +34,8 @@ void declareCopy(const Command& app);
 void declarePaths(const Command& app);
 void declareLinks(const Command& app);
 void declareSettings(const Command& app);
+/// @param program whose configuration file is meant, with all commands; it must outlive the command
+void declareConfig(const Command& app, CLI::App& program);
 void declareDoctor(const Command& app);
 
 } // namespace stowline::cli

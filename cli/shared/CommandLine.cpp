@@ -1,5 +1,7 @@
 #include "cli/shared/CommandLine.h"
 
+#include "cli/shared/NearestWord.h"
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -96,6 +98,17 @@ Option Option::showsDefault() const
 
 Option Option::oneOf(const std::vector<std::string>& values) const
 {
+    // Asked before the library's own, which has no advice.
+    option_->check(CLI::Validator(
+        [values](const std::string& text) {
+            if (std::ranges::find(values, text) != values.end())
+                return std::string();
+            std::string sentence = "This must be one of";
+            for (const std::string& value : values)
+                sentence += (&value == &values.front() ? " " : ", ") + value;
+            return sentence + ", not \"" + text + "\"." + suggestion(text, values);
+        },
+        ""));
     option_->check(CLI::IsMember(values));
     return *this;
 }
@@ -153,6 +166,21 @@ Option Option::notNegative() const
     return *this;
 }
 
+namespace {
+
+/// "k", "Mb", "GiB" …, or nothing.
+bool isUnitOfBytes(std::string unit)
+{
+    std::ranges::transform(unit, unit.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (unit.empty() || unit == "b")
+        return true;
+    const std::string_view rest = std::string_view(unit).substr(1);
+    return std::string_view("kmgtpe").contains(unit.front()) &&
+           (rest.empty() || rest == "b" || rest == "i" || rest == "ib");
+}
+
+} // namespace
+
 Option Option::asSize() const
 {
     option_->transform(CLI::AsSizeValue(false));
@@ -163,8 +191,8 @@ Option Option::asSize() const
             const double number = end == 0 ? -1 : std::strtod(text.substr(0, end).c_str(), nullptr);
             constexpr double mostThatAnyUnitTakes = 1e6; // of 1024 to the fourth
             constexpr double mostBytes = 1e15;
-            const bool isRight =
-                number >= 0 && number <= (end < text.size() ? mostThatAnyUnitTakes : mostBytes);
+            const bool isRight = number >= 0 && isUnitOfBytes(text.substr(end)) &&
+                                 number <= (end < text.size() ? mostThatAnyUnitTakes : mostBytes);
             return isRight ? std::string()
                            : "This must be a number of bytes, as 500k or 4m, not \"" + text + "\"";
         },

@@ -1,10 +1,14 @@
 // Where options come from besides the command line: the environment, and the configuration file.
 #pragma once
 
+#include "cli/shared/ConfigurationEntries.h"
+
 #include <CLI/App.hpp>
 
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace stowline::cli {
 
@@ -12,10 +16,22 @@ namespace stowline::cli {
 /// option's environment variable comes before the file, and a flag before both.
 ///
 /// A name in a table [COMMAND] is an option of this command; one above all tables is an option of
-/// the program, or of every command that has it. A text that is not TOML and a name that no option
-/// has end the reading of the command line with a sentence: file, line, column, and what may have
-/// been meant.
+/// the program, or of every command that has it; one in a table [profile.NAME] is an option of
+/// "backup" with --profile NAME, and "paths" there is its PATH. A text that is not TOML, a name
+/// that no option has and a value that the option does not take end the reading of the command line
+/// with a sentence: file, line, column, and what may have been meant.
 void declareConfiguration(CLI::App& app);
+
+/// The file's path, whether it is there or not; empty when there is no home folder to look in.
+[[nodiscard]] std::string configurationFile(const CLI::App& app);
+
+/// Everything that is wrong with such a text, by its places; a text that is not TOML has one
+/// problem. Any environment and command line.
+[[nodiscard]] std::vector<ConfigurationProblem> problemsInConfiguration(CLI::App& app,
+                                                                        std::string_view text);
+
+/// Names of the profiles in the file that was read; none when none was.
+[[nodiscard]] const std::vector<std::string>& configuredProfiles();
 
 /// Why the configuration file that is there was not read; absent when it was, or when there is
 /// none. After the command line has been read.

@@ -13,6 +13,8 @@ namespace stowline::cli {
 struct FilePlace {
     std::size_t line = 1;
     std::size_t column = 1;
+
+    bool operator==(const FilePlace&) const = default;
 };
 
 /// One "name = value".

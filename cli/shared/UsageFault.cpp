@@ -55,6 +55,12 @@ std::string extraWordSentence(const CLI::App& app, const CLI::App& command,
     return {};
 }
 
+/// Ending as a sentence does.
+std::string ended(const std::string& text)
+{
+    return text.ends_with('.') || text.ends_with('?') ? text : text + ".";
+}
+
 } // namespace
 
 std::string usageSentence(const CLI::App& app, const CLI::ParseError& fault)
@@ -67,7 +73,7 @@ std::string usageSentence(const CLI::App& app, const CLI::ParseError& fault)
     }
     if (fault.get_name() == "ConfigError")
         return fault.what();
-    std::string sentence = fault.what() + std::string(".");
+    std::string sentence = ended(fault.what());
     if (fault.get_name() == "RequiredError" && command->get_require_subcommand_min() > 0)
         sentence = subcommandSentence(app, *command);
     else if (const auto extra = extraWordSentence(app, *command, words);

@@ -68,7 +68,7 @@ TEST_F(ConfiguredCommand, AFileWithAFaultIsToldWithItsPlaceAndNeverPassedOver)
         {"[uploads.zzz]\n", "1:10: [uploads.zzz] is not a command."},
         {"[versions]\nFILE-ID = 1\n",
          "2:1: \"FILE-ID\" is not an option of \"stowline versions\"."},
-        {"quiet = 1\n", "1:1: \"quiet\" takes true or false."},
+        {"quiet = 1\n", "1:1: \"quiet\" takes true or false. Did you mean true?"},
         {"bundle = true\n", "1:1: \"bundle\" takes a value, not true or false."},
         {"username = [\"a\", \"b\"]\n", "1:1: \"username\" takes one value."},
         {"[rm]\nyes = true\n", "2:1: \"yes\" can be given on the command line only."},
