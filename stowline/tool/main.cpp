@@ -35,8 +35,9 @@ int main(int count, char** begin)
     platform::boundMemory(std::size_t(1) << 30);
     const std::vector<std::string> words(begin, begin + count);
     if (platform::isNursery(words))
-        return platform::runNursery(words.front(),
-                                    {.prepare = platform::prepareForExchanges, .run = performCall});
+        return platform::runNursery(words.front(), {.prepare = platform::prepareForExchanges,
+                                                    .prepareMore = platform::prepareSomeTrust,
+                                                    .run = performCall});
     platform::endWithParent();
     return performCall(words);
 }

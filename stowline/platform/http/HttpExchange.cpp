@@ -1,6 +1,7 @@
 #include "stowline/platform/http/HttpExchange.h"
 
 #include "stowline/platform/http/HttpRequestRules.h"
+#include "stowline/platform/http/PreparedTrust.h"
 #include "stowline/platform/http/TrustRoots.h"
 #include "stowline/platform/text/Credentials.h"
 #include "stowline/platform/text/Text.h"
@@ -50,6 +51,8 @@ void setTrustRoots(CURL* handle, const TrustRoots& roots, bool withSpare)
     const std::string& file = withSpare ? roots.spareFile : roots.file;
     if (file.empty() && roots.folder.empty())
         return; // what the library was built with
+    if (!withSpare && usePreparedTrust(handle, roots))
+        return;
     curl_easy_setopt(handle, CURLOPT_CAINFO, file.empty() ? nullptr : file.c_str());
     curl_easy_setopt(handle, CURLOPT_CAPATH, roots.folder.empty() ? nullptr : roots.folder.c_str());
 }
@@ -591,6 +594,11 @@ void prepareForExchanges()
     // Looks up every algorithm that a client of TLS offers, which costs more than the rest of its
     // first greeting.
     SSL_CTX_free(SSL_CTX_new(TLS_client_method()));
+}
+
+bool prepareSomeTrust()
+{
+    return prepareTrust();
 }
 
 } // namespace stowline::platform

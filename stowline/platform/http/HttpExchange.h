@@ -115,4 +115,10 @@ private:
 /// connection and starts no thread; the libraries notice a fork() and draw random numbers afresh.
 void prepareForExchanges();
 
+/// Does a piece of what the first exchange over TLS would do, in a process that is forked for
+/// exchanges later: reads the next of the trusted certificates where they are in a file. In a
+/// process of one thread, which learns no secret by it.
+/// @return whether there is more to do
+bool prepareSomeTrust();
+
 } // namespace stowline::platform

@@ -1,7 +1,9 @@
 // Whose certificates are trusted, on systems that keep them in different ways.
+#include "stowline/platform/files/Files.h"
 #include "stowline/platform/http/HttpExchange.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/Program.h"
+#include "tests/support/SystemCallFilter.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace stowline::platform {
 namespace {
@@ -106,6 +109,46 @@ TEST(TrustRoots, AFileOrAFolderCanBeNamed)
     EXPECT_TRUE(isTrusted(server));
     set("SSL_CERT_FILE", "/etc/ssl/certs/ca-certificates.crt");
     EXPECT_TRUE(isTrusted(server));
+}
+
+/// In a process of its own: reads the trust roots ahead, spoils the file, and asks the server.
+/// @return whether it is trusted all the same
+bool isTrustedByWhatWasRead(const TlsServer& server, const std::string& text,
+                            const std::string& folder = {})
+{
+    const test::TemporaryFolder place;
+    const auto file = place.write("roots.pem", text);
+    return test::holdsInAProcessOfItsOwn([&] {
+        set("SSL_CERT_FILE", file);
+        set("SSL_CERT_DIR", folder);
+        while (prepareSomeTrust()) {
+        }
+        (void)place.write("roots.pem", "spoilt");
+        if (!isTrusted(server))
+            ::_exit(EXIT_FAILURE);
+    });
+}
+
+TEST(TrustRoots, AreThoseThatWereReadAheadOfTheFork)
+{
+    const TlsServer server;
+    const TlsServer other;
+    const std::string own = readFile(server.certificate()).value();
+    const std::string others = readFile(other.certificate()).value();
+    EXPECT_TRUE(isTrustedByWhatWasRead(server, own));
+    EXPECT_TRUE(isTrustedByWhatWasRead(server, "a remark\n" + others + own));
+    EXPECT_FALSE(isTrustedByWhatWasRead(server, others));
+    EXPECT_TRUE(isTrustedByWhatWasRead(server, others, server.hashedFolder()));
+}
+
+TEST(TrustRoots, AreLeftToTheExchangeWhereAFileIsNotAllCertificates)
+{
+    const TlsServer server;
+    const std::string own = readFile(server.certificate()).value();
+    const std::string broken = "-----BEGIN CERTIFICATE-----\nbroken\n-----END CERTIFICATE-----\n";
+    const std::string list = "-----BEGIN X509 CRL-----\nbroken\n-----END X509 CRL-----\n";
+    for (const std::string& text : {std::string(), broken, own + broken, broken + own, own + list})
+        EXPECT_FALSE(isTrustedByWhatWasRead(server, text)) << text;
 }
 
 /// What the whole machine has in /etc/ssl/certs, for this process: the test's certificate.

@@ -112,7 +112,8 @@ TEST(NurseryMessages, AReportThatIsCutIsNoReportAndNotTheEndEither)
 class TestNursery {
 public:
     explicit TestNursery(
-        std::function<int()> work, std::function<void()> prepare = [] {})
+        std::function<int()> work, std::function<void()> prepare = [] {},
+        std::function<bool()> prepareMore = {})
         : channel_(pair())
     {
         const int host = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0));
@@ -129,6 +130,7 @@ public:
         ::close_range(kNurseryHost + 1, ~0U, 0);
         const bool isOne = isNursery({"p", kNurseryWord, std::to_string(kNurserySocket)});
         std::_Exit(isOne ? runNursery("p", {.prepare = std::move(prepare),
+                                            .prepareMore = std::move(prepareMore),
                                             .run = [&](const auto&) { return work(); }})
                          : 99);
     }
@@ -189,6 +191,30 @@ TEST(NurseryWork, TellsOfTheBeginningAndTheEndOfEachChild)
     const TestNursery nursery([] { return 252; });
     EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 252 0;");
     EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 252 0;");
+}
+
+TEST(NurseryWork, PreparesMoreOnceAChildWasAskedForAndKeepsNobodyWaiting)
+{
+    const Channel pieces = makePipe();
+    const int ours = pieces.ours.number();
+    ASSERT_EQ(::fcntl(pieces.theirs.number(), F_SETFL, O_NONBLOCK),
+              0); // a full one holds up nobody
+    const FileDescriptor before(::dup(STDOUT_FILENO));
+    ::dup2(pieces.theirs.number(), STDOUT_FILENO); // which stays open in the nursery
+    const TestNursery nursery([] { return 7; }, [] {},
+                              [] { // which never comes to its end
+                                  (void)!::write(STDOUT_FILENO, "p", 1);
+                                  return true;
+                              });
+    ::dup2(before.number(), STDOUT_FILENO);
+    pollfd watched{ours, POLLIN, 0};
+    EXPECT_EQ(::poll(&watched, 1, 200), 0) << "prepares for calls that nobody may make";
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 7 0;");
+        char piece = 0;
+        EXPECT_EQ(::read(ours, &piece, 1), 1);
+        EXPECT_EQ(piece, 'p');
+    }
 }
 
 TEST(NurseryWork, TellsOfSignals)

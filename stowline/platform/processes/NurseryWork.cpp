@@ -16,6 +16,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace stowline::platform {
 
@@ -88,11 +89,16 @@ public:
             const auto left = idleSince + kIdleLimit - Clock::now();
             if (isIdle && left.count() <= 0)
                 return EXIT_SUCCESS;
+            const auto limit = isIdle ? std::chrono::ceil<std::chrono::milliseconds>(left)
+                                      : std::chrono::milliseconds(-1);
             const bool isTold =
-                awaitEvents(isIdle ? std::chrono::ceil<std::chrono::milliseconds>(left)
-                                   : std::chrono::milliseconds(-1));
+                awaitEvents(hasMoreToPrepare_ ? std::chrono::milliseconds(0) : limit);
             if (!isTold && errno == EINTR)
                 continue;
+            if (isTold && hasMoreToPrepare_ && isQuiet()) {
+                hasMoreToPrepare_ = work_.prepareMore();
+                continue;
+            }
             if (!isTold || watched_[1].revents != 0) { // without events no end would be noticed
                 endAll();
                 return isTold ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -118,6 +124,12 @@ private:
             watched_.push_back({charge.report.number(), POLLIN, 0});
         }
         return ::poll(watched_.data(), watched_.size(), static_cast<int>(atMost.count())) >= 0;
+    }
+
+    [[nodiscard]] bool isQuiet() const
+    {
+        return std::ranges::none_of(watched_,
+                                    [](const pollfd& place) { return place.revents != 0; });
     }
 
     void endAll()
@@ -194,6 +206,7 @@ private:
         const pid_t id = ::fork();
         if (id == 0)
             std::_Exit(workAsChild(call));
+        hasMoreToPrepare_ |= std::exchange(hasBegunNone_, false) && work_.prepareMore;
         if (id < 0) {
             sendReport(report.number(), {NurseryReport::Kind::refused, errno, 0});
             return;
@@ -223,6 +236,8 @@ private:
     const pid_t own_;
     const pid_t host_;
     bool isOpen_ = true; ///< whether calls may still come
+    bool hasBegunNone_ = true;
+    bool hasMoreToPrepare_ = false;
     std::vector<Charge> charges_;
     std::vector<pollfd> watched_;
 };

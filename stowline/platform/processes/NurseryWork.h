@@ -12,6 +12,10 @@ struct NurseryWork {
     /// Done once, before the first child: loads and initialises what every child needs. Must start
     /// no thread, open no connection and learn no secret.
     std::function<void()> prepare;
+    /// A piece of what children may need beside, in a fraction of a millisecond; done while nobody
+    /// asks for a child, once one was asked for. The same rules hold.
+    /// @return whether there is more to do
+    std::function<bool()> prepareMore;
     /// In each child: what the program does with the words that it would be started with.
     /// @return the exit status
     std::function<int(const std::vector<std::string>& words)> run;
