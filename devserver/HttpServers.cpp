@@ -1,6 +1,7 @@
 #include "devserver/HttpServers.h"
 
 #include "stowline/platform/network/Sockets.h"
+#include "stowline/platform/network/TlsConnection.h"
 
 #include <algorithm>
 #include <array>
@@ -23,6 +24,7 @@ using std::chrono::seconds;
 constexpr std::size_t kMostThreads = 1000;
 constexpr std::size_t kMostRequests = 1000; ///< of one connection
 constexpr seconds kIdleTime{5};             ///< of a connection
+constexpr seconds kHandshakeTime{5};        ///< of TLS
 constexpr seconds kHeaderTime{30};
 constexpr seconds kSilence{30}; ///< in the middle of a body, or of an answer
 constexpr seconds kIdleThreadTime{10};
@@ -88,7 +90,11 @@ private:
 /// A connection whose reader takes no more than it was allowed, and no longer.
 class BoundedStream final : public httplib::Stream {
 public:
-    explicit BoundedStream(socket_t socket) : socket_(socket) {}
+    /// @param tls what the socket carries; null when it carries plain HTTP
+    explicit BoundedStream(socket_t socket, platform::TlsConnection* tls = nullptr)
+        : socket_(socket), tls_(tls)
+    {
+    }
 
     /// From here on so many bytes may be read until the deadline.
     void allow(std::size_t bytes, Clock::time_point until)
@@ -97,7 +103,10 @@ public:
         until_ = until;
     }
 
-    [[nodiscard]] bool hasBuffered() const { return start_ < end_; }
+    [[nodiscard]] bool hasBuffered() const
+    {
+        return start_ < end_ || (tls_ && tls_->hasBuffered());
+    }
 
     bool is_readable() const override
     {
@@ -109,7 +118,7 @@ public:
     ssize_t read(char* bytes, std::size_t size) override
     {
         size = std::min(size, allowed_);
-        if (size == 0 || (!hasBuffered() && !fill()))
+        if (size == 0 || (start_ == end_ && !fill()))
             return -1;
         size = std::min(size, end_ - start_);
         std::copy_n(buffer_.data() + start_, size, bytes);
@@ -120,6 +129,8 @@ public:
 
     ssize_t write(const char* bytes, std::size_t size) override
     {
+        if (tls_)
+            return tls_->send(bytes, size, kSilence);
         return is_writable() ? platform::sendTo(socket_, bytes, size) : -1;
     }
 
@@ -143,16 +154,23 @@ private:
     bool fill()
     {
         const auto left = std::chrono::ceil<milliseconds>(until_ - Clock::now());
-        if (left.count() <= 0 ||
-            !platform::awaitReadable(socket_, std::min<milliseconds>(left, kSilence)))
-            return false;
-        const auto count = platform::receiveFrom(socket_, buffer_.data(), buffer_.size());
+        const auto count = left.count() > 0 ? receive(std::min<milliseconds>(left, kSilence)) : -1;
         start_ = 0;
         end_ = static_cast<std::size_t>(std::max<std::ptrdiff_t>(count, 0));
         return count > 0;
     }
 
+    std::ptrdiff_t receive(milliseconds atMost)
+    {
+        if (tls_)
+            return tls_->receive(buffer_.data(), buffer_.size(), atMost);
+        return platform::awaitReadable(socket_, atMost)
+                   ? platform::receiveFrom(socket_, buffer_.data(), buffer_.size())
+                   : -1;
+    }
+
     const socket_t socket_;
+    platform::TlsConnection* const tls_;
     std::size_t allowed_ = 0;
     Clock::time_point until_;
     std::array<char, 16384> buffer_{};
@@ -160,39 +178,76 @@ private:
     std::size_t end_ = 0;
 };
 
-class BoundedServer final : public httplib::Server {
-private:
-    bool process_and_close_socket(socket_t socket) override
+/// One of the library's servers whose connections are bounded.
+template <class Library> class BoundedServer : public Library {
+public:
+    using Library::Library;
+
+protected:
+    /// @return whether the last request was answered in order
+    bool answerAll(BoundedStream& stream)
     {
-        BoundedStream stream(socket);
+        bool isDone = true;
         bool goesOn = true;
         for (std::size_t left = kMostRequests; goesOn && left > 0 && awaitRequest(stream); --left)
-            goesOn = answerOne(stream, left == 1);
-        platform::endConnection(socket);
-        return goesOn;
+            isDone = answerOne(stream, left == 1, goesOn);
+        return isDone;
     }
 
+private:
     /// @return false when none comes
     bool awaitRequest(const BoundedStream& stream)
     {
         const auto until = Clock::now() + kIdleTime;
         while (!stream.hasBuffered() && !platform::awaitReadable(stream.socket(), kLook)) {
-            if (svr_sock_ == INVALID_SOCKET || Clock::now() >= until)
+            if (this->svr_sock_ == INVALID_SOCKET || Clock::now() >= until)
                 return false;
         }
         return true;
     }
 
-    bool answerOne(BoundedStream& stream, bool isLast)
+    bool answerOne(BoundedStream& stream, bool isLast, bool& goesOn)
     {
         constexpr auto noDeadline = std::chrono::hours(24);
         constexpr std::size_t framing = kMostBodyBytes / 8; // of a body in chunks
         stream.allow(kMostHeaderBytes, Clock::now() + kHeaderTime);
         bool isClosed = false;
-        const bool isDone = process_request(stream, isLast, isClosed, [&](httplib::Request&) {
+        const bool isDone = this->process_request(stream, isLast, isClosed, [&](httplib::Request&) {
             stream.allow(kMostBodyBytes + framing, Clock::now() + noDeadline);
         });
-        return isDone && !isClosed;
+        goesOn = isDone && !isClosed;
+        return isDone;
+    }
+};
+
+class PlainServer final : public BoundedServer<httplib::Server> {
+private:
+    bool process_and_close_socket(socket_t socket) override
+    {
+        BoundedStream stream(socket);
+        const bool isDone = answerAll(stream);
+        platform::endConnection(socket);
+        return isDone;
+    }
+};
+
+class TlsServer final : public BoundedServer<httplib::SSLServer> {
+public:
+    using BoundedServer::BoundedServer;
+
+private:
+    bool process_and_close_socket(socket_t socket) override
+    {
+        const auto tls = platform::TlsConnection::accept(ssl_context(), socket, kHandshakeTime);
+        bool isDone = false;
+        if (tls) {
+            BoundedStream stream(socket, tls.get());
+            isDone = answerAll(stream);
+            if (isDone)
+                tls->end();
+        }
+        platform::endConnection(socket);
+        return isDone;
     }
 };
 
@@ -211,7 +266,7 @@ void setLimits(httplib::Server& server)
 
 std::unique_ptr<httplib::Server> makeHttpServer()
 {
-    auto server = std::make_unique<BoundedServer>();
+    auto server = std::make_unique<PlainServer>();
     setLimits(*server);
     return server;
 }
@@ -219,9 +274,9 @@ std::unique_ptr<httplib::Server> makeHttpServer()
 std::unique_ptr<httplib::Server> makeHttpsServer(const std::string& certificateFile,
                                                  const std::string& keyFile)
 {
-    // A passphrase that is given keeps the library from asking for one at the terminal.
-    auto server = std::make_unique<httplib::SSLServer>(certificateFile.c_str(), keyFile.c_str(),
-                                                       nullptr, nullptr, "");
+    auto server = std::make_unique<TlsServer>([&](ssl_ctx_st& context) {
+        return platform::useCertificate(context, certificateFile, keyFile);
+    });
     setLimits(*server);
     return server;
 }

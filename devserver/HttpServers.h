@@ -18,8 +18,8 @@ inline constexpr std::size_t kMostBodyBytes = std::size_t{64} << 20;
 /// five, and each connection has a thread, up to a thousand.
 [[nodiscard]] std::unique_ptr<httplib::Server> makeHttpServer();
 
-/// The same over TLS, where the bound on the headers is the library's (8 KiB a line) and bodies
-/// must state their length. Neither file is asked for a passphrase at a terminal.
+/// The same over TLS, whose handshake must come within five seconds. Neither file is asked for a
+/// passphrase at a terminal.
 [[nodiscard]] std::unique_ptr<httplib::Server> makeHttpsServer(const std::string& certificateFile,
                                                                const std::string& keyFile);
 

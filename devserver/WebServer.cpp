@@ -1,6 +1,7 @@
 #include "devserver/WebServer.h"
 
 #include "devserver/HttpServers.h"
+#include "devserver/OwnAddress.h"
 #include "devserver/PartEndpoint.h"
 #include "devserver/RecoveryEndpoint.h"
 #include "devserver/SoapEndpoint.h"
@@ -168,15 +169,10 @@ private:
     /// page of the web whose name leads here must reach nothing.
     [[nodiscard]] bool isForeign(const httplib::Request& request) const
     {
-        const std::string port = ":" + std::to_string(port_);
-        const auto isOwn = [&port](std::string_view host) {
-            return host == kLoopback + port || host == "localhost" + port;
-        };
-        const std::string origin = request.get_header_value("Origin");
-        const std::string start = scheme_ + "://";
-        return !isOwn(request.get_header_value("Host")) ||
+        const OwnAddress own{scheme_, port_};
+        return !isOwnHost(own, request.get_header_value("Host")) ||
                (request.has_header("Origin") &&
-                (!origin.starts_with(start) || !isOwn(origin.substr(start.size()))));
+                !isOwnOrigin(own, request.get_header_value("Origin")));
     }
 
     void uploadPart(const httplib::Request& request, httplib::Response& response)

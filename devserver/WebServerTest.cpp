@@ -1,7 +1,9 @@
 // What the service does with requests that are too much, forged or not for it.
+#include "devserver/OwnAddress.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/network/Sockets.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/PseudoTerminal.h"
 #include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +14,8 @@
 #include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <span>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -28,16 +32,55 @@ int portOf(const test::DevServerProcess& server)
     return std::stoi(server.address().substr(server.address().rfind(':') + 1));
 }
 
-/// A plain connection to the service.
+/// Arguments of a service over https, with a certificate of its own.
+class Certificate {
+public:
+    explicit Certificate(const std::string& passphrase = "")
+    {
+        std::vector<std::string> words{
+            "/usr/bin/openssl", "req",     "-x509", "-newkey", "rsa:2048",   "-days", "2", "-subj",
+            "/CN=127.0.0.1",    "-keyout", key(),   "-out",    certificate()};
+        if (passphrase.empty())
+            words.insert(words.end(), {"-nodes"});
+        else
+            words.insert(words.end(), {"-passout", "pass:" + passphrase});
+        const auto made = test::runProgram({words});
+        if (made.status != 0)
+            throw std::runtime_error(made.errors);
+    }
+    [[nodiscard]] std::vector<std::string> arguments() const
+    {
+        return {"--tls-certificate", certificate(), "--tls-key", key()};
+    }
+
+private:
+    [[nodiscard]] std::string key() const { return (folder_.path() / "key.pem").string(); }
+    [[nodiscard]] std::string certificate() const { return (folder_.path() / "c.pem").string(); }
+
+    test::TemporaryFolder folder_;
+};
+
+/// A connection to the service, plain or over TLS.
 class Connection {
 public:
-    explicit Connection(int port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    explicit Connection(int port, bool isTls = false)
+        : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(static_cast<std::uint16_t>(port));
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         isOpen_ = ::connect(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        if (!isTls)
+            return;
+        // So that nobody waits for ever for a side that takes nothing.
+        const timeval limit{.tv_sec = 20, .tv_usec = 0};
+        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+        context_.reset(::SSL_CTX_new(::TLS_client_method()));
+        tls_.reset(::SSL_new(context_.get()));
+        ::SSL_set_fd(tls_.get(), socket_);
+        isOpen_ = isOpen_ && ::SSL_connect(tls_.get()) == 1;
     }
     ~Connection() { ::close(socket_); }
     Connection(const Connection&) = delete;
@@ -49,9 +92,7 @@ public:
     [[nodiscard]] bool send(std::string_view bytes) const
     {
         while (!bytes.empty()) {
-            const auto count = platform::awaitWritable(socket_, 20s)
-                                   ? platform::sendTo(socket_, bytes.data(), bytes.size())
-                                   : -1;
+            const auto count = sendSome(bytes);
             if (count <= 0)
                 return false;
             bytes.remove_prefix(static_cast<std::size_t>(count));
@@ -64,18 +105,42 @@ public:
     {
         std::string all;
         std::array<char, 4096> piece{};
-        while (platform::awaitReadable(socket_, 20s)) {
-            const auto count = platform::receiveFrom(socket_, piece.data(), piece.size());
+        for (;;) {
+            const auto count = receive(piece);
             if (count <= 0)
-                break;
+                return all;
             all.append(piece.data(), static_cast<std::size_t>(count));
         }
-        return all;
     }
 
 private:
+    [[nodiscard]] std::ptrdiff_t sendSome(std::string_view bytes) const
+    {
+        if (tls_)
+            return ::SSL_write(tls_.get(), bytes.data(), static_cast<int>(bytes.size()));
+        return platform::awaitWritable(socket_, 20s)
+                   ? platform::sendTo(socket_, bytes.data(), bytes.size())
+                   : -1;
+    }
+
+    [[nodiscard]] std::ptrdiff_t receive(std::span<char> piece) const
+    {
+        if (tls_)
+            return ::SSL_read(tls_.get(), piece.data(), static_cast<int>(piece.size()));
+        return platform::awaitReadable(socket_, 20s)
+                   ? platform::receiveFrom(socket_, piece.data(), piece.size())
+                   : -1;
+    }
+
+    struct Free {
+        void operator()(SSL* connection) const { ::SSL_free(connection); }
+        void operator()(SSL_CTX* context) const { ::SSL_CTX_free(context); }
+    };
+
     int socket_;
     bool isOpen_ = false;
+    std::unique_ptr<SSL_CTX, Free> context_;
+    std::unique_ptr<SSL, Free> tls_;
 };
 
 std::string answerTo(const test::DevServerProcess& server, const std::string& lines)
@@ -129,37 +194,101 @@ TEST(WebServer, ForeignRequestsReachNoMethodAndNoPart)
             << line;
 }
 
-TEST(WebServer, HeadersAreBounded)
+TEST(OwnAddress, MayLackThePortWhereBrowsersLeaveItOut)
 {
-    test::DevServerProcess server;
-    const long before = peakMemoryInKb(server.process());
-    const Connection connection(portOf(server));
-    std::string lines = "GET / HTTP/1.1\r\n" + hostLine(server);
+    EXPECT_TRUE(isOwnHost({"http", 80}, "localhost"));
+    EXPECT_TRUE(isOwnHost({"http", 80}, "127.0.0.1:80"));
+    EXPECT_TRUE(isOwnHost({"https", 443}, "127.0.0.1"));
+    EXPECT_TRUE(isOwnOrigin({"https", 443}, "https://localhost"));
+    EXPECT_FALSE(isOwnHost({"http", 443}, "localhost"));
+    EXPECT_FALSE(isOwnHost({"https", 80}, "localhost"));
+    EXPECT_FALSE(isOwnHost({"http", 8080}, "localhost"));
+    EXPECT_FALSE(isOwnHost({"http", 80}, "localhost.example"));
+    EXPECT_FALSE(isOwnHost({"http", 80}, "127.0.0.1.example:80"));
+    EXPECT_FALSE(isOwnOrigin({"https", 443}, "http://localhost"));
+}
+
+/// What must be bounded in the same way whatever carries it.
+class BoundedWebServer : public testing::TestWithParam<bool> {
+protected:
+    BoundedWebServer()
+        : server_(GetParam() ? Certificate().arguments() : std::vector<std::string>()),
+          memoryBefore_(peakMemoryInKb(server_.process()))
+    {
+        std::signal(SIGPIPE, SIG_IGN); // of a connection that the service has ended
+    }
+
+    [[nodiscard]] Connection connect() const { return Connection(portOf(server_), GetParam()); }
+    [[nodiscard]] long memoryTakenInKb()
+    {
+        return peakMemoryInKb(server_.process()) - memoryBefore_;
+    }
+
+    test::DevServerProcess server_;
+    long memoryBefore_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Carriers, BoundedWebServer, testing::Bool(),
+                         [](const auto& carrier) { return carrier.param ? "Tls" : "Plain"; });
+
+TEST_P(BoundedWebServer, Answers)
+{
+    const Connection connection = connect();
+    ASSERT_TRUE(connection.send("GET / HTTP/1.1\r\n" + hostLine(server_) +
+                                "\r\nGET / HTTP/1.1\r\n" + hostLine(server_) +
+                                "Connection: close\r\n\r\n"));
+    const std::string answers = connection.readToEnd();
+    EXPECT_TRUE(answers.starts_with("HTTP/1.1 200"));
+    EXPECT_NE(answers.find("HTTP/1.1 200", 1), std::string::npos); // the second one
+    EXPECT_TRUE(answers.ends_with("</html>\n") || answers.ends_with("</html>"));
+}
+
+TEST_P(BoundedWebServer, TakesNoMoreThanSoManyHeaders)
+{
+    const Connection connection = connect();
     std::string flood;
     for (int i = 0; i < 1000; ++i)
         flood += "X-Flood-" + std::to_string(i) + ": " + std::string(1000, 'x') + "\r\n";
-    bool isTaken = connection.send(lines);
+    bool isTaken = connection.send("GET / HTTP/1.1\r\n" + hostLine(server_));
     for (int megabytes = 0; isTaken && megabytes < 100; ++megabytes)
         isTaken = connection.send(flood);
     EXPECT_FALSE(isTaken); // the connection was ended long before
-    EXPECT_LT(peakMemoryInKb(server.process()) - before, 20000);
+    EXPECT_LT(memoryTakenInKb(), 20000);
 }
 
-TEST(WebServer, BodiesAreBounded)
+TEST_P(BoundedWebServer, TakesNoMoreThanSoLongABody)
 {
-    test::DevServerProcess server;
-    const long before = peakMemoryInKb(server.process());
     const std::string megabyte(1 << 20, 'x');
     for (const char* kind : {"Content-Length: 1500000000\r\n", "Transfer-Encoding: chunked\r\n"}) {
-        const Connection connection(portOf(server));
+        const Connection connection = connect();
         const bool isChunked = std::string_view(kind).starts_with("Transfer");
-        bool isTaken =
-            connection.send("POST /UploadFilePart HTTP/1.1\r\n" + hostLine(server) + kind + "\r\n");
+        bool isTaken = connection.send("POST /UploadFilePart HTTP/1.1\r\n" + hostLine(server_) +
+                                       kind + "\r\n");
         for (int megabytes = 0; isTaken && megabytes < 200; ++megabytes)
             isTaken = connection.send(isChunked ? "100000\r\n" + megabyte + "\r\n" : megabyte);
         EXPECT_FALSE(isTaken) << kind;
     }
-    EXPECT_LT(peakMemoryInKb(server.process()) - before, 300000);
+    EXPECT_LT(memoryTakenInKb(), 300000);
+}
+
+TEST_P(BoundedWebServer, EndsAConnectionThatAsksForNothing)
+{
+    const Connection connection = connect();
+    ASSERT_TRUE(connection.isOpen());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(connection.readToEnd(), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 19s); // ended by the service
+}
+
+TEST(WebServer, EndsAConnectionWithoutAHandshake)
+{
+    const Certificate certificate;
+    const test::DevServerProcess server(certificate.arguments());
+    const Connection connection(portOf(server));
+    ASSERT_TRUE(connection.isOpen());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(connection.readToEnd(), "");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 19s); // ended by the service
 }
 
 TEST(WebServer, IdleConnectionsDelayNobody)
@@ -187,6 +316,24 @@ TEST(WebServer, ATakenPortIsNoticed)
                            folder.path().string(), "--port", std::to_string(portOf(server))}});
     EXPECT_EQ(second.status, 1);
     EXPECT_NE(second.errors.find("is taken"), std::string::npos) << second.errors;
+}
+
+TEST(WebServer, AnEncryptedKeyIsRefusedAndItsPassphraseNotAskedFor)
+{
+    const Certificate certificate("secret");
+    const test::TemporaryFolder folder;
+    std::vector<std::string> words{test::builtProgram("stowline-devserver"), "--data",
+                                   folder.path().string()};
+    const auto tls = certificate.arguments();
+    words.insert(words.end(), tls.begin(), tls.end());
+    // Whoever asked would be given the right answer, run, and be interrupted.
+    const auto talk = test::talkOnTerminal(
+        {words}, {{"Enter PEM pass phrase:", "secret\n"}, {"listening", "\x03"}});
+    EXPECT_EQ(talk.status, 1) << talk.screen;
+    EXPECT_NE(talk.screen.find("a key that is encrypted must be decrypted first"),
+              std::string::npos)
+        << talk.screen;
+    EXPECT_EQ(talk.screen.find("pass phrase"), std::string::npos) << talk.screen;
 }
 
 TEST(WebServer, ARequestLineForgesNoLogLine)
