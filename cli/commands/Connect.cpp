@@ -1,5 +1,6 @@
 // stowline connect
 #include "cli/commands/Commands.h"
+#include "cli/shared/FailureWords.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/SettingsFaults.h"
 #include "stowline/platform/files/Files.h"
@@ -14,13 +15,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-ExitStatus statusFor(SettingsRefusal::Kind kind)
+ExitStatus statusOf(const SettingsRefusal& refusal)
 {
-    switch (kind) {
+    switch (refusal.kind) {
     case SettingsRefusal::Kind::address:
         return ExitStatus::usage;
-    case SettingsRefusal::Kind::unreachable:
-        return ExitStatus::hostUnreachable;
+    case SettingsRefusal::Kind::unreachable: // an answer without end is not a service's
+        return refusal.reason == FailureKind::tooLarge ? ExitStatus::temporary
+                                                       : statusFor(refusal.reason);
     case SettingsRefusal::Kind::notFound:
         return ExitStatus::notFound;
     case SettingsRefusal::Kind::faulty:
@@ -32,7 +34,7 @@ ExitStatus statusFor(SettingsRefusal::Kind kind)
 ExitStatus refuse(const SettingsRefusal& refusal, const std::string& address)
 {
     showFaults(address, refusal.faults);
-    return output().fail(statusFor(refusal.kind), refusal.sentence);
+    return output().fail(statusOf(refusal), refusal.sentence);
 }
 
 /// Calls go where a bundle says that was named, whatever is kept.

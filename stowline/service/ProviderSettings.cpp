@@ -82,6 +82,17 @@ std::vector<std::string> originsOf(const Dictionary& settings)
     return {origins.begin(), origins.end()};
 }
 
+/// What a status tells that is neither of the file nor of its want.
+std::optional<FailureKind> reasonOf(int status)
+{
+    constexpr int firstOfServer = 500;
+    if (status >= firstOfServer)
+        return FailureKind::fault;
+    if (status == 401 || status == 403)
+        return FailureKind::refusedByService;
+    return std::nullopt;
+}
+
 std::variant<ProviderSettings, SettingsRefusal>
 examined(std::string bytes, const std::string& address, const platform::UrlOrigin& from)
 {
@@ -126,21 +137,35 @@ std::variant<ProviderSettings, SettingsRefusal> fetchProviderSettings(const std:
                                shown + " is not encrypted, and the settings decide where passwords "
                                        "go. Please write the address with https://.",
                                {}};
-    platform::HttpExchange exchange({.method = "GET",
-                                     .url = *address,
-                                     .staysAtOrigin = true,
-                                     .proxy = platform::systemProxyFor(*address)},
-                                    {.maximumResponseBytes = kMostBytes});
+    // What is asked of this machine leaves it in no way.
+    const bool isHere = isThisMachine(origin->host);
+    platform::HttpExchange exchange(
+        {.method = "GET",
+         .url = *address,
+         .staysAtOrigin = true,
+         .proxy = isHere ? std::string() : platform::systemProxyFor(*address),
+         .usesNoProxy = isHere},
+        {.maximumResponseBytes = kMostBytes});
     if (!exchange.wait(kPatience))
         return SettingsRefusal{Kind::unreachable,
                                shown + " does not answer within 30 seconds. Please try again "
                                        "later.",
-                               {}};
+                               {},
+                               FailureKind::timeOut};
     auto outcome = exchange.takeOutcome();
     if (!outcome.response)
-        return SettingsRefusal{Kind::unreachable, sentenceFor(outcome.reason, origin->host), {}};
+        return SettingsRefusal{
+            Kind::unreachable, sentenceFor(outcome.reason, origin->host), {}, outcome.reason};
     constexpr int ok = 200;
     const int status = platform::HttpResponseMessage::fromBytes(*outcome.response).statusCode;
+    if (const auto reason = reasonOf(status))
+        return SettingsRefusal{Kind::unreachable,
+                               shown + " answers with status " + std::to_string(status) + ". " +
+                                   (*reason == FailureKind::fault
+                                        ? "Please try again later."
+                                        : "Please ask the provider whether the address is right."),
+                               {},
+                               *reason};
     if (status != ok)
         return SettingsRefusal{
             Kind::notFound,

@@ -1,6 +1,7 @@
 // A provider's settings file, fetched from the provider's own address and kept for the user.
 #pragma once
 
+#include "stowline/platform/values/Error.h"
 #include "stowline/service/SettingsCheck.h"
 
 #include <filesystem>
@@ -20,13 +21,14 @@ inline constexpr std::string_view kProviderSettingsPath = "/.well-known/stowline
 struct SettingsRefusal {
     enum class Kind {
         address,     ///< it is no address, or one over which a password must not travel
-        unreachable, ///< no answer came
+        unreachable, ///< no answer came, or one that says no; `reason` says why
         notFound,    ///< the service answers, but has no such file
         faulty       ///< what it has cannot be used; `faults` says why
     };
     Kind kind = Kind::unreachable;
     std::string sentence; ///< what happened and what to do about it
     std::vector<SettingsFault> faults;
+    FailureKind reason = FailureKind::unspecified; ///< when it is unreachable
 };
 
 /// A settings file that was found to be in order.

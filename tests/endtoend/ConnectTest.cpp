@@ -2,6 +2,7 @@
 #include "stowline/platform/files/Files.h"
 #include "tests/endtoend/Command.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/RawServer.h"
 
 #include <gtest/gtest.h>
 
@@ -93,6 +94,41 @@ TEST_F(Connect, WaitsForNoPipeInThePlaceOfTheSettings)
     const test::DevServerProcess server;
     EXPECT_EQ(run({"connect", server.address()}).status, 0);
     EXPECT_TRUE(fs::is_regular_file(kept()));
+}
+
+TEST_F(Connect, GoesThroughNoProxyToThisMachine)
+{
+    const test::DevServerProcess server;
+    const test::RawServer proxy(test::httpAnswer("not a settings file"));
+    const std::string place = proxy.url();
+    auto words = Words{test::builtProgram("stowline"), "connect", server.address()};
+    const auto result = test::runProgram(
+        {words,
+         {{"HOME", home_.path().string()}, {"http_proxy", place}, {"all_proxy", place}},
+         {}});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(proxy.requests().empty());
+}
+
+TEST_F(Connect, EndsWithTheStatusOfWhatWentWrong)
+{
+    const auto statusOf = [this](const std::string& address) {
+        return run({"connect", address}).status;
+    };
+    const test::RawServer broken(test::httpAnswer("sorry", 500));
+    EXPECT_EQ(statusOf(broken.url()), 5);
+    const test::RawServer closed(test::httpAnswer("no", 403));
+    EXPECT_EQ(statusOf(closed.url()), 6);
+    const test::RawServer absent(test::httpAnswer("no", 404));
+    EXPECT_EQ(statusOf(absent.url()), 4);
+    const test::RawServer endless([](const std::string&, const test::RawConnection& connection) {
+        bool isOpen = connection.send("HTTP/1.1 200 OK\r\n\r\n");
+        while (isOpen)
+            isOpen = connection.send(std::string(65536, 'x'));
+    });
+    EXPECT_EQ(statusOf(endless.url()), 5);
+    EXPECT_EQ(statusOf("http://127.0.0.1:" + std::to_string(test::closedPort())), 8);
+    EXPECT_FALSE(fs::exists(kept()));
 }
 
 TEST_F(Connect, IsTakenBack)

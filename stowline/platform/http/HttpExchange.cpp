@@ -334,8 +334,9 @@ private:
         else
             setBody();
         curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request_.method.c_str());
-        if (!request_.proxy.empty())
-            curl_easy_setopt(handle, CURLOPT_PROXY, request_.proxy.c_str());
+        if (!request_.proxy.empty() || request_.usesNoProxy) // an empty one is none
+            curl_easy_setopt(handle, CURLOPT_PROXY,
+                             request_.usesNoProxy ? "" : request_.proxy.c_str());
         curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &onConnected);
         curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
         curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &onHeader);

@@ -28,6 +28,7 @@ struct HttpRequest {
     bool staysAtOrigin = false;  ///< a redirect to another origin is a failure, also without a body
     bool bodyMustArrive = false; ///< so is one that asks for a GET instead of the body
     std::string proxy = {};      ///< as "http://host:port"; empty: what the environment says
+    bool usesNoProxy = false;    ///< whatever the environment says
 };
 
 struct HttpLimits {
