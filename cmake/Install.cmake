@@ -70,7 +70,12 @@ install(FILES "${reference}/_stowline"
 install(FILES "${reference}/stowline.fish"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d" COMPONENT tools)
 # The pages; pictures and all, so that their links hold.
-install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
+# What the pages lead to lies beside them as in the tree (scripts/check_links.py).
+foreach(file tests/consumer/main.cpp tests/read_record.py resources/WebServicesSettings.plist)
+  get_filename_component(folder "${file}" DIRECTORY)
+  install(FILES "${file}" DESTINATION "${CMAKE_INSTALL_DOCDIR}/${folder}" COMPONENT development)
+endforeach()
 install(DIRECTORY docs samples DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development
   PATTERN man EXCLUDE PATTERN Doxyfile EXCLUDE PATTERN CMakeLists.txt EXCLUDE)
 
@@ -82,8 +87,12 @@ endforeach()
 # --- how others find it ---
 
 set(STOWLINE_TOOLS_DIR ${bundle})
-# The modules of pkg-config that whoever links the static library needs.
-set(STOWLINE_PRIVATE_MODULES "libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib libssl libcrypto libisal")
+# What whoever links the static library needs, as pkg-config has it here. Modules in Requires.private would
+# have to be installed for the flags of the headers too, which use none of them.
+execute_process(
+  COMMAND ${PKG_CONFIG_EXECUTABLE} --static --libs libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib
+          libssl libcrypto libisal
+  OUTPUT_VARIABLE STOWLINE_PRIVATE_LIBRARIES OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
 configure_package_config_file(cmake/stowlineConfig.cmake.in "${PROJECT_BINARY_DIR}/stowlineConfig.cmake"
   INSTALL_DESTINATION ${config} PATH_VARS STOWLINE_TOOLS_DIR)
