@@ -1,10 +1,16 @@
 #include "stowline/platform/processes/CommandOutput.h"
 
+#include "stowline/platform/processes/ChildConversation.h"
 #include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/processes/Spawn.h"
+#include "stowline/platform/threads/StopRequest.h"
 
+#include <cerrno>
+#include <fcntl.h>
 #include <glib.h>
 #include <memory>
 #include <span>
+#include <unistd.h>
 #include <vector>
 
 namespace stowline::platform {
@@ -34,6 +40,39 @@ std::optional<std::string> outputOfCommand(const std::string& line, std::chrono:
     if (!answer || !answer->exit.isSuccess())
         return std::nullopt;
     return std::move(answer->output);
+}
+
+CommandEnd runCommand(const std::string& line, const std::vector<std::string>& variables,
+                      std::chrono::milliseconds limit)
+{
+    using Kind = CommandEnd::Kind;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    const auto words = wordsOf(line);
+    if (!words)
+        return {Kind::malformed};
+    if (isStopRequested())
+        return {Kind::stopped};
+    const FileDescriptor nothing =
+        liftedAbovePlaces(FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    if (!nothing.isOpen())
+        return {Kind::notStarted, errno};
+    auto child = spawn({.program = programOfCommand(words->front()),
+                        .arguments = *words,
+                        .descriptors = {{nothing.number(), STDIN_FILENO},
+                                        {STDERR_FILENO, STDOUT_FILENO},
+                                        {STDERR_FILENO, STDERR_FILENO}},
+                        .variables = variables});
+    if (!child)
+        return {Kind::notStarted, child.error().systemError};
+    const WaitEnd waited = child->awaitEnd(deadline);
+    if (waited != WaitEnd::ready)
+        child->end();
+    const ChildExit exit = child->reap();
+    if (waited != WaitEnd::ready)
+        return {waited == WaitEnd::stopped ? Kind::stopped : Kind::timeOver};
+    if (exit.isSuccess())
+        return {};
+    return {exit.bySignal ? Kind::bySignal : Kind::failed, exit.status};
 }
 
 } // namespace stowline::platform

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #pragma GCC visibility push(default)
 namespace stowline::platform {
@@ -17,6 +18,29 @@ namespace stowline::platform {
 ///         program cannot be run, fails, or takes longer than the limit
 [[nodiscard]] std::optional<std::string> outputOfCommand(const std::string& line,
                                                          std::chrono::milliseconds limit);
+
+/// What became of a command that was run for what it does.
+struct CommandEnd {
+    enum class Kind {
+        success,
+        malformed,  ///< a quotation mark without its other, or nothing
+        notStarted, ///< `number` is the system's error
+        failed,     ///< `number` is its exit status
+        bySignal,   ///< `number` is the signal's
+        timeOver,   ///< it took longer than the limit, and was ended
+        stopped     ///< this thread was asked to stop (StopRequest), and it was ended
+    };
+    Kind kind = Kind::success;
+    int number = 0;
+};
+
+/// Runs a command to its end, its line read as above. Its standard input is empty; what it writes,
+/// to standard output too, goes to our standard error. What outlives its limit or a request to stop
+/// is ended by SIGKILL; what it has started itself is not.
+/// @param variables "NAME=value", in its environment besides ours
+[[nodiscard]] CommandEnd runCommand(const std::string& line,
+                                    const std::vector<std::string>& variables,
+                                    std::chrono::milliseconds limit);
 
 } // namespace stowline::platform
 #pragma GCC visibility pop

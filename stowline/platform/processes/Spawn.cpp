@@ -162,26 +162,39 @@ std::vector<char*> pointersTo(const std::vector<std::string>& words)
     return pointers;
 }
 
-/// Our environment, with the word that tells the child who started it.
-std::vector<char*> environmentWith(const std::string& parent)
+/// Our environment, with these words ("NAME=value") in the place of ours.
+std::vector<char*> environmentWith(const std::vector<std::string>& words)
 {
-    const auto name = std::string_view(parent).substr(0, parent.find('=') + 1);
+    const auto isReplaced = [&words](std::string_view variable) {
+        return std::ranges::any_of(words, [variable](std::string_view word) {
+            return variable.starts_with(word.substr(0, word.find('=') + 1));
+        });
+    };
     std::vector<char*> variables;
     for (char** variable = environ; *variable; ++variable) {
-        if (!std::string_view(*variable).starts_with(name))
+        if (!isReplaced(*variable))
             variables.push_back(*variable);
     }
-    variables.push_back(const_cast<char*>(parent.c_str()));
+    for (const std::string& word : words)
+        variables.push_back(const_cast<char*>(word.c_str()));
     variables.push_back(nullptr);
     return variables;
+}
+
+/// The request's own, and the word that tells the child who started it.
+std::vector<std::string> variablesOf(const SpawnRequest& request)
+{
+    auto words = request.variables;
+    words.push_back(std::string(kParentVariable) + "=" + std::to_string(::getpid()));
+    return words;
 }
 
 /// What a request says, as the kernel takes it.
 class Words {
 public:
     explicit Words(const SpawnRequest& request)
-        : parent_(std::string(kParentVariable) + "=" + std::to_string(::getpid())),
-          arguments_(pointersTo(request.arguments)), environment_(environmentWith(parent_))
+        : variables_(variablesOf(request)), arguments_(pointersTo(request.arguments)),
+          environment_(environmentWith(variables_))
     {
     }
     Words(const Words&) = delete;
@@ -200,7 +213,7 @@ public:
     }
 
 private:
-    const std::string parent_;
+    const std::vector<std::string> variables_;
     const std::vector<char*> arguments_;
     const std::vector<char*> environment_;
 };

@@ -23,6 +23,8 @@ struct SpawnRequest {
     std::vector<std::string> arguments;
     /// In this order; none of ours may be the place of an earlier one. The child has no others.
     std::vector<GivenDescriptor> descriptors;
+    /// "NAME=value", in the place of ours of that name.
+    std::vector<std::string> variables = {};
 };
 
 /// A child that was started. Nothing of it is left after this: one whose end nobody awaited is
