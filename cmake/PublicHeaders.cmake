@@ -34,6 +34,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/desktop/Bundle.h
   stowline/platform/desktop/ConsoleLog.h
   stowline/platform/desktop/NotificationCenter.h
+  stowline/platform/desktop/ServiceUnits.h
   stowline/platform/files/FileManager.h
   stowline/platform/files/FileStatus.h
   stowline/platform/files/Files.h
