@@ -61,6 +61,7 @@ void declareSubcommands(const cli::Command& command, const GlobalOptions& option
     cli::declareSignIn(command);
     cli::declareAccount(command);
     cli::declareBackup(command);
+    cli::declareSchedule(command, program, options.bundle);
     cli::declareUploads(command);
     cli::declareRestore(command);
     cli::declareCat(command);

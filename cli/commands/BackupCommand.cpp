@@ -37,6 +37,7 @@ void BackupFlags::declare(const Command& command)
         .oneOf({"protect2", "ProtectFile"})
         .showsDefault();
     command.addFlag("-n,--dry-run", isDryRun, "Say what would be done, and do nothing");
+    hooks.declare(command);
     reports.declare(command);
 }
 
@@ -61,6 +62,49 @@ backup::BackupRequest BackupFlags::request(const Session& session) const
     return request;
 }
 
+namespace {
+
+/// The backup of an account that is signed in, its second command and what is told of it.
+ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date begun,
+                          const std::function<void(backup::BackupRequest& request)>& more)
+{
+    backup::BackupRequest request = flags.request(session);
+    more(request);
+    const Interruptible interruptible;
+    BackupReport report(request);
+    backup::BackupSummary summary =
+        backup::runBackup(request, report, Interruptible::stopRequest());
+    const std::string fault = flags.runAfter(summary);
+    if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
+        auto figures =
+            figuresOf(summary, session.username, flags.systemName, begun, report.failures());
+        if (figures.sentence.empty())
+            figures.sentence = fault;
+        keepLastRun(figures);
+        // A stop is a stop: what could not be told now is kept, and told after the next run.
+        const StopScope scope(Interruptible::stopRequest());
+        flags.reports.tell(Interruptible::request() ? std::nullopt : std::optional(session),
+                           figures);
+    }
+    return report.finish(summary);
+}
+
+} // namespace
+
+std::string BackupFlags::runAfter(backup::BackupSummary& summary) const
+{
+    const std::string fault = isDryRun ? "" : hooks.after(BackupReport::statusFor(summary));
+    if (fault.empty())
+        return fault;
+    if (summary.end == backup::BackupEnd::done || summary.end == backup::BackupEnd::someFailed) {
+        summary.end = backup::BackupEnd::someFailed;
+        summary.sentence += (summary.sentence.empty() ? "" : " ") + fault;
+    } else {
+        output().complain(fault);
+    }
+    return fault;
+}
+
 ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
                   const std::function<void(backup::BackupRequest& request)>& more)
 {
@@ -71,30 +115,28 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     if (!flags.reports.readToken())
         return output().finish(ExitStatus::usage);
     const Date begun = platform::currentDate();
-    RunFigures figures{.username = options.username(), .machine = flags.systemName, .begun = begun};
+    const auto runAfter = [&flags](ExitStatus status) {
+        const Interruptible interruptible;
+        const std::string fault = flags.isDryRun ? "" : flags.hooks.after(status);
+        if (!fault.empty())
+            output().complain(fault);
+    };
+    std::string fault;
+    if (const auto status = flags.isDryRun ? std::nullopt : flags.hooks.before(fault)) {
+        runAfter(*status);
+        return output().fail(*status, fault);
+    }
     const auto session =
         options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
                       "PreparePackagedFilesForProtection"},
                      flags.retrySeconds);
-    if (!session) {
-        flags.reports.tell(std::nullopt, figures);
-        return session.status();
-    }
-    backup::BackupRequest request = flags.request(*session);
-    more(request);
-    const Interruptible interruptible;
-    BackupReport report(request);
-    const backup::BackupSummary summary =
-        backup::runBackup(request, report, Interruptible::stopRequest());
-    if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
-        figures = figuresOf(summary, session->username, flags.systemName, begun);
-        keepLastRun(figures);
-        // A stop is a stop: what could not be told now is kept, and told after the next run.
-        const StopScope scope(Interruptible::stopRequest());
-        flags.reports.tell(Interruptible::request() ? std::nullopt : std::optional(*session),
-                           figures);
-    }
-    return report.finish(summary);
+    if (session)
+        return backUpSignedIn(*session, flags, begun, more);
+    runAfter(session.status());
+    flags.reports.tell(
+        std::nullopt,
+        {.username = options.username(), .machine = flags.systemName, .begun = begun});
+    return session.status();
 }
 
 } // namespace stowline::cli

@@ -1,6 +1,7 @@
 // What the commands that upload have in common.
 #pragma once
 
+#include "cli/commands/BackupHooks.h"
 #include "cli/shared/CommandLine.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/Session.h"
@@ -19,9 +20,14 @@ struct BackupFlags {
     bool isDryRun = false;
     std::string registration = "protect2";
     std::vector<std::string> allowChanging;
+    BackupHooks hooks;
     ReportFlags reports;
 
     void declare(const Command& command);
+
+    /// Runs --after, and has the summary say when it failed.
+    /// @return what is wrong with it; empty when nothing is
+    std::string runAfter(backup::BackupSummary& summary) const;
 
     /// A request with these, for an account that is signed in.
     [[nodiscard]] backup::BackupRequest request(const Session& session) const;

@@ -257,6 +257,11 @@ void BackupReport::tellFailures(const BackupSummary& summary)
                                   file.empty() ? "." : ": all of them are in " + file + "."));
 }
 
+ExitStatus BackupReport::statusFor(const BackupSummary& summary)
+{
+    return statusOf(summary.end);
+}
+
 ExitStatus BackupReport::finish(const BackupSummary& summary)
 {
     {

@@ -21,6 +21,12 @@ public:
     void progress(const backup::BackupProgress& progress) override;
     void note(const std::string& sentence) override;
 
+    /// What failed and what changed while it was read, a sentence each. After the run.
+    [[nodiscard]] const std::vector<std::string>& failures() const { return failures_; }
+
+    /// What it would end with.
+    [[nodiscard]] static ExitStatus statusFor(const backup::BackupSummary& summary);
+
     [[nodiscard]] ExitStatus finish(const backup::BackupSummary& summary);
 
 private:

@@ -33,6 +33,8 @@ void declareChecksum(const Command& app);
 void declareCopy(const Command& app);
 void declarePaths(const Command& app);
 void declareLinks(const Command& app);
+/// @param program and bundle count for the scheduled runs; they must outlive the command
+void declareSchedule(const Command& app, CLI::App& program, const std::string& bundle);
 void declareSettings(const Command& app);
 /// @param program whose configuration file is meant, with all commands; it must outlive the command
 void declareConfig(const Command& app, CLI::App& program);

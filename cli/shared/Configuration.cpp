@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iterator>
 
@@ -19,10 +20,15 @@ std::string defaultFile()
 }
 
 /// What the file has told, for what is asked later.
-std::vector<std::string>& profilesRead()
+struct Told {
+    ConfigurationText text;
+    std::vector<std::string> profiles;
+};
+
+Told& told()
 {
-    static std::vector<std::string> names;
-    return names;
+    static Told all;
+    return all;
 }
 
 /// The library's own reader takes what it does not know for text, and lets the file win over the
@@ -38,13 +44,14 @@ public:
         const std::string text(std::istreambuf_iterator<char>(input), {});
         ConfigurationEntries entries(app_);
         try {
-            entries.take(readConfiguration(text));
+            told().text = readConfiguration(text);
+            entries.take(told().text);
         } catch (const ConfigurationFault& fault) {
             refuse({fault.place, fault.what()});
         }
         if (!entries.problems().empty())
             refuse(entries.problems().front());
-        profilesRead() = entries.profiles();
+        told().profiles = entries.profiles();
         return entries.items();
     }
 
@@ -86,7 +93,22 @@ std::vector<ConfigurationProblem> problemsInConfiguration(CLI::App& app, std::st
 
 const std::vector<std::string>& configuredProfiles()
 {
-    return profilesRead();
+    return told().profiles;
+}
+
+bool isConfiguredForBackup(const std::string& profile, const std::string& name)
+{
+    return std::ranges::any_of(told().text.entries, [&](const ConfigurationEntry& entry) {
+        const auto& tables = entry.tables;
+        const bool isHere = tables.empty() || tables == std::vector<std::string>{"backup"} ||
+                            tables == std::vector<std::string>{"profile", profile};
+        return isHere && entry.name == name && !entry.values.empty();
+    });
+}
+
+bool isConfigurationNamed(const CLI::App& app)
+{
+    return configurationFile(app) != defaultFile();
 }
 
 std::optional<std::string> unreadConfiguration(const CLI::App& app)

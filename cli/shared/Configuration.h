@@ -33,6 +33,13 @@ void declareConfiguration(CLI::App& app);
 /// Names of the profiles in the file that was read; none when none was.
 [[nodiscard]] const std::vector<std::string>& configuredProfiles();
 
+/// Whether the file that was read says something of an option of "backup", or of "paths", for runs
+/// with a profile: in the profile's table, in [backup], or above all tables.
+[[nodiscard]] bool isConfiguredForBackup(const std::string& profile, const std::string& name);
+
+/// Whether the command line names another file than the user's own.
+[[nodiscard]] bool isConfigurationNamed(const CLI::App& app);
+
 /// Why the configuration file that is there was not read; absent when it was, or when there is
 /// none. After the command line has been read.
 [[nodiscard]] std::optional<std::string> unreadConfiguration(const CLI::App& app);

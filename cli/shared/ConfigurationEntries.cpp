@@ -2,6 +2,7 @@
 
 #include "cli/shared/CommandLine.h"
 #include "cli/shared/NearestWord.h"
+#include "stowline/util/General.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -110,8 +111,8 @@ std::optional<std::string> wholePath(const std::string& path)
 {
     if (path.starts_with('/'))
         return path;
-    const char* home = std::getenv("HOME");
-    if ((path == "~" || path.starts_with("~/")) && home && *home == '/')
+    const std::string home = General::pathRepresentedByDirectoryString("home directory");
+    if ((path == "~" || path.starts_with("~/")) && home.starts_with('/'))
         return home + path.substr(1);
     return std::nullopt;
 }

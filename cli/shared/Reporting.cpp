@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cctype>
 
 namespace stowline::cli {
 
@@ -40,6 +41,57 @@ std::int64_t signedCount(std::uint64_t count)
     return static_cast<std::int64_t>(std::min<std::uint64_t>(count, INT64_MAX));
 }
 
+constexpr std::string_view kOutcomePlace = "<!--||outcome||-->";
+
+/// What came of a run, in a few words; empty when all is well.
+std::string troubleText(const RunFigures& figures)
+{
+    if (!figures.sentence.empty())
+        return "the backup failed";
+    if (figures.failed > 0)
+        return platform::countText(figures.failed, "item", "items") + " could not be backed up";
+    return figures.processed() == 0 ? "nothing was backed up" : "";
+}
+
+/// The first failures, and how many more there are.
+std::string failureList(const RunFigures& figures)
+{
+    std::string list;
+    for (const std::string& failure : figures.failures)
+        list += "<li style=\"word-break:break-word;\">" + escaped(failure) + "</li>";
+    if (list.empty())
+        return {};
+    list = "<ul style=\"margin:6px 0; padding-left:20px;\">" + list + "</ul>";
+    if (figures.failed > figures.failures.size())
+        list += fmt::format("… and {} more.", figures.failed - figures.failures.size());
+    return list;
+}
+
+/// What came of a run, as a part of the report.
+std::string outcomeHtml(const RunFigures& figures)
+{
+    std::string trouble = troubleText(figures);
+    const bool isGood = trouble.empty();
+    if (isGood)
+        trouble = "everything that was found is backed up";
+    trouble.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(trouble.front())));
+    const std::string why = figures.sentence.empty() ? "" : "<br>" + escaped(figures.sentence);
+    return fmt::format("<div class=\"{}\" style=\"font-family:Helvetica,Arial,sans-serif; "
+                       "font-size:15px; line-height:22px; padding:8px 12px; border-left:4px solid "
+                       "{}; color:{};\"><strong>{}.</strong>{}{}</div>",
+                       isGood ? "good" : "bad", isGood ? "#17713f" : "#b3261e",
+                       isGood ? "#17713f" : "#b3261e", trouble, why, failureList(figures));
+}
+
+/// Puts the outcome into its place in the report.
+std::string withOutcome(std::string html, const RunFigures& figures)
+{
+    const std::string outcome = outcomeHtml(figures);
+    if (const auto place = html.find(kOutcomePlace); place != std::string::npos)
+        return html.replace(place, kOutcomePlace.size(), outcome);
+    return html.insert(std::min(html.rfind("</body>"), html.size()), outcome);
+}
+
 } // namespace
 
 Sending sendSummary(const std::string& username, const std::string& password,
@@ -53,12 +105,20 @@ Sending sendSummary(const std::string& username, const std::string& password,
     return {!watch.failure(), watch.failure()};
 }
 
+std::string reportSubject(const RunFigures& figures)
+{
+    const std::string trouble = troubleText(figures);
+    return General::createEmailReportSubjectWithAppName(appName(), platform::currentDate()) +
+           (trouble.empty() ? "" : ": " + trouble);
+}
+
 std::optional<std::string> reportHtml(const RunFigures& figures)
 {
-    return General::createEmailReportHTMLBodyWithAppName(
+    auto html = General::createEmailReportHTMLBodyWithAppName(
         escaped(appName()), platform::currentDate(), escaped(figures.username),
         escaped(figures.machine), figures.begun, figures.notChanged, figures.backedUp,
         figures.failed, figures.processed(), figures.backedUpBytes);
+    return html ? std::optional(withOutcome(std::move(*html), figures)) : std::nullopt;
 }
 
 Sending sendEmail(const std::string& to, const std::string& from, const std::string& subject,
@@ -72,9 +132,7 @@ Sending sendEmail(const std::string& to, const std::string& from, const std::str
 Sending sendReportEmail(const std::string& to, const std::string& from, const RunFigures& figures)
 {
     const auto body = reportHtml(figures);
-    const std::string subject =
-        General::createEmailReportSubjectWithAppName(appName(), platform::currentDate());
-    return body ? sendEmail(to, from, subject, *body, true) : Sending();
+    return body ? sendEmail(to, from, reportSubject(figures), *body, true) : Sending();
 }
 
 Sending sendEvent(const std::string& token, const std::string& event, const RunFigures& figures)
@@ -142,7 +200,8 @@ Sending ReportFlags::send(const std::string& kind, const std::string& to, const 
         return sendSummary(session.username, session.password, figures);
     if (kind == kEmail)
         return sendReportEmail(to, from, figures);
-    const char* event = figures.failed == 0 ? "BackupEnded" : "BackupEndedWithErrors";
+    const bool isWhole = figures.failed == 0 && figures.sentence.empty();
+    const char* event = isWhole ? "BackupEnded" : "BackupEndedWithErrors";
     return token_.empty() ? Sending() : sendEvent(token_, event, figures);
 }
 

@@ -28,7 +28,11 @@ struct Sending {
 [[nodiscard]] Sending sendEvent(const std::string& token, const std::string& event,
                                 const RunFigures& figures);
 
-/// The body of the report's e-mail, with the names in it escaped; absent without its template.
+/// The subject of the report's e-mail; it says when the run was not a good one.
+[[nodiscard]] std::string reportSubject(const RunFigures& figures);
+
+/// The body of the report's e-mail, with the names in it escaped: what came of the run and what
+/// failed, in the place of "<!--||outcome||-->", else at its end. Absent without its template.
 [[nodiscard]] std::optional<std::string> reportHtml(const RunFigures& figures);
 
 /// What to tell after a run.

@@ -4,6 +4,8 @@
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/PropertyList.h"
 
+#include <algorithm>
+
 namespace stowline::cli {
 
 namespace {
@@ -19,11 +21,39 @@ std::uint64_t countIn(const Dictionary& fields, std::string_view key)
     return static_cast<std::uint64_t>(platform::leadingInteger(platform::findText(fields, key)));
 }
 
+/// Texts are kept as bytes: a path need not be UTF-8.
+std::string textIn(const Value* value)
+{
+    return value && value->data() ? platform::textFromData(*value->data()) : std::string();
+}
+
+std::vector<std::string> textsIn(const Dictionary& fields, std::string_view key)
+{
+    std::vector<std::string> texts;
+    const Value* value = find(fields, key);
+    for (const Value& text : value && value->array() ? *value->array() : Array())
+        texts.push_back(textIn(&text));
+    return texts;
+}
+
+/// Why a run has not looked at all that it was to look at; empty when it has.
+std::string whyNotEnded(const backup::BackupSummary& result)
+{
+    if (result.end == backup::BackupEnd::done || result.end == backup::BackupEnd::someFailed)
+        return {};
+    return result.sentence.empty() ? "The backup was interrupted." : result.sentence;
+}
+
 } // namespace
 
 Dictionary RunFigures::dictionary() const
 {
-    return {{"username", platform::dataFromText(username)},
+    Array sentences;
+    for (const std::string& failure : failures)
+        sentences.emplace_back(platform::dataFromText(failure));
+    return {{"failures", std::move(sentences)},
+            {"sentence", platform::dataFromText(sentence)},
+            {"username", platform::dataFromText(username)},
             {"machine", platform::dataFromText(machine)},
             {"begun", begun},
             {"seconds", seconds},
@@ -52,12 +82,18 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .failed = countIn(fields, "failed"),
                       .notChangedBytes = countIn(fields, "notChangedBytes"),
                       .backedUpBytes = countIn(fields, "backedUpBytes"),
-                      .failedBytes = countIn(fields, "failedBytes")};
+                      .failedBytes = countIn(fields, "failedBytes"),
+                      .failures = textsIn(fields, "failures"),
+                      .sentence = textIn(find(fields, "sentence"))};
 }
 
 RunFigures figuresOf(const backup::BackupSummary& result, const std::string& username,
-                     const std::string& machine, Date begun)
+                     const std::string& machine, Date begun,
+                     const std::vector<std::string>& failures)
 {
+    constexpr std::size_t most = 20;
+    const auto end =
+        failures.begin() + static_cast<std::ptrdiff_t>(std::min(most, failures.size()));
     return {.username = username,
             .machine = machine,
             .begun = begun,
@@ -67,7 +103,9 @@ RunFigures figuresOf(const backup::BackupSummary& result, const std::string& use
             .failed = result.failed,
             .notChangedBytes = result.unchangedBytes,
             .backedUpBytes = result.storedBytes,
-            .failedBytes = result.failedBytes};
+            .failedBytes = result.failedBytes,
+            .failures = {failures.begin(), end},
+            .sentence = whyNotEnded(result)};
 }
 
 void keepLastRun(const RunFigures& figures)

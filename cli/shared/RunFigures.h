@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace stowline::cli {
 
@@ -20,6 +21,8 @@ struct RunFigures {
     std::uint64_t notChangedBytes = 0;
     std::uint64_t backedUpBytes = 0;
     std::uint64_t failedBytes = 0;
+    std::vector<std::string> failures; ///< the first of them, a sentence each
+    std::string sentence;              ///< why the run ended early; empty when it did not
 
     [[nodiscard]] std::uint64_t processed() const { return notChanged + backedUp + failed; }
     [[nodiscard]] std::uint64_t processedBytes() const
@@ -31,8 +34,10 @@ struct RunFigures {
     [[nodiscard]] static std::optional<RunFigures> fromDictionary(const Dictionary& fields);
 };
 
+/// @param failures a sentence each; the first twenty are kept
 [[nodiscard]] RunFigures figuresOf(const backup::BackupSummary& result, const std::string& username,
-                                   const std::string& machine, Date begun);
+                                   const std::string& machine, Date begun,
+                                   const std::vector<std::string>& failures);
 
 /// Keeps the figures in the state folder, and reads them again; absent when there are none.
 void keepLastRun(const RunFigures& figures);

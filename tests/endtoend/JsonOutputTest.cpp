@@ -176,6 +176,10 @@ TEST_F(JsonOutput, IsAsThePageSays)
     expectAsOnPage("links", {"links"});
     expectAsOnPage("settings", {"settings", "check", broken.string()}, "", 10);
     expectAsOnPage("doctor", {"doctor"});
+    const auto faulty = account_.command.home().write("faulty.toml", "jbos = 1\n");
+    expectAsOnPage("config", {"config", "check", faulty.string()}, {}, 10);
+    expectAsOnPage("schedule", {"schedule", "install", "--dry-run", "--daily", "02:30",
+                                "--password-file", "/p", "/home/ann"});
     expectAllRowsWereSeen();
 }
 

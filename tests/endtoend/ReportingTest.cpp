@@ -231,6 +231,45 @@ TEST(BackupReports, AreAllSentAfterARun)
     EXPECT_EQ(shown.find("No summary has come in."), std::string::npos);
 }
 
+TEST(BackupReports, NameWhatFailedAndAreGreenOnlyWhenAllIsWell)
+{
+    const BackedUp account;
+    const auto page = account.command.home().path() / "report.html";
+    const auto reportOf = [&](Words paths) {
+        Words words{"backup", "--system", "iMac", "--email", "ann@b.example"};
+        words.insert(words.end(), paths.begin(), paths.end());
+        (void)account.run(words);
+        EXPECT_EQ(account.run({"email", "--save", page.string()}).status, 0);
+        return platform::readFile(page).value_or("");
+    };
+    const std::string empty = reportOf({account.folder.path().string()});
+    EXPECT_NE(empty.find("<strong>Nothing was backed up.</strong>"), std::string::npos) << empty;
+    EXPECT_EQ(empty.find("class=\"good\""), std::string::npos);
+    account.write({{"a", "1"}});
+    const std::string good = reportOf({account.folder.path().string()});
+    EXPECT_NE(good.find("class=\"good\""), std::string::npos);
+    EXPECT_EQ(good.find("class=\"bad\""), std::string::npos);
+    Words absent{account.folder.path().string()};
+    for (int i = 0; i < 23; ++i)
+        absent.push_back("/nonexistent/<" + std::to_string(i) + ">||username||");
+    const std::string bad = reportOf(absent);
+    EXPECT_NE(bad.find("<strong>23 items could not be backed up.</strong>"), std::string::npos);
+    EXPECT_EQ(bad.find("class=\"good\""), std::string::npos);
+    EXPECT_NE(bad.find("/nonexistent/&lt;0&gt;&#124;&#124;username"), std::string::npos) << bad;
+    EXPECT_NE(bad.find("… and 3 more."), std::string::npos);
+    std::size_t named = 0;
+    for (auto at = bad.find("<li "); at != std::string::npos; at = bad.find("<li ", at + 1))
+        ++named;
+    EXPECT_EQ(named, 20U);
+    const auto all = mails(account);
+    ASSERT_EQ(all.size(), 3U);
+    std::string subjects;
+    for (const auto& mail : all)
+        subjects += platform::readFile(mail).value_or("");
+    EXPECT_NE(subjects.find(": nothing was backed up"), std::string::npos) << subjects;
+    EXPECT_NE(subjects.find(": 23 items could not be backed up"), std::string::npos) << subjects;
+}
+
 TEST(BackupReports, WhatCannotBeSentIsKeptAndSentWithTheNext)
 {
     const TokenFile tokens;

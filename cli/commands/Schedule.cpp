@@ -1,0 +1,310 @@
+// stowline schedule install, remove, status
+#include "cli/commands/Commands.h"
+#include "cli/shared/Configuration.h"
+#include "cli/shared/HumanText.h"
+#include "cli/shared/Output.h"
+#include "cli/shared/RunFigures.h"
+#include "stowline/backup/BackupRun.h"
+#include "stowline/platform/desktop/Bundle.h"
+#include "stowline/platform/desktop/ServiceUnits.h"
+#include "stowline/platform/text/Numbers.h"
+#include "stowline/platform/time/DateText.h"
+#include "stowline/platform/time/LocalClock.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+namespace stowline::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::UserUnits;
+
+struct Options {
+    std::string daily;
+    std::string profile = backup::ChainIdentity().profile;
+    std::string username;
+    std::string passwordFile;
+    std::string passwordCommand;
+    bool onMainsOnly = false;
+    bool isDryRun = false;
+    std::vector<std::string> paths;
+};
+
+/// What is said of the whole program and counts for the scheduled run too.
+struct Surroundings {
+    CLI::App& program;
+    const std::string& bundle;
+};
+
+std::string wholePath(const std::string& path)
+{
+    std::error_code unknown;
+    return fs::absolute(path, unknown).lexically_normal().string();
+}
+
+/// "02:30"
+std::optional<std::pair<int, int>> timeOfDay(const std::string& text)
+{
+    const auto hour = platform::wholeNumber<int>(text.substr(0, text.find(':')));
+    const auto minute = text.size() == 5 && text[2] == ':'
+                            ? platform::wholeNumber<int>(text.substr(3))
+                            : std::nullopt;
+    if (!hour || !minute || *hour > 23 || *minute > 59)
+        return std::nullopt;
+    return std::pair(*hour, *minute);
+}
+
+/// The default profile's units have the plain name.
+std::optional<UserUnits> unitsOf(const std::string& profile)
+{
+    const bool isDefault = profile == backup::ChainIdentity().profile;
+    const auto name = isDefault ? std::string("stowline-backup")
+                                : platform::unitName("stowline-backup-", profile);
+    return name ? std::optional(UserUnits(*name)) : std::nullopt;
+}
+
+ExitStatus nameTooLong()
+{
+    return output().fail(ExitStatus::usage,
+                         "The profile's name is too long for the name of a unit.");
+}
+
+/// A run that nobody sits beside must find everything that it would ask for.
+std::optional<std::string> whatIsMissing(const Options& options)
+{
+    const auto isConfigured = [&](const char* key) {
+        return isConfiguredForBackup(options.profile, key);
+    };
+    if (options.paths.empty() && !isConfigured("paths") && !isConfigured("files-from"))
+        return fmt::format("Please name what to back up: PATH, or \"paths\" in [profile.{}] of the "
+                           "configuration file.",
+                           options.profile);
+    if (options.username.empty() && !isConfigured("username"))
+        return "The scheduled run needs a user name. Please give --username.";
+    if (options.passwordFile.empty() && options.passwordCommand.empty() &&
+        !isConfigured("password-file") && !isConfigured("password-command"))
+        return "The scheduled run has no terminal to ask for the password, and the password itself "
+               "is not kept. Please give --password-file or --password-command, here or in the "
+               "configuration file.";
+    return std::nullopt;
+}
+
+/// The scheduled command, in whole paths: it runs in the home folder.
+std::vector<std::string> commandFor(const Options& options, const Surroundings& around)
+{
+    std::vector<std::string> words{(platform::Bundle::executableFolder() / "stowline").string(),
+                                   "--no-progress"};
+    const auto add = [&words](const std::string& option, const std::string& value) {
+        if (!value.empty())
+            words.push_back(option + "=" + value); // a value may begin with a dash
+    };
+    if (isConfigurationNamed(around.program))
+        add("--config", wholePath(configurationFile(around.program)));
+    add("--bundle", around.bundle.empty() ? "" : wholePath(around.bundle));
+    words.emplace_back("backup");
+    add("--profile", options.profile);
+    add("--username", options.username);
+    add("--password-file", options.passwordFile.empty() ? "" : wholePath(options.passwordFile));
+    add("--password-command", options.passwordCommand);
+    if (!options.paths.empty())
+        words.emplace_back("--");
+    std::ranges::transform(options.paths, std::back_inserter(words), wholePath);
+    return words;
+}
+
+/// The service manager's environment is not that of this terminal.
+std::vector<std::pair<std::string, std::string>> variablesOfFolders()
+{
+    std::vector<std::pair<std::string, std::string>> variables;
+    for (const char* name : {"XDG_CONFIG_HOME", "XDG_STATE_HOME"}) {
+        if (const char* value = std::getenv(name); value && *value == '/')
+            variables.emplace_back(name, value);
+    }
+    return variables;
+}
+
+std::string shellLine(const std::vector<std::string>& words)
+{
+    std::string line;
+    for (const std::string& word : words) {
+        std::string quoted = "'";
+        for (const char c : word)
+            quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        line += (line.empty() ? "" : " ") + quoted + "'";
+    }
+    return line;
+}
+
+ExitStatus noManager(const std::vector<std::string>& command)
+{
+    return output().fail(
+        ExitStatus::failed,
+        "Nothing was installed: the service manager of this user (\"systemctl --user\") does not "
+        "answer. Please log in to a session that has one, or have another scheduler, as cron, "
+        "run: " +
+            shellLine(command));
+}
+
+ExitStatus install(const Options& options, const Surroundings& around)
+{
+    const auto time = timeOfDay(options.daily);
+    if (!time)
+        return output().fail(ExitStatus::usage, "--daily takes a time of day as 02:30, not \"" +
+                                                    options.daily + "\".");
+    if (const auto missing = whatIsMissing(options))
+        return output().fail(ExitStatus::usage, *missing);
+    const auto units = unitsOf(options.profile);
+    if (!units)
+        return nameTooLong();
+    const auto command = commandFor(options, around);
+    const auto texts =
+        platform::unitTexts({.description = "Backup with Stowline, profile " + options.profile,
+                             .command = command,
+                             .variables = variablesOfFolders(),
+                             .hour = time->first,
+                             .minute = time->second,
+                             .onMainsOnly = options.onMainsOnly});
+    if (!texts)
+        return output().fail(ExitStatus::usage,
+                             "A unit of the service manager cannot hold a name that is not UTF-8. "
+                             "Please name a folder above it, or a file with --files-from in the "
+                             "configuration.");
+    const auto timer = units->file(".timer");
+    if (!timer)
+        return output().fail(ExitStatus::failed, "The home folder was not found. Please set HOME.");
+    if (options.isDryRun) {
+        output().item(texts->service + "\n" + texts->timer, "units",
+                      {{"service", texts->service}, {"timer", texts->timer}});
+        return output().finish(ExitStatus::done);
+    }
+    if (units->isForeign())
+        return output().fail(ExitStatus::failed,
+                             timer->string() + " or the service beside it was not written by this "
+                                               "command. Please move them away.");
+    if (!UserUnits::isManagerThere())
+        return noManager(command);
+    if (!units->write(*texts) || !units->enable()) {
+        const bool isGone = units->remove();
+        return output().fail(ExitStatus::failed,
+                             fmt::format("The schedule was not installed: the service manager did "
+                                         "not start {}.{}",
+                                         timer->filename().string(),
+                                         isGone ? ""
+                                                : " Something of it is left; \"stowline "
+                                                  "schedule remove\" takes it away."));
+    }
+    output().note(fmt::format("Backups run daily at {}. \"stowline schedule status\" tells of the "
+                              "next and the last.",
+                              options.daily));
+    output().note("They run while you are logged in; \"loginctl enable-linger\" lets them run "
+                  "without.");
+    return output().finish(ExitStatus::done, {{"timer", timer->string()}});
+}
+
+ExitStatus notInstalled(const std::string& profile)
+{
+    return output().fail(ExitStatus::notFound,
+                         "No schedule is installed for the profile \"" + profile + "\".");
+}
+
+ExitStatus remove(const std::string& profile, bool isDryRun)
+{
+    const auto units = unitsOf(profile);
+    if (!units)
+        return nameTooLong();
+    if (!units->areOurs() || units->isForeign())
+        return notInstalled(profile);
+    if (isDryRun)
+        return output().finish(ExitStatus::done, {{"timer", units->file(".timer")->string()}});
+    if (!units->remove())
+        return output().fail(
+            ExitStatus::failed,
+            "Something of the schedule is left: " + units->file(".timer")->string() +
+                ". Please check the owner and the mode of its folder.");
+    return output().finish(ExitStatus::done, {{"removed", units->file(".timer")->string()}});
+}
+
+/// "2026-11-22 02:31, 3 files stored, 1 failed", of the last run on this machine whatever its
+/// profile.
+std::string lastRunText(const RunFigures& figures)
+{
+    return fmt::format("{}: {} stored, {} failed", platform::localClockText(figures.begun),
+                       countText(figures.backedUp, "file", "files"),
+                       countText(figures.failed, "item", "items"));
+}
+
+ExitStatus status(const std::string& profile)
+{
+    const auto units = unitsOf(profile);
+    if (!units)
+        return nameTooLong();
+    if (!units->areOurs())
+        return notInstalled(profile);
+    Fields fields{{"timer", units->file(".timer")->string()}};
+    if (const auto last = lastRun())
+        fields.emplace_back("last", output().isJson() ? platform::internetTimeText(last->begun)
+                                                      : lastRunText(*last));
+    if (!units->isActive())
+        return output().fail(ExitStatus::failed,
+                             "The schedule is installed, but the service manager does not run it. "
+                             "Please try \"systemctl --user status " +
+                                 units->file(".timer")->filename().string() +
+                                 "\", or install it again.");
+    fields.emplace_back("next", units->property("NextElapseUSecRealtime"));
+    return output().finish(ExitStatus::done, fields);
+}
+
+void declareProfile(const Command& command, std::string& profile)
+{
+    command.addOption("--profile", profile, "Which of several backups of this user it is")
+        .showsDefault();
+}
+
+void declareInstall(const Command& schedule, const Surroundings& around)
+{
+    auto options = std::make_shared<Options>();
+    const Command command = schedule.addCommand(
+        "install", "Have the user's own service manager (systemd) run \"stowline backup\" daily; a "
+                   "run that was missed while the machine was off or asleep is made up for");
+    command.addOption("PATH", options->paths,
+                      "Files and folders; the profile's when nothing is named");
+    command.addOption("--daily", options->daily, "Time of day, as 02:30").required();
+    declareProfile(command, options->profile);
+    command.addOption("-u,--username", options->username, "User name").fromVariable();
+    const auto file = command.addOption("--password-file", options->passwordFile,
+                                        "File that the run reads the password from");
+    command
+        .addOption("--password-command", options->passwordCommand,
+                   "Command (no shell) that prints the password for the run")
+        .excludes(file);
+    command.addFlag("--on-mains", options->onMainsOnly,
+                    "Leave a run out while the machine is on its battery");
+    command.addFlag("-n,--dry-run", options->isDryRun, "Show the units, and install nothing");
+    command.runs([options, around] { return install(*options, around); });
+}
+
+} // namespace
+
+void declareSchedule(const Command& app, CLI::App& program, const std::string& bundle)
+{
+    const Command schedule = app.addCommand("schedule", "Daily backups");
+    schedule.needsSubcommand();
+    declareInstall(schedule, {program, bundle});
+    auto profile = std::make_shared<Options>();
+    const Command removal = schedule.addCommand("remove", "Take away what install made");
+    declareProfile(removal, profile->profile);
+    removal.addFlag("-n,--dry-run", profile->isDryRun, "Say what would be removed");
+    removal.runs([profile] { return remove(profile->profile, profile->isDryRun); });
+    auto asked = std::make_shared<Options>();
+    const Command state = schedule.addCommand("status", "The last and the next run");
+    declareProfile(state, asked->profile);
+    state.runs([asked] { return status(asked->profile); });
+}
+
+} // namespace stowline::cli
