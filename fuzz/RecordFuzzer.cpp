@@ -44,7 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         backup::RecordReader reader(
             {.head = {},
              .item = [](const backup::StoredItem& item) { checkPath(item.item.path); },
-             .gone = checkPath});
+             .gone = checkPath,
+             .place = [](const backup::PlaceLine& place) { checkPath(place.path); }});
         // In pieces of other sizes than the lines have.
         for (std::size_t at = 0; at < stored.size(); at += 7)
             reader.feed(std::string_view(stored).substr(at, 7));

@@ -217,7 +217,9 @@ Fields originFields(const backup::RunOrigin& origin)
 Fields lackFields(const backup::RunLack& lack, const std::string& prefix)
 {
     return {{prefix + "run_failed", lack.failed},
-            {prefix + "carried_forward", lack.carriedForward}};
+            {prefix + "carried_forward", lack.carriedForward},
+            {prefix + "never_stored", lack.neverStored},
+            {prefix + "left_out", lack.leftOut}};
 }
 
 std::string runText(const backup::RunOrigin& origin)

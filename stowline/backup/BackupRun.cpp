@@ -48,9 +48,28 @@ void requireRead(const fs::path& folder, int error)
                            " cannot be read: " + platform::systemErrorText(error) + ".");
 }
 
+/// Of rules in the note of each folder that was named.
+constexpr std::size_t kMostNotedRules = 16384;
+/// A record holds them in one line, in which a byte may take six.
+constexpr std::size_t kMostRuleBytes = 1U << 20;
+constexpr std::size_t kBytesAroundPattern = 12;
+
+std::size_t bytesOf(const BackupRules& rules)
+{
+    std::size_t bytes = rules.excludeLines.size();
+    for (const auto* patterns : {&rules.include, &rules.exclude})
+        for (const std::string& pattern : *patterns)
+            bytes += pattern.size() + kBytesAroundPattern;
+    return bytes;
+}
+
 /// The rules as the walk takes them, and what is wrong with them; empty: nothing.
 std::pair<TreeRules, std::string> readRules(const BackupRules& rules)
 {
+    if (const std::size_t bytes = bytesOf(rules); bytes > kMostRuleBytes)
+        return {TreeRules(), fmt::format("The patterns come to {} bytes, but the record of a run "
+                                         "takes at most {} of them. Please shorten the list.",
+                                         bytes, kMostRuleBytes)};
     TreeRules tree;
     tree.skipsHidden = rules.skipsHidden;
     tree.skipsCaches = rules.skipsCaches;
@@ -140,7 +159,7 @@ private:
                 return accounts_.note("There is nothing to go on with.");
         }
         begin();
-        if (!request_.isDryRun && !request_.resumesOnly)
+        if (!request_.resumesOnly)
             askAfterVersions();
         work(walk);
         end();
@@ -317,19 +336,26 @@ private:
 
     void walkTrees(const WalkOptions& options, FileJobs& jobs, const StopRequest& walkStop)
     {
-        TreeIntake intake(*index_, accounts_, jobs,
-                          {.ignoresChangeTime = request_.ignoresCtime,
-                           .ignoresInode = request_.ignoresInode,
-                           .trustsNothing = request_.trustsNothing},
-                          walkStop, [this](const std::string& path, std::uint64_t bytes) {
-                              announcePackage(path, bytes);
-                          });
+        TreeIntake intake(
+            *index_, accounts_, jobs,
+            {.ignoresChangeTime = request_.ignoresCtime,
+             .ignoresInode = request_.ignoresInode,
+             .trustsNothing = request_.trustsNothing},
+            notedRules(), walkStop,
+            [this](const std::string& path, std::uint64_t bytes) { announcePackage(path, bytes); });
         const WalkResult result = walkTree(options, intake, walkStop);
         if (!result.isStopped) {
             accounts_.walkIsOver();
             tellIdlePatterns(result.idlePatterns);
         }
         foundNothing_ = intake.foundNothing();
+    }
+
+    /// The rules for the notes of the folders that were named; of very long ones only that.
+    [[nodiscard]] std::string notedRules() const
+    {
+        std::string rules = packedRules(recordedRules(request_.rules));
+        return rules.size() <= kMostNotedRules ? rules : packedRules({"too long to be noted"});
     }
 
     void tellIdlePatterns(const std::vector<std::string>& patterns)

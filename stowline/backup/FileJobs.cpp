@@ -281,6 +281,8 @@ void FileJobs::fail(const FileJob& job, const std::string& cause, bool isGone)
     else
         for (std::uint64_t kept = index_.keepAsStale(path); kept > 0; --kept)
             accounts_.carriedForward();
+    if (!isGone && !isDryRun_)
+        index_.noteMissed(path, cause);
     accounts_.done(
         {.path = path, .state = ItemState::failed, .bytes = job.found.item.size, .cause = cause});
 }

@@ -96,11 +96,11 @@ private:
         if (!isAnything) {
             ++missing_;
             ++summary_.found;
-            tell(
-                {.path = selection.named(),
-                 .faults = {"Nothing of " + selection.named() + " is in run " +
-                            std::to_string(summary_.run) +
-                            (real.empty() ? "." : "; what it led to is stored as " + real + ".")}});
+            tell({.path = selection.named(),
+                  .faults = {"Nothing of " + selection.named() + " is in run " +
+                             std::to_string(summary_.run) +
+                             (real.empty() ? "." : "; what it led to is stored as " + real + ".") +
+                             whyNotHeld(items, selection.named())}});
             return;
         }
         if (!real.empty() && std::ranges::find(request_.paths, real) == request_.paths.end())
@@ -312,7 +312,7 @@ std::string absenceOf(const std::string& path, const ItemIndex& items, const std
     if (!real)
         return path + " leads through links in a circle in run " + run + ".";
     if (*real == path)
-        return path + " was not found in run " + run + ".";
+        return path + " was not found in run " + run + "." + whyNotHeld(items, path);
     const auto named = items.find(path);
     if (named && named->item.kind == ItemKind::link)
         return path + " is a link in run " + run + ". What it leads to, " + *real +

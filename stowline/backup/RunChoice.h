@@ -37,8 +37,10 @@ struct RunChoice {
 struct RunLack {
     std::uint64_t failed = 0;         ///< items that the run could not look at, read or store
     std::uint64_t carriedForward = 0; ///< items of its record that are as an earlier run saw them
-
-    [[nodiscard]] bool isAny() const { return failed + carriedForward > 0; }
+    /// Items of which it holds nothing, for no run could look at, read or store them since.
+    std::uint64_t neverStored = 0;
+    /// What its rules left out, as far as records name it: folders, what is mounted, hidden items.
+    std::uint64_t leftOut = 0;
 };
 
 /// What was read, for people to compare and for scripts.

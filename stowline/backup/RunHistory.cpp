@@ -97,10 +97,11 @@ RunEntry entryOf(const ListedRun& run, const RecordHead& head)
             .user = head.description.identity.user};
 }
 
-RecordFault nothingOf(const std::string& path, std::uint64_t run)
+RecordFault nothingOf(const std::string& path, const RunReader::Tree& tree)
 {
-    return {RecordFault::Kind::notFound,
-            "Nothing of " + path + " is in run " + std::to_string(run) + "."};
+    return {RecordFault::Kind::notFound, "Nothing of " + path + " is in run " +
+                                             std::to_string(tree.head.run) + "." +
+                                             whyNotHeld(tree.items, path)};
 }
 
 /// What is in a folder that the run does not describe, as those of standard input's names: items,
@@ -190,7 +191,7 @@ HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
             return take(item);
         });
         if (!isAnything)
-            throw nothingOf(path, tree.head.run);
+            throw nothingOf(path, tree);
     });
 }
 
@@ -228,7 +229,7 @@ HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
         }
         if (!named) {
             if (!takeImplied(tree.items, real, take))
-                throw nothingOf(path, tree.head.run);
+                throw nothingOf(path, tree);
             return;
         }
         std::string after;

@@ -14,16 +14,48 @@ constexpr std::chrono::seconds kBetweenCommits{2};
 
 } // namespace
 
+void RunIndex::beginRun(std::uint64_t run)
+{
+    using Kind = PlaceNote::Kind;
+    run_ = run;
+    for (const Kind kind : {Kind::walked, Kind::missed, Kind::leftOut})
+        hasNotes_ = hasNotes_ || index_.noteCount(kind) > 0;
+}
+
 std::vector<StoredItem> RunIndex::itemsIn(const std::string& folder)
 {
     const std::lock_guard lock(mutex_);
-    return index_.itemsIn(folder);
+    auto items = index_.itemsIn(folder);
+    if (!corrected_.empty()) {
+        for (StoredItem& item : items)
+            if (const auto other = corrected_.find(item.item.path); other != corrected_.end())
+                item = other->second;
+    }
+    return items;
 }
 
 std::optional<StoredItem> RunIndex::find(const std::string& path)
 {
     const std::lock_guard lock(mutex_);
+    if (const auto other = corrected_.find(path); other != corrected_.end())
+        return other->second;
     return index_.find(path);
+}
+
+void RunIndex::confirm(const std::string& path)
+{
+    const std::lock_guard lock(mutex_);
+    if (changes_)
+        index_.setConfirmed(path, run_);
+}
+
+void RunIndex::correct(const StoredItem& item)
+{
+    const std::lock_guard lock(mutex_);
+    if (changes_)
+        index_.put(item, run_);
+    else
+        corrected_.insert_or_assign(item.item.path, item);
 }
 
 void RunIndex::put(const StoredItem& item)
@@ -51,6 +83,10 @@ void RunIndex::remove(const std::string& path)
     const std::lock_guard lock(mutex_);
     partFrom(path, nullptr);
     index_.remove(path, run_);
+    if (!hasNotes_)
+        return;
+    index_.removeNote(path, run_);
+    index_.removeNotesBelow(path, run_);
 }
 
 bool RunIndex::meetFurtherName(const std::string& path, const std::string& first)
@@ -65,6 +101,14 @@ void RunIndex::putLocked(const StoredItem& item)
 {
     partFrom(item.item.path, &item);
     index_.put(item, run_);
+    if (!hasNotes_)
+        return;
+    const std::string& path = item.item.path;
+    if (const auto note = index_.noteAt(path);
+        note && (note->kind != PlaceNote::Kind::walked || item.item.kind != ItemKind::folder))
+        index_.removeNote(path, run_);
+    if (item.item.kind != ItemKind::folder)
+        index_.removeNotesBelow(path, run_);
 }
 
 /// Before an item is replaced or removed: what its further names share with it becomes theirs where
@@ -134,6 +178,87 @@ bool RunIndex::keepAloneAsStale(const std::string& path)
     item->isStale = true;
     index_.put(*item, run_);
     return true;
+}
+
+std::vector<PlaceNote> RunIndex::notesIn(const std::string& folder)
+{
+    const std::lock_guard lock(mutex_);
+    return hasNotes_ ? index_.notesIn(folder) : std::vector<PlaceNote>();
+}
+
+void RunIndex::putNoteLocked(const PlaceNote& note)
+{
+    hasNotes_ = true;
+    index_.putNote(note, run_);
+}
+
+void RunIndex::noteMissed(const std::string& path, const std::string& why)
+{
+    const std::lock_guard lock(mutex_);
+    if (changes_ && !index_.find(path))
+        putNoteLocked({path, PlaceNote::Kind::missed, why});
+}
+
+void RunIndex::leaveOut(const std::string& path, const std::string& why, bool isWorthANote)
+{
+    if (!changes_)
+        return;
+    const std::lock_guard lock(mutex_);
+    partFrom(path, nullptr);
+    index_.remove(path, run_);
+    if (hasNotes_)
+        index_.removeNotesBelow(path, run_);
+    if (isWorthANote)
+        putNoteLocked({path, PlaceNote::Kind::leftOut, why});
+    else if (hasNotes_)
+        index_.removeNote(path, run_);
+}
+
+void RunIndex::noteLeftOut(const std::string& path, const std::string& why)
+{
+    const std::lock_guard lock(mutex_);
+    if (changes_)
+        putNoteLocked({path, PlaceNote::Kind::leftOut, why});
+}
+
+void RunIndex::beginWalk(const std::string& folder, const std::string& rules)
+{
+    const std::lock_guard lock(mutex_);
+    const auto note = hasNotes_ && changes_ ? index_.noteAt(folder) : std::nullopt;
+    if (note && (note->kind == PlaceNote::Kind::leftOut ||
+                 (note->kind == PlaceNote::Kind::walked && note->text != rules)))
+        index_.removeNote(folder, run_);
+}
+
+void RunIndex::noteWalked(const std::string& folder, const std::string& rules)
+{
+    const std::lock_guard lock(mutex_);
+    if (changes_)
+        putNoteLocked({folder, PlaceNote::Kind::walked, rules});
+}
+
+void RunIndex::dropWalk(const std::string& folder)
+{
+    const std::lock_guard lock(mutex_);
+    const auto note = hasNotes_ && changes_ ? index_.noteAt(folder) : std::nullopt;
+    if (note && note->kind == PlaceNote::Kind::walked)
+        index_.removeNote(folder, run_);
+}
+
+void RunIndex::dropNote(const std::string& path)
+{
+    const std::lock_guard lock(mutex_);
+    if (changes_)
+        index_.removeNote(path, run_);
+}
+
+void RunIndex::dropNotes(const std::string& path)
+{
+    const std::lock_guard lock(mutex_);
+    if (!changes_)
+        return;
+    index_.removeNote(path, run_);
+    index_.removeNotesBelow(path, run_);
 }
 
 void RunIndex::commit()

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <set>
 #include <string>
@@ -25,7 +26,7 @@ public:
     }
 
     /// The number that changes are noted under.
-    void beginRun(std::uint64_t run) { run_ = run; }
+    void beginRun(std::uint64_t run);
     [[nodiscard]] std::uint64_t run() const { return run_; }
 
     [[nodiscard]] std::vector<StoredItem> itemsIn(const std::string& folder);
@@ -38,6 +39,11 @@ public:
     /// Further names of it, or of what was below it, keep what they shared, as with put().
     void remove(const std::string& path);
 
+    /// What asking the service told of an item that is known: that it holds the version, or what
+    /// the item is to be taken for. In a dry run the latter holds as long as this object.
+    void confirm(const std::string& path);
+    void correct(const StoredItem& item);
+
     /// Notes that a further name of a hard link was met in this run.
     /// @return whether it has to be put: it is not known as a further name of that first one (any
     ///         more)
@@ -49,6 +55,26 @@ public:
 
     /// The same of an item alone, whatever is below it. @return whether anything is known of it
     bool keepAloneAsStale(const std::string& path);
+
+    // ---- notes of places; in a dry run they are only read ----
+
+    [[nodiscard]] std::vector<PlaceNote> notesIn(const std::string& folder);
+    /// Of what failed: that nothing of it is held, unless an earlier run stored it. Goes when the
+    /// item is put or removed.
+    void noteMissed(const std::string& path, const std::string& why);
+    /// Of what a rule leaves out: it, and what is known of what is below it, goes with remove();
+    /// `isWorthANote`: a note says so.
+    void leaveOut(const std::string& path, const std::string& why, bool isWorthANote);
+    /// The same of a folder that is recorded all the same, on the way to what is named below it.
+    void noteLeftOut(const std::string& path, const std::string& why);
+    /// Of a named folder that is about to be looked at: what an earlier run noted under other rules
+    /// holds no more.
+    void beginWalk(const std::string& folder, const std::string& rules);
+    void noteWalked(const std::string& folder, const std::string& rules);
+    void dropWalk(const std::string& folder);
+    void dropNote(const std::string& path);
+    /// With those below it.
+    void dropNotes(const std::string& path);
 
     /// Makes everything durable that was put.
     void commit();
@@ -68,6 +94,7 @@ private:
     void putLocked(const StoredItem& item);
     void partFrom(const std::string& path, const StoredItem* successor);
     void handDown(const StoredItem& first, std::vector<StoredItem>& further);
+    void putNoteLocked(const PlaceNote& note);
 
     std::mutex mutex_;
     ItemIndex index_;
@@ -75,9 +102,11 @@ private:
     const UploadOwner owner_;
     const bool changes_;
     std::uint64_t run_ = 0;
-    std::set<std::string> metNames_;  ///< further names of hard links
-    std::set<std::string> keptPaths_; ///< at and below which all was kept as stale
-    std::vector<std::string> stored_; ///< whose journal entries go with the next commit
+    bool hasNotes_ = false;                       ///< of any place; else there is none to look for
+    std::map<std::string, StoredItem> corrected_; ///< in a dry run, by path
+    std::set<std::string> metNames_;              ///< further names of hard links
+    std::set<std::string> keptPaths_;             ///< at and below which all was kept as stale
+    std::vector<std::string> stored_;             ///< whose journal entries go with the next commit
     std::chrono::steady_clock::time_point committed_ = std::chrono::steady_clock::now();
 };
 

@@ -15,6 +15,10 @@ namespace {
 /// How much of the chain each run reads again to know that it is still there.
 constexpr std::uint64_t kRecordBytesReadAgain = 16U << 20;
 
+/// Of the paths that were named, as many as this go into a record's first line.
+constexpr std::size_t kMostNamedBytes = 1U << 20;
+constexpr std::size_t kBytesAroundText = 4;
+
 /// A path as it is named, but from the root on.
 std::string absolute(const std::string& path)
 {
@@ -126,6 +130,24 @@ bool RunRecords::load(RecordChain& chain, ItemIndex& index)
     }
 }
 
+std::vector<std::string> recordedRules(const BackupRules& rules)
+{
+    std::vector<std::string> texts;
+    for (const std::string& pattern : rules.include)
+        texts.push_back("include " + pattern);
+    for (const std::string& pattern : rules.exclude)
+        texts.push_back("exclude " + pattern);
+    if (!rules.excludeLines.empty())
+        texts.push_back("exclude-from " + rules.excludeLines);
+    if (rules.skipsHidden)
+        texts.emplace_back("skip-hidden");
+    if (rules.skipsCaches)
+        texts.emplace_back("exclude-caches");
+    if (rules.staysOnFileSystem)
+        texts.emplace_back("one-file-system");
+    return texts;
+}
+
 RunDescription RunRecords::description() const
 {
     RunDescription about;
@@ -133,20 +155,15 @@ RunDescription RunRecords::description() const
     about.systemName = request_.account.systemName;
     about.host = General::localHostName();
     about.identity = request_.identity;
-    for (const std::string& path : request_.paths)
-        about.namedPaths.push_back(absolute(path));
-    for (const std::string& pattern : request_.rules.include)
-        about.rules.push_back("include " + pattern);
-    for (const std::string& pattern : request_.rules.exclude)
-        about.rules.push_back("exclude " + pattern);
-    if (!request_.rules.excludeLines.empty())
-        about.rules.push_back("exclude-from " + request_.rules.excludeLines);
-    if (request_.rules.skipsHidden)
-        about.rules.emplace_back("skip-hidden");
-    if (request_.rules.skipsCaches)
-        about.rules.emplace_back("exclude-caches");
-    if (request_.rules.staysOnFileSystem)
-        about.rules.emplace_back("one-file-system");
+    std::size_t bytes = 0;
+    for (const std::string& path : request_.paths) {
+        std::string named = absolute(path);
+        bytes += named.size() + kBytesAroundText;
+        if (bytes > kMostNamedBytes)
+            break;
+        about.namedPaths.push_back(std::move(named));
+    }
+    about.rules = recordedRules(request_.rules);
     about.clientVersion = General::productVersion().value_or("unknown");
     about.begun = timestampNow();
     return about;

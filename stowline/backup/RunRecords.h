@@ -13,6 +13,9 @@
 
 namespace stowline::backup {
 
+/// Rules as records have them: "exclude *.o".
+[[nodiscard]] std::vector<std::string> recordedRules(const BackupRules& rules);
+
 /// One run's dealings with its chain. One thread at a time. Throws RecordFault, RunFault and
 /// IndexFault.
 class RunRecords {

@@ -30,6 +30,8 @@ TreeIntake::Frame& TreeIntake::frameOf(const std::string& folder)
         frame.path = folder;
         frame.known = index_.itemsIn(folder);
         frame.isMet.resize(frame.known.size());
+        frame.notes = index_.notesIn(folder);
+        frame.isNoteMet.resize(frame.notes.size());
         if (!frames_.empty()) {
             frame.isDiskMissing = frames_.back().isDiskMissing;
             frame.wasMissing = frames_.back().wasMissing;
@@ -46,6 +48,9 @@ std::optional<StoredItem> TreeIntake::meet(const std::string& path)
     if (frames_.empty() || frames_.back().path != folder)
         return index_.find(path);
     Frame& frame = frames_.back();
+    const auto note = std::ranges::lower_bound(frame.notes, path, {}, &PlaceNote::path);
+    if (note != frame.notes.end() && note->path == path)
+        frame.isNoteMet[static_cast<std::size_t>(note - frame.notes.begin())] = true;
     const auto place = std::ranges::lower_bound(
         frame.known, path, {},
         [](const StoredItem& item) -> const std::string& { return item.item.path; });
@@ -53,6 +58,29 @@ std::optional<StoredItem> TreeIntake::meet(const std::string& path)
         return std::nullopt;
     frame.isMet[static_cast<std::size_t>(place - frame.known.begin())] = true;
     return *place;
+}
+
+/// What an earlier run noted of an item that is wanted now: that it was left out holds no more, nor
+/// does that it was a named folder, when it is looked at as a part of another.
+void TreeIntake::takeNote(const FoundItem& found)
+{
+    const std::string& path = found.item.path;
+    const bool isNamedFolder = found.isNamed && found.item.kind == ItemKind::folder;
+    if (isNamedFolder)
+        index_.beginWalk(path, rules_);
+    const PlaceNote* note = noteOf(path);
+    if (note != nullptr && note->kind != PlaceNote::Kind::missed && !isNamedFolder)
+        index_.dropNote(path);
+}
+
+/// What earlier runs noted of an item in the folder that is being walked; null: nothing.
+const PlaceNote* TreeIntake::noteOf(const std::string& path) const
+{
+    if (frames_.empty() || frames_.back().path != parentOf(path))
+        return nullptr;
+    const auto& notes = frames_.back().notes;
+    const auto note = std::ranges::lower_bound(notes, path, {}, &PlaceNote::path);
+    return note != notes.end() && note->path == path ? &*note : nullptr;
 }
 
 void TreeIntake::carryForward(const std::string& path)
@@ -64,6 +92,7 @@ void TreeIntake::carryForward(const std::string& path)
 void TreeIntake::fail(const std::string& path, ItemKind kind, const std::string& cause)
 {
     carryForward(path);
+    index_.noteMissed(path, cause);
     accounts_.done({.path = path, .kind = kind, .cause = cause});
 }
 
@@ -87,6 +116,7 @@ void TreeIntake::found(FoundItem found)
     const bool isFolder = found.item.kind == ItemKind::folder;
     const std::string path = found.item.path;
     const auto known = meet(path);
+    takeNote(found);
     accounts_.found(found.item.kind == ItemKind::file && found.sameFileAs.empty() ? found.item.size
                                                                                   : 0);
     const bool lostItsDisk = known && known->item.isMountPoint && !found.item.isMountPoint;
@@ -186,6 +216,14 @@ void TreeIntake::notePassage(FoundItem found)
         item.item = std::move(found.item);
         index_.put(item);
     }
+    if (found.leftOut) {
+        metAnything_ = true;
+        index_.noteLeftOut(path, sentenceOf(*found.leftOut));
+        accounts_.foundAndDone({.path = path,
+                                .state = ItemState::excluded,
+                                .kind = ItemKind::folder,
+                                .cause = sentenceOf(*found.leftOut)});
+    }
     (void)frameOf(path);
 }
 
@@ -215,8 +253,11 @@ void TreeIntake::takeFile(FoundItem found, const std::optional<StoredItem>& know
 void TreeIntake::excluded(const std::string& path, ItemKind kind, const Exclusion& why)
 {
     metAnything_ = true;
-    if (meet(path))
-        index_.remove(path);
+    // The patterns of a run say of files and the like for themselves which they leave out.
+    const bool isWorthANote =
+        kind == ItemKind::folder || (why.rule != Rule::pattern && why.rule != Rule::notIncluded);
+    if (meet(path) || isWorthANote || noteOf(path) != nullptr)
+        index_.leaveOut(path, sentenceOf(why), isWorthANote);
     accounts_.foundAndDone(
         {.path = path, .state = ItemState::excluded, .kind = kind, .cause = sentenceOf(why)});
 }
@@ -235,7 +276,11 @@ void TreeIntake::failed(const WalkFailure& failure)
         cause =
             fmt::format("{} {} cannot be looked at: {}.",
                         failure.isFolder ? "The folder" : "The item", failure.path, failure.reason);
-    fail(failure.path, failure.isFolder ? ItemKind::folder : ItemKind::file, cause);
+    const ItemKind kind = failure.isFolder ? ItemKind::folder : ItemKind::file;
+    if (!isMissing)
+        return fail(failure.path, kind, cause);
+    carryForward(failure.path); // but where there was never anything nothing was missed
+    accounts_.done({.path = failure.path, .kind = kind, .cause = cause});
 }
 
 /// Whether an item that is known was on the disk, and not put into its place since.
@@ -305,6 +350,7 @@ bool TreeIntake::isMissingDisk(const Frame& frame, const FolderEnd& folder)
 
 void TreeIntake::failMissingDisk(const Frame& frame, const FolderEnd& folder)
 {
+    index_.dropWalk(folder.path);
     for (std::size_t i = 0; i < frame.known.size(); ++i) {
         const std::string& path = frame.known[i].item.path;
         if (wasOnDisk(frame, frame.known[i]) && !(frame.isDiskMissing && frame.isMet[i])) {
@@ -340,18 +386,25 @@ void TreeIntake::left(const FolderEnd& folder)
         frames_.back().bytes += frame.bytes;
         frames_.back().hasFilesToSend = frames_.back().hasFilesToSend || frame.hasFilesToSend;
     }
-    if (folder.isPassage)
+    if (folder.isPassage) {
+        if (folder.isLeftOut)
+            leaveUnmet(frame, true);
         return;
+    }
     if (isMissingDisk(frame, folder))
         return failMissingDisk(frame, folder);
-    if (frame.waiting)
-        recordWaiting(frame);
+    const bool isDescribed = !frame.waiting || recordWaiting(frame);
     leaveUnmet(frame, folder.isComplete);
+    if (folder.isNamed && folder.isComplete && isDescribed)
+        index_.noteWalked(folder.path, rules_);
+    else if (folder.isNamed)
+        index_.dropWalk(folder.path);
     if (frame.hasFilesToSend && General::isPathPackage(folder.path))
         onPackage_(folder.path, frame.bytes);
 }
 
-void TreeIntake::recordWaiting(Frame& frame)
+/// @return false when it failed: that is told
+bool TreeIntake::recordWaiting(Frame& frame)
 {
     const auto known = index_.find(frame.path);
     const bool isSame =
@@ -362,8 +415,11 @@ void TreeIntake::recordWaiting(Frame& frame)
                         .state = ItemState::recorded,
                         .kind = ItemKind::folder,
                         .cause = {}});
-    else if (describe(*frame.waiting))
+    else if (!describe(*frame.waiting))
+        return false;
+    else
         record(std::move(*frame.waiting));
+    return true;
 }
 
 /// What is known of a folder and was not met in it.
@@ -386,6 +442,11 @@ void TreeIntake::leaveUnmet(const Frame& frame, bool isComplete)
             index_.remove(item.path);
         else
             carryForward(item.path);
+    }
+    for (std::size_t i = 0; i < frame.notes.size(); ++i) {
+        const std::string& path = frame.notes[i].path;
+        if (!frame.isNoteMet[i] && !frame.isDiskMissing && (isComplete || isNothingAt(path)))
+            index_.dropNotes(path);
     }
 }
 

@@ -19,13 +19,14 @@ namespace stowline::backup {
 /// IndexFault.
 class TreeIntake : public WalkObserver {
 public:
+    /// @param rules those of the walk, for the record (packedRules)
     /// @param onPackage told of a folder that people are shown as one file, when files in it are
     ///        to be sent, with the bytes of all its files
     TreeIntake(RunIndex& index, RunAccounts& accounts, FileJobs& jobs, ComparisonOptions options,
-               StopRequest walk,
+               std::string rules, StopRequest walk,
                std::function<void(const std::string& path, std::uint64_t bytes)> onPackage)
         : index_(index), accounts_(accounts), jobs_(jobs), options_(options),
-          walk_(std::move(walk)), onPackage_(std::move(onPackage))
+          rules_(std::move(rules)), walk_(std::move(walk)), onPackage_(std::move(onPackage))
     {
     }
 
@@ -44,6 +45,8 @@ private:
         std::string path;
         std::vector<StoredItem> known; ///< by name
         std::vector<bool> isMet;
+        std::vector<PlaceNote> notes; ///< by name
+        std::vector<bool> isNoteMet;
         /// A named folder, and one on which a disk was mounted, waits for what is in it.
         std::optional<FoundItem> waiting;
         bool lostItsDisk = false; ///< it was a mount point and is none any more
@@ -57,6 +60,8 @@ private:
 
     Frame& frameOf(const std::string& folder);
     [[nodiscard]] std::optional<StoredItem> meet(const std::string& path);
+    void takeNote(const FoundItem& found);
+    [[nodiscard]] const PlaceNote* noteOf(const std::string& path) const;
     void takeFile(FoundItem found, const std::optional<StoredItem>& known, Decision decision);
     void record(FoundItem found);
     void notePassage(FoundItem found);
@@ -71,12 +76,13 @@ private:
     [[nodiscard]] std::uint64_t countHeld(const std::string& folder, bool wasMissing);
     [[nodiscard]] bool holdsNextToNothing(const std::string& folder, bool wasMissing);
     [[nodiscard]] static bool isMissingDisk(const Frame& frame, const FolderEnd& folder);
-    void recordWaiting(Frame& frame);
+    [[nodiscard]] bool recordWaiting(Frame& frame);
 
     RunIndex& index_;
     RunAccounts& accounts_;
     FileJobs& jobs_;
     const ComparisonOptions options_;
+    const std::string rules_;
     const StopRequest walk_;
     const std::function<void(const std::string& path, std::uint64_t bytes)> onPackage_;
     std::vector<Frame> frames_;

@@ -54,7 +54,7 @@ bool VersionAudit::askAfterSome(std::span<const std::string> paths)
     std::vector<StoredItem> items;
     std::vector<StoredVersion> versions;
     for (const std::string& path : paths) {
-        auto item = index_.alone().find(path);
+        auto item = index_.find(path);
         if (!item || !item->content)
             continue;
         if (!isVersionNumber(item->content->version) && !learnVersion(*item))
@@ -73,7 +73,7 @@ bool VersionAudit::askAfterSome(std::span<const std::string> paths)
                               ? VersionVerdict::Kind::damaged
                               : (*verdicts)[i].kind;
         if (kind == VersionVerdict::Kind::whole)
-            index_.alone().setConfirmed(items[i].item.path, index_.run());
+            index_.confirm(items[i].item.path);
         else if (kind == VersionVerdict::Kind::untold)
             ++untold_; // no loss: a service that never tells would be sent everything in every run
         else
@@ -88,7 +88,7 @@ bool VersionAudit::learnVersion(StoredItem& item)
 {
     item.content->version.clear();
     if (!WebServiceBroker::isRestoringConfigured()) { // nor is anything else known of it
-        index_.alone().setConfirmed(item.item.path, index_.run());
+        index_.confirm(item.item.path);
         return true;
     }
     const auto found = finder_.versionFor(item.item.path, *item.content);
@@ -97,7 +97,7 @@ bool VersionAudit::learnVersion(StoredItem& item)
     if (isVersionNumber(found.version)) {
         item.content->version = found.version;
         item.content->list = found.list;
-        index_.alone().put(item, index_.run());
+        index_.correct(item);
     } else {
         lose(item);
     }
@@ -109,7 +109,7 @@ void VersionAudit::lose(StoredItem& item)
     ++lost_;
     item.content.reset();
     // Its further names go on sharing with it what is sent again.
-    index_.alone().put(item, index_.run());
+    index_.correct(item);
 }
 
 /// @return false, for whoever asked

@@ -151,6 +151,62 @@ void ItemIndex::forEachChangeSince(std::uint64_t run,
     });
 }
 
+std::vector<PlaceNote> ItemIndex::notesIn(std::string_view folder) const
+{
+    return tables_->reading([&] { return tables_->notes.in(folder); });
+}
+
+std::optional<PlaceNote> ItemIndex::noteAt(std::string_view path) const
+{
+    return tables_->reading([&] { return tables_->notes.at(path); });
+}
+
+void ItemIndex::putNote(const PlaceNote& note, std::uint64_t run)
+{
+    tables_->writing([&] {
+        tables_->begin();
+        tables_->notes.put(note, databaseNumber(run));
+    });
+}
+
+void ItemIndex::removeNote(std::string_view path, std::uint64_t run)
+{
+    tables_->writing([&] {
+        tables_->begin();
+        tables_->notes.removeAt(path, databaseNumber(run));
+    });
+}
+
+void ItemIndex::removeNotesBelow(std::string_view path, std::uint64_t run)
+{
+    tables_->writing([&] {
+        tables_->begin();
+        tables_->notes.removeBelow(path, databaseNumber(run));
+    });
+}
+
+std::uint64_t ItemIndex::noteCount(PlaceNote::Kind kind) const
+{
+    return tables_->reading([&] { return tables_->notes.count(kind); });
+}
+
+void ItemIndex::forEachNote(const std::function<bool(const PlaceNote&)>& take) const
+{
+    tables_->reading([&] {
+        tables_->notes.forEachChangeSince(
+            -1, [&take](const std::string&, const std::optional<PlaceNote>& note) {
+                return take(*note);
+            });
+    });
+}
+
+void ItemIndex::forEachNoteChangeSince(
+    std::uint64_t run,
+    const std::function<bool(const std::string&, const std::optional<PlaceNote>&)>& take) const
+{
+    tables_->reading([&] { tables_->notes.forEachChangeSince(databaseNumber(run), take); });
+}
+
 void ItemIndex::forgetVanished(std::uint64_t upToRun)
 {
     tables_->writing([&] { tables_->forgetVanished(databaseNumber(upToRun)); });

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/index/IndexFault.h"
+#include "stowline/backup/index/PlaceNote.h"
 #include "stowline/backup/index/StoredItem.h"
 
 #include <cstdint>
@@ -121,6 +122,27 @@ public:
     [[nodiscard]] std::uint64_t contentBytes() const;
     /// The items that are carried forward (StoredItem::isStale), counted anew as well.
     [[nodiscard]] std::uint64_t staleCount() const;
+
+    // ---- notes of places, beside the items ----
+
+    /// The notes of what is directly in a folder, by the bytes of the names.
+    [[nodiscard]] std::vector<PlaceNote> notesIn(std::string_view folder) const;
+    [[nodiscard]] std::optional<PlaceNote> noteAt(std::string_view path) const;
+    /// Puts a note in the place of that of its path. The very same one is no change.
+    void putNote(const PlaceNote& note, std::uint64_t run);
+    void removeNote(std::string_view path, std::uint64_t run);
+    /// Those of what lies below a path, not that of the path itself.
+    void removeNotesBelow(std::string_view path, std::uint64_t run);
+    /// How many there are of a kind, counted anew.
+    [[nodiscard]] std::uint64_t noteCount(PlaceNote::Kind kind) const;
+
+    /// Every note, folder by folder; the function returns whether to go on.
+    void forEachNote(const std::function<bool(const PlaceNote&)>& take) const;
+    /// Those that changed after a run; absent: there is none any more.
+    void forEachNoteChangeSince(
+        std::uint64_t run,
+        const std::function<bool(const std::string& path, const std::optional<PlaceNote>& note)>&
+            take) const;
 
     // ---- versions that the service is asked after ----
 

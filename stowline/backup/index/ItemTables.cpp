@@ -61,7 +61,7 @@ std::string pathOfItem(std::string_view folder, std::string_view name)
 } // namespace
 
 ItemIndex::Tables::Tables(IndexFile opened)
-    : file(std::move(opened)), database_(*file.database),
+    : file(std::move(opened)), notes(*file.database), database_(*file.database),
       folderByPath_(database_, "SELECT id, changed_run FROM folders WHERE path = ?"),
       foldersBetween_(database_, "SELECT id, path FROM folders WHERE path >= ?1 AND path < ?3"
                                  " AND (?2 OR path > ?1) AND changed_run > ?4"
@@ -276,6 +276,7 @@ void ItemIndex::Tables::forgetVanished(std::int64_t upToRun)
     forget.exec();
     database_.exec("DELETE FROM folders WHERE NOT EXISTS"
                    " (SELECT 1 FROM items WHERE items.folder = folders.id)");
+    notes.forgetVanished(upToRun);
 }
 
 void ItemIndex::Tables::setPosition(const IndexPosition& position)
@@ -293,6 +294,7 @@ void ItemIndex::Tables::clear()
     lastFolder_.reset();
     database_.exec("DELETE FROM items; DELETE FROM folders;"
                    " UPDATE about SET run = 0, digest = ''");
+    notes.clear();
 }
 
 void ItemIndex::Tables::begin()

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/index/IndexFile.h"
+#include "stowline/backup/index/PlaceNotes.h"
 
 #include <SQLiteCpp/Statement.h>
 
@@ -55,6 +56,8 @@ struct ItemIndex::Tables {
     void forgetVanished(std::int64_t upToRun);
     void setPosition(const IndexPosition& position);
     void clear();
+    /// Before a change: opens a batch, after committing one that has grown or is old.
+    void begin();
     void commit();
 
     /// Runs what reads, or what writes inside the open batch; the database's exceptions leave as
@@ -63,12 +66,12 @@ struct ItemIndex::Tables {
     template <typename Work> void writing(const Work& work);
 
     IndexFile file;
+    PlaceNotes notes;
 
 private:
     [[nodiscard]] Folder madeFolder(std::string_view path, std::int64_t run);
     void noteChange(Folder& folder, std::int64_t run);
     void removeBelow(std::string_view path, std::int64_t run);
-    void begin();
     void abandon() noexcept;
 
     SQLite::Database& database_;

@@ -274,7 +274,14 @@ RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
             RecordReader reader(
                 {.head = {},
                  .item = [&](const StoredItem& item) { index.put(item, number); },
-                 .gone = [&](const std::string& path) { index.remove(path, number); }});
+                 .gone = [&](const std::string& path) { index.remove(path, number); },
+                 .place =
+                     [&](const PlaceLine& place) {
+                         if (place.note)
+                             index.putNote(*place.note, number);
+                         else
+                             index.removeNote(place.path, number);
+                     }});
             readInto(*record, reader);
         }
         const FetchedRecord& last = records.front();
@@ -380,9 +387,19 @@ WrittenRecord writeRecord(const ItemIndex& index, const RecordHead& head, PutFil
                 writer.writeGone(change.path);
             return true;
         });
+        index.forEachNoteChangeSince(
+            head.baseline->run,
+            [&writer](const std::string& path, const std::optional<PlaceNote>& note) {
+                writer.write(PlaceLine{path, note});
+                return true;
+            });
     } else {
         index.forEach("/", [&writer](const StoredItem& item) {
             writer.write(item);
+            return true;
+        });
+        index.forEachNote([&writer](const PlaceNote& note) {
+            writer.write(PlaceLine{note.path, note});
             return true;
         });
     }

@@ -32,6 +32,10 @@ constexpr std::array kStates{std::pair{RecordState::begun, "begun"},
                              std::pair{RecordState::unfinished, "unfinished"},
                              std::pair{RecordState::finished, "finished"}};
 
+constexpr std::array kNotes{std::pair{PlaceNote::Kind::walked, "walked"},
+                            std::pair{PlaceNote::Kind::missed, "missed"},
+                            std::pair{PlaceNote::Kind::leftOut, "left_out"}};
+
 template <class Table, class Value> const char* nameIn(const Table& table, Value value)
 {
     for (const auto& [known, name] : table) {
@@ -345,6 +349,18 @@ StoredItem storedItemIn(const Json& object)
     return stored;
 }
 
+PlaceLine placeIn(const Json& object)
+{
+    PlaceLine place{.path = pathIn(object, "place"), .note = std::nullopt};
+    if (!object.contains("note"))
+        return place;
+    PlaceNote note{.path = place.path, .kind = oneOf(kNotes, object, "note"), .text = {}};
+    note.text = note.kind == PlaceNote::Kind::walked ? packedRules(listIn(object, "rules"))
+                                                     : textIn(object, "why");
+    place.note = std::move(note);
+    return place;
+}
+
 } // namespace
 
 bool isItemPath(std::string_view path)
@@ -442,6 +458,20 @@ std::string lineOf(const GoneItem& gone)
     return line(object);
 }
 
+std::string lineOf(const PlaceLine& place)
+{
+    Json object = Json::object();
+    putText(object, "place", place.path);
+    if (place.note) {
+        object["note"] = nameIn(kNotes, place.note->kind);
+        if (place.note->kind == PlaceNote::Kind::walked)
+            object["rules"] = listOf(unpackedRules(place.note->text));
+        else
+            putText(object, "why", place.note->text);
+    }
+    return line(object);
+}
+
 std::string lineOf(const RecordEnd& end)
 {
     return line({{"end", {{"items", end.items}, {"sha256", end.digest}}}});
@@ -496,6 +526,8 @@ RecordLine recordLineOf(std::string_view line)
         return RecordEnd{numberIn(*end, "items"), digestIn(*end, "sha256")};
     if (holdsText(object, "gone"))
         return GoneItem{pathIn(object, "gone")};
+    if (holdsText(object, "place"))
+        return placeIn(object);
     return storedItemIn(object);
 }
 

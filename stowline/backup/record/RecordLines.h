@@ -1,10 +1,12 @@
 // The lines of a record as text, and back. docs/formats/record.md has the form.
 #pragma once
 
+#include "stowline/backup/index/PlaceNote.h"
 #include "stowline/backup/index/StoredItem.h"
 #include "stowline/backup/record/RecordHead.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -12,11 +14,17 @@
 namespace stowline::backup {
 
 /// The newest format that this program reads, and the one that it writes.
-inline constexpr std::uint64_t kRecordFormat = 1;
+inline constexpr std::uint64_t kRecordFormat = 2;
 
 /// A path that a difference tells is there no more, with all that is below it.
 struct GoneItem {
     std::string path;
+};
+
+/// What a record tells of a place besides the item there.
+struct PlaceLine {
+    std::string path;
+    std::optional<PlaceNote> note; ///< absent, in a difference: there is none any more
 };
 
 /// The last line.
@@ -28,6 +36,7 @@ struct RecordEnd {
 [[nodiscard]] std::string lineOf(const RecordHead& head);
 [[nodiscard]] std::string lineOf(const StoredItem& stored);
 [[nodiscard]] std::string lineOf(const GoneItem& gone);
+[[nodiscard]] std::string lineOf(const PlaceLine& place);
 [[nodiscard]] std::string lineOf(const RecordEnd& end);
 
 /// Lines that others wrote: nothing in them is trusted. What is not of the form, or could not be of
@@ -35,7 +44,7 @@ struct RecordEnd {
 /// `tooNew` for a first line of a later format, else `damaged`. Keys that are not known are passed
 /// over.
 [[nodiscard]] RecordHead headOf(std::string_view line);
-using RecordLine = std::variant<StoredItem, GoneItem, RecordEnd>;
+using RecordLine = std::variant<StoredItem, GoneItem, PlaceLine, RecordEnd>;
 [[nodiscard]] RecordLine recordLineOf(std::string_view line);
 
 /// Whether a path could be one of ItemRecord.

@@ -85,6 +85,18 @@ void RecordReader::takeItem(std::string_view line)
         return;
     }
     ++items_;
+    if (const auto* place = std::get_if<PlaceLine>(&taken)) {
+        if (head_->state == RecordState::begun)
+            refuse("a run that has only begun has looked at nothing");
+        if (!place->note && !head_->baseline)
+            refuse("it has nothing to build on, yet tells what is gone");
+        isPastItems_ = true;
+        if (listener_.place)
+            listener_.place(*place);
+        return;
+    }
+    if (isPastItems_)
+        refuse("an item follows the notes of places");
     if (const auto* gone = std::get_if<GoneItem>(&taken)) {
         takePath(gone->path);
         if (!head_->baseline)

@@ -19,6 +19,7 @@ struct RecordListener {
     std::function<void(const RecordHead&)> head;
     std::function<void(const StoredItem&)> item;
     std::function<void(const std::string& path)> gone;
+    std::function<void(const PlaceLine&)> place;
 };
 
 /// One record. Feed it the stored bytes in pieces of any size, then finish(): only then is it known
@@ -52,6 +53,7 @@ private:
     std::optional<RecordHead> head_;
     std::string lastPath_;
     std::uint64_t items_ = 0;
+    bool isPastItems_ = false; ///< a note of a place has come
     bool isAtEnd_ = false;
 };
 

@@ -174,6 +174,51 @@ TEST(Record, GivesBackEveryFieldInPiecesOfAnySize)
     }
 }
 
+TEST(Record, TellsOfPlacesBehindTheItems)
+{
+    using Kind = PlaceNote::Kind;
+    const std::vector<PlaceLine> places{
+        {"/a",
+         PlaceNote{"/a", Kind::walked, packedRules({"exclude *.o", "exclude-from a\nb\xff"})}},
+        {"/a/\xff", PlaceNote{"/a/\xff", Kind::missed, "it cannot be read"}},
+        {"/a/out", PlaceNote{"/a/out", Kind::leftOut, "hidden"}},
+        {"/b", std::nullopt}};
+    std::vector<std::string> lines{lineOf(someHead()), lineOf(folderAt("/a"))};
+    for (const PlaceLine& place : places)
+        lines.push_back(lineOf(place));
+    std::vector<PlaceLine> heard;
+    RecordReader reader({.place = [&heard](const PlaceLine& place) { heard.push_back(place); }});
+    reader.feed(recordOf(lines));
+    reader.finish();
+    ASSERT_EQ(heard.size(), places.size());
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        EXPECT_EQ(heard[i].path, places[i].path);
+        EXPECT_EQ(heard[i].note, places[i].note);
+    }
+    EXPECT_EQ(lines[4], "{\"place\":\"/a/out\",\"note\":\"left_out\",\"why\":\"hidden\"}\n");
+    EXPECT_EQ(lines[5], "{\"place\":\"/b\"}\n");
+    std::swap(lines[1], lines[5]); // an item behind them
+    EXPECT_EQ(refusalOf(recordOf(lines)), RecordFault::Kind::damaged);
+    RecordHead full = someHead();
+    full.baseline.reset();
+    EXPECT_EQ(refusalOf(recordOf({lineOf(full), lineOf(places.back())})),
+              RecordFault::Kind::damaged);
+    for (const char* line : {R"({"place":"a","note":"missed"})", R"({"place":"/a","note":"other"})",
+                             R"({"place":"/a","note":1})"})
+        EXPECT_EQ(refusalOf(recordOf({lineOf(someHead()), std::string(line) + "\n"})),
+                  RecordFault::Kind::damaged)
+            << line;
+}
+
+TEST(Record, OfTheFirstFormatIsRead)
+{
+    std::string head = lineOf(someHead());
+    const std::string now = "\"format\":2";
+    head.replace(head.find(now), now.size(), "\"format\":1");
+    EXPECT_EQ(read(recordOf({head, lineOf(folderAt("/a"))})).items,
+              std::vector<StoredItem>{folderAt("/a")});
+}
+
 TEST(Record, HasAFormOnTheDisk)
 {
     RecordHead head = someHead();
@@ -188,7 +233,7 @@ TEST(Record, HasAFormOnTheDisk)
         "\n");
     EXPECT_EQ(
         text.substr(0, first),
-        R"({"record":"stowline run","format":1,"run":12,"state":"finished","predecessor":{"run":11,"sha256":")" +
+        R"({"record":"stowline run","format":2,"run":12,"state":"finished","predecessor":{"run":11,"sha256":")" +
             kDigest +
             R"("},"differences":{"records":3,"bytes":1000,"full_bytes":50000},"machine":"1A2B","user":"ann","profile":"default","username":"ann","system":"iMac","host":"imac.local","client":"1.0","key":"","begun":[1700000000,5],"ended":[1700000100,999999999],"paths":["/home/ann",{"b64":"L29kZCD/"}],"rules":["exclude *.o"],"items":2,"failed":1,"new_bytes":10,"bytes":20})"
             "\n");
@@ -212,10 +257,13 @@ TEST(Record, RefusesEveryCutAndEveryChangedByte)
     for (std::size_t length = 0; length < bytes.size(); ++length)
         EXPECT_EQ(refusalOf(bytes.substr(0, length)), RecordFault::Kind::damaged) << length;
     EXPECT_EQ(refusalOf(bytes + "x"), RecordFault::Kind::damaged);
-    // Some bytes of gzip's own head say nothing of the content (time, system); of those behind it
-    // each counts.
+    // Some bytes of gzip's own head say nothing of the content (time, system), nor do the bits that
+    // fill up the last byte before its checksum and length; of all others each counts.
     constexpr std::size_t gzipHead = 10;
+    constexpr std::size_t gzipEnd = 8;
     for (std::size_t at = gzipHead; at < bytes.size(); ++at) {
+        if (at + gzipEnd + 1 == bytes.size())
+            continue;
         std::string changed = bytes;
         changed[at] = static_cast<char>(changed[at] ^ 0x20);
         EXPECT_EQ(refusalOf(changed), RecordFault::Kind::damaged) << at;
@@ -289,7 +337,7 @@ TEST(Record, RefusesItemsThatCannotBe)
 TEST(Record, RefusesAHeadOfALaterFormatByItsName)
 {
     std::string head = lineOf(someHead());
-    head.replace(head.find("\"format\":1"), 10, "\"format\":2");
+    head.replace(head.find("\"format\":2"), 10, "\"format\":3");
     EXPECT_EQ(refusalOf(recordOf({head})), RecordFault::Kind::tooNew);
 }
 

@@ -30,6 +30,12 @@ void RecordWriter::writeGone(const std::string& path)
     ++items_;
 }
 
+void RecordWriter::write(const PlaceLine& place)
+{
+    writeLine(lineOf(place));
+    ++items_;
+}
+
 void RecordWriter::finish()
 {
     packer_.write(lineOf(RecordEnd{items_, lines_.hexadecimal()}));

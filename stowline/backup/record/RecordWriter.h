@@ -18,6 +18,8 @@ public:
 
     void write(const StoredItem& item);
     void writeGone(const std::string& path);
+    /// After all items.
+    void write(const PlaceLine& place);
 
     /// Ends the record. Nothing may be written after it.
     void finish();

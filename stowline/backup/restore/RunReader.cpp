@@ -64,6 +64,22 @@ std::string listOf(const std::vector<std::string>& chains)
     return text;
 }
 
+/// "/a, /b and 3 others".
+std::string missedPlaces(const ItemIndex& items, std::uint64_t count)
+{
+    constexpr std::uint64_t shown = 3;
+    std::string text;
+    std::uint64_t named = 0;
+    items.forEachNote([&](const PlaceNote& note) {
+        if (note.kind != PlaceNote::Kind::missed)
+            return true;
+        text += (text.empty() ? "" : ", ") + note.path;
+        return ++named < shown;
+    });
+    return count > named ? text + " and " + platform::countText(count - named, "other", "others")
+                         : text;
+}
+
 std::vector<std::string> without(std::vector<std::string> names, const std::string& name)
 {
     std::erase(names, name);
@@ -193,7 +209,10 @@ RunReader::Tree RunReader::readChosen()
 
 RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
 {
-    const RunLack lack{.failed = head.failed, .carriedForward = items.staleCount()};
+    const RunLack lack{.failed = head.failed,
+                       .carriedForward = items.staleCount(),
+                       .neverStored = items.noteCount(PlaceNote::Kind::missed),
+                       .leftOut = items.noteCount(PlaceNote::Kind::leftOut)};
     const std::string run = "Run " + std::to_string(head.run);
     if (lack.failed > 0)
         origin_.notes.push_back(
@@ -204,7 +223,28 @@ RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
         origin_.notes.push_back(
             run + " holds " + platform::countText(lack.carriedForward, "item", "items") +
             " as an earlier run saw them: a run could not look at them, and none has since.");
+    if (lack.neverStored > 0)
+        origin_.notes.push_back(run +
+                                " holds nothing of what could not be looked at, read or "
+                                "stored in it or an earlier run, and in none since: " +
+                                missedPlaces(items, lack.neverStored) + ".");
     return lack;
+}
+
+std::string whyNotHeld(const ItemIndex& items, std::string_view path)
+{
+    for (std::string_view at = path; !at.empty(); at = parentOf(at)) {
+        const auto note = items.noteAt(at);
+        if (!note)
+            continue;
+        const std::string place = at == path ? "It" : note->path;
+        if (note->kind == PlaceNote::Kind::leftOut)
+            return " " + place + " was left out: " + note->text + ".";
+        if (note->kind == PlaceNote::Kind::missed)
+            return " " + place + " could not be read: " + note->text;
+        return {};
+    }
+    return {};
 }
 
 std::optional<ReadFailure> failureOf(const std::function<void()>& work) noexcept

@@ -58,6 +58,10 @@ private:
     ServicePlace place_;
 };
 
+/// Why a run holds nothing of a path, as far as its record tells: a sentence behind a blank; empty:
+/// it does not tell.
+[[nodiscard]] std::string whyNotHeld(const ItemIndex& items, std::string_view path);
+
 /// Hands on what was read, however the reading ends.
 class OriginKeeper {
 public:

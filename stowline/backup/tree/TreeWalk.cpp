@@ -166,6 +166,7 @@ private:
         bool isNamed = false;
         bool isPassage = false;
         bool isIncluded = false;
+        std::optional<Exclusion> leftOut; ///< of a passage
     };
 
     void noteOwnFolders()
@@ -308,6 +309,7 @@ private:
         level.device = status.device;
         level.end.isNamed = meeting.isNamed;
         level.end.isPassage = meeting.isPassage;
+        level.end.isLeftOut = meeting.leftOut.has_value();
         const bool isBase = meeting.isNamed || levels_.empty();
         level.baseLength = isBase ? level.pathLength : levels_.back().baseLength;
         level.baseDevice = isBase ? status.device : levels_.back().baseDevice;
@@ -376,7 +378,9 @@ private:
     bool passesThrough(Meeting& meeting, const Exclusion& why)
     {
         meeting.isPassage = targets_.hasBelow(meeting.item.path);
-        if (!meeting.isPassage)
+        if (meeting.isPassage)
+            meeting.leftOut = why;
+        else
             exclude(meeting.item, why);
         return meeting.isPassage;
     }
@@ -420,7 +424,8 @@ private:
                          .sameFileAs = std::move(first),
                          .isNamed = meeting.isNamed,
                          .isPassage = meeting.isPassage,
-                         .isOnNetwork = isOnNetwork});
+                         .isOnNetwork = isOnNetwork,
+                         .leftOut = std::move(meeting.leftOut)});
     }
 
     void exclude(const ItemRecord& item, const Exclusion& why)

@@ -27,6 +27,9 @@ struct FoundItem {
     bool isPassage =
         false; ///< a folder on the way to what is named: described, not backed up whole
     bool isOnNetwork = false; ///< on a network or FUSE file system
+    /// Of a passage: the rule that leaves it out, but for what is named below it. WalkResult
+    /// counts it among the passages.
+    std::optional<Exclusion> leftOut;
 };
 
 /// Completes an item with its extended attributes.
@@ -47,6 +50,7 @@ struct FolderEnd {
     std::uint64_t names = 0; ///< listed in it, whatever became of them
     bool isNamed = false;
     bool isPassage = false; ///< only what leads to a named path was looked at
+    bool isLeftOut = false; ///< a passage that a rule leaves out: nothing else in it is wanted
     bool isComplete = true; ///< listed to its end: what was not told is not in it
 };
 

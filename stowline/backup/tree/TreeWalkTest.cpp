@@ -301,6 +301,8 @@ TEST_F(TreeWalkTest, TakesWhatIsNamedWhateverTheRulesSay)
     const auto told = walk({"p", "p/tmp/keep", "p/x.o"});
     EXPECT_EQ(told.lines, (Lines{"+p", "+p/tmp/keep", "+p/tmp/keep/file", "+p/x.o"}));
     EXPECT_TRUE(told.at("p/tmp").isPassage);
+    EXPECT_EQ(told.at("p/tmp").leftOut, (Exclusion{Rule::pattern, "tmp"}));
+    EXPECT_FALSE(told.at("p").leftOut);
 }
 
 TEST_F(TreeWalkTest, TakesOnlyWhatIsIncluded)

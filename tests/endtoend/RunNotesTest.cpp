@@ -1,0 +1,194 @@
+// What a record knows besides its items: what could never be read, what was left out, what was
+// looked at; and that later runs and what reads them know it too.
+#include "tests/endtoend/BackedUp.h"
+#include "tests/support/MountNamespace.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::field;
+using test::Words;
+
+bool says(const test::ProgramResult& result, const std::string& text)
+{
+    return (result.errors + result.output).find(text) != std::string::npos;
+}
+
+class RunNotes : public testing::Test {
+protected:
+    /// A backup by one whom modes keep away from files, which they do not from root.
+    [[nodiscard]] test::ProgramResult backUp(const std::string& folder,
+                                             const Words& more = {}) const
+    {
+        Words words{"backup", place(folder), "--system", "iMac", "--json"};
+        words.insert(words.end(), more.begin(), more.end());
+        auto run = account_.command.run(words, account_.environment());
+        run.words.insert(run.words.begin(),
+                         {"/usr/bin/setpriv", "--bounding-set", "-dac_override,-dac_read_search"});
+        return test::runProgram(run);
+    }
+
+    [[nodiscard]] std::string place(const std::string& name) const
+    {
+        return account_.folder.path() / name;
+    }
+
+    void close(const std::string& name) const { ASSERT_EQ(::chmod(place(name).c_str(), 0), 0); }
+
+    [[nodiscard]] test::ProgramResult verify() const
+    {
+        return account_.run({"verify", "--machine", "iMac", "--json"});
+    }
+
+    [[nodiscard]] test::ProgramResult list(const std::string& name, const std::string& run) const
+    {
+        return account_.run({"ls", place(name), "--system", "iMac", "--at", run, "--json"});
+    }
+
+    BackedUp account_;
+};
+
+TEST_F(RunNotes, KeepAHoleInOnePathThroughRunsOfAnother)
+{
+    account_.write({{"a/open", "1"}, {"a/closed", "2"}, {"b/x", "3"}});
+    close("a/closed");
+    EXPECT_EQ(backUp("a").status, 3);
+    for (int run = 2; run < 4; ++run) {
+        EXPECT_EQ(backUp("b").status, 0);
+        const auto read = verify();
+        EXPECT_EQ(read.status, 0) << read.errors;
+        EXPECT_EQ(field(read, "run"), run);
+        EXPECT_EQ(field(read, "run_failed"), 0);
+        EXPECT_EQ(field(read, "never_stored"), 1) << read.output;
+        EXPECT_TRUE(says(read, place("a/closed"))) << read.errors;
+    }
+    const auto asked = list("a/closed", "3");
+    EXPECT_EQ(asked.status, 4);
+    EXPECT_TRUE(says(asked, "could not be read")) << asked.errors;
+    // Also after the index was lost: the records know it.
+    fs::remove_all(account_.command.home().path() / ".local/state/stowline");
+    EXPECT_EQ(backUp("b").status, 0);
+    EXPECT_EQ(field(verify(), "never_stored"), 1);
+    ASSERT_EQ(::chmod(place("a/closed").c_str(), 0600), 0);
+    EXPECT_EQ(backUp("a").status, 0);
+    const auto whole = verify();
+    EXPECT_EQ(field(whole, "never_stored"), 0) << whole.output;
+    EXPECT_FALSE(says(whole, place("a/closed"))) << whole.errors;
+}
+
+TEST_F(RunNotes, OfWhatIsGoneOrLeftOutAreNoHoles)
+{
+    account_.write({{"a/gone", "1"}, {"a/out", "2"}, {"a/sub/in", "3"}, {"b/x", "4"}});
+    for (const char* name : {"a/gone", "a/out", "a/sub"})
+        close(name);
+    EXPECT_EQ(backUp("a").status, 3);
+    EXPECT_EQ(field(verify(), "never_stored"), 3);
+    fs::remove(place("a/gone"));
+    fs::remove_all(place("a/sub"));
+    EXPECT_EQ(backUp("a", {"--exclude", "out"}).status, 0);
+    EXPECT_EQ(field(verify(), "never_stored"), 0);
+    EXPECT_EQ(backUp("a", {place("misspelt")}).status, 3); // where there was never anything
+    EXPECT_EQ(field(verify(), "never_stored"), 1);         // the one that is not excluded any more
+}
+
+TEST_F(RunNotes, OfAnEarlierStateStayThroughRunsOfAnotherPath)
+{
+    account_.write({{"a/file", "1"}, {"b/x", "2"}});
+    EXPECT_EQ(backUp("a").status, 0);
+    account_.write({{"a/file", "newer"}});
+    close("a/file");
+    EXPECT_EQ(backUp("a").status, 3);
+    EXPECT_EQ(backUp("b").status, 0);
+    const auto read = verify();
+    EXPECT_EQ(field(read, "run_failed"), 0);
+    EXPECT_EQ(field(read, "carried_forward"), 1) << read.output;
+    EXPECT_TRUE(says(read, "as an earlier run saw them")) << read.errors;
+}
+
+TEST_F(RunNotes, SayWhichFoldersWereLeftOut)
+{
+    account_.write({{"a/x", "1"}, {"a/x.o", "2"}, {"a/build/y", "3"}, {"a/.hidden/z", "4"}});
+    EXPECT_EQ(backUp("a", {"--exclude", "build", "--exclude", "*.o", "--skip-hidden"}).status, 0);
+    const auto read = list("a", "1");
+    EXPECT_EQ(field(read, "left_out"), 2) << read.output; // folders once, not what is in them
+    const auto below = list("a/build/y", "1");
+    EXPECT_EQ(below.status, 4);
+    EXPECT_TRUE(says(below, place("a/build") + " was left out: pattern build.")) << below.errors;
+    EXPECT_TRUE(says(list("a/.hidden", "1"), "It was left out: hidden.")) << "hidden";
+    EXPECT_EQ(backUp("a").status, 0);
+    EXPECT_EQ(field(verify(), "left_out"), 0);
+    EXPECT_EQ(list("a/build/y", "2").status, 0);
+}
+
+TEST_F(RunNotes, SayWhatWasMountedAndLeftOut)
+{
+    if (const auto why = test::enterMountNamespace())
+        GTEST_SKIP() << *why;
+    account_.write({{"a/x", "1"}});
+    const auto disk = test::Mount::memory(place("a/disk"));
+    account_.write({{"a/disk/y", "2"}});
+    EXPECT_EQ(backUp("a", {"--one-file-system"}).status, 0);
+    EXPECT_EQ(field(verify(), "left_out"), 1);
+    EXPECT_TRUE(says(list("a/disk", "1"), "It was left out: on another file system."));
+}
+
+TEST_F(RunNotes, TellOfAFolderAboveANamedPathThatARuleLeavesOut)
+{
+    account_.write({{"a/x", "1"}, {"a/sub/y", "2"}, {"a/sub/named/z", "3"}});
+    EXPECT_EQ(backUp("a").status, 0);
+    for (int night = 0; night < 2; ++night) {
+        const auto result = backUp("a", {place("a/sub/named"), "--exclude", "sub"});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_EQ(field(result, "excluded"), 1) << result.output;
+        // a, a/x, a/sub (excluded), a/sub/named, a/sub/named/z
+        EXPECT_EQ(field(result, "found"), 5) << result.output;
+        EXPECT_EQ(field(result, "stored"), 0) << result.output;
+        EXPECT_TRUE(says(result, place("a/sub") + "\",\"state\":\"excluded\"")) << result.output;
+    }
+    EXPECT_EQ(list("a/sub/named/z", "3").status, 0);
+    EXPECT_EQ(list("a/sub/y", "3").status, 4); // no more than what is named
+    EXPECT_EQ(field(list("a", "3"), "left_out"), 1);
+    EXPECT_EQ(backUp("a").status, 0);
+    EXPECT_EQ(field(list("a/sub/y", "4"), "left_out"), 0);
+}
+
+TEST_F(RunNotes, ADryRunSaysWhatWouldBeSentAgain)
+{
+    account_.write({{"a/x", "1"}, {"a/y", "2"}});
+    EXPECT_EQ(backUp("a").status, 0);
+    EXPECT_EQ(account_.run({"rm", place("a"), "--system", "iMac", "--yes"}).status, 0);
+    for (int time = 0; time < 2; ++time) { // nothing is changed by asking
+        const auto dry = backUp("a", {"--dry-run"});
+        EXPECT_EQ(dry.status, 0) << dry.errors;
+        EXPECT_EQ(field(dry, "would_store"), 2) << dry.output;
+        EXPECT_TRUE(says(dry, place("a/x") + "\",\"state\":\"would-store\"")) << dry.output;
+    }
+    EXPECT_EQ(field(backUp("a"), "stored"), 2);
+    EXPECT_EQ(field(backUp("a", {"--dry-run"}), "would_store"), 0);
+}
+
+TEST_F(RunNotes, PatternsThatNoRecordCouldHoldAreRefusedAtOnce)
+{
+    account_.write({{"a/x", "1"}});
+    std::string lines;
+    while (lines.size() < (18U << 20))
+        lines += "some/pattern/that/is/long/enough/" + std::to_string(lines.size()) + "\n";
+    const auto file = account_.command.home().write("patterns", lines);
+    const auto result = backUp("a", {"--exclude-from", file.string()});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_TRUE(says(result, "The patterns come to 18")) << result.errors;
+    const auto half =
+        account_.command.home().write("half", lines.substr(0, lines.rfind('\n', 900000)));
+    EXPECT_EQ(backUp("a", {"--exclude-from", half.string()}).status, 0);
+    EXPECT_EQ(verify().status, 0);
+}
+
+} // namespace
+} // namespace stowline
