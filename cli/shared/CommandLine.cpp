@@ -172,6 +172,7 @@ namespace {
 bool isUnitOfBytes(std::string unit)
 {
     std::ranges::transform(unit, unit.begin(), [](unsigned char c) { return std::tolower(c); });
+    unit.erase(0, unit.find_first_not_of(' ')); // "64 KiB"
     if (unit.empty() || unit == "b")
         return true;
     const std::string_view rest = std::string_view(unit).substr(1);
