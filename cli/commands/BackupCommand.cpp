@@ -81,6 +81,9 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
         if (figures.sentence.empty())
             figures.sentence = fault;
         keepLastRun(figures);
+        const bool isWhole = !request.resumesOnly && summary.failed == 0;
+        if (isWhole && summary.end == backup::BackupEnd::done)
+            keepLastGoodRun(flags.profile, begun);
         // A stop is a stop: what could not be told now is kept, and told after the next run.
         const StopScope scope(Interruptible::stopRequest());
         flags.reports.tell(Interruptible::request() ? std::nullopt : std::optional(session),

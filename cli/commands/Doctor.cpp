@@ -2,11 +2,18 @@
 #include "cli/commands/Commands.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/Progress.h"
+#include "cli/shared/RunFigures.h"
+#include "cli/shared/ScheduleUnits.h"
+#include "cli/shared/Secret.h"
 #include "cli/shared/ServiceFailure.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/LocalClock.h"
 #include "stowline/service/Diagnosis.h"
 #include "stowline/service/SettingsCheck.h"
+#include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
 #include "stowline/util/General.h"
 
@@ -19,6 +26,16 @@ namespace stowline::cli {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr const char* kLastRun = "last-run"; ///< a subject
+
+struct DoctorOptions {
+    std::string server;
+    std::string profile = backup::ChainIdentity().profile;
+    std::uint64_t alertDays = 0; ///< 0: not asked
+    std::string username;
+    SecretOptions password;
+};
 
 Finding checkBundle()
 {
@@ -80,15 +97,91 @@ Finding checkFolder(const std::string& subject, const std::optional<fs::path>& f
     return {subject, true, folder->string()};
 }
 
-std::vector<Finding> examine(const std::string& server)
+/// What a run writes besides the service: index, journal, the copy of a changing file.
+Finding checkDisk(std::optional<fs::path> folder)
 {
+    constexpr double least = 200e6;
+    std::error_code fault;
+    while (folder && !folder->empty() && !fs::exists(*folder, fault))
+        folder = folder->parent_path();
+    const auto space = folder ? fs::space(*folder, fault) : fs::space_info();
+    if (!folder || fault)
+        return {"disk", false,
+                "The space for the state of backups is not known. Please look at "
+                "the disk of the state folder."};
+    const auto free = static_cast<double>(space.available);
+    if (free < least)
+        return {
+            "disk", false,
+            fmt::format("Only {} are free in {}. Please make room: a backup keeps its index and "
+                        "copies of files that change there.",
+                        bytesText(free), folder->string())};
+    return {"disk", true, bytesText(free) + " free for the state of backups"};
+}
+
+Finding checkSchedule(const std::string& profile)
+{
+    const auto units = scheduleUnits(profile);
+    if (!units || !units->areOurs())
+        return {"schedule", true, "none; \"stowline schedule install\" makes one"};
+    if (!units->isActive())
+        return {"schedule", false,
+                "It is installed, but the service manager does not run it. Please install it "
+                "again: \"stowline schedule install\"."};
+    return {"schedule", true, "next run: " + units->property("NextElapseUSecRealtime")};
+}
+
+Finding checkLastRun(const DoctorOptions& options)
+{
+    const auto last = lastGoodRun(options.profile);
+    const std::string text =
+        last ? "last run with nothing failed: " + platform::localClockText(*last).substr(0, 19)
+             : "no run with nothing failed is known on this machine";
+    const auto age = last ? std::optional(platform::currentDate() - *last) : std::nullopt;
+    constexpr std::chrono::hours day{24};
+    if (options.alertDays > 0 && (!age || *age > day * options.alertDays))
+        return {
+            kLastRun, false,
+            fmt::format("{}, and it should be at most {} ago. Please run \"stowline backup\" and "
+                        "see what it says.",
+                        text, countText(options.alertDays, "day", "days"))};
+    return {kLastRun, true, text};
+}
+
+/// Absent when no password is given: it is not asked for.
+std::optional<Finding> checkAccount(const DoctorOptions& options)
+{
+    if (options.username.empty())
+        return std::nullopt;
+    const auto password = options.password.readIfGiven();
+    if (!password)
+        return std::nullopt;
+    std::optional<Error> error;
+    const auto answer =
+        WebServiceBroker::authenticateForUsername(options.username, *password, &error);
+    if (!answer)
+        return Finding{"account", false,
+                       error ? error->localizedDescription()
+                             : "The sign-in brought no answer. Please try again later."};
+    if (platform::asciiLowercase(platform::findText(*answer, "AuthenticateResult")) != "true")
+        return Finding{"account", false,
+                       "The service refused the sign-in. Please check user name and password."};
+    return Finding{"account", true, options.username + " can sign in"};
+}
+
+std::vector<Finding> examine(const DoctorOptions& options)
+{
+    const std::string& server = options.server;
     std::vector<Finding> findings{checkBundle(), checkSettingsFile(), lookAtHelper(),
                                   lookAtNetwork()};
     const auto lettered = addressesOfLetteredLengths(server);
     for (const std::string& address : serviceAddresses(server)) {
         findings.push_back(lookAtAddress(address));
+        const bool isReached = findings.back().isWell;
+        if (auto clock = isReached ? lookAtClock(address) : std::nullopt)
+            findings.push_back(std::move(*clock));
         const auto request = lettered.find(address);
-        if (!findings.back().isWell || request == lettered.end())
+        if (!isReached || request == lettered.end())
             continue;
         if (auto finding = lookAtLetteredLength(address, request->second))
             findings.push_back(std::move(*finding));
@@ -96,14 +189,21 @@ std::vector<Finding> examine(const std::string& server)
     findings.push_back(checkProxy(server));
     findings.push_back(checkFolder("configuration", platform::configurationFolder()));
     findings.push_back(checkFolder("state", platform::stateFolder()));
+    findings.push_back(checkDisk(platform::stateFolder()));
+    findings.push_back(checkSchedule(options.profile));
+    findings.push_back(checkLastRun(options));
+    if (auto account = checkAccount(options))
+        findings.push_back(std::move(*account));
     return findings;
 }
 
-ExitStatus doctor(const std::string& server)
+ExitStatus doctor(const DoctorOptions& options)
 {
     std::size_t unwell = 0;
-    for (const Finding& finding : examine(server)) {
+    bool isOverdue = false;
+    for (const Finding& finding : examine(options)) {
         unwell += finding.isWell ? 0 : 1;
+        isOverdue = isOverdue || (!finding.isWell && finding.subject == kLastRun);
         output().item(
             fmt::format("{:<5} {:<13} {}", finding.isWell ? "ok" : "FAULT", finding.subject,
                         finding.text),
@@ -112,20 +212,34 @@ ExitStatus doctor(const std::string& server)
     }
     if (unwell == 0)
         return output().finish(ExitStatus::done);
-    return output().fail(ExitStatus::failed, countText(unwell, "fault was", "faults were") +
-                                                 " found; each line says what to do.");
+    // For monitoring: everything works, and yet there was no good run for too long.
+    const bool isOnlyOverdue = isOverdue && unwell == 1;
+    return output().fail(isOnlyOverdue ? ExitStatus::someItemsFailed : ExitStatus::failed,
+                         countText(unwell, "fault was", "faults were") +
+                             " found; each line says what to do.");
 }
 
 } // namespace
 
 void declareDoctor(const Command& app)
 {
-    auto server = std::make_shared<std::string>();
+    auto options = std::make_shared<DoctorOptions>();
     const Command command =
-        app.addCommand("doctor", "Check settings, helper, network, certificates and folders");
-    command.addOption("--server", *server,
+        app.addCommand("doctor", "Check settings, helper, network, certificates, clock, folders, "
+                                 "disk, schedule, the last run, and the account when a password is "
+                                 "given");
+    command.addOption("--server", options->server,
                       "Look at this backup server too, which \"signin\" tells");
-    command.runs([server] { return doctor(*server); });
+    command.addOption("--profile", options->profile, "Whose schedule and runs are looked at")
+        .showsDefault();
+    command
+        .addOption("--alert-after", options->alertDays,
+                   "Days after which it is a fault that no run came to its end with nothing "
+                   "failed; when that is the only fault the status is 3")
+        .between(std::uint64_t{1}, std::uint64_t{36500});
+    command.addOption("-u,--username", options->username, "User name").fromVariable();
+    options->password.declare(command, "password", "STOWLINE_PASSWORD");
+    command.runs([options] { return doctor(*options); });
 }
 
 } // namespace stowline::cli

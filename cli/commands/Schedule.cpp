@@ -4,6 +4,7 @@
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/RunFigures.h"
+#include "cli/shared/ScheduleUnits.h"
 #include "stowline/backup/BackupRun.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/ServiceUnits.h"
@@ -58,15 +59,6 @@ std::optional<std::pair<int, int>> timeOfDay(const std::string& text)
     if (!hour || !minute || *hour > 23 || *minute > 59)
         return std::nullopt;
     return std::pair(*hour, *minute);
-}
-
-/// The default profile's units have the plain name.
-std::optional<UserUnits> unitsOf(const std::string& profile)
-{
-    const bool isDefault = profile == backup::ChainIdentity().profile;
-    const auto name = isDefault ? std::string("stowline-backup")
-                                : platform::unitName("stowline-backup-", profile);
-    return name ? std::optional(UserUnits(*name)) : std::nullopt;
 }
 
 ExitStatus nameTooLong()
@@ -159,7 +151,7 @@ ExitStatus install(const Options& options, const Surroundings& around)
                                                     options.daily + "\".");
     if (const auto missing = whatIsMissing(options))
         return output().fail(ExitStatus::usage, *missing);
-    const auto units = unitsOf(options.profile);
+    const auto units = scheduleUnits(options.profile);
     if (!units)
         return nameTooLong();
     const auto command = commandFor(options, around);
@@ -215,7 +207,7 @@ ExitStatus notInstalled(const std::string& profile)
 
 ExitStatus remove(const std::string& profile, bool isDryRun)
 {
-    const auto units = unitsOf(profile);
+    const auto units = scheduleUnits(profile);
     if (!units)
         return nameTooLong();
     if (!units->areOurs() || units->isForeign())
@@ -234,14 +226,14 @@ ExitStatus remove(const std::string& profile, bool isDryRun)
 /// profile.
 std::string lastRunText(const RunFigures& figures)
 {
-    return fmt::format("{}: {} stored, {} failed", platform::localClockText(figures.begun),
-                       countText(figures.backedUp, "file", "files"),
-                       countText(figures.failed, "item", "items"));
+    return fmt::format(
+        "{}: {} stored, {} failed", platform::localClockText(figures.begun).substr(0, 19),
+        countText(figures.backedUp, "file", "files"), countText(figures.failed, "item", "items"));
 }
 
 ExitStatus status(const std::string& profile)
 {
-    const auto units = unitsOf(profile);
+    const auto units = scheduleUnits(profile);
     if (!units)
         return nameTooLong();
     if (!units->areOurs())
@@ -250,6 +242,10 @@ ExitStatus status(const std::string& profile)
     if (const auto last = lastRun())
         fields.emplace_back("last", output().isJson() ? platform::internetTimeText(last->begun)
                                                       : lastRunText(*last));
+    if (const auto good = lastGoodRun(profile))
+        fields.emplace_back("last_good", output().isJson()
+                                             ? platform::internetTimeText(*good)
+                                             : platform::localClockText(*good).substr(0, 19));
     if (!units->isActive())
         return output().fail(ExitStatus::failed,
                              "The schedule is installed, but the service manager does not run it. "

@@ -50,6 +50,9 @@ std::string troubleText(const RunFigures& figures)
         return "the backup failed";
     if (figures.failed > 0)
         return platform::countText(figures.failed, "item", "items") + " could not be backed up";
+    if (figures.changedWhileRead > 0)
+        return platform::countText(figures.changedWhileRead, "file", "files") +
+               " changed while being read";
     return figures.processed() == 0 ? "nothing was backed up" : "";
 }
 
@@ -62,8 +65,9 @@ std::string failureList(const RunFigures& figures)
     if (list.empty())
         return {};
     list = "<ul style=\"margin:6px 0; padding-left:20px;\">" + list + "</ul>";
-    if (figures.failed > figures.failures.size())
-        list += fmt::format("… and {} more.", figures.failed - figures.failures.size());
+    const std::uint64_t all = figures.failed + figures.changedWhileRead;
+    if (all > figures.failures.size())
+        list += fmt::format("… and {} more.", all - figures.failures.size());
     return list;
 }
 

@@ -2,6 +2,7 @@
 
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/DateText.h"
 #include "stowline/platform/values/PropertyList.h"
 
 #include <algorithm>
@@ -60,6 +61,7 @@ Dictionary RunFigures::dictionary() const
             {"notChanged", notChanged},
             {"backedUp", backedUp},
             {"failed", failed},
+            {"changedWhileRead", changedWhileRead},
             {"notChangedBytes", notChangedBytes},
             {"backedUpBytes", backedUpBytes},
             {"failedBytes", failedBytes}};
@@ -83,6 +85,7 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .notChangedBytes = countIn(fields, "notChangedBytes"),
                       .backedUpBytes = countIn(fields, "backedUpBytes"),
                       .failedBytes = countIn(fields, "failedBytes"),
+                      .changedWhileRead = countIn(fields, "changedWhileRead"),
                       .failures = textsIn(fields, "failures"),
                       .sentence = textIn(find(fields, "sentence"))};
 }
@@ -92,6 +95,7 @@ RunFigures figuresOf(const backup::BackupSummary& result, const std::string& use
                      const std::vector<std::string>& failures)
 {
     constexpr std::size_t most = 20;
+    const bool isGood = result.end == backup::BackupEnd::done;
     const auto end =
         failures.begin() + static_cast<std::ptrdiff_t>(std::min(most, failures.size()));
     return {.username = username,
@@ -104,7 +108,8 @@ RunFigures figuresOf(const backup::BackupSummary& result, const std::string& use
             .notChangedBytes = result.unchangedBytes,
             .backedUpBytes = result.storedBytes,
             .failedBytes = result.failedBytes,
-            .failures = {failures.begin(), end},
+            .changedWhileRead = isGood ? 0 : result.changedWhileRead, // else rules allow it
+            .failures = {failures.begin(), isGood ? failures.begin() : end},
             .sentence = whyNotEnded(result)};
 }
 
@@ -124,6 +129,31 @@ std::optional<RunFigures> lastRun()
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const Dictionary* fields = reading.value ? reading.value->dictionary() : nullptr;
     return fields ? RunFigures::fromDictionary(*fields) : std::nullopt;
+}
+
+namespace {
+
+std::optional<std::filesystem::path> lastGoodRunFile(const std::string& profile)
+{
+    const auto state = platform::stateFolder();
+    return state ? std::optional(backup::profileFolder(*state, profile) / "last-good-run")
+                 : std::nullopt;
+}
+
+} // namespace
+
+void keepLastGoodRun(const std::string& profile, Date begun)
+{
+    if (const auto file = lastGoodRunFile(profile))
+        (void)platform::replaceFile(*file, platform::internetTimeText(begun) + "\n");
+}
+
+std::optional<Date> lastGoodRun(const std::string& profile)
+{
+    const auto file = lastGoodRunFile(profile);
+    const auto text = file ? platform::readFile(*file) : std::nullopt;
+    return text ? platform::dateFromInternetTimeText(text->substr(0, text->find('\n')))
+                : std::nullopt;
 }
 
 } // namespace stowline::cli

@@ -21,8 +21,9 @@ struct RunFigures {
     std::uint64_t notChangedBytes = 0;
     std::uint64_t backedUpBytes = 0;
     std::uint64_t failedBytes = 0;
-    std::vector<std::string> failures; ///< the first of them, a sentence each
-    std::string sentence;              ///< why the run ended early; empty when it did not
+    std::uint64_t changedWhileRead = 0; ///< files that may not be stored as one state of them
+    std::vector<std::string> failures;  ///< the first of them, a sentence each
+    std::string sentence;               ///< why the run ended early; empty when it did not
 
     [[nodiscard]] std::uint64_t processed() const { return notChanged + backedUp + failed; }
     [[nodiscard]] std::uint64_t processedBytes() const
@@ -42,5 +43,10 @@ struct RunFigures {
 /// Keeps the figures in the state folder, and reads them again; absent when there are none.
 void keepLastRun(const RunFigures& figures);
 [[nodiscard]] std::optional<RunFigures> lastRun();
+
+/// Keeps that a run of a profile came to its end with nothing failed, and when it began; reads it
+/// again, absent when this machine knows of none.
+void keepLastGoodRun(const std::string& profile, Date begun);
+[[nodiscard]] std::optional<Date> lastGoodRun(const std::string& profile);
 
 } // namespace stowline::cli

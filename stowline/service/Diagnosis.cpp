@@ -10,6 +10,8 @@
 #include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/Url.h"
+#include "stowline/platform/time/Date.h"
+#include "stowline/platform/time/DateText.h"
 #include "stowline/service/FailureSentence.h"
 #include "stowline/service/WebServicesSettings.h"
 
@@ -109,6 +111,25 @@ std::string wordsFor(const platform::HttpOutcome& outcome, const std::string& ho
 Finding unwell(const std::string& subject, FailureKind kind, std::string text)
 {
     return {subject, false, std::move(text), kind};
+}
+
+/// The time of an answer's Date, as "Sun, 06 Nov 1994 08:49:37 GMT".
+std::optional<Date> timeToldBy(std::string_view response)
+{
+    constexpr std::string_view months = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    for (const auto& header : platform::HttpResponseMessage::fromBytes(response).headers) {
+        const std::string& text = header.second;
+        if (platform::asciiLowercase(header.first) != "date" || text.size() != 29)
+            continue;
+        const auto month = months.find(text.substr(8, 3));
+        if (month == std::string_view::npos || month % 3 != 0)
+            continue;
+        const std::string number = std::to_string(101 + month / 3).substr(1);
+        return platform::dateFromInternetTimeText(text.substr(12, 4) + "-" + number + "-" +
+                                                  text.substr(5, 2) + "T" + text.substr(17, 8) +
+                                                  "Z");
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -213,6 +234,34 @@ Finding lookAtAddress(const std::string& address)
         return unwell("proxy", FailureKind::proxyRefused,
                       sentenceFor(FailureKind::proxyRefused, host));
     return {subject, true, shown + " answers"};
+}
+
+std::optional<Finding> lookAtClock(const std::string& address)
+{
+    const auto origin = platform::originOf(platform::addressForCalls(address));
+    if (!origin)
+        return std::nullopt;
+    const std::string root = rootOf(*origin);
+    platform::HttpExchange exchange(
+        {.method = "GET", .url = root, .proxy = platform::systemProxyFor(root)}, {});
+    if (!exchange.wait(kPatience))
+        return std::nullopt;
+    const auto outcome = exchange.takeOutcome();
+    const auto told = timeToldBy(outcome.response.value_or(""));
+    if (!told)
+        return std::nullopt;
+    constexpr std::chrono::minutes most{5};
+    const auto ahead = platform::currentDate() - *told;
+    const auto minutes = std::chrono::duration_cast<std::chrono::minutes>(ahead).count();
+    const std::string text = platform::countText(
+        static_cast<std::uint64_t>(minutes < 0 ? -minutes : minutes), "minute", "minutes");
+    if (ahead > most || ahead < -most)
+        return unwell("clock", FailureKind::unspecified,
+                      "The clock of this machine is " + text +
+                          (ahead > most ? " ahead of" : " behind") + " that of " + origin->host +
+                          ". Please set it, or have the system keep it (\"timedatectl set-ntp "
+                          "true\").");
+    return Finding{"clock", true, "agrees with " + origin->host};
 }
 
 std::optional<Finding> firstTrouble()

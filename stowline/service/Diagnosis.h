@@ -47,6 +47,11 @@ addressesOfLetteredLengths(const std::string& server);
 /// of an address are not in the text.
 [[nodiscard]] Finding lookAtAddress(const std::string& address);
 
+/// Whether this machine's clock agrees with that of the server at an address, by the answer's Date
+/// (RFC 9110 section 5.6.7): to five minutes. Blocks for at most ten seconds.
+/// @return absent when the server does not answer or does not tell its time
+[[nodiscard]] std::optional<Finding> lookAtClock(const std::string& address);
+
 /// The first of these that is not well; absent when all are.
 [[nodiscard]] std::optional<Finding> firstTrouble();
 

@@ -237,13 +237,39 @@ TEST_F(CommandWithService, DoctorFindsEverythingWell)
 {
     const auto result = stowline_(Words{"doctor"});
     EXPECT_EQ(result.status, 0) << result.output << result.errors;
-    for (const char* subject :
-         {"bundle", "settings", "helper", "network", "http", "proxy", "configuration", "state"})
+    for (const char* subject : {"bundle", "settings", "helper", "network", "http", "proxy",
+                                "configuration", "state", "disk", "schedule", "last-run"})
         EXPECT_NE(result.output.find("ok    " + std::string(subject)), std::string::npos);
     const auto lines = jsonLines(stowline_(Words{"--json", "doctor"}).output);
-    EXPECT_EQ(lines.size(), 9U);
+    EXPECT_EQ(lines.size(), 12U);
     EXPECT_EQ(lines.front()["type"], "finding");
     EXPECT_EQ(lines.back()["type"], "result");
+}
+
+TEST_F(CommandWithService, DoctorLooksAtTheAccountAndTheLastRun)
+{
+    const Environment ann{{"STOWLINE_USERNAME", "ann"}, {"STOWLINE_PASSWORD", "pw"}};
+    const auto refused = stowline_(Words{"doctor"}, ann);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.output.find("FAULT account"), std::string::npos) << refused.output;
+    EXPECT_EQ(stowline_(Words{"signup", "--email", "a@b.c"}, ann).status, 0);
+    const auto overdue = stowline_(Words{"doctor", "--alert-after", "3"}, ann);
+    EXPECT_EQ(overdue.status, 3);
+    EXPECT_NE(overdue.output.find("ok    account"), std::string::npos) << overdue.output;
+    EXPECT_NE(overdue.output.find("FAULT last-run      no run with nothing failed is known"),
+              std::string::npos)
+        << overdue.output;
+    const test::TemporaryFolder folder;
+    folder.write("a", "1");
+    // A run in which something failed is none that counts.
+    EXPECT_EQ(stowline_(Words{"backup", folder.path(), "/nonexistent"}, ann).status, 3);
+    EXPECT_EQ(stowline_(Words{"doctor", "--alert-after", "3"}, ann).status, 3);
+    EXPECT_EQ(stowline_(Words{"backup", folder.path()}, ann).status, 0);
+    EXPECT_EQ(stowline_(Words{"doctor", "--alert-after", "3"}, ann).status, 0);
+    EXPECT_EQ(stowline_(Words{"doctor", "--alert-after", "3", "--profile", "x"}, ann).status, 3);
+    const auto kept = stowline_.home().path() / ".local/state/stowline/last-good-run";
+    EXPECT_TRUE(platform::writeFileAtomically(kept, "2020-01-01T00:00:00Z\n"));
+    EXPECT_EQ(stowline_(Words{"doctor", "--alert-after", "3"}, ann).status, 3);
 }
 
 TEST(DevServerLog, TellsOfCallsWithoutTheirSecrets)

@@ -95,6 +95,8 @@ TEST_F(Schedule, InstallsATimerThatTheManagerRuns)
     const auto status = run({"--json", "schedule", "status"});
     EXPECT_EQ(status.status, 0) << status.errors;
     EXPECT_EQ(test::jsonLines(status.output).back()["next"], "Mon 2026-11-23 02:30:00 UTC");
+    EXPECT_NE(run({"doctor"}).output.find("ok    schedule      next run: Mon 2026-11-23"),
+              std::string::npos);
     // Again, with another time: the newer one counts.
     EXPECT_EQ(run({"schedule", "install", "--daily", "23:59", "-u", "ann", "--password-command",
                    "pass show x", "--on-mains", "/y"})
@@ -151,6 +153,7 @@ TEST_F(Schedule, SaysWhenTheManagerDoesNotRunIt)
     const auto result = run({"schedule", "status"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.errors.find("does not run it"), std::string::npos) << result.errors;
+    EXPECT_NE(run({"doctor"}).output.find("FAULT schedule"), std::string::npos);
 }
 
 TEST_F(Schedule, LeavesUnitsOfOthersAlone)
