@@ -16,10 +16,10 @@ enum class FaultKind {
     htmlPage,  ///< "html": an HTML page with status 200, as a proxy answers
     cut,       ///< "cut": the connection closes in the middle of the body
     stall,     ///< "stall": no answer, the connection stays open
-    reset,     ///< "reset": the connection is torn down instead of an answer
+    reset,     ///< "reset": the connection is torn down before the body of an answer
     drip,      ///< "drip": the answer comes a byte a second
     garbage,   ///< "garbage": XML that is not well-formed; of a plain request, odd headers
-    lost,      ///< "lost": the call is done, but its answer is torn down
+    lost,      ///< "lost": the call is done, but its answer is torn down before the body
     lie,       ///< "lie": of a plain request, more bytes are said to be held than are; of a web
                ///< method, "Success" is said, and nothing done
 };

@@ -7,6 +7,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <set>
 
 namespace stowline::devserver {
 
@@ -162,13 +163,13 @@ std::size_t Storage::dropAbandoned()
     namespace fs = std::filesystem;
     const std::int64_t before =
         secondsNow() - std::chrono::duration_cast<std::chrono::seconds>(kAbandonedAfter).count();
-    std::vector<std::string> candidates;
+    std::set<std::string> candidates;
     {
         const Lock lock(mutex_);
         SQLite::Statement old(database_, "SELECT server_file FROM uploads WHERE changed_at <= ?");
         old.bind(1, before);
         while (old.executeStep())
-            candidates.push_back(old.getColumn(0).getString());
+            candidates.insert(old.getColumn(0).getString());
     }
     // Files that have no row at all: their version was deleted, or their first part broken off.
     const auto oldest = fs::file_time_type::clock::now() - kAbandonedAfter;
@@ -177,10 +178,8 @@ std::size_t Storage::dropAbandoned()
          !fault && entry != end; entry.increment(fault)) {
         std::error_code unknown;
         if (entry->is_regular_file(unknown) && entry->last_write_time(unknown) <= oldest)
-            candidates.push_back("/" + entry->path().lexically_relative(dataFolder_).string());
+            candidates.insert("/" + entry->path().lexically_relative(dataFolder_).string());
     }
-    std::ranges::sort(candidates);
-    candidates.erase(std::unique(candidates.begin(), candidates.end()), candidates.end());
     return static_cast<std::size_t>(
         std::ranges::count_if(candidates, [&](const std::string& serverFile) {
             return dropAbandonedFile(serverFile, before);

@@ -150,6 +150,15 @@ std::string answerTo(const test::DevServerProcess& server, const std::string& li
     return connection.readToEnd();
 }
 
+std::string answerTo(const test::DevServerProcess& server, const std::string& lines,
+                     const std::string& body)
+{
+    const Connection connection(portOf(server));
+    EXPECT_TRUE(connection.send(lines + "Content-Length: " + std::to_string(body.size()) +
+                                "\r\nConnection: close\r\n\r\n" + body));
+    return connection.readToEnd();
+}
+
 std::string hostLine(const test::DevServerProcess& server)
 {
     return "Host: 127.0.0.1:" + std::to_string(portOf(server)) + "\r\n";
@@ -254,6 +263,43 @@ TEST_P(BoundedWebServer, TakesNoMoreThanSoManyHeaders)
         isTaken = connection.send(flood);
     EXPECT_FALSE(isTaken); // the connection was ended long before
     EXPECT_LT(memoryTakenInKb(), 20000);
+}
+
+TEST(WebServer, PlannedFaultsAreWhatTheyAreCalled)
+{
+    struct Case {
+        std::string kind;
+        std::string call; ///< beginning of the answer to a web method
+        std::string part; ///< beginning of the answer to a part
+        std::string content;
+    };
+    const std::vector<Case> cases{
+        {"fault", "HTTP/1.1 500 ", "HTTP/1.1 200 ", ""},
+        {"500", "HTTP/1.1 500 ", "HTTP/1.1 500 ", "Content-Type: text/html"},
+        {"html", "HTTP/1.1 200 ", "HTTP/1.1 200 ", "Content-Type: text/html"},
+        {"garbage", "HTTP/1.1 200 ", "HTTP/1.1 200 ", ""},
+        {"reset", "HTTP/1.1 200 ", "HTTP/1.1 200 ", ""},
+        {"lost", "HTTP/1.1 200 ", "HTTP/1.1 200 ", ""},
+    };
+    const std::string body = test::wireBody("authenticate.request.http");
+    for (const Case& wanted : cases) {
+        const test::DevServerProcess server({"--fault", "Authenticate:1:" + wanted.kind, "--fault",
+                                             "UploadFilePart:1:" + wanted.kind});
+        const std::string call =
+            answerTo(server, "POST /AccountService.asmx HTTP/1.1\r\n" + hostLine(server), body);
+        const std::string part =
+            answerTo(server, "POST /UploadFilePart HTTP/1.1\r\n" + hostLine(server), "x");
+        for (const auto& [answer, beginning] :
+             {std::pair(call, wanted.call), std::pair(part, wanted.part)}) {
+            EXPECT_TRUE(answer.starts_with(beginning)) << wanted.kind << ": " << answer;
+            // Of what is torn down the head alone arrives, which announces more.
+            if (wanted.kind == "reset" || wanted.kind == "lost") {
+                EXPECT_TRUE(answer.ends_with("\r\n\r\n")) << answer;
+                EXPECT_NE(answer.find("Content-Length: 1\r\n"), std::string::npos) << answer;
+            }
+            EXPECT_NE(answer.find(wanted.content), std::string::npos) << answer;
+        }
+    }
 }
 
 TEST_P(BoundedWebServer, TakesNoMoreThanSoLongABody)
