@@ -2,6 +2,7 @@
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <iostream>
@@ -20,9 +21,10 @@ ExitStatus run(const std::string& webMethod, Operation operation)
     std::string text(std::istreambuf_iterator<char>(std::cin), {});
     if (text.ends_with('\n'))
         text.pop_back();
+    const FailureWatch watch;
     const auto result = operation(text);
     if (!result)
-        return callFailure(std::nullopt);
+        return callFailure(watch.failure());
     return output().finishWithText("text", result->text());
 }
 

@@ -32,7 +32,8 @@ public:
         if (!guid)
             return callFailure(watch.failure(),
                                "The service did not start the deletion. Is anything stored of " +
-                                   options_.path + " of the machine " + options_.systemName + "?");
+                                   options_.path + " of the machine " + options_.systemName + "?",
+                               "please look with \"stowline ls\" what is left.");
         const Interruptible interruptible;
         Interruptible::sayWhenLeft("Ended at once. The deletion may still be going on.");
         if (!follow(*guid))

@@ -5,6 +5,7 @@
 #include "cli/shared/RemotePages.h"
 #include "cli/shared/RunOptions.h"
 #include "cli/shared/StoredItems.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -46,16 +47,16 @@ ExitStatus list(const ListOptions& options)
     RemoteListing listing = options.listing;
     listing.path = remotePathFor(options.path);
     listing.isAscending = !options.isDescending;
-    std::optional<Error> error;
+    const FailureWatch watch;
     bool isFirst = true;
     const auto show = [&isFirst](const Dictionary& entry) {
         if (std::exchange(isFirst, false))
             showRemoteHeading();
         showRemoteItem(entry, false);
     };
-    const auto total = forEachInFolder(*session, listing, show, &error);
+    const auto total = forEachInFolder(*session, listing, show, nullptr);
     if (!total)
-        return refusal("The folder cannot be listed", error);
+        return refusal("The folder cannot be listed", watch.failure());
     if (*total == 0 && listing.path != "/")
         return output().fail(ExitStatus::notFound, options.path + " of the machine " +
                                                        listing.systemName +

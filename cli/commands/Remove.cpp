@@ -58,9 +58,11 @@ ExitStatus removeVersions(const RemoveOptions& options)
     if (deleted == 0)
         return callFailure(failure,
                            fmt::format("The service did not delete the versions of the lists {}.",
-                                       fmt::join(left, ", ")));
+                                       fmt::join(left, ", ")),
+                           "please look with \"stowline versions\" what is left.");
     for (const std::string& list : left)
-        output().complain("The service did not delete the versions of the list " + list + ".");
+        output().complain("The service is not known to have deleted the versions of the list " +
+                          list + ".");
     if (deleted == options.versionLists.size())
         return output().finish(ExitStatus::done, {{"deleted_versions", deleted}});
     return output().finish(ExitStatus::someItemsFailed, {{"deleted_versions", deleted}});

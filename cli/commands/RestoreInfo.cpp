@@ -3,6 +3,7 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
 
@@ -36,11 +37,12 @@ ExitStatus restoreInfo(const RestoreOptions& options)
     const auto session = options.session.open({"getMetaDataAboutFilesToRecover"});
     if (!session)
         return session.status();
+    const FailureWatch watch;
     const auto result = WebServiceBroker::getMetaDataAboutFilesToRecoverForFileVersion(
         fmt::format("{}", fmt::join(options.versions, ",")), session->username, session->server, "",
         nullptr);
     if (!result)
-        return callFailure(std::nullopt);
+        return callFailure(watch.failure());
     const auto files = platform::valueAtKeyPath(*result, "files.FileMetaData");
     if (!files)
         return output().fail(ExitStatus::notFound,

@@ -5,6 +5,7 @@
 #include "cli/shared/RemotePages.h"
 #include "cli/shared/RunOptions.h"
 #include "cli/shared/StoredItems.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/util/General.h"
 
 #include <utility>
@@ -43,16 +44,16 @@ ExitStatus search(const SearchOptions& options)
         return searchAt(options, *session);
     RemoteListing listing = options.listing;
     listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
-    std::optional<Error> error;
+    const FailureWatch watch;
     bool isFirst = true;
     const auto show = [&isFirst](const Dictionary& entry) {
         if (std::exchange(isFirst, false))
             showRemoteHeading();
         showRemoteItem(entry, true);
     };
-    const auto total = forEachMatch(*session, listing, options.text, show, &error);
+    const auto total = forEachMatch(*session, listing, options.text, show, nullptr);
     if (!total)
-        return refusal("The search failed", error);
+        return refusal("The search failed", watch.failure());
     if (*total == 0)
         return output().fail(ExitStatus::notFound, "No stored file with such a name was found.");
     return output().finish(ExitStatus::done);

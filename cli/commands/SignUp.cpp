@@ -4,6 +4,7 @@
 #include "cli/shared/Secret.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 namespace stowline::cli {
@@ -39,16 +40,17 @@ bool openAccount(const SignUpOptions& options, const std::string& password, Erro
         error);
 }
 
-ExitStatus failure(const std::optional<Error>& error)
+/// @param told the service's own words of a refusal, where it has some
+/// @param failure what is known of the call
+ExitStatus failed(const std::optional<Error>& told, const std::optional<Error>& failure)
 {
-    if (isRefusal(error))
+    if (isRefusal(told))
         return output().fail(ExitStatus::refused, "The service did not open the account: " +
-                                                      error->localizedDescription());
-    if (error)
-        return callFailure(error);
-    return callFailure(std::nullopt,
+                                                      told->localizedDescription());
+    return callFailure(failure,
                        "The service did not open the account. Is the user name taken, "
-                       "or the e-mail address mistyped?");
+                       "or the e-mail address mistyped?",
+                       "please try to sign in before you open the account again.");
 }
 
 ExitStatus signUp(const SignUpOptions& options)
@@ -63,8 +65,9 @@ ExitStatus signUp(const SignUpOptions& options)
         return output().finish(ExitStatus::done);
     }
     std::optional<Error> error;
+    const FailureWatch watch;
     if (!openAccount(options, *password, &error))
-        return failure(error);
+        return failed(error, watch.failure());
     return output().finish(ExitStatus::done, {{"opened", options.username}});
 }
 

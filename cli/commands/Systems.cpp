@@ -2,6 +2,7 @@
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Session.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 namespace stowline::cli {
@@ -13,11 +14,11 @@ ExitStatus systems(const SessionOptions& options)
     const auto session = options.open({"GetAccountSystems"});
     if (!session)
         return session.status();
-    std::optional<Error> error;
+    const FailureWatch watch;
     const auto names = WebServiceBroker::getAccountSystemsForUsername(
-        session->username, session->password, session->server, &error);
+        session->username, session->password, session->server, nullptr);
     if (!names)
-        return refusal("The machines cannot be listed", error);
+        return refusal("The machines cannot be listed", watch.failure());
     if (!names->empty())
         output().heading("MACHINE");
     for (const Value& name : *names)

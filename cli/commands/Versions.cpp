@@ -5,6 +5,7 @@
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <fmt/format.h>
@@ -40,18 +41,18 @@ ExitStatus versions(const VersionOptions& options)
     const auto session = options.session.open({"GetFileVersions"});
     if (!session)
         return session.status();
-    std::optional<Error> error;
+    const FailureWatch watch;
     const auto found = WebServiceBroker::getFileVersionsForUsername(
-        session->username, session->password, session->server, options.fileId, &error);
+        session->username, session->password, session->server, options.fileId, nullptr);
     // The service's code is all that tells this from another refusal.
-    if (isRefusal(error) &&
-        error->localizedDescription() == WebServiceBroker::messageFromCode("NoSuchFile"))
+    if (isRefusal(watch.failure()) &&
+        watch.failure()->localizedDescription() == WebServiceBroker::messageFromCode("NoSuchFile"))
         return output().fail(
             ExitStatus::notFound,
             fmt::format("The file {} was not found on the service.", options.fileId));
     if (!found)
         return refusal(fmt::format("The versions of file {} cannot be listed", options.fileId),
-                       error);
+                       watch.failure());
     if (!found->empty())
         output().heading(fmt::format(kRow, "VERSION", "SIZE", "DATE", "CRC-32", "LIST"));
     for (const Value& version : *found) {

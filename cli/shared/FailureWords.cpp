@@ -31,6 +31,7 @@ constexpr std::array kMeanings{
     Meaning{FailureKind::tooLarge, ExitStatus::failed},
     Meaning{FailureKind::requestTooLarge, ExitStatus::refused},
     Meaning{FailureKind::badRequest, ExitStatus::refused},
+    Meaning{FailureKind::unavailable, ExitStatus::temporary},
     Meaning{FailureKind::helperFailed, ExitStatus::failed},
     Meaning{FailureKind::refusedByService, ExitStatus::refused},
     Meaning{FailureKind::stopped, ExitStatus::interrupted},

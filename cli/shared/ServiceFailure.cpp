@@ -79,37 +79,72 @@ ExitStatus tell(const Finding& trouble)
                          platform::nameOf(trouble.kind));
 }
 
-} // namespace
+/// Whether a call that failed in such a way may have been carried out all the same.
+bool isDoubtful(FailureKind kind)
+{
+    return kind == FailureKind::timeOut || kind == FailureKind::connection ||
+           kind == FailureKind::helperFailed || kind == FailureKind::unreadableAnswer ||
+           kind == FailureKind::tooLarge || kind == FailureKind::unavailable ||
+           kind == FailureKind::stopped;
+}
 
-ExitStatus callFailure(const std::optional<Error>& error)
+/// Of a failure whose kind says what there is to say.
+std::string sentenceOf(const Error& error)
+{
+    std::string text = sentenceFor(error.kind, "the service");
+    const std::string* reason = platform::findString(error.userInfo, platform::kFailureReasonKey);
+    if (reason && text.find("(" + *reason + ")") == std::string::npos)
+        text += " (" + *reason + ")";
+    return text;
+}
+
+/// What stands between here and the service, where that is why a call failed.
+std::optional<Finding> troubleBehind(FailureKind kind)
+{
+    if (!isWorthALook(kind))
+        return std::nullopt;
+    auto trouble = firstTrouble();
+    // Without descriptors or processes nothing can be reached either.
+    const bool isWithoutMeans = kind == FailureKind::hostUnreachable && trouble &&
+                                trouble->kind == FailureKind::helperFailed;
+    if (trouble && (kind == FailureKind::unspecified || trouble->kind == kind || isWithoutMeans))
+        return trouble;
+    return std::nullopt;
+}
+
+/// @param doubt is said too where the call may have been carried out; begins with a blank
+ExitStatus failedCall(const std::optional<Error>& error, const std::string& doubt)
 {
     const FailureKind kind = error ? error->kind : FailureKind::unspecified;
-    if (isWorthALook(kind)) {
-        const auto trouble = firstTrouble();
-        // Without descriptors or processes nothing can be reached either.
-        const bool isWithoutMeans = kind == FailureKind::hostUnreachable && trouble &&
-                                    trouble->kind == FailureKind::helperFailed;
-        if (trouble &&
-            (kind == FailureKind::unspecified || trouble->kind == kind || isWithoutMeans))
-            return tell(*trouble);
-    }
+    if (const auto trouble = troubleBehind(kind))
+        return tell(*trouble);
+    const std::string more = isDoubtful(kind) ? doubt : "";
     if (!error)
         return tell({.text = sentenceFor(kind, "the service")});
     if (error->code == kFaultErrorCode)
-        return tell({.text = sentenceFor(kind, "the service"), .kind = kind});
+        return tell({.text = sentenceOf(*error) + more, .kind = kind});
     if (kind == FailureKind::hostUnreachable)
         return tell({.text = error->localizedDescription() + " (" +
                              WebServicesSettings::reachabilityHost().value_or("no host") + ")",
                      .kind = kind});
     return output().fail(kind == FailureKind::unspecified ? ExitStatus::failed : statusFor(kind),
-                         error->localizedDescription(), platform::nameOf(kind));
+                         error->localizedDescription() + more, platform::nameOf(kind));
 }
 
-ExitStatus callFailure(const std::optional<Error>& failure, const std::string& refusal)
+} // namespace
+
+ExitStatus callFailure(const std::optional<Error>& error)
+{
+    return failedCall(error, "");
+}
+
+ExitStatus callFailure(const std::optional<Error>& failure, const std::string& refusal,
+                       const std::string& cure)
 {
     const FailureKind kind = failure ? failure->kind : FailureKind::unspecified;
     if (kind != FailureKind::refusedByService && kind != FailureKind::unspecified)
-        return callFailure(failure);
+        return failedCall(
+            failure, cure.empty() ? "" : " The service may have done it all the same: " + cure);
     if (const auto trouble = firstTrouble())
         return tell(*trouble);
     return output().fail(ExitStatus::refused, refusal,

@@ -32,8 +32,10 @@ namespace stowline::cli {
 /// @param failure what a FailureWatch learnt of it
 /// @param refusal what to say, with status 6, when the service said no, or nothing is known and
 ///        nothing stands between here and the service
+/// @param cure of a call that changes something on the service: how to find out whether it did,
+///        said where nobody can tell ("please try to sign in"); empty: there is nothing to say
 [[nodiscard]] ExitStatus callFailure(const std::optional<Error>& failure,
-                                     const std::string& refusal);
+                                     const std::string& refusal, const std::string& cure = "");
 
 /// Whether an error tells that the service understood the call and said no.
 [[nodiscard]] bool isRefusal(const std::optional<Error>& error);

@@ -4,6 +4,7 @@
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/TimeLimit.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
@@ -14,6 +15,27 @@ namespace {
 
 /// A service that works answers within it.
 constexpr double kShortestWait = 5;
+
+/// A boolean as XML Schema writes it, in any case; absent for everything else.
+std::optional<bool> truthOf(const std::string& text)
+{
+    const std::string word = platform::asciiLowercase(text);
+    if (word == "true" || word == "1")
+        return true;
+    if (word == "false" || word == "0")
+        return false;
+    return std::nullopt;
+}
+
+/// Of a call that was answered with something else than what it asks for.
+Error unreadableAnswer(const std::string& reason)
+{
+    Error error =
+        platform::makeError(std::string(kServiceErrorDomain), kFaultErrorCode,
+                            "Web Service call returned fault", FailureKind::unreadableAnswer);
+    error.userInfo.emplace(platform::kFailureReasonKey, reason);
+    return error;
+}
 
 } // namespace
 
@@ -31,13 +53,13 @@ void SessionOptions::declare(const Command& command)
 Result<Dictionary> signIn(const std::string& username, const std::string& password,
                           std::optional<double> atMostSeconds)
 {
-    std::optional<Error> error;
+    const FailureWatch watch;
     std::optional<Dictionary> result;
     {
         std::optional<TimeLimit> limit;
         if (atMostSeconds)
             limit.emplace(std::chrono::duration<double>(std::max(*atMostSeconds, kShortestWait)));
-        result = WebServiceBroker::authenticateForUsername(username, password, &error);
+        result = WebServiceBroker::authenticateForUsername(username, password, nullptr);
         if (!result && limit && limit->isOver())
             return output().fail(ExitStatus::temporary,
                                  "The service did not answer the sign-in in time. Please try again "
@@ -45,8 +67,11 @@ Result<Dictionary> signIn(const std::string& username, const std::string& passwo
                                  platform::nameOf(FailureKind::timeOut));
     }
     if (!result)
-        return callFailure(error);
-    if (platform::asciiLowercase(platform::findText(*result, "AuthenticateResult")) != "true")
+        return callFailure(watch.failure());
+    const auto isSignedIn = truthOf(platform::findText(*result, "AuthenticateResult"));
+    if (!isSignedIn)
+        return callFailure(unreadableAnswer("It does not say whether the user is signed in."));
+    if (!*isSignedIn)
         return output().fail(ExitStatus::signInRefused, "The service refused the sign-in. Please "
                                                         "check user name and password.");
     return *result;

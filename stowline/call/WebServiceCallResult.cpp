@@ -37,6 +37,15 @@ FailureKind failureKindOf(const WebServiceCallResult& faultResult)
     return kind == FailureKind::unspecified ? FailureKind::connection : kind;
 }
 
+std::string failureReasonOf(const WebServiceCallResult& faultResult)
+{
+    if (failureKindOf(faultResult) == FailureKind::fault)
+        return "";
+    const int status = statusOf(faultResult);
+    return status == 0 || status == 200 ? findText(faultResult, kWSFaultString)
+                                        : "status " + std::to_string(status);
+}
+
 bool WSMethodResultIsFault(const Dictionary& result)
 {
     return find(result, kWSFaultString) != nullptr;

@@ -17,6 +17,10 @@ using WebServiceCallResult = Dictionary;
 /// the HTTP response says. Reads results with the response as bytes and as a message.
 [[nodiscard]] FailureKind failureKindOf(const WebServiceCallResult& faultResult);
 
+/// What the helper found, in words, where there was no SOAP answer: "status 503", or what is wrong
+/// with the answer or the way to it; empty for a fault of the service itself.
+[[nodiscard]] std::string failureReasonOf(const WebServiceCallResult& faultResult);
+
 /// Whether a result is a SOAP fault, or says that there was no SOAP answer.
 [[nodiscard]] bool WSMethodResultIsFault(const Dictionary& result);
 

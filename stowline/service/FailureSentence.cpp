@@ -59,6 +59,7 @@ constexpr std::array kSentences{
     Sentence{FailureKind::requestTooLarge,
              "{0} does not take a request of this size (status 413). Please send less at once, or "
              "ask the provider for a higher limit."},
+    Sentence{FailureKind::unavailable, "{0} cannot serve at the moment. Please try again later."},
     Sentence{FailureKind::badRequest,
              "{0} does not understand the request (status 400). Please check the settings."},
     Sentence{

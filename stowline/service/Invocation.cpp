@@ -10,6 +10,7 @@
 #include "stowline/service/FilledUrl.h"
 #include "stowline/service/HelperRun.h"
 #include "stowline/service/Operation.h"
+#include "stowline/service/Placeholders.h"
 #include "stowline/service/SettingsTables.h"
 #include "stowline/service/WebServiceBroker.h"
 
@@ -29,6 +30,11 @@ constexpr std::string_view kUnreachableMessage =
 /// Web methods whose answers are secrets of the user and stay out of the log.
 constexpr std::array<std::string_view, 3> kMethodsWithSecretAnswers{"DecryptString", "getenckey",
                                                                     "GetRestoreTicket"};
+
+/// Placeholders whose values are secrets of the user.
+constexpr std::array<std::string_view, 5> kSecretPlaceholders{
+    placeholder::password, placeholder::authToken, placeholder::answer, placeholder::ticket,
+    placeholder::sourceString};
 
 void failBeforeSending(const Operation& operation, std::string_view sentence, FailureKind kind)
 {
@@ -82,13 +88,28 @@ Error faultError(FailureKind kind)
                                "Web Service call returned fault", kind);
 }
 
-/// A result as the log may show it.
-std::string loggable(std::string_view method, const Dictionary& result)
+/// The same with what the helper found where there was no SOAP answer.
+Error faultErrorOf(const Dictionary& result)
 {
-    const bool secret =
-        std::find(kMethodsWithSecretAnswers.begin(), kMethodsWithSecretAnswers.end(), method) !=
-        kMethodsWithSecretAnswers.end();
-    return secret ? "(not shown)" : Value(result).text();
+    Error error = faultError(failureKindOf(result));
+    if (std::string reason = failureReasonOf(result); !reason.empty())
+        error.userInfo.emplace(platform::kFailureReasonKey, std::move(reason));
+    return error;
+}
+
+constexpr std::string_view kNotShown = "(not shown)";
+
+/// A text without the secrets that went into a call, which a service may say again. What is shorter
+/// than four characters stands in many a text by chance.
+std::string withoutSecrets(std::string text, const std::optional<SubstitutionMap>& substitutions)
+{
+    for (const auto& [placeholder, value] : substitutions.value_or(SubstitutionMap())) {
+        const std::string* secret = value.string();
+        if (secret && secret->size() >= 4 &&
+            std::ranges::find(kSecretPlaceholders, placeholder) != kSecretPlaceholders.end())
+            text = platform::replacingOccurrences(text, *secret, kNotShown);
+    }
+    return text;
 }
 
 std::optional<Value> valueOfResult(const Operation& operation, const Dictionary& methodInfo,
@@ -151,6 +172,15 @@ std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Cal
     return std::nullopt;
 }
 
+/// A result as the log may show it.
+std::string loggable(const Call& call, const Dictionary& result)
+{
+    if (std::ranges::find(kMethodsWithSecretAnswers, call.name) != kMethodsWithSecretAnswers.end())
+        return std::string(kNotShown);
+    return withoutSecrets(withoutSecrets(Value(result).text(), call.paramSubstitutions),
+                          call.headerSubstitutions);
+}
+
 std::optional<Value> performed(const Operation& operation, const Call& call)
 {
     const auto methodInfo = methodInfoToCall(operation, call);
@@ -164,13 +194,12 @@ std::optional<Value> performed(const Operation& operation, const Call& call)
         return std::nullopt;
     }
     const Dictionary result = preparedResult(*received);
-    OPERATION_LOG_INFO(operation, "\nWebService %@ result = %@", call.name,
-                       loggable(call.name, result));
+    OPERATION_LOG_INFO(operation, "\nWebService %@ result = %@", call.name, loggable(call, result));
     if (!WSMethodResultIsFault(result))
         return valueOfResult(operation, *methodInfo, result);
     OPERATION_LOG_ERROR(operation, "WebService %@, Soap call returned fault, result = %@",
-                        call.name, loggable(call.name, result));
-    operation.fail(faultError(failureKindOf(result)));
+                        call.name, loggable(call, result));
+    operation.fail(faultErrorOf(result));
     return std::nullopt;
 }
 

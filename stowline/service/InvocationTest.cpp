@@ -202,6 +202,7 @@ TEST(Invocation, AFaultIsError200WithoutTheServicesWords)
     EXPECT_EQ(error->kind, FailureKind::fault);
     EXPECT_EQ(error->localizedDescription(), "Web Service call returned fault");
     EXPECT_EQ(error->text().find("Database"), std::string::npos);
+    EXPECT_FALSE(platform::find(error->userInfo, platform::kFailureReasonKey));
     bool isLogged = false;
     for (const auto& line : witness.logger->lines()) {
         if (!line.text.starts_with("WebService M, Soap call returned fault, result = {"))
@@ -214,6 +215,31 @@ TEST(Invocation, AFaultIsError200WithoutTheServicesWords)
                   "anyStringPlusUrlSubstitutions:");
     }
     EXPECT_TRUE(isLogged);
+}
+
+TEST(Invocation, SecretsThatTheServiceSaysAgainStayOutOfTheLog)
+{
+    const std::string fault =
+        platform::replacingOccurrences(test::wireBody("fault.response.http"), "</faultstring>",
+                                       " of pass-word, abc</faultstring>");
+    ASSERT_NE(fault.find("pass-word"), std::string::npos);
+    const RawServer server(test::httpAnswer(fault, 500));
+    const test::TestBundle bundle(test::settingsWith("M", method(server.url())));
+    const Witness witness;
+    std::optional<Error> error;
+    for (const char* placeholder :
+         {"<<PASSWORD>>", "<<AUTHTOKEN>>", "<<ANSWER>>", "<<TICKET>>", "<<SOURCESTRING>>"}) {
+        EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName(
+            "M", SubstitutionMap{{placeholder, "pass-word"}}, {}, &error));
+        EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName(
+            "M", {}, SubstitutionMap{{placeholder, "pass-word"}}, &error));
+        EXPECT_FALSE(witness.loggedLineWith("pass-word")) << placeholder;
+    }
+    EXPECT_TRUE(witness.loggedLineWith("of (not shown), abc"));
+    // What is no secret, or too short to be told from other words, stays.
+    EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName(
+        "M", {}, SubstitutionMap{{"<<PASSWORD>>", "abc"}, {"<<PATH>>", "pass-word"}}, &error));
+    EXPECT_TRUE(witness.loggedLineWith("of pass-word, abc"));
 }
 
 /// A call without a SOAP answer: to a server that answers so, or to an address.
@@ -241,6 +267,7 @@ TEST_P(NoSoapAnswer, IsToldByTheKindOfTheError)
     EXPECT_EQ(error->code, 200);
     EXPECT_EQ(error->localizedDescription(), "Web Service call returned fault");
     EXPECT_EQ(platform::nameOf(error->kind), platform::nameOf(GetParam().kind));
+    EXPECT_FALSE(platform::findText(error->userInfo, platform::kFailureReasonKey).empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -253,6 +280,7 @@ INSTANTIATE_TEST_SUITE_P(
         NoAnswer{FailureKind::badRequest, test::httpAnswer("<html/>", 400)},
         NoAnswer{FailureKind::proxyRefused, test::httpAnswer("<html/>", 407)},
         NoAnswer{FailureKind::requestTooLarge, test::httpAnswer("<html/>", 413)},
+        NoAnswer{FailureKind::unavailable, test::httpAnswer("<html/>", 503)},
         NoAnswer{FailureKind::refusedRedirect,
                  "HTTP/1.1 302 There\r\nLocation: ftp://there/\r\nContent-Length: 0\r\n\r\n"}),
     [](const auto& test) { return std::string(platform::nameOf(test.param.kind)); });

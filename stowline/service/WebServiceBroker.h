@@ -32,7 +32,8 @@ inline constexpr std::string_view kRestoringNotConfiguredMessage =
 /// connection, refusedByService and noMemory. Code 200 is of the kind fault when the service
 /// answered with one; where there was no SOAP answer, of the kind that says why: connection,
 /// nameNotFound, certificate, proxyRefused, refusedRedirect, tooLarge, requestTooLarge, badRequest,
-/// unreadableAnswer, invalidSettings or unsendableValue.
+/// unavailable, unreadableAnswer, invalidSettings or unsendableValue; its user-info map then holds
+/// under kFailureReasonKey what was found, in words.
 ///
 /// Static operations only; all may be called from any number of threads at once. Those that call a
 /// web method block for one SOAP call (at most about 60 seconds and the start of a process), so

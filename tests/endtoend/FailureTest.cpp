@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace stowline {
 namespace {
 
@@ -118,7 +120,96 @@ TEST(Failure, SomethingElseAnswers)
     const test::RawServer other(test::httpAnswer("<html><p>Welcome</p></html>"));
     expectFailure(signIn(BundleFor(other.url()).path()), 5,
                   "What the service answered is not the answer of a backup service. Please check "
-                  "the address in the settings; if it is right, try again later.");
+                  "the address in the settings; if it is right, try again later. (The answer is "
+                  "not a SOAP 1.1 envelope: it starts with <html> (line 1).)");
+}
+
+TEST(Failure, AnAnswerThatDoesNotSayWhetherOneIsSignedInIsNoRefusal)
+{
+    const std::string before =
+        "<Envelope xmlns=\"http://schemas.xmlsoap.org/soap/envelope/\"><Body>"
+        "<AuthenticateResponse xmlns=\"urn:x\">";
+    const std::string after = "</AuthenticateResponse></Body></Envelope>";
+    const auto signInWith = [&](const std::string& fields) {
+        const test::RawServer service(test::httpAnswer(before + fields + after));
+        return signIn(BundleFor(service.url()).path());
+    };
+    EXPECT_EQ(signInWith("<AuthenticateResult>1</AuthenticateResult>").status, 0);
+    EXPECT_EQ(signInWith("<AuthenticateResult>false</AuthenticateResult>").status, 12);
+    EXPECT_EQ(signInWith("<AuthenticateResult>0</AuthenticateResult>").status, 12);
+    for (const char* fields : {"", "<AuthenticateResult>perhaps</AuthenticateResult>"})
+        expectFailure(signInWith(fields), 5,
+                      "What the service answered is not the answer of a backup service. Please "
+                      "check the address in the settings; if it is right, try again later. (It "
+                      "does not say whether the user is signed in.)");
+}
+
+TEST(Failure, TheServiceCannotServeNow)
+{
+    for (const int status : {429, 502, 503, 504}) {
+        const test::RawServer service(test::httpAnswer("<html/>", status));
+        expectFailure(signIn(BundleFor(service.url()).path()), 5,
+                      "The service cannot serve at the moment. Please try again later. (status " +
+                          std::to_string(status) + ")");
+    }
+}
+
+TEST(Failure, ARefusedRedirectNamesBothOrigins)
+{
+    const test::RawServer service("HTTP/1.1 307 There\r\nLocation: http://elsewhere.example/\r\n"
+                                  "Content-Length: 0\r\n\r\n");
+    const auto result = signIn(BundleFor(service.url()).path());
+    EXPECT_EQ(result.status, 10);
+    EXPECT_NE(result.errors.find("http://elsewhere.example"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("127.0.0.1:" + std::to_string(service.port())), std::string::npos)
+        << result.errors;
+}
+
+TEST(Failure, WhatMayHaveBeenDoneAllTheSameIsNotCalledARefusal)
+{
+    const test::DevServerProcess server({"--fault", "CreateAccount:1:lost"});
+    const test::Command stowline(server.bundle());
+    const Environment environment{{"STOWLINE_PASSWORD", "pw-of-ann"}};
+    const Words words{"--json", "signup", "-u", "ann", "--email", "a@b.example"};
+    const auto lost = test::jsonLines(stowline(words, environment).output).back();
+    EXPECT_EQ(lost["exit"], 8) << lost;
+    EXPECT_EQ(lost["cause"], "connection");
+    EXPECT_NE(lost["message"].get<std::string>().find(
+                  "The service may have done it all the same: please try to sign in before you "
+                  "open the account again."),
+              std::string::npos)
+        << lost;
+    EXPECT_EQ(stowline(Words{"signin", "-u", "ann"}, environment).status, 0);
+    // A plain "no" leaves no doubt.
+    const auto taken = test::jsonLines(stowline(words, environment).output).back();
+    EXPECT_EQ(taken["exit"], 6) << taken;
+    EXPECT_EQ(taken["message"].get<std::string>().find("may have"), std::string::npos) << taken;
+}
+
+TEST(Failure, AHelperThatEndsWithoutAnAnswerIsNotCalledARefusal)
+{
+    const test::DevServerProcess server;
+    const test::TemporaryFolder folder;
+    const fs::path program = folder.path() / "stowline";
+    fs::copy_file(test::builtProgram("stowline"), program);
+    for (const auto& [lines, status, cause] :
+         {std::tuple("exit 252", 5, "timeOut"), std::tuple("kill -9 $$", 1, "helperFailed")}) {
+        folder.write("WebServiceCaller", std::string("#!/bin/sh\n") + lines + "\n");
+        fs::permissions(folder.path() / "WebServiceCaller", fs::perms::owner_all);
+        for (const Words& words : {Words{"--json", "signup", "-u", "ann", "--email", "a@b.example"},
+                                   Words{"--json", "signin", "-u", "ann"}}) {
+            test::ProgramRun run =
+                test::Command(server.bundle()).run(words, {{"STOWLINE_PASSWORD", "pw-of-ann"}});
+            run.words.front() = program.string();
+            const auto told = test::jsonLines(test::runProgram(run).output).back();
+            EXPECT_EQ(told["exit"], status) << told;
+            EXPECT_EQ(told["cause"], cause) << told;
+            EXPECT_EQ(told["message"].get<std::string>().find("may have done it") !=
+                          std::string::npos,
+                      words[1] == "signup" && status == 5)
+                << told;
+        }
+    }
 }
 
 TEST(Failure, TheServiceAnswersWithAFault)

@@ -73,6 +73,11 @@ FailureKind kindOfStatus(int status)
         return FailureKind::proxyRefused;
     case 413:
         return FailureKind::requestTooLarge;
+    case 429:
+    case 502:
+    case 503:
+    case 504:
+        return FailureKind::unavailable;
     default:
         return FailureKind::unreadableAnswer;
     }

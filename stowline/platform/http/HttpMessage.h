@@ -23,7 +23,7 @@ using HttpHeader = std::pair<std::string, std::string>;
 [[nodiscard]] bool isToken(std::string_view text);
 
 /// What kind of failure a status tells of where the answer is not what was asked for: badRequest,
-/// proxyRefused or requestTooLarge; unreadableAnswer for every other.
+/// proxyRefused, requestTooLarge or unavailable; unreadableAnswer for every other.
 [[nodiscard]] FailureKind kindOfStatus(int status);
 
 /// A response taken apart (RFC 9112): made from its bytes, status line first.

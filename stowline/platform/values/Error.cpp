@@ -10,7 +10,7 @@ namespace {
 
 using enum FailureKind;
 
-constexpr std::array<std::pair<FailureKind, std::string_view>, 21> kNames{{
+constexpr std::array<std::pair<FailureKind, std::string_view>, 22> kNames{{
     {unspecified, "unspecified"},
     {noMemory, "noMemory"},
     {noThread, "noThread"},
@@ -28,6 +28,7 @@ constexpr std::array<std::pair<FailureKind, std::string_view>, 21> kNames{{
     {refusedRedirect, "refusedRedirect"},
     {tooLarge, "tooLarge"},
     {requestTooLarge, "requestTooLarge"},
+    {unavailable, "unavailable"},
     {badRequest, "badRequest"},
     {helperFailed, "helperFailed"},
     {refusedByService, "refusedByService"},

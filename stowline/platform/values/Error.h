@@ -14,6 +14,10 @@ namespace stowline::platform {
 /// Key of the message in an error's user-info map.
 inline constexpr std::string_view kLocalizedDescriptionKey = "localizedDescription";
 
+/// Key of the user-info map for what the failure was found by, in words, where the message is the
+/// same for many reasons. For people; without credentials.
+inline constexpr std::string_view kFailureReasonKey = "failureReason";
+
 /// What went wrong, for programs: what is to be decided about a failure is decided by this, never
 /// by its sentence.
 enum class FailureKind {
@@ -35,6 +39,7 @@ enum class FailureKind {
     tooLarge,         ///< the answer is larger than is taken
     requestTooLarge,  ///< the server does not take a request of this size (status 413)
     badRequest,       ///< the server does not understand the request (status 400)
+    unavailable,      ///< the server cannot serve now (status 429, 502, 503 or 504)
     helperFailed,     ///< the helper program could not be started, or ended without an answer
     refusedByService, ///< the service understood the request and said no
     stopped,          ///< a request to stop came first
