@@ -184,7 +184,7 @@ Service accountService(const AccountServiceContext& context)
              {{.name = "CreateAccountResult"}},
              with(context, createAccount)},
             {"ChangePassword",
-             "Gives an account another password; its tickets are good for nothing then.",
+             "Changes an account's password, which ends its tickets.",
              {{.name = "userName"}, {.name = "password"}, {.name = "newPassword"}},
              {{.name = "ChangePasswordResult"}},
              with(context, changePassword)},

@@ -177,7 +177,7 @@ Value getRestoreTicket(const AccountServiceContext& context, const Dictionary& p
 {
     requireSignIn(context, parameters);
     if (!context.tickets)
-        throw ServiceFault("Server", "This service gives no tickets");
+        throw ServiceFault("Server", "This service issues no tickets");
     return told(ticketFields(), {context.tickets->give(text(parameters, "userName")),
                                  context.tickets->lifetime().count()});
 }
@@ -340,7 +340,7 @@ std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
                                      .parts = described(metaDataFields())}}}}}},
              with(context, metaDataToRecover)},
             {"GetRestoreTicket",
-             "Leave to read the account's content for some time.",
+             "Permission to read the account's content for a limited time.",
              {{.name = "userName"}, {.name = "password"}},
              {{.name = "GetRestoreTicketResult", .parts = described(ticketFields())}},
              with(context, getRestoreTicket)},

@@ -98,7 +98,7 @@ std::string restores(Storage& storage)
     for (const ReadSummary& read : storage.reads())
         rows.push_back({read.userName, std::to_string(read.parts), std::to_string(read.bytes),
                         fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(read.lastAt))});
-    return tableOf("Given back since the service began",
+    return tableOf("Downloaded since the service started",
                    {{"Account"}, {"Parts", true}, {"Bytes", true}, {"Last (UTC)"}}, rows,
                    "Nobody has read content.");
 }

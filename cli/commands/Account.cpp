@@ -49,11 +49,11 @@ ExitStatus account(const AccountOptions& options)
     const auto info =
         WebServiceBroker::getAccountInfoForUsername2(session->username, session->password);
     if (!info)
-        return callFailure(watch.failure(), "The service does not tell of the account.");
+        return callFailure(watch.failure(), "The service gave no details of the account.");
     const auto used =
         WebServiceBroker::usedSpaceInKbForAccount(session->username, session->password);
     if (!used)
-        return callFailure(watch.failure(), "The service does not tell how much space is used.");
+        return callFailure(watch.failure(), "The service did not say how much space is used.");
     const auto path = WebServiceBroker::getUploadServerPathForUsername(
         session->username, session->server, General::hardwareId().value_or("unknown"));
     if (!path)

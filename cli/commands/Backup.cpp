@@ -136,7 +136,7 @@ void declareRules(const Command& command, Options& options)
                       "one takes an earlier one back, and any of --exclude, which all come first");
     command.addOption("--include", rules.include,
                       "Take only files that match this pattern; may be given again");
-    command.addFlag("--skip-hidden", rules.skipsHidden, "No hidden files and folders");
+    command.addFlag("--skip-hidden", rules.skipsHidden, "Skip hidden files and folders");
     command.addFlag("--exclude-caches", rules.skipsCaches,
                     "No folders that are tagged by a CACHEDIR.TAG");
     command.addFlag("--one-file-system", rules.staysOnFileSystem,

@@ -19,7 +19,7 @@ ExitStatus cat(const Options& options)
 {
     if (output().isJson())
         return output().fail(ExitStatus::usage,
-                             "cat prints the file's bytes; it cannot be had as JSON.");
+                             "cat prints the file's bytes; it has no JSON form.");
     const auto choice = options.run.open();
     if (!choice)
         return choice.status();
@@ -33,7 +33,7 @@ ExitStatus cat(const Options& options)
         },
         Interruptible::stopRequest());
     if (isBroken)
-        return output().fail(ExitStatus::failed, "Standard output does not take the file.");
+        return output().fail(ExitStatus::failed, "The file cannot be written to standard output.");
     return finishReading(summary.end, summary.sentence, summary.origin);
 }
 

@@ -56,7 +56,7 @@ ExitStatus links()
 
 void declareLinks(const Command& app)
 {
-    app.addCommand("links", "Show what the brand's keys say").runs(links);
+    app.addCommand("links", "Show the links of the brand").runs(links);
 }
 
 } // namespace stowline::cli

@@ -105,12 +105,12 @@ void declareRemove(const Command& app)
         .addOption("--version", options->versionLists,
                    "List of versions to delete, as \"versions\" shows it; may be given again")
         .notInFile();
-    command.addOption("--poll", options->folder.pollSeconds, "Seconds between two questions")
+    command.addOption("--poll", options->folder.pollSeconds, "Seconds between two status checks")
         .between(0.01, 3600.0)
         .showsDefault();
     command
         .addOption("--follow-time", options->folder.followSeconds,
-                   "Seconds to follow the deletion at most")
+                   "Follow the deletion for at most this many seconds")
         .notNegative()
         .showsDefault();
     options->confirmation.declare(command);

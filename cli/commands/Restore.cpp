@@ -178,7 +178,7 @@ void declareRestore(const Command& app)
                       "Only what matches a pattern as those of backup; with a slash it counts from "
                       "PATH on; may be given again");
     command.addOption("--exclude", options->exclude,
-                      "No files and folders that match a pattern; may be given again");
+                      "Skip files and folders that match a pattern; may be given again");
     command
         .addOption("--overwrite", options->overwrite,
                    "What to do with files that are there and have another content")

@@ -86,9 +86,10 @@ ExitStatus abandonUploads(const AbandonOptions& options)
         return *refused;
     const auto count = backup::abandonUploads(state(), ids);
     if (!count)
-        return output().fail(ExitStatus::locked, "A backup of their profile is running. Please "
-                                                 "wait for its end.");
-    output().note("What was sent of them lies with the service until it drops it by itself.");
+        return output().fail(
+            ExitStatus::locked,
+            "A backup of their profile is running. Please wait until it has finished.");
+    output().note("What was sent of them stays on the service until it discards it.");
     return output().finish(ExitStatus::done, {{"abandoned", *count}});
 }
 

@@ -62,8 +62,8 @@ ExitStatus verify(const Options& options)
     const auto fraction = options.sample.empty() ? std::optional(options.readsAll ? 1.0 : 0.0)
                                                  : fractionOf(options.sample);
     if (!fraction)
-        return output().fail(ExitStatus::usage,
-                             "--sample takes a share as 5%, not \"" + options.sample + "\".");
+        return output().fail(ExitStatus::usage, "--sample takes a percentage such as 5%, not \"" +
+                                                    options.sample + "\".");
     const auto choice = options.run.open();
     if (!choice)
         return choice.status();

@@ -44,7 +44,7 @@ void requireRead(const fs::path& folder, int error)
 {
     if (error != 0)
         throw RunFault(BackupEnd::stateFolder,
-                       "What is unfinished is not known: " + folder.string() +
+                       "The unfinished uploads cannot be determined: " + folder.string() +
                            " cannot be read: " + platform::systemErrorText(error) + ".");
 }
 
@@ -261,8 +261,9 @@ private:
         if (state == State::damaged)
             accounts_.note("The index of earlier runs is damaged; it is made anew.");
         if (state == State::ofNewerVersion)
-            accounts_.note("The index of earlier runs is of a newer version of the program; it is "
-                           "made anew.");
+            accounts_.note(
+                "The index of earlier runs was written by a newer version of the program; it is "
+                "made anew.");
         if (state == State::ofAnotherOwner)
             accounts_.note("The index of earlier runs belongs to another account or machine; it is "
                            "made anew.");
@@ -394,7 +395,7 @@ private:
             return;
         if (!spool) {
             accounts_.done({.path = path,
-                            .cause = "Standard input cannot be kept until it is sent: " +
+                            .cause = "Standard input cannot be buffered for sending: " +
                                      std::generic_category().message(error) + "."});
             return;
         }

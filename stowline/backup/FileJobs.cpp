@@ -69,7 +69,7 @@ void FileJobs::start(std::size_t threads)
         } catch (const std::system_error&) {
             if (threads_.empty())
                 throw;
-            accounts_.note(fmt::format("The system has only {} threads for the files.", i));
+            accounts_.note(fmt::format("The system allows only {} threads for the files.", i));
             return;
         }
     }

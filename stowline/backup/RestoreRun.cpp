@@ -275,7 +275,7 @@ private:
             summary_.sentence = "The patterns leave nothing to restore.";
         } else if (sum.badContent > 0) {
             summary_.end = ReadEnd::badContent;
-            summary_.sentence = "The service has not what was stored of " +
+            summary_.sentence = "The service no longer has what was stored of " +
                                 counted(sum.badContent, "file", "files") + ".";
         } else if (sum.failed > 0) {
             summary_.end = ReadEnd::someFailed;

@@ -59,10 +59,11 @@ platform::LockFile lockFor(const fs::path& folder, const std::string& profile)
     if (error != 0)
         throw RunFault(BackupEnd::stateFolder, "The lock " + (folder / "backup.lock").string() +
                                                    " cannot be made: " + reasonOf(error));
-    throw RunFault(BackupEnd::locked,
-                   "Another backup of this user with the profile \"" + profile +
-                       "\" is running. Please wait for its end, or give this one a profile of its "
-                       "own.");
+    throw RunFault(
+        BackupEnd::locked,
+        "Another backup of this user with the profile \"" + profile +
+            "\" is running. Please wait until it has finished, or give this one a profile of its "
+            "own.");
 }
 
 IndexOwner indexOwner(const UploadOwner& owner)

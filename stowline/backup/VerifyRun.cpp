@@ -125,7 +125,7 @@ private:
         if (!verdicts)
             throw RecordFault(failure->end == StepEnd::interrupted ? RecordFault::Kind::interrupted
                                                                    : RecordFault::Kind::temporary,
-                              "The service cannot be asked after the versions: " + failure->reason);
+                              "The service cannot be asked about the versions: " + failure->reason);
         return *verdicts;
     }
 

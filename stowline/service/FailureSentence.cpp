@@ -55,7 +55,7 @@ constexpr std::array kSentences{
              "{0} redirects the call to another place, which is not followed. Please check the "
              "address in the settings."},
     Sentence{FailureKind::tooLarge,
-             "The answer of {0} is larger than is taken. Please ask for less at once."},
+             "The answer of {0} is larger than the limit. Please ask for less at once."},
     Sentence{FailureKind::requestTooLarge,
              "{0} does not take a request of this size (status 413). Please send less at once, or "
              "ask the provider for a higher limit."},

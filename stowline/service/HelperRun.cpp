@@ -84,7 +84,7 @@ void noteStartAlone(std::string_view reason)
     static std::atomic<std::size_t> noted = 0;
     const std::size_t hash = std::hash<std::string_view>()(reason) | 1U;
     if (noted.exchange(hash) != hash)
-        STOWLINE_LOG_INFO("WebServiceCaller is started for a call of its own: %@.", reason);
+        STOWLINE_LOG_INFO("WebServiceCaller is started separately for each call: %@.", reason);
 }
 
 std::filesystem::path helperProgram()

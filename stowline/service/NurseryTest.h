@@ -50,7 +50,8 @@ public:
         DDLog::flushLog();
         std::size_t count = 0;
         for (const auto& line : logger_->lines())
-            count += line.text.starts_with("WebServiceCaller is started for a call of its own: ");
+            count +=
+                line.text.starts_with("WebServiceCaller is started separately for each call: ");
         return count;
     }
 

@@ -149,10 +149,9 @@ FilePart WebServiceBroker::filePartForUsername(std::string_view username, std::s
                 return {};
             FilePart part = partFrom(headers, std::move(*body), offset, length, operation);
             if (part.outcome != FilePartOutcome::read)
-                OPERATION_LOG_ERROR(operation, "Version %@ cannot be read at %qu: %@", versionId,
-                                    offset,
-                                    part.reason.empty() ? "the answer is not as it must be"
-                                                        : messageFromCode(part.reason));
+                OPERATION_LOG_ERROR(
+                    operation, "Version %@ cannot be read at %qu: %@", versionId, offset,
+                    part.reason.empty() ? "the answer is malformed" : messageFromCode(part.reason));
             return part;
         });
 }

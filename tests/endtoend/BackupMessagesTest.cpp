@@ -184,7 +184,8 @@ TEST(BackupMessages, UnfinishedUploadsThatCannotBeListedAreNotNone)
         for (const Words& words : {list, Words{"uploads", "abandon", "--all", "--yes"}}) {
             const auto result = stowline(words);
             EXPECT_EQ(result.status, 1) << place << result.output;
-            EXPECT_TRUE(says(result, "What is unfinished is not known: " + state.string()))
+            EXPECT_TRUE(
+                says(result, "The unfinished uploads cannot be determined: " + state.string()))
                 << result.errors;
         }
         fs::remove(file);

@@ -253,7 +253,7 @@ StoredItem itemOfRow(const SQLite::Statement& row, int first, std::string path)
     item.path = std::move(path);
     const auto kind = reader.number();
     if (kind > static_cast<std::uint64_t>(ItemKind::blockDevice))
-        throw SQLite::Exception("an item of a kind that there is not", SQLITE_CORRUPT);
+        throw SQLite::Exception("an item of an unknown kind", SQLITE_CORRUPT);
     item.kind = static_cast<ItemKind>(kind);
     item.size = reader.number();
     item.modified = reader.time();
@@ -269,7 +269,7 @@ StoredItem itemOfRow(const SQLite::Statement& row, int first, std::string path)
     item.linkTarget = reader.bytes();
     item.deviceNumber = reader.number();
     if (!unpackAttributes(reader.bytes(), item.attributes))
-        throw SQLite::Exception("attributes that nobody packed", SQLITE_CORRUPT);
+        throw SQLite::Exception("attributes in an unknown form", SQLITE_CORRUPT);
     stored.sameFileAs = reader.bytes();
     stored.readBegan = reader.time();
     const auto flags = static_cast<std::int64_t>(reader.number());

@@ -61,7 +61,7 @@ void removeLeftGathering(const platform::TargetFolder& folder, const std::string
 
 std::string mistakenSentence(const std::string& path, const std::string& other)
 {
-    return path + ": the target does not tell its name from that of " + other + ".";
+    return path + ": the target does not distinguish its name from that of " + other + ".";
 }
 
 void FilePlacer::place(const FileTask& task)

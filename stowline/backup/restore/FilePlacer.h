@@ -55,7 +55,7 @@ struct PlacingContext {
     std::function<std::string(const platform::TargetFolder&, const std::string& path)> mistakenFor;
 };
 
-/// "…: the target does not tell its name from that of …"
+/// "…: the target does not distinguish its name from that of …"
 [[nodiscard]] std::string mistakenSentence(const std::string& path, const std::string& other);
 
 /// Puts files in place. Any thread. What is whole waits for some others, so that one request to the

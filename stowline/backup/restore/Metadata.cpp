@@ -132,7 +132,7 @@ private:
         for (const ExtendedAttribute* wanted : work.wanted) {
             if (wanted->name == kCapabilities && !isOwnerRight_) {
                 loseWithOwner(LossKind::capabilities,
-                              "its capabilities are left away, since its owner is another one");
+                              "its capabilities are dropped, since it has a different owner");
                 continue;
             }
             outcome_.hasChanged = true;
@@ -157,7 +157,7 @@ private:
             mode &= ~kSetGroupId;
         if (mode != item_.mode)
             loseWithOwner(LossKind::setId,
-                          "its set-id bits are left away, since its owner is another one");
+                          "its set-id bits are dropped, since its owner is another one");
         if (mode == now_.mode && !isModeLost_)
             return;
         outcome_.hasChanged = true;

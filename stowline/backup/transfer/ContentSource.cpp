@@ -37,7 +37,7 @@ FetchFailure failureOf(const StepFailure& step)
         return {Kind::temporary, step.reason};
     case StepEnd::refused:
         return {Kind::refused,
-                step.reason.empty() ? "The service hands nothing out." : step.reason};
+                step.reason.empty() ? "The service gives out no content." : step.reason};
     case StepEnd::failed:
         break;
     }
@@ -128,7 +128,7 @@ bool ContentSource::fetchOnce(const std::string& version, std::uint64_t offset,
     case FilePartOutcome::refused:
         // One that tells no reason, or that it cannot read just now, may do better later.
         if (got.reason.empty() || got.reason == kNotReadable)
-            error = passing("The service hands the content out just now to nobody");
+            error = passing("The service gives the content out to nobody at the moment");
         return false;
     case FilePartOutcome::failed:
         break;

@@ -36,7 +36,7 @@ enum class FailureKind {
     certificate,      ///< the server could not prove that it is the one that is meant
     proxyRefused,     ///< the proxy wants credentials or refuses the way
     refusedRedirect,  ///< a redirect that is not followed
-    tooLarge,         ///< the answer is larger than is taken
+    tooLarge,         ///< the answer is larger than the limit
     requestTooLarge,  ///< the server does not take a request of this size (status 413)
     badRequest,       ///< the server does not understand the request (status 400)
     unavailable,      ///< the server cannot serve now (status 429, 502, 503 or 504)
