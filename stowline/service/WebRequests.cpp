@@ -94,10 +94,11 @@ double timeoutOf(const Dictionary& requestInfo)
 
 HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestInfo)
 {
-    const std::string* method = findString(requestInfo, webRequestKey::httpMethod);
+    const std::string* named = findString(requestInfo, webRequestKey::httpMethod);
+    const std::string method = named ? *named : "GET";
     const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
     return {
-        .method = method ? *method : "GET",
+        .method = method,
         .url = request.url,
         // First of all, and set again to the client's own when the request is sent.
         .headers = {{"User-Agent", ""}},
@@ -106,6 +107,7 @@ HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestI
                                                 : platform::HttpVersion::http11,
         .staysAtOrigin = !request.substitutions.empty(),
         .bodyMustArrive = true,
+        .mayArriveTwice = request.mayArriveTwice || method == "GET",
     };
 }
 
