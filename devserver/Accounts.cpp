@@ -78,9 +78,9 @@ std::string Accounts::open(const NewAccount& account)
 std::optional<std::string> Accounts::storedPasswordOf(const std::string& userName)
 {
     const std::lock_guard lock(mutex_);
-    SQLite::Statement query(database_, "SELECT password FROM accounts WHERE user_name = ?");
-    query.bind(1, userName);
-    return query.executeStep() ? std::optional(query.getColumn(0).getString()) : std::nullopt;
+    KeptStatement query(statements_, "SELECT password FROM accounts WHERE user_name = ?");
+    query->bind(1, userName);
+    return query->executeStep() ? std::optional(query->getColumn(0).getString()) : std::nullopt;
 }
 
 bool Accounts::isRight(const std::string& userName, const std::string& password)
@@ -145,14 +145,14 @@ std::optional<std::string> Accounts::signIn(const std::string& userName,
 std::optional<AccountDetails> Accounts::details(const std::string& userName)
 {
     const std::lock_guard lock(mutex_);
-    SQLite::Statement query(database_, "SELECT rowid, first_name, email, status, opened"
-                                       " FROM accounts WHERE user_name = ?");
-    query.bind(1, userName);
-    if (!query.executeStep())
+    KeptStatement query(statements_, "SELECT rowid, first_name, email, status, opened"
+                                     " FROM accounts WHERE user_name = ?");
+    query->bind(1, userName);
+    if (!query->executeStep())
         return std::nullopt;
-    return AccountDetails{query.getColumn(0).getInt64(), query.getColumn(1).getString(),
-                          query.getColumn(2).getString(), query.getColumn(3).getString(),
-                          query.getColumn(4).getString()};
+    return AccountDetails{query->getColumn(0).getInt64(), query->getColumn(1).getString(),
+                          query->getColumn(2).getString(), query->getColumn(3).getString(),
+                          query->getColumn(4).getString()};
 }
 
 } // namespace stowline::devserver

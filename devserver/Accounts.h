@@ -3,6 +3,7 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include "devserver/StatementCache.h"
 #include "stowline/platform/values/Value.h"
 
 #include <filesystem>
@@ -73,6 +74,7 @@ private:
     std::mutex hashing_; ///< one password at a time: each takes 16 MiB; before the other mutex
     std::mutex mutex_;
     SQLite::Database database_;
+    StatementCache statements_{database_};
     const Data sessionKey_;                       ///< of this run
     std::map<std::string, std::string> verified_; ///< keyed digests of right passwords, by user
 };

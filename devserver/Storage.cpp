@@ -162,11 +162,10 @@ std::string Storage::uploadPath(const std::string& userName, std::int64_t accoun
 std::optional<std::string> Storage::serverFileOf(const UploadPlace& place)
 {
     const Lock lock(mutex_);
-    SQLite::Statement query(database_,
-                            "SELECT 1 FROM upload_paths WHERE path = ? AND user_name = ?");
-    query.bind(1, place.serverPath);
-    query.bind(2, place.userName);
-    if (!query.executeStep())
+    KeptStatement query(statements_, "SELECT 1 FROM upload_paths WHERE path = ? AND user_name = ?");
+    query->bind(1, place.serverPath);
+    query->bind(2, place.userName);
+    if (!query->executeStep())
         return std::nullopt;
     return place.serverPath + harmless(place.guid);
 }
@@ -185,12 +184,11 @@ HeldUpload Storage::heldAt(const std::string& serverFile)
         setAside(*version);
     }
     const Lock lock(mutex_);
-    SQLite::Statement upload(database_,
-                             "SELECT received, parts FROM uploads WHERE server_file = ?");
-    upload.bind(1, serverFile);
-    if (upload.executeStep()) {
-        held.receivedBytes = static_cast<std::uint64_t>(upload.getColumn(0).getInt64());
-        held.parts = static_cast<std::uint64_t>(upload.getColumn(1).getInt64());
+    KeptStatement upload(statements_, "SELECT received, parts FROM uploads WHERE server_file = ?");
+    upload->bind(1, serverFile);
+    if (upload->executeStep()) {
+        held.receivedBytes = static_cast<std::uint64_t>(upload->getColumn(0).getInt64());
+        held.parts = static_cast<std::uint64_t>(upload->getColumn(1).getInt64());
     }
     return held;
 }
@@ -208,11 +206,11 @@ std::optional<HeldUpload> Storage::held(const UploadPlace& place)
 std::optional<std::uint32_t> Storage::checksumOfUpload(const std::string& serverFile)
 {
     const Lock lock(mutex_);
-    SQLite::Statement query(database_, "SELECT checksum FROM uploads WHERE server_file = ?");
-    query.bind(1, serverFile);
-    if (!query.executeStep())
+    KeptStatement query(statements_, "SELECT checksum FROM uploads WHERE server_file = ?");
+    query->bind(1, serverFile);
+    if (!query->executeStep())
         return std::nullopt;
-    return static_cast<std::uint32_t>(query.getColumn(0).getInt64());
+    return static_cast<std::uint32_t>(query->getColumn(0).getInt64());
 }
 
 std::optional<HeldUpload> Storage::addPart(const UploadPlace& place, const UploadedPart& part)
@@ -236,29 +234,29 @@ std::optional<HeldUpload> Storage::addPart(const UploadPlace& place, const Uploa
     held.receivedBytes += part.bytes.size();
     ++held.parts;
     const Lock lock(mutex_);
-    SQLite::Statement update(database_, "INSERT INTO uploads (server_file, user_name, file_name,"
-                                        " received, parts, checksum, changed_at)"
-                                        " VALUES (?,?,?,?,?,?,?)"
-                                        " ON CONFLICT DO UPDATE SET received = excluded.received,"
-                                        " parts = excluded.parts, checksum = excluded.checksum,"
-                                        " changed_at = excluded.changed_at");
-    update.bind(1, *serverFile);
-    update.bind(2, place.userName);
-    update.bind(3, part.fileName.data(), static_cast<int>(part.fileName.size()));
-    update.bind(4, static_cast<std::int64_t>(held.receivedBytes));
-    update.bind(5, static_cast<std::int64_t>(held.parts));
-    update.bind(6, static_cast<std::int64_t>(checksum));
-    update.bind(7, secondsNow());
-    update.exec();
+    KeptStatement update(statements_, "INSERT INTO uploads (server_file, user_name, file_name,"
+                                      " received, parts, checksum, changed_at)"
+                                      " VALUES (?,?,?,?,?,?,?)"
+                                      " ON CONFLICT DO UPDATE SET received = excluded.received,"
+                                      " parts = excluded.parts, checksum = excluded.checksum,"
+                                      " changed_at = excluded.changed_at");
+    update->bind(1, *serverFile);
+    update->bind(2, place.userName);
+    update->bind(3, part.fileName.data(), static_cast<int>(part.fileName.size()));
+    update->bind(4, static_cast<std::int64_t>(held.receivedBytes));
+    update->bind(5, static_cast<std::int64_t>(held.parts));
+    update->bind(6, static_cast<std::int64_t>(checksum));
+    update->bind(7, secondsNow());
+    update->exec();
     return held;
 }
 
 void Storage::forgetUpload(const std::string& serverFile)
 {
     const Lock lock(mutex_);
-    SQLite::Statement remove(database_, "DELETE FROM uploads WHERE server_file = ?");
-    remove.bind(1, serverFile);
-    remove.exec();
+    KeptStatement remove(statements_, "DELETE FROM uploads WHERE server_file = ?");
+    remove->bind(1, serverFile);
+    remove->exec();
 }
 
 bool Storage::hasBaseline(const Registration& registration)
@@ -372,32 +370,32 @@ void Storage::commit(std::span<NewVersion* const> versions)
 std::int64_t Storage::fileFor(const Registration& registration)
 {
     // The folders on the way, from the file up to the first one that is known.
-    SQLite::Statement insert(
-        database_, "INSERT INTO items (user_name, system_name, folder, name, is_folder,"
-                   " is_package) VALUES (?1, ?2, ?3, ?4, 1, EXISTS (SELECT 1 FROM packages"
-                   " WHERE user_name = ?1 AND path = ?3 || '/' || ?4))"
-                   " ON CONFLICT DO UPDATE SET is_folder = 1 WHERE is_folder = 0");
+    KeptStatement insert(statements_,
+                         "INSERT INTO items (user_name, system_name, folder, name, is_folder,"
+                         " is_package) VALUES (?1, ?2, ?3, ?4, 1, EXISTS (SELECT 1 FROM packages"
+                         " WHERE user_name = ?1 AND path = ?3 || '/' || ?4))"
+                         " ON CONFLICT DO UPDATE SET is_folder = 1 WHERE is_folder = 0");
     for (std::string path = registration.folder; !path.empty();) {
         const auto [folder, name] = split(path);
-        insert.bind(1, registration.place.userName);
-        insert.bind(2, registration.systemName);
-        insert.bind(3, folder);
-        insert.bind(4, name);
-        const bool isNew = insert.exec() == 1;
-        insert.reset();
+        insert->bind(1, registration.place.userName);
+        insert->bind(2, registration.systemName);
+        insert->bind(3, folder);
+        insert->bind(4, name);
+        const bool isNew = insert->exec() == 1;
+        insert->reset();
         path = isNew ? folder : "";
     }
-    SQLite::Statement file(database_,
-                           "INSERT INTO items (user_name, system_name, folder, name, is_folder)"
-                           " VALUES (?,?,?,?,0) ON CONFLICT DO UPDATE SET is_folder = 0"
-                           " RETURNING id");
-    file.bind(1, registration.place.userName);
-    file.bind(2, registration.systemName);
-    file.bind(3, registration.folder);
-    file.bind(4, registration.name);
-    file.executeStep();
-    const std::int64_t id = file.getColumn(0).getInt64();
-    file.executeStep(); // to its end, or the insertion is not done
+    KeptStatement file(statements_,
+                       "INSERT INTO items (user_name, system_name, folder, name, is_folder)"
+                       " VALUES (?,?,?,?,0) ON CONFLICT DO UPDATE SET is_folder = 0"
+                       " RETURNING id");
+    file->bind(1, registration.place.userName);
+    file->bind(2, registration.systemName);
+    file->bind(3, registration.folder);
+    file->bind(4, registration.name);
+    file->executeStep();
+    const std::int64_t id = file->getColumn(0).getInt64();
+    file->executeStep(); // to its end, or the insertion is not done
     return id;
 }
 
@@ -405,31 +403,31 @@ void Storage::insertVersion(const Registration& registration, const std::string&
                             const Content& content)
 {
     const std::int64_t item = fileFor(registration);
-    SQLite::Statement insert(database_, "INSERT INTO versions (item_id, user_name, size,"
-                                        " client_date, server_file, checksum, is_delta, is_packed,"
-                                        " baseline, list_id, stored_size, digest, stamp)"
-                                        " VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?)");
-    insert.bind(1, item);
-    insert.bind(2, registration.place.userName);
-    insert.bind(3, static_cast<std::int64_t>(registration.size));
-    insert.bind(4, registration.clientDate);
-    insert.bind(5, serverFile);
-    insert.bind(6, static_cast<std::int64_t>(content.checksum));
-    insert.bind(7, registration.isDelta ? 1 : 0);
-    insert.bind(8, registration.isCompressed ? 1 : 0);
-    insert.bind(9, registration.baselineVersion);
-    insert.bind(10, platform::hexadecimalText(platform::randomBytes(kListIdBytes)));
-    insert.bind(11, static_cast<std::int64_t>(content.size));
-    insert.bind(12, content.digest);
-    insert.bind(13, content.stamp);
-    insert.exec();
-    SQLite::Statement update(database_, "UPDATE items SET size = ?, modified = ?, checksum = ?,"
-                                        " versions = versions + 1 WHERE id = ?");
-    update.bind(1, static_cast<std::int64_t>(registration.size));
-    update.bind(2, registration.clientDate);
-    update.bind(3, static_cast<std::int64_t>(content.checksum));
-    update.bind(4, item);
-    update.exec();
+    KeptStatement insert(statements_, "INSERT INTO versions (item_id, user_name, size,"
+                                      " client_date, server_file, checksum, is_delta, is_packed,"
+                                      " baseline, list_id, stored_size, digest, stamp)"
+                                      " VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?)");
+    insert->bind(1, item);
+    insert->bind(2, registration.place.userName);
+    insert->bind(3, static_cast<std::int64_t>(registration.size));
+    insert->bind(4, registration.clientDate);
+    insert->bind(5, serverFile);
+    insert->bind(6, static_cast<std::int64_t>(content.checksum));
+    insert->bind(7, registration.isDelta ? 1 : 0);
+    insert->bind(8, registration.isCompressed ? 1 : 0);
+    insert->bind(9, registration.baselineVersion);
+    insert->bind(10, platform::hexadecimalText(platform::randomBytes(kListIdBytes)));
+    insert->bind(11, static_cast<std::int64_t>(content.size));
+    insert->bind(12, content.digest);
+    insert->bind(13, content.stamp);
+    insert->exec();
+    KeptStatement update(statements_, "UPDATE items SET size = ?, modified = ?, checksum = ?,"
+                                      " versions = versions + 1 WHERE id = ?");
+    update->bind(1, static_cast<std::int64_t>(registration.size));
+    update->bind(2, registration.clientDate);
+    update->bind(3, static_cast<std::int64_t>(content.checksum));
+    update->bind(4, item);
+    update->exec();
 }
 
 } // namespace stowline::devserver

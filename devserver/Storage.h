@@ -1,6 +1,7 @@
 // What the service stores: parts on their way, files, versions.
 #pragma once
 
+#include "devserver/StatementCache.h"
 #include "stowline/platform/values/Value.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -276,6 +277,7 @@ private:
     std::recursive_mutex mutex_;
     std::map<std::string, ReadSummary> reads_; ///< by user
     SQLite::Database database_;
+    StatementCache statements_{database_};
 };
 
 } // namespace stowline::devserver

@@ -55,12 +55,12 @@ ContentState Storage::judge(const StoredVersion& version, bool readsAll)
     const std::string stamp = file->stamp();
     if (!readsAll) {
         const Lock lock(mutex_);
-        SQLite::Statement known(database_,
-                                "SELECT is_whole FROM versions WHERE id = ? AND stamp = ?");
-        known.bind(1, version.id);
-        known.bind(2, stamp);
-        if (known.executeStep())
-            return known.getColumn(0).getInt() != 0 ? ContentState::whole : ContentState::damaged;
+        KeptStatement known(statements_,
+                            "SELECT is_whole FROM versions WHERE id = ? AND stamp = ?");
+        known->bind(1, version.id);
+        known->bind(2, stamp);
+        if (known->executeStep())
+            return known->getColumn(0).getInt() != 0 ? ContentState::whole : ContentState::damaged;
         if (file->size() != version.storedSize)
             return ContentState::damaged;
     }

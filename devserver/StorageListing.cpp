@@ -203,9 +203,9 @@ std::optional<StoredVersion> Storage::version(const std::string& userName, std::
 std::optional<StoredVersion> Storage::versionAt(const std::string& serverFile)
 {
     const Lock lock(mutex_);
-    SQLite::Statement query(database_, std::string(kVersionQuery) + " v.server_file = ?");
-    query.bind(1, serverFile);
-    return query.executeStep() ? std::optional(versionFrom(query)) : std::nullopt;
+    KeptStatement query(statements_, std::string(kVersionQuery) + " v.server_file = ?");
+    query->bind(1, serverFile);
+    return query->executeStep() ? std::optional(versionFrom(*query)) : std::nullopt;
 }
 
 void Storage::removeIfEmpty(std::int64_t itemId)
