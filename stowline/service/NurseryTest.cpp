@@ -300,6 +300,39 @@ TEST(Nursery, OneThatWasKilledBetweenCallsIsBegunAnew)
     }
 }
 
+TEST(Nursery, OneThatDoesNotListenIsEndedAndItsCallStartedAlone)
+{
+    const RawServer server(test::soapAnswer("<a>x</a>"));
+    const Caller caller(server.url());
+    ASSERT_TRUE(Caller::works());
+    const int stuck = nursery();
+    signalOne(stuck, SIGSTOP);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Caller::works());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 60s); // the limit of a call is 75 s
+    test::awaitEnd(stuck);
+    EXPECT_EQ(server.requests().size(), 2U);
+    EXPECT_EQ(caller.aloneLines(), 1U);
+    EXPECT_TRUE(Caller::works());
+    EXPECT_NE(nursery(), 0);
+}
+
+TEST(Nursery, OneThatIsStoppedWhileItsChildIsAtWorkCostsNoAnswerAndNoSecondRequest)
+{
+    int stuck = 0;
+    const RawServer server([&](const std::string&, const RawConnection& connection) {
+        signalOne(stuck = nursery(), SIGSTOP);
+        connection.send(test::soapAnswer("<a>x</a>"));
+    });
+    const Caller caller(server.url());
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(Caller::works());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 60s);
+    test::awaitEnd(stuck);
+    EXPECT_EQ(server.requests().size(), 1U);
+    EXPECT_EQ(caller.aloneLines(), 0U);
+}
+
 TEST(Nursery, OneThatDoesNotListenIsEndedWithTheStoppedCall)
 {
     const RawServer server(test::soapAnswer("<a>x</a>"));

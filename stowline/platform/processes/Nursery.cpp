@@ -1,11 +1,13 @@
 #include "stowline/platform/processes/Nursery.h"
 
+#include "stowline/platform/files/Files.h"
 #include "stowline/platform/processes/ChildConversation.h"
 #include "stowline/platform/processes/NurseryConditions.h"
 #include "stowline/platform/processes/NurseryMessages.h"
 #include "stowline/platform/processes/Spawn.h"
 #include "stowline/platform/threads/ForkSafety.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -28,7 +30,7 @@ using Result = Outcome<ChildAnswer, StartFailure>;
 
 constexpr int kMostChildren = 1000;
 
-/// How long a nursery may take to end a child that it is asked to end, before it is ended itself.
+/// How long a nursery may be silent that is to tell of a child, before it is ended itself.
 constexpr std::chrono::milliseconds kPatience{5000};
 
 FileDescriptor handleOf(pid_t id)
@@ -71,6 +73,7 @@ public:
         if (!id)
             return NoNursery{"no waiting program could be started"};
         nursery->process_ = handleOf(*id);
+        nursery->id_ = *id;
         return nursery;
     }
 
@@ -95,11 +98,23 @@ public:
         return sendCall(socket_.number(), descriptors);
     }
 
+    /// Notes that it told something, of whichever call. @return when it did so last
+    void noteWord() { lastWord_ = Clock::now().time_since_epoch(); }
+    [[nodiscard]] Clock::time_point lastWord() const { return Clock::time_point(lastWord_); }
+
     /// Asks for no more children; those that are there come to their end, and it ends with them.
     void giveUp()
     {
         if (isOurs() && !isGivenUp_.exchange(true))
             ::shutdown(socket_.number(), SHUT_WR);
+    }
+
+    /// Whether somebody stopped it (SIGSTOP), so that it does nothing until it is continued.
+    [[nodiscard]] bool isStopped() const
+    {
+        const auto stat = readFile("/proc/" + std::to_string(id_) + "/stat").value_or("");
+        const auto name = stat.rfind(") ");
+        return name != std::string::npos && (stat[name + 2] == 'T' || stat[name + 2] == 't');
     }
 
     /// Ends it at once with all its children.
@@ -121,10 +136,12 @@ private:
 
     FileDescriptor socket_;
     FileDescriptor process_;
+    pid_t id_ = -1;
     const std::string conditions_;
     const pid_t owner_;
     std::atomic<int> children_ = 0;
     std::atomic<bool> isGivenUp_ = false;
+    std::atomic<Clock::duration> lastWord_ = Clock::duration::zero();
 };
 
 /// The nursery that this process uses now.
@@ -199,12 +216,42 @@ public:
 
     void end() const override { ::shutdown(report_.number(), SHUT_WR); }
 
+    /// Waits until something arrives from the child, as long as the nursery may still begin it. One
+    /// that is stopped or hangs is ended: only then is it sure that it will not begin the child.
+    void awaitBeginning(const FileDescriptor& output, Clock::time_point deadline)
+    {
+        const auto since = Clock::now();
+        for (;;) {
+            const auto patience = patienceEnd(since);
+            const WaitEnd end = awaitReadable(output.number(), std::min(deadline, patience));
+            if (end != WaitEnd::timeOver || Clock::now() >= deadline)
+                return;
+            (void)takeReports();
+            if (isOver_ || mayHaveBegun_)
+                return;
+            if (Clock::now() >= patienceEnd(since)) {
+                nursery_->kill();
+                (void)reap(); // what it had told before
+                return;
+            }
+        }
+    }
+
     WaitEnd awaitEnd(Clock::time_point deadline) override
     {
+        auto since = Clock::now();
         while (!takeReports()) {
-            if (const WaitEnd end = awaitReadable(report_.number(), deadline);
-                end != WaitEnd::ready)
+            const WaitEnd end =
+                awaitReadable(report_.number(), std::min(deadline, patienceEnd(since)));
+            if (end == WaitEnd::stopped || (end == WaitEnd::timeOver && Clock::now() >= deadline))
                 return end;
+            const bool isLong = end == WaitEnd::timeOver && Clock::now() >= patienceEnd(since);
+            if (isLong && nursery_->isStopped()) {
+                nursery_->kill(); // the output is there; how the child ended nobody will know
+                break;
+            }
+            if (isLong) // the child takes its time
+                since = Clock::now();
         }
         return WaitEnd::ready;
     }
@@ -230,6 +277,12 @@ public:
     [[nodiscard]] bool mayHaveBegun() const { return mayHaveBegun_ && !isRefused_; }
 
 private:
+    /// Others may have been served meanwhile: then it is busy, and not silent.
+    [[nodiscard]] Clock::time_point patienceEnd(Clock::time_point since) const
+    {
+        return std::max(since, nursery_->lastWord()) + kPatience;
+    }
+
     /// Takes what the nursery told. @return whether there is nothing more to be told
     bool takeReports()
     {
@@ -242,6 +295,7 @@ private:
             mayHaveBegun_ |= state == ReportState::nonsense; // who knows what was to be said
             if (state != ReportState::report)
                 continue;
+            nursery_->noteWord();
             isRefused_ |= report.kind == NurseryReport::Kind::refused;
             mayHaveBegun_ |= report.kind != NurseryReport::Kind::refused;
             if (report.kind == NurseryReport::Kind::ended)
@@ -294,6 +348,7 @@ std::optional<ChildAnswer> ranInNursery(const std::shared_ptr<Nursery>& nursery,
     auto handed = handedOver(nursery, run, reason);
     if (!handed)
         return std::nullopt;
+    handed->child->awaitBeginning(handed->channels.output.ours, deadline);
     ChildAnswer answer = converse(*handed->child, handed->channels.output.ours,
                                   &handed->channels.release.ours, run, deadline);
     if (answer.exit.bySignal || !answer.exit.isKnown)
