@@ -1,15 +1,18 @@
 #include "stowline/platform/desktop/MachineIdentity.h"
 
+#include "stowline/platform/files/FileDescriptor.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <glib.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/utsname.h>
 
@@ -45,20 +48,50 @@ bool isMachineId(std::string_view text)
            text.find_first_not_of('0') != std::string_view::npos;
 }
 
+bool isUuid(std::string_view text)
+{
+    static constexpr std::string_view form = "00000000-0000-0000-0000-000000000000";
+    return std::ranges::equal(text, form, [](char character, char place) {
+        return place == '-' ? character == '-'
+                            : g_ascii_isxdigit(character) != 0; // GLib's, as the locale's varies
+    });
+}
+
 std::optional<std::string> uuidIn(const fs::path& file)
 {
     const auto kept = readFile(file);
-    if (!kept || withoutTrailingBlanks(*kept).size() != 36)
+    if (!kept || !isUuid(withoutTrailingBlanks(*kept)))
         return std::nullopt;
     return std::string(withoutTrailingBlanks(*kept));
 }
 
-/// Makes a file with an id of its own, whole, unless somebody else is quicker.
+/// While it exists, no other process is in a folder's turn. Where the file system has no locks it
+/// holds nobody back.
+class FolderTurn {
+public:
+    explicit FolderTurn(const fs::path& folder)
+        : folder_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        while (::flock(folder_.number(), LOCK_EX) != 0 && errno == EINTR) {
+        }
+    }
+    /// Gives it back also where a fork of this process still has the folder open.
+    ~FolderTurn() { ::flock(folder_.number(), LOCK_UN); }
+    FolderTurn(const FolderTurn&) = delete;
+    FolderTurn& operator=(const FolderTurn&) = delete;
+
+private:
+    FileDescriptor folder_;
+};
+
+/// Makes a file with an id of its own, whole, unless somebody else is quicker. One process at a
+/// time, so that a damaged file is replaced once.
 bool keepUuid(const fs::path& file)
 {
     const auto fresh = randomUuid();
     if (!fresh || !makePrivateFolder(file.parent_path()))
         return false;
+    const FolderTurn turn(file.parent_path());
     std::error_code fault;
     if (fs::exists(file, fault)) // somebody was quicker, or it is something else
         return uuidIn(file) || writeFileAtomically(file, *fresh + "\n");

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <regex>
 #include <sys/stat.h>
@@ -73,9 +74,13 @@ TEST(HardwareUuid, KeepsOneOfItsOwnWhereTheMachineHasNone)
 
 TEST(HardwareUuid, IsOneForAllProgramsThatStartAtOnce)
 {
-    for (int round = 0; round < 20; ++round) {
+    constexpr const char* missing = "missing";
+    for (int round = 0; round < 40; ++round) {
+        const std::string content = std::array{missing, "", "damaged", "\n"}.at(round % 4);
         const test::TemporaryFolder folder;
         const IdentitySources sources{{}, folder.path() / "state" / "installation-id"};
+        if (content != missing)
+            folder.write("state/installation-id", content);
         int gate[2];
         int answers[2];
         ASSERT_EQ(::pipe(gate), 0);
@@ -106,6 +111,16 @@ TEST(HardwareUuid, IsOneForAllProgramsThatStartAtOnce)
         const std::filesystem::directory_iterator files(sources.keptIdentity->parent_path());
         EXPECT_EQ(std::distance(begin(files), end(files)), 1);
     }
+}
+
+TEST(HardwareUuid, MakesAnotherForAFileThatHoldsNone)
+{
+    const test::TemporaryFolder folder;
+    const auto file = folder.write("id", std::string(36, '?') + "\n");
+    const auto made = hardwareUuid({{}, file});
+    ASSERT_TRUE(made);
+    EXPECT_TRUE(std::regex_match(*made, kUuidForm)) << *made;
+    EXPECT_EQ(hardwareUuid({{}, file}), made);
 }
 
 TEST(HardwareUuid, IsAbsentWhenNothingCanBeKept)
