@@ -114,7 +114,7 @@ TEST(CreateAccount, SucceedsOnSuccessInAnyCase)
     }
     for (const char* no : {"Success.", "Failure", "", " Success"}) {
         word = no;
-        std::optional<Error> error;
+        std::optional<Error> error = platform::makeError("stale", 1, "stale");
         EXPECT_FALSE(
             WebServiceBroker::creatAccountWithFirstname("Ann", "ann", "pw", "a@b.c", &error));
         EXPECT_FALSE(error) << no;

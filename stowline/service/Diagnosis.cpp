@@ -203,14 +203,14 @@ std::optional<Finding> lookAtLetteredLength(const std::string& address, const st
     if (!plain || *plain == notUnderstood)
         return std::nullopt;
     return unwell("length", FailureKind::badRequest,
-                  platform::textWithoutCredentials(address) +
+                  platform::addressWithoutCredentials(address) +
                       " does not take a length with a letter behind it, as \"" + request +
                       "\" sends it. Please set plainContentLength to true there in the settings.");
 }
 
 Finding lookAtAddress(const std::string& address)
 {
-    const std::string shown = platform::textWithoutCredentials(address);
+    const std::string shown = platform::addressWithoutCredentials(address);
     const auto origin = platform::originOf(platform::addressForCalls(address));
     if (!origin)
         return unwell("address", FailureKind::invalidSettings,

@@ -79,12 +79,13 @@ Result resultOf(const platform::ChildAnswer& answer)
 std::atomic<bool> nurseryIsUsed = false;
 
 /// One line for a reason that holds on, not one for each call.
-void noteStartAlone(std::string_view reason)
+void noteStartAlone(const Operation& operation, std::string_view reason)
 {
     static std::atomic<std::size_t> noted = 0;
     const std::size_t hash = std::hash<std::string_view>()(reason) | 1U;
     if (noted.exchange(hash) != hash)
-        STOWLINE_LOG_INFO("WebServiceCaller is started separately for each call: %@.", reason);
+        OPERATION_LOG_INFO(operation, "WebServiceCaller is started separately for each call: %@.",
+                           reason);
 }
 
 std::filesystem::path helperProgram()
@@ -92,14 +93,18 @@ std::filesystem::path helperProgram()
     return platform::Bundle::executableFolder() / "WebServiceCaller";
 }
 
-platform::Outcome<platform::ChildAnswer, platform::StartFailure> runHelper(std::string_view input)
+platform::Outcome<platform::ChildAnswer, platform::StartFailure>
+runHelper(const Operation& operation, std::string_view input)
 {
     const platform::ChildRun run{.program = helperProgram(),
                                  .input = input,
                                  .releaseBytes = releaseBytes,
                                  .limit = kToolLimit,
                                  .maximumOutputBytes = kMostOutputBytes};
-    return nurseryIsUsed ? platform::runNurseryChild(run, noteStartAlone) : platform::runChild(run);
+    if (!nurseryIsUsed)
+        return platform::runChild(run);
+    return platform::runNurseryChild(
+        run, [&operation](std::string_view reason) { noteStartAlone(operation, reason); });
 }
 
 } // namespace
@@ -117,13 +122,13 @@ void beginNurseryForHelpers()
         platform::beginNursery(helperProgram());
 }
 
-Result resultOfHelper(const WebServiceCallRequest& request)
+Result resultOfHelper(const Operation& operation, const WebServiceCallRequest& request)
 {
     const auto encoded = encodedRequest(request.dictionary());
     if (!encoded)
         return failure("The request cannot be put into bytes.", FailureKind::unsendableValue,
                        false);
-    const auto answer = runHelper(*encoded);
+    const auto answer = runHelper(operation, *encoded);
     if (!answer)
         return failure(helperProgram().string() + " cannot be started. " +
                            answer.error().sentence(),

@@ -187,8 +187,8 @@ std::optional<Value> performed(const Operation& operation, const Call& call)
     if (!methodInfo)
         return std::nullopt;
     const auto received =
-        resultOfHelper(requestFor(call.name, *methodInfo, call.headerSubstitutions,
-                                  call.paramSubstitutions, call.urlSubstitutions));
+        resultOfHelper(operation, requestFor(call.name, *methodInfo, call.headerSubstitutions,
+                                             call.paramSubstitutions, call.urlSubstitutions));
     if (!received) {
         tellHelpersFailure(operation, received.error());
         return std::nullopt;

@@ -161,6 +161,7 @@ TEST(Nursery, AProgramOfAnotherBuildIsStartedAloneWithOneLineInTheLog)
         EXPECT_TRUE(Caller::works());
     EXPECT_EQ(nursery(), 0);
     EXPECT_EQ(caller.aloneLines(), 1U);
+    EXPECT_TRUE(caller.aloneLinesNameTheOperation());
 }
 
 TEST(Nursery, AnUpgradeUnderARunningHostIsNoticed)

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <functional>
@@ -50,14 +51,29 @@ public:
         DDLog::flushLog();
         std::size_t count = 0;
         for (const auto& line : logger_->lines())
-            count +=
-                line.text.starts_with("WebServiceCaller is started separately for each call: ");
+            count += saysAlone(line.text);
         return count;
+    }
+
+    /// Whether those lines name the broker and the operation that called.
+    [[nodiscard]] bool aloneLinesNameTheOperation() const
+    {
+        DDLog::flushLog();
+        return std::ranges::all_of(logger_->lines(), [](const CountingLogger::Line& line) {
+            return !saysAlone(line.text) ||
+                   (line.file == "WebServiceBroker" &&
+                    line.function.starts_with("invokeSOAPMethodWithName:"));
+        });
     }
 
     const TestBundle& bundle() const { return bundle_; }
 
 private:
+    static bool saysAlone(const std::string& text)
+    {
+        return text.starts_with("WebServiceCaller is started separately for each call: ");
+    }
+
     const TestBundle bundle_;
     const std::shared_ptr<CountingLogger> logger_ = std::make_shared<CountingLogger>();
 };

@@ -160,10 +160,12 @@ private:
             checkNamedTemplates(*entry, webRequestKey::requestHeaders, path, platform::isToken,
                                 "header");
             checkResponseHeaderNames(*entry, path);
-            for (const WebRequestNeeds& needs : webRequestCatalogue()) {
-                if (needs.name == name)
-                    checkRequestNeeds(needs, *entry, path);
-            }
+            const auto known = webRequestCatalogue();
+            const auto needs = std::ranges::find(known, name, &WebRequestNeeds::name);
+            checkUrl(needs == known.end() ? std::nullopt : std::optional(needs->urlArguments),
+                     *entry, path);
+            if (needs != known.end())
+                checkRequestNeeds(*needs, *entry, path);
         }
     }
 
@@ -180,10 +182,12 @@ private:
             if (!entry)
                 continue;
             checkHeaderNames(*entry, path);
-            for (const TemplateNeeds& needs : templateCatalogue()) {
-                if (needs.name == name)
-                    checkTemplateNeeds(needs, *entry, path);
-            }
+            const auto known = templateCatalogue();
+            const auto needs = std::ranges::find(known, name, &TemplateNeeds::name);
+            checkUrl(needs == known.end() ? std::nullopt : std::optional(needs->urlArguments),
+                     *entry, path);
+            if (needs != known.end())
+                checkTemplateNeeds(*needs, *entry, path);
         }
     }
 
@@ -231,13 +235,14 @@ private:
         const auto methods = webMethodCatalogue();
         const auto needs = std::find_if(methods.begin(), methods.end(),
                                         [&](const auto& known) { return known.name == name; });
+        checkUrl(needs == methods.end() ? std::nullopt : std::optional(needs->urlArguments), entry,
+                 path);
         if (needs != methods.end())
             checkNeeds(*needs, entry, path);
     }
 
     void checkNeeds(const WebMethodNeeds& needs, const Dictionary& entry, const std::string& path)
     {
-        checkUrl(needs.urlArguments, entry, path);
         checkPlaceholders(needs.placeholders, entry, path,
                           {methodKey::soapParameters, methodKey::soapHeaders});
         const bool hasPath = find(entry, methodKey::resultKeyPath) != nullptr;
@@ -258,18 +263,20 @@ private:
                (origin->host.starts_with('[') || origin->host.find('%') == std::string::npos);
     }
 
-    void checkUrl(std::size_t needed, const Dictionary& entry, const std::string& path)
+    /// @param needed how many places the address has; absent when the host program says so alone
+    void checkUrl(std::optional<std::size_t> needed, const Dictionary& entry,
+                  const std::string& path)
     {
         const std::string* url = findString(entry, methodKey::url);
-        const std::size_t count = url ? platform::formatArgumentCount(*url) : needed;
-        if (count != needed)
+        const std::size_t count = url ? platform::formatArgumentCount(*url) : 0;
+        if (url && needed && count != *needed)
             add(joined(path, methodKey::url),
                 "The URL has " + std::to_string(count) + " places to fill (\"%@\"), but " +
-                    std::to_string(needed) +
+                    std::to_string(*needed) +
                     " are filled; a literal percent sign is written \"%%\".");
         else if (url && !isUsableAddress(*url))
             add(joined(path, methodKey::url),
-                quoted(platform::textWithoutCredentials(*url)) +
+                quoted(platform::addressWithoutCredentials(*url)) +
                     " is not an address that a call can use; write it as https://HOST/PATH or "
                     "http://HOST:PORT/PATH.");
     }
@@ -306,7 +313,6 @@ private:
     void checkRequestNeeds(const WebRequestNeeds& needs, const Dictionary& entry,
                            const std::string& path)
     {
-        checkUrl(needs.urlArguments, entry, path);
         checkPlaceholders(needs.placeholders, entry, path, {webRequestKey::requestHeaders});
         const Array* names = findArray(entry, webRequestKey::responseHeaderNames);
         for (const std::string_view header : needs.responseHeaders) {
@@ -321,7 +327,6 @@ private:
     void checkTemplateNeeds(const TemplateNeeds& needs, const Dictionary& entry,
                             const std::string& path)
     {
-        checkUrl(needs.urlArguments, entry, path);
         const std::string* body = findString(entry, "body");
         for (const std::string_view placeholder : needs.placeholders) {
             if (body && body->find(placeholder) == std::string::npos)

@@ -123,6 +123,24 @@ TEST(SettingsCheck, TellsPlaceholdersThatNoTemplateUses)
               std::string::npos);
 }
 
+TEST(SettingsCheck, TellsUnusableAddressesOfEntriesThatTheHostAddsToo)
+{
+    const std::string text = shipped();
+    for (const std::string table : {"WebServices", "WebRequests", "Templates"}) {
+        const auto at = text.find("<dict>", text.find("<key>" + table + "</key>")) + 6;
+        const auto with = [&](const std::string& url) {
+            return report(text.substr(0, at) + "<key>OfTheHost</key><dict><key>URL</key><string>" +
+                          url + "</string></dict>" + text.substr(at));
+        };
+        EXPECT_NE(with("htp://x:99999/").find(table + ".OfTheHost.URL: \"htp://x:99999/\" is not"),
+                  std::string::npos)
+            << with("htp://x:99999/");
+        EXPECT_EQ(with("https://%@/%@").find("OfTheHost.URL"), std::string::npos)
+            << with("https://%@/%@");
+        EXPECT_NE(with("ann:sec ret@host/").find("\"host/\" is not"), std::string::npos);
+    }
+}
+
 TEST(SettingsCheck, TellsAddressesThatNoCallCanUse)
 {
     for (const std::string address :

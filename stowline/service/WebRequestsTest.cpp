@@ -88,13 +88,13 @@ TEST(WebRequest, HeadersGoOutInOrderLaterOnesReplacingEarlierOnes)
          {"requestHeaders",
           Array{named("X-B", "<<B>> & <b>"), named("x-a", "1"), named("X-b", "<<B>>"),
                 named("User-Agent", "other"), named("X-Empty", ""), named("X-Blank", " \t "),
-                named("X-Open", "<<C>>")}}}));
-    send(server.url(), "hello", {{"<<B>>", "v&w"}});
-    EXPECT_EQ(
-        server.requests().at(0),
-        "POST / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
-            "\r\nUser-Agent: Mac/5.2.1\r\nX-b: v&w\r\nx-a: 1\r\nX-Empty:\r\nX-Blank:\r\nX-Open: "
-            "<<C>>\r\nContent-Length: 5u\r\n\r\nhello");
+                named("X-Feed", "<<F>>"), named("X-Tab", " <<V>>"), named("X-Open", "<<C>>")}}}));
+    send(server.url(), "hello", {{"<<B>>", "v&w"}, {"<<F>>", "\f"}, {"<<V>>", "\v"}});
+    EXPECT_EQ(server.requests().at(0),
+              "POST / HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(server.port()) +
+                  "\r\nUser-Agent: Mac/5.2.1\r\nX-b: v&w\r\nx-a: "
+                  "1\r\nX-Empty:\r\nX-Blank:\r\nX-Feed:\r\nX-Tab:\r\nX-Open: "
+                  "<<C>>\r\nContent-Length: 5u\r\n\r\nhello");
 }
 
 TEST(WebRequest, TheLengthIsAPlainNumberWhereTheSettingsSaySo)
@@ -172,6 +172,8 @@ TEST(WebRequest, AValueCannotWriteHeaders)
     const RawServer server(test::httpAnswer("ok"));
     const test::TestBundle bundle(
         settingsWithRequest({{"requestHeaders", Array{named("X-Name", "<<N>>")}}}));
+    const auto logger = std::make_shared<CountingLogger>();
+    DDLog::addLogger(logger);
     for (const std::string& value : {std::string("a\r\nX: 1"), std::string("a\n"),
                                      std::string("\r"), std::string("a\0b", 3)}) {
         const Outcome outcome = send(server.url(), "body", {{"<<N>>", value}});
@@ -186,6 +188,27 @@ TEST(WebRequest, AValueCannotWriteHeaders)
         EXPECT_EQ(outcome.console, std::vector<std::string>{outcome.error->localizedDescription()});
     }
     EXPECT_TRUE(server.requests().empty());
+    // In the log too, as every failure of a request.
+    DDLog::removeLogger(logger);
+    DDLog::flushLog();
+    ASSERT_EQ(logger->count(), 4U);
+    for (const auto& line : logger->lines()) {
+        EXPECT_TRUE(line.text.starts_with("Web request named R returned error: ")) << line.text;
+        EXPECT_EQ(line.flag, kLogFlagError);
+        EXPECT_EQ(line.file, "WebServiceBroker");
+        EXPECT_EQ(line.function, "sendWebRequestWithURL:requestName:httpHeaderSubstitutions:"
+                                 "requestBody:responseHeaders:error:");
+    }
+}
+
+TEST(WebRequest, AHostInOtherLettersIsSentInAscii)
+{
+    const RawServer proxy(test::httpAnswer("ok"));
+    const test::TestBundle bundle(settingsWithRequest({}));
+    ::setenv("http_proxy", proxy.url("").c_str(), 1);
+    EXPECT_EQ(textOf(send("http://gr\u00fcn.example/%41?b")), "ok");
+    ::unsetenv("http_proxy");
+    EXPECT_EQ(firstLineOf(proxy.requests().at(0)), "GET http://xn--grn-ioa.example/%41?b HTTP/1.1");
 }
 
 TEST(WebRequest, AnEntryWithHalfAHeaderIsRefused)

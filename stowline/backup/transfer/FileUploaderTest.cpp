@@ -166,6 +166,20 @@ public:
         return FileUploader(context_, std::move(subject)).upload();
     }
 
+    /// The content that the last registration named.
+    [[nodiscard]] std::string registeredKey() const
+    {
+        std::string key;
+        for (const std::string& request : server_.requests()) {
+            constexpr std::string_view open = "<UNIQUEKEY>";
+            const auto at = request.find(open);
+            if (at != std::string::npos)
+                key = request.substr(at + open.size(),
+                                     request.find('<', at + open.size()) - at - open.size());
+        }
+        return key;
+    }
+
     [[nodiscard]] long requests(const std::string& start) const
     {
         return std::ranges::count_if(server_.requests(), [&start](const std::string& request) {
@@ -176,8 +190,9 @@ public:
 private:
     static Dictionary settings()
     {
-        Dictionary settings = test::settingsWith(
-            "protect2", test::methodEntry("http://%@/protect2", {"ACTUALFILENAME"}, "r"));
+        Dictionary settings =
+            test::settingsWith("protect2", test::methodEntry("http://%@/protect2",
+                                                             {"ACTUALFILENAME", "UNIQUEKEY"}, "r"));
         settings.emplace(
             "WebRequests",
             Dictionary{{"UploadFilePart",
@@ -238,6 +253,17 @@ TEST(FileUploader, RegistersAgainWhatIsNotRegistered)
     EXPECT_EQ(outcome.content.version, "7");
     EXPECT_EQ(outcome.content.list, "seven");
     EXPECT_EQ(service.requests("POST /protect2"), 2);
+}
+
+TEST(FileUploader, RegistersTheContentUnderItsIdentifierAndItsChecksum)
+{
+    Registering service({kVersion7});
+    EXPECT_EQ(service.upload().kind, UploadOutcome::Kind::stored);
+    const std::string key = service.registeredKey();
+    const std::string content(kContent);
+    EXPECT_EQ(key.substr(std::min(key.find(';'), key.size())),
+              fmt::format(";crc32={:08x}", Crc32::updateCRC32(0, content.data(), content.size())));
+    EXPECT_GT(key.find(';'), 0U);
 }
 
 TEST(FileUploader, AsksAgainWhenAQuestionFailed)

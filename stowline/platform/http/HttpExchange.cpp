@@ -380,9 +380,10 @@ private:
         curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.get());
     }
 
+    /// The library leaves out a header that is nothing but these.
     static bool isBlank(std::string_view text)
     {
-        return text.find_first_not_of(" \t") == std::string_view::npos;
+        return text.find_first_not_of(" \t\v\f") == std::string_view::npos;
     }
 
     bool hasHeader(std::string_view wanted) const

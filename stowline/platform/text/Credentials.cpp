@@ -28,7 +28,29 @@ std::size_t credentialsEnd(std::string_view text, std::size_t begin)
     return at == std::string_view::npos ? begin : begin + at + 1;
 }
 
+/// Whether what stands before the first slash is a name and a whole port, so that an "@" behind
+/// that slash belongs to the path.
+bool beginsWithHostAndPort(std::string_view rest)
+{
+    const std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
+    const std::size_t colon = authority.find(':');
+    if (authority.size() == rest.size() || colon == 0 || colon == std::string_view::npos)
+        return false;
+    const std::string_view port = authority.substr(colon + 1);
+    return !port.empty() && port.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
 } // namespace
+
+std::string addressWithoutCredentials(std::string_view address)
+{
+    if (address.find(kSchemeEnd) != std::string_view::npos)
+        return textWithoutCredentials(address);
+    const std::size_t at = address.rfind('@');
+    const bool hasPassword = at != std::string_view::npos && address.find(':') < at;
+    return std::string(hasPassword && !beginsWithHostAndPort(address) ? address.substr(at + 1)
+                                                                      : address);
+}
 
 std::string textWithoutCredentials(std::string_view text)
 {

@@ -11,4 +11,8 @@ namespace stowline::platform {
 /// ("user:password@host"). For everything that is shown or logged and may hold an address.
 [[nodiscard]] std::string textWithoutCredentials(std::string_view text);
 
+/// The same of a text that is one address and nothing else, as settings hold it. Leaves out more
+/// than that: also a password with blanks of an address without a scheme ("user:pass word@host").
+[[nodiscard]] std::string addressWithoutCredentials(std::string_view address);
+
 } // namespace stowline::platform

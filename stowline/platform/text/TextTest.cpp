@@ -109,6 +109,23 @@ TEST(WithoutCredentials, LeavesOutWhatStandsBeforeTheHost)
         EXPECT_EQ(textWithoutCredentials(text), shown) << text;
 }
 
+TEST(WithoutCredentials, LeavesOutAllThatAnAddressMayHoldOfThem)
+{
+    const std::vector<std::pair<std::string, std::string>> addresses{
+        {"ann:sec ret@host/", "host/"},
+        {"ann: sec ret@host/", "host/"},
+        {"ann smith:sec/re@t@host/", "host/"},
+        {"http:/ann:pw@host/", "host/"},
+        {"http://ann:sec ret@host/", "http://host/"},
+        {"ann:pw@host:80/a", "host:80/a"},
+        {"host:80/a@b", "host:80/a@b"},
+        {"host/a@b", "host/a@b"},
+        {"http://host/a@b:c", "http://host/a@b:c"},
+        {"", ""}};
+    for (const auto& [address, shown] : addresses)
+        EXPECT_EQ(addressWithoutCredentials(address), shown) << address;
+}
+
 TEST(WithoutControls, LeavesNothingThatMovesOrTurnsTheTextAround)
 {
     EXPECT_EQ(withoutControls("a\x1b[1m\x7f\r\n\tb"), "a?[1m??\n\tb");
