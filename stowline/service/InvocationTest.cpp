@@ -311,6 +311,11 @@ TEST(Invocation, ValuesThatCannotBeSentAreNamedButNotShown)
               "Please remove it and try again.");
     EXPECT_FALSE(witness.loggedLineWith("secret"));
     EXPECT_FALSE(std::filesystem::exists(trace));
+    ASSERT_FALSE(witness.logger->lines().empty());
+    for (const auto& line : witness.logger->lines()) { // not the function that found it
+        EXPECT_EQ(line.file, "WebServiceBroker");
+        EXPECT_TRUE(line.function.starts_with("invokeSOAPMethodWithName:")) << line.function;
+    }
     error.reset();
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName("M", SubstitutionMap{{"<<H>>", "\xff"}},
                                                             {}, &error));
@@ -499,6 +504,17 @@ TEST(BrokerTemplates, AnAbsentMapFillsNothing)
     EXPECT_EQ(
         WebServiceBroker::expandTemplates(std::vector<std::string>{"<<A>>"}, std::nullopt, true),
         std::vector<std::string>{"<<A>>"});
+}
+
+TEST(BrokerTemplates, AMapMayBeOneThatIsOrIsNotThere)
+{
+    std::optional<SubstitutionMap> map;
+    const std::vector<std::string> texts{"<<A>>"};
+    EXPECT_EQ(WebServiceBroker::expandTemplate("<<A>>", map, true), "<<A>>");
+    EXPECT_EQ(WebServiceBroker::expandTemplates(texts, map, true), texts);
+    map = SubstitutionMap{{"<<A>>", "<"}};
+    EXPECT_EQ(WebServiceBroker::expandTemplate("<<A>>", map, true), "&lt;");
+    EXPECT_EQ(WebServiceBroker::expandTemplates(texts, map, false), std::vector<std::string>{"<"});
 }
 
 TEST(BrokerTemplates, AreThoseOfTheSoapFolder)

@@ -7,6 +7,7 @@
 #include "stowline/service/FilePart.h"
 #include "stowline/soap/TemplateExpansion.h"
 
+#include <concepts>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -369,7 +370,9 @@ public:
     /// body. The status of the response is not judged. Redirects are followed, but a body goes to
     /// no other server. An answer of more than 64 MiB, headers included, is a failure
     /// (kind tooLarge). A status of 400 and more is logged. Nothing is repeated here.
-    /// @param url the request's whole address; the entry's is not read
+    /// @param url the request's whole address; the entry's is not read. A host with other letters
+    ///        than those of ASCII is looked up and sent in its form in ASCII ("xn--…"); all else is
+    ///        sent as it stands
     /// @param requestName key of the table; an entry that is missing is one without any key
     /// @param httpHeaderSubstitutions fill the header templates, unescaped
     /// @param requestBody sent from where it lies; absent and empty send none
@@ -391,7 +394,8 @@ public:
     /// the reachability host does not answer. Failures are told on the console log. Nothing is
     /// repeated here.
     /// @param anyString ignored; callers pass the empty string
-    /// @param urlSubstitutions fill the "%@" of the entry's "URL"
+    /// @param urlSubstitutions fill the "%@" of the entry's "URL", whose host is then looked up and
+    ///        sent in its form in ASCII ("xn--…")
     /// @return absent when there was no answer, or it is no UTF-8.
     [[nodiscard]] static std::optional<std::string>
     sendTemplateRequestWithName(std::string_view name, const SubstitutionMap& params,
@@ -411,7 +415,9 @@ public:
     ///        cannot be sent, code 200 when the service answers with a fault (its text is not
     ///        copied); untouched by every other failure
     /// @param anyString ignored; callers pass the empty string
-    /// @param urlSubstitutions fill the "%@" of the method's "URL"
+    /// @param urlSubstitutions fill the "%@" of the method's "URL", whose host is then looked up
+    /// and
+    ///        sent in its form in ASCII ("xn--…")
     /// @return the value at the method's "resultKeyPath" inside the answer, or the whole answer
     ///         when it has none, with the HTTP response under `kWSHTTPResponseMessage`; absent
     ///         when the call failed or the path leads nowhere.
@@ -464,6 +470,15 @@ public:
     {
         return expandTemplate(templateText, SubstitutionMap(), escapeXmlEntities);
     }
+    // A template, so that a map in braces does not mean this one.
+    template <class Map>
+    requires std::same_as<Map, std::optional<SubstitutionMap>>
+    [[nodiscard]] static std::string
+    expandTemplate(std::string_view templateText, const Map& substitutions, bool escapeXmlEntities)
+    {
+        return substitutions ? expandTemplate(templateText, *substitutions, escapeXmlEntities)
+                             : expandTemplate(templateText, std::nullopt, escapeXmlEntities);
+    }
     [[nodiscard]] static std::optional<std::vector<std::string>>
     expandTemplates(const std::optional<std::vector<std::string>>& templates,
                     const SubstitutionMap& substitutions, bool escapeXmlEntities);
@@ -472,6 +487,15 @@ public:
                     std::nullopt_t /*noSubstitutions*/, bool escapeXmlEntities)
     {
         return expandTemplates(templates, SubstitutionMap(), escapeXmlEntities);
+    }
+    template <class Map>
+    requires std::same_as<Map, std::optional<SubstitutionMap>>
+    [[nodiscard]] static std::optional<std::vector<std::string>>
+    expandTemplates(const std::optional<std::vector<std::string>>& templates,
+                    const Map& substitutions, bool escapeXmlEntities)
+    {
+        return substitutions ? expandTemplates(templates, *substitutions, escapeXmlEntities)
+                             : expandTemplates(templates, std::nullopt, escapeXmlEntities);
     }
 
 private:
