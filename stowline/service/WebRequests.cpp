@@ -1,5 +1,6 @@
 // Plain HTTP requests that the settings describe.
 #include "stowline/platform/desktop/ConsoleLog.h"
+#include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/ListedHeaders.h"
 #include "stowline/service/Operation.h"
@@ -99,7 +100,7 @@ HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestI
     const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
     return {
         .method = method,
-        .url = request.url,
+        .url = platform::withAsciiHost(request.url),
         // First of all, and set again to the client's own when the request is sent.
         .headers = {{"User-Agent", ""}},
         .body = request.body.value_or(""),
