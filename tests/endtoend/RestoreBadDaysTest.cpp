@@ -146,7 +146,8 @@ TEST(RestoreBadDays, NamesThatTheTargetDoesNotTellApartAreNoSuccess)
         EXPECT_EQ(result.status, 3) << result.errors;
         // Of each pair one: a file, a folder with its file, a link or a file, a further name.
         EXPECT_EQ(field(result, "failed"), 5) << result.output << result.errors;
-        EXPECT_NE(result.errors.find("does not distinguish its name from that of"), std::string::npos)
+        EXPECT_NE(result.errors.find("does not distinguish its name from that of"),
+                  std::string::npos)
             << result.errors;
         std::set<std::string> names;
         for (const auto& entry : fs::directory_iterator(disk.behind() / back.filename()))
