@@ -16,9 +16,15 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # The rooms of stowline/platform, from the ground up.
 PLATFORM_ROOMS = ["text", "time", "values", "threads", "files", "processes", "http", "desktop", "network"]
 
+# Those of the engine, likewise; what hosts include stands above them, but for what an account is.
+BACKUP_ROOMS = ["tree", "index", "transfer", "record", "restore"]
+
 MAY_INCLUDE = {
     f"stowline/platform/{room}": [f"stowline/platform/{below}/" for below in PLATFORM_ROOMS[:height]]
     for height, room in enumerate(PLATFORM_ROOMS)
+} | {
+    f"stowline/backup/{room}": ["stowline/"]
+    for room in BACKUP_ROOMS
 } | {
     "stowline/logging": ["stowline/platform"],
     "stowline/branding": ["stowline/platform", "stowline/logging"],
@@ -36,11 +42,16 @@ MAY_INCLUDE = {
 NEVER = {
     "stowline/service": ["stowline/tool", "stowline/backup"],
     "stowline/backup": ["stowline/tool"],
+    "cli/shared": ["cli/commands"],
+} | {
+    f"stowline/backup/{room}": ["stowline/tool"]
+    + [f"stowline/backup/{above}/" for above in BACKUP_ROOMS[height + 1:]]
+    for height, room in enumerate(BACKUP_ROOMS)
 }
 
 # C headers of the system, and the libraries that platform wraps.
 OPERATING_SYSTEM = re.compile(
-    r"<(unistd|fcntl|poll|pthread|spawn|termios|syslog|netdb|pty|sched|dlfcn|grp|pwd|mntent)\.h>"
+    r"<(unistd|fcntl|poll|pthread|spawn|termios|syslog|netdb|pty|sched|dlfcn|grp|pwd|mntent|dirent|semaphore|ifaddrs)\.h>"
     r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl|libmount|isa-l)/|<(glib|expat)\.h>")
 
 
@@ -51,6 +62,8 @@ def public_headers():
 
 # The reference host is built on what any host has: what is installed.
 MAY_INCLUDE["cli"] = public_headers()
+MAY_INCLUDE["cli/shared"] = public_headers()
+MAY_INCLUDE["cli/commands"] = ["cli/shared/"] + public_headers()
 
 
 def folder_of(path):
@@ -68,10 +81,13 @@ def may(folder, included):
 
 def sentence(folder):
     """What a folder may include, in words."""
-    if folder == "cli":
-        return "cli/ may include itself and the headers that are installed (cmake/PublicHeaders.cmake)"
-    allowed = ", ".join(f"{name.rstrip('/')}/" for name in MAY_INCLUDE[folder])
-    return f"{folder}/ may include itself and {allowed}" if allowed else f"{folder}/ may include only itself"
+    never = "".join(f", never {name.rstrip('/')}/" for name in NEVER.get(folder, []))
+    if folder.startswith("cli"):
+        return f"{folder}/ may include itself and the headers that are installed (cmake/PublicHeaders.cmake){never}"
+    allowed = ", ".join(name if name.endswith(".h") else f"{name.rstrip('/')}/" for name in MAY_INCLUDE[folder])
+    if not allowed:
+        return f"{folder}/ may include only itself"
+    return f"{folder}/ may include itself and {allowed}{never}"
 
 
 def faults():

@@ -4,7 +4,7 @@
 #include "stowline/backup/FileJobs.h"
 #include "stowline/backup/RunAccounts.h"
 #include "stowline/backup/RunIndex.h"
-#include "stowline/backup/tree/Comparison.h"
+#include "stowline/backup/index/Comparison.h"
 #include "stowline/backup/tree/TreeWalk.h"
 
 #include <functional>

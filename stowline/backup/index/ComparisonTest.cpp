@@ -1,4 +1,4 @@
-#include "stowline/backup/tree/Comparison.h"
+#include "stowline/backup/index/Comparison.h"
 
 #include <gtest/gtest.h>
 
