@@ -96,7 +96,7 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
 
 std::string BackupFlags::runAfter(backup::BackupSummary& summary) const
 {
-    const std::string fault = isDryRun ? "" : hooks.after(BackupReport::statusFor(summary));
+    std::string fault = isDryRun ? "" : hooks.after(BackupReport::statusFor(summary));
     if (fault.empty())
         return fault;
     if (summary.end == backup::BackupEnd::done || summary.end == backup::BackupEnd::someFailed) {

@@ -94,6 +94,9 @@ const char* certificateWords(platform::CertificateFault fault)
     case platform::CertificateFault::otherHost:
         return "The certificate of {0} is for another name. Please check the address in the "
                "settings; if it is right, do not go on.";
+    case platform::CertificateFault::noTrust:
+        return "The certificate of {0} cannot be checked: the certificates that are trusted cannot "
+               "be read. Please check the file that SSL_CERT_FILE names, or unset it.";
     default:
         return "";
     }

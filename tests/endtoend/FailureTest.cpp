@@ -351,12 +351,13 @@ public:
         openssl({"/usr/bin/openssl", "rehash", in("trust")});
     }
 
-    [[nodiscard]] test::ProgramResult signIn()
+    [[nodiscard]] test::ProgramResult signIn(Environment environment = {})
     {
         const test::DevServerProcess server(
             {"--tls-certificate", in("own.pem"), "--tls-key", in("key.pem")});
         host = server.address().substr(sizeof "https://" - 1);
-        return stowline::signIn(server.bundle(), {{"SSL_CERT_DIR", in("trust")}});
+        environment.emplace("SSL_CERT_DIR", in("trust"));
+        return stowline::signIn(server.bundle(), std::move(environment));
     }
 
     std::string host;
@@ -418,6 +419,19 @@ TEST(CertificateFailure, OfAnotherName)
                   "The certificate of " + service.host +
                       " is for another name. Please check the address in the settings; if it is "
                       "right, do not go on.");
+}
+
+TEST(CertificateFailure, WhatIsTrustedCannotBeRead)
+{
+    SecureService service(kForLoopback);
+    service.trust("own.pem");
+    for (const char* file : {"/nonexistent", "/dev/null"}) {
+        const auto result = service.signIn({{"SSL_CERT_FILE", file}});
+        expectFailure(result, 1,
+                      "The certificate of " + service.host +
+                          " cannot be checked: the certificates that are trusted cannot be read. "
+                          "Please check the file that SSL_CERT_FILE names, or unset it.");
+    }
 }
 
 } // namespace

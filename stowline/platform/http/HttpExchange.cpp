@@ -488,7 +488,9 @@ private:
                  "The call to " + origin_.host + " failed: " + detailOf(result) + ".",
                  reasonOf(easy_.get(), result));
             if (outcome_.reason == FailureKind::certificate)
-                outcome_.certificate = certificateFaultOf(easy_.get());
+                outcome_.certificate = result == CURLE_SSL_CACERT_BADFILE
+                                           ? CertificateFault::noTrust
+                                           : certificateFaultOf(easy_.get());
             return;
         }
         if (!headersEnded_) { // which the library takes for a response without a body

@@ -59,6 +59,7 @@ enum class CertificateFault {
     expired,
     notYetValid,
     otherHost,
+    noTrust, ///< what is trusted cannot be read (SSL_CERT_FILE, SSL_CERT_DIR)
     other
 };
 
