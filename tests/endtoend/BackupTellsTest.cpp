@@ -519,5 +519,24 @@ TEST(RunRecords, ForgetWhatVanishedWithAFullRecord)
     }
 }
 
+TEST(BackupTells, AFolderOfARunIsShownWithASlashAndALinkWithItsTarget)
+{
+    const BackedUp account;
+    account.write({{"d/e", "1"}, {"f", "2"}});
+    std::filesystem::create_symlink("f", account.folder.path() / "l");
+    ASSERT_EQ(account.run({"backup", account.folder.path(), "--system", "iMac"}).status, 0);
+    const auto ended = [&](const std::string& folder, const std::string& end) {
+        const auto result = account.run({"ls", folder, "--system", "iMac", "--at", "1"});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        return result.output.find(end + "\n") != std::string::npos;
+    };
+    const std::string folder = account.folder.path();
+    EXPECT_TRUE(ended(folder, " d/"));
+    EXPECT_TRUE(ended(folder, " f"));
+    EXPECT_TRUE(ended(folder, " l -> f"));
+    EXPECT_FALSE(ended(folder, " f/"));
+    EXPECT_FALSE(ended("/", "//"));
+}
+
 } // namespace
 } // namespace stowline
