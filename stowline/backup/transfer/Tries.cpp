@@ -1,6 +1,7 @@
 #include "stowline/backup/transfer/Tries.h"
 
 #include "stowline/service/FailureSentence.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
@@ -96,7 +97,12 @@ bool Tries::tryOnce(const Attempt& attempt, std::optional<Error>& error, Moment 
         const std::lock_guard lock(mutex_);
         place = running_.emplace(deadline, ofThisTry);
     }
+    const FailureWatch watch;
     const bool isDone = attempt(error);
+    // What no slot tells (no answer in time, a helper that died) is no refusal.
+    if (!isDone && !error &&
+        (watch.kind() == FailureKind::timeOut || watch.kind() == FailureKind::helperFailed))
+        error = watch.failure();
     const std::lock_guard lock(mutex_);
     running_.erase(place);
     return isDone;

@@ -1,4 +1,5 @@
 #include "stowline/backup/transfer/Tries.h"
+#include "stowline/service/Operation.h"
 
 #include <gtest/gtest.h>
 
@@ -78,6 +79,26 @@ TEST(Tries, ARefusalIsBelievedAfterTheThirdTime)
     const auto failure = tries.repeat([&](auto&) { return ++count < 0; });
     EXPECT_EQ(failure->end, StepEnd::refused);
     EXPECT_EQ(count, 3);
+}
+
+TEST(Tries, WhatNoSlotTellsIsNoRefusal)
+{
+    const auto failsWith = [](FailureKind kind) {
+        Tries tries(100ms, StopRequest());
+        return tries.repeat([kind](std::optional<Error>&) {
+            return runOperation("call:", nullptr, false, [kind](const Operation& operation) {
+                operation.failUntold(kind, "So it was.");
+                return false;
+            });
+        });
+    };
+    for (const FailureKind kind : {FailureKind::timeOut, FailureKind::helperFailed}) {
+        const auto failure = failsWith(kind);
+        ASSERT_TRUE(failure);
+        EXPECT_EQ(failure->end, StepEnd::temporary) << platform::nameOf(kind);
+        EXPECT_EQ(failure->reason, "So it was. It was tried until the time for it was used up.");
+    }
+    EXPECT_EQ(failsWith(FailureKind::refusedByService)->end, StepEnd::refused);
 }
 
 TEST(Tries, ARefusalStaysOneWhenThereIsNoTimeToAskAgain)
