@@ -4,7 +4,6 @@
 #include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/ConsoleLog.h"
-#include "stowline/platform/http/KeptConnections.h"
 #include "stowline/platform/processes/ChildProcess.h"
 #include "stowline/platform/processes/Nursery.h"
 #include "stowline/platform/values/Format.h"
@@ -129,9 +128,7 @@ Result resultOfHelper(const Operation& operation, const WebServiceCallRequest& r
     if (!encoded)
         return failure("The request cannot be put into bytes.", FailureKind::unsendableValue,
                        false);
-    auto answer = runHelper(operation, *encoded);
-    if (!answer && platform::KeptConnections::shared().closeAll()) // it may lack their descriptors
-        answer = runHelper(operation, *encoded);
+    const auto answer = runHelper(operation, *encoded);
     if (!answer)
         return failure(helperProgram().string() + " cannot be started. " +
                            answer.error().sentence(),

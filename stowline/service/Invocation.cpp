@@ -4,7 +4,6 @@
 #include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpMessage.h"
-#include "stowline/platform/http/KeptConnections.h"
 #include "stowline/platform/network/SystemProxy.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/UnicodeText.h"
@@ -146,19 +145,10 @@ struct Call {
     std::initializer_list<platform::FormatArgument> urlSubstitutions;
 };
 
-/// Whether the service's host can be reached. Without descriptors nothing can: then those of kept
-/// connections are given up for it.
-bool isHostReachable()
-{
-    const auto host = settingsTables::reachabilityHost();
-    return Reachability::isHostReachable(host) ||
-           (platform::KeptConnections::shared().closeAll() && Reachability::isHostReachable(host));
-}
-
 /// The method's entry of the settings when the call may be made; says why when it may not.
 std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Call& call)
 {
-    if (!isHostReachable()) {
+    if (!Reachability::isHostReachable(settingsTables::reachabilityHost())) {
         failBeforeSending(operation, platform::Bundle::localizedString(kUnreachableMessage),
                           FailureKind::hostUnreachable);
         return std::nullopt;

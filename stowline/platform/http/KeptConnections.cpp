@@ -99,14 +99,6 @@ void KeptConnections::giveBack(std::unique_ptr<ConnectionSet> set) noexcept
     }
 }
 
-bool KeptConnections::closeAll() noexcept
-{
-    List all;
-    const std::lock_guard lock(mutex_); // given back before they are closed
-    all.swap(kept_);
-    return !all.empty();
-}
-
 void KeptConnections::closeIdle()
 {
     const auto now = TimerClock::shared().now();

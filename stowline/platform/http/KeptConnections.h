@@ -34,10 +34,6 @@ public:
     /// memory they are closed instead.
     void giveBack(std::unique_ptr<ConnectionSet> set) noexcept;
 
-    /// Closes them all: their descriptors are wanted for something else.
-    /// @return whether there were any
-    bool closeAll() noexcept;
-
 private:
     struct Kept {
         std::unique_ptr<ConnectionSet> set;
