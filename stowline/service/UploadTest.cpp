@@ -8,9 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdlib>
 #include <ctime>
 
@@ -99,33 +97,6 @@ TEST(UploadPart, PartSizesGoFarBeyondFourGibibytes)
     EXPECT_NE(requests.at(0).find("X-PortionSize: 5242880\r\n"), std::string::npos);
     EXPECT_NE(requests.at(1).find("X-PortionSize: 4294967296\r\n"), std::string::npos);
     EXPECT_NE(requests.at(2).find("X-PortionSize: 18446744073709551615\r\n"), std::string::npos);
-}
-
-TEST(UploadPart, OnlyOneThatNamesItsPlaceIsSentAgainOverALostConnection)
-{
-    const test::TestBundle bundle(uploadSettings());
-    for (const bool namesPlace : {false, true}) {
-        std::atomic<int> answers = 0;
-        const RawServer server(
-            [&](const std::string& request, const test::RawConnection& connection) {
-                if (request.starts_with("POST") && connection.number() == 1)
-                    return connection.reset(); // the part has arrived
-                ++answers;
-                connection.keepOpen();
-                connection.send(answerWithHeaders("Status: true\r\n"));
-            });
-        EXPECT_TRUE(askAbout(hostOf(server), nullptr));
-        const std::string identifier = kGuid + std::string(namesPlace ? ";offset=0" : "");
-        const auto sent = WebServiceBroker::uploadForUser("ann", "hello", "/a", 5, hostOf(server),
-                                                          "/vol1/ann/", identifier, nullptr);
-        EXPECT_TRUE(sent);
-        const auto requests = server.requests();
-        EXPECT_EQ(std::ranges::count_if(requests,
-                                        [](const auto& text) { return text.starts_with("POST"); }),
-                  namesPlace ? 2 : 1);
-        EXPECT_EQ(answers, 2);
-        EXPECT_EQ(server.connections(), 2U); // the other part took no kept one
-    }
 }
 
 TEST(UploadPart, NoIsNoError)

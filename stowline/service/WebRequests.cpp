@@ -95,11 +95,10 @@ double timeoutOf(const Dictionary& requestInfo)
 
 HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestInfo)
 {
-    const std::string* named = findString(requestInfo, webRequestKey::httpMethod);
-    const std::string method = named ? *named : "GET";
+    const std::string* method = findString(requestInfo, webRequestKey::httpMethod);
     const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
     return {
-        .method = method,
+        .method = method ? *method : "GET",
         .url = platform::withAsciiHost(request.url),
         // First of all, and set again to the client's own when the request is sent.
         .headers = {{"User-Agent", ""}},
@@ -108,7 +107,6 @@ HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestI
                                                 : platform::HttpVersion::http11,
         .staysAtOrigin = !request.substitutions.empty(),
         .bodyMustArrive = true,
-        .mayArriveTwice = request.mayArriveTwice || method == "GET",
     };
 }
 

@@ -120,18 +120,6 @@ public:
         return requests_;
     }
 
-    [[nodiscard]] std::size_t connections() const
-    {
-        const std::lock_guard lock(mutex_);
-        return threads_.size();
-    }
-
-    [[nodiscard]] std::size_t openConnections() const
-    {
-        const std::lock_guard lock(mutex_);
-        return sockets_.size();
-    }
-
 private:
     void acceptAll()
     {
@@ -141,31 +129,23 @@ private:
                 return;
             const std::lock_guard lock(mutex_);
             sockets_.push_back(socket);
-            const std::size_t number = threads_.size() + 1;
-            threads_.emplace_back([this, socket, number] { serve(socket, number); });
+            threads_.emplace_back([this, socket] { serve(socket); });
         }
     }
 
-    void serve(int socket, std::size_t number)
+    void serve(int socket)
     {
-        while (serveOne(RawConnection(socket, number), readRequest(socket))) {
+        const std::string request = readRequest(socket);
+        if (!request.empty()) {
+            {
+                const std::lock_guard lock(mutex_);
+                requests_.push_back(request);
+            }
+            handler_(request, RawConnection(socket));
         }
         const std::lock_guard lock(mutex_);
         std::erase(sockets_, socket);
         ::close(socket);
-    }
-
-    /// @return whether another request may come
-    bool serveOne(const RawConnection& connection, const std::string& request)
-    {
-        if (request.empty())
-            return false;
-        {
-            const std::lock_guard lock(mutex_);
-            requests_.push_back(request);
-        }
-        handler_(request, connection);
-        return connection.isKept();
     }
 
     Handler handler_;
@@ -205,16 +185,6 @@ std::string RawServer::url(const std::string& path) const
 std::vector<std::string> RawServer::requests() const
 {
     return implementation_->requests();
-}
-
-std::size_t RawServer::connections() const
-{
-    return implementation_->connections();
-}
-
-std::size_t RawServer::openConnections() const
-{
-    return implementation_->openConnections();
 }
 
 std::string httpAnswer(const std::string& body, int status)

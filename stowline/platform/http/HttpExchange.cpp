@@ -1,8 +1,6 @@
 #include "stowline/platform/http/HttpExchange.h"
 
-#include "stowline/platform/http/ConnectionConditions.h"
 #include "stowline/platform/http/HttpRequestRules.h"
-#include "stowline/platform/http/KeptConnections.h"
 #include "stowline/platform/http/PreparedTrust.h"
 #include "stowline/platform/http/TrustRoots.h"
 #include "stowline/platform/text/Credentials.h"
@@ -15,6 +13,9 @@
 
 #include <algorithm>
 #include <array>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 #include <utility>
 
 namespace stowline::platform {
@@ -23,6 +24,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+struct EasyDeleter {
+    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+};
+struct MultiDeleter {
+    void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
+};
 struct ListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
@@ -120,11 +127,40 @@ FailureKind reasonOf(CURL* handle, CURLcode result)
     }
 }
 
-/// Whether a connection ended under a transfer, in whichever direction that was noticed.
-bool isLostConnection(CURLcode result)
-{
-    return result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR || result == CURLE_GOT_NOTHING;
-}
+/// The sockets of one exchange, as the library opens and closes them.
+class OpenSockets {
+public:
+    /// Bytes that were handed to the system and that the other side has not acknowledged yet.
+    [[nodiscard]] std::size_t unacknowledged() const
+    {
+        std::size_t sum = 0;
+        for (const curl_socket_t socket : sockets_) {
+            int bytes = 0;
+            if (::ioctl(socket, SIOCOUTQ, &bytes) == 0)
+                sum += static_cast<std::size_t>(std::max(bytes, 0));
+        }
+        return sum;
+    }
+
+    static int onOpen(void* self, curl_socket_t socket, curlsocktype)
+    {
+        try {
+            static_cast<OpenSockets*>(self)->sockets_.push_back(socket);
+        } catch (const std::bad_alloc&) {
+            return CURL_SOCKOPT_ERROR;
+        }
+        return CURL_SOCKOPT_OK;
+    }
+
+    static int onClose(void* self, curl_socket_t socket)
+    {
+        std::erase(static_cast<OpenSockets*>(self)->sockets_, socket);
+        return ::close(socket);
+    }
+
+private:
+    std::vector<curl_socket_t> sockets_;
+};
 
 } // namespace
 
@@ -133,20 +169,14 @@ public:
     Transfer(HttpRequest request, HttpLimits limits) : request_(std::move(request)), limits_(limits)
     {
         prepareLibrary();
-        connections_ = connectionsFor(request_, trust_);
+        multi_.reset(curl_multi_init());
         if (isStopRequested())
             fail(HttpFailure::stopped, std::string(kStopped));
         else
             startHop();
     }
 
-    ~Transfer()
-    {
-        detach();
-        easy_.reset();
-        if (isConnectionSound_ && mayReuse_)
-            KeptConnections::shared().giveBack(std::move(connections_));
-    }
+    ~Transfer() { detach(); }
 
     bool wait(std::chrono::milliseconds atMost)
     {
@@ -167,7 +197,7 @@ public:
         for (;;) {
             if (work() || moved_)
                 return true;
-            const std::size_t before = connections_->sockets.unacknowledged();
+            const std::size_t before = sockets_.unacknowledged();
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
             if (left.count() <= 0)
                 return false;
@@ -177,7 +207,7 @@ public:
                 (void)work();
                 return true;
             }
-            if (connections_->sockets.unacknowledged() < before) {
+            if (sockets_.unacknowledged() < before) {
                 (void)work();
                 return true;
             }
@@ -199,7 +229,7 @@ private:
     {
         if (!ended_) {
             int running = 0;
-            curl_multi_perform(multi(), &running);
+            curl_multi_perform(multi_.get(), &running);
             if (isOutOfMemory_)
                 throw std::bad_alloc();
             collectFinished();
@@ -208,19 +238,6 @@ private:
             fail(HttpFailure::stopped, std::string(kStopped));
         return ended_;
     }
-
-    /// Those that were kept where the request may use them.
-    static std::unique_ptr<ConnectionSet> connectionsFor(const HttpRequest& request,
-                                                         const TrustRoots& roots)
-    {
-        const auto origin = originOf(request.url);
-        if (!request.mayArriveTwice || !origin)
-            return ConnectionSet::made();
-        return KeptConnections::shared().take(textOf(*origin),
-                                              connectionConditions(request, roots));
-    }
-
-    [[nodiscard]] CURLM* multi() const { return connections_->multi.get(); }
 
     [[nodiscard]] bool isStopRequested() const { return stop_ && stop_->isRequested(); }
 
@@ -232,7 +249,7 @@ private:
         if (stop_ && !canWait)
             atMost = std::min(atMost, kLook);
         int ready = 0;
-        curl_multi_poll(multi(), &stopped, canWait ? 1 : 0, static_cast<int>(atMost.count()),
+        curl_multi_poll(multi_.get(), &stopped, canWait ? 1 : 0, static_cast<int>(atMost.count()),
                         &ready);
         return ready - (canWait && stopped.revents != 0 ? 1 : 0);
     }
@@ -263,7 +280,7 @@ private:
     void detach()
     {
         if (easy_)
-            curl_multi_remove_handle(multi(), easy_.get());
+            curl_multi_remove_handle(multi_.get(), easy_.get());
     }
 
     /// Begins the request for the current URL.
@@ -285,11 +302,10 @@ private:
         outcome_ = {};
         raw_.clear();
         limitReached_ = false;
-        isBeingAnswered_ = false;
         errorText_.fill(0);
         setOptions();
         setHeaders();
-        curl_multi_add_handle(multi(), easy_.get());
+        curl_multi_add_handle(multi_.get(), easy_.get());
     }
 
     void setOptions()
@@ -302,15 +318,14 @@ private:
                                                                  : CURL_HTTP_VERSION_1_1);
         curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(handle, CURLOPT_SOCKOPTFUNCTION, &OpenSockets::onOpen);
-        curl_easy_setopt(handle, CURLOPT_SOCKOPTDATA, &connections_->sockets);
+        curl_easy_setopt(handle, CURLOPT_SOCKOPTDATA, &sockets_);
         curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::onClose);
-        curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &connections_->sockets);
+        curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &sockets_);
         // A thread that looks up a name is left to end by itself when the exchange is abandoned.
         curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-        setTrustRoots(handle, trust_, connections_->needsSpareTrust);
-        setReuse();
+        setTrustRoots(handle, trust_, needsSpareTrust_);
         curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
         if (request_.method == "HEAD")
             curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
@@ -332,15 +347,6 @@ private:
         curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
         curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &onTrace);
         curl_easy_setopt(handle, CURLOPT_DEBUGDATA, this);
-    }
-
-    void setReuse()
-    {
-        constexpr auto idle = static_cast<long>(KeptConnections::kIdleTime.count());
-        curl_easy_setopt(easy_.get(), CURLOPT_MAXAGE_CONN, idle);
-        curl_easy_setopt(easy_.get(), CURLOPT_FRESH_CONNECT, needsNewConnection_ ? 1L : 0L);
-        if (connections_->sessions)
-            curl_easy_setopt(easy_.get(), CURLOPT_SHARE, connections_->sessions->handle());
     }
 
     void setBody()
@@ -419,8 +425,6 @@ private:
     {
         if (kind != CURLINFO_TEXT)
             static_cast<Transfer*>(self)->moved_ = true;
-        if (kind == CURLINFO_HEADER_IN || kind == CURLINFO_DATA_IN)
-            static_cast<Transfer*>(self)->isBeingAnswered_ = true;
         if (kind == CURLINFO_DATA_IN)
             (void)static_cast<Transfer*>(self)->keep({bytes, length});
         return 0;
@@ -446,7 +450,7 @@ private:
     void collectFinished()
     {
         int waiting = 0;
-        while (const CURLMsg* message = curl_multi_info_read(multi(), &waiting)) {
+        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &waiting)) {
             if (message->msg == CURLMSG_DONE) {
                 finishHop(message->data.result);
                 return;
@@ -474,13 +478,8 @@ private:
             return;
         }
         if (result != CURLE_OK && mayKnowIssuerYet()) {
-            connections_->needsSpareTrust = true;
+            needsSpareTrust_ = true;
             startHop(); // nothing of the request was sent
-            return;
-        }
-        if (isLostConnection(result) && mayTryNewConnection()) {
-            needsNewConnection_ = true;
-            startHop();
             return;
         }
         if (result != CURLE_OK) {
@@ -507,27 +506,16 @@ private:
             return;
         }
         outcome_.response = std::move(raw_);
-        // One that did not understand a request may have taken its body for another.
-        constexpr long firstRefusal = 400;
-        isConnectionSound_ = status < firstRefusal;
         ended_ = true;
     }
 
     /// Whether a certificate was refused that the bundle of the system may know.
     [[nodiscard]] bool mayKnowIssuerYet() const
     {
-        if (connections_->needsSpareTrust || trust_.spareFile.empty())
+        if (needsSpareTrust_ || trust_.spareFile.empty())
             return false;
         const auto fault = certificateFaultOf(easy_.get());
         return fault == CertificateFault::unknownIssuer || fault == CertificateFault::selfSigned;
-    }
-
-    /// Whether a kept connection was lost that the other side may have given up before the request.
-    [[nodiscard]] bool mayTryNewConnection() const
-    {
-        long made = 0;
-        curl_easy_getinfo(easy_.get(), CURLINFO_NUM_CONNECTS, &made);
-        return mayReuse_ && made == 0 && !isBeingAnswered_ && !needsNewConnection_;
     }
 
     void follow(const std::string& location, Redirect redirect)
@@ -550,11 +538,8 @@ private:
     HttpLimits limits_;
     UrlOrigin origin_;
     const TrustRoots trust_ = trustRoots();
-    const bool mayReuse_ = request_.mayArriveTwice; ///< also a connection of another exchange
+    bool needsSpareTrust_ = false;
     int redirects_ = 0;
-    bool needsNewConnection_ = false;
-    bool isBeingAnswered_ = false;
-    bool isConnectionSound_ = false; ///< after a whole answer
     bool ended_ = false;
     bool connected_ = false;
     bool headersEnded_ = false;
@@ -564,7 +549,8 @@ private:
     std::string raw_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
     HttpOutcome outcome_;
-    std::unique_ptr<ConnectionSet> connections_; // outlives the transfers over them
+    OpenSockets sockets_; // outlives what closes them
+    std::unique_ptr<CURLM, MultiDeleter> multi_;
     std::unique_ptr<curl_slist, ListDeleter> headers_;
     std::unique_ptr<CURL, EasyDeleter> easy_;
 };

@@ -27,12 +27,8 @@ struct HttpRequest {
     HttpVersion version = HttpVersion::http11;
     bool staysAtOrigin = false;  ///< a redirect to another origin is a failure, also without a body
     bool bodyMustArrive = false; ///< so is one that asks for a GET instead of the body
-    /// That the server takes it twice is harmless. Only such a request uses a connection that an
-    /// earlier one left open; when that has ended before anything was answered, it is sent again
-    /// on a new one.
-    bool mayArriveTwice = false;
-    std::string proxy = {};   ///< as "http://host:port"; empty: what the environment says
-    bool usesNoProxy = false; ///< whatever the environment says
+    std::string proxy = {};      ///< as "http://host:port"; empty: what the environment says
+    bool usesNoProxy = false;    ///< whatever the environment says
 };
 
 struct HttpLimits {
@@ -80,11 +76,6 @@ struct HttpOutcome {
 /// verifies peer and host against the system's certificates (SSL_CERT_DIR and SSL_CERT_FILE name
 /// others). Proxies come from the environment unless the request names one. An answer of any status
 /// is a response.
-///
-/// Connections of requests that may arrive twice are kept for others of any thread, to the same
-/// origin and by the same proxy and trust roots, and closed after a few seconds without use; TLS
-/// sessions are kept for the connections after them. An answer of status 400 and above, or one that
-/// is not whole, ends its connection.
 ///
 /// Ends as failed soon after the thread that makes and works on it is asked to stop (StopRequest),
 /// whatever the network does; one made after that sends nothing.
