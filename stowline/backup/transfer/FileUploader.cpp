@@ -361,7 +361,7 @@ FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
         answer = WebServiceBroker::uploadForUser(context_.account.username, bytes, subject_.path,
                                                  bytes.size(), context_.account.server,
                                                  context_.serverPath, identifier, &error);
-        return answer.has_value();
+        return isAboutThisFile(answer, error);
     }),
                                 "the service does not take it. Is there room for it?");
     if (!failure)
@@ -371,18 +371,36 @@ FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
     return failure;
 }
 
-std::optional<Dictionary> FileUploader::answerAboutFile(ErrorSlot error) const
+std::optional<Dictionary> FileUploader::answerAboutFile(std::optional<Error>& error) const
 {
-    return WebServiceBroker::getServerFileInfoForClientFilename(
+    auto answer = WebServiceBroker::getServerFileInfoForClientFilename(
         subject_.path, entry_.guid, context_.account.username, context_.serverPath,
-        context_.account.server, error);
+        context_.account.server, &error);
+    return isAboutThisFile(answer, error) ? answer : std::nullopt;
+}
+
+/// Whether there is an answer, and the place on the server that it names, if any, is not that of
+/// another upload: a proxy that mixes answers up must not make a file count as stored.
+bool FileUploader::isAboutThisFile(const std::optional<Dictionary>& answer,
+                                   std::optional<Error>& error) const
+{
+    if (!answer)
+        return false;
+    const std::string place = platform::findText(*answer, partHeader::serverPath);
+    const std::string last = place.substr(place.rfind('/') + 1);
+    if (last == entry_.guid || !platform::isUuid(last))
+        return true;
+    error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
+                                "The answer of the backup server is about another file.",
+                                FailureKind::unreadableAnswer);
+    return false;
 }
 
 FileUploader::Failure FileUploader::askWhatIsHeld()
 {
     std::optional<Dictionary> answer;
     Failure failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
-        answer = answerAboutFile(&error);
+        answer = answerAboutFile(error);
         return answer.has_value();
     }),
                                 "the service does not say what it holds of it.");
@@ -435,7 +453,7 @@ bool FileUploader::haveRegistered(bool& isAccepted, std::optional<Error>& error)
     if (isAccepted && !context_.answersQuestions)
         return true;
     std::optional<Error> unanswered;
-    const auto answer = answerAboutFile(&unanswered);
+    const auto answer = answerAboutFile(unanswered);
     if (!answer) {
         if (isAccepted)
             error = unanswered;

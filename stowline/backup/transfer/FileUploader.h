@@ -121,7 +121,9 @@ private:
     [[nodiscard]] bool registerInTime(ErrorSlot error) const;
     [[nodiscard]] bool registerOnce(ErrorSlot error) const;
     void takeVersion(const Dictionary& answer);
-    [[nodiscard]] std::optional<Dictionary> answerAboutFile(ErrorSlot error) const;
+    [[nodiscard]] std::optional<Dictionary> answerAboutFile(std::optional<Error>& error) const;
+    [[nodiscard]] bool isAboutThisFile(const std::optional<Dictionary>& answer,
+                                       std::optional<Error>& error) const;
     [[nodiscard]] Failure takeAnswer(const Dictionary& answer);
     [[nodiscard]] Failure failureOf(const std::optional<StepFailure>& failure,
                                     const std::string& whenRefused) const;

@@ -195,15 +195,16 @@ private:
                                                              {"ACTUALFILENAME", "UNIQUEKEY"}, "r"));
         settings.emplace(
             "WebRequests",
-            Dictionary{{"UploadFilePart",
-                        Dictionary{{"URL", "http://%@/UploadFilePart"},
-                                   {"httpMethod", "POST"},
-                                   {"responseHeaderNames", Array{"Status", "X-ReceivedBytes"}}}},
-                       {"GetServerPartInfo",
-                        Dictionary{{"URL", "http://%@/GetServerPartInfo"},
-                                   {"httpMethod", "GET"},
-                                   {"responseHeaderNames",
-                                    Array{"Status", "X-Registered", "X-VersionID", "X-ListID"}}}}});
+            Dictionary{
+                {"UploadFilePart",
+                 Dictionary{{"URL", "http://%@/UploadFilePart"},
+                            {"httpMethod", "POST"},
+                            {"responseHeaderNames", Array{"Status", "X-ReceivedBytes"}}}},
+                {"GetServerPartInfo",
+                 Dictionary{{"URL", "http://%@/GetServerPartInfo"},
+                            {"httpMethod", "GET"},
+                            {"responseHeaderNames", Array{"Status", "X-Registered", "X-VersionID",
+                                                          "X-ListID", "X-ServerPath"}}}}});
         return settings;
     }
 
@@ -253,6 +254,20 @@ TEST(FileUploader, RegistersAgainWhatIsNotRegistered)
     EXPECT_EQ(outcome.content.version, "7");
     EXPECT_EQ(outcome.content.list, "seven");
     EXPECT_EQ(service.requests("POST /protect2"), 2);
+}
+
+TEST(FileUploader, BelievesNoAnswerAboutAnotherFile)
+{
+    const std::string ofAnother = "X-Registered: true\r\nX-VersionID: 9\r\nX-ListID: nine\r\n"
+                                  "X-ServerPath: /vol1/0A0A0A0A-1B1B-2C2C-3D3D-4E4E4E4E4E4E\r\n";
+    Registering service({ofAnother, kVersion7});
+    const auto outcome = service.upload();
+    EXPECT_EQ(outcome.kind, UploadOutcome::Kind::stored) << outcome.sentence;
+    EXPECT_EQ(outcome.content.version, "7");
+    EXPECT_EQ(service.requests("POST /protect2"), 1);
+    // A place that names no upload says nothing about the file.
+    Registering plain({std::string(kVersion7) + "X-ServerPath: /vol1/\r\n"});
+    EXPECT_EQ(plain.upload().content.version, "7");
 }
 
 TEST(FileUploader, RegistersTheContentUnderItsIdentifierAndItsChecksum)

@@ -46,6 +46,8 @@ bool isPermanent(const Error& error)
 /// Where the error's own text is the same for every cause, the cause in words.
 std::string textOf(const Error& error)
 {
+    if (error.kind == FailureKind::stopped) // for its time was over; a person's stop ends all
+        return "The service did not answer in time.";
     return error.code == kFaultErrorCode ? sentenceFor(error.kind, "the service")
                                          : error.localizedDescription();
 }

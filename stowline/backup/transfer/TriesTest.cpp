@@ -101,6 +101,18 @@ TEST(Tries, WhatNoSlotTellsIsNoRefusal)
     EXPECT_EQ(failsWith(FailureKind::refusedByService)->end, StepEnd::refused);
 }
 
+TEST(Tries, ATryThatWasStoppedForItsTimeIsToldAsSilence)
+{
+    Tries tries(100ms, StopRequest());
+    const auto failure = tries.repeat([](std::optional<Error>& error) {
+        error = platform::makeError("test", 1, "The request was stopped.", FailureKind::stopped);
+        return false;
+    });
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->reason, "The service did not answer in time. It was tried until the time "
+                               "for it was used up.");
+}
+
 TEST(Tries, ARefusalStaysOneWhenThereIsNoTimeToAskAgain)
 {
     Tries tries(0s, StopRequest());

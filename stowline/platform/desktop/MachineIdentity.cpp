@@ -48,6 +48,8 @@ bool isMachineId(std::string_view text)
            text.find_first_not_of('0') != std::string_view::npos;
 }
 
+} // namespace
+
 bool isUuid(std::string_view text)
 {
     static constexpr std::string_view form = "00000000-0000-0000-0000-000000000000";
@@ -56,6 +58,8 @@ bool isUuid(std::string_view text)
                             : g_ascii_isxdigit(character) != 0; // GLib's, as the locale's varies
     });
 }
+
+namespace {
 
 std::optional<std::string> uuidIn(const fs::path& file)
 {

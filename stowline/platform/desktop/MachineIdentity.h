@@ -13,6 +13,9 @@ namespace stowline::platform {
 /// randomness to give.
 [[nodiscard]] std::optional<std::string> randomUuid();
 
+/// Whether a text has the form of one, in either case of letters.
+[[nodiscard]] bool isUuid(std::string_view text);
+
 /// A UUID in the same form that is always the same for one purpose and text (HMAC-SHA-256), and
 /// from which the text cannot be had.
 [[nodiscard]] std::string derivedUuid(std::string_view purpose, std::string_view text);
