@@ -107,14 +107,15 @@ std::optional<UnitTexts> unitTexts(const DailyRun& run)
         const auto text = unitWord(word);
         if (!text)
             return std::nullopt;
-        command += (command.empty() ? "" : " ") + *text;
+        command += command.empty() ? "" : " ";
+        command += *text;
     }
     std::string variables;
     for (const auto& [name, value] : run.variables) {
         const auto text = quoted(name + "=" + value, false);
         if (!text)
             return std::nullopt;
-        variables += "Environment=" + *text + "\n";
+        variables.append("Environment=").append(*text).append("\n");
     }
     const std::string description = unitLine(run.description);
     UnitTexts texts;
