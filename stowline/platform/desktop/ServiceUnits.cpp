@@ -112,7 +112,9 @@ std::optional<UnitTexts> unitTexts(const DailyRun& run)
     }
     std::string variables;
     for (const auto& [name, value] : run.variables) {
-        const auto text = quoted(name + "=" + value, false);
+        std::string assignment = name;
+        assignment.append("=").append(value);
+        const auto text = quoted(assignment, false);
         if (!text)
             return std::nullopt;
         variables.append("Environment=").append(*text).append("\n");
