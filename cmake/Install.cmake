@@ -87,11 +87,12 @@ endforeach()
 # --- how others find it ---
 
 set(STOWLINE_TOOLS_DIR ${bundle})
-# What whoever links the static library needs, as pkg-config has it here. Modules in Requires.private would
-# have to be installed for the flags of the headers too, which use none of them.
+# The modules of pkg-config that whoever links the static library needs; and what pkg-config has for them here, since
+# modules in Requires.private would have to be installed for the flags of the headers too, which use none of them.
+set(STOWLINE_PRIVATE_MODULES "libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib libssl libcrypto libisal")
+separate_arguments(private_modules UNIX_COMMAND "${STOWLINE_PRIVATE_MODULES}")
 execute_process(
-  COMMAND ${PKG_CONFIG_EXECUTABLE} --static --libs libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib
-          libssl libcrypto libisal
+  COMMAND ${PKG_CONFIG_EXECUTABLE} --static --libs ${private_modules}
   OUTPUT_VARIABLE STOWLINE_PRIVATE_LIBRARIES OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
 configure_package_config_file(cmake/stowlineConfig.cmake.in "${PROJECT_BINARY_DIR}/stowlineConfig.cmake"
