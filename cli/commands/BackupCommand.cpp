@@ -124,9 +124,21 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
         if (!fault.empty())
             output().complain(fault);
     };
+    // A run that ended before it began is the last one all the same, and no good one.
+    const auto tellOfEnd = [&](std::string sentence) {
+        if (flags.isDryRun)
+            return;
+        const RunFigures figures{.username = options.username(),
+                                 .machine = flags.systemName,
+                                 .begun = begun,
+                                 .sentence = std::move(sentence)};
+        keepLastRun(figures);
+        flags.reports.tell(std::nullopt, figures);
+    };
     std::string fault;
     if (const auto status = flags.isDryRun ? std::nullopt : flags.hooks.before(fault)) {
         runAfter(*status);
+        tellOfEnd(fault);
         return output().fail(*status, fault);
     }
     const auto session =
@@ -136,9 +148,7 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     if (session)
         return backUpSignedIn(*session, flags, begun, more);
     runAfter(session.status());
-    flags.reports.tell(
-        std::nullopt,
-        {.username = options.username(), .machine = flags.systemName, .begun = begun});
+    tellOfEnd("It ended before it began: the sign-in did not succeed.");
     return session.status();
 }
 

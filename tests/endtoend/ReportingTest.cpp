@@ -314,8 +314,15 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
     EXPECT_NE(failed.errors.find("The summary could not be sent. It is kept"), std::string::npos)
         << failed.errors;
     EXPECT_EQ(test::jsonLines(failed.output).size(), 1U);
+    const auto savedReport = [&account] {
+        const auto file = account.folder.path() / "report.html";
+        EXPECT_EQ(account.run({"email", "--save", file.string()}).status, 0);
+        return platform::readFile(file).value_or("");
+    };
+    EXPECT_NE(savedReport().find("the sign-in did not succeed"), std::string::npos);
     account.password = right;
     EXPECT_EQ(account.backup({"--report"}).status, 0);
+    EXPECT_EQ(savedReport().find("The backup failed"), std::string::npos);
     const std::string page = account.statusPage();
     const std::string shown = page.substr(page.find("<h2>Last backups</h2>"));
     std::size_t rows = 0;
@@ -323,6 +330,10 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
          at = shown.find("<td>iMac</td><td>", at + 1))
         ++rows;
     EXPECT_EQ(rows, 2U) << shown;
+    // Nor does a command that fails before it leave the report of an earlier one.
+    EXPECT_EQ(account.backup({"--before", "/bin/false"}).status, 1);
+    EXPECT_NE(savedReport().find("The backup failed"), std::string::npos);
+    EXPECT_NE(savedReport().find("the command of --before failed"), std::string::npos);
 }
 
 } // namespace
