@@ -16,8 +16,8 @@ struct Words {
 constexpr std::array kWords{
     Words{LossKind::owner, "The owners of {} items cannot be put back"},
     Words{LossKind::group, "The groups of {} items cannot be put back"},
-    Words{LossKind::setId, "The set-id bits of {} items are left away"},
-    Words{LossKind::capabilities, "The capabilities of {} items are left away"},
+    Words{LossKind::setId, "The set-id bits of {} items are dropped"},
+    Words{LossKind::capabilities, "The capabilities of {} items are dropped"},
     Words{LossKind::attribute, "Extended attributes of {} items cannot be put back"},
     Words{LossKind::mode, "The modes of {} items cannot be put back"},
     Words{LossKind::time, "The times of {} items cannot be put back"},

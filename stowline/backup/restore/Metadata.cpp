@@ -157,7 +157,7 @@ private:
             mode &= ~kSetGroupId;
         if (mode != item_.mode)
             loseWithOwner(LossKind::setId,
-                          "its set-id bits are dropped, since its owner is another one");
+                          "its set-id bits are dropped, since it has a different owner");
         if (mode == now_.mode && !isModeLost_)
             return;
         outcome_.hasChanged = true;
