@@ -2,6 +2,7 @@
 
 #include "stowline/backup/index/ItemColumns.h"
 #include "stowline/backup/index/PathKey.h"
+#include "stowline/backup/index/StatementUse.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
@@ -39,23 +40,6 @@ void bindBytes(SQLite::Statement& statement, int at, std::string_view bytes)
 {
     // An empty blob, not NULL.
     statement.bindNoCopy(at, bytes.empty() ? "" : bytes.data(), static_cast<int>(bytes.size()));
-}
-
-/// Takes a statement back when its use is over, so that it holds no lock.
-class Use {
-public:
-    explicit Use(SQLite::Statement& statement) : statement_(statement) { statement_.reset(); }
-    ~Use() { (void)statement_.tryReset(); }
-    Use(const Use&) = delete;
-    Use& operator=(const Use&) = delete;
-
-private:
-    SQLite::Statement& statement_;
-};
-
-std::string pathOfItem(std::string_view folder, std::string_view name)
-{
-    return folder.empty() ? std::string(name) : pathIn(folder, name);
 }
 
 } // namespace
@@ -101,7 +85,7 @@ std::optional<ItemIndex::Tables::Folder> ItemIndex::Tables::findFolder(std::stri
 {
     if (lastFolder_ && lastFolder_->path == path)
         return lastFolder_;
-    const Use use(folderByPath_);
+    const StatementUse use(folderByPath_);
     const std::string key = pathKey(path);
     bindBytes(folderByPath_, 1, key);
     if (!folderByPath_.executeStep())
@@ -116,7 +100,7 @@ std::optional<StoredItem> ItemIndex::Tables::find(std::string_view path)
     const auto folder = findFolder(parentOf(path));
     if (!folder)
         return std::nullopt;
-    const Use use(itemByName_);
+    const StatementUse use(itemByName_);
     itemByName_.bind(1, folder->id);
     bindBytes(itemByName_, 2, nameOf(path));
     if (!itemByName_.executeStep() || !holdsItem(itemByName_, 0))
@@ -127,7 +111,7 @@ std::optional<StoredItem> ItemIndex::Tables::find(std::string_view path)
 std::vector<ItemIndex::Tables::Row>
 ItemIndex::Tables::rowsIn(std::int64_t folder, std::string_view path, const Selection& selection)
 {
-    const Use use(itemsOfFolder_);
+    const StatementUse use(itemsOfFolder_);
     itemsOfFolder_.bind(1, folder);
     bindBytes(itemsOfFolder_, 2, selection.after);
     itemsOfFolder_.bind(3, selection.changedAfter);
@@ -138,7 +122,7 @@ ItemIndex::Tables::rowsIn(std::int64_t folder, std::string_view path, const Sele
         Row& row = rows.emplace_back();
         row.name = itemsOfFolder_.getColumn(kNameColumn).getString();
         if (holdsItem(itemsOfFolder_, kFirstItemColumn))
-            row.item = itemOfRow(itemsOfFolder_, kFirstItemColumn, pathOfItem(path, row.name));
+            row.item = itemOfRow(itemsOfFolder_, kFirstItemColumn, pathOfRow(path, row.name));
     }
     return rows;
 }
@@ -147,7 +131,7 @@ std::vector<ItemIndex::Tables::Folder>
 ItemIndex::Tables::foldersFrom(std::string_view key, bool withKey, std::string_view end,
                                std::int64_t changedAfter, std::int64_t atMost)
 {
-    const Use use(foldersBetween_);
+    const StatementUse use(foldersBetween_);
     bindBytes(foldersBetween_, 1, key);
     foldersBetween_.bind(2, withKey ? 1 : 0);
     bindBytes(foldersBetween_, 3, end);
@@ -166,7 +150,7 @@ ItemIndex::Tables::Folder ItemIndex::Tables::madeFolder(std::string_view path, s
         noteChange(*folder, run);
         return *folder;
     }
-    const Use use(insertFolder_);
+    const StatementUse use(insertFolder_);
     const std::string key = pathKey(path);
     bindBytes(insertFolder_, 1, key);
     insertFolder_.bind(2, run);
@@ -179,7 +163,7 @@ void ItemIndex::Tables::noteChange(Folder& folder, std::int64_t run)
 {
     if (folder.changedRun >= run)
         return;
-    const Use use(setFolderChanged_);
+    const StatementUse use(setFolderChanged_);
     setFolderChanged_.bind(1, run);
     setFolderChanged_.bind(2, folder.id);
     setFolderChanged_.exec();
@@ -195,7 +179,7 @@ std::vector<StoredItem> ItemIndex::Tables::furtherNamesOf(std::string_view path,
     const std::string first(path);
     const std::string begin = path == "/" ? first : first + "/";
     const std::string end = begin.substr(0, begin.size() - 1) + char('/' + 1);
-    const Use use(furtherNames_);
+    const StatementUse use(furtherNames_);
     bindBytes(furtherNames_, 1, first);
     bindBytes(furtherNames_, 2, andBelow ? begin : end);
     bindBytes(furtherNames_, 3, end);
@@ -203,8 +187,8 @@ std::vector<StoredItem> ItemIndex::Tables::furtherNamesOf(std::string_view path,
     while (furtherNames_.executeStep())
         items.push_back(
             itemOfRow(furtherNames_, itemColumn,
-                      pathOfItem(pathOfKey(furtherNames_.getColumn(folderColumn).getString()),
-                                 furtherNames_.getColumn(nameColumn).getString())));
+                      pathOfRow(pathOfKey(furtherNames_.getColumn(folderColumn).getString()),
+                                furtherNames_.getColumn(nameColumn).getString())));
     return items;
 }
 
@@ -212,7 +196,7 @@ void ItemIndex::Tables::put(const StoredItem& item, std::int64_t run)
 {
     begin();
     const Folder folder = madeFolder(parentOf(item.item.path), run);
-    const Use use(putItem_);
+    const StatementUse use(putItem_);
     putItem_.bind(1, folder.id);
     bindBytes(putItem_, 2, nameOf(item.item.path));
     putItem_.bind(3, run);
@@ -227,7 +211,7 @@ void ItemIndex::Tables::remove(std::string_view path, std::int64_t run)
 {
     begin();
     if (auto folder = findFolder(parentOf(path))) {
-        const Use use(removeItem_);
+        const StatementUse use(removeItem_);
         removeItem_.bind(1, run);
         removeItem_.bind(2, folder->id);
         bindBytes(removeItem_, 3, nameOf(path));
@@ -240,13 +224,13 @@ void ItemIndex::Tables::remove(std::string_view path, std::int64_t run)
 void ItemIndex::Tables::removeBelow(std::string_view path, std::int64_t run)
 {
     const KeyRange keys = keysAtAndBelow(path);
-    const Use use(removeItemsOfFolders_);
+    const StatementUse use(removeItemsOfFolders_);
     removeItemsOfFolders_.bind(1, run);
     bindBytes(removeItemsOfFolders_, 2, keys.first);
     bindBytes(removeItemsOfFolders_, 3, keys.end);
     if (removeItemsOfFolders_.exec() == 0)
         return;
-    const Use useOther(setFoldersChanged_);
+    const StatementUse useOther(setFoldersChanged_);
     setFoldersChanged_.bind(1, run);
     bindBytes(setFoldersChanged_, 2, keys.first);
     bindBytes(setFoldersChanged_, 3, keys.end);
@@ -259,7 +243,7 @@ void ItemIndex::Tables::setConfirmed(std::string_view path, std::int64_t run)
     if (!folder)
         return;
     begin();
-    const Use use(confirm_);
+    const StatementUse use(confirm_);
     confirm_.bind(1, run);
     confirm_.bind(2, folder->id);
     bindBytes(confirm_, 3, nameOf(path));

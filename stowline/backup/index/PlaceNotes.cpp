@@ -1,7 +1,7 @@
 #include "stowline/backup/index/PlaceNotes.h"
 
 #include "stowline/backup/index/PathKey.h"
-#include "stowline/backup/tree/ItemRecord.h"
+#include "stowline/backup/index/StatementUse.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
@@ -39,11 +39,6 @@ void bindPlace(SQLite::Statement& statement, int at, std::string_view path)
     bindBytes(statement, at + 1, nameOf(path));
 }
 
-std::string pathOfPlace(std::string_view folder, std::string_view name)
-{
-    return folder.empty() ? std::string(name) : pathIn(folder, name);
-}
-
 /// The note of a row whose kind and text stand from a column on; absent: it is gone.
 std::optional<PlaceNote> noteOf(const SQLite::Statement& row, int first, std::string path)
 {
@@ -55,18 +50,6 @@ std::optional<PlaceNote> noteOf(const SQLite::Statement& row, int first, std::st
     return PlaceNote{std::move(path), static_cast<PlaceNote::Kind>(kind.getInt()),
                      row.getColumn(first + 1).getString()};
 }
-
-/// Takes a statement back when its use is over, so that it holds no lock.
-class Use {
-public:
-    explicit Use(SQLite::Statement& statement) : statement_(statement) { statement_.reset(); }
-    ~Use() { (void)statement_.tryReset(); }
-    Use(const Use&) = delete;
-    Use& operator=(const Use&) = delete;
-
-private:
-    SQLite::Statement& statement_;
-};
 
 } // namespace
 
@@ -108,25 +91,25 @@ PlaceNotes::PlaceNotes(SQLite::Database& database)
 
 std::vector<PlaceNote> PlaceNotes::in(std::string_view folder)
 {
-    const Use use(ofFolder_);
+    const StatementUse use(ofFolder_);
     bindBytes(ofFolder_, 1, pathKey(folder));
     std::vector<PlaceNote> notes;
     while (ofFolder_.executeStep())
         notes.push_back(
-            *noteOf(ofFolder_, 1, pathOfPlace(folder, ofFolder_.getColumn(0).getString())));
+            *noteOf(ofFolder_, 1, pathOfRow(folder, ofFolder_.getColumn(0).getString())));
     return notes;
 }
 
 std::optional<PlaceNote> PlaceNotes::at(std::string_view path)
 {
-    const Use use(byName_);
+    const StatementUse use(byName_);
     bindPlace(byName_, 1, path);
     return byName_.executeStep() ? noteOf(byName_, 0, std::string(path)) : std::nullopt;
 }
 
 void PlaceNotes::put(const PlaceNote& note, std::int64_t run)
 {
-    const Use use(put_);
+    const StatementUse use(put_);
     bindPlace(put_, 1, note.path);
     put_.bind(3, run);
     put_.bind(4, static_cast<int>(note.kind));
@@ -136,7 +119,7 @@ void PlaceNotes::put(const PlaceNote& note, std::int64_t run)
 
 void PlaceNotes::removeAt(std::string_view path, std::int64_t run)
 {
-    const Use use(removeAt_);
+    const StatementUse use(removeAt_);
     removeAt_.bind(1, run);
     bindPlace(removeAt_, 2, path);
     removeAt_.exec();
@@ -145,7 +128,7 @@ void PlaceNotes::removeAt(std::string_view path, std::int64_t run)
 void PlaceNotes::removeBelow(std::string_view path, std::int64_t run)
 {
     const KeyRange keys = keysAtAndBelow(path);
-    const Use use(removeBelow_);
+    const StatementUse use(removeBelow_);
     removeBelow_.bind(1, run);
     bindBytes(removeBelow_, 2, keys.first);
     bindBytes(removeBelow_, 3, keys.end);
@@ -161,8 +144,8 @@ void PlaceNotes::forEachChangeSince(
                                          " ORDER BY folder, name");
     changed.bind(1, run);
     while (changed.executeStep()) {
-        const std::string path = pathOfPlace(pathOfKey(changed.getColumn(0).getString()),
-                                             changed.getColumn(1).getString());
+        const std::string path = pathOfRow(pathOfKey(changed.getColumn(0).getString()),
+                                           changed.getColumn(1).getString());
         if (!take(path, noteOf(changed, 2, path)))
             return;
     }
