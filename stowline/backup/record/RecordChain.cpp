@@ -170,11 +170,15 @@ const RecordFile& RecordChain::furthest(std::uint64_t run) const
 
 namespace {
 
-void checkHead(const RecordHead& head, const RecordFile& file)
+/// A record that a service shows in the place of another is none of this chain.
+void checkHead(const RecordHead& head, const std::string& chain, const RecordFile& file)
 {
     const auto name = parseRecordName(file.name);
     if (!name || head.run != name->run || head.state != name->state)
         throw RecordFault(Kind::damaged, "The record " + file.name + " is that of another run.");
+    if (chainName(head.description.identity) != chain)
+        throw RecordFault(Kind::damaged, "The record " + file.name +
+                                             " is that of another machine, user or profile.");
 }
 
 FetchedRecord fetch(RecordPlace& place, const std::string& chain, const RecordFile& file,
@@ -200,7 +204,7 @@ FetchedRecord fetch(RecordPlace& place, const std::string& chain, const RecordFi
                           "A record cannot be kept in " + workFolder.string() +
                               " while it is read: " + std::generic_category().message(error) + ".");
     reader.finish();
-    checkHead(*reader.head(), file);
+    checkHead(*reader.head(), chain, file);
     return {std::move(*copy), *reader.head(), reader.digest(), size};
 }
 
@@ -218,7 +222,7 @@ RecordHead RecordChain::head(std::uint64_t run)
     });
     if (isWhole)
         reader.finish();
-    checkHead(reader.head().value(), file);
+    checkHead(reader.head().value(), name_, file);
     return *reader.head();
 }
 

@@ -225,11 +225,30 @@ TEST_F(RecordChainTest, RefusesARecordThatAnotherOneDoesNotBuildOn)
     MemoryPlace elsewhere;
     ItemIndex other = ItemIndex::temporary();
     RecordChain chain = RecordChain::open(elsewhere, kMachine, folder.path());
-    other.put(fileAt("/other", 1, 1), chain.begin({}, {}));
+    other.put(fileAt("/other", 1, 1), chain.begin({.identity = kMachine}, {}));
     chain.storeFinished(other, {});
     records["00000001-finished"] = elsewhere.stored[kChain]["00000001-finished"];
     EXPECT_EQ(loaded(1).size(), 1U);
     EXPECT_EQ(faultOf([this] { (void)loaded(2); }), RecordFault::Kind::damaged);
+}
+
+TEST_F(RecordChainTest, RefusesARecordOfAnotherMachineUserOrProfile)
+{
+    runOnce(1);
+    for (std::string ChainIdentity::*field :
+         {&ChainIdentity::machine, &ChainIdentity::user, &ChainIdentity::profile}) {
+        ChainIdentity another = kMachine;
+        another.*field = "another";
+        MemoryPlace elsewhere;
+        ItemIndex other = ItemIndex::temporary();
+        RecordChain chain = RecordChain::open(elsewhere, another, folder.path());
+        other.put(fileAt("/other", 1, 1), chain.begin({.identity = another}, {}));
+        chain.storeFinished(other, {});
+        place.stored[kChain]["00000001-finished"] =
+            elsewhere.stored[chainName(another)]["00000001-finished"];
+        EXPECT_EQ(faultOf([this] { (void)loaded(1); }), RecordFault::Kind::damaged);
+        EXPECT_EQ(faultOf([this] { (void)open().head(1); }), RecordFault::Kind::damaged);
+    }
 }
 
 TEST_F(RecordChainTest, RefusesRecordsThatTradedTheirNames)
