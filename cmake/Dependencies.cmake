@@ -25,6 +25,8 @@ stowline_require(ISAL libisal libisal-dev)
 stowline_require(FMT fmt libfmt-dev)
 stowline_require(HTTPLIB cpp-httplib libcpp-httplib-dev)
 stowline_require(ZLIB zlib zlib1g-dev)
+stowline_require(SODIUM libsodium libsodium-dev)
+stowline_require(ZSTD libzstd libzstd-dev)
 
 find_path(CLI11_INCLUDE CLI/CLI.hpp)
 find_path(JSON_INCLUDE nlohmann/json.hpp)
