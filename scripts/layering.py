@@ -17,7 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PLATFORM_ROOMS = ["text", "time", "values", "threads", "files", "processes", "http", "desktop", "network"]
 
 # Those of the engine, likewise; what hosts include stands above them, but for what an account is.
-BACKUP_ROOMS = ["tree", "index", "transfer", "record", "restore"]
+BACKUP_ROOMS = ["tree", "index", "content", "transfer", "record", "restore"]
 
 MAY_INCLUDE = {
     f"stowline/platform/{room}": [f"stowline/platform/{below}/" for below in PLATFORM_ROOMS[:height]]
@@ -52,7 +52,7 @@ NEVER = {
 # C headers of the system, and the libraries that platform wraps.
 OPERATING_SYSTEM = re.compile(
     r"<(unistd|fcntl|poll|pthread|spawn|termios|syslog|netdb|pty|sched|dlfcn|grp|pwd|mntent|dirent|semaphore|ifaddrs)\.h>"
-    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl|libmount|isa-l)/|<(glib|expat)\.h>")
+    r"|<(sys|linux|netinet|arpa|net)/|<(gio|glib|curl|plist|unicode|openssl|libmount|isa-l)/|<(glib|expat|sodium|zstd|zstd_errors)\.h>")
 
 
 def public_headers():
