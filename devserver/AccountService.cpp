@@ -120,9 +120,14 @@ Value decryptString(const AccountServiceContext& context, const Dictionary& para
 constexpr std::uint64_t kBytesInKb = 1024;
 constexpr std::uint64_t kQuotaInKb = std::uint64_t{100} << 20; // 100 GiB
 
+std::string inKb(std::uint64_t bytes)
+{
+    return std::to_string((bytes + kBytesInKb - 1) / kBytesInKb);
+}
+
 std::string usedKb(const AccountServiceContext& context, const std::string& user)
 {
-    return std::to_string((context.storage.usedBytes(user) + kBytesInKb - 1) / kBytesInKb);
+    return inKb(context.storage.usedBytes(user));
 }
 
 Value getUsedSpace(const AccountServiceContext& context, const Dictionary& parameters)
@@ -134,6 +139,7 @@ Value getUsedSpace(const AccountServiceContext& context, const Dictionary& param
 struct AccountInfo {
     AccountDetails account;
     std::string usedKb;
+    std::string graceKb;
     std::string systemName;
     std::string installationId;
 };
@@ -147,6 +153,7 @@ const std::vector<FieldOf<AccountInfo>>& infoFields()
         {"Email", [](Info info) { return info.account.email; }},
         {"Opened", [](Info info) { return info.account.opened; }},
         {"UsedSpaceInKb", &AccountInfo::usedKb},
+        {"DeletedSpaceInKb", &AccountInfo::graceKb},
         {"QuotaInKb", [](Info /*info*/) { return std::to_string(kQuotaInKb); }},
         {"SystemName", &AccountInfo::systemName},
         {"InstallationID", &AccountInfo::installationId}};
@@ -158,6 +165,7 @@ Value getAccountInfo(const AccountServiceContext& context, const Dictionary& par
     requireSignIn(context, parameters);
     const std::string user = text(parameters, "userName");
     return told(infoFields(), {*context.accounts.details(user), usedKb(context, user),
+                               inKb(context.storage.graceBytes(user)),
                                text(parameters, "systemName"), text(parameters, "installationId")});
 }
 

@@ -1,6 +1,7 @@
 #include "devserver/BackupService.h"
 
 #include "devserver/Answers.h"
+#include "devserver/GraceMethods.h"
 #include "devserver/Parameters.h"
 #include "devserver/PartEndpoint.h"
 #include "stowline/platform/desktop/Cryptography.h"
@@ -356,8 +357,9 @@ std::vector<ServiceMethod> restoreMethods(const AccountServiceContext& context)
 Service backupService(const AccountServiceContext& context, Deletions& deletions)
 {
     Service service{"BackupService", "/BackupService.asmx", "http://stowline.example/backup", {}};
-    for (const auto& methods : {accountMethods(context), registrationMethods(context),
-                                restoreMethods(context), deletionMethods(context, deletions)})
+    for (const auto& methods :
+         {accountMethods(context), registrationMethods(context), restoreMethods(context),
+          deletionMethods(context, deletions), graceMethods(context)})
         service.methods.insert(service.methods.end(), methods.begin(), methods.end());
     return service;
 }

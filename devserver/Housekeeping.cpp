@@ -10,12 +10,20 @@ namespace {
 
 constexpr std::chrono::hours kPause{1};
 
-void keepHouse(Storage& storage)
+void dropAbandoned(Storage& storage)
 try {
     if (const std::size_t dropped = storage.dropAbandoned(); dropped > 0)
         STOWLINE_LOG_INFO("%lu abandoned uploads were dropped", dropped);
 } catch (const std::exception& fault) {
     STOWLINE_LOG_ERROR("Abandoned uploads cannot be dropped: %@", fault.what());
+}
+
+void dropDeleted(Storage& storage)
+try {
+    if (const std::size_t dropped = storage.dropDeleted(); dropped > 0)
+        STOWLINE_LOG_INFO("The days of grace of %lu deleted versions are over", dropped);
+} catch (const std::exception& fault) {
+    STOWLINE_LOG_ERROR("Deleted versions cannot be taken away: %@", fault.what());
 }
 
 } // namespace
@@ -37,7 +45,8 @@ void Housekeeping::work()
     std::unique_lock lock(mutex_);
     do {
         lock.unlock();
-        keepHouse(storage_);
+        dropDeleted(storage_);
+        dropAbandoned(storage_);
         lock.lock();
     } while (!ending_.wait_for(lock, kPause, [this] { return isEnding_; }));
 }

@@ -71,6 +71,31 @@ constexpr const char* kSchema = R"sql(
         is_whole    INTEGER NOT NULL DEFAULT 1
     ) STRICT;
     CREATE INDEX IF NOT EXISTS versions_of_item ON versions (item_id);
+    CREATE TABLE IF NOT EXISTS deleted_versions (
+        id          INTEGER PRIMARY KEY,
+        item_id     INTEGER NOT NULL,
+        user_name   TEXT NOT NULL,
+        system_name TEXT NOT NULL,
+        folder      TEXT NOT NULL,
+        name        TEXT NOT NULL,
+        size        INTEGER NOT NULL,
+        client_date TEXT NOT NULL,
+        stored_at   TEXT NOT NULL,
+        server_file TEXT NOT NULL UNIQUE,
+        checksum    INTEGER NOT NULL,
+        is_delta    INTEGER NOT NULL,
+        is_packed   INTEGER NOT NULL,
+        baseline    INTEGER NOT NULL,
+        list_id     TEXT NOT NULL UNIQUE,
+        stored_size INTEGER NOT NULL,
+        digest      TEXT NOT NULL,
+        stamp       TEXT NOT NULL,
+        is_whole    INTEGER NOT NULL,
+        deleted_at  INTEGER NOT NULL
+    ) STRICT;
+    CREATE INDEX IF NOT EXISTS deleted_of_folder
+        ON deleted_versions (user_name, system_name, folder);
+    CREATE INDEX IF NOT EXISTS deleted_when ON deleted_versions (deleted_at);
     CREATE TABLE IF NOT EXISTS packages (
         user_name TEXT NOT NULL,
         path      TEXT NOT NULL,
@@ -95,6 +120,14 @@ std::string harmless(const std::string& name)
     return isHarmless ? name : "x-" + platform::keyedDigest(name, {});
 }
 
+/// What lies where an upload begins: the file may be that of a deleted version under another name,
+/// so it is not written into.
+void removeStray(const std::filesystem::path& file)
+{
+    std::error_code unimportant; // what cannot be removed is cut off
+    std::filesystem::remove(file, unimportant);
+}
+
 std::uint32_t checksumOf(std::uint32_t start, std::string_view bytes)
 {
     return static_cast<std::uint32_t>(
@@ -103,8 +136,9 @@ std::uint32_t checksumOf(std::uint32_t start, std::string_view bytes)
 
 } // namespace
 
-Storage::Storage(std::filesystem::path dataFolder, std::function<Clock::time_point()> now)
-    : dataFolder_(std::move(dataFolder)), now_(std::move(now)),
+Storage::Storage(std::filesystem::path dataFolder, std::function<Clock::time_point()> now,
+                 std::chrono::seconds grace)
+    : dataFolder_(std::move(dataFolder)), now_(std::move(now)), grace_(grace),
       database_((dataFolder_ / "files.sqlite").string(),
                 SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds)
 {
@@ -183,6 +217,7 @@ HeldUpload Storage::heldAt(const std::string& serverFile)
         }
         setAside(*version);
     }
+    setDeletedAside(serverFile);
     const Lock lock(mutex_);
     KeptStatement upload(statements_, "SELECT received, parts FROM uploads WHERE server_file = ?");
     upload->bind(1, serverFile);
@@ -226,6 +261,8 @@ std::optional<HeldUpload> Storage::addPart(const UploadPlace& place, const Uploa
     if (offset > held.receivedBytes)
         return std::nullopt;
 
+    if (held.receivedBytes == 0)
+        removeStray(contentFile(*serverFile));
     auto file = platform::ContentFile::openOrCreate(contentFile(*serverFile));
     file.truncate(held.receivedBytes); // what a part left that was broken off
     file.write(held.receivedBytes, part.bytes);
@@ -286,6 +323,8 @@ std::string Storage::registerFile(const Registration& given)
     if (registration.isDelta && !hasBaseline(registration))
         return "InvalidBaseline";
 
+    if (held.receivedBytes == 0)
+        removeStray(contentFile(*serverFile));
     auto file = platform::ContentFile::openOrCreate(contentFile(*serverFile));
     file.truncate(held.receivedBytes);
     std::uint32_t checksum = 0;

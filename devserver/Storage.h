@@ -142,6 +142,38 @@ struct RunSummary {
     std::string lastStored;
 };
 
+/// What was deleted and is still kept.
+struct DeletedVersion {
+    StoredVersion version;
+    std::string deletedAt; ///< universal time
+    std::string keptUntil;
+};
+
+/// Which of it is meant.
+struct DeletedQuery {
+    std::string userName;
+    std::string systemName; ///< empty: of every machine
+    std::string path;       ///< a file, or a folder with all below it; empty: everything
+    std::int64_t since = 0; ///< deleted at or after these seconds since 1970
+    std::int64_t startIndex = 0;
+    std::int64_t pageSize = 0;
+};
+
+/// One page of what was deleted, the oldest version first, and figures of all of it.
+struct DeletedPage {
+    std::vector<DeletedVersion> versions;
+    std::int64_t totalCount = 0;
+    std::uint64_t totalBytes = 0;
+};
+
+/// What bringing back came to.
+struct Undeletion {
+    std::int64_t broughtBack = 0;
+    std::uint64_t bytes = 0;    ///< of these
+    std::int64_t remaining = 0; ///< that can be brought back and were not yet
+    std::int64_t left = 0; ///< that stay deleted: a newer chain of records stands in their place
+};
+
 /// What was read of an account's content since the service began.
 struct ReadSummary {
     std::string userName;
@@ -159,8 +191,12 @@ class Storage {
 public:
     using Clock = std::chrono::system_clock;
 
+    /// @param grace for how long what was deleted is kept; none: it goes at once
     explicit Storage(std::filesystem::path dataFolder,
-                     std::function<Clock::time_point()> now = Clock::now);
+                     std::function<Clock::time_point()> now = Clock::now,
+                     std::chrono::seconds grace = kUsualGrace);
+
+    static constexpr std::chrono::seconds kUsualGrace = std::chrono::days{7};
 
     /// The path below which a user's client with this registry identifier uploads.
     [[nodiscard]] std::string uploadPath(const std::string& userName, std::int64_t accountNumber,
@@ -197,7 +233,10 @@ public:
 
     void notePackage(const std::string& userName, const std::string& path, std::uint64_t bytes);
 
+    /// Bytes of content, of what is deleted too while it is kept.
     [[nodiscard]] std::uint64_t usedBytes(const std::string& userName);
+    /// Those of what is deleted.
+    [[nodiscard]] std::uint64_t graceBytes(const std::string& userName);
     [[nodiscard]] std::vector<std::string> systems(const std::string& userName);
 
     /// @return absent when there is no such sort field
@@ -216,8 +255,23 @@ public:
                                                        std::int64_t versionId);
 
     /// Deletes the version that a list names; a file without versions goes too, and folders
-    /// without files. @return false when there is no such list, or a delta needs the version
+    /// without files. Its content is kept until its days of grace are over: nothing that an account
+    /// can ask for shortens them. @return false when there is no such list, or a delta needs the
+    /// version
     [[nodiscard]] bool deleteVersion(const std::string& userName, const std::string& listId);
+
+    [[nodiscard]] std::chrono::seconds grace() const { return grace_; }
+    [[nodiscard]] DeletedPage deletedVersions(const DeletedQuery& query);
+
+    /// Makes versions of what was deleted, under their numbers and lists, at most so many: records
+    /// of runs last, so that nobody finds one whose content is not there yet. What is there now
+    /// keeps its kind and, where it is newer, its place as the newest. A record comes back only to
+    /// the chain that it is of, not where another has begun since; a note that a run is being
+    /// forgotten does not come back.
+    [[nodiscard]] Undeletion undelete(const DeletedQuery& query, std::int64_t atMost);
+
+    /// Takes away what was deleted and whose days of grace are over. @return how many
+    std::size_t dropDeleted();
 
     /// The lists of all versions of a folder's files, below it too, newest first.
     [[nodiscard]] std::vector<std::string> listIdsBelow(const std::string& userName,
@@ -233,6 +287,10 @@ private:
     [[nodiscard]] HeldUpload heldAt(const std::string& serverFile);
     [[nodiscard]] std::optional<StoredVersion> versionAt(const std::string& serverFile);
     void setAside(const StoredVersion& version);
+    void setDeletedAside(const std::string& serverFile);
+    [[nodiscard]] bool dropDeletedVersion(std::int64_t id, std::int64_t before);
+    [[nodiscard]] bool bringBack(std::int64_t versionId);
+    void refreshItem(std::int64_t itemId);
     [[nodiscard]] ContentState judge(const StoredVersion& version, bool readsAll);
     void noteJudged(std::int64_t versionId, const std::string& stamp, bool isWhole);
     void migrate();
@@ -241,6 +299,7 @@ private:
     [[nodiscard]] std::optional<std::uint32_t> checksumOfUpload(const std::string& serverFile);
     void forgetUpload(const std::string& serverFile);
     [[nodiscard]] std::int64_t fileFor(const Registration& registration);
+    [[nodiscard]] std::int64_t itemOfDeleted(SQLite::Statement& deleted);
     struct Content {
         std::uint64_t size = 0;
         std::uint32_t checksum = 0;
@@ -269,6 +328,7 @@ private:
 
     const std::filesystem::path dataFolder_;
     const std::function<Clock::time_point()> now_;
+    const std::chrono::seconds grace_;
     std::array<std::mutex, 64> contentLocks_; ///< taken before the others
     std::mutex groupMutex_;
     std::condition_variable groupDone_;

@@ -143,6 +143,8 @@ bool Storage::dropAbandonedFile(const std::string& serverFile, std::int64_t befo
     {
         const Lock lock(mutex_);
         SQLite::Statement used(database_, "SELECT 1 FROM versions WHERE server_file = ?1 UNION ALL"
+                                          " SELECT 1 FROM deleted_versions WHERE server_file = ?1"
+                                          " UNION ALL"
                                           " SELECT 1 FROM uploads WHERE server_file = ?1 AND"
                                           " changed_at > ?2");
         used.bind(1, serverFile);

@@ -1,4 +1,4 @@
-// What is stored, listed and searched; and the deletion of versions.
+// What is stored, listed and searched.
 #include "devserver/Storage.h"
 #include "devserver/StoragePaths.h"
 
@@ -105,7 +105,7 @@ std::uint64_t Storage::usedBytes(const std::string& userName)
                             " stored_size END) AS INTEGER) FROM versions WHERE user_name = ?");
     query.bind(1, userName);
     query.executeStep();
-    return static_cast<std::uint64_t>(query.getColumn(0).getInt64());
+    return static_cast<std::uint64_t>(query.getColumn(0).getInt64()) + graceBytes(userName);
 }
 
 std::vector<std::string> Storage::systems(const std::string& userName)
@@ -206,62 +206,6 @@ std::optional<StoredVersion> Storage::versionAt(const std::string& serverFile)
     KeptStatement query(statements_, std::string(kVersionQuery) + " v.server_file = ?");
     query->bind(1, serverFile);
     return query->executeStep() ? std::optional(versionFrom(*query)) : std::nullopt;
-}
-
-void Storage::removeIfEmpty(std::int64_t itemId)
-{
-    SQLite::Statement remove(database_, "DELETE FROM items WHERE id = ? AND versions = 0 AND"
-                                        " NOT EXISTS (SELECT 1 FROM items child WHERE"
-                                        " child.user_name = items.user_name AND"
-                                        " child.system_name = items.system_name AND"
-                                        " child.folder = items.folder || '/' || items.name)"
-                                        " RETURNING user_name, system_name, folder");
-    remove.bind(1, itemId);
-    if (!remove.executeStep())
-        return;
-    const std::string user = remove.getColumn(0).getString();
-    const std::string system = remove.getColumn(1).getString();
-    const auto [folder, name] = split(remove.getColumn(2).getString());
-    remove.executeStep();
-    SQLite::Statement above(database_, "SELECT id FROM items WHERE user_name = ? AND"
-                                       " system_name = ? AND folder = ? AND name = ?");
-    above.bind(1, user);
-    above.bind(2, system);
-    above.bind(3, folder);
-    above.bind(4, name);
-    if (above.executeStep())
-        removeIfEmpty(above.getColumn(0).getInt64());
-}
-
-bool Storage::deleteVersion(const std::string& userName, const std::string& listId)
-{
-    const Lock lock(mutex_);
-    SQLite::Transaction transaction(database_);
-    SQLite::Statement remove(database_, "DELETE FROM versions WHERE user_name = ? AND list_id = ?"
-                                        " AND NOT EXISTS (SELECT 1 FROM versions delta WHERE"
-                                        " delta.is_delta = 1 AND delta.baseline = versions.id)"
-                                        " RETURNING item_id, server_file");
-    remove.bind(1, userName);
-    remove.bind(2, listId);
-    if (!remove.executeStep())
-        return false;
-    const std::int64_t item = remove.getColumn(0).getInt64();
-    const std::string serverFile = remove.getColumn(1).getString();
-    remove.executeStep();
-    SQLite::Statement update(
-        database_, "UPDATE items SET versions = versions - 1, size = coalesce((SELECT size FROM"
-                   " versions WHERE item_id = items.id ORDER BY id DESC LIMIT 1), 0),"
-                   " modified = coalesce((SELECT client_date FROM versions WHERE"
-                   " item_id = items.id ORDER BY id DESC LIMIT 1), ''),"
-                   " checksum = coalesce((SELECT checksum FROM versions WHERE"
-                   " item_id = items.id ORDER BY id DESC LIMIT 1), 0) WHERE id = ?");
-    update.bind(1, item);
-    update.exec();
-    removeIfEmpty(item);
-    transaction.commit();
-    std::error_code unimportant; // content without a version is nobody's
-    std::filesystem::remove(contentFile(serverFile), unimportant);
-    return true;
 }
 
 std::vector<std::string> Storage::listIdsBelow(const std::string& userName,

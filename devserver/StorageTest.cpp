@@ -320,7 +320,7 @@ TEST_F(StorageTest, OneRegistrationThatCannotBeDoesNotHinderTheOthers)
     EXPECT_FALSE(storage_.held(place("g0"))->isRegistered); // it was told so, and it is so
 }
 
-TEST_F(StorageTest, DeletedContentIsGoneFromTheDisk)
+TEST_F(StorageTest, DeletedContentIsGoneFromTheDiskOnceItsDaysOfGraceAreOver)
 {
     EXPECT_EQ(store("g1", "/d", "f", "one"), "Success");
     EXPECT_EQ(store("g2", "/d", "f", "second"), "Success");
@@ -331,6 +331,9 @@ TEST_F(StorageTest, DeletedContentIsGoneFromTheDisk)
     const std::int64_t file = storage_.folder(query)->items.at(0).id;
     EXPECT_EQ(storage_.usedBytes("ann"), 9U);
     EXPECT_TRUE(storage_.deleteVersion("ann", storage_.versions("ann", file).at(1).listId));
+    EXPECT_TRUE(std::filesystem::exists(fileOf("g1")));
+    Storage later(folder_.path(), [] { return Storage::Clock::now() + std::chrono::days{8}; });
+    EXPECT_EQ(later.dropDeleted(), 1U);
     EXPECT_FALSE(std::filesystem::exists(fileOf("g1")));
     EXPECT_TRUE(std::filesystem::exists(fileOf("g2")));
     EXPECT_EQ(storage_.usedBytes("ann"), 6U);

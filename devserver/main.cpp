@@ -42,6 +42,7 @@ struct Options {
     int ticketSeconds = 3600;
     bool requiresTicket = false;
     int deletionPause = 20;
+    int graceDays = 7;
     std::optional<fs::path> logFolder;
     std::string logLevel = "info";
     bool verbose = false;
@@ -89,6 +90,10 @@ void declare(CLI::App& app, Options& options)
     app.add_option("--deletion-pause", options.deletionPause,
                    "Milliseconds that deleting a version takes")
         ->check(CLI::Range(0, 60000))
+        ->capture_default_str();
+    app.add_option("--grace-days", options.graceDays,
+                   "How long what was deleted is kept and can be brought back; 0: not at all")
+        ->check(CLI::Range(0, 36500))
         ->capture_default_str();
     app.add_option("--log-folder", options.logFolder, "Folder for rolling log files");
     app.add_option("--log-level", options.logLevel, "Least important lines to log")
@@ -147,7 +152,8 @@ int run(const Options& options)
 
     startLogging(options);
     devserver::Accounts accounts(options.data / "service.sqlite");
-    devserver::Storage storage(options.data);
+    devserver::Storage storage(options.data, devserver::Storage::Clock::now,
+                               std::chrono::days(options.graceDays));
     devserver::Tickets tickets(options.data / "tickets.sqlite", accounts,
                                std::chrono::seconds(options.ticketSeconds));
     devserver::AccountServiceContext context{

@@ -176,6 +176,23 @@ def check_deletion(backup):
            .BeginDeleteFoldersResult.Code == "NoSuchFolder", "the folder must be gone")
 
 
+def check_undeletion(backup):
+    which = {"systemName": "iMac", "path": "/home/zoë", "since": "", **USER}
+    gone = backup.GetDeletedFiles(startIndex=0, pageSize=1, **which)
+    expect(gone.Code == "Success" and int(gone.TotalCount) > 0, f"{gone}")
+    expect(gone.files.DeletedFile[0].Path.startswith("/home/zoë"), f"{gone}")
+    expect(int(gone.GraceSeconds) == 7 * 86400, f"{gone}")
+    expect("wrong" in fault_of(backup.UndeleteFiles, userName=NAME, password="no"),
+           "nothing comes back for a wrong password")
+    expect("since" in fault_of(backup.UndeleteFiles, **{**which, "since": "soon"}), "no moment")
+    later = backup.UndeleteFiles(**{**which, "since": "99999999999"})
+    expect(later.Undeleted == "0", f"{later}")
+    back = backup.UndeleteFiles(**which)
+    expect(back.Undeleted == gone.TotalCount, f"{back}")
+    expect(back.UndeletedSize == gone.TotalSize, f"{back}")
+    expect((back.Remaining, back.Left) == ("0", "0"), f"{back}")
+
+
 def check_reporting(monitoring, report):
     token = {"userName": NAME, "authToken": "zeep-token", "systemName": "iMac"}
     expect(monitoring.GetSettings(**token).IsEnabled == "true", "GetSettings")
@@ -202,6 +219,7 @@ def main():
     check_browsing(backup, browse)
     check_recovery(address, account, backup, browse)
     check_deletion(backup)
+    check_undeletion(backup)
     check_reporting(monitoring, report)
     left = set().union(*(service.methods() for service in services)) - called
     expect(not left, f"nothing called {left}")

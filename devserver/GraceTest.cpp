@@ -1,0 +1,350 @@
+// Days of grace: what is deleted stays for a while, and comes back as it was.
+#include "devserver/Deletions.h"
+#include "devserver/Storage.h"
+#include "stowline/platform/files/Files.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+namespace stowline::devserver {
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+constexpr std::int64_t kNoLimit = 1000000;
+
+class GraceTest : public testing::Test {
+protected:
+    /// @return the list of the version
+    std::string put(const std::string& guid, const std::string& path, const std::string& content,
+                    std::int64_t baseline = -1, const std::string& system = "iMac")
+    {
+        const UploadPlace place{"ann", path_, guid};
+        const auto slash = path.rfind('/');
+        EXPECT_TRUE(storage_.addPart(place, {.fileName = "f", .bytes = content}));
+        EXPECT_EQ(storage_.registerFile({.place = place,
+                                         .systemName = system,
+                                         .folder = path.substr(0, slash),
+                                         .name = path.substr(slash + 1),
+                                         .size = content.size(),
+                                         .uploadedSize = content.size(),
+                                         .clientDate = "of " + content,
+                                         .isDelta = baseline > 0,
+                                         .baselineVersion = baseline}),
+                  "Success");
+        return storage_.held(place).value().listId;
+    }
+
+    bool remove(const std::string& list) { return storage_.deleteVersion("ann", list); }
+
+    Undeletion undelete(const std::string& path = "", std::int64_t since = 0)
+    {
+        return storage_.undelete({.userName = "ann", .path = path, .since = since}, kNoLimit);
+    }
+
+    DeletedPage deleted(const std::string& path = "")
+    {
+        return storage_.deletedVersions({.userName = "ann", .path = path, .pageSize = 100});
+    }
+
+    /// What a folder's listing says, as "name=date of the newest"; of a folder "name/".
+    std::vector<std::string> names(const std::string& folder)
+    {
+        std::vector<std::string> found;
+        const ItemQuery query{
+            .userName = "ann", .systemName = "iMac", .folder = folder, .pageSize = 100};
+        const ItemPage page = storage_.folder(query).value();
+        for (const StoredItem& item : page.items)
+            found.push_back(item.isFolder ? item.name + "/" : item.name + "=" + item.modified);
+        return found;
+    }
+
+    std::string content(std::int64_t version)
+    {
+        return storage_.readPart("ann", version, 0, 1000).bytes;
+    }
+
+    std::int64_t seconds() const
+    {
+        return std::chrono::floor<std::chrono::seconds>(now_).time_since_epoch().count();
+    }
+
+    test::TemporaryFolder folder_;
+    Storage::Clock::time_point now_{std::chrono::sys_days{std::chrono::January / 1 / 2026}};
+    Storage storage_{folder_.path(), [this] { return now_; }};
+    std::string path_ = storage_.uploadPath("ann", 1, "G");
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(GraceTest, WhatIsDeletedIsGoneForReadersAndComesBackAsItWas)
+{
+    const std::string list = put("g", "/d/e/a", "hello");
+    const StoredVersion before = storage_.version("ann", 1).value();
+    ASSERT_TRUE(remove(list));
+    EXPECT_EQ(names(""), Names{});
+    EXPECT_EQ(content(1), "");
+    EXPECT_FALSE(remove(list));
+    EXPECT_EQ(storage_.usedBytes("ann"), 5U);
+    EXPECT_EQ(storage_.graceBytes("ann"), 5U);
+    const DeletedPage page = deleted();
+    ASSERT_EQ(page.totalCount, 1);
+    EXPECT_EQ(page.totalBytes, 5U);
+    EXPECT_EQ(page.versions.at(0).version.name, "a");
+    EXPECT_EQ(page.versions.at(0).deletedAt, "2026-01-01 00:00:00");
+    EXPECT_EQ(page.versions.at(0).keptUntil, "2026-01-08 00:00:00");
+
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 1);
+    EXPECT_EQ(back.bytes, 5U);
+    EXPECT_EQ(back.remaining + back.left, 0);
+    EXPECT_EQ(names("/d/e"), Names{"a=of hello"});
+    EXPECT_EQ(content(1), "hello");
+    const StoredVersion after = storage_.version("ann", 1).value();
+    EXPECT_EQ(after.fileId, before.fileId);
+    EXPECT_EQ(after.listId, list);
+    EXPECT_EQ(after.storedAt, before.storedAt);
+    EXPECT_EQ(after.digest, before.digest);
+    EXPECT_EQ(storage_.usedBytes("ann"), 5U);
+    EXPECT_EQ(storage_.graceBytes("ann"), 0U);
+    EXPECT_EQ(undelete().broughtBack, 0);
+    EXPECT_TRUE(remove(list)); // and once more
+    EXPECT_EQ(undelete().broughtBack, 1);
+}
+
+TEST_F(GraceTest, ItEndsAfterSevenDaysAndNotASecondBefore)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    const fs::path file = folder_.path() / "vol1/1/G/g";
+    now_ += std::chrono::days{7} - 1s;
+    EXPECT_EQ(storage_.dropDeleted(), 0U);
+    (void)storage_.dropAbandoned();
+    EXPECT_TRUE(fs::exists(file));
+    now_ += 1s;
+    EXPECT_EQ(storage_.dropDeleted(), 1U);
+    EXPECT_FALSE(fs::exists(file));
+    EXPECT_EQ(undelete().broughtBack, 0);
+    EXPECT_EQ(storage_.usedBytes("ann"), 0U);
+}
+
+TEST_F(GraceTest, WhatWasBroughtBackIsNotTakenAwayWhenItsDaysWouldHaveBeenOver)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    ASSERT_EQ(undelete().broughtBack, 1);
+    now_ += std::chrono::days{8};
+    EXPECT_EQ(storage_.dropDeleted(), 0U);
+    EXPECT_EQ(content(1), "hello");
+}
+
+TEST_F(GraceTest, AbandonedUploadsAreDroppedButNotTheContentOfWhatIsKept)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    const fs::path file = folder_.path() / "vol1/1/G/g";
+    fs::last_write_time(file, fs::file_time_type::clock::now() - std::chrono::days{30});
+    EXPECT_EQ(storage_.dropAbandoned(), 0U);
+    EXPECT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(content(1), "hello");
+}
+
+TEST_F(GraceTest, AnUploadInItsPlaceDoesNotShortenIt)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    put("g", "/a", "other"); // whoever knows the password can name the place
+    EXPECT_EQ(content(2), "other");
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(content(1), "hello");
+    EXPECT_EQ(content(2), "other");
+    EXPECT_EQ(names(""), Names{"a=of other"});
+    // One part alone, and one that is registered without a part, are uploads too.
+    ASSERT_TRUE(remove(put("h", "/b", "kept")));
+    ASSERT_TRUE(storage_.addPart({"ann", path_, "h"}, {.fileName = "f", .bytes = "X"}));
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(content(3), "kept");
+}
+
+TEST_F(GraceTest, AnUploadAfterAKillWhileThePlaceWasMadeFreeLeavesTheContentAlone)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    const fs::path file = folder_.path() / "vol1/1/G/g";
+    // What a kill leaves right after the row had its new name: two names of one content.
+    fs::create_hard_link(file, file.string() + ".deleted-1");
+    {
+        SQLite::Database database((folder_.path() / "files.sqlite").string(),
+                                  SQLite::OPEN_READWRITE, 5000);
+        database.exec("UPDATE deleted_versions SET server_file = server_file || '.deleted-1'");
+    }
+    put("g", "/a", "other");
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(content(1), "hello");
+    EXPECT_EQ(content(2), "other");
+}
+
+TEST_F(GraceTest, ANewerVersionStaysTheNewest)
+{
+    const std::string first = put("g1", "/a", "one");
+    const std::string second = put("g2", "/a", "two");
+    ASSERT_TRUE(remove(first));
+    put("g3", "/a", "three");
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(names(""), Names{"a=of three"});
+    EXPECT_EQ(storage_.versions("ann", storage_.version("ann", 1)->fileId).size(), 3U);
+    // And one that was the newest is so again.
+    ASSERT_TRUE(remove(storage_.version("ann", 3)->listId));
+    EXPECT_EQ(names(""), Names{"a=of two"});
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(names(""), Names{"a=of three"});
+    EXPECT_TRUE(remove(second));
+}
+
+TEST_F(GraceTest, WhatHasBecomeAFileStaysOneAndTheOtherWayRound)
+{
+    ASSERT_TRUE(remove(put("g1", "/d/x", "below")));
+    put("g2", "/d", "now a file");
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(names(""), Names{"d=of now a file"});
+    EXPECT_EQ(names("/d"), Names{"x=of below"});
+    ASSERT_TRUE(remove(put("g3", "/e", "a file")));
+    put("g4", "/e/y", "now a folder");
+    ASSERT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(names(""), (Names{"d=of now a file", "e/"}));
+    EXPECT_EQ(content(3), "a file");
+}
+
+TEST_F(GraceTest, TwoDeletionsOfAPathAreToldApartByTime)
+{
+    ASSERT_TRUE(remove(put("g1", "/a", "one")));
+    now_ += 1h;
+    ASSERT_TRUE(remove(put("g2", "/a", "two")));
+    const auto atSecond = seconds();
+    EXPECT_EQ(undelete("", atSecond + 1).broughtBack, 0);
+    EXPECT_EQ(undelete("", atSecond).broughtBack, 1);
+    EXPECT_EQ(content(2), "two");
+    EXPECT_EQ(content(1), "");
+    EXPECT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(names(""), Names{"a=of two"});
+}
+
+TEST_F(GraceTest, APathMeansTheFileOrTheFolderAndNothingBesideIt)
+{
+    for (const char* path : {"/d/a", "/d/s/b", "/da", "/c", "/%/x"})
+        ASSERT_TRUE(remove(put(std::string("g-") + std::to_string(path[1]) + path[2], path, path)));
+    EXPECT_EQ(deleted("/d").totalCount, 2);
+    EXPECT_EQ(deleted("/d/").totalCount, 2);
+    EXPECT_EQ(deleted("/%").totalCount, 1);
+    EXPECT_EQ(undelete("/d/a").broughtBack, 1);
+    EXPECT_EQ(undelete("/c").broughtBack, 1);
+    EXPECT_EQ(names(""), (Names{"c=of /c", "d/"}));
+    EXPECT_EQ(storage_.undelete({.userName = "bob"}, kNoLimit).broughtBack, 0);
+    EXPECT_EQ(storage_.undelete({.userName = "ann", .systemName = "other"}, kNoLimit).broughtBack,
+              0);
+}
+
+TEST_F(GraceTest, ADeltaComesBackWithItsBaseOrNotAtAll)
+{
+    const std::string base = put("g1", "/a", "base");
+    const std::string delta = put("g2", "/a", "delta", 1);
+    EXPECT_FALSE(remove(base)); // and nothing is kept of what was not deleted
+    EXPECT_EQ(deleted().totalCount, 0);
+    ASSERT_TRUE(remove(delta));
+    ASSERT_TRUE(remove(base));
+    ASSERT_EQ(undelete().broughtBack, 2);
+    ASSERT_TRUE(remove(delta));
+    ASSERT_TRUE(remove(base));
+    SQLite::Database((folder_.path() / "files.sqlite").string(), SQLite::OPEN_READWRITE, 5000)
+        .exec("DELETE FROM deleted_versions WHERE id = 1");
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 0);
+    EXPECT_EQ(back.remaining, 0);
+    EXPECT_EQ(back.left, 1);
+}
+
+TEST_F(GraceTest, RecordsComeBackLastAndInBatches)
+{
+    const std::string record = put("r1", "/=stowline=/records/c/00000001-finished", "record");
+    const std::string file = put("g1", "/a", "content");
+    ASSERT_TRUE(remove(record));
+    ASSERT_TRUE(remove(file));
+    const Undeletion first = storage_.undelete({.userName = "ann"}, 1);
+    EXPECT_EQ(first.broughtBack, 1);
+    EXPECT_EQ(first.remaining, 1);
+    EXPECT_EQ(content(2), "content");
+    EXPECT_EQ(content(1), "");
+    EXPECT_EQ(storage_.undelete({.userName = "ann"}, 1).remaining, 0);
+    EXPECT_EQ(content(1), "record");
+}
+
+TEST_F(GraceTest, RecordsDoNotComeBackToAChainThatWasBegunAnew)
+{
+    const std::string folder = "/=stowline=/records/chain/";
+    std::vector<std::string> old;
+    for (const char* name :
+         {"00000001-begun", "00000001-finished", "00000002-begun", "00000002-finished"})
+        old.push_back(put(std::string("old-") + name, folder + name, name));
+    for (const std::string& list : old)
+        ASSERT_TRUE(remove(list));
+    const std::string begun = put("new1", folder + "00000001-begun", "new");
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 0);
+    EXPECT_EQ(back.left, 4);
+    EXPECT_EQ(names(folder), Names{"00000001-begun=of new"});
+    // Nor when the newer chain was deleted too: that one comes back.
+    ASSERT_TRUE(remove(begun));
+    EXPECT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(names(folder), Names{"00000001-begun=of new"});
+}
+
+TEST_F(GraceTest, RecordsThatWereTakenOutOfALivingChainComeBackToIt)
+{
+    const std::string folder = "/=stowline=/records/chain/";
+    const std::string begun = put("1", folder + "00000001-begun", "1");
+    put("2", folder + "00000002-begun", "2");
+    const std::string finished = put("3", folder + "00000001-finished", "1"); // later than 2 began
+    put("4", folder + "00000002-finished", "2");
+    const std::string note = put("5", folder + "00000001-forgotten", "");
+    for (const std::string& list : {begun, finished, note})
+        ASSERT_TRUE(remove(list));
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 2);
+    EXPECT_EQ(back.left, 0);
+    EXPECT_EQ(names(folder), (Names{"00000001-begun=of 1", "00000001-finished=of 1",
+                                    "00000002-begun=of 2", "00000002-finished=of 2"}));
+}
+
+TEST_F(GraceTest, AWholeMachineComesBack)
+{
+    put("g1", "/a", "one", -1, "laptop");
+    put("g2", "/d/b", "two", -1, "laptop");
+    put("g3", "/a", "other");
+    for (const std::string& list : storage_.listIdsBelow("ann", "laptop", "/"))
+        ASSERT_TRUE(remove(list));
+    EXPECT_EQ(storage_.systems("ann"), Names{"iMac"});
+    EXPECT_EQ(storage_.undelete({.userName = "ann", .systemName = "laptop"}, kNoLimit).broughtBack,
+              2);
+    EXPECT_EQ(storage_.systems("ann"), (Names{"iMac", "laptop"}));
+}
+
+TEST(Grace, NoDaysTakeAwayAtOnce)
+{
+    const test::TemporaryFolder folder;
+    Storage storage(folder.path(), Storage::Clock::now, 0s);
+    const UploadPlace place{"ann", storage.uploadPath("ann", 1, "G"), "g"};
+    ASSERT_TRUE(storage.addPart(place, {.fileName = "f", .bytes = "x"}));
+    ASSERT_EQ(storage.registerFile({.place = place,
+                                    .systemName = "iMac",
+                                    .folder = "/",
+                                    .name = "a",
+                                    .size = 1,
+                                    .uploadedSize = 1}),
+              "Success");
+    const std::string list = storage.version("ann", 1)->listId;
+    ASSERT_TRUE(storage.deleteVersion("ann", list));
+    EXPECT_FALSE(fs::exists(folder.path() / "vol1/1/G/g"));
+    EXPECT_EQ(storage.undelete({.userName = "ann"}, kNoLimit).broughtBack, 0);
+    EXPECT_EQ(storage.usedBytes("ann"), 0U);
+}
+
+} // namespace
+} // namespace stowline::devserver
