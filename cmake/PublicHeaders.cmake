@@ -7,6 +7,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/RestoreRun.h
   stowline/backup/RunChoice.h
   stowline/backup/RunHistory.h
+  stowline/backup/SelfTestRun.h
   stowline/backup/VerifyRun.h
   stowline/backup/index/StoredItem.h
   stowline/backup/tree/ItemRecord.h

@@ -17,7 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PLATFORM_ROOMS = ["text", "time", "values", "threads", "files", "processes", "http", "desktop", "network"]
 
 # Those of the engine, likewise; what hosts include stands above them, but for what an account is.
-BACKUP_ROOMS = ["tree", "index", "content", "transfer", "record", "restore"]
+BACKUP_ROOMS = ["tree", "index", "content", "transfer", "record", "restore", "proof"]
 
 MAY_INCLUDE = {
     f"stowline/platform/{room}": [f"stowline/platform/{below}/" for below in PLATFORM_ROOMS[:height]]

@@ -61,7 +61,8 @@ private:
         refuseOnePlaceForTwo(tree.items);
         for (const std::string& path : request_.paths) {
             if (!stop_.isRequested())
-                restoreBelow(Selection(path, rules), tree.items, reader.source());
+                restoreBelow(Selection(path, rules, request_.onlyPaths), tree.items,
+                             reader.source());
         }
         if (!stop_.isRequested() && missing_ < request_.paths.size()) {
             for (const std::string& pattern : idle_->texts())
@@ -196,6 +197,7 @@ private:
         ++summary_.found;
         ++progress_.foundItems;
         progress_.foundBytes += stored.content ? stored.content->storedSize : 0;
+        observer_.itemFound(stored);
     }
 
     void move(std::int64_t bytes)

@@ -2,12 +2,14 @@
 #pragma once
 
 #include "stowline/backup/RunChoice.h"
+#include "stowline/backup/index/StoredItem.h"
 #include "stowline/platform/threads/StopRequest.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,7 @@ struct RestoreRequest {
     /// Patterns as those of a backup (BackupRules); with a slash they count from each of the paths.
     std::vector<std::string> include; ///< when there are any, files or folders above must match one
     std::vector<std::string> exclude; ///< folders too, with everything in them
+    std::set<std::string> onlyPaths;  ///< when there are any, items of exactly these paths
     Overwrite overwrite = Overwrite::ifChanged;
     bool restoresDevices = false;
     bool isDryRun = false;
@@ -96,6 +99,8 @@ struct RestoreProgress {
 class RestoreObserver {
 public:
     virtual ~RestoreObserver() = default;
+    /// What the run holds of an item, before it is put back.
+    virtual void itemFound(const StoredItem& /*stored*/) {}
     virtual void itemDone(const RestoredItem& /*item*/) {}
     virtual void progress(const RestoreProgress& /*progress*/) {}
 };

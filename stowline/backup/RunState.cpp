@@ -1,6 +1,7 @@
 #include "stowline/backup/RunState.h"
 
 #include "stowline/backup/RunFault.h"
+#include "stowline/backup/proof/TestFolder.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/SourceFile.h"
@@ -66,6 +67,24 @@ platform::LockFile lockFor(const fs::path& folder, const std::string& profile)
             "own.");
 }
 
+/// A file of its own for each owner.
+std::string fileName(const UploadOwner& owner)
+{
+    std::string text;
+    for (const std::string& part :
+         {owner.service, owner.username, owner.systemName, owner.identity.machine,
+          owner.identity.user, owner.identity.profile})
+        text += std::to_string(part.size()) + ":" + part;
+    return platform::derivedUuid("com.stowline.index.1", text) + ".db";
+}
+
+fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
+{
+    return folder / "index" / fileName(owner);
+}
+
+} // namespace
+
 IndexOwner indexOwner(const UploadOwner& owner)
 {
     return {.service = owner.service,
@@ -76,17 +95,10 @@ IndexOwner indexOwner(const UploadOwner& owner)
             .profile = owner.identity.profile};
 }
 
-fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
+fs::path proofFile(const fs::path& stateFolder, const UploadOwner& owner)
 {
-    std::string text;
-    for (const std::string& part :
-         {owner.service, owner.username, owner.systemName, owner.identity.machine,
-          owner.identity.user, owner.identity.profile})
-        text += std::to_string(part.size()) + ":" + part;
-    return folder / "index" / (platform::derivedUuid("com.stowline.index.1", text) + ".db");
+    return profileFolder(stateFolder, owner.identity.profile) / "proofs" / fileName(owner);
 }
-
-} // namespace
 
 fs::path journalFolder(const fs::path& profileFolder)
 {
@@ -125,6 +137,7 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile)
     std::error_code unimportant; // what stays is taken out by a later run
     fs::remove_all(state.spoolFolder(), unimportant);
     makeFolder(state.spoolFolder());
+    TestFolder::sweep(folder);
     return state;
 }
 

@@ -15,6 +15,11 @@ namespace stowline::backup {
 /// Where the journal of a profile's folder lies.
 [[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& profileFolder);
 
+/// Who an index, or what self-tests have proven, belongs to, and where the latter is noted.
+[[nodiscard]] IndexOwner indexOwner(const UploadOwner& owner);
+[[nodiscard]] std::filesystem::path proofFile(const std::filesystem::path& stateFolder,
+                                              const UploadOwner& owner);
+
 /// The folders of all profiles that a state folder has, that of the profile "default" always.
 /// @param error the system's number when it is not known which there are; else 0
 [[nodiscard]] std::vector<std::filesystem::path>

@@ -243,6 +243,15 @@ bool RecordChain::isWholeBelow(const IndexPosition& seen, std::uint64_t atMostBy
     }
 }
 
+void RecordChain::read(
+    std::uint64_t run,
+    const std::function<RecordListener(const RecordHead&, const std::string& digest)>& listener)
+{
+    const FetchedRecord record = fetch(*place_, name_, furthest(run), workFolder_);
+    RecordReader reader(listener(record.head, record.digest));
+    readInto(record, reader);
+}
+
 RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
 {
     index.clear();

@@ -5,9 +5,11 @@
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/backup/record/RecordHead.h"
 #include "stowline/backup/record/RecordPlace.h"
+#include "stowline/backup/record/RecordReader.h"
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -84,6 +86,13 @@ public:
 
     /// What a run says of itself, from its furthest record. Costs one small request.
     [[nodiscard]] RecordHead head(std::uint64_t run);
+
+    /// Hands over what the furthest record of a run says itself, without what it builds on, once it
+    /// was fetched and found to be whole. Throws `damaged` for one whose bytes are others.
+    /// @param listener given the record's head and its digest
+    void read(std::uint64_t run,
+              const std::function<RecordListener(const RecordHead&, const std::string& digest)>&
+                  listener);
 
     /// Fills an index with the tree of a run (its finished record, else its last unfinished one),
     /// after taking out what is in it, and sets its position (to the record that it builds on when

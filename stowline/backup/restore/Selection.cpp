@@ -27,6 +27,8 @@ bool Selection::isExcluded(std::string_view path, bool isFolder) const
 /// Whether a pattern takes the item or a folder above it.
 bool Selection::isIncluded(std::string_view path, bool isFolder) const
 {
+    if (!onlyPaths_.empty() && !onlyPaths_.contains(std::string(path)))
+        return false;
     if (!rules_.hasIncludes() || (path == named_ && !isFolder))
         return true;
     for (std::string_view at = path; at != named_ && !at.empty(); at = parentOf(at)) {

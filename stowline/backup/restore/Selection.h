@@ -5,6 +5,7 @@
 #include "stowline/backup/tree/TreeRules.h"
 
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,11 @@ namespace stowline::backup {
 class Selection {
 public:
     /// @param rules must outlive this
-    Selection(std::string named, const TreeRules& rules) : named_(std::move(named)), rules_(rules)
+    /// @param onlyPaths besides folders on the way, items of these paths alone are taken; empty:
+    /// all
+    ///        are; must outlive this
+    Selection(std::string named, const TreeRules& rules, const std::set<std::string>& onlyPaths)
+        : named_(std::move(named)), rules_(rules), onlyPaths_(onlyPaths)
     {
     }
 
@@ -42,6 +47,7 @@ private:
 
     std::string named_;
     const TreeRules& rules_;
+    const std::set<std::string>& onlyPaths_;
 };
 
 /// Whether a path is another one or below it.

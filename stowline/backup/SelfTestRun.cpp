@@ -1,0 +1,441 @@
+#include "stowline/backup/SelfTestRun.h"
+
+#include "stowline/backup/BackupRun.h"
+#include "stowline/backup/RestoreRun.h"
+#include "stowline/backup/RunState.h"
+#include "stowline/backup/index/Comparison.h"
+#include "stowline/backup/proof/ProofReading.h"
+#include "stowline/backup/proof/TestFolder.h"
+#include "stowline/backup/restore/RunReader.h"
+#include "stowline/backup/restore/VersionFinder.h"
+#include "stowline/backup/transfer/VersionCheck.h"
+#include "stowline/platform/desktop/Sha256.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/files/SourceFile.h"
+#include "stowline/platform/files/TargetFolder.h"
+#include "stowline/platform/text/Text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <map>
+#include <set>
+
+namespace stowline::backup {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = SelfTestFinding::Kind;
+
+constexpr std::int64_t kProvenSeconds = std::int64_t{30} * 86400;
+constexpr std::size_t kPiece = 1U << 20;
+
+/// What a restore told of the sample's items, by path.
+class Restored : public RestoreObserver {
+public:
+    void itemFound(const StoredItem& stored) override
+    {
+        if (stored.content)
+            found.emplace(stored.item.path, stored);
+    }
+    void itemDone(const RestoredItem& item) override { done.emplace(item.path, item); }
+
+    std::map<std::string, StoredItem> found;
+    std::map<std::string, RestoredItem> done;
+};
+
+/// SHA-256 of what a function reads. @return absent when it cannot be read to its end
+std::optional<std::string>
+digestOf(const std::function<std::optional<std::size_t>(std::uint64_t, std::span<char>)>& readAt,
+         const StopRequest& stop)
+{
+    platform::Sha256 digest;
+    std::string room(kPiece, '\0');
+    for (std::uint64_t at = 0;;) {
+        const auto count = stop.isRequested() ? std::nullopt : readAt(at, room);
+        if (!count)
+            return std::nullopt;
+        if (*count == 0)
+            return digest.hexadecimal();
+        digest.update({room.data(), *count});
+        at += *count;
+    }
+}
+
+class SelfTest {
+public:
+    SelfTest(const SelfTestRequest& request, SelfTestObserver& observer, const StopRequest& stop)
+        : request_(request), observer_(observer), stop_(stop)
+    {
+    }
+
+    SelfTestSummary run()
+    {
+        const auto failure = failureOf([this] { test(); });
+        if (summary_.missing + summary_.damaged > 0 && request_.choice.stateFolder)
+            noteDeletedVersions(*request_.choice.stateFolder, damagedVersions_);
+        if (stop_.isRequested()) {
+            summary_.end = ReadEnd::interrupted;
+            summary_.sentence = "The self-test was interrupted.";
+        } else {
+            judge(failure ? failure : failure_);
+        }
+        return summary_;
+    }
+
+private:
+    struct Item {
+        ProofCandidate content;
+        ProofBook::Outcome outcome = ProofBook::Outcome::passed;
+    };
+
+    [[nodiscard]] std::int64_t now() const
+    {
+        if (request_.now)
+            return request_.now();
+        return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())
+            .time_since_epoch()
+            .count();
+    }
+
+    void test()
+    {
+        if (!request_.choice.stateFolder || !request_.choice.identity)
+            throw RecordFault(RecordFault::Kind::failed,
+                              "A self-test needs the state folder of the backups.");
+        const fs::path& state = *request_.choice.stateFolder;
+        std::string fault;
+        auto folder = TestFolder::take(profileFolder(state, request_.choice.identity->profile),
+                                       request_.folders, fault);
+        if (!folder)
+            throw RecordFault(RecordFault::Kind::failed, fault);
+        RunReader reader(request_.choice, request_.bytesPerSecond, request_.partBytes, stop_);
+        RecordChain chain = reader.openChain();
+        reader.requireNothingOlder(chain, false);
+        if (chain.newestFinished() == 0)
+            throw RecordFault(RecordFault::Kind::notFound,
+                              "No run has been finished yet, so there is nothing to test.");
+        const UploadOwner owner =
+            RunState::owner(request_.choice.account,
+                            parseChainName(chain.name()).value_or(*request_.choice.identity));
+        const fs::path file = proofFile(state, owner);
+        (void)platform::makePrivateFolder(file.parent_path()); // else opening it says so
+        ProofBook book = ProofBook::open(file, indexOwner(owner), now());
+        readNewRuns(book, chain, now(), stop_, [this](std::uint64_t run, const std::string& why) {
+            tell({.kind = Kind::damaged, .run = run, .sentence = why});
+        });
+        testSample(book, *folder, reader);
+        tellProof(book);
+    }
+
+    void testSample(ProofBook& book, TestFolder& folder, RunReader& reader)
+    {
+        const std::uint64_t room = folder.room();
+        const auto sample = book.sample(request_.share, std::min(request_.mostBytes, room));
+        if (sample.contents.empty() && room < request_.mostBytes) {
+            const auto wanted = book.sample(request_.share, request_.mostBytes);
+            if (!wanted.contents.empty())
+                throw RecordFault(RecordFault::Kind::failed,
+                                  noRoom(wanted.contents.front().size, room));
+        }
+        if (sample.isShortOfBytes && room < request_.mostBytes)
+            observer_.note(fmt::format("The self-test has room for {} bytes only, and tests less "
+                                       "than it was told to.",
+                                       room));
+        summary_.chosen = sample.contents.size();
+        std::vector<Item> left;
+        for (const ProofCandidate& content : sample.contents)
+            left.push_back({content});
+        while (!left.empty() && !stop_.isRequested() && !failure_) {
+            const std::uint64_t run = book.runToReadFor(left.front().content);
+            if (run == 0) { // only runs that cannot be read hold it
+                const Item& item = left.front();
+                untested(item.content.path, item.content.lastRun,
+                         item.content.path + ": no run that holds it can be read.");
+                book.settle(std::array{ProofBook::Settlement{item.content.key}}, now());
+                left.erase(left.begin());
+                continue;
+            }
+            std::vector<Item> group;
+            std::vector<Item> rest;
+            for (Item& item : left) {
+                const bool isInRun = item.content.firstRun <= run && run <= item.content.lastRun;
+                (isInRun ? group : rest).push_back(std::move(item));
+            }
+            left = std::move(rest);
+            if (!testGroup(book, folder, reader, run, group)) // again, from other runs
+                left.insert(left.end(), group.begin(), group.end());
+        }
+        std::ranges::sort(summary_.runs);
+    }
+
+    static std::string noRoom(std::uint64_t bytes, std::uint64_t room)
+    {
+        return fmt::format("There is no room to restore into: {} bytes are needed, and {} can be "
+                           "had.",
+                           bytes, room);
+    }
+
+    /// Restores contents from one run, and compares them.
+    /// @return false when the run turned out to be damaged
+    bool testGroup(ProofBook& book, TestFolder& folder, RunReader& reader, std::uint64_t run,
+                   std::vector<Item>& group)
+    {
+        std::uint64_t bytes = 0;
+        std::set<std::string> paths;
+        for (const Item& item : group) {
+            bytes += item.content.size;
+            paths.insert(item.content.path);
+        }
+        std::string fault;
+        const fs::path place = folder.make(bytes, fault);
+        if (place.empty())
+            throw RecordFault(RecordFault::Kind::failed, fault);
+        RestoreRequest request{.choice = request_.choice,
+                               .paths = {"/"},
+                               .target = place / "tree",
+                               .onlyPaths = std::move(paths),
+                               .jobs = request_.jobs,
+                               .bytesPerSecond = request_.bytesPerSecond,
+                               .partBytes = request_.partBytes};
+        request.choice.run = run;
+        request.choice.at.reset();
+        Restored restored;
+        const RestoreSummary sum = runRestore(request, restored, stop_);
+        if (stop_.isRequested())
+            return true;
+        if (sum.found == 0 && sum.end == ReadEnd::badContent) {
+            book.noteDamaged(run);
+            tell({.kind = Kind::damaged, .run = run, .sentence = sum.sentence});
+            return false;
+        }
+        if (sum.found == 0) {
+            failure_ = ReadFailure{sum.end, sum.sentence};
+            summary_.untested += group.size();
+            return true;
+        }
+        summary_.runs.push_back(run);
+        book.noteRead(run, now());
+        folder.loosen();
+        for (Item& item : group)
+            compareItem(item, run, place / "tree", restored, reader);
+        if (stop_.isRequested())
+            return true;
+        std::vector<ProofBook::Settlement> settlements;
+        for (const Item& item : group) {
+            // What the service could not be asked for is asked for first by the next one.
+            if (sum.end != ReadEnd::temporary)
+                settlements.push_back({item.content.key, item.outcome});
+        }
+        book.settle(settlements, now());
+        folder.clear();
+        return true;
+    }
+
+    void compareItem(Item& item, std::uint64_t run, const fs::path& tree, const Restored& restored,
+                     RunReader& reader)
+    {
+        if (stop_.isRequested())
+            return;
+        const std::string& path = item.content.path;
+        const auto stored = restored.found.find(path);
+        const auto done = restored.done.find(path);
+        if (stored == restored.found.end() || done == restored.done.end() ||
+            proofKey(path, *stored->second.content) != item.content.key)
+            return untested(path, run, path + " was not restored.");
+        if (done->second.state != RestoredState::restored) {
+            if (done->second.isBadContent)
+                return lose(item, run, stored->second, done->second, reader);
+            return untested(path, run,
+                            done->second.faults.empty() ? path + " was not restored."
+                                                        : done->second.faults.front());
+        }
+        const auto digest = restoredDigest(tree, path);
+        if (stop_.isRequested())
+            return;
+        if (!digest)
+            return untested(path, run, path + ": what was restored of it cannot be read.");
+        if (*digest != stored->second.content->digest) // it was right when it was put there
+            return untested(path, run, path + ": what was restored of it did not stay as it came.");
+        item.outcome = ProofBook::Outcome::proven;
+        ++summary_.tested;
+        summary_.bytes += stored->second.content->storedSize;
+        compareLive(stored->second, run);
+        observer_.progress(summary_.tested, summary_.chosen);
+    }
+
+    [[nodiscard]] std::optional<std::string> restoredDigest(const fs::path& tree,
+                                                            const std::string& path) const
+    {
+        int error = 0;
+        const auto root = platform::TargetFolder::open(tree, false, error);
+        const auto folder =
+            root ? root->below(std::string(parentOf(path)).erase(0, 1), error) : std::nullopt;
+        const auto file =
+            folder ? folder->openFile(std::string(nameOf(path)), error) : std::nullopt;
+        if (!file)
+            return std::nullopt;
+        return digestOf(
+            [&](std::uint64_t at, std::span<char> room) { return file->readAt(at, room); }, stop_);
+    }
+
+    /// The live file, where nothing shows that it changed since the run read it.
+    void compareLive(const StoredItem& stored, std::uint64_t run)
+    {
+        int error = 0;
+        const auto file =
+            platform::SourceFile::open(platform::SourceFile::kNoFolder, stored.item.path, error);
+        const auto before = file ? file->state() : std::nullopt;
+        if (!before)
+            return;
+        ItemRecord now = stored.item;
+        now.kind = ItemKind::file;
+        now.size = before->size;
+        now.modified = {before->modified.seconds, before->modified.nanoseconds};
+        now.changed = {before->changed.seconds, before->changed.nanoseconds};
+        now.inode = before->inode;
+        const ComparisonOptions options{.ignoresChangeTime = request_.ignoresCtime,
+                                        .ignoresInode = request_.ignoresInode};
+        if (compare(&stored, now, "", options).verdict == Verdict::read)
+            return;
+        const auto digest = digestOf(
+            [&](std::uint64_t at, std::span<char> room) { return file->readAt(at, room, error); },
+            stop_);
+        if (!digest || file->state() != before) // it cannot be read, or changes just now
+            return;
+        ++summary_.compared;
+        if (*digest == stored.content->digest)
+            return;
+        tell({.kind = Kind::differs,
+              .path = stored.item.path,
+              .run = run,
+              .sentence = stored.item.path +
+                          ": the file on this machine has other bytes than were stored, though "
+                          "nothing shows that it was changed. A backup with --trust-nothing reads "
+                          "it again; an earlier run may hold what it should be."});
+    }
+
+    /// What did not come back as it was stored: gone, or others' bytes?
+    void lose(Item& item, std::uint64_t run, const StoredItem& stored, const RestoredItem& report,
+              RunReader& reader)
+    {
+        item.outcome = ProofBook::Outcome::lost;
+        VersionFinder versions(request_.choice.account, reader.tries());
+        StoredVersion version{stored.item.path, stored.item.size, *stored.content};
+        version.content.version = versions.versionFor(version.path, version.content).version;
+        bool isMissing = version.content.version.empty();
+        if (!isMissing) {
+            std::optional<StepFailure> unknown;
+            const auto verdicts = askedAfter(request_.choice.account, std::span(&version, 1),
+                                             reader.tries(), unknown);
+            isMissing = verdicts && verdicts->front().kind == VersionVerdict::Kind::missing;
+        }
+        if (!isMissing)
+            damagedVersions_.push_back(version.content.version);
+        tell({.kind = isMissing ? Kind::missing : Kind::damaged,
+              .path = stored.item.path,
+              .run = run,
+              .sentence = report.faults.empty()
+                              ? stored.item.path + ": its content is not what was stored."
+                              : report.faults.front()});
+    }
+
+    void untested(const std::string& path, std::uint64_t run, const std::string& sentence)
+    {
+        tell({.kind = Kind::untested, .path = path, .run = run, .sentence = sentence});
+    }
+
+    void tell(SelfTestFinding finding)
+    {
+        switch (finding.kind) {
+        case Kind::missing:
+            ++summary_.missing;
+            break;
+        case Kind::damaged:
+            ++summary_.damaged;
+            break;
+        case Kind::differs:
+            ++summary_.differing;
+            break;
+        case Kind::untested:
+            ++summary_.untested;
+            break;
+        }
+        if (finding.sentence.ends_with('.'))
+            finding.sentence.pop_back();
+        finding.sentence += fmt::format(" (of run {}).", finding.run);
+        observer_.found(finding);
+    }
+
+    void tellProof(const ProofBook& book)
+    {
+        const auto totals = book.totals(now() - kProvenSeconds, request_.mostBytes);
+        summary_.proof = {.files = totals.files,
+                          .bytes = totals.bytes,
+                          .provenFiles = totals.provenFiles,
+                          .provenBytes = totals.provenBytes,
+                          .lostFiles = totals.lostFiles,
+                          .tooLargeFiles = totals.tooLargeFiles,
+                          .damagedRuns = totals.damagedRuns};
+    }
+
+    void judge(const std::optional<ReadFailure>& failure)
+    {
+        const SelfTestSummary& sum = summary_;
+        if (sum.missing + sum.damaged > 0) {
+            summary_.end = ReadEnd::badContent;
+            summary_.sentence =
+                fmt::format("The self-test found {} missing and {} damaged.",
+                            platform::countText(sum.missing, "file", "files"), sum.damaged);
+        } else if (failure) {
+            summary_.end = failure->end;
+            summary_.sentence = "The self-test could not be done: " + failure->sentence;
+        } else if (sum.differing > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence =
+                fmt::format("The self-test found {} on this machine to be other than stored.",
+                            platform::countText(sum.differing, "file", "files"));
+        } else if (sum.untested > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence = fmt::format("The self-test could not test {}.",
+                                            platform::countText(sum.untested, "file", "files"));
+        } else {
+            summary_.end = ReadEnd::done;
+        }
+    }
+
+    const SelfTestRequest& request_;
+    SelfTestObserver& observer_;
+    const StopRequest& stop_;
+    SelfTestSummary summary_;
+    std::optional<ReadFailure> failure_; ///< of a whole run that could not be read
+    std::vector<std::string> damagedVersions_;
+};
+
+} // namespace
+
+const char* nameOf(SelfTestFinding::Kind kind)
+{
+    switch (kind) {
+    case Kind::missing:
+        return "missing";
+    case Kind::damaged:
+        return "damaged";
+    case Kind::differs:
+        return "differs";
+    case Kind::untested:
+        break;
+    }
+    return "untested";
+}
+
+SelfTestSummary runSelfTest(const SelfTestRequest& request, SelfTestObserver& observer,
+                            const StopRequest& stop) noexcept
+{
+    return SelfTest(request, observer, stop).run();
+}
+
+} // namespace stowline::backup

@@ -1,0 +1,369 @@
+#include "stowline/backup/SelfTestRun.h"
+
+#include "stowline/backup/BackupRun.h"
+#include "stowline/backup/StoredTreeTest.h"
+#include "stowline/backup/proof/TestFolder.h"
+#include "tests/support/MountNamespace.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace stowline::backup {
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = SelfTestFinding::Kind;
+
+constexpr std::int64_t kStart = 1'700'000'000;
+constexpr std::int64_t kDay = 86400;
+
+struct Listener : SelfTestObserver {
+    void found(const SelfTestFinding& finding) override
+    {
+        findings.push_back(finding);
+        text += std::string(nameOf(finding.kind)) + " " +
+                fs::path(finding.path).filename().string() + " " + std::to_string(finding.run) +
+                "\n";
+    }
+    void progress(std::uint64_t, std::uint64_t) override
+    {
+        if (onProgress)
+            onProgress();
+    }
+    void note(const std::string& sentence) override { notes += sentence + "\n"; }
+
+    std::vector<SelfTestFinding> findings;
+    std::string text;
+    std::string notes;
+    std::function<void()> onProgress;
+};
+
+class SelfTestRun : public ::testing::Test {
+protected:
+    SelfTestRun()
+    {
+        EXPECT_TRUE(platform::makePrivateFolder(state()));
+        request.choice = stored.choice;
+        request.choice.stateFolder = state();
+        request.share = 1;
+        request.mostBytes = 1U << 30;
+        request.now = [this] { return now; };
+        request.folders = {folders.path()};
+    }
+
+    [[nodiscard]] fs::path state() const { return stored.work.path() / "state"; }
+
+    SelfTestSummary test()
+    {
+        listener = {};
+        return again();
+    }
+    SelfTestSummary again() { return runSelfTest(request, listener, stored.stop); }
+
+    [[nodiscard]] fs::path write(const std::string& name, const std::string& content) const
+    {
+        stored.machine.write("tree/" + name, content);
+        fs::path path = stored.folder() / name;
+        // So long ago that nothing could have been written since without showing it.
+        const timespec times[2] = {{-1000, 0}, {-1000, 0}};
+        EXPECT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+        return path;
+    }
+
+    /// Changes or takes away every stored file of some content on the service's disk.
+    void damage(const std::string& content, bool removes) const
+    {
+        int count = 0;
+        for (const auto& entry : fs::recursive_directory_iterator(stored.server.data())) {
+            if (!entry.is_regular_file() || platform::readFile(entry.path()) != content)
+                continue;
+            ++count;
+            if (removes)
+                fs::remove(entry.path());
+            else
+                std::ofstream(entry.path(), std::ios::in | std::ios::binary) << "X";
+        }
+        EXPECT_EQ(count, 1) << content;
+    }
+
+    [[nodiscard]] bool isNothingLeft() const { return fs::is_empty(folders.path()); }
+
+    Stored stored;
+    test::TemporaryFolder folders;
+    SelfTestRequest request;
+    Listener listener;
+    std::int64_t now = kStart;
+};
+
+TEST_F(SelfTestRun, RestoresWhatAnyRunHoldsAndProvesIt)
+{
+    (void)write("a", "first");
+    (void)write("deep/er/b", noise(300000));
+    ASSERT_EQ(stored.run(), 1U);
+    (void)write("a", "second");
+    ASSERT_EQ(stored.run(), 2U);
+    std::string modes;
+    listener.onProgress = [&] {
+        for (const auto& entry : fs::directory_iterator(folders.path())) {
+            struct stat status {};
+            EXPECT_EQ(stat(entry.path().c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 07777, 0700U);
+            modes += "seen ";
+        }
+    };
+    const auto sum = again();
+    EXPECT_EQ(sum.end, ReadEnd::done) << sum.sentence << listener.text;
+    EXPECT_EQ(sum.chosen, 3U) << "both contents of a, and that of b once";
+    EXPECT_EQ(sum.tested, 3U);
+    EXPECT_EQ(sum.bytes, 5U + 6U + 300000U);
+    EXPECT_EQ(sum.runs, (std::vector<std::uint64_t>{1, 2}));
+    EXPECT_EQ(sum.proof.files, 3U);
+    EXPECT_EQ(sum.proof.provenFiles, 3U);
+    EXPECT_EQ(sum.proof.provenBytes, sum.bytes);
+    EXPECT_EQ(modes, "seen seen seen ");
+    EXPECT_TRUE(isNothingLeft());
+    EXPECT_FALSE(fs::exists(state() / "versions-deleted"));
+
+    now += 31 * kDay;
+    request.share = 0.25;
+    const auto later = test();
+    EXPECT_EQ(later.end, ReadEnd::done) << later.sentence;
+    EXPECT_EQ(later.proof.files, 3U);
+    EXPECT_EQ(later.proof.provenFiles, later.tested) << "what was proven before is too old";
+    EXPECT_GE(later.tested, 1U);
+    EXPECT_LT(later.tested, 3U);
+}
+
+TEST_F(SelfTestRun, FindsWhatIsMissingAndWhatIsDamagedAndDoesNotProveIt)
+{
+    (void)write("good", "all is well");
+    (void)write("bad", "will be damaged");
+    (void)write("lost", "will be lost");
+    stored.run();
+    damage("will be damaged", false);
+    damage("will be lost", true);
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::badContent);
+    EXPECT_EQ(sum.sentence, "The self-test found 1 file missing and 1 damaged.");
+    EXPECT_EQ(sum.missing, 1U) << listener.text;
+    EXPECT_EQ(sum.damaged, 1U) << listener.text;
+    EXPECT_EQ(sum.tested, 1U);
+    EXPECT_EQ(sum.proof.provenFiles, 1U);
+    EXPECT_EQ(sum.proof.lostFiles, 2U);
+    for (const auto& finding : listener.findings) {
+        EXPECT_EQ(finding.run, 1U);
+        EXPECT_TRUE(finding.sentence.ends_with(" (of run 1).")) << finding.sentence;
+        EXPECT_NE(finding.sentence.find(finding.path), std::string::npos);
+    }
+    // The next backup asks after all, and sends the damaged one again.
+    const std::string version =
+        stored.index.find((stored.folder() / "bad").string())->content->version;
+    EXPECT_EQ(platform::readFile(state() / "versions-deleted"), version + "\n");
+    EXPECT_TRUE(isNothingLeft());
+    // Their turn comes again after all others, and they are no less lost.
+    now += kDay;
+    request.share = 0.1;
+    const auto later = test();
+    EXPECT_EQ(later.proof.lostFiles, 2U);
+    EXPECT_EQ(later.proof.provenFiles, 1U);
+}
+
+TEST_F(SelfTestRun, ComparesWithTheLiveFileWhereNothingShowsThatItChanged)
+{
+    const fs::path same = write("same", "the same");
+    const fs::path rotten = write("rotten", "as it was");
+    const fs::path changed = write("changed", "changed since");
+    stored.run();
+    stored.machine.write("tree/changed", "CHANGED since");
+    stored.machine.write("tree/rotten", "as it WAS");
+    const timespec times[2] = {{-1000, 0}, {-1000, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, rotten.c_str(), times, 0), 0);
+    request.ignoresCtime = true; // which no test can put back
+    const auto sum = test();
+    EXPECT_EQ(listener.text, "differs rotten 1\n");
+    EXPECT_EQ(sum.end, ReadEnd::someFailed);
+    EXPECT_EQ(sum.sentence, "The self-test found 1 file on this machine to be other than stored.");
+    EXPECT_EQ(sum.tested, 3U);
+    EXPECT_EQ(sum.compared, 2U);
+    EXPECT_EQ(sum.differing, 1U);
+    EXPECT_EQ(sum.proof.provenFiles, 3U) << "what is stored is right";
+    request.ignoresCtime = false;
+    EXPECT_EQ(test().compared, 0U) << "stamps of the status are not settled";
+}
+
+TEST_F(SelfTestRun, ReadsWhatCameBackWithModesThatForbidIt)
+{
+    const fs::path file = write("closed/secret", "secret");
+    ASSERT_EQ(chmod(file.c_str(), 0), 0);
+    ASSERT_EQ(chmod(file.parent_path().c_str(), 0500), 0);
+    stored.run();
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::done) << sum.sentence << listener.text;
+    EXPECT_EQ(sum.tested, 1U);
+    EXPECT_TRUE(isNothingLeft());
+    ASSERT_EQ(chmod(file.parent_path().c_str(), 0700), 0);
+}
+
+TEST_F(SelfTestRun, FindsARecordThatIsDamagedAndTestsTheRest)
+{
+    (void)write("a", "content");
+    stored.run();
+    ASSERT_EQ(test().end, ReadEnd::done);
+    now += kDay;
+    // The record is the only stored file that is packed.
+    int records = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(stored.server.data())) {
+        const auto bytes =
+            entry.is_regular_file() ? platform::readFile(entry.path()) : std::nullopt;
+        if (!bytes || !bytes->starts_with("\x1f\x8b"))
+            continue;
+        ++records;
+        std::fstream stream(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+        stream.seekp(30);
+        stream << "damage";
+    }
+    ASSERT_GE(records, 1);
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::badContent) << sum.sentence << listener.text;
+    EXPECT_EQ(sum.damaged, 1U) << listener.text;
+    EXPECT_EQ(sum.tested, 0U);
+    EXPECT_EQ(sum.proof.damagedRuns, 1U);
+    EXPECT_TRUE(isNothingLeft());
+}
+
+TEST_F(SelfTestRun, ProvesNothingWhenTheServiceDoesNotAnswer)
+{
+    (void)write("a", "content");
+    stored.run();
+    stored.server.process().signal(SIGKILL);
+    (void)stored.server.process().wait();
+    request.choice.budgetPerStep = std::chrono::milliseconds(100);
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::temporary) << sum.sentence;
+    EXPECT_TRUE(sum.sentence.starts_with("The self-test could not be done: ")) << sum.sentence;
+    EXPECT_EQ(sum.tested, 0U);
+    EXPECT_EQ(sum.proof.provenFiles, 0U);
+    EXPECT_TRUE(isNothingLeft());
+}
+
+TEST_F(SelfTestRun, EndsAtOnceWhenItIsStopped)
+{
+    (void)write("a", "content");
+    stored.run();
+    listener.onProgress = [this] { stored.stop.request(); };
+    const auto sum = again();
+    EXPECT_EQ(sum.end, ReadEnd::interrupted);
+    EXPECT_TRUE(isNothingLeft());
+    EXPECT_EQ(test().end, ReadEnd::interrupted) << "before it began";
+}
+
+TEST_F(SelfTestRun, IsNoSuccessWhereNoRunIsFinished)
+{
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::notFound);
+    EXPECT_FALSE(sum.sentence.empty());
+}
+
+TEST_F(SelfTestRun, NeverTakesMoreBytesThanItsBound)
+{
+    (void)write("small", "12345");
+    (void)write("large", noise(5000));
+    stored.run();
+    request.mostBytes = 100;
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::done) << sum.sentence;
+    EXPECT_EQ(sum.bytes, 5U);
+    EXPECT_EQ(sum.proof.provenFiles, 1U);
+    EXPECT_EQ(sum.proof.tooLargeFiles, 1U);
+}
+
+TEST_F(SelfTestRun, RunsOnceAtATime)
+{
+    (void)write("a", "content");
+    stored.run();
+    std::string fault;
+    const auto other = TestFolder::take(state(), {}, fault);
+    ASSERT_TRUE(other) << fault;
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::failed);
+    EXPECT_EQ(sum.sentence, "The self-test could not be done: Another self-test of this profile "
+                            "is running.");
+}
+
+TEST(TestFolder, ThatAKillLeftIsTakenOutByTheNext)
+{
+    const test::TemporaryFolder state;
+    const pid_t child = fork();
+    if (child == 0) {
+        std::string fault;
+        auto folder = TestFolder::take(state.path(), {}, fault);
+        const fs::path made = folder ? folder->make(1, fault) : fs::path();
+        const bool isMade = !made.empty() && fs::create_directory(made / "closed") &&
+                            chmod((made / "closed").c_str(), 0) == 0;
+        _exit(isMade ? 0 : 1); // as a kill: nothing is taken away
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0);
+    const auto left = [&state] {
+        return std::ranges::count_if(fs::directory_iterator(state.path()), fs::directory_iterator(),
+                                     [](const auto& entry) { return entry.is_directory(); });
+    };
+    EXPECT_EQ(left(), 1);
+    {
+        std::string fault;
+        auto other = TestFolder::take(state.path(), {}, fault);
+        EXPECT_EQ(left(), 0);
+        EXPECT_FALSE(other->make(1, fault).empty());
+        EXPECT_EQ(left(), 1);
+        TestFolder::sweep(state.path()); // not while somebody uses it
+        EXPECT_EQ(left(), 1);
+    }
+    EXPECT_EQ(left(), 0);
+}
+
+/// In a process of its own: mounts are seen by nobody else.
+void withoutRoom(const fs::path& small, const fs::path& large, const fs::path& state)
+{
+    if (const auto why = test::enterMountNamespace()) {
+        std::fprintf(stderr, "%s\n", why->c_str());
+        _exit(77);
+    }
+    const auto full = test::Mount::memory(small, "size=1m");
+    const auto roomy = test::Mount::memory(large, "size=80m");
+    std::string fault;
+    auto folder = TestFolder::take(state, {small}, fault);
+    const bool isRefused = folder && folder->room() == 0 && folder->make(1, fault).empty() &&
+                           fault.starts_with("There is no room to restore into: 1 bytes");
+    folder.reset();
+    auto other = TestFolder::take(state, {small, large}, fault);
+    const bool isElsewhere = other && other->room() == 16U << 20 &&
+                             other->make(1 << 20, fault).parent_path() == large &&
+                             other->make(17U << 20, fault).empty();
+    _exit(isRefused && isElsewhere ? 0 : 1);
+}
+
+TEST(TestFolder, IsMadeWhereThereIsRoom)
+{
+    const test::TemporaryFolder small;
+    const test::TemporaryFolder large;
+    const test::TemporaryFolder state;
+    const pid_t child = fork();
+    if (child == 0)
+        withoutRoom(small.path(), large.path(), state.path());
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 77)
+        GTEST_SKIP() << "no mount namespace can be had here";
+    EXPECT_EQ(status, 0);
+}
+
+} // namespace
+} // namespace stowline::backup

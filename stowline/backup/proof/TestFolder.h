@@ -1,0 +1,51 @@
+// The folder that a self-test restores into, and takes away again.
+#pragma once
+
+#include "stowline/platform/files/LockFile.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace stowline::backup {
+
+/// One at a time for a profile, over all processes. Its folder is private (mode 0700) and goes with
+/// the object; what a killed process leaves goes with the next take() or sweep().
+class TestFolder {
+public:
+    /// Keeps other self-tests of the profile away. Takes out what was left.
+    /// @param candidates where the folder may be made, the best first; empty: the profile's folder,
+    ///        then where the system has temporary files
+    /// @return absent: `fault` says why
+    [[nodiscard]] static std::optional<TestFolder>
+    take(const std::filesystem::path& profileFolder, std::vector<std::filesystem::path> candidates,
+         std::string& fault);
+    /// Takes out what was left, unless a self-test is under way.
+    static void sweep(const std::filesystem::path& profileFolder) noexcept;
+
+    TestFolder(TestFolder&&) noexcept = default;
+    TestFolder& operator=(TestFolder&&) = delete;
+    ~TestFolder();
+
+    /// Bytes that may be put into the candidate that has the most room; some are left free.
+    [[nodiscard]] std::uint64_t room() const;
+
+    /// Makes the folder, in the first candidate with room for so many bytes.
+    /// @return empty: `fault` says why
+    [[nodiscard]] std::filesystem::path make(std::uint64_t bytes, std::string& fault);
+    /// Lets this user look at all that was put there, whatever the modes are.
+    void loosen();
+    /// Removes it with all that is in it, whatever the modes are.
+    void clear() noexcept;
+
+private:
+    TestFolder(platform::LockFile lock, std::vector<std::filesystem::path> places);
+
+    platform::LockFile lock_;
+    std::vector<std::filesystem::path> places_; ///< where the folder would be
+    std::filesystem::path made_;
+};
+
+} // namespace stowline::backup
