@@ -72,7 +72,7 @@ install(FILES "${reference}/stowline.fish"
 # The pages; pictures and all, so that their links hold.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT development)
 # What the pages lead to lies beside them as in the tree (scripts/check_links.py).
-foreach(file tests/consumer/main.cpp tests/read_record.py tests/unseal_content.py resources/WebServicesSettings.plist)
+foreach(file tests/consumer/main.cpp tests/read_record.py tests/unseal_content.py tests/open_key_slots.py resources/WebServicesSettings.plist)
   get_filename_component(folder "${file}" DIRECTORY)
   install(FILES "${file}" DESTINATION "${CMAKE_INSTALL_DOCDIR}/${folder}" COMPONENT development)
 endforeach()

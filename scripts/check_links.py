@@ -10,7 +10,7 @@ import sys
 
 LINK = re.compile(r"\]\(([^)\s]+)\)")
 INSTALLED = ("README.md", "CHANGELOG.md", "CONTRIBUTING.md", "docs/", "samples/", "tests/consumer/main.cpp",
-             "tests/read_record.py", "tests/unseal_content.py",
+             "tests/read_record.py", "tests/unseal_content.py", "tests/open_key_slots.py",
              "resources/WebServicesSettings.plist")
 
 

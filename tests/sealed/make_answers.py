@@ -1,16 +1,18 @@
-"""Makes the known answers beside it, without Stowline's code: docs/formats/sealed-content.md.
+"""Makes the known answers beside it, without Stowline's code: docs/formats/sealed-content.md, key-slots.md.
 
-    make_answers.py        # writes master.key and, for each case, NAME.plain and NAME.sealed
+    make_answers.py        # writes master.key, slots and, for each case, NAME.plain and NAME.sealed
 
 The nonces are made of a counter here so that the same files come out each time. That is for known answers
 alone: whatever seals content that matters takes them from the system's random source.
 """
 import hashlib
+import json
 import pathlib
 import struct
 
 import zstandard
 from nacl.bindings import crypto_aead_xchacha20poly1305_ietf_encrypt as sealed_box
+from nacl.pwhash import argon2id
 
 FOLDER = pathlib.Path(__file__).resolve().parent
 EXPONENT = 12
@@ -66,3 +68,22 @@ CASES = {
 for name, chunks in CASES.items():
     (FOLDER / f"{name}.plain").write_bytes(b"".join(chunk for chunk, _ in chunks))
     (FOLDER / f"{name}.sealed").write_bytes(sealed(name, chunks))
+
+
+def slot(identifier, kind, label, secret):
+    salt = hashlib.sha256(identifier.encode()).digest()[:16]
+    nonce = hashlib.sha256(salt).digest()[:24]
+    associated = b"\0".join([b"stowline: slot of a master key", identifier.encode(), kind.encode(), KEY_NAME])
+    box = nonce + sealed_box(MASTER, associated, nonce, argon2id.kdf(32, secret, salt, opslimit=2, memlimit=1 << 20))
+    return {"slot": identifier, "kind": kind, "label": label, "operations": 2, "memory_kib": 1024,
+            "salt": salt.hex(), "box": box.hex()}
+
+
+KEY_NAME = keyed(MASTER, b"stowline: name of a master key", 16)[:8]
+lines = [{"keys": "stowline", "format": 1, "generation": 7, "key": KEY_NAME.hex()},
+         slot("00112233445566aa", "passphrase", "first", b"another passphrase"),
+         slot("00112233445566bb", "account", "", b"account key"),
+         slot("00112233445566cc", "passphrase", "Ann's", b"correct horse battery")]
+text = b"".join(json.dumps(line).encode() + b"\n" for line in lines)
+seal = keyed(keyed(MASTER, b"stowline: list of slots"), text)
+(FOLDER / "slots").write_bytes(text + json.dumps({"end": {"slots": 3, "seal": seal.hex()}}).encode() + b"\n")

@@ -30,6 +30,17 @@ void prepare()
         throw std::bad_alloc();
 }
 
+/// @param content room for what is in the box; zeros unless it is genuine
+bool openTo(unsigned char* content, std::string_view box, std::string_view associated,
+            const SecretBytes& key)
+{
+    prepare();
+    const unsigned char* const nonce = octets(box);
+    return ::crypto_aead_xchacha20poly1305_ietf_decrypt(
+               content, nullptr, nullptr, nonce + kSealingNonceSize, box.size() - kSealingNonceSize,
+               octets(associated), associated.size(), nonce, key.data()) == 0;
+}
+
 } // namespace
 
 void appendSealedBox(std::string& to, std::string_view content, std::string_view associated,
@@ -48,19 +59,21 @@ void appendSealedBox(std::string& to, std::string_view content, std::string_view
 bool openSealedBox(std::string& content, std::string_view box, std::string_view associated,
                    const SecretBytes& key)
 {
-    prepare();
     content.clear();
     if (box.size() < kSealingOverhead)
         return false;
     content.resize(box.size() - kSealingOverhead);
-    const unsigned char* const nonce = octets(box);
-    const bool isGenuine = ::crypto_aead_xchacha20poly1305_ietf_decrypt(
-                               octets(content), nullptr, nullptr, nonce + kSealingNonceSize,
-                               box.size() - kSealingNonceSize, octets(associated),
-                               associated.size(), nonce, key.data()) == 0;
+    const bool isGenuine = openTo(octets(content), box, associated, key);
     if (!isGenuine)
         content.clear();
     return isGenuine;
+}
+
+bool openSealedSecret(SecretBytes& secret, std::string_view box, std::string_view associated,
+                      const SecretBytes& key)
+{
+    return box.size() == secret.size() + kSealingOverhead &&
+           openTo(secret.data(), box, associated, key);
 }
 
 SecretBytes derivedKey(const SecretBytes& key, std::string_view message)

@@ -30,6 +30,11 @@ void appendSealedBox(std::string& to, std::string_view content, std::string_view
 [[nodiscard]] bool openSealedBox(std::string& content, std::string_view box,
                                  std::string_view associated, const SecretBytes& key);
 
+/// The same for a content that is a secret itself.
+/// @param secret of the content's size, which the box must have; zeros when false is returned
+[[nodiscard]] bool openSealedSecret(SecretBytes& secret, std::string_view box,
+                                    std::string_view associated, const SecretBytes& key);
+
 /// A keyed digest (BLAKE2b, RFC 7693) of 32 bytes. With a purpose of its own as message, a key for
 /// one use. Any thread.
 [[nodiscard]] SecretBytes derivedKey(const SecretBytes& key, std::string_view message);

@@ -1,0 +1,99 @@
+// The wrapped master key: one slot for each secret that opens it (docs/formats/key-slots.md).
+#pragma once
+
+#include "stowline/backup/content/KeyFault.h"
+#include "stowline/backup/content/MasterKey.h"
+#include "stowline/platform/desktop/SealedBox.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace stowline::backup {
+
+/// What opens a slot.
+enum class SecretKind {
+    account,    ///< the account's key, which the service holds: the service could read
+    passphrase, ///< the user's, which the service never sees
+    keyFile,    ///< the bytes of a file of the user's, which the service never sees
+};
+
+struct KeySlot {
+    std::string identifier; ///< 16 hexadecimal digits, at random
+    SecretKind kind = SecretKind::passphrase;
+    std::string label; ///< for people; in the clear
+    platform::PassphraseCost cost;
+    std::string salt; ///< platform::kPassphraseSaltSize bytes
+    std::string box;  ///< the master key, sealed with the secret's key
+
+    [[nodiscard]] bool operator==(const KeySlot&) const = default;
+};
+
+constexpr std::size_t kMostKeySlots = 64;
+constexpr std::size_t kLongestSlotLabel = 200;
+constexpr std::size_t kLongestSlotList = 65536;
+/// A list that asks for more is refused: it was not this program that made it.
+constexpr platform::PassphraseCost kLeastPassphraseCost{.operations = 1, .memoryKib = 8};
+constexpr platform::PassphraseCost kMostPassphraseCost{.operations = 16, .memoryKib = 1U << 20};
+
+/// The slots of one master key. A plain value; the secrets go in by reference and are not kept.
+/// Operations throw KeyFault, and std::bad_alloc without memory (opening and adding take the memory
+/// of the slot's cost, usually 256 MiB).
+class KeySlots {
+public:
+    /// Those of a fresh key: none yet.
+    explicit KeySlots(const MasterKey& key) : keyName_(key.name()) {}
+
+    /// Throws tooNew, or damaged for what is not of the form. Whether it was written by who had the
+    /// key is known only by open().
+    [[nodiscard]] static KeySlots parsed(std::string_view text);
+
+    /// To be stored; authenticated with the key. Each text that is made counts one generation up.
+    [[nodiscard]] std::string text(const MasterKey& key);
+
+    /// How often the list was written.
+    [[nodiscard]] std::uint64_t generation() const { return generation_; }
+    [[nodiscard]] const std::string& keyName() const { return keyName_; }
+    [[nodiscard]] const std::vector<KeySlot>& slots() const { return slots_; }
+
+    /// Wraps the key once more. @return the slot's identifier
+    /// @param secret not empty
+    /// @param label text, at most kLongestSlotLabel bytes
+    std::string add(const MasterKey& key, SecretKind kind, const platform::SecretBytes& secret,
+                    const std::string& label, const platform::PassphraseCost& cost = {});
+
+    /// Takes a slot out. Throws noSlot when there is none of that identifier, notPossible when it
+    /// is the last. Whoever has an older list and the secret of the slot still has the key.
+    void remove(std::string_view identifier);
+
+    /// The key, by a secret of a kind; slots of other kinds are not tried. Throws noSlot,
+    /// wrongSecret, and damaged when the list was changed by somebody without the key.
+    [[nodiscard]] MasterKey open(SecretKind kind, const platform::SecretBytes& secret) const;
+
+    /// Of a list that was parsed: throws damaged when the key did not write it just so.
+    void check(const MasterKey& key) const;
+
+private:
+    KeySlots() = default;
+
+    [[nodiscard]] std::string lines() const;
+    void requireOwn(const MasterKey& key) const;
+
+    std::string keyName_; ///< kKeyNameSize bytes
+    std::uint64_t generation_ = 0;
+    std::vector<KeySlot> slots_;
+    std::string parsedLines_; ///< as they were read, without the last
+    std::string seal_;        ///< over them
+};
+
+/// The word for a kind of secret in the list: "account", "passphrase", "key-file".
+[[nodiscard]] std::string_view wordOf(SecretKind kind);
+
+/// Why a passphrase is too weak to be taken: a sentence; absent: it may be taken, which does not
+/// make it a good one.
+[[nodiscard]] std::optional<std::string> weaknessOf(std::string_view passphrase);
+
+} // namespace stowline::backup
