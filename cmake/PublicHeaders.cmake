@@ -66,6 +66,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/service/Diagnosis.h
   stowline/service/FailureSentence.h
   stowline/service/FailureWatch.h
+  stowline/service/DeletedFiles.h
   stowline/service/FilePart.h
   stowline/service/ProviderSettings.h
   stowline/service/RemoteName.h

@@ -63,7 +63,8 @@ Finding checkSettingsFile()
                 fmt::format("{} has {}; \"stowline settings check\" lists them.", file->string(),
                             countText(faults.size(), "fault", "faults"))};
     return {"settings", true,
-            file->string() + (configuresRestoring(*bytes) ? "" : "; restoring is not configured")};
+            file->string() + (configuresRestoring(*bytes) ? "" : "; restoring is not configured") +
+                (configuresUndeleting(*bytes) ? "" : "; undeleting is not configured")};
 }
 
 Finding checkProxy(const std::string& server)

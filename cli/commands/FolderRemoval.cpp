@@ -1,5 +1,6 @@
 #include "cli/commands/FolderRemoval.h"
 
+#include "cli/shared/Grace.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
@@ -85,8 +86,10 @@ private:
         const auto page = WebServiceBroker::getAccountFilesAndFoldersForUserName(
             session_.username, session_.password, session_.server, options_.systemName, path_,
             "Name", true, 0, 1, &left, &error);
-        if (page && left == 0)
+        if (page && left == 0) {
+            noteGrace(session_);
             return output().finish(ExitStatus::done, {{"deleted", options_.path}});
+        }
         const std::string some = "Some of " + options_.path +
                                  " is left; what was deleted before "
                                  "stays deleted.";

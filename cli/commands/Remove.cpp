@@ -2,6 +2,7 @@
 #include "cli/commands/Commands.h"
 #include "cli/commands/FolderRemoval.h"
 #include "cli/shared/Confirmation.h"
+#include "cli/shared/Grace.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
@@ -53,8 +54,10 @@ ExitStatus removeVersions(const RemoveOptions& options)
             failure = watch.failure();
         }
     }
-    if (deleted > 0)
+    if (deleted > 0) {
         noteDeletion();
+        noteGrace(*session);
+    }
     if (deleted == 0)
         return callFailure(failure,
                            fmt::format("The service did not delete the versions of the lists {}.",

@@ -33,6 +33,8 @@ ExitStatus check(std::string file)
     output().note(file + " is in order.");
     if (!configuresRestoring(*bytes))
         output().note("Restoring is not configured.");
+    if (!configuresUndeleting(*bytes))
+        output().note("Undeleting is not configured.");
     return output().finish(ExitStatus::done);
 }
 

@@ -89,6 +89,7 @@ TEST(OperationsPage, NamesEveryOperationOfTheBroker)
                                        "formatUploadErrorFromResponseDictionary",
                                        "uploadErrorWith",
                                        "isRestoringConfigured",
+                                       "isUndeletingConfigured",
                                        "clientTimeString"};
     std::set<std::string> declared;
     const std::regex operation(R"(static [\w:<>\s]+?\s(\w+)\()");

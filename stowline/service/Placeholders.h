@@ -45,6 +45,7 @@ inline constexpr const char* sortField = "<<SORTFIELD>>";
 inline constexpr const char* sortDirection = "<<SORTDIRECTION>>";
 inline constexpr const char* startIndex = "<<STARTINDEX>>";
 inline constexpr const char* pageSize = "<<PAGESIZE>>";
+inline constexpr const char* since = "<<SINCE>>";
 inline constexpr const char* processGuid = "<<PROCESSGUID>>";
 
 // Getting back and deleting.

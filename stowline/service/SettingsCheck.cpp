@@ -14,6 +14,7 @@
 #include "stowline/service/WebRequestKeys.h"
 
 #include <algorithm>
+#include <array>
 #include <span>
 
 namespace stowline {
@@ -32,6 +33,7 @@ std::string quoted(std::string_view text)
 
 constexpr std::string_view kTicketMethod = "GetRestoreTicket";
 constexpr std::string_view kPartRequest = "DownloadFilePart";
+constexpr std::array<std::string_view, 2> kUndeleting{"GetDeletedFiles", "UndeleteFiles"};
 
 bool hasEntry(const Dictionary& root, std::string_view table, std::string_view name)
 {
@@ -100,6 +102,19 @@ private:
         if (const Dictionary* templates = table(root, "Templates"))
             checkTemplates(*templates);
         checkRestoring(root);
+        checkUndeleting(root);
+    }
+
+    /// The same of what was deleted.
+    void checkUndeleting(const Dictionary& root)
+    {
+        const auto [list, undelete] = kUndeleting;
+        const bool hasList = hasEntry(root, "WebServices", list);
+        if (hasList != hasEntry(root, "WebServices", undelete))
+            add("WebServices", "The web method " + quoted(hasList ? undelete : list) +
+                                   " is missing, without which " +
+                                   quoted(hasList ? list : undelete) +
+                                   " is not used; add its entry.");
     }
 
     /// One entry without the other says that something was forgotten.
@@ -394,6 +409,15 @@ private:
 std::vector<SettingsFault> checkSettings(std::string_view bytes)
 {
     return Checker().check(bytes);
+}
+
+bool configuresUndeleting(std::string_view bytes)
+{
+    const auto reading = platform::readPropertyList(bytes);
+    const Dictionary* root = reading.value ? reading.value->dictionary() : nullptr;
+    return root && std::ranges::all_of(kUndeleting, [root](std::string_view name) {
+               return hasEntry(*root, "WebServices", name);
+           });
 }
 
 bool configuresRestoring(std::string_view bytes)

@@ -25,5 +25,8 @@ struct SettingsFault {
 /// "DownloadFilePart". A file with neither is in order all the same. Reentrant.
 [[nodiscard]] bool configuresRestoring(std::string_view bytes);
 
+/// The same of getting back what was deleted: "GetDeletedFiles" and "UndeleteFiles".
+[[nodiscard]] bool configuresUndeleting(std::string_view bytes);
+
 } // namespace stowline
 #pragma GCC visibility pop

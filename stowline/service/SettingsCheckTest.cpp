@@ -76,6 +76,25 @@ TEST(SettingsCheck, RestoringMayBeMissingButNotHalf)
     EXPECT_FALSE(configuresRestoring("no property list"));
 }
 
+TEST(SettingsCheck, UndeletingMayBeMissingButNotHalf)
+{
+    EXPECT_TRUE(configuresUndeleting(shipped()));
+    for (const auto& [missing, other] : {std::pair("GetDeletedFiles", "UndeleteFiles"),
+                                         std::pair("UndeleteFiles", "GetDeletedFiles")}) {
+        std::string text = without(missing);
+        EXPECT_FALSE(configuresUndeleting(text));
+        EXPECT_NE(report(text).find("The web method \"" + std::string(missing) +
+                                    "\" is missing, without which \"" + other + "\""),
+                  std::string::npos)
+            << report(text);
+        const auto start = text.find("\t\t<key>" + std::string(other) + "</key>");
+        const std::string end = "\n\t\t</dict>\n";
+        text = text.substr(0, start) + text.substr(text.find(end, start) + end.size());
+        EXPECT_EQ(report(text), "");
+        EXPECT_FALSE(configuresUndeleting(text));
+    }
+}
+
 TEST(SettingsCheck, RestoringThatIsConfiguredIsLookedOver)
 {
     EXPECT_NE(

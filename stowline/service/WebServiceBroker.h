@@ -4,6 +4,7 @@
 #include "stowline/call/WebServiceCallResult.h"
 #include "stowline/platform/values/Error.h"
 #include "stowline/platform/values/Format.h"
+#include "stowline/service/DeletedFiles.h"
 #include "stowline/service/FilePart.h"
 #include "stowline/soap/TemplateExpansion.h"
 
@@ -27,6 +28,11 @@ inline constexpr int kFaultErrorCode = 200;
 inline constexpr std::string_view kRestoringNotConfiguredMessage =
     "Restoring is not configured: the settings have no \"GetRestoreTicket\" or no "
     "\"DownloadFilePart\". Please ask your provider for settings that do.";
+
+/// Said where what was deleted is asked for and the settings do not tell how.
+inline constexpr std::string_view kUndeletingNotConfiguredMessage =
+    "Undeleting is not configured: the settings have no \"GetDeletedFiles\" or no "
+    "\"UndeleteFiles\". Whether anything deleted can be had back, your provider knows.";
 
 /// What sort of failure an error tells of is its `kind`; programs decide by it, never by the
 /// sentence. Code 250 is of the kinds hostUnreachable, unsendableValue, invalidSettings, timeOut,
@@ -363,6 +369,35 @@ public:
     filePartForUsername(std::string_view username, std::string_view ticket,
                         std::string_view versionId, std::uint64_t offset, std::uint64_t length,
                         std::string_view backupServer, ErrorSlot error);
+
+    // ---- Getting back what was deleted (Undeletion.cpp) ----
+    //
+    // Additions of this project too. A service with days of grace keeps what was deleted for a
+    // while; nothing here shortens them. A path means a file, or a folder with all below it; it is
+    // one of the service's, as those of listings. An empty path means everything of the machine,
+    // the records of its runs too, and an empty machine all of the account. Moments are seconds
+    // since 1970 by the service's clock; absent: whenever it was deleted. The error is cleared
+    // first, and stored when nothing comes back: as the call's, or code 250 when undeleting is not
+    // configured, the service refuses or its answer cannot be read.
+
+    /// Whether the settings have what the two operations below need.
+    [[nodiscard]] static bool isUndeletingConfigured();
+
+    /// Asks for one page of what was deleted: web method "GetDeletedFiles". Safe to repeat.
+    /// @param pageSize 0: the figures alone
+    [[nodiscard]] static std::optional<DeletedFiles>
+    deletedFilesForUsername(std::string_view username, std::string_view password,
+                            std::string_view systemName, std::string_view path,
+                            std::optional<std::int64_t> since, std::int64_t startIndex,
+                            std::int64_t pageSize, std::string_view backupServer, ErrorSlot error);
+
+    /// Brings back what was deleted: web method "UndeleteFiles". Safe to repeat, and to be repeated
+    /// while anything remains and comes back.
+    [[nodiscard]] static std::optional<UndeletedFiles>
+    undeleteFilesForUsername(std::string_view username, std::string_view password,
+                             std::string_view systemName, std::string_view path,
+                             std::optional<std::int64_t> since, std::string_view backupServer,
+                             ErrorSlot error);
 
     // ---- Plain HTTP requests (WebRequests.cpp) ----
 

@@ -1,0 +1,156 @@
+// Getting back what was deleted, through the command.
+#include "tests/endtoend/BackedUp.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline {
+namespace {
+
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::jsonLines;
+using test::Words;
+
+Words removal(const std::string& path)
+{
+    return {"rm", path, "--system", "iMac", "--yes", "--poll", "0.05"};
+}
+
+Words undeletion(Words more = {})
+{
+    Words words{"undelete", "--system", "iMac", "--json"};
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+const Files kFiles{{"d/a", "1"}, {"d/e/b", "22"}, {"other", "333"}};
+
+TEST(Undelete, AfterEverythingWasRemovedRunsAndRestoreWorkAgain)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    account.write({{"d/a", "one"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto removed = account.run(removal("/"));
+    ASSERT_EQ(removed.status, 0) << removed.errors;
+    EXPECT_NE(removed.errors.find("For 7 days \"stowline undelete\" brings it back; its space is "
+                                  "given back after that."),
+              std::string::npos)
+        << removed.errors;
+    EXPECT_EQ(account.stored(), Files{});
+    EXPECT_EQ(account.run({"runs", "--machine", "iMac"}).status, 4);
+
+    const auto back = account.run(undeletion());
+    EXPECT_EQ(back.status, 0) << back.errors;
+    EXPECT_EQ(field(back, "undeleted"), 8); // four versions, two runs with a note each
+    EXPECT_EQ(field(back, "left"), 0);
+    EXPECT_EQ(account.stored(), (Files{{"d/a", "one"}, {"d/e/b", "22"}, {"other", "333"}}));
+    const auto runs = account.run({"runs", "--machine", "iMac", "--json"});
+    EXPECT_EQ(runs.status, 0) << runs.errors;
+    EXPECT_EQ(jsonLines(runs.output).size(), 3U);
+    for (const char* run : {"1", "2"}) {
+        const auto verified =
+            account.run({"verify", "--read", "--at", run, "--machine", "iMac", "--json"});
+        EXPECT_EQ(verified.status, 0) << verified.errors;
+        EXPECT_EQ(field(verified, "checked"), 3);
+    }
+    const auto next = account.backup();
+    EXPECT_EQ(next.status, 0) << next.errors;
+    EXPECT_EQ(field(next, "stored"), 0);
+    EXPECT_EQ(field(next, "run"), 3);
+}
+
+TEST(Undelete, TakesPathsAndAMomentAndShowsFirst)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    const std::string folder = account.folder.path().string();
+    ASSERT_EQ(account.run(removal(folder)).status, 0);
+
+    const auto shown = account.run(undeletion({"-n", folder + "/d"}));
+    EXPECT_EQ(shown.status, 0) << shown.errors;
+    EXPECT_EQ(field(shown, "would_undelete"), 2);
+    EXPECT_EQ(field(shown, "bytes"), 3);
+    EXPECT_EQ(jsonLines(shown.output).at(0).value("path", ""), folder + "/d/a");
+    EXPECT_EQ(jsonLines(shown.output).at(0).value("size", 0), 1);
+    EXPECT_NE(jsonLines(shown.output).at(0).value("kept_until", ""), "");
+    EXPECT_EQ(account.stored(), Files{});
+
+    EXPECT_EQ(account.run(undeletion({"--since", "2099-01-01"})).status, 4);
+    EXPECT_EQ(account.run(undeletion({"--since", "soon"})).status, 2);
+    EXPECT_EQ(account.run(undeletion({"--since", "7"})).status, 2);
+    EXPECT_EQ(account.run(undeletion({folder + "/nothing"})).status, 4);
+    EXPECT_EQ(account.stored(), Files{});
+    EXPECT_EQ(account.run(undeletion({folder + "/d/a", folder + "/other"})).status, 0);
+    EXPECT_EQ(account.stored(), (Files{{"d/a", "1"}, {"other", "333"}}));
+    EXPECT_EQ(account.run(undeletion({"--since", "2020-01-01"})).status, 0);
+    EXPECT_EQ(account.stored(), kFiles);
+}
+
+TEST(Undelete, AChainThatWasBegunAnewKeepsItsPlace)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    ASSERT_EQ(account.run(removal("/")).status, 0);
+    std::filesystem::remove_all(account.command.home().path() / ".local/state/stowline");
+    account.write({{"d/a", "new"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto back = account.run(undeletion());
+    EXPECT_EQ(back.status, 3) << back.errors;
+    EXPECT_EQ(field(back, "undeleted"), 3);
+    EXPECT_EQ(field(back, "left"), 2);
+    EXPECT_NE(back.errors.find("another chain of runs was begun"), std::string::npos)
+        << back.errors;
+    EXPECT_EQ(account.run({"verify", "--read", "--machine", "iMac"}).status, 0);
+    EXPECT_EQ(account.stored().at("d/a"), "new");
+}
+
+TEST(Undelete, AServiceThatKeepsNothingSaysSo)
+{
+    const BackedUp account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    const auto removed = account.run(removal(account.folder.path().string()));
+    EXPECT_NE(removed.errors.find("The service keeps nothing of what is deleted"),
+              std::string::npos)
+        << removed.errors;
+    const auto back = account.run(undeletion());
+    EXPECT_EQ(back.status, 4);
+    EXPECT_NE(back.errors.find("This service keeps nothing of what is deleted."), std::string::npos)
+        << back.errors;
+}
+
+TEST(Undelete, SettingsWithoutItAreSaidToBe)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
+    const auto edited = test::runProgram({{"/usr/bin/python3", "-c",
+                                           "import plistlib, sys\n"
+                                           "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                                           "assert tables['WebServices'].pop('GetDeletedFiles')\n"
+                                           "assert tables['WebServices'].pop('UndeleteFiles')\n"
+                                           "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
+                                           settings.string()}});
+    ASSERT_EQ(edited.status, 0) << edited.errors;
+    const auto back = account.run(undeletion());
+    EXPECT_EQ(back.status, 10);
+    EXPECT_NE(back.errors.find("Undeleting is not configured"), std::string::npos) << back.errors;
+    const auto removed = account.run(removal(account.folder.path().string()));
+    EXPECT_EQ(removed.status, 0);
+    EXPECT_EQ(removed.errors.find("undelete"), std::string::npos) << removed.errors;
+    const auto doctor = account.run({"doctor"});
+    EXPECT_NE(doctor.output.find("undeleting is not configured"), std::string::npos)
+        << doctor.output;
+    const auto check = account.run({"settings", "check"});
+    EXPECT_EQ(check.status, 0);
+    EXPECT_NE(check.errors.find("Undeleting is not configured"), std::string::npos) << check.errors;
+}
+
+} // namespace
+} // namespace stowline
