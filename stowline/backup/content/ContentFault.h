@@ -16,6 +16,7 @@ public:
         otherKey,  ///< sealed with another key
         otherFile, ///< sealed content, but not that which was asked for
         damaged,   ///< not what was sealed: changed, cut off, or with something added
+        changed,   ///< another content than that whose sealing is to go on
         tooLarge,  ///< more than one sealed content can hold
     };
 

@@ -6,18 +6,47 @@
 
 namespace stowline::backup {
 
-ContentSealer::ContentSealer(const MasterKey& key, const SealingPlan& plan, ContentSink sink)
-    : compression_(plan.compression), head_{.chunkExponent = plan.chunkExponent,
-                                            .keyName = key.name(),
-                                            .identifier =
-                                                platform::randomText(kContentIdentifierSize)},
-      contentKey_(key.contentKey(head_.identifier)), sealer_(head_, contentKey_),
+namespace {
+
+constexpr std::string_view kDigestPurpose = "stowline: digest of a chunk";
+constexpr std::size_t kInnerDigestSize = 32;
+
+} // namespace
+
+ContentSealer::ContentSealer(const MasterKey& key, SealedHead head, const SealingPlan& plan,
+                             ContentSink sink)
+    : compression_(plan.compression), isNoted_(plan.isNoted), head_(std::move(head)),
+      contentKey_(key.contentKey(head_.identifier)),
+      digestKey_(platform::derivedKey(contentKey_, kDigestPurpose)), sealer_(head_, contentKey_),
       sink_(std::move(sink))
 {
     const unsigned threads = std::clamp(plan.threads, 1U, kMostContentThreads);
     for (unsigned i = 0; i < threads; ++i)
-        lanes_.push_back({.packer = ChunkPacker(compression_), .payload = {}, .frame = {}});
+        lanes_.push_back(
+            {.packer = ChunkPacker(compression_), .payload = {}, .frame = {}, .sealed = {}});
+}
+
+ContentSealer::ContentSealer(const MasterKey& key, const SealingPlan& plan, ContentSink sink)
+    : ContentSealer(key,
+                    SealedHead{.chunkExponent = plan.chunkExponent,
+                               .keyName = key.name(),
+                               .identifier = platform::randomText(kContentIdentifierSize)},
+                    plan, std::move(sink))
+{
     sink_(head_.bytes());
+}
+
+ContentSealer::ContentSealer(const MasterKey& key, const UnfinishedContent& earlier,
+                             const SealingPlan& plan, ContentSink sink)
+    : ContentSealer(key, earlier.head, plan, std::move(sink))
+{
+    if (head_.keyName != key.name())
+        throw ContentFault(ContentFault::Kind::otherKey, "It is sealed with another key.");
+    isNoted_ = true;
+    sealed_ = earlier.chunks;
+    stored_ = sealed_.size();
+    for (const SealedChunk& chunk : sealed_)
+        appendNumber(lengths_, chunk.frameSize, 4);
 }
 
 void ContentSealer::write(std::string_view bytes)
@@ -49,26 +78,57 @@ void ContentSealer::sealWaiting(bool isEnd)
     for (std::size_t i = 0; i < count; ++i)
         lanes_[i].isTried = compression_.mode == Compression::Mode::level ||
                             (compression_.mode == Compression::Mode::automatic && hope_.next());
+    for (std::size_t i = 0; i < count; ++i)
+        lanes_[i].isLast = isEnd && i + 1 == count;
     sideBySide(static_cast<std::size_t>(count),
-               [&](std::size_t number) { sealChunk(lanes_[number], number, count, isEnd); });
+               [&](std::size_t number) { sealChunk(lanes_[number], number); });
     for (std::size_t i = 0; i < count; ++i)
         handOver(lanes_[i]);
     waiting_.clear();
 }
 
-void ContentSealer::sealChunk(Lane& lane, std::size_t number, std::size_t count, bool isEnd) const
+void ContentSealer::sealChunk(Lane& lane, std::size_t number) const
 {
     const std::size_t size = head_.chunkSize();
     const std::string_view chunk = std::string_view(waiting_).substr(number * size, size);
+    const std::uint64_t position = chunks_ + number;
+    if (isNoted_)
+        lane.sealed.digest = digestOf(chunk, position);
+    if (position < stored_)
+        return; // compared, not sealed again
     lane.form = lane.packer.pack(chunk, lane.payload, lane.isTried);
     lane.frame.clear();
-    const bool isLast = isEnd && number + 1 == count;
-    sealer_.append(lane.frame, isLast ? FrameMark::lastChunk : FrameMark::chunk, chunks_ + number,
+    sealer_.append(lane.frame, lane.isLast ? FrameMark::lastChunk : FrameMark::chunk, position,
                    lane.payload);
+    lane.sealed.frameSize = static_cast<std::uint32_t>(lane.frame.size());
+}
+
+std::array<char, kChunkDigestSize> ContentSealer::digestOf(std::string_view chunk,
+                                                           std::uint64_t position) const
+{
+    std::string placed;
+    appendNumber(placed, position, 8);
+    placed += platform::keyedBlake2b(digestKey_, chunk, kInnerDigestSize);
+    std::array<char, kChunkDigestSize> digest{};
+    std::ranges::copy(platform::keyedBlake2b(digestKey_, placed, digest.size()), digest.begin());
+    return digest;
+}
+
+/// Of a chunk that is stored already.
+void ContentSealer::compare(const Lane& lane) const
+{
+    if (lane.isLast || lane.sealed.digest != sealed_[static_cast<std::size_t>(chunks_)].digest)
+        throw ContentFault(ContentFault::Kind::changed,
+                           "It is another content than that which was begun to be stored.");
 }
 
 void ContentSealer::handOver(const Lane& lane)
 {
+    if (chunks_ < stored_) {
+        compare(lane);
+        ++chunks_;
+        return;
+    }
     if (lane.isTried && lane.form != ChunkForm::zeros) {
         ++tally_.tried;
         hope_.learn(lane.form == ChunkForm::packed);
@@ -77,6 +137,8 @@ void ContentSealer::handOver(const Lane& lane)
        : lane.form == ChunkForm::zeros ? tally_.zeros
                                        : tally_.plain);
     appendNumber(lengths_, lane.frame.size(), 4);
+    if (isNoted_ && !lane.isLast)
+        sealed_.push_back(lane.sealed);
     ++chunks_;
     sink_(lane.frame);
 }

@@ -5,6 +5,7 @@
 #include "stowline/backup/content/MasterKey.h"
 #include "stowline/backup/content/SealedForm.h"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -19,10 +20,14 @@ using ContentSink = std::function<void(std::string_view)>;
 /// Chunks that are worked on at the same time; more cost memory alone.
 constexpr unsigned kMostContentThreads = 16;
 
+/// Bytes of a chunk's keyed digest.
+constexpr std::size_t kChunkDigestSize = 16;
+
 struct SealingPlan {
     Compression compression;
     unsigned threads = 1; ///< 1 to kMostContentThreads; each takes about three chunks of memory
     unsigned chunkExponent = kUsualChunkExponent;
+    bool isNoted = false; ///< whether chunks() is kept: a digest more for each chunk
 };
 
 /// What became of the chunks of a content.
@@ -33,13 +38,35 @@ struct PackingTally {
     std::uint64_t tried = 0; ///< to be packed
 };
 
+/// A chunk that was sealed and that others follow, as it is noted so that the sealing can go on
+/// another time. The digest is keyed: without the master key it tells nothing of the chunk.
+struct SealedChunk {
+    std::uint32_t frameSize = 0; ///< bytes of its whole frame
+    std::array<char, kChunkDigestSize> digest{};
+
+    [[nodiscard]] bool operator==(const SealedChunk&) const = default;
+};
+
+/// A content whose sealing was cut off after a chunk: what is stored ends with that chunk's frame.
+struct UnfinishedContent {
+    SealedHead head;
+    std::vector<SealedChunk> chunks; ///< all that are stored, from the first
+};
+
 /// Seals one content under a fresh identifier and fresh nonces: the same bytes never look the same
-/// twice. Not for several threads at once. Every operation throws ContentFault (tooLarge),
+/// twice. Not for several threads at once. Every operation throws ContentFault (tooLarge, changed),
 /// std::bad_alloc without memory, and what the sink throws; after that it is good for nothing.
 class ContentSealer {
 public:
     /// @param key lives as long as this
     ContentSealer(const MasterKey& key, const SealingPlan& plan, ContentSink sink);
+    /// Goes on with a content that was cut off, with nonces as fresh as ever. It is written from
+    /// its first byte on, and nothing is handed over until the chunks that are stored have gone by;
+    /// where one of them is another than was stored, throws ContentFault (changed): then it is to
+    /// be sealed anew under another identifier. Of the plan the size of chunks is the earlier one.
+    /// Throws ContentFault (otherKey) when it was another key.
+    ContentSealer(const MasterKey& key, const UnfinishedContent& earlier, const SealingPlan& plan,
+                  ContentSink sink);
     ContentSealer(const ContentSealer&) = delete;
     ContentSealer& operator=(const ContentSealer&) = delete;
 
@@ -54,22 +81,35 @@ public:
 
     [[nodiscard]] const PackingTally& tally() const { return tally_; }
 
+    /// The chunks so far that others follow, with those of an earlier time: what is to be noted
+    /// once their frames are stored. None unless the plan says so; of what goes on, always.
+    [[nodiscard]] const std::vector<SealedChunk>& chunks() const { return sealed_; }
+
 private:
     struct Lane {
         ChunkPacker packer;
         std::string payload;
         std::string frame;
         ChunkForm form = ChunkForm::plain;
+        SealedChunk sealed;
         bool isTried = false;
+        bool isLast = false;
     };
 
+    ContentSealer(const MasterKey& key, SealedHead head, const SealingPlan& plan, ContentSink sink);
+
     void sealWaiting(bool isEnd);
-    void sealChunk(Lane& lane, std::size_t number, std::size_t count, bool isEnd) const;
+    void sealChunk(Lane& lane, std::size_t number) const;
+    [[nodiscard]] std::array<char, kChunkDigestSize> digestOf(std::string_view chunk,
+                                                              std::uint64_t position) const;
+    void compare(const Lane& lane) const;
     void handOver(const Lane& lane);
 
     const Compression compression_;
+    bool isNoted_;
     const SealedHead head_;
     const platform::SecretBytes contentKey_;
+    const platform::SecretBytes digestKey_;
     const FrameSealer sealer_;
     const ContentSink sink_;
     std::vector<Lane> lanes_;
@@ -78,6 +118,8 @@ private:
     std::string waiting_; ///< at most a chunk for each lane
     std::string lengths_; ///< of the frames so far, as the table has them
     std::uint64_t chunks_ = 0;
+    std::vector<SealedChunk> sealed_;
+    std::uint64_t stored_ = 0; ///< of them, from an earlier time
 };
 
 } // namespace stowline::backup
