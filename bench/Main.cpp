@@ -36,10 +36,11 @@ int main(int count, char** words)
         {"util", {measureUtilities, measureStore}},
         {"upload", {measureUploads}},
         {"tree", {measureTrees}},
-        {"restore", {measureRestores}}};
+        {"restore", {measureRestores}},
+        {"content", {measureContent}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree|restore\n");
+        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree|restore|content\n");
         return 2;
     }
     for (const auto& measure : subject->second)

@@ -41,6 +41,7 @@ void print(const std::vector<Row>& rows);
 // One function a subject; each prints its rows. They end the program with a sentence when something
 // they need is missing.
 void measureCalls();
+void measureContent();
 void measureLogging();
 void measureFileLogging();
 void measureParsing();
