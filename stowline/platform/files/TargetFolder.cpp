@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <fstream>
 #include <grp.h>
 #include <linux/capability.h>
 #include <linux/openat2.h>
@@ -79,8 +80,28 @@ std::optional<TargetStatus> statusOf(int descriptor)
     return fstat(descriptor, &found) == 0 ? statusFrom(found) : std::nullopt;
 }
 
+/// Through what a folder below another one may be opened.
+enum class Passage { anyMount, sameMount };
+
+/// The number by which the kernel knows the mount that something lies on.
+std::optional<std::string> mountNumber(int descriptor)
+{
+    std::ifstream lines("/proc/self/fdinfo/" + std::to_string(descriptor));
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with("mnt_id:"))
+            return line;
+    }
+    return std::nullopt;
+}
+
+bool isOnSameMount(int descriptor, int other)
+{
+    const auto number = mountNumber(descriptor);
+    return number && number == mountNumber(other);
+}
+
 /// One name after another, for kernels without openat2.
-FileDescriptor openStepByStep(int folder, std::string_view path, int& error)
+FileDescriptor openStepByStep(int folder, std::string_view path, Passage passage, int& error)
 {
     FileDescriptor at(::openat(folder, ".", kFolderFlags));
     while (at.isOpen() && !path.empty()) {
@@ -94,23 +115,29 @@ FileDescriptor openStepByStep(int folder, std::string_view path, int& error)
         at = FileDescriptor(::openat(at.number(), name.c_str(), kFolderFlags));
     }
     error = errno;
+    if (at.isOpen() && passage == Passage::sameMount && !isOnSameMount(at.number(), folder)) {
+        error = EXDEV;
+        return {};
+    }
     return at;
 }
 
-FileDescriptor openBelowAtOnce(int folder, std::string_view path, int& error)
+FileDescriptor openBelowAtOnce(int folder, std::string_view path, Passage passage, int& error)
 {
     if (path.empty())
-        return openStepByStep(folder, path, error);
+        return openStepByStep(folder, path, passage, error);
     open_how how{};
     how.flags = static_cast<std::uint64_t>(kFolderFlags);
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    if (passage == Passage::sameMount)
+        how.resolve |= RESOLVE_NO_XDEV;
     for (;;) {
         const long opened =
             syscall(SYS_openat2, folder, std::string(path).c_str(), &how, sizeof how);
         if (opened >= 0)
             return FileDescriptor(static_cast<int>(opened));
         if (errno == ENOSYS || errno == EPERM) // EPERM: a filter that does not know the call
-            return openStepByStep(folder, path, error);
+            return openStepByStep(folder, path, passage, error);
         if (errno != EAGAIN && errno != EINTR) {
             error = errno;
             return {};
@@ -119,7 +146,7 @@ FileDescriptor openBelowAtOnce(int folder, std::string_view path, int& error)
 }
 
 /// A path of any length: what the system takes at once, and again from there.
-FileDescriptor openBelow(int folder, std::string_view path, int& error)
+FileDescriptor openBelow(int folder, std::string_view path, Passage passage, int& error)
 {
     FileDescriptor at;
     while (path.size() >= PATH_MAX) {
@@ -128,12 +155,13 @@ FileDescriptor openBelow(int folder, std::string_view path, int& error)
             error = ENAMETOOLONG;
             return {};
         }
-        at = openBelowAtOnce(at.isOpen() ? at.number() : folder, path.substr(0, slash), error);
+        at = openBelowAtOnce(at.isOpen() ? at.number() : folder, path.substr(0, slash), passage,
+                             error);
         if (!at.isOpen())
             return {};
         path.remove_prefix(slash + 1);
     }
-    return openBelowAtOnce(at.isOpen() ? at.number() : folder, path, error);
+    return openBelowAtOnce(at.isOpen() ? at.number() : folder, path, passage, error);
 }
 
 bool isZero(std::string_view block)
@@ -242,8 +270,30 @@ std::optional<TargetFolder> TargetFolder::open(const std::filesystem::path& path
 
 std::optional<TargetFolder> TargetFolder::below(std::string_view path, int& error) const
 {
-    FileDescriptor folder = openBelow(folder_.number(), path, error);
+    FileDescriptor folder = openBelow(folder_.number(), path, Passage::anyMount, error);
     return folder.isOpen() ? std::optional(TargetFolder(std::move(folder))) : std::nullopt;
+}
+
+std::optional<TargetFolder> TargetFolder::belowOnSameMount(std::string_view path, int& error) const
+{
+    FileDescriptor folder = openBelow(folder_.number(), path, Passage::sameMount, error);
+    return folder.isOpen() ? std::optional(TargetFolder(std::move(folder))) : std::nullopt;
+}
+
+bool TargetFolder::isMountPoint(const std::string& name) const
+{
+    struct statx found {};
+    const int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC |
+                      (name.empty() ? AT_EMPTY_PATH : 0);
+    if (::statx(folder_.number(), name.c_str(), flags, 0, &found) == 0 &&
+        (found.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0)
+        return (found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+    struct stat there {};
+    struct stat above {};
+    return fstatat(folder_.number(), name.empty() ? "." : name.c_str(), &there,
+                   AT_SYMLINK_NOFOLLOW) == 0 &&
+           fstatat(folder_.number(), name.empty() ? ".." : ".", &above, 0) == 0 &&
+           there.st_dev != above.st_dev;
 }
 
 std::optional<TargetStatus> TargetFolder::find(const std::string& name, int& error) const

@@ -72,8 +72,16 @@ public:
     /// @param error ELOOP or ENOTDIR when a link or another item is in the way
     [[nodiscard]] std::optional<TargetFolder> below(std::string_view path, int& error) const;
 
+    /// The same, and through no mount either, be it of the same file system.
+    /// @param error EXDEV when something is mounted there or on the way
+    [[nodiscard]] std::optional<TargetFolder> belowOnSameMount(std::string_view path,
+                                                               int& error) const;
+
     /// Absent: see `error`; ENOENT: there is nothing.
     [[nodiscard]] std::optional<TargetStatus> find(const std::string& name, int& error) const;
+    /// Whether something is mounted under a name (or, with an empty one, at this folder), another
+    /// folder of the same file system too. Linux before 5.8 tells only of other file systems.
+    [[nodiscard]] bool isMountPoint(const std::string& name) const;
     /// Of the folder itself.
     [[nodiscard]] std::optional<TargetStatus> status() const;
     /// But "." and ".."; absent when the folder cannot be read.

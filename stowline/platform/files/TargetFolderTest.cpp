@@ -1,5 +1,7 @@
 #include "stowline/platform/files/TargetFolder.h"
 
+#include "tests/support/MountNamespace.h"
+#include "tests/support/SystemCallFilter.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
@@ -44,6 +47,38 @@ TEST_F(TargetFolderTest, OpensFoldersBelowAndNothingElse)
         EXPECT_FALSE(in.below(path, error)) << path;
     EXPECT_FALSE(in.below("way-out", error));
     EXPECT_TRUE(error == ELOOP || error == ENOTDIR) << error;
+}
+
+TEST_F(TargetFolderTest, OpensFoldersThroughNoMountWhenToldSo)
+{
+    if (const auto why = test::enterMountNamespace())
+        GTEST_SKIP() << *why;
+    fs::create_directories(folder.path() / "out");
+    folder.write("in/file", "x");
+    const auto disk = test::Mount::memory(folder.path() / "in/disk");
+    const auto again = test::Mount::again(folder.path() / "out", folder.path() / "in/again");
+    fs::create_directories(folder.path() / "in/disk/below");
+    const auto expectIt = [this] {
+        const TargetFolder in = target();
+        EXPECT_TRUE(in.belowOnSameMount("", error));
+        EXPECT_TRUE(in.belowOnSameMount("deep", error));
+        for (const char* path : {"disk", "disk/below", "again"}) {
+            EXPECT_TRUE(in.below(path, error)) << path;
+            EXPECT_FALSE(in.belowOnSameMount(path, error)) << path;
+            EXPECT_EQ(error, EXDEV) << path;
+        }
+        EXPECT_TRUE(in.isMountPoint("disk"));
+        EXPECT_TRUE(in.isMountPoint("again"));
+        EXPECT_TRUE(in.below("again", error).value().isMountPoint(""));
+        EXPECT_FALSE(in.isMountPoint("deep"));
+        EXPECT_FALSE(in.isMountPoint("file"));
+        EXPECT_FALSE(in.isMountPoint(""));
+    };
+    expectIt();
+    EXPECT_TRUE(test::holdsInAProcessOfItsOwn([&] {
+        EXPECT_EQ(test::loseSystemCalls({SYS_openat2}), std::nullopt); // as before Linux 5.6
+        expectIt();
+    }));
 }
 
 TEST_F(TargetFolderTest, StaysInItsFolderWhenThePathIsSwapped)

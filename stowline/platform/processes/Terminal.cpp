@@ -1,10 +1,13 @@
 #include "stowline/platform/processes/Terminal.h"
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/threads/StopRequest.h"
 
+#include <array>
 #include <cerrno>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -39,11 +42,26 @@ bool hideTyping(int terminal)
     return ::tcsetattr(terminal, TCSAFLUSH, &silent) == 0;
 }
 
+/// @return false when this thread is asked to stop
+bool awaitTyping(int terminal)
+{
+    const StopRequest* stop = StopRequest::ofThisThread();
+    std::array<pollfd, 2> awaited{
+        pollfd{terminal, POLLIN, 0},
+        pollfd{stop != nullptr ? stop->descriptor() : -1, POLLIN, 0}, // -1 is passed over
+    };
+    while (::poll(awaited.data(), awaited.size(), -1) < 0 && errno == EINTR) {
+    }
+    return stop == nullptr || !stop->isRequested();
+}
+
 std::optional<std::string> readLine(int terminal)
 {
     std::string line;
     char character = 0;
     for (;;) {
+        if (!awaitTyping(terminal))
+            return std::nullopt;
         const ssize_t count = ::read(terminal, &character, 1);
         if (count < 0 && errno == EINTR)
             continue;

@@ -18,7 +18,7 @@ namespace stowline::platform {
 [[nodiscard]] std::optional<std::string> readHiddenLine(std::string_view prompt);
 
 /// Asks on the process's terminal and reads a line, shown as it is typed.
-/// @return absent as above
+/// @return absent as above, and when this thread is asked to stop (StopScope)
 [[nodiscard]] std::optional<std::string> readLineFromTerminal(std::string_view prompt);
 
 enum class TerminalWait { no, forReturn };
