@@ -66,6 +66,15 @@ void RunIndex::put(const StoredItem& item)
     putLocked(item);
 }
 
+void RunIndex::putPassage(const StoredItem& folder)
+{
+    if (!changes_)
+        return;
+    const std::lock_guard lock(mutex_);
+    partFrom(folder.item.path, &folder);
+    index_.put(folder, run_);
+}
+
 void RunIndex::putStored(const StoredItem& item)
 {
     const std::lock_guard lock(mutex_);

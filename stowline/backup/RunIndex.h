@@ -34,6 +34,8 @@ public:
     /// Puts an item in the place of what was known of its path. What further names of it share with
     /// it stays theirs unless they were met in this run: the first of them carries it from then on.
     void put(const StoredItem& item);
+    /// The same of a folder that only leads to what is named below it: what is noted of it stays.
+    void putPassage(const StoredItem& folder);
     /// Of a file that was uploaded.
     void putStored(const StoredItem& item);
     /// Further names of it, or of what was below it, keep what they shared, as with put().

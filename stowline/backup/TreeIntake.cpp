@@ -69,7 +69,10 @@ void TreeIntake::takeNote(const FoundItem& found)
     if (isNamedFolder)
         index_.beginWalk(path, rules_);
     const PlaceNote* note = noteOf(path);
-    if (note != nullptr && note->kind != PlaceNote::Kind::missed && !isNamedFolder)
+    if (note == nullptr || isNamedFolder)
+        return;
+    // Of what is no folder, that it was missed goes only when it is stored.
+    if (note->kind != PlaceNote::Kind::missed || found.item.kind == ItemKind::folder)
         index_.dropNote(path);
 }
 
@@ -214,7 +217,8 @@ void TreeIntake::notePassage(FoundItem found)
         (void)readAttributes(found); // what cannot be read of it is no part of the backup
         StoredItem item;
         item.item = std::move(found.item);
-        index_.put(item);
+        item.isStale = known && known->isStale; // nobody has looked at what is in it
+        index_.putPassage(item);
     }
     if (found.leftOut) {
         metAnything_ = true;
