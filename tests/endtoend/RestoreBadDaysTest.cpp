@@ -1,8 +1,8 @@
 // Restoring when the target is full, may not be written or is an odd file system, when the ground
 // moves meanwhile, and for longer than a ticket or a password lives.
 #include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/OddFileSystem.h"
 #include "tests/support/MountNamespace.h"
-#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,9 @@ namespace {
 namespace fs = std::filesystem;
 using test::BackedUp;
 using test::field;
+using test::kNoOddFileSystem;
 using test::Mount;
+using test::OddFileSystem;
 using test::Words;
 
 test::ProgramResult restore(const BackedUp& account, const fs::path& target, Words more = {})
@@ -71,35 +73,6 @@ TEST(RestoreBadDays, ATargetThatMayNotBeWrittenIsTold)
     EXPECT_NE(result.errors.find("Read-only file system"), std::string::npos) << result.errors;
     EXPECT_EQ(field(result, "restored"), 0) << result.output;
 }
-
-/// A file system with a flaw, in this process's mount namespace.
-class OddFileSystem {
-public:
-    OddFileSystem(const fs::path& folder, const Words& flaws) : folder_(folder)
-    {
-        fs::create_directories(folder);
-        Words words{"/usr/bin/python3", test::sourceFile("tests/odd_file_system.py"),
-                    behind_.path(), folder};
-        words.insert(words.end(), flaws.begin(), flaws.end());
-        program_.emplace(test::ProgramRun{std::move(words)});
-        isMounted_ = program_->readLine() == "mounted";
-    }
-    ~OddFileSystem() { (void)umount2(folder_.c_str(), MNT_DETACH); }
-    OddFileSystem(const OddFileSystem&) = delete;
-    OddFileSystem& operator=(const OddFileSystem&) = delete;
-
-    [[nodiscard]] bool isMounted() const { return isMounted_; }
-    [[nodiscard]] fs::path behind() const { return behind_.path(); }
-
-private:
-    const fs::path folder_;
-    const test::TemporaryFolder behind_;
-    std::optional<test::BackgroundProgram> program_;
-    bool isMounted_ = false;
-};
-
-constexpr const char* kNoOddFileSystem =
-    "Needs /dev/fuse and the packages python3-fusepy, libfuse2.";
 
 TEST(RestoreBadDays, NamedPathsThatTheTargetDoesNotTellApartAreNoSuccess)
 {
