@@ -1,6 +1,9 @@
 // stowline restore
 #include "cli/commands/Commands.h"
+#include "cli/shared/Confirmation.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
+#include "cli/shared/Logging.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunOptions.h"
@@ -18,6 +21,8 @@ namespace stowline::cli {
 
 namespace {
 
+using backup::RestoredState;
+
 struct Options {
     RunOptions run;
     std::vector<std::string> paths;
@@ -27,7 +32,8 @@ struct Options {
     std::vector<std::string> exclude;
     std::string overwrite = "if-changed";
     bool devices = false;
-    bool isDryRun = false;
+    bool deletesOthers = false;
+    Confirmation confirmation; ///< that something is deleted
     std::size_t jobs = 4;
     std::uint64_t bytesPerSecond = 0;
 };
@@ -44,21 +50,34 @@ backup::Overwrite overwriteOf(const std::string& word)
 /// Says what happens to each item, and shows how far it is.
 class Observer : public backup::RestoreObserver {
 public:
+    /// @param place where what is deleted stands, for people
+    Observer(const Confirmation& confirmation, std::string place)
+        : confirmation_(confirmation), place_(std::move(place))
+    {
+    }
+
+    bool mayDelete(std::uint64_t items) override
+    {
+        progress_.clear();
+        const StopScope scope(Interruptible::stopRequest());
+        return confirmation_.isGranted(
+            fmt::format("All is put back. Delete {} {} that {} not in the run?",
+                        countText(items, "item", "items"), place_, items == 1 ? "was" : "were"));
+    }
+
     void itemDone(const backup::RestoredItem& item) override
     {
         progress_.clear();
         for (const std::string& fault : item.faults)
             output().complain(fault);
-        const bool isShown = output().isJson() ? item.state != backup::RestoredState::unchanged
-                                               : item.state == backup::RestoredState::wouldRestore;
-        if (!isShown)
+        if (!isShown(item.state))
             return;
         std::string message;
         for (const std::string& fault : item.faults)
             message += (message.empty() ? "" : " ") + fault;
         for (const backup::Loss& loss : item.losses)
             message += (message.empty() ? "" : " ") + loss.sentence;
-        output().item("would restore " + onOneLine(item.path), "item",
+        output().item(wordsFor(item.state) + onOneLine(item.path), "item",
                       {{"path", item.path},
                        {"state", std::string(backup::nameOf(item.state))},
                        {"bytes", item.bytes},
@@ -77,11 +96,42 @@ public:
     void clear() { progress_.clear(); }
 
 private:
+    [[nodiscard]] static bool isShown(RestoredState state)
+    {
+        if (output().isJson())
+            return state != RestoredState::unchanged;
+        const bool isOfDeletion =
+            state == RestoredState::deleted || state == RestoredState::wouldDelete;
+        return state == RestoredState::wouldRestore || (isOfDeletion && namesItems());
+    }
+
+    [[nodiscard]] static std::string wordsFor(RestoredState state)
+    {
+        return state == RestoredState::deleted       ? "deleted "
+               : state == RestoredState::wouldDelete ? "would delete "
+                                                     : "would restore ";
+    }
+
+    const Confirmation& confirmation_;
+    const std::string place_;
     ProgressDisplay progress_;
 };
 
-ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
+void tellDeletions(const backup::RestoreSummary& sum, bool isDryRun)
 {
+    const std::uint64_t count = isDryRun ? sum.wouldDelete : sum.deleted;
+    const char* const word = isDryRun ? "would be" : count == 1 ? "was" : "were";
+    if (count > 0)
+        output().note(fmt::format("{} that {} not in the run {} deleted.",
+                                  countText(count, "item", "items"), count == 1 ? "was" : "were",
+                                  word));
+    else if (sum.end == backup::ReadEnd::done)
+        output().note("There was nothing to delete.");
+}
+
+ExitStatus finish(const backup::RestoreSummary& sum, const Options& options)
+{
+    const bool isDryRun = options.confirmation.isDryRun();
     const ExitStatus status = statusOf(sum.end);
     noteOrigin(sum.origin);
     if (sum.run == 0) // not even the run was read
@@ -98,6 +148,8 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
                               isDryRun ? "would be restored" : "restored", sum.unchanged,
                               sum.skipped, sum.failed, bytesText(static_cast<double>(sum.bytes)),
                               durationText(std::chrono::duration<double>(sum.seconds))));
+    if (options.deletesOthers)
+        tellDeletions(sum, isDryRun);
     Fields fields{{"run", sum.run},
                   {"found", sum.found},
                   {"restored", sum.restored},
@@ -106,13 +158,17 @@ ExitStatus finish(const backup::RestoreSummary& sum, bool isDryRun)
                   {"failed", sum.failed},
                   {"incomplete", sum.incomplete},
                   {"withheld", sum.withheld},
+                  {"deleted", sum.deleted},
+                  {"not_deleted", sum.notDeleted},
                   {"damaged", sum.badContent},
                   {"bytes", sum.bytes},
                   {"fetched_bytes", sum.fetchedBytes},
                   {"seconds", sum.seconds}};
     std::ranges::copy(originFields(sum.origin), std::back_inserter(fields));
-    if (isDryRun)
+    if (isDryRun) {
         fields.emplace_back("would_restore", sum.wouldRestore);
+        fields.emplace_back("would_delete", sum.wouldDelete);
+    }
     if (!output().isJson())
         return output().finish(status);
     if (!sum.sentence.empty())
@@ -128,6 +184,12 @@ ExitStatus restore(const Options& options)
     if (const auto fault =
             backup::faultIn({.include = options.include, .exclude = options.exclude}))
         return output().fail(ExitStatus::usage, *fault);
+    const std::string place = options.inPlace ? "from where it was" : "from " + options.target;
+    if (options.deletesOthers) {
+        if (const auto nobody =
+                options.confirmation.wantOfAnybody("what the run did not hold " + place))
+            return *nobody;
+    }
     const auto choice = options.run.open();
     if (!choice)
         return choice.status();
@@ -138,7 +200,8 @@ ExitStatus restore(const Options& options)
                                    .exclude = options.exclude,
                                    .overwrite = overwriteOf(options.overwrite),
                                    .restoresDevices = options.devices,
-                                   .isDryRun = options.isDryRun,
+                                   .deletesOthers = options.deletesOthers,
+                                   .isDryRun = options.confirmation.isDryRun(),
                                    .jobs = options.jobs,
                                    .bytesPerSecond = options.bytesPerSecond};
     for (const std::string& path : options.paths)
@@ -156,10 +219,10 @@ ExitStatus restore(const Options& options)
         }
     }
     const Interruptible interruptible;
-    Observer observer;
+    Observer observer(options.confirmation, place);
     const auto summary = backup::runRestore(request, observer, Interruptible::stopRequest());
     observer.clear();
-    return finish(summary, options.isDryRun);
+    return finish(summary, options);
 }
 
 } // namespace
@@ -191,7 +254,12 @@ void declareRestore(const Command& app)
     command
         .addOption("--bwlimit", options->bytesPerSecond, "Bytes a second to fetch at most, as 500k")
         .asSize();
-    command.addFlag("-n,--dry-run", options->isDryRun, "Say what would be done");
+    command
+        .addFlag("--delete", options->deletesOthers,
+                 "Delete what stands in the folders that are put back and was not in the run, "
+                 "but not what its rules left out; asks first")
+        .notInFile();
+    options->confirmation.declare(command);
     options->run.declare(command, "--machine");
     command.runs([options] { return restore(*options); });
 }

@@ -11,6 +11,22 @@ void Confirmation::declare(const Command& command)
     command.addFlag("-n,--dry-run", isDryRun_, "Say what would be done");
 }
 
+std::optional<ExitStatus> Confirmation::wantOfAnybody(const std::string& what) const
+{
+    if (isDryRun_ || isGiven_ || platform::standardErrorIsTerminal())
+        return std::nullopt;
+    return output().fail(ExitStatus::usage, "There is nobody to ask whether to delete " + what +
+                                                ". Please give --yes.");
+}
+
+bool Confirmation::isGranted(const std::string& question) const
+{
+    if (isGiven_)
+        return true;
+    const auto answer = platform::readLineFromTerminal(onOneLine(question) + " [y/N] ");
+    return answer && (*answer == "y" || *answer == "Y" || *answer == "yes");
+}
+
 std::optional<ExitStatus> Confirmation::refusal(const std::string& what) const
 {
     if (isDryRun_) {

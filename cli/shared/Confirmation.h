@@ -14,6 +14,15 @@ class Confirmation {
 public:
     void declare(const Command& command);
 
+    /// Of a command that asks only in the middle of its work: whether somebody will be there to be
+    /// asked, or nobody need be. @param what as below
+    /// @return absent when it is so; else the status of the output, which is ended
+    [[nodiscard]] std::optional<ExitStatus> wantOfAnybody(const std::string& what) const;
+    /// Asks on the terminal, unless --yes was given. Ends, as a no, when this thread is asked to
+    /// stop (StopScope).
+    [[nodiscard]] bool isGranted(const std::string& question) const;
+    [[nodiscard]] bool isDryRun() const { return isDryRun_; }
+
     /// Asks on the terminal, unless --yes was given. With --dry-run says what would be done.
     /// @param what "the upload of /a/b" as it stands after "Delete "
     /// @return absent when it may be done; else the status of the output, which is ended

@@ -3,6 +3,7 @@
 #include "stowline/backup/BackupRun.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/LossTally.h"
+#include "stowline/backup/restore/Pruning.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/TreePlacer.h"
 #include "stowline/platform/desktop/Sha256.h"
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <iterator>
 
 namespace stowline::backup {
 
@@ -59,6 +61,11 @@ private:
         const TreeRules rules = rulesOf(request_);
         idle_.emplace(rules);
         refuseOnePlaceForTwo(tree.items);
+        if (request_.deletesOthers) {
+            refuseOthersRun(reader.origin());
+            pruning_.emplace(request_, tree.head, tree.items, rules, owners_);
+            refuseToDelete(rules);
+        }
         for (const std::string& path : request_.paths) {
             if (!stop_.isRequested())
                 restoreBelow(Selection(path, rules, request_.onlyPaths), tree.items,
@@ -69,6 +76,9 @@ private:
                 summary_.notes.push_back(idleSentence(pattern));
         }
         idle_.reset();
+        if (pruning_ && !stop_.isRequested())
+            prune();
+        pruning_.reset();
         summary_.fetchedBytes = reader.source().receivedBytes();
     }
 
@@ -109,8 +119,7 @@ private:
                                      " is a link. What it leads to is stored as " + real +
                                      ", and only restored with that path.");
         int error = 0;
-        const std::string above(parentOf(selection.named()));
-        const auto folder = request_.target.value_or(above.empty() ? "/" : above);
+        const std::filesystem::path folder = folderFor(selection);
         const auto root = platform::TargetFolder::open(folder, !request_.isDryRun, error);
         if (!root && request_.isDryRun && error == ENOENT)
             return tellAll(selection, items);
@@ -133,6 +142,58 @@ private:
                               folder.string() + " cannot be written to the disk: " +
                                   platform::systemErrorText(refused) + ".");
         placed_.trees.push_back({selection, folder});
+        if (const auto status = root->status())
+            pruned_.push_back({selection, folder, *status});
+    }
+
+    /// The folder that the last name of a path goes into.
+    [[nodiscard]] std::filesystem::path folderFor(const Selection& selection) const
+    {
+        const std::string above(parentOf(selection.named()));
+        return request_.target.value_or(above.empty() ? "/" : above);
+    }
+
+    /// By a run that nobody named nothing is deleted where it was.
+    void refuseOthersRun(const RunOrigin& origin) const
+    {
+        const auto& identity = request_.choice.identity;
+        if (request_.target || !request_.choice.chain.empty() || !identity ||
+            origin.chain == chainName(*identity))
+            return;
+        throw RecordFault(RecordFault::Kind::failed,
+                          "Run " + std::to_string(origin.run) + " is one of " + origin.chain +
+                              ", not of this user on this machine. If things are to be deleted "
+                              "here that it did not hold, please name the chain (--chain).");
+    }
+
+    void refuseToDelete(const TreeRules& rules)
+    {
+        for (const std::string& path : request_.paths) {
+            const Selection selection(path, rules, request_.onlyPaths);
+            if (const auto why = pruning_->refusal(selection, folderFor(selection)))
+                throw RecordFault(RecordFault::Kind::failed, *why);
+        }
+    }
+
+    /// What the run did not hold goes, when all that it holds is in place: what would be deleted
+    /// may be all that is left of something.
+    void prune()
+    {
+        if (summary_.failed > 0) {
+            summary_.notes.emplace_back("Not everything could be put back, so nothing is deleted.");
+            return;
+        }
+        const auto tell = [this](const RestoredItem& item) { tellDeleted(item); };
+        pruning_->plan(std::move(pruned_), tell, stop_);
+        if (stop_.isRequested())
+            return;
+        std::ranges::move(pruning_->reasonsToStay(), std::back_inserter(summary_.notes));
+        if (request_.isDryRun)
+            pruning_->tellPlan(tell);
+        else if (pruning_->planned() > 0 && observer_.mayDelete(pruning_->planned()))
+            pruning_->carryOut(tell, stop_);
+        else
+            isDeletionDeclined_ = pruning_->planned() > 0 && !stop_.isRequested();
     }
 
     /// Two items are never put into one place, one over the other.
@@ -218,6 +279,15 @@ private:
         look();
     }
 
+    void tellDeleted(const RestoredItem& item)
+    {
+        const std::lock_guard lock(mutex_);
+        summary_.deleted += item.state == RestoredState::deleted ? 1 : 0;
+        summary_.wouldDelete += item.state == RestoredState::wouldDelete ? 1 : 0;
+        summary_.notDeleted += item.state == RestoredState::failed ? 1 : 0;
+        observer_.itemDone(item);
+    }
+
     void count(const RestoredItem& item)
     {
         switch (item.state) {
@@ -238,6 +308,9 @@ private:
         case RestoredState::wouldRestore:
             ++summary_.wouldRestore;
             break;
+        case RestoredState::deleted:
+        case RestoredState::wouldDelete:
+            break; // see tellDeleted()
         }
         const bool isInPlace =
             item.state == RestoredState::restored || item.state == RestoredState::unchanged;
@@ -282,6 +355,13 @@ private:
         } else if (sum.failed > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence = counted(sum.failed, "item is", "items are") + " not put back.";
+        } else if (isDeletionDeclined_) {
+            summary_.end = ReadEnd::failed;
+            summary_.sentence = "All is put back, but nothing was deleted.";
+        } else if (sum.notDeleted > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence = counted(sum.notDeleted, "item", "items") +
+                                " that the run did not hold cannot be deleted.";
         } else if (sum.incomplete > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence =
@@ -298,6 +378,9 @@ private:
     std::optional<VersionFinder> versions_;
     std::optional<IdlePatterns> idle_;
     PlacedTrees placed_;
+    std::optional<Pruning> pruning_; ///< absent: nothing is deleted
+    std::vector<Pruning::Tree> pruned_;
+    bool isDeletionDeclined_ = false;
     std::uint64_t missing_ = 0; ///< named paths that the run does not have
 
     std::mutex mutex_; ///< of what follows
@@ -383,9 +466,13 @@ const char* nameOf(RestoredState state)
     case RestoredState::failed:
         return "failed";
     case RestoredState::wouldRestore:
+        return "would-restore";
+    case RestoredState::deleted:
+        return "deleted";
+    case RestoredState::wouldDelete:
         break;
     }
-    return "would-restore";
+    return "would-delete";
 }
 
 RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,

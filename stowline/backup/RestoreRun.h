@@ -38,6 +38,11 @@ struct RestoreRequest {
     std::set<std::string> onlyPaths;  ///< when there are any, items of exactly these paths
     Overwrite overwrite = Overwrite::ifChanged;
     bool restoresDevices = false;
+    /// What stands in the folders that are put back and was not in the run is deleted, once all
+    /// that is named is in place and nothing has failed. Never what the run's rules left out or may
+    /// have left out, what it did not look at, what the patterns here leave out, and what is
+    /// mounted. A run that cannot tell is refused before anything is put back.
+    bool deletesOthers = false;
     bool isDryRun = false;
     std::size_t jobs = 4;             ///< files on their way at the same time
     std::uint64_t bytesPerSecond = 0; ///< 0: as fast as it goes
@@ -50,6 +55,8 @@ enum class RestoredState {
     skipped,      ///< left as it is, by the request's rules
     failed,       ///< not put back; what stood there stands
     wouldRestore, ///< in a dry run
+    deleted,      ///< it was not in the run (RestoreRequest::deletesOthers)
+    wouldDelete,  ///< the same in a dry run
 };
 
 /// The name of a state in output: "would-restore".
@@ -75,7 +82,7 @@ struct LossCount {
 
 /// What came of one item.
 struct RestoredItem {
-    std::string path; ///< as it is stored
+    std::string path; ///< as it is stored; of what is deleted, where it stood
     ItemKind kind = ItemKind::file;
     RestoredState state = RestoredState::failed;
     std::uint64_t bytes = 0;         ///< of a file's content
@@ -103,6 +110,9 @@ public:
     virtual void itemFound(const StoredItem& /*stored*/) {}
     virtual void itemDone(const RestoredItem& /*item*/) {}
     virtual void progress(const RestoreProgress& /*progress*/) {}
+    /// Asked once, when all is in place and something is to be deleted; may take its time, but ends
+    /// when the restore is asked to stop. @return whether it may be
+    virtual bool mayDelete(std::uint64_t /*items*/) { return true; }
 };
 
 /// What a restore came to. found == restored + unchanged + skipped + failed (+ wouldRestore),
@@ -118,8 +128,11 @@ struct RestoreSummary {
     std::uint64_t skipped = 0;
     std::uint64_t failed = 0;
     std::uint64_t wouldRestore = 0;
-    std::uint64_t badContent = 0; ///< of those failed
-    std::uint64_t incomplete = 0; ///< put back, but the target does not take all of their metadata
+    std::uint64_t deleted = 0;     ///< these are not among those found
+    std::uint64_t wouldDelete = 0; ///< in a dry run
+    std::uint64_t notDeleted = 0;  ///< that was not in the run, and could not be deleted
+    std::uint64_t badContent = 0;  ///< of those failed
+    std::uint64_t incomplete = 0;  ///< put back, but the target does not take all of their metadata
     std::uint64_t withheld = 0; ///< put back, but this user may not put back all of their metadata
     std::vector<LossCount> losses;
     std::vector<std::string> notes; ///< sentences that people should know, besides those of origin

@@ -8,6 +8,7 @@
 #include "stowline/platform/values/Value.h"
 #include "stowline/service/WebServicesSettings.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <sstream>
 #include <system_error>
@@ -55,10 +56,10 @@ void requireWritable(const fs::path& folder)
 platform::LockFile lockFor(const fs::path& folder, const std::string& profile)
 {
     int error = 0;
-    if (auto lock = platform::LockFile::take(folder / "backup.lock", error))
+    if (auto lock = platform::LockFile::take(folder / kLockFile, error))
         return std::move(*lock);
     if (error != 0)
-        throw RunFault(BackupEnd::stateFolder, "The lock " + (folder / "backup.lock").string() +
+        throw RunFault(BackupEnd::stateFolder, "The lock " + (folder / kLockFile).string() +
                                                    " cannot be made: " + reasonOf(error));
     throw RunFault(
         BackupEnd::locked,
@@ -120,6 +121,12 @@ std::vector<fs::path> profileFolders(const fs::path& stateFolder, int& error)
     if (error == ENOENT)
         error = 0; // no other profile was ever used
     return folders;
+}
+
+bool isProfileFolder(std::span<const std::string> names)
+{
+    return std::ranges::find(names, kLockFile) != names.end() &&
+           std::ranges::find(names, kSpoolFolder) != names.end();
 }
 
 RunState::RunState(fs::path folder, platform::LockFile lock)

@@ -8,9 +8,14 @@
 #include <filesystem>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 
 namespace stowline::backup {
+
+/// Names in a profile's folder.
+inline constexpr const char* kSpoolFolder = "spool";
+inline constexpr const char* kLockFile = "backup.lock";
 
 /// Where the journal of a profile's folder lies.
 [[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& profileFolder);
@@ -24,6 +29,9 @@ namespace stowline::backup {
 /// @param error the system's number when it is not known which there are; else 0
 [[nodiscard]] std::vector<std::filesystem::path>
 profileFolders(const std::filesystem::path& stateFolder, int& error);
+
+/// Whether names in a folder are those that a profile's folder has since its first run.
+[[nodiscard]] bool isProfileFolder(std::span<const std::string> names);
 
 /// Holds the folder of a profile as long as it exists. Operations throw RunFault and IndexFault.
 class RunState {
@@ -42,7 +50,7 @@ public:
 
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.
-    [[nodiscard]] std::filesystem::path spoolFolder() const { return folder_ / "spool"; }
+    [[nodiscard]] std::filesystem::path spoolFolder() const { return folder_ / kSpoolFolder; }
 
     /// Whose uploads these are: the account, at the service that the settings name.
     [[nodiscard]] static UploadOwner owner(const Account& account, const ChainIdentity& identity);

@@ -70,15 +70,18 @@ void Selection::forEach(const ItemIndex& items, IdlePatterns& idle,
     });
 }
 
-bool Selection::takes(std::string_view path) const
+bool Selection::leavesOut(std::string_view path, bool isFolder) const
 {
-    if (!isAtOrBelow(path, named_) || !isIncluded(path, false))
-        return false;
     for (std::string_view at = path; at != named_ && !at.empty(); at = parentOf(at)) {
-        if (isExcluded(at, at != path))
-            return false;
+        if (isExcluded(at, isFolder || at != path))
+            return true;
     }
-    return true;
+    return false;
+}
+
+bool Selection::takes(std::string_view path, bool isFolder) const
+{
+    return isAtOrBelow(path, named_) && isIncluded(path, isFolder) && !leavesOut(path, isFolder);
 }
 
 std::string Selection::placeOf(std::string_view path) const

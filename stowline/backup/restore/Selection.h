@@ -31,8 +31,11 @@ public:
     void forEach(const ItemIndex& items, IdlePatterns& idle,
                  const std::function<bool(const StoredItem&)>& take) const;
 
-    /// Whether an item that is no folder is taken, all folders above it considered.
-    [[nodiscard]] bool takes(std::string_view path) const;
+    /// Whether an item is taken, all folders above it considered.
+    [[nodiscard]] bool takes(std::string_view path, bool isFolder = false) const;
+
+    /// Whether a pattern leaves it out, or a folder above it, with all that is below.
+    [[nodiscard]] bool leavesOut(std::string_view path, bool isFolder) const;
 
     /// Where an item goes, relative to the folder that the named path's last name goes into: of
     /// "/a/b" the item "/a/b/c" goes to "b/c". Of "/" the root itself goes to "".
