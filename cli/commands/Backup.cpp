@@ -178,6 +178,7 @@ void declareBackup(const Command& app)
     declareRules(command, *options);
     declareTrust(command, options->request);
     options->flags.declare(command);
+    options->flags.selfTest.declare(command);
     options->session.declare(command);
     command.runs([options] { return backUpPaths(*options); });
 }

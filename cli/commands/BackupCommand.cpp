@@ -74,14 +74,19 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
     BackupReport report(request);
     backup::BackupSummary summary =
         backup::runBackup(request, report, Interruptible::stopRequest());
-    const std::string fault = flags.runAfter(summary);
+    const SelfTestOutcome selfTest = flags.selfTest.testAfter(request, summary);
+    report.setSelfTest(selfTest);
+    const std::string fault =
+        flags.runAfter(summary, selfTest.statusAfter(BackupReport::statusFor(summary)));
     if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
         auto figures =
             figuresOf(summary, session.username, flags.systemName, begun, report.failures());
         if (figures.sentence.empty())
             figures.sentence = fault;
+        selfTest.addTo(figures);
         keepLastRun(figures);
-        const bool isWhole = !request.resumesOnly && summary.failed == 0;
+        const bool isWhole =
+            !request.resumesOnly && summary.failed == 0 && !selfTest.hasFoundLoss();
         if (isWhole && summary.end == backup::BackupEnd::done)
             keepLastGoodRun(flags.profile, begun);
         // A stop is a stop: what could not be told now is kept, and told after the next run.
@@ -94,9 +99,9 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
 
 } // namespace
 
-std::string BackupFlags::runAfter(backup::BackupSummary& summary) const
+std::string BackupFlags::runAfter(backup::BackupSummary& summary, ExitStatus status) const
 {
-    std::string fault = isDryRun ? "" : hooks.after(BackupReport::statusFor(summary));
+    std::string fault = isDryRun ? "" : hooks.after(status);
     if (fault.empty())
         return fault;
     if (summary.end == backup::BackupEnd::done || summary.end == backup::BackupEnd::someFailed) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/commands/BackupHooks.h"
+#include "cli/commands/BackupSelfTest.h"
 #include "cli/shared/CommandLine.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/Session.h"
@@ -22,12 +23,14 @@ struct BackupFlags {
     std::vector<std::string> allowChanging;
     BackupHooks hooks;
     ReportFlags reports;
+    SelfTestFlag selfTest; ///< of "backup" alone
 
     void declare(const Command& command);
 
     /// Runs --after, and has the summary say when it failed.
+    /// @param status that it is told
     /// @return what is wrong with it; empty when nothing is
-    std::string runAfter(backup::BackupSummary& summary) const;
+    std::string runAfter(backup::BackupSummary& summary, ExitStatus status) const;
 
     /// A request with these, for an account that is signed in.
     [[nodiscard]] backup::BackupRequest request(const Session& session) const;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace stowline::cli {
 
@@ -269,8 +270,9 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
         clearProgress();
     }
     tellFailures(summary);
-    const ExitStatus status = statusOf(summary.end);
+    const ExitStatus status = selfTest_.statusAfter(statusOf(summary.end));
     Fields fields = fieldsOf(summary);
+    std::ranges::copy(selfTest_.fields(), std::back_inserter(fields));
     std::string sentence = summary.sentence;
     if (summary.end == BackupEnd::interrupted)
         sentence = fmt::format("Interrupted. {} stored; the same command goes on where this one "
@@ -278,13 +280,17 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
                                countText(summary.stored, "file was", "files were"));
     if (summary.end == BackupEnd::rolledBack)
         sentence += " --rebuild-index goes on with what the service has.";
+    if (const std::string more = selfTest_.complaint(); !more.empty())
+        sentence += (sentence.empty() ? "" : " ") + more;
     if (!sentence.empty()) {
         output().complain(sentence);
         fields.emplace_back("message", sentence);
     }
     const bool hasRun = summary.found > 0 || summary.end == BackupEnd::done;
     if (!output().isJson() && hasRun && summary.end != BackupEnd::nothingThere)
-        output().item(backupSentences(summary), "", {});
+        output().item(backupSentences(summary) +
+                          (selfTest_.wasBegun ? "\n" + selfTest_.sentences() : std::string()),
+                      "", {});
     return output().finish(status, output().isJson() ? fields : Fields());
 }
 

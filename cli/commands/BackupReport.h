@@ -1,6 +1,7 @@
 // A backup as people and programs see it: items, progress, the summary.
 #pragma once
 
+#include "cli/commands/BackupSelfTest.h"
 #include "cli/shared/ExitStatus.h"
 #include "stowline/backup/BackupRun.h"
 
@@ -8,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace stowline::cli {
@@ -27,6 +29,9 @@ public:
     /// What it would end with.
     [[nodiscard]] static ExitStatus statusFor(const backup::BackupSummary& summary);
 
+    /// What the self-test after the run came to.
+    void setSelfTest(SelfTestOutcome outcome) { selfTest_ = std::move(outcome); }
+
     [[nodiscard]] ExitStatus finish(const backup::BackupSummary& summary);
 
 private:
@@ -36,6 +41,7 @@ private:
     [[nodiscard]] std::string keepFailures() const;
 
     const backup::BackupRequest& request_;
+    SelfTestOutcome selfTest_;
     std::mutex mutex_;
     std::vector<std::string> failures_; ///< a sentence each
     std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();

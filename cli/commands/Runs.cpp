@@ -13,14 +13,32 @@ namespace stowline::cli {
 
 namespace {
 
+/// What self-tests know of a run; empty when they know nothing.
+std::string proofText(const backup::RunEntry& run)
+{
+    if (!run.proof)
+        return "";
+    const backup::RunProof& proof = *run.proof;
+    if (proof.isDamaged)
+        return "; its record is DAMAGED";
+    std::string text =
+        "; proven " + (proof.proven ? momentText(*proof.proven)
+                                    : fmt::format("{} of {}", proof.provenFiles,
+                                                  countText(proof.files, "file", "files")));
+    if (proof.lostFiles > 0)
+        text += fmt::format("; {} LOST", proof.lostFiles);
+    return text;
+}
+
 void show(const backup::RunEntry& run)
 {
+    const backup::RunProof proof = run.proof.value_or(backup::RunProof());
     const char* state = backup::nameOf(run.state);
     const std::string failed = run.failed == 0 ? "" : fmt::format("; {} failed", run.failed);
-    output().item(fmt::format("{:>8}  {}  {:10}  {:>12}  {:>10} new  {:>10} in all{}", run.run,
+    output().item(fmt::format("{:>8}  {}  {:10}  {:>12}  {:>10} new  {:>10} in all{}{}", run.run,
                               momentText(run.begun), state, countText(run.items, "item", "items"),
                               bytesText(static_cast<double>(run.newBytes)),
-                              bytesText(static_cast<double>(run.bytes)), failed),
+                              bytesText(static_cast<double>(run.bytes)), failed, proofText(run)),
                   "run",
                   {{"run", run.run},
                    {"time", momentField(run.begun)},
@@ -29,7 +47,12 @@ void show(const backup::RunEntry& run)
                    {"items", run.items},
                    {"failed", run.failed},
                    {"new_bytes", run.newBytes},
-                   {"bytes", run.bytes}});
+                   {"bytes", run.bytes},
+                   {"proven", proof.proven ? momentField(*proof.proven) : std::string()},
+                   {"proof_files", proof.files},
+                   {"proof_proven_files", proof.provenFiles},
+                   {"proof_lost_files", proof.lostFiles},
+                   {"record_damaged", proof.isDamaged}});
 }
 
 ExitStatus runs(const RunOptions& options)

@@ -1,12 +1,12 @@
 // stowline verify
 #include "cli/commands/Commands.h"
+#include "cli/shared/Amounts.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunOptions.h"
 #include "stowline/backup/VerifyRun.h"
-#include "stowline/platform/text/Numbers.h"
 
 #include <fmt/format.h>
 
@@ -24,18 +24,6 @@ struct Options {
     std::size_t jobs = 4;
     std::uint64_t bytesPerSecond = 0;
 };
-
-/// "5%" as 0.05. @return absent for every other text, and beyond 0 to 100
-std::optional<double> fractionOf(std::string_view text)
-{
-    constexpr double percent = 100;
-    if (!text.ends_with('%'))
-        return std::nullopt;
-    const auto number = platform::realNumber(text.substr(0, text.size() - 1));
-    if (!number || !(*number > 0 && *number <= percent))
-        return std::nullopt;
-    return *number / percent;
-}
 
 class Observer : public backup::VerifyObserver {
 public:
@@ -60,7 +48,7 @@ private:
 ExitStatus verify(const Options& options)
 {
     const auto fraction = options.sample.empty() ? std::optional(options.readsAll ? 1.0 : 0.0)
-                                                 : fractionOf(options.sample);
+                                                 : parseShare(options.sample);
     if (!fraction)
         return output().fail(ExitStatus::usage, "--sample takes a percentage such as 5%, not \"" +
                                                     options.sample + "\".");

@@ -201,6 +201,12 @@ Option Option::asSize() const
     return *this;
 }
 
+Option Option::accepts(std::string (*faultIn)(const std::string& value)) const
+{
+    option_->check(CLI::Validator([faultIn](std::string& value) { return faultIn(value); }, ""));
+    return *this;
+}
+
 Option Option::excludes(const Option& other) const
 {
     option_->excludes(other.option_);

@@ -43,6 +43,9 @@ public:
     /// "4m" is 4 times 1024 times 1024, and so on.
     Option asSize() const;
 
+    /// @param faultIn what is wrong with a value, a sentence without its full stop; empty: nothing
+    Option accepts(std::string (*faultIn)(const std::string& value)) const;
+
     /// Giving both is a usage error.
     Option excludes(const Option& other) const;
 

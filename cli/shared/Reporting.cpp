@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <sstream>
 
 namespace stowline::cli {
 
@@ -23,12 +24,27 @@ constexpr const char* kSummary = "summary";
 constexpr const char* kEmail = "email";
 constexpr const char* kEvent = "event";
 
+/// "?" in the place of each byte that is not of UTF-8: a path may be of any bytes, and a report
+/// that holds them cannot be sent.
+std::string asUtf8(std::string_view text)
+{
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t valid = platform::validUtf8PrefixLength(text);
+        result += text.substr(0, valid);
+        if (valid < text.size())
+            result += '?';
+        text.remove_prefix(std::min(valid + 1, text.size()));
+    }
+    return result;
+}
+
 /// Names come from users and machines; the template takes values as they are. A bar is written as
 /// an entity so that no name is taken for a marker.
 std::string escaped(std::string_view text)
 {
-    return platform::replacingOccurrences(platform::escapedForHtml(platform::withoutControls(text)),
-                                          "|", "&#124;");
+    return platform::replacingOccurrences(
+        platform::escapedForHtml(platform::withoutControls(asUtf8(text))), "|", "&#124;");
 }
 
 std::string appName()
@@ -43,8 +59,8 @@ std::int64_t signedCount(std::uint64_t count)
 
 constexpr std::string_view kOutcomePlace = "<!--||outcome||-->";
 
-/// What came of a run, in a few words; empty when all is well.
-std::string troubleText(const RunFigures& figures)
+/// What came of the backup itself, in a few words; empty when all is well.
+std::string backupTrouble(const RunFigures& figures)
 {
     if (!figures.sentence.empty())
         return "the backup failed";
@@ -56,15 +72,41 @@ std::string troubleText(const RunFigures& figures)
     return figures.processed() == 0 ? "nothing was backed up" : "";
 }
 
+/// The same of all that a report tells of.
+std::string troubleText(const RunFigures& figures)
+{
+    std::string text = backupTrouble(figures);
+    if (!figures.selfTestTrouble.empty())
+        text += (text.empty() ? "" : "; ") + figures.selfTestTrouble;
+    return text;
+}
+
+std::string listHtml(const std::vector<std::string>& sentences)
+{
+    std::string list;
+    for (const std::string& sentence : sentences)
+        list += "<li style=\"word-break:break-word;\">" + escaped(sentence) + "</li>";
+    return list.empty() ? list : "<ul style=\"margin:6px 0; padding-left:20px;\">" + list + "</ul>";
+}
+
+/// What the self-test came to, a line a sentence, and what it found.
+std::string selfTestHtml(const RunFigures& figures)
+{
+    if (figures.selfTest.empty())
+        return {};
+    std::string lines;
+    std::istringstream text(figures.selfTest);
+    for (std::string line; std::getline(text, line);)
+        lines += "<br>" + escaped(line);
+    return lines + listHtml(figures.selfTestFindings);
+}
+
 /// The first failures, and how many more there are.
 std::string failureList(const RunFigures& figures)
 {
-    std::string list;
-    for (const std::string& failure : figures.failures)
-        list += "<li style=\"word-break:break-word;\">" + escaped(failure) + "</li>";
+    std::string list = listHtml(figures.failures);
     if (list.empty())
         return {};
-    list = "<ul style=\"margin:6px 0; padding-left:20px;\">" + list + "</ul>";
     const std::uint64_t all = figures.failed + figures.changedWhileRead;
     if (all > figures.failures.size())
         list += fmt::format("… and {} more.", all - figures.failures.size());
@@ -82,9 +124,10 @@ std::string outcomeHtml(const RunFigures& figures)
     const std::string why = figures.sentence.empty() ? "" : "<br>" + escaped(figures.sentence);
     return fmt::format("<div class=\"{}\" style=\"font-family:Helvetica,Arial,sans-serif; "
                        "font-size:15px; line-height:22px; padding:8px 12px; border-left:4px solid "
-                       "{}; color:{};\"><strong>{}.</strong>{}{}</div>",
+                       "{}; color:{};\"><strong>{}.</strong>{}{}{}</div>",
                        isGood ? "good" : "bad", isGood ? "#17713f" : "#b3261e",
-                       isGood ? "#17713f" : "#b3261e", trouble, why, failureList(figures));
+                       isGood ? "#17713f" : "#b3261e", trouble, why, failureList(figures),
+                       selfTestHtml(figures));
 }
 
 /// Puts the outcome into its place in the report.
@@ -144,9 +187,10 @@ Sending sendEvent(const std::string& token, const std::string& event, const RunF
     const FailureWatch watch;
     const bool isDone = WebServiceBroker::centralMonitoringLogEvent(
         event, figures.username, token, figures.machine,
-        static_cast<std::int32_t>(std::min(figures.seconds, 2147483647.0)), figures.failed,
-        figures.failedBytes, figures.processed(), figures.processedBytes(), figures.notChanged,
-        figures.notChangedBytes, figures.backedUp, figures.backedUpBytes);
+        static_cast<std::int32_t>(std::min(figures.seconds, 2147483647.0)),
+        figures.failed + figures.selfTestLost, figures.failedBytes, figures.processed(),
+        figures.processedBytes(), figures.notChanged, figures.notChangedBytes, figures.backedUp,
+        figures.backedUpBytes);
     return {isDone, watch.failure()};
 }
 
@@ -204,7 +248,8 @@ Sending ReportFlags::send(const std::string& kind, const std::string& to, const 
         return sendSummary(session.username, session.password, figures);
     if (kind == kEmail)
         return sendReportEmail(to, from, figures);
-    const bool isWhole = figures.failed == 0 && figures.sentence.empty();
+    const bool isWhole =
+        figures.failed == 0 && figures.sentence.empty() && figures.selfTestTrouble.empty();
     const char* event = isWhole ? "BackupEnded" : "BackupEndedWithErrors";
     return token_.empty() ? Sending() : sendEvent(token_, event, figures);
 }

@@ -28,6 +28,14 @@ std::string textIn(const Value* value)
     return value && value->data() ? platform::textFromData(*value->data()) : std::string();
 }
 
+Array arrayOf(const std::vector<std::string>& texts)
+{
+    Array array;
+    for (const std::string& text : texts)
+        array.emplace_back(platform::dataFromText(text));
+    return array;
+}
+
 std::vector<std::string> textsIn(const Dictionary& fields, std::string_view key)
 {
     std::vector<std::string> texts;
@@ -49,11 +57,12 @@ std::string whyNotEnded(const backup::BackupSummary& result)
 
 Dictionary RunFigures::dictionary() const
 {
-    Array sentences;
-    for (const std::string& failure : failures)
-        sentences.emplace_back(platform::dataFromText(failure));
-    return {{"failures", std::move(sentences)},
+    return {{"failures", arrayOf(failures)},
             {"sentence", platform::dataFromText(sentence)},
+            {"selfTest", platform::dataFromText(selfTest)},
+            {"selfTestLost", selfTestLost},
+            {"selfTestFindings", arrayOf(selfTestFindings)},
+            {"selfTestTrouble", platform::dataFromText(selfTestTrouble)},
             {"username", platform::dataFromText(username)},
             {"machine", platform::dataFromText(machine)},
             {"begun", begun},
@@ -87,7 +96,11 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .failedBytes = countIn(fields, "failedBytes"),
                       .changedWhileRead = countIn(fields, "changedWhileRead"),
                       .failures = textsIn(fields, "failures"),
-                      .sentence = textIn(find(fields, "sentence"))};
+                      .sentence = textIn(find(fields, "sentence")),
+                      .selfTest = textIn(find(fields, "selfTest")),
+                      .selfTestLost = countIn(fields, "selfTestLost"),
+                      .selfTestFindings = textsIn(fields, "selfTestFindings"),
+                      .selfTestTrouble = textIn(find(fields, "selfTestTrouble"))};
 }
 
 RunFigures figuresOf(const backup::BackupSummary& result, const std::string& username,

@@ -1,9 +1,12 @@
 #include "stowline/backup/RunHistory.h"
 
+#include "stowline/backup/ProofLookup.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/platform/text/GlobPattern.h"
 #include "stowline/platform/text/UnicodeText.h"
+
+#include <map>
 
 namespace stowline::backup {
 
@@ -81,6 +84,23 @@ void compare(const ItemIndex& earlier, const ItemIndex& later,
             take({RunDifference::Kind::came, after});
         return true;
     });
+}
+
+/// By run; empty when there was no self-test on this machine.
+std::map<std::uint64_t, RunProof> proofsOf(const RunChoice& choice, const std::string& chain)
+{
+    std::map<std::uint64_t, RunProof> proofs;
+    const auto book = proofBookOf(choice, chain);
+    if (!book)
+        return proofs;
+    for (const ProofBook::RunProof& run : book->proofs())
+        proofs[run.run] = {.files = run.files,
+                           .provenFiles = run.provenFiles,
+                           .lostFiles = run.lostFiles,
+                           .isDamaged = run.isDamaged,
+                           .proven = run.proven > 0 ? std::optional(Timestamp{run.proven, 0})
+                                                    : std::nullopt};
+    return proofs;
 }
 
 RunEntry entryOf(const ListedRun& run, const RecordHead& head)
@@ -172,8 +192,13 @@ HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunE
 {
     return reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
-        for (const ListedRun& run : chain.runs())
-            take(entryOf(run, chain.head(run.run)));
+        const auto proofs = proofsOf(choice, chain.name());
+        for (const ListedRun& run : chain.runs()) {
+            RunEntry entry = entryOf(run, chain.head(run.run));
+            if (const auto proof = proofs.find(run.run); proof != proofs.end())
+                entry.proof = proof->second;
+            take(entry);
+        }
         reader.requireNothingOlder(chain, false); // what there is was shown
     });
 }

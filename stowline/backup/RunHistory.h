@@ -23,6 +23,16 @@ enum class RunState {
 /// The name of a state in output: "finished".
 [[nodiscard]] const char* nameOf(RunState state);
 
+/// What self-tests on this machine have proven of a run.
+struct RunProof {
+    std::uint64_t files = 0;       ///< contents of the run, as far as self-tests know them
+    std::uint64_t provenFiles = 0; ///< of these, restored and found to be what was stored, ever
+    std::uint64_t lostFiles = 0;   ///< missing or damaged when they were last tested
+    bool isDamaged = false;        ///< its record could not be read
+    /// The whole run has been proven since then; absent: not all of it ever was.
+    std::optional<Timestamp> proven;
+};
+
 /// One run as its record tells of it.
 struct RunEntry {
     std::uint64_t run = 0;
@@ -35,6 +45,7 @@ struct RunEntry {
     std::uint64_t bytes = 0;    ///< of all content of the tree
     std::string host;
     std::string user;
+    std::optional<RunProof> proof; ///< absent: no self-test on this machine has read the run
 };
 
 /// How an operation ended. Nothing is thrown by any; what the functions throw ends them as failed.

@@ -402,6 +402,10 @@ private:
             summary_.end = ReadEnd::someFailed;
             summary_.sentence = fmt::format("The self-test could not test {}.",
                                             platform::countText(sum.untested, "file", "files"));
+        } else if (sum.chosen == 0 && sum.proof.files > 0) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence = "The self-test tested nothing: what is stored is larger than it "
+                                "may fetch.";
         } else {
             summary_.end = ReadEnd::done;
         }

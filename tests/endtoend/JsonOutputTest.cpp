@@ -160,6 +160,8 @@ TEST_F(JsonOutput, IsAsThePageSays)
     expectAsOnPage("rm --version", {"rm", "--version", versions.at(0)["list"], "--yes"});
     expectAsOnPage("rm PATH", {"rm", folder, "--system", "iMac", "--yes", "--poll", "0.05"});
     expectAsOnPage("verify", {"verify", "--machine", "iMac"}, "", 7);
+    expectAsOnPage("backup", {"backup", folder, "--system", "iMac", "--self-test", "100%,1g"}, "",
+                   7);
     expectAsOnPage("undelete --dry-run", {"undelete", "--system", "iMac", "--dry-run"});
     expectAsOnPage("undelete", {"undelete", "--system", "iMac"});
     expectAsOnPage("monitor settings", {"monitor", "settings"});

@@ -231,6 +231,18 @@ TEST(BackupReports, AreAllSentAfterARun)
     EXPECT_EQ(shown.find("No summary has come in."), std::string::npos);
 }
 
+TEST(BackupReports, AreSentWhateverBytesThePathsAreOf)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto result = account.backup({"/nonexistent\xff", "--email", "ann@b.example"});
+    EXPECT_EQ(result.status, 3) << result.errors;
+    ASSERT_EQ(mails(account).size(), 1U) << result.errors;
+    const auto saved = account.command.home().path() / "report.html";
+    ASSERT_EQ(account.run({"email", "--save", saved.string()}).status, 0);
+    EXPECT_NE(platform::readFile(saved)->find("/nonexistent?"), std::string::npos);
+}
+
 TEST(BackupReports, NameWhatFailedAndAreGreenOnlyWhenAllIsWell)
 {
     const BackedUp account;
