@@ -36,7 +36,8 @@ constexpr const char* kMeant =
 constexpr const char* kIsRecord = "d.folder GLOB '/=stowline=/records/*'";
 
 // A record whose chain was begun anew stays deleted: another run has begun since under its number
-// or a lower one. So does a note that a run is being forgotten, and a delta without its base.
+// or a lower one. So does a note that a run is being forgotten, and a delta without its base. What
+// is neither record nor delta costs no question of its own.
 constexpr const char* kNumber = "CAST(substr({}name, 1, 8) AS INTEGER)";
 
 std::string canComeBack()
@@ -45,14 +46,15 @@ std::string canComeBack()
         fmt::format("name GLOB '[0-9]*-begun' AND {} <= {} AND id > d.id", fmt::format(kNumber, ""),
                     fmt::format(kNumber, "d."));
     return fmt::format(
-        "NOT ({0} AND (d.name GLOB '*-forgotten' OR EXISTS (SELECT 1 FROM (SELECT v.id AS id,"
-        " i.name AS name FROM items i JOIN versions v ON v.item_id = i.id WHERE"
+        "CASE WHEN {0} THEN d.name NOT GLOB '*-forgotten' AND NOT EXISTS (SELECT 1 FROM (SELECT"
+        " v.id AS id, i.name AS name FROM items i JOIN versions v ON v.item_id = i.id WHERE"
         " i.user_name = d.user_name AND i.system_name = d.system_name AND i.folder = d.folder"
         " UNION ALL SELECT e.id, e.name FROM deleted_versions e WHERE e.user_name = d.user_name AND"
-        " e.system_name = d.system_name AND e.folder = d.folder) WHERE {1})))"
-        " AND (d.is_delta = 0 OR EXISTS (SELECT 1 FROM versions b WHERE b.id = d.baseline) OR"
+        " e.system_name = d.system_name AND e.folder = d.folder) WHERE {1}) ELSE 1 END"
+        " AND CASE WHEN d.is_delta = 0 THEN 1 ELSE"
+        " EXISTS (SELECT 1 FROM versions b WHERE b.id = d.baseline) OR"
         " EXISTS (SELECT 1 FROM deleted_versions b WHERE b.id = d.baseline AND"
-        " b.deleted_at >= ?4))",
+        " b.deleted_at >= ?4) END",
         kIsRecord, begunLater);
 }
 
