@@ -7,6 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <ctime>
+#include <fstream>
 
 namespace stowline::devserver {
 namespace {
@@ -15,6 +23,30 @@ using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
 constexpr std::int64_t kNoLimit = 1000000;
+constexpr double kPatience = 8; ///< seconds of this process alone, whatever else the machine does
+
+double secondsOfThisProcess()
+{
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+
+/// From now on this process can make no hard links, as where the file system has none.
+bool forbidHardLinks()
+{
+    constexpr auto number = offsetof(seccomp_data, nr);
+    std::array<sock_filter, 5> filter{{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number),
+                                       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_linkat, 1, 0),
+#ifdef SYS_link
+                                       BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_link, 0, 1),
+#else
+                                       BPF_JUMP(BPF_JMP | BPF_JA, 1, 0, 0),
+#endif
+                                       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                                       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+    const sock_fprog program{.len = filter.size(), .filter = filter.data()};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
 
 class GraceTest : public testing::Test {
 protected:
@@ -65,6 +97,12 @@ protected:
     std::string content(std::int64_t version)
     {
         return storage_.readPart("ann", version, 0, 1000).bytes;
+    }
+
+    void execute(const std::string& statements)
+    {
+        SQLite::Database((folder_.path() / "files.sqlite").string(), SQLite::OPEN_READWRITE, 5000)
+            .exec(statements);
     }
 
     std::int64_t seconds() const
@@ -180,6 +218,66 @@ TEST_F(GraceTest, AnUploadAfterAKillWhileThePlaceWasMadeFreeLeavesTheContentAlon
     ASSERT_EQ(undelete().broughtBack, 1);
     EXPECT_EQ(content(1), "hello");
     EXPECT_EQ(content(2), "other");
+}
+
+TEST_F(GraceTest, AnUploadInItsPlaceLeavesTheContentAloneWhereThereAreNoHardLinks)
+{
+    const auto upload = [this] {
+        if (!forbidHardLinks())
+            std::exit(3);
+        (void)storage_.addPart({"ann", path_, "g"}, {.fileName = "f", .bytes = "other"});
+        std::exit(undelete().broughtBack == 1 && content(1) == "hello" ? 0 : 1);
+    };
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    EXPECT_EXIT(upload(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(GraceTest, AnUploadInItsPlaceIsRefusedWhereTheContentCannotHaveAnotherName)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    const fs::path inTheWay = folder_.path() / "vol1/1/G/g.deleted-1";
+    fs::create_directory(inTheWay);
+    const UploadedPart part{.fileName = "f", .bytes = "other"};
+    EXPECT_THROW((void)storage_.addPart({"ann", path_, "g"}, part), fs::filesystem_error);
+    EXPECT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(content(1), "hello");
+    ASSERT_TRUE(remove(storage_.version("ann", 1)->listId));
+    fs::remove(inTheWay);
+    EXPECT_TRUE(storage_.addPart({"ann", path_, "g"}, part));
+    EXPECT_EQ(undelete().broughtBack, 1);
+    EXPECT_EQ(content(1), "hello");
+}
+
+TEST_F(GraceTest, ManyFilesOfOneFolderComeBackInAMoment)
+{
+    ASSERT_TRUE(remove(put("g", "/d/a", "hello")));
+    const std::int64_t files = 8000;
+    execute("WITH RECURSIVE n(n) AS (VALUES (100) UNION ALL SELECT n + 1 FROM n WHERE n < 8098)"
+            " INSERT INTO deleted_versions SELECT n, n, user_name, system_name, folder, 'f' || n,"
+            " size, client_date, stored_at, '/vol1/1/G/f' || n, checksum, 0, 0, -1, 'l' || n,"
+            " stored_size, digest, stamp, 1, deleted_at FROM deleted_versions, n");
+    for (int file = 100; file < 110; ++file)
+        std::ofstream(folder_.path() / "vol1/1/G" / ("f" + std::to_string(file))) << "hello";
+    const double begin = secondsOfThisProcess();
+    EXPECT_EQ(deleted().totalCount, files);
+    EXPECT_EQ(storage_.undelete({.userName = "ann"}, 10).remaining, files - 10);
+    EXPECT_LT(secondsOfThisProcess() - begin, kPatience);
+}
+
+TEST_F(GraceTest, DeletingAmongManyVersionsTakesAMoment)
+{
+    put("g", "/a", "hello");
+    execute("WITH RECURSIVE n(n) AS (VALUES (100) UNION ALL SELECT n + 1 FROM n WHERE n < 200000)"
+            " INSERT INTO versions SELECT n, item_id, user_name, size, client_date, stored_at, n,"
+            " checksum, 0, 0, -1, n, stored_size, digest, stamp, 1 FROM versions, n;"
+            " WITH RECURSIVE n(n) AS (VALUES (100) UNION ALL SELECT n + 1 FROM n WHERE n < 299)"
+            " INSERT INTO items (id, user_name, system_name, folder, name, is_folder, versions)"
+            " SELECT n, 'ann', 'iMac', '', n, 0, 1 FROM n;"
+            " UPDATE versions SET item_id = id WHERE id BETWEEN 100 AND 299");
+    const double begin = secondsOfThisProcess();
+    for (int version = 100; version < 300; ++version)
+        ASSERT_TRUE(remove(std::to_string(version)));
+    EXPECT_LT(secondsOfThisProcess() - begin, kPatience);
 }
 
 TEST_F(GraceTest, ANewerVersionStaysTheNewest)

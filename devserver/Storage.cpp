@@ -71,6 +71,7 @@ constexpr const char* kSchema = R"sql(
         is_whole    INTEGER NOT NULL DEFAULT 1
     ) STRICT;
     CREATE INDEX IF NOT EXISTS versions_of_item ON versions (item_id);
+    CREATE INDEX IF NOT EXISTS versions_against ON versions (baseline) WHERE is_delta = 1;
     CREATE TABLE IF NOT EXISTS deleted_versions (
         id          INTEGER PRIMARY KEY,
         item_id     INTEGER NOT NULL,

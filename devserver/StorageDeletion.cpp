@@ -66,6 +66,18 @@ void bindMeant(SQLite::Statement& statement, const DeletedQuery& query)
     statement.bind(4, query.since);
 }
 
+/// Has been done when there is such a file, and is in vain when there is no content.
+void giveAnotherName(const std::filesystem::path& content, const std::filesystem::path& aside)
+{
+    namespace fs = std::filesystem;
+    if (fs::is_regular_file(fs::symlink_status(aside)) || !fs::exists(fs::symlink_status(content)))
+        return;
+    std::error_code noLinks; // not every file system has hard links
+    fs::create_hard_link(content, aside, noLinks);
+    if (noLinks)
+        fs::rename(content, aside);
+}
+
 } // namespace
 
 void Storage::removeIfEmpty(std::int64_t itemId)
@@ -158,6 +170,7 @@ std::uint64_t Storage::graceBytes(const std::string& userName)
 
 /// Another upload begins at the place of a deleted version, which must keep its content. With the
 /// content's lock. Whatever ends it in between, the content has the name that its row says.
+/// Throws when the content cannot have another name: then it keeps its place.
 void Storage::setDeletedAside(const std::string& serverFile)
 {
     const Lock lock(mutex_);
@@ -168,8 +181,7 @@ void Storage::setDeletedAside(const std::string& serverFile)
     const std::int64_t id = query->getColumn(0).getInt64();
     query->reset();
     const std::string aside = fmt::format("{}.deleted-{}", serverFile, id);
-    std::error_code unimportant; // done before, or the content is lost
-    std::filesystem::create_hard_link(contentFile(serverFile), contentFile(aside), unimportant);
+    giveAnotherName(contentFile(serverFile), contentFile(aside));
     SQLite::Statement update(database_, "UPDATE deleted_versions SET server_file = ? WHERE id = ?");
     update.bind(1, aside);
     update.bind(2, id);
@@ -314,9 +326,10 @@ Undeletion Storage::undelete(const DeletedQuery& query, std::int64_t atMost)
             result.bytes += bytes;
         }
     }
+    // As a filter: as a value SQLite would work out all of it for every row.
     SQLite::Statement rest(
-        database_, fmt::format("SELECT count(*), total(({1}) = 1) FROM deleted_versions d WHERE {0}"
-                               " AND NOT ({2} AND d.name GLOB '*-forgotten')",
+        database_, fmt::format("SELECT count(*), count(*) FILTER (WHERE {1}) FROM deleted_versions"
+                               " d WHERE {0} AND NOT ({2} AND d.name GLOB '*-forgotten')",
                                kMeant, canComeBack(), kIsRecord));
     bindMeant(rest, query);
     rest.executeStep();
