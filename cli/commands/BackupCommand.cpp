@@ -3,6 +3,7 @@
 #include "cli/commands/BackupReport.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/Overdue.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/threads/StopRequest.h"
 #include "stowline/util/General.h"
@@ -87,6 +88,8 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
         keepLastRun(figures);
         const bool isWhole =
             !request.resumesOnly && summary.failed == 0 && !selfTest.hasFoundLoss();
+        if (selfTest.wasBegun)
+            keepSelfTest(flags.profile, selfTest.isProof(), platform::currentDate());
         if (isWhole && summary.end == backup::BackupEnd::done)
             keepLastGoodRun(flags.profile, begun);
         // A stop is a stop: what could not be told now is kept, and told after the next run.

@@ -1,7 +1,9 @@
 // stowline doctor
 #include "cli/commands/Commands.h"
+#include "cli/shared/Amounts.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/Overdue.h"
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunFigures.h"
 #include "cli/shared/ScheduleUnits.h"
@@ -18,6 +20,7 @@
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cstdlib>
 
@@ -32,7 +35,7 @@ constexpr const char* kLastRun = "last-run"; ///< a subject
 struct DoctorOptions {
     std::string server;
     std::string profile = backup::ChainIdentity().profile;
-    std::uint64_t alertDays = 0; ///< 0: not asked
+    std::string alertAfter; ///< empty: not asked
     std::string username;
     SecretOptions password;
 };
@@ -138,14 +141,14 @@ Finding checkLastRun(const DoctorOptions& options)
     const std::string text =
         last ? "last run with nothing failed: " + platform::localClockText(*last).substr(0, 19)
              : "no run with nothing failed is known on this machine";
-    const auto age = last ? std::optional(platform::currentDate() - *last) : std::nullopt;
-    constexpr std::chrono::hours day{24};
-    if (options.alertDays > 0 && (!age || *age > day * options.alertDays))
-        return {
-            kLastRun, false,
-            fmt::format("{}, and it should be at most {} ago. Please run \"stowline backup\" and "
-                        "see what it says.",
-                        text, countText(options.alertDays, "day", "days"))};
+    const auto alertAfter = parseSpan(options.alertAfter);
+    const auto late =
+        alertAfter ? overdue(lastSuccesses(options.profile), *alertAfter, platform::currentDate())
+                   : std::vector<std::string>();
+    if (!late.empty())
+        return {kLastRun, false,
+                fmt::format("{}. Please run \"stowline backup\" and see what it says.",
+                            fmt::join(late, "; "))};
     return {kLastRun, true, text};
 }
 
@@ -234,10 +237,11 @@ void declareDoctor(const Command& app)
     command.addOption("--profile", options->profile, "Whose schedule and runs are looked at")
         .showsDefault();
     command
-        .addOption("--alert-after", options->alertDays,
-                   "Days after which it is a fault that no run came to its end with nothing "
-                   "failed; when that is the only fault the status is 3")
-        .between(std::uint64_t{1}, std::uint64_t{36500});
+        .addOption("--alert-after", options->alertAfter,
+                   "Time (36h, 3d, 2w; a number alone is days) after which it is a fault that no "
+                   "run came to its end with nothing failed, or that no self-test found all to be "
+                   "well, where there are any; when that is the only fault the status is 3")
+        .accepts(faultInSpan);
     command.addOption("-u,--username", options->username, "User name").fromVariable();
     options->password.declare(command, "password", "STOWLINE_PASSWORD");
     command.runs([options] { return doctor(*options); });

@@ -153,6 +153,27 @@ TEST_F(SelfTest, EndsWithSevenForWhatIsNotWhatWasStored)
     EXPECT_EQ(account_.run({"verify", "--read", "--machine", "iMac"}).status, 0);
 }
 
+TEST_F(SelfTest, ThatIsTooLongAgoIsAFaultForMonitoring)
+{
+    const auto doctor = [this](const std::string& span) {
+        return account_.run({"doctor", "--alert-after", span});
+    };
+    ASSERT_EQ(account_.backup().status, 0);
+    EXPECT_EQ(doctor("36h").status, 0) << "no self-test was asked for";
+    ASSERT_EQ(tested().status, 0);
+    EXPECT_EQ(doctor("36h").status, 0);
+    EXPECT_TRUE(platform::writeFileAtomically(state() / "last-proof", "2020-01-01T00:00:00Z\n"));
+    const auto late = doctor("36h");
+    EXPECT_EQ(late.status, 3) << late.output;
+    EXPECT_NE(late.output.find("last self-test in which all was well: "), std::string::npos);
+    EXPECT_EQ(tested({"--dry-run"}).status, 0);
+    EXPECT_EQ(doctor("36h").status, 3) << "a dry run proves nothing";
+    damage("a");
+    EXPECT_EQ(tested().status, 7);
+    EXPECT_EQ(doctor("36h").status, 3) << "nor does one that found a loss";
+    EXPECT_EQ(doctor("3 days").status, 2);
+}
+
 TEST_F(SelfTest, IsInTheReportAndTheEvent)
 {
     const auto reported = [this] {

@@ -1,0 +1,74 @@
+#include "cli/shared/Overdue.h"
+
+#include "cli/shared/Amounts.h"
+#include "cli/shared/RunFigures.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/time/DateText.h"
+#include "stowline/platform/time/LocalClock.h"
+
+#include <filesystem>
+
+namespace stowline::cli {
+
+namespace {
+
+constexpr std::size_t kSecondsLength = 19; ///< of "2026-01-31 18:30:15"
+
+std::filesystem::path fileOf(const std::string& profile, const char* name)
+{
+    const auto state = platform::stateFolder();
+    return state ? backup::profileFolder(*state, profile) / name : std::filesystem::path();
+}
+
+std::optional<Date> momentIn(const std::filesystem::path& file)
+{
+    const auto text = platform::readRegularFile(file);
+    return text ? platform::dateFromInternetTimeText(text->substr(0, text->find('\n')))
+                : std::nullopt;
+}
+
+} // namespace
+
+void keepSelfTest(const std::string& profile, bool isProof, Date ended)
+{
+    const std::string line = platform::internetTimeText(ended) + "\n";
+    const auto first = fileOf(profile, "first-self-test");
+    if (!momentIn(first))
+        (void)platform::replaceFile(first, line); // without it the next one is the first
+    if (isProof)
+        (void)platform::replaceFile(fileOf(profile, "last-proof"), line);
+}
+
+LastSuccesses lastSuccesses(const std::string& profile)
+{
+    return {.goodRun = lastGoodRun(profile),
+            .selfTest = momentIn(fileOf(profile, "first-self-test")),
+            .proof = momentIn(fileOf(profile, "last-proof"))};
+}
+
+std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds alertAfter,
+                                 Date now)
+{
+    const auto isTooLongAgo = [&](const std::optional<Date>& moment) {
+        return !moment || now - *moment > alertAfter;
+    };
+    const auto momentOf = [](Date moment) {
+        return platform::localClockText(moment).substr(0, kSecondsLength);
+    };
+    const std::string wanted = ", and it should be at most " + spanText(alertAfter) + " ago";
+    std::vector<std::string> sentences;
+    if (isTooLongAgo(last.goodRun))
+        sentences.push_back((last.goodRun
+                                 ? "last run with nothing failed: " + momentOf(*last.goodRun)
+                                 : "no run with nothing failed is known on this machine") +
+                            wanted);
+    const bool isProofWanted = last.selfTest || last.proof;
+    if (isProofWanted && isTooLongAgo(last.proof) && (last.proof || isTooLongAgo(last.selfTest)))
+        sentences.push_back((last.proof
+                                 ? "last self-test in which all was well: " + momentOf(*last.proof)
+                                 : "no self-test has found all to be well yet") +
+                            wanted);
+    return sentences;
+}
+
+} // namespace stowline::cli

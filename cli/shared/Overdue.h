@@ -1,0 +1,29 @@
+// When the last good run, or the last proof of what is stored, is too long ago.
+#pragma once
+
+#include "stowline/platform/time/Date.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace stowline::cli {
+
+/// What this machine knows of a profile's last successes.
+struct LastSuccesses {
+    std::optional<Date> goodRun;
+    std::optional<Date> selfTest; ///< the first that was ever asked for; absent: none was
+    std::optional<Date> proof;    ///< the last self-test that found all to be well
+};
+
+/// Notes that a self-test ended, and whether it was a proof; reads it, and the last good run.
+void keepSelfTest(const std::string& profile, bool isProof, Date ended);
+[[nodiscard]] LastSuccesses lastSuccesses(const std::string& profile);
+
+/// What is longer ago than it should be, a sentence without its full stop each. A proof is only
+/// wanted where a self-test was ever asked for, and not before the first of them is that old.
+[[nodiscard]] std::vector<std::string> overdue(const LastSuccesses& last,
+                                               std::chrono::seconds alertAfter, Date now);
+
+} // namespace stowline::cli

@@ -1,0 +1,39 @@
+#include "cli/shared/Overdue.h"
+
+#include <gtest/gtest.h>
+
+namespace stowline::cli {
+namespace {
+
+using std::chrono::days;
+using std::chrono::seconds;
+
+const Date kNow{seconds(1'700'000'000)};
+
+TEST(Overdue, IsWhatIsLongerAgoThanItShouldBe)
+{
+    LastSuccesses last{.goodRun = kNow - days(3), .selfTest = std::nullopt, .proof = std::nullopt};
+    EXPECT_TRUE(overdue(last, days(3), kNow).empty());
+    const auto late = overdue(last, days(3), kNow + seconds(1));
+    ASSERT_EQ(late.size(), 1U);
+    EXPECT_NE(late[0].find("and it should be at most 3 days ago"), std::string::npos) << late[0];
+    last.goodRun.reset();
+    EXPECT_EQ(overdue(last, days(3), kNow).size(), 1U) << "none was ever good";
+}
+
+TEST(Overdue, IsAProofOnlyWhereSelfTestsAreAskedFor)
+{
+    LastSuccesses last{.goodRun = kNow, .selfTest = std::nullopt, .proof = std::nullopt};
+    EXPECT_TRUE(overdue(last, days(3), kNow).empty());
+    last.selfTest = kNow - days(3);
+    EXPECT_TRUE(overdue(last, days(3), kNow).empty()) << "the first one is not that old";
+    EXPECT_EQ(overdue(last, days(3) - seconds(1), kNow).size(), 1U);
+    last.proof = kNow - days(2);
+    EXPECT_TRUE(overdue(last, days(3), kNow).empty());
+    EXPECT_EQ(overdue(last, days(1), kNow).size(), 1U);
+    last.goodRun = kNow - days(2);
+    EXPECT_EQ(overdue(last, days(1), kNow).size(), 2U);
+}
+
+} // namespace
+} // namespace stowline::cli
