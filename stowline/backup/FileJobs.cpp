@@ -143,6 +143,11 @@ void FileJobs::take(FileJob& job)
     if (context_.tries.stop().isRequested())
         return;
     if (isDryRun_) {
+        int error = 0;
+        if (!job.source && !openAgain(job, error)) {
+            const UploadOutcome outcome = uploaderFor(job).outcomeOf(error);
+            return fail(job, outcome.sentence, outcome.kind == UploadOutcome::Kind::vanished);
+        }
         accounts_.done({.path = job.found.item.path,
                         .state = ItemState::wouldStore,
                         .bytes = job.found.item.size,
@@ -231,16 +236,21 @@ void FileJobs::keep(FileJob& job, const ContentReading& reading, StoredContent c
                     .cause = {}});
 }
 
+FileUploader FileJobs::uploaderFor(const FileJob& job)
+{
+    const std::string& path = job.found.item.path;
+    return {context_,
+            {.path = path,
+             .remoteFolder = remotePath(parentOf(path)),
+             .remoteName = remotePath(nameOf(path)),
+             .open = [&job](int& error) { return openAgain(job, error); },
+             .isJournaled = !job.source}};
+}
+
 void FileJobs::upload(FileJob& job)
 {
     using Kind = UploadOutcome::Kind;
-    const std::string path = job.found.item.path;
-    FileUploader uploader(context_, {.path = path,
-                                     .remoteFolder = remotePath(parentOf(path)),
-                                     .remoteName = remotePath(nameOf(path)),
-                                     .open = [&job](int& error) { return openAgain(job, error); },
-                                     .isJournaled = !job.source});
-    const UploadOutcome outcome = uploader.upload();
+    const UploadOutcome outcome = uploaderFor(job).upload();
     switch (outcome.kind) {
     case Kind::interrupted:
         return;

@@ -59,6 +59,7 @@ private:
     [[nodiscard]] bool isHeldByService(FileJob& job);
     [[nodiscard]] bool hasKnownContent(FileJob& job);
     void keep(FileJob& job, const ContentReading& reading, StoredContent content);
+    [[nodiscard]] FileUploader uploaderFor(const FileJob& job);
     void upload(FileJob& job);
     void putStored(FileJob& job, const UploadOutcome& outcome);
     void put(FileJob& job, StoredContent content, Timestamp readBegan, bool changedWhileRead,

@@ -100,6 +100,9 @@ public:
 
     [[nodiscard]] UploadOutcome upload();
 
+    /// What an upload comes to when the file cannot be opened, by the system's number.
+    [[nodiscard]] UploadOutcome outcomeOf(int systemError) const;
+
 private:
     using Kind = UploadOutcome::Kind;
     /// What a step came to when it did not succeed.
@@ -128,7 +131,6 @@ private:
     [[nodiscard]] Failure failureOf(const std::optional<StepFailure>& failure,
                                     const std::string& whenRefused) const;
     [[nodiscard]] UploadOutcome outcome(Kind kind, const std::string& why = {}) const;
-    [[nodiscard]] UploadOutcome outcomeOf(int systemError) const;
     [[nodiscard]] UploadOutcome storedOutcome();
     void begin(const platform::FileState& state);
     void take(std::string_view bytes);
