@@ -175,6 +175,39 @@ TEST_F(RestoreHostile, AContentThatHasGrownIsNotBelieved)
     expectOnlyLost(restore(), 1);
 }
 
+TEST_F(RestoreHostile, APartOfAnotherVersionIsFetchedAgain)
+{
+    store({{"a", noise(2500)}, {"b", noise(2500)}});
+    std::atomic<int> askedForA = 0; // their first parts
+    std::atomic<int> askedForB = 0;
+    std::atomic<int> allOfB = 0;
+    relay_.setChange([&](const std::string& request, RelayedAnswer& answer) {
+        const std::string name = nameIn(request);
+        if (name == "a" && offsetIn(request) == 0 && askedForA++ < 2)
+            answer.setHeader("X-VersionSize", "2600");
+        allOfB += name == "b" ? 1 : 0;
+        if (name == "b" && offsetIn(request) == 0 && askedForB++ < 2) {
+            putBody(answer, std::string(kPart, 'x'));
+            answer.setHeader("X-Digest", std::string(64, 'e'));
+        }
+    });
+    const auto summary = restore();
+    EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence << stored_.faultText();
+    EXPECT_EQ(countOfRightFiles(), 2U);
+    EXPECT_EQ(allOfB, 5) << "more than that part was fetched again";
+}
+
+TEST_F(RestoreHostile, ADigestThatIsToldWronglyLosesNothing)
+{
+    store({{"a", noise(500)}});
+    relay_.setChange([&](const std::string& request, RelayedAnswer& answer) {
+        if (nameIn(request) == "a")
+            answer.setHeader("X-Digest", std::string(64, 'e'));
+    });
+    EXPECT_EQ(restore().end, ReadEnd::done) << stored_.faultText();
+    EXPECT_EQ(countOfRightFiles(), 1U);
+}
+
 TEST_F(RestoreHostile, AnAnswerWithoutEndEndsTheFileAndNotTheRestore)
 {
     store({{"a", noise(kPart)}, {"c", "right"}});

@@ -296,15 +296,17 @@ bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
     context_.gathered(counted);
     std::optional<FetchFailure> failure;
     if (writeError == 0)
-        failure =
-            context_.source.read(version, at, content.storedSize, [&](std::string_view bytes) {
+        failure = context_.source.read(
+            version, at, content.storedSize,
+            [&](std::string_view bytes) {
                 digest.update(bytes);
                 writeError = file.writeAt(at, bytes);
                 at += bytes.size();
                 counted += static_cast<std::int64_t>(bytes.size());
                 context_.gathered(static_cast<std::int64_t>(bytes.size()));
                 return writeError == 0;
-            });
+            },
+            content.digest);
     if (writeError == 0 && !failure) {
         if (digest.hexadecimal() == content.digest)
             return true;

@@ -1,6 +1,5 @@
 #include "stowline/backup/transfer/ContentSource.h"
 
-#include "stowline/service/FilePart.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
@@ -76,24 +75,37 @@ ContentSource::ContentSource(const Account& account, Tries& tries, BandwidthLimi
 {
 }
 
-bool ContentSource::fetchOnce(const std::string& version, std::uint64_t offset,
-                              std::uint64_t length, std::uint64_t size, Part& part, int& spoiled,
+bool ContentSource::isOfOtherVersion(const FilePart& got, const Wanted& wanted)
+{
+    return got.versionSize != wanted.size ||
+           (!wanted.digest.empty() && !got.versionDigest.empty() &&
+            got.versionDigest != wanted.digest);
+}
+
+bool ContentSource::fetchOnce(const Wanted& wanted, Part& part, int& spoiled,
                               std::optional<Error>& error)
 {
     const auto ticket = tickets_.ticket(error);
     if (!ticket)
         return false;
-    FilePart got = WebServiceBroker::filePartForUsername(account_.username, *ticket, version,
-                                                         offset, length, account_.server, &error);
+    FilePart got = WebServiceBroker::filePartForUsername(account_.username, *ticket, wanted.version,
+                                                         wanted.offset, wanted.length,
+                                                         account_.server, &error);
     switch (got.outcome) {
     case FilePartOutcome::read:
-        if (got.versionSize == size) {
-            part.bytes = std::move(got.bytes);
+        // An answer to another question is bad luck, too, until it comes again and again.
+        if (isOfOtherVersion(got, wanted) && ++spoiled < kSpoiledTaken) {
+            error = passing("What the service sends is of another version");
+            return false;
+        }
+        if (got.versionSize != wanted.size) {
+            part.failure = {Kind::badContent,
+                            "The service holds " + std::to_string(got.versionSize) +
+                                " bytes of it instead of " + std::to_string(wanted.size) + "."};
             return true;
         }
-        part.failure = {Kind::badContent, "The service holds " + std::to_string(got.versionSize) +
-                                              " bytes of it instead of " + std::to_string(size) +
-                                              "."};
+        // A digest that is told wrongly is no loss: the bytes have one of their own.
+        part.bytes = std::move(got.bytes);
         return true;
     case FilePartOutcome::ticketRefused:
         tickets_.drop(*ticket);
@@ -136,18 +148,16 @@ bool ContentSource::fetchOnce(const std::string& version, std::uint64_t offset,
     return false;
 }
 
-ContentSource::Part ContentSource::fetch(const std::string& version, std::uint64_t offset,
-                                         std::uint64_t length, std::uint64_t size)
+ContentSource::Part ContentSource::fetch(const Wanted& wanted)
 {
     Part part;
-    if (tries_.stop().waitFor(bandwidth_.reserve(length))) {
+    if (tries_.stop().waitFor(bandwidth_.reserve(wanted.length))) {
         part.failure = {Kind::interrupted, "It was interrupted."};
         return part;
     }
     int spoiled = 0;
-    const auto failure = tries_.repeat([&](std::optional<Error>& error) {
-        return fetchOnce(version, offset, length, size, part, spoiled, error);
-    });
+    const auto failure = tries_.repeat(
+        [&](std::optional<Error>& error) { return fetchOnce(wanted, part, spoiled, error); });
     if (failure)
         part.failure = failureOf(*failure);
     received_ += part.bytes.size();
@@ -155,16 +165,16 @@ ContentSource::Part ContentSource::fetch(const std::string& version, std::uint64
 }
 
 std::optional<FetchFailure> ContentSource::read(const std::string& version, std::uint64_t from,
-                                                std::uint64_t size, const Take& take)
+                                                std::uint64_t size, const Take& take,
+                                                const std::string& digest)
 {
     const std::uint64_t partBytes = bandwidth_.partSize(partBytes_);
     std::deque<std::future<Part>> onTheirWay; // each is waited for when it goes
     std::uint64_t next = from;
     const auto sendFor = [&](std::launch how) {
         const std::uint64_t length = std::min(partBytes, size - next);
-        onTheirWay.push_back(std::async(how, [this, &version, offset = next, length, size] {
-            return fetch(version, offset, length, size);
-        }));
+        const Wanted wanted{version, digest, size, next, length};
+        onTheirWay.push_back(std::async(how, [this, wanted] { return fetch(wanted); }));
         next += length;
     };
     while (next < size || !onTheirWay.empty()) {

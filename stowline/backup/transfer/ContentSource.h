@@ -5,6 +5,7 @@
 #include "stowline/backup/transfer/Pace.h"
 #include "stowline/backup/transfer/Tries.h"
 #include "stowline/platform/text/Data.h"
+#include "stowline/service/FilePart.h"
 
 #include <atomic>
 #include <chrono>
@@ -64,11 +65,14 @@ public:
     using Take = std::function<bool(std::string_view)>;
 
     /// Hands over a version's bytes from a place to its end, while the next parts are on their way.
-    /// Each part comes with its checksum; one that does not fit is fetched again.
+    /// Each part comes with its checksum; one that does not fit, or is said to be of a version of
+    /// another size or digest, is fetched again some times.
     /// @param size bytes that the version must have
+    /// @param digest SHA-256 of all its bytes, as the service holds them; empty: not known
     /// @return absent when everything was handed over
     [[nodiscard]] std::optional<FetchFailure> read(const std::string& version, std::uint64_t from,
-                                                   std::uint64_t size, const Take& take);
+                                                   std::uint64_t size, const Take& take,
+                                                   const std::string& digest = {});
 
     /// Bytes that came, of all reads together.
     [[nodiscard]] std::uint64_t receivedBytes() const { return received_; }
@@ -78,12 +82,19 @@ private:
         Data bytes;
         std::optional<FetchFailure> failure;
     };
-    [[nodiscard]] Part fetch(const std::string& version, std::uint64_t offset, std::uint64_t length,
-                             std::uint64_t size);
+    /// A part to be fetched, and the version that it is of.
+    struct Wanted {
+        const std::string& version;
+        const std::string& digest; ///< empty: not known
+        std::uint64_t size = 0;    ///< of the version
+        std::uint64_t offset = 0;
+        std::uint64_t length = 0;
+    };
+    [[nodiscard]] Part fetch(const Wanted& wanted);
     /// One try. @return whether it is over, with bytes or with a failure that stays
-    [[nodiscard]] bool fetchOnce(const std::string& version, std::uint64_t offset,
-                                 std::uint64_t length, std::uint64_t size, Part& part, int& spoiled,
+    [[nodiscard]] bool fetchOnce(const Wanted& wanted, Part& part, int& spoiled,
                                  std::optional<Error>& error);
+    [[nodiscard]] static bool isOfOtherVersion(const FilePart& got, const Wanted& wanted);
 
     const Account account_;
     Tries& tries_;
