@@ -1,5 +1,6 @@
 // stowline diff
 #include "cli/commands/Commands.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/RunOptions.h"
@@ -23,6 +24,7 @@ struct Options {
 struct Counts {
     std::uint64_t came = 0;
     std::uint64_t went = 0;
+    std::uint64_t excluded = 0;
     std::uint64_t changed = 0;
     std::uint64_t metadata = 0;
 };
@@ -30,10 +32,11 @@ struct Counts {
 void show(const backup::RunDifference& difference, Counts& counts)
 {
     using Kind = backup::RunDifference::Kind;
-    (difference.kind == Kind::came      ? counts.came
-     : difference.kind == Kind::went    ? counts.went
-     : difference.kind == Kind::changed ? counts.changed
-                                        : counts.metadata) += 1;
+    (difference.kind == Kind::came       ? counts.came
+     : difference.kind == Kind::went     ? counts.went
+     : difference.kind == Kind::excluded ? counts.excluded
+     : difference.kind == Kind::changed  ? counts.changed
+                                         : counts.metadata) += 1;
     const std::string kind = backup::nameOf(difference.kind);
     const std::string& path = difference.item.item.path;
     output().item(fmt::format("{:8}  {}", kind, onOneLine(path)), "difference",
@@ -54,8 +57,15 @@ ExitStatus diff(const Options& options)
     if (end.end != backup::ReadEnd::done)
         return finishReading(end.end, end.sentence, end.origin);
     noteOrigin(end.origin);
+    if (counts.excluded > 0)
+        output().note(fmt::format(
+            "{} of run {} {} left out of run {} by its rules; whether {} gone is not known.",
+            countText(counts.excluded, "item", "items"), options.from,
+            counts.excluded == 1 ? "is" : "are", options.to,
+            counts.excluded == 1 ? "it is" : "they are"));
     Fields fields{{"came", counts.came},
                   {"went", counts.went},
+                  {"excluded", counts.excluded},
                   {"changed", counts.changed},
                   {"metadata", counts.metadata}};
     if (output().isJson()) { // people were told in sentences

@@ -62,6 +62,11 @@ ExitStatus runs(const RunOptions& options)
         return choice.status();
     const Interruptible interruptible;
     const auto end = backup::listRuns(*choice, show, Interruptible::stopRequest());
+    constexpr std::size_t namedByTheNote = 3;
+    if (end.origin.otherChains.size() > namedByTheNote) {
+        for (const std::string& chain : end.origin.otherChains)
+            output().note("Also under this name: " + chain);
+    }
     return finishReading(end.end, end.sentence, end.origin);
 }
 

@@ -57,6 +57,7 @@ private:
         const OriginKeeper keeper(reader, summary_.origin);
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
+        reader.noteLeftOut(tree.head, tree.items, request_.paths);
         versions_.emplace(request_.choice.account, reader.tries());
         const TreeRules rules = rulesOf(request_);
         idle_.emplace(rules);
@@ -433,12 +434,14 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
         throw RecordFault(RecordFault::Kind::damaged,
                           path + ": the service has no such version any more.");
     platform::Sha256 digest;
-    const auto failure =
-        reader.source().read(version.version, 0, content.storedSize, [&](std::string_view bytes) {
+    const auto failure = reader.source().read(
+        version.version, 0, content.storedSize,
+        [&](std::string_view bytes) {
             digest.update(bytes);
             summary.bytes += bytes.size();
             return take(bytes);
-        });
+        },
+        content.digest);
     if (failure && failure->kind == FetchFailure::Kind::badContent)
         throw RecordFault(RecordFault::Kind::damaged, path + ": " + failure->reason);
     if (failure)

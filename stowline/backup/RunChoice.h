@@ -48,7 +48,9 @@ struct RunOrigin {
     std::string chain;     ///< machine, user and profile, joined by "."
     std::uint64_t run = 0; ///< 0: none was read
     std::string digest;    ///< SHA-256 of the run's record, hexadecimal; empty: not read whole
-    RunLack lack;          ///< of the run that was read; nothing where none was read whole
+    /// The other chains under the machine's name, where this one is that of the identity.
+    std::vector<std::string> otherChains;
+    RunLack lack; ///< of the run that was read; nothing where none was read whole
     /// Sentences that people should know: whose chain it is when it was not named and is not this
     /// user's on this machine, that there are others, that the service shows an older state, that
     /// something failed in the run.

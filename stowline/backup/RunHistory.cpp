@@ -1,6 +1,7 @@
 #include "stowline/backup/RunHistory.h"
 
 #include "stowline/backup/ProofLookup.h"
+#include "stowline/backup/restore/Absence.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/platform/text/GlobPattern.h"
@@ -66,14 +67,26 @@ std::optional<RunDifference::Kind> differenceOf(const StoredItem& before, const 
     return isSame ? std::nullopt : std::optional(RunDifference::Kind::metadata);
 }
 
+/// Of an item that the later run does not hold.
+RunDifference::Kind absenceOf(const ItemRecord& item, const ItemIndex& later, Absences& absences)
+{
+    const auto folder = absences.at(std::string(parentOf(item.path)));
+    const auto place =
+        absences.in(folder, item.path,
+                    {.isFolder = item.kind == ItemKind::folder, .note = later.noteAt(item.path)});
+    return place.absence == Absence::leftOut ? RunDifference::Kind::excluded
+                                             : RunDifference::Kind::went;
+}
+
 void compare(const ItemIndex& earlier, const ItemIndex& later,
              const std::function<void(const RunDifference&)>& take, const StopRequest& stop)
 {
+    Absences absences(later);
     earlier.forEach("/", [&](const StoredItem& before) {
         requireNotStopped(stop);
         const auto after = later.find(before.item.path);
         if (!after)
-            take({RunDifference::Kind::went, before});
+            take({absenceOf(before.item, later, absences), before});
         else if (const auto kind = differenceOf(before, *after))
             take({*kind, *after});
         return true;
@@ -179,6 +192,8 @@ const char* nameOf(RunDifference::Kind kind)
         return "came";
     case RunDifference::Kind::went:
         return "went";
+    case RunDifference::Kind::excluded:
+        return "excluded";
     case RunDifference::Kind::changed:
         return "changed";
     case RunDifference::Kind::metadata:

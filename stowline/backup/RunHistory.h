@@ -89,10 +89,11 @@ struct RunDifference {
     enum class Kind {
         came,
         went,
+        excluded, ///< the later run's rules leave it out; whether it is still there nobody knows
         changed,  ///< its content, its kind, or where a link leads
         metadata, ///< owner, mode, time or extended attributes alone
     } kind = Kind::came;
-    StoredItem item; ///< as in the later run; of one that went, as in the earlier
+    StoredItem item; ///< as in the later run; of one that went or is excluded, as in the earlier
 };
 [[nodiscard]] const char* nameOf(RunDifference::Kind kind);
 

@@ -62,6 +62,7 @@ private:
         const OriginKeeper keeper(reader, summary_.origin);
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
+        reader.noteLeftOut(tree.head, tree.items, {"/"});
         versions_.emplace(request_.choice.account, reader.tries());
         std::vector<StoredVersion> batch;
         tree.items.forEach("/", [&](const StoredItem& stored) {
@@ -152,11 +153,13 @@ private:
     void readOne(ContentSource& source, const StoredVersion& wanted)
     {
         platform::Sha256 digest;
-        const auto failure = source.read(wanted.content.version, 0, wanted.content.storedSize,
-                                         [&digest](std::string_view bytes) {
-                                             digest.update(bytes);
-                                             return true;
-                                         });
+        const auto failure = source.read(
+            wanted.content.version, 0, wanted.content.storedSize,
+            [&digest](std::string_view bytes) {
+                digest.update(bytes);
+                return true;
+            },
+            wanted.content.kind == "plain" ? wanted.content.digest : std::string());
         if (stop_.isRequested())
             return;
         VerifyFinding finding{.kind = VerifyFinding::Kind::unknown,

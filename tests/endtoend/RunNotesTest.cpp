@@ -127,6 +127,96 @@ TEST_F(RunNotes, SayWhichFoldersWereLeftOut)
     EXPECT_EQ(list("a/build/y", "2").status, 0);
 }
 
+TEST_F(RunNotes, TellPeopleWhatARunLeftOutOfThePathsAskedFor)
+{
+    account_.write({{"a/x", "1"}, {"b/y", "2"}});
+    for (int i = 1; i < 6; ++i)
+        account_.write({{"a/build" + std::to_string(i) + "/x", "3"}});
+    const std::string all = "Run 1 left out " + place("a/build1") + " (pattern build*), " +
+                            place("a/build2") + " (pattern build*), " + place("a/build3") +
+                            " (pattern build*) and 2 other places.";
+    const std::string patterns = "Of " + place("a") +
+                                 " run 1 holds only what these patterns let through: exclude "
+                                 "build*, exclude *.o.";
+    EXPECT_EQ(backUp("a", {"--exclude", "build*", "--exclude", "*.o"}).status, 0);
+    EXPECT_EQ(backUp("b").status, 0);
+    const test::TemporaryFolder target;
+    const auto restore = [&](const std::string& name) {
+        return account_.run(
+            {"restore", place(name), "--machine", "iMac", "--at", "1", "--to", target.path()});
+    };
+    const auto checked = account_.run({"verify", "--machine", "iMac", "--at", "1"});
+    for (const auto& told : {restore("a"), restore("a/x"), checked})
+        EXPECT_TRUE(says(told, patterns)) << told.errors;
+    for (const auto& told : {restore("a"), checked})
+        EXPECT_TRUE(says(told, all)) << told.errors;
+    EXPECT_FALSE(says(restore("a/x"), "left out")) << "below a/x nothing was";
+    const auto later = account_.run({"verify", "--machine", "iMac"});
+    EXPECT_TRUE(says(later, "Run 2 left out " + place("a/build1"))) << later.errors;
+    const auto other =
+        account_.run({"restore", place("b"), "--machine", "iMac", "--to", target.path()});
+    EXPECT_EQ(other.status, 0) << other.errors;
+    EXPECT_FALSE(says(other, "left out")) << other.errors;
+    EXPECT_FALSE(says(other, "let through")) << other.errors;
+}
+
+TEST_F(RunNotes, LetNoDifferenceSayGoneOfWhatWasLeftOut)
+{
+    account_.write({{"a/x", "1"}, {"a/x.o", "2"}, {"a/build/y", "3"}, {"a/gone", "4"}});
+    EXPECT_EQ(backUp("a").status, 0);
+    fs::remove(place("a/gone"));
+    EXPECT_EQ(backUp("a", {"--exclude", "build", "--exclude", "*.o"}).status, 0);
+    const auto told = account_.run({"diff", "1", "2", "--machine", "iMac", "--json"});
+    EXPECT_EQ(told.status, 0) << told.errors;
+    EXPECT_EQ(field(told, "went"), 1) << told.output;
+    EXPECT_EQ(field(told, "excluded"), 3) << told.output;
+    for (const auto& line : test::jsonLines(told.output)) {
+        const std::string path = line.value("path", "");
+        if (path.ends_with(".o") || path.find("/build") != std::string::npos) {
+            EXPECT_EQ(line.value("change", ""), "excluded") << path;
+        }
+    }
+    EXPECT_TRUE(says(told, "3 items of run 1 are left out of run 2 by its rules; whether they are "
+                           "gone is not known."))
+        << told.errors;
+    const auto plain = account_.run({"diff", "1", "2", "--machine", "iMac"});
+    EXPECT_TRUE(says(plain, "excluded  " + place("a/build/y"))) << plain.output;
+    const auto back = account_.run({"diff", "2", "1", "--machine", "iMac", "--json"});
+    EXPECT_EQ(field(back, "excluded"), 0) << back.output;
+    EXPECT_EQ(field(back, "came"), 4) << back.output;
+}
+
+TEST_F(RunNotes, AreNotDrownedByTheOtherProfilesOfAMachine)
+{
+    account_.write({{"a/x", "1"}});
+    EXPECT_EQ(backUp("a").status, 0);
+    for (const char* profile : {"p1", "p2", "p3"})
+        EXPECT_EQ(backUp("a", {"--profile", profile}).status, 0);
+    EXPECT_TRUE(says(verify(), "profile p3) (--chain reads them).")) << verify().errors;
+    for (const char* profile : {"p4", "p5"})
+        EXPECT_EQ(backUp("a", {"--profile", profile}).status, 0);
+    const auto read = verify();
+    EXPECT_TRUE(says(read, "profile p3) and 2 others (--chain reads them).")) << read.errors;
+    EXPECT_FALSE(says(read, "p4")) << read.errors;
+    const auto runs = account_.run({"runs", "--machine", "iMac"});
+    for (const char* profile : {"p1", "p3", "p5"})
+        EXPECT_TRUE(says(runs, std::string(".") + profile + "\n")) << runs.errors;
+}
+
+TEST_F(RunNotes, ADryRunSaysWhatCannotBeRead)
+{
+    account_.write({{"a/open", "1"}, {"a/closed", "2"}});
+    close("a/closed");
+    const auto dry = backUp("a", {"--dry-run"});
+    EXPECT_EQ(dry.status, 3) << dry.output;
+    EXPECT_EQ(field(dry, "would_store"), 1) << dry.output;
+    EXPECT_EQ(field(dry, "failed"), 1) << dry.output;
+    EXPECT_TRUE(
+        says(dry, place("a/closed") + " is not stored: it cannot be read: Permission denied."))
+        << dry.errors;
+    EXPECT_EQ(backUp("a").status, 3);
+}
+
 TEST_F(RunNotes, SayWhatWasMountedAndLeftOut)
 {
     if (const auto why = test::enterMountNamespace())

@@ -2,11 +2,15 @@
 
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/Unexpected.h"
+#include "stowline/backup/restore/Selection.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
 namespace stowline::backup {
 
@@ -64,6 +68,16 @@ std::string listOf(const std::vector<std::string>& chains)
     return text;
 }
 
+/// The first of them, and how many more there are.
+std::string shortListOf(const std::vector<std::string>& chains)
+{
+    constexpr std::size_t shown = 3;
+    if (chains.size() <= shown)
+        return listOf(chains);
+    return listOf({chains.begin(), chains.begin() + shown}) + " and " +
+           platform::countText(chains.size() - shown, "other", "others");
+}
+
 /// "/a, /b and 3 others".
 std::string missedPlaces(const ItemIndex& items, std::uint64_t count)
 {
@@ -78,6 +92,38 @@ std::string missedPlaces(const ItemIndex& items, std::uint64_t count)
     });
     return count > named ? text + " and " + platform::countText(count - named, "other", "others")
                          : text;
+}
+
+bool isAtOrBelowAny(std::string_view path, const std::vector<std::string>& folders)
+{
+    return std::ranges::any_of(
+        folders, [path](const std::string& folder) { return isAtOrBelow(path, folder); });
+}
+
+/// Whether a folder is below one of the paths, or above one.
+bool isOnTheWay(const std::string& folder, const std::vector<std::string>& paths)
+{
+    return isAtOrBelowAny(folder, paths) ||
+           std::ranges::any_of(
+               paths, [&folder](const std::string& path) { return isAtOrBelow(path, folder); });
+}
+
+/// The patterns of a folder that was named, for people: they leave out files of which there are no
+/// notes.
+std::string patternsOf(const PlaceNote& walked)
+{
+    constexpr std::size_t most = 200; ///< bytes
+    std::string text;
+    for (std::string rule : unpackedRules(walked.text)) {
+        if (rule.starts_with("exclude-from "))
+            rule = "those of a file of patterns";
+        else if (!rule.starts_with("exclude ") && !rule.starts_with("include "))
+            continue;
+        if (text.size() + rule.size() > most)
+            return text + (text.empty() ? "" : ", ") + "and more";
+        text += (text.empty() ? "" : ", ") + rule;
+    }
+    return text;
 }
 
 std::vector<std::string> without(std::vector<std::string> names, const std::string& name)
@@ -129,7 +175,8 @@ std::string RunReader::chosenChain(const std::vector<std::string>& chains)
         const auto others = without(chains, own);
         if (!others.empty())
             origin_.notes.push_back("Under the name " + machine + " there are also the runs of " +
-                                    listOf(others) + ".");
+                                    shortListOf(others) + " (--chain reads them).");
+        origin_.otherChains = others;
         return own;
     }
     std::vector<std::string> meant;
@@ -229,6 +276,34 @@ RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
                                 "stored in it or an earlier run, and in none since: " +
                                 missedPlaces(items, lack.neverStored) + ".");
     return lack;
+}
+
+void RunReader::noteLeftOut(const RecordHead& head, const ItemIndex& items,
+                            const std::vector<std::string>& paths)
+{
+    constexpr std::uint64_t shown = 3;
+    const std::string run = "Run " + std::to_string(head.run);
+    std::string places;
+    std::uint64_t count = 0;
+    std::map<std::string, std::string> folders; // by their patterns, the first of them
+    items.forEachNote([&](const PlaceNote& note) {
+        if (note.kind == PlaceNote::Kind::leftOut && isAtOrBelowAny(note.path, paths)) {
+            if (count++ < shown)
+                places += (places.empty() ? "" : ", ") + note.path + " (" + note.text + ")";
+        } else if (note.kind == PlaceNote::Kind::walked && isOnTheWay(note.path, paths)) {
+            if (const std::string patterns = patternsOf(note); !patterns.empty())
+                folders.try_emplace(patterns, note.path);
+        }
+        return true;
+    });
+    if (count > shown)
+        places += " and " + platform::countText(count - shown, "other place", "other places");
+    if (count > 0)
+        origin_.notes.push_back(run + " left out " + places + ".");
+    for (const auto& [patterns, folder] : folders)
+        origin_.notes.push_back(
+            fmt::format("Of {} run {} holds only what these patterns let through: {}.", folder,
+                        head.run, patterns));
 }
 
 std::string whyNotHeld(const ItemIndex& items, std::string_view path)

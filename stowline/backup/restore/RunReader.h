@@ -40,6 +40,10 @@ public:
     /// What a run could not back up, which is noted for people too.
     [[nodiscard]] RunLack lackOf(const RecordHead& head, const ItemIndex& items);
 
+    /// Notes for people what the rules of a run left out at and below paths.
+    void noteLeftOut(const RecordHead& head, const ItemIndex& items,
+                     const std::vector<std::string>& paths);
+
     /// What was read so far.
     [[nodiscard]] const RunOrigin& origin() const { return origin_; }
 
