@@ -77,19 +77,14 @@ public:
         const auto failure = failureOf([this] { test(); });
         if (summary_.missing + summary_.damaged > 0 && request_.choice.stateFolder)
             noteDeletedVersions(*request_.choice.stateFolder, damagedVersions_);
-        if (stop_.isRequested()) {
-            summary_.end = ReadEnd::interrupted;
-            summary_.sentence = "The self-test was interrupted.";
-        } else {
-            judge(failure ? failure : failure_);
-        }
+        judge(failure ? failure : failure_);
         return summary_;
     }
 
 private:
     struct Item {
         ProofCandidate content;
-        ProofBook::Outcome outcome = ProofBook::Outcome::passed;
+        std::optional<ProofBook::Outcome> outcome; ///< absent: its turn is still to come
     };
 
     [[nodiscard]] std::int64_t now() const
@@ -124,11 +119,16 @@ private:
         const fs::path file = proofFile(state, owner);
         (void)platform::makePrivateFolder(file.parent_path()); // else opening it says so
         ProofBook book = ProofBook::open(file, indexOwner(owner), now());
-        readNewRuns(book, chain, now(), stop_, [this](std::uint64_t run, const std::string& why) {
-            tell({.kind = Kind::damaged, .run = run, .sentence = why});
+        const auto failure = failureOf([&] {
+            const auto damaged = [this](std::uint64_t run, const std::string& why) {
+                tell({.kind = Kind::damaged, .run = run, .sentence = why});
+            };
+            readNewRuns(book, chain, now(), stop_, damaged);
+            testSample(book, *folder, reader);
         });
-        testSample(book, *folder, reader);
-        tellProof(book);
+        if (failure)
+            failure_ = failure;
+        tellProof(book); // what was lost before is no less lost when this one ends early
     }
 
     void testSample(ProofBook& book, TestFolder& folder, RunReader& reader)
@@ -205,7 +205,7 @@ private:
         request.choice.at.reset();
         Restored restored;
         const RestoreSummary sum = runRestore(request, restored, stop_);
-        if (stop_.isRequested())
+        if (sum.found == 0 && stop_.isRequested())
             return true;
         if (sum.found == 0 && sum.end == ReadEnd::badContent) {
             book.noteDamaged(run);
@@ -222,40 +222,41 @@ private:
         folder.loosen();
         for (Item& item : group)
             compareItem(item, run, place / "tree", restored, reader);
-        if (stop_.isRequested())
-            return true;
         std::vector<ProofBook::Settlement> settlements;
         for (const Item& item : group) {
-            // What the service could not be asked for is asked for first by the next one.
-            if (sum.end != ReadEnd::temporary)
-                settlements.push_back({item.content.key, item.outcome});
+            if (item.outcome)
+                settlements.push_back({item.content.key, *item.outcome});
         }
         book.settle(settlements, now());
         folder.clear();
         return true;
     }
 
+    /// What was found before a stop counts; what the service could not be asked for, or a stop left
+    /// out, is not settled: the next self-test begins with it.
     void compareItem(Item& item, std::uint64_t run, const fs::path& tree, const Restored& restored,
                      RunReader& reader)
     {
-        if (stop_.isRequested())
-            return;
         const std::string& path = item.content.path;
         const auto stored = restored.found.find(path);
         const auto done = restored.done.find(path);
-        if (stored == restored.found.end() || done == restored.done.end() ||
-            proofKey(path, *stored->second.content) != item.content.key)
-            return untested(path, run, path + " was not restored.");
-        if (done->second.state != RestoredState::restored) {
-            if (done->second.isBadContent)
-                return lose(item, run, stored->second, done->second, reader);
-            return untested(path, run,
-                            done->second.faults.empty() ? path + " was not restored."
-                                                        : done->second.faults.front());
-        }
-        const auto digest = restoredDigest(tree, path);
+        const bool isKnown = stored != restored.found.end() && done != restored.done.end() &&
+                             proofKey(path, *stored->second.content) == item.content.key;
+        if (isKnown && done->second.isBadContent)
+            return lose(item, run, stored->second, done->second, reader);
         if (stop_.isRequested())
             return;
+        if (!isKnown || !done->second.isTemporary)
+            item.outcome = ProofBook::Outcome::passed;
+        if (!isKnown || done->second.state != RestoredState::restored)
+            return untested(path, run,
+                            isKnown && !done->second.faults.empty() ? done->second.faults.front()
+                                                                    : path + " was not restored.");
+        const auto digest = restoredDigest(tree, path);
+        if (stop_.isRequested()) {
+            item.outcome.reset();
+            return;
+        }
         if (!digest)
             return untested(path, run, path + ": what was restored of it cannot be read.");
         if (*digest != stored->second.content->digest) // it was right when it was put there
@@ -385,30 +386,51 @@ private:
     void judge(const std::optional<ReadFailure>& failure)
     {
         const SelfTestSummary& sum = summary_;
-        if (sum.missing + sum.damaged > 0) {
-            summary_.end = ReadEnd::badContent;
-            summary_.sentence =
-                fmt::format("The self-test found {} missing and {} damaged.",
-                            platform::countText(sum.missing, "file", "files"), sum.damaged);
-        } else if (failure) {
-            summary_.end = failure->end;
-            summary_.sentence = "The self-test could not be done: " + failure->sentence;
-        } else if (sum.differing > 0) {
-            summary_.end = ReadEnd::someFailed;
-            summary_.sentence =
+        const auto end = [this](ReadEnd how, std::string sentence) {
+            summary_.end = how;
+            summary_.sentence = std::move(sentence);
+        };
+        const auto files = [](std::uint64_t count) {
+            return platform::countText(count, "file", "files");
+        };
+        if (sum.missing + sum.damaged > 0)
+            end(ReadEnd::badContent,
+                fmt::format("The self-test found {} missing and {} damaged{}.", files(sum.missing),
+                            sum.damaged, stop_.isRequested() ? ", then was interrupted" : ""));
+        else if (stop_.isRequested())
+            end(ReadEnd::interrupted, "The self-test was interrupted.");
+        else if (failure)
+            end(failure->end, "The self-test could not be done: " + failure->sentence);
+        else if (sum.differing > 0)
+            end(ReadEnd::someFailed,
                 fmt::format("The self-test found {} on this machine to be other than stored.",
-                            platform::countText(sum.differing, "file", "files"));
-        } else if (sum.untested > 0) {
+                            files(sum.differing)));
+        else if (sum.untested > 0)
+            end(ReadEnd::someFailed,
+                fmt::format("The self-test could not test {}.", files(sum.untested)));
+        else if (sum.chosen == 0 && sum.proof.files > 0)
+            end(ReadEnd::someFailed, "The self-test tested nothing: what is stored is larger than "
+                                     "it may fetch.");
+        else
+            end(ReadEnd::done, "");
+        if (summary_.end != ReadEnd::badContent && sum.isLossKnown())
+            tellKnownLoss();
+    }
+
+    /// What an earlier self-test found to be lost is lost still, whatever this one found.
+    void tellKnownLoss()
+    {
+        if (summary_.end == ReadEnd::done)
             summary_.end = ReadEnd::someFailed;
-            summary_.sentence = fmt::format("The self-test could not test {}.",
-                                            platform::countText(sum.untested, "file", "files"));
-        } else if (sum.chosen == 0 && sum.proof.files > 0) {
-            summary_.end = ReadEnd::someFailed;
-            summary_.sentence = "The self-test tested nothing: what is stored is larger than it "
-                                "may fetch.";
-        } else {
-            summary_.end = ReadEnd::done;
-        }
+        const ProofState& proof = summary_.proof;
+        std::string what = platform::countText(proof.lostFiles, "file", "files");
+        if (proof.damagedRuns > 0)
+            what = (proof.lostFiles > 0 ? what + " and " : "") +
+                   platform::countText(proof.damagedRuns, "run's record", "runs' records");
+        summary_.sentence +=
+            fmt::format("{}Earlier self-tests found {} to be missing or damaged, and none has "
+                        "proven otherwise since.",
+                        summary_.sentence.empty() ? "" : " ", what);
     }
 
     const SelfTestRequest& request_;

@@ -74,11 +74,13 @@ struct ProofState {
     std::uint64_t damagedRuns = 0;   ///< whose records cannot be read
 };
 
-/// chosen == tested + missing + damaged + untested, records aside, unless it was interrupted.
+/// chosen == tested + missing + damaged + untested, records aside, unless it was interrupted or
+/// could not be done.
 struct SelfTestSummary {
-    /// done: what was chosen is proven, if anything was; badContent: something is missing or
-    /// damaged, whatever else happened; someFailed: something differs from the disk or is untested;
-    /// notFound: there is no finished run; anything else: it could not be done.
+    /// done: what was chosen is proven, if anything was, and nothing is known to be lost;
+    /// badContent: this self-test found something missing or damaged, whatever else happened;
+    /// someFailed: something differs from the disk, is untested, or was found to be lost by an
+    /// earlier one; notFound: there is no finished run; anything else: it could not be done.
     ReadEnd end = ReadEnd::failed;
     std::string sentence; ///< why, unless it is done; for people
     std::uint64_t chosen = 0;
@@ -90,7 +92,14 @@ struct SelfTestSummary {
     std::uint64_t differing = 0;
     std::uint64_t untested = 0;
     std::vector<std::uint64_t> runs; ///< that contents were restored from, the oldest first
-    ProofState proof;                ///< after it
+    ProofState proof;                ///< after it, however it ended
+
+    /// Whether something of what the kept runs hold is known to be missing or damaged, by this
+    /// self-test or an earlier one: then no run that it follows is a good one.
+    [[nodiscard]] bool isLossKnown() const
+    {
+        return missing + damaged + proof.lostFiles + proof.damagedRuns > 0;
+    }
 };
 
 /// Tests to the end. Blocks; nothing is thrown. Needs no lock of a run, but one of its own: only

@@ -1,7 +1,9 @@
 #include "stowline/backup/SelfTestRun.h"
 
 #include "stowline/backup/BackupRun.h"
+#include "stowline/backup/RunState.h"
 #include "stowline/backup/StoredTreeTest.h"
+#include "stowline/backup/proof/ProofBook.h"
 #include "stowline/backup/proof/TestFolder.h"
 #include "tests/support/MountNamespace.h"
 
@@ -13,6 +15,7 @@
 #include <fstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace stowline::backup {
@@ -23,10 +26,15 @@ using Kind = SelfTestFinding::Kind;
 
 constexpr std::int64_t kStart = 1'700'000'000;
 constexpr std::int64_t kDay = 86400;
+/// At kSlowly it takes half a minute to come.
+constexpr std::size_t kSlowBytes = 6'000'000;
+constexpr std::uint64_t kSlowly = 200'000;
 
 struct Listener : SelfTestObserver {
     void found(const SelfTestFinding& finding) override
     {
+        if (onFound)
+            onFound();
         findings.push_back(finding);
         text += std::string(nameOf(finding.kind)) + " " +
                 fs::path(finding.path).filename().string() + " " + std::to_string(finding.run) +
@@ -43,6 +51,7 @@ struct Listener : SelfTestObserver {
     std::string text;
     std::string notes;
     std::function<void()> onProgress;
+    std::function<void()> onFound;
 };
 
 class SelfTestRun : public ::testing::Test {
@@ -54,7 +63,7 @@ protected:
         request.choice.stateFolder = state();
         request.share = 1;
         request.mostBytes = 1U << 30;
-        request.now = [this] { return now; };
+        request.now = [this] { return now++; };
         request.folders = {folders.path()};
     }
 
@@ -91,6 +100,39 @@ protected:
                 std::ofstream(entry.path(), std::ios::in | std::ios::binary) << "X";
         }
         EXPECT_EQ(count, 1) << content;
+    }
+
+    /// Lets something happen once the first bytes of a file of kSlowBytes are there; all files that
+    /// come before it by name were fetched then.
+    SelfTestSummary testUntilTheLargeFileComes(const std::function<void()>& happens)
+    {
+        request.jobs = 1;
+        request.bytesPerSecond = kSlowly;
+        request.partBytes = kSlowly / 2;
+        const auto isComing = [this] {
+            std::error_code changing;
+            for (fs::recursive_directory_iterator entry(folders.path(), changing), end;
+                 !changing && entry != end; entry.increment(changing)) {
+                std::error_code gone;
+                if (entry->is_regular_file(gone) && entry->file_size(gone) >= kSlowly / 2 && !gone)
+                    return true;
+            }
+            return false;
+        };
+        std::thread watcher([&] {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+            while (!isComing() && std::chrono::steady_clock::now() < deadline)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            happens();
+        });
+        const auto sum = again();
+        watcher.join();
+        return sum;
+    }
+
+    [[nodiscard]] UploadOwner owner() const
+    {
+        return RunState::owner(request.choice.account, *request.choice.identity);
     }
 
     [[nodiscard]] bool isNothingLeft() const { return fs::is_empty(folders.path()); }
@@ -167,12 +209,81 @@ TEST_F(SelfTestRun, FindsWhatIsMissingAndWhatIsDamagedAndDoesNotProveIt)
         stored.index.find((stored.folder() / "bad").string())->content->version;
     EXPECT_EQ(platform::readFile(state() / "versions-deleted"), version + "\n");
     EXPECT_TRUE(isNothingLeft());
-    // Their turn comes again after all others, and they are no less lost.
-    now += kDay;
+}
+
+TEST_F(SelfTestRun, IsNoSuccessAsLongAsALossIsKnown)
+{
+    (void)write("bad", "will be damaged");
+    stored.run();
+    damage("will be damaged", false);
+    ASSERT_EQ(test().end, ReadEnd::badContent);
+    (void)write("good", "all is well");
+    stored.run();
+    now = kStart - 1000; // so that the new one came before the lost one was tested
     request.share = 0.1;
     const auto later = test();
-    EXPECT_EQ(later.proof.lostFiles, 2U);
-    EXPECT_EQ(later.proof.provenFiles, 1U);
+    EXPECT_EQ(later.tested, 1U);
+    EXPECT_EQ(later.missing + later.damaged, 0U);
+    EXPECT_EQ(later.proof.lostFiles, 1U);
+    EXPECT_TRUE(later.isLossKnown());
+    EXPECT_EQ(later.end, ReadEnd::someFailed);
+    EXPECT_EQ(later.sentence, "Earlier self-tests found 1 file to be missing or damaged, and none "
+                              "has proven otherwise since.");
+    // Nor when it cannot be done.
+    stored.server.process().signal(SIGKILL);
+    (void)stored.server.process().wait();
+    request.choice.budgetPerStep = std::chrono::milliseconds(100);
+    EXPECT_EQ(test().end, ReadEnd::temporary);
+}
+
+TEST_F(SelfTestRun, TellsOfALossThatItFoundBeforeItWasInterrupted)
+{
+    (void)write("a", "will be damaged");
+    (void)write("b", "all is well");
+    stored.run();
+    damage("will be damaged", false);
+    listener.onFound = [this] { stored.stop.request(); };
+    const auto sum = again();
+    EXPECT_EQ(sum.end, ReadEnd::badContent);
+    EXPECT_EQ(sum.sentence,
+              "The self-test found 0 files missing and 1 damaged, then was interrupted.");
+    EXPECT_TRUE(sum.isLossKnown());
+    EXPECT_EQ(sum.proof.lostFiles, 1U) << "it is remembered, too";
+    EXPECT_TRUE(fs::exists(state() / "versions-deleted"));
+}
+
+TEST_F(SelfTestRun, TellsOfALossThatItFetchedBeforeItWasInterrupted)
+{
+    (void)write("a", "will be damaged");
+    (void)write("b", noise(kSlowBytes));
+    stored.run();
+    damage("will be damaged", false);
+    const auto sum = testUntilTheLargeFileComes([this] { stored.stop.request(); });
+    EXPECT_EQ(sum.end, ReadEnd::badContent) << sum.sentence;
+    EXPECT_EQ(sum.damaged, 1U);
+    EXPECT_EQ(sum.untested, 0U);
+    EXPECT_EQ(sum.proof.lostFiles, 1U);
+}
+
+TEST_F(SelfTestRun, BeginsWithWhatTheServiceDidNotAnswerForLastTime)
+{
+    for (int i = 0; i < 30; ++i)
+        (void)write("a" + std::to_string(i), "small");
+    (void)write("b", noise(kSlowBytes));
+    stored.run();
+    request.choice.budgetPerStep = std::chrono::milliseconds(100);
+    const auto sum = testUntilTheLargeFileComes([this] {
+        stored.server.process().signal(SIGKILL);
+        (void)stored.server.process().wait();
+    });
+    EXPECT_EQ(sum.end, ReadEnd::someFailed) << sum.sentence;
+    EXPECT_EQ(listener.text, "untested b 1\n");
+    EXPECT_EQ(sum.tested, 30U);
+    const auto book = ProofBook::look(proofFile(state(), owner()), indexOwner(owner()));
+    ASSERT_TRUE(book);
+    const auto next = book->sample(0.001, UINT64_MAX).contents;
+    ASSERT_EQ(next.size(), 1U);
+    EXPECT_EQ(fs::path(next[0].path).filename(), "b");
 }
 
 TEST_F(SelfTestRun, ComparesWithTheLiveFileWhereNothingShowsThatItChanged)

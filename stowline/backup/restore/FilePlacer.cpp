@@ -261,6 +261,7 @@ std::string FilePlacer::versionFor(const FileTask& task, RestoredItem& report, b
     if (answer.failure) {
         isKept = answer.failure->end == StepEnd::temporary ||
                  answer.failure->end == StepEnd::interrupted;
+        report.isTemporary = answer.failure->end == StepEnd::temporary;
         report.faults.push_back(report.path + ": the service does not say which version it is. " +
                                 answer.failure->reason);
     } else if (answer.version.empty()) {
@@ -317,6 +318,7 @@ bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
         isKept = failure->kind == FetchFailure::Kind::temporary ||
                  failure->kind == FetchFailure::Kind::interrupted;
         report.isBadContent = failure->kind == FetchFailure::Kind::badContent;
+        report.isTemporary = failure->kind == FetchFailure::Kind::temporary;
         report.faults.push_back(report.path + ": " + failure->reason);
     }
     context_.gathered(-counted);
