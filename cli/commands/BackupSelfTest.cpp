@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iterator>
 
 namespace stowline::cli {
@@ -60,7 +61,9 @@ std::string stateOf(const SelfTestOutcome& outcome)
     case ReadEnd::badContent:
         return "lost";
     case ReadEnd::someFailed:
-        return outcome.summary.differing > 0 ? "differs" : "untested";
+        if (outcome.summary.differing > 0)
+            return "differs";
+        return outcome.summary.isLossKnown() ? "still-lost" : "untested";
     case ReadEnd::interrupted:
         return "interrupted";
     default:
@@ -77,7 +80,7 @@ bool SelfTestOutcome::isProof() const
 
 bool SelfTestOutcome::hasFoundLoss() const
 {
-    return wasBegun && (summary.end == ReadEnd::badContent || summary.differing > 0);
+    return wasBegun && (summary.isLossKnown() || summary.differing > 0);
 }
 
 ExitStatus SelfTestOutcome::statusAfter(ExitStatus ofBackup) const
@@ -160,11 +163,18 @@ void SelfTestOutcome::addTo(RunFigures& figures) const
         return;
     figures.selfTest = sentences();
     figures.selfTestFindings = findings;
+    const SelfTestSummary& sum = summary;
+    const std::uint64_t found = sum.missing + sum.damaged + sum.differing;
+    const std::uint64_t known = sum.proof.lostFiles + sum.proof.damagedRuns;
     if (wasBegun)
-        figures.selfTestLost = summary.missing + summary.damaged + summary.differing;
-    if (figures.selfTestLost > 0)
+        figures.selfTestLost = sum.differing + std::max(sum.missing + sum.damaged, known);
+    if (found > 0)
         figures.selfTestTrouble = fmt::format("the self-test found {} not to be as stored",
-                                              countText(figures.selfTestLost, "file", "files"));
+                                              countText(found, "file", "files"));
+    else if (known > 0)
+        figures.selfTestTrouble = fmt::format("{} known to be missing or damaged since an earlier "
+                                              "self-test",
+                                              countText(known, "file is", "files are"));
     else if (!isProof())
         figures.selfTestTrouble = "the self-test was not done";
     if (!isProof() && wasBegun && figures.selfTestFindings.empty())

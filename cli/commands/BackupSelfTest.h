@@ -20,9 +20,10 @@ struct SelfTestOutcome {
     std::vector<std::string> findings; ///< the first of them, a sentence each
 
     /// Everything that was chosen is what was stored, and there was something to choose, or nothing
-    /// to test.
+    /// to test; and nothing else is known to be lost.
     [[nodiscard]] bool isProof() const;
-    /// What is stored, or lies on this machine, is not what it should be.
+    /// What is stored, or lies on this machine, is not what it should be, as this self-test or an
+    /// earlier one found: the run is no good one.
     [[nodiscard]] bool hasFoundLoss() const;
     /// What the command ends with when the backup would have ended with another status.
     [[nodiscard]] ExitStatus statusAfter(ExitStatus ofBackup) const;

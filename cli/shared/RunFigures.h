@@ -25,7 +25,7 @@ struct RunFigures {
     std::vector<std::string> failures;  ///< the first of them, a sentence each
     std::string sentence;               ///< why the run ended early; empty when it did not
     std::string selfTest; ///< what the self-test after it came to; empty when there was none
-    std::uint64_t selfTestLost = 0;            ///< that it found missing, damaged or different
+    std::uint64_t selfTestLost = 0;            ///< known to be missing, damaged or different
     std::vector<std::string> selfTestFindings; ///< what it found, the first sentences
     /// Why it proves nothing, or not enough, in a few words; empty when all is well.
     std::string selfTestTrouble;

@@ -174,6 +174,36 @@ TEST_F(SelfTest, ThatIsTooLongAgoIsAFaultForMonitoring)
     EXPECT_EQ(doctor("3 days").status, 2);
 }
 
+TEST_F(SelfTest, IsNoGoodRunAsLongAsALossIsKnown)
+{
+    account_.write({{"c", "small"}});
+    ASSERT_EQ(account_.backup().status, 0);
+    ASSERT_EQ(account_.backup().status, 0); // whose thirtieth is asked after
+    damage("a");
+    ASSERT_EQ(tested().status, 7);
+    const auto good = platform::readFile(state() / "last-good-run");
+    // All that this one may fetch is well.
+    auto run = account_.backupRun({"--self-test", "100%,9", "--monitor"});
+    run.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", "token-1");
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(field(result, "self_test_tested"), 1) << result.output;
+    EXPECT_EQ(field(result, "self_test_damaged"), 0);
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_EQ(field(result, "self_test"), "still-lost");
+    EXPECT_NE(result.errors.find("Earlier self-tests found 1 file to be missing or damaged"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(platform::readFile(state() / "last-good-run"), good) << "this was none";
+    EXPECT_NE(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
+    const fs::path saved = account_.command.home().path() / "report.html";
+    ASSERT_EQ(account_.run({"email", "--save", saved}).status, 0);
+    const std::string html = platform::readFile(saved).value();
+    EXPECT_NE(html.find("1 file is known to be missing or damaged since an earlier self-test."),
+              std::string::npos)
+        << html;
+    EXPECT_EQ(html.find("class=\"good\""), std::string::npos);
+}
+
 TEST_F(SelfTest, IsInTheReportAndTheEvent)
 {
     const auto reported = [this] {
