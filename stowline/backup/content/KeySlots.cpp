@@ -95,11 +95,14 @@ std::string KeySlots::lines() const
     return lines;
 }
 
-/// Slots of two keys in one list would open, each to another content.
+/// Slots of two keys in one list would open, each to another content. And what somebody without the
+/// key changed in a list that was read would be genuine once it is written anew.
 void KeySlots::requireOwn(const MasterKey& key) const
 {
     if (key.name() != keyName_)
         throw KeyFault(Kind::notPossible, "The slots are of another key.");
+    if (!seal_.empty())
+        check(key);
 }
 
 std::string KeySlots::text(const MasterKey& key)
@@ -135,8 +138,9 @@ std::string KeySlots::add(const MasterKey& key, SecretKind kind,
     return slots_.back().identifier;
 }
 
-void KeySlots::remove(std::string_view identifier)
+void KeySlots::remove(const MasterKey& key, std::string_view identifier)
 {
+    requireOwn(key);
     const auto found = std::ranges::find(slots_, identifier, &KeySlot::identifier);
     if (found == slots_.end())
         throw KeyFault(Kind::noSlot, "The key has no slot \"" + std::string(identifier) + "\".");

@@ -41,7 +41,9 @@ constexpr platform::PassphraseCost kMostPassphraseCost{.operations = 16, .memory
 
 /// The slots of one master key. A plain value; the secrets go in by reference and are not kept.
 /// Operations throw KeyFault, and std::bad_alloc without memory (opening and adding take the memory
-/// of the slot's cost, usually 256 MiB).
+/// of the slot's cost, usually 256 MiB). Those that change or write a list want its key, and throw
+/// notPossible for another one, and damaged, leaving the list as it is, when the list was read and
+/// is not as whoever has the key wrote it: what was changed on the way never becomes genuine.
 class KeySlots {
 public:
     /// Those of a fresh key: none yet.
@@ -67,7 +69,7 @@ public:
 
     /// Takes a slot out. Throws noSlot when there is none of that identifier, notPossible when it
     /// is the last. Whoever has an older list and the secret of the slot still has the key.
-    void remove(std::string_view identifier);
+    void remove(const MasterKey& key, std::string_view identifier);
 
     /// The key, by a secret of a kind; slots of other kinds are not tried. Throws noSlot,
     /// wrongSecret, and damaged when the list was changed by somebody without the key.
@@ -86,7 +88,7 @@ private:
     std::uint64_t generation_ = 0;
     std::vector<KeySlot> slots_;
     std::string parsedLines_; ///< as they were read, without the last
-    std::string seal_;        ///< over them
+    std::string seal_;        ///< over them; empty: neither read nor written yet
 };
 
 /// The word for a kind of secret in the list: "account", "passphrase", "key-file".

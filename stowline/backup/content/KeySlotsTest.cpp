@@ -87,7 +87,7 @@ TEST_F(Slots, OpenWithNothingElse)
 
 TEST_F(Slots, OfAnotherKindAreNotTried)
 {
-    list.remove(passphrase_);
+    list.remove(key, passphrase_);
     const KeySlots read = KeySlots::parsed(list.text(key));
     EXPECT_EQ(
         faultOf([&] { (void)read.open(SecretKind::passphrase, secret("correct horse battery")); }),
@@ -118,11 +118,11 @@ TEST_F(Slots, HaveASaltAndANonceOfTheirOwn)
 
 TEST_F(Slots, AreRemovedOneByOneButForTheLast)
 {
-    list.remove(account_);
-    EXPECT_EQ(faultOf([&] { list.remove(account_); }), Kind::noSlot);
-    list.remove(passphrase_);
+    list.remove(key, account_);
+    EXPECT_EQ(faultOf([&] { list.remove(key, account_); }), Kind::noSlot);
+    list.remove(key, passphrase_);
     ASSERT_EQ(list.slots().size(), 1U);
-    EXPECT_EQ(faultOf([&] { list.remove(list.slots()[0].identifier); }), Kind::notPossible);
+    EXPECT_EQ(faultOf([&] { list.remove(key, list.slots()[0].identifier); }), Kind::notPossible);
     EXPECT_EQ(list.slots().size(), 1U);
 }
 
@@ -139,6 +139,7 @@ TEST_F(Slots, TakeNoOtherKey)
     const MasterKey other = MasterKey::make();
     EXPECT_EQ(faultOf([&] { (void)list.add(other, SecretKind::account, secret("x"), "", kCheap); }),
               Kind::notPossible);
+    EXPECT_EQ(faultOf([&] { list.remove(other, account_); }), Kind::notPossible);
     EXPECT_EQ(faultOf([&] { (void)list.text(other); }), Kind::notPossible);
 }
 
@@ -208,6 +209,45 @@ TEST_F(Slots, AreRefusedWhenTheServiceTookOneOutOrPutOneIn)
     const std::string added = lineOf(made.slots()[0]);
     EXPECT_EQ(opening({lines[1], lines[2], lines[3], added}), Kind::damaged);
     EXPECT_EQ(opening({added, lines[1], lines[2], lines[3]}), Kind::damaged);
+}
+
+// What the service changed would be genuine for ever once the list is written anew.
+TEST_F(Slots, ThatTheServiceChangedAreNeitherWrittenNorAddedToNorTakenFrom)
+{
+    const auto lines = linesOf(list.text(key));
+    const std::string seal = slotListEndOf(lines.back()).seal;
+    KeySlot dummy = list.slots()[0];
+    dummy.identifier = "0000000000000000";
+    const std::string dropped =
+        lines[0] + lines[1] + lines[3] + lineOf(SlotListEnd{.slots = 2, .seal = seal});
+    const std::string added = lines[0] + lines[1] + lines[2] + lines[3] + lineOf(dummy) +
+                              lineOf(SlotListEnd{.slots = 4, .seal = seal});
+    for (const std::string& text : {dropped, added}) {
+        KeySlots read = KeySlots::parsed(text);
+        const auto slots = read.slots();
+        EXPECT_EQ(faultOf([&] { (void)read.text(key); }), Kind::damaged);
+        EXPECT_EQ(faultOf([&] {
+                      (void)read.add(key, SecretKind::passphrase, secret("correct horse battery"),
+                                     "", kCheap);
+                  }),
+                  Kind::damaged);
+        EXPECT_EQ(faultOf([&] { read.remove(key, account_); }), Kind::damaged);
+        EXPECT_EQ(read.slots(), slots);
+        EXPECT_EQ(faultOf([&] { (void)read.text(key); }), Kind::damaged) << "nor after all that";
+    }
+}
+
+TEST_F(Slots, ThatWereReadGoOnAfterEachChange)
+{
+    KeySlots read = KeySlots::parsed(list.text(key));
+    (void)read.add(key, SecretKind::passphrase, secret("battery horse correct"), "", kCheap);
+    read.remove(key, account_);
+    (void)read.text(key);
+    read.remove(key, passphrase_);
+    const KeySlots again = KeySlots::parsed(read.text(key));
+    ASSERT_EQ(again.slots().size(), 2U);
+    EXPECT_FALSE(faultOf(
+        [&] { (void)again.open(SecretKind::passphrase, secret("battery horse correct")); }));
 }
 
 // The box of one slot in the place of another's, so that a secret that was taken out opens again.
