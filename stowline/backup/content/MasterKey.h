@@ -16,18 +16,19 @@ constexpr std::size_t kKeyNameSize = 8;
 
 /// A master key: random, never stored but wrapped, and in locked memory while it is used. Nothing
 /// is sealed with it directly. Reading from several threads is safe. Throws std::bad_alloc without
-/// memory.
+/// memory. One that was moved from is no key: whatever is asked of it throws std::logic_error.
 class MasterKey {
 public:
     /// A fresh one.
     [[nodiscard]] static MasterKey make();
+    /// Throws std::invalid_argument for more or fewer bytes.
     /// @param bytes platform::kSealingKeySize of them
     explicit MasterKey(platform::SecretBytes bytes);
 
-    [[nodiscard]] const platform::SecretBytes& bytes() const { return bytes_; }
+    [[nodiscard]] const platform::SecretBytes& bytes() const;
 
     /// Tells keys apart without telling anything of them: kKeyNameSize bytes, made of the key.
-    [[nodiscard]] const std::string& name() const { return name_; }
+    [[nodiscard]] const std::string& name() const;
 
     /// The key that the chunks of one content are sealed with.
     /// @param identifier of kContentIdentifierSize bytes

@@ -2,6 +2,7 @@
 
 #include <new>
 #include <sodium.h>
+#include <stdexcept>
 
 namespace stowline::platform {
 
@@ -30,11 +31,28 @@ void prepare()
         throw std::bad_alloc();
 }
 
+void requireSize(const SecretBytes& key)
+{
+    if (key.size() != kSealingKeySize)
+        throw std::invalid_argument("a sealing key of another size");
+}
+
+void digestTo(unsigned char* digest, std::size_t size, std::string_view message,
+              const SecretBytes& key)
+{
+    prepare();
+    requireSize(key);
+    if (::crypto_generichash(digest, size, octets(message), message.size(), key.data(),
+                             key.size()) != 0)
+        throw std::invalid_argument("a digest of a size that there is not");
+}
+
 /// @param content room for what is in the box; zeros unless it is genuine
 bool openTo(unsigned char* content, std::string_view box, std::string_view associated,
             const SecretBytes& key)
 {
     prepare();
+    requireSize(key);
     const unsigned char* const nonce = octets(box);
     return ::crypto_aead_xchacha20poly1305_ietf_decrypt(
                content, nullptr, nullptr, nonce + kSealingNonceSize, box.size() - kSealingNonceSize,
@@ -47,6 +65,7 @@ void appendSealedBox(std::string& to, std::string_view content, std::string_view
                      const SecretBytes& key)
 {
     prepare();
+    requireSize(key);
     const std::size_t start = to.size();
     to.resize(start + kSealingOverhead + content.size());
     unsigned char* const nonce = octets(to) + start;
@@ -79,17 +98,16 @@ bool openSealedSecret(SecretBytes& secret, std::string_view box, std::string_vie
 SecretBytes derivedKey(const SecretBytes& key, std::string_view message)
 {
     SecretBytes derived(kSealingKeySize);
-    ::crypto_generichash(derived.data(), derived.size(), octets(message), message.size(),
-                         key.data(), key.size());
+    digestTo(derived.data(), derived.size(), message, key);
     return derived;
 }
 
 std::string keyedBlake2b(const SecretBytes& key, std::string_view message, std::size_t size)
 {
-    prepare();
+    if (size < crypto_generichash_BYTES_MIN)
+        throw std::invalid_argument("a digest too short to tell anything apart");
     std::string digest(size, '\0');
-    ::crypto_generichash(octets(digest), size, octets(message), message.size(), key.data(),
-                         key.size());
+    digestTo(octets(digest), size, message, key);
     return digest;
 }
 

@@ -10,7 +10,8 @@
 
 namespace stowline::platform {
 
-/// Bytes of every key here.
+/// Bytes of every key here. With a key of another size every operation throws
+/// std::invalid_argument: some digests would be made without a key then.
 constexpr std::size_t kSealingKeySize = 32;
 /// What a box has beyond its content: the nonce before it, the tag after it.
 constexpr std::size_t kSealingNonceSize = 24;
@@ -40,7 +41,7 @@ void appendSealedBox(std::string& to, std::string_view content, std::string_view
 [[nodiscard]] SecretBytes derivedKey(const SecretBytes& key, std::string_view message);
 
 /// The same for what need not be secret.
-/// @param size of the digest, 16 to 64 bytes
+/// @param size of the digest, 16 to 64 bytes; else throws std::invalid_argument
 [[nodiscard]] std::string keyedBlake2b(const SecretBytes& key, std::string_view message,
                                        std::size_t size);
 

@@ -75,6 +75,8 @@ TEST(SecretBytes, GoAlongWhenTheyAreMoved)
     first = SecretBytes::copyOf("other");
     second = std::move(first);
     EXPECT_EQ(second.view(), "other");
+    // NOLINTNEXTLINE(bugprone-use-after-move): that is the point
+    EXPECT_EQ(first.size(), 0U) << "neither what it had nor what was there";
 }
 
 // Made with Python's hashlib.
@@ -85,6 +87,29 @@ TEST(DerivedKey, IsTheKeyedDigestOfItsMessage)
               "27130dd0509c173859dbf5ae4af4220bfbdde1a6eb58db013256ccb38cc193b7");
     EXPECT_EQ(hexadecimal(keyedBlake2b(key, "stowline: name of a master key", 16)).substr(0, 16),
               "9d4352ce0f5e3e5d");
+}
+
+// One of no bytes would give a digest without a key, one of 65 none at all.
+TEST(SealingKeys, OfAnotherSizeAreRefused)
+{
+    for (const std::size_t size : {0U, 1U, 31U, 33U, 64U, 65U}) {
+        const SecretBytes key = SecretBytes::random(size);
+        std::string text;
+        EXPECT_THROW((void)derivedKey(key, "message"), std::invalid_argument) << size;
+        EXPECT_THROW((void)keyedBlake2b(key, "message", 32), std::invalid_argument) << size;
+        EXPECT_THROW(appendSealedBox(text, "content", "", key), std::invalid_argument) << size;
+        EXPECT_THROW((void)openSealedBox(text, std::string(50, 'b'), "", key),
+                     std::invalid_argument)
+            << size;
+    }
+}
+
+TEST(KeyedDigest, IsRefusedWhereThereIsNoneOfThatSize)
+{
+    const SecretBytes key = SecretBytes::random(kSealingKeySize);
+    for (const std::size_t size : {0U, 15U, 65U})
+        EXPECT_THROW((void)keyedBlake2b(key, "message", size), std::invalid_argument) << size;
+    EXPECT_EQ(keyedBlake2b(key, "message", 64).size(), 64U);
 }
 
 // Made with PyNaCl.

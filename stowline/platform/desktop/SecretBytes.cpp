@@ -25,9 +25,10 @@ SecretBytes::SecretBytes(SecretBytes&& other) noexcept
 
 SecretBytes& SecretBytes::operator=(SecretBytes&& other) noexcept
 {
-    std::swap(bytes_, other.bytes_);
-    std::swap(size_, other.size_);
-    return *this;
+    SecretBytes taken(std::move(other));
+    std::swap(bytes_, taken.bytes_);
+    std::swap(size_, taken.size_);
+    return *this; // what was here is overwritten now, and the other has none
 }
 
 SecretBytes::~SecretBytes()

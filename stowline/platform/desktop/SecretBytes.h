@@ -18,6 +18,7 @@ public:
     SecretBytes() = default;
     /// So many zeros.
     explicit SecretBytes(std::size_t size);
+    /// The other has none afterwards; what was assigned over is overwritten at once.
     SecretBytes(SecretBytes&& other) noexcept;
     SecretBytes& operator=(SecretBytes&& other) noexcept;
     ~SecretBytes();
