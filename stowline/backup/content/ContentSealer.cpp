@@ -51,6 +51,16 @@ ContentSealer::ContentSealer(const MasterKey& key, const UnfinishedContent& earl
 
 void ContentSealer::write(std::string_view bytes)
 {
+    guard_.piece([&] { take(bytes); });
+}
+
+void ContentSealer::finish()
+{
+    guard_.last([&] { end(); });
+}
+
+void ContentSealer::take(std::string_view bytes)
+{
     const std::size_t room = head_.chunkSize() * lanes_.size();
     while (!bytes.empty()) {
         // A chunk is known not to be the last one only when another byte comes.
@@ -62,7 +72,7 @@ void ContentSealer::write(std::string_view bytes)
     }
 }
 
-void ContentSealer::finish()
+void ContentSealer::end()
 {
     sealWaiting(true);
     std::string frame;

@@ -3,6 +3,7 @@
 
 #include "stowline/backup/content/ChunkPacker.h"
 #include "stowline/backup/content/MasterKey.h"
+#include "stowline/backup/content/OnceFailed.h"
 #include "stowline/backup/content/SealedForm.h"
 
 #include <array>
@@ -55,7 +56,8 @@ struct UnfinishedContent {
 
 /// Seals one content under a fresh identifier and fresh nonces: the same bytes never look the same
 /// twice. Not for several threads at once. Every operation throws ContentFault (tooLarge, changed),
-/// std::bad_alloc without memory, and what the sink throws; after that it is good for nothing.
+/// std::bad_alloc without memory, and what the sink throws; after that, and after finish(), each
+/// further write() or finish() throws std::logic_error.
 class ContentSealer {
 public:
     /// @param key lives as long as this
@@ -98,6 +100,8 @@ private:
 
     ContentSealer(const MasterKey& key, SealedHead head, const SealingPlan& plan, ContentSink sink);
 
+    void take(std::string_view bytes);
+    void end();
     void sealWaiting(bool isEnd);
     void sealChunk(Lane& lane, std::size_t number) const;
     [[nodiscard]] std::array<char, kChunkDigestSize> digestOf(std::string_view chunk,
@@ -105,6 +109,7 @@ private:
     void compare(const Lane& lane) const;
     void handOver(const Lane& lane);
 
+    OnceFailed guard_;
     const Compression compression_;
     bool isNoted_;
     const SealedHead head_;

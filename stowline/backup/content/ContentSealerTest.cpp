@@ -132,6 +132,80 @@ TEST(SealedContent, HandsOverWhatCameBeforeItsSinkThrew)
     EXPECT_EQ(handed, 3);
 }
 
+/// Takes what is handed over but for one piece, where it throws.
+struct SinkThatFailsOnce {
+    int piece;
+    std::string taken = {};
+    int pieces = 0;
+
+    void operator()(std::string_view bytes)
+    {
+        if (++pieces == piece)
+            throw std::runtime_error("full");
+        taken += bytes;
+    }
+};
+
+// Else what was in the piece that failed is missing, and the rest is genuine without it.
+TEST(SealedContent, IsNotGoneOnWithAfterAPieceThatFailed)
+{
+    const MasterKey key = MasterKey::make();
+    SinkThatFailsOnce sink{.piece = 3};
+    ContentSealer sealer(key, {.chunkExponent = kLeastChunkExponent}, std::ref(sink));
+    EXPECT_THROW(sealer.write(noise(5 * kChunk)), std::runtime_error);
+    EXPECT_THROW(sealer.write(prose(kChunk)), std::logic_error);
+    EXPECT_THROW(sealer.write(""), std::logic_error);
+    EXPECT_THROW(sealer.finish(), std::logic_error);
+    EXPECT_TRUE(opened(key, sealer.head().identifier, sink.taken).fault);
+}
+
+TEST(SealedContent, IsNotFinishedTwiceNorWrittenToAfterItsEnd)
+{
+    const MasterKey key = MasterKey::make();
+    for (const int failing : {0, 2, 3}) { // none, the only chunk, the table
+        SinkThatFailsOnce sink{.piece = failing};
+        ContentSealer sealer(key, {.chunkExponent = kLeastChunkExponent}, std::ref(sink));
+        sealer.write("some");
+        if (failing == 0)
+            sealer.finish();
+        else
+            EXPECT_THROW(sealer.finish(), std::runtime_error);
+        const std::string before = sink.taken;
+        EXPECT_THROW(sealer.write("more"), std::logic_error) << failing;
+        EXPECT_THROW(sealer.finish(), std::logic_error) << failing;
+        EXPECT_EQ(sink.taken, before);
+    }
+}
+
+TEST(SealedContent, IsNotSaidToBeWholeAfterAPieceThatWasNotTaken)
+{
+    const MasterKey key = MasterKey::make();
+    const Sealed one = sealed(key, prose(2 * kChunk));
+    SinkThatFailsOnce sink{.piece = 2};
+    ContentUnsealer unsealer(key, one.head.identifier, std::ref(sink));
+    const auto tableSize = static_cast<std::size_t>(tableFrameSize(2));
+    const std::string_view stored = one.bytes;
+    EXPECT_THROW(unsealer.feed(stored.substr(0, stored.size() - tableSize)), std::runtime_error);
+    EXPECT_THROW(unsealer.feed(stored.substr(stored.size() - tableSize)), std::logic_error);
+    EXPECT_THROW(unsealer.finish(), std::logic_error);
+}
+
+// What is wrong after the end is wrong with all of it.
+TEST(SealedContent, IsNotSaidToBeWholeAfterARefusal)
+{
+    const MasterKey key = MasterKey::make();
+    const Sealed one = sealed(key, "some");
+    ContentUnsealer unsealer(key, one.head.identifier, [](std::string_view) {});
+    unsealer.feed(one.bytes);
+    EXPECT_THROW(unsealer.feed("more"), ContentFault);
+    EXPECT_THROW(unsealer.finish(), std::logic_error);
+    ContentUnsealer ended(key, one.head.identifier, [](std::string_view) {});
+    ended.feed(one.bytes);
+    ended.finish();
+    EXPECT_THROW(ended.feed(""), std::logic_error);
+    EXPECT_THROW(ended.finish(), std::logic_error);
+}
+
 TEST(ChunkCount, IsOneForNoBytes)
 {
     const SealedHead head{.chunkExponent = 12, .keyName = {}, .identifier = {}};

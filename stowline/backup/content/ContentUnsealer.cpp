@@ -47,6 +47,11 @@ void ContentUnsealer::takeHead(const SealedHead& head)
 
 void ContentUnsealer::feed(std::string_view stored)
 {
+    guard_.piece([&] { take(stored); });
+}
+
+void ContentUnsealer::take(std::string_view stored)
+{
     while (!stored.empty()) {
         if (isAtEnd_)
             throwDamaged("Something follows its end.");
@@ -136,8 +141,10 @@ void ContentUnsealer::checkTable(std::string_view box) const
 
 void ContentUnsealer::finish()
 {
-    if (!isAtEnd_)
-        throwDamaged("Its end is missing.");
+    guard_.last([&] {
+        if (!isAtEnd_)
+            throwDamaged("Its end is missing.");
+    });
 }
 
 } // namespace stowline::backup

@@ -14,8 +14,8 @@ namespace stowline::backup {
 /// Opens one content. What it hands over is genuine and in its place, but only when finish()
 /// returns was it all: until then the end may be missing. Memory is bounded by the size of the
 /// chunks (at most 16 MiB each), whatever is fed. Not for several threads at once. Every operation
-/// throws ContentFault, std::bad_alloc without memory, and what the sink throws; after that it is
-/// good for nothing.
+/// throws ContentFault, std::bad_alloc without memory, and what the sink throws; after that, and
+/// after finish(), each further feed() or finish() throws std::logic_error.
 class ContentUnsealer {
 public:
     /// From the first stored byte on.
@@ -44,6 +44,7 @@ private:
         std::string chunk;
     };
 
+    void take(std::string_view stored);
     void takeHead(const SealedHead& head);
     [[nodiscard]] std::size_t wantedBytes() const;
     [[nodiscard]] std::size_t boxSize() const;
@@ -52,6 +53,7 @@ private:
     void openFrame(Frame& frame) const;
     void checkTable(std::string_view box) const;
 
+    OnceFailed guard_;
     const MasterKey& key_;
     const std::string identifier_;
     const ContentSink sink_;
