@@ -7,12 +7,12 @@
 #include "stowline/backup/RunRecords.h"
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/TreeIntake.h"
-#include "stowline/backup/Unexpected.h"
 #include "stowline/backup/VersionAudit.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/HandledException.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -327,7 +327,7 @@ private:
                 walkTrees(options, jobs, walkStop);
             jobs.finish();
         } catch (const std::exception&) {
-            walkFault_ = sentenceOfHandledException();
+            walkFault_ = platform::handledException().sentence;
         }
         jobs.stop();
         const std::lock_guard lock(mutex_);
@@ -507,7 +507,7 @@ BackupSummary unexpectedEnd() noexcept
     BackupSummary summary;
     summary.end = BackupEnd::failed;
     try {
-        summary.sentence = sentenceOfHandledException();
+        summary.sentence = platform::handledException().sentence;
     } catch (const std::bad_alloc&) { // the status says it all the same
     }
     return summary;
@@ -561,7 +561,7 @@ std::optional<std::vector<UnfinishedUpload>> unfinishedUploads(const fs::path& s
         return found;
     } catch (const std::exception&) {
         try {
-            fault = sentenceOfHandledException();
+            fault = platform::handledException().sentence;
         } catch (const std::bad_alloc&) { // it is absent all the same
         }
         return std::nullopt;

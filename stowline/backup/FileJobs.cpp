@@ -1,7 +1,7 @@
 #include "stowline/backup/FileJobs.h"
 
-#include "stowline/backup/Unexpected.h"
 #include "stowline/backup/index/IndexFault.h"
+#include "stowline/platform/values/HandledException.h"
 #include "stowline/service/RemoteName.h"
 
 #include <fmt/format.h>
@@ -122,7 +122,7 @@ void FileJobs::work()
             take(*job);
         }
     } catch (const std::exception&) {
-        noteFault(sentenceOfHandledException());
+        noteFault(platform::handledException().sentence);
     }
 }
 

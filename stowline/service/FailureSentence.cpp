@@ -1,6 +1,7 @@
 #include "stowline/service/FailureSentence.h"
 
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/HandledException.h"
 
 #include <algorithm>
 #include <array>
@@ -13,17 +14,15 @@ namespace {
 /// "{0}" is the host.
 struct Sentence {
     FailureKind kind;
-    const char* words;
+    std::string_view words;
 };
 
 constexpr std::array kSentences{
     Sentence{FailureKind::unspecified,
              "The service did not carry out the call. Please try again later; with -v the log says "
              "more."},
-    Sentence{FailureKind::noMemory,
-             "There is not enough memory. Please close programs and try again."},
-    Sentence{FailureKind::noThread,
-             "The system has no thread left. Please close programs and try again."},
+    Sentence{FailureKind::noMemory, platform::kNoMemorySentence},
+    Sentence{FailureKind::noThread, platform::kNoThreadSentence},
     Sentence{FailureKind::unexpected,
              "Something went wrong that was not foreseen. With -v the log says more."},
     Sentence{FailureKind::hostUnreachable,
@@ -75,7 +74,7 @@ constexpr std::array kSentences{
 std::string sentenceFor(FailureKind kind, std::string_view host)
 {
     const auto* found = std::ranges::find(kSentences, kind, &Sentence::kind);
-    const char* words = (found == kSentences.end() ? kSentences.front() : *found).words;
+    const std::string_view words = (found == kSentences.end() ? kSentences.front() : *found).words;
     std::string text = platform::replacingOccurrences(words, "{0}", host);
     if (text.starts_with("the ")) // "the service"; a host's name stays as it is
         text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));

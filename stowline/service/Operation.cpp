@@ -1,10 +1,10 @@
 #include "stowline/service/Operation.h"
 
+#include "stowline/platform/values/HandledException.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
-#include <new>
-#include <system_error>
+#include <string>
 
 namespace stowline {
 
@@ -21,25 +21,15 @@ Error layersError(FailureKind kind, std::string_view sentence)
 }
 
 /// The exception that is being handled, as an error.
-Error handledException()
+Error errorOfHandledException()
 {
-    try {
-        throw;
-    } catch (const std::bad_alloc&) {
-        return layersError(FailureKind::noMemory,
-                           "There is not enough memory. Please close programs and try again.");
-    } catch (const std::system_error& fault) {
-        if (fault.code() == std::errc::resource_unavailable_try_again)
-            return layersError(FailureKind::noThread, "The system has no thread left. Please close "
-                                                      "programs and try again.");
-        return layersError(FailureKind::unexpected,
-                           std::string("The operation failed unexpectedly: ") + fault.what() + ".");
-    } catch (const std::exception& fault) {
-        return layersError(FailureKind::unexpected,
-                           std::string("The operation failed unexpectedly: ") + fault.what() + ".");
-    } catch (...) {
-        return layersError(FailureKind::unexpected, "The operation failed unexpectedly.");
-    }
+    const platform::HandledException handled = platform::handledException();
+    if (handled.kind != FailureKind::unexpected)
+        return layersError(handled.kind, handled.sentence);
+    return layersError(FailureKind::unexpected,
+                       handled.sentence.empty()
+                           ? "The operation failed unexpectedly."
+                           : "The operation failed unexpectedly: " + handled.sentence + ".");
 }
 
 } // namespace
@@ -99,7 +89,7 @@ void Operation::failUntold(FailureKind kind, std::string_view sentence) const
 void Operation::failWithException() const noexcept
 {
     try {
-        const Error error = handledException();
+        const Error error = errorOfHandledException();
         fail(error);
         if (error.kind == FailureKind::unexpected)
             OPERATION_LOG_ERROR(*this, "%@ ended by an exception: %@", name_, error);

@@ -1,9 +1,9 @@
 #include "stowline/backup/restore/RunReader.h"
 
 #include "stowline/backup/RunState.h"
-#include "stowline/backup/Unexpected.h"
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/HandledException.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <fmt/format.h>
@@ -332,7 +332,7 @@ std::optional<ReadFailure> failureOf(const std::function<void()>& work) noexcept
     } catch (const ChoiceFault& fault) {
         return ReadFailure{fault.end(), fault.what()};
     } catch (const std::exception&) {
-        return ReadFailure{ReadEnd::failed, sentenceOfHandledException()};
+        return ReadFailure{ReadEnd::failed, platform::handledException().sentence};
     }
 }
 

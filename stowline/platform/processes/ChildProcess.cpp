@@ -2,6 +2,7 @@
 
 #include "stowline/platform/processes/ChildConversation.h"
 #include "stowline/platform/processes/Spawn.h"
+#include "stowline/platform/values/HandledException.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -25,7 +26,7 @@ std::string StartFailure::sentence() const
     case EAGAIN:
         return "No more processes may run. Please end some, or raise the limit (ulimit -u).";
     case ENOMEM:
-        return "There is not enough memory. Please close programs and try again.";
+        return std::string(kNoMemorySentence);
     default:
         return "Please install the program again.";
     }

@@ -3,7 +3,6 @@
 
 #include "stowline/platform/values/Value.h"
 
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -83,19 +82,6 @@ struct Error {
 
 /// Where an operation stores its error; null when the caller does not want one.
 using ErrorSlot = std::optional<Error>*;
-
-/// Stores the error of an operation that found no memory, as long as there is some for that.
-inline void storeNoMemory(ErrorSlot slot, std::string_view domain, int code) noexcept
-{
-    try {
-        if (slot)
-            *slot = makeError(std::string(domain), code,
-                              "There is not enough memory. Please close programs and try again.",
-                              FailureKind::noMemory);
-    } catch (const std::bad_alloc&) {
-        slot->reset();
-    }
-}
 
 } // namespace stowline::platform
 

@@ -24,13 +24,5 @@ TEST(Error, TheKindIsNoPartOfItsText)
     EXPECT_EQ(makeError("d", 7, "Why.").kind, FailureKind::unspecified);
 }
 
-TEST(Error, WantOfMemoryIsAKind)
-{
-    std::optional<Error> error;
-    storeNoMemory(&error, "d", 7);
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error->kind, FailureKind::noMemory);
-}
-
 } // namespace
 } // namespace stowline::platform

@@ -1,6 +1,7 @@
 #include "stowline/util/store/ManagedObjectContext.h"
 
 #include "stowline/platform/files/FileHandle.h"
+#include "stowline/platform/values/HandledException.h"
 #include "stowline/util/store/FormMatch.h"
 #include "stowline/util/store/StoreSql.h"
 #include "stowline/util/store/StoreValues.h"
@@ -18,6 +19,19 @@ namespace {
 namespace fs = std::filesystem;
 
 using Objects = std::vector<std::shared_ptr<ManagedObject>>;
+
+/// The exception that is being handled, as an error of the store; without a sentence when there is
+/// no memory even for that.
+Error errorOfHandledException() noexcept
+{
+    try {
+        const platform::HandledException handled = platform::handledException();
+        const int code = handled.kind == FailureKind::noMemory ? SQLITE_NOMEM : 0;
+        return platform::makeError(kStoreErrorDomain, code, handled.sentence, handled.kind);
+    } catch (const std::bad_alloc&) {
+        return {.code = SQLITE_NOMEM, .kind = FailureKind::noMemory};
+    }
+}
 
 /// An empty database for the owner alone; one that is there is left as it is.
 void prepareFile(const std::string& path)
@@ -330,8 +344,8 @@ auto attempt(Store& store, platform::ErrorSlot slot, Work work) -> std::optional
         error = store.errorOf(fault);
     } catch (const store::InvalidRequest& fault) {
         error = platform::makeError(kStoreErrorDomain, 0, fault.what());
-    } catch (const std::bad_alloc&) {
-        platform::storeNoMemory(&error, kStoreErrorDomain, SQLITE_NOMEM);
+    } catch (...) {
+        error = errorOfHandledException();
     }
     store.noteLostTransaction();
     if (slot)
@@ -346,26 +360,24 @@ std::unique_ptr<ManagedObjectContext> ManagedObjectContext::open(const std::stri
                                                                  platform::ErrorSlot error,
                                                                  const Options& options)
 {
-    std::string sentence;
-    int code = 0;
+    const auto fail = [error](int code, const std::string& sentence) {
+        if (error)
+            *error = platform::makeError(kStoreErrorDomain, code, sentence);
+    };
     try {
         store::requireUsableModel(model);
         prepareFile(path);
         return std::unique_ptr<ManagedObjectContext>(
             new ManagedObjectContext(std::make_unique<Store>(path, std::move(model), options)));
     } catch (const SQLite::Exception& fault) {
-        code = fault.getExtendedErrorCode();
-        sentence = "The object store " + path + " cannot be opened: " + fault.what() + ".";
+        fail(fault.getExtendedErrorCode(),
+             "The object store " + path + " cannot be opened: " + fault.what() + ".");
     } catch (const platform::FileFault& fault) {
-        sentence = std::string("The object store cannot be made: ") + fault.what() + ".";
-    } catch (const std::bad_alloc&) {
-        platform::storeNoMemory(error, kStoreErrorDomain, SQLITE_NOMEM);
-        return nullptr;
-    } catch (const std::exception& fault) {
-        sentence = fault.what();
+        fail(0, std::string("The object store cannot be made: ") + fault.what() + ".");
+    } catch (...) {
+        if (error)
+            *error = errorOfHandledException();
     }
-    if (error)
-        *error = platform::makeError(kStoreErrorDomain, code, sentence);
     return nullptr;
 }
 

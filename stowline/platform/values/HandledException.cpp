@@ -1,0 +1,25 @@
+#include "stowline/platform/values/HandledException.h"
+
+#include <new>
+#include <system_error>
+
+namespace stowline::platform {
+
+HandledException handledException()
+{
+    try {
+        throw;
+    } catch (const std::bad_alloc&) {
+        return {FailureKind::noMemory, std::string(kNoMemorySentence)};
+    } catch (const std::system_error& fault) {
+        if (fault.code() == std::errc::resource_unavailable_try_again)
+            return {FailureKind::noThread, std::string(kNoThreadSentence)};
+        return {FailureKind::unexpected, fault.what()}; // as those of the file system
+    } catch (const std::exception& fault) {
+        return {FailureKind::unexpected, fault.what()};
+    } catch (...) {
+        return {};
+    }
+}
+
+} // namespace stowline::platform
