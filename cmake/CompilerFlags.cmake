@@ -9,6 +9,13 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 include(CheckPIESupported)
 check_pie_supported()
 
+# Whether this build is optimised, by the compiler's own word: a build type may have any name. Asked each
+# time, since the type of a build folder can be changed.
+include(CheckCXXSourceCompiles)
+set(CMAKE_TRY_COMPILE_CONFIGURATION "${CMAKE_BUILD_TYPE}")
+unset(STOWLINE_OPTIMISED CACHE)
+check_cxx_source_compiles("#ifndef __OPTIMIZE__\n#error\n#endif\nint main() {}" STOWLINE_OPTIMISED)
+
 option(STOWLINE_WERROR "Every warning is an error" OFF)
 add_compile_options(
   -Wall -Wextra -Wpedantic $<$<BOOL:${STOWLINE_WERROR}>:-Werror>
@@ -20,7 +27,7 @@ add_compile_options(-Wno-missing-field-initializers)
 add_link_options(-Wl,--as-needed)
 # Linking is a third of the daily loop with the usual linker.
 find_program(LLD ld.lld)
-if(LLD AND NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+if(LLD AND NOT STOWLINE_OPTIMISED)
   add_link_options(-fuse-ld=lld)
 endif()
 
@@ -45,9 +52,9 @@ if(STOWLINE_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# What is shipped is hardened, whatever its build type is called, as far as the compiler can: not every
-# one knows every option for every processor.
-if(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$" AND NOT STOWLINE_SANITIZERS)
+# What is optimised is shipped, and hardened, whatever its build type is called, as far as the compiler
+# can: not every one knows every option for every processor.
+if(STOWLINE_OPTIMISED AND NOT STOWLINE_SANITIZERS)
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -D_GLIBCXX_ASSERTIONS -ffunction-sections -fdata-sections)
   include(CheckCXXCompilerFlag)
   foreach(flag stack-protector-strong stack-clash-protection cf-protection)

@@ -30,7 +30,7 @@ function(stowline_test name)
   # What is tested is optimised and checked, not the tests: they compile in a third of the time.
   if(STOWLINE_SANITIZERS)
     target_compile_options(${name} PRIVATE -O0 -fno-sanitize=undefined)
-  elseif(CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$")
+  elseif(STOWLINE_OPTIMISED)
     target_compile_options(${name} PRIVATE -O0 -U_FORTIFY_SOURCE)
   endif()
   if(NOT ARG_LABELS)
