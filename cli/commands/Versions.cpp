@@ -44,9 +44,7 @@ ExitStatus versions(const VersionOptions& options)
     const FailureWatch watch;
     const auto found = WebServiceBroker::getFileVersionsForUsername(
         session->username, session->password, session->server, options.fileId, nullptr);
-    // The service's code is all that tells this from another refusal.
-    if (isRefusal(watch.failure()) &&
-        watch.failure()->localizedDescription() == WebServiceBroker::messageFromCode("NoSuchFile"))
+    if (isRefusalWith(watch.failure(), "NoSuchFile"))
         return output().fail(
             ExitStatus::notFound,
             fmt::format("The file {} was not found on the service.", options.fileId));

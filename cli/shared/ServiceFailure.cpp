@@ -156,4 +156,10 @@ bool isRefusal(const std::optional<Error>& error)
     return error && error->kind == FailureKind::refusedByService;
 }
 
+bool isRefusalWith(const std::optional<Error>& error, std::string_view code)
+{
+    return isRefusal(error) &&
+           platform::findText(error->userInfo, platform::kServiceCodeKey) == code;
+}
+
 } // namespace stowline::cli

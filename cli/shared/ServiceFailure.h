@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace stowline::cli {
 
@@ -39,5 +40,8 @@ namespace stowline::cli {
 
 /// Whether an error tells that the service understood the call and said no.
 [[nodiscard]] bool isRefusal(const std::optional<Error>& error);
+
+/// Whether an error tells that the service said no with this code ("NoSuchFile").
+[[nodiscard]] bool isRefusalWith(const std::optional<Error>& error, std::string_view code);
 
 } // namespace stowline::cli

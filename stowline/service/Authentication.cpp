@@ -115,9 +115,8 @@ bool WebServiceBroker::createTrialWithFirstname(std::string_view firstname,
             const std::string code = findText(entries, "Code");
             if (isSuccessCode(code))
                 return true;
-            operation.fail(FailureKind::refusedByService, find(entries, "Message")
-                                                              ? findText(entries, "Message")
-                                                              : messageFromCode(code));
+            operation.failRefused(code, find(entries, "Message") ? findText(entries, "Message")
+                                                                 : messageFromCode(code));
             return false;
         });
 }

@@ -164,6 +164,7 @@ TEST(CreateTrial, ARefusalCarriesTheServicesMessage)
     EXPECT_EQ(error->code, 250);
     EXPECT_EQ(error->localizedDescription(), "Nice try.");
     EXPECT_EQ(error->kind, FailureKind::refusedByService);
+    EXPECT_EQ(platform::findText(error->userInfo, platform::kServiceCodeKey), "Bad");
     EXPECT_FALSE(createTrial(nullptr));
 }
 

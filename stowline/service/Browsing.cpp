@@ -29,8 +29,7 @@ std::optional<Dictionary> acceptedAnswer(const Operation& operation, std::string
     if (saysSuccess(code))
         return *answer->dictionary();
     if (code)
-        operation.fail(FailureKind::refusedByService,
-                       WebServiceBroker::messageFromCode(code->text()));
+        operation.failRefused(code->text(), WebServiceBroker::messageFromCode(code->text()));
     else
         operation.failUntold(FailureKind::unreadableAnswer, "The service's answer to " +
                                                                 std::string(method) +

@@ -112,6 +112,7 @@ TEST(FilesAndFolders, RefusalsAreWordsOfTheCode)
     EXPECT_EQ(error->code, 250);
     EXPECT_EQ(error->localizedDescription(), "No such folder");
     EXPECT_EQ(error->kind, FailureKind::refusedByService);
+    EXPECT_EQ(platform::findText(error->userInfo, platform::kServiceCodeKey), "NoSuchFolder");
     EXPECT_FALSE(listFolder(nullptr));
 }
 

@@ -81,6 +81,14 @@ void Operation::fail(FailureKind kind, std::string_view sentence) const
     fail(layersError(kind, sentence));
 }
 
+void Operation::failRefused(std::string_view code, std::string_view sentence) const
+{
+    Error error = layersError(FailureKind::refusedByService, sentence);
+    if (!code.empty())
+        error.userInfo.emplace(platform::kServiceCodeKey, code);
+    fail(error);
+}
+
 void Operation::failUntold(FailureKind kind, std::string_view sentence) const
 {
     note(layersError(kind, sentence));

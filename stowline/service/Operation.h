@@ -29,6 +29,9 @@ public:
     void fail(const Error& error) const;
     /// The same with one of the layer's own: code 250.
     void fail(FailureKind kind, std::string_view sentence) const;
+    /// Fails because the service said no. The error's user-info map holds its code under
+    /// kServiceCodeKey, unless that is empty.
+    void failRefused(std::string_view code, std::string_view sentence) const;
     /// Fails in a way that the slot does not tell of; watches do.
     void failUntold(const Error& error) const { note(error); }
     void failUntold(FailureKind kind, std::string_view sentence) const;

@@ -40,7 +40,8 @@ inline constexpr std::string_view kUndeletingNotConfiguredMessage =
 /// answered with one; where there was no SOAP answer, of the kind that says why: connection,
 /// nameNotFound, certificate, proxyRefused, refusedRedirect, tooLarge, requestTooLarge, badRequest,
 /// unavailable, unreadableAnswer, invalidSettings or unsendableValue; its user-info map then holds
-/// under kFailureReasonKey what was found, in words.
+/// under kFailureReasonKey what was found, in words. One of the kind refusedByService holds the
+/// service's own code under kServiceCodeKey, where it told one.
 ///
 /// Static operations only; all may be called from any number of threads at once. Those that call a
 /// web method block for one SOAP call (at most about 60 seconds and the start of a process), so

@@ -17,6 +17,10 @@ inline constexpr std::string_view kLocalizedDescriptionKey = "localizedDescripti
 /// same for many reasons. For people; without credentials.
 inline constexpr std::string_view kFailureReasonKey = "failureReason";
 
+/// Key of the user-info map for the code with which the service refused, as it told it
+/// ("NoSuchFile"); only in errors of the kind refusedByService, and only where it told one.
+inline constexpr std::string_view kServiceCodeKey = "serviceCode";
+
 /// What went wrong, for programs: what is to be decided about a failure is decided by this, never
 /// by its sentence.
 enum class FailureKind {
