@@ -44,27 +44,26 @@ Dictionary authenticate(const AccountServiceContext& context, const Dictionary& 
 
 Value createAccount(const AccountServiceContext& context, const Dictionary& parameters)
 {
-    return context.accounts.open({.userName = text(parameters, "userName"),
-                                  .password = text(parameters, "password"),
-                                  .firstName = text(parameters, "firstName"),
-                                  .email = text(parameters, "emailID")});
+    return codeOf(context.accounts.open({.userName = text(parameters, "userName"),
+                                         .password = text(parameters, "password"),
+                                         .firstName = text(parameters, "firstName"),
+                                         .email = text(parameters, "emailID")}));
 }
 
 Value changePassword(const AccountServiceContext& context, const Dictionary& parameters)
 {
-    return context.accounts.changePassword(text(parameters, "userName"),
-                                           text(parameters, "password"),
-                                           text(parameters, "newPassword"));
+    return codeOf(context.accounts.changePassword(text(parameters, "userName"),
+                                                  text(parameters, "password"),
+                                                  text(parameters, "newPassword")));
 }
 
-/// @param code what came of opening the account
-const std::vector<FieldOf<std::string>>& trialFields()
+const std::vector<FieldOf<AccountOutcome>>& trialFields()
 {
     // Some refusals come with a sentence, some with the code alone, as real services do.
-    static const std::vector<FieldOf<std::string>> fields{
-        {"Code", [](const std::string& code) { return code; }},
-        {"Message", [](const std::string& code) {
-             return code == "InvalidEmailAddress"
+    static const std::vector<FieldOf<AccountOutcome>> fields{
+        {"Code", [](AccountOutcome outcome) { return codeOf(outcome); }},
+        {"Message", [](AccountOutcome outcome) {
+             return outcome == AccountOutcome::invalidEmailAddress
                         ? std::optional<Value>(
                               "Please give an e-mail address like name@example.com.")
                         : std::nullopt;

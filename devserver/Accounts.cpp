@@ -46,14 +46,33 @@ Accounts::Accounts(const std::filesystem::path& databaseFile)
     database_.exec(kSchema);
 }
 
-std::string Accounts::open(const NewAccount& account)
+std::string codeOf(AccountOutcome outcome)
+{
+    switch (outcome) {
+    case AccountOutcome::success:
+        return "Success";
+    case AccountOutcome::invalidUserName:
+        return "InvalidUserName";
+    case AccountOutcome::invalidPassword:
+        return "InvalidPassword";
+    case AccountOutcome::invalidEmailAddress:
+        return "InvalidEmailAddress";
+    case AccountOutcome::userNameAlreadyExists:
+        return "UserNameAlreadyExists";
+    case AccountOutcome::invalidUserNameOrPassword:
+        return "InvalidUserNameOrPassword";
+    }
+    return "";
+}
+
+AccountOutcome Accounts::open(const NewAccount& account)
 {
     if (account.userName.empty())
-        return "InvalidUserName";
+        return AccountOutcome::invalidUserName;
     if (account.password.empty())
-        return "InvalidPassword";
+        return AccountOutcome::invalidPassword;
     if (!isEmailAddress(account.email))
-        return "InvalidEmailAddress";
+        return AccountOutcome::invalidEmailAddress;
     const std::string password = platform::storedPassword(account.password);
     const std::string answer = platform::storedPassword(account.secretAnswer);
 
@@ -72,7 +91,7 @@ std::string Accounts::open(const NewAccount& account)
     insert.bind(7, account.secretQuestion);
     insert.bind(8, answer);
     insert.bind(9, account.referralCode);
-    return insert.exec() == 1 ? "Success" : "UserNameAlreadyExists";
+    return insert.exec() == 1 ? AccountOutcome::success : AccountOutcome::userNameAlreadyExists;
 }
 
 std::optional<std::string> Accounts::storedPasswordOf(const std::string& userName)
@@ -111,20 +130,20 @@ bool Accounts::isKnown(const std::string& userName, const std::string& digest)
     return known != verified_.end() && known->second == digest;
 }
 
-std::string Accounts::changePassword(const std::string& userName, const std::string& password,
-                                     const std::string& newPassword)
+AccountOutcome Accounts::changePassword(const std::string& userName, const std::string& password,
+                                        const std::string& newPassword)
 {
     if (!isRight(userName, password))
-        return "InvalidUserNameOrPassword";
+        return AccountOutcome::invalidUserNameOrPassword;
     if (newPassword.empty())
-        return "InvalidPassword";
+        return AccountOutcome::invalidPassword;
     const std::string stored = platform::storedPassword(newPassword);
     const std::lock_guard lock(mutex_);
     SQLite::Statement update(database_, "UPDATE accounts SET password = ? WHERE user_name = ?");
     update.bind(1, stored);
     update.bind(2, userName);
     update.exec();
-    return "Success";
+    return AccountOutcome::success;
 }
 
 std::optional<std::string> Accounts::passwordMark(const std::string& userName)

@@ -35,6 +35,19 @@ struct AccountDetails {
     std::string opened; ///< "2026-01-31 23:59:59", universal time
 };
 
+/// What came of opening an account or changing its password.
+enum class AccountOutcome {
+    success,
+    invalidUserName,
+    invalidPassword, ///< an empty one
+    invalidEmailAddress,
+    userNameAlreadyExists,
+    invalidUserNameOrPassword,
+};
+
+/// As the service's answers tell it ("InvalidUserName").
+[[nodiscard]] std::string codeOf(AccountOutcome outcome);
+
 /// Passwords and secret answers are kept as salted hashes only. Any thread.
 class Accounts {
 public:
@@ -42,9 +55,8 @@ public:
     explicit Accounts(const std::filesystem::path& databaseFile);
 
     /// Opens an account.
-    /// @return "Success", "InvalidUserName", "InvalidPassword", "InvalidEmailAddress" or
-    ///         "UserNameAlreadyExists".
-    [[nodiscard]] std::string open(const NewAccount& account);
+    /// @return anything but invalidUserNameOrPassword
+    [[nodiscard]] AccountOutcome open(const NewAccount& account);
 
     /// The account's status ("Active") when user name and password are right; else absent.
     /// A password that was right once is known again at once until it is changed or the service
@@ -53,10 +65,10 @@ public:
                                                     const std::string& password);
 
     /// Gives an account another password.
-    /// @return "Success", "InvalidUserNameOrPassword" or "InvalidPassword" (an empty new one)
-    [[nodiscard]] std::string changePassword(const std::string& userName,
-                                             const std::string& password,
-                                             const std::string& newPassword);
+    /// @return success, invalidUserNameOrPassword or invalidPassword (an empty new one)
+    [[nodiscard]] AccountOutcome changePassword(const std::string& userName,
+                                                const std::string& password,
+                                                const std::string& newPassword);
 
     /// A text that is another once the account has another password, and tells nothing of it.
     /// Absent when there is no such account.

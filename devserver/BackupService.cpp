@@ -52,7 +52,7 @@ Value protectFile(const AccountServiceContext& context, const Dictionary& parame
     const std::string serverFile = text(parameters, "serverPath");
     const auto slash = serverFile.rfind('/');
     const std::uint64_t size = unsignedNumber(parameters, "originalFileSizeInBytes");
-    const std::string code = context.storage.registerFile(
+    const RegistrationOutcome outcome = context.storage.registerFile(
         {.place = {text(parameters, "userName"),
                    slash == std::string::npos ? "" : serverFile.substr(0, slash + 1),
                    slash == std::string::npos ? serverFile : serverFile.substr(slash + 1)},
@@ -63,9 +63,9 @@ Value protectFile(const AccountServiceContext& context, const Dictionary& parame
          .uploadedSize = size,
          .clientDate = text(parameters, "localTime")});
     // The client takes any result for a success.
-    if (code != "Success")
-        throw ServiceFault("Client", "The file is not registered: " + code);
-    return code;
+    if (outcome != RegistrationOutcome::success)
+        throw ServiceFault("Client", "The file is not registered: " + codeOf(outcome));
+    return codeOf(outcome);
 }
 
 Value protect2(const AccountServiceContext& context, const Dictionary& parameters)
@@ -73,7 +73,7 @@ Value protect2(const AccountServiceContext& context, const Dictionary& parameter
     requireSignIn(context, parameters);
     const std::string key = text(parameters, "uniqueKey");
     const auto checksum = numberIn(key, "crc32", 16);
-    return context.storage.registerFile(
+    return codeOf(context.storage.registerFile(
         {.place = {text(parameters, "userName"), text(parameters, "encryptedFilePath"),
                    text(parameters, "encryptedFileName")},
          .systemName = text(parameters, "systemName"),
@@ -85,7 +85,7 @@ Value protect2(const AccountServiceContext& context, const Dictionary& parameter
          .clientDate = text(parameters, "clientDate"),
          .isDelta = text(parameters, "isDelta") == "1",
          .isCompressed = text(parameters, "iIsCompressed") == "1",
-         .baselineVersion = number(parameters, "lngBaselinePkForThisDelta")});
+         .baselineVersion = number(parameters, "lngBaselinePkForThisDelta")}));
 }
 
 const char* nameOf(ContentState state)

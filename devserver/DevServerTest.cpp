@@ -218,7 +218,7 @@ TEST(DevServer, KeepsAccountsAndKeyOverARestart)
     ::stat((folder.path() / "key").c_str(), &status);
     EXPECT_EQ(status.st_mode & 0777, 0600U);
     const NewAccount account{.userName = "u", .password = "p", .email = "a@b"};
-    EXPECT_EQ(Accounts(folder.path() / "db").open(account), "Success");
+    EXPECT_EQ(Accounts(folder.path() / "db").open(account), AccountOutcome::success);
     EXPECT_EQ(Accounts(folder.path() / "db").signIn("u", "p"), "Active");
 }
 

@@ -32,18 +32,29 @@ PartAnswer refusal(const char* reason)
     return {{partHeader::status, "false"}, {partHeader::reason, reason}};
 }
 
-PartAnswer answerWith(const std::optional<HeldUpload>& held, const char* reason)
+const char* reasonOf(PartRefusal refused)
 {
-    if (!held)
-        return refusal(reason);
+    switch (refused) {
+    case PartRefusal::noSuchPath:
+        return "the user was given no such path";
+    case PartRefusal::gap:
+        return "a part before this one is missing";
+    case PartRefusal::checksumMismatch:
+        return "the checksum is not that of the part";
+    }
+    return "";
+}
+
+PartAnswer answerWith(const HeldUpload& held)
+{
     PartAnswer answer{{partHeader::status, "true"},
-                      {partHeader::receivedBytes, std::to_string(held->receivedBytes)},
-                      {partHeader::nextPart, std::to_string(held->parts + 1)},
-                      {partHeader::serverPath, held->serverFile},
-                      {partHeader::registered, held->isRegistered ? "true" : "false"}};
-    if (held->isRegistered) {
-        answer.emplace(partHeader::versionId, std::to_string(held->versionId));
-        answer.emplace(partHeader::listId, held->listId);
+                      {partHeader::receivedBytes, std::to_string(held.receivedBytes)},
+                      {partHeader::nextPart, std::to_string(held.parts + 1)},
+                      {partHeader::serverPath, held.serverFile},
+                      {partHeader::registered, held.isRegistered ? "true" : "false"}};
+    if (held.isRegistered) {
+        answer.emplace(partHeader::versionId, std::to_string(held.versionId));
+        answer.emplace(partHeader::listId, held.listId);
     }
     return answer;
 }
@@ -72,7 +83,8 @@ PartAnswer answerPartInfo(Storage& storage, const RequestHeaders& header)
     if (!named)
         return refusal("a header is missing or not Base64");
     try {
-        return answerWith(storage.held(named->place), "the user was given no such path");
+        const auto held = storage.held(named->place);
+        return held ? answerWith(*held) : refusal(reasonOf(PartRefusal::noSuchPath));
     } catch (const std::exception& fault) {
         STOWLINE_LOG_ERROR("What is held of an upload cannot be looked at: %@", fault.what());
         return refusal("what is held cannot be looked at");
@@ -95,8 +107,8 @@ PartAnswer answerPart(Storage& storage, const RequestHeaders& header, std::strin
         .offset = numberIn(identifier, "offset", 10),
         .checksum = checksum ? std::optional(static_cast<std::uint32_t>(*checksum)) : std::nullopt};
     try {
-        return answerWith(storage.addPart(named->place, part),
-                          "no such path, a gap before the part, or a wrong checksum");
+        const auto held = storage.addPart(named->place, part);
+        return held ? answerWith(*held) : refusal(reasonOf(held.error()));
     } catch (const std::exception& fault) {
         STOWLINE_LOG_ERROR("A part cannot be stored: %@", fault.what());
         return refusal("the part cannot be stored");

@@ -33,11 +33,11 @@ protected:
     {
         for (const char* user : {"ann", "bob"})
             EXPECT_EQ(accounts_.open({.userName = user, .password = "p", .email = "a@b"}),
-                      "Success");
+                      AccountOutcome::success);
         ticket_ = tickets_.give("ann");
     }
 
-    std::string store(const std::string& guid, const std::string& content)
+    RegistrationOutcome store(const std::string& guid, const std::string& content)
     {
         const UploadPlace place{"ann", path_, guid};
         EXPECT_TRUE(content.empty() ||
@@ -115,10 +115,11 @@ TEST_F(RecoveryTest, ATicketIsForOneAccountAndOneHour)
 
 TEST_F(RecoveryTest, ATicketEndsWithThePassword)
 {
-    EXPECT_EQ(accounts_.changePassword("ann", "wrong", "new"), "InvalidUserNameOrPassword");
-    EXPECT_EQ(accounts_.changePassword("ann", "p", ""), "InvalidPassword");
+    EXPECT_EQ(accounts_.changePassword("ann", "wrong", "new"),
+              AccountOutcome::invalidUserNameOrPassword);
+    EXPECT_EQ(accounts_.changePassword("ann", "p", ""), AccountOutcome::invalidPassword);
     EXPECT_TRUE(tickets_.isGood(ticket_, "ann"));
-    EXPECT_EQ(accounts_.changePassword("ann", "p", "new"), "Success");
+    EXPECT_EQ(accounts_.changePassword("ann", "p", "new"), AccountOutcome::success);
     EXPECT_FALSE(tickets_.isGood(ticket_, "ann"));
     EXPECT_TRUE(tickets_.isGood(tickets_.give("ann"), "ann"));
     EXPECT_FALSE(accounts_.signIn("ann", "p")); // although it was right once
@@ -136,7 +137,7 @@ TEST_F(RecoveryTest, TicketsOutliveTheServiceAsDigestsOnly)
 
 TEST_F(RecoveryTest, PartsComeByOffsetAndLengthWithTheirChecksum)
 {
-    ASSERT_EQ(store("g", "hello world"), "Success");
+    ASSERT_EQ(store("g", "hello world"), RegistrationOutcome::success);
     DownloadAnswer answer = download({{"X-Offset", "6"}, {"X-Length", "3"}});
     EXPECT_EQ(answer.headers["Status"], "true") << answer.headers["X-Reason"];
     EXPECT_EQ(answer.body, "wor");
@@ -152,7 +153,7 @@ TEST_F(RecoveryTest, PartsComeByOffsetAndLengthWithTheirChecksum)
 
 TEST_F(RecoveryTest, WhyThereIsNoPartIsOneWord)
 {
-    ASSERT_EQ(store("g", "hello"), "Success");
+    ASSERT_EQ(store("g", "hello"), RegistrationOutcome::success);
     EXPECT_EQ(refusalOf({{"X-Ticket", ""}}), "TicketRefused");
     EXPECT_EQ(refusalOf({{"X-Ticket", tickets_.give("bob")}}), "TicketRefused");
     EXPECT_EQ(refusalOf({{"X-UserName", "no base64"}}), "TicketRefused");
@@ -179,7 +180,7 @@ TEST_F(RecoveryTest, PartsThatAreNoVersionYetAreNotHandedOut)
 TEST_F(RecoveryTest, ChangedShortenedAndMissingContentIsToldApart)
 {
     for (const char* guid : {"changed", "shortened", "longer", "missing", "whole"})
-        ASSERT_EQ(store(guid, "hello world"), "Success");
+        ASSERT_EQ(store(guid, "hello world"), RegistrationOutcome::success);
     std::map<std::string, std::int64_t> ids;
     for (const char* guid : {"changed", "shortened", "longer", "missing", "whole"})
         ids[guid] = idOf(guid);
@@ -205,7 +206,7 @@ TEST_F(RecoveryTest, ChangedShortenedAndMissingContentIsToldApart)
 
 TEST_F(RecoveryTest, ContentThatWasOnlyCopiedBackIsWhole)
 {
-    ASSERT_EQ(store("g", "hello"), "Success");
+    ASSERT_EQ(store("g", "hello"), RegistrationOutcome::success);
     overwrite(fileOf("g"), "hellx");
     const std::int64_t id = 1;
     EXPECT_EQ(stateOf(id), ContentState::damaged);
@@ -216,12 +217,12 @@ TEST_F(RecoveryTest, ContentThatWasOnlyCopiedBackIsWhole)
 
 TEST_F(RecoveryTest, LostContentCanBeUploadedAgainAsAnotherVersion)
 {
-    ASSERT_EQ(store("g", "hello"), "Success");
+    ASSERT_EQ(store("g", "hello"), RegistrationOutcome::success);
     const std::int64_t first = idOf("g");
     overwrite(fileOf("g"), "hellx");
     EXPECT_FALSE(held("g").isRegistered);
     EXPECT_EQ(held("g").receivedBytes, 0U);
-    ASSERT_EQ(store("g", "hello"), "Success");
+    ASSERT_EQ(store("g", "hello"), RegistrationOutcome::success);
     const std::int64_t second = idOf("g");
     EXPECT_NE(second, first);
     EXPECT_EQ(stateOf(first), ContentState::damaged);
@@ -235,7 +236,7 @@ TEST_F(RecoveryTest, LostContentCanBeUploadedAgainAsAnotherVersion)
                                      .name = "g",
                                      .size = 5,
                                      .uploadedSize = 5}),
-              "IncompleteFile");
+              RegistrationOutcome::incompleteFile);
 }
 
 TEST_F(RecoveryTest, APackedUploadIsKnownAgainByTheSizeOfWhatWasSent)
@@ -249,8 +250,8 @@ TEST_F(RecoveryTest, APackedUploadIsKnownAgainByTheSizeOfWhatWasSent)
                               .size = 100,
                               .uploadedSize = 6,
                               .isCompressed = true};
-    EXPECT_EQ(storage_.registerFile(packed), "Success");
-    EXPECT_EQ(storage_.registerFile(packed), "Success");
+    EXPECT_EQ(storage_.registerFile(packed), RegistrationOutcome::success);
+    EXPECT_EQ(storage_.registerFile(packed), RegistrationOutcome::success);
     EXPECT_EQ(held("g").receivedBytes, 6U);
     EXPECT_EQ(download({}).body, "packed");
     EXPECT_EQ(storage_.usedBytes("ann"), 6U);
@@ -266,14 +267,14 @@ TEST_F(RecoveryTest, AnswersNameTheVersionOnceItIsOne)
     const RequestHeaders header = [&headers](const char* name) { return headers[name]; };
     EXPECT_FALSE(answerPart(storage_, header, "hello").contains("X-VersionID"));
     EXPECT_FALSE(answerPartInfo(storage_, header).contains("X-ListID"));
-    ASSERT_EQ(store("g", ""), "IncompleteFile");
+    ASSERT_EQ(store("g", ""), RegistrationOutcome::incompleteFile);
     ASSERT_EQ(storage_.registerFile({.place = {"ann", path_, "g"},
                                      .systemName = "iMac",
                                      .folder = "/d",
                                      .name = "g",
                                      .size = 5,
                                      .uploadedSize = 5}),
-              "Success");
+              RegistrationOutcome::success);
     const StoredVersion version = storage_.version("ann", 1).value();
     for (PartAnswer answer :
          {answerPartInfo(storage_, header), answerPart(storage_, header, "hello")}) {
@@ -289,7 +290,7 @@ TEST_F(RecoveryTest, ThousandsOfVersionsAreAnsweredForInOneCall)
     constexpr int count = 5000;
     constexpr int stored = 20;
     for (int i = 1; i <= stored; ++i)
-        ASSERT_EQ(store("g" + std::to_string(i), std::to_string(i)), "Success");
+        ASSERT_EQ(store("g" + std::to_string(i), std::to_string(i)), RegistrationOutcome::success);
     const auto idAt = [](int place) { return place % stored + 1; };
     std::string numbers;
     for (int i = 0; i < count; ++i)
@@ -327,7 +328,7 @@ TEST_F(RecoveryTest, ThousandsOfVersionsAreAnsweredForInOneCall)
 
 TEST_F(RecoveryTest, ReadingAllIsAskedForWithAWord)
 {
-    ASSERT_EQ(store("g", "hello"), "Success");
+    ASSERT_EQ(store("g", "hello"), RegistrationOutcome::success);
     Deletions deletions(storage_, 0ms);
     const AccountServiceContext context{accounts_, storage_, Data(32), "", &tickets_};
     const Service service = backupService(context, deletions);
@@ -360,7 +361,7 @@ TEST_F(RecoveryTest, TicketsAreGivenForTheRightPasswordOnly)
 TEST_F(RecoveryTest, PartsThatNobodyWantsGoAfterSevenDays)
 {
     const auto hours = [this](int count) { now_ += std::chrono::hours(count); };
-    ASSERT_EQ(store("whole", "whole"), "Success");
+    ASSERT_EQ(store("whole", "whole"), RegistrationOutcome::success);
     ASSERT_TRUE(storage_.addPart({"ann", path_, "old"}, {.fileName = "f", .bytes = "old"}));
     ASSERT_TRUE(storage_.addPart({"ann", path_, "slow"}, {.fileName = "f", .bytes = "slow"}));
     hours(6 * 24);
@@ -379,7 +380,7 @@ TEST_F(RecoveryTest, PartsThatNobodyWantsGoAfterSevenDays)
 
 TEST_F(RecoveryTest, FilesThatBelongToNothingGoToo)
 {
-    ASSERT_EQ(store("whole", "whole"), "Success");
+    ASSERT_EQ(store("whole", "whole"), RegistrationOutcome::success);
     overwrite(fileOf("orphan"), "left by a deletion that was broken off");
     overwrite(fileOf("fresh"), "a part whose row is being written");
     const auto old = fs::file_time_type::clock::now() - std::chrono::hours(8 * 24);
@@ -393,7 +394,7 @@ TEST_F(RecoveryTest, FilesThatBelongToNothingGoToo)
 
 TEST_F(RecoveryTest, ADatabaseOfBeforeIsBroughtUpToDate)
 {
-    ASSERT_EQ(store("g", "hello"), "Success");
+    ASSERT_EQ(store("g", "hello"), RegistrationOutcome::success);
     ASSERT_TRUE(storage_.addPart({"ann", path_, "half"}, {.fileName = "f", .bytes = "half"}));
     SQLite::Database database((folder_.path() / "files.sqlite").string(), SQLite::OPEN_READWRITE,
                               5000);
@@ -411,8 +412,8 @@ TEST_F(RecoveryTest, ADatabaseOfBeforeIsBroughtUpToDate)
 
 TEST_F(RecoveryTest, ADeletionOutlivesADiskThatRefuses)
 {
-    ASSERT_EQ(store("g1", "hello"), "Success");
-    ASSERT_EQ(store("g2", "hello"), "Success");
+    ASSERT_EQ(store("g1", "hello"), RegistrationOutcome::success);
+    ASSERT_EQ(store("g2", "hello"), RegistrationOutcome::success);
     SQLite::Database other((folder_.path() / "files.sqlite").string(), SQLite::OPEN_READWRITE,
                            5000);
     // As a full disk does: whatever is deleted fails.
@@ -445,7 +446,7 @@ TEST_F(RecoveryTest, ThePageShowsRunsAndWhatIsGivenBack)
                                          .name = name,
                                          .size = guid.size(),
                                          .uploadedSize = guid.size()}),
-                  "Success");
+                  RegistrationOutcome::success);
     };
     Journal journal(folder_.path());
     Deletions deletions(storage_, 0ms);
@@ -483,7 +484,7 @@ TEST_F(RecoveryTest, AFolderThatWasAFileIsAFolderAgain)
                                          .name = name,
                                          .size = guid.size(),
                                          .uploadedSize = guid.size()}),
-                  "Success");
+                  RegistrationOutcome::success);
     };
     const auto isFolder = [this] {
         const ItemQuery query{
@@ -511,9 +512,9 @@ TEST_F(RecoveryTest, SizesThatAddUpToMoreThanThereIsDoNotEndTheSums)
                                       .uploadedSize = 1,
                                       .isCompressed = true});
     };
-    EXPECT_EQ(put("g1", 0x7fffffffffffffffU), "Success");
-    EXPECT_EQ(put("g2", 0x7fffffffffffffffU), "Success");
-    EXPECT_EQ(put("g3", 0x8000000000000000U), "InvalidSize");
+    EXPECT_EQ(put("g1", 0x7fffffffffffffffU), RegistrationOutcome::success);
+    EXPECT_EQ(put("g2", 0x7fffffffffffffffU), RegistrationOutcome::success);
+    EXPECT_EQ(put("g3", 0x8000000000000000U), RegistrationOutcome::invalidSize);
     EXPECT_EQ(storage_.machines().at(0).bytes, 9223372036854774784U);
     EXPECT_EQ(storage_.usedBytes("ann"), 2U);
 }

@@ -28,7 +28,7 @@ protected:
                                          .name = name,
                                          .size = 1,
                                          .uploadedSize = 1}),
-                  "Success");
+                  RegistrationOutcome::success);
     }
 
     static DeletionState awaitEnd(Deletions& deletions, const std::string& guid)

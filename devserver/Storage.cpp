@@ -249,18 +249,21 @@ std::optional<std::uint32_t> Storage::checksumOfUpload(const std::string& server
     return static_cast<std::uint32_t>(query->getColumn(0).getInt64());
 }
 
-std::optional<HeldUpload> Storage::addPart(const UploadPlace& place, const UploadedPart& part)
+platform::Outcome<HeldUpload, PartRefusal> Storage::addPart(const UploadPlace& place,
+                                                            const UploadedPart& part)
 {
     const auto serverFile = serverFileOf(place);
-    if (!serverFile || (part.checksum && *part.checksum != checksumOf(0, part.bytes)))
-        return std::nullopt;
+    if (!serverFile)
+        return PartRefusal::noSuchPath;
+    if (part.checksum && *part.checksum != checksumOf(0, part.bytes))
+        return PartRefusal::checksumMismatch;
     const std::lock_guard content(contentLock(*serverFile));
     HeldUpload held = heldAt(*serverFile);
     const std::uint64_t offset = part.offset.value_or(held.receivedBytes);
     if (held.isRegistered || offset < held.receivedBytes)
         return held;
     if (offset > held.receivedBytes)
-        return std::nullopt;
+        return PartRefusal::gap;
 
     if (held.receivedBytes == 0)
         removeStray(contentFile(*serverFile));
@@ -304,25 +307,44 @@ bool Storage::hasBaseline(const Registration& registration)
            baseline->folder == registration.folder && baseline->name == registration.name;
 }
 
-std::string Storage::registerFile(const Registration& given)
+std::string codeOf(RegistrationOutcome outcome)
+{
+    switch (outcome) {
+    case RegistrationOutcome::success:
+        return "Success";
+    case RegistrationOutcome::invalidPath:
+        return "InvalidPath";
+    case RegistrationOutcome::invalidSize:
+        return "InvalidSize";
+    case RegistrationOutcome::incompleteFile:
+        return "IncompleteFile";
+    case RegistrationOutcome::checksumMismatch:
+        return "ChecksumMismatch";
+    case RegistrationOutcome::invalidBaseline:
+        return "InvalidBaseline";
+    }
+    return "";
+}
+
+RegistrationOutcome Storage::registerFile(const Registration& given)
 {
     Registration registration = given;
     registration.folder = normalized(given.folder);
     const auto serverFile = serverFileOf(registration.place);
     if (!serverFile || registration.name.empty() ||
         registration.name.find('/') != std::string::npos)
-        return "InvalidPath";
+        return RegistrationOutcome::invalidPath;
     constexpr auto largest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     if (registration.size > largest)
-        return "InvalidSize";
+        return RegistrationOutcome::invalidSize;
     const std::lock_guard content(contentLock(*serverFile));
     const HeldUpload held = heldAt(*serverFile);
     if (held.receivedBytes != registration.uploadedSize)
-        return "IncompleteFile";
+        return RegistrationOutcome::incompleteFile;
     if (held.isRegistered)
-        return "Success";
+        return RegistrationOutcome::success;
     if (registration.isDelta && !hasBaseline(registration))
-        return "InvalidBaseline";
+        return RegistrationOutcome::invalidBaseline;
 
     if (held.receivedBytes == 0)
         removeStray(contentFile(*serverFile));
@@ -337,13 +359,13 @@ std::string Storage::registerFile(const Registration& given)
     if (checksum != checksumOfUpload(*serverFile).value_or(0) ||
         checksum != registration.checksum.value_or(checksum)) {
         forgetUpload(*serverFile);
-        return "ChecksumMismatch";
+        return RegistrationOutcome::checksumMismatch;
     }
     file.synchronize();
     const Content whole{held.receivedBytes, checksum, digest.hexadecimal(), file.stamp()};
     NewVersion version{registration, *serverFile, whole};
     insertTogether(version);
-    return "Success";
+    return RegistrationOutcome::success;
 }
 
 /// The first that comes commits for all that wait; those that come meanwhile are the next group.

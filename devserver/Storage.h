@@ -2,6 +2,7 @@
 #pragma once
 
 #include "devserver/StatementCache.h"
+#include "stowline/platform/values/Outcome.h"
 #include "stowline/platform/values/Value.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -61,6 +62,22 @@ struct Registration {
     bool isCompressed = false;
     std::int64_t baselineVersion = -1;
 };
+
+/// Why a part is not taken.
+enum class PartRefusal { noSuchPath, gap, checksumMismatch };
+
+/// What came of a registration.
+enum class RegistrationOutcome {
+    success,
+    invalidPath,
+    invalidSize,
+    incompleteFile,
+    checksumMismatch,
+    invalidBaseline,
+};
+
+/// As the service's answers tell it ("IncompleteFile").
+[[nodiscard]] std::string codeOf(RegistrationOutcome outcome);
 
 /// An entry of a folder.
 struct StoredItem {
@@ -209,14 +226,12 @@ public:
 
     /// Adds a part to an upload. One that is held already, and one for a registered file, changes
     /// nothing; one that would leave a gap, or whose checksum is not that of its bytes, is refused.
-    /// @return what is held then; absent when the part was refused
-    [[nodiscard]] std::optional<HeldUpload> addPart(const UploadPlace& place,
-                                                    const UploadedPart& part);
+    /// @return what is held then, or why the part was refused
+    [[nodiscard]] platform::Outcome<HeldUpload, PartRefusal> addPart(const UploadPlace& place,
+                                                                     const UploadedPart& part);
 
     /// Makes a version of an upload, which must be whole. A registered one is a success again.
-    /// @return "Success", "InvalidPath", "IncompleteFile", "ChecksumMismatch", "InvalidSize" or
-    ///         "InvalidBaseline"
-    [[nodiscard]] std::string registerFile(const Registration& registration);
+    [[nodiscard]] RegistrationOutcome registerFile(const Registration& registration);
 
     /// How the content of a version is. The digest of what was registered is kept, with what the
     /// system said of the file then; content is read again when the system says otherwise now, or

@@ -27,16 +27,18 @@ class StorageTest : public testing::Test {
 protected:
     UploadPlace place(const std::string& guid) { return {"ann", path_, guid}; }
 
-    std::optional<HeldUpload> add(const std::string& guid, const std::string& bytes,
-                                  std::optional<std::uint64_t> offset = std::nullopt)
+    platform::Outcome<HeldUpload, PartRefusal>
+    add(const std::string& guid, const std::string& bytes,
+        std::optional<std::uint64_t> offset = std::nullopt)
     {
         return storage_.addPart(
             place(guid),
             {.fileName = "f", .bytes = bytes, .offset = offset, .checksum = crcOf(bytes)});
     }
 
-    std::string store(const std::string& guid, const std::string& folder, const std::string& name,
-                      const std::string& content, bool isDelta = false, std::int64_t baseline = -1)
+    RegistrationOutcome store(const std::string& guid, const std::string& folder,
+                              const std::string& name, const std::string& content,
+                              bool isDelta = false, std::int64_t baseline = -1)
     {
         EXPECT_TRUE(content.empty() || add(guid, content));
         return storage_.registerFile({.place = place(guid),
@@ -82,7 +84,7 @@ TEST_F(StorageTest, PartsBecomeAFile)
     EXPECT_EQ(add("g", "hello ")->receivedBytes, 6U);
     EXPECT_EQ(add("g", "world")->parts, 2U);
     EXPECT_FALSE(storage_.held(place("g"))->isRegistered);
-    EXPECT_EQ(store("g", "/home/ann", "a.txt", ""), "IncompleteFile");
+    EXPECT_EQ(store("g", "/home/ann", "a.txt", ""), RegistrationOutcome::incompleteFile);
     const Registration whole{.place = place("g"),
                              .systemName = "iMac",
                              .folder = "/home/ann/",
@@ -91,8 +93,8 @@ TEST_F(StorageTest, PartsBecomeAFile)
                              .uploadedSize = 11,
                              .checksum = crcOf("hello world"),
                              .clientDate = "2026-01-01 00:00:00"};
-    EXPECT_EQ(storage_.registerFile(whole), "Success");
-    EXPECT_EQ(storage_.registerFile(whole), "Success"); // a repetition
+    EXPECT_EQ(storage_.registerFile(whole), RegistrationOutcome::success);
+    EXPECT_EQ(storage_.registerFile(whole), RegistrationOutcome::success); // a repetition
     EXPECT_EQ(content(storage_.held(place("g")).value()), "hello world");
     EXPECT_TRUE(storage_.held(place("g"))->isRegistered);
     EXPECT_EQ(names(""), Names{"home/"});
@@ -105,9 +107,13 @@ TEST_F(StorageTest, RepeatedPartsChangeNothingAndGapsAreRefused)
 {
     EXPECT_TRUE(add("g", "hello ", 0));
     EXPECT_EQ(add("g", "hello ", 0)->receivedBytes, 6U);
-    EXPECT_FALSE(add("g", "late", 10));
+    const auto late = add("g", "late", 10);
+    ASSERT_FALSE(late);
+    EXPECT_EQ(late.error(), PartRefusal::gap);
     EXPECT_EQ(add("g", "world", 6)->receivedBytes, 11U);
-    EXPECT_FALSE(storage_.addPart(place("g"), {.fileName = "f", .bytes = "x", .checksum = 1}));
+    const auto wrong = storage_.addPart(place("g"), {.fileName = "f", .bytes = "x", .checksum = 1});
+    ASSERT_FALSE(wrong);
+    EXPECT_EQ(wrong.error(), PartRefusal::checksumMismatch);
     EXPECT_EQ(content(storage_.held(place("g")).value()), "hello world");
 }
 
@@ -122,8 +128,12 @@ TEST_F(StorageTest, NamesNeverLeaveTheFolder)
         EXPECT_EQ(held->serverFile.find(".."), std::string::npos);
         EXPECT_EQ(content(*held), "x");
     }
-    EXPECT_FALSE(storage_.addPart({"ann", "/vol1/2/G/", "g"}, {.fileName = "f", .bytes = "x"}));
-    EXPECT_FALSE(storage_.addPart({"bob", path_, "g"}, {.fileName = "f", .bytes = "x"}));
+    for (const UploadPlace& foreign :
+         {UploadPlace{"ann", "/vol1/2/G/", "g"}, UploadPlace{"bob", path_, "g"}}) {
+        const auto refused = storage_.addPart(foreign, {.fileName = "f", .bytes = "x"});
+        ASSERT_FALSE(refused);
+        EXPECT_EQ(refused.error(), PartRefusal::noSuchPath);
+    }
     EXPECT_FALSE(storage_.held({"ann", "/etc/", "g"}));
     EXPECT_NE(storage_.uploadPath("ann", 1, "../x").find("/vol1/1/x-"), std::string::npos);
 }
@@ -138,30 +148,30 @@ TEST_F(StorageTest, WhatIsNotWholeIsNotRegistered)
                               .size = 5,
                               .uploadedSize = 5,
                               .checksum = crcOf("other")};
-    EXPECT_EQ(storage_.registerFile(registration), "ChecksumMismatch");
+    EXPECT_EQ(storage_.registerFile(registration), RegistrationOutcome::checksumMismatch);
     EXPECT_EQ(storage_.held(place("g"))->receivedBytes, 0U); // to be sent again
     ASSERT_TRUE(add("g", "hello"));
     registration.checksum = crcOf("hello");
     // Somebody changes the content behind the service's back.
     const auto file = folder_.path() / storage_.held(place("g"))->serverFile.substr(1);
     ASSERT_TRUE(platform::writeFileAtomically(file, "hellx"));
-    EXPECT_EQ(storage_.registerFile(registration), "ChecksumMismatch");
+    EXPECT_EQ(storage_.registerFile(registration), RegistrationOutcome::checksumMismatch);
     registration.name = "a/b";
-    EXPECT_EQ(storage_.registerFile(registration), "InvalidPath");
+    EXPECT_EQ(storage_.registerFile(registration), RegistrationOutcome::invalidPath);
     EXPECT_EQ(names(""), Names());
 }
 
 TEST_F(StorageTest, EmptyFilesNeedNoPart)
 {
-    EXPECT_EQ(store("g", "/", "empty", ""), "Success");
+    EXPECT_EQ(store("g", "/", "empty", ""), RegistrationOutcome::success);
     EXPECT_EQ(content(storage_.held(place("g")).value()), "");
     EXPECT_EQ(names("/"), Names{"empty"});
 }
 
 TEST_F(StorageTest, KeepsVersionsAndDeltasByTheirBaseline)
 {
-    EXPECT_EQ(store("g1", "/d", "f", "one"), "Success");
-    EXPECT_EQ(store("g2", "/d", "f", "second"), "Success");
+    EXPECT_EQ(store("g1", "/d", "f", "one"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g2", "/d", "f", "second"), RegistrationOutcome::success);
     ItemQuery query{.userName = "ann", .systemName = "iMac", .folder = "/d", .pageSize = 10};
     const StoredItem item = storage_.folder(query)->items.at(0);
     EXPECT_EQ(item.size, 6U);
@@ -172,8 +182,8 @@ TEST_F(StorageTest, KeepsVersionsAndDeltasByTheirBaseline)
     EXPECT_EQ(versions[1].checksum, crcOf("one"));
     EXPECT_TRUE(storage_.versions("bob", item.id).empty());
 
-    EXPECT_EQ(store("g3", "/d", "f", "d", true, 999), "InvalidBaseline");
-    EXPECT_EQ(store("g4", "/d", "f", "d", true, versions[0].id), "Success");
+    EXPECT_EQ(store("g3", "/d", "f", "d", true, 999), RegistrationOutcome::invalidBaseline);
+    EXPECT_EQ(store("g4", "/d", "f", "d", true, versions[0].id), RegistrationOutcome::success);
     EXPECT_FALSE(storage_.deleteVersion("ann", versions[0].listId)); // the delta needs it
     EXPECT_FALSE(storage_.deleteVersion("bob", versions[1].listId));
     EXPECT_TRUE(storage_.deleteVersion("ann", versions[1].listId));
@@ -183,8 +193,8 @@ TEST_F(StorageTest, KeepsVersionsAndDeltasByTheirBaseline)
 
 TEST_F(StorageTest, AFileWithoutVersionsGoesWithItsFolders)
 {
-    EXPECT_EQ(store("g1", "/a/b/c", "f", "one"), "Success");
-    EXPECT_EQ(store("g2", "/a", "g", "two"), "Success");
+    EXPECT_EQ(store("g1", "/a/b/c", "f", "one"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g2", "/a", "g", "two"), RegistrationOutcome::success);
     ItemQuery query{.userName = "ann", .systemName = "iMac", .folder = "/a/b/c", .pageSize = 10};
     const auto item = storage_.folder(query)->items.at(0);
     EXPECT_TRUE(storage_.deleteVersion("ann", storage_.versions("ann", item.id).at(0).listId));
@@ -193,9 +203,9 @@ TEST_F(StorageTest, AFileWithoutVersionsGoesWithItsFolders)
 
 TEST_F(StorageTest, SortsAndPages)
 {
-    EXPECT_EQ(store("g1", "/d", "b", "333"), "Success");
-    EXPECT_EQ(store("g2", "/d", "a", "1"), "Success");
-    EXPECT_EQ(store("g3", "/d", "c", "22"), "Success");
+    EXPECT_EQ(store("g1", "/d", "b", "333"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g2", "/d", "a", "1"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g3", "/d", "c", "22"), RegistrationOutcome::success);
     EXPECT_EQ(names("/d"), (Names{"a", "b", "c"}));
     EXPECT_EQ(names("/d", {.isAscending = false}), (Names{"c", "b", "a"}));
     EXPECT_EQ(names("/d", {.sortField = "Size"}), (Names{"a", "c", "b"}));
@@ -208,9 +218,9 @@ TEST_F(StorageTest, SortsAndPages)
 
 TEST_F(StorageTest, SearchesBelowAFolder)
 {
-    EXPECT_EQ(store("g1", "/d/e", "Letter 100%.txt", "1"), "Success");
-    EXPECT_EQ(store("g2", "/d", "letter.doc", "1"), "Success");
-    EXPECT_EQ(store("g3", "/dx", "letter.txt", "1"), "Success");
+    EXPECT_EQ(store("g1", "/d/e", "Letter 100%.txt", "1"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g2", "/d", "letter.doc", "1"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g3", "/dx", "letter.txt", "1"), RegistrationOutcome::success);
     const auto found = [&](const std::string& folder, const std::string& text,
                            const std::string& extensions = "") {
         Names list;
@@ -231,7 +241,7 @@ TEST_F(StorageTest, SearchesBelowAFolder)
 TEST_F(StorageTest, PackagesAreFoldersShownAsOne)
 {
     storage_.notePackage("ann", "/p/A.photoslibrary", 12);
-    EXPECT_EQ(store("g1", "/p/A.photoslibrary", "x", "1"), "Success");
+    EXPECT_EQ(store("g1", "/p/A.photoslibrary", "x", "1"), RegistrationOutcome::success);
     const ItemQuery query{.userName = "ann", .systemName = "iMac", .folder = "/p", .pageSize = 9};
     EXPECT_TRUE(storage_.folder(query)->items.at(0).isPackage);
 }
@@ -239,7 +249,7 @@ TEST_F(StorageTest, PackagesAreFoldersShownAsOne)
 TEST_F(StorageTest, EverythingIsThereAgainAfterAnEnd)
 {
     ASSERT_TRUE(add("g", "half"));
-    EXPECT_EQ(store("h", "/", "whole", "whole"), "Success");
+    EXPECT_EQ(store("h", "/", "whole", "whole"), RegistrationOutcome::success);
     Storage again(folder_.path());
     EXPECT_EQ(again.held(place("g"))->receivedBytes, 4U);
     EXPECT_TRUE(again.held(place("h"))->isRegistered);
@@ -267,7 +277,7 @@ TEST_F(StorageTest, SeveralSendersOfOneFileEndWithOneWholeFile)
                                      .size = whole.size(),
                                      .uploadedSize = whole.size(),
                                      .checksum = crcOf(whole)}),
-              "Success");
+              RegistrationOutcome::success);
 }
 
 TEST_F(StorageTest, RegistrationsThatArriveTogetherAllBecomeVersions)
@@ -280,7 +290,7 @@ TEST_F(StorageTest, RegistrationsThatArriveTogetherAllBecomeVersions)
             threads.emplace_back([this, sender] {
                 for (int file = 0; file < files; ++file) {
                     const std::string name = std::to_string(sender) + "-" + std::to_string(file);
-                    EXPECT_EQ(store(name, "/d", name, name), "Success");
+                    EXPECT_EQ(store(name, "/d", name, name), RegistrationOutcome::success);
                 }
             });
         }
@@ -307,7 +317,8 @@ TEST_F(StorageTest, OneRegistrationThatCannotBeDoesNotHinderTheOthers)
             threads.emplace_back([&, i] {
                 const std::string guid = "g" + std::to_string(i);
                 try {
-                    good += store(guid, "/d", i % 4 == 0 ? "bad" : guid, guid) == "Success";
+                    good += store(guid, "/d", i % 4 == 0 ? "bad" : guid, guid) ==
+                            RegistrationOutcome::success;
                 } catch (const std::exception&) {
                     ++refused;
                 }
@@ -322,8 +333,8 @@ TEST_F(StorageTest, OneRegistrationThatCannotBeDoesNotHinderTheOthers)
 
 TEST_F(StorageTest, DeletedContentIsGoneFromTheDiskOnceItsDaysOfGraceAreOver)
 {
-    EXPECT_EQ(store("g1", "/d", "f", "one"), "Success");
-    EXPECT_EQ(store("g2", "/d", "f", "second"), "Success");
+    EXPECT_EQ(store("g1", "/d", "f", "one"), RegistrationOutcome::success);
+    EXPECT_EQ(store("g2", "/d", "f", "second"), RegistrationOutcome::success);
     const auto fileOf = [this](const char* guid) {
         return folder_.path() / (path_ + guid).substr(1);
     };
