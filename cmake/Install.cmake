@@ -11,8 +11,6 @@ set(objects)
 foreach(folder IN LISTS folders)
   list(APPEND objects $<TARGET_OBJECTS:stowline_${folder}>)
 endforeach()
-set(modules CURL EXPAT PLIST GIO ICU MOUNT SQLITE CRYPTO SSL ISAL ZLIB FMT)
-list(TRANSFORM modules PREPEND PkgConfig:: OUTPUT_VARIABLE outside)
 
 add_library(stowline_shared SHARED ${objects})
 add_library(stowline_static STATIC ${objects})
@@ -28,7 +26,7 @@ set_target_properties(stowline_static PROPERTIES EXPORT_NAME stowline-static)
 set(map "${PROJECT_SOURCE_DIR}/stowline/exported.map")
 target_link_options(stowline_shared PRIVATE "-Wl,--version-script=${map}" -Wl,--no-undefined)
 set_property(TARGET stowline_shared APPEND PROPERTY LINK_DEPENDS "${map}")
-target_link_libraries(stowline_shared PRIVATE ${outside} ${SQLITECPP_LIBRARY} Threads::Threads)
+target_link_libraries(stowline_shared PRIVATE ${STOWLINE_LIBRARY_TARGETS} ${SQLITECPP_LIBRARY} Threads::Threads)
 
 # --- where things go ---
 
@@ -89,10 +87,9 @@ endforeach()
 set(STOWLINE_TOOLS_DIR ${bundle})
 # The modules of pkg-config that whoever links the static library needs; and what pkg-config has for them here, since
 # modules in Requires.private would have to be installed for the flags of the headers too, which use none of them.
-set(STOWLINE_PRIVATE_MODULES "libcurl expat libplist-2.0 gio-2.0 icu-i18n mount sqlite3 fmt zlib libssl libcrypto libisal")
-separate_arguments(private_modules UNIX_COMMAND "${STOWLINE_PRIVATE_MODULES}")
+list(JOIN STOWLINE_LIBRARY_MODULES " " STOWLINE_PRIVATE_MODULES)
 execute_process(
-  COMMAND ${PKG_CONFIG_EXECUTABLE} --static --libs ${private_modules}
+  COMMAND ${PKG_CONFIG_EXECUTABLE} --static --libs ${STOWLINE_LIBRARY_MODULES}
   OUTPUT_VARIABLE STOWLINE_PRIVATE_LIBRARIES OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 set(config ${CMAKE_INSTALL_LIBDIR}/cmake/stowline)
 configure_package_config_file(cmake/stowlineConfig.cmake.in "${PROJECT_BINARY_DIR}/stowlineConfig.cmake"

@@ -27,8 +27,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "libstowline${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 # Needed only by those who link the static library.
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS
-  "libcurl4-openssl-dev, libexpat1-dev, libplist-dev, libglib2.0-dev, libicu-dev, libmount-dev, libsqlite3-dev, libfmt-dev, libsqlitecpp-dev, zlib1g-dev, libssl-dev, libisal-dev")
+list(JOIN STOWLINE_LIBRARY_PACKAGES ", " CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${PROJECT_DESCRIPTION}, for building with it
  Headers, static library, CMake and pkg-config files.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME stowline-tools)
