@@ -66,7 +66,7 @@ protected:
                                          .clientDate = "of " + content,
                                          .isDelta = baseline > 0,
                                          .baselineVersion = baseline}),
-                  "Success");
+                  RegistrationOutcome::success);
         return storage_.held(place).value().listId;
     }
 
@@ -436,7 +436,7 @@ TEST(Grace, NoDaysTakeAwayAtOnce)
                                     .name = "a",
                                     .size = 1,
                                     .uploadedSize = 1}),
-              "Success");
+              RegistrationOutcome::success);
     const std::string list = storage.version("ann", 1)->listId;
     ASSERT_TRUE(storage.deleteVersion("ann", list));
     EXPECT_FALSE(fs::exists(folder.path() / "vol1/1/G/g"));
