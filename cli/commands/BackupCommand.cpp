@@ -3,7 +3,6 @@
 #include "cli/commands/BackupReport.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
-#include "cli/shared/Overdue.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/threads/StopRequest.h"
 #include "stowline/util/General.h"
@@ -85,13 +84,15 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
         if (figures.sentence.empty())
             figures.sentence = fault;
         selfTest.addTo(figures);
-        keepLastRun(figures);
         const bool isWhole =
             !request.resumesOnly && summary.failed == 0 && !selfTest.hasFoundLoss();
         if (selfTest.wasBegun)
             keepSelfTest(flags.profile, selfTest.isProof(), platform::currentDate());
         if (isWhole && summary.end == backup::BackupEnd::done)
             keepLastGoodRun(flags.profile, begun);
+        figures.overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile));
+        report.setOverdue(figures.overdue);
+        keepLastRun(figures);
         // A stop is a stop: what could not be told now is kept, and told after the next run.
         const StopScope scope(Interruptible::stopRequest());
         flags.reports.tell(Interruptible::request() ? std::nullopt : std::optional(session),
@@ -139,7 +140,10 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
         const RunFigures figures{.username = options.username(),
                                  .machine = flags.systemName,
                                  .begun = begun,
-                                 .sentence = std::move(sentence)};
+                                 .sentence = std::move(sentence),
+                                 .overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile))};
+        for (const std::string& late : figures.overdue)
+            output().complain(late);
         keepLastRun(figures);
         flags.reports.tell(std::nullopt, figures);
     };

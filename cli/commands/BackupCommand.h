@@ -4,6 +4,7 @@
 #include "cli/commands/BackupHooks.h"
 #include "cli/commands/BackupSelfTest.h"
 #include "cli/shared/CommandLine.h"
+#include "cli/shared/Overdue.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/Session.h"
 #include "stowline/backup/BackupRun.h"
@@ -24,6 +25,7 @@ struct BackupFlags {
     BackupHooks hooks;
     ReportFlags reports;
     SelfTestFlag selfTest; ///< of "backup" alone
+    AlertFlag alert;       ///< of "backup" alone
 
     void declare(const Command& command);
 

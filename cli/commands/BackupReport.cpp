@@ -270,7 +270,9 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
         clearProgress();
     }
     tellFailures(summary);
-    const ExitStatus status = selfTest_.statusAfter(statusOf(summary.end));
+    ExitStatus status = selfTest_.statusAfter(statusOf(summary.end));
+    if (status == ExitStatus::done && !overdue_.empty())
+        status = ExitStatus::overdue;
     Fields fields = fieldsOf(summary);
     std::ranges::copy(selfTest_.fields(), std::back_inserter(fields));
     std::string sentence = summary.sentence;
@@ -282,6 +284,8 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
         sentence += " --rebuild-index goes on with what the service has.";
     if (const std::string more = selfTest_.complaint(); !more.empty())
         sentence += (sentence.empty() ? "" : " ") + more;
+    for (const std::string& late : overdue_)
+        sentence += (sentence.empty() ? "" : " ") + late;
     if (!sentence.empty()) {
         output().complain(sentence);
         fields.emplace_back("message", sentence);

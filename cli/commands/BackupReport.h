@@ -31,6 +31,8 @@ public:
 
     /// What the self-test after the run came to.
     void setSelfTest(SelfTestOutcome outcome) { selfTest_ = std::move(outcome); }
+    /// Which success is too long ago, a sentence each; a run that is done otherwise ends with that.
+    void setOverdue(std::vector<std::string> sentences) { overdue_ = std::move(sentences); }
 
     [[nodiscard]] ExitStatus finish(const backup::BackupSummary& summary);
 
@@ -42,6 +44,7 @@ private:
 
     const backup::BackupRequest& request_;
     SelfTestOutcome selfTest_;
+    std::vector<std::string> overdue_;
     std::mutex mutex_;
     std::vector<std::string> failures_; ///< a sentence each
     std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();

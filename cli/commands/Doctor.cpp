@@ -218,7 +218,7 @@ ExitStatus doctor(const DoctorOptions& options)
         return output().finish(ExitStatus::done);
     // For monitoring: everything works, and yet there was no good run for too long.
     const bool isOnlyOverdue = isOverdue && unwell == 1;
-    return output().fail(isOnlyOverdue ? ExitStatus::someItemsFailed : ExitStatus::failed,
+    return output().fail(isOnlyOverdue ? ExitStatus::overdue : ExitStatus::failed,
                          countText(unwell, "fault was", "faults were") +
                              " found; each line says what to do.");
 }
@@ -240,7 +240,7 @@ void declareDoctor(const Command& app)
         .addOption("--alert-after", options->alertAfter,
                    "Time (36h, 3d, 2w; a number alone is days) after which it is a fault that no "
                    "run came to its end with nothing failed, or that no self-test found all to be "
-                   "well, where there are any; when that is the only fault the status is 3")
+                   "well, where there are any; when that is the only fault the status is 9")
         .accepts(faultInSpan);
     command.addOption("-u,--username", options->username, "User name").fromVariable();
     options->password.declare(command, "password", "STOWLINE_PASSWORD");

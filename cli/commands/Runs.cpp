@@ -3,11 +3,13 @@
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/Overdue.h"
 #include "cli/shared/Progress.h"
 #include "cli/shared/RunOptions.h"
 #include "stowline/backup/RunHistory.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace stowline::cli {
 
@@ -55,28 +57,60 @@ void show(const backup::RunEntry& run)
                    {"record_damaged", proof.isDamaged}});
 }
 
-ExitStatus runs(const RunOptions& options)
+struct RunsOptions {
+    RunOptions run;
+    AlertFlag alert;
+};
+
+/// Also of another machine: by what the service has, not by what this machine remembers.
+Date beganAt(const backup::RunEntry& run)
 {
-    const auto choice = options.open();
+    return Date(std::chrono::seconds(run.begun.seconds));
+}
+
+ExitStatus runs(const RunsOptions& options)
+{
+    const auto choice = options.run.open();
     if (!choice)
         return choice.status();
     const Interruptible interruptible;
-    const auto end = backup::listRuns(*choice, show, Interruptible::stopRequest());
+    LastSuccesses last;
+    bool isTestedHere = false;
+    const auto take = [&](const backup::RunEntry& run) {
+        show(run);
+        isTestedHere = isTestedHere || run.proof;
+        if (run.state == backup::RunState::finished && run.failed == 0)
+            last.goodRun = beganAt(run);
+    };
+    const auto end = backup::listRuns(*choice, take, Interruptible::stopRequest());
     constexpr std::size_t namedByTheNote = 3;
     if (end.origin.otherChains.size() > namedByTheNote) {
         for (const std::string& chain : end.origin.otherChains)
             output().note("Also under this name: " + chain);
     }
-    return finishReading(end.end, end.sentence, end.origin);
+    if (isTestedHere && choice->identity) {
+        const LastSuccesses known = lastSuccesses(choice->identity->profile);
+        last.selfTest = known.selfTest;
+        last.proof = known.proof;
+    }
+    const auto late = options.alert.sentencesFor(last);
+    if (end.end != backup::ReadEnd::done || late.empty())
+        return finishReading(end.end, end.sentence, end.origin);
+    noteOrigin(end.origin);
+    return output().fail(ExitStatus::overdue, fmt::format("{}", fmt::join(late, " ")));
 }
 
 } // namespace
 
 void declareRuns(const Command& app)
 {
-    auto options = std::make_shared<RunOptions>();
+    auto options = std::make_shared<RunsOptions>();
     const Command command = app.addCommand("runs", "List the backup runs of a machine");
-    options->declare(command, "--machine");
+    options->run.declare(command, "--machine");
+    options->alert.declare(
+        command, "after which it is told that no run came to its end with nothing failed, "
+                 "or that no self-test found all to be well, where there are any; the "
+                 "status is 9 then");
     command.runs([options] { return runs(*options); });
 }
 

@@ -13,6 +13,7 @@ enum class ExitStatus : int {
     refused = 6,   ///< by the service
     checksumMismatch = 7,
     hostUnreachable = 8,
+    overdue = 9, ///< all went well, but the last good run or proof is too long ago
     settingsInvalid = 10,
     locked = 11, ///< another instance holds the lock
     signInRefused = 12,

@@ -6,6 +6,7 @@
 #include "stowline/platform/time/DateText.h"
 #include "stowline/platform/time/LocalClock.h"
 
+#include <cctype>
 #include <filesystem>
 
 namespace stowline::cli {
@@ -68,6 +69,26 @@ std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds
                                  ? "last self-test in which all was well: " + momentOf(*last.proof)
                                  : "no self-test has found all to be well yet") +
                             wanted);
+    return sentences;
+}
+
+void AlertFlag::declare(const Command& command, const std::string& help)
+{
+    command.addOption("--alert-after", span_, "Time (36h, 3d, 2w; a number alone is days) " + help)
+        .accepts(faultInSpan);
+}
+
+std::vector<std::string> AlertFlag::sentencesFor(const LastSuccesses& last) const
+{
+    const auto span = parseSpan(span_);
+    if (!span)
+        return {};
+    std::vector<std::string> sentences = overdue(last, *span, platform::currentDate());
+    for (std::string& sentence : sentences) {
+        sentence.front() =
+            static_cast<char>(std::toupper(static_cast<unsigned char>(sentence.front())));
+        sentence += ".";
+    }
     return sentences;
 }
 

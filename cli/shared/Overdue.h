@@ -1,6 +1,7 @@
 // When the last good run, or the last proof of what is stored, is too long ago.
 #pragma once
 
+#include "cli/shared/CommandLine.h"
 #include "stowline/platform/time/Date.h"
 
 #include <chrono>
@@ -25,5 +26,19 @@ void keepSelfTest(const std::string& profile, bool isProof, Date ended);
 /// wanted where a self-test was ever asked for, and not before the first of them is that old.
 [[nodiscard]] std::vector<std::string> overdue(const LastSuccesses& last,
                                                std::chrono::seconds alertAfter, Date now);
+
+/// The option --alert-after.
+class AlertFlag {
+public:
+    /// @param help what the command does about it
+    void declare(const Command& command, const std::string& help);
+    [[nodiscard]] bool isAsked() const { return !span_.empty(); }
+
+    /// What is overdue by these successes; nothing when it was not asked for. Sentences.
+    [[nodiscard]] std::vector<std::string> sentencesFor(const LastSuccesses& last) const;
+
+private:
+    std::string span_;
+};
 
 } // namespace stowline::cli

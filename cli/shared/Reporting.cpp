@@ -78,6 +78,8 @@ std::string troubleText(const RunFigures& figures)
     std::string text = backupTrouble(figures);
     if (!figures.selfTestTrouble.empty())
         text += (text.empty() ? "" : "; ") + figures.selfTestTrouble;
+    if (!figures.overdue.empty())
+        text += (text.empty() ? "" : "; ") + std::string("no success for too long");
     return text;
 }
 
@@ -126,8 +128,8 @@ std::string outcomeHtml(const RunFigures& figures)
                        "font-size:15px; line-height:22px; padding:8px 12px; border-left:4px solid "
                        "{}; color:{};\"><strong>{}.</strong>{}{}{}</div>",
                        isGood ? "good" : "bad", isGood ? "#17713f" : "#b3261e",
-                       isGood ? "#17713f" : "#b3261e", trouble, why, failureList(figures),
-                       selfTestHtml(figures));
+                       isGood ? "#17713f" : "#b3261e", trouble, why + listHtml(figures.overdue),
+                       failureList(figures), selfTestHtml(figures));
 }
 
 /// Puts the outcome into its place in the report.
@@ -248,8 +250,8 @@ Sending ReportFlags::send(const std::string& kind, const std::string& to, const 
         return sendSummary(session.username, session.password, figures);
     if (kind == kEmail)
         return sendReportEmail(to, from, figures);
-    const bool isWhole =
-        figures.failed == 0 && figures.sentence.empty() && figures.selfTestTrouble.empty();
+    const bool isWhole = figures.failed == 0 && figures.sentence.empty() &&
+                         figures.selfTestTrouble.empty() && figures.overdue.empty();
     const char* event = isWhole ? "BackupEnded" : "BackupEndedWithErrors";
     return token_.empty() ? Sending() : sendEvent(token_, event, figures);
 }

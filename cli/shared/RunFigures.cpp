@@ -63,6 +63,7 @@ Dictionary RunFigures::dictionary() const
             {"selfTestLost", selfTestLost},
             {"selfTestFindings", arrayOf(selfTestFindings)},
             {"selfTestTrouble", platform::dataFromText(selfTestTrouble)},
+            {"overdue", arrayOf(overdue)},
             {"username", platform::dataFromText(username)},
             {"machine", platform::dataFromText(machine)},
             {"begun", begun},
@@ -100,7 +101,8 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .selfTest = textIn(find(fields, "selfTest")),
                       .selfTestLost = countIn(fields, "selfTestLost"),
                       .selfTestFindings = textsIn(fields, "selfTestFindings"),
-                      .selfTestTrouble = textIn(find(fields, "selfTestTrouble"))};
+                      .selfTestTrouble = textIn(find(fields, "selfTestTrouble")),
+                      .overdue = textsIn(fields, "overdue")};
 }
 
 RunFigures figuresOf(const backup::BackupSummary& result, const std::string& username,

@@ -29,6 +29,7 @@ struct RunFigures {
     std::vector<std::string> selfTestFindings; ///< what it found, the first sentences
     /// Why it proves nothing, or not enough, in a few words; empty when all is well.
     std::string selfTestTrouble;
+    std::vector<std::string> overdue; ///< which good run or proof is too long ago, a sentence each
 
     [[nodiscard]] std::uint64_t processed() const { return notChanged + backedUp + failed; }
     [[nodiscard]] std::uint64_t processedBytes() const

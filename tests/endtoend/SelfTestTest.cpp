@@ -164,13 +164,13 @@ TEST_F(SelfTest, ThatIsTooLongAgoIsAFaultForMonitoring)
     EXPECT_EQ(doctor("36h").status, 0);
     EXPECT_TRUE(platform::writeFileAtomically(state() / "last-proof", "2020-01-01T00:00:00Z\n"));
     const auto late = doctor("36h");
-    EXPECT_EQ(late.status, 3) << late.output;
+    EXPECT_EQ(late.status, 9) << late.output;
     EXPECT_NE(late.output.find("last self-test in which all was well: "), std::string::npos);
     EXPECT_EQ(tested({"--dry-run"}).status, 0);
-    EXPECT_EQ(doctor("36h").status, 3) << "a dry run proves nothing";
+    EXPECT_EQ(doctor("36h").status, 9) << "a dry run proves nothing";
     damage("a");
     EXPECT_EQ(tested().status, 7);
-    EXPECT_EQ(doctor("36h").status, 3) << "nor does one that found a loss";
+    EXPECT_EQ(doctor("36h").status, 9) << "nor does one that found a loss";
     EXPECT_EQ(doctor("3 days").status, 2);
 }
 
@@ -202,6 +202,53 @@ TEST_F(SelfTest, IsNoGoodRunAsLongAsALossIsKnown)
               std::string::npos)
         << html;
     EXPECT_EQ(html.find("class=\"good\""), std::string::npos);
+}
+
+TEST_F(SelfTest, ThatIsTooLongAgoIsToldByBackupReportEventAndRuns)
+{
+    const auto backup = [this](std::vector<std::string> more) {
+        more.insert(more.end(), {"--alert-after", "2d", "--email", "a@b.c", "--monitor"});
+        auto run = account_.backupRun(more);
+        run.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", "token-1");
+        return test::runProgram(run);
+    };
+    const auto listed = [this] {
+        return account_.run({"runs", "--machine", "iMac", "--alert-after", "2d"});
+    };
+    ASSERT_EQ(backup({"--self-test", "100%"}).status, 0);
+    EXPECT_EQ(listed().status, 0);
+    EXPECT_TRUE(platform::writeFileAtomically(state() / "last-proof", "2020-01-01T00:00:00Z\n"));
+    EXPECT_EQ(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
+    const auto late = backup({});
+    EXPECT_EQ(late.status, 9);
+    const std::string words = "Last self-test in which all was well: ";
+    EXPECT_NE(late.errors.find(words), std::string::npos) << late.errors;
+    EXPECT_NE(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
+    const fs::path saved = account_.command.home().path() / "report.html";
+    ASSERT_EQ(account_.run({"email", "--save", saved}).status, 0);
+    const std::string html = platform::readFile(saved).value();
+    EXPECT_NE(html.find(words), std::string::npos) << html;
+    EXPECT_EQ(html.find("class=\"good\""), std::string::npos);
+    const auto runs = listed();
+    EXPECT_EQ(runs.status, 9) << runs.errors;
+    EXPECT_NE(runs.errors.find(words), std::string::npos) << runs.errors;
+    // What is worse comes first, and the lateness is told all the same.
+    damage("a");
+    const auto bad = backup({"--self-test", "100%"});
+    EXPECT_EQ(bad.status, 7);
+    EXPECT_NE(bad.errors.find(words), std::string::npos) << bad.errors;
+}
+
+TEST_F(SelfTest, IsNotAskedForWhereOnlyAGoodRunIsTooLongAgo)
+{
+    const auto failing = account_.run({"backup", "--system", "iMac", "--alert-after", "2d",
+                                       "/nonexistent/at-all", account_.folder.path()});
+    EXPECT_EQ(failing.status, 3);
+    EXPECT_NE(failing.errors.find("No run with nothing failed is known"), std::string::npos)
+        << failing.errors;
+    EXPECT_EQ(account_.run({"runs", "--machine", "iMac", "--alert-after", "2d"}).status, 9);
+    ASSERT_EQ(account_.backup().status, 0);
+    EXPECT_EQ(account_.run({"runs", "--machine", "iMac", "--alert-after", "2d"}).status, 0);
 }
 
 TEST_F(SelfTest, IsInTheReportAndTheEvent)

@@ -32,7 +32,7 @@ protected:
     bool isRegistered(const Registration& registration)
     {
         try {
-            return storage_.registerFile(registration) == "Success";
+            return storage_.registerFile(registration) == RegistrationOutcome::success;
         } catch (const std::exception&) {
             return false; // which is a fault of the call
         }
