@@ -36,6 +36,7 @@ struct DeletedFigures {
     std::int64_t count;
     std::uint64_t bytes;
     std::int64_t graceSeconds;
+    std::int64_t left;
 };
 
 const std::vector<FieldOf<DeletedFigures>>& figureFields()
@@ -43,7 +44,8 @@ const std::vector<FieldOf<DeletedFigures>>& figureFields()
     static const std::vector<FieldOf<DeletedFigures>> fields{
         {"TotalCount", &DeletedFigures::count},
         {"TotalSize", &DeletedFigures::bytes},
-        {"GraceSeconds", &DeletedFigures::graceSeconds}};
+        {"GraceSeconds", &DeletedFigures::graceSeconds},
+        {"Left", &DeletedFigures::left}};
     return fields;
 }
 
@@ -52,7 +54,9 @@ const std::vector<FieldOf<Undeletion>>& undeletionFields()
     static const std::vector<FieldOf<Undeletion>> fields{{"Undeleted", &Undeletion::broughtBack},
                                                          {"UndeletedSize", &Undeletion::bytes},
                                                          {"Remaining", &Undeletion::remaining},
-                                                         {"Left", &Undeletion::left}};
+                                                         {"Left", &Undeletion::left},
+                                                         {"Lost", &Undeletion::lost},
+                                                         {"Forgetting", &Undeletion::forgetting}};
     return fields;
 }
 
@@ -85,8 +89,8 @@ Value getDeletedFiles(const AccountServiceContext& context, const Dictionary& pa
     for (const DeletedVersion& deleted : page.versions)
         files.emplace_back(told(versionFields(), deleted));
     Dictionary answer{{kCode, "Success"}, {kFiles, Dictionary{{kDeletedFile, std::move(files)}}}};
-    answer.merge(
-        told(figureFields(), {page.totalCount, page.totalBytes, context.storage.grace().count()}));
+    answer.merge(told(figureFields(), {page.totalCount, page.totalBytes,
+                                       context.storage.grace().count(), page.left}));
     return answer;
 }
 

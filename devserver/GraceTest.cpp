@@ -105,6 +105,19 @@ protected:
             .exec(statements);
     }
 
+    /// As the service does, it looks once an hour. @return how many versions were taken away
+    std::size_t letPass(std::chrono::seconds time)
+    {
+        std::size_t dropped = 0;
+        while (time > 0s) {
+            const std::chrono::seconds step = std::min<std::chrono::seconds>(time, 1h);
+            now_ += step;
+            time -= step;
+            dropped += storage_.dropDeleted();
+        }
+        return dropped;
+    }
+
     std::int64_t seconds() const
     {
         return std::chrono::floor<std::chrono::seconds>(now_).time_since_epoch().count();
@@ -157,23 +170,65 @@ TEST_F(GraceTest, ItEndsAfterSevenDaysAndNotASecondBefore)
 {
     ASSERT_TRUE(remove(put("g", "/a", "hello")));
     const fs::path file = folder_.path() / "vol1/1/G/g";
-    now_ += std::chrono::days{7} - 1s;
-    EXPECT_EQ(storage_.dropDeleted(), 0U);
+    EXPECT_EQ(letPass(std::chrono::days{7} - 1s), 0U);
     (void)storage_.dropAbandoned();
     EXPECT_TRUE(fs::exists(file));
-    now_ += 1s;
-    EXPECT_EQ(storage_.dropDeleted(), 1U);
+    EXPECT_EQ(letPass(1s), 1U);
     EXPECT_FALSE(fs::exists(file));
     EXPECT_EQ(undelete().broughtBack, 0);
     EXPECT_EQ(storage_.usedBytes("ann"), 0U);
+}
+
+TEST_F(GraceTest, NeitherAClockThatJumpsNorAServiceThatDidNotRunEndsIt)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    for (int time = 0; time < 3; ++time) {
+        now_ += std::chrono::days{8};
+        EXPECT_EQ(storage_.dropDeleted(), 0U);
+        EXPECT_EQ(Storage(folder_.path(), [this] { return now_; }).dropDeleted(), 0U);
+        now_ -= std::chrono::days{8};
+        EXPECT_EQ(storage_.dropDeleted(), 0U);
+    }
+    now_ += std::chrono::days{8};
+    (void)storage_.dropDeleted();
+    const DeletedPage page = deleted();
+    ASSERT_EQ(page.totalCount, 1);
+    // It is said for how long it is really kept: eight hours were counted, two at each jump.
+    EXPECT_EQ(page.versions.at(0).keptUntil, "2026-01-15 16:00:00");
+    EXPECT_EQ(letPass(std::chrono::days{7} - 8h - 1s), 0U);
+    EXPECT_EQ(letPass(1s), 1U);
+}
+
+TEST_F(GraceTest, ADeletionOfAServiceThatDidNotKnowTheTimeIsKeptAsLong)
+{
+    const auto right = now_;
+    now_ = Storage::Clock::time_point{};
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    now_ = right;
+    EXPECT_EQ(letPass(std::chrono::days{6}), 0U);
+    EXPECT_EQ(undelete().broughtBack, 1);
+}
+
+TEST_F(GraceTest, WhatWasPromisedHoldsWhenTheGraceIsShorterLater)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    Storage shorter(
+        folder_.path(), [this] { return now_; }, 24h);
+    EXPECT_EQ(shorter.deletedVersions({.userName = "ann", .pageSize = 9}).versions.at(0).keptUntil,
+              "2026-01-08 00:00:00");
+    for (int hour = 0; hour < 7 * 24 - 1; ++hour) {
+        now_ += 1h;
+        ASSERT_EQ(shorter.dropDeleted(), 0U) << hour;
+    }
+    now_ += 1h;
+    EXPECT_EQ(shorter.dropDeleted(), 1U);
 }
 
 TEST_F(GraceTest, WhatWasBroughtBackIsNotTakenAwayWhenItsDaysWouldHaveBeenOver)
 {
     ASSERT_TRUE(remove(put("g", "/a", "hello")));
     ASSERT_EQ(undelete().broughtBack, 1);
-    now_ += std::chrono::days{8};
-    EXPECT_EQ(storage_.dropDeleted(), 0U);
+    EXPECT_EQ(letPass(std::chrono::days{8}), 0U);
     EXPECT_EQ(content(1), "hello");
 }
 
@@ -220,6 +275,16 @@ TEST_F(GraceTest, AnUploadAfterAKillWhileThePlaceWasMadeFreeLeavesTheContentAlon
     EXPECT_EQ(content(2), "other");
 }
 
+TEST_F(GraceTest, ALossOfPowerAfterAnUploadInItsPlaceLosesNothing)
+{
+    ASSERT_TRUE(remove(put("g", "/a", "hello")));
+    ASSERT_TRUE(storage_.addPart({"ann", path_, "g"}, {.fileName = "f", .bytes = "other"}));
+    execute("UPDATE deleted_versions SET server_file = '/vol1/1/G/g'"); // what was written is lost
+    Storage again(folder_.path(), [this] { return now_; });
+    EXPECT_EQ(again.undelete({.userName = "ann"}, kNoLimit).broughtBack, 1);
+    EXPECT_EQ(content(1), "hello");
+}
+
 TEST_F(GraceTest, AnUploadInItsPlaceLeavesTheContentAloneWhereThereAreNoHardLinks)
 {
     const auto upload = [this] {
@@ -255,12 +320,14 @@ TEST_F(GraceTest, ManyFilesOfOneFolderComeBackInAMoment)
     execute("WITH RECURSIVE n(n) AS (VALUES (100) UNION ALL SELECT n + 1 FROM n WHERE n < 8098)"
             " INSERT INTO deleted_versions SELECT n, n, user_name, system_name, folder, 'f' || n,"
             " size, client_date, stored_at, '/vol1/1/G/f' || n, checksum, 0, 0, -1, 'l' || n,"
-            " stored_size, digest, stamp, 1, deleted_at FROM deleted_versions, n");
+            " stored_size, digest, stamp, 1, deleted_at, kept_until, due FROM deleted_versions, n");
     for (int file = 100; file < 110; ++file)
         std::ofstream(folder_.path() / "vol1/1/G" / ("f" + std::to_string(file))) << "hello";
     const double begin = secondsOfThisProcess();
     EXPECT_EQ(deleted().totalCount, files);
-    EXPECT_EQ(storage_.undelete({.userName = "ann"}, 10).remaining, files - 10);
+    const Undeletion some = storage_.undelete({.userName = "ann"}, 10);
+    EXPECT_EQ(some.broughtBack, 10);
+    EXPECT_EQ(some.remaining, 10); // as far as another call would go
     EXPECT_LT(secondsOfThisProcess() - begin, kPatience);
 }
 
@@ -374,24 +441,112 @@ TEST_F(GraceTest, RecordsComeBackLastAndInBatches)
     EXPECT_EQ(content(1), "record");
 }
 
-TEST_F(GraceTest, RecordsDoNotComeBackToAChainThatWasBegunAnew)
+TEST_F(GraceTest, WhatHasNoContentAnyMoreStaysAndIsCountedApart)
 {
-    const std::string folder = "/=stowline=/records/chain/";
+    const fs::path contents = folder_.path() / "vol1/1/G";
+    std::vector<std::string> lists;
+    for (const char* name : {"gone", "cut", "broken", "base", "whole"})
+        lists.push_back(put(name, std::string("/d/") + name, "content"));
+    lists.push_back(put("delta", "/d/base", "delta", 4));
+    std::ofstream(contents / "broken") << "tnetnoc";
+    ASSERT_EQ(storage_.contentState(storage_.version("ann", 3).value()), ContentState::damaged);
+    for (auto list = lists.rbegin(); list != lists.rend(); ++list)
+        ASSERT_TRUE(remove(*list));
+    fs::remove(contents / "gone");
+    fs::resize_file(contents / "cut", 3);
+    fs::rename(contents / "base", contents / "elsewhere");
+    const Undeletion first = storage_.undelete({.userName = "ann"}, 1);
+    EXPECT_EQ(first.broughtBack, 1);
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 0);
+    EXPECT_EQ(back.remaining, 0);
+    EXPECT_EQ(back.lost, 5); // the delta too
+    EXPECT_EQ(back.left, 0);
+    EXPECT_EQ(names("/d"), Names{"whole=of content"});
+    fs::rename(contents / "elsewhere", contents / "base"); // as a disk that was not mounted
+    EXPECT_EQ(undelete().broughtBack, 2);
+    EXPECT_EQ(undelete().lost, 3);
+}
+
+TEST_F(GraceTest, DamagedContentThatWasSetAsideIsNotBroughtBack)
+{
+    const std::string list = put("g", "/a", "hello");
+    std::ofstream(folder_.path() / "vol1/1/G/g") << "olleh";
+    put("g", "/a", "hello"); // again, for the service holds it no more
+    ASSERT_TRUE(remove(list));
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 0);
+    EXPECT_EQ(back.lost, 1);
+    EXPECT_EQ(content(2), "hello");
+}
+
+TEST_F(GraceTest, APackageComesBackAsOne)
+{
+    storage_.notePackage("ann", "/p/letter.pages", 5);
+    ASSERT_TRUE(remove(put("g", "/p/letter.pages/a", "hello")));
+    ASSERT_EQ(undelete().broughtBack, 1);
+    const ItemPage page =
+        storage_.folder({.userName = "ann", .systemName = "iMac", .folder = "/p", .pageSize = 9})
+            .value();
+    EXPECT_TRUE(page.items.at(0).isPackage);
+}
+
+const std::string kChain = "/=stowline=/records/chain";
+
+TEST_F(GraceTest, RecordsComeBackOnceAChainThatWasBegunAnewIsRemoved)
+{
     std::vector<std::string> old;
     for (const char* name :
          {"00000001-begun", "00000001-finished", "00000002-begun", "00000002-finished"})
-        old.push_back(put(std::string("old-") + name, folder + name, name));
+        old.push_back(put(std::string("old-") + name, kChain + "/" + name, name));
+    const Names oldNames = names(kChain);
     for (const std::string& list : old)
         ASSERT_TRUE(remove(list));
-    const std::string begun = put("new1", folder + "00000001-begun", "new");
-    const Undeletion back = undelete();
+    now_ += 1h;
+    const std::string begun = put("new1", kChain + "/00000000-begun", "");
+    EXPECT_EQ(deleted().left, 4);
+    EXPECT_EQ(deleted().totalCount, 0);
+    Undeletion back = undelete();
     EXPECT_EQ(back.broughtBack, 0);
     EXPECT_EQ(back.left, 4);
-    EXPECT_EQ(names(folder), Names{"00000001-begun=of new"});
-    // Nor when the newer chain was deleted too: that one comes back.
+    EXPECT_EQ(names(kChain), Names{"00000000-begun=of "});
+    now_ += 1h;
     ASSERT_TRUE(remove(begun));
+    EXPECT_EQ(deleted().left, 1);
+    back = undelete();
+    EXPECT_EQ(back.broughtBack, 4);
+    EXPECT_EQ(back.left, 1); // two chains under one name are not mixed
+    EXPECT_EQ(names(kChain), oldNames);
+    // Whoever wants the other one removes this one again.
+    now_ += 1h;
+    for (const std::string& list : old)
+        ASSERT_TRUE(remove(list));
+    back = undelete();
+    EXPECT_EQ(back.broughtBack, 1);
+    EXPECT_EQ(back.left, 4);
+}
+
+TEST_F(GraceTest, ARecordDoesNotComeBackWhereOtherContentStandsUnderItsName)
+{
+    const std::string begun = put("1", kChain + "/00000005-begun", "5");
+    const std::string finished = put("2", kChain + "/00000005-finished", "record");
+    ASSERT_TRUE(remove(finished));
+    ASSERT_TRUE(remove(begun));
+    now_ += 1h;
+    const std::string other = put("3", kChain + "/00000005-finished", "junk");
+    Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 1);
+    EXPECT_EQ(back.left, 1);
+    ASSERT_TRUE(remove(other));
+    back = undelete();
+    EXPECT_EQ(back.broughtBack, 1);
+    EXPECT_EQ(back.left, 1);
+    EXPECT_EQ(content(2), "record");
+    EXPECT_EQ(content(3), "");
+    // The same content a second time is in nobody's way.
+    ASSERT_TRUE(remove(finished));
+    put("4", kChain + "/00000005-finished", "record");
     EXPECT_EQ(undelete().broughtBack, 1);
-    EXPECT_EQ(names(folder), Names{"00000001-begun=of new"});
 }
 
 TEST_F(GraceTest, RecordsThatWereTakenOutOfALivingChainComeBackToIt)
@@ -409,6 +564,34 @@ TEST_F(GraceTest, RecordsThatWereTakenOutOfALivingChainComeBackToIt)
     EXPECT_EQ(back.left, 0);
     EXPECT_EQ(names(folder), (Names{"00000001-begun=of 1", "00000001-finished=of 1",
                                     "00000002-begun=of 2", "00000002-finished=of 2"}));
+}
+
+TEST_F(GraceTest, ANoteOfForgettingGoesOnceAllIsBackAndIsToldElse)
+{
+    const std::string begun = put("1", kChain + "/00000001-begun", "1");
+    const std::string file = put("2", "/d/a", "a");
+    const std::string other = put("3", "/b", "b");
+    put("4", kChain + "/00000001-forgotten", "");
+    for (const std::string& list : {begun, file, other}) // and then it was killed
+        ASSERT_TRUE(remove(list));
+    EXPECT_EQ(undelete("/d").forgetting, 1);
+    EXPECT_EQ(names(kChain), Names{"00000001-forgotten=of "});
+    const Undeletion first = storage_.undelete({.userName = "ann"}, 1);
+    EXPECT_EQ(first.remaining, 1);
+    EXPECT_EQ(names(kChain), Names{"00000001-forgotten=of "});
+    const Undeletion back = undelete();
+    EXPECT_EQ(back.broughtBack, 1);
+    EXPECT_EQ(back.forgetting, 0);
+    EXPECT_EQ(names(kChain), Names{"00000001-begun=of 1"});
+}
+
+TEST_F(GraceTest, ANoteOfForgettingStaysWhereSomethingCannotComeBack)
+{
+    const std::string file = put("1", "/a", "a");
+    put("2", kChain + "/00000001-forgotten", "");
+    ASSERT_TRUE(remove(file));
+    fs::remove(folder_.path() / "vol1/1/G/1");
+    EXPECT_EQ(undelete().forgetting, 1);
 }
 
 TEST_F(GraceTest, AWholeMachineComesBack)

@@ -92,11 +92,18 @@ constexpr const char* kSchema = R"sql(
         digest      TEXT NOT NULL,
         stamp       TEXT NOT NULL,
         is_whole    INTEGER NOT NULL,
-        deleted_at  INTEGER NOT NULL
+        deleted_at  INTEGER NOT NULL,
+        kept_until  INTEGER NOT NULL DEFAULT 0, -- by the clock
+        due         INTEGER NOT NULL DEFAULT 0  -- by what passed of grace_clock
     ) STRICT;
     CREATE INDEX IF NOT EXISTS deleted_of_folder
         ON deleted_versions (user_name, system_name, folder);
     CREATE INDEX IF NOT EXISTS deleted_when ON deleted_versions (deleted_at);
+    CREATE TABLE IF NOT EXISTS grace_clock (
+        id     INTEGER PRIMARY KEY CHECK (id = 1),
+        seen   INTEGER NOT NULL, -- when it was looked at last
+        passed INTEGER NOT NULL  -- seconds
+    ) STRICT;
     CREATE TABLE IF NOT EXISTS packages (
         user_name TEXT NOT NULL,
         path      TEXT NOT NULL,
@@ -145,6 +152,7 @@ Storage::Storage(std::filesystem::path dataFolder, std::function<Clock::time_poi
 {
     database_.exec(kSchema);
     migrate();
+    takeBackAside();
 }
 
 /// Adds what databases of earlier versions lack.
@@ -162,6 +170,11 @@ void Storage::migrate()
     addColumn("versions", "digest", "TEXT NOT NULL DEFAULT ''");
     addColumn("versions", "stamp", "TEXT NOT NULL DEFAULT ''");
     addColumn("versions", "is_whole", "INTEGER NOT NULL DEFAULT 1");
+    addColumn("deleted_versions", "kept_until", "INTEGER NOT NULL DEFAULT 0");
+    addColumn("deleted_versions", "due", "INTEGER NOT NULL DEFAULT 0");
+    database_.exec(fmt::format("UPDATE deleted_versions SET kept_until = deleted_at + {0},"
+                               " due = {1} + {0} WHERE kept_until = 0",
+                               grace_.count(), passGrace()));
     database_.exec(
         fmt::format("UPDATE uploads SET changed_at = {} WHERE changed_at = 0", secondsNow()));
 }

@@ -17,8 +17,10 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace stowline::devserver {
@@ -181,14 +183,20 @@ struct DeletedPage {
     std::vector<DeletedVersion> versions;
     std::int64_t totalCount = 0;
     std::uint64_t totalBytes = 0;
+    std::int64_t left = 0; ///< that cannot come back now, on no page and in no figure
 };
 
 /// What bringing back came to.
 struct Undeletion {
     std::int64_t broughtBack = 0;
     std::uint64_t bytes = 0;    ///< of these
-    std::int64_t remaining = 0; ///< that can be brought back and were not yet
-    std::int64_t left = 0; ///< that stay deleted: a newer chain of records stands in their place
+    std::int64_t remaining = 0; ///< that can come back and were not yet, counted as far as one more
+                                ///< call would go
+    // Once nothing remains:
+    std::int64_t left = 0; ///< that stay deleted: other records stand in their place, or they are
+                           ///< deltas without a base
+    std::int64_t lost = 0; ///< that stay deleted: their content is gone, or known to be damaged
+    std::int64_t forgetting = 0; ///< runs of which a note says still that they are being forgotten
 };
 
 /// What was read of an account's content since the service began.
@@ -280,12 +288,17 @@ public:
 
     /// Makes versions of what was deleted, under their numbers and lists, at most so many: records
     /// of runs last, so that nobody finds one whose content is not there yet. What is there now
-    /// keeps its kind and, where it is newer, its place as the newest. A record comes back only to
-    /// the chain that it is of, not where another has begun since; a note that a run is being
-    /// forgotten does not come back.
+    /// keeps its kind and, where it is newer, its place as the newest. Records come back as far as
+    /// StandingRecords takes them, what was deleted first before the rest; a note that a run is
+    /// being forgotten does not come back. Nor does a version without its content. When all that is
+    /// meant is back, without a path, the notes of that time go too: nothing of it is to be deleted
+    /// again.
     [[nodiscard]] Undeletion undelete(const DeletedQuery& query, std::int64_t atMost);
 
-    /// Takes away what was deleted and whose days of grace are over. @return how many
+    /// Takes away what was deleted and whose days of grace are over: by the clock, and by the time
+    /// that passed between calls, of which each counts two hours at most. So neither a clock that
+    /// jumps nor a service that did not run ends them; it must be called every hour. What a version
+    /// was promised when it was deleted holds, whatever the grace is later. @return how many
     std::size_t dropDeleted();
 
     /// The lists of all versions of a folder's files, below it too, newest first.
@@ -303,8 +316,21 @@ private:
     [[nodiscard]] std::optional<StoredVersion> versionAt(const std::string& serverFile);
     void setAside(const StoredVersion& version);
     void setDeletedAside(const std::string& serverFile);
-    [[nodiscard]] bool dropDeletedVersion(std::int64_t id, std::int64_t before);
+    [[nodiscard]] bool dropDeletedVersion(std::int64_t id, std::int64_t passed);
+    [[nodiscard]] std::int64_t passGrace();
+    void takeBackAside();
+    [[nodiscard]] std::int64_t endForgetting(const DeletedQuery& query, bool isAllBack);
     [[nodiscard]] bool bringBack(std::int64_t versionId);
+    /// What one batch brings back.
+    struct Choice {
+        std::vector<std::pair<std::int64_t, std::uint64_t>> versions; ///< with bytes of content
+        std::int64_t more = 0;
+        std::set<std::int64_t> lost;
+    };
+    void findStayingRecords(const DeletedQuery& query);
+    void choose(const DeletedQuery& query, bool isOfRecords, std::int64_t atMost, Choice& choice);
+    [[nodiscard]] bool isKept(const std::string& serverFile, std::int64_t storedSize,
+                              const std::string& damagedAs) const;
     void refreshItem(std::int64_t itemId);
     [[nodiscard]] ContentState judge(const StoredVersion& version, bool readsAll);
     void noteJudged(std::int64_t versionId, const std::string& stamp, bool isWhole);

@@ -1,12 +1,11 @@
-// Deleting versions, keeping them for their days of grace, and bringing them back.
+// Deleting versions, keeping them for their days of grace, and taking them away after.
+#include "devserver/DeletedColumns.h"
 #include "devserver/Storage.h"
 #include "devserver/StoragePaths.h"
+#include "stowline/platform/files/ContentFile.h"
 #include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
-
-#include <algorithm>
-#include <memory>
 
 namespace stowline::devserver {
 
@@ -14,56 +13,18 @@ namespace {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
-// What versions and deleted ones have in common, in one order.
-constexpr const char* kContentColumns =
-    "size, client_date, stored_at, server_file, checksum, is_delta, is_packed, baseline, list_id,"
-    " stored_size, digest, stamp, is_whole";
+constexpr std::chrono::hours kMostAtOnce{2}; ///< of the days of grace that may pass unseen
+
+std::string nameAside(const std::string& serverFile, std::int64_t version)
+{
+    return fmt::format("{}.deleted-{}", serverFile, version);
+}
 
 /// The same as columns of a table "v".
 std::string ofVersions()
 {
     return "v." + platform::replacingOccurrences(
                       platform::replacingOccurrences(kContentColumns, " ", ""), ",", ", v.");
-}
-
-/// Rows of deleted_versions, named "d", that a query means: ?1 user, ?2 machine, ?3 path, ?4 since.
-constexpr const char* kMeant =
-    "d.user_name = ?1 AND (?2 = '' OR d.system_name = ?2) AND d.deleted_at >= ?4 AND (?3 = '' OR"
-    " d.folder = ?3 OR substr(d.folder, 1, length(?3) + 1) = ?3 || '/' OR"
-    " d.folder || '/' || d.name = ?3)";
-
-/// Whether a row "d" is of the records of runs.
-constexpr const char* kIsRecord = "d.folder GLOB '/=stowline=/records/*'";
-
-// A record whose chain was begun anew stays deleted: another run has begun since under its number
-// or a lower one. So does a note that a run is being forgotten, and a delta without its base. What
-// is neither record nor delta costs no question of its own.
-constexpr const char* kNumber = "CAST(substr({}name, 1, 8) AS INTEGER)";
-
-std::string canComeBack()
-{
-    const std::string begunLater =
-        fmt::format("name GLOB '[0-9]*-begun' AND {} <= {} AND id > d.id", fmt::format(kNumber, ""),
-                    fmt::format(kNumber, "d."));
-    return fmt::format(
-        "CASE WHEN {0} THEN d.name NOT GLOB '*-forgotten' AND NOT EXISTS (SELECT 1 FROM (SELECT"
-        " v.id AS id, i.name AS name FROM items i JOIN versions v ON v.item_id = i.id WHERE"
-        " i.user_name = d.user_name AND i.system_name = d.system_name AND i.folder = d.folder"
-        " UNION ALL SELECT e.id, e.name FROM deleted_versions e WHERE e.user_name = d.user_name AND"
-        " e.system_name = d.system_name AND e.folder = d.folder) WHERE {1}) ELSE 1 END"
-        " AND CASE WHEN d.is_delta = 0 THEN 1 ELSE"
-        " EXISTS (SELECT 1 FROM versions b WHERE b.id = d.baseline) OR"
-        " EXISTS (SELECT 1 FROM deleted_versions b WHERE b.id = d.baseline AND"
-        " b.deleted_at >= ?4) END",
-        kIsRecord, begunLater);
-}
-
-void bindMeant(SQLite::Statement& statement, const DeletedQuery& query)
-{
-    statement.bind(1, query.userName);
-    statement.bind(2, query.systemName);
-    statement.bind(3, normalized(query.path));
-    statement.bind(4, query.since);
 }
 
 /// Has been done when there is such a file, and is in vain when there is no content.
@@ -76,6 +37,7 @@ void giveAnotherName(const std::filesystem::path& content, const std::filesystem
     fs::create_hard_link(content, aside, noLinks);
     if (noLinks)
         fs::rename(content, aside);
+    platform::synchronizeFolder(content.parent_path());
 }
 
 } // namespace
@@ -119,6 +81,25 @@ void Storage::refreshItem(std::int64_t itemId)
     update.exec();
 }
 
+/// What set a content aside may have ended, or the machine lost its power, before the row said so.
+void Storage::takeBackAside()
+{
+    std::vector<std::pair<std::int64_t, std::string>> found;
+    SQLite::Statement rows(database_, "SELECT id, server_file FROM deleted_versions");
+    while (rows.executeStep()) {
+        std::string aside = nameAside(rows.getColumn(1).getString(), rows.getColumn(0).getInt64());
+        if (std::filesystem::is_regular_file(contentFile(aside)))
+            found.emplace_back(rows.getColumn(0).getInt64(), std::move(aside));
+    }
+    for (const auto& [id, aside] : found) {
+        SQLite::Statement update(database_,
+                                 "UPDATE deleted_versions SET server_file = ? WHERE id = ?");
+        update.bind(1, aside);
+        update.bind(2, id);
+        update.exec();
+    }
+}
+
 bool Storage::deleteVersion(const std::string& userName, const std::string& listId)
 {
     const Lock lock(mutex_);
@@ -126,14 +107,18 @@ bool Storage::deleteVersion(const std::string& userName, const std::string& list
     if (grace_.count() > 0) {
         SQLite::Statement keep(
             database_,
-            fmt::format("INSERT INTO deleted_versions (id, item_id, user_name, system_name, folder,"
-                        " name, {0}, deleted_at) SELECT v.id, i.id, v.user_name, i.system_name,"
-                        " i.folder, i.name, {1}, ? FROM versions v JOIN items i ON"
-                        " i.id = v.item_id WHERE v.user_name = ? AND v.list_id = ?",
-                        kContentColumns, ofVersions()));
+            fmt::format(
+                "INSERT INTO deleted_versions (id, item_id, user_name, system_name, folder,"
+                " name, {0}, deleted_at, kept_until, due) SELECT v.id, i.id, v.user_name, "
+                "i.system_name,"
+                " i.folder, i.name, {1}, ?1, ?1 + ?4, ?5 + ?4 FROM versions v JOIN items i ON"
+                " i.id = v.item_id WHERE v.user_name = ?2 AND v.list_id = ?3",
+                kContentColumns, ofVersions()));
         keep.bind(1, secondsNow());
         keep.bind(2, userName);
         keep.bind(3, listId);
+        keep.bind(4, grace_.count());
+        keep.bind(5, passGrace());
         keep.exec();
     }
     SQLite::Statement remove(database_, "DELETE FROM versions WHERE user_name = ? AND list_id = ?"
@@ -180,7 +165,7 @@ void Storage::setDeletedAside(const std::string& serverFile)
         return;
     const std::int64_t id = query->getColumn(0).getInt64();
     query->reset();
-    const std::string aside = fmt::format("{}.deleted-{}", serverFile, id);
+    const std::string aside = nameAside(serverFile, id);
     giveAnotherName(contentFile(serverFile), contentFile(aside));
     SQLite::Statement update(database_, "UPDATE deleted_versions SET server_file = ? WHERE id = ?");
     update.bind(1, aside);
@@ -188,158 +173,23 @@ void Storage::setDeletedAside(const std::string& serverFile)
     update.exec();
 }
 
-DeletedPage Storage::deletedVersions(const DeletedQuery& query)
+/// Lets the time pass that went by since the last call, but not what is no time that this service
+/// has seen. @return seconds that passed in all
+std::int64_t Storage::passGrace()
 {
-    const Lock lock(mutex_);
-    SQLite::Statement sum(
-        database_,
-        fmt::format("SELECT count(*), CAST(total(CASE WHEN d.stored_size < 0 THEN d.size ELSE"
-                    " d.stored_size END) AS INTEGER) FROM deleted_versions d WHERE {} AND {}",
-                    kMeant, canComeBack()));
-    bindMeant(sum, query);
-    sum.executeStep();
-    DeletedPage page{.versions = {},
-                     .totalCount = sum.getColumn(0).getInt64(),
-                     .totalBytes = static_cast<std::uint64_t>(sum.getColumn(1).getInt64())};
-    SQLite::Statement rows(
-        database_,
-        fmt::format("SELECT d.id, d.item_id, d.system_name, d.folder, d.name, d.size,"
-                    " d.client_date, d.stored_at, d.list_id, d.stored_size,"
-                    " datetime(d.deleted_at, 'unixepoch'),"
-                    " datetime(d.deleted_at + ?5, 'unixepoch')"
-                    " FROM deleted_versions d WHERE {} AND {} ORDER BY d.id LIMIT ?6 OFFSET ?7",
-                    kMeant, canComeBack()));
-    bindMeant(rows, query);
-    rows.bind(5, grace_.count());
-    rows.bind(6, std::max<std::int64_t>(query.pageSize, 0));
-    rows.bind(7, std::max<std::int64_t>(query.startIndex, 0));
-    while (rows.executeStep()) {
-        DeletedVersion found;
-        found.version.id = rows.getColumn(0).getInt64();
-        found.version.fileId = rows.getColumn(1).getInt64();
-        found.version.systemName = rows.getColumn(2).getString();
-        found.version.folder = rows.getColumn(3).getString();
-        found.version.name = rows.getColumn(4).getString();
-        found.version.size = static_cast<std::uint64_t>(rows.getColumn(5).getInt64());
-        found.version.clientDate = rows.getColumn(6).getString();
-        found.version.storedAt = rows.getColumn(7).getString();
-        found.version.listId = rows.getColumn(8).getString();
-        const std::int64_t storedSize = rows.getColumn(9).getInt64();
-        found.version.storedSize =
-            storedSize < 0 ? found.version.size : static_cast<std::uint64_t>(storedSize);
-        found.deletedAt = rows.getColumn(10).getString();
-        found.keptUntil = rows.getColumn(11).getString();
-        page.versions.push_back(std::move(found));
-    }
-    return page;
+    SQLite::Statement pass(database_, "INSERT INTO grace_clock VALUES (1, ?1, 0) ON CONFLICT DO"
+                                      " UPDATE SET passed = passed + min(max(?1 - seen, 0), ?2),"
+                                      " seen = ?1 RETURNING passed");
+    pass.bind(1, secondsNow());
+    pass.bind(2, std::chrono::seconds(kMostAtOnce).count());
+    pass.executeStep();
+    const std::int64_t passed = pass.getColumn(0).getInt64();
+    pass.executeStep(); // to its end, or it is not done
+    return passed;
 }
 
-/// The file that a deleted version is of: the one of that path now, else one like the one that was,
-/// under its number, with the folders above. What is there now keeps its kind.
-std::int64_t Storage::itemOfDeleted(SQLite::Statement& deleted)
-{
-    const std::int64_t number = deleted.getColumn(0).getInt64();
-    const std::string user = deleted.getColumn(1).getString();
-    const std::string system = deleted.getColumn(2).getString();
-    const std::string folder = deleted.getColumn(3).getString();
-    for (std::string path = folder; !path.empty();) {
-        const auto [above, name] = split(path);
-        SQLite::Statement insert(database_,
-                                 "INSERT INTO items (user_name, system_name, folder, name,"
-                                 " is_folder) VALUES (?,?,?,?,1) ON CONFLICT DO NOTHING");
-        insert.bind(1, user);
-        insert.bind(2, system);
-        insert.bind(3, above);
-        insert.bind(4, name);
-        path = insert.exec() == 1 ? above : "";
-    }
-    SQLite::Statement insert(database_,
-                             "INSERT INTO items (id, user_name, system_name, folder, name,"
-                             " is_folder) VALUES (?,?,?,?,?,0) ON CONFLICT DO NOTHING");
-    insert.bind(1, number);
-    insert.bind(2, user);
-    insert.bind(3, system);
-    insert.bind(4, folder);
-    insert.bind(5, deleted.getColumn(4).getString());
-    insert.exec();
-    SQLite::Statement file(database_, "SELECT id FROM items WHERE user_name = ? AND"
-                                      " system_name = ? AND folder = ? AND name = ?");
-    file.bind(1, user);
-    file.bind(2, system);
-    file.bind(3, folder);
-    file.bind(4, deleted.getColumn(4).getString());
-    file.executeStep();
-    return file.getColumn(0).getInt64();
-}
-
-/// @return false when the version that it is a delta against is not there
-bool Storage::bringBack(std::int64_t versionId)
-{
-    SQLite::Statement deleted(database_, "SELECT item_id, user_name, system_name, folder, name"
-                                         " FROM deleted_versions d WHERE id = ? AND (is_delta = 0"
-                                         " OR EXISTS (SELECT 1 FROM versions b WHERE"
-                                         " b.id = d.baseline))");
-    deleted.bind(1, versionId);
-    if (!deleted.executeStep())
-        return false;
-    const std::int64_t item = itemOfDeleted(deleted);
-    SQLite::Statement insert(
-        database_, fmt::format("INSERT INTO versions (id, item_id, user_name, {0}) SELECT id, ?,"
-                               " user_name, {0} FROM deleted_versions WHERE id = ?",
-                               kContentColumns));
-    insert.bind(1, item);
-    insert.bind(2, versionId);
-    insert.exec();
-    deleted.reset();
-    SQLite::Statement remove(database_, "DELETE FROM deleted_versions WHERE id = ?");
-    remove.bind(1, versionId);
-    remove.exec();
-    refreshItem(item);
-    return true;
-}
-
-Undeletion Storage::undelete(const DeletedQuery& query, std::int64_t atMost)
-{
-    const Lock lock(mutex_);
-    // Who is told that something is back must find it after a loss of power too.
-    database_.exec("PRAGMA synchronous = FULL");
-    const auto backToNormal = std::shared_ptr<void>(
-        nullptr, [this](void*) { (void)database_.tryExec("PRAGMA synchronous = NORMAL"); });
-    SQLite::Transaction transaction(database_);
-    std::vector<std::pair<std::int64_t, std::uint64_t>> chosen;
-    {
-        SQLite::Statement rows(
-            database_, fmt::format("SELECT d.id, CASE WHEN d.stored_size < 0 THEN d.size ELSE"
-                                   " d.stored_size END FROM deleted_versions d WHERE {} AND {}"
-                                   " ORDER BY {}, d.id LIMIT ?5",
-                                   kMeant, canComeBack(), kIsRecord));
-        bindMeant(rows, query);
-        rows.bind(5, atMost);
-        while (rows.executeStep())
-            chosen.emplace_back(rows.getColumn(0).getInt64(),
-                                static_cast<std::uint64_t>(rows.getColumn(1).getInt64()));
-    }
-    Undeletion result;
-    for (const auto& [id, bytes] : chosen) {
-        if (bringBack(id)) {
-            ++result.broughtBack;
-            result.bytes += bytes;
-        }
-    }
-    // As a filter: as a value SQLite would work out all of it for every row.
-    SQLite::Statement rest(
-        database_, fmt::format("SELECT count(*), count(*) FILTER (WHERE {1}) FROM deleted_versions"
-                               " d WHERE {0} AND NOT ({2} AND d.name GLOB '*-forgotten')",
-                               kMeant, canComeBack(), kIsRecord));
-    bindMeant(rest, query);
-    rest.executeStep();
-    result.remaining = rest.getColumn(1).getInt64();
-    result.left = rest.getColumn(0).getInt64() - result.remaining;
-    transaction.commit();
-    return result;
-}
-
-bool Storage::dropDeletedVersion(std::int64_t id, std::int64_t before)
+/// @param passed of the days of grace, in all
+bool Storage::dropDeletedVersion(std::int64_t id, std::int64_t passed)
 {
     std::string serverFile;
     {
@@ -353,10 +203,11 @@ bool Storage::dropDeletedVersion(std::int64_t id, std::int64_t before)
     const std::lock_guard content(contentLock(serverFile));
     const Lock lock(mutex_);
     SQLite::Statement remove(database_, "DELETE FROM deleted_versions WHERE id = ? AND"
-                                        " server_file = ? AND deleted_at <= ?");
+                                        " server_file = ? AND due <= ? AND kept_until <= ?");
     remove.bind(1, id);
     remove.bind(2, serverFile);
-    remove.bind(3, before);
+    remove.bind(3, passed);
+    remove.bind(4, secondsNow());
     if (remove.exec() == 0)
         return false;            // brought back meanwhile
     std::error_code unimportant; // content without a version is nobody's
@@ -366,19 +217,22 @@ bool Storage::dropDeletedVersion(std::int64_t id, std::int64_t before)
 
 std::size_t Storage::dropDeleted()
 {
-    const std::int64_t before = secondsNow() - grace_.count();
+    std::int64_t passed = 0;
     std::vector<std::int64_t> over;
     {
         const Lock lock(mutex_);
-        SQLite::Statement query(database_, "SELECT id FROM deleted_versions WHERE deleted_at <= ?"
+        passed = passGrace();
+        SQLite::Statement query(database_, "SELECT id FROM deleted_versions WHERE due <= ? AND"
+                                           " kept_until <= ?"
                                            " ORDER BY id DESC"); // deltas before their base
-        query.bind(1, before);
+        query.bind(1, passed);
+        query.bind(2, secondsNow());
         while (query.executeStep())
             over.push_back(query.getColumn(0).getInt64());
     }
     std::size_t dropped = 0;
     for (const std::int64_t id : over)
-        dropped += dropDeletedVersion(id, before) ? 1 : 0;
+        dropped += dropDeletedVersion(id, passed) ? 1 : 0;
     return dropped;
 }
 
