@@ -8,6 +8,8 @@ namespace stowline::platform {
 
 namespace {
 
+constexpr std::string_view kFrameMagic = "\x28\xb5\x2f\xfd"; // RFC 8878 section 3.1.1
+
 /// @return the library's result when it is no error; throws where memory is wanting
 std::optional<std::size_t> settled(std::size_t result)
 {
@@ -45,6 +47,9 @@ std::optional<std::size_t> ZstdPacker::pack(std::string_view block, char* to, st
 
 std::optional<std::string> unpackedZstd(std::string_view frame, std::size_t mostBytes)
 {
+    // A frame that readers skip would be a block of no bytes (RFC 8878 section 3.1.2).
+    if (!frame.starts_with(kFrameMagic))
+        return std::nullopt;
     const unsigned long long told = ::ZSTD_getFrameContentSize(frame.data(), frame.size());
     if (told == ZSTD_CONTENTSIZE_UNKNOWN || told == ZSTD_CONTENTSIZE_ERROR || told > mostBytes ||
         settled(::ZSTD_findFrameCompressedSize(frame.data(), frame.size())) != frame.size())

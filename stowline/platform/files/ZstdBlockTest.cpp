@@ -43,5 +43,12 @@ TEST(ZstdBlock, IsRefusedWhenItIsNotExactlyOneFrame)
     EXPECT_FALSE(unpackedZstd("no frame at all", 100));
 }
 
+TEST(ZstdBlock, IsRefusedWhenItIsOneThatReadersSkip)
+{
+    EXPECT_FALSE(unpackedZstd(std::string("\x50\x2a\x4d\x18\0\0\0\0", 8), 100));
+    EXPECT_FALSE(unpackedZstd(std::string("\x5f\x2a\x4d\x18\1\0\0\0x", 9), 100));
+    EXPECT_EQ(unpackedZstd(packed(""), 100), "");
+}
+
 } // namespace
 } // namespace stowline::platform
