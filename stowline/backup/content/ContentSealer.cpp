@@ -3,6 +3,7 @@
 #include "stowline/backup/content/SideBySide.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace stowline::backup {
 
@@ -20,6 +21,9 @@ ContentSealer::ContentSealer(const MasterKey& key, SealedHead head, const Sealin
       digestKey_(platform::derivedKey(contentKey_, kDigestPurpose)), sealer_(head_, contentKey_),
       sink_(std::move(sink))
 {
+    if (head_.chunkExponent < kLeastChunkExponent || head_.chunkExponent > kMostChunkExponent ||
+        head_.identifier.size() != kContentIdentifierSize)
+        throw std::invalid_argument("a head that no reader takes");
     const unsigned threads = std::clamp(plan.threads, 1U, kMostContentThreads);
     for (unsigned i = 0; i < threads; ++i)
         lanes_.push_back(

@@ -18,7 +18,7 @@ namespace stowline::backup {
 /// Where sealed or opened bytes go.
 using ContentSink = std::function<void(std::string_view)>;
 
-/// Chunks that are worked on at the same time; more cost memory alone.
+/// Chunks that are worked on at the same time.
 constexpr unsigned kMostContentThreads = 16;
 
 /// Bytes of a chunk's keyed digest.
@@ -26,8 +26,10 @@ constexpr std::size_t kChunkDigestSize = 16;
 
 struct SealingPlan {
     Compression compression;
-    unsigned threads = 1; ///< 1 to kMostContentThreads; each takes about three chunks of memory
-    unsigned chunkExponent = kUsualChunkExponent;
+    /// 1 to kMostContentThreads. Each takes three chunks of memory and what libzstd takes, which is
+    /// more at higher levels.
+    unsigned threads = 1;
+    unsigned chunkExponent = kUsualChunkExponent; ///< kLeastChunkExponent to kMostChunkExponent
     bool isNoted = false; ///< whether chunks() is kept: a digest more for each chunk
 };
 
@@ -55,11 +57,15 @@ struct UnfinishedContent {
 };
 
 /// Seals one content under a fresh identifier and fresh nonces: the same bytes never look the same
-/// twice. Not for several threads at once. Every operation throws ContentFault (tooLarge, changed),
-/// std::bad_alloc without memory, and what the sink throws; after that, and after finish(), each
-/// further write() or finish() throws std::logic_error.
+/// twice. Beside its threads' memory it takes 4 bytes for each chunk of the content, twice that at
+/// its end (128 MiB for the largest), and 20 more for each that is noted. Not for several threads
+/// at once. Every operation throws ContentFault (tooLarge, changed), std::bad_alloc without memory,
+/// and what the sink throws; after that, and after finish(), each further write() or finish()
+/// throws std::logic_error.
 class ContentSealer {
 public:
+    /// Both throw std::invalid_argument for chunks of a size, or an identifier, that no reader
+    /// takes.
     /// @param key lives as long as this
     ContentSealer(const MasterKey& key, const SealingPlan& plan, ContentSink sink);
     /// Goes on with a content that was cut off, with nonces as fresh as ever. It is written from

@@ -206,6 +206,29 @@ TEST(SealedContent, IsNotSaidToBeWholeAfterARefusal)
     EXPECT_THROW(ended.finish(), std::logic_error);
 }
 
+TEST(SealedContent, IsNotMadeInChunksThatNoReaderTakes)
+{
+    const MasterKey key = MasterKey::make();
+    for (const unsigned exponent : {0U, 11U, 25U, 64U}) {
+        EXPECT_THROW(ContentSealer(key, {.chunkExponent = exponent}, [](std::string_view) {}),
+                     std::invalid_argument);
+        const SealedHead head{.chunkExponent = exponent,
+                              .keyName = key.name(),
+                              .identifier = std::string(kContentIdentifierSize, 'i')};
+        EXPECT_THROW(ContentSealer(key, UnfinishedContent{.head = head, .chunks = {}}, {},
+                                   [](std::string_view) {}),
+                     std::invalid_argument);
+    }
+    const SealedHead noIdentifier{.keyName = key.name(), .identifier = "short"};
+    EXPECT_THROW(ContentSealer(key, UnfinishedContent{.head = noIdentifier, .chunks = {}}, {},
+                               [](std::string_view) {}),
+                 std::invalid_argument);
+    for (const unsigned exponent : {12U, 24U}) {
+        const Sealed one = sealed(key, "some", {.chunkExponent = exponent});
+        EXPECT_EQ(opened(key, one.head.identifier, one.bytes).content, "some");
+    }
+}
+
 TEST(ChunkCount, IsOneForNoBytes)
 {
     const SealedHead head{.chunkExponent = 12, .keyName = {}, .identifier = {}};

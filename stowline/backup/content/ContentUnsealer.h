@@ -12,10 +12,11 @@
 namespace stowline::backup {
 
 /// Opens one content. What it hands over is genuine and in its place, but only when finish()
-/// returns was it all: until then the end may be missing. Memory is bounded by the size of the
-/// chunks (at most 16 MiB each), whatever is fed. Not for several threads at once. Every operation
-/// throws ContentFault, std::bad_alloc without memory, and what the sink throws; after that, and
-/// after finish(), each further feed() or finish() throws std::logic_error.
+/// returns was it all: until then the end may be missing. Memory is bounded, whatever is fed: three
+/// chunks (of at most 16 MiB) for each thread and one more, 4 bytes for each chunk of the content,
+/// and four times that at its end (256 MiB for the largest). Not for several threads at once. Every
+/// operation throws ContentFault, std::bad_alloc without memory, and what the sink throws; after
+/// that, and after finish(), each further feed() or finish() throws std::logic_error.
 class ContentUnsealer {
 public:
     /// From the first stored byte on.
