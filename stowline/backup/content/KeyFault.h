@@ -15,7 +15,11 @@ public:
         damaged,     ///< not what was written by who had the key
         noSlot,      ///< no slot opens with a secret of that kind
         wrongSecret, ///< there are such slots, and this secret opens none of them
-        notPossible, ///< what was asked for would leave no way in, or is too much
+        notPossible, ///< what was asked for would leave no way in, is too weak or too much
+        otherKey,    ///< of another key than that which is known
+        older,       ///< of an earlier generation than that which is known
+        forked,      ///< another list under the generation that is known
+        stopped,     ///< the thread was asked to stop
     };
 
     KeyFault(Kind kind, const std::string& sentence) : std::runtime_error(sentence), kind_(kind) {}

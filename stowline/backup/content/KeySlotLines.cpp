@@ -93,7 +93,8 @@ SecretKind kindIn(const Json& object)
         if (word == known)
             return kind;
     }
-    refuse("a slot is of an unknown kind");
+    throw KeyFault(KeyFault::Kind::tooNew,
+                   "The list of key slots has a slot of a kind that this program does not know.");
 }
 
 } // namespace
@@ -107,12 +108,14 @@ std::string_view wordOf(SecretKind kind)
     return "";
 }
 
-std::string lineOf(const SlotListHead& head)
+std::string lineOf(const SlotListHead& head, std::string_view earlier)
 {
-    return lineOf(Json{{"keys", kListMark},
-                       {"format", kListFormat},
-                       {"generation", head.generation},
-                       {"key", digitsOf(head.keyName)}});
+    Json object = earlier.empty() ? Json::object() : parsedLine(earlier);
+    object["keys"] = kListMark;
+    object["format"] = kListFormat;
+    object["generation"] = head.generation;
+    object["key"] = digitsOf(head.keyName);
+    return lineOf(object);
 }
 
 std::string lineOf(const KeySlot& slot)
@@ -129,6 +132,13 @@ std::string lineOf(const KeySlot& slot)
 std::string lineOf(const SlotListEnd& end)
 {
     return lineOf(Json{{"end", {{"slots", end.slots}, {"seal", digitsOf(end.seal)}}}});
+}
+
+bool isSlotLabel(std::string_view label)
+{
+    return label.size() <= kLongestSlotLabel && platform::isValidUtf8(label) &&
+           label.find_first_of("\t\n") == std::string_view::npos &&
+           platform::withoutControls(label) == label;
 }
 
 SlotListHead slotListHeadOf(std::string_view line)
@@ -150,8 +160,8 @@ KeySlot keySlotOf(std::string_view line)
     slot.identifier = digitsIn(object, "slot", kSlotIdentifierDigits);
     slot.kind = kindIn(object);
     slot.label = textIn(object, "label");
-    if (slot.label.size() > kLongestSlotLabel)
-        refuse("a label is too long");
+    if (!isSlotLabel(slot.label))
+        refuse("a label is too long, or none that can be shown");
     slot.cost.operations = numberIn(object, "operations", kLeastPassphraseCost.operations,
                                     kMostPassphraseCost.operations);
     slot.cost.memoryKib = numberIn(object, "memory_kib", kLeastPassphraseCost.memoryKib,

@@ -1,64 +1,16 @@
-#include "stowline/backup/content/KeySlots.h"
+#include "stowline/backup/content/KeySlotsTest.h"
 
-#include "stowline/backup/content/KeySlotLines.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/threads/StopRequest.h"
 #include "tests/support/Program.h"
 #include "tests/support/TestPaths.h"
-
-#include <gtest/gtest.h>
 
 #include <fstream>
 
 namespace stowline::backup {
 namespace {
 
-using Kind = KeyFault::Kind;
-using platform::SecretBytes;
-
-/// So that tests take no time; nothing that matters may be this cheap.
-constexpr platform::PassphraseCost kCheap{.operations = 1, .memoryKib = 8};
-
-SecretBytes secret(std::string_view text)
-{
-    return SecretBytes::copyOf(text);
-}
-
-template <class Work> std::optional<Kind> faultOf(const Work& work)
-{
-    try {
-        work();
-    } catch (const KeyFault& fault) {
-        EXPECT_TRUE(std::string_view(fault.what()).ends_with('.')) << fault.what();
-        return fault.kind();
-    }
-    return std::nullopt;
-}
-
-std::vector<std::string> linesOf(const std::string& text)
-{
-    std::vector<std::string> lines;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t next = text.find('\n', at) + 1;
-        lines.push_back(text.substr(at, next - at));
-        at = next;
-    }
-    return lines;
-}
-
-class Slots : public testing::Test {
-protected:
-    Slots()
-    {
-        account_ = list.add(key, SecretKind::account, secret("account key"), "", kCheap);
-        passphrase_ =
-            list.add(key, SecretKind::passphrase, secret("correct horse battery"), "Ann", kCheap);
-        (void)list.add(key, SecretKind::keyFile, secret("bytes \xff of a file"), "stick", kCheap);
-    }
-
-    const MasterKey key = MasterKey::make();
-    KeySlots list{key};
-    std::string account_;
-    std::string passphrase_;
-};
+using namespace slots_test;
 
 TEST_F(Slots, EachOpenWithTheirSecret)
 {
@@ -66,9 +18,10 @@ TEST_F(Slots, EachOpenWithTheirSecret)
     ASSERT_EQ(read.slots().size(), 3U);
     EXPECT_EQ(read.slots(), list.slots());
     EXPECT_EQ(read.slots()[1].label, "Ann");
-    for (const auto& [kind, text] : {std::pair{SecretKind::account, "account key"},
-                                     std::pair{SecretKind::passphrase, "correct horse battery"},
-                                     std::pair{SecretKind::keyFile, "bytes \xff of a file"}})
+    for (const auto& [kind, text] :
+         {std::pair<SecretKind, std::string_view>{SecretKind::account, "account key"},
+          {SecretKind::passphrase, "correct horse battery"},
+          {SecretKind::keyFile, kKeyFile}})
         EXPECT_TRUE(read.open(kind, secret(text)).bytes().isSameAs(key.bytes())) << text;
 }
 
@@ -97,13 +50,12 @@ TEST_F(Slots, OfAnotherKindAreNotTried)
 TEST_F(Slots, AreWrittenWithoutAnySecret)
 {
     const std::string text = list.text(key);
-    EXPECT_EQ(text.find("correct horse"), std::string::npos);
-    EXPECT_EQ(text.find("account key"), std::string::npos);
-    EXPECT_EQ(text.find(key.bytes().view()), std::string::npos);
-    std::string digits;
-    for (const std::uint8_t byte : std::string(key.bytes().view()))
-        digits += std::string{"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-    EXPECT_EQ(text.find(digits), std::string::npos);
+    for (const std::string_view hidden : {key.bytes().view(), std::string_view("correct horse"),
+                                          std::string_view("account key"), kKeyFile.substr(6)}) {
+        const std::string digits = platform::hexadecimalText(Data(hidden.begin(), hidden.end()));
+        EXPECT_EQ(text.find(digits), std::string::npos) << digits;
+        EXPECT_EQ(text.find(hidden), std::string::npos) << digits;
+    }
 }
 
 TEST_F(Slots, HaveASaltAndANonceOfTheirOwn)
@@ -113,7 +65,8 @@ TEST_F(Slots, HaveASaltAndANonceOfTheirOwn)
     const KeySlot& other = list.slots()[3];
     EXPECT_NE(one.identifier, other.identifier);
     EXPECT_NE(one.salt, other.salt);
-    EXPECT_NE(one.box, other.box);
+    EXPECT_NE(one.box.substr(0, platform::kSealingNonceSize),
+              other.box.substr(0, platform::kSealingNonceSize));
 }
 
 TEST_F(Slots, AreRemovedOneByOneButForTheLast)
@@ -143,174 +96,127 @@ TEST_F(Slots, TakeNoOtherKey)
     EXPECT_EQ(faultOf([&] { (void)list.text(other); }), Kind::notPossible);
 }
 
-TEST_F(Slots, TakeNeitherEmptySecretsNorLongLabelsNorMoreThanTheyMay)
+TEST_F(Slots, AreNotWrittenWhenThereAreNone)
 {
-    const auto add = [&](const std::string& text, const std::string& label) {
-        return faultOf(
-            [&] { (void)list.add(key, SecretKind::passphrase, secret(text), label, kCheap); });
+    KeySlots none(key);
+    EXPECT_EQ(faultOf([&] { (void)none.text(key); }), Kind::notPossible);
+}
+
+TEST_F(Slots, TakeNeitherWeakSecretsNorBadLabelsNorMoreThanTheyMay)
+{
+    const auto add = [&](SecretKind kind, std::string_view text, const std::string& label) {
+        return faultOf([&] { (void)list.add(key, kind, secret(text), label, kCheap); });
     };
-    EXPECT_EQ(add("", "label"), Kind::notPossible);
-    EXPECT_EQ(add("secret", std::string(201, 'a')), Kind::notPossible);
-    EXPECT_EQ(add("secret", "\xff"), Kind::notPossible);
+    const auto labelled = [&](const std::string& label) {
+        return add(SecretKind::passphrase, "correct horse battery", label);
+    };
+    for (const SecretKind kind : {SecretKind::account, SecretKind::passphrase, SecretKind::keyFile})
+        EXPECT_EQ(add(kind, "", "label"), Kind::notPossible);
+    for (const char* weak : {"elevenchars", "abababababababab", "correct horse \xff"})
+        EXPECT_EQ(add(SecretKind::passphrase, weak, "label"), Kind::notPossible) << weak;
+    EXPECT_EQ(add(SecretKind::keyFile, std::string(31, 'k'), "label"), Kind::notPossible);
+    for (const char* label : {"\xff", "\n", "\t", "\x1b[31m", "\x7f", "\xc2\x9b", "\xe2\x80\xae"})
+        EXPECT_EQ(labelled(label), Kind::notPossible) << label;
+    EXPECT_EQ(labelled(std::string("\0", 1)), Kind::notPossible);
+    EXPECT_EQ(labelled(std::string(201, 'a')), Kind::notPossible);
+    EXPECT_EQ(list.slots().size(), 3U);
+    // Labels that take the most room.
     while (list.slots().size() < kMostKeySlots)
-        ASSERT_FALSE(add("secret", std::string(200, 'a')));
-    EXPECT_EQ(add("secret", "label"), Kind::notPossible);
+        ASSERT_FALSE(labelled(std::string(200, '"')));
+    EXPECT_EQ(labelled("label"), Kind::notPossible);
     EXPECT_EQ(KeySlots::parsed(list.text(key)).slots().size(), kMostKeySlots);
 }
 
-// ---- what a service may do ----
-
-TEST_F(Slots, AreRefusedWhenAnyByteWasChanged)
+TEST_F(Slots, TakeNoCostThatNoReaderTakes)
 {
-    const std::string text = list.text(key);
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        std::string changed = text;
-        changed[i] = static_cast<char>(changed[i] ^ 1);
-        const auto fault = faultOf([&] {
-            (void)KeySlots::parsed(changed).open(SecretKind::passphrase,
-                                                 secret("correct horse battery"));
-        });
-        ASSERT_TRUE(fault) << changed;
-    }
-}
-
-TEST_F(Slots, AreRefusedWhenCutOffAnywhere)
-{
-    const std::string text = list.text(key);
-    for (std::size_t size = 0; size < text.size(); ++size)
-        ASSERT_EQ(faultOf([&] { (void)KeySlots::parsed(text.substr(0, size)); }), Kind::damaged)
-            << size;
-}
-
-TEST_F(Slots, AreRefusedWhenTheServiceTookOneOutOrPutOneIn)
-{
-    const std::string text = list.text(key);
-    const auto lines = linesOf(text);
-    ASSERT_EQ(lines.size(), 5U); // head, three slots, end
-    const SlotListEnd end = slotListEndOf(lines.back());
-    const auto opening = [&](const std::vector<std::string>& slots) {
-        std::string changed = lines.front();
-        for (const std::string& slot : slots)
-            changed += slot;
-        changed += lineOf(SlotListEnd{.slots = slots.size(), .seal = end.seal});
+    const auto add = [&](std::uint64_t operations, std::uint64_t memoryKib) {
         return faultOf([&] {
-            (void)KeySlots::parsed(changed).open(SecretKind::passphrase,
-                                                 secret("correct horse battery"));
+            (void)list.add(key, SecretKind::passphrase, secret("correct horse battery"), "",
+                           {.operations = operations, .memoryKib = memoryKib});
         });
     };
-    ASSERT_FALSE(opening({lines[1], lines[2], lines[3]}));
-    EXPECT_EQ(opening({lines[1], lines[2]}), Kind::damaged);
-    EXPECT_EQ(opening({lines[2], lines[1], lines[3]}), Kind::damaged);
-    EXPECT_EQ(opening({lines[1], lines[2], lines[3], lines[3]}), Kind::damaged);
-    // One of a key that the service made.
-    const MasterKey theirs = MasterKey::make();
-    KeySlots made(theirs);
-    (void)made.add(theirs, SecretKind::passphrase, secret("of the service"), "", kCheap);
-    const std::string added = lineOf(made.slots()[0]);
-    EXPECT_EQ(opening({lines[1], lines[2], lines[3], added}), Kind::damaged);
-    EXPECT_EQ(opening({added, lines[1], lines[2], lines[3]}), Kind::damaged);
+    EXPECT_EQ(add(0, 8), Kind::notPossible);
+    EXPECT_EQ(add(1, 7), Kind::notPossible);
+    EXPECT_EQ(add(17, 8), Kind::notPossible);
+    EXPECT_EQ(add(1, 1048577), Kind::notPossible);
+    EXPECT_FALSE(add(16, 8));
 }
 
-// What the service changed would be genuine for ever once the list is written anew.
-TEST_F(Slots, ThatTheServiceChangedAreNeitherWrittenNorAddedToNorTakenFrom)
+TEST_F(Slots, OpenWithAPassphraseFromAnotherKeyboard)
 {
-    const auto lines = linesOf(list.text(key));
-    const std::string seal = slotListEndOf(lines.back()).seal;
-    KeySlot dummy = list.slots()[0];
-    dummy.identifier = "0000000000000000";
-    const std::string dropped =
-        lines[0] + lines[1] + lines[3] + lineOf(SlotListEnd{.slots = 2, .seal = seal});
-    const std::string added = lines[0] + lines[1] + lines[2] + lines[3] + lineOf(dummy) +
-                              lineOf(SlotListEnd{.slots = 4, .seal = seal});
-    for (const std::string& text : {dropped, added}) {
-        KeySlots read = KeySlots::parsed(text);
-        const auto slots = read.slots();
-        EXPECT_EQ(faultOf([&] { (void)read.text(key); }), Kind::damaged);
-        EXPECT_EQ(faultOf([&] {
-                      (void)read.add(key, SecretKind::passphrase, secret("correct horse battery"),
-                                     "", kCheap);
-                  }),
-                  Kind::damaged);
-        EXPECT_EQ(faultOf([&] { read.remove(key, account_); }), Kind::damaged);
-        EXPECT_EQ(read.slots(), slots);
-        EXPECT_EQ(faultOf([&] { (void)read.text(key); }), Kind::damaged) << "nor after all that";
-    }
+    (void)list.add(key, SecretKind::passphrase, secret("Zu\xcc\x88rich ist scho\xcc\x88n"), "",
+                   kCheap);
+    const KeySlots read = KeySlots::parsed(list.text(key));
+    for (const char* text : {"Zu\xcc\x88rich ist scho\xcc\x88n", "Z\xc3\xbcrich ist sch\xc3\xb6n"})
+        EXPECT_FALSE(faultOf([&] { (void)read.open(SecretKind::passphrase, secret(text)); }));
+    EXPECT_EQ(faultOf([&] { (void)read.open(SecretKind::passphrase, secret("caf\xe9")); }),
+              Kind::wrongSecret);
 }
 
-TEST_F(Slots, ThatWereReadGoOnAfterEachChange)
+TEST_F(Slots, AreNotTriedOnceTheThreadWasAskedToStop)
 {
-    KeySlots read = KeySlots::parsed(list.text(key));
-    (void)read.add(key, SecretKind::passphrase, secret("battery horse correct"), "", kCheap);
-    read.remove(key, account_);
-    (void)read.text(key);
-    read.remove(key, passphrase_);
-    const KeySlots again = KeySlots::parsed(read.text(key));
-    ASSERT_EQ(again.slots().size(), 2U);
-    EXPECT_FALSE(faultOf(
-        [&] { (void)again.open(SecretKind::passphrase, secret("battery horse correct")); }));
-}
-
-// The box of one slot in the place of another's, so that a secret that was taken out opens again.
-TEST_F(Slots, DoNotOpenUnderTheNameOrKindOfAnother)
-{
-    const KeySlot& passphrase = list.slots()[1];
-    const auto opens = [&](const std::string& identifier, SecretKind kind) {
-        KeySlot moved = passphrase;
-        moved.identifier = identifier;
-        moved.kind = kind;
-        const auto lines = linesOf(list.text(key));
-        const std::string text =
-            lines.front() + lineOf(moved) +
-            lineOf(SlotListEnd{.slots = 1, .seal = slotListEndOf(lines.back()).seal});
-        return faultOf(
-            [&] { (void)KeySlots::parsed(text).open(kind, secret("correct horse battery")); });
-    };
-    // It opens as what it is; that the list is another one is found after it.
-    EXPECT_EQ(opens(passphrase.identifier, SecretKind::passphrase), Kind::damaged);
-    EXPECT_EQ(opens(account_, SecretKind::passphrase), Kind::wrongSecret);
-    EXPECT_EQ(opens(passphrase.identifier, SecretKind::keyFile), Kind::wrongSecret);
-}
-
-TEST_F(Slots, OfAnotherAccountOpenWithNothingOfThisOne)
-{
-    const MasterKey theirs = MasterKey::make();
-    KeySlots made(theirs);
-    (void)made.add(theirs, SecretKind::passphrase, secret("of somebody else"), "", kCheap);
-    const KeySlots read = KeySlots::parsed(made.text(theirs));
+    const StopRequest stop;
+    const StopScope scope(stop);
+    EXPECT_FALSE(faultOf([&] {
+                     (void)list.open(SecretKind::passphrase, secret("wrong horse battery"));
+                 }) == Kind::stopped);
+    stop.request();
     EXPECT_EQ(
-        faultOf([&] { (void)read.open(SecretKind::passphrase, secret("correct horse battery")); }),
-        Kind::wrongSecret);
-    EXPECT_EQ(faultOf([&] { read.check(key); }), Kind::damaged);
+        faultOf([&] { (void)list.open(SecretKind::passphrase, secret("correct horse battery")); }),
+        Kind::stopped);
 }
 
-TEST(SlotLines, AreRefusedWhenTheyAskForMoreThanThisProgramEverDoes)
+/// A list as a later version writes it: with a key more in the first line and in each slot.
+std::string withLaterKeys(const std::string& text, const MasterKey& key)
 {
-    const std::string line =
-        R"({"slot":"0011223344556677","kind":"passphrase","label":"","operations":OPS,)"
-        R"("memory_kib":KIB,"salt":")" +
-        std::string(32, '0') + R"(","box":")" + std::string(144, '0') + "\"}\n";
-    const auto faultWith = [&](const std::string& operations, const std::string& kib) {
-        std::string text = line;
-        text.replace(text.find("OPS"), 3, operations);
-        text.replace(text.find("KIB"), 3, kib);
-        return faultOf([&] { (void)keySlotOf(text); });
-    };
-    EXPECT_FALSE(faultWith("16", "1048576"));
-    EXPECT_EQ(faultWith("17", "8"), Kind::damaged);
-    EXPECT_EQ(faultWith("1", "1048577"), Kind::damaged);
-    EXPECT_EQ(faultWith("0", "8"), Kind::damaged);
-    EXPECT_EQ(faultWith("1", "7"), Kind::damaged);
-    EXPECT_EQ(faultWith("-1", "8"), Kind::damaged);
-    EXPECT_EQ(faultWith("1.5", "8"), Kind::damaged);
-    EXPECT_EQ(faultWith("\"1\"", "8"), Kind::damaged);
+    std::string changed;
+    auto lines = linesOf(text);
+    lines.pop_back();
+    for (const std::string& line : lines)
+        changed += line.substr(0, line.size() - 2) + R"(,"later":{"deep":[1]}})" + "\n";
+    const auto listKey = platform::derivedKey(key.bytes(), "stowline: list of slots");
+    return changed + lineOf(SlotListEnd{.slots = lines.size() - 1,
+                                        .seal = platform::keyedBlake2b(listKey, changed, 32)});
 }
 
-TEST(SlotLines, OfALaterFormatAreToldApartFromDamage)
+TEST_F(Slots, KeepWhatALaterVersionPutIntoThem)
 {
-    EXPECT_EQ(faultOf([] { (void)slotListHeadOf(R"({"keys":"stowline","format":2})"); }),
-              Kind::tooNew);
-    EXPECT_EQ(faultOf([] { (void)slotListHeadOf(R"({"keys":"other","format":1})"); }),
-              Kind::damaged);
+    KeySlots read = KeySlots::parsed(withLaterKeys(list.text(key), key));
+    read.remove(key, account_);
+    (void)read.add(key, SecretKind::passphrase, secret("battery horse correct"), "", kCheap);
+    const auto before = linesOf(withLaterKeys(list.text(key), key));
+    const auto lines = linesOf(read.text(key));
+    ASSERT_EQ(lines.size(), 5U);
+    EXPECT_NE(lines[0].find(R"("later":{"deep":[1]})"), std::string::npos) << lines[0];
+    EXPECT_EQ(lines[1], before[2]);
+    EXPECT_EQ(lines[2], before[3]);
+    EXPECT_EQ(lines[3].find("later"), std::string::npos);
+}
+
+// Nothing is written that would not be read; the list stays as it was.
+TEST_F(Slots, AreNotWrittenWhenTheirListWouldBeTooLong)
+{
+    std::string text = list.text(key);
+    auto lines = linesOf(text);
+    lines.pop_back();
+    const std::string longer = R"(,"later":")" + std::string(21000, 'x') + "\"}\n";
+    text.clear();
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        text += i == 0 ? lines[i] : lines[i].substr(0, lines[i].size() - 2) + longer;
+    const auto listKey = platform::derivedKey(key.bytes(), "stowline: list of slots");
+    text += lineOf(SlotListEnd{.slots = 3, .seal = platform::keyedBlake2b(listKey, text, 32)});
+    ASSERT_LT(text.size(), kLongestSlotList);
+    KeySlots read = KeySlots::parsed(text);
+    std::string last;
+    while (read.slots().size() < 10)
+        last = read.add(key, SecretKind::passphrase, secret("correct horse battery"),
+                        std::string(200, 'a'), kCheap);
+    const std::uint64_t generation = read.generation();
+    EXPECT_EQ(faultOf([&] { (void)read.text(key); }), Kind::notPossible);
+    EXPECT_EQ(read.generation(), generation);
+    read.remove(key, account_);
+    EXPECT_FALSE(faultOf([&] { (void)KeySlots::parsed(read.text(key)); }));
+    EXPECT_EQ(read.generation(), generation + 1);
 }
 
 TEST(Weakness, IsToldOfShortAndRepeatingPassphrases)
@@ -318,7 +224,11 @@ TEST(Weakness, IsToldOfShortAndRepeatingPassphrases)
     EXPECT_TRUE(weaknessOf(""));
     EXPECT_TRUE(weaknessOf("elevenchars"));
     EXPECT_TRUE(weaknessOf("äöüäöüäöüä")); // ten characters in twenty bytes
+    EXPECT_TRUE(weaknessOf("a\xcc\x88"
+                           "bcdefghijk")); // eleven, one of them with its mark apart
     EXPECT_TRUE(weaknessOf("abababababababab"));
+    EXPECT_TRUE(weaknessOf("äöüäöüäöüäöüäöü")); // three different ones in four different bytes
+    EXPECT_TRUE(weaknessOf("twelve chars\xff"));
     EXPECT_FALSE(weaknessOf("twelve chars"));
 }
 
@@ -346,7 +256,7 @@ TEST(ReaderOfAnotherLanguage, OpensSlots)
         GTEST_SKIP() << "Needs the packages python3-nacl and python3-zstandard.";
     const MasterKey key = MasterKey::make();
     KeySlots list(key);
-    (void)list.add(key, SecretKind::passphrase, secret("another one"), "other", kCheap);
+    (void)list.add(key, SecretKind::passphrase, secret("another one of mine"), "other", kCheap);
     (void)list.add(key, SecretKind::passphrase, secret("correct horse battery"), "Änn \"&", kCheap);
     const auto opened = [&](const std::string& text, const std::string& given) {
         return test::runProgram(
