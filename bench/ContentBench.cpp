@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <random>
+#include <stdexcept>
 
 namespace stowline::bench {
 
@@ -26,10 +27,8 @@ constexpr int kLevel = 3;
 
 void require(bool isWell, const std::string& sentence)
 {
-    if (isWell)
-        return;
-    fmt::print(stderr, "stopped: {}\n", sentence);
-    std::exit(1);
+    if (!isWell)
+        throw std::runtime_error(sentence); // its files are deleted on the way out
 }
 
 /// Words of a made-up language: shrinks to two fifths or so, as texts do.
@@ -60,6 +59,12 @@ std::string random(std::mt19937_64& generator)
     return bytes;
 }
 
+void close(std::ofstream& file)
+{
+    file.close();
+    require(!file.fail(), "a file cannot be written");
+}
+
 fs::path makeFile(const test::TemporaryFolder& folder, bool isText)
 {
     std::mt19937_64 generator(1);
@@ -68,8 +73,7 @@ fs::path makeFile(const test::TemporaryFolder& folder, bool isText)
     std::ofstream file(path, std::ios::binary);
     for (std::size_t i = 0; i < kMebibytes; ++i)
         file << (isText ? textLike(generator, words) : random(generator));
-    file.close();
-    require(!file.fail(), "the disk has no room for what is to be measured");
+    close(file);
     return path;
 }
 
@@ -79,6 +83,23 @@ void eachPiece(const fs::path& from, const std::function<void(std::string_view)>
     std::string piece(kMebibyte, '\0');
     while (file.read(piece.data(), static_cast<std::streamsize>(piece.size())) || file.gcount() > 0)
         take(std::string_view(piece).substr(0, static_cast<std::size_t>(file.gcount())));
+    require(file.eof() && !file.bad(), "a file cannot be read: " + from.string());
+}
+
+/// So that nothing is measured that did not do its work.
+void requireSame(const fs::path& one, const fs::path& other)
+{
+    std::ifstream left(one, std::ios::binary);
+    std::ifstream right(other, std::ios::binary);
+    require(fs::file_size(one) == fs::file_size(other), "what was opened has another size");
+    std::string a(kMebibyte, '\0');
+    std::string b(kMebibyte, '\0');
+    for (auto rest = fs::file_size(one); rest > 0;
+         rest -= std::min<std::uintmax_t>(rest, kMebibyte)) {
+        const auto piece = static_cast<std::streamsize>(std::min<std::uintmax_t>(rest, kMebibyte));
+        require(left.read(a.data(), piece) && right.read(b.data(), piece) && a == b,
+                "what was opened is not what was sealed");
+    }
 }
 
 /// @return the identifier of the content
@@ -91,6 +112,7 @@ std::string seal(const backup::MasterKey& key, const fs::path& from, const fs::p
         [&](std::string_view bytes) { file.write(bytes.data(), std::ssize(bytes)); });
     eachPiece(from, [&](std::string_view bytes) { sealer.write(bytes); });
     sealer.finish();
+    close(file);
     return sealer.head().identifier;
 }
 
@@ -103,11 +125,13 @@ void open(const backup::MasterKey& key, const std::string& identifier, const fs:
         [&](std::string_view bytes) { file.write(bytes.data(), std::ssize(bytes)); }, kThreads);
     eachPiece(from, [&](std::string_view bytes) { unsealer.feed(bytes); });
     unsealer.finish();
+    close(file);
 }
 
 void runShell(const std::string& line)
 {
-    const auto result = test::runProgram({.words = {"/bin/sh", "-c", line}});
+    const auto result =
+        test::runProgram({.words = {"/bin/bash", "-e", "-o", "pipefail", "-c", line}});
     require(result.status == 0, line + ": " + result.errors);
 }
 
@@ -141,6 +165,7 @@ void measureKind(const test::TemporaryFolder& folder, bool isText, std::vector<R
         std::string identifier;
         ours[0].push_back(microsecondsFor([&] { identifier = seal(key, content, sealed); }));
         ours[1].push_back(microsecondsFor([&] { open(key, identifier, sealed, opened); }));
+        requireSame(content, opened);
         theirs[0].push_back(microsecondsFor([&] {
             runShell(fmt::format("zstd -q -{} -c {} | age -r $(age-keygen -y {}) > {}", kLevel,
                                  content.string(), identity.string(), sealed.string()));
@@ -149,6 +174,7 @@ void measureKind(const test::TemporaryFolder& folder, bool isText, std::vector<R
             runShell(fmt::format("age -d -i {} {} | zstd -q -d -c > {}", identity.string(),
                                  sealed.string(), opened.string()));
         }));
+        requireSame(content, opened);
     }
     const std::string kind = isText ? "text-like" : "random";
     rows.push_back(rowOf("pack and seal 1 GiB, " + kind, ours[0], theirs[0]));
@@ -160,12 +186,20 @@ void measureKind(const test::TemporaryFolder& folder, bool isText, std::vector<R
 
 void measureContent()
 {
-    const test::TemporaryFolder folder;
-    runShell("age-keygen -o " + (folder.path() / "identity").string());
-    std::vector<Row> rows;
-    measureKind(folder, true, rows);
-    measureKind(folder, false, rows);
-    print(rows);
+    std::string failure;
+    try {
+        const test::TemporaryFolder folder;
+        runShell("age-keygen -o " + (folder.path() / "identity").string());
+        std::vector<Row> rows;
+        measureKind(folder, true, rows);
+        measureKind(folder, false, rows);
+        print(rows);
+        return;
+    } catch (const std::exception& fault) {
+        failure = fault.what();
+    }
+    fmt::print(stderr, "stopped: {}\n", failure);
+    std::exit(1);
 }
 
 } // namespace stowline::bench
