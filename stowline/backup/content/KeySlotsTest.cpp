@@ -268,6 +268,13 @@ TEST(ReaderOfAnotherLanguage, OpensSlots)
     const auto right = opened(text, "correct horse battery");
     EXPECT_EQ(right.status, 0) << right.errors;
     EXPECT_EQ(right.output, key.bytes().view());
+    (void)list.add(key, SecretKind::passphrase, secret("Z\xc3\xbcrich ist fern"), "", kCheap);
+    EXPECT_EQ(opened(list.text(key), "Zu\xcc\x88rich ist fern").output, key.bytes().view());
+    std::string costly = text;
+    costly.replace(costly.find(R"("operations":1)"), 14, R"("operations":17)");
+    const auto refused = opened(costly, "correct horse battery");
+    EXPECT_NE(refused.status, 0);
+    EXPECT_NE(refused.errors.find("too many passes"), std::string::npos) << refused.errors;
     const auto wrong = opened(text, "wrong horse battery");
     EXPECT_NE(wrong.status, 0);
     EXPECT_EQ(wrong.output, "");
