@@ -585,6 +585,18 @@ TEST_F(GraceTest, ANoteOfForgettingGoesOnceAllIsBackAndIsToldElse)
     EXPECT_EQ(names(kChain), Names{"00000001-begun=of 1"});
 }
 
+TEST_F(GraceTest, ANoteOfForgettingStaysWhereSomethingOfThatTimeIsTakenAway)
+{
+    const std::string file = put("1", "/a", "a");
+    put("2", kChain + "/00000001-forgotten", "");
+    execute("UPDATE versions SET stored_at = '2026-01-01 00:00:00'");
+    ASSERT_TRUE(remove(file));
+    ASSERT_EQ(letPass(std::chrono::days{7}), 1U);
+    EXPECT_EQ(undelete().forgetting, 1);
+    execute("UPDATE versions SET stored_at = '2026-01-01 00:00:01'"); // nothing since then
+    EXPECT_EQ(undelete().forgetting, 0);
+}
+
 TEST_F(GraceTest, ANoteOfForgettingStaysWhereSomethingCannotComeBack)
 {
     const std::string file = put("1", "/a", "a");

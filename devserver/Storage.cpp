@@ -100,9 +100,10 @@ constexpr const char* kSchema = R"sql(
         ON deleted_versions (user_name, system_name, folder);
     CREATE INDEX IF NOT EXISTS deleted_when ON deleted_versions (deleted_at);
     CREATE TABLE IF NOT EXISTS grace_clock (
-        id     INTEGER PRIMARY KEY CHECK (id = 1),
-        seen   INTEGER NOT NULL, -- when it was looked at last
-        passed INTEGER NOT NULL  -- seconds
+        id      INTEGER PRIMARY KEY CHECK (id = 1),
+        seen    INTEGER NOT NULL, -- when it was looked at last
+        passed  INTEGER NOT NULL, -- seconds
+        dropped INTEGER NOT NULL DEFAULT 0 -- nothing deleted later was taken away
     ) STRICT;
     CREATE TABLE IF NOT EXISTS packages (
         user_name TEXT NOT NULL,
@@ -172,6 +173,7 @@ void Storage::migrate()
     addColumn("versions", "is_whole", "INTEGER NOT NULL DEFAULT 1");
     addColumn("deleted_versions", "kept_until", "INTEGER NOT NULL DEFAULT 0");
     addColumn("deleted_versions", "due", "INTEGER NOT NULL DEFAULT 0");
+    addColumn("grace_clock", "dropped", "INTEGER NOT NULL DEFAULT 0");
     database_.exec(fmt::format("UPDATE deleted_versions SET kept_until = deleted_at + {0},"
                                " due = {1} + {0} WHERE kept_until = 0",
                                grace_.count(), passGrace()));

@@ -40,6 +40,14 @@ void giveAnotherName(const std::filesystem::path& content, const std::filesystem
     platform::synchronizeFolder(content.parent_path());
 }
 
+/// @param deletedAt of a version that cannot come back any more
+void noteDropped(SQLite::Database& database, std::int64_t deletedAt)
+{
+    SQLite::Statement note(database, "UPDATE grace_clock SET dropped = max(dropped, ?)");
+    note.bind(1, deletedAt);
+    note.exec();
+}
+
 } // namespace
 
 void Storage::removeIfEmpty(std::int64_t itemId)
@@ -134,6 +142,8 @@ bool Storage::deleteVersion(const std::string& userName, const std::string& list
     remove.executeStep();
     refreshItem(item);
     removeIfEmpty(item);
+    if (grace_.count() == 0)
+        noteDropped(database_, secondsNow());
     transaction.commit();
     if (grace_.count() == 0) {
         std::error_code unimportant; // content without a version is nobody's
@@ -177,9 +187,11 @@ void Storage::setDeletedAside(const std::string& serverFile)
 /// has seen. @return seconds that passed in all
 std::int64_t Storage::passGrace()
 {
-    SQLite::Statement pass(database_, "INSERT INTO grace_clock VALUES (1, ?1, 0) ON CONFLICT DO"
-                                      " UPDATE SET passed = passed + min(max(?1 - seen, 0), ?2),"
-                                      " seen = ?1 RETURNING passed");
+    SQLite::Statement pass(
+        database_,
+        "INSERT INTO grace_clock (id, seen, passed) VALUES"
+        " (1, ?1, 0) ON CONFLICT DO UPDATE SET passed = passed + min(max(?1 - seen, 0), ?2),"
+        " seen = ?1 RETURNING passed");
     pass.bind(1, secondsNow());
     pass.bind(2, std::chrono::seconds(kMostAtOnce).count());
     pass.executeStep();
@@ -203,13 +215,18 @@ bool Storage::dropDeletedVersion(std::int64_t id, std::int64_t passed)
     const std::lock_guard content(contentLock(serverFile));
     const Lock lock(mutex_);
     SQLite::Statement remove(database_, "DELETE FROM deleted_versions WHERE id = ? AND"
-                                        " server_file = ? AND due <= ? AND kept_until <= ?");
+                                        " server_file = ? AND due <= ? AND kept_until <= ?"
+                                        " RETURNING deleted_at");
     remove.bind(1, id);
     remove.bind(2, serverFile);
     remove.bind(3, passed);
     remove.bind(4, secondsNow());
-    if (remove.exec() == 0)
-        return false;            // brought back meanwhile
+    SQLite::Transaction transaction(database_);
+    if (!remove.executeStep())
+        return false; // brought back meanwhile
+    noteDropped(database_, remove.getColumn(0).getInt64());
+    remove.executeStep(); // to its end, or it is not done
+    transaction.commit();
     std::error_code unimportant; // content without a version is nobody's
     std::filesystem::remove(contentFile(serverFile), unimportant);
     return true;

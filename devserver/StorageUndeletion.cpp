@@ -293,18 +293,20 @@ Undeletion Storage::undelete(const DeletedQuery& query, std::int64_t atMost)
 }
 
 /// Takes away the notes that runs are being forgotten, where all is back that was deleted since
-/// they were written; else the next forgetting would delete it again.
+/// they were written; else the next forgetting would delete it again. Not where some of that was
+/// taken away since: then the run is no whole one any more.
 /// @return how many stay
 std::int64_t Storage::endForgetting(const DeletedQuery& query, bool isAllBack)
 {
     std::vector<std::string> over;
     std::int64_t staying = 0;
     {
-        SQLite::Statement notes(
-            database_, "SELECT v.list_id, CAST(strftime('%s', v.stored_at) AS INTEGER) >= ?3 FROM"
-                       " items i JOIN versions v ON v.item_id = i.id WHERE i.user_name = ?1 AND"
-                       " (?2 = '' OR i.system_name = ?2) AND i.folder GLOB"
-                       " '/=stowline=/records/*' AND i.name GLOB '[0-9]*-forgotten'");
+        SQLite::Statement notes(database_,
+                                "SELECT v.list_id, CAST(strftime('%s', v.stored_at) AS INTEGER) >="
+                                " max(?3, (SELECT dropped + 1 FROM grace_clock)) FROM items i JOIN "
+                                "versions v ON v.item_id = i.id WHERE i.user_name = ?1 AND"
+                                " (?2 = '' OR i.system_name = ?2) AND i.folder GLOB"
+                                " '/=stowline=/records/*' AND i.name GLOB '[0-9]*-forgotten'");
         notes.bind(1, query.userName);
         notes.bind(2, query.systemName);
         notes.bind(3, query.since);
