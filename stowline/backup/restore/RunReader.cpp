@@ -271,9 +271,9 @@ RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
             run + " holds " + platform::countText(lack.carriedForward, "item", "items") +
             " as an earlier run saw them: a run could not look at them, and none has since.");
     if (lack.neverStored > 0)
-        origin_.notes.push_back(run +
-                                " holds nothing of what could not be looked at, read or "
-                                "stored in it or an earlier run, and in none since: " +
+        origin_.notes.push_back("Nothing is stored of what neither run " +
+                                std::to_string(head.run) +
+                                " nor any before it could look at, read or store: " +
                                 missedPlaces(items, lack.neverStored) + ".");
     return lack;
 }
