@@ -281,7 +281,8 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
                                "stopped.",
                                countText(summary.stored, "file was", "files were"));
     if (summary.end == BackupEnd::rolledBack)
-        sentence += " --rebuild-index goes on with what the service has.";
+        sentence += " If runs were deleted, \"stowline undelete\" may bring them back. "
+                    "--rebuild-index goes on with what the service has.";
     if (const std::string more = selfTest_.complaint(); !more.empty())
         sentence += (sentence.empty() ? "" : " ") + more;
     for (const std::string& late : overdue_)

@@ -11,6 +11,7 @@
 #include "stowline/backup/RestoreRun.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -56,13 +57,14 @@ public:
     {
     }
 
-    bool mayDelete(std::uint64_t items) override
+    bool mayDelete(std::uint64_t items, const std::vector<std::string>& first) override
     {
         progress_.clear();
         const StopScope scope(Interruptible::stopRequest());
         return confirmation_.isGranted(
-            fmt::format("All is put back. Delete {} {} that {} not in the run?",
-                        countText(items, "item", "items"), place_, items == 1 ? "was" : "were"));
+            fmt::format("All is put back. Delete {} {} that {} not in the run ({}{})?",
+                        countText(items, "item", "items"), place_, items == 1 ? "was" : "were",
+                        fmt::join(first, ", "), items > first.size() ? ", …" : ""));
     }
 
     void itemDone(const backup::RestoredItem& item) override
@@ -100,9 +102,8 @@ private:
     {
         if (output().isJson())
             return state != RestoredState::unchanged;
-        const bool isOfDeletion =
-            state == RestoredState::deleted || state == RestoredState::wouldDelete;
-        return state == RestoredState::wouldRestore || (isOfDeletion && namesItems());
+        return state == RestoredState::wouldRestore || state == RestoredState::wouldDelete ||
+               (state == RestoredState::deleted && namesItems());
     }
 
     [[nodiscard]] static std::string wordsFor(RestoredState state)

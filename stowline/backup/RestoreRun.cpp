@@ -167,10 +167,27 @@ private:
                               "here that it did not hold, please name the chain (--chain).");
     }
 
+    /// No recorded path goes through a link: behind one that is there now may be another tree.
+    void refuseLinkTo(const std::filesystem::path& folder) const
+    {
+        std::error_code unknown;
+        const auto real = std::filesystem::weakly_canonical(folder, unknown);
+        if (request_.target || (!unknown && real == folder))
+            return;
+        throw RecordFault(RecordFault::Kind::failed,
+                          folder.string() +
+                              " is reached through a link now, as it was not in the "
+                              "run: it is " +
+                              real.string() +
+                              ". With --delete that may be another tree, so nothing is put back. "
+                              "Please say with --to where to.");
+    }
+
     void refuseToDelete(const TreeRules& rules)
     {
         for (const std::string& path : request_.paths) {
             const Selection selection(path, rules, request_.onlyPaths);
+            refuseLinkTo(folderFor(selection));
             if (const auto why = pruning_->refusal(selection, folderFor(selection)))
                 throw RecordFault(RecordFault::Kind::failed, *why);
         }
@@ -184,6 +201,11 @@ private:
             summary_.notes.emplace_back("Not everything could be put back, so nothing is deleted.");
             return;
         }
+        if (summary_.skipped > 0) {
+            summary_.notes.emplace_back("Not everything was to be put back over what is there, so "
+                                        "nothing is deleted.");
+            return;
+        }
         const auto tell = [this](const RestoredItem& item) { tellDeleted(item); };
         pruning_->plan(std::move(pruned_), tell, stop_);
         if (stop_.isRequested())
@@ -191,7 +213,8 @@ private:
         std::ranges::move(pruning_->reasonsToStay(), std::back_inserter(summary_.notes));
         if (request_.isDryRun)
             pruning_->tellPlan(tell);
-        else if (pruning_->planned() > 0 && observer_.mayDelete(pruning_->planned()))
+        else if (pruning_->planned() > 0 &&
+                 observer_.mayDelete(pruning_->planned(), pruning_->firstPlanned()))
             pruning_->carryOut(tell, stop_);
         else
             isDeletionDeclined_ = pruning_->planned() > 0 && !stop_.isRequested();

@@ -112,8 +112,13 @@ public:
     virtual void itemDone(const RestoredItem& /*item*/) {}
     virtual void progress(const RestoreProgress& /*progress*/) {}
     /// Asked once, when all is in place and something is to be deleted; may take its time, but ends
-    /// when the restore is asked to stop. @return whether it may be
-    virtual bool mayDelete(std::uint64_t /*items*/) { return true; }
+    /// when the restore is asked to stop.
+    /// @param first where the first three of these items stand
+    /// @return whether it may be
+    virtual bool mayDelete(std::uint64_t /*items*/, const std::vector<std::string>& /*first*/)
+    {
+        return true;
+    }
 };
 
 /// What a restore came to. found == restored + unchanged + skipped + failed (+ wouldRestore),

@@ -46,6 +46,8 @@ Talk talkOnTerminal(const ProgramRun& run, const std::vector<Exchange>& exchange
             const winsize size{.ws_row = 25, .ws_col = next->columns};
             if (next->columns != 0)
                 (void)::ioctl(terminal, TIOCSWINSZ, &size);
+            if (next->meanwhile)
+                next->meanwhile();
             (void)!::write(terminal, next->answer.data(), next->answer.size());
             ++next;
         }

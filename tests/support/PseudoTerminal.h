@@ -4,6 +4,9 @@
 #include "tests/support/Program.h"
 
 #include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
 
 namespace stowline::test {
 
@@ -17,6 +20,7 @@ struct Exchange {
     std::string prompt;
     std::string answer;
     std::uint16_t columns = 0; ///< the terminal is made so wide before the answer; 0: it stays
+    std::function<void()> meanwhile = {}; ///< done before the answer
 };
 
 /// Runs a program on a pseudo-terminal of its own; answers each prompt once it is shown, one after

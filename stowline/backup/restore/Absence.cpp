@@ -1,5 +1,7 @@
 #include "stowline/backup/restore/Absence.h"
 
+#include "stowline/backup/restore/LinkTrail.h"
+
 #include <utility>
 #include <vector>
 
@@ -42,6 +44,16 @@ NotedRules notedRules(const PlaceNote& walked)
     return noted;
 }
 
+std::set<std::string> foldersWalkedBy(const RecordHead& head, const ItemIndex& items)
+{
+    std::set<std::string> folders;
+    for (const std::string& named : head.description.namedPaths) {
+        if (auto real = pathThroughLinks(items, named))
+            folders.insert(std::move(*real));
+    }
+    return folders;
+}
+
 bool isTooLongToBeNoted(const NotedRules& rules)
 {
     return rules.unreadable == kTooLong;
@@ -63,8 +75,9 @@ Absences::Place Absences::in(const Place& folder, std::string path, const Subjec
         place.noted = &rulesOf(*subject.note);
         place.baseLength = place.path.size();
         place.isIncluded = false;
-        place.absence =
-            place.noted->unreadable.empty() ? Absence::wasNotThere : Absence::notLookedAt;
+        place.absence = place.noted->unreadable.empty() && counts(*subject.note)
+                            ? Absence::wasNotThere
+                            : Absence::notLookedAt;
     } else if (subject.note) {
         place.absence = subject.note->kind == PlaceNote::Kind::leftOut ? Absence::leftOut
                                                                        : Absence::notLookedAt;

@@ -2,13 +2,16 @@
 #pragma once
 
 #include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/record/RecordHead.h"
 #include "stowline/backup/tree/TreeRules.h"
 
 #include <cstddef>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace stowline::backup {
 
@@ -28,12 +31,28 @@ struct NotedRules {
 /// Whether rules were too many for the record (docs/formats/record.md).
 [[nodiscard]] bool isTooLongToBeNoted(const NotedRules& rules);
 
+/// The folders that a run itself looked at as a whole: what it was told to back up, by the real
+/// paths. What its record notes of other folders is what an earlier run saw of them.
+[[nodiscard]] std::set<std::string> foldersWalkedBy(const RecordHead& head, const ItemIndex& items);
+
 /// Reads items and notes of a run, place by place from the root down: of the notes above a place
 /// the nearest one counts, and all that is between it and the place. One thread. Throws IndexFault.
 class Absences {
 public:
     /// @param items must outlive this
-    explicit Absences(const ItemIndex& items) : items_(items) {}
+    /// @param walked where notes of folders that were looked at count; elsewhere nobody looked.
+    ///        Absent: they count wherever they are, whichever run they are from
+    explicit Absences(const ItemIndex& items,
+                      std::optional<std::set<std::string>> walked = std::nullopt)
+        : items_(items), walked_(std::move(walked))
+    {
+    }
+
+    /// Whether a note counts that a folder was looked at as a whole.
+    [[nodiscard]] bool counts(const PlaceNote& walked) const
+    {
+        return !walked_ || walked_->contains(walked.path);
+    }
 
     /// A place, and what it means when nothing is held there.
     struct Place {
@@ -63,6 +82,7 @@ private:
     [[nodiscard]] const NotedRules& rulesOf(const PlaceNote& note);
 
     const ItemIndex& items_;
+    const std::optional<std::set<std::string>> walked_;
     std::map<std::string, NotedRules> rules_; ///< by the text of the notes
 };
 

@@ -38,14 +38,15 @@ struct WalksBelow {
     std::string unreadable; ///< a sentence
 };
 
-WalksBelow walksBelow(const RecordHead& head, const ItemIndex& items, const std::string& named)
+WalksBelow walksBelow(const RecordHead& head, const ItemIndex& items, const Absences& absences,
+                      const std::string& named)
 {
     WalksBelow walks;
     items.forEachNote([&](const PlaceNote& note) {
         if (note.kind != PlaceNote::Kind::walked || !isAtOrBelow(note.path, named))
             return true;
         const NotedRules noted = notedRules(note);
-        walks.isAny = true;
+        walks.isAny = walks.isAny || absences.counts(note);
         if (!noted.unreadable.empty())
             walks.unreadable = unreadableSentence(head, note.path, noted);
         return walks.unreadable.empty();
@@ -135,14 +136,15 @@ std::optional<std::string> refusalToDelete(const RecordHead& head, const ItemInd
     const Absences::Place place = absences.at(named);
     if (place.noted != nullptr && !place.noted->unreadable.empty())
         return unreadableSentence(head, named, *place.noted);
-    const WalksBelow walks = walksBelow(head, items, named);
+    const WalksBelow walks = walksBelow(head, items, absences, named);
     if (!walks.unreadable.empty())
         return walks.unreadable;
     if (place.absence != Absence::wasNotThere && !walks.isAny)
         return place.absence == Absence::leftOut
                    ? fmt::format("A rule leaves {} out of run {} but for what was named in it{}",
                                  named, head.run, kUnsure)
-                   : runText(head) + " did not look at all of " + named + kUnsure;
+                   : fmt::format("{} was not told to back up {}, or could not look at all of it{}",
+                                 runText(head), named, kUnsure);
     return isOwnPlace(selection, root) ? refusalOfDisks(head, items, named) : std::nullopt;
 }
 

@@ -105,9 +105,41 @@ TEST_F(DeletionRefusal, IsOneForFoldersThatWereNotLookedAtAsAWhole)
     EXPECT_EQ(refusal("/c/sub"),
               std::string("A rule leaves /c/sub out of run 7 but for what was named in it") +
                   kUnsure);
-    EXPECT_EQ(refusal("/d"), std::string("Run 7 did not look at all of /d") + kUnsure);
+    EXPECT_EQ(refusal("/d"), std::string("Run 7 was not told to back up /d, or could not look at "
+                                         "all of it") +
+                                 kUnsure);
     note("/d/x", PlaceNote::Kind::walked);
     EXPECT_EQ(refusal("/d"), "") << "there is a part in which it can tell";
+}
+
+TEST_F(DeletionRefusal, IsOneForFoldersThatTheRunWasNotToldToBackUp)
+{
+    for (const char* path : {"/c", "/c/d", "/e"})
+        hold(path);
+    StoredItem link;
+    link.item.path = "/way";
+    link.item.kind = ItemKind::link;
+    link.item.linkTarget = "/e";
+    items.put(link, 1);
+    note("/c", PlaceNote::Kind::walked);
+    note("/c/d", PlaceNote::Kind::walked);
+    note("/e", PlaceNote::Kind::walked);
+    head.description.namedPaths = {"/c/d/", "/way"};
+    EXPECT_EQ(foldersWalkedBy(head, items), (std::set<std::string>{"/c/d", "/e"}));
+    const auto of = [this](const std::string& path) {
+        Absences absences(items, foldersWalkedBy(head, items));
+        return refusalToDelete(head, items, absences, Selection(path, patterns, all), patterns,
+                               "/nowhere");
+    };
+    EXPECT_FALSE(of("/c/d"));
+    EXPECT_FALSE(of("/e"));
+    EXPECT_FALSE(of("/c")) << "there is a part in which it can tell";
+    Absences absences(items, foldersWalkedBy(head, items));
+    EXPECT_EQ(absences.at("/c").absence, Absence::notLookedAt);
+    EXPECT_EQ(absences.at("/c/d").absence, Absence::wasNotThere);
+    head.description.namedPaths = {"/e"};
+    EXPECT_TRUE(of("/c"));
+    EXPECT_TRUE(of("/c/d"));
 }
 
 TEST_F(DeletionRefusal, IsOneForFoldersThatOnlyAnEarlierRunSaw)

@@ -47,6 +47,16 @@ std::pair<std::uint64_t, std::uint64_t> identityOf(const TargetStatus& status)
     return {status.device, status.inode};
 }
 
+/// Whether an item is still what it was. A folder changes as soon as something in it goes.
+bool isSameItem(const TargetStatus& now, const TargetStatus& before)
+{
+    if (identityOf(now) != identityOf(before) || now.kind != before.kind)
+        return false;
+    return now.kind == TargetKind::folder ||
+           (now.size == before.size && now.modifiedSeconds == before.modifiedSeconds &&
+            now.modifiedNanoseconds == before.modifiedNanoseconds);
+}
+
 bool holds(const std::vector<std::string>& names, std::string_view name)
 {
     return std::ranges::find(names, name) != names.end();
@@ -121,7 +131,7 @@ struct Pruning::Names {
 Pruning::Pruning(const RestoreRequest& request, const RecordHead& head, const ItemIndex& items,
                  const TreeRules& patterns, Owners& owners)
     : request_(request), head_(head), items_(items), patterns_(patterns), owners_(owners),
-      absences_(items)
+      absences_(items, foldersWalkedBy(head, items))
 {
     int error = 0;
     const auto& folder = request.choice.stateFolder;
@@ -343,7 +353,7 @@ bool Pruning::isDoomed(const Where& where, const std::string& name, const Names&
         return false;
     if (!selection.takes(path, isFolder))
         return stays(Stays::patterns);
-    doomed_.push_back({where.number, name, there->inode, itemKind(there->kind)});
+    doomed_.push_back({where.number, name, *there});
     return true;
 }
 
@@ -399,10 +409,21 @@ std::string Pruning::onDisk(const Doomed& doomed) const
     return pathIn(folder.below.empty() ? above : pathIn(above, folder.below), doomed.name);
 }
 
+std::vector<std::string> Pruning::firstPlanned() const
+{
+    constexpr std::size_t most = 3;
+    std::vector<std::string> paths;
+    for (std::size_t i = 0; i < std::min(most, doomed_.size()); ++i)
+        paths.push_back(onDisk(doomed_[i]));
+    return paths;
+}
+
 void Pruning::tellPlan(const std::function<void(RestoredItem)>& tell) const
 {
     for (const Doomed& doomed : doomed_)
-        tell({.path = onDisk(doomed), .kind = doomed.kind, .state = RestoredState::wouldDelete});
+        tell({.path = onDisk(doomed),
+              .kind = itemKind(doomed.status.kind),
+              .state = RestoredState::wouldDelete});
 }
 
 void Pruning::carryOut(const std::function<void(RestoredItem)>& tell, const StopRequest& stop)
@@ -443,14 +464,15 @@ void Pruning::carryOut(const Group& group, const TargetFolder& top, const Target
         const auto there = folder ? folder->find(doomed.name, error) : std::nullopt;
         if (!there && error == ENOENT)
             continue; // somebody else was faster
-        RestoredItem report{
-            .path = onDisk(doomed), .kind = doomed.kind, .state = RestoredState::deleted};
+        RestoredItem report{.path = onDisk(doomed),
+                            .kind = itemKind(doomed.status.kind),
+                            .state = RestoredState::deleted};
         std::string why;
         if (!there)
             why = platform::systemErrorText(error);
-        else if (there->inode != doomed.inode || itemKind(there->kind) != doomed.kind)
-            why = "another item has taken its place";
-        else if (const int refused = doomed.kind == ItemKind::folder
+        else if (!isSameItem(*there, doomed.status))
+            why = "it has changed since, or another item has taken its place";
+        else if (const int refused = there->kind == TargetKind::folder
                                          ? folder->removeFolder(doomed.name)
                                          : folder->remove(doomed.name))
             why = platform::systemErrorText(refused);

@@ -51,6 +51,8 @@ public:
 
     /// How many items would go.
     [[nodiscard]] std::uint64_t planned() const { return doomed_.size(); }
+    /// Where the first three of them stand.
+    [[nodiscard]] std::vector<std::string> firstPlanned() const;
 
     /// Of what stays though the run does not hold it, and why: sentences for people.
     [[nodiscard]] std::vector<std::string> reasonsToStay() const;
@@ -58,8 +60,8 @@ public:
     /// Tells what is planned, as it would be deleted.
     void tellPlan(const std::function<void(RestoredItem)>& tell) const;
 
-    /// Deletes what is planned, unless another item has taken its place; then what is in the
-    /// folders that stay has its times again.
+    /// Deletes what is planned, unless it has changed or another item has taken its place; then
+    /// what is in the folders that stay has its times again.
     /// @param tell of each item that was deleted, or could not be
     void carryOut(const std::function<void(RestoredItem)>& tell, const StopRequest& stop);
 
@@ -80,8 +82,7 @@ private:
     struct Doomed {
         std::size_t folder = 0;
         std::string name;
-        std::uint64_t inode = 0;
-        ItemKind kind = ItemKind::file;
+        platform::TargetStatus status; ///< when it was planned
     };
     /// What goes from one folder that stays, and where in the list.
     struct Group {

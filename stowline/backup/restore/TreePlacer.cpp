@@ -395,7 +395,7 @@ void TreePlacer::takeFurtherNames()
 /// Whether an item of this tree or of one before it stands where it is to be.
 bool TreePlacer::isInPlace(const std::string& path)
 {
-    if (!selection_.takes(path) && !others_.treeWith(path))
+    if (!items_.find(path) || (!selection_.takes(path) && !others_.treeWith(path)))
         return false;
     const std::lock_guard lock(mutex_);
     return !others_.notInPlace.contains(path);
