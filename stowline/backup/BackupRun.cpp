@@ -9,6 +9,7 @@
 #include "stowline/backup/TreeIntake.h"
 #include "stowline/backup/VersionAudit.h"
 #include "stowline/backup/index/IndexFault.h"
+#include "stowline/backup/proof/TestFolder.h"
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
@@ -143,6 +144,16 @@ private:
         return summary;
     }
 
+    /// What a self-test of some profile is restoring just now is no file of this machine's.
+    void leaveOutTestFolders(WalkOptions& walk) const
+    {
+        int unimportant = 0;
+        for (const fs::path& profile : profileFolders(request_.stateFolder, unimportant)) {
+            for (const fs::path& folder : TestFolder::noted(profile))
+                walk.ownFolders.push_back(folder.string());
+        }
+    }
+
     void whole()
     {
         const StopScope scope(stop_);
@@ -151,6 +162,7 @@ private:
                          .rules = treeRules(request_.rules),
                          .ownFolders = {request_.stateFolder.string()}};
         state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile));
+        leaveOutTestFolders(walk);
         if (!request_.isDryRun)
             giveUpOvertakenUploads();
         if (request_.resumesOnly) {

@@ -440,6 +440,106 @@ TEST(TestFolder, ThatAKillLeftIsTakenOutByTheNext)
     EXPECT_EQ(left(), 0);
 }
 
+/// As a kill: nothing is taken away. @return what was made
+fs::path leave(const fs::path& state, const fs::path& place)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        std::string fault;
+        auto folder = TestFolder::take(state, {place}, fault);
+        _exit(folder && !folder->make(1, fault).empty() ? 0 : 1);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    const auto noted = TestFolder::noted(state);
+    EXPECT_EQ(noted.size(), 1U);
+    return noted.empty() ? fs::path() : noted.front();
+}
+
+TEST(TestFolder, ThatAKillLeftElsewhereIsTakenOutAsWell)
+{
+    const test::TemporaryFolder state;
+    const test::TemporaryFolder before;
+    const test::TemporaryFolder after;
+    EXPECT_TRUE(fs::exists(leave(state.path(), before.path())));
+    EXPECT_FALSE(fs::is_empty(before.path()));
+    std::string fault;
+    // The same state folder by another name, and other places.
+    EXPECT_TRUE(TestFolder::take(state.path() / ".", {after.path()}, fault)) << fault;
+    EXPECT_TRUE(fs::is_empty(before.path()));
+    EXPECT_TRUE(TestFolder::noted(state.path()).empty());
+    (void)leave(state.path(), before.path());
+    TestFolder::sweep(state.path());
+    EXPECT_TRUE(fs::is_empty(before.path()));
+}
+
+TEST(TestFolder, HasANameOfItsOwnEachTime)
+{
+    const test::TemporaryFolder state;
+    const test::TemporaryFolder place;
+    std::string fault;
+    auto folder = TestFolder::take(state.path(), {place.path()}, fault);
+    const fs::path first = folder->make(1, fault);
+    const fs::path second = folder->make(1, fault);
+    EXPECT_NE(first, second);
+    EXPECT_FALSE(fs::exists(first));
+    EXPECT_EQ(TestFolder::noted(state.path()), std::vector<fs::path>{second});
+    EXPECT_EQ(fs::status(second).permissions(), fs::perms::owner_all);
+}
+
+TEST(TestFolder, IsNotMadeWhereOthersCouldSwapIt)
+{
+    const test::TemporaryFolder state;
+    const test::TemporaryFolder open;
+    const test::TemporaryFolder closed;
+    ASSERT_EQ(chmod(open.path().c_str(), 0777), 0);
+    std::string fault;
+    const auto placeOf = [&](std::vector<fs::path> candidates) {
+        auto folder = TestFolder::take(state.path(), std::move(candidates), fault);
+        return folder ? folder->make(1, fault).parent_path() : fs::path("not taken");
+    };
+    EXPECT_EQ(placeOf({open.path()}), "");
+    EXPECT_EQ(fault, "No folder to restore into can be made in " + open.path().string() +
+                         ": another user could put something else in its place.");
+    EXPECT_EQ(placeOf({open.path(), closed.path()}), closed.path());
+    ASSERT_EQ(chmod(open.path().c_str(), 01777), 0);
+    EXPECT_EQ(placeOf({open.path()}), open.path()) << "as /tmp is";
+}
+
+TEST(TestFolder, TouchesNothingOutsideAndNothingOfOthers)
+{
+    const test::TemporaryFolder state;
+    const test::TemporaryFolder place;
+    const test::TemporaryFolder elsewhere;
+    const fs::path outside = elsewhere.write("outside/file", "stays").parent_path();
+    ASSERT_EQ(chmod((outside / "file").c_str(), 0), 0);
+    ASSERT_EQ(chmod(outside.c_str(), 0500), 0);
+    const fs::path left = leave(state.path(), place.path());
+    fs::create_directory_symlink(outside, left / "link");
+    fs::create_symlink(outside / "file", left / "file");
+    ASSERT_TRUE(fs::create_directory(left / "closed"));
+    ASSERT_EQ(chmod((left / "closed").c_str(), 0), 0);
+    TestFolder::sweep(state.path());
+    EXPECT_FALSE(fs::exists(left));
+    EXPECT_EQ(fs::status(outside).permissions(), fs::perms::owner_read | fs::perms::owner_exec);
+    EXPECT_EQ(fs::status(outside / "file").permissions(), fs::perms::none);
+    // Something else under the name: a link to a private folder, and a folder that others may read.
+    const fs::path taken = leave(state.path(), place.path());
+    fs::remove(taken);
+    const fs::path kept = elsewhere.write("private/file", "stays").parent_path();
+    ASSERT_EQ(chmod(kept.c_str(), 0700), 0);
+    fs::create_directory_symlink(kept, taken);
+    TestFolder::sweep(state.path());
+    EXPECT_TRUE(fs::exists(kept / "file"));
+    fs::remove(taken);
+    const fs::path again = leave(state.path(), place.path());
+    ASSERT_EQ(chmod(again.c_str(), 0755), 0);
+    TestFolder::sweep(state.path());
+    EXPECT_TRUE(fs::exists(again)) << "it is not as a self-test makes it";
+    ASSERT_EQ(chmod(outside.c_str(), 0700), 0);
+}
+
 /// In a process of its own: mounts are seen by nobody else.
 void withoutRoom(const fs::path& small, const fs::path& large, const fs::path& state)
 {

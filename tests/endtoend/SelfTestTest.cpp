@@ -1,4 +1,5 @@
 // backup --self-test: what it proves, what it finds, and whom it tells.
+#include "stowline/platform/files/LockFile.h"
 #include "tests/endtoend/BackedUp.h"
 
 #include <gtest/gtest.h>
@@ -327,6 +328,22 @@ TEST_F(SelfTest, ObeysItsLimitAndStopsAtOnce)
     EXPECT_EQ(result.status, 130) << result.errors;
     EXPECT_EQ(field(result, "self_test"), "interrupted");
     EXPECT_FALSE(isFolderThere());
+}
+
+TEST_F(SelfTest, IsNotBackedUpByARunBesideIt)
+{
+    ASSERT_EQ(account_.backup().status, 0);
+    const fs::path tested = account_.folder.path() / "stowline-self-test-1";
+    ASSERT_TRUE(platform::makePrivateFolder(tested));
+    account_.write({{"stowline-self-test-1/restored", "of some run"}});
+    const auto lock = platform::LockFile::take(state() / "self-test.lock");
+    ASSERT_TRUE(lock);
+    ASSERT_TRUE(platform::writeFileAtomically(state() / "self-test.folders",
+                                              tested.string() + std::string(1, '\0')));
+    const auto result = account_.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_TRUE(fs::exists(tested / "restored")) << "it is in use";
 }
 
 TEST_F(SelfTest, ThatWasKilledLeavesNothingBehindTheNextRun)

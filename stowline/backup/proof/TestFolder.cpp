@@ -2,62 +2,140 @@
 
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/FileStatus.h"
-#include "stowline/platform/text/Text.h"
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/files/TargetFolder.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <limits>
+#include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace stowline::backup {
 
 namespace {
 
 namespace fs = std::filesystem;
+using platform::TargetFolder;
+using platform::TargetKind;
+using platform::TargetStatus;
 
-/// Room for metadata, and for everybody else.
-constexpr std::uint64_t kLeftFree = 64U << 20;
+constexpr std::uint64_t kMebibyte = 1U << 20;
+constexpr std::uint64_t kLeastLeftFree = 64 * kMebibyte;
+constexpr std::uint64_t kUsuallyLeftFree = 1024 * kMebibyte;
+constexpr std::uint32_t kAllOfOwner = 0700;
+constexpr std::uint32_t kOwnerReads = 0400;
+constexpr std::uint32_t kOfOthers = 0077;
+constexpr std::uint32_t kOthersWrite = 0022;
+constexpr std::uint32_t kSticky = 01000;
 
-/// The folder's name, the same for each self-test of a profile: what a kill left is found by it.
-std::string nameFor(const fs::path& profileFolder)
+fs::path lockIn(const fs::path& profileFolder)
 {
-    return "stowline-self-test-" +
-           platform::derivedUuid("com.stowline.self-test.1", profileFolder.string());
+    return profileFolder / "self-test.lock";
 }
 
-std::vector<fs::path> usualPlaces(const fs::path& profileFolder)
+/// The paths of folders, each with a NUL byte behind it: those that may have been left.
+fs::path noteIn(const fs::path& profileFolder)
 {
-    std::vector<fs::path> places{profileFolder / nameFor(profileFolder)};
-    std::error_code none;
-    if (const fs::path temporary = fs::temp_directory_path(none); !none)
-        places.push_back(temporary / nameFor(profileFolder));
-    return places;
+    return profileFolder / "self-test.folders";
+}
+
+[[nodiscard]] bool writeNote(const fs::path& profileFolder, const std::vector<fs::path>& folders)
+{
+    std::string text;
+    for (const fs::path& folder : folders)
+        text += folder.string() + '\0';
+    if (!text.empty())
+        return platform::writeFileAtomically(noteIn(profileFolder), text);
+    std::error_code fault;
+    fs::remove(noteIn(profileFolder), fault);
+    return !fault;
+}
+
+std::string below(const std::string& folder, const std::string& name)
+{
+    return folder.empty() ? name : folder + "/" + name;
 }
 
 /// Items come back with the modes that they had, which may be such that nobody can look at them.
-void loosenTree(const fs::path& folder)
+/// @return all folders, each behind the one that it is in
+std::vector<std::string> loosenBelow(const TargetFolder& top)
 {
-    std::error_code unimportant; // what cannot be loosened shows when it is read or removed
-    fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, unimportant);
-    for (fs::directory_iterator entry(folder, unimportant), end; !unimportant && entry != end;
-         entry.increment(unimportant)) {
-        std::error_code unknown;
-        const auto type = entry->symlink_status(unknown).type();
-        if (type == fs::file_type::directory)
-            loosenTree(entry->path());
-        else if (type == fs::file_type::regular)
-            fs::permissions(entry->path(), fs::perms::owner_read, fs::perm_options::add, unknown);
+    std::vector<std::string> folders{""};
+    for (std::size_t at = 0; at < folders.size(); ++at) {
+        int error = 0; // what cannot be loosened shows when it is read or removed
+        const auto folder = top.below(folders[at], error);
+        const auto names = folder ? folder->names(error) : std::nullopt;
+        for (const std::string& name : names.value_or(std::vector<std::string>())) {
+            const auto status = folder->find(name, error);
+            const bool isFolder = status && status->kind == TargetKind::folder;
+            if (!isFolder && (!status || status->kind != TargetKind::file))
+                continue;
+            const std::uint32_t wanted = isFolder ? kAllOfOwner : kOwnerReads;
+            if ((status->mode & wanted) != wanted)
+                (void)folder->setMode(name, status->mode | wanted);
+            if (isFolder)
+                folders.push_back(below(folders[at], name));
+        }
+    }
+    return folders;
+}
+
+void emptyFolder(const TargetFolder& top)
+{
+    const std::vector<std::string> folders = loosenBelow(top);
+    for (std::size_t at = folders.size(); at-- > 0;) {
+        int error = 0;
+        const auto folder = top.below(folders[at], error);
+        const auto names = folder ? folder->names(error) : std::nullopt;
+        for (const std::string& name : names.value_or(std::vector<std::string>())) {
+            if (folder->remove(name) != 0)
+                (void)folder->removeFolder(name); // it is empty by now
+        }
     }
 }
 
-void removeTree(const fs::path& folder) noexcept
+bool isOwn(const TargetStatus& status)
+{
+    return status.kind == TargetKind::folder && status.owner == platform::ownUserNumber() &&
+           (status.mode & kOfOthers) == 0;
+}
+
+/// A folder that nobody but this user can have made, opened.
+std::optional<TargetFolder> openOwn(const TargetFolder& parent, const std::string& name)
+{
+    int error = 0;
+    auto folder = parent.below(name, error);
+    const auto status = folder ? folder->status() : std::nullopt;
+    return status && isOwn(*status) ? std::move(folder) : std::nullopt;
+}
+
+/// @return whether nothing of ours is under that path any more
+bool removeOwn(const fs::path& path)
+{
+    int error = 0;
+    const std::string name = path.filename().string();
+    const auto parent = TargetFolder::open(path.parent_path(), false, error);
+    if (!parent)
+        return false; // it may come again
+    const auto status = parent->find(name, error);
+    if (!status || !isOwn(*status))
+        return status || error == ENOENT;
+    if (const auto folder = openOwn(*parent, name))
+        emptyFolder(*folder);
+    return parent->removeFolder(name) == 0;
+}
+
+/// Takes out what is noted, and notes what stays.
+void removeNoted(const fs::path& profileFolder) noexcept
 {
     try {
-        std::error_code fault;
-        if (fs::symlink_status(folder, fault).type() == fs::file_type::directory)
-            loosenTree(folder);
-        fs::remove_all(folder, fault);
+        std::vector<fs::path> left = TestFolder::noted(profileFolder);
+        if (left.empty())
+            return;
+        std::erase_if(left, removeOwn);
+        (void)writeNote(profileFolder, left);
     } catch (const std::exception&) { // the next one tries again
     }
 }
@@ -65,19 +143,18 @@ void removeTree(const fs::path& folder) noexcept
 /// No room for anything where it is not known.
 std::uint64_t roomAt(const fs::path& place)
 {
-    const auto free = platform::freeSpaceAt(place.parent_path());
-    return free && *free > kLeftFree ? *free - kLeftFree : 0;
-}
-
-fs::path lockIn(const fs::path& profileFolder)
-{
-    return profileFolder / "self-test.lock";
+    const std::uint64_t free = platform::freeSpaceAt(place).value_or(0);
+    constexpr std::uint64_t tenth = 10;
+    const std::uint64_t left =
+        std::max({kLeastLeftFree, free / tenth, std::min(kUsuallyLeftFree, free / 2)});
+    return free > left ? free - left : 0;
 }
 
 } // namespace
 
-TestFolder::TestFolder(platform::LockFile lock, std::vector<fs::path> places)
-    : lock_(std::move(lock)), places_(std::move(places))
+TestFolder::TestFolder(platform::LockFile lock, fs::path profileFolder,
+                       std::vector<fs::path> places)
+    : lock_(std::move(lock)), profileFolder_(std::move(profileFolder)), places_(std::move(places))
 {
 }
 
@@ -97,27 +174,37 @@ std::optional<TestFolder> TestFolder::take(const fs::path& profileFolder,
                                  " cannot be made: " + std::generic_category().message(error) + ".";
         return std::nullopt;
     }
-    for (fs::path& candidate : candidates)
-        candidate /= nameFor(profileFolder);
-    TestFolder folder(std::move(*lock),
-                      candidates.empty() ? usualPlaces(profileFolder) : std::move(candidates));
-    for (const fs::path& place : folder.places_)
-        removeTree(place);
-    return folder;
+    if (candidates.empty()) {
+        candidates.push_back(profileFolder);
+        std::error_code none;
+        if (const fs::path temporary = fs::temp_directory_path(none); !none)
+            candidates.push_back(temporary);
+    }
+    removeNoted(profileFolder);
+    return TestFolder(std::move(*lock), profileFolder, std::move(candidates));
 }
 
 void TestFolder::sweep(const fs::path& profileFolder) noexcept
 {
     try {
-        std::error_code none;
-        if (!fs::exists(lockIn(profileFolder), none)) // there never was a self-test
+        if (noted(profileFolder).empty())
             return;
-        if (const auto lock = platform::LockFile::take(lockIn(profileFolder))) {
-            for (const fs::path& place : usualPlaces(profileFolder))
-                removeTree(place);
-        }
+        if (const auto lock = platform::LockFile::take(lockIn(profileFolder)))
+            removeNoted(profileFolder);
     } catch (const std::exception&) { // the next one tries again
     }
+}
+
+std::vector<fs::path> TestFolder::noted(const fs::path& profileFolder)
+{
+    std::vector<fs::path> folders;
+    const std::string text = platform::readRegularFile(noteIn(profileFolder)).value_or("");
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\0', at), text.size());
+        folders.emplace_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return folders;
 }
 
 std::uint64_t TestFolder::room() const
@@ -131,32 +218,66 @@ std::uint64_t TestFolder::room() const
 fs::path TestFolder::make(std::uint64_t bytes, std::string& fault)
 {
     clear();
+    fault.clear();
     for (const fs::path& place : places_) {
-        std::error_code refused;
-        // One that is there already is somebody else's.
-        if (roomAt(place) < bytes || !fs::create_directory(place, refused))
+        if (roomAt(place) < bytes)
             continue;
-        fs::permissions(place, fs::perms::owner_all, refused);
-        made_ = place;
-        if (!refused)
+        const std::string reason = makeIn(place);
+        if (reason.empty())
             return made_;
-        clear();
+        if (fault.empty())
+            fault = fmt::format("No folder to restore into can be made in {}: {}.", place.string(),
+                                reason);
     }
-    fault = fmt::format("There is no room to restore into: {} bytes are needed in {}.", bytes,
-                        places_.front().parent_path().string());
+    if (fault.empty())
+        fault = fmt::format("There is no room to restore into: {} bytes are needed in {}.", bytes,
+                            places_.front().string());
+    return {};
+}
+
+std::string TestFolder::makeIn(const fs::path& place)
+{
+    int error = 0;
+    const auto parent = TargetFolder::open(place, false, error);
+    const auto status = parent ? parent->status() : std::nullopt;
+    if (!status)
+        return platform::systemErrorText(error);
+    const bool isKeptFromOthers =
+        (status->mode & kOthersWrite) == 0 || (status->mode & kSticky) != 0;
+    if (!isKeptFromOthers || (status->owner != 0 && status->owner != platform::ownUserNumber()))
+        return "another user could put something else in its place";
+    const auto random = platform::randomUuid();
+    if (!random)
+        return "the system has no random name for it";
+    const std::string name = "stowline-self-test-" + *random;
+    std::error_code unknown;
+    const fs::path path = fs::absolute(place, unknown) / name;
+    std::vector<fs::path> folders = noted(profileFolder_);
+    folders.push_back(path);
+    if (!writeNote(profileFolder_, folders))
+        return "it cannot be noted in " + noteIn(profileFolder_).string();
+    if (const int refused = parent->makeFolder(name, kAllOfOwner); refused != 0) {
+        folders.pop_back();
+        (void)writeNote(profileFolder_, folders);
+        return platform::systemErrorText(refused);
+    }
+    made_ = path;
     return {};
 }
 
 void TestFolder::loosen()
 {
-    if (!made_.empty())
-        loosenTree(made_);
+    int error = 0;
+    const auto parent = TargetFolder::open(made_.parent_path(), false, error);
+    const auto folder = parent ? openOwn(*parent, made_.filename().string()) : std::nullopt;
+    if (folder)
+        (void)loosenBelow(*folder);
 }
 
 void TestFolder::clear() noexcept
 {
     if (!made_.empty())
-        removeTree(made_);
+        removeNoted(profileFolder_);
     made_.clear();
 }
 
