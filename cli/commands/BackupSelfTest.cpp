@@ -119,6 +119,9 @@ std::string SelfTestOutcome::sentences() const
     if (proof.tooLargeFiles > 0)
         text += fmt::format("\nLarger than --self-test allows, and never tested: {}.",
                             countText(proof.tooLargeFiles, "file", "files"));
+    if (proof.noRoomFiles > 0)
+        text += fmt::format("\nLarger than the room to restore into, and not tested: {}.",
+                            countText(proof.noRoomFiles, "file", "files"));
     if (proof.lostFiles > 0)
         text += fmt::format("\nKnown to be missing or damaged in earlier or this run: {}.",
                             countText(proof.lostFiles, "file", "files"));
@@ -154,6 +157,7 @@ Fields SelfTestOutcome::fields() const
             {"proof_proven_bytes", proof.provenBytes},
             {"proof_lost_files", proof.lostFiles},
             {"proof_too_large_files", proof.tooLargeFiles},
+            {"proof_no_room_files", proof.noRoomFiles},
             {"proof_damaged_runs", proof.damagedRuns}};
 }
 

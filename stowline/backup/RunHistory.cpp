@@ -1,6 +1,7 @@
 #include "stowline/backup/RunHistory.h"
 
 #include "stowline/backup/ProofLookup.h"
+#include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/restore/Absence.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
@@ -99,9 +100,11 @@ void compare(const ItemIndex& earlier, const ItemIndex& later,
     });
 }
 
-/// By run; empty when there was no self-test on this machine.
-std::map<std::uint64_t, RunProof> proofsOf(const RunChoice& choice, const std::string& chain)
-{
+/// By run; empty when there was no self-test on this machine, or, with a fault, when what it noted
+/// cannot be read.
+std::map<std::uint64_t, RunProof> proofsOf(const RunChoice& choice, const std::string& chain,
+                                           std::string& fault)
+try {
     std::map<std::uint64_t, RunProof> proofs;
     const auto book = proofBookOf(choice, chain);
     if (!book)
@@ -114,6 +117,9 @@ std::map<std::uint64_t, RunProof> proofsOf(const RunChoice& choice, const std::s
                            .proven = run.proven > 0 ? std::optional(Timestamp{run.proven, 0})
                                                     : std::nullopt};
     return proofs;
+} catch (const IndexFault& unreadable) {
+    fault = unreadable.what();
+    return {};
 }
 
 RunEntry entryOf(const ListedRun& run, const RecordHead& head)
@@ -205,9 +211,10 @@ const char* nameOf(RunDifference::Kind kind)
 HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunEntry&)>& take,
                     const StopRequest& stop) noexcept
 {
-    return reading(choice, stop, [&](RunReader& reader) {
+    std::string fault;
+    HistoryEnd end = reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
-        const auto proofs = proofsOf(choice, chain.name());
+        const auto proofs = proofsOf(choice, chain.name(), fault);
         for (const ListedRun& run : chain.runs()) {
             RunEntry entry = entryOf(run, chain.head(run.run));
             if (const auto proof = proofs.find(run.run); proof != proofs.end())
@@ -216,6 +223,9 @@ HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunE
         }
         reader.requireNothingOlder(chain, false); // what there is was shown
     });
+    if (!fault.empty())
+        end.origin.notes.push_back(fault);
+    return end;
 }
 
 HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,

@@ -32,6 +32,9 @@ using Kind = SelfTestFinding::Kind;
 
 constexpr std::int64_t kProvenSeconds = std::int64_t{30} * 86400;
 constexpr std::size_t kPiece = 1U << 20;
+/// What is restored at once: so much of it is on the disk, and known of in memory.
+constexpr std::size_t kContentsAtOnce = 20000;
+constexpr std::uint64_t kBytesAtOnce = 1U << 30;
 
 /// What a restore told of the sample's items, by path.
 class Restored : public RestoreObserver {
@@ -123,7 +126,11 @@ private:
             const auto damaged = [this](std::uint64_t run, const std::string& why) {
                 tell({.kind = Kind::damaged, .run = run, .sentence = why});
             };
-            readNewRuns(book, chain, now(), stop_, damaged);
+            source_.emplace(ProofSource{.chain = chain,
+                                        .listedAnew = [&reader] { return reader.openChain(); },
+                                        .now = now(),
+                                        .stop = stop_});
+            readNewRuns(book, *source_, damaged);
             testSample(book, *folder, reader);
         });
         if (failure)
@@ -134,21 +141,33 @@ private:
     void testSample(ProofBook& book, TestFolder& folder, RunReader& reader)
     {
         const std::uint64_t room = folder.room();
-        const auto sample = book.sample(request_.share, std::min(request_.mostBytes, room));
-        if (sample.contents.empty() && room < request_.mostBytes) {
-            const auto wanted = book.sample(request_.share, request_.mostBytes);
-            if (!wanted.contents.empty())
-                throw RecordFault(RecordFault::Kind::failed,
-                                  noRoom(wanted.contents.front().size, room));
+        const auto choice = book.choose(request_.share, request_.mostBytes, room);
+        if (choice.contents == 0 && choice.withoutRoom > 0)
+            throw RecordFault(RecordFault::Kind::failed, noRoom(choice.leastRoom, room));
+        if (choice.withoutRoom > 0)
+            observer_.note(fmt::format(
+                "{} larger than the {} bytes of room that there are to restore into, and cannot "
+                "be tested.",
+                platform::countText(choice.withoutRoom, "stored file is", "stored files are"),
+                room));
+        summary_.proof.noRoomFiles = choice.withoutRoom;
+        summary_.chosen = choice.contents;
+        while (!stop_.isRequested() && !failure_) {
+            std::vector<Item> portion;
+            for (ProofCandidate& content : book.nextChosen(kContentsAtOnce, kBytesAtOnce))
+                portion.push_back({.content = std::move(content), .outcome = std::nullopt});
+            if (portion.empty())
+                break;
+            testPortion(book, folder, reader, std::move(portion));
         }
-        if (sample.isShortOfBytes && room < request_.mostBytes)
-            observer_.note(fmt::format("The self-test has room for {} bytes only, and tests less "
-                                       "than it was told to.",
-                                       room));
-        summary_.chosen = sample.contents.size();
-        std::vector<Item> left;
-        for (const ProofCandidate& content : sample.contents)
-            left.push_back({content});
+        std::ranges::sort(summary_.runs);
+        summary_.runs.erase(std::unique(summary_.runs.begin(), summary_.runs.end()),
+                            summary_.runs.end());
+    }
+
+    /// Run by run.
+    void testPortion(ProofBook& book, TestFolder& folder, RunReader& reader, std::vector<Item> left)
+    {
         while (!left.empty() && !stop_.isRequested() && !failure_) {
             const std::uint64_t run = book.runToReadFor(left.front().content);
             if (run == 0) { // only runs that cannot be read hold it
@@ -169,7 +188,6 @@ private:
             if (!testGroup(book, folder, reader, run, group)) // again, from other runs
                 left.insert(left.end(), group.begin(), group.end());
         }
-        std::ranges::sort(summary_.runs);
     }
 
     static std::string noRoom(std::uint64_t bytes, std::uint64_t room)
@@ -207,12 +225,19 @@ private:
         const RestoreSummary sum = runRestore(request, restored, stop_);
         if (sum.found == 0 && stop_.isRequested())
             return true;
-        if (sum.found == 0 && sum.end == ReadEnd::badContent) {
+        const bool isUnreadable = sum.found == 0 && sum.run != run &&
+                                  (sum.end == ReadEnd::badContent || sum.end == ReadEnd::notFound);
+        if (isUnreadable && !isStillKept(*source_, run)) {
+            giveUp(group);
+            return true;
+        }
+        if (isUnreadable) {
             book.noteDamaged(run);
             tell({.kind = Kind::damaged, .run = run, .sentence = sum.sentence});
             return false;
         }
-        if (sum.found == 0) {
+        const bool isRead = sum.run == run;
+        if (sum.found == 0 && !isRead) {
             failure_ = ReadFailure{sum.end, sum.sentence};
             summary_.untested += group.size();
             return true;
@@ -231,6 +256,9 @@ private:
         folder.clear();
         return true;
     }
+
+    /// Of a run that another machine has forgotten meanwhile: the next self-test knows.
+    void giveUp(const std::vector<Item>& group) { summary_.chosen -= group.size(); }
 
     /// What was found before a stop counts; what the service could not be asked for, or a stop left
     /// out, is not settled: the next self-test begins with it.
@@ -323,6 +351,10 @@ private:
     void lose(Item& item, std::uint64_t run, const StoredItem& stored, const RestoredItem& report,
               RunReader& reader)
     {
+        if (!stop_.isRequested() && !isStillKept(*source_, run)) {
+            giveUp({item});
+            return;
+        }
         item.outcome = ProofBook::Outcome::lost;
         VersionFinder versions(request_.choice.account, reader.tries());
         StoredVersion version{stored.item.path, stored.item.size, *stored.content};
@@ -380,6 +412,7 @@ private:
                           .provenBytes = totals.provenBytes,
                           .lostFiles = totals.lostFiles,
                           .tooLargeFiles = totals.tooLargeFiles,
+                          .noRoomFiles = summary_.proof.noRoomFiles,
                           .damagedRuns = totals.damagedRuns};
     }
 
@@ -439,6 +472,7 @@ private:
     SelfTestSummary summary_;
     std::optional<ReadFailure> failure_; ///< of a whole run that could not be read
     std::vector<std::string> damagedVersions_;
+    std::optional<ProofSource> source_; ///< as long as the sample is tested
 };
 
 } // namespace

@@ -71,6 +71,7 @@ struct ProofState {
     std::uint64_t provenBytes = 0;
     std::uint64_t lostFiles = 0;     ///< found missing or damaged, now or earlier
     std::uint64_t tooLargeFiles = 0; ///< that `mostBytes` keeps from ever being chosen
+    std::uint64_t noRoomFiles = 0;   ///< others that are larger than the room to restore into
     std::uint64_t damagedRuns = 0;   ///< whose records cannot be read
 };
 

@@ -7,6 +7,7 @@
 #include "stowline/backup/proof/TestFolder.h"
 #include "tests/support/MountNamespace.h"
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -279,9 +280,10 @@ TEST_F(SelfTestRun, BeginsWithWhatTheServiceDidNotAnswerForLastTime)
     EXPECT_EQ(sum.end, ReadEnd::someFailed) << sum.sentence;
     EXPECT_EQ(listener.text, "untested b 1\n");
     EXPECT_EQ(sum.tested, 30U);
-    const auto book = ProofBook::look(proofFile(state(), owner()), indexOwner(owner()));
+    auto book = ProofBook::look(proofFile(state(), owner()), indexOwner(owner()));
     ASSERT_TRUE(book);
-    const auto next = book->sample(0.001, UINT64_MAX).contents;
+    EXPECT_EQ(book->choose(0.001, UINT64_MAX, UINT64_MAX).contents, 1U);
+    const auto next = book->nextChosen(9, UINT64_MAX);
     ASSERT_EQ(next.size(), 1U);
     EXPECT_EQ(fs::path(next[0].path).filename(), "b");
 }
@@ -347,6 +349,60 @@ TEST_F(SelfTestRun, FindsARecordThatIsDamagedAndTestsTheRest)
     EXPECT_EQ(sum.tested, 0U);
     EXPECT_EQ(sum.proof.damagedRuns, 1U);
     EXPECT_TRUE(isNothingLeft());
+}
+
+TEST_F(SelfTestRun, TriesADamagedRecordAgainAndCountsItOnceItCanBeRead)
+{
+    (void)write("a", "content");
+    stored.run();
+    const auto spoil = [this](const std::string& text) {
+        std::string before;
+        for (const auto& entry : fs::recursive_directory_iterator(stored.server.data())) {
+            const auto bytes =
+                entry.is_regular_file() ? platform::readFile(entry.path()) : std::nullopt;
+            if (!bytes || !bytes->starts_with("\x1f\x8b") || bytes->size() <= 30 + text.size())
+                continue;
+            before = bytes->substr(30, text.size());
+            std::fstream stream(entry.path(), std::ios::in | std::ios::out | std::ios::binary);
+            stream.seekp(30);
+            stream << text;
+        }
+        return before;
+    };
+    // Before it was ever read, and after: what it holds is in the book then.
+    for (const char* when : {"before", "after"}) {
+        const std::string whole = spoil("damage");
+        auto sum = test();
+        EXPECT_EQ(sum.end, ReadEnd::badContent) << when << sum.sentence;
+        EXPECT_EQ(sum.proof.damagedRuns, 1U) << when;
+        sum = test();
+        EXPECT_EQ(sum.damaged, 0U) << when << ": it is told once";
+        EXPECT_EQ(sum.end, ReadEnd::someFailed) << when;
+        (void)spoil(whole);
+        sum = test();
+        EXPECT_EQ(sum.end, ReadEnd::done) << when << sum.sentence << listener.text;
+        EXPECT_EQ(sum.proof.damagedRuns, 0U) << when;
+        EXPECT_EQ(sum.tested, 1U) << when;
+    }
+}
+
+TEST_F(SelfTestRun, SettlesWhatItsRunsDoNotHold)
+{
+    (void)write("a", "content");
+    stored.run();
+    ASSERT_EQ(test().end, ReadEnd::done);
+    {
+        SQLite::Database book(proofFile(state(), owner()).string(), SQLite::OPEN_READWRITE);
+        EXPECT_EQ(book.exec("INSERT INTO contents (key, path, size, first_run, seen_run, due, lot)"
+                            " VALUES (x'31', x'0078', 1, 1, 1, 0, 0)"),
+                  1);
+    }
+    request.share = 0.01;
+    const auto sum = test();
+    EXPECT_EQ(sum.end, ReadEnd::someFailed) << sum.sentence;
+    EXPECT_EQ(listener.text, "untested x 1\n");
+    now += kDay;
+    EXPECT_EQ(test().tested, 1U) << "it does not stand in the way of the next one";
 }
 
 TEST_F(SelfTestRun, ProvesNothingWhenTheServiceDoesNotAnswer)
@@ -541,7 +597,8 @@ TEST(TestFolder, TouchesNothingOutsideAndNothingOfOthers)
 }
 
 /// In a process of its own: mounts are seen by nobody else.
-void withoutRoom(const fs::path& small, const fs::path& large, const fs::path& state)
+void withoutRoom(const fs::path& small, const fs::path& large, const fs::path& wider,
+                 const fs::path& widest, const fs::path& state)
 {
     if (const auto why = test::enterMountNamespace()) {
         std::fprintf(stderr, "%s\n", why->c_str());
@@ -549,26 +606,36 @@ void withoutRoom(const fs::path& small, const fs::path& large, const fs::path& s
     }
     const auto full = test::Mount::memory(small, "size=1m");
     const auto roomy = test::Mount::memory(large, "size=80m");
+    const auto wide = test::Mount::memory(wider, "size=3g");
+    const auto vast = test::Mount::memory(widest, "size=20g");
     std::string fault;
     auto folder = TestFolder::take(state, {small}, fault);
     const bool isRefused = folder && folder->room() == 0 && folder->make(1, fault).empty() &&
                            fault.starts_with("There is no room to restore into: 1 bytes");
     folder.reset();
+    const auto roomIn = [&](const fs::path& place) {
+        auto one = TestFolder::take(state, {place}, fault);
+        return one ? one->room() : 0;
+    };
+    const bool isSomeLeft =
+        roomIn(wider) == std::uint64_t{2} << 30 && roomIn(widest) == std::uint64_t{18} << 30;
     auto other = TestFolder::take(state, {small, large}, fault);
     const bool isElsewhere = other && other->room() == 16U << 20 &&
                              other->make(1 << 20, fault).parent_path() == large &&
                              other->make(17U << 20, fault).empty();
-    _exit(isRefused && isElsewhere ? 0 : 1);
+    _exit(isRefused && isElsewhere && isSomeLeft ? 0 : 1);
 }
 
 TEST(TestFolder, IsMadeWhereThereIsRoom)
 {
     const test::TemporaryFolder small;
     const test::TemporaryFolder large;
+    const test::TemporaryFolder wider;
+    const test::TemporaryFolder widest;
     const test::TemporaryFolder state;
     const pid_t child = fork();
     if (child == 0)
-        withoutRoom(small.path(), large.path(), state.path());
+        withoutRoom(small.path(), large.path(), wider.path(), widest.path(), state.path());
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     if (WIFEXITED(status) && WEXITSTATUS(status) == 77)

@@ -27,6 +27,18 @@ constexpr std::int32_t kVersion = 1;
 constexpr int kPatienceMilliseconds = 5000;
 constexpr std::int64_t kDay = 86400;
 
+/// What the self-test under way has chosen; gone with the connection, and on disk when it is much.
+constexpr const char* kChosenTable = R"sql(
+    CREATE TEMP TABLE chosen (
+        turn      INTEGER PRIMARY KEY,
+        key       BLOB NOT NULL,
+        path      BLOB NOT NULL,
+        size      INTEGER NOT NULL,
+        first_run INTEGER NOT NULL,
+        last_run  INTEGER NOT NULL
+    ) STRICT
+)sql";
+
 constexpr const char* kTables = R"sql(
     CREATE TABLE about (
         service     TEXT NOT NULL,
@@ -44,7 +56,7 @@ constexpr const char* kTables = R"sql(
         damaged  INTEGER NOT NULL DEFAULT 0
     ) STRICT;
     CREATE TABLE contents (
-        key       BLOB NOT NULL PRIMARY KEY,
+        key       BLOB NOT NULL,
         path      BLOB NOT NULL,
         size      INTEGER NOT NULL,
         first_run INTEGER NOT NULL,
@@ -53,7 +65,8 @@ constexpr const char* kTables = R"sql(
         due       INTEGER NOT NULL,
         lot       INTEGER NOT NULL,
         proven    INTEGER NOT NULL DEFAULT 0,
-        lost      INTEGER NOT NULL DEFAULT 0
+        lost      INTEGER NOT NULL DEFAULT 0,
+        PRIMARY KEY (key, first_run)
     ) STRICT, WITHOUT ROWID;
     CREATE INDEX standing ON contents (path) WHERE last_run IS NULL;
     CREATE INDEX turns ON contents (due, lot);
@@ -164,11 +177,14 @@ struct ProofBook::Tables {
                                " AND path = ?2 AND key <> ?3"),
           closeBelow(*database, "UPDATE contents SET last_run = ?1 WHERE last_run IS NULL"
                                 " AND path > ?2 AND path < ?3"),
+          goOn(*database,
+               "UPDATE contents SET first_run = CASE first_run WHEN 0 THEN ?2 ELSE first_run END,"
+               " last_run = NULL, seen_run = ?2"
+               " WHERE key = ?1 AND (last_run IS NULL OR first_run = 0 OR last_run = ?3)"),
           put(*database,
-              "INSERT INTO contents (key, path, size, first_run, seen_run, due, lot)"
-              " VALUES (?1, ?2, ?3, ?4, ?4, ?5, ?6) ON CONFLICT (key) DO UPDATE SET"
-              " first_run = CASE WHEN first_run = 0 THEN excluded.first_run ELSE first_run END,"
-              " last_run = NULL, seen_run = excluded.seen_run")
+              "INSERT INTO contents (key, path, size, first_run, seen_run, due, lot, proven, lost)"
+              " SELECT ?1, ?2, ?3, ?4, ?4, coalesce(min(due), ?5), ?6, coalesce(max(proven), 0),"
+              " coalesce(max(lost), 0) FROM contents WHERE key = ?1")
     {
     }
 
@@ -203,7 +219,8 @@ struct ProofBook::Tables {
     std::unique_ptr<SQLite::Database> database;
     SQLite::Statement closePath;
     SQLite::Statement closeBelow;
-    SQLite::Statement put;
+    SQLite::Statement goOn; ///< what the runs before hold, or held at a restart
+    SQLite::Statement put;  ///< what is new, or comes back after runs without it
     std::mt19937_64 random{std::random_device{}()};
     std::unique_ptr<SQLite::Transaction> adding; ///< of a run
     std::int64_t run = 0;                        ///< that is added
@@ -316,6 +333,9 @@ void ProofBook::restart()
     tables_->guarded([this] {
         SQLite::Transaction transaction(*tables_->database, SQLite::TransactionBehavior::IMMEDIATE);
         tables_->database->exec("DELETE FROM runs");
+        tables_->database->exec(
+            "DELETE FROM contents WHERE first_run > (SELECT min(other.first_run)"
+            " FROM contents AS other WHERE other.key = contents.key)");
         tables_->database->exec("UPDATE contents SET first_run = 0, last_run = 0, seen_run = 0");
         transaction.commit();
     });
@@ -350,6 +370,12 @@ void ProofBook::hold(const StoredItem& stored)
         if (!tables.isWhole)
             tables.close(stored.item.path, key, stored.item.kind != ItemKind::folder);
         if (!stored.content)
+            return;
+        const StatementUse goingOn(tables.goOn);
+        bindBytes(tables.goOn, 1, key);
+        tables.goOn.bind(2, tables.run);
+        tables.goOn.bind(3, tables.previousRun);
+        if (tables.goOn.exec() > 0)
             return;
         const StatementUse use(tables.put);
         bindBytes(tables.put, 1, key);
@@ -397,35 +423,99 @@ void ProofBook::noteDamaged(std::uint64_t run)
     });
 }
 
-ProofBook::Sample ProofBook::sample(double share, std::uint64_t mostBytes) const
+std::vector<ProofBook::DamagedRun> ProofBook::damagedRuns() const
+{
+    return tables_->guarded([this] {
+        std::vector<DamagedRun> runs;
+        SQLite::Statement rows(*tables_->database,
+                               "SELECT run, digest = '' FROM runs WHERE damaged ORDER BY run");
+        while (rows.executeStep())
+            runs.push_back({countIn(rows, 0), countIn(rows, 1) != 0});
+        return runs;
+    });
+}
+
+ProofBook::Choice ProofBook::choose(double share, std::uint64_t mostBytes, std::uint64_t roomForOne)
 {
     return tables_->guarded([&] {
-        Sample result;
+        SQLite::Database& database = *tables_->database;
+        database.exec("DROP TABLE IF EXISTS temp.chosen");
+        database.exec(kChosenTable);
+        Choice choice;
+        const auto signedSize = [](std::uint64_t bytes) {
+            return static_cast<std::int64_t>(std::min<std::uint64_t>(bytes, INT64_MAX));
+        };
+        SQLite::Statement large(database, "SELECT count(*), coalesce(min(size), 0) FROM contents"
+                                          " WHERE size > ?1 AND size <= ?2");
+        large.bind(1, signedSize(roomForOne));
+        large.bind(2, signedSize(mostBytes));
+        (void)large.executeStep();
+        choice.withoutRoom = countIn(large, 0);
+        choice.leastRoom = countIn(large, 1);
         const Totals all = totals(0, mostBytes);
-        const auto newestRun = static_cast<std::int64_t>(newest().run);
-        SQLite::Statement rows(*tables_->database,
-                               "SELECT key, path, size, first_run, coalesce(last_run, ?1)"
-                               " FROM contents ORDER BY due, lot");
-        rows.bind(1, newestRun);
+        SQLite::Transaction transaction(database);
+        SQLite::Statement rows(database, "SELECT key, path, size, first_run, coalesce(last_run, ?1)"
+                                         " FROM contents ORDER BY due, lot");
+        rows.bind(1, static_cast<std::int64_t>(newest().run));
+        SQLite::Statement take(database, "INSERT INTO temp.chosen (key, path, size, first_run,"
+                                         " last_run) VALUES (?, ?, ?, ?, ?)");
         // A whole round, but for what rounding leaves of it.
         constexpr double nearlyNothing = 1e-9;
         double spent = 0;
         std::uint64_t bytes = 0;
         while (spent < share - nearlyNothing && rows.executeStep()) {
             const std::uint64_t size = countIn(rows, 2);
+            if (size > roomForOne)
+                continue;
             if (size > mostBytes - bytes) {
-                result.isShortOfBytes = result.isShortOfBytes || size <= mostBytes;
+                choice.isShortOfBytes = choice.isShortOfBytes || size <= mostBytes;
                 continue;
             }
             bytes += size;
             spent += proofCost(size, all.files, all.bytes);
-            result.contents.push_back({.key = rows.getColumn(0).getString(),
-                                       .path = pathOfKey(rows.getColumn(1).getString()),
-                                       .size = size,
-                                       .firstRun = countIn(rows, 3),
-                                       .lastRun = countIn(rows, 4)});
+            ++choice.contents;
+            const StatementUse use(take);
+            bindBytes(take, 1, rows.getColumn(0).getString());
+            bindBytes(take, 2, rows.getColumn(1).getString());
+            for (const int column : {2, 3, 4})
+                take.bind(column + 1, rows.getColumn(column).getInt64());
+            take.exec();
         }
-        return result;
+        transaction.commit();
+        return choice;
+    });
+}
+
+std::vector<ProofCandidate> ProofBook::nextChosen(std::size_t mostContents, std::uint64_t mostBytes)
+{
+    return tables_->guarded([&] {
+        std::vector<ProofCandidate> portion;
+        std::vector<std::int64_t> turns;
+        SQLite::Database& database = *tables_->database;
+        SQLite::Statement rows(database, "SELECT turn, key, path, size, first_run, last_run"
+                                         " FROM temp.chosen ORDER BY first_run, last_run, turn");
+        std::uint64_t bytes = 0;
+        while (portion.size() < mostContents && rows.executeStep()) {
+            bytes += countIn(rows, 3);
+            if (bytes > mostBytes && !portion.empty())
+                break;
+            turns.push_back(rows.getColumn(0).getInt64());
+            portion.push_back({.key = rows.getColumn(1).getString(),
+                               .path = pathOfKey(rows.getColumn(2).getString()),
+                               .size = countIn(rows, 3),
+                               .firstRun = countIn(rows, 4),
+                               .lastRun = countIn(rows, 5)});
+        }
+        rows.reset();
+        SQLite::Transaction transaction(database);
+        SQLite::Statement drop(database, "DELETE FROM temp.chosen WHERE turn = ?");
+        for (const std::int64_t turn : turns) {
+            const StatementUse use(drop);
+            drop.bind(1, turn);
+            drop.exec();
+        }
+        transaction.commit();
+        return portion;
     });
 }
 

@@ -75,18 +75,33 @@ public:
     /// Notes that a run's record is damaged; adds the run without contents when it is not there.
     /// Its contents are read from other runs where there are any, and it is not proven.
     void noteDamaged(std::uint64_t run);
+    struct DamagedRun {
+        std::uint64_t run = 0;
+        bool isEmpty = false; ///< it was never read: what it holds is not in the book
+    };
+    [[nodiscard]] std::vector<DamagedRun> damagedRuns() const;
 
     // ---- what is to be tested ----
 
     /// What was tested longest ago, or is in the book longest without it, comes first; chance
-    /// decides among what is equal. Contents are taken until they cost the share (proofCost());
+    /// decides among what is equal. Contents are chosen until they cost the share (proofCost());
     /// one that does not fit into the bytes that are left is passed over, and is the first one
     /// next time.
-    struct Sample {
-        std::vector<ProofCandidate> contents;
-        bool isShortOfBytes = false; ///< something was passed over
+    struct Choice {
+        std::uint64_t contents = 0;
+        bool isShortOfBytes = false;   ///< something was passed over
+        std::uint64_t withoutRoom = 0; ///< of all, those that only the room for one keeps out
+        std::uint64_t leastRoom = 0;   ///< bytes of the smallest of these
     };
-    [[nodiscard]] Sample sample(double share, std::uint64_t mostBytes) const;
+    /// Chooses what a self-test is to test; forgets what was chosen before.
+    /// @param mostBytes of all together
+    /// @param roomForOne larger ones are never chosen
+    Choice choose(double share, std::uint64_t mostBytes, std::uint64_t roomForOne);
+    /// Hands over what was chosen, portion by portion, those of the same runs together.
+    /// @param mostBytes a content that is larger is a portion of its own
+    /// @return nothing: that was all
+    [[nodiscard]] std::vector<ProofCandidate> nextChosen(std::size_t mostContents,
+                                                         std::uint64_t mostBytes);
 
     /// Of the kept runs that hold a content the one whose record was read the longest ago, if any
     /// can be; 0: none.
@@ -108,7 +123,8 @@ public:
     void noteRead(std::uint64_t run, std::int64_t now);
 
     struct Totals {
-        std::uint64_t files = 0; ///< contents of all runs
+        /// Contents of all runs; one that runs in between do not hold counts more than once.
+        std::uint64_t files = 0;
         std::uint64_t bytes = 0;
         std::uint64_t provenFiles = 0; ///< since the moment that was asked for
         std::uint64_t provenBytes = 0;

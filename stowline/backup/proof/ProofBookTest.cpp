@@ -80,7 +80,7 @@ protected:
     {
         std::vector<std::string> paths;
         std::vector<ProofBook::Settlement> settlements;
-        for (const ProofCandidate& content : book->sample(share, mostBytes).contents) {
+        for (const ProofCandidate& content : sample(share, mostBytes).contents) {
             paths.push_back(content.path);
             settlements.push_back({content.key, Outcome::proven});
         }
@@ -88,10 +88,23 @@ protected:
         return paths;
     }
 
-    [[nodiscard]] std::vector<std::string> pathsOfAll() const
+    struct Sample {
+        std::vector<ProofCandidate> contents;
+        bool isShortOfBytes = false;
+    };
+    Sample sample(double share, std::uint64_t mostBytes)
+    {
+        const auto choice = book->choose(share, mostBytes, kNoBound);
+        Sample sample{book->nextChosen(SIZE_MAX, kNoBound), choice.isShortOfBytes};
+        EXPECT_EQ(choice.contents, sample.contents.size());
+        EXPECT_TRUE(book->nextChosen(1, kNoBound).empty());
+        return sample;
+    }
+
+    [[nodiscard]] std::vector<std::string> pathsOfAll()
     {
         std::vector<std::string> paths;
-        for (const ProofCandidate& content : book->sample(2, kNoBound).contents)
+        for (const ProofCandidate& content : sample(2, kNoBound).contents)
             paths.push_back(content.path + "@" + std::to_string(content.firstRun) + "-" +
                             std::to_string(content.lastRun));
         std::ranges::sort(paths);
@@ -149,17 +162,20 @@ TEST_F(ProofBookTest, ProvesNoMoreThanItsShare)
 TEST_F(ProofBookTest, TakesWhatWasProvenLongestAgoFirst)
 {
     addWhole(1, {fileAt("/a", 1), fileAt("/b", 1), fileAt("/c", 1)});
-    const auto all = book->sample(2, kNoBound).contents;
+    const auto all = sample(2, kNoBound).contents;
     ASSERT_EQ(all.size(), 3U);
     for (std::size_t i = 0; i < 3; ++i) {
         const ProofBook::Settlement settlement{all[i].key, Outcome::proven};
         book->settle(std::span(&settlement, 1),
                      kStart + static_cast<std::int64_t>(3 - i) * kDay); // the last one longest ago
     }
-    const auto next = book->sample(2, kNoBound).contents;
-    EXPECT_EQ(next[0].key, all[2].key);
-    EXPECT_EQ(next[1].key, all[1].key);
-    EXPECT_EQ(next[2].key, all[0].key);
+    for (const std::size_t turn : {2U, 1U, 0U}) {
+        const auto next = sample(0.01, kNoBound).contents;
+        ASSERT_EQ(next.size(), 1U);
+        EXPECT_EQ(next[0].key, all[turn].key);
+        const ProofBook::Settlement settlement{next[0].key, Outcome::proven};
+        book->settle(std::span(&settlement, 1), kStart + 9 * kDay);
+    }
 }
 
 TEST_F(ProofBookTest, LetsNewContentWaitForWhatIsOlderAndNoLonger)
@@ -186,12 +202,12 @@ TEST_F(ProofBookTest, FetchesNoMoreBytesThanItsBound)
     addWhole(1, {fileAt("/small", 40), fileAt("/middle", 70), fileAt("/huge", 1000)});
     Paths order;
     for (int day = 1; day <= 4; ++day) {
-        const auto sample = book->sample(1, 100);
+        const auto chosen = sample(1, 100);
         std::uint64_t bytes = 0;
-        for (const auto& content : sample.contents)
+        for (const auto& content : chosen.contents)
             bytes += content.size;
         EXPECT_LE(bytes, 100U);
-        EXPECT_TRUE(sample.isShortOfBytes);
+        EXPECT_TRUE(chosen.isShortOfBytes);
         for (const std::string& path : test(1, 100, kStart + day * kDay))
             order.push_back(path);
     }
@@ -225,6 +241,70 @@ TEST_F(ProofBookTest, FollowsWhatRunsHoldByWholeRecords)
     addWhole(3, {fileAt("/b", 1), fileAt("/c", 1)});
     EXPECT_EQ(pathsOfAll(), (Paths{"/a@1-1", "/b@1-3", "/c@3-3"}));
     EXPECT_EQ(book->newest(), (RecordLink{3, "d3"}));
+}
+
+TEST_F(ProofBookTest, KnowsRunsInBetweenThatDoNotHoldAContent)
+{
+    addWhole(1, {fileAt("/a", 1), fileAt("/b", 1)});
+    ASSERT_EQ(test(2, kNoBound, kStart + 1).size(), 2U);
+    addDifference(2, {}, {"/a"});
+    addWhole(3, {fileAt("/b", 1)});
+    addDifference(4, {fileAt("/a", 1)}, {});
+    book->beginRun({5, "d5"}, book->newest(), kStart);
+    book->drop("/b");
+    book->hold(fileAt("/b", 1)); // by one and the same record: it was never away
+    book->endRun();
+    EXPECT_EQ(pathsOfAll(), (Paths{"/a@1-1", "/a@4-5", "/b@1-5"}));
+    EXPECT_EQ(book->totals(0, kNoBound).provenFiles, 3U) << "it is the same content";
+    const auto proofs = book->proofs();
+    EXPECT_EQ(proofs[0].files, 2U);
+    EXPECT_EQ(proofs[1].files, 1U);
+    EXPECT_EQ(proofs[2].files, 1U);
+    EXPECT_EQ(proofs[3].files, 2U);
+    const ProofBook::Settlement lost{proofKey("/a", *fileAt("/a", 1).content), Outcome::lost};
+    book->settle(std::span(&lost, 1), kStart + 2);
+    EXPECT_EQ(book->proofs()[0].lostFiles, 1U) << "and as lost wherever it is";
+    EXPECT_EQ(book->proofs()[4].lostFiles, 1U);
+    book->restart();
+    addWhole(1, {fileAt("/a", 1)});
+    book->keepOnly(book->runs());
+    EXPECT_EQ(pathsOfAll(), Paths{"/a@1-1"});
+    EXPECT_EQ(book->totals(0, kNoBound).lostFiles, 1U);
+}
+
+TEST_F(ProofBookTest, HandsOverWhatWasChosenInPortions)
+{
+    addWhole(1, {fileAt("/a", 10), fileAt("/b", 10), fileAt("/c", 30)});
+    addWhole(2, {fileAt("/d", 10)});
+    EXPECT_EQ(book->choose(2, kNoBound, kNoBound).contents, 4U);
+    std::set<std::string> paths;
+    for (auto portion = book->nextChosen(2, 25); !portion.empty();
+         portion = book->nextChosen(2, 25)) {
+        std::uint64_t bytes = 0;
+        for (const auto& content : portion) {
+            bytes += content.size;
+            paths.insert(content.path);
+            EXPECT_EQ(content.path == "/d", content.firstRun == 2);
+        }
+        EXPECT_TRUE(bytes <= 25 || portion.size() == 1);
+        EXPECT_LE(portion.size(), 2U);
+    }
+    EXPECT_EQ(paths.size(), 4U);
+    EXPECT_EQ(book->choose(2, kNoBound, kNoBound).contents, 4U);
+    EXPECT_EQ(book->choose(0.01, kNoBound, kNoBound).contents, 1U);
+    EXPECT_EQ(book->nextChosen(9, kNoBound).size(), 1U) << "what was chosen before is forgotten";
+}
+
+TEST_F(ProofBookTest, SaysWhatThereIsNoRoomFor)
+{
+    addWhole(1, {fileAt("/small", 10), fileAt("/large", 200), fileAt("/larger", 300),
+                 fileAt("/huge", 1000)});
+    const auto choice = book->choose(2, 500, 100);
+    EXPECT_EQ(choice.contents, 1U);
+    EXPECT_EQ(choice.withoutRoom, 2U) << "the bound keeps the other one out";
+    EXPECT_EQ(choice.leastRoom, 200U);
+    EXPECT_FALSE(choice.isShortOfBytes);
+    EXPECT_EQ(book->nextChosen(9, kNoBound).size(), 1U);
 }
 
 TEST_F(ProofBookTest, ForgetsWhatNoKeptRunHolds)
@@ -290,7 +370,7 @@ TEST_F(ProofBookTest, SaysSinceWhenARunIsProven)
 TEST_F(ProofBookTest, DoesNotTakeAFailureOrSilenceForAProof)
 {
     addWhole(1, {fileAt("/a", 1)});
-    const std::string key = book->sample(2, kNoBound).contents.at(0).key;
+    const std::string key = sample(2, kNoBound).contents.at(0).key;
     for (const Outcome outcome : {Outcome::passed, Outcome::lost}) {
         const ProofBook::Settlement settlement{key, outcome};
         book->settle(std::span(&settlement, 1), kStart + 5);
@@ -309,7 +389,7 @@ TEST_F(ProofBookTest, ReadsTheRunThatWasReadLongestAgo)
     addDifference(2, {}, {}, kStart + 1);
     addDifference(3, {}, {}, kStart + 2);
     addWhole(4, {fileAt("/a", 1)}, kStart + 3);
-    const ProofCandidate content = book->sample(2, kNoBound).contents.at(0);
+    const ProofCandidate content = sample(2, kNoBound).contents.at(0);
     EXPECT_EQ(book->runToReadFor(content), 1U);
     book->noteRead(3, kStart + 10); // with 1 and 2, which it builds on
     EXPECT_EQ(book->runToReadFor(content), 4U);

@@ -1,5 +1,7 @@
 #include "stowline/backup/proof/ProofReading.h"
 
+#include "stowline/backup/record/KeptRuns.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -13,14 +15,10 @@ void requireNotStopped(const StopRequest& stop)
         throw RecordFault(RecordFault::Kind::interrupted, "It was interrupted.");
 }
 
-std::vector<std::uint64_t> finishedRuns(const RecordChain& chain)
+bool isDamage(const RecordFault& fault)
 {
-    std::vector<std::uint64_t> finished;
-    for (const ListedRun& run : chain.runs()) {
-        if (run.state == RecordState::finished)
-            finished.push_back(run.run);
-    }
-    return finished;
+    return fault.kind() == RecordFault::Kind::damaged ||
+           fault.kind() == RecordFault::Kind::notFound;
 }
 
 /// The run's own record says what changed since the newest run of the book.
@@ -67,37 +65,72 @@ void addRun(ProofBook& book, RecordChain& chain, std::uint64_t run, std::int64_t
         addWhole(book, chain, run, now, stop);
 }
 
+/// What could not be read once may only have been spoiled on its way.
+void tryDamagedAnew(ProofBook& book, const ProofSource& source)
+{
+    const auto kept = keptRuns(source.chain);
+    bool isAnythingNew = false;
+    for (const ProofBook::DamagedRun& damaged : book.damagedRuns()) {
+        requireNotStopped(source.stop);
+        if (!std::ranges::binary_search(kept, damaged.run))
+            continue;
+        try {
+            ItemIndex items = ItemIndex::temporary();
+            (void)source.chain.load(damaged.run, items);
+        } catch (const RecordFault& fault) {
+            if (!isDamage(fault))
+                throw;
+            continue;
+        }
+        book.noteRead(damaged.run, source.now);
+        isAnythingNew = isAnythingNew || damaged.isEmpty;
+    }
+    if (isAnythingNew)
+        book.restart();
+}
+
 } // namespace
 
-void readNewRuns(ProofBook& book, RecordChain& chain, std::int64_t now, const StopRequest& stop,
+bool isStillKept(const ProofSource& source, std::uint64_t run)
+{
+    return std::ranges::binary_search(keptRuns(source.listedAnew()), run);
+}
+
+void readNewRuns(ProofBook& book, const ProofSource& source,
                  const std::function<void(std::uint64_t run, const std::string& sentence)>& damaged)
 {
-    const auto finished = finishedRuns(chain);
+    tryDamagedAnew(book, source);
+    auto kept = keptRuns(source.chain);
     const auto isInBook = [known = book.runs()](std::uint64_t run) {
         return std::ranges::binary_search(known, run);
     };
     // Two machines' state may have finished runs in another order than they began.
     const std::uint64_t newest = book.newest().run;
-    if (std::ranges::any_of(finished,
+    if (std::ranges::any_of(kept,
                             [&](std::uint64_t run) { return run < newest && !isInBook(run); }))
         book.restart();
     const auto known = book.runs();
-    for (const std::uint64_t run : finished) {
-        requireNotStopped(stop);
+    std::vector<std::uint64_t> forgotten;
+    for (const std::uint64_t run : kept) {
+        requireNotStopped(source.stop);
         if (std::ranges::binary_search(known, run))
             continue;
         try {
-            addRun(book, chain, run, now, stop);
+            addRun(book, source.chain, run, source.now, source.stop);
         } catch (const RecordFault& fault) {
             book.abandonRun();
-            if (fault.kind() != RecordFault::Kind::damaged &&
-                fault.kind() != RecordFault::Kind::notFound)
+            if (!isDamage(fault))
                 throw;
+            if (!isStillKept(source, run)) {
+                forgotten.push_back(run);
+                continue;
+            }
             book.noteDamaged(run);
             damaged(run, fault.what());
         }
     }
-    book.keepOnly(finished);
+    std::erase_if(kept, [&](std::uint64_t run) { return std::ranges::count(forgotten, run) > 0; });
+    book.keepOnly(kept);
 }
 
 } // namespace stowline::backup

@@ -1,6 +1,7 @@
 #include "stowline/backup/restore/RunReader.h"
 
 #include "stowline/backup/RunState.h"
+#include "stowline/backup/record/KeptRuns.h"
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
@@ -217,11 +218,7 @@ std::uint64_t RunReader::chosenRun(RecordChain& chain) const
 {
     if (choice_.run)
         return *choice_.run;
-    std::vector<std::uint64_t> finished;
-    for (const ListedRun& run : chain.runs()) {
-        if (run.state == RecordState::finished)
-            finished.push_back(run.run);
-    }
+    const std::vector<std::uint64_t> finished = keptRuns(chain);
     auto after = finished.end();
     if (choice_.at)
         after = std::ranges::partition_point(finished, [&](std::uint64_t run) {
