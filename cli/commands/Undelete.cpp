@@ -19,7 +19,7 @@ namespace stowline::cli {
 
 namespace {
 
-constexpr std::int64_t kPageSize = 1000;
+constexpr std::int64_t kPageSize = 10000; // each page costs the service a look at all
 
 struct Options {
     SessionOptions session;
@@ -83,6 +83,7 @@ private:
             if (!isMore) {
                 versions_ += page->totalCount;
                 bytes_ += page->totalSize;
+                left_ += page->left;
             }
         }
         return true;
@@ -118,10 +119,11 @@ private:
             versions_ += done->undeleted;
             bytes_ += done->size;
             isMore = done->remaining > 0;
-            if (!isMore)
-                left_ += done->left;
+            left_ += done->left;
+            lost_ += done->lost;
+            forgetting_ = done->forgetting; // of the machine, whichever path was meant
             if (isMore && done->undeleted == 0) {
-                left_ += done->remaining + done->left;
+                left_ += done->remaining;
                 return true;
             }
             if (isMore && Interruptible::request())
@@ -147,8 +149,9 @@ private:
     {
         const Fields fields{{options_.isDryRun ? "would_undelete" : "undeleted", versions_},
                             {"bytes", bytes_},
-                            {"left", left_}};
-        if (versions_ + left_ == 0)
+                            {"left", left_},
+                            {"lost", lost_}};
+        if (versions_ + left_ + lost_ == 0)
             return output().fail(ExitStatus::notFound, nothingSentence());
         const std::string what = countText(versions_, "version", "versions") + ", " +
                                  bytesText(static_cast<double>(bytes_));
@@ -161,10 +164,16 @@ private:
             output().note("Brought back: " + what + ".");
         if (left_ > 0)
             output().complain(countText(left_, "version", "versions") +
-                              " cannot come back: another chain of runs was begun in the place of "
-                              "theirs, or what "
-                              "they build on is gone.");
-        const auto status = left_ > 0 ? ExitStatus::someItemsFailed : ExitStatus::done;
+                              " cannot come back: other records of runs stand in the place of "
+                              "theirs, or what they build on is gone.");
+        if (lost_ > 0)
+            output().complain(countText(lost_, "version", "versions") +
+                              " cannot come back: the service has lost their content.");
+        if (forgetting_ > 0)
+            output().complain("The forgetting of " + countText(forgetting_, "run", "runs") +
+                              " was broken off. The next forgetting deletes again what only such a "
+                              "run holds, unless everything is undeleted before.");
+        const auto status = left_ + lost_ > 0 ? ExitStatus::someItemsFailed : ExitStatus::done;
         return output().isJson() ? output().finish(status, fields) : output().finish(status);
     }
 
@@ -186,6 +195,8 @@ private:
     std::uint64_t versions_ = 0;
     std::uint64_t bytes_ = 0;
     std::uint64_t left_ = 0;
+    std::uint64_t lost_ = 0;
+    std::uint64_t forgetting_ = 0;
     std::uint64_t records_ = 0;
 };
 

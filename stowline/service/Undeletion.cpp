@@ -120,9 +120,10 @@ std::optional<DeletedFiles> WebServiceBroker::deletedFilesForUsername(
             const auto count = numberIn(operation, *answer, "TotalCount");
             const auto size = numberIn(operation, *answer, "TotalSize");
             const auto grace = numberIn(operation, *answer, "GraceSeconds");
-            if (!count || !size || !grace)
+            const auto left = numberIn(operation, *answer, "Left");
+            if (!count || !size || !grace || !left)
                 return std::nullopt;
-            return DeletedFiles{filesIn(*answer), *count, *size, *grace};
+            return DeletedFiles{filesIn(*answer), *count, *size, *grace, *left};
         });
 }
 
@@ -144,9 +145,11 @@ WebServiceBroker::undeleteFilesForUsername(std::string_view username, std::strin
             const auto size = numberIn(operation, *answer, "UndeletedSize");
             const auto remaining = numberIn(operation, *answer, "Remaining");
             const auto left = numberIn(operation, *answer, "Left");
-            if (!undeleted || !size || !remaining || !left)
+            const auto lost = numberIn(operation, *answer, "Lost");
+            const auto forgetting = numberIn(operation, *answer, "Forgetting");
+            if (!undeleted || !size || !remaining || !left || !lost || !forgetting)
                 return std::nullopt;
-            return UndeletedFiles{*undeleted, *size, *remaining, *left};
+            return UndeletedFiles{*undeleted, *size, *remaining, *left, *lost, *forgetting};
         });
 }
 

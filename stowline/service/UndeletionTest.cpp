@@ -37,7 +37,8 @@ std::optional<UndeletedFiles> undelete(const RawServer& server, std::optional<Er
 }
 
 constexpr const char* kFigures =
-    "<TotalCount>12</TotalCount><TotalSize>345</TotalSize><GraceSeconds>604800</GraceSeconds>";
+    "<TotalCount>12</TotalCount><TotalSize>345</TotalSize><GraceSeconds>604800</GraceSeconds>"
+    "<Left>2</Left>";
 
 TEST(Undeletion, AsksForAPageAndReadsIt)
 {
@@ -64,6 +65,7 @@ TEST(Undeletion, AsksForAPageAndReadsIt)
     EXPECT_EQ(page->totalCount, 12U);
     EXPECT_EQ(page->totalSize, 345U);
     EXPECT_EQ(page->graceSeconds, 604800U);
+    EXPECT_EQ(page->left, 2U);
     EXPECT_EQ(test::parametersIn(server.requests().at(0)),
               "<USERNAME>ann</USERNAME><PASSWORD>p&amp;w</PASSWORD><SYSTEMNAME>iMac</SYSTEMNAME>"
               "<PATH>/d</PATH><SINCE>1700</SINCE><STARTINDEX>10</STARTINDEX><PAGESIZE>50"
@@ -74,7 +76,8 @@ TEST(Undeletion, SaysWhatCameBackAndWhatRemains)
 {
     const RawServer server(
         test::soapAnswer("<r><Code>Success</Code><Undeleted>2000</Undeleted><UndeletedSize>9"
-                         "</UndeletedSize><Remaining>3</Remaining><Left>1</Left></r>"));
+                         "</UndeletedSize><Remaining>3</Remaining><Left>1</Left><Lost>4</"
+                         "Lost><Forgetting>5</Forgetting></r>"));
     const test::TestBundle bundle(undeleteSettings());
     std::optional<Error> error = platform::makeError("stale", 1, "stale");
     const auto done = undelete(server, error);
@@ -84,6 +87,8 @@ TEST(Undeletion, SaysWhatCameBackAndWhatRemains)
     EXPECT_EQ(done->size, 9U);
     EXPECT_EQ(done->remaining, 3U);
     EXPECT_EQ(done->left, 1U);
+    EXPECT_EQ(done->lost, 4U);
+    EXPECT_EQ(done->forgetting, 5U);
 }
 
 TEST(Undeletion, AnAnswerThatIsNoneIsAnErrorAndARefusalIsToldAsOne)
@@ -94,9 +99,14 @@ TEST(Undeletion, AnAnswerThatIsNoneIsAnErrorAndARefusalIsToldAsOne)
          {std::pair<std::string, FailureKind>("<r>x</r>", FailureKind::unreadableAnswer),
           {success + "</r>", FailureKind::unreadableAnswer},
           {success + "<Undeleted>1</Undeleted><UndeletedSize>1</UndeletedSize>"
-                     "<Remaining>some</Remaining><Left>0</Left></r>",
+                     "<Remaining>some</Remaining><Left>0</Left><Lost>0</Lost><Forgetting>0</"
+                     "Forgetting></r>",
            FailureKind::unreadableAnswer},
-          {success + "<Undeleted>-1</Undeleted><UndeletedSize>1</UndeletedSize>"
+          {success +
+               "<Undeleted>-1</Undeleted><UndeletedSize>1</UndeletedSize>"
+               "<Remaining>0</Remaining><Left>0</Left><Lost>0</Lost><Forgetting>0</Forgetting></r>",
+           FailureKind::unreadableAnswer},
+          {success + "<Undeleted>1</Undeleted><UndeletedSize>1</UndeletedSize>"
                      "<Remaining>0</Remaining><Left>0</Left></r>",
            FailureKind::unreadableAnswer},
           {"<r><Code>AccountClosed</Code></r>", FailureKind::refusedByService}}) {

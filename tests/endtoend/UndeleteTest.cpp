@@ -1,6 +1,7 @@
 // Getting back what was deleted, through the command.
 #include "tests/endtoend/BackedUp.h"
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
 namespace stowline {
@@ -95,7 +96,7 @@ TEST(Undelete, TakesPathsAndAMomentAndShowsFirst)
     EXPECT_EQ(account.stored(), kFiles);
 }
 
-TEST(Undelete, AChainThatWasBegunAnewKeepsItsPlace)
+TEST(Undelete, AChainThatWasBegunAnewKeepsItsPlaceUntilItIsRemoved)
 {
     const BackedUp account({"--deletion-pause", "0"});
     account.write(kFiles);
@@ -104,14 +105,108 @@ TEST(Undelete, AChainThatWasBegunAnewKeepsItsPlace)
     std::filesystem::remove_all(account.command.home().path() / ".local/state/stowline");
     account.write({{"d/a", "new"}});
     ASSERT_EQ(account.backup().status, 0);
-    const auto back = account.run(undeletion());
+    const auto shown = account.run(undeletion({"-n"}));
+    EXPECT_EQ(shown.status, 3) << shown.errors;
+    EXPECT_EQ(field(shown, "would_undelete"), 3);
+    EXPECT_EQ(field(shown, "left"), 2);
+    auto back = account.run(undeletion());
     EXPECT_EQ(back.status, 3) << back.errors;
     EXPECT_EQ(field(back, "undeleted"), 3);
     EXPECT_EQ(field(back, "left"), 2);
-    EXPECT_NE(back.errors.find("another chain of runs was begun"), std::string::npos)
+    EXPECT_NE(back.errors.find("other records of runs stand in the place of theirs"),
+              std::string::npos)
         << back.errors;
     EXPECT_EQ(account.run({"verify", "--read", "--machine", "iMac"}).status, 0);
     EXPECT_EQ(account.stored().at("d/a"), "new");
+
+    // Without it the run that was removed first is there again, to the last byte.
+    ASSERT_EQ(account.run(removal("/")).status, 0);
+    back = account.run(undeletion());
+    EXPECT_EQ(back.status, 3) << back.errors;
+    EXPECT_EQ(field(back, "left"), 2);
+    const test::TemporaryFolder target;
+    const auto restored = account.run({"restore", "--at", "1", "--machine", "iMac", "--target",
+                                       target.path().string(), "--json"});
+    EXPECT_EQ(restored.status, 0) << restored.errors;
+    EXPECT_EQ(account.run({"verify", "--read", "--machine", "iMac"}).status, 0);
+    EXPECT_EQ(field(restored, "restored_bytes"), 6) << restored.output;
+}
+
+TEST(Undelete, LostContentIsNoSuccess)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    ASSERT_EQ(account.run(removal(account.folder.path().string())).status, 0);
+    std::size_t cut = 0;
+    for (const auto& entry :
+         std::filesystem::recursive_directory_iterator(account.server.data() / "vol1")) {
+        if (entry.is_regular_file() && entry.file_size() == 3) { // of "other" alone
+            std::filesystem::remove(entry.path());
+            ++cut;
+        }
+    }
+    ASSERT_EQ(cut, 1U);
+    const auto back = account.run(undeletion());
+    EXPECT_EQ(back.status, 3) << back.errors;
+    EXPECT_EQ(field(back, "undeleted"), 2);
+    EXPECT_EQ(field(back, "lost"), 1);
+    EXPECT_NE(back.errors.find("1 version cannot come back: the service has lost their content."),
+              std::string::npos)
+        << back.errors;
+}
+
+TEST(Undelete, GoesOnUntilAllIsBackThatOneCallDoesNotTake)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write({{"a", "one"}});
+    ASSERT_EQ(account.backup().status, 0);
+    ASSERT_EQ(account.run(removal(account.folder.path().string())).status, 0);
+    constexpr int more = 2100; // a call takes 2000
+    SQLite::Database database((account.server.data() / "files.sqlite").string(),
+                              SQLite::OPEN_READWRITE, 5000);
+    SQLite::Statement kept(database, "SELECT server_file FROM deleted_versions");
+    ASSERT_TRUE(kept.executeStep());
+    const std::string content = account.server.data() / kept.getColumn(0).getString().substr(1);
+    kept.reset();
+    for (int copy = 0; copy < more; ++copy)
+        std::filesystem::create_hard_link(content, content + "-" + std::to_string(copy));
+    database.exec("WITH RECURSIVE n(n) AS (VALUES (0) UNION ALL SELECT n + 1 FROM n WHERE n < " +
+                  std::to_string(more - 1) +
+                  ") INSERT INTO deleted_versions SELECT 1000 + n, 1000 + n, user_name,"
+                  " system_name, folder, 'f' || n, size, client_date, stored_at,"
+                  " server_file || '-' || n, checksum, 0, 0, -1, 'l' || n, stored_size, digest,"
+                  " stamp, 1, deleted_at, kept_until, due FROM deleted_versions, n");
+    const auto back = account.run(undeletion());
+    EXPECT_EQ(back.status, 0) << back.errors;
+    EXPECT_EQ(field(back, "undeleted"), more + 1);
+    EXPECT_EQ(account.stored().size(), more + 1U);
+}
+
+TEST(Undelete, SaysThatForgettingWasBrokenOffUntilAllIsBack)
+{
+    const BackedUp account({"--deletion-pause", "0"});
+    account.write(kFiles);
+    ASSERT_EQ(account.backup().status, 0);
+    const std::string folder = account.folder.path().string();
+    {
+        devserver::Storage storage(account.server.data());
+        const devserver::UploadPlace place{"ann", storage.uploadPath("ann", 99, "n"), "note"};
+        (void)storage.registerFile({.place = place,
+                                    .systemName = "iMac",
+                                    .folder = "/=stowline=/records/chain",
+                                    .name = "00000001-forgotten"});
+        ASSERT_TRUE(storage.held(place)->isRegistered);
+    }
+    ASSERT_EQ(account.run(removal(folder)).status, 0);
+    const std::string sentence = "The forgetting of 1 run was broken off.";
+    auto back = account.run(undeletion({folder + "/d"}));
+    EXPECT_EQ(back.status, 0);
+    EXPECT_NE(back.errors.find(sentence), std::string::npos) << back.errors;
+    back = account.run(undeletion());
+    EXPECT_EQ(back.status, 0);
+    EXPECT_EQ(back.errors.find(sentence), std::string::npos) << back.errors;
+    EXPECT_EQ(account.stored(), kFiles);
 }
 
 TEST(Undelete, AServiceThatKeepsNothingSaysSo)
