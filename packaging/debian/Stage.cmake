@@ -12,7 +12,7 @@ foreach(component library development tools)
   set(stage "${CPACK_TEMPORARY_DIRECTORY}/${component}")
   string(TOUPPER "${component}" upper)
   set(documents "${stage}/usr/share/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME}")
-  file(INSTALL "${CMAKE_CURRENT_LIST_DIR}/copyright" DESTINATION "${documents}")
+  file(COPY "${CMAKE_CURRENT_LIST_DIR}/copyright" DESTINATION "${documents}")
   file(COPY_FILE "${CPACK_STOWLINE_CHANGELOG}" "${documents}/changelog")
   execute_process(COMMAND gzip -9n "${documents}/changelog" COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
@@ -25,5 +25,5 @@ foreach(name Info.plist Resources/WebServicesSettings.plist Resources/backupRepo
   file(RENAME "${bundle}/${name}" "${stage}/etc/stowline/${file}")
   file(CREATE_LINK "/etc/stowline/${file}" "${bundle}/${name}" SYMBOLIC)
 endforeach()
-file(INSTALL "${CMAKE_CURRENT_LIST_DIR}/stowline-devserver.service"
+file(COPY "${CMAKE_CURRENT_LIST_DIR}/stowline-devserver.service"
   DESTINATION "${stage}/lib/systemd/system")
