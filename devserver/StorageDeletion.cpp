@@ -125,7 +125,7 @@ bool Storage::deleteVersion(const std::string& userName, const std::string& list
         keep.bind(1, secondsNow());
         keep.bind(2, userName);
         keep.bind(3, listId);
-        keep.bind(4, grace_.count());
+        keep.bind(4, static_cast<std::int64_t>(grace_.count()));
         keep.bind(5, passGrace());
         keep.exec();
     }
@@ -193,7 +193,7 @@ std::int64_t Storage::passGrace()
         " (1, ?1, 0) ON CONFLICT DO UPDATE SET passed = passed + min(max(?1 - seen, 0), ?2),"
         " seen = ?1 RETURNING passed");
     pass.bind(1, secondsNow());
-    pass.bind(2, std::chrono::seconds(kMostAtOnce).count());
+    pass.bind(2, static_cast<std::int64_t>(std::chrono::seconds(kMostAtOnce).count()));
     pass.executeStep();
     const std::int64_t passed = pass.getColumn(0).getInt64();
     pass.executeStep(); // to its end, or it is not done

@@ -111,10 +111,9 @@ public:
     virtual void itemFound(const StoredItem& /*stored*/) {}
     virtual void itemDone(const RestoredItem& /*item*/) {}
     virtual void progress(const RestoreProgress& /*progress*/) {}
-    /// Asked once, when all is in place and something is to be deleted; may take its time, but ends
-    /// when the restore is asked to stop.
-    /// @param first where the first three of these items stand
-    /// @return whether it may be
+    /// Asked once, when all is in place and so many items are to be deleted, of which the second
+    /// argument tells where the first three stand; may take its time, but ends when the restore is
+    /// asked to stop. @return whether it may be
     virtual bool mayDelete(std::uint64_t /*items*/, const std::vector<std::string>& /*first*/)
     {
         return true;

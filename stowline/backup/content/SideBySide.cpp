@@ -7,6 +7,23 @@
 
 namespace stowline::backup {
 
+namespace {
+
+/// Threads that are waited for, however the work ends.
+struct Threads {
+    Threads() = default;
+    Threads(const Threads&) = delete;
+    Threads& operator=(const Threads&) = delete;
+    ~Threads()
+    {
+        for (std::thread& thread : all)
+            thread.join();
+    }
+    std::vector<std::thread> all;
+};
+
+} // namespace
+
 void sideBySide(std::size_t count, const std::function<void(std::size_t)>& work)
 {
     std::vector<std::exception_ptr> thrown(count);
@@ -18,12 +35,12 @@ void sideBySide(std::size_t count, const std::function<void(std::size_t)>& work)
         }
     };
     {
-        std::vector<std::jthread> threads;
-        threads.reserve(count);
+        Threads threads;
+        threads.all.reserve(count);
         std::size_t next = 1;
         try {
             for (; next < count; ++next)
-                threads.emplace_back(one, next);
+                threads.all.emplace_back(one, next);
         } catch (const std::system_error&) { // no more threads: here, then
         }
         for (std::size_t number = next; number < count; ++number)
