@@ -244,6 +244,7 @@ private:
         }
         summary_.runs.push_back(run);
         book.noteRead(run, now());
+        isRunKept_.reset();
         folder.loosen();
         for (Item& item : group)
             compareItem(item, run, place / "tree", restored, reader);
@@ -351,9 +352,12 @@ private:
     void lose(Item& item, std::uint64_t run, const StoredItem& stored, const RestoredItem& report,
               RunReader& reader)
     {
-        if (!stop_.isRequested() && !isStillKept(*source_, run)) {
-            giveUp({item});
-            return;
+        if (!stop_.isRequested()) {
+            // Asked once a group: a service that lost much would be asked as often.
+            if (!isRunKept_)
+                isRunKept_ = isStillKept(*source_, run);
+            if (!*isRunKept_)
+                return giveUp({item});
         }
         item.outcome = ProofBook::Outcome::lost;
         VersionFinder versions(request_.choice.account, reader.tries());
@@ -473,6 +477,7 @@ private:
     std::optional<ReadFailure> failure_; ///< of a whole run that could not be read
     std::vector<std::string> damagedVersions_;
     std::optional<ProofSource> source_; ///< as long as the sample is tested
+    std::optional<bool> isRunKept_;     ///< the run that is read; absent: not asked yet
 };
 
 } // namespace

@@ -105,7 +105,10 @@ bool tellOnTerminal(std::string_view text, std::string_view prompt, TerminalWait
 std::optional<std::string> readLineFromTerminal(std::string_view prompt)
 {
     const FileDescriptor terminal = openTerminal();
-    if (!terminal.isOpen() || !writeAll(terminal.number(), prompt))
+    if (!terminal.isOpen())
+        return std::nullopt;
+    (void)::tcflush(terminal.number(), TCIFLUSH); // typed before anybody could read the question
+    if (!writeAll(terminal.number(), prompt))
         return std::nullopt;
     return readLine(terminal.number());
 }

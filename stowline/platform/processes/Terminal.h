@@ -17,7 +17,8 @@ namespace stowline::platform {
 /// @return absent when there is no terminal or the person ended the input.
 [[nodiscard]] std::optional<std::string> readHiddenLine(std::string_view prompt);
 
-/// Asks on the process's terminal and reads a line, shown as it is typed.
+/// Asks on the process's terminal and reads a line, shown as it is typed. What was typed before the
+/// question is thrown away.
 /// @return absent as above, and when this thread is asked to stop (StopScope)
 [[nodiscard]] std::optional<std::string> readLineFromTerminal(std::string_view prompt);
 
