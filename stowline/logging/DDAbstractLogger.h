@@ -77,7 +77,7 @@ public:
 
 protected:
     /// The text to log for a message: the formatter's answer, or the message's own text when there
-    /// is no formatter; absent when the formatter drops it. For logMessage().
+    /// is not a formatter; absent when the formatter drops it. For logMessage().
     [[nodiscard]] std::optional<LogText> formattedText(const DDLogMessage& message);
 
     /// For settings that are read and changed in turn with the messages: runs at once on the

@@ -79,7 +79,7 @@ const char* certificateWords(platform::CertificateFault fault)
 {
     switch (fault) {
     case platform::CertificateFault::selfSigned:
-        return "The certificate of {0} is signed by itself, which this system does not trust. If "
+        return "The certificate of {0} is self-signed, which this system does not trust. If "
                "the service is your own, add the certificate to the system's trusted ones "
                "(update-ca-certificates); if not, do not go on.";
     case platform::CertificateFault::unknownIssuer:
@@ -167,7 +167,7 @@ Finding lookAtNetwork()
     if (!isReachable)
         return unwell("network", FailureKind::hostUnreachable,
                       sentenceFor(FailureKind::hostUnreachable, *host));
-    return {"network", true, "There is a way to " + *host};
+    return {"network", true, "There is a route to " + *host};
 }
 
 std::vector<std::string> serviceAddresses(const std::string& server)
@@ -207,7 +207,7 @@ std::optional<Finding> lookAtLetteredLength(const std::string& address, const st
         return std::nullopt;
     return unwell("length", FailureKind::badRequest,
                   platform::addressWithoutCredentials(address) +
-                      " does not take a length with a letter behind it, as \"" + request +
+                      " does not accept a length followed by a letter, such as \"" + request +
                       "\" sends it. Please set plainContentLength to true there in the settings.");
 }
 

@@ -42,7 +42,7 @@ constexpr std::array kSentences{
         "No connection to {0} was made, or it broke. Please check that the service is running, "
         "and the network."},
     Sentence{FailureKind::nameNotFound,
-             "The name of {0} was not found in the network. Please check the name in the settings, "
+             "The name of {0} was not found on the network. Please check the name in the settings, "
              "and the network's name service."},
     Sentence{FailureKind::certificate,
              "The certificate of {0} is not valid. Please ask the provider."},

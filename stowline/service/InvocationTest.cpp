@@ -236,7 +236,7 @@ TEST(Invocation, SecretsThatTheServiceSaysAgainStayOutOfTheLog)
         EXPECT_FALSE(witness.loggedLineWith("pass-word")) << placeholder;
     }
     EXPECT_TRUE(witness.loggedLineWith("of (not shown), abc"));
-    // What is no secret, or too short to be told from other words, stays.
+    // What is not a secret, or too short to be told from other words, stays.
     EXPECT_FALSE(WebServiceBroker::invokeSOAPMethodWithName(
         "M", {}, SubstitutionMap{{"<<PASSWORD>>", "abc"}, {"<<PATH>>", "pass-word"}}, &error));
     EXPECT_TRUE(witness.loggedLineWith("of pass-word, abc"));

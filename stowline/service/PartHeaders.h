@@ -6,6 +6,9 @@ namespace stowline {
 
 namespace partHeader {
 // Of both directions.
+/// The number of a request; its answer has it again, and after a blank how many bytes of a body
+/// were read. The settings name it to the client.
+inline constexpr char requestId[] = "X-RequestID";
 inline constexpr char userName[] = "X-UserName"; ///< Base64
 inline constexpr char status[] = "Status";       ///< "true" or "false"
 inline constexpr char reason[] = "X-Reason";     ///< of a "false": a code of partReason, or words

@@ -32,7 +32,7 @@ bool isThisMachine(const std::string& host)
            (host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string::npos);
 }
 
-/// The address of the file; absent when the text is no address.
+/// The address of the file; absent when the text is not an address.
 std::optional<std::string> addressOfFile(const std::string& text)
 {
     const std::string full = text.find("://") == std::string::npos ? "https://" + text : text;
@@ -100,7 +100,7 @@ examined(std::string bytes, const std::string& address, const platform::UrlOrigi
     if (!faults.empty()) {
         return SettingsRefusal{Kind::faulty,
                                "The settings at " + address +
-                                   " have faults and were not taken. Please tell the provider.",
+                                   " have faults and were not accepted. Please tell the provider.",
                                std::move(faults)};
     }
     const auto reading = platform::readPropertyList(bytes);
@@ -109,12 +109,13 @@ examined(std::string bytes, const std::string& address, const platform::UrlOrigi
         return SettingsRefusal{Kind::faulty, address + " is not a property list.", {}};
     for (const std::string& url : addressesIn(*settings)) {
         if (!isTaken(url, from))
-            return SettingsRefusal{Kind::faulty,
-                                   "The settings at " + address + " send calls to " +
-                                       platform::withoutCredentials(url) +
-                                       ", which is not encrypted. They were not taken. Please tell "
-                                       "the provider.",
-                                   {}};
+            return SettingsRefusal{
+                Kind::faulty,
+                "The settings at " + address + " send calls to " +
+                    platform::withoutCredentials(url) +
+                    ", which is not encrypted. They were not accepted. Please tell "
+                    "the provider.",
+                {}};
     }
     auto origins = originsOf(*settings);
     return ProviderSettings{std::move(bytes), std::move(origins)};

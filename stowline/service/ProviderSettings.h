@@ -20,7 +20,7 @@ inline constexpr std::string_view kProviderSettingsPath = "/.well-known/stowline
 /// Why a provider's settings are not taken.
 struct SettingsRefusal {
     enum class Kind {
-        address,     ///< it is no address, or one over which a password must not travel
+        address,     ///< it is not an address, or one over which a password must not travel
         unreachable, ///< no answer came, or one that says no; `reason` says why
         notFound,    ///< the service answers, but has no such file
         faulty       ///< what it has cannot be used; `faults` says why

@@ -35,6 +35,7 @@ inline constexpr std::array kWebRequestKeys{
     KeyRule{webRequestKey::requestTimeout, FieldKind::number, false},
     KeyRule{webRequestKey::responseHeaderNames, FieldKind::list, false},
     KeyRule{webRequestKey::plainContentLength, FieldKind::boolean, false},
+    KeyRule{webRequestKey::requestIdHeader, FieldKind::string, false},
 };
 inline constexpr std::array kTemplateKeys{
     KeyRule{templateKey::url, FieldKind::string, true},

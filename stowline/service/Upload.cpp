@@ -47,22 +47,35 @@ void tellRefusal(const Operation& operation, const platform::HttpResponseMessage
                          "The backup server did not take the request: " + response.statusLine);
 }
 
+/// Whether a part says where in its file it begins: a server that has it takes it no second time.
+bool namesItsPlace(std::string_view identifier)
+{
+    return identifier.find(";offset=") != std::string_view::npos;
+}
+
+/// A request to a backup server.
+struct PartRequest {
+    std::string_view name;
+    std::string_view backupServer;
+    const SubstitutionMap& substitutions;
+    std::optional<std::string_view> body;
+    bool mayArriveTwice = false;
+};
+
 /// Sends one of the two requests to a backup server and reads its "Status".
 /// @param logFormat of the line that shows the status
 /// @return the listed headers; absent when the server says no and when the request failed
-std::optional<Dictionary> acceptedHeaders(const Operation& operation, std::string_view requestName,
-                                          std::string_view backupServer,
-                                          const SubstitutionMap& substitutions,
-                                          std::optional<std::string_view> body,
+std::optional<Dictionary> acceptedHeaders(const Operation& operation, const PartRequest& request,
                                           std::string_view logFormat)
 {
-    const Dictionary entry = settingsTables::webRequest(requestName).value_or(Dictionary());
-    const std::array<platform::FormatArgument, 1> server{backupServer};
+    const Dictionary entry = settingsTables::webRequest(request.name).value_or(Dictionary());
+    const std::array<platform::FormatArgument, 1> server{request.backupServer};
     std::optional<Error> wrong;
     const auto answer = performWebRequest({.url = filledUrl(entry, server),
-                                           .name = requestName,
-                                           .substitutions = substitutions,
-                                           .body = body},
+                                           .name = request.name,
+                                           .substitutions = request.substitutions,
+                                           .body = request.body,
+                                           .mayArriveTwice = request.mayArriveTwice},
                                           &wrong);
     if (!answer) {
         if (wrong) {
@@ -102,10 +115,11 @@ std::optional<Dictionary> WebServiceBroker::getServerFileInfoForClientFilename(
             if (!filename || !knownByGuid || !forUsername || !withServerUploadPath ||
                 !onBackupServer)
                 return std::nullopt;
+            const SubstitutionMap values =
+                headerValues(*filename, *knownByGuid, *forUsername, *withServerUploadPath);
             return acceptedHeaders(
-                operation, kPartInfo, *onBackupServer,
-                headerValues(*filename, *knownByGuid, *forUsername, *withServerUploadPath),
-                std::nullopt, "\nWebServiceBroker.getServerFileInfoForclientFilemane. Status = %@");
+                operation, {kPartInfo, *onBackupServer, values, std::nullopt},
+                "\nWebServiceBroker.getServerFileInfoForclientFilemane. Status = %@");
         });
 }
 
@@ -123,8 +137,10 @@ std::optional<Dictionary> WebServiceBroker::uploadForUser(
                 headerValues(filePathname, idForServerLogs, username, serverUploadPath);
             values.emplace(placeholder::ticket, ticket);
             values.emplace(placeholder::portionSize, partSizeBytes);
-            return acceptedHeaders(operation, kUploadPart, toBackupServer, values, data,
-                                   "\nWebServiceBroker.uploadDataForUser. Status = %@");
+            return acceptedHeaders(
+                operation,
+                {kUploadPart, toBackupServer, values, data, namesItsPlace(idForServerLogs)},
+                "\nWebServiceBroker.uploadDataForUser. Status = %@");
         });
 }
 

@@ -16,6 +16,7 @@ struct WebRequest {
     std::string_view name; ///< key of the settings' "WebRequests"
     const SubstitutionMap& substitutions;
     std::optional<std::string_view> body;
+    bool mayArriveTwice = false; ///< harmless, as a GET always is; see HttpRequest
 };
 
 struct WebRequestAnswer {

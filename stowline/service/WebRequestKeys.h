@@ -15,6 +15,8 @@ inline constexpr std::string_view name = "name";
 inline constexpr std::string_view templateText = "template";
 /// True where the server wants the length of a body as a plain number.
 inline constexpr std::string_view plainContentLength = "plainContentLength";
+/// Names the header by which an answer tells to which request it is.
+inline constexpr std::string_view requestIdHeader = "requestIdHeader";
 
 } // namespace stowline::webRequestKey
 

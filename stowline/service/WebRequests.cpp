@@ -95,10 +95,12 @@ double timeoutOf(const Dictionary& requestInfo)
 
 HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestInfo)
 {
-    const std::string* method = findString(requestInfo, webRequestKey::httpMethod);
+    const std::string* named = findString(requestInfo, webRequestKey::httpMethod);
+    const std::string method = named ? *named : "GET";
+    const std::string* requestId = findString(requestInfo, webRequestKey::requestIdHeader);
     const std::string* version = findString(requestInfo, webRequestKey::httpVersion);
     return {
-        .method = method ? *method : "GET",
+        .method = method,
         .url = platform::withAsciiHost(request.url),
         // First of all, and set again to the client's own when the request is sent.
         .headers = {{"User-Agent", ""}},
@@ -107,6 +109,8 @@ HttpRequest requestLineFor(const WebRequest& request, const Dictionary& requestI
                                                 : platform::HttpVersion::http11,
         .staysAtOrigin = !request.substitutions.empty(),
         .bodyMustArrive = true,
+        .requestIdHeader = requestId ? *requestId : "",
+        .mayArriveTwice = request.mayArriveTwice || method == "GET",
     };
 }
 

@@ -222,7 +222,7 @@ public:
     // ---- Central monitoring (Monitoring.cpp) ----
 
     /// What the monitoring service wants of this machine: web method "GetSettings". Safe to repeat.
-    /// @return absent when the call failed or its result is no map.
+    /// @return absent when the call failed or its result is not a map.
     [[nodiscard]] static std::optional<Dictionary>
     centralMonitoringGetSettingsForUserName(std::optional<std::string_view> userName,
                                             std::optional<std::string_view> authToken,

@@ -45,7 +45,8 @@ public:
     /// Reports 0.0 first, then after every General::progressSizeForSize() bytes, then 1.0. A
     /// handler that stops it gets no further report, and the checksum is that of the bytes read so
     /// far: of no use to the caller. Progress goes beyond 1.0 only when the file grows meanwhile.
-    /// @return 0 after the reports 0.0 and 1.0 when the file cannot be opened or is no regular file
+    /// @return 0 after the reports 0.0 and 1.0 when the file cannot be opened or is not a regular
+    /// file
     ///         (a pipe would not end). A file that breaks off with a read error gives the checksum
     ///         of what came before it; checksumOfFile() tells.
     [[nodiscard]] static std::uint32_t

@@ -25,7 +25,7 @@ TEST(ComposedPassphrase, KeepsEverythingElse)
 {
     EXPECT_EQ(composed(""), "");
     EXPECT_EQ(composed(" A b\t"), " A b\t");
-    EXPECT_EQ(composed("\xef\xac\x81"), "\xef\xac\x81") << "a ligature is no other spelling";
+    EXPECT_EQ(composed("\xef\xac\x81"), "\xef\xac\x81") << "a ligature is not another spelling";
 }
 
 TEST(ComposedPassphrase, IsAbsentForWhatIsNotUtf8)

@@ -65,7 +65,7 @@ struct ::stat ContentFile::status() const
 {
     struct stat found = {};
     if (::fstat(file_.number(), &found) != 0)
-        throw FileFault("Cannot ask about", path_, errno);
+        throw FileFault("Cannot get the status of", path_, errno);
     return found;
 }
 

@@ -1,6 +1,6 @@
 #include "stowline/platform/files/FileDescriptor.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -65,18 +65,24 @@ bool writeAll(int descriptor, std::string_view bytes)
 
 std::optional<std::string> readToEnd(int descriptor)
 {
+    constexpr std::size_t smallest = 4096; // most are small, and memory that is touched costs time
+    constexpr std::size_t largest = 65536;
     std::string bytes;
-    std::array<char, 65536> piece; // NOLINT: filled by read
+    std::size_t used = 0;
     for (;;) {
-        const ssize_t count = ::read(descriptor, piece.data(), piece.size());
+        if (used == bytes.size())
+            bytes.resize(used + std::clamp(used, smallest, largest));
+        const ssize_t count = ::read(descriptor, bytes.data() + used, bytes.size() - used);
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
             return std::nullopt;
         if (count == 0)
-            return bytes;
-        bytes.append(piece.data(), static_cast<std::size_t>(count));
+            break;
+        used += static_cast<std::size_t>(count);
     }
+    bytes.resize(used);
+    return bytes;
 }
 
 } // namespace stowline::platform

@@ -17,7 +17,7 @@ struct stat attributes(const FileDescriptor& file, const fs::path& path)
 {
     struct stat found = {};
     if (::fstat(file.number(), &found) != 0)
-        throw FileFault("Cannot ask about", path, errno);
+        throw FileFault("Cannot get the status of", path, errno);
     return found;
 }
 

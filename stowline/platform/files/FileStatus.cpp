@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 namespace stowline::platform {
 
@@ -15,6 +16,11 @@ namespace {
 Date dateOf(const struct statx_timestamp& time)
 {
     return Date(std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_nsec / 1000));
+}
+
+bool isOurs(const struct stat& found)
+{
+    return found.st_uid == ::geteuid() || found.st_uid == 0;
 }
 
 std::string inUserNameSpace(const std::string& name)
@@ -43,6 +49,18 @@ std::optional<FileStatus> fileStatus(const std::filesystem::path& path)
         .device = std::uint64_t{found.stx_dev_major} << 32 | found.stx_dev_minor,
         .inode = found.stx_ino,
     };
+}
+
+bool mayOthersWrite(const std::filesystem::path& path)
+{
+    std::error_code fault;
+    const auto real = std::filesystem::canonical(path, fault);
+    struct stat file = {};
+    struct stat folder = {};
+    if (fault || ::stat(real.c_str(), &file) != 0 || !isOurs(file) || (file.st_mode & S_IWOTH) != 0)
+        return true;
+    return ::stat(real.parent_path().c_str(), &folder) != 0 || !isOurs(folder) ||
+           ((folder.st_mode & S_IWOTH) != 0 && (folder.st_mode & S_ISVTX) == 0);
 }
 
 int findExtendedAttribute(const std::filesystem::path& path, const std::string& name)

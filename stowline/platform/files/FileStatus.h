@@ -28,6 +28,12 @@ struct FileStatus {
 /// @return absent when there is no such item
 [[nodiscard]] std::optional<FileStatus> fileStatus(const std::filesystem::path& path);
 
+/// Whether the content of a path may become what neither this user nor root wrote: somebody else
+/// owns the file or the folder that holds it, or everybody may write into it (into a folder with
+/// the sticky bit only what is new). Links are followed. Any thread.
+/// @return true also where it cannot be told
+[[nodiscard]] bool mayOthersWrite(const std::filesystem::path& path);
+
 /// Extended attributes of the user's name space (xattr(7)): `name` is kept as "user.<name>".
 /// @return 0, or the system's error number: ENODATA for an attribute that is not there, ENOTSUP
 ///         where the file system keeps none

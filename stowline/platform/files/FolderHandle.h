@@ -56,7 +56,7 @@ public:
     /// mount). false where the system does not say (Linux before 5.8).
     [[nodiscard]] bool isMountRoot() const;
 
-    /// A folder in this one; what is no folder is refused, links too (ENOTDIR). One that may be
+    /// A folder in this one; what is not a folder is refused, links too (ENOTDIR). One that may be
     /// entered but not read can be opened all the same.
     [[nodiscard]] std::optional<FolderHandle> folder(const std::string& name, int& error) const;
 

@@ -34,6 +34,7 @@ int openedIn(int folder, const std::string& name)
 
 const int SourceFile::kCancelled = ECANCELED;
 const int SourceFile::kUnreadable = EIO;
+const int SourceFile::kTooLarge = EFBIG;
 
 std::optional<SourceFile> SourceFile::open(int folder, const std::string& name, int& error)
 {

@@ -32,13 +32,14 @@ public:
     static constexpr int kNoFolder = -1;
 
     /// Opens a name in an open folder, or a path where `folder` is kNoFolder. A link in the last
-    /// name is not followed; what is no regular file is refused before anybody waits for it. Access
-    /// times stay where the system allows that.
-    /// @param error the system's number when there is no file; EINVAL for what is no regular file
+    /// name is not followed; what is not a regular file is refused before anybody waits for it.
+    /// Access times stay where the system allows that.
+    /// @param error the system's number when there is no file; EINVAL for what is not a regular
+    /// file
     [[nodiscard]] static std::optional<SourceFile> open(int folder, const std::string& name,
                                                         int& error);
 
-    /// Takes a descriptor that is open for reading. @return absent when it is no regular file
+    /// Takes a descriptor that is open for reading. @return absent when it is not a regular file
     [[nodiscard]] static std::optional<SourceFile> of(FileDescriptor file, int& error);
 
     /// The same open file under another descriptor.
@@ -62,11 +63,13 @@ public:
 
     /// Copies what the file holds now into a file without a name (mode 0600, gone with its
     /// descriptor): by reference where the file system can do that, else byte for byte. What is
-    /// added to the file meanwhile is no part of the copy.
+    /// added to the file meanwhile is not part of the copy; of a file that holds more than its size
+    /// says, as those of /proc do, the copy has all, up to kMostUnstated bytes.
     /// @param folder where the copy lies when the file system of this file is another one or takes
     ///        none
     /// @param goOn asked between pieces
-    /// @return absent when there is no room, or goOn said no (`error` is then ECANCELED)
+    /// @return absent when there is no room, goOn said no (`error` is then ECANCELED), or there is
+    ///         still more than the size says and that (EFBIG)
     template <class GoOn>
     [[nodiscard]] std::optional<SourceFile> copyAside(const std::filesystem::path& folder,
                                                       GoOn goOn, int& error) const
@@ -80,22 +83,27 @@ public:
             return std::nullopt;
         }
         std::string room(kCopyPiece, '\0');
-        for (std::uint64_t at = 0; at < now->size;) {
+        for (std::uint64_t at = 0; at < now->size || state() == now;) {
             if (!goOn()) {
                 error = kCancelled;
                 return std::nullopt;
             }
-            const std::uint64_t left = now->size - at;
+            const std::uint64_t left = at < now->size ? now->size - at : kCopyPiece;
             room.resize(static_cast<std::size_t>(std::min<std::uint64_t>(kCopyPiece, left)));
             const auto count = readAt(at, room, error);
             if (!count || !copy->writeAt(at, {room.data(), *count}, error))
                 return std::nullopt;
-            if (*count == 0) // it was cut meanwhile
+            if (*count == 0) // its end, or it was cut meanwhile
                 break;
             at += *count;
+            if (at > now->size + kMostUnstated) {
+                error = kTooLarge;
+                return std::nullopt;
+            }
         }
         return copy;
     }
+    static constexpr std::uint64_t kMostUnstated = 256U << 20;
 
     /// A new file without a name, to be filled with writeAt(). @return absent: see `error`
     [[nodiscard]] static std::optional<SourceFile> emptyIn(const std::filesystem::path& folder,
@@ -108,6 +116,7 @@ private:
     static constexpr std::size_t kCopyPiece = 1U << 20;
     static const int kCancelled;
     static const int kUnreadable;
+    static const int kTooLarge;
     explicit SourceFile(FileDescriptor file) : file_(std::move(file)) {}
     [[nodiscard]] bool referTo(SourceFile& copy) const;
 

@@ -84,6 +84,19 @@ TEST(SourceFile, ACopyAsideKeepsOneState)
     EXPECT_EQ(error, ENOENT);
 }
 
+TEST(SourceFile, ACopyAsideHasWhatTheSizeDoesNotSay)
+{
+    const test::TemporaryFolder folder;
+    int error = 0;
+    const auto file = SourceFile::open(SourceFile::kNoFolder, "/proc/version", error);
+    ASSERT_TRUE(file && file->state()->size == 0) << "this kernel says how long it is";
+    const auto copy = file->copyAside(
+        folder.path(), [] { return true; }, error);
+    ASSERT_TRUE(copy) << error;
+    EXPECT_EQ(contentOf(*copy), contentOf(*file));
+    EXPECT_TRUE(contentOf(*copy).starts_with("Linux"));
+}
+
 TEST(SourceFile, ACopyAsideEndsThoughTheFileGrowsWithoutEnd)
 {
     const test::TemporaryFolder folder;

@@ -26,58 +26,11 @@ namespace stowline::platform {
 namespace {
 
 constexpr std::size_t kBlock = 4096;
-constexpr mode_t kModeBits = 07777;
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 int outcome(int result)
 {
     return result == 0 ? 0 : errno;
-}
-
-std::optional<TargetKind> kindOf(mode_t mode)
-{
-    switch (mode & S_IFMT) {
-    case S_IFREG:
-        return TargetKind::file;
-    case S_IFDIR:
-        return TargetKind::folder;
-    case S_IFLNK:
-        return TargetKind::link;
-    case S_IFIFO:
-        return TargetKind::pipe;
-    case S_IFSOCK:
-        return TargetKind::socket;
-    case S_IFCHR:
-        return TargetKind::characterDevice;
-    case S_IFBLK:
-        return TargetKind::blockDevice;
-    default:
-        return std::nullopt;
-    }
-}
-
-std::optional<TargetStatus> statusFrom(const struct stat& found)
-{
-    const auto kind = kindOf(found.st_mode);
-    if (!kind)
-        return std::nullopt;
-    return TargetStatus{.kind = *kind,
-                        .size = static_cast<std::uint64_t>(found.st_size),
-                        .mode = found.st_mode & kModeBits,
-                        .owner = found.st_uid,
-                        .group = found.st_gid,
-                        .modifiedSeconds = found.st_mtim.tv_sec,
-                        .modifiedNanoseconds = static_cast<std::uint32_t>(found.st_mtim.tv_nsec),
-                        .device = found.st_dev,
-                        .inode = found.st_ino,
-                        .links = found.st_nlink,
-                        .deviceNumber = found.st_rdev};
-}
-
-std::optional<TargetStatus> statusOf(int descriptor)
-{
-    struct stat found {};
-    return fstat(descriptor, &found) == 0 ? statusFrom(found) : std::nullopt;
 }
 
 /// Through what a folder below another one may be opened.
@@ -184,11 +137,25 @@ int writeWhole(int descriptor, std::uint64_t offset, std::string_view bytes)
     return 0;
 }
 
+std::optional<TargetItem> itemOf(int descriptor, int& error)
+{
+    FileDescriptor own(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+    error = errno;
+    if (!own.isOpen())
+        return std::nullopt;
+    return TargetItem(std::move(own), TargetItem::Descriptor::open);
+}
+
 } // namespace
 
 std::optional<TargetStatus> TargetFile::status() const
 {
-    return statusOf(file_.number());
+    return targetStatusOf(file_.number());
+}
+
+std::optional<TargetItem> TargetFile::item(int& error) const
+{
+    return itemOf(file_.number(), error);
 }
 
 bool TargetFile::lock() const
@@ -234,7 +201,7 @@ int TargetFile::writeAt(std::uint64_t offset, std::string_view bytes) const
     if (const int error = writeWhole(file_.number(), waitingAt, waiting))
         return error;
     // What ends with zeros ends behind them.
-    const auto now = statusOf(file_.number());
+    const auto now = targetStatusOf(file_.number());
     const std::uint64_t end = offset + bytes.size();
     return now && now->size < end ? truncate(end) : 0;
 }
@@ -304,12 +271,12 @@ std::optional<TargetStatus> TargetFolder::find(const std::string& name, int& err
         return std::nullopt;
     }
     error = EINVAL;
-    return statusFrom(found);
+    return targetStatusFrom(found);
 }
 
 std::optional<TargetStatus> TargetFolder::status() const
 {
-    return statusOf(folder_.number());
+    return targetStatusOf(folder_.number());
 }
 
 std::optional<std::vector<std::string>> TargetFolder::names(int& error) const
@@ -354,7 +321,7 @@ std::optional<TargetFile> TargetFolder::openFile(const std::string& name, int& e
     error = errno;
     if (!file.isOpen())
         return std::nullopt;
-    const auto status = statusOf(file.number());
+    const auto status = targetStatusOf(file.number());
     error = EINVAL;
     if (!status || status->kind != TargetKind::file)
         return std::nullopt;
@@ -370,7 +337,7 @@ std::optional<TargetFile> TargetFolder::openOrMakeFile(const std::string& name, 
     error = errno;
     if (!file.isOpen())
         return std::nullopt;
-    const auto status = statusOf(file.number());
+    const auto status = targetStatusOf(file.number());
     error = EEXIST;
     // One with another name was put there for us to write through.
     if (!status || status->kind != TargetKind::file || status->links != 1)
@@ -399,10 +366,10 @@ int TargetFolder::makeNode(const std::string& name, TargetKind kind,
     return outcome(mknodat(folder_.number(), name.c_str(), type | ownersOnly, deviceNumber));
 }
 
-int TargetFolder::makeHardLink(const TargetFolder& folder, const std::string& of,
-                               const std::string& name) const
+int TargetFolder::makeHardLink(const TargetItem& item, const std::string& name) const
 {
-    return outcome(linkat(folder.folder_.number(), of.c_str(), folder_.number(), name.c_str(), 0));
+    return outcome(
+        linkat(AT_FDCWD, item.path().c_str(), folder_.number(), name.c_str(), AT_SYMLINK_FOLLOW));
 }
 
 int TargetFolder::rename(const std::string& from, const std::string& to) const
@@ -432,85 +399,30 @@ int TargetFolder::removeFolder(const std::string& name) const
     return outcome(unlinkat(folder_.number(), name.c_str(), AT_REMOVEDIR));
 }
 
-int TargetFolder::setOwner(const std::string& name, std::uint32_t owner, std::uint32_t group) const
+std::optional<TargetItem> TargetFolder::item(const std::string& name, int& error) const
 {
-    return outcome(fchownat(folder_.number(), name.c_str(), owner, group,
-                            AT_SYMLINK_NOFOLLOW | (name.empty() ? AT_EMPTY_PATH : 0)));
+    if (name.empty())
+        return itemOf(folder_.number(), error);
+    FileDescriptor item(::openat(folder_.number(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    error = errno;
+    if (!item.isOpen())
+        return std::nullopt;
+    return TargetItem(std::move(item), TargetItem::Descriptor::pathOnly);
+}
+
+bool TargetFolder::isNameOf(const TargetItem& item, const std::string& name) const
+{
+    int error = 0;
+    const auto there = find(name, error);
+    const auto held = item.status();
+    return there && held && isOneItem(*there, *held);
 }
 
 int TargetFolder::setMode(const std::string& name, std::uint32_t mode) const
 {
-    if (name.empty())
-        return outcome(fchmod(folder_.number(), mode));
-    return outcome(fchmodat(folder_.number(), name.c_str(), mode, AT_SYMLINK_NOFOLLOW));
-}
-
-int TargetFolder::setModified(const std::string& name, std::int64_t seconds,
-                              std::uint32_t nanoseconds) const
-{
-    const std::array<timespec, 2> times{
-        timespec{0, UTIME_OMIT},
-        timespec{seconds, static_cast<decltype(timespec::tv_nsec)>(nanoseconds)}};
-    if (name.empty())
-        return outcome(futimens(folder_.number(), times.data()));
-    return outcome(utimensat(folder_.number(), name.c_str(), times.data(), AT_SYMLINK_NOFOLLOW));
-}
-
-/// For calls that know neither descriptors of folders nor links' own attributes.
-std::string TargetFolder::pathOf(const std::string& name) const
-{
-    const std::string folder = "/proc/self/fd/" + std::to_string(folder_.number());
-    return folder + "/" + name;
-}
-
-std::optional<TargetFolder::Attributes> TargetFolder::attributes(const std::string& name,
-                                                                 int& error) const
-{
-    // The folder itself by its descriptor: its own mode may refuse a look into it to its owner.
-    const int self = name.empty() ? folder_.number() : -1;
-    const std::string path = pathOf(name);
-    const auto listInto = [&](char* room, std::size_t size) {
-        return self >= 0 ? flistxattr(self, room, size) : llistxattr(path.c_str(), room, size);
-    };
-    if (listInto(nullptr, 0) == 0)
-        return Attributes();
-    std::string list(XATTR_LIST_MAX, '\0');
-    const ssize_t length = listInto(list.data(), list.size());
-    if (length < 0) {
-        error = errno;
-        return error == ENOTSUP ? std::optional(Attributes()) : std::nullopt;
-    }
-    Attributes attributes;
-    for (std::string_view rest(list.data(), static_cast<std::size_t>(length)); !rest.empty();) {
-        const std::string attribute(rest.substr(0, rest.find('\0')));
-        rest.remove_prefix(attribute.size() + 1);
-        std::string value(XATTR_SIZE_MAX, '\0');
-        const ssize_t size =
-            self >= 0 ? fgetxattr(self, attribute.c_str(), value.data(), value.size())
-                      : lgetxattr(path.c_str(), attribute.c_str(), value.data(), value.size());
-        if (size < 0)
-            continue; // of another name space, or gone
-        value.resize(static_cast<std::size_t>(size));
-        attributes.emplace(attribute, std::move(value));
-    }
-    return attributes;
-}
-
-int TargetFolder::setAttribute(const std::string& name, const std::string& attribute,
-                               std::string_view value) const
-{
-    if (name.empty())
-        return outcome(
-            fsetxattr(folder_.number(), attribute.c_str(), value.data(), value.size(), 0));
-    return outcome(
-        lsetxattr(pathOf(name).c_str(), attribute.c_str(), value.data(), value.size(), 0));
-}
-
-int TargetFolder::removeAttribute(const std::string& name, const std::string& attribute) const
-{
-    if (name.empty())
-        return outcome(fremovexattr(folder_.number(), attribute.c_str()));
-    return outcome(lremovexattr(pathOf(name).c_str(), attribute.c_str()));
+    int error = 0;
+    const auto held = item(name, error);
+    return held ? held->setMode(mode) : error;
 }
 
 int TargetFolder::synchronizeFileSystem() const

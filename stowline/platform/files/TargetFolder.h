@@ -3,10 +3,10 @@
 #pragma once
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/files/TargetItem.h"
 
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -15,23 +15,6 @@
 
 namespace stowline::platform {
 
-enum class TargetKind { file, folder, link, pipe, socket, characterDevice, blockDevice };
-
-/// What stands under a name; times in seconds and nanoseconds since 1970.
-struct TargetStatus {
-    TargetKind kind = TargetKind::file;
-    std::uint64_t size = 0;
-    std::uint32_t mode = 0; ///< 07777
-    std::uint32_t owner = 0;
-    std::uint32_t group = 0;
-    std::int64_t modifiedSeconds = 0;
-    std::uint32_t modifiedNanoseconds = 0;
-    std::uint64_t device = 0;
-    std::uint64_t inode = 0;
-    std::uint64_t links = 1;
-    std::uint64_t deviceNumber = 0;
-};
-
 /// A regular file that is being filled. Operations that return int return 0 or the system's error
 /// number. Not for several threads at once.
 class TargetFile {
@@ -39,6 +22,8 @@ public:
     explicit TargetFile(FileDescriptor file) : file_(std::move(file)) {}
 
     [[nodiscard]] std::optional<TargetStatus> status() const;
+    /// The same open file; absent when the system has no more descriptors.
+    [[nodiscard]] std::optional<TargetItem> item(int& error) const;
 
     /// Keeps others of this program away until it is closed. @return false when one has it
     [[nodiscard]] bool lock() const;
@@ -99,9 +84,8 @@ public:
     /// A pipe, socket or device. @param deviceNumber of a device
     [[nodiscard]] int makeNode(const std::string& name, TargetKind kind,
                                std::uint64_t deviceNumber) const;
-    /// Another name for a file.
-    [[nodiscard]] int makeHardLink(const TargetFolder& folder, const std::string& of,
-                                   const std::string& name) const;
+    /// Another name for an item that may stand in another folder of the file system.
+    [[nodiscard]] int makeHardLink(const TargetItem& item, const std::string& name) const;
     /// In this folder; what stands under the new name is replaced, but never a folder by another
     /// item.
     [[nodiscard]] int rename(const std::string& from, const std::string& to) const;
@@ -110,25 +94,18 @@ public:
     [[nodiscard]] int remove(const std::string& name) const;
     [[nodiscard]] int removeFolder(const std::string& name) const;
 
-    // An empty name is the folder itself.
-    [[nodiscard]] int setOwner(const std::string& name, std::uint32_t owner,
-                               std::uint32_t group) const;
+    /// Holds an item of any kind; with an empty name the folder itself.
+    [[nodiscard]] std::optional<TargetItem> item(const std::string& name, int& error) const;
+    /// Whether an item of this folder, of whatever name it was, has this one now.
+    [[nodiscard]] bool isNameOf(const TargetItem& item, const std::string& name) const;
+    /// Of what stands under the name; with an empty one, of the folder itself.
     [[nodiscard]] int setMode(const std::string& name, std::uint32_t mode) const;
-    [[nodiscard]] int setModified(const std::string& name, std::int64_t seconds,
-                                  std::uint32_t nanoseconds) const;
-    using Attributes = std::map<std::string, std::string>;
-    /// Extended attributes; none where the file system keeps none.
-    [[nodiscard]] std::optional<Attributes> attributes(const std::string& name, int& error) const;
-    [[nodiscard]] int setAttribute(const std::string& name, const std::string& attribute,
-                                   std::string_view value) const;
-    [[nodiscard]] int removeAttribute(const std::string& name, const std::string& attribute) const;
 
     /// Makes everything durable that was done on the folder's file system.
     [[nodiscard]] int synchronizeFileSystem() const;
 
 private:
     explicit TargetFolder(FileDescriptor folder) : folder_(std::move(folder)) {}
-    [[nodiscard]] std::string pathOf(const std::string& name) const;
 
     FileDescriptor folder_;
 };

@@ -105,7 +105,7 @@ TEST_F(TargetFolderTest, WritesThroughNoLinkAndNoOtherNameOfAFile)
     ASSERT_EQ(mkfifo((folder.path() / "in/pipe").c_str(), 0600), 0);
     EXPECT_FALSE(in.openFile("pipe", error));
     EXPECT_NE(in.setMode("link", 0600), 0);
-    EXPECT_EQ(in.setModified("link", 5, 7), 0);
+    EXPECT_EQ(in.item("link", error)->setModified(5, 7), 0);
     EXPECT_EQ(in.find("link", error)->modifiedSeconds, 5);
     struct stat untouched {};
     ASSERT_EQ(stat((folder.path() / "precious").c_str(), &untouched), 0);
@@ -140,22 +140,48 @@ TEST_F(TargetFolderTest, PutsMetadataOnEveryKindOfItem)
     EXPECT_EQ(in.linkTarget("link", error), "nowhere \xff");
     EXPECT_EQ(in.find("socket", error)->kind, TargetKind::socket);
     EXPECT_EQ(in.setMode("pipe", 0640), 0);
-    EXPECT_EQ(in.setModified("pipe", -3, 999999999), 0);
+    EXPECT_EQ(in.item("pipe", error)->setModified(-3, 999999999), 0);
     const auto pipe = in.find("pipe", error).value();
     EXPECT_EQ(pipe.kind, TargetKind::pipe);
     EXPECT_EQ(pipe.mode, 0640U);
     EXPECT_EQ(pipe.modifiedSeconds, -3);
     EXPECT_EQ(pipe.modifiedNanoseconds, 999999999U);
     EXPECT_EQ(in.setMode("", 01711), 0);
-    EXPECT_EQ(in.setModified("", 1, 2), 0);
+    EXPECT_EQ(in.item("", error)->setModified(1, 2), 0);
     EXPECT_EQ(in.status()->mode, 01711U);
     EXPECT_EQ(in.status()->modifiedNanoseconds, 2U);
     folder.write("in/file", "x");
-    if (const int refused = in.setAttribute("file", "user.odd", std::string_view("\0\xff", 2)))
+    if (const int refused =
+            in.item("file", error)->setAttribute("user.odd", std::string_view("\0\xff", 2)))
         GTEST_SKIP() << "no extended attributes here: " << systemErrorText(refused);
-    EXPECT_EQ(in.attributes("file", error)->at("user.odd"), std::string("\0\xff", 2));
-    EXPECT_EQ(in.removeAttribute("file", "user.odd"), 0);
-    EXPECT_FALSE(in.attributes("file", error)->contains("user.odd"));
+    EXPECT_EQ(in.item("file", error)->attributes(error)->at("user.odd"), std::string("\0\xff", 2));
+    EXPECT_EQ(in.item("file", error)->removeAttribute("user.odd"), 0);
+    EXPECT_FALSE(in.item("file", error)->attributes(error)->contains("user.odd"));
+}
+
+TEST_F(TargetFolderTest, PutsMetadataOnTheItemThatItHoldsWhateverTakesItsName)
+{
+    const TargetFolder in = target();
+    folder.write("in/file", "x");
+    ASSERT_EQ(in.makeNode("pipe", TargetKind::pipe, 0), 0);
+    for (const std::string name : {"file", "pipe"}) {
+        const auto item = in.item(name, error).value();
+        EXPECT_TRUE(in.isNameOf(item, name));
+        ASSERT_EQ(in.rename(name, name + " moved"), 0);
+        EXPECT_FALSE(in.isNameOf(item, name));
+        folder.write("in/" + name, "another");
+        ASSERT_EQ(in.setMode(name, 0600), 0);
+        EXPECT_FALSE(in.isNameOf(item, name));
+        EXPECT_TRUE(in.isNameOf(item, name + " moved"));
+        EXPECT_EQ(item.setMode(0751), 0);
+        EXPECT_EQ(item.setModified(5, 7), 0);
+        EXPECT_EQ(in.find(name, error)->mode, 0600U);
+        EXPECT_NE(in.find(name, error)->modifiedSeconds, 5);
+        EXPECT_EQ(in.find(name + " moved", error)->mode, 0751U);
+        EXPECT_EQ(in.find(name + " moved", error)->modifiedSeconds, 5);
+        ASSERT_EQ(in.makeHardLink(item, name + " again"), 0);
+        EXPECT_TRUE(in.isNameOf(item, name + " again"));
+    }
 }
 
 TEST_F(TargetFolderTest, ListsNamesAgainAndAgain)

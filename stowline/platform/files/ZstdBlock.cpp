@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::string_view kFrameMagic = "\x28\xb5\x2f\xfd"; // RFC 8878 section 3.1.1
 
-/// @return the library's result when it is no error; throws where memory is wanting
+/// @return the library's result when it is not an error; throws where memory is wanting
 std::optional<std::size_t> settled(std::size_t result)
 {
     if (!::ZSTD_isError(result))

@@ -1,6 +1,9 @@
 #include "stowline/platform/http/HttpExchange.h"
 
+#include "stowline/platform/http/AnswerTie.h"
+#include "stowline/platform/http/ConnectionConditions.h"
 #include "stowline/platform/http/HttpRequestRules.h"
+#include "stowline/platform/http/KeptConnections.h"
 #include "stowline/platform/http/PreparedTrust.h"
 #include "stowline/platform/http/TrustRoots.h"
 #include "stowline/platform/text/Credentials.h"
@@ -13,9 +16,6 @@
 
 #include <algorithm>
 #include <array>
-#include <linux/sockios.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 #include <utility>
 
 namespace stowline::platform {
@@ -24,12 +24,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct EasyDeleter {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-struct MultiDeleter {
-    void operator()(CURLM* handle) const { curl_multi_cleanup(handle); }
-};
 struct ListDeleter {
     void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
@@ -127,40 +121,11 @@ FailureKind reasonOf(CURL* handle, CURLcode result)
     }
 }
 
-/// The sockets of one exchange, as the library opens and closes them.
-class OpenSockets {
-public:
-    /// Bytes that were handed to the system and that the other side has not acknowledged yet.
-    [[nodiscard]] std::size_t unacknowledged() const
-    {
-        std::size_t sum = 0;
-        for (const curl_socket_t socket : sockets_) {
-            int bytes = 0;
-            if (::ioctl(socket, SIOCOUTQ, &bytes) == 0)
-                sum += static_cast<std::size_t>(std::max(bytes, 0));
-        }
-        return sum;
-    }
-
-    static int onOpen(void* self, curl_socket_t socket, curlsocktype)
-    {
-        try {
-            static_cast<OpenSockets*>(self)->sockets_.push_back(socket);
-        } catch (const std::bad_alloc&) {
-            return CURL_SOCKOPT_ERROR;
-        }
-        return CURL_SOCKOPT_OK;
-    }
-
-    static int onClose(void* self, curl_socket_t socket)
-    {
-        std::erase(static_cast<OpenSockets*>(self)->sockets_, socket);
-        return ::close(socket);
-    }
-
-private:
-    std::vector<curl_socket_t> sockets_;
-};
+/// Whether a connection ended under a transfer, in whichever direction that was noticed.
+bool isLostConnection(CURLcode result)
+{
+    return result == CURLE_SEND_ERROR || result == CURLE_RECV_ERROR || result == CURLE_GOT_NOTHING;
+}
 
 } // namespace
 
@@ -169,14 +134,20 @@ public:
     Transfer(HttpRequest request, HttpLimits limits) : request_(std::move(request)), limits_(limits)
     {
         prepareLibrary();
-        multi_.reset(curl_multi_init());
+        connections_ = connectionsFor(request_, trust_);
         if (isStopRequested())
             fail(HttpFailure::stopped, std::string(kStopped));
         else
             startHop();
     }
 
-    ~Transfer() { detach(); }
+    ~Transfer()
+    {
+        detach();
+        easy_.reset();
+        if (isConnectionSound_)
+            KeptConnections::shared().giveBack(std::move(connections_));
+    }
 
     bool wait(std::chrono::milliseconds atMost)
     {
@@ -197,7 +168,7 @@ public:
         for (;;) {
             if (work() || moved_)
                 return true;
-            const std::size_t before = sockets_.unacknowledged();
+            const std::size_t before = connections_->sockets.unacknowledged();
             const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
             if (left.count() <= 0)
                 return false;
@@ -207,7 +178,7 @@ public:
                 (void)work();
                 return true;
             }
-            if (sockets_.unacknowledged() < before) {
+            if (connections_->sockets.unacknowledged() < before) {
                 (void)work();
                 return true;
             }
@@ -229,7 +200,7 @@ private:
     {
         if (!ended_) {
             int running = 0;
-            curl_multi_perform(multi_.get(), &running);
+            curl_multi_perform(multi(), &running);
             if (isOutOfMemory_)
                 throw std::bad_alloc();
             collectFinished();
@@ -238,6 +209,25 @@ private:
             fail(HttpFailure::stopped, std::string(kStopped));
         return ended_;
     }
+
+    /// Those that were kept where the request may use them.
+    static std::unique_ptr<ConnectionSet> connectionsFor(const HttpRequest& request,
+                                                         const TrustRoots& roots)
+    {
+        const auto origin = originOf(request.url);
+        if (!usesKept(request) || !origin)
+            return ConnectionSet::made();
+        return KeptConnections::shared().take(textOf(*origin),
+                                              connectionConditions(request, roots));
+    }
+
+    /// Whose answer cannot be told from another one's gets a connection of its own.
+    static bool usesKept(const HttpRequest& request)
+    {
+        return request.mayArriveTwice && !request.requestIdHeader.empty();
+    }
+
+    [[nodiscard]] CURLM* multi() const { return connections_->multi.get(); }
 
     [[nodiscard]] bool isStopRequested() const { return stop_ && stop_->isRequested(); }
 
@@ -249,7 +239,7 @@ private:
         if (stop_ && !canWait)
             atMost = std::min(atMost, kLook);
         int ready = 0;
-        curl_multi_poll(multi_.get(), &stopped, canWait ? 1 : 0, static_cast<int>(atMost.count()),
+        curl_multi_poll(multi(), &stopped, canWait ? 1 : 0, static_cast<int>(atMost.count()),
                         &ready);
         return ready - (canWait && stopped.revents != 0 ? 1 : 0);
     }
@@ -280,7 +270,7 @@ private:
     void detach()
     {
         if (easy_)
-            curl_multi_remove_handle(multi_.get(), easy_.get());
+            curl_multi_remove_handle(multi(), easy_.get());
     }
 
     /// Begins the request for the current URL.
@@ -302,10 +292,15 @@ private:
         outcome_ = {};
         raw_.clear();
         limitReached_ = false;
+        isBeingAnswered_ = false;
+        isAnswerRefused_ = false;
+        tie_ = AnswerTie::none;
+        id_ = request_.requestIdHeader.empty() ? std::string() : drawnRequestId();
+        openedBefore_ = connections_->sockets.openedSoFar();
         errorText_.fill(0);
         setOptions();
         setHeaders();
-        curl_multi_add_handle(multi_.get(), easy_.get());
+        curl_multi_add_handle(multi(), easy_.get());
     }
 
     void setOptions()
@@ -318,14 +313,15 @@ private:
                                                                  : CURL_HTTP_VERSION_1_1);
         curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(handle, CURLOPT_SOCKOPTFUNCTION, &OpenSockets::onOpen);
-        curl_easy_setopt(handle, CURLOPT_SOCKOPTDATA, &sockets_);
+        curl_easy_setopt(handle, CURLOPT_SOCKOPTDATA, &connections_->sockets);
         curl_easy_setopt(handle, CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::onClose);
-        curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &sockets_);
+        curl_easy_setopt(handle, CURLOPT_CLOSESOCKETDATA, &connections_->sockets);
         // A thread that looks up a name is left to end by itself when the exchange is abandoned.
         curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, 1L);
         curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-        setTrustRoots(handle, trust_, needsSpareTrust_);
+        setTrustRoots(handle, trust_, connections_->needsSpareTrust);
+        setReuse();
         curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorText_.data());
         if (request_.method == "HEAD")
             curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
@@ -347,6 +343,15 @@ private:
         curl_easy_setopt(handle, CURLOPT_VERBOSE, 1L);
         curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, &onTrace);
         curl_easy_setopt(handle, CURLOPT_DEBUGDATA, this);
+    }
+
+    void setReuse()
+    {
+        constexpr auto idle = static_cast<long>(KeptConnections::kIdleTime.count());
+        curl_easy_setopt(easy_.get(), CURLOPT_MAXAGE_CONN, idle);
+        curl_easy_setopt(easy_.get(), CURLOPT_FRESH_CONNECT, needsNewConnection_ ? 1L : 0L);
+        if (connections_->sessions)
+            curl_easy_setopt(easy_.get(), CURLOPT_SHARE, connections_->sessions->handle());
     }
 
     void setBody()
@@ -380,9 +385,13 @@ private:
             if (!hasHeader(unwanted))
                 add(std::string(unwanted) + ":");
         }
-        for (const auto& [name, value] : request_.headers)
+        for (const auto& [name, value] : request_.headers) {
             // The semicolon sends it without a value.
-            add(isBlank(value) ? name + ";" : std::string(name).append(": ").append(value));
+            if (id_.empty() || !equalsIgnoringAsciiCase(name, request_.requestIdHeader))
+                add(isBlank(value) ? name + ";" : std::string(name).append(": ").append(value));
+        }
+        if (!id_.empty())
+            add(request_.requestIdHeader + ": " + id_);
         curl_easy_setopt(easy_.get(), CURLOPT_HTTPHEADER, headers_.get());
     }
 
@@ -409,8 +418,44 @@ private:
         const std::string_view line(bytes, length);
         if (line.starts_with("HTTP/")) // also after an interim response
             transfer.beginHeaders();
-        transfer.headersEnded_ |= line == "\r\n" || line == "\n";
-        return transfer.keep(line) ? length : 0;
+        const bool isEnd = !transfer.headersEnded_ && (line == "\r\n" || line == "\n");
+        transfer.headersEnded_ |= isEnd;
+        return transfer.keep(line) && (!isEnd || transfer.takeHead()) ? length : 0;
+    }
+
+    /// Looks at a whole head before anything of the body is taken.
+    /// @return whether what follows is believed
+    [[nodiscard]] bool takeHead() noexcept
+    {
+        try {
+            long status = 0;
+            curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+            constexpr long firstFinal = 200;
+            if (id_.empty() || status < firstFinal)
+                return true;
+            tie_ = answerTieIn(raw_, request_.requestIdHeader, id_, request_.body.size());
+            // Who has not been given all has not read all.
+            if (tie_ == AnswerTie::whole && !isBodySent())
+                tie_ = AnswerTie::foreign;
+            isAnswerRefused_ =
+                tie_ == AnswerTie::foreign || (tie_ == AnswerTie::none && isOverKept());
+        } catch (const std::bad_alloc&) {
+            isOutOfMemory_ = true;
+        }
+        return !isAnswerRefused_ && !isOutOfMemory_;
+    }
+
+    [[nodiscard]] bool isBodySent() const
+    {
+        curl_off_t sent = 0;
+        curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+        return sent >= static_cast<curl_off_t>(request_.body.size());
+    }
+
+    /// Whether this request goes over a connection that an earlier one left open.
+    [[nodiscard]] bool isOverKept() const
+    {
+        return connections_->sockets.openedSoFar() == openedBefore_;
     }
 
     static std::size_t onBody(char* bytes, std::size_t, std::size_t length, void* self)
@@ -425,6 +470,8 @@ private:
     {
         if (kind != CURLINFO_TEXT)
             static_cast<Transfer*>(self)->moved_ = true;
+        if (kind == CURLINFO_HEADER_IN || kind == CURLINFO_DATA_IN)
+            static_cast<Transfer*>(self)->isBeingAnswered_ = true;
         if (kind == CURLINFO_DATA_IN)
             (void)static_cast<Transfer*>(self)->keep({bytes, length});
         return 0;
@@ -450,7 +497,7 @@ private:
     void collectFinished()
     {
         int waiting = 0;
-        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &waiting)) {
+        while (const CURLMsg* message = curl_multi_info_read(multi(), &waiting)) {
             if (message->msg == CURLMSG_DONE) {
                 finishHop(message->data.result);
                 return;
@@ -478,8 +525,20 @@ private:
             return;
         }
         if (result != CURLE_OK && mayKnowIssuerYet()) {
-            needsSpareTrust_ = true;
+            connections_->needsSpareTrust = true;
             startHop(); // nothing of the request was sent
+            return;
+        }
+        const bool isUnanswered = isLostConnection(result) && !isBeingAnswered_;
+        if ((isUnanswered || isAnswerRefused_) && mayTryNewConnection()) {
+            needsNewConnection_ = true;
+            startHop();
+            return;
+        }
+        if (isAnswerRefused_) {
+            fail(HttpFailure::connection,
+                 "The answer from " + origin_.host + " is not to this request.",
+                 FailureKind::unreadableAnswer);
             return;
         }
         if (result != CURLE_OK) {
@@ -506,16 +565,26 @@ private:
             return;
         }
         outcome_.response = std::move(raw_);
+        // One that did not understand a request may have taken its body for another.
+        constexpr long firstRefusal = 400;
+        isConnectionSound_ =
+            tie_ == AnswerTie::whole && status < firstRefusal && redirects_ == 0 && mayReuse_;
         ended_ = true;
     }
 
     /// Whether a certificate was refused that the bundle of the system may know.
     [[nodiscard]] bool mayKnowIssuerYet() const
     {
-        if (needsSpareTrust_ || trust_.spareFile.empty())
+        if (connections_->needsSpareTrust || trust_.spareFile.empty())
             return false;
         const auto fault = certificateFaultOf(easy_.get());
         return fault == CertificateFault::unknownIssuer || fault == CertificateFault::selfSigned;
+    }
+
+    /// Whether the fault may be that of a kept connection.
+    [[nodiscard]] bool mayTryNewConnection() const
+    {
+        return mayReuse_ && isOverKept() && !needsNewConnection_;
     }
 
     void follow(const std::string& location, Redirect redirect)
@@ -529,6 +598,7 @@ private:
         if (fault)
             return fail(HttpFailure::redirect, *fault);
         redirectRequest(request_, origin_, redirect, location);
+        needsNewConnection_ |= !id_.empty(); // over which an answer need not name its request
         startHop();
     }
 
@@ -538,8 +608,15 @@ private:
     HttpLimits limits_;
     UrlOrigin origin_;
     const TrustRoots trust_ = trustRoots();
-    bool needsSpareTrust_ = false;
+    const bool mayReuse_ = usesKept(request_); ///< also a connection of another exchange
     int redirects_ = 0;
+    bool needsNewConnection_ = false;
+    bool isBeingAnswered_ = false;
+    bool isAnswerRefused_ = false;
+    bool isConnectionSound_ = false; ///< after a whole answer to this very request
+    std::size_t openedBefore_ = 0;   ///< connections, when this request began
+    std::string id_;                 ///< of this request; empty: none
+    AnswerTie tie_ = AnswerTie::none;
     bool ended_ = false;
     bool connected_ = false;
     bool headersEnded_ = false;
@@ -549,8 +626,7 @@ private:
     std::string raw_;
     std::array<char, CURL_ERROR_SIZE> errorText_{};
     HttpOutcome outcome_;
-    OpenSockets sockets_; // outlives what closes them
-    std::unique_ptr<CURLM, MultiDeleter> multi_;
+    std::unique_ptr<ConnectionSet> connections_; // outlives the transfers over them
     std::unique_ptr<curl_slist, ListDeleter> headers_;
     std::unique_ptr<CURL, EasyDeleter> easy_;
 };

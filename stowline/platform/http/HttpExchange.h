@@ -27,8 +27,17 @@ struct HttpRequest {
     HttpVersion version = HttpVersion::http11;
     bool staysAtOrigin = false;  ///< a redirect to another origin is a failure, also without a body
     bool bodyMustArrive = false; ///< so is one that asks for a GET instead of the body
-    std::string proxy = {};      ///< as "http://host:port"; empty: what the environment says
-    bool usesNoProxy = false;    ///< whatever the environment says
+    /// A header in which the request carries a number that nobody knows, drawn afresh for each
+    /// sending. A server that knows it says in its answer which number it read, and how many bytes
+    /// of a body. An answer that names another request, or a length that is not the body's, is a
+    /// failure. Empty: no such header, and whatever comes is the answer.
+    std::string requestIdHeader = {};
+    /// That the server takes it twice is harmless. Only such a request, and only with a number,
+    /// uses a connection that an earlier one left open. When that ends unanswered, or brings an
+    /// answer that does not name this request, it is sent again on a new one.
+    bool mayArriveTwice = false;
+    std::string proxy = {};   ///< as "http://host:port"; empty: what the environment says
+    bool usesNoProxy = false; ///< whatever the environment says
 };
 
 struct HttpLimits {
@@ -39,7 +48,7 @@ struct HttpLimits {
 /// Why there is no response.
 enum class HttpFailure {
     none = 0,
-    address = 1,    ///< the URL is no http or https address
+    address = 1,    ///< the URL is not an http or https address
     request = 2,    ///< the method or a header cannot be sent
     connection = 3, ///< name, connection, TLS, or an answer that broke off or is no HTTP
     redirect = 4,   ///< one that is not followed
@@ -76,6 +85,11 @@ struct HttpOutcome {
 /// verifies peer and host against the system's certificates (SSL_CERT_DIR and SSL_CERT_FILE name
 /// others). Proxies come from the environment unless the request names one. An answer of any status
 /// is a response.
+///
+/// A connection is kept for requests of any thread, to the same origin and by the same proxy and
+/// trust roots, after a whole answer below status 400 that names its request; it is closed after a
+/// few seconds without use, and so is one on which anything arrives meanwhile. TLS sessions are
+/// kept for the connections after them.
 ///
 /// Ends as failed soon after the thread that makes and works on it is asked to stop (StopRequest),
 /// whatever the network does; one made after that sends nothing.

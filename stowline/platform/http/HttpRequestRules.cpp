@@ -30,6 +30,8 @@ std::optional<std::string> requestFault(const HttpRequest& request)
 {
     if (!isToken(request.method))
         return "The settings name an HTTP method that cannot be sent.";
+    if (!request.requestIdHeader.empty() && !isToken(request.requestIdHeader))
+        return "The settings name a header for the number of a request that cannot be sent.";
     for (const auto& [name, value] : request.headers) {
         if (name.empty() || breaksHeader(name) || breaksHeader(value))
             return "The header \"" + replacingOccurrences(name, std::string("\0", 1), "?") +

@@ -47,7 +47,7 @@ public:
 inline constexpr std::string_view kHttpErrorDomain = "com.Stowline.HTTP";
 
 /// A stream over one HTTP exchange; see HttpExchange for redirects, TLS and proxies.
-/// @return null when the request's URL is no http or https address.
+/// @return null when the request's URL is not an http or https address.
 [[nodiscard]] std::unique_ptr<ReadStream> makeHttpReadStream(HttpRequest request);
 
 } // namespace stowline::platform

@@ -13,7 +13,7 @@ namespace stowline::platform {
 
 /// The identity in a program's file, where it is kept as an ELF note of the owner "Stowline"
 /// (elf(5)); the program is not started.
-/// @return absent for a file that cannot be read, is no program of this machine, or has no note
+/// @return absent for a file that cannot be read, is not a program of this machine, or has no note
 [[nodiscard]] std::optional<std::string> buildIdentityOfProgram(const std::string& path);
 
 } // namespace stowline::platform

@@ -14,7 +14,7 @@ namespace stowline::platform {
 /// shell does, by blanks, quotation marks and backslashes, and what a word "#..." begins is a
 /// comment; but no shell has a hand in it: nothing is expanded. Its standard input is empty;
 /// standard error is inherited.
-/// @return absent when the line is not of that form (a quotation mark without its other), the
+/// @return absent when the line is not of that form (an unmatched quotation mark), the
 ///         program cannot be run, fails, or takes longer than the limit
 [[nodiscard]] std::optional<std::string> outputOfCommand(const std::string& line,
                                                          std::chrono::milliseconds limit);
@@ -23,7 +23,7 @@ namespace stowline::platform {
 struct CommandEnd {
     enum class Kind {
         success,
-        malformed,  ///< a quotation mark without its other, or nothing
+        malformed,  ///< an unmatched quotation mark, or nothing
         notStarted, ///< `number` is the system's error
         failed,     ///< `number` is its exit status
         bySignal,   ///< `number` is the signal's

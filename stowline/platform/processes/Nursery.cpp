@@ -216,26 +216,34 @@ public:
 
     void end() const override { ::shutdown(report_.number(), SHUT_WR); }
 
-    /// Waits until something arrives from the child, as long as the nursery may still begin it. One
-    /// that is stopped or hangs is ended: only then is it sure that it will not begin the child.
+    /// Waits until something arrives from the child, as long as it is not sure that there is one. A
+    /// nursery that is stopped or hangs is ended: only then is it sure that it will not begin it.
     void awaitBeginning(const FileDescriptor& output, Clock::time_point deadline)
     {
-        const auto since = Clock::now();
+        auto since = Clock::now();
         for (;;) {
             const auto patience = patienceEnd(since);
             const WaitEnd end = awaitReadable(output.number(), std::min(deadline, patience));
             if (end != WaitEnd::timeOver || Clock::now() >= deadline)
                 return;
             (void)takeReports();
-            if (isOver_ || mayHaveBegun_)
+            if (isOver_ || isAtWork_)
                 return;
-            if (Clock::now() >= patienceEnd(since)) {
-                nursery_->kill();
-                (void)reap(); // what it had told before
-                return;
+            if (mayHaveBegun_ ? !nursery_->isStopped() : Clock::now() < patienceEnd(since)) {
+                since = mayHaveBegun_ ? Clock::now() : since; // it takes its time
+                continue;
             }
+            nursery_->kill();
+            if (mayHaveBegun_)
+                isLost_ = isOver_ = true; // stopped as it forked: nobody can say what became of it
+            else
+                (void)reap(); // what it had told before
+            return;
         }
     }
+
+    /// Whether it counts as begun, and nothing more will ever be heard of it.
+    [[nodiscard]] bool isLost() const { return isLost_; }
 
     WaitEnd awaitEnd(Clock::time_point deadline) override
     {
@@ -291,11 +299,13 @@ private:
             const ReportState state = receiveReport(report_.number(), report);
             if (state == ReportState::none)
                 return false;
-            isOver_ = state != ReportState::report || report.kind != NurseryReport::Kind::begun;
+            isOver_ = state != ReportState::report || (report.kind != NurseryReport::Kind::begun &&
+                                                       report.kind != NurseryReport::Kind::working);
             mayHaveBegun_ |= state == ReportState::nonsense; // who knows what was to be said
             if (state != ReportState::report)
                 continue;
             nursery_->noteWord();
+            isAtWork_ |= report.kind == NurseryReport::Kind::working;
             isRefused_ |= report.kind == NurseryReport::Kind::refused;
             mayHaveBegun_ |= report.kind != NurseryReport::Kind::refused;
             if (report.kind == NurseryReport::Kind::ended)
@@ -308,7 +318,9 @@ private:
     const FileDescriptor report_;
     ChildExit exit_{.status = 0, .bySignal = false, .isKnown = false};
     bool mayHaveBegun_ = false;
+    bool isAtWork_ = false;
     bool isRefused_ = false;
+    bool isLost_ = false;
     bool isOver_ = false;
 };
 
@@ -349,6 +361,10 @@ std::optional<ChildAnswer> ranInNursery(const std::shared_ptr<Nursery>& nursery,
     if (!handed)
         return std::nullopt;
     handed->child->awaitBeginning(handed->channels.output.ours, deadline);
+    if (handed->child->isLost()) {
+        CurrentNursery::instance().giveUp(nursery.get());
+        return ChildAnswer{.exit = {.status = 0, .bySignal = false, .isKnown = false}};
+    }
     ChildAnswer answer = converse(*handed->child, handed->channels.output.ours,
                                   &handed->channels.release.ours, run, deadline);
     if (answer.exit.bySignal || !answer.exit.isKnown)

@@ -33,6 +33,7 @@ struct NurseryReport {
         begun = 1,   ///< from now on the child may have done what it does
         refused = 2, ///< there is no child, and `value` is an errno value
         ended = 3,   ///< `value` is the exit status or the signal's number
+        working = 4, ///< the child itself says that it is there
     };
     Kind kind{};
     std::int32_t value = 0;
@@ -50,7 +51,7 @@ struct ReceivedCall {
 
 enum class Reception { call, nonsense, nothing, end };
 
-/// Takes the next message, if there is one. What is no call is dropped with all it brought.
+/// Takes the next message, if there is one. What is not a call is dropped with all it brought.
 [[nodiscard]] Reception receiveCall(int socket, ReceivedCall& call);
 
 /// Tells of a call. @return false when it did not get there: nobody listens, or the system failed

@@ -189,8 +189,8 @@ std::string reportsOf(const FileDescriptor& socket)
 TEST(NurseryWork, TellsOfTheBeginningAndTheEndOfEachChild)
 {
     const TestNursery nursery([] { return 252; });
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 252 0;");
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 252 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 252 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 252 0;");
 }
 
 TEST(NurseryWork, PreparesMoreOnceAChildWasAskedForAndKeepsNobodyWaiting)
@@ -210,7 +210,7 @@ TEST(NurseryWork, PreparesMoreOnceAChildWasAskedForAndKeepsNobodyWaiting)
     pollfd watched{ours, POLLIN, 0};
     EXPECT_EQ(::poll(&watched, 1, 200), 0) << "prepares for calls that nobody may make";
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 7 0;");
+        EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 7 0;");
         char piece = 0;
         EXPECT_EQ(::read(ours, &piece, 1), 1);
         EXPECT_EQ(piece, 'p');
@@ -220,7 +220,7 @@ TEST(NurseryWork, PreparesMoreOnceAChildWasAskedForAndKeepsNobodyWaiting)
 TEST(NurseryWork, TellsOfSignals)
 {
     const TestNursery nursery([] { return std::raise(SIGKILL); }); // which nothing can catch
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 9 1;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 9 1;");
 }
 
 TEST(NurseryWork, EndsAChildWhoseHostAsksOrIsGone)
@@ -228,8 +228,10 @@ TEST(NurseryWork, EndsAChildWhoseHostAsksOrIsGone)
     const TestNursery nursery([] { return ::pause(); });
     const FileDescriptor asked = nursery.ask();
     FileDescriptor left = nursery.ask();
-    EXPECT_EQ(nextReportOf(asked), "1 0 0;");
-    EXPECT_EQ(nextReportOf(left), "1 0 0;");
+    for (const FileDescriptor* call : std::array<const FileDescriptor*, 2>{&asked, &left}) {
+        EXPECT_EQ(nextReportOf(*call), "1 0 0;");
+        EXPECT_EQ(nextReportOf(*call), "4 0 0;"); // the child's own word
+    }
     ::shutdown(asked.number(), SHUT_WR);
     EXPECT_EQ(reportsOf(asked), "3 9 1;");
     left.close(); // and the nursery ends, as its destructor sees
@@ -257,7 +259,7 @@ TEST(NurseryWork, NobodyButTheHostIsServed)
     EXPECT_EQ(::waitpid(other, &status, 0), other);
     EXPECT_EQ(status, 0);
     sendOther(nursery.socket(), "nonsense", 3);
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 0 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 0 0;");
 }
 
 TEST(NurseryWork, ACallForWhichNoProcessCanBeMadeIsRefused)
@@ -286,15 +288,15 @@ TEST(NurseryWork, AChildThatLeavesItsDescriptorsToAnotherHasEndedAllTheSame)
         }
         return 5;
     });
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 5 0;");
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 5 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 5 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 5 0;");
 }
 
 TEST(NurseryWork, AChildThatKillsItsNurseryCountsAsBegunAndNoMoreIsSaid)
 {
     TestNursery nursery([] { return ::kill(::getppid(), SIGKILL) + ::pause(); });
     nursery.mayBeKilled();
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;");
 }
 
 TEST(NurseryWork, AChildThatNeverEndsKeepsNoOtherFromItsTurn)
@@ -304,6 +306,7 @@ TEST(NurseryWork, AChildThatNeverEndsKeepsNoOtherFromItsTurn)
     for (int i = 0; i < 100; ++i) {
         waiting.push_back(nursery.ask());
         EXPECT_EQ(nextReportOf(waiting.back()), "1 0 0;");
+        EXPECT_EQ(nextReportOf(waiting.back()), "4 0 0;");
     }
     for (const FileDescriptor& call : waiting) {
         ::shutdown(call.number(), SHUT_WR);
@@ -319,7 +322,7 @@ TEST(NurseryWork, AChildHasFourDescriptorsAndNoMore)
             open += ::fcntl(number, F_GETFD) >= 0 ? 1 : 0;
         return open;
     });
-    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;3 4 0;");
+    EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;3 4 0;");
 }
 
 TEST(NurseryWork, WithoutItsDescriptorsAProgramIsNoNursery)

@@ -227,6 +227,8 @@ private:
         ::prctl(PR_SET_PDEATHSIG, SIGKILL); // our parent has one thread: it is the process
         if (::getppid() != own_)
             return EXIT_FAILURE;
+        sendReport(call.descriptors.at(static_cast<std::size_t>(CallDescriptor::report)).number(),
+                   {NurseryReport::Kind::working, 0, 0});
         takeDescriptors(call.descriptors);
         return work_.run({program_, "@/dev/fd/" + std::to_string(kInputDescriptor)});
     }

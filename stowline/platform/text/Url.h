@@ -42,7 +42,7 @@ struct UrlOrigin {
     bool operator==(const UrlOrigin&) const = default;
 };
 
-/// @return absent when the text is no absolute http or https URL.
+/// @return absent when the text is not an absolute http or https URL.
 [[nodiscard]] std::optional<UrlOrigin> originOf(const std::string& url);
 
 /// As "https://host", with the port where it is not the scheme's own.

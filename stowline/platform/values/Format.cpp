@@ -22,7 +22,7 @@ struct Specifier {
     std::size_t width = 0;
     std::optional<int> precision;
     bool is64Bit = false;
-    char conversion = 0;    ///< 0 when the text is no specifier that is known
+    char conversion = 0;    ///< 0 when the text is not a specifier that is known
     std::size_t length = 1; ///< characters from the "%" on
 };
 

@@ -48,7 +48,7 @@ public:
 
     /// Opens a store and makes it when it is missing (mode 0600, its folder must exist). Entities
     /// and attributes that it lacks are added to it; what the model lacks is left as it is.
-    /// @return null with an error when the file is no store, cannot be opened, or holds an
+    /// @return null with an error when the file is not a store, cannot be opened, or holds an
     /// attribute
     ///         of the model as another type
     [[nodiscard]] static std::unique_ptr<ManagedObjectContext> open(const std::string& path,
