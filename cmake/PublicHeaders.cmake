@@ -4,10 +4,12 @@
 set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/Account.h
   stowline/backup/BackupRun.h
+  stowline/backup/ItemSight.h
   stowline/backup/RestoreRun.h
   stowline/backup/RunChoice.h
   stowline/backup/RunHistory.h
   stowline/backup/SelfTestRun.h
+  stowline/backup/UnfinishedUploads.h
   stowline/backup/VerifyRun.h
   stowline/backup/index/StoredItem.h
   stowline/backup/tree/ItemRecord.h

@@ -15,7 +15,8 @@ struct Account {
     std::string systemName; ///< this machine's name on the service
 };
 
-/// Whose chain of records it is. A host name is no identity: machines are reinstalled and renamed.
+/// Whose chain of records it is. A host name is not an identity: machines are reinstalled and
+/// renamed.
 struct ChainIdentity {
     std::string machine; ///< General::hardwareId()
     std::string user;    ///< name of the local user

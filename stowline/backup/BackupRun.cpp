@@ -6,6 +6,7 @@
 #include "stowline/backup/RunIndex.h"
 #include "stowline/backup/RunRecords.h"
 #include "stowline/backup/RunState.h"
+#include "stowline/backup/ShortList.h"
 #include "stowline/backup/TreeIntake.h"
 #include "stowline/backup/VersionAudit.h"
 #include "stowline/backup/index/IndexFault.h"
@@ -37,17 +38,10 @@ using std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLook{100};
 /// A run that takes longer stores what it has come to.
 constexpr std::chrono::minutes kBetweenUnfinishedRecords{30};
+/// Why nobody knows whether all of a folder is held; stands in index and record.
+constexpr const char* kCutOff = "a run that was to back it up was cut off";
 /// Of how many runs one asks after every version.
 constexpr std::uint64_t kRunsForAllVersions = 30;
-
-/// That a folder of what is unfinished could be read.
-void requireRead(const fs::path& folder, int error)
-{
-    if (error != 0)
-        throw RunFault(BackupEnd::stateFolder,
-                       "The unfinished uploads cannot be determined: " + folder.string() +
-                           " cannot be read: " + platform::systemErrorText(error) + ".");
-}
 
 /// Of rules in the note of each folder that was named.
 constexpr std::size_t kMostNotedRules = 16384;
@@ -144,7 +138,7 @@ private:
         return summary;
     }
 
-    /// What a self-test of some profile is restoring just now is no file of this machine's.
+    /// What a self-test of some profile is restoring just now is not a file of this machine's own.
     void leaveOutTestFolders(WalkOptions& walk) const
     {
         int unimportant = 0;
@@ -161,7 +155,8 @@ private:
         WalkOptions walk{.paths = request_.paths,
                          .rules = treeRules(request_.rules),
                          .ownFolders = {request_.stateFolder.string()}};
-        state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile));
+        state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile,
+                                      request_.isDryRun ? Leftovers::kept : Leftovers::takenOut));
         leaveOutTestFolders(walk);
         if (!request_.isDryRun)
             giveUpOvertakenUploads();
@@ -169,10 +164,12 @@ private:
             walk.paths = unfinishedPaths();
             if (walk.paths.empty())
                 return accounts_.note("There is nothing to go on with.");
+            resumedPaths_ = walk.paths;
         }
         begin();
         if (!request_.resumesOnly)
             askAfterVersions();
+        noteBegun(walk.paths);
         work(walk);
         end();
     }
@@ -213,14 +210,15 @@ private:
                        state_->journal(), owner, !request_.isDryRun);
         noteIndexState();
         records_.emplace(request_, *state_, tries_, *bandwidth_, *recordUploads_, accounts_);
-        const bool isKnown = records_->bringUpToDate(index_->alone());
+        if (request_.resumesOnly)
+            records_->setPaths(resumedPaths_);
+        knowsAll_ = records_->bringUpToDate(index_->alone());
         if (!request_.isDryRun)
             forgetFinishedUploads();
         index_->beginRun(records_->begin(index_->alone()));
         uploads_->run = index_->run();
         // What neither index nor record knows may be there all the same.
-        if (!isKnown)
-            held_.emplace(request_.account, tries_);
+        held_.emplace(request_.account, tries_);
     }
 
     [[nodiscard]] static bool hasState(const ItemRecord& item, const platform::FileState& state)
@@ -242,6 +240,46 @@ private:
                 hasState(item->item, entry.state))
                 state_->journal().remove(entry);
         }
+    }
+
+    /// Of what an earlier run did not come to the end of, index and record know from now on. What
+    /// this one is to look at is noted before anything of it is known: it may be killed.
+    void noteBegun(const std::vector<std::string>& paths)
+    {
+        if (request_.isDryRun)
+            return;
+        for (const std::string& folder : state_->begunFolders(uploads_->owner))
+            index_->noteCutOff(folder, kCutOff);
+        index_->commit();
+        std::vector<std::string> folders;
+        for (const std::string& path : paths) {
+            std::error_code fault; // what cannot be looked at now fails in the walk
+            if (const fs::path real = fs::canonical(path, fault); fs::is_directory(real, fault))
+                folders.push_back(real.string());
+        }
+        state_->noteBegunFolders(uploads_->owner, folders);
+    }
+
+    /// The run is whole: what was found is stored, or told as failed.
+    void conclude()
+    {
+        if (!stop_.isRequested())
+            index_->conclude();
+        index_->commit();
+        if (stop_.isRequested() || request_.isDryRun)
+            return;
+        state_->noteBegunFolders(uploads_->owner, {});
+        ShortList folders;
+        index_->alone().forEachNote([&folders](const PlaceNote& note) {
+            if (note.kind == PlaceNote::Kind::cutOff)
+                folders.add(note.path);
+            return true;
+        });
+        if (folders.count() > 0)
+            accounts_.note("An earlier backup of " + folders.text() +
+                           " was cut off, and none has been whole since: what is stored of it may "
+                           "be incomplete. Please back it up again; what is gone meanwhile, with "
+                           "the folder above it.");
     }
 
     std::string uploadPath()
@@ -271,14 +309,14 @@ private:
         using State = ItemIndex::State;
         const State state = index_->alone().state();
         if (state == State::damaged)
-            accounts_.note("The index of earlier runs is damaged; it is made anew.");
+            accounts_.note("The index of earlier runs is damaged; it is rebuilt.");
         if (state == State::ofNewerVersion)
             accounts_.note(
                 "The index of earlier runs was written by a newer version of the program; it is "
-                "made anew.");
+                "rebuilt.");
         if (state == State::ofAnotherOwner)
             accounts_.note("The index of earlier runs belongs to another account or machine; it is "
-                           "made anew.");
+                           "rebuilt.");
     }
 
     std::vector<std::string> unfinishedPaths()
@@ -300,19 +338,21 @@ private:
     void askAfterVersions()
     {
         const bool wereDeleted = state_->hasDeletionNote();
-        const bool asksAll = request_.trustsNothing || request_.rebuildsIndex || wereDeleted;
+        const bool asksAll = request_.trustsNothing || request_.rebuildsIndex || wereDeleted ||
+                             records_->distrustsService();
         const std::uint64_t all = index_->alone().itemCount();
         VersionAudit audit(request_.account, *index_, accounts_, tries_, state_->damagedVersions());
         const bool isAnswered =
             audit.ask(asksAll ? all : (all + kRunsForAllVersions - 1) / kRunsForAllVersions);
         vanishedVersions_ = audit.lost();
-        if (wereDeleted && isAnswered && !request_.isDryRun)
+        // What is lost and is not met in this run is lost for the next one too.
+        if (wereDeleted && isAnswered && audit.lost() == 0 && !request_.isDryRun)
             state_->dropDeletionNote();
     }
 
     void work(const WalkOptions& options)
     {
-        FileJobs jobs(*uploads_, *index_, accounts_, held_ ? &*held_ : nullptr, request_.isDryRun);
+        FileJobs jobs(*uploads_, *index_, accounts_, *held_, knowsAll_, request_.isDryRun);
         jobs.start(std::max<std::size_t>(request_.jobs, 1));
         const StopRequest walkStop;
         std::thread walker([&] { walk(options, jobs, walkStop); });
@@ -397,7 +437,7 @@ private:
 
     void takeStream(FileJobs& jobs)
     {
-        const std::string path = streamPath(request_.streamName);
+        const std::string path = streamPathOf(request_.streamName);
         accounts_.found();
         accounts_.activity("reads standard input");
         int error = 0;
@@ -421,11 +461,6 @@ private:
         job.source = std::make_shared<platform::SourceFile>(std::move(*spool));
         (void)jobs.add(std::move(job));
         accounts_.walkIsOver();
-    }
-
-    static std::string streamPath(const std::string& name)
-    {
-        return fs::path("/stdin").append(name).lexically_normal().string();
     }
 
     void showProgressUntilDone(FileJobs& jobs, const StopRequest& walkStop)
@@ -458,11 +493,28 @@ private:
         }
     }
 
+    /// What the service has lost and this run did not meet, so that it was not sent again.
+    void tellWhatStaysLost()
+    {
+        ShortList lost;
+        for (const std::string& path : index_->lostAndNotMet())
+            lost.add(path);
+        if (lost.count() == 0)
+            return;
+        accounts_.lost(lost.count());
+        accounts_.problem(fmt::format(
+            "The service has lost what was stored of {}, which this run did not send "
+            "again: {}. Please back up {} too, as long as {} there.",
+            platform::countText(lost.count(), "file", "files"), lost.text(),
+            lost.count() == 1 ? "it" : "them", lost.count() == 1 ? "it is" : "they are"));
+    }
+
     void end()
     {
-        index_->commit();
+        conclude();
         if (stop_.isRequested() || request_.isDryRun || foundNothing_)
             return;
+        tellWhatStaysLost();
         accounts_.activity("stores the record of the run");
         try {
             record_ = records_->storeFinished(index_->alone(), accounts_.summary().storedBytes);
@@ -494,6 +546,7 @@ private:
     }
 
     const BackupRequest& request_;
+    std::vector<std::string> resumedPaths_;
     RunAccounts accounts_;
     const StopRequest stop_;
     Tries tries_;
@@ -504,6 +557,7 @@ private:
     std::optional<RunIndex> index_;
     std::optional<RunRecords> records_;
     std::optional<HeldFiles> held_;
+    bool knowsAll_ = false; ///< the index, but for what is noted as missed
     StoredRecord record_;
     std::uint64_t vanishedVersions_ = 0;
     bool foundNothing_ = false;
@@ -544,68 +598,6 @@ std::optional<std::string> faultIn(const BackupRules& rules) noexcept
         return fault.empty() ? std::nullopt : std::optional(fault);
     } catch (const std::exception&) {
         return std::nullopt; // the run finds it again
-    }
-}
-
-std::optional<std::vector<UnfinishedUpload>> unfinishedUploads(const fs::path& stateFolder,
-                                                               std::string& fault) noexcept
-{
-    try {
-        int error = 0;
-        std::vector<UnfinishedUpload> found;
-        const auto folders = profileFolders(stateFolder, error);
-        requireRead(stateFolder, error);
-        for (const fs::path& folder : folders) {
-            const fs::path journal = journalFolder(folder);
-            const auto entries = UploadJournal(journal).entries(error);
-            requireRead(journal, error);
-            for (const JournalEntry& entry : entries)
-                found.push_back({.id = entry.guid,
-                                 .path = entry.path,
-                                 .username = entry.owner.username,
-                                 .systemName = entry.owner.systemName,
-                                 .profile = entry.owner.identity.profile,
-                                 .size = entry.state.size,
-                                 .sentBytes = entry.sentBytes,
-                                 .parts = entry.parts});
-        }
-        std::ranges::stable_sort(found, {}, &UnfinishedUpload::path);
-        return found;
-    } catch (const std::exception&) {
-        try {
-            fault = platform::handledException().sentence;
-        } catch (const std::bad_alloc&) { // it is absent all the same
-        }
-        return std::nullopt;
-    }
-}
-
-std::optional<std::size_t> abandonUploads(const fs::path& stateFolder,
-                                          const std::vector<std::string>& ids) noexcept
-{
-    try {
-        std::string unimportant;
-        const auto unfinished = unfinishedUploads(stateFolder, unimportant);
-        if (!unfinished)
-            return std::nullopt;
-        std::set<std::string> profiles;
-        for (const UnfinishedUpload& upload : *unfinished) {
-            if (std::ranges::find(ids, upload.id) != ids.end())
-                profiles.insert(upload.profile);
-        }
-        std::size_t count = 0;
-        for (const std::string& profile : profiles) {
-            const RunState state = RunState::take(stateFolder, profile);
-            for (const JournalEntry& entry : state.journal().entries()) {
-                if (std::ranges::find(ids, entry.guid) == ids.end())
-                    continue;
-                state.journal().remove(entry);
-                ++count;
-            }
-        }
-        return count;
-    } catch (const std::exception&) {
-        return std::nullopt;
     }
 }
 

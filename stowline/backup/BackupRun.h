@@ -140,6 +140,7 @@ struct BackupSummary {
     std::uint64_t carriedForward = 0; ///< kept in the record as an earlier run saw them
     std::uint64_t changedWhileRead = 0;
     std::uint64_t vanishedVersions = 0; ///< that the service was found not to hold any more
+    std::uint64_t stillLost = 0;        ///< of these, those of files that this run did not look at
     std::uint64_t storedBytes = 0;
     std::uint64_t unchangedBytes = 0;
     std::uint64_t failedBytes = 0; ///< as far as they are known
@@ -162,24 +163,6 @@ struct BackupSummary {
 [[nodiscard]] BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
                                       const StopRequest& stop) noexcept;
 
-/// An upload that was begun and is not finished.
-struct UnfinishedUpload {
-    std::string id;
-    std::string path;
-    std::string username;
-    std::string systemName;
-    std::string profile;
-    std::uint64_t size = 0;
-    std::uint64_t sentBytes = 0;
-    std::uint64_t parts = 0;
-};
-
-/// Those of a state folder, by path; none when there is no such folder. Nothing is thrown.
-/// @param fault why it is not known which there are, in a sentence
-/// @return absent when it is not known
-[[nodiscard]] std::optional<std::vector<UnfinishedUpload>>
-unfinishedUploads(const std::filesystem::path& stateFolder, std::string& fault) noexcept;
-
 /// Notes that stored versions were deleted, or found to be lost: the next run of each profile asks
 /// the service after all that it relies on, and not after some. Where the note cannot be kept the
 /// runs find out by and by. Nothing is thrown.
@@ -193,12 +176,6 @@ void noteDeletedVersions(const std::filesystem::path& stateFolder,
 /// the state folder itself of the profile "default", else a folder in it.
 [[nodiscard]] std::filesystem::path profileFolder(const std::filesystem::path& stateFolder,
                                                   const std::string& profile);
-
-/// Forgets unfinished uploads, on this machine alone. @return how many there were; absent while a
-/// run of their profile is under way, or when it is not known which are unfinished
-[[nodiscard]] std::optional<std::size_t>
-abandonUploads(const std::filesystem::path& stateFolder,
-               const std::vector<std::string>& ids) noexcept;
 
 } // namespace stowline::backup
 #pragma GCC visibility pop

@@ -1,8 +1,10 @@
 #include "stowline/backup/FileJobs.h"
 
 #include "stowline/backup/index/IndexFault.h"
+#include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/platform/values/HandledException.h"
 #include "stowline/service/RemoteName.h"
+#include "stowline/service/WebServiceBroker.h"
 
 #include <fmt/format.h>
 
@@ -173,13 +175,14 @@ bool FileJobs::hasKnownContent(FileJob& job)
 }
 
 /// Of a file that no record and no index knows: whether the service holds it with the same size and
-/// checksum. When the service does not say, the file has failed and true is returned.
+/// checksum, and what it tells of that version, its digest too where it tells one, is no other
+/// thing. When the service does not say, the file has failed and true is returned.
 bool FileJobs::isHeldByService(FileJob& job)
 {
-    if (!held_)
-        return false;
     const std::string& path = job.found.item.path;
-    const auto answer = held_->find(remotePath(parentOf(path)), remotePath(nameOf(path)));
+    if (knowsAll_ && !index_.isMissed(path))
+        return false;
+    const auto answer = held_.find(remotePath(parentOf(path)), remotePath(nameOf(path)));
     if (answer.failure) {
         if (answer.failure->end != StepEnd::interrupted)
             fail(job, path +
@@ -201,13 +204,31 @@ bool FileJobs::isHeldByService(FileJob& job)
         return true;
     if (!version || version->version.empty())
         return false;
-    keep(job, *reading,
-         {.version = version->version,
-          .list = version->list,
-          .digest = reading->digest,
-          .checksum = reading->checksum,
-          .storedSize = reading->state.size,
-          .run = context_.run});
+    const StoredContent content{.version = version->version,
+                                .list = version->list,
+                                .digest = reading->digest,
+                                .checksum = reading->checksum,
+                                .storedSize = reading->state.size,
+                                .run = context_.run};
+    if (!WebServiceBroker::isRestoringConfigured()) { // nor is anything known of versions then
+        keep(job, *reading, content);
+        return true;
+    }
+    const StoredVersion held{path, reading->state.size, content};
+    const auto verdicts = askedAfter(context_.account, {&held, 1}, context_.tries, failure);
+    if (!verdicts) {
+        if (failure->end != StepEnd::interrupted)
+            fail(job, path +
+                          " is not stored: the service did not say whether what it holds of it "
+                          "is whole. " +
+                          failure->reason);
+        return true;
+    }
+    using Kind = VersionVerdict::Kind;
+    const Kind kind = verdicts->front().kind;
+    if (kind == Kind::missing || kind == Kind::damaged)
+        return false;
+    keep(job, *reading, content);
     return true;
 }
 

@@ -27,11 +27,13 @@ struct FileJob {
 /// unless the run is stopped.
 class FileJobs {
 public:
-    /// @param held null: nothing but the index says what the service holds
-    FileJobs(UploadContext& context, RunIndex& index, RunAccounts& accounts, HeldFiles* held,
-             bool isDryRun)
-        : context_(context), index_(index), accounts_(accounts), held_(held), isDryRun_(isDryRun),
-          queue_(kWaiting)
+    /// @param held what the service holds of files that the index does not know
+    /// @param knowsAll the index knows all that is held but what a run could not ask about, which
+    ///        is noted as missed
+    FileJobs(UploadContext& context, RunIndex& index, RunAccounts& accounts, HeldFiles& held,
+             bool knowsAll, bool isDryRun)
+        : context_(context), index_(index), accounts_(accounts), held_(held), knowsAll_(knowsAll),
+          isDryRun_(isDryRun), queue_(kWaiting)
     {
     }
     ~FileJobs() { stop(); }
@@ -71,7 +73,8 @@ private:
     UploadContext& context_;
     RunIndex& index_;
     RunAccounts& accounts_;
-    HeldFiles* const held_;
+    HeldFiles& held_;
+    const bool knowsAll_;
     const bool isDryRun_;
     BoundedQueue<FileJob> queue_;
     std::vector<std::thread> threads_;

@@ -197,6 +197,44 @@ TEST_F(RestoreHostile, APartOfAnotherVersionIsFetchedAgain)
     EXPECT_EQ(allOfB, 5) << "more than that part was fetched again";
 }
 
+TEST_F(RestoreHostile, APartThatDoesNotFitItsChecksumIsFetchedAgain)
+{
+    store({{"a", noise(2500)}, {"b", noise(2500)}});
+    std::atomic<int> askedForFirst = 0;
+    std::atomic<int> askedForOthers = 0;
+    relay_.setChange([&](const std::string& request, RelayedAnswer& answer) {
+        const std::string name = nameIn(request);
+        if (name.empty())
+            return;
+        if (name != "a" || offsetIn(request) != 0)
+            ++askedForOthers;
+        else if (askedForFirst++ < 2)
+            answer.body.at(17) ^= 1;
+    });
+    const auto summary = restore();
+    EXPECT_EQ(summary.end, ReadEnd::done) << summary.sentence << stored_.faultText();
+    EXPECT_EQ(countOfRightFiles(), 2U);
+    EXPECT_EQ(askedForFirst, 3);
+    EXPECT_EQ(askedForOthers, 5) << "more than that part was fetched again";
+}
+
+TEST_F(RestoreHostile, APartThatNeverFitsItsChecksumIsDamagedAndNotAskedForForEver)
+{
+    store({{"a", noise(2500)}, {"c", "right"}});
+    std::atomic<int> asked = 0;
+    relay_.setChange([&](const std::string& request, RelayedAnswer& answer) {
+        if (nameIn(request) != "a" || offsetIn(request) != kPart)
+            return;
+        ++asked;
+        answer.body.at(17) ^= 1;
+    });
+    expectOnlyLost(restore(), 1);
+    EXPECT_NE(stored_.faultText().find("does not fit its checksum"), std::string::npos)
+        << stored_.faultText();
+    EXPECT_GT(asked, 1);
+    EXPECT_LT(asked, 10);
+}
+
 TEST_F(RestoreHostile, ADigestThatIsToldWronglyLosesNothing)
 {
     store({{"a", noise(500)}});
@@ -233,7 +271,7 @@ TEST_F(RestoreHostile, AnAnswerWithoutEndEndsTheFileAndNotTheRestore)
 }
 
 /// A file for every second byte of an answer, with something that happens to each.
-constexpr int kMostBytesOfAnAnswer = 280;
+constexpr int kMostBytesOfAnAnswer = 400;
 
 std::map<std::string, std::string> smallFiles()
 {

@@ -58,21 +58,25 @@ private:
         const RunReader::Tree tree = reader.readChosen();
         summary_.run = tree.head.run;
         reader.noteLeftOut(tree.head, tree.items, request_.paths);
+        reader.noteSights(tree.sights, request_.paths);
+        sights_ = tree.sights;
         versions_.emplace(request_.choice.account, reader.tries());
         const TreeRules rules = rulesOf(request_);
         idle_.emplace(rules);
+        findPaths(tree.items);
         refuseOnePlaceForTwo(tree.items);
         if (request_.deletesOthers) {
             refuseOthersRun(reader.origin());
+            refuseUnproven(reader.origin());
             pruning_.emplace(request_, tree.head, tree.items, rules, owners_);
             refuseToDelete(rules);
         }
-        for (const std::string& path : request_.paths) {
+        for (const std::string& path : paths_) {
             if (!stop_.isRequested())
                 restoreBelow(Selection(path, rules, request_.onlyPaths), tree.items,
                              reader.source());
         }
-        if (!stop_.isRequested() && missing_ < request_.paths.size()) {
+        if (!stop_.isRequested() && missing_ < paths_.size()) {
             for (const std::string& pattern : idle_->texts())
                 summary_.notes.push_back(idleSentence(pattern));
         }
@@ -81,6 +85,26 @@ private:
             prune();
         pruning_.reset();
         summary_.fetchedBytes = reader.source().receivedBytes();
+    }
+
+    /// What is named, each place once: in place, what is in a folder that is named too goes with
+    /// it, unless patterns count from either.
+    void findPaths(const ItemIndex& items)
+    {
+        const bool isWhole = request_.include.empty() && request_.exclude.empty() &&
+                             request_.onlyPaths.empty() && !request_.target;
+        const auto goesWith = [&](const std::string& path, const std::string& other) {
+            return path != other && isAtOrBelow(path, other) && items.find(path);
+        };
+        for (const std::string& path : request_.paths) {
+            const bool isNamedBefore = std::ranges::find(paths_, path) != paths_.end();
+            const bool isInAnother =
+                isWhole && std::ranges::any_of(request_.paths, [&](const std::string& other) {
+                    return goesWith(path, other);
+                });
+            if (!isNamedBefore && !isInAnother)
+                paths_.push_back(path);
+        }
     }
 
     static TreeRules rulesOf(const RestoreRequest& request)
@@ -167,6 +191,18 @@ private:
                               "here that it did not hold, please name the chain (--chain).");
     }
 
+    /// A record that is not the one that was stored might hold nothing of what it should.
+    static void refuseUnproven(const RunOrigin& origin)
+    {
+        if (origin.trust != RecordTrust::unproven)
+            return;
+        throw RecordFault(RecordFault::Kind::failed,
+                          fmt::format("That the record of run {} is the one that was stored cannot "
+                                      "be proven, so nothing can be deleted by it. Please restore "
+                                      "without --delete.",
+                                      origin.run));
+    }
+
     /// No recorded path goes through a link: behind one that is there now may be another tree.
     void refuseLinkTo(const std::filesystem::path& folder) const
     {
@@ -185,7 +221,7 @@ private:
 
     void refuseToDelete(const TreeRules& rules)
     {
-        for (const std::string& path : request_.paths) {
+        for (const std::string& path : paths_) {
             const Selection selection(path, rules, request_.onlyPaths);
             refuseLinkTo(folderFor(selection));
             if (const auto why = pruning_->refusal(selection, folderFor(selection)))
@@ -201,9 +237,8 @@ private:
             summary_.notes.emplace_back("Not everything could be put back, so nothing is deleted.");
             return;
         }
-        if (summary_.skipped > 0) {
-            summary_.notes.emplace_back("Not everything was to be put back over what is there, so "
-                                        "nothing is deleted.");
+        if (isContentLeft_) {
+            isDeletionLeftOut_ = true;
             return;
         }
         const auto tell = [this](const RestoredItem& item) { tellDeleted(item); };
@@ -246,7 +281,7 @@ private:
         }
     }
 
-    /// Where the run holds what a path leads to through links; empty when it is no such path, or
+    /// Where the run holds what a path leads to through links; empty when it is not such a path, or
     /// the run does not hold it.
     [[nodiscard]] static std::string placeOfContent(const std::string& path, const ItemIndex& items)
     {
@@ -282,6 +317,7 @@ private:
         ++summary_.found;
         ++progress_.foundItems;
         progress_.foundBytes += stored.content ? stored.content->storedSize : 0;
+        summary_.seenEarlier += sights_.of(stored).isEarlier ? 1 : 0;
         observer_.itemFound(stored);
     }
 
@@ -324,6 +360,7 @@ private:
             break;
         case RestoredState::skipped:
             ++summary_.skipped;
+            isContentLeft_ = isContentLeft_ || !item.isMetadataOnly;
             break;
         case RestoredState::failed:
             ++summary_.failed;
@@ -366,7 +403,7 @@ private:
             summary_.end = ReadEnd::failed;
             summary_.sentence = "Of " + std::to_string(sum.found) + " items only " +
                                 std::to_string(told) + " are accounted for.";
-        } else if (missing_ == request_.paths.size()) {
+        } else if (missing_ == paths_.size()) {
             summary_.end = ReadEnd::notFound;
             summary_.sentence = "Nothing that was named is in run " + std::to_string(sum.run) + ".";
         } else if (sum.found == 0) {
@@ -379,6 +416,10 @@ private:
         } else if (sum.failed > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence = counted(sum.failed, "item is", "items are") + " not put back.";
+        } else if (isDeletionLeftOut_) {
+            summary_.end = ReadEnd::someFailed;
+            summary_.sentence =
+                "Not everything was to be put back over what is there, so nothing is deleted.";
         } else if (isDeletionDeclined_) {
             summary_.end = ReadEnd::failed;
             summary_.sentence = "All is put back, but nothing was deleted.";
@@ -405,11 +446,15 @@ private:
     std::optional<Pruning> pruning_; ///< absent: nothing is deleted
     std::vector<Pruning::Tree> pruned_;
     bool isDeletionDeclined_ = false;
-    std::uint64_t missing_ = 0; ///< named paths that the run does not have
+    bool isDeletionLeftOut_ = false; ///< for that reason:
+    bool isContentLeft_ = false;     ///< something is not in place, since it was not to be
+    std::uint64_t missing_ = 0;      ///< named paths that the run does not have
 
     std::mutex mutex_; ///< of what follows
     RestoreSummary summary_;
     LossTally losses_;
+    std::vector<std::string> paths_; ///< that are put back
+    Sights sights_;
     RestoreProgress progress_;
     steady_clock::time_point lastLook_;
 };
@@ -433,6 +478,7 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
               ContentSummary& summary, const std::function<bool(std::string_view)>& take)
 {
     const RunReader::Tree tree = reader.readChosen();
+    reader.noteSights(tree.sights, {path});
     auto stored = tree.items.find(pathThroughLinks(tree.items, path).value_or(path));
     if (stored && !stored->sameFileAs.empty())
         stored = tree.items.find(stored->sameFileAs);

@@ -133,6 +133,7 @@ struct RestoreSummary {
     std::uint64_t skipped = 0;
     std::uint64_t failed = 0;
     std::uint64_t wouldRestore = 0;
+    std::uint64_t seenEarlier = 0; ///< of those found: the run has them as an earlier one saw them
     std::uint64_t deleted = 0;     ///< these are not among those found
     std::uint64_t wouldDelete = 0; ///< in a dry run
     std::uint64_t notDeleted = 0;  ///< that was not in the run, and could not be deleted

@@ -12,6 +12,7 @@
 #include "stowline/platform/files/Files.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/EveryKindOfItem.h"
 #include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
@@ -33,50 +34,12 @@ using namespace stowline;
 using namespace stowline::backup;
 namespace fs = std::filesystem;
 
+using stowline::test::setTime;
 using Words = std::vector<std::string>;
 
-void setTime(const fs::path& path, std::int64_t seconds, long nanoseconds)
-{
-    const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
-}
-
-/// Everything that a tree can have.
 void makeTree(const Stored& stored)
 {
-    const fs::path tree = stored.folder();
-    const auto write = [&stored](const std::string& name, const std::string& content) {
-        return stored.machine.write("tree/" + name, content);
-    };
-    write("plain", "hello");
-    write("empty", "");
-    write("odd \xff\x01\n\"name", "odd");
-    write("deep/er/large", noise(450000));
-    write("deep/set-id", "x");
-    write("deep/read-only", "r");
-    std::string holes(3U << 20, '\0');
-    holes.replace(1U << 20, 3, "abc");
-    write("holes", holes);
-    fs::create_hard_link(tree / "plain", tree / "deep/another name");
-    fs::create_hard_link(tree / "plain", tree / "third");
-    fs::create_symlink("../nowhere \xfe", tree / "deep/link");
-    fs::create_directory_symlink("/etc", tree / "link-to-folder");
-    fs::create_directory(tree / "empty folder");
-    ASSERT_EQ(mkfifo((tree / "pipe").c_str(), 0640), 0);
-    ASSERT_EQ(chmod((tree / "deep/set-id").c_str(), 04751), 0);
-    ASSERT_EQ(chmod((tree / "deep/read-only").c_str(), 0400), 0);
-    ASSERT_EQ(chmod((tree / "empty folder").c_str(), 01500), 0);
-    if (geteuid() == 0) {
-        ASSERT_EQ(lchown((tree / "deep/er/large").c_str(), 1234, 4321), 0);
-        ASSERT_EQ(lchown((tree / "deep/link").c_str(), 1234, 4321), 0);
-    }
-    (void)setxattr((tree / "plain").c_str(), "user.note", "n\0te", 4, 0);
-    (void)setxattr((tree / "deep").c_str(), "user.folder", "f", 1, 0);
-    setTime(tree / "plain", 1000000000, 123456789);
-    setTime(tree / "deep/link", 1000000001, 5);
-    setTime(tree / "deep/er", 999, 999999999);
-    setTime(tree / "deep", -77, 1);
-    setTime(tree, 1234567890, 42);
+    test::makeTree(stored.machine, "tree", noise(450000));
 }
 
 TEST(RestoreRun, GivesBackATreeToTheByteAndTheNanosecond)
@@ -178,6 +141,62 @@ TEST(RestoreRun, ObeysItsRulesAboutWhatIsThere)
     EXPECT_EQ(always.bytes, 12U);
 }
 
+/// What is newer stays, whatever kind of thing it is and the run holds.
+TEST(RestoreRun, LeavesWhatIsNewerAloneWhateverItIs)
+{
+    Stored stored;
+    stored.machine.write("tree/folder/deep", "stored");
+    fs::create_symlink("somewhere", stored.folder() / "link");
+    stored.machine.write("tree/one", "stored");
+    fs::create_hard_link(stored.folder() / "one", stored.folder() / "two");
+    for (const char* name : {"folder", "one"})
+        setTime(stored.folder() / name, 2000, 0);
+    stored.run();
+    const auto ifNewer = [&stored] {
+        return stored.restore([](auto& request) { request.overwrite = Overwrite::ifNewer; });
+    };
+    const auto put = [&stored](std::int64_t seconds) {
+        fs::remove_all(stored.target.path() / "tree");
+        for (const char* name : {"tree/folder", "tree/two"}) {
+            stored.target.write(name, "theirs");
+            setTime(stored.target.path() / name, seconds, 0);
+        }
+    };
+    put(3000);
+    const auto kept = ifNewer();
+    EXPECT_EQ(kept.end, ReadEnd::someFailed);
+    EXPECT_EQ(kept.failed, 2U) << stored.faultText(); // the folder, and what is in it
+    EXPECT_NE(stored.faultText().find("something else stands in its place, and is not older"),
+              std::string::npos)
+        << stored.faultText();
+    EXPECT_EQ(kept.skipped, 1U); // the other name
+    for (const char* name : {"tree/folder", "tree/two"})
+        EXPECT_EQ(platform::readFile(stored.target.path() / name), "theirs") << name;
+    EXPECT_EQ(platform::readFile(stored.target.path() / "tree/one"), "stored");
+    put(1000);
+    EXPECT_EQ(ifNewer().end, ReadEnd::done) << stored.faultText();
+    EXPECT_EQ(stored.differences(), "");
+}
+
+TEST(RestoreRun, CallsWhatIsTheSameUnchangedThoughNothingIsToBeReplaced)
+{
+    Stored stored;
+    stored.machine.write("tree/a", "stored");
+    fs::create_symlink("a", stored.folder() / "link");
+    stored.run();
+    ASSERT_EQ(stored.restore().end, ReadEnd::done);
+    for (const Overwrite rule : {Overwrite::never, Overwrite::ifNewer}) {
+        const auto again = stored.restore([rule](auto& request) { request.overwrite = rule; });
+        EXPECT_EQ(again.unchanged, 3U);
+        EXPECT_EQ(again.skipped, 0U);
+        const auto dry = stored.restore([rule](auto& request) {
+            request.overwrite = rule;
+            request.isDryRun = true;
+        });
+        EXPECT_EQ(dry.unchanged, 3U);
+    }
+}
+
 TEST(RestoreRun, TakesWhatPatternsAndPathsSay)
 {
     Stored stored;
@@ -264,6 +283,56 @@ int damage(const fs::path& data, const std::string& content, bool removes)
             std::ofstream(entry.path(), std::ios::in | std::ios::binary) << "X";
     }
     return count;
+}
+
+TEST(RestoreRun, TakesTheHighestNumberThatBeganByThenWhateverTheClockWas)
+{
+    Stored stored;
+    const std::vector<std::int64_t> moments{1000, 9000, 2000, 3000, 500}; // of runs 1 to 5
+    for (std::size_t i = 0; i < moments.size(); ++i) {
+        stored.machine.write("tree/run", std::to_string(i + 1));
+        stored.begun = {moments[i], 0};
+        stored.run();
+    }
+    for (const std::int64_t at : {500, 2999, 100000}) {
+        fs::remove_all(stored.target.path() / "tree");
+        const auto sum = stored.restore([at](auto& r) { r.choice.at = Timestamp{at, 0}; });
+        EXPECT_EQ(sum.end, ReadEnd::done) << sum.sentence;
+        EXPECT_EQ(platform::readFile(stored.target.path() / "tree/run"), "5") << at;
+        EXPECT_EQ(sum.origin.notes,
+                  Words{"Run 5 came after run 4, but says that it began before it: the clock of "
+                        "the machine was wrong in one of them. If another run than 5 is meant, "
+                        "please name it by its number."});
+    }
+    EXPECT_EQ(stored.restore([](auto& r) {
+                        r.choice.at = Timestamp{499, 0};
+                    })
+                  .end,
+              ReadEnd::notFound);
+}
+
+TEST(RestoreRun, AClockThatWasAheadOnceHidesNoLaterRun)
+{
+    Stored stored;
+    for (const std::int64_t moment : {1000, 9000, 2000, 3000}) {
+        stored.begun = {moment, 0};
+        stored.machine.write("tree/moment", std::to_string(moment));
+        stored.run();
+    }
+    const auto contentAt = [&stored](std::int64_t at) {
+        fs::remove_all(stored.target.path() / "tree");
+        EXPECT_EQ(stored.restore([at](auto& r) {
+                            r.choice.at = Timestamp{at, 0};
+                        })
+                      .end,
+                  ReadEnd::done);
+        return platform::readFile(stored.target.path() / "tree/moment");
+    };
+    EXPECT_EQ(contentAt(1000), "1000");
+    EXPECT_EQ(contentAt(1999), "1000");
+    EXPECT_EQ(contentAt(2000), "2000");
+    EXPECT_EQ(contentAt(3500), "3000");
+    EXPECT_EQ(contentAt(9500), "3000");
 }
 
 TEST(RestoreRun, TellsOfContentThatIsNotWhatWasStoredAndPutsBackTheRest)
@@ -432,6 +501,32 @@ TEST(RestoreRun, PutsNoNamedPathOverAnother)
     EXPECT_EQ(platform::readFile(tree / "two/same"), "22");
 }
 
+TEST(RestoreRun, CountsOnceWhatIsNamedTwiceOrInAnotherNamedFolder)
+{
+    Stored stored;
+    const fs::path tree = stored.folder();
+    stored.machine.write("tree/in/a", "1");
+    stored.machine.write("tree/b", "2");
+    stored.run();
+    const auto again = stored.restore([&](RestoreRequest& request) {
+        request.paths = {tree / "in", tree, tree / "in/a", tree};
+        request.target.reset();
+    });
+    EXPECT_EQ(again.end, ReadEnd::done) << again.sentence;
+    EXPECT_EQ(again.found, 4U);
+    EXPECT_EQ(again.unchanged, 4U);
+    const auto missing = stored.restore([&](RestoreRequest& request) {
+        request.paths = {tree, tree / "in/none"};
+        request.target.reset();
+    });
+    EXPECT_EQ(missing.end, ReadEnd::someFailed) << "what is not in the run is told all the same";
+    const auto aside = stored.restore([&](RestoreRequest& request) {
+        request.paths = {tree, tree / "in"}; // two places
+    });
+    EXPECT_EQ(aside.found, 6U);
+    EXPECT_EQ(platform::readFile(stored.target.path() / "in/a"), "1");
+}
+
 TEST(RestoreRun, SaysOnceAKindWhatItLeavesOut)
 {
     if (geteuid() != 0)
@@ -544,7 +639,7 @@ TEST(RestoreCommand, PutsBackPrintsListsAndVerifies)
     EXPECT_EQ(std::ranges::count(runs.output, '\n'), 3);
     const auto diff = run({"diff", "1", "2", "--machine", "iMac"});
     EXPECT_EQ(diff.status, 0) << diff.errors;
-    EXPECT_NE(diff.output.find("changed   " + tree + "/deep/another name"), std::string::npos)
+    EXPECT_NE(diff.output.find("changed     " + tree + "/deep/another name"), std::string::npos)
         << diff.output;
     EXPECT_EQ(run({"verify", "--read", "--machine", "iMac"}).status, 0);
     ASSERT_GE(damage(stored.server.data(), "odd", false), 1);
@@ -565,9 +660,11 @@ TEST(RestoreCommand, GoesOnHoweverOftenItIsKilled)
     stored.run();
     const auto restore = command(stored, home,
                                  {"restore", stored.folder().string(), "--to",
-                                  stored.target.path().string(), "--machine", "iMac"});
+                                  stored.target.path().string(), "--machine", "iMac", "--bwlimit",
+                                  "2m"}); // from nothing it takes longer than any of the moments
     const int kills = std::getenv("STOWLINE_LONG_TESTS") ? 200 : 10;
-    std::minstd_rand random(std::random_device{}());
+    std::minstd_rand random(1);
+    int hits = 0;
     std::uniform_int_distribution<int> milliseconds(50, 1000);
     for (int kill = 0; kill < kills; ++kill) {
         if (kill % 10 == 9) // not only when there is hardly anything left to be done
@@ -575,7 +672,7 @@ TEST(RestoreCommand, GoesOnHoweverOftenItIsKilled)
         test::BackgroundProgram program(restore);
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds(random))); // any moment
         program.signal(SIGKILL);
-        (void)program.wait();
+        hits += program.wait().status == 1000 + SIGKILL ? 1 : 0;
         if (!fs::exists(stored.target.path() / "tree"))
             continue;
         for (const auto& entry : fs::directory_iterator(stored.target.path() / "tree")) {
@@ -585,6 +682,7 @@ TEST(RestoreCommand, GoesOnHoweverOftenItIsKilled)
             }
         }
     }
+    EXPECT_GT(hits, 0);
     const auto last = test::runProgram(restore);
     EXPECT_EQ(last.status, 0) << last.errors;
     EXPECT_EQ(stored.differences(), "");

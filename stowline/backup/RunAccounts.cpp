@@ -109,6 +109,12 @@ void RunAccounts::carriedForward()
     ++summary_.carriedForward;
 }
 
+void RunAccounts::lost(std::uint64_t files)
+{
+    const std::lock_guard lock(mutex_);
+    summary_.stillLost += files;
+}
+
 void RunAccounts::note(const std::string& sentence)
 {
     const std::lock_guard lock(mutex_);

@@ -25,6 +25,8 @@ public:
     void foundAndDone(const ItemReport& report);
 
     void carriedForward();
+    /// Files that were not looked at and whose content the service has lost.
+    void lost(std::uint64_t files);
     void note(const std::string& sentence);
 
     /// What went wrong with the run as a whole: it cannot end as one in which nothing failed.

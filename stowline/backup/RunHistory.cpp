@@ -5,6 +5,7 @@
 #include "stowline/backup/restore/Absence.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
+#include "stowline/backup/restore/Sights.h"
 #include "stowline/platform/text/GlobPattern.h"
 #include "stowline/platform/text/UnicodeText.h"
 
@@ -68,34 +69,67 @@ std::optional<RunDifference::Kind> differenceOf(const StoredItem& before, const 
     return isSame ? std::nullopt : std::optional(RunDifference::Kind::metadata);
 }
 
-/// Of an item that the later run does not hold.
-RunDifference::Kind absenceOf(const ItemRecord& item, const ItemIndex& later, Absences& absences)
+/// One of two runs that are compared.
+struct Side {
+    ItemIndex items = ItemIndex::temporary();
+    Sights sights;
+    std::uint64_t run = 0;
+};
+
+/// Whether a run, or one before it, was told to look at a place, and could.
+bool hasLookedAt(const std::string& path, const Side& side)
 {
-    const auto folder = absences.at(std::string(parentOf(item.path)));
-    const auto place =
-        absences.in(folder, item.path,
-                    {.isFolder = item.kind == ItemKind::folder, .note = later.noteAt(item.path)});
-    return place.absence == Absence::leftOut ? RunDifference::Kind::excluded
-                                             : RunDifference::Kind::went;
+    for (std::string_view at = path; !at.empty(); at = parentOf(at)) {
+        const auto note = side.items.noteAt(at);
+        if (note)
+            return note->kind == PlaceNote::Kind::walked;
+        const auto stored = side.items.find(at);
+        if (stored && stored->isStale)
+            return false;
+    }
+    return side.sights.of(path).run != 0;
 }
 
-void compare(const ItemIndex& earlier, const ItemIndex& later,
+/// What it means that a run does not hold an item.
+Absence absenceOf(const ItemRecord& item, const Side& side, Absences& absences)
+{
+    const auto folder = absences.at(std::string(parentOf(item.path)));
+    const auto place = absences.in(
+        folder, item.path,
+        {.isFolder = item.kind == ItemKind::folder, .note = side.items.noteAt(item.path)});
+    if (place.absence == Absence::notLookedAt && hasLookedAt(item.path, side))
+        return Absence::wasNotThere;
+    return place.absence;
+}
+
+void compare(const Side& earlier, const Side& later,
              const std::function<void(const RunDifference&)>& take, const StopRequest& stop)
 {
-    Absences absences(later);
-    earlier.forEach("/", [&](const StoredItem& before) {
+    using Kind = RunDifference::Kind;
+    const auto kindOf = [](Absence absence, Kind wasNotThere, Kind leftOut, Kind notLookedAt) {
+        return absence == Absence::wasNotThere ? wasNotThere
+               : absence == Absence::leftOut   ? leftOut
+                                               : notLookedAt;
+    };
+    Absences absences(later.items);
+    earlier.items.forEach("/", [&](const StoredItem& before) {
         requireNotStopped(stop);
-        const auto after = later.find(before.item.path);
+        const auto after = later.items.find(before.item.path);
         if (!after)
-            take({absenceOf(before.item, later, absences), before});
+            take({kindOf(absenceOf(before.item, later, absences), Kind::went, Kind::excluded,
+                         Kind::unseen),
+                  before, earlier.sights.of(before)});
         else if (const auto kind = differenceOf(before, *after))
-            take({*kind, *after});
+            take({*kind, *after, later.sights.of(*after)});
         return true;
     });
-    later.forEach("/", [&](const StoredItem& after) {
+    Absences before(earlier.items);
+    later.items.forEach("/", [&](const StoredItem& after) {
         requireNotStopped(stop);
-        if (!earlier.find(after.item.path))
-            take({RunDifference::Kind::came, after});
+        if (!earlier.items.find(after.item.path))
+            take({kindOf(absenceOf(after.item, earlier, before), Kind::came, Kind::included,
+                         Kind::firstSeen),
+                  after, later.sights.of(after)});
         return true;
     });
 }
@@ -133,7 +167,9 @@ RunEntry entryOf(const ListedRun& run, const RecordHead& head)
             .newBytes = head.newBytes,
             .bytes = head.bytes,
             .host = head.description.host,
-            .user = head.description.identity.user};
+            .user = head.description.identity.user,
+            .paths = head.description.namedPaths,
+            .proof = std::nullopt};
 }
 
 RecordFault nothingOf(const std::string& path, const RunReader::Tree& tree)
@@ -198,6 +234,12 @@ const char* nameOf(RunDifference::Kind kind)
         return "came";
     case RunDifference::Kind::went:
         return "went";
+    case RunDifference::Kind::included:
+        return "included";
+    case RunDifference::Kind::firstSeen:
+        return "first-seen";
+    case RunDifference::Kind::unseen:
+        return "unseen";
     case RunDifference::Kind::excluded:
         return "excluded";
     case RunDifference::Kind::changed:
@@ -228,17 +270,17 @@ HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunE
     return end;
 }
 
-HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
-                            const std::function<bool(const StoredItem&)>& take,
+HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path, const TakeItem& take,
                             const StopRequest& stop) noexcept
 {
     return reading(choice, stop, [&](RunReader& reader) {
         const RunReader::Tree tree = reader.readChosen();
+        reader.noteSights(tree.sights, {path});
         bool isAnything = false;
         tree.items.forEach(path, [&](const StoredItem& item) {
             requireNotStopped(stop);
             isAnything = true;
-            return take(item);
+            return take(item, tree.sights.of(item));
         });
         if (!isAnything)
             throw nothingOf(path, tree);
@@ -246,39 +288,41 @@ HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
 }
 
 HistoryEnd forEachFileNamed(const RunChoice& choice, const std::string& path,
-                            const std::string& text,
-                            const std::function<bool(const StoredItem&)>& take,
+                            const std::string& text, const TakeItem& take,
                             const StopRequest& stop) noexcept
 {
     std::optional<std::string> pattern;
     return forEachItemOfRun(
         choice, path,
-        [&](const StoredItem& stored) {
+        [&](const StoredItem& stored, const ItemSight& sight) {
             if (!pattern)
                 pattern = patternOf(text);
             const std::string name = platform::lowercased(nameOf(stored.item.path));
             const bool isFound =
                 stored.item.kind == ItemKind::file && platform::matchesGlob(*pattern, name, false);
-            return !isFound || take(stored);
+            return !isFound || take(stored, sight);
         },
         stop);
 }
 
 HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
-                               const std::function<bool(const StoredItem&)>& take,
-                               const StopRequest& stop) noexcept
+                               const TakeItem& take, const StopRequest& stop) noexcept
 {
     constexpr std::size_t inAPage = 1000;
     return reading(choice, stop, [&](RunReader& reader) {
         const RunReader::Tree tree = reader.readChosen();
+        const auto takeSeen = [&](const StoredItem& item) {
+            return take(item, tree.sights.of(item));
+        };
         const std::string real = pathThroughLinks(tree.items, path).value_or(path);
+        reader.noteSights(tree.sights, {real});
         const auto named = tree.items.find(real);
         if (named && named->item.kind != ItemKind::folder) {
-            take(*named);
+            takeSeen(*named);
             return;
         }
         if (!named) {
-            if (!takeImplied(tree.items, real, take))
+            if (!takeImplied(tree.items, real, takeSeen))
                 throw nothingOf(path, tree);
             return;
         }
@@ -289,7 +333,7 @@ HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
             for (const StoredItem& item : page) {
                 requireNotStopped(stop);
                 after = std::string(nameOf(item.item.path));
-                if (!take(item))
+                if (!takeSeen(item))
                     return;
             }
         }
@@ -302,18 +346,31 @@ HistoryEnd forEachDifference(const RunChoice& choice, std::uint64_t from, std::u
 {
     RunLack earlierLack;
     RunLack lack;
+    RecordTrust earlierTrust = RecordTrust::unproven;
+    RecordTrust trust = RecordTrust::unproven;
     HistoryEnd result = reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
         reader.requireNothingOlder(chain, true);
-        ItemIndex earlier = ItemIndex::temporary();
-        ItemIndex later = ItemIndex::temporary();
-        earlierLack = reader.lackOf(chain.load(from, earlier), earlier);
-        lack = reader.lackOf(chain.load(to, later), later);
+        Side earlier;
+        Side later;
+        const auto read = [&](std::uint64_t run, Side& side) {
+            const RecordHead head = chain.load(run, side.items);
+            side.run = run;
+            side.sights = RunReader::sightsIn(chain, head, side.items);
+            reader.noteSights(side.sights, {"/"});
+            return reader.lackOf(head, side.items);
+        };
+        earlierLack = read(from, earlier);
+        lack = read(to, later);
+        earlierTrust = reader.trustIn(chain, from);
+        trust = reader.trustIn(chain, to);
         compare(earlier, later, take, stop);
     });
     result.run = to;
     result.origin.lack = lack;
     result.earlierLack = earlierLack;
+    result.origin.trust = trust;
+    result.earlierTrust = earlierTrust;
     return result;
 }
 

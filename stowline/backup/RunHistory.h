@@ -1,6 +1,7 @@
 // The runs of a machine: which there are, what each found, and what changed from one to another.
 #pragma once
 
+#include "stowline/backup/ItemSight.h"
 #include "stowline/backup/RunChoice.h"
 #include "stowline/backup/index/StoredItem.h"
 #include "stowline/platform/threads/StopRequest.h"
@@ -9,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #pragma GCC visibility push(default)
 namespace stowline::backup {
@@ -45,7 +47,8 @@ struct RunEntry {
     std::uint64_t bytes = 0;    ///< of all content of the tree
     std::string host;
     std::string user;
-    std::optional<RunProof> proof; ///< absent: no self-test on this machine has read the run
+    std::vector<std::string> paths; ///< what was named (of very many those that go into 1 MiB)
+    std::optional<RunProof> proof;  ///< absent: no self-test on this machine has read the run
 };
 
 /// How an operation ended. Nothing is thrown by any; what the functions throw ends them as failed.
@@ -55,6 +58,7 @@ struct HistoryEnd {
     std::uint64_t run = 0; ///< that was read; 0: none
     RunOrigin origin;
     RunLack earlierLack; ///< of the earlier one of two runs that were compared
+    RecordTrust earlierTrust = RecordTrust::unproven;
 };
 
 /// Hands over the runs of the choice's machine, the oldest first. Costs two calls a run.
@@ -62,26 +66,28 @@ struct HistoryEnd {
                                   const std::function<void(const RunEntry&)>& take,
                                   const StopRequest& stop) noexcept;
 
+/// Given an item, and from when it is; returns whether to go on.
+using TakeItem = std::function<bool(const StoredItem& item, const ItemSight& sight)>;
+
 /// Hands over the items of a run at and below a path in walking order (a folder, then what is in
-/// it, names by their bytes). The function returns whether to go on.
+/// it, names by their bytes), each with the run that saw it last. The function returns whether to
+/// go on.
 /// @param path "/" for everything
 [[nodiscard]] HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path,
-                                          const std::function<bool(const StoredItem&)>& take,
-                                          const StopRequest& stop) noexcept;
+                                          const TakeItem& take, const StopRequest& stop) noexcept;
 
 /// Hands over the items in a folder of a run by the bytes of their names, not those below its
-/// folders; of a path that is no folder the item itself. Links on the way and at the end are
+/// folders; of a path that is not a folder the item itself. Links on the way and at the end are
 /// followed as the run recorded them. The function returns whether to go on.
 [[nodiscard]] HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,
-                                             const std::function<bool(const StoredItem&)>& take,
+                                             const TakeItem& take,
                                              const StopRequest& stop) noexcept;
 
 /// Hands over the files at and below a path of a run whose name a person looks for: a text with "*"
 /// or "?" is a pattern of the shell for the whole name, any other a part of it; the case of letters
 /// does not count. The function returns whether to go on.
 [[nodiscard]] HistoryEnd forEachFileNamed(const RunChoice& choice, const std::string& path,
-                                          const std::string& text,
-                                          const std::function<bool(const StoredItem&)>& take,
+                                          const std::string& text, const TakeItem& take,
                                           const StopRequest& stop) noexcept;
 
 /// One difference between two runs.
@@ -89,11 +95,15 @@ struct RunDifference {
     enum class Kind {
         came,
         went,
-        excluded, ///< the later run's rules leave it out; whether it is still there nobody knows
-        changed,  ///< its content, its kind, or where a link leads
-        metadata, ///< owner, mode, time or extended attributes alone
+        included,  ///< the earlier run's rules left it out; whether it was there nobody knows
+        firstSeen, ///< the earlier run was not told to look there, or could not; the same
+        unseen,    ///< the later one does not hold it, for nobody looked there in between
+        excluded,  ///< the later run's rules leave it out; whether it is still there nobody knows
+        changed,   ///< its content, its kind, or where a link leads
+        metadata,  ///< owner, mode, time or extended attributes alone
     } kind = Kind::came;
-    StoredItem item; ///< as in the later run; of one that went or is excluded, as in the earlier
+    StoredItem item; ///< as in the later run; of what that does not hold, as in the earlier one
+    ItemSight sight; ///< from when that is
 };
 [[nodiscard]] const char* nameOf(RunDifference::Kind kind);
 

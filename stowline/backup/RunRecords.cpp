@@ -2,6 +2,7 @@
 
 #include "stowline/backup/RunFault.h"
 #include "stowline/backup/transfer/FileUploader.h"
+#include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
 #include <fmt/format.h>
@@ -29,11 +30,21 @@ std::string absolute(const std::string& path)
     return text;
 }
 
+/// The numbers of another chain's runs mean nothing in this one.
+void forgetNumbers(ItemIndex& index, std::uint64_t newest)
+{
+    index.forgetVanished(newest);
+    index.forEach("/", [&index](const StoredItem& item) {
+        index.put(item, 0);
+        return true;
+    });
+}
+
 } // namespace
 
 RunRecords::RunRecords(const BackupRequest& request, const RunState& state, Tries& tries,
                        BandwidthLimit& bandwidth, UploadContext& uploads, RunAccounts& accounts)
-    : request_(request), state_(state), accounts_(accounts),
+    : request_(request), state_(state), accounts_(accounts), paths_(request.paths),
       source_(request.account, tries, bandwidth, request.partBytes),
       place_(request.account, tries, source_, &uploads)
 {
@@ -46,6 +57,9 @@ bool RunRecords::bringUpToDate(ItemIndex& index)
     if (chain_->newestRun() == 0 && !request_.adoptsChain)
         refuseOthers();
     chain_->refuseOlderThan(index.position());
+    chain_->expect(index.knownRecords());
+    if (knowsLaterRun(index))
+        distrustService();
     if (chain_->newestFinished() == 0)
         return request_.adoptsChain && loadAdopted(index);
     if (index.position().run == chain_->newestFinished() && isFoundation(index))
@@ -53,11 +67,34 @@ bool RunRecords::bringUpToDate(ItemIndex& index)
     const bool wasBehind = index.position().run != 0 || index.itemCount() != 0;
     if (wasBehind || !request_.isDryRun)
         accounts_.note(fmt::format("The index of this machine is not at the newest record, {}: it "
-                                   "is made anew from it.",
+                                   "is rebuilt from it.",
                                    chain_->newestFinished()));
     // A run that was cut off may have stored what no finished record tells of.
     const bool isWhole = chain_->newestRun() == chain_->newestFinished();
     return load(*chain_, index) && isWhole;
+}
+
+/// Whether the index was changed by a run of which the service shows not even the beginning, though
+/// each run notes that before it changes anything.
+bool RunRecords::knowsLaterRun(const ItemIndex& index) const
+{
+    bool isLater = false;
+    index.forEachChangeSince(chain_->newestRun(), [&isLater](const ItemIndex::Change&) {
+        isLater = true;
+        return false;
+    });
+    return isLater;
+}
+
+/// What was stored by such a run may be lost with its beginning. The note outlives a run that is
+/// cut off before all was asked after.
+void RunRecords::distrustService()
+{
+    distrustsService_ = true;
+    accounts_.note("The service shows nothing of a run that this machine has begun: it seems to be "
+                   "back at an earlier state. It is asked about all that was stored.");
+    if (!request_.isDryRun)
+        noteDeletedVersions(request_.stateFolder);
 }
 
 /// Whether this run can build on the index: the newest record is the one that the index is at.
@@ -107,6 +144,8 @@ bool RunRecords::loadAdopted(ItemIndex& index)
         if (other.newestFinished() == 0 || !load(other, index))
             continue;
         index.setPosition({}); // of a chain of its own
+        index.forgetKnownRecords();
+        forgetNumbers(index, other.newestRun());
         accounts_.note("The backups of " + name + " are adopted.");
         return false; // asks the service after whatever is not in it
     }
@@ -128,6 +167,11 @@ bool RunRecords::load(RecordChain& chain, ItemIndex& index)
                        " What is on this machine is compared with the service's own listings.");
         return false;
     }
+}
+
+std::string streamPathOf(const std::string& name)
+{
+    return std::filesystem::path("/stdin").append(name).lexically_normal().string();
 }
 
 std::vector<std::string> recordedRules(const BackupRules& rules)
@@ -156,13 +200,15 @@ RunDescription RunRecords::description() const
     about.host = General::localHostName();
     about.identity = request_.identity;
     std::size_t bytes = 0;
-    for (const std::string& path : request_.paths) {
+    for (const std::string& path : paths_) {
         std::string named = absolute(path);
         bytes += named.size() + kBytesAroundText;
         if (bytes > kMostNamedBytes)
             break;
         about.namedPaths.push_back(std::move(named));
     }
+    if (request_.streamDescriptor >= 0)
+        about.namedPaths.push_back(streamPathOf(request_.streamName));
     about.rules = recordedRules(request_.rules);
     about.clientVersion = General::productVersion().value_or("unknown");
     about.begun = timestampNow();
@@ -178,30 +224,35 @@ std::uint64_t RunRecords::begin(const ItemIndex& index)
 }
 
 /// Two runs that began at one moment, from state folders that know nothing of each other, have one
-/// number.
+/// number. Where the service gives nothing back, nobody can tell.
 void RunRecords::refuseTwin()
 {
-    if (!chain_->isNumberOurs())
+    if (WebServiceBroker::isRestoringConfigured() && !chain_->isNumberOurs())
         throw RecordFault(RecordFault::Kind::failed,
                           "Another run of this machine, user and profile began at the same moment "
                           "and is the one that is recorded; of this one there is no record. Please "
                           "run the backup again, and let only one run at a time.");
 }
 
+/// What the run could not store, or found to be stored no more.
+std::uint64_t RunRecords::failures() const
+{
+    const BackupSummary summary = accounts_.summary();
+    return summary.failed + summary.stillLost;
+}
+
 void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
     (void)chain_->storeUnfinished(
-        index,
-        {.newBytes = newBytes, .failed = accounts_.summary().failed, .ended = timestampNow()});
+        index, {.newBytes = newBytes, .failed = failures(), .ended = timestampNow()});
 }
 
 StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
     StoredRecord stored = chain_->storeFinished(
-        index,
-        {.newBytes = newBytes, .failed = accounts_.summary().failed, .ended = timestampNow()});
+        index, {.newBytes = newBytes, .failed = failures(), .ended = timestampNow()});
     index.setPosition(stored.position);
     if (stored.isFull) // nobody asks for what changed before it any more
         index.forgetVanished(stored.position.run);

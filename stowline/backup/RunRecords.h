@@ -10,11 +10,17 @@
 #include "stowline/backup/transfer/ContentSource.h"
 
 #include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace stowline::backup {
 
 /// Rules as records have them: "exclude *.o".
 [[nodiscard]] std::vector<std::string> recordedRules(const BackupRules& rules);
+
+/// Where what comes from a stream is recorded (BackupRequest::streamName).
+[[nodiscard]] std::string streamPathOf(const std::string& name);
 
 /// One run's dealings with its chain. One thread at a time. Throws RecordFault, RunFault and
 /// IndexFault.
@@ -23,11 +29,18 @@ public:
     RunRecords(const BackupRequest& request, const RunState& state, Tries& tries,
                BandwidthLimit& bandwidth, UploadContext& uploads, RunAccounts& accounts);
 
+    /// What the run was told to back up, where that is not in the request.
+    void setPaths(std::vector<std::string> paths) { paths_ = std::move(paths); }
+
     /// Asks the service for the chain, and makes the index anew from its newest finished record
     /// when it is not at it. Stops the run at another machine's chain and at a chain that has
     /// become older.
     /// @return whether the index knows everything that the service holds of this chain
     [[nodiscard]] bool bringUpToDate(ItemIndex& index);
+
+    /// Whether the service, as bringUpToDate() found it, may hold less than the index tells: it is
+    /// to be asked after all of that.
+    [[nodiscard]] bool distrustsService() const { return distrustsService_; }
 
     /// Stores the note that a run begins, but in a dry run. @return the run's number
     [[nodiscard]] std::uint64_t begin(const ItemIndex& index);
@@ -38,19 +51,24 @@ public:
     StoredRecord storeFinished(ItemIndex& index, std::uint64_t newBytes);
 
 private:
+    [[nodiscard]] bool knowsLaterRun(const ItemIndex& index) const;
+    void distrustService();
     [[nodiscard]] bool isFoundation(ItemIndex& index);
     void refuseOthers() const;
     void refuseTwin();
     [[nodiscard]] bool loadAdopted(ItemIndex& index);
     [[nodiscard]] bool load(RecordChain& chain, ItemIndex& index);
     [[nodiscard]] RunDescription description() const;
+    [[nodiscard]] std::uint64_t failures() const;
 
     const BackupRequest& request_;
     const RunState& state_;
     RunAccounts& accounts_;
+    std::vector<std::string> paths_;
     ContentSource source_;
     ServicePlace place_;
     std::optional<RecordChain> chain_;
+    bool distrustsService_ = false;
 };
 
 } // namespace stowline::backup

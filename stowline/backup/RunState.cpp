@@ -3,8 +3,10 @@
 #include "stowline/backup/RunFault.h"
 #include "stowline/backup/proof/TestFolder.h"
 #include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/SourceFile.h"
+#include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/values/Value.h"
 #include "stowline/service/WebServicesSettings.h"
 
@@ -84,6 +86,11 @@ fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
     return folder / "index" / fileName(owner);
 }
 
+fs::path begunFile(const fs::path& folder, const UploadOwner& owner)
+{
+    return folder / "begun" / fileName(owner);
+}
+
 } // namespace
 
 IndexOwner indexOwner(const UploadOwner& owner)
@@ -129,22 +136,54 @@ bool isProfileFolder(std::span<const std::string> names)
            std::ranges::find(names, kSpoolFolder) != names.end();
 }
 
+void requireRead(const fs::path& folder, int error)
+{
+    if (error != 0)
+        throw RunFault(BackupEnd::stateFolder,
+                       "The unfinished uploads cannot be determined: " + folder.string() +
+                           " cannot be read: " + platform::systemErrorText(error) + ".");
+}
+
 RunState::RunState(fs::path folder, platform::LockFile lock)
     : folder_(std::move(folder)), lock_(std::move(lock)),
       journal_(std::make_unique<UploadJournal>(journalFolder(folder_)))
 {
 }
 
-RunState RunState::take(const fs::path& stateFolder, const std::string& profile)
+std::optional<std::string> refusedStateFolder(const fs::path& stateFolder)
+{
+    const auto status = platform::fileStatus(stateFolder);
+    if (!status)
+        return std::nullopt;
+    const std::string otherOne = ", or name another place with XDG_STATE_HOME.";
+    if (!status->isFolder)
+        return "The state folder " + stateFolder.string() +
+               " is a link, or no folder. Please put a folder of this user's there" + otherOne;
+    if (platform::mayOthersWrite(stateFolder))
+        return "The state folder " + stateFolder.string() +
+               " belongs to another user, or other users may write into it or put another one in "
+               "its place. Please make it, and the folder that it is in, this user's alone" +
+               otherOne;
+    return std::nullopt;
+}
+
+RunState RunState::take(const fs::path& stateFolder, const std::string& profile,
+                        Leftovers leftovers)
 {
     const fs::path folder = profileFolder(stateFolder, profile);
+    if (!platform::fileStatus(stateFolder))
+        makeFolder(stateFolder);
+    if (const auto refused = refusedStateFolder(stateFolder))
+        throw RunFault(BackupEnd::stateFolder, *refused);
     makeFolder(folder);
     requireWritable(folder);
     RunState state(folder, lockFor(folder, profile));
-    std::error_code unimportant; // what stays is taken out by a later run
-    fs::remove_all(state.spoolFolder(), unimportant);
+    if (leftovers == Leftovers::takenOut) {
+        std::error_code unimportant; // what stays is taken out by a later run
+        fs::remove_all(state.spoolFolder(), unimportant);
+        TestFolder::sweep(folder);
+    }
     makeFolder(state.spoolFolder());
-    TestFolder::sweep(folder);
     return state;
 }
 
@@ -154,7 +193,7 @@ void noteDeletedVersions(const fs::path& stateFolder, std::span<const std::strin
         std::error_code fault;
         if (!fs::exists(stateFolder, fault))
             return;
-        int unimportant = 0; // of profiles that cannot be found some are asked after all the same
+        int unimportant = 0; // of profiles that cannot be found some are asked about all the same
         for (const fs::path& folder : profileFolders(stateFolder, unimportant)) {
             const fs::path note = folder / kDeletionNote;
             std::string lines = platform::readRegularFile(note).value_or("");
@@ -163,8 +202,36 @@ void noteDeletedVersions(const fs::path& stateFolder, std::span<const std::strin
             if (platform::makePrivateFolder(folder))
                 (void)platform::writeFileAtomically(note, lines);
         }
-    } catch (const std::bad_alloc&) { // some of the versions are asked after all the same
+    } catch (const std::bad_alloc&) { // some of the versions are asked about all the same
     }
+}
+
+std::vector<std::string> RunState::begunFolders(const UploadOwner& owner) const
+{
+    std::vector<std::string> folders;
+    std::istringstream text(
+        platform::readRegularFile(begunFile(folder_, owner)).value_or(std::string()));
+    for (std::string folder; std::getline(text, folder, '\0');)
+        folders.push_back(folder);
+    return folders;
+}
+
+void RunState::noteBegunFolders(const UploadOwner& owner,
+                                const std::vector<std::string>& folders) const
+{
+    const fs::path file = begunFile(folder_, owner);
+    std::error_code fault;
+    if (folders.empty()) {
+        fs::remove(file, fault); // one that stays tells of a run that was whole: no harm
+        return;
+    }
+    std::string text;
+    for (const std::string& folder : folders)
+        text += folder + '\0';
+    makeFolder(file.parent_path());
+    if (!platform::writeFileAtomically(file, text))
+        throw RunFault(BackupEnd::stateFolder,
+                       "The file " + file.string() + " cannot be written. Is the disk full?");
 }
 
 bool RunState::hasDeletionNote() const
@@ -200,6 +267,12 @@ IndexPosition RunState::seen(const fs::path& folder, const UploadOwner& owner)
 {
     return ItemIndex::positionOf(indexFile(profileFolder(folder, owner.identity.profile), owner),
                                  indexOwner(owner));
+}
+
+std::vector<IndexPosition> RunState::knownRecords(const fs::path& folder, const UploadOwner& owner)
+{
+    return ItemIndex::knownRecordsOf(
+        indexFile(profileFolder(folder, owner.identity.profile), owner), indexOwner(owner));
 }
 
 ItemIndex RunState::openIndex(const UploadOwner& owner, bool isTemporary, bool isAnew) const

@@ -10,6 +10,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace stowline::backup {
 
@@ -33,20 +34,40 @@ profileFolders(const std::filesystem::path& stateFolder, int& error);
 /// Whether names in a folder are those that a profile's folder has since its first run.
 [[nodiscard]] bool isProfileFolder(std::span<const std::string> names);
 
+/// Why a state folder is not used, with what can be done about it: it is a link, belongs to another
+/// user, or others may write into it or put something else in its place. Absent when it may be
+/// used, or is not there yet.
+[[nodiscard]] std::optional<std::string>
+refusedStateFolder(const std::filesystem::path& stateFolder);
+
+/// Whether what a killed run has left is taken out.
+enum class Leftovers { takenOut, kept };
+
+/// Throws RunFault unless the folder of what is unfinished could be read: `error` is the system's
+/// number, 0 when it could.
+void requireRead(const std::filesystem::path& folder, int error);
+
 /// Holds the folder of a profile as long as it exists. Operations throw RunFault and IndexFault.
 class RunState {
 public:
     /// Makes the folder when it is missing, and keeps other runs of the profile away. Takes out the
-    /// copies that a killed run may have left.
+    /// copies and the folders of self-tests that a killed run may have left, unless they are kept
+    /// for a run that changes nothing.
     [[nodiscard]] static RunState take(const std::filesystem::path& stateFolder,
-                                       const std::string& profile);
+                                       const std::string& profile,
+                                       Leftovers leftovers = Leftovers::takenOut);
 
-    /// Whether versions were deleted since the last run that asked after all of them.
+    /// Whether versions were deleted since the last run that asked about all of them.
     [[nodiscard]] bool hasDeletionNote() const;
     /// Versions that were found to hold other bytes than were stored.
     [[nodiscard]] std::set<std::string> damagedVersions() const;
-    /// All were asked after.
+    /// All were asked about.
     void dropDeletionNote() const;
+
+    /// Folders that an owner's runs began to back up and did not come to the end of.
+    [[nodiscard]] std::vector<std::string> begunFolders(const UploadOwner& owner) const;
+    /// Notes durably which they are from now on; none: every run came to its end.
+    void noteBegunFolders(const UploadOwner& owner, const std::vector<std::string>& folders) const;
 
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.
@@ -55,10 +76,12 @@ public:
     /// Whose uploads these are: the account, at the service that the settings name.
     [[nodiscard]] static UploadOwner owner(const Account& account, const ChainIdentity& identity);
 
-    /// The newest run that the index of an owner knows, and its record's digest; nothing is
-    /// changed.
+    /// The newest run that the index of an owner knows, and its record's digest, and all records
+    /// that it knows; nothing is changed.
     [[nodiscard]] static IndexPosition seen(const std::filesystem::path& folder,
                                             const UploadOwner& owner);
+    [[nodiscard]] static std::vector<IndexPosition>
+    knownRecords(const std::filesystem::path& folder, const UploadOwner& owner);
 
     /// @param isTemporary an index that does not outlive the run, when there is none to be read
     /// @param isAnew nothing of the one that there is counts

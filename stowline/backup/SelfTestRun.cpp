@@ -105,6 +105,8 @@ private:
             throw RecordFault(RecordFault::Kind::failed,
                               "A self-test needs the state folder of the backups.");
         const fs::path& state = *request_.choice.stateFolder;
+        if (const auto refused = refusedStateFolder(state))
+            throw RecordFault(RecordFault::Kind::failed, *refused);
         std::string fault;
         auto folder = TestFolder::take(profileFolder(state, request_.choice.identity->profile),
                                        request_.folders, fault);
@@ -417,7 +419,9 @@ private:
                           .lostFiles = totals.lostFiles,
                           .tooLargeFiles = totals.tooLargeFiles,
                           .noRoomFiles = summary_.proof.noRoomFiles,
-                          .damagedRuns = totals.damagedRuns};
+                          .damagedRuns = totals.damagedRuns,
+                          .newestLostFiles = totals.newestLostFiles,
+                          .isNewestDamaged = totals.isNewestDamaged};
     }
 
     void judge(const std::optional<ReadFailure>& failure)
@@ -446,28 +450,29 @@ private:
             end(ReadEnd::someFailed,
                 fmt::format("The self-test could not test {}.", files(sum.untested)));
         else if (sum.chosen == 0 && sum.proof.files > 0)
-            end(ReadEnd::someFailed, "The self-test tested nothing: what is stored is larger than "
-                                     "it may fetch.");
+            end(ReadEnd::someFailed, "The self-test tested nothing: each file that is stored is "
+                                     "larger than it may fetch.");
         else
             end(ReadEnd::done, "");
-        if (summary_.end != ReadEnd::badContent && sum.isLossKnown())
+        if (summary_.end != ReadEnd::badContent && sum.proof.lostFiles + sum.proof.damagedRuns > 0)
             tellKnownLoss();
     }
 
     /// What an earlier self-test found to be lost is lost still, whatever this one found.
     void tellKnownLoss()
     {
-        if (summary_.end == ReadEnd::done)
+        if (summary_.end == ReadEnd::done && summary_.isLossKnown())
             summary_.end = ReadEnd::someFailed;
         const ProofState& proof = summary_.proof;
         std::string what = platform::countText(proof.lostFiles, "file", "files");
         if (proof.damagedRuns > 0)
             what = (proof.lostFiles > 0 ? what + " and " : "") +
                    platform::countText(proof.damagedRuns, "run's record", "runs' records");
-        summary_.sentence +=
-            fmt::format("{}Earlier self-tests found {} to be missing or damaged, and none has "
-                        "proven otherwise since.",
-                        summary_.sentence.empty() ? "" : " ", what);
+        summary_.sentence += fmt::format(
+            "{}Earlier self-tests found {} to be missing or damaged, and none has "
+            "proven otherwise since{}.",
+            summary_.sentence.empty() ? "" : " ", what,
+            summary_.isLossKnown() ? "" : "; only earlier runs than the newest hold it");
     }
 
     const SelfTestRequest& request_;

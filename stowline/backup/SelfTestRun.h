@@ -69,21 +69,25 @@ struct ProofState {
     std::uint64_t bytes = 0;
     std::uint64_t provenFiles = 0; ///< within the last thirty days
     std::uint64_t provenBytes = 0;
-    std::uint64_t lostFiles = 0;     ///< found missing or damaged, now or earlier
-    std::uint64_t tooLargeFiles = 0; ///< that `mostBytes` keeps from ever being chosen
-    std::uint64_t noRoomFiles = 0;   ///< others that are larger than the room to restore into
-    std::uint64_t damagedRuns = 0;   ///< whose records cannot be read
+    std::uint64_t lostFiles = 0;       ///< found missing or damaged, now or earlier
+    std::uint64_t tooLargeFiles = 0;   ///< that `mostBytes` keeps from ever being chosen
+    std::uint64_t noRoomFiles = 0;     ///< others that are larger than the room to restore into
+    std::uint64_t damagedRuns = 0;     ///< whose records cannot be read
+    std::uint64_t newestLostFiles = 0; ///< of those lost, what the newest run holds
+    bool isNewestDamaged = false;      ///< the newest run's record is one of those damaged
 };
 
 /// chosen == tested + missing + damaged + untested, records aside, unless it was interrupted or
 /// could not be done.
 struct SelfTestSummary {
-    /// done: what was chosen is proven, if anything was, and nothing is known to be lost;
+    /// done: what was chosen is proven, if anything was, and nothing that the newest run holds is
+    /// known to be lost;
     /// badContent: this self-test found something missing or damaged, whatever else happened;
-    /// someFailed: something differs from the disk, is untested, or was found to be lost by an
-    /// earlier one; notFound: there is no finished run; anything else: it could not be done.
+    /// someFailed: something differs from the disk, is untested, or is in the newest run and was
+    /// found to be lost by an earlier one; notFound: there is no finished run; anything else: it
+    /// could not be done.
     ReadEnd end = ReadEnd::failed;
-    std::string sentence; ///< why, unless it is done; for people
+    std::string sentence; ///< why, unless it is done, and what else is lost; for people
     std::uint64_t chosen = 0;
     std::uint64_t tested = 0;   ///< restored and found to be what was stored
     std::uint64_t bytes = 0;    ///< of these
@@ -95,11 +99,12 @@ struct SelfTestSummary {
     std::vector<std::uint64_t> runs; ///< that contents were restored from, the oldest first
     ProofState proof;                ///< after it, however it ended
 
-    /// Whether something of what the kept runs hold is known to be missing or damaged, by this
-    /// self-test or an earlier one: then no run that it follows is a good one.
+    /// Whether this self-test found something missing or damaged, or an earlier one something that
+    /// the newest run holds: then no run that it follows is a good one. What only earlier runs hold
+    /// cannot be stored again, and is told without making every later run a bad one.
     [[nodiscard]] bool isLossKnown() const
     {
-        return missing + damaged + proof.lostFiles + proof.damagedRuns > 0;
+        return missing + damaged + proof.newestLostFiles > 0 || proof.isNewestDamaged;
     }
 };
 

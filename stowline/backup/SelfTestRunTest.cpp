@@ -1,6 +1,7 @@
 #include "stowline/backup/SelfTestRun.h"
 
 #include "stowline/backup/BackupRun.h"
+#include "stowline/backup/RunFault.h"
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/StoredTreeTest.h"
 #include "stowline/backup/proof/ProofBook.h"
@@ -213,7 +214,7 @@ TEST_F(SelfTestRun, FindsWhatIsMissingAndWhatIsDamagedAndDoesNotProveIt)
     EXPECT_TRUE(isNothingLeft());
 }
 
-TEST_F(SelfTestRun, IsNoSuccessAsLongAsALossIsKnown)
+TEST_F(SelfTestRun, TellsALossThatOnlyAnEarlierRunHoldsAndIsASuccess)
 {
     (void)write("bad", "will be damaged");
     stored.run();
@@ -227,15 +228,35 @@ TEST_F(SelfTestRun, IsNoSuccessAsLongAsALossIsKnown)
     EXPECT_EQ(later.tested, 1U);
     EXPECT_EQ(later.missing + later.damaged, 0U);
     EXPECT_EQ(later.proof.lostFiles, 1U);
-    EXPECT_TRUE(later.isLossKnown());
-    EXPECT_EQ(later.end, ReadEnd::someFailed);
+    EXPECT_EQ(later.proof.newestLostFiles, 0U) << "it was sent again";
+    EXPECT_FALSE(later.isLossKnown());
+    EXPECT_EQ(later.end, ReadEnd::done);
     EXPECT_EQ(later.sentence, "Earlier self-tests found 1 file to be missing or damaged, and none "
-                              "has proven otherwise since.");
-    // Nor when it cannot be done.
+                              "has proven otherwise since; only earlier runs than the newest hold "
+                              "it.");
+    // But not when it cannot be done.
     stored.server.process().signal(SIGKILL);
     (void)stored.server.process().wait();
     request.choice.budgetPerStep = std::chrono::milliseconds(100);
     EXPECT_EQ(test().end, ReadEnd::temporary);
+}
+
+TEST_F(SelfTestRun, IsNoSuccessAsLongAsALossOfTheNewestRunIsKnown)
+{
+    (void)write("bad", "will be damaged");
+    (void)write("good", "well");
+    stored.run();
+    damage("will be damaged", false);
+    ASSERT_EQ(again().end, ReadEnd::badContent);
+    request.mostBytes = 10; // too little for what is lost
+    const auto later = again();
+    EXPECT_EQ(later.tested, 1U);
+    EXPECT_EQ(later.missing + later.damaged, 0U);
+    EXPECT_EQ(later.proof.newestLostFiles, 1U);
+    EXPECT_TRUE(later.isLossKnown());
+    EXPECT_EQ(later.end, ReadEnd::someFailed);
+    EXPECT_EQ(later.sentence, "Earlier self-tests found 1 file to be missing or damaged, and none "
+                              "has proven otherwise since.");
 }
 
 TEST_F(SelfTestRun, TellsOfALossThatItFoundBeforeItWasInterrupted)
@@ -531,6 +552,72 @@ TEST(TestFolder, ThatAKillLeftElsewhereIsTakenOutAsWell)
     (void)leave(state.path(), before.path());
     TestFolder::sweep(state.path());
     EXPECT_TRUE(fs::is_empty(before.path()));
+}
+
+TEST(TestFolder, ANoteTakesOutOnlyWhatASelfTestMade)
+{
+    const test::TemporaryFolder state;
+    const test::TemporaryFolder place;
+    const std::string uuid = "01234567-89ab-cdef-0123-456789abcdef";
+    const auto isKept = [&](const std::string& name) {
+        const fs::path kept = place.write(name + "/deep/file", "f").parent_path().parent_path();
+        chmod(kept.c_str(), 0700);
+        state.write("self-test.folders", kept.string() + '\0');
+        const bool isLeftOut = !TestFolder::noted(state.path()).empty();
+        TestFolder::sweep(state.path());
+        EXPECT_EQ(isLeftOut, !fs::exists(kept / "deep/file")) << "a backup would leave it out";
+        return fs::exists(kept / "deep/file");
+    };
+    EXPECT_TRUE(isKept("precious"));
+    EXPECT_TRUE(isKept("stowline-self-test-"));
+    EXPECT_TRUE(isKept("stowline-self-test-mine"));
+    EXPECT_TRUE(isKept("stowline-self-test-" + uuid + "0"));
+    EXPECT_TRUE(isKept("stowline-self-test-0" + uuid));
+    EXPECT_TRUE(isKept("my stowline-self-test-" + uuid));
+    EXPECT_TRUE(isKept("stowline-self-test-" + uuid + "/below"));
+    EXPECT_FALSE(isKept("stowline-self-test-" + uuid));
+}
+
+/// A state folder that another user, or a link, could make ours do what he wants.
+TEST(StateFolder, IsRefusedWhereOthersCouldChangeIt)
+{
+    const test::TemporaryFolder place;
+    const fs::path folder = place.path() / "state";
+    const auto refusal = [&folder] {
+        try {
+            (void)RunState::take(folder, "default");
+        } catch (const RunFault& fault) {
+            EXPECT_EQ(fault.end(), BackupEnd::stateFolder);
+            return std::string(fault.what());
+        }
+        return std::string();
+    };
+    EXPECT_EQ(refusal(), "") << "it is made";
+    ASSERT_EQ(chmod(folder.c_str(), 0707), 0);
+    EXPECT_NE(refusal().find(folder.string() + " belongs to another user, or other users may "
+                                               "write into it"),
+              std::string::npos);
+    ASSERT_EQ(chmod(folder.c_str(), 0700), 0);
+    EXPECT_EQ(refusal(), "");
+    if (geteuid() == 0) {
+        ASSERT_EQ(chown(folder.c_str(), 1234, 1234), 0);
+        EXPECT_NE(refusal(), "");
+        ASSERT_EQ(chown(folder.c_str(), 0, 0), 0);
+    }
+    const fs::path real = place.path() / "real";
+    fs::rename(folder, real);
+    place.write("real/spool/letter", "l");
+    fs::create_directory_symlink(real, folder);
+    EXPECT_NE(refusal().find(folder.string() + " is a link"), std::string::npos);
+    EXPECT_TRUE(fs::exists(real / "spool/letter"));
+    fs::remove(folder);
+    fs::rename(real, folder);
+    { // a run that changes nothing
+        (void)RunState::take(folder, "default", Leftovers::kept);
+        EXPECT_TRUE(fs::exists(folder / "spool/letter"));
+    }
+    EXPECT_EQ(refusal(), "");
+    EXPECT_FALSE(fs::exists(folder / "spool/letter"));
 }
 
 TEST(TestFolder, HasANameOfItsOwnEachTime)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/RestoreRun.h"
+#include "stowline/backup/record/MemoryPlaceTest.h"
 #include "stowline/backup/record/RecordChain.h"
 #include "stowline/backup/record/ServicePlace.h"
 #include "stowline/backup/tree/TreeWalk.h"
@@ -55,13 +56,43 @@ public:
         ServicePlace place(choice.account, tries, source, &context);
         RecordChain chain = RecordChain::open(place, *choice.identity, work.path());
         index.remove(folder().string(), chain.newestRun() + 1);
-        context.run = run_ =
-            chain.begin({.systemName = "iMac", .identity = *choice.identity}, index.position());
+        context.run = run_ = chain.begin({.systemName = "iMac",
+                                          .identity = *choice.identity,
+                                          .namedPaths = {folder().string()},
+                                          .begun = begun},
+                                         index.position());
         WalkOptions options;
         options.paths = {folder().string()};
         (void)walkTree(options, *this, stop);
         index.setPosition(chain.storeFinished(index, {}).position);
         return run_;
+    }
+
+    /// What the service shows under the name of a record from now on.
+    void putRecord(const std::string& name, const std::string& bytes)
+    {
+        work.write("record", bytes);
+        UploadJournal journal(work.path() / "journal");
+        BandwidthLimit bandwidth(0, std::chrono::steady_clock::now);
+        Tries tries(std::chrono::seconds(20), stop);
+        UploadContext context(journal, bandwidth, tries);
+        context.account = choice.account;
+        context.owner = {"s", "ann", "iMac", *choice.identity};
+        context.serverPath = path;
+        context.spoolFolder = work.path();
+        ContentSource source(choice.account, tries, bandwidth, 1U << 20);
+        ServicePlace(choice.account, tries, source, &context)
+            .put(chainName(*choice.identity), name, work.path() / "record");
+    }
+
+    /// A whole record of the first run of this chain, with these items, which nobody stored.
+    [[nodiscard]] std::string forgedFirst(const ItemIndex& items) const
+    {
+        MemoryPlace place;
+        auto chain = RecordChain::open(place, *choice.identity, work.path());
+        (void)chain.begin({.systemName = "iMac", .identity = *choice.identity}, {});
+        (void)chain.storeFinished(items, {});
+        return place.stored.begin()->second.at("00000001-finished");
     }
 
     void found(FoundItem found) override
@@ -134,6 +165,7 @@ public:
     test::TemporaryFolder target;
     test::TemporaryFolder work;
     RunChoice choice;
+    Timestamp begun; ///< what the next run() says of itself
     std::string path;
     StopRequest stop;
     ItemIndex index = ItemIndex::temporary();

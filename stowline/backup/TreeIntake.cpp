@@ -71,7 +71,7 @@ void TreeIntake::takeNote(const FoundItem& found)
     const PlaceNote* note = noteOf(path);
     if (note == nullptr || isNamedFolder)
         return;
-    // Of what is no folder, that it was missed goes only when it is stored.
+    // Of what is not a folder, that it was missed goes only when it is stored.
     if (note->kind != PlaceNote::Kind::missed || found.item.kind == ItemKind::folder)
         index_.dropNote(path);
 }
@@ -214,7 +214,7 @@ void TreeIntake::notePassage(FoundItem found)
     }
     if (compare(known ? &*known : nullptr, found.item, {}, options_).verdict !=
         Verdict::unchanged) {
-        (void)readAttributes(found); // what cannot be read of it is no part of the backup
+        (void)readAttributes(found); // what cannot be read of it is not part of the backup
         StoredItem item;
         item.item = std::move(found.item);
         item.isStale = known && known->isStale; // nobody has looked at what is in it
@@ -360,7 +360,7 @@ void TreeIntake::failMissingDisk(const Frame& frame, const FolderEnd& folder)
         if (wasOnDisk(frame, frame.known[i]) && !(frame.isDiskMissing && frame.isMet[i])) {
             carryForward(path);
         } else if (!frame.isMet[i]) {
-            index_.remove(path);
+            index_.vanish(path);
         }
     }
     if (index_.keepAloneAsStale(folder.path))
@@ -443,7 +443,7 @@ void TreeIntake::leaveUnmet(const Frame& frame, bool isComplete)
             accounts_.note(item.path + " is not there, but a disk was mounted at it when it was "
                                        "last backed up. What it held is not part of this run.");
         if (isGone)
-            index_.remove(item.path);
+            index_.vanish(item.path);
         else
             carryForward(item.path);
     }

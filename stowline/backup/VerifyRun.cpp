@@ -31,6 +31,29 @@ VerifyFinding::Kind findingKind(VersionVerdict::Kind kind)
     }
 }
 
+/// Why a file without content of its own, or the further name of a hard link, cannot come back.
+std::optional<VerifyFinding> lackOf(const StoredItem& stored, const ItemIndex& items)
+{
+    using Kind = VerifyFinding::Kind;
+    const ItemRecord& item = stored.item;
+    const bool isFile = item.kind == ItemKind::file;
+    const auto finding = [&item](Kind kind, const std::string& why) {
+        return VerifyFinding{.kind = kind, .path = item.path, .sentence = item.path + ": " + why};
+    };
+    if (stored.sameFileAs.empty())
+        return isFile ? std::optional(finding(Kind::missing, "no content of it is stored"))
+                      : std::nullopt;
+    const auto first = items.find(stored.sameFileAs);
+    const std::string name = "it is recorded as a further name of " + stored.sameFileAs;
+    if (!first)
+        return finding(Kind::missing, name + ", which is not in the run");
+    if (first->item.kind != item.kind || !first->sameFileAs.empty())
+        return finding(Kind::damaged, name + ", which is no such item");
+    if (isFile && !first->content)
+        return finding(Kind::missing, name + ", of which no content is stored");
+    return std::nullopt;
+}
+
 class Verify {
 public:
     Verify(const VerifyRequest& request, VerifyObserver& observer, const StopRequest& stop)
@@ -66,12 +89,16 @@ private:
         versions_.emplace(request_.choice.account, reader.tries());
         std::vector<StoredVersion> batch;
         tree.items.forEach("/", [&](const StoredItem& stored) {
-            files_ += stored.content ? 1 : 0;
+            files_ += stored.content || lackOf(stored, tree.items) ? 1 : 0;
             return true;
         });
         tree.items.forEach("/", [&](const StoredItem& stored) {
-            if (stored.content)
+            if (stored.content) {
                 batch.push_back({stored.item.path, stored.item.size, *stored.content});
+            } else if (auto lack = lackOf(stored, tree.items)) {
+                lack->firstRun = summary_.run;
+                tell(std::move(*lack));
+            }
             if (batch.size() == kCheckedAtATime) {
                 check(reader, batch);
                 batch.clear();
@@ -80,11 +107,15 @@ private:
         });
         if (!batch.empty() && !stop_.isRequested())
             check(reader, batch);
+        if (!stop_.isRequested())
+            endKeepingBack(reader);
     }
 
     void check(RunReader& reader, std::vector<StoredVersion>& batch)
     {
-        std::erase_if(batch, [this](StoredVersion& wanted) { return !completeVersion(wanted); });
+        std::erase_if(batch, [this](StoredVersion& wanted) {
+            return !canBeRead(wanted) || !completeVersion(wanted);
+        });
         const std::vector<VersionVerdict> verdicts = askedFor(reader, batch);
         std::vector<const StoredVersion*> toRead;
         for (std::size_t i = 0; i < batch.size(); ++i) {
@@ -96,9 +127,52 @@ private:
             else if (isChosen())
                 toRead.push_back(&batch[i]);
             else
-                pass(batch[i], false);
+                passOver(batch[i]);
         }
+        areSomeRead_ = areSomeRead_ || !toRead.empty();
         readAll(reader, toRead);
+    }
+
+    /// Of those that are not to be read one is kept back, each as likely, until one is read: a
+    /// share of a few files is one of them at least.
+    void passOver(const StoredVersion& wanted)
+    {
+        if (request_.fractionRead <= 0 || areSomeRead_)
+            return pass(wanted, false);
+        const bool takesPlace =
+            std::uniform_int_distribution<std::uint64_t>(0, passedOver_++)(random_) == 0;
+        if (!keptBack_) {
+            keptBack_ = wanted;
+        } else if (takesPlace) {
+            pass(*keptBack_, false);
+            keptBack_ = wanted;
+        } else {
+            pass(wanted, false);
+        }
+    }
+
+    void endKeepingBack(RunReader& reader)
+    {
+        if (!keptBack_)
+            return;
+        if (areSomeRead_)
+            pass(*keptBack_, false);
+        else
+            readAll(reader, {&*keptBack_});
+    }
+
+    /// @return false: its content is of a kind that this program does not know, which is told
+    bool canBeRead(const StoredVersion& wanted)
+    {
+        if (wanted.content.kind == "plain")
+            return true;
+        tell({.kind = VerifyFinding::Kind::unknown,
+              .path = wanted.path,
+              .firstRun = wanted.content.run,
+              .sentence = fmt::format("{}: its content is of the kind \"{}\", which this program "
+                                      "cannot read",
+                                      wanted.path, wanted.content.kind)});
+        return false;
     }
 
     /// Asks for a version that was never told. @return false: there is none, which is told
@@ -159,7 +233,7 @@ private:
                 digest.update(bytes);
                 return true;
             },
-            wanted.content.kind == "plain" ? wanted.content.digest : std::string());
+            wanted.content.digest);
         if (stop_.isRequested())
             return;
         VerifyFinding finding{.kind = VerifyFinding::Kind::unknown,
@@ -169,8 +243,7 @@ private:
             if (failure->kind == FetchFailure::Kind::badContent)
                 finding.kind = VerifyFinding::Kind::damaged;
             finding.sentence = wanted.path + ": " + failure->reason;
-        } else if (wanted.content.kind == "plain" &&
-                   digest.hexadecimal() != wanted.content.digest) {
+        } else if (digest.hexadecimal() != wanted.content.digest) {
             finding.kind = VerifyFinding::Kind::damaged;
             finding.sentence = wanted.path + ": its bytes are not those that were stored";
             const std::lock_guard lock(mutex_);
@@ -241,6 +314,9 @@ private:
     std::minstd_rand random_{std::random_device{}()};
     std::uint64_t files_ = 0;
     std::optional<VersionFinder> versions_;
+    std::optional<StoredVersion> keptBack_; ///< not counted yet
+    std::uint64_t passedOver_ = 0;
+    bool areSomeRead_ = false;
 
     std::mutex mutex_; ///< of what follows
     VerifySummary summary_;

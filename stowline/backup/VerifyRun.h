@@ -23,7 +23,7 @@ struct VerifyRequest {
 /// A file whose content cannot be had back as it was stored.
 struct VerifyFinding {
     enum class Kind {
-        missing, ///< the service has the version, or its content, no more
+        missing, ///< the service has the version, or its content, no more, or never had one
         damaged, ///< its size, checksum or bytes are others
         unknown, ///< it could not be found out; not counted as checked
     } kind = Kind::missing;
@@ -47,7 +47,7 @@ struct VerifySummary {
     std::string sentence;
     std::uint64_t run = 0;
     RunOrigin origin;
-    std::uint64_t checked = 0; ///< files with content whose state is known
+    std::uint64_t checked = 0; ///< files whose state is known
     std::uint64_t missing = 0;
     std::uint64_t damaged = 0;
     std::uint64_t unknown = 0;
@@ -55,7 +55,8 @@ struct VerifySummary {
     std::uint64_t bytes = 0; ///< of the content of all that is whole
 };
 
-/// Checks every file with content of a run. Blocks; nothing is thrown; nothing is changed.
+/// Checks every file of a run; of those that are one file under several names the first. A file of
+/// which the run holds no content is missing. Blocks; nothing is thrown; nothing is changed.
 [[nodiscard]] VerifySummary runVerify(const VerifyRequest& request, VerifyObserver& observer,
                                       const StopRequest& stop) noexcept;
 

@@ -18,7 +18,7 @@ bool VersionAudit::ask(std::uint64_t atMost)
     const std::uint64_t all = index_.alone().itemCount();
     bool isAnswered = askAfterOldest(atMost);
     if (isAnswered && lost_ > 0 && atMost < all) {
-        accounts_.note("Something of what was stored is lost; the service is asked after all of "
+        accounts_.note("Something of what was stored is lost; the service is asked about all of "
                        "it.");
         isAnswered = askAfterOldest(all);
     }
@@ -38,7 +38,7 @@ bool VersionAudit::askAfterOldest(std::uint64_t atMost)
 {
     const auto paths = index_.alone().longestUnconfirmed(atMost);
     if (!paths.empty())
-        accounts_.activity("asks after stored versions");
+        accounts_.activity("asks about stored versions");
     std::span<const std::string> rest(paths);
     while (!rest.empty()) {
         const auto some = rest.first(std::min(kAskedAtATime, rest.size()));
@@ -104,12 +104,10 @@ bool VersionAudit::learnVersion(StoredItem& item)
     return true;
 }
 
-void VersionAudit::lose(StoredItem& item)
+void VersionAudit::lose(const StoredItem& item)
 {
     ++lost_;
-    item.content.reset();
-    // Its further names go on sharing with it what is sent again.
-    index_.correct(item);
+    index_.lose(item);
 }
 
 /// @return false, for whoever asked

@@ -17,10 +17,10 @@ namespace stowline::backup {
 /// The versions that the index knows. One thread, and no other may use the index meanwhile. Throws
 /// IndexFault.
 ///
-/// What the service has no more, or not as it was stored, counts as never stored: its content is
-/// forgotten, so that it is sent again. What it does not call whole, though all else agrees, is
-/// noted and asked after again. Content whose version was never told is looked for in the
-/// service's listings, where the service can give back at all.
+/// What the service has no more, or not as it was stored, counts as never stored in this run, so
+/// that it is sent again where it is met (RunIndex::lose). What it does not call whole, though all
+/// else agrees, is noted and asked about again. Content whose version was never told is looked for
+/// in the service's listings, where the service can give back at all.
 class VersionAudit {
 public:
     /// @param damaged versions that are lost whatever the service says
@@ -31,7 +31,7 @@ public:
     {
     }
 
-    /// Asks after so many, the longest not asked after first; after all as soon as one of them is
+    /// Asks about so many, the longest not asked about first; after all as soon as one of them is
     /// lost. Tells what came of it: a loss is a note, an answer that never came a problem.
     /// @return whether all answers came
     bool ask(std::uint64_t atMost);
@@ -43,7 +43,7 @@ private:
     [[nodiscard]] bool askAfterOldest(std::uint64_t atMost);
     [[nodiscard]] bool askAfterSome(std::span<const std::string> paths);
     [[nodiscard]] bool learnVersion(StoredItem& item);
-    void lose(StoredItem& item);
+    void lose(const StoredItem& item);
     bool hasNoAnswer(const StepFailure& failure);
 
     const Account account_;

@@ -42,7 +42,7 @@ Json parsedLine(std::string_view line)
 {
     Json object = Json::parse(line, nullptr, false);
     if (!object.is_object())
-        refuse("a line is no object");
+        refuse("a line is not an object");
     return object;
 }
 
@@ -60,7 +60,7 @@ std::uint64_t numberIn(const Json& object, const char* name, std::uint64_t least
     const auto found = object.find(name);
     if (found == object.end() || !found->is_number_unsigned() ||
         found->get<std::uint64_t>() < least || found->get<std::uint64_t>() > most)
-        refuse(std::string(name) + " is missing or out of its range");
+        refuse(std::string(name) + " is missing or out of range");
     return found->get<std::uint64_t>();
 }
 
@@ -68,7 +68,7 @@ std::string digitsIn(const Json& object, const char* name, std::size_t count)
 {
     std::string digits = textIn(object, name);
     if (digits.size() != count || digits.find_first_not_of("0123456789abcdef") != std::string::npos)
-        refuse(std::string(name) + " is of no known form");
+        refuse(std::string(name) + " has an unknown form");
     return digits;
 }
 
@@ -145,7 +145,7 @@ SlotListHead slotListHeadOf(std::string_view line)
 {
     const Json object = parsedLine(line);
     if (textIn(object, "keys") != kListMark)
-        refuse("it is no such list");
+        refuse("it is not such a list");
     if (numberIn(object, "format", 1, UINT64_MAX) > kListFormat)
         throw KeyFault(KeyFault::Kind::tooNew,
                        "The list of key slots was written by a newer version of this program.");

@@ -16,7 +16,7 @@ constexpr std::size_t kKeyNameSize = 8;
 
 /// A master key: random, never stored but wrapped, and in locked memory while it is used. Nothing
 /// is sealed with it directly. Reading from several threads is safe. Throws std::bad_alloc without
-/// memory. One that was moved from is no key: whatever is asked of it throws std::logic_error.
+/// memory. One that was moved from is not a key: whatever is asked of it throws std::logic_error.
 class MasterKey {
 public:
     /// A fresh one.

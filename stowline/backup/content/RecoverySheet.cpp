@@ -33,7 +33,7 @@ unsigned maskOf(std::size_t bit)
     return 0x80U >> (bit % 8);
 }
 
-/// @return 32 for what is no letter of the alphabet
+/// @return 32 for what is not a letter of the alphabet
 std::size_t valueOf(char letter)
 {
     if (letter >= 'a' && letter <= 'z')

@@ -58,7 +58,7 @@ struct Row {
     Decision ignoringTime;  ///< with ignoresChangeTime
     Decision ignoringInode; ///< with ignoresInode
     Decision ignoringBoth;
-    Decision ofOthers; ///< of an item that is no file, by default
+    Decision ofOthers; ///< of an item that is not a file, by default
 };
 
 constexpr Decision kSame{};

@@ -16,7 +16,7 @@ namespace stowline::backup {
 class IndexFault : public std::runtime_error {
 public:
     enum class Kind {
-        damaged,    ///< its content is no index any more: to be set aside and made anew
+        damaged,    ///< its content is not an index any more: to be set aside and made anew
         inUse,      ///< another process has been writing it for too long
         diskFull,   ///< what was committed stands; what came after is lost
         unwritable, ///< it cannot be made or written there

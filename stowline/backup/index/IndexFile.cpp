@@ -6,6 +6,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
 
+#include <functional>
 #include <optional>
 #include <system_error>
 
@@ -82,6 +83,13 @@ constexpr const char* kTables = R"sql(
         PRIMARY KEY (folder, name)
     ) STRICT, WITHOUT ROWID;
     CREATE INDEX further_names ON items (same_file_as) WHERE same_file_as IS NOT NULL;
+)sql";
+
+constexpr const char* kKnownRecords = R"sql(
+    CREATE TABLE IF NOT EXISTS records (
+        run    INTEGER PRIMARY KEY,
+        digest TEXT NOT NULL
+    ) STRICT
 )sql";
 
 std::int32_t number(SQLite::Database& database, const char* query)
@@ -182,6 +190,7 @@ IndexFile openOnce(const fs::path& path, const IndexOwner& owner)
         if (file.state == State::fresh || file.state == State::continued) {
             file.database->exec(kSettings);
             makeTables(*file.database, owner);
+            file.database->exec(kKnownRecords); // an index of before has none
             return file;
         }
     } catch (const SQLite::Exception& fault) {
@@ -221,25 +230,55 @@ IndexFile openIndexFile(const fs::path& path, const IndexOwner& owner)
     }
 }
 
-IndexPosition positionInIndexFile(const fs::path& path, const IndexOwner& owner)
+namespace {
+
+/// Reads from an index as it was last committed. Nothing when there is none that can be read.
+void lookInto(const fs::path& path, const IndexOwner& owner,
+              const std::function<void(SQLite::Database&)>& read)
 {
     std::error_code fault;
     if (!fs::is_regular_file(path, fault))
-        return {};
+        return;
     try {
         SQLite::Database database(path.string(), SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX,
                                   kPatienceMilliseconds);
-        if (number(database, "PRAGMA application_id") != kApplication ||
-            number(database, "PRAGMA user_version") != kVersion || !belongsTo(database, owner))
-            return {};
-        SQLite::Statement about(database, "SELECT run, digest FROM about");
-        if (!about.executeStep())
-            return {};
-        return {static_cast<std::uint64_t>(about.getColumn(0).getInt64()),
-                about.getColumn(1).getString()};
+        if (number(database, "PRAGMA application_id") == kApplication &&
+            number(database, "PRAGMA user_version") == kVersion && belongsTo(database, owner))
+            read(database);
     } catch (const SQLite::Exception&) { // what cannot be read tells nothing
-        return {};
     }
+}
+
+} // namespace
+
+IndexPosition positionInIndexFile(const fs::path& path, const IndexOwner& owner)
+{
+    IndexPosition position;
+    lookInto(path, owner, [&position](SQLite::Database& database) {
+        SQLite::Statement about(database, "SELECT run, digest FROM about");
+        if (about.executeStep())
+            position = {static_cast<std::uint64_t>(about.getColumn(0).getInt64()),
+                        about.getColumn(1).getString()};
+    });
+    return position;
+}
+
+std::vector<IndexPosition> knownRecordsIn(SQLite::Database& database)
+{
+    std::vector<IndexPosition> records;
+    SQLite::Statement query(database, "SELECT run, digest FROM records ORDER BY run");
+    while (query.executeStep())
+        records.push_back({static_cast<std::uint64_t>(query.getColumn(0).getInt64()),
+                           query.getColumn(1).getString()});
+    return records;
+}
+
+std::vector<IndexPosition> knownRecordsInIndexFile(const fs::path& path, const IndexOwner& owner)
+{
+    std::vector<IndexPosition> records;
+    lookInto(path, owner,
+             [&records](SQLite::Database& database) { records = knownRecordsIn(database); });
+    return records;
 }
 
 IndexFile temporaryIndexFile()
@@ -249,6 +288,7 @@ IndexFile temporaryIndexFile()
         file.database = std::make_unique<SQLite::Database>(
             "", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX);
         makeTables(*file.database, {});
+        file.database->exec(kKnownRecords);
         return file;
     } catch (const SQLite::Exception& fault) {
         throw faultOf(file, fault);

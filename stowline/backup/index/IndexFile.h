@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <vector>
 
 namespace stowline::backup {
 
@@ -23,6 +24,13 @@ struct IndexFile {
 /// As ItemIndex::positionOf().
 [[nodiscard]] IndexPosition positionInIndexFile(const std::filesystem::path& path,
                                                 const IndexOwner& owner);
+
+/// As ItemIndex::knownRecordsOf().
+[[nodiscard]] std::vector<IndexPosition> knownRecordsInIndexFile(const std::filesystem::path& path,
+                                                                 const IndexOwner& owner);
+
+/// The known records of an open index. @throws SQLite::Exception
+[[nodiscard]] std::vector<IndexPosition> knownRecordsIn(SQLite::Database& database);
 
 /// A database in a temporary file that the system takes away. @throws IndexFault
 [[nodiscard]] IndexFile temporaryIndexFile();

@@ -90,6 +90,28 @@ TEST_F(IndexFileTest, IsMadeForItsOwnerAloneAndGoneOnWith)
     EXPECT_GE(files, 2) << "the log beside it is looked at too";
 }
 
+TEST_F(IndexFileTest, KnowsTheRecordsItWasAtAlsoOneOfBeforeThatKeptThemNowhere)
+{
+    makeWithOneItem();
+    {
+        SQLite::Database(file_.string(), SQLite::OPEN_READWRITE).exec("DROP TABLE records");
+        EXPECT_TRUE(ItemIndex::knownRecordsOf(file_, kOwner).empty());
+        auto index = open();
+        index.setPosition({2, "e"});
+        index.setPosition({3, "f"});
+        index.setPosition({});
+        index.noteKnownRecord({2, "g"});
+        index.commit();
+    }
+    using Known = std::vector<IndexPosition>;
+    EXPECT_EQ(ItemIndex::knownRecordsOf(file_, kOwner), (Known{{2, "g"}, {3, "f"}}));
+    EXPECT_TRUE(ItemIndex::knownRecordsOf(file_, {}).empty());
+    auto index = open();
+    EXPECT_EQ(index.knownRecords(), (Known{{2, "g"}, {3, "f"}}));
+    index.clear();
+    EXPECT_TRUE(index.knownRecords().empty());
+}
+
 TEST_F(IndexFileTest, TakesBackAModeThatLetOthersRead)
 {
     makeWithOneItem();

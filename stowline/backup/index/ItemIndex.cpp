@@ -34,6 +34,12 @@ IndexPosition ItemIndex::positionOf(const std::filesystem::path& file, const Ind
     return positionInIndexFile(file, owner);
 }
 
+std::vector<IndexPosition> ItemIndex::knownRecordsOf(const std::filesystem::path& file,
+                                                     const IndexOwner& owner)
+{
+    return knownRecordsInIndexFile(file, owner);
+}
+
 ItemIndex ItemIndex::temporary()
 {
     return ItemIndex(std::make_unique<Tables>(temporaryIndexFile()));
@@ -77,6 +83,21 @@ IndexPosition ItemIndex::position() const
 void ItemIndex::setPosition(const IndexPosition& position)
 {
     tables_->writing([&] { tables_->setPosition(position); });
+}
+
+std::vector<IndexPosition> ItemIndex::knownRecords() const
+{
+    return tables_->reading([this] { return knownRecordsIn(*tables_->file.database); });
+}
+
+void ItemIndex::noteKnownRecord(const IndexPosition& record)
+{
+    tables_->writing([&] { tables_->noteKnownRecord(record); });
+}
+
+void ItemIndex::forgetKnownRecords()
+{
+    tables_->writing([this] { tables_->forgetKnownRecords(); });
 }
 
 std::optional<StoredItem> ItemIndex::find(std::string_view path) const

@@ -56,6 +56,10 @@ public:
     [[nodiscard]] static IndexPosition positionOf(const std::filesystem::path& file,
                                                   const IndexOwner& owner);
 
+    /// The same of knownRecords().
+    [[nodiscard]] static std::vector<IndexPosition>
+    knownRecordsOf(const std::filesystem::path& file, const IndexOwner& owner);
+
     /// One in a private temporary file that is gone with it, for runs that are read back.
     [[nodiscard]] static ItemIndex temporary();
 
@@ -65,7 +69,16 @@ public:
 
     [[nodiscard]] State state() const;
     [[nodiscard]] IndexPosition position() const;
+    /// The record is known from then on; at none, those that are stay known.
     void setPosition(const IndexPosition& position);
+
+    /// The finished records of this chain that this machine has stored, or has read when the index
+    /// was made from them, the oldest first; also some that are forgotten by now.
+    [[nodiscard]] std::vector<IndexPosition> knownRecords() const;
+    /// In the place of what was known of that run.
+    void noteKnownRecord(const IndexPosition& record);
+    /// They were another chain's, or the service has begun this one anew.
+    void forgetKnownRecords();
 
     // ---- one item or one folder ----
 
@@ -113,7 +126,7 @@ public:
     /// earlier one any more.
     void forgetVanished(std::uint64_t upToRun);
 
-    /// Takes everything out, as before the first record, and the position with it.
+    /// Takes everything out, as before the first record: the position and known records too.
     void clear();
 
     /// Both are counted anew, in time that grows with the items. Bytes: the sizes of the files that
@@ -128,7 +141,7 @@ public:
     /// The notes of what is directly in a folder, by the bytes of the names.
     [[nodiscard]] std::vector<PlaceNote> notesIn(std::string_view folder) const;
     [[nodiscard]] std::optional<PlaceNote> noteAt(std::string_view path) const;
-    /// Puts a note in the place of that of its path. The very same one is no change.
+    /// Puts a note in the place of that of its path. The very same one is not a change.
     void putNote(const PlaceNote& note, std::uint64_t run);
     void removeNote(std::string_view path, std::uint64_t run);
     /// Those of what lies below a path, not that of the path itself.

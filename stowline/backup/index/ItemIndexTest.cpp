@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -333,6 +334,20 @@ TEST_F(ItemIndexTest, AsksFirstForTheVersionsThatNobodyAskedForTheLongest)
     index_.setConfirmed("/1", 4);
     EXPECT_EQ(index_.longestUnconfirmed(9), (Paths{"/2", "/3", "/1"}));
     EXPECT_EQ(changesSince(3), Paths{});
+}
+
+TEST_F(ItemIndexTest, AsksForEveryVersionWithinThirtyRuns)
+{
+    for (int i = 0; i < 90; ++i)
+        index_.put(fileAt("/d" + std::to_string(i % 7) + "/" + std::to_string(i), 1, 1), 1);
+    std::set<std::string> asked;
+    for (std::uint64_t run = 2; run < 32; ++run) {
+        for (const std::string& path : index_.longestUnconfirmed(3)) {
+            EXPECT_TRUE(asked.insert(path).second) << path;
+            index_.setConfirmed(path, run);
+        }
+    }
+    EXPECT_EQ(asked.size(), 90U);
 }
 
 TEST_F(ItemIndexTest, CountsAVersionAsConfirmedAsLongAsItIsTheSame)

@@ -270,6 +270,24 @@ void ItemIndex::Tables::setPosition(const IndexPosition& position)
     set.bind(1, static_cast<std::int64_t>(position.run));
     set.bind(2, position.digest);
     set.exec();
+    if (position.run != 0)
+        noteKnownRecord(position);
+}
+
+void ItemIndex::Tables::noteKnownRecord(const IndexPosition& record)
+{
+    begin();
+    SQLite::Statement note(database_, "INSERT INTO records (run, digest) VALUES (?, ?)"
+                                      " ON CONFLICT (run) DO UPDATE SET digest = excluded.digest");
+    note.bind(1, static_cast<std::int64_t>(record.run));
+    note.bind(2, record.digest);
+    note.exec();
+}
+
+void ItemIndex::Tables::forgetKnownRecords()
+{
+    begin();
+    database_.exec("DELETE FROM records");
 }
 
 void ItemIndex::Tables::clear()
@@ -279,6 +297,7 @@ void ItemIndex::Tables::clear()
     database_.exec("DELETE FROM items; DELETE FROM folders;"
                    " UPDATE about SET run = 0, digest = ''");
     notes.clear();
+    forgetKnownRecords();
 }
 
 void ItemIndex::Tables::begin()

@@ -55,6 +55,8 @@ struct ItemIndex::Tables {
     void setConfirmed(std::string_view path, std::int64_t run);
     void forgetVanished(std::int64_t upToRun);
     void setPosition(const IndexPosition& position);
+    void noteKnownRecord(const IndexPosition& record);
+    void forgetKnownRecords();
     void clear();
     /// Before a change: opens a batch, after committing one that has grown or is old.
     void begin();

@@ -12,9 +12,11 @@ namespace stowline::backup {
 /// A note of a place, one for each path at most.
 struct PlaceNote {
     enum class Kind {
-        walked, ///< a folder that was named and looked at as a whole; the rules that held there
-        missed, ///< it could not be looked at, read or stored, and nothing of it is held
-        leftOut ///< by a rule; nothing of it, or of what is below it, is held but what was named
+        walked,  ///< a folder that was named and looked at as a whole; the rules that held there
+        missed,  ///< it could not be looked at, read or stored, and nothing of it is held
+        leftOut, ///< by a rule; nothing of it, or of what is below it, is held but what was named
+        cutOff   ///< a folder that was named, and whose run was interrupted; none has been whole
+                 ///< since
     };
     std::string path;
     Kind kind = Kind::missed;

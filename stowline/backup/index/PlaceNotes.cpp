@@ -45,7 +45,7 @@ std::optional<PlaceNote> noteOf(const SQLite::Statement& row, int first, std::st
     const auto kind = row.getColumn(first);
     if (kind.isNull())
         return std::nullopt;
-    if (kind.getInt() < 0 || kind.getInt() > static_cast<int>(PlaceNote::Kind::leftOut))
+    if (kind.getInt() < 0 || kind.getInt() > static_cast<int>(PlaceNote::Kind::cutOff))
         throw SQLite::Exception("a note of an unknown kind", SQLITE_CORRUPT);
     return PlaceNote{std::move(path), static_cast<PlaceNote::Kind>(kind.getInt()),
                      row.getColumn(first + 1).getString()};

@@ -126,7 +126,7 @@ void makeTables(SQLite::Database& database, const IndexOwner& owner)
     transaction.commit();
 }
 
-/// @return null for a file that is no book of this owner
+/// @return null for a file that is not a book of this owner
 std::unique_ptr<SQLite::Database> openOnce(const fs::path& file, const IndexOwner& owner)
 {
     if (fs::exists(file) && !fs::is_regular_file(file)) // a pipe would be waited for
@@ -574,7 +574,10 @@ ProofBook::Totals ProofBook::totals(std::int64_t since, std::uint64_t mostBytes)
                               " coalesce(sum(proven > ?1), 0),"
                               " coalesce(sum(CASE WHEN proven > ?1 THEN size ELSE 0 END), 0),"
                               " coalesce(sum(lost), 0), coalesce(sum(size > ?2), 0),"
-                              " (SELECT count(*) FROM runs WHERE damaged) FROM contents");
+                              " (SELECT count(*) FROM runs WHERE damaged),"
+                              " coalesce(sum(lost AND last_run IS NULL), 0),"
+                              " (SELECT damaged FROM runs ORDER BY run DESC LIMIT 1)"
+                              " FROM contents");
         row.bind(1, since);
         row.bind(2, static_cast<std::int64_t>(std::min<std::uint64_t>(mostBytes, INT64_MAX)));
         (void)row.executeStep();
@@ -584,7 +587,9 @@ ProofBook::Totals ProofBook::totals(std::int64_t since, std::uint64_t mostBytes)
                       .provenBytes = countIn(row, 3),
                       .lostFiles = countIn(row, 4),
                       .tooLargeFiles = countIn(row, 5),
-                      .damagedRuns = countIn(row, 6)};
+                      .damagedRuns = countIn(row, 6),
+                      .newestLostFiles = countIn(row, 7),
+                      .isNewestDamaged = countIn(row, 8) != 0};
     });
 }
 

@@ -128,9 +128,11 @@ public:
         std::uint64_t bytes = 0;
         std::uint64_t provenFiles = 0; ///< since the moment that was asked for
         std::uint64_t provenBytes = 0;
-        std::uint64_t lostFiles = 0;     ///< found to be lost, and not proven since
-        std::uint64_t tooLargeFiles = 0; ///< larger than the bytes that were asked for
-        std::uint64_t damagedRuns = 0;   ///< whose records cannot be read
+        std::uint64_t lostFiles = 0;       ///< found to be lost, and not proven since
+        std::uint64_t tooLargeFiles = 0;   ///< larger than the bytes that were asked for
+        std::uint64_t damagedRuns = 0;     ///< whose records cannot be read
+        std::uint64_t newestLostFiles = 0; ///< of those lost, what the newest run holds
+        bool isNewestDamaged = false;      ///< its record is one of those
     };
     [[nodiscard]] Totals totals(std::int64_t since, std::uint64_t mostBytes) const;
 

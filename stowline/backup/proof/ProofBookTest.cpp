@@ -412,7 +412,7 @@ TEST_F(ProofBookTest, HoldsNothingForProvenThatAWrongClockNoted)
     EXPECT_EQ(book->totals(0, kNoBound).provenFiles, 0U);
     EXPECT_EQ(test(0.1, kNoBound, kStart + 2).size(), 1U);
     (void)test(2, kNoBound, kStart + 10);
-    reopen(kStart + 5); // a clock that was put right by seconds is no such thing
+    reopen(kStart + 5); // a clock that was put right by seconds is not such a thing
     EXPECT_EQ(book->totals(0, kNoBound).provenFiles, 2U);
 }
 

@@ -18,7 +18,8 @@ void requireNotStopped(const StopRequest& stop)
 bool isDamage(const RecordFault& fault)
 {
     return fault.kind() == RecordFault::Kind::damaged ||
-           fault.kind() == RecordFault::Kind::notFound;
+           fault.kind() == RecordFault::Kind::notFound ||
+           fault.kind() == RecordFault::Kind::rolledBack; // another than this machine has seen
 }
 
 /// The run's own record says what changed since the newest run of the book.

@@ -29,6 +29,7 @@ constexpr std::uint32_t kOwnerReads = 0400;
 constexpr std::uint32_t kOfOthers = 0077;
 constexpr std::uint32_t kOthersWrite = 0022;
 constexpr std::uint32_t kSticky = 01000;
+constexpr std::string_view kTestFolder = "stowline-self-test-"; ///< and a UUID
 
 fs::path lockIn(const fs::path& profileFolder)
 {
@@ -109,6 +110,14 @@ std::optional<TargetFolder> openOwn(const TargetFolder& parent, const std::strin
     auto folder = parent.below(name, error);
     const auto status = folder ? folder->status() : std::nullopt;
     return status && isOwn(*status) ? std::move(folder) : std::nullopt;
+}
+
+/// Whether a path may be that of a folder that a self-test made, whatever a note says.
+bool isOfOurForm(const fs::path& path)
+{
+    const std::string name = path.filename().string();
+    return path.is_absolute() && name.starts_with(kTestFolder) &&
+           platform::isUuid(std::string_view(name).substr(kTestFolder.size()));
 }
 
 /// @return whether nothing of ours is under that path any more
@@ -201,7 +210,8 @@ std::vector<fs::path> TestFolder::noted(const fs::path& profileFolder)
     const std::string text = platform::readRegularFile(noteIn(profileFolder)).value_or("");
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\0', at), text.size());
-        folders.emplace_back(text.substr(at, end - at));
+        if (fs::path folder = text.substr(at, end - at); isOfOurForm(folder))
+            folders.push_back(std::move(folder));
         at = end + 1;
     }
     return folders;
@@ -249,7 +259,7 @@ std::string TestFolder::makeIn(const fs::path& place)
     const auto random = platform::randomUuid();
     if (!random)
         return "the system has no random name for it";
-    const std::string name = "stowline-self-test-" + *random;
+    const std::string name = std::string(kTestFolder) + *random;
     std::error_code unknown;
     const fs::path path = fs::absolute(place, unknown) / name;
     std::vector<fs::path> folders = noted(profileFolder_);

@@ -14,8 +14,8 @@ namespace stowline::backup {
 /// One at a time for a profile, over all processes. Its folder is private (mode 0700 from the first
 /// moment), has a name that nobody can know before, and goes with the object. Its path is noted in
 /// the profile's folder before it is made: what a killed process leaves goes with the next take()
-/// or sweep(), whatever the places are then. No link is ever followed in it, and nothing is touched
-/// that is not this user's private folder.
+/// or sweep(), whatever the places are then. What is noted and has no such name is not heeded. No
+/// link is ever followed in it, and nothing is touched that is not this user's private folder.
 class TestFolder {
 public:
     /// Keeps other self-tests of the profile away. Takes out what was left.

@@ -226,6 +226,43 @@ RecordHead RecordChain::head(std::uint64_t run)
     return *reader.head();
 }
 
+void RecordChain::expect(const std::vector<IndexPosition>& seen)
+{
+    expected_.clear();
+    for (const IndexPosition& record : seen)
+        expected_.emplace(record.run, record.digest);
+}
+
+void RecordChain::requireExpected(std::uint64_t run, const std::string& digest) const
+{
+    const auto expected = expected_.find(run);
+    const bool isFinished = files_.contains({run, RecordState::finished, 0});
+    if (isFinished && expected != expected_.end() && expected->second != digest)
+        throw RecordFault(Kind::rolledBack,
+                          "The record of " + runText(run) +
+                              " on the service differs from the one that this machine has "
+                              "seen. Please ask the provider.");
+}
+
+ChainLink RecordChain::linkOf(std::uint64_t run)
+{
+    if (const auto fetched = links_.find(run); fetched != links_.end())
+        return fetched->second;
+    const FetchedRecord record = fetch(*place_, name_, furthest(run), workFolder_);
+    return links_.emplace(run, ChainLink{record.digest, record.head.predecessor}).first->second;
+}
+
+ChainFinding RecordChain::trustOf(std::uint64_t run)
+{
+    return walkBackTo(run, {.known = expected_,
+                            .newest = newestFinished(),
+                            .isThere =
+                                [this](std::uint64_t other) {
+                                    return files_.contains({other, RecordState::finished, 0});
+                                },
+                            .read = [this](std::uint64_t other) { return linkOf(other); }});
+}
+
 bool RecordChain::isWholeBelow(const IndexPosition& seen, std::uint64_t atMostBytes)
 {
     std::uint64_t bytes = 0;
@@ -235,6 +272,7 @@ bool RecordChain::isWholeBelow(const IndexPosition& seen, std::uint64_t atMostBy
             return true;
         bytes += file.size;
         const FetchedRecord record = fetch(*place_, name_, file, workFolder_);
+        requireExpected(wanted.run, record.digest);
         if (record.digest != wanted.digest)
             return false;
         if (!record.head.baseline)
@@ -248,14 +286,50 @@ void RecordChain::read(
     const std::function<RecordListener(const RecordHead&, const std::string& digest)>& listener)
 {
     const FetchedRecord record = fetch(*place_, name_, furthest(run), workFolder_);
+    requireExpected(run, record.digest);
     RecordReader reader(listener(record.head, record.digest));
     readInto(record, reader);
 }
 
+namespace {
+
+void noteKnown(ItemIndex& index, const std::vector<IndexPosition>& records)
+{
+    index.forgetKnownRecords();
+    for (const IndexPosition& record : records)
+        index.noteKnownRecord(record);
+}
+
+/// What an index knew before, with the finished ones of those that were read; these alone where one
+/// of them is another than the index knew: then the chain was begun anew.
+std::vector<IndexPosition> stillKnown(const std::vector<IndexPosition>& known,
+                                      const std::vector<FetchedRecord>& read)
+{
+    std::map<std::uint64_t, std::string> digests;
+    for (const IndexPosition& record : known)
+        digests.emplace(record.run, record.digest);
+    std::vector<IndexPosition> result;
+    bool isSameChain = true;
+    for (const FetchedRecord& record : read) {
+        if (record.head.state != RecordState::finished)
+            continue;
+        const auto before = digests.find(record.head.run);
+        isSameChain = isSameChain && (before == digests.end() || before->second == record.digest);
+        result.push_back({record.head.run, record.digest});
+    }
+    if (isSameChain)
+        result.insert(result.end(), known.begin(), known.end());
+    return result;
+}
+
+} // namespace
+
 RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
 {
+    const auto known = index.knownRecords();
     index.clear();
     index.setPosition({});
+    noteKnown(index, known);
     std::vector<FetchedRecord> records; // from the wanted one back to a full one
     for (std::uint64_t wanted = run;;) {
         const RecordFile& file = furthest(wanted);
@@ -265,11 +339,9 @@ RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
                               "The " + runText(wanted) + " was cut off before it stored a record.");
         records.push_back(fetch(*place_, name_, file, workFolder_));
         const FetchedRecord& record = records.back();
-        if (expected_.run == wanted && expected_.digest != record.digest)
-            throw RecordFault(Kind::rolledBack,
-                              "The record of " + runText(wanted) +
-                                  " on the service is another than the one that this machine has "
-                                  "seen. Please ask the provider.");
+        requireExpected(wanted, record.digest);
+        if (state == RecordState::finished)
+            links_.insert_or_assign(wanted, ChainLink{record.digest, record.head.predecessor});
         if (records.size() > 1) {
             const RecordHead& later = records[records.size() - 2].head;
             if (later.baseline->digest != record.digest)
@@ -298,6 +370,7 @@ RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
             readInto(*record, reader);
         }
         const FetchedRecord& last = records.front();
+        noteKnown(index, stillKnown(known, records));
         if (last.head.state == RecordState::finished)
             index.setPosition({last.head.run, last.digest});
         else if (last.head.baseline)
@@ -305,6 +378,7 @@ RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
         index.commit();
     } catch (...) {
         index.clear();
+        noteKnown(index, known);
         throw;
     }
     return records.front().head;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/record/ChainWalk.h"
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/backup/record/RecordHead.h"
 #include "stowline/backup/record/RecordPlace.h"
@@ -73,9 +74,13 @@ public:
     /// Throws rolledBack when this machine has seen a newer finished record than there is.
     void refuseOlderThan(const IndexPosition& seen) const;
 
-    /// From now on load() throws rolledBack where it meets another record under the number of one
-    /// that this machine has seen. Nothing is expected at no position.
-    void expect(IndexPosition seen) { expected_ = std::move(seen); }
+    /// From now on load(), read() and isWholeBelow() throw rolledBack where they meet another
+    /// record under the number of one that this machine has seen.
+    void expect(const std::vector<IndexPosition>& seen);
+
+    /// What is known of a run's record (walkBackTo()), by what is expected. Fetches the records
+    /// between it and the nearest later one that is, else the newest.
+    [[nodiscard]] ChainFinding trustOf(std::uint64_t run);
 
     /// Reads what a difference after the newest finished record would rest on: that record and
     /// those below it, as far as they come to at most so many bytes. Throws `damaged` or `notFound`
@@ -97,7 +102,8 @@ public:
     /// Fills an index with the tree of a run (its finished record, else its last unfinished one),
     /// after taking out what is in it, and sets its position (to the record that it builds on when
     /// it is unfinished). Every record on the way is checked against the digest that the next one
-    /// names. What fails leaves the index empty and at no position.
+    /// names. What fails leaves the index empty and at no position. What the index knows of records
+    /// stays known, unless one of these is another; those that were read are known from then on.
     /// @return what the run says of itself
     RecordHead load(std::uint64_t run, ItemIndex& index);
 
@@ -127,6 +133,8 @@ private:
     RecordChain(RecordPlace& place, std::string name, std::filesystem::path workFolder);
 
     void list();
+    [[nodiscard]] ChainLink linkOf(std::uint64_t run);
+    void requireExpected(std::uint64_t run, const std::string& digest) const;
     void put(const RecordName& as, const std::filesystem::path& file, std::uint64_t size);
     [[nodiscard]] const RecordFile& furthest(std::uint64_t run) const;
     [[nodiscard]] StoredRecord store(const ItemIndex& index, const RecordName& as,
@@ -137,9 +145,10 @@ private:
     std::filesystem::path workFolder_;
     std::vector<std::string> otherChains_;
     std::map<RecordName, RecordFile> files_;
-    std::optional<RecordHead> running_; ///< after begin()
-    IndexPosition expected_;
-    std::string begunDigest_; ///< of the note that begin() stored
+    std::optional<RecordHead> running_;             ///< after begin()
+    std::map<std::uint64_t, std::string> expected_; ///< digests by run
+    std::map<std::uint64_t, ChainLink> links_;      ///< of finished records that were fetched
+    std::string begunDigest_;                       ///< of the note that begin() stored
 };
 
 } // namespace stowline::backup

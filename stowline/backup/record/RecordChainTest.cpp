@@ -108,6 +108,25 @@ protected:
     std::minstd_rand random{1};
 };
 
+TEST_F(RecordChainTest, AnIndexThatIsMadeAnewKnowsMoreRecordsUnlessTheChainIsAnother)
+{
+    for (int i = 0; i < 3; ++i)
+        runOnce(i == 0 ? 200 : 1);
+    ItemIndex into = ItemIndex::temporary();
+    RecordChain chain = open();
+    into.noteKnownRecord({9, "of a run that was forgotten"});
+    chain.load(3, into);
+    const auto known = into.knownRecords();
+    ASSERT_EQ(known.size(), 4U);
+    EXPECT_EQ(known[2], into.position());
+    EXPECT_EQ(known[3].run, 9U);
+    into.noteKnownRecord({2, "another"});
+    chain.load(3, into);
+    EXPECT_EQ(into.knownRecords(), std::vector<IndexPosition>(known.begin(), known.begin() + 3));
+    EXPECT_THROW((void)chain.load(4, into), RecordFault);
+    EXPECT_EQ(into.knownRecords().size(), 3U) << "what cannot be read takes no knowledge away";
+}
+
 TEST_F(RecordChainTest, GivesBackTheTreeOfEveryRun)
 {
     std::map<std::uint64_t, Tree> trees;

@@ -32,9 +32,9 @@ constexpr std::array kStates{std::pair{RecordState::begun, "begun"},
                              std::pair{RecordState::unfinished, "unfinished"},
                              std::pair{RecordState::finished, "finished"}};
 
-constexpr std::array kNotes{std::pair{PlaceNote::Kind::walked, "walked"},
-                            std::pair{PlaceNote::Kind::missed, "missed"},
-                            std::pair{PlaceNote::Kind::leftOut, "left_out"}};
+constexpr std::array kNotes{
+    std::pair{PlaceNote::Kind::walked, "walked"}, std::pair{PlaceNote::Kind::missed, "missed"},
+    std::pair{PlaceNote::Kind::leftOut, "left_out"}, std::pair{PlaceNote::Kind::cutOff, "cut_off"}};
 
 template <class Table, class Value> const char* nameIn(const Table& table, Value value)
 {

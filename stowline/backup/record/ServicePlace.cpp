@@ -150,7 +150,7 @@ std::string ServicePlace::newestVersion(const RecordFile& file)
             account_.username, account_.password, account_.server, id, &error);
         return versions.has_value();
     }),
-            "The record " + file.name + " cannot be asked after");
+            "The record " + file.name + " cannot be asked about");
     std::string newest;
     std::int64_t highest = -1;
     for (const Value& version : *versions) {

@@ -1,5 +1,6 @@
 #include "stowline/backup/restore/DeletionRefusal.h"
 
+#include "stowline/backup/ShortList.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
 
@@ -58,31 +59,27 @@ WalksBelow walksBelow(const RecordHead& head, const ItemIndex& items, const Abse
 std::optional<std::string> refusalOfStale(const RecordHead& head, const ItemIndex& items,
                                           const Selection& selection, const TreeRules& patterns)
 {
-    constexpr std::uint64_t shown = 3;
     if (items.staleCount() == 0)
         return std::nullopt;
     IdlePatterns unused(patterns);
-    std::string folders;
+    ShortList folders;
     std::string last;
-    std::uint64_t count = 0;
     selection.forEach(items, unused, [&](const StoredItem& stored) {
         const ItemRecord& item = stored.item;
         if (item.kind != ItemKind::folder || !stored.isStale ||
             (!last.empty() && isAtOrBelow(item.path, last)))
             return true;
         last = item.path;
-        if (count++ < shown)
-            folders += (folders.empty() ? "" : ", ") + item.path;
+        folders.add(item.path);
         return true;
     });
+    const std::uint64_t count = folders.count();
     if (count == 0)
         return std::nullopt;
-    if (count > shown)
-        folders += " and " + platform::countText(count - shown, "other", "others");
     return fmt::format("{} holds {} only as an earlier run saw {}, so it cannot tell what is to be "
                        "deleted there. Please leave {} out with --exclude, or restore without "
                        "--delete.",
-                       runText(head), folders, count == 1 ? "it" : "them",
+                       runText(head), folders.text(), count == 1 ? "it" : "them",
                        count == 1 ? "it" : "them");
 }
 

@@ -15,7 +15,7 @@ namespace stowline::backup {
 /// Why nothing can be deleted below what is to be put back, in a sentence: the run did not come to
 /// its end, its record has no notes or rules that cannot be followed, it never looked at all of a
 /// folder, it could not look into a folder that is put back, or a disk that it looked at is not
-/// mounted where it was. Absent when there is no such reason, and for what is no folder. Throws
+/// mounted where it was. Absent when there is no such reason, and for what is not a folder. Throws
 /// IndexFault.
 /// @param root the folder that the named path's last name goes into
 [[nodiscard]] std::optional<std::string> refusalToDelete(const RecordHead& head,

@@ -25,8 +25,23 @@ std::string because(const std::string& path, const std::string& what, int error)
 }
 
 constexpr std::uint32_t kOwnerWrites = 0200;
+constexpr std::uint32_t kOthersWrite = 022;
+
+/// Whether somebody else may hold a file open for writing who is not to have what it is to become.
+bool mayHaveOtherWriters(const platform::TargetStatus& there, std::uint32_t wantedOwner)
+{
+    const bool isKnownOwner =
+        there.owner == wantedOwner || there.owner == platform::ownUserNumber();
+    return !isKnownOwner || (there.mode & kOthersWrite) != 0;
+}
 
 } // namespace
+
+bool isLeftAlone(Overwrite rule, const ItemRecord& item, const platform::TargetStatus& there)
+{
+    const Timestamp modified{there.modifiedSeconds, there.modifiedNanoseconds};
+    return rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified);
+}
 
 void takeOutcome(MetadataOutcome& outcome, RestoredItem& report)
 {
@@ -64,20 +79,28 @@ std::string mistakenSentence(const std::string& path, const std::string& other)
     return path + ": the target does not distinguish its name from that of " + other + ".";
 }
 
+std::string anothersFolderSentence(const std::string& path)
+{
+    return path + ": another folder has taken the place of its folder since the restore came to "
+                  "it, and is left alone.";
+}
+
 void FilePlacer::place(const FileTask& task)
 {
     RestoredItem report{.path = task.stored.item.path,
                         .kind = ItemKind::file,
                         .bytes = task.stored.content->storedSize};
     int error = 0;
-    auto folder = context_.root.below(task.folder, error);
+    auto folder = context_.openFolder(task.folder, error);
     if (!folder && context_.request.isDryRun) {
         report.state = RestoredState::wouldRestore;
         context_.done(std::move(report));
         return;
     }
     if (!folder) {
-        report.faults.push_back(because(report.path, "its folder cannot be opened", error));
+        report.faults.push_back(error == ESTALE
+                                    ? anothersFolderSentence(report.path)
+                                    : because(report.path, "its folder cannot be opened", error));
         context_.done(std::move(report));
         return;
     }
@@ -111,22 +134,22 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
         report.faults.push_back(mistakenSentence(item.path, other));
         return true;
     }
-    const Timestamp modified{existing->modifiedSeconds, existing->modifiedNanoseconds};
     const Overwrite rule = context_.request.overwrite;
-    if (rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified)) {
-        report.state = RestoredState::skipped;
+    if (isLeftAlone(rule, item, *existing)) {
+        const auto same = itemOfSameContent(task.stored, folder, task.name, Use::look);
+        const bool isUnchanged = same && !isMetadataOther(*same, item, context_.owners);
+        report.isMetadataOnly = same.has_value();
+        report.state = isUnchanged ? RestoredState::unchanged : RestoredState::skipped;
         return true;
     }
     if (existing->kind == platform::TargetKind::folder) {
         report.faults.push_back(report.path + ": a folder stands in its place.");
         return true;
     }
-    // A file with further names may have them outside: its metadata is not touched.
-    const bool isCandidate = rule != Overwrite::always &&
-                             existing->kind == platform::TargetKind::file &&
-                             existing->size == task.stored.content->storedSize &&
-                             (existing->links == 1 || item.links > 1);
-    if (!isCandidate || compare(task.stored, folder, task.name) != Comparison::same) {
+    const auto same = rule == Overwrite::always
+                          ? std::nullopt
+                          : itemOfSameContent(task.stored, folder, task.name, Use::putMetadata);
+    if (!same) {
         // What stands there may be what the run could not look at.
         if (task.stored.isStale && rule == Overwrite::ifChanged && !context_.stop.isRequested()) {
             report.state = RestoredState::skipped;
@@ -140,13 +163,12 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
     }
     report.isMetadataOnly = true;
     if (context_.request.isDryRun) {
-        report.state = isMetadataOther(folder, task.name, item, context_.owners)
-                           ? RestoredState::wouldRestore
-                           : RestoredState::unchanged;
+        report.state = isMetadataOther(*same, item, context_.owners) ? RestoredState::wouldRestore
+                                                                     : RestoredState::unchanged;
         report.bytes = 0;
         return true;
     }
-    MetadataOutcome outcome = putMetadata(folder, task.name, item, context_.owners);
+    MetadataOutcome outcome = putMetadata(*same, item, context_.owners);
     report.state = outcome.hasChanged ? RestoredState::restored : RestoredState::unchanged;
     takeOutcome(outcome, report);
     removeLeftGathering(folder, task.temporary);
@@ -155,26 +177,36 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
     return true;
 }
 
-FilePlacer::Comparison FilePlacer::compare(const StoredItem& stored,
-                                           const platform::TargetFolder& folder,
-                                           const std::string& name) const
+/// The file under a name when it has the content of the run; to put metadata on it, when it may
+/// become that of the run by its metadata alone.
+std::optional<platform::TargetItem>
+FilePlacer::itemOfSameContent(const StoredItem& stored, const platform::TargetFolder& folder,
+                              const std::string& name, Use use) const
 {
     int error = 0;
     const auto file = folder.openFile(name, error);
-    if (!file)
-        return Comparison::unreadable;
+    const auto there = file ? file->status() : std::nullopt;
+    // A file with further names may have them outside: its metadata is not touched.
+    if (!there || there->size != stored.content->storedSize ||
+        (use == Use::putMetadata && there->links != 1 && stored.item.links <= 1))
+        return std::nullopt;
+    auto item = file->item(error);
+    if (item && use == Use::putMetadata && hasPrivileges(stored.item) &&
+        mayHaveOtherWriters(*there, context_.owners.owner(stored.item)) &&
+        isMetadataOther(*item, stored.item, context_.owners))
+        return std::nullopt;
     platform::Sha256 digest;
     std::string room(kPiece, '\0');
     for (std::uint64_t at = 0;;) {
         const auto count = file->readAt(at, room);
         if (!count || context_.stop.isRequested())
-            return Comparison::unreadable;
+            return std::nullopt;
         if (*count == 0)
             break;
         digest.update({room.data(), *count});
         at += *count;
     }
-    return digest.hexadecimal() == stored.content->digest ? Comparison::same : Comparison::other;
+    return digest.hexadecimal() == stored.content->digest ? std::move(item) : std::nullopt;
 }
 
 std::optional<platform::TargetFile> FilePlacer::openGathering(const platform::TargetFolder& folder,
@@ -206,23 +238,34 @@ void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFo
 {
     const std::string& temporary = task.temporary;
     auto file = openGathering(*folder, temporary, report);
+    int error = 0;
+    const auto item = file ? file->item(error) : std::nullopt;
+    if (!item) {
+        if (file)
+            report.faults.push_back(because(report.path, "it cannot be written", error));
+        context_.done(std::move(report));
+        return;
+    }
     // Whoever finds it knows by that what it is. Some file systems keep no attributes.
-    if (file)
-        (void)folder->setAttribute(temporary, kGatheringMark, "1");
+    (void)item->setAttribute(kGatheringMark, "1");
     bool isKept = false;
-    if (!file || !fill(task, *file, report, isKept)) {
-        if (file && !isKept)
-            (void)folder->remove(temporary);
+    if (!fill(task, *file, report, isKept)) {
+        if (!isKept)
+            removeIfStill(*folder, *item, temporary);
         context_.done(std::move(report));
         return;
     }
     // Of a file that it may not write, its owner could not take the mark away later.
     const bool keepsMark = (task.stored.item.mode & kOwnerWrites) != 0;
-    MetadataOutcome outcome =
-        putMetadata(*folder, temporary, task.stored.item, context_.owners, keepsMark);
-    takeOutcome(outcome, report);
+    MetadataOutcome outcome = putMetadata(*item, task.stored.item, context_.owners,
+                                          {.keepsMark = keepsMark, .withholdsPrivileges = true});
+    auto privileged = hasPrivileges(task.stored.item)
+                          ? std::make_unique<const ItemRecord>(task.stored.item)
+                          : nullptr;
+    if (!privileged) // else once it has its name, when everything is told
+        takeOutcome(outcome, report);
     enqueue({std::move(folder), std::move(*file), temporary, task.name, task.hasStood,
-             std::move(report)});
+             std::move(privileged), std::move(report)});
 }
 
 /// Fills a file until its digest is right. @param isKept whether another restore may go on with it
@@ -351,17 +394,56 @@ void FilePlacer::finish()
     giveNames(std::move(batch));
 }
 
-int FilePlacer::giveName(const Gathered& gathered)
+GivenName FilePlacer::nameGathered(const Gathered& gathered, const platform::TargetItem& item)
 {
     const platform::TargetFolder& folder = *gathered.folder;
     if (gathered.hasStood)
-        return folder.rename(gathered.temporary, gathered.name);
+        return giveName(folder, item, gathered.temporary, gathered.name, false);
     const std::lock_guard lock(naming_);
-    const int error = folder.renameToNew(gathered.temporary, gathered.name);
+    const GivenName given = giveName(folder, item, gathered.temporary, gathered.name, true);
     // What somebody has put there meanwhile is replaced as if it had stood there.
-    if (error == EEXIST && context_.mistakenFor(folder, gathered.report.path).empty())
-        return folder.rename(gathered.temporary, gathered.name);
-    return error;
+    if (given.error == EEXIST && context_.mistakenFor(folder, gathered.report.path).empty())
+        return giveName(folder, item, gathered.temporary, gathered.name, false);
+    return given;
+}
+
+/// Gives a durable file its name, and then what nothing else may ever get: set-id bits.
+void FilePlacer::finishGathered(Gathered& gathered)
+{
+    RestoredItem& report = gathered.report;
+    int error = 0;
+    const auto item = gathered.file.item(error);
+    if (!item) {
+        report.faults.push_back(because(report.path, "it cannot be put in its place", error));
+        return;
+    }
+    (void)item->removeAttribute(kGatheringMark);
+    const GivenName given = nameGathered(gathered, *item);
+    if (given.isGiven()) {
+        if (report.faults.empty())
+            report.state = RestoredState::restored;
+        if (gathered.privileged) {
+            MetadataOutcome outcome = putMetadata(*item, *gathered.privileged, context_.owners);
+            takeOutcome(outcome, report);
+        }
+        return;
+    }
+    const std::string other =
+        given.error == EEXIST ? context_.mistakenFor(*gathered.folder, report.path) : "";
+    report.faults.push_back(
+        given.isAnothers ? anothersSentence(report.path)
+        : !other.empty() ? mistakenSentence(report.path, other)
+                         : because(report.path, "it cannot be put in its place", given.error));
+    removeIfStill(*gathered.folder, *item, gathered.temporary);
+}
+
+/// What the disk may not hold gets no name.
+void FilePlacer::leaveUnsafe(Gathered& gathered, int error)
+{
+    RestoredItem& report = gathered.report;
+    report.faults.push_back(because(report.path, "it cannot be put in its place", error));
+    if (const auto item = gathered.file.item(error))
+        removeIfStill(*gathered.folder, *item, gathered.temporary);
 }
 
 void FilePlacer::giveNames(std::vector<Gathered> batch)
@@ -377,21 +459,10 @@ void FilePlacer::giveNames(std::vector<Gathered> batch)
         const auto status = gathered.file.status();
         if (!rootDevice || !status || status->device != rootDevice->device)
             error = gathered.file.synchronize();
-        (void)gathered.folder->removeAttribute(gathered.temporary, kGatheringMark);
         if (error == 0)
-            error = giveName(gathered);
-        if (error == 0) {
-            if (gathered.report.faults.empty())
-                gathered.report.state = RestoredState::restored;
-        } else {
-            const std::string& path = gathered.report.path;
-            const std::string other =
-                error == EEXIST ? context_.mistakenFor(*gathered.folder, path) : "";
-            gathered.report.faults.push_back(
-                other.empty() ? because(path, "it cannot be put in its place", error)
-                              : mistakenSentence(path, other));
-            (void)gathered.folder->remove(gathered.temporary);
-        }
+            finishGathered(gathered);
+        else
+            leaveUnsafe(gathered, error);
         context_.done(std::move(gathered.report));
     }
 }

@@ -3,6 +3,7 @@
 
 #include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/index/StoredItem.h"
+#include "stowline/backup/restore/GivenName.h"
 #include "stowline/backup/restore/Metadata.h"
 #include "stowline/backup/restore/VersionFinder.h"
 #include "stowline/backup/transfer/ContentSource.h"
@@ -31,6 +32,10 @@ void removeLeftGathering(const platform::TargetFolder& folder, const std::string
 /// Adds what putting back an item's metadata came to to the report on it, which has its state.
 void takeOutcome(MetadataOutcome& outcome, RestoredItem& report);
 
+/// Whether a rule leaves what stands in an item's place as it is, whatever it is.
+[[nodiscard]] bool isLeftAlone(Overwrite rule, const ItemRecord& item,
+                               const platform::TargetStatus& there);
+
 /// A file on its way.
 struct FileTask {
     StoredItem stored;
@@ -53,10 +58,15 @@ struct PlacingContext {
     /// Another item of the run that the file system shows in the place of one of this path; empty
     /// when there is none. Any thread.
     std::function<std::string(const platform::TargetFolder&, const std::string& path)> mistakenFor;
+    /// Opens a folder below the root. ESTALE: it is not the one that the restore knows. Any thread.
+    std::function<std::optional<platform::TargetFolder>(const std::string& folder, int& error)>
+        openFolder;
 };
 
 /// "…: the target does not distinguish its name from that of …"
 [[nodiscard]] std::string mistakenSentence(const std::string& path, const std::string& other);
+/// "…: another folder has taken the place of its folder …"
+[[nodiscard]] std::string anothersFolderSentence(const std::string& path);
 
 /// Puts files in place. Any thread. What is whole waits for some others, so that one request to the
 /// file system makes all of them durable before they get their names; finish() ends that.
@@ -76,14 +86,17 @@ private:
         std::string temporary;
         std::string name;
         bool hasStood = true; ///< see FileTask
+        /// With set-id bits or capabilities, which it gets at last; else absent.
+        std::unique_ptr<const ItemRecord> privileged;
         RestoredItem report;
     };
-    enum class Comparison { same, other, unreadable };
 
     [[nodiscard]] bool settleExisting(const FileTask& task, const platform::TargetFolder& folder,
                                       RestoredItem& report);
-    [[nodiscard]] Comparison compare(const StoredItem& stored, const platform::TargetFolder& folder,
-                                     const std::string& name) const;
+    enum class Use { look, putMetadata };
+    [[nodiscard]] std::optional<platform::TargetItem>
+    itemOfSameContent(const StoredItem& stored, const platform::TargetFolder& folder,
+                      const std::string& name, Use use) const;
     void gather(const FileTask& task, std::shared_ptr<platform::TargetFolder> folder,
                 RestoredItem report);
     [[nodiscard]] std::optional<platform::TargetFile>
@@ -97,7 +110,10 @@ private:
     [[nodiscard]] std::string versionFor(const FileTask& task, RestoredItem& report, bool& isKept);
     void enqueue(Gathered gathered);
     void giveNames(std::vector<Gathered> gathered);
-    [[nodiscard]] int giveName(const Gathered& gathered);
+    [[nodiscard]] GivenName nameGathered(const Gathered& gathered,
+                                         const platform::TargetItem& item);
+    void finishGathered(Gathered& gathered);
+    static void leaveUnsafe(Gathered& gathered, int error);
 
     const PlacingContext& context_;
     std::mutex naming_; ///< where a file system cannot look and rename at once

@@ -1,6 +1,8 @@
 #include "stowline/backup/restore/Metadata.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <optional>
 
 namespace stowline::backup {
@@ -11,22 +13,21 @@ constexpr std::uint32_t kSetUserId = 04000;
 constexpr std::uint32_t kSetGroupId = 02000;
 constexpr std::uint32_t kUnchanged = 0xFFFFFFFF;
 constexpr std::string_view kCapabilities = "security.capability";
+constexpr std::int64_t kCoarsestSeconds = 2; ///< of the clocks of file systems
 
 /// One item on its way to what its record says.
 class Putting {
 public:
-    Putting(const platform::TargetFolder& folder, const std::string& name, const ItemRecord& item,
-            bool keepsMark)
-        : folder_(folder), name_(name), item_(item), keepsMark_(keepsMark)
+    Putting(const platform::TargetItem& target, const ItemRecord& item, PutOptions options)
+        : target_(target), item_(item), options_(options)
     {
     }
 
     MetadataOutcome put(std::uint32_t owner, std::uint32_t group)
     {
-        int error = 0;
-        const auto found = name_.empty() ? folder_.status() : folder_.find(name_, error);
+        const auto found = target_.status();
         if (!found) {
-            outcome_.fault = sentence("it cannot be looked at", error);
+            outcome_.fault = sentence("it cannot be looked at", 0);
             return std::move(outcome_);
         }
         now_ = *found;
@@ -41,8 +42,7 @@ public:
     /// What put() would answer to hasChanged.
     [[nodiscard]] bool wouldChange(std::uint32_t owner, std::uint32_t group) const
     {
-        int error = 0;
-        const auto now = name_.empty() ? folder_.status() : folder_.find(name_, error);
+        const auto now = target_.status();
         if (!now)
             return true;
         const AttributeWork work = attributeWork();
@@ -60,10 +60,11 @@ private:
     [[nodiscard]] AttributeWork attributeWork() const
     {
         int error = 0;
-        auto extra =
-            folder_.attributes(name_, error).value_or(platform::TargetFolder::Attributes());
+        auto extra = target_.attributes(error).value_or(platform::TargetItem::Attributes());
         AttributeWork work;
         for (const ExtendedAttribute& wanted : item_.attributes) {
+            if (options_.withholdsPrivileges && wanted.name == kCapabilities)
+                continue;
             const auto there = extra.find(wanted.name);
             if (there == extra.end() || there->second != wanted.value)
                 work.wanted.push_back(&wanted);
@@ -72,7 +73,8 @@ private:
         for (const auto& [name, value] : extra) {
             const bool isOurs = name.starts_with("user.") ||
                                 name.starts_with("system.posix_acl_") || name == kCapabilities;
-            if (isOurs && !(keepsMark_ && name == kGatheringMark)) // else the system's own: labels
+            if (isOurs &&
+                !(options_.keepsMark && name == kGatheringMark)) // else the system's own: labels
                 work.extra.push_back(name);
         }
         return work;
@@ -105,13 +107,13 @@ private:
             return;
         outcome_.hasChanged = true;
         isModeLost_ = true; // the system takes set-id bits away
-        int error = folder_.setOwner(name_, owner, group);
+        int error = target_.setOwner(owner, group);
         if (error == 0) {
             isOwnerRight_ = isGroupRight_ = true;
             return;
         }
         if (!isGroupRight_)
-            isGroupRight_ = folder_.setOwner(name_, kUnchanged, group) == 0;
+            isGroupRight_ = target_.setOwner(kUnchanged, group) == 0;
         isOwnerNotAllowed_ = error == EPERM && platform::ownUserNumber() != 0;
         if (!isOwnerRight_)
             lose(LossKind::owner,
@@ -136,13 +138,13 @@ private:
                 continue;
             }
             outcome_.hasChanged = true;
-            if (const int refused = folder_.setAttribute(name_, wanted->name, wanted->value))
+            if (const int refused = target_.setAttribute(wanted->name, wanted->value))
                 lose(LossKind::attribute,
                      "the extended attribute " + wanted->name + " cannot be put back", refused);
         }
         for (const std::string& name : work.extra) {
             outcome_.hasChanged = true;
-            if (const int refused = folder_.removeAttribute(name_, name))
+            if (const int refused = target_.removeAttribute(name))
                 lose(LossKind::attribute,
                      "the extended attribute " + name + " cannot be taken away", refused);
         }
@@ -158,10 +160,12 @@ private:
         if (mode != item_.mode)
             loseWithOwner(LossKind::setId,
                           "its set-id bits are dropped, since it has a different owner");
+        if (options_.withholdsPrivileges)
+            mode &= ~(kSetUserId | kSetGroupId);
         if (mode == now_.mode && !isModeLost_)
             return;
         outcome_.hasChanged = true;
-        if (const int refused = folder_.setMode(name_, mode))
+        if (const int refused = target_.setMode(mode))
             lose(LossKind::mode, "its mode cannot be put back", refused);
     }
 
@@ -171,20 +175,27 @@ private:
         if (now_.modifiedSeconds == wanted.seconds &&
             now_.modifiedNanoseconds == wanted.nanoseconds)
             return;
-        outcome_.hasChanged = true;
-        if (const int refused = folder_.setModified(name_, wanted.seconds, wanted.nanoseconds))
-            lose(LossKind::time, "its time cannot be put back", refused);
+        if (const int refused = target_.setModified(wanted.seconds, wanted.nanoseconds))
+            return lose(LossKind::time, "its time cannot be put back", refused);
+        // File systems take the nearest time that they can hold, and do not say so. That of one
+        // which counts in twos of seconds, the coarsest there is, is as near as it can be.
+        const auto held = target_.status();
+        const Timestamp before{now_.modifiedSeconds, now_.modifiedNanoseconds};
+        const Timestamp after =
+            held ? Timestamp{held->modifiedSeconds, held->modifiedNanoseconds} : wanted;
+        outcome_.hasChanged = outcome_.hasChanged || after != before;
+        if (std::abs(after.seconds - wanted.seconds) >= kCoarsestSeconds)
+            lose(LossKind::time, "its time cannot be put back: the target holds no such time", 0);
     }
 
-    const platform::TargetFolder& folder_;
-    const std::string& name_;
+    const platform::TargetItem& target_;
     const ItemRecord& item_;
     platform::TargetStatus now_;
     bool isOwnerRight_ = false;
     bool isGroupRight_ = false;
     bool isOwnerNotAllowed_ = false;
     bool isModeLost_ = false;
-    const bool keepsMark_;
+    const PutOptions options_;
     MetadataOutcome outcome_;
 };
 
@@ -213,16 +224,31 @@ std::uint32_t Owners::group(const ItemRecord& item)
     return numberFor(groups_, item.groupName, item.group, platform::groupNumber);
 }
 
-MetadataOutcome putMetadata(const platform::TargetFolder& folder, const std::string& name,
-                            const ItemRecord& item, Owners& owners, bool keepsMark)
+bool hasPrivileges(const ItemRecord& item)
 {
-    return Putting(folder, name, item, keepsMark).put(owners.owner(item), owners.group(item));
+    return (item.mode & (kSetUserId | kSetGroupId)) != 0 ||
+           std::ranges::any_of(item.attributes, [](const ExtendedAttribute& attribute) {
+               return attribute.name == kCapabilities;
+           });
+}
+
+MetadataOutcome putMetadata(const platform::TargetItem& target, const ItemRecord& item,
+                            Owners& owners, PutOptions options)
+{
+    return Putting(target, item, options).put(owners.owner(item), owners.group(item));
+}
+
+bool isMetadataOther(const platform::TargetItem& target, const ItemRecord& item, Owners& owners)
+{
+    return Putting(target, item, {}).wouldChange(owners.owner(item), owners.group(item));
 }
 
 bool isMetadataOther(const platform::TargetFolder& folder, const std::string& name,
                      const ItemRecord& item, Owners& owners)
 {
-    return Putting(folder, name, item, false).wouldChange(owners.owner(item), owners.group(item));
+    int error = 0;
+    const auto target = folder.item(name, error);
+    return !target || isMetadataOther(*target, item, owners);
 }
 
 } // namespace stowline::backup

@@ -35,15 +35,24 @@ struct MetadataOutcome {
 /// any.
 inline constexpr const char* kGatheringMark = "user.stowline.gathering";
 
+/// Whether a record gives an item set-id bits or capabilities.
+[[nodiscard]] bool hasPrivileges(const ItemRecord& item);
+
+struct PutOptions {
+    bool keepsMark = false;           ///< kGatheringMark stays
+    bool withholdsPrivileges = false; ///< set-id bits and capabilities are left to a later time
+};
+
 /// Makes owner, mode, extended attributes and times of an item those of a record. Set-id bits and
 /// capabilities come only together with the owner.
-/// @param name in the folder; empty: the folder itself
-/// @param keepsMark whether kGatheringMark stays
-[[nodiscard]] MetadataOutcome putMetadata(const platform::TargetFolder& folder,
-                                          const std::string& name, const ItemRecord& item,
-                                          Owners& owners, bool keepsMark = false);
+[[nodiscard]] MetadataOutcome putMetadata(const platform::TargetItem& target,
+                                          const ItemRecord& item, Owners& owners,
+                                          PutOptions options = {});
 
 /// Whether putMetadata() would find something that is not as it should be. Nothing is changed.
+[[nodiscard]] bool isMetadataOther(const platform::TargetItem& target, const ItemRecord& item,
+                                   Owners& owners);
+/// The same of what stands under a name in a folder; with an empty one, of the folder itself.
 [[nodiscard]] bool isMetadataOther(const platform::TargetFolder& folder, const std::string& name,
                                    const ItemRecord& item, Owners& owners);
 

@@ -20,6 +20,7 @@ using platform::TargetKind;
 using platform::TargetStatus;
 
 constexpr std::uint32_t kOwnersOwn = 0700;
+constexpr std::uint32_t kOwnersLook = 0500;
 
 ItemKind itemKind(TargetKind kind)
 {
@@ -286,7 +287,7 @@ bool Pruning::planBelow(const Tree& tree, const ItemRecord& item, Place& place)
     if (doomed_.size() == first)
         folders_.resize(number);
     else
-        groups_.push_back({number, first, doomed_.size(), item.path});
+        groups_.push_back({number, first, doomed_.size(), item.path, folder->status()});
     return true;
 }
 
@@ -357,10 +358,42 @@ bool Pruning::isDoomed(const Where& where, const std::string& name, const Names&
     return true;
 }
 
+namespace {
+
+/// Lets the owner into a folder, who is to look at what is in it; out again with this.
+class OpenedForLooking {
+public:
+    OpenedForLooking(const TargetFolder& above, const std::string& name, bool isWanted)
+        : above_(above), name_(name)
+    {
+        int error = 0;
+        const auto there = isWanted ? above.find(name, error) : std::nullopt;
+        if (there && there->owner == platform::ownUserNumber() &&
+            (there->mode & kOwnersLook) != kOwnersLook &&
+            above.setMode(name, there->mode | kOwnersLook) == 0)
+            mode_ = there->mode;
+    }
+    ~OpenedForLooking()
+    {
+        if (mode_)
+            (void)above_.setMode(name_, *mode_);
+    }
+    OpenedForLooking(const OpenedForLooking&) = delete;
+    OpenedForLooking& operator=(const OpenedForLooking&) = delete;
+
+private:
+    const TargetFolder& above_;
+    const std::string& name_;
+    std::optional<std::uint32_t> mode_;
+};
+
+} // namespace
+
 /// Plans for what is in a folder that the run does not hold. @return whether nothing stays in it
 bool Pruning::isFolderDoomed(const Where& above, const Place& place, const std::string& name)
 {
     int error = 0;
+    const OpenedForLooking opened(above.folder, name, !request_.isDryRun);
     const auto folder = above.folder.belowOnSameMount(name, error);
     auto listed = folder ? folder->names(error) : std::nullopt;
     if (!listed) {
@@ -436,14 +469,47 @@ void Pruning::carryOut(const std::function<void(RestoredItem)>& tell, const Stop
             above ? above->belowOnSameMount(folders_[group.folder].below, error) : std::nullopt;
         if (stop.isRequested())
             break;
-        if (folder)
+        const auto status = folder ? folder->status() : std::nullopt;
+        const bool isKnown = status && group.status && isOneItem(*status, *group.status);
+        if (isKnown)
             carryOut(group, *above, *folder, tell, stop);
         else
             tell({.path = onDisk(tree, group.path),
                   .kind = ItemKind::folder,
                   .faults = {cannotBeDeleted("What is in " + onDisk(tree, group.path),
-                                             platform::systemErrorText(error))}});
+                                             folder ? "another folder has taken its place"
+                                                    : platform::systemErrorText(error))}});
     }
+}
+
+/// Opens a folder that is to be emptied, and lets its owner into it and those above it that are
+/// closed to them.
+std::optional<TargetFolder> Pruning::enter(const TargetFolder& top, const std::string& below,
+                                           std::vector<Opened>& opened, int& error)
+{
+    auto folder = top.belowOnSameMount(below, error);
+    if (!folder && error == EACCES && !below.empty()) {
+        const auto slash = below.rfind('/');
+        const std::string above = slash == std::string::npos ? "" : below.substr(0, slash);
+        const std::string name = slash == std::string::npos ? below : below.substr(slash + 1);
+        const auto outer = enter(top, above, opened, error);
+        const auto there = outer ? outer->find(name, error) : std::nullopt;
+        if (!there || there->kind != TargetKind::folder ||
+            there->owner != platform::ownUserNumber() || outer->isMountPoint(name))
+            return std::nullopt;
+        if (const int refused = outer->setMode(name, there->mode | kOwnersOwn)) {
+            error = refused;
+            return std::nullopt;
+        }
+        opened.push_back({below, there->mode});
+        folder = top.belowOnSameMount(below, error);
+    }
+    const auto status = folder ? folder->status() : std::nullopt;
+    if (status && (status->mode & kOwnersOwn) != kOwnersOwn &&
+        status->owner == platform::ownUserNumber() &&
+        folder->setMode("", status->mode | kOwnersOwn) == 0)
+        opened.push_back({below, status->mode});
+    return folder;
 }
 
 void Pruning::carryOut(const Group& group, const TargetFolder& top, const TargetFolder& stayed,
@@ -454,12 +520,13 @@ void Pruning::carryOut(const Group& group, const TargetFolder& top, const Target
                             before->owner == platform::ownUserNumber() &&
                             stayed.setMode("", before->mode | kOwnersOwn) == 0;
     std::optional<TargetFolder> folder;
+    std::vector<Opened> opened;
     std::size_t number = folders_.size(); // of the open folder
     for (std::size_t at = group.first; at < group.end && !stop.isRequested(); ++at) {
         const Doomed& doomed = doomed_[at];
         int error = 0;
         if (number != doomed.folder)
-            folder = top.belowOnSameMount(folders_[doomed.folder].below, error);
+            folder = enter(top, folders_[doomed.folder].below, opened, error);
         number = doomed.folder;
         const auto there = folder ? folder->find(doomed.name, error) : std::nullopt;
         if (!there && error == ENOENT)
@@ -483,10 +550,18 @@ void Pruning::carryOut(const Group& group, const TargetFolder& top, const Target
         tell(std::move(report));
     }
     folder.reset();
+    for (auto closed = opened.rbegin(); closed != opened.rend(); ++closed) { // those that stayed
+        int error = 0;
+        if (const auto stays = top.belowOnSameMount(closed->below, error))
+            (void)stays->setMode("", closed->mode);
+    }
     if (isLoosened)
         (void)stayed.setMode("", before->mode);
-    if (const auto stored = items_.find(group.path))
-        (void)putMetadata(stayed, "", stored->item, owners_);
+    int error = 0;
+    const auto stored = items_.find(group.path);
+    const auto held = stored ? stayed.item("", error) : std::nullopt;
+    if (held)
+        (void)putMetadata(*held, stored->item, owners_);
     (void)stayed.synchronizeFileSystem();
 }
 

@@ -89,13 +89,19 @@ private:
         std::size_t folder = 0;
         std::size_t first = 0;
         std::size_t end = 0;
-        std::string path; ///< of the folder in the run
+        std::string path;                             ///< of the folder in the run
+        std::optional<platform::TargetStatus> status; ///< of the folder, when it was planned
     };
     /// An open folder, its number among all, and its place in the run.
     struct Where {
         const platform::TargetFolder& folder;
         std::size_t number = 0;
         const Place& place;
+    };
+    /// A folder whose owner was let into it, and the mode that it had.
+    struct Opened {
+        std::string below; ///< as in Folder
+        std::uint32_t mode = 0;
     };
     struct Names; ///< in an open folder that are not held, and what is known of them
 
@@ -110,6 +116,9 @@ private:
     [[nodiscard]] Names namesIn(const platform::TargetFolder& folder, const Place& place,
                                 std::vector<std::string> listed) const;
     [[nodiscard]] bool stays(Stays reason);
+    [[nodiscard]] static std::optional<platform::TargetFolder>
+    enter(const platform::TargetFolder& top, const std::string& below, std::vector<Opened>& opened,
+          int& error);
     void fail(const std::string& path, ItemKind kind, const std::string& why) const;
 
     [[nodiscard]] std::optional<platform::TargetFolder> top(const Tree& tree, int& error) const;

@@ -1,6 +1,7 @@
 #include "stowline/backup/restore/RunReader.h"
 
 #include "stowline/backup/RunState.h"
+#include "stowline/backup/ShortList.h"
 #include "stowline/backup/record/KeptRuns.h"
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/platform/text/Text.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 
 namespace stowline::backup {
@@ -72,27 +74,41 @@ std::string listOf(const std::vector<std::string>& chains)
 /// The first of them, and how many more there are.
 std::string shortListOf(const std::vector<std::string>& chains)
 {
-    constexpr std::size_t shown = 3;
-    if (chains.size() <= shown)
-        return listOf(chains);
-    return listOf({chains.begin(), chains.begin() + shown}) + " and " +
-           platform::countText(chains.size() - shown, "other", "others");
+    ShortList list;
+    for (const std::string& chain : chains)
+        list.add(describe(chain));
+    return list.text();
 }
 
-/// "/a, /b and 3 others".
-std::string missedPlaces(const ItemIndex& items, std::uint64_t count)
+/// The places of a kind of note: "/a, /b and 3 others".
+std::string placesOf(const ItemIndex& items, PlaceNote::Kind kind)
 {
-    constexpr std::uint64_t shown = 3;
-    std::string text;
-    std::uint64_t named = 0;
+    ShortList places;
     items.forEachNote([&](const PlaceNote& note) {
-        if (note.kind != PlaceNote::Kind::missed)
-            return true;
-        text += (text.empty() ? "" : ", ") + note.path;
-        return ++named < shown;
+        if (note.kind == kind)
+            places.add(note.path);
+        return true;
     });
-    return count > named ? text + " and " + platform::countText(count - named, "other", "others")
-                         : text;
+    return places.text();
+}
+
+/// A sentence about the files of which a run holds no one state; empty: there is none.
+std::string changedSentence(std::uint64_t run, const ItemIndex& items)
+{
+    ShortList paths;
+    items.forEach("/", [&](const StoredItem& stored) {
+        if (stored.changedWhileRead)
+            paths.add(stored.item.path);
+        return true;
+    });
+    const std::uint64_t count = paths.count();
+    if (count == 0)
+        return {};
+    return fmt::format("{} of run {} changed while {} read: what is stored of {} is not one state "
+                       "of {}: {}.",
+                       platform::countText(count, "file", "files"), run,
+                       count == 1 ? "it was" : "they were", count == 1 ? "it" : "each",
+                       count == 1 ? "it" : "them", paths.text());
 }
 
 bool isAtOrBelowAny(std::string_view path, const std::vector<std::string>& folders)
@@ -150,9 +166,17 @@ RecordChain RunReader::openChain()
         throw ChoiceFault(ReadEnd::notConfigured, std::string(kRestoringNotConfiguredMessage));
     origin_.chain = chosenChain(place_.chains());
     const auto identity = parseChainName(origin_.chain);
-    if (choice_.stateFolder && identity)
-        seen_ = RunState::seen(*choice_.stateFolder, RunState::owner(choice_.account, *identity));
-    return RecordChain::openNamed(place_, origin_.chain, std::filesystem::temp_directory_path());
+    RecordChain chain =
+        RecordChain::openNamed(place_, origin_.chain, std::filesystem::temp_directory_path());
+    if (choice_.stateFolder && identity) {
+        const UploadOwner owner = RunState::owner(choice_.account, *identity);
+        seen_ = RunState::seen(*choice_.stateFolder, owner);
+        std::vector<IndexPosition> known = RunState::knownRecords(*choice_.stateFolder, owner);
+        if (seen_.run != 0)
+            known.push_back(seen_); // an index of before knows no others
+        chain.expect(known);
+    }
+    return chain;
 }
 
 /// Never guesses: another's chain is taken only when there is no other that could be meant.
@@ -214,41 +238,89 @@ void RunReader::requireNothingOlder(const RecordChain& chain, bool isRunNamed)
     }
 }
 
-std::uint64_t RunReader::chosenRun(RecordChain& chain) const
+std::uint64_t RunReader::chosenRun(RecordChain& chain)
 {
     if (choice_.run)
         return *choice_.run;
     const std::vector<std::uint64_t> finished = keptRuns(chain);
-    auto after = finished.end();
-    if (choice_.at)
-        after = std::ranges::partition_point(finished, [&](std::uint64_t run) {
-            return chain.head(run).description.begun <= *choice_.at;
-        });
-    if (after == finished.begin())
-        throw RecordFault(
-            Kind::notFound,
-            finished.empty()
-                ? "No run of the machine " + choice_.account.systemName + " has been finished yet."
-                : "No run of the machine " + choice_.account.systemName + " had begun by then.");
-    return *std::prev(after);
+    if (finished.empty())
+        throw RecordFault(Kind::notFound, "No run of the machine " + choice_.account.systemName +
+                                              " has been finished yet.");
+    return choice_.at ? newestBegunBy(chain, finished, *choice_.at) : finished.back();
+}
+
+/// Numbers grow, moments need not: what a run says of its beginning comes from a clock that may
+/// have been wrong.
+std::uint64_t RunReader::newestBegunBy(RecordChain& chain,
+                                       const std::vector<std::uint64_t>& finished,
+                                       const Timestamp& at)
+{
+    const auto begun = [&chain](std::uint64_t run) { return chain.head(run).description.begun; };
+    const auto chosen = std::find_if(finished.rbegin(), finished.rend(),
+                                     [&](std::uint64_t run) { return begun(run) <= at; });
+    if (chosen == finished.rend())
+        throw RecordFault(Kind::notFound, "No run of the machine " + choice_.account.systemName +
+                                              " had begun by then.");
+    const auto before = std::next(chosen);
+    if (before != finished.rend() && begun(*chosen) < begun(*before))
+        origin_.notes.push_back(
+            fmt::format("Run {0} came after run {1}, but says that it began before it: the clock "
+                        "of the machine was wrong in one of them. If another run than {0} is "
+                        "meant, please name it by its number.",
+                        *chosen, *before));
+    return *chosen;
 }
 
 RunReader::Tree RunReader::readChosen()
 {
     RecordChain chain = openChain();
     requireNothingOlder(chain, choice_.run.has_value());
-    if (!choice_.run)
-        chain.expect(seen_);
     Tree tree{.head = {}, .items = ItemIndex::temporary()};
     tree.head = chain.load(chosenRun(chain), tree.items);
     origin_.run = tree.head.run;
     if (const IndexPosition position = tree.items.position(); position.run == tree.head.run)
         origin_.digest = position.digest;
+    origin_.trust = trustIn(chain, origin_.run);
+    tree.sights = sightsIn(chain, tree.head, tree.items);
     origin_.lack = lackOf(tree.head, tree.items);
-    if (origin_.run == seen_.run && origin_.digest != seen_.digest)
-        origin_.notes.push_back("The record of run " + std::to_string(origin_.run) +
-                                " is another than the one that this machine has seen.");
+    if (std::string changed = changedSentence(origin_.run, tree.items); !changed.empty())
+        origin_.notes.push_back(std::move(changed));
     return tree;
+}
+
+Sights RunReader::sightsIn(RecordChain& chain, const RecordHead& head, const ItemIndex& items)
+{
+    return {head, items, chain.runs(), [&chain](std::uint64_t run) { return chain.head(run); }};
+}
+
+void RunReader::noteSights(const Sights& sights, const std::vector<std::string>& paths)
+{
+    std::ranges::move(sights.sentences(paths), std::back_inserter(origin_.notes));
+}
+
+RecordTrust RunReader::trustIn(RecordChain& chain, std::uint64_t run)
+{
+    const ChainFinding finding = chain.trustOf(run);
+    if (finding.trust == RecordTrust::unproven)
+        origin_.notes.push_back(fmt::format("That the record of run {} is the one that was stored "
+                                            "cannot be proven: {}.",
+                                            run, finding.why));
+    return finding.trust;
+}
+
+const char* nameOf(RecordTrust trust)
+{
+    switch (trust) {
+    case RecordTrust::seen:
+        return "seen";
+    case RecordTrust::linked:
+        return "linked";
+    case RecordTrust::newest:
+        return "newest";
+    case RecordTrust::unproven:
+        break;
+    }
+    return "unproven";
 }
 
 RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
@@ -256,6 +328,7 @@ RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
     const RunLack lack{.failed = head.failed,
                        .carriedForward = items.staleCount(),
                        .neverStored = items.noteCount(PlaceNote::Kind::missed),
+                       .cutOff = items.noteCount(PlaceNote::Kind::cutOff),
                        .leftOut = items.noteCount(PlaceNote::Kind::leftOut)};
     const std::string run = "Run " + std::to_string(head.run);
     if (lack.failed > 0)
@@ -271,32 +344,33 @@ RunLack RunReader::lackOf(const RecordHead& head, const ItemIndex& items)
         origin_.notes.push_back("Nothing is stored of what neither run " +
                                 std::to_string(head.run) +
                                 " nor any before it could look at, read or store: " +
-                                missedPlaces(items, lack.neverStored) + ".");
+                                placesOf(items, PlaceNote::Kind::missed) + ".");
+    if (lack.cutOff > 0)
+        origin_.notes.push_back("A backup of " + placesOf(items, PlaceNote::Kind::cutOff) +
+                                " was cut off before run " + std::to_string(head.run) +
+                                ", and none had been whole since: what the run holds of it may be "
+                                "incomplete. An earlier run may hold the rest.");
     return lack;
 }
 
 void RunReader::noteLeftOut(const RecordHead& head, const ItemIndex& items,
                             const std::vector<std::string>& paths)
 {
-    constexpr std::uint64_t shown = 3;
     const std::string run = "Run " + std::to_string(head.run);
-    std::string places;
-    std::uint64_t count = 0;
+    ShortList places;
     std::map<std::string, std::string> folders; // by their patterns, the first of them
     items.forEachNote([&](const PlaceNote& note) {
         if (note.kind == PlaceNote::Kind::leftOut && isAtOrBelowAny(note.path, paths)) {
-            if (count++ < shown)
-                places += (places.empty() ? "" : ", ") + note.path + " (" + note.text + ")";
+            places.add(note.path + " (" + note.text + ")");
         } else if (note.kind == PlaceNote::Kind::walked && isOnTheWay(note.path, paths)) {
             if (const std::string patterns = patternsOf(note); !patterns.empty())
                 folders.try_emplace(patterns, note.path);
         }
         return true;
     });
-    if (count > shown)
-        places += " and " + platform::countText(count - shown, "other place", "other places");
-    if (count > 0)
-        origin_.notes.push_back(run + " left out " + places + ".");
+    if (places.count() > 0)
+        origin_.notes.push_back(run + " left out " + places.text("other place", "other places") +
+                                ".");
     for (const auto& [patterns, folder] : folders)
         origin_.notes.push_back(
             fmt::format("Of {} run {} holds only what these patterns let through: {}.", folder,
@@ -314,6 +388,8 @@ std::string whyNotHeld(const ItemIndex& items, std::string_view path)
             return " " + place + " was left out: " + note->text + ".";
         if (note->kind == PlaceNote::Kind::missed)
             return " " + place + " could not be read: " + note->text;
+        if (note->kind == PlaceNote::Kind::cutOff)
+            return " A backup of " + note->path + " was cut off: not all of it may be stored.";
         return {};
     }
     return {};

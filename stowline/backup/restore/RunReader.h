@@ -5,6 +5,7 @@
 #include "stowline/backup/index/ItemIndex.h"
 #include "stowline/backup/record/RecordChain.h"
 #include "stowline/backup/record/ServicePlace.h"
+#include "stowline/backup/restore/Sights.h"
 #include "stowline/backup/transfer/ContentSource.h"
 #include "stowline/backup/transfer/Tries.h"
 
@@ -28,14 +29,26 @@ public:
     void requireNothingOlder(const RecordChain& chain, bool isRunNamed);
 
     /// The number of the chosen run.
-    [[nodiscard]] std::uint64_t chosenRun(RecordChain& chain) const;
+    [[nodiscard]] std::uint64_t chosenRun(RecordChain& chain);
 
     /// The tree of the chosen run.
     struct Tree {
         RecordHead head;
         ItemIndex items;
+        Sights sights = {}; ///< from when its items are
     };
     [[nodiscard]] Tree readChosen();
+
+    /// What is known of a run's record, which is noted for people where nothing proves it.
+    [[nodiscard]] RecordTrust trustIn(RecordChain& chain, std::uint64_t run);
+
+    /// From when the items of a run are.
+    [[nodiscard]] static Sights sightsIn(RecordChain& chain, const RecordHead& head,
+                                         const ItemIndex& items);
+
+    /// Notes for people what a run was not told to back up, at and below paths, and from when it
+    /// is.
+    void noteSights(const Sights& sights, const std::vector<std::string>& paths);
 
     /// What a run could not back up, which is noted for people too.
     [[nodiscard]] RunLack lackOf(const RecordHead& head, const ItemIndex& items);
@@ -51,6 +64,9 @@ public:
     [[nodiscard]] Tries& tries() { return tries_; }
 
 private:
+    [[nodiscard]] std::uint64_t newestBegunBy(RecordChain& chain,
+                                              const std::vector<std::uint64_t>& finished,
+                                              const Timestamp& at);
     [[nodiscard]] std::string chosenChain(const std::vector<std::string>& chains);
 
     const RunChoice choice_;

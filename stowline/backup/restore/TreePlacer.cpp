@@ -80,7 +80,7 @@ RestoredItem lackOfContent(const ItemRecord& item)
 {
     return {.path = item.path,
             .kind = item.kind,
-            .faults = {item.path + ": no content of it was ever stored."}};
+            .faults = {item.path + ": no content of it is stored."}};
 }
 
 TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
@@ -90,6 +90,9 @@ TreePlacer::TreePlacer(const PlacingContext& context, const ItemIndex& items,
 {
     context_.mistakenFor = [this](const TargetFolder& folder, const std::string& path) {
         return mistakenFor(folder, path);
+    };
+    context_.openFolder = [this](const std::string& relative, int& error) {
+        return openFolder(relative, error);
     };
     context_.done = [this, done = context.done](RestoredItem report) {
         if (report.state == RestoredState::wouldRestore) {
@@ -158,6 +161,13 @@ void TreePlacer::fail(const ItemRecord& item, const std::string& what, int error
                      (error == 0 ? "." : ": " + platform::systemErrorText(error) + ".")}});
 }
 
+void TreePlacer::failFolder(const ItemRecord& item, int error)
+{
+    if (error != ESTALE)
+        return fail(item, "its folder cannot be opened", error);
+    tell({.path = item.path, .kind = item.kind, .faults = {anothersFolderSentence(item.path)}});
+}
+
 void TreePlacer::place(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found)
 {
     for (std::size_t i = 0; i < std::max<std::size_t>(context_.request.jobs, 1); ++i) {
@@ -210,11 +220,36 @@ void TreePlacer::take(const StoredItem& stored)
         takeFile(stored);
 }
 
+/// Opens a folder below the root, which is the one that was made there or first met.
+std::optional<TargetFolder> TreePlacer::openFolder(const std::string& relative, int& error)
+{
+    auto folder = context_.root.below(relative, error);
+    const auto status = folder && !relative.empty() ? folder->status() : std::nullopt;
+    if (!status || context_.request.isDryRun)
+        return folder;
+    const std::pair identity{status->device, status->inode};
+    const std::lock_guard lock(knownFoldersMutex_);
+    if (knownFolders_.try_emplace(relative, identity).first->second == identity)
+        return folder;
+    error = ESTALE;
+    return std::nullopt;
+}
+
+/// Whether a folder that was just made is the one that is found there: nobody else's, and empty.
+bool TreePlacer::isAsMade(const std::string& relative)
+{
+    int error = 0;
+    const auto folder = openFolder(relative, error);
+    const auto status = folder ? folder->status() : std::nullopt;
+    const auto names = folder ? folder->names(error) : std::nullopt;
+    return status && status->owner == platform::ownUserNumber() && names && names->empty();
+}
+
 /// Opens a folder below the root, and makes what is missing: folders that the run did not record,
 /// since only something below them was named.
 std::optional<TargetFolder> TreePlacer::folderFor(const std::string& relative, int& error)
 {
-    auto folder = context_.root.below(relative, error);
+    auto folder = openFolder(relative, error);
     if (folder || error != ENOENT || context_.request.isDryRun)
         return folder;
     std::optional<TargetFolder> above = context_.root.below("", error);
@@ -227,7 +262,7 @@ std::optional<TargetFolder> TreePlacer::folderFor(const std::string& relative, i
         above = above->below(name, error);
         at = slash + 1;
     }
-    return above;
+    return openFolder(relative, error);
 }
 
 /// In a dry run: whether what cannot be opened could be by the time that a real one comes to it.
@@ -251,7 +286,7 @@ void TreePlacer::takeFolder(const StoredItem& stored)
         return;
     }
     if (!above && !isUnopenedOnlyNow(error))
-        return fail(item, "its folder cannot be opened", error);
+        return failFolder(item, error);
     const bool stood = hasStood(place);
     auto there = above ? above->find(place.name, error) : std::nullopt;
     if (const std::string other = there && !stood ? mistakenFor(*above, item.path) : "";
@@ -261,8 +296,12 @@ void TreePlacer::takeFolder(const StoredItem& stored)
             {.path = item.path, .kind = item.kind, .faults = {mistakenSentence(item.path, other)}});
     }
     if (there && there->kind != TargetKind::folder) {
-        if (context_.request.overwrite == Overwrite::never)
-            return fail(item, "something else stands in its place");
+        if (isLeftAlone(context_.request.overwrite, item, *there)) {
+            notMade_ = item.path;
+            return fail(item, context_.request.overwrite == Overwrite::never
+                                  ? "something else stands in its place"
+                                  : "something else stands in its place, and is not older");
+        }
         if (context_.request.isDryRun)
             there.reset();
         else if (const int refused = above->remove(place.name))
@@ -278,15 +317,29 @@ void TreePlacer::takeFolder(const StoredItem& stored)
     } else if (!there) {
         if (const int refused = above->makeFolder(place.name, kOwnersOwn))
             return fail(item, "it cannot be made", refused);
+        if (!isAsMade(selection_.placeOf(item.path))) {
+            notMade_ = item.path;
+            return tell(
+                {.path = item.path, .kind = item.kind, .faults = {anothersSentence(item.path)}});
+        }
         madeFolders_.insert(item.path);
         standing_.note(selection_.placeOf(item.path));
-    } else if ((there->mode & kOwnersOwn) != kOwnersOwn &&
-               there->owner == platform::ownUserNumber()) {
-        // To put something into it; its own mode comes back at the end.
-        if (above->setMode(place.name, there->mode | kOwnersOwn) == 0)
-            loosenedFolders_[item.path] = there->mode;
+    } else {
+        loosen(*above, place.name, item.path);
+        (void)openFolder(selection_.placeOf(item.path), error); // remembers it
     }
     folders_.push_back(item.path);
+}
+
+/// To put something into a folder of our own; its mode comes back at the end.
+void TreePlacer::loosen(const TargetFolder& above, const std::string& name, const std::string& path)
+{
+    int error = 0;
+    const auto folder = above.item(name, error);
+    const auto there = folder ? folder->status() : std::nullopt;
+    if (there && there->kind == TargetKind::folder && (there->mode & kOwnersOwn) != kOwnersOwn &&
+        there->owner == platform::ownUserNumber() && folder->setMode(there->mode | kOwnersOwn) == 0)
+        loosenedFolders_[path] = there->mode;
 }
 
 void TreePlacer::takeFile(const StoredItem& stored)
@@ -297,7 +350,7 @@ void TreePlacer::takeFile(const StoredItem& stored)
     int error = 0;
     const auto folder = folderFor(place.folder, error); // who puts it there says what is wrong
     if (!folder && context_.request.isDryRun && !isUnopenedOnlyNow(error))
-        return fail(stored.item, "its folder cannot be opened", error);
+        return failFolder(stored.item, error);
     const bool stood = hasStood(place);
     std::string temporary = temporaryFor(stored.item.path, stored.content->digest);
     queue({stored, std::move(place.folder), std::move(place.name), std::move(temporary), stood});
@@ -312,30 +365,39 @@ std::string TreePlacer::temporaryFor(const std::string& path, const std::string&
     return name;
 }
 
-bool TreePlacer::isSame(const ItemRecord& item, const TargetFolder& folder, const std::string& name,
-                        const platform::TargetStatus& there) const
+bool TreePlacer::isSame(const ItemRecord& item, const platform::TargetItem& held,
+                        const platform::TargetStatus& there)
 {
-    int error = 0;
     if (there.kind != targetKind(item.kind))
         return false;
     if (item.kind == ItemKind::link)
-        return folder.linkTarget(name, error) == item.linkTarget;
+        return held.linkTarget() == item.linkTarget;
     return !isDevice(item.kind) || there.deviceNumber == item.deviceNumber;
 }
 
-int TreePlacer::make(const ItemRecord& item, const TargetFolder& folder, const std::string& name,
-                     bool isNew) const
+/// Makes a link, pipe, socket or device beside its place, and gives it its name.
+TreePlacer::Made TreePlacer::make(const ItemRecord& item, const TargetFolder& folder,
+                                  const std::string& name, bool isNew) const
 {
     const std::string temporary = temporaryFor(item.path, kNoContent);
     (void)folder.remove(temporary); // what a kill left
-    int error = item.kind == ItemKind::link
-                    ? folder.makeLink(temporary, item.linkTarget)
-                    : folder.makeNode(temporary, targetKind(item.kind), item.deviceNumber);
-    if (error == 0)
-        error = isNew ? folder.renameToNew(temporary, name) : folder.rename(temporary, name);
-    if (error != 0)
-        (void)folder.remove(temporary);
-    return error;
+    Made made;
+    made.given.error = item.kind == ItemKind::link
+                           ? folder.makeLink(temporary, item.linkTarget)
+                           : folder.makeNode(temporary, targetKind(item.kind), item.deviceNumber);
+    if (made.given.error == 0)
+        made.item = folder.item(temporary, made.given.error);
+    const auto status = made.item ? made.item->status() : std::nullopt;
+    if (!status)
+        return made;
+    made.given.error = 0;
+    const bool isOurs = status->owner == platform::ownUserNumber() && status->links == 1 &&
+                        isSame(item, *made.item, *status);
+    made.given = isOurs ? giveName(folder, *made.item, temporary, name, isNew)
+                        : GivenName{.isAnothers = true};
+    if (!made.given.isGiven())
+        removeIfStill(folder, *made.item, temporary);
+    return made;
 }
 
 void TreePlacer::takeSpecial(const StoredItem& stored, bool hasStood)
@@ -346,36 +408,39 @@ void TreePlacer::takeSpecial(const StoredItem& stored, bool hasStood)
     int error = 0;
     const auto folder = folderFor(place.folder, error);
     if (!folder && !isUnopenedOnlyNow(error))
-        return fail(item, "its folder cannot be opened", error);
-    const auto there = folder ? folder->find(place.name, error) : std::nullopt;
+        return failFolder(item, error);
+    auto held = folder ? folder->item(place.name, error) : std::nullopt;
+    const auto there = held ? held->status() : std::nullopt;
     const std::string other = there && !hasStood ? mistakenFor(*folder, item.path) : "";
     if (!other.empty()) {
         report.faults.push_back(mistakenSentence(item.path, other));
         return tell(std::move(report));
     }
-    const bool isRight = there && isSame(item, *folder, place.name, *there);
+    const bool isRight = there && isSame(item, *held, *there);
     if (there && !isRight && there->kind == TargetKind::folder)
         return fail(item, "a folder stands in its place");
-    const Timestamp modified =
-        there ? Timestamp{there->modifiedSeconds, there->modifiedNanoseconds} : Timestamp{};
-    const Overwrite rule = context_.request.overwrite;
-    if (there &&
-        (rule == Overwrite::never || (rule == Overwrite::ifNewer && item.modified <= modified))) {
-        report.state = RestoredState::skipped;
+    report.isMetadataOnly = isRight;
+    if (there && isLeftAlone(context_.request.overwrite, item, *there)) {
+        const bool isUnchanged = isRight && !isMetadataOther(*held, item, context_.owners);
+        report.state = isUnchanged ? RestoredState::unchanged : RestoredState::skipped;
         return tell(std::move(report));
     }
-    report.isMetadataOnly = isRight;
     if (context_.request.isDryRun) {
-        const bool isUnchanged =
-            isRight && !isMetadataOther(*folder, place.name, item, context_.owners);
+        const bool isUnchanged = isRight && !isMetadataOther(*held, item, context_.owners);
         report.state = isUnchanged ? RestoredState::unchanged : RestoredState::wouldRestore;
         return tell(std::move(report));
     }
     if (!isRight) {
-        if (const int refused = make(item, *folder, place.name, !there))
-            return fail(item, "it cannot be made", refused);
+        Made made = make(item, *folder, place.name, !there);
+        if (made.given.isAnothers) {
+            report.faults.push_back(anothersSentence(item.path));
+            return tell(std::move(report));
+        }
+        if (!made.given.isGiven() || !made.item)
+            return fail(item, "it cannot be made", made.given.error);
+        held = std::move(made.item);
     }
-    MetadataOutcome outcome = putMetadata(*folder, place.name, item, context_.owners);
+    MetadataOutcome outcome = putMetadata(*held, item, context_.owners);
     report.state =
         isRight && !outcome.hasChanged ? RestoredState::unchanged : RestoredState::restored;
     takeOutcome(outcome, report);
@@ -454,8 +519,13 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored, bool
     const auto toFolder = folderFor(to.folder, error);
     if (!from.folder || !toFolder)
         return false;
-    const auto original = from.folder->find(from.name, error);
+    const auto held = from.folder->item(from.name, error);
+    const auto original = held ? held->status() : std::nullopt;
     if (!original || original->kind != targetKind(stored.item.kind))
+        return false;
+    // Somebody else's may have taken its place since.
+    if (original->owner != platform::ownUserNumber() &&
+        original->owner != context_.owners.owner(stored.item))
         return false;
     RestoredItem report{
         .path = stored.item.path, .kind = stored.item.kind, .state = RestoredState::unchanged};
@@ -471,22 +541,20 @@ bool TreePlacer::linkTo(const std::string& first, const StoredItem& stored, bool
         tell(std::move(report));
         return true;
     }
-    if (there && context_.request.overwrite == Overwrite::never) {
-        report.state = RestoredState::skipped;
-        tell(std::move(report));
-        return true;
-    }
+    if (there && isLeftAlone(context_.request.overwrite, stored.item, *there))
+        return false; // told as a file of its own
     const std::string temporary = temporaryFor(stored.item.path, kNoContent);
     (void)toFolder->remove(temporary);
-    error = toFolder->makeHardLink(*from.folder, from.name, temporary);
-    if (error == 0)
-        error = there ? toFolder->rename(temporary, to.name)
-                      : toFolder->renameToNew(temporary, to.name);
-    if (error != 0) {
-        (void)toFolder->remove(temporary);
+    if (toFolder->makeHardLink(*held, temporary) != 0)
         return false; // another file system, or one without hard links
-    }
-    report.state = RestoredState::restored;
+    const GivenName given = giveName(*toFolder, *held, temporary, to.name, !there);
+    if (!given.isGiven())
+        removeIfStill(*toFolder, *held, temporary);
+    if (given.error != 0)
+        return false;
+    if (given.isAnothers)
+        report.faults.push_back(anothersSentence(report.path));
+    report.state = given.isGiven() ? RestoredState::restored : RestoredState::failed;
     tell(std::move(report));
     return true;
 }
@@ -509,16 +577,15 @@ bool TreePlacer::wouldLinkTo(const std::string& first, const StoredItem& stored)
     if (!toFolder && !isUnopenedOnlyNow(error))
         return false;
     const auto there = toFolder ? toFolder->find(to.name, error) : std::nullopt;
-    const bool isSkipped = there && context_.request.overwrite == Overwrite::never;
-    if (there && there->kind == TargetKind::folder && !isSkipped)
-        return false;
     const bool isRight =
         there && original && there->inode == original->inode && there->device == original->device;
+    if (there && !isRight &&
+        (there->kind == TargetKind::folder ||
+         isLeftAlone(context_.request.overwrite, stored.item, *there)))
+        return false;
     tell({.path = stored.item.path,
           .kind = stored.item.kind,
-          .state = isRight     ? RestoredState::unchanged
-                   : isSkipped ? RestoredState::skipped
-                               : RestoredState::wouldRestore});
+          .state = isRight ? RestoredState::unchanged : RestoredState::wouldRestore});
     return true;
 }
 
@@ -534,18 +601,21 @@ void TreePlacer::finishFolder(const std::string& path)
     if (stored && context_.request.isDryRun)
         return wouldFinishFolder(stored->item);
     int error = 0;
-    const auto folder = context_.root.below(selection_.placeOf(path), error);
-    if (!folder || !stored)
+    const auto folder = openFolder(selection_.placeOf(path), error);
+    if (!folder && error == ESTALE)
+        return tell({.path = path, .kind = ItemKind::folder, .faults = {anothersSentence(path)}});
+    const auto held = folder ? folder->item("", error) : std::nullopt;
+    if (!held || !stored)
         return fail(stored ? stored->item : ItemRecord{.path = path}, "it is there no more",
-                    folder ? 0 : error);
+                    held ? 0 : error);
     {
         const std::lock_guard lock(mutex_);
         if (!mayGoOnLater_)
             removeLeftGatherings(*folder, path);
     }
     if (const auto mode = loosenedFolders_.find(path); mode != loosenedFolders_.end())
-        (void)folder->setMode("", mode->second);
-    MetadataOutcome outcome = putMetadata(*folder, "", stored->item, context_.owners);
+        (void)held->setMode(mode->second);
+    MetadataOutcome outcome = putMetadata(*held, stored->item, context_.owners);
     const bool isRight = !outcome.hasChanged && !madeFolders_.contains(path);
     RestoredItem report{.path = path,
                         .kind = ItemKind::folder,
@@ -580,7 +650,8 @@ void TreePlacer::removeLeftGatherings(const TargetFolder& folder, const std::str
     for (const std::string& name : folder.names(error).value_or(std::vector<std::string>())) {
         if (!isGatheringName(name) || items_.find(pathIn(path, name)))
             continue;
-        const auto attributes = folder.attributes(name, error);
+        const auto left = folder.item(name, error);
+        const auto attributes = left ? left->attributes(error) : std::nullopt;
         if (attributes && attributes->contains(kGatheringMark))
             removeLeftGathering(folder, name);
     }

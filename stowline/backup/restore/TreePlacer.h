@@ -15,6 +15,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace stowline::backup {
@@ -57,10 +58,14 @@ private:
     void takeFile(const StoredItem& stored);
     /// A link, pipe, socket or device.
     void takeSpecial(const StoredItem& stored, bool hasStood);
-    [[nodiscard]] bool isSame(const ItemRecord& item, const platform::TargetFolder& folder,
-                              const std::string& name, const platform::TargetStatus& there) const;
-    [[nodiscard]] int make(const ItemRecord& item, const platform::TargetFolder& folder,
-                           const std::string& name, bool isNew) const;
+    [[nodiscard]] static bool isSame(const ItemRecord& item, const platform::TargetItem& held,
+                                     const platform::TargetStatus& there);
+    struct Made {
+        GivenName given;
+        std::optional<platform::TargetItem> item;
+    };
+    [[nodiscard]] Made make(const ItemRecord& item, const platform::TargetFolder& folder,
+                            const std::string& name, bool isNew) const;
     void takeFurtherNames();
     struct FurtherName {
         std::string path;
@@ -87,11 +92,17 @@ private:
     [[nodiscard]] std::string temporaryFor(const std::string& path,
                                            const std::string& content) const;
 
+    [[nodiscard]] std::optional<platform::TargetFolder> openFolder(const std::string& relative,
+                                                                   int& error);
+    [[nodiscard]] bool isAsMade(const std::string& relative);
+    void loosen(const platform::TargetFolder& above, const std::string& name,
+                const std::string& path);
     [[nodiscard]] std::optional<platform::TargetFolder> folderFor(const std::string& relative,
                                                                   int& error);
     [[nodiscard]] bool isStopped() const { return context_.stop.isRequested(); }
     void tell(RestoredItem report);
     void fail(const ItemRecord& item, const std::string& what, int error = 0);
+    void failFolder(const ItemRecord& item, int error);
 
     void work();
     void queue(FileTask task);
@@ -109,6 +120,10 @@ private:
     StandingNames standing_;
     std::string notMade_; ///< a folder whose place is taken: nothing below it is put anywhere
     bool wouldOpenMore_ = false; ///< in a dry run: a folder would be loosened
+
+    std::mutex knownFoldersMutex_;
+    /// Device and inode of folders, by their places.
+    std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> knownFolders_;
 
     std::mutex mutex_; ///< of what follows
     PlacedTrees& others_;

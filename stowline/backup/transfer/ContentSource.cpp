@@ -104,7 +104,7 @@ bool ContentSource::fetchOnce(const Wanted& wanted, Part& part, int& spoiled,
                                 " bytes of it instead of " + std::to_string(wanted.size) + "."};
             return true;
         }
-        // A digest that is told wrongly is no loss: the bytes have one of their own.
+        // A digest that is told wrongly is not a loss: the bytes have one of their own.
         part.bytes = std::move(got.bytes);
         return true;
     case FilePartOutcome::ticketRefused:

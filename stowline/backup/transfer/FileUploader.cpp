@@ -106,8 +106,8 @@ UploadOutcome FileUploader::outcomeOf(int systemError) const
                    "it cannot be read: " + std::generic_category().message(systemError) + ".");
 }
 
-FileUploader::Failure FileUploader::failureOf(const std::optional<StepFailure>& failure,
-                                              const std::string& whenRefused) const
+std::optional<UploadOutcome> FileUploader::failureOf(const std::optional<StepFailure>& failure,
+                                                     const std::string& whenRefused) const
 {
     if (!failure)
         return std::nullopt;
@@ -130,14 +130,14 @@ UploadOutcome FileUploader::upload()
     const auto file = subject_.open(error);
     if (!file)
         return outcomeOf(error);
-    UploadOutcome result = uploadOpened(*file);
-    if (!hasChanged_)
-        return result;
+    Ending ending = uploadOpened(*file);
+    if (auto* ended = std::get_if<UploadOutcome>(&ending))
+        return std::move(*ended);
     context_.journal.remove(context_.owner, subject_.path);
     return uploadChanging();
 }
 
-UploadOutcome FileUploader::uploadOpened(const platform::SourceFile& file)
+FileUploader::Ending FileUploader::uploadOpened(const platform::SourceFile& file)
 {
     const auto state = file.state();
     if (!state)
@@ -170,22 +170,24 @@ UploadOutcome FileUploader::uploadChanging()
     wasResumed_ = false;
     entry_.state.size = size->size;
     readBegan_ = began;
-    hasChanged_ = false;
+    if (!copy && file->state() == before && requireEnd(*file))
+        return outcome(Kind::failed, "it holds more than its size says, and there is no room for a "
+                                     "copy of it.");
     const bool changedInCopying = copy && file->state() != before;
-    Failure failure = sendAll(source, false);
-    if (failure && !hasChanged_)
-        return *failure;
-    if (hasChanged_ && !isRegistered_) {
+    const Failure failure = sendAll(source, false);
+    if (const auto* ended = failure ? std::get_if<UploadOutcome>(&*failure) : nullptr)
+        return *ended;
+    const bool changedInSending = failure.has_value();
+    if (changedInSending && !isRegistered_) {
         // It cannot be had in one state; what was read is better than nothing.
         if (entry_.sentBytes < entry_.state.size)
             return outcome(Kind::temporary, "it keeps changing while it is sent, and there is no "
                                             "room for a copy of it.");
-        if (Failure refused = registerFile())
+        if (auto refused = registerFile())
             return *refused;
     }
     UploadOutcome result = storedOutcome();
-    result.changedWhileRead = changedInCopying || hasChanged_;
-    hasChanged_ = false;
+    result.changedWhileRead = changedInCopying || changedInSending;
     return result;
 }
 
@@ -279,11 +281,20 @@ FileUploader::Failure FileUploader::readPart(const platform::SourceFile& file, s
     const auto count = file.readAt(entry_.sentBytes, part_, error);
     if (!count)
         return outcomeOf(error);
-    if (*count < wanted) {
-        hasChanged_ = true;
-        return outcome(Kind::failed);
-    }
+    if (*count < wanted)
+        return Changed();
     return std::nullopt;
+}
+
+/// A file may hold more than its size says: the pseudo files of a kernel do.
+FileUploader::Failure FileUploader::requireEnd(const platform::SourceFile& file) const
+{
+    char more = 0;
+    int error = 0;
+    const auto count = file.readAt(entry_.state.size, {&more, 1}, error);
+    if (!count)
+        return outcomeOf(error);
+    return *count == 0 ? Failure() : Changed();
 }
 
 /// Sets place, checksum and digest to what the service holds.
@@ -327,11 +338,9 @@ FileUploader::Failure FileUploader::sendParts(const platform::SourceFile& file, 
             break;
     }
     const auto now = file.state();
-    if (now != opened || (isJournaled && (!now || !isSameState(*now, entry_.state)))) {
-        hasChanged_ = true;
-        return outcome(Kind::failed);
-    }
-    return std::nullopt;
+    if (now != opened || (isJournaled && (!now || !isSameState(*now, entry_.state))))
+        return Changed();
+    return isJournaled ? requireEnd(file) : std::nullopt;
 }
 
 /// Notes that a part has arrived, or goes where the service says that it is.
@@ -357,13 +366,13 @@ FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
         fmt::format("{};offset={};crc32={:08x}", entry_.guid, entry_.sentBytes,
                     Crc32::updateCRC32(0, bytes.data(), bytes.size()));
     std::optional<Dictionary> answer;
-    Failure failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
+    auto failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
         answer = WebServiceBroker::uploadForUser(context_.account.username, bytes, subject_.path,
                                                  bytes.size(), context_.account.server,
                                                  context_.serverPath, identifier, &error);
         return isAboutThisFile(answer, error);
     }),
-                                "the service does not take it. Is there room for it?");
+                             "the service does not take it. Is there room for it?");
     if (!failure)
         return takeAnswer(*answer);
     STOWLINE_LOG_ERROR("%@", WebServiceBroker::formatUploadErrorFromResponseDictionary(
@@ -379,8 +388,9 @@ std::optional<Dictionary> FileUploader::answerAboutFile(std::optional<Error>& er
     return isAboutThisFile(answer, error) ? answer : std::nullopt;
 }
 
-/// Whether there is an answer, and the place on the server that it names, if any, is not that of
-/// another upload: a proxy that mixes answers up must not make a file count as stored.
+/// Whether there is an answer, the place on the server that it names, if any, is not that of
+/// another upload (a proxy that mixes answers up must not make a file count as stored), and it does
+/// not call registered what is not there as a whole.
 bool FileUploader::isAboutThisFile(const std::optional<Dictionary>& answer,
                                    std::optional<Error>& error) const
 {
@@ -388,10 +398,18 @@ bool FileUploader::isAboutThisFile(const std::optional<Dictionary>& answer,
         return false;
     const std::string place = platform::findText(*answer, partHeader::serverPath);
     const std::string last = place.substr(place.rfind('/') + 1);
-    if (last == entry_.guid || !platform::isUuid(last))
+    const bool isOfAnother = last != entry_.guid && platform::isUuid(last);
+    const auto held = platform::wholeNumber<std::uint64_t>(
+        platform::findText(*answer, partHeader::receivedBytes));
+    const bool isHalf = platform::findText(*answer, partHeader::registered) == "true" && held &&
+                        *held < entry_.state.size;
+    if (!isOfAnother && !isHalf)
         return true;
     error = platform::makeError(std::string(kServiceErrorDomain), kServiceErrorCode,
-                                "The answer of the backup server is about another file.",
+                                isOfAnother
+                                    ? "The answer of the backup server is about another file."
+                                    : "The backup server says that the file is registered, but not "
+                                      "that it holds all of it.",
                                 FailureKind::unreadableAnswer);
     return false;
 }
@@ -399,12 +417,14 @@ bool FileUploader::isAboutThisFile(const std::optional<Dictionary>& answer,
 FileUploader::Failure FileUploader::askWhatIsHeld()
 {
     std::optional<Dictionary> answer;
-    Failure failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
+    auto failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
         answer = answerAboutFile(error);
         return answer.has_value();
     }),
-                                "the service does not say what it holds of it.");
-    return failure ? failure : takeAnswer(*answer);
+                             "the service does not say what it holds of it.");
+    if (failure)
+        return *failure;
+    return takeAnswer(*answer);
 }
 
 FileUploader::Failure FileUploader::takeAnswer(const Dictionary& answer)
@@ -472,7 +492,7 @@ bool FileUploader::haveRegistered(bool& isAccepted, std::optional<Error>& error)
 }
 
 /// Registers it, and asks under which numbers it can be had.
-FileUploader::Failure FileUploader::registerFile()
+std::optional<UploadOutcome> FileUploader::registerFile()
 {
     bool isAccepted = isRegistered_;
     if (isRegistered_ && !version_.empty())

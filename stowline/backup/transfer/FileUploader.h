@@ -1,4 +1,4 @@
-// One file on its way to the service: sent part by part, registered, asked after.
+// One file on its way to the service: sent part by part, registered, asked about.
 #pragma once
 
 #include "stowline/backup/Account.h"
@@ -15,6 +15,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace stowline::backup {
@@ -84,6 +85,7 @@ struct UploadOutcome {
 /// One content a version: the file's state (identity, size, both times to the nanosecond) is the
 /// same before the first byte and after the last. A file that changes meanwhile is copied aside and
 /// the copy is sent; when it changed during the copying too, what was read is stored and marked.
+/// So is one that holds more than its size says.
 /// An upload that was cut off goes on only from the very same state, whose first bytes still have
 /// the checksum that was confirmed; every other state is an upload of its own. A part carries its
 /// place and its checksum, which makes a repetition harmless; what the service says it holds
@@ -105,10 +107,13 @@ public:
 
 private:
     using Kind = UploadOutcome::Kind;
+    /// The file is not what it was when its reading began: a copy of it has to be sent.
+    struct Changed {};
+    using Ending = std::variant<UploadOutcome, Changed>;
     /// What a step came to when it did not succeed.
-    using Failure = std::optional<UploadOutcome>;
+    using Failure = std::optional<Ending>;
 
-    [[nodiscard]] UploadOutcome uploadOpened(const platform::SourceFile& file);
+    [[nodiscard]] Ending uploadOpened(const platform::SourceFile& file);
     [[nodiscard]] UploadOutcome uploadChanging();
     [[nodiscard]] Failure writeJournal();
     [[nodiscard]] Failure sendAll(const platform::SourceFile& file, bool isJournaled);
@@ -118,8 +123,9 @@ private:
     [[nodiscard]] Failure sendParts(const platform::SourceFile& file, bool isJournaled);
     [[nodiscard]] Failure takeConfirmation(const platform::SourceFile& file, std::uint64_t sent);
     [[nodiscard]] Failure readPart(const platform::SourceFile& file, std::uint64_t wanted);
+    [[nodiscard]] Failure requireEnd(const platform::SourceFile& file) const;
     [[nodiscard]] Failure sendPart(std::string_view bytes);
-    [[nodiscard]] Failure registerFile();
+    [[nodiscard]] std::optional<UploadOutcome> registerFile();
     [[nodiscard]] bool haveRegistered(bool& isAccepted, std::optional<Error>& error);
     [[nodiscard]] bool registerInTime(ErrorSlot error) const;
     [[nodiscard]] bool registerOnce(ErrorSlot error) const;
@@ -128,8 +134,8 @@ private:
     [[nodiscard]] bool isAboutThisFile(const std::optional<Dictionary>& answer,
                                        std::optional<Error>& error) const;
     [[nodiscard]] Failure takeAnswer(const Dictionary& answer);
-    [[nodiscard]] Failure failureOf(const std::optional<StepFailure>& failure,
-                                    const std::string& whenRefused) const;
+    [[nodiscard]] std::optional<UploadOutcome> failureOf(const std::optional<StepFailure>& failure,
+                                                         const std::string& whenRefused) const;
     [[nodiscard]] UploadOutcome outcome(Kind kind, const std::string& why = {}) const;
     [[nodiscard]] UploadOutcome storedOutcome();
     void begin(const platform::FileState& state);
@@ -144,7 +150,6 @@ private:
     std::string version_;
     std::string list_;
     bool isRegistered_ = false;
-    bool hasChanged_ = false;
     bool wasResumed_ = false;
     int stepsBack_ = 0;
     std::vector<char> part_;

@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <deque>
+#include <filesystem>
+#include <fstream>
 
 namespace stowline::backup {
 namespace {
@@ -21,14 +23,15 @@ constexpr std::uint64_t kPartBytes = 4;
 
 /// Uploads a file of ten bytes, four at a time, to a service that says of each part in turn how
 /// much it holds now, and in the end always the last of these. Nothing can be registered with it.
+/// @param more lines of each answer's head
 class Upload {
 public:
-    explicit Upload(std::deque<int> held)
-        : held_(std::move(held)), server_([this](const std::string&, const auto& connection) {
+    explicit Upload(std::deque<int> held, const std::string& more = {})
+        : held_(std::move(held)), server_([this, more](const std::string&, const auto& connection) {
               const std::lock_guard lock(mutex_);
               connection.send(fmt::format("HTTP/1.1 200 OK\r\nStatus: true\r\nX-ReceivedBytes: "
-                                          "{}\r\nContent-Length: 0\r\n\r\n",
-                                          held_.front()));
+                                          "{}\r\n{}Content-Length: 0\r\n\r\n",
+                                          held_.front(), more));
               if (held_.size() > 1)
                   held_.pop_front();
           })
@@ -40,7 +43,8 @@ public:
                    Dictionary{{"URL", "http://%@/UploadFilePart"},
                               {"httpMethod", "POST"},
                               {"requestHeaders", Array{named("X-Guid", "<<GUID>>")}},
-                              {"responseHeaderNames", Array{"Status", "X-ReceivedBytes"}}}}}}});
+                              {"responseHeaderNames", Array{"Status", "X-ReceivedBytes",
+                                                            "X-Registered", "X-VersionID"}}}}}}});
         const UploadJournal journal(folder_.path() / "journal");
         BandwidthLimit unlimited(0, std::chrono::steady_clock::now);
         Tries tries(Duration::zero(), StopRequest());
@@ -127,6 +131,21 @@ TEST(FileUploader, DoesNotBelieveThatMoreIsHeldThanThereIs)
               std::string::npos)
         << upload.outcome().sentence;
     EXPECT_EQ(upload.parts().size(), 1U);
+}
+
+TEST(FileUploader, DoesNotBelieveThatHalfOfItIsRegistered)
+{
+    const Upload upload({4}, "X-Registered: true\r\n");
+    EXPECT_EQ(upload.outcome().kind, UploadOutcome::Kind::temporary);
+    EXPECT_NE(upload.outcome().sentence.find("registered, but not that it holds all of it"),
+              std::string::npos)
+        << upload.outcome().sentence;
+}
+
+TEST(FileUploader, BelievesThatAllOfItIsRegistered)
+{
+    const Upload upload({10}, "X-Registered: true\r\nX-VersionID: 7\r\n");
+    EXPECT_EQ(upload.outcome().kind, UploadOutcome::Kind::stored) << upload.outcome().sentence;
 }
 
 /// Uploads small files to a service that says yes to every registration, and to the questions after
@@ -327,6 +346,41 @@ TEST(FileUploader, AServiceThatHasToldVersionsMustAnswer)
     EXPECT_NE(outcome.sentence.find("the service does not say that it is registered."),
               std::string::npos)
         << outcome.sentence;
+}
+
+/// What this process has read with system calls so far.
+std::uint64_t bytesRead()
+{
+    std::ifstream counts("/proc/self/io");
+    std::string name;
+    std::uint64_t value = 0;
+    while (counts >> name >> value) {
+        if (name == "rchar:")
+            return value;
+    }
+    return 0;
+}
+
+TEST(ReadContent, ReadsNoHoles)
+{
+    const test::TemporaryFolder folder;
+    constexpr std::uint64_t size = 128U << 20;
+    const auto path = folder.write("sparse", "begins");
+    std::filesystem::resize_file(path, size);
+    std::ofstream(path, std::ios::in | std::ios::out | std::ios::ate) << "ends";
+    int error = 0;
+    const auto file =
+        platform::SourceFile::open(platform::SourceFile::kNoFolder, path.string(), error);
+    ASSERT_TRUE(file);
+    const std::uint64_t before = bytesRead();
+    if (before == 0)
+        GTEST_SKIP() << "no /proc/self/io here";
+    const auto reading = readContent(*file, StopRequest());
+    EXPECT_LT(bytesRead() - before, 16U << 20);
+    ASSERT_TRUE(reading);
+    EXPECT_EQ(reading->state.size, size + 4);
+    std::string whole = "begins" + std::string(size - 6, '\0') + "ends";
+    EXPECT_EQ(reading->checksum, Crc32::updateCRC32(0, whole.data(), whole.size()));
 }
 
 TEST(ReadContent, EndsWithAFileThatHasMoreThanItsSize)

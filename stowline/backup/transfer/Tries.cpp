@@ -101,7 +101,7 @@ bool Tries::tryOnce(const Attempt& attempt, std::optional<Error>& error, Moment 
     }
     const FailureWatch watch;
     const bool isDone = attempt(error);
-    // What no slot tells (no answer in time, a helper that died) is no refusal.
+    // What no slot tells (no answer in time, a helper that died) is not a refusal.
     if (!isDone && !error &&
         (watch.kind() == FailureKind::timeOut || watch.kind() == FailureKind::helperFailed))
         error = watch.failure();

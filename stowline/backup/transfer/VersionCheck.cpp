@@ -19,7 +19,7 @@ using Answers = std::map<std::string, Dictionary>; ///< by version
 
 constexpr std::size_t kVersionsInACall = 500;
 
-/// Whether a number that is told is this one; what is no number is not.
+/// Whether a number that is told is this one; what is not a number never is.
 template <class Number> bool isOrUntold(const std::string& digits, Number wanted, int base = 10)
 {
     return digits.empty() || platform::wholeNumber<Number>(digits, base) == wanted;

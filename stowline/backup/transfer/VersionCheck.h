@@ -15,7 +15,7 @@
 
 namespace stowline::backup {
 
-/// What is asked after.
+/// What is asked about.
 struct StoredVersion {
     std::string path;
     std::uint64_t size = 0; ///< of the file

@@ -71,7 +71,7 @@ public:
     /// with "#" count for nothing; "!" before a pattern takes back what an earlier one left out
     /// (but nothing out of a folder that is left out); blanks at the end go unless a "\" stands
     /// before; so do a carriage return at the end and a byte order mark at the beginning.
-    /// @return the number of the first line that is no pattern, from 1; absent when all are
+    /// @return the number of the first line that is not a pattern, from 1; absent when all are
     [[nodiscard]] std::optional<std::size_t> excludeLines(std::string_view text);
 
     bool skipsHidden = false;

@@ -119,7 +119,7 @@ struct Level {
     std::size_t at = 0;
     std::uint64_t device = 0;
     FolderEnd end; ///< its path is filled at the end
-    // What holds for the things in it, if it is no passage:
+    // What holds for the things in it, if it is not a passage:
     std::size_t baseLength = 0; ///< of the named path that it is at or below
     std::uint64_t baseDevice = 0;
     bool isIncluded = false; ///< by an include pattern
@@ -237,7 +237,7 @@ private:
         int error = 0;
         if (meeting.item.kind == ItemKind::link) {
             auto target = open_.innermost()->linkTarget(meeting.name, error);
-            if (!target) // what is no link any more is no valid argument
+            if (!target) // what is not a link any more is not a valid argument
                 return missMeeting(meeting, error == EINVAL ? ENOTDIR : error);
             meeting.item.linkTarget = std::move(*target);
         }
@@ -342,7 +342,7 @@ private:
         return path.substr(level.baseLength + (level.baseLength > 1 ? 1 : 0));
     }
 
-    /// By name, and by the file system of what is no folder.
+    /// By name, and by the file system of what is not a folder.
     [[nodiscard]] std::optional<Exclusion> exclusionOf(Meeting& meeting)
     {
         if (meeting.isTarget)
