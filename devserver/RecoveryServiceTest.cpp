@@ -157,7 +157,7 @@ TEST_F(RecoveryTest, WhyThereIsNoPartIsOneWord)
     EXPECT_EQ(refusalOf({{"X-Ticket", ""}}), "TicketRefused");
     EXPECT_EQ(refusalOf({{"X-Ticket", tickets_.give("bob")}}), "TicketRefused");
     EXPECT_EQ(refusalOf({{"X-UserName", "no base64"}}), "TicketRefused");
-    // Another account's version is no version to bob.
+    // Another account's version is not a version to bob.
     EXPECT_EQ(refusalOf({{"X-UserName", "Ym9i"}, {"X-Ticket", tickets_.give("bob")}}),
               "NoSuchVersion");
     EXPECT_EQ(refusalOf({{"X-VersionID", "2"}}), "NoSuchVersion");
@@ -228,7 +228,7 @@ TEST_F(RecoveryTest, LostContentCanBeUploadedAgainAsAnotherVersion)
     EXPECT_EQ(stateOf(first), ContentState::damaged);
     EXPECT_EQ(stateOf(second), ContentState::whole);
     EXPECT_EQ(download({{"X-VersionID", std::to_string(second)}}).body, "hello");
-    // The registration of what is lost is no success either.
+    // The registration of what is lost is not a success either.
     fs::remove(fileOf("g"));
     EXPECT_EQ(storage_.registerFile({.place = {"ann", path_, "g"},
                                      .systemName = "iMac",

@@ -183,7 +183,7 @@ void Storage::setDeletedAside(const std::string& serverFile)
     update.exec();
 }
 
-/// Lets the time pass that went by since the last call, but not what is no time that this service
+/// Lets the time pass that went by since the last call, but not what is not time that this service
 /// has seen. @return seconds that passed in all
 std::int64_t Storage::passGrace()
 {

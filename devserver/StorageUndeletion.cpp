@@ -294,7 +294,7 @@ Undeletion Storage::undelete(const DeletedQuery& query, std::int64_t atMost)
 
 /// Takes away the notes that runs are being forgotten, where all is back that was deleted since
 /// they were written; else the next forgetting would delete it again. Not where some of that was
-/// taken away since: then the run is no whole one any more.
+/// taken away since: then the run is not whole any more.
 /// @return how many stay
 std::int64_t Storage::endForgetting(const DeletedQuery& query, bool isAllBack)
 {

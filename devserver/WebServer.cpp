@@ -7,6 +7,7 @@
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
 #include "stowline/logging/LogMacros.h"
+#include "stowline/platform/http/HttpMessage.h"
 #include "stowline/platform/network/Sockets.h"
 #include "stowline/service/PartHeaders.h"
 
@@ -204,10 +205,21 @@ private:
             answer = {{partHeader::status, "perhaps"}, {partHeader::receivedBytes, "many"}};
         if (fault && !isDone && *fault != FaultKind::soapFault && *fault != FaultKind::garbage)
             return failPlain(*fault, request, response);
+        nameRequest(request, response);
         for (const auto& [header, value] : answer)
             response.set_header(header.c_str(), value);
         if (fault && *fault == FaultKind::lost)
             tearDown(request, response);
+    }
+
+    /// Says to which request this is the answer, and how much of it was read, where the client gave
+    /// it a number.
+    static void nameRequest(const httplib::Request& request, httplib::Response& response)
+    {
+        const std::string number = request.get_header_value(partHeader::requestId);
+        if (platform::isToken(number))
+            response.set_header(partHeader::requestId,
+                                number + " " + std::to_string(request.body.size()));
     }
 
     void failPlain(FaultKind kind, const httplib::Request& request, httplib::Response& response)

@@ -96,7 +96,7 @@ void declare(CLI::App& app, Options& options)
         ->check(CLI::Range(0, 36500))
         ->capture_default_str();
     app.add_option("--log-folder", options.logFolder, "Folder for rolling log files");
-    app.add_option("--log-level", options.logLevel, "Least important lines to log")
+    app.add_option("--log-level", options.logLevel, "Least severe lines to log")
         ->check(CLI::IsMember(logLevelNames()))
         ->capture_default_str();
     app.add_flag("-v,--verbose", options.verbose, "Show the log when standard error is a terminal");

@@ -1,5 +1,6 @@
 """Which test programs and suites are meant by names: a folder (service, platform/values), a source
-(Base64Test, WebRequests.cpp) or a suite (Base64Decode). Prints the targets on one line and a regular
+(Base64Test, WebRequests.cpp) or a suite (Base64Decode). A source without a test of its name stands for
+all tests of the test program that is nearest to it; one of the command for the end-to-end tests too. Prints the targets on one line and a regular
 expression for ctest on the next; ends with 1 and a sentence when a name means nothing.
 """
 
@@ -32,7 +33,26 @@ def meant_by(name, sources):
              or f"/{source.relative_to(ROOT).as_posix()}".endswith(f"/{wanted}Test.cpp")]
     if found:
         return {source: SUITE.findall(source.read_text()) for source in found}
-    return {source: [wanted] for source in sources if wanted in SUITE.findall(source.read_text())}
+    found = [source for source in sources if wanted in SUITE.findall(source.read_text())]
+    if found:
+        return {source: [wanted] for source in found}
+    return around(wanted, sources)
+
+
+def around(wanted, sources):
+    """The tests of what the sources of a name are part of."""
+    meant = set()
+    for top in ("stowline", "cli", "devserver"):
+        for untested in (ROOT / top).rglob("*.cpp"):
+            if not f"/{untested.relative_to(ROOT).as_posix()}".endswith(f"/{wanted}.cpp"):
+                continue
+            nearest = next(([source for source in sources if folder in source.parents]
+                            for folder in untested.parents
+                            if any(folder in source.parents for source in sources)), [])
+            targets = {target_of(source) for source in nearest} - {None}
+            meant.update(source for source in sources if target_of(source) in targets or
+                         (top == "cli" and "endtoend" in source.parts))
+    return {source: SUITE.findall(source.read_text()) for source in sorted(meant)}
 
 
 def main(names):
@@ -43,7 +63,7 @@ def main(names):
         meant = {source: found for source, found in meant_by(name, sources).items()
                  if target_of(source)}
         if not meant:
-            print(f'"{name}" is not a folder with tests, a source with a test beside it, or a suite.')
+            print(f'"{name}" is not a folder with tests, a source, or a suite.')
             return 1
         targets.update(target_of(source) for source in meant)
         suites.update(suite for found in meant.values() for suite in found)

@@ -16,7 +16,7 @@ namespace stowline::cli {
 
 namespace {
 
-/// How a launch by the schedule is marked; it is no path, wherever it stands.
+/// How a launch by the schedule is marked; it is not a path, wherever it stands.
 constexpr const char* kScheduledLaunch = "scheduled_launch";
 
 struct Options {
@@ -146,7 +146,7 @@ void declareRules(const Command& command, Options& options)
 void declareTrust(const Command& command, backup::BackupRequest& request)
 {
     command.addFlag("--ignore-ctime", request.ignoresCtime,
-                    "Believe a file unchanged whatever its time of status says");
+                    "Take a file for unchanged even if its time of change (ctime) differs");
     command.addFlag("--ignore-inode", request.ignoresInode,
                     "Believe a file unchanged whatever its inode says");
     command.addFlag("--trust-nothing,--checksum", request.trustsNothing,
@@ -163,7 +163,7 @@ void declareBackup(const Command& app)
 {
     auto options = std::make_shared<Options>();
     const Command command = app.addCommand(
-        "backup", "Store what is new or changed, go on with what was cut off. A file that was "
+        "backup", "Store what is new or changed, and resume what was interrupted. A file that was "
                   "renamed or moved, alone or with its folder, is sent again under its new name; "
                   "holes of a sparse file are not read, but sent as zeros");
     command.addOption(

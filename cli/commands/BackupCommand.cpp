@@ -3,6 +3,7 @@
 #include "cli/commands/BackupReport.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/RunOptions.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/threads/StopRequest.h"
 #include "stowline/util/General.h"
@@ -13,14 +14,12 @@ void BackupFlags::declare(const Command& command)
 {
     command.addOption("--system", systemName, "Name of this machine on the service")
         .defaultsTo(General::localHostName());
-    command
-        .addOption("--profile", profile,
-                   "Which of several backups of this user it is; each keeps its own runs")
+    command.addOption("--profile", profile, "Name of the profile; each has its own runs")
         .showsDefault();
-    command.addOption("--part-size", partBytes, "Bytes to send at once, as 4m")
+    command.addOption("--part-size", partBytes, "Bytes to send at once, such as 4m")
         .asSize()
         .between(std::uint64_t{4096}, std::uint64_t{1} << 32);
-    command.addOption("--bwlimit", bytesPerSecond, "Bytes a second to send at most, as 500k")
+    command.addOption("--bwlimit", bytesPerSecond, "Bytes a second to send at most, such as 500k")
         .asSize();
     command.addOption("-j,--jobs", jobs, "Files to upload at the same time")
         .between(1, 64)
@@ -84,13 +83,14 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
         if (figures.sentence.empty())
             figures.sentence = fault;
         selfTest.addTo(figures);
+        const BackupSubject subject = flags.subject(session.username, request);
         const bool isWhole =
             !request.resumesOnly && summary.failed == 0 && !selfTest.hasFoundLoss();
         if (selfTest.wasBegun)
-            keepSelfTest(flags.profile, selfTest.isProof(), platform::currentDate());
+            keepSelfTest(flags.profile, subject, selfTest.isProof(), platform::currentDate());
         if (isWhole && summary.end == backup::BackupEnd::done)
-            keepLastGoodRun(flags.profile, begun);
-        figures.overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile));
+            keepLastGoodRun(flags.profile, subject, begun);
+        figures.overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject));
         report.setOverdue(figures.overdue);
         keepLastRun(figures);
         // A stop is a stop: what could not be told now is kept, and told after the next run.
@@ -102,6 +102,17 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
 }
 
 } // namespace
+
+BackupSubject BackupFlags::subject(const std::string& account,
+                                   const backup::BackupRequest& request) const
+{
+    BackupSubject subject{.account = account, .machine = systemName, .paths = {}};
+    for (const std::string& path : request.paths)
+        subject.paths.push_back(storedPathFor(path));
+    if (request.streamDescriptor >= 0)
+        subject.paths.push_back("standard input: " + request.streamName);
+    return subject;
+}
 
 std::string BackupFlags::runAfter(backup::BackupSummary& summary, ExitStatus status) const
 {
@@ -127,6 +138,9 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     if (!flags.reports.readToken())
         return output().finish(ExitStatus::usage);
     const Date begun = platform::currentDate();
+    backup::BackupRequest named;
+    more(named);
+    const BackupSubject subject = flags.subject(options.username(), named);
     const auto runAfter = [&flags](ExitStatus status) {
         const Interruptible interruptible;
         const std::string fault = flags.isDryRun ? "" : flags.hooks.after(status);
@@ -137,11 +151,12 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     const auto tellOfEnd = [&](std::string sentence) {
         if (flags.isDryRun)
             return;
-        const RunFigures figures{.username = options.username(),
-                                 .machine = flags.systemName,
-                                 .begun = begun,
-                                 .sentence = std::move(sentence),
-                                 .overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile))};
+        const RunFigures figures{
+            .username = options.username(),
+            .machine = flags.systemName,
+            .begun = begun,
+            .sentence = std::move(sentence),
+            .overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject))};
         for (const std::string& late : figures.overdue)
             output().complain(late);
         keepLastRun(figures);

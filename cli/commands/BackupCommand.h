@@ -34,6 +34,10 @@ struct BackupFlags {
     /// @return what is wrong with it; empty when nothing is
     std::string runAfter(backup::BackupSummary& summary, ExitStatus status) const;
 
+    /// What the last good run, and the last self-test, have to be of.
+    [[nodiscard]] BackupSubject subject(const std::string& account,
+                                        const backup::BackupRequest& request) const;
+
     /// A request with these, for an account that is signed in.
     [[nodiscard]] backup::BackupRequest request(const Session& session) const;
 };

@@ -19,7 +19,7 @@ std::string sentenceFor(const CommandEnd& end, const std::string& command, doubl
 {
     switch (end.kind) {
     case CommandEnd::Kind::malformed:
-        return "has a quotation mark without its other: " + command;
+        return "has an unmatched quotation mark: " + command;
     case CommandEnd::Kind::notStarted:
         return fmt::format("cannot be run ({}): {}", std::generic_category().message(end.number),
                            command);

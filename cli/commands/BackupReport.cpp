@@ -31,35 +31,6 @@ constexpr std::chrono::seconds kBetweenLines{60};
 /// Before that, how fast it goes is chance.
 constexpr std::chrono::seconds kUntilTimeLeft{2};
 
-ExitStatus statusOf(BackupEnd end)
-{
-    switch (end) {
-    case BackupEnd::done:
-        return ExitStatus::done;
-    case BackupEnd::someFailed:
-        return ExitStatus::someItemsFailed;
-    case BackupEnd::nothingThere:
-        return ExitStatus::notFound;
-    case BackupEnd::interrupted:
-        return Interruptible::request().value_or(ExitStatus::interrupted);
-    case BackupEnd::locked:
-        return ExitStatus::locked;
-    case BackupEnd::badRequest:
-        return ExitStatus::usage;
-    case BackupEnd::temporary:
-        return ExitStatus::temporary;
-    case BackupEnd::refused:
-        return ExitStatus::refused;
-    case BackupEnd::rolledBack:
-        return ExitStatus::checksumMismatch;
-    case BackupEnd::stateFolder:
-    case BackupEnd::otherMachine:
-    case BackupEnd::failed:
-        break;
-    }
-    return ExitStatus::failed;
-}
-
 /// Seconds, to the nearest thousandth.
 double inMilliseconds(double seconds)
 {
@@ -97,6 +68,35 @@ std::string files(std::uint64_t count, std::uint64_t bytes)
 }
 
 } // namespace
+
+ExitStatus statusOf(BackupEnd end)
+{
+    switch (end) {
+    case BackupEnd::done:
+        return ExitStatus::done;
+    case BackupEnd::someFailed:
+        return ExitStatus::someItemsFailed;
+    case BackupEnd::nothingThere:
+        return ExitStatus::notFound;
+    case BackupEnd::interrupted:
+        return Interruptible::request().value_or(ExitStatus::interrupted);
+    case BackupEnd::locked:
+        return ExitStatus::locked;
+    case BackupEnd::badRequest:
+        return ExitStatus::usage;
+    case BackupEnd::temporary:
+        return ExitStatus::temporary;
+    case BackupEnd::refused:
+        return ExitStatus::refused;
+    case BackupEnd::rolledBack:
+        return ExitStatus::checksumMismatch;
+    case BackupEnd::stateFolder:
+    case BackupEnd::otherMachine:
+    case BackupEnd::failed:
+        break;
+    }
+    return ExitStatus::failed;
+}
 
 std::string backupProgressLine(const BackupProgress& progress,
                                std::chrono::duration<double> elapsed, std::size_t columns)

@@ -52,6 +52,9 @@ private:
     bool isLineShown_ = false;
 };
 
+/// What the command ends with after a run, or after work on what runs left, that ended so.
+[[nodiscard]] ExitStatus statusOf(backup::BackupEnd end);
+
 /// How far a run is, at most so many characters wide: percent, items, bytes, rate, time left, what
 /// is done just now. The time left goes by what is the slower of items and bytes.
 [[nodiscard]] std::string backupProgressLine(const backup::BackupProgress& progress,

@@ -108,9 +108,11 @@ std::string SelfTestOutcome::sentences() const
     const SelfTestSummary& sum = summary;
     std::string text = fmt::format(
         "Self-test: {} of {} restored and found to be what was stored, {} of them compared with "
-        "this machine's; {} missing, {} damaged, {} different here, {} not tested.",
+        "this machine's; {} missing, {} damaged, {} different here, {} that could not be tested.",
         filesText(sum.tested, sum.bytes), countText(sum.runs.size(), "run", "runs"), sum.compared,
         sum.missing, sum.damaged, sum.differing, sum.untested);
+    if (sum.chosen == 0 && !hasFoundLoss())
+        text = "Self-test: nothing was restored.";
     const backup::ProofState& proof = sum.proof;
     if (proof.files > 0)
         text += fmt::format("\nProven within 30 days: {} of the {} that all runs hold.",
@@ -156,6 +158,7 @@ Fields SelfTestOutcome::fields() const
             {"proof_proven_files", proof.provenFiles},
             {"proof_proven_bytes", proof.provenBytes},
             {"proof_lost_files", proof.lostFiles},
+            {"proof_newest_lost_files", proof.newestLostFiles},
             {"proof_too_large_files", proof.tooLargeFiles},
             {"proof_no_room_files", proof.noRoomFiles},
             {"proof_damaged_runs", proof.damagedRuns}};
@@ -169,7 +172,7 @@ void SelfTestOutcome::addTo(RunFigures& figures) const
     figures.selfTestFindings = findings;
     const SelfTestSummary& sum = summary;
     const std::uint64_t found = sum.missing + sum.damaged + sum.differing;
-    const std::uint64_t known = sum.proof.lostFiles + sum.proof.damagedRuns;
+    const std::uint64_t known = sum.proof.newestLostFiles + (sum.proof.isNewestDamaged ? 1 : 0);
     if (wasBegun)
         figures.selfTestLost = sum.differing + std::max(sum.missing + sum.damaged, known);
     if (found > 0)
@@ -181,7 +184,7 @@ void SelfTestOutcome::addTo(RunFigures& figures) const
                                               countText(known, "file is", "files are"));
     else if (!isProof())
         figures.selfTestTrouble = "the self-test was not done";
-    if (!isProof() && wasBegun && figures.selfTestFindings.empty())
+    if (wasBegun && !summary.sentence.empty() && figures.selfTestFindings.empty())
         figures.selfTestFindings = {summary.sentence};
 }
 

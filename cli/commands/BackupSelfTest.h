@@ -23,7 +23,7 @@ struct SelfTestOutcome {
     /// to test; and nothing else is known to be lost.
     [[nodiscard]] bool isProof() const;
     /// What is stored, or lies on this machine, is not what it should be, as this self-test or an
-    /// earlier one found: the run is no good one.
+    /// earlier one found: the run is not a good one.
     [[nodiscard]] bool hasFoundLoss() const;
     /// What the command ends with when the backup would have ended with another status.
     [[nodiscard]] ExitStatus statusAfter(ExitStatus ofBackup) const;

@@ -36,7 +36,9 @@ ExitStatus check(CLI::App& app, std::string file)
     const auto text = platform::readFile(file);
     if (!text)
         return output().fail(ExitStatus::notFound, "The file " + file + " cannot be read.");
-    const auto problems = problemsInConfiguration(app, *text);
+    auto problems = problemsInConfiguration(app, *text);
+    if (const auto fault = untrustedConfiguration(app); fault && file == configurationFile(app))
+        problems.insert(problems.begin(), {{1, 1}, *fault});
     for (const ConfigurationProblem& problem : problems)
         show(file, problem);
     if (!problems.empty())

@@ -9,6 +9,7 @@
 #include "cli/shared/ScheduleUnits.h"
 #include "cli/shared/Secret.h"
 #include "cli/shared/ServiceFailure.h"
+#include "cli/shared/Session.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
@@ -137,14 +138,15 @@ Finding checkSchedule(const std::string& profile)
 
 Finding checkLastRun(const DoctorOptions& options)
 {
-    const auto last = lastGoodRun(options.profile);
+    const BackupSubject subject{.account = options.username, .machine = {}, .paths = {}};
+    const auto last = lastGoodRun(options.profile, subject);
     const std::string text =
         last ? "last run with nothing failed: " + platform::localClockText(*last).substr(0, 19)
              : "no run with nothing failed is known on this machine";
     const auto alertAfter = parseSpan(options.alertAfter);
-    const auto late =
-        alertAfter ? overdue(lastSuccesses(options.profile), *alertAfter, platform::currentDate())
-                   : std::vector<std::string>();
+    const auto late = alertAfter ? overdue(lastSuccesses(options.profile, subject), *alertAfter,
+                                           platform::currentDate())
+                                 : std::vector<std::string>();
     if (!late.empty())
         return {kLastRun, false,
                 fmt::format("{}. Please run \"stowline backup\" and see what it says.",
@@ -167,7 +169,13 @@ std::optional<Finding> checkAccount(const DoctorOptions& options)
         return Finding{"account", false,
                        error ? error->localizedDescription()
                              : "The sign-in brought no answer. Please try again later."};
-    if (platform::asciiLowercase(platform::findText(*answer, "AuthenticateResult")) != "true")
+    const auto isSignedIn = saysSignedIn(*answer);
+    if (!isSignedIn)
+        return Finding{
+            "account", false,
+            "The answer to the sign-in does not say whether the user is signed in. Please "
+            "check the address: another service may be there."};
+    if (!*isSignedIn)
         return Finding{"account", false,
                        "The service refused the sign-in. Please check user name and password."};
     return Finding{"account", true, options.username + " can sign in"};

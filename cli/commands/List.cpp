@@ -5,10 +5,12 @@
 #include "cli/shared/RemotePages.h"
 #include "cli/shared/RunOptions.h"
 #include "cli/shared/StoredItems.h"
+#include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace stowline::cli {
@@ -37,6 +39,37 @@ ExitStatus listAt(const ListOptions& options, const Session& session)
                                 .limit = options.listing.limit});
 }
 
+/// Where nothing is listed: whether the folder above lists the path all the same, as an empty
+/// folder or a file, which is shown.
+/// @return absent when the question failed
+std::optional<bool> isListedAbove(const Session& session, const RemoteListing& listing)
+{
+    RemoteListing above = listing;
+    above.path = backup::parentOf(listing.path);
+    above.limit.reset();
+    bool isThere = false;
+    const auto look = [&](const Dictionary& entry) {
+        if (isThere || platform::findText(entry, "Name") != backup::nameOf(listing.path))
+            return;
+        isThere = true;
+        if (platform::findText(entry, "IsFolder") == "true")
+            return;
+        showRemoteHeading();
+        showRemoteItem(entry, false);
+    };
+    return forEachInFolder(session, above, look, nullptr) ? std::optional(isThere) : std::nullopt;
+}
+
+/// The same of a machine of which nothing is listed.
+std::optional<bool> isKnownMachine(const Session& session, const std::string& machine)
+{
+    const auto names = WebServiceBroker::getAccountSystemsForUsername(
+        session.username, session.password, session.server, nullptr);
+    if (!names)
+        return std::nullopt;
+    return std::ranges::any_of(*names, [&](const Value& name) { return name.text() == machine; });
+}
+
 ExitStatus list(const ListOptions& options)
 {
     const auto session = options.session.open({"GetAccountFilesAndFolders"});
@@ -57,10 +90,21 @@ ExitStatus list(const ListOptions& options)
     const auto total = forEachInFolder(*session, listing, show, nullptr);
     if (!total)
         return refusal("The folder cannot be listed", watch.failure());
-    if (*total == 0 && listing.path != "/")
-        return output().fail(ExitStatus::notFound, options.path + " of the machine " +
-                                                       listing.systemName +
-                                                       " was not found on the service.");
+    if (*total > 0)
+        return output().finish(ExitStatus::done);
+    const bool isRoot = listing.path == "/";
+    const auto isThere =
+        isRoot ? isKnownMachine(*session, listing.systemName) : isListedAbove(*session, listing);
+    if (!isThere)
+        return refusal("The folder cannot be listed", watch.failure());
+    if (!*isThere)
+        return output().fail(
+            ExitStatus::notFound,
+            isRoot
+                ? "The service knows no machine " + listing.systemName + " of this account."
+                : options.path + " of the machine " + listing.systemName +
+                      " was not found on the service. Empty folders and links are only shown as a "
+                      "run found them (--at).");
     return output().finish(ExitStatus::done);
 }
 

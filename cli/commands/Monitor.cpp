@@ -79,13 +79,14 @@ void declareMonitor(const Command& app)
     command.needsSubcommand();
     auto settingsOptions = std::make_shared<MonitorOptions>();
     const Command settings =
-        command.addCommand("settings", "Show what central monitoring wants of this machine");
+        command.addCommand("settings", "Show what central monitoring expects of this machine");
     settingsOptions->declare(settings);
     settings.runs([settingsOptions] { return showSettings(*settingsOptions); });
     auto eventOptions = std::make_shared<MonitorOptions>();
     const Command event =
         command.addCommand("event", "Report an event, with the figures of the last backup");
-    event.addOption("EVENT", eventOptions->event, "Kind of event, as BackupStarted").required();
+    event.addOption("EVENT", eventOptions->event, "Kind of event, such as BackupStarted")
+        .required();
     event.addFlag("-n,--dry-run", eventOptions->isDryRun, "Send nothing");
     eventOptions->declare(event);
     event.runs([eventOptions] { return logEvent(*eventOptions); });

@@ -157,6 +157,7 @@ ExitStatus finish(const backup::RestoreSummary& sum, const Options& options)
                   {"unchanged", sum.unchanged},
                   {"skipped", sum.skipped},
                   {"failed", sum.failed},
+                  {"seen_earlier", sum.seenEarlier},
                   {"incomplete", sum.incomplete},
                   {"withheld", sum.withheld},
                   {"deleted", sum.deleted},
@@ -253,7 +254,8 @@ void declareRestore(const Command& app)
         .between(1, 64)
         .showsDefault();
     command
-        .addOption("--bwlimit", options->bytesPerSecond, "Bytes a second to fetch at most, as 500k")
+        .addOption("--bwlimit", options->bytesPerSecond,
+                   "Bytes a second to fetch at most, such as 500k")
         .asSize();
     command
         .addFlag("--delete", options->deletesOthers,

@@ -32,15 +32,26 @@ std::string proofText(const backup::RunEntry& run)
     return text;
 }
 
+/// What was named: "  /home", "  /home and 2 others".
+std::string pathsText(const std::vector<std::string>& paths)
+{
+    if (paths.empty())
+        return "";
+    const std::string first = "  " + onOneLine(paths.front());
+    return paths.size() == 1 ? first
+                             : first + " and " + countText(paths.size() - 1, "other", "others");
+}
+
 void show(const backup::RunEntry& run)
 {
     const backup::RunProof proof = run.proof.value_or(backup::RunProof());
     const char* state = backup::nameOf(run.state);
     const std::string failed = run.failed == 0 ? "" : fmt::format("; {} failed", run.failed);
-    output().item(fmt::format("{:>8}  {}  {:10}  {:>12}  {:>10} new  {:>10} in all{}{}", run.run,
+    output().item(fmt::format("{:>8}  {}  {:10}  {:>12}  {:>10} new  {:>10} in all{}{}{}", run.run,
                               momentText(run.begun), state, countText(run.items, "item", "items"),
                               bytesText(static_cast<double>(run.newBytes)),
-                              bytesText(static_cast<double>(run.bytes)), failed, proofText(run)),
+                              bytesText(static_cast<double>(run.bytes)), failed, proofText(run),
+                              pathsText(run.paths)),
                   "run",
                   {{"run", run.run},
                    {"time", momentField(run.begun)},
@@ -54,7 +65,9 @@ void show(const backup::RunEntry& run)
                    {"proof_files", proof.files},
                    {"proof_proven_files", proof.provenFiles},
                    {"proof_lost_files", proof.lostFiles},
-                   {"record_damaged", proof.isDamaged}});
+                   {"record_damaged", proof.isDamaged},
+                   {"path", run.paths.empty() ? std::string() : run.paths.front()},
+                   {"paths", static_cast<std::uint64_t>(run.paths.size())}});
 }
 
 struct RunsOptions {
@@ -89,7 +102,8 @@ ExitStatus runs(const RunsOptions& options)
             output().note("Also under this name: " + chain);
     }
     if (isTestedHere && choice->identity) {
-        const LastSuccesses known = lastSuccesses(choice->identity->profile);
+        const LastSuccesses known = lastSuccesses(
+            choice->identity->profile, {choice->account.username, choice->account.systemName, {}});
         last.selfTest = known.selfTest;
         last.proof = known.proof;
     }

@@ -258,7 +258,7 @@ ExitStatus status(const std::string& profile)
 
 void declareProfile(const Command& command, std::string& profile)
 {
-    command.addOption("--profile", profile, "Which of several backups of this user it is")
+    command.addOption("--profile", profile, "Name of the profile; each has its own runs")
         .showsDefault();
 }
 
@@ -270,7 +270,7 @@ void declareInstall(const Command& schedule, const Surroundings& around)
                    "run that was missed while the machine was off or asleep is made up for");
     command.addOption("PATH", options->paths,
                       "Files and folders; the profile's when nothing is named");
-    command.addOption("--daily", options->daily, "Time of day, as 02:30").required();
+    command.addOption("--daily", options->daily, "Time of day, such as 02:30").required();
     declareProfile(command, options->profile);
     command.addOption("-u,--username", options->username, "User name").fromVariable();
     const auto file = command.addOption("--password-file", options->passwordFile,
@@ -280,7 +280,7 @@ void declareInstall(const Command& schedule, const Surroundings& around)
                    "Command (no shell) that prints the password for the run")
         .excludes(file);
     command.addFlag("--on-mains", options->onMainsOnly,
-                    "Leave a run out while the machine is on its battery");
+                    "Leave a run out while the machine is on battery power");
     command.addFlag("-n,--dry-run", options->isDryRun, "Show the units, and install nothing");
     command.runs([options, around] { return install(*options, around); });
 }

@@ -1,10 +1,12 @@
 // stowline uploads
 #include "cli/commands/BackupCommand.h"
+#include "cli/commands/BackupReport.h"
 #include "cli/commands/Commands.h"
 #include "cli/shared/Confirmation.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Progress.h"
+#include "stowline/backup/UnfinishedUploads.h"
 #include "stowline/platform/files/Files.h"
 
 #include <fmt/format.h>
@@ -84,13 +86,11 @@ ExitStatus abandonUploads(const AbandonOptions& options)
     if (const auto refused = options.confirmation.refusal(
             "the record of " + countText(ids.size(), "unfinished upload", "unfinished uploads")))
         return *refused;
-    const auto count = backup::abandonUploads(state(), ids);
-    if (!count)
-        return output().fail(
-            ExitStatus::locked,
-            "A backup of their profile is running. Please wait until it has finished.");
+    const auto abandoned = backup::abandonUploads(state(), ids);
+    if (abandoned.end != backup::BackupEnd::done)
+        return output().fail(statusOf(abandoned.end), abandoned.sentence);
     output().note("What was sent of them stays on the service until it discards it.");
-    return output().finish(ExitStatus::done, {{"abandoned", *count}});
+    return output().finish(ExitStatus::done, {{"abandoned", abandoned.count}});
 }
 
 void declareResume(const Command& uploads)

@@ -92,14 +92,15 @@ void declareVerify(const Command& app)
         app.addCommand("verify", "Check that the service has all that a run needs");
     const auto read =
         command.addFlag("--read", options->readsAll, "Fetch the files and check their bytes");
-    command.addOption("--sample", options->sample, "Do that with a share of them only, as 5%")
+    command.addOption("--sample", options->sample, "Do that with a share of them only, such as 5%")
         .excludes(read);
     options->run.declareAt(command);
     command.addOption("-j,--jobs", options->jobs, "Files to fetch at the same time")
         .between(1, 64)
         .showsDefault();
     command
-        .addOption("--bwlimit", options->bytesPerSecond, "Bytes a second to fetch at most, as 500k")
+        .addOption("--bwlimit", options->bytesPerSecond,
+                   "Bytes a second to fetch at most, such as 500k")
         .asSize();
     options->run.declare(command, "--machine");
     command.runs([options] { return verify(*options); });

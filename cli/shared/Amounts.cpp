@@ -93,15 +93,16 @@ std::string faultInSelfTestAmount(const std::string& text)
 {
     return parseSelfTestAmount(text)
                ? ""
-               : "This must be a share and a size, as 1%,200M, not \"" + text + "\"";
+               : "This must be a share and a size, such as 1%,200M, not \"" + text + "\"";
 }
 
 std::string faultInSpan(const std::string& text)
 {
-    return parseSpan(text) ? ""
-                           : "This must be a span of time of an hour or more, as 36h, 3d or 2w, "
-                             "not \"" +
-                                 text + "\"";
+    return parseSpan(text)
+               ? ""
+               : "This must be a span of time of an hour or more, such as 36h, 3d or 2w, "
+                 "not \"" +
+                     text + "\"";
 }
 
 } // namespace stowline::cli

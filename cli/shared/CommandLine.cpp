@@ -23,7 +23,7 @@ std::set<const CLI::Option*>& passedOver()
     return options;
 }
 
-/// An unset variable of a script is no value: nobody means the whole machine by "".
+/// An unset variable of a script is not a value: nobody means the whole machine by "".
 void refuseEmptyText(CLI::Option& option)
 {
     option.check(CLI::Validator(
@@ -136,7 +136,7 @@ CLI::Validator numberThat(bool (*isRight)(double), const std::string& wanted,
 template <class Number> Option Option::between(Number least, Number most) const
 {
     option_->check(CLI::Range(least, most));
-    // What is no number is neither below nor above anything.
+    // What is not a number is neither below nor above anything.
     option_->check(CLI::Validator(
         [](const std::string& text) {
             double number = 0;
@@ -194,8 +194,9 @@ Option Option::asSize() const
             constexpr double mostBytes = 1e15;
             const bool isRight = number >= 0 && isUnitOfBytes(text.substr(end)) &&
                                  number <= (end < text.size() ? mostThatAnyUnitTakes : mostBytes);
-            return isRight ? std::string()
-                           : "This must be a number of bytes, as 500k or 4m, not \"" + text + "\"";
+            return isRight
+                       ? std::string()
+                       : "This must be a number of bytes, such as 500k or 4m, not \"" + text + "\"";
         },
         ""));
     return *this;

@@ -1,5 +1,6 @@
 #include "cli/shared/Configuration.h"
 
+#include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/files/Files.h"
 
 #include <CLI/CLI.hpp>
@@ -17,6 +18,16 @@ std::string defaultFile()
 {
     const auto folder = platform::configurationFolder();
     return folder ? (*folder / "config.toml").string() : "";
+}
+
+/// Whether somebody has put there what may never come to an end: a pipe, a device.
+bool isEndless(const std::string& file)
+{
+    std::error_code fault;
+    const auto type = std::filesystem::status(file, fault).type();
+    return type == std::filesystem::file_type::fifo ||
+           type == std::filesystem::file_type::character ||
+           type == std::filesystem::file_type::block || type == std::filesystem::file_type::socket;
 }
 
 /// What the file has told, for what is asked later.
@@ -41,6 +52,8 @@ public:
     {
         if (app_.got_subcommand("config"))
             return {}; // which looks at files itself
+        if (const auto fault = untrustedConfiguration(app_))
+            throw CLI::ConfigError(*fault, CLI::ExitCodes::ConfigError);
         const std::string text(std::istreambuf_iterator<char>(input), {});
         ConfigurationEntries entries(app_);
         try {
@@ -72,7 +85,9 @@ private:
 void declareConfiguration(CLI::App& app)
 {
     app.config_formatter(std::make_shared<ConfigurationFormat>(app));
-    app.set_config("--config", defaultFile(), "Configuration file");
+    const std::string file = defaultFile();
+    // One that is not opened is told by unreadConfiguration().
+    app.set_config("--config", isEndless(file) ? "" : file, "Configuration file");
 }
 
 std::string configurationFile(const CLI::App& app)
@@ -122,6 +137,15 @@ std::optional<std::string> unreadConfiguration(const CLI::App& app)
         return std::nullopt;
     return "The configuration file " + file +
            " cannot be read. Please check what it is, its owner and its mode.";
+}
+
+std::optional<std::string> untrustedConfiguration(const CLI::App& app)
+{
+    const std::string file = configurationFile(app);
+    if (file.empty() || isConfigurationNamed(app) || !platform::mayOthersWrite(file))
+        return std::nullopt;
+    return "Other users may change the configuration file " + file +
+           ". Please make it and its folder your own, writable by nobody else.";
 }
 
 } // namespace stowline::cli

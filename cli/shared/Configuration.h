@@ -44,4 +44,8 @@ void declareConfiguration(CLI::App& app);
 /// none. After the command line has been read.
 [[nodiscard]] std::optional<std::string> unreadConfiguration(const CLI::App& app);
 
+/// What to say of the user's own file when somebody else may write what stands in it: it may name
+/// commands and places. Absent when nobody may, and for a file of --config, which was chosen.
+[[nodiscard]] std::optional<std::string> untrustedConfiguration(const CLI::App& app);
+
 } // namespace stowline::cli

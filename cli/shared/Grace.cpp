@@ -32,7 +32,7 @@ void noteGrace(const Session& session)
 {
     const auto grace = graceOf(session);
     if (grace && grace->seconds == 0)
-        output().note("The service keeps nothing of what is deleted: it cannot be had back.");
+        output().note("The service keeps nothing of what is deleted: it cannot be recovered.");
     else if (grace)
         output().note("For " + lengthText(grace->seconds) +
                       " \"stowline undelete\" brings it back; its space is given back after that.");

@@ -54,7 +54,7 @@ void declareLogging(const Command& app, LogOptions& options)
     app.addFlag("--log-file", options.toFile,
                 "Keep the log in files in the state folder ($XDG_STATE_HOME/stowline/logs)")
         .fromVariable();
-    app.addOption("--log-level", options.level, "Least important lines to log")
+    app.addOption("--log-level", options.level, "Least severe lines to log")
         .fromVariable()
         .oneOf(logLevelNames())
         .showsDefault();

@@ -43,6 +43,8 @@ std::string_view nameOf(ExitStatus status)
         return "checksum-mismatch";
     case ExitStatus::hostUnreachable:
         return "host-unreachable";
+    case ExitStatus::overdue:
+        return "overdue";
     case ExitStatus::settingsInvalid:
         return "settings-invalid";
     case ExitStatus::locked:
@@ -52,9 +54,10 @@ std::string_view nameOf(ExitStatus status)
     case ExitStatus::interrupted:
     case ExitStatus::terminated:
         return "interrupted";
-    default:
-        return "failed";
+    case ExitStatus::failed:
+        break;
     }
+    return "failed";
 }
 
 std::string textOf(const FieldValue& value)

@@ -3,7 +3,6 @@
 #include "cli/shared/Amounts.h"
 #include "cli/shared/RunFigures.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/time/DateText.h"
 #include "stowline/platform/time/LocalClock.h"
 
 #include <cctype>
@@ -21,30 +20,32 @@ std::filesystem::path fileOf(const std::string& profile, const char* name)
     return state ? backup::profileFolder(*state, profile) / name : std::filesystem::path();
 }
 
-std::optional<Date> momentIn(const std::filesystem::path& file)
+BackupSubject withoutPaths(BackupSubject subject)
 {
-    const auto text = platform::readRegularFile(file);
-    return text ? platform::dateFromInternetTimeText(text->substr(0, text->find('\n')))
-                : std::nullopt;
+    subject.paths.clear();
+    return subject;
 }
 
 } // namespace
 
-void keepSelfTest(const std::string& profile, bool isProof, Date ended)
+void keepSelfTest(const std::string& profile, const BackupSubject& subject, bool isProof,
+                  Date ended)
 {
-    const std::string line = platform::internetTimeText(ended) + "\n";
+    const BackupSubject all = withoutPaths(subject);
     const auto first = fileOf(profile, "first-self-test");
-    if (!momentIn(first))
-        (void)platform::replaceFile(first, line); // without it the next one is the first
+    if (!successIn(first, all))
+        noteSuccess(first, all, ended); // without it the next one is the first
     if (isProof)
-        (void)platform::replaceFile(fileOf(profile, "last-proof"), line);
+        noteSuccess(fileOf(profile, "last-proof"), all, ended);
 }
 
-LastSuccesses lastSuccesses(const std::string& profile)
+LastSuccesses lastSuccesses(const std::string& profile, const BackupSubject& subject)
 {
-    return {.goodRun = lastGoodRun(profile),
-            .selfTest = momentIn(fileOf(profile, "first-self-test")),
-            .proof = momentIn(fileOf(profile, "last-proof"))};
+    const BackupSubject all = withoutPaths(subject);
+    return {.goodRun = lastGoodRun(profile, subject),
+            .selfTest = successIn(fileOf(profile, "first-self-test"), all),
+            .proof = successIn(fileOf(profile, "last-proof"), all),
+            .isOfPaths = !subject.paths.empty()};
 }
 
 std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds alertAfter,
@@ -58,11 +59,12 @@ std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds
     };
     const std::string wanted = ", and it should be at most " + spanText(alertAfter) + " ago";
     std::vector<std::string> sentences;
+    const std::string run = last.isOfPaths ? "run of these paths" : "run";
     if (isTooLongAgo(last.goodRun))
-        sentences.push_back((last.goodRun
-                                 ? "last run with nothing failed: " + momentOf(*last.goodRun)
-                                 : "no run with nothing failed is known on this machine") +
-                            wanted);
+        sentences.push_back(
+            (last.goodRun ? "last " + run + " with nothing failed: " + momentOf(*last.goodRun)
+                          : "no " + run + " with nothing failed is known on this machine") +
+            wanted);
     const bool isProofWanted = last.selfTest || last.proof;
     if (isProofWanted && isTooLongAgo(last.proof) && (last.proof || isTooLongAgo(last.selfTest)))
         sentences.push_back((last.proof

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "cli/shared/CommandLine.h"
+#include "cli/shared/Successes.h"
 #include "stowline/platform/time/Date.h"
 
 #include <chrono>
@@ -11,16 +12,19 @@
 
 namespace stowline::cli {
 
-/// What this machine knows of a profile's last successes.
+/// What this machine knows of the last successes of some backups of a profile.
 struct LastSuccesses {
     std::optional<Date> goodRun;
     std::optional<Date> selfTest; ///< the first that was ever asked for; absent: none was
     std::optional<Date> proof;    ///< the last self-test that found all to be well
+    bool isOfPaths = false;       ///< the good run is one of certain paths
 };
 
-/// Notes that a self-test ended, and whether it was a proof; reads it, and the last good run.
-void keepSelfTest(const std::string& profile, bool isProof, Date ended);
-[[nodiscard]] LastSuccesses lastSuccesses(const std::string& profile);
+/// Notes that a self-test ended, and whether it was a proof; reads it, and the last good run. A
+/// self-test says something of all paths of its account and machine.
+void keepSelfTest(const std::string& profile, const BackupSubject& subject, bool isProof,
+                  Date ended);
+[[nodiscard]] LastSuccesses lastSuccesses(const std::string& profile, const BackupSubject& subject);
 
 /// What is longer ago than it should be, a sentence without its full stop each. A proof is only
 /// wanted where a self-test was ever asked for, and not before the first of them is that old.

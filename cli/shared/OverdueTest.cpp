@@ -19,6 +19,8 @@ TEST(Overdue, IsWhatIsLongerAgoThanItShouldBe)
     EXPECT_NE(late[0].find("and it should be at most 3 days ago"), std::string::npos) << late[0];
     last.goodRun.reset();
     EXPECT_EQ(overdue(last, days(3), kNow).size(), 1U) << "none was ever good";
+    last.isOfPaths = true;
+    EXPECT_TRUE(overdue(last, days(3), kNow).at(0).starts_with("no run of these paths with "));
 }
 
 TEST(Overdue, IsAProofOnlyWhereSelfTestsAreAskedFor)

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <sstream>
 
@@ -20,9 +21,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kSummary = "summary";
-constexpr const char* kEmail = "email";
-constexpr const char* kEvent = "event";
+/// As people and the outbox call them, in the order of the kinds.
+constexpr std::array<const char*, 3> kKinds{"summary", "email", "event"};
+
+const char* nameOf(ReportKind kind)
+{
+    return kKinds[static_cast<std::size_t>(kind)];
+}
+
+std::optional<ReportKind> kindNamed(const std::string& name)
+{
+    const auto* found = std::ranges::find(kKinds, name);
+    return found == kKinds.end() ? std::nullopt
+                                 : std::optional(static_cast<ReportKind>(found - kKinds.begin()));
+}
 
 /// "?" in the place of each byte that is not of UTF-8: a path may be of any bytes, and a report
 /// that holds them cannot be sent.
@@ -220,35 +232,36 @@ std::optional<fs::path> ReportFlags::outbox()
     return state ? std::optional(*state / "outbox") : std::nullopt;
 }
 
-void ReportFlags::keep(const std::string& kind, const std::optional<Error>& why,
+void ReportFlags::keep(ReportKind kind, const std::optional<Error>& why,
                        const RunFigures& figures) const
 {
     const auto folder = outbox();
-    Dictionary entry{{"kind", kind},
+    const std::string kindName = nameOf(kind);
+    Dictionary entry{{"kind", kindName},
                      {"to", email_},
                      {"from", from_.empty() ? email_ : from_},
                      {"figures", figures.dictionary()}};
     const auto bytes = platform::writeBinaryPropertyList(entry);
-    const std::string name =
-        fmt::format("{:020}-{}.plist", platform::currentDate().time_since_epoch().count(), kind);
+    const std::string name = fmt::format(
+        "{:020}-{}.plist", platform::currentDate().time_since_epoch().count(), kindName);
     const bool isKept = folder && bytes && platform::makePrivateFolder(*folder) &&
                         platform::writeFileAtomically(*folder / name, *bytes);
     std::string reason = why ? why->localizedDescription() : std::string();
     if (!reason.empty())
         reason = ": " + reason.substr(0, reason.find_last_not_of('.') + 1);
-    output().complain(isKept
-                          ? fmt::format("The {} could not be sent{}. It is kept and sent with "
-                                        "the next backup that sends reports.",
-                                        kind, reason)
-                          : fmt::format("The {} could neither be sent nor kept{}.", kind, reason));
+    output().complain(
+        isKept ? fmt::format("The {} could not be sent{}. It is kept and sent with "
+                             "the next backup that sends reports.",
+                             kindName, reason)
+               : fmt::format("The {} could neither be sent nor kept{}.", kindName, reason));
 }
 
-Sending ReportFlags::send(const std::string& kind, const std::string& to, const std::string& from,
+Sending ReportFlags::send(ReportKind kind, const std::string& to, const std::string& from,
                           const Session& session, const RunFigures& figures) const
 {
-    if (kind == kSummary)
+    if (kind == ReportKind::summary)
         return sendSummary(session.username, session.password, figures);
-    if (kind == kEmail)
+    if (kind == ReportKind::email)
         return sendReportEmail(to, from, figures);
     const bool isWhole = figures.failed == 0 && figures.sentence.empty() &&
                          figures.selfTestTrouble.empty() && figures.overdue.empty();
@@ -265,13 +278,16 @@ void ReportFlags::sendKept(const Session& session) const
         files.push_back(file->path());
     std::ranges::sort(files);
     for (const fs::path& file : files) {
-        const auto bytes = platform::readFile(file);
+        const auto bytes = platform::readRegularFile(file);
         const auto reading =
             bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
         const Dictionary* entry = reading.value ? reading.value->dictionary() : nullptr;
         const Dictionary* fields = entry ? platform::findDictionary(*entry, "figures") : nullptr;
         const auto figures = fields ? RunFigures::fromDictionary(*fields) : std::nullopt;
-        if (figures && !send(platform::findText(*entry, "kind"), platform::findText(*entry, "to"),
+        const auto kind = entry ? kindNamed(platform::findText(*entry, "kind")) : std::nullopt;
+        if (figures && !kind)
+            continue; // a later version's, which can send it
+        if (figures && !send(*kind, platform::findText(*entry, "to"),
                              platform::findText(*entry, "from"), session, *figures)
                             .isDone)
             continue;
@@ -285,7 +301,7 @@ void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& 
         return;
     if (session)
         sendKept(*session);
-    const auto tellOne = [&](bool isWanted, const char* kind) {
+    const auto tellOne = [&](bool isWanted, ReportKind kind) {
         if (!isWanted)
             return;
         const Sending sending =
@@ -294,9 +310,9 @@ void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& 
         if (!sending.isDone)
             keep(kind, sending.failure, figures);
     };
-    tellOne(report_, kSummary);
-    tellOne(!email_.empty(), kEmail);
-    tellOne(monitor_, kEvent);
+    tellOne(report_, ReportKind::summary);
+    tellOne(!email_.empty(), ReportKind::email);
+    tellOne(monitor_, ReportKind::event);
 }
 
 } // namespace stowline::cli

@@ -35,6 +35,9 @@ struct Sending {
 /// failed, in the place of "<!--||outcome||-->", else at its end. Absent without its template.
 [[nodiscard]] std::optional<std::string> reportHtml(const RunFigures& figures);
 
+/// A summary for the service, an e-mail for people, an event for central monitoring.
+enum class ReportKind { summary, email, event };
+
 /// What to tell after a run.
 class ReportFlags {
 public:
@@ -53,11 +56,9 @@ public:
 
 private:
     void sendKept(const Session& session) const;
-    [[nodiscard]] Sending send(const std::string& kind, const std::string& to,
-                               const std::string& from, const Session& session,
-                               const RunFigures& figures) const;
-    void keep(const std::string& kind, const std::optional<Error>& why,
-              const RunFigures& figures) const;
+    [[nodiscard]] Sending send(ReportKind kind, const std::string& to, const std::string& from,
+                               const Session& session, const RunFigures& figures) const;
+    void keep(ReportKind kind, const std::optional<Error>& why, const RunFigures& figures) const;
     [[nodiscard]] static std::optional<std::filesystem::path> outbox();
 
     bool report_ = false;

@@ -8,7 +8,7 @@
 
 namespace stowline::cli {
 
-/// What a step of a command came to. When it is no value, the output is ended already.
+/// What a step of a command came to. When it is not a value, the output is ended already.
 template <class Value> class Result {
 public:
     Result(Value value) : value_(std::move(value)) {}

@@ -139,7 +139,7 @@ void keepLastRun(const RunFigures& figures)
 std::optional<RunFigures> lastRun()
 {
     const auto file = lastRunFile();
-    const auto bytes = file ? platform::readFile(*file) : std::nullopt;
+    const auto bytes = file ? platform::readRegularFile(*file) : std::nullopt;
     const auto reading =
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();
     const Dictionary* fields = reading.value ? reading.value->dictionary() : nullptr;
@@ -157,18 +157,16 @@ std::optional<std::filesystem::path> lastGoodRunFile(const std::string& profile)
 
 } // namespace
 
-void keepLastGoodRun(const std::string& profile, Date begun)
+void keepLastGoodRun(const std::string& profile, const BackupSubject& subject, Date begun)
 {
     if (const auto file = lastGoodRunFile(profile))
-        (void)platform::replaceFile(*file, platform::internetTimeText(begun) + "\n");
+        noteSuccess(*file, subject, begun);
 }
 
-std::optional<Date> lastGoodRun(const std::string& profile)
+std::optional<Date> lastGoodRun(const std::string& profile, const BackupSubject& subject)
 {
     const auto file = lastGoodRunFile(profile);
-    const auto text = file ? platform::readFile(*file) : std::nullopt;
-    return text ? platform::dateFromInternetTimeText(text->substr(0, text->find('\n')))
-                : std::nullopt;
+    return file ? successIn(*file, subject) : std::nullopt;
 }
 
 } // namespace stowline::cli

@@ -1,6 +1,7 @@
 // What the last backup came to, kept for the reports about it.
 #pragma once
 
+#include "cli/shared/Successes.h"
 #include "stowline/backup/BackupRun.h"
 #include "stowline/platform/values/Value.h"
 
@@ -52,7 +53,8 @@ void keepLastRun(const RunFigures& figures);
 
 /// Keeps that a run of a profile came to its end with nothing failed, and when it began; reads it
 /// again, absent when this machine knows of none.
-void keepLastGoodRun(const std::string& profile, Date begun);
-[[nodiscard]] std::optional<Date> lastGoodRun(const std::string& profile);
+void keepLastGoodRun(const std::string& profile, const BackupSubject& subject, Date begun);
+[[nodiscard]] std::optional<Date> lastGoodRun(const std::string& profile,
+                                              const BackupSubject& subject = {});
 
 } // namespace stowline::cli

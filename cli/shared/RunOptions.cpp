@@ -65,9 +65,7 @@ std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
 void ChainOptions::declare(const Command& command)
 {
     const auto profile =
-        command
-            .addOption("--profile", profile_,
-                       "Which of several backups of this user it is, as backup was told")
+        command.addOption("--profile", profile_, "Name of the profile, as backup was told")
             .showsDefault();
     command
         .addOption("--chain", chain_,
@@ -209,7 +207,9 @@ void noteOrigin(const backup::RunOrigin& origin)
 
 Fields originFields(const backup::RunOrigin& origin)
 {
-    Fields fields{{"chain", origin.chain}, {"record", origin.digest}};
+    Fields fields{{"chain", origin.chain},
+                  {"record", origin.digest},
+                  {"trust", backup::nameOf(origin.trust)}};
     std::ranges::copy(lackFields(origin.lack), std::back_inserter(fields));
     return fields;
 }
@@ -219,6 +219,7 @@ Fields lackFields(const backup::RunLack& lack, const std::string& prefix)
     return {{prefix + "run_failed", lack.failed},
             {prefix + "carried_forward", lack.carriedForward},
             {prefix + "never_stored", lack.neverStored},
+            {prefix + "cut_off", lack.cutOff},
             {prefix + "left_out", lack.leftOut}};
 }
 

@@ -71,7 +71,7 @@ private:
 void noteOrigin(const backup::RunOrigin& origin);
 /// "chain" and "record", and of a run that was read lackFields().
 [[nodiscard]] Fields originFields(const backup::RunOrigin& origin);
-/// "run_failed", "carried_forward", "never_stored", "left_out", each behind a prefix.
+/// "run_failed", "carried_forward", "never_stored", "cut_off", "left_out", each behind a prefix.
 [[nodiscard]] Fields lackFields(const backup::RunLack& lack, const std::string& prefix = {});
 /// "Run 12 (record 1a2b3c4d5e6f)".
 [[nodiscard]] std::string runText(const backup::RunOrigin& origin);

@@ -11,7 +11,7 @@
 namespace stowline::cli {
 
 /// What is wrong with the bundle's Info.plist when it does not tell something: it is missing,
-/// cannot be read, is no property list, or just does not say it.
+/// cannot be read, is not a property list, or just does not say it.
 /// @param lack for the last case: "has no version"
 [[nodiscard]] std::string infoFault(const std::string& lack);
 

@@ -50,6 +50,11 @@ void SessionOptions::declare(const Command& command)
     password_.declare(command, "password", "STOWLINE_PASSWORD");
 }
 
+std::optional<bool> saysSignedIn(const Dictionary& answer)
+{
+    return truthOf(platform::findText(answer, "AuthenticateResult"));
+}
+
 Result<Dictionary> signIn(const std::string& username, const std::string& password,
                           std::optional<double> atMostSeconds)
 {
@@ -68,7 +73,7 @@ Result<Dictionary> signIn(const std::string& username, const std::string& passwo
     }
     if (!result)
         return callFailure(watch.failure());
-    const auto isSignedIn = truthOf(platform::findText(*result, "AuthenticateResult"));
+    const auto isSignedIn = saysSignedIn(*result);
     if (!isSignedIn)
         return callFailure(unreadableAnswer("It does not say whether the user is signed in."));
     if (!*isSignedIn)

@@ -23,6 +23,10 @@ struct Session {
 /// -u and --username, which may come from STOWLINE_USERNAME.
 void declareUsername(const Command& command, std::string& username);
 
+/// Whether the answer to a sign-in says yes. Absent when it says neither yes nor no: it is not the
+/// answer of a service that signs in.
+[[nodiscard]] std::optional<bool> saysSignedIn(const Dictionary& answer);
+
 /// Signs in. Says what goes wrong.
 /// @param atMostSeconds how long to wait for the answer; absent: as long as any call may take
 /// @return what the service tells of the account

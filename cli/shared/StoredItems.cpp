@@ -33,7 +33,13 @@ void showHeading()
     output().heading(fmt::format(kRow, "VERSION", "SIZE", "MODIFIED", "NAME"));
 }
 
-void show(const StoredItem& stored, bool withFolder)
+/// An item of a run, and from when it is.
+struct SeenItem {
+    StoredItem stored;
+    backup::ItemSight sight;
+};
+
+void show(const StoredItem& stored, const backup::ItemSight& sight, bool withFolder)
 {
     const backup::ItemRecord& item = stored.item;
     const bool isFile = item.kind == ItemKind::file;
@@ -41,8 +47,11 @@ void show(const StoredItem& stored, bool withFolder)
     name += item.kind == ItemKind::folder && name != "/" ? "/" : "";
     if (item.kind == ItemKind::link)
         name += " -> " + item.linkTarget;
-    if (stored.isStale)
-        name += " (as an earlier run saw it)";
+    if (sight.isEarlier)
+        name += sight.run == 0 ? std::string(" (as an earlier run saw it)")
+                               : fmt::format(" (as run {} saw it)", sight.run);
+    if (stored.changedWhileRead)
+        name += " (changed while it was read)";
     const std::string version = stored.content ? stored.content->version : "";
     output().item(fmt::format(kRow, onOneLine(version),
                               isFile ? bytesText(static_cast<double>(item.size)) : "",
@@ -54,16 +63,20 @@ void show(const StoredItem& stored, bool withFolder)
                    {"modified", momentField(item.modified)},
                    {"version", version},
                    {"sha256", stored.content ? stored.content->digest : std::string()},
-                   {"stale", stored.isStale}});
+                   {"stale", stored.isStale},
+                   {"changed_while_read", stored.changedWhileRead},
+                   {"seen_run", sight.run},
+                   {"seen", sight.run == 0 ? std::string() : momentField(sight.begun)}});
 }
 
-void sort(std::vector<StoredItem>& items, const StoredListing& listing)
+void sort(std::vector<SeenItem>& items, const StoredListing& listing)
 {
     if (listing.sortField == "Size")
-        std::ranges::stable_sort(items, {}, [](const StoredItem& item) { return item.item.size; });
+        std::ranges::stable_sort(items, {},
+                                 [](const SeenItem& item) { return item.stored.item.size; });
     if (listing.sortField == "Modified")
         std::ranges::stable_sort(items, {},
-                                 [](const StoredItem& item) { return item.item.modified; });
+                                 [](const SeenItem& item) { return item.stored.item.modified; });
     if (listing.isDescending)
         std::ranges::reverse(items);
 }
@@ -79,11 +92,11 @@ Fields jsonFields(const backup::RunOrigin& origin)
 ExitStatus listStored(const backup::RunChoice& choice, const StoredListing& listing)
 {
     const Interruptible interruptible;
-    std::vector<StoredItem> items;
+    std::vector<SeenItem> items;
     const auto end = backup::forEachItemInFolder(
         choice, listing.path,
-        [&items](const StoredItem& item) {
-            items.push_back(item);
+        [&items](const StoredItem& item, const backup::ItemSight& sight) {
+            items.push_back({item, sight});
             return true;
         },
         Interruptible::stopRequest());
@@ -93,8 +106,8 @@ ExitStatus listStored(const backup::RunChoice& choice, const StoredListing& list
             items.resize(static_cast<std::size_t>(*listing.limit));
         if (!items.empty())
             showHeading();
-        for (const StoredItem& item : items)
-            show(item, false);
+        for (const SeenItem& item : items)
+            show(item.stored, item.sight, false);
         noteOrigin(end.origin);
         return output().finish(ExitStatus::done, jsonFields(end.origin));
     }
@@ -108,10 +121,10 @@ ExitStatus searchStored(const backup::RunChoice& choice, const std::string& belo
     std::int64_t found = 0;
     const auto end = backup::forEachFileNamed(
         choice, below, text,
-        [&](const StoredItem& stored) {
+        [&](const StoredItem& stored, const backup::ItemSight& sight) {
             if (found++ == 0)
                 showHeading();
-            show(stored, true);
+            show(stored, sight, true);
             return !limit || found < *limit;
         },
         Interruptible::stopRequest());
