@@ -11,6 +11,8 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
+#include <map>
+#include <optional>
 #include <random>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -138,6 +140,85 @@ TEST(RestlessFiles, OnesThatMayChangeEndNoRunWithThree)
         EXPECT_EQ(account.backup({"--allow-changing", "database"}).status, 0);
     }
     ::close(file);
+}
+
+/// A file that is written all the time, and a state folder without room for a copy of it.
+class RestlessFilesWithoutRoom : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        if (const auto reason = test::enterMountNamespace())
+            GTEST_SKIP() << *reason;
+        account_.emplace();
+        account_->write({{"database", noise(3000000, 1)}, {"rests", "r"}});
+    }
+
+    [[nodiscard]] test::ProgramResult backup(Words more = {}) const
+    {
+        more.insert(more.end(), {"--part-size", "64k", "--bwlimit", "2m", "--jobs", "1"});
+        test::ProgramRun run = account_->backupRun(more);
+        run.environment["XDG_STATE_HOME"] = stateFolder();
+        return test::runProgram(run);
+    }
+    [[nodiscard]] fs::path stateFolder() const { return place_.path() / "state"; }
+
+    /// The file is written from before the run's beginning until after its end.
+    [[nodiscard]] test::ProgramResult backupWhileItIsWritten(const Words& more = {}) const
+    {
+        const int file = ::open((account_->folder.path() / "database").c_str(), O_RDWR | O_CLOEXEC);
+        std::optional<test::ProgramResult> result;
+        {
+            const Restless writer([&](std::uint64_t round) {
+                (void)!::pwrite(file, &round, sizeof round, 1000);
+                shortPause();
+            });
+            result = backup(more);
+        }
+        ::close(file);
+        return *result;
+    }
+
+    const test::TemporaryFolder place_;
+    std::optional<BackedUp> account_;
+};
+
+TEST_F(RestlessFilesWithoutRoom, AreStoredAndToldAndEndTheRunWithThree)
+{
+    const test::Mount disk = test::Mount::memory(stateFolder(), "size=2m");
+    const auto result = backupWhileItIsWritten();
+    expectTruth(result);
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 2) << result.output;
+    EXPECT_EQ(field(result, "changed_while_read"), 1);
+    const std::string path = account_->folder.path() / "database";
+    EXPECT_TRUE(says(result, path + " changed while it was read: what is stored is not one state "
+                                    "of it."))
+        << result.errors;
+    std::map<std::string, bool> marked;
+    for (const auto& line : test::jsonLines(result.output)) {
+        if (line.contains("changed_while_read") && line.value("kind", "") == "file")
+            marked.emplace(line["path"], line["changed_while_read"]);
+    }
+    const std::map<std::string, bool> expected{{path, true},
+                                               {account_->folder.path() / "rests", false}};
+    EXPECT_EQ(marked, expected);
+    EXPECT_EQ(account_->stored().at("database").size(), 3000000U);
+
+    const auto quiet = backup();
+    EXPECT_EQ(quiet.status, 0) << quiet.errors;
+    EXPECT_EQ(field(quiet, "stored"), 1) << quiet.output;
+    EXPECT_EQ(field(quiet, "changed_while_read"), 0);
+    EXPECT_EQ(account_->stored().at("database"),
+              platform::readFile(account_->folder.path() / "database"));
+}
+
+TEST_F(RestlessFilesWithoutRoom, ThatMayChangeAreToldAllTheSame)
+{
+    const test::Mount disk = test::Mount::memory(stateFolder(), "size=2m");
+    const auto result = backupWhileItIsWritten({"--allow-changing", "database"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "changed_while_read"), 1);
+    EXPECT_TRUE(says(result, "changed while it was read")) << result.errors;
 }
 
 TEST(RestlessFiles, WritesThroughAMemoryMapAreFoundByTrustingNothing)
@@ -305,6 +386,30 @@ TEST(StateFolder, ThatIsFullIsSaidToBeAndTheNextRunIsWhole)
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(account.stored(), files);
     EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+}
+
+TEST(StateFolder, BelowWhatIsBackedUpIsNoPartOfIt)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}, {"d/b", "2"}});
+    const fs::path state = account.folder.path() / "d/state";
+    for (int number = 1; number <= 3; ++number) {
+        test::ProgramRun run = account.backupRun();
+        run.environment["XDG_STATE_HOME"] = state.string();
+        const auto result = test::runProgram(run);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        expectTruth(result);
+        EXPECT_EQ(field(result, "stored"), number == 1 ? 2 : 0) << result.output;
+        EXPECT_EQ(field(result, "excluded"), 1) << result.output;
+        std::vector<std::string> excluded;
+        for (const auto& line : test::jsonLines(result.output)) {
+            if (line.value("state", "") == "excluded")
+                excluded.push_back(line["path"]);
+        }
+        EXPECT_EQ(excluded, std::vector<std::string>{state / "stowline"});
+        EXPECT_EQ(account.stored(), (Files{{"a", "1"}, {"d/b", "2"}}));
+    }
+    EXPECT_TRUE(fs::exists(state / "stowline/index"));
 }
 
 /// The same program as another user of the machine.

@@ -231,6 +231,20 @@ Leftovers leftoversOf(const BackedUp& account)
     return left;
 }
 
+/// How many files the service holds more than one version of.
+std::size_t itemsWithSeveralVersions(const BackedUp& account)
+{
+    devserver::Storage storage(account.server.data());
+    const auto page =
+        storage
+            .search(
+                {.userName = "ann", .folder = account.folder.path().string(), .pageSize = 1000000},
+                "*", "")
+            .value();
+    return static_cast<std::size_t>(
+        std::ranges::count_if(page.items, [](const auto& item) { return item.versions != 1; }));
+}
+
 /// Kills the command at random moments; a run that is left alone must make all of it whole.
 void killAndResume(int kills, unsigned seed)
 {
@@ -267,10 +281,13 @@ void killAndResume(int kills, unsigned seed)
         EXPECT_EQ(left.entries, 0U) << "after " << round;
         EXPECT_EQ(left.temporary, 0U) << "after " << round;
         EXPECT_EQ(left.orphans, 0U) << "after " << round;
+        EXPECT_EQ(left.unregistered, 0U) << "after " << round;
         last = left;
     }
     const auto checked = account.run({"verify", "--machine", "iMac", "--read"});
     EXPECT_EQ(checked.status, 0) << checked.errors;
+    EXPECT_EQ(itemsWithSeveralVersions(account), 0U);
+    EXPECT_LT(ended, kills) << "no run was hit";
     std::printf("%d kills over runs of %.2f s: %d came after the end, %d files gone on with, %zu "
                 "stored byte for byte; %d chains unreadable; left: %zu entries, %zu temporary "
                 "files, %zu orphans, %zu uploads never registered\n",

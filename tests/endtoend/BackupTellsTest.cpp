@@ -410,7 +410,7 @@ TEST(BackupTells, ThatAFolderInThePlaceOfTheIndexIsSetAside)
         fs::create_directory(file);
         const auto result = account.backup();
         EXPECT_EQ(result.status, 0) << result.errors;
-        EXPECT_TRUE(says(result, "The index of earlier runs is damaged; it is made anew."));
+        EXPECT_TRUE(says(result, "The index of earlier runs is damaged; it is rebuilt."));
         EXPECT_TRUE(fs::is_directory(file.string() + ".unusable"));
         EXPECT_TRUE(fs::is_regular_file(file));
     }

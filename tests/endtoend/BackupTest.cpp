@@ -1,7 +1,7 @@
 // The main job: a folder tree on its way to the service, through every process there is.
 #include "stowline/platform/files/LockFile.h"
 #include "stowline/service/RemoteName.h"
-#include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/Records.h"
 #include "tests/support/PseudoTerminal.h"
 
 #include "tests/support/TestPaths.h"
@@ -153,6 +153,49 @@ TEST(Backup, ResumesWithoutSendingAStoredPartAgain)
     EXPECT_EQ(test::jsonLines(account.run({"uploads", "list", "--json"}).output).size(), 1U);
 }
 
+/// What a kill leaves that came after the service had registered a file.
+class KilledAfterRegistering : public testing::TestWithParam<const char*> {};
+
+TEST_P(KilledAfterRegistering, LeavesNoSecondVersion)
+{
+    namespace fs = std::filesystem;
+    const std::string what = GetParam();
+    const BackedUp account;
+    account.write({{"big", noise(10 * 65536, 2)}});
+    cutOff(account, 5 * 65536);
+    const fs::path state = account.command.home().path() / ".local/state/stowline";
+    const test::TemporaryFolder aside;
+    const auto copy = [](const fs::path& from, const fs::path& to) {
+        fs::remove_all(to);
+        fs::copy(from, to, fs::copy_options::recursive);
+    };
+    for (const char* folder : {"uploads", "index"})
+        copy(state / folder, aside.path() / folder);
+    ASSERT_EQ(account.backup({"--part-size", "64k"}).status, 0);
+    ASSERT_TRUE(account.journal().entries().empty());
+
+    copy(aside.path() / "uploads", state / "uploads");
+    ASSERT_EQ(account.journal().entries().size(), 1U);
+    if (what != "Journal")
+        copy(aside.path() / "index", state / "index");
+    if (what == "JournalIndexAndRecord")
+        test::hideRecord(account, "00000002-finished");
+    const auto result = account.backup({"--part-size", "64k"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "parts"), 0) << result.output;
+    EXPECT_TRUE(account.journal().entries().empty());
+    devserver::Storage storage(account.server.data());
+    const auto page = storage.search({.userName = "ann", .pageSize = 9}, "big", "").value();
+    ASSERT_EQ(page.items.size(), 1U);
+    EXPECT_EQ(storage.versions("ann", page.items[0].id).size(), 1U);
+    EXPECT_EQ(account.stored(), (Files{{"big", noise(10 * 65536, 2)}}));
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(WithTheOld, KilledAfterRegistering,
+                         testing::Values("Journal", "JournalAndIndex", "JournalIndexAndRecord"),
+                         [](const auto& test) { return std::string(test.param); });
+
 TEST(Backup, UploadsResumeAndAbandon)
 {
     const BackedUp account;
@@ -160,7 +203,22 @@ TEST(Backup, UploadsResumeAndAbandon)
     cutOff(account, 65536);
     EXPECT_EQ(account.run({"uploads", "abandon", "--all"}).status, 2); // nobody to ask
     EXPECT_EQ(account.run({"uploads", "abandon", "nothing", "--yes"}).status, 4);
-    EXPECT_EQ(account.run({"uploads", "abandon", "--all", "--yes"}).status, 0);
+    // What keeps it from being forgotten is told as what it is.
+    const auto state = account.command.home().path() / ".local/state/stowline";
+    std::filesystem::permissions(state, std::filesystem::perms::others_write,
+                                 std::filesystem::perm_options::add);
+    const auto refused = account.run({"uploads", "abandon", "--all", "--yes"});
+    std::filesystem::permissions(state, std::filesystem::perms::others_write,
+                                 std::filesystem::perm_options::remove);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.errors.find("other users may write into it"), std::string::npos)
+        << refused.errors;
+    const auto abandoned = account.run({"uploads", "abandon", "--all", "--yes"});
+    EXPECT_EQ(abandoned.status, 0);
+    EXPECT_NE(abandoned.errors.find("What was sent of them stays on the service until it discards "
+                                    "it."),
+              std::string::npos)
+        << abandoned.errors;
     EXPECT_TRUE(account.journal().entries().empty());
     cutOff(account, 2 * 65536); // the service still holds the first part
     const auto result =

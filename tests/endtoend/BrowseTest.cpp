@@ -40,6 +40,35 @@ TEST(Browse, ListsPageAfterPage)
     EXPECT_EQ(account.run({"systems"}).output, "MACHINE\niMac\n");
 }
 
+TEST(Browse, ShowsNoRecordsOfRuns)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const std::string top = *std::next(account.folder.path().begin()); // "tmp"
+    EXPECT_EQ(namesIn(account.run({"ls", "/", "--system", "iMac", "--json"})), (Names{top}));
+    EXPECT_EQ(namesIn(account.run({"search", "*", "--json"})), (Names{"a"}));
+    EXPECT_EQ(namesIn(account.run({"search", "*finished*", "--json"})), Names());
+}
+
+TEST(Browse, ListsAFileThatIsNamedAndKnowsWhatIsNotThere)
+{
+    const BackedUp account;
+    account.write({{"a", "content"}, {"ab", "more"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto file =
+        account.run({"ls", account.folder.path() / "a", "--system", "iMac", "--json"});
+    EXPECT_EQ(file.status, 0) << file.errors;
+    EXPECT_EQ(namesIn(file), Names{"a"});
+    EXPECT_EQ(account.run({"ls", account.folder.path() / "b", "--system", "iMac"}).status, 4);
+    EXPECT_EQ(account.run({"ls", "/", "--system", "iMac"}).status, 0);
+    const auto machine = account.run({"ls", "/", "--system", "none"});
+    EXPECT_EQ(machine.status, 4);
+    EXPECT_NE(machine.errors.find("The service knows no machine none of this account."),
+              std::string::npos)
+        << machine.errors;
+}
+
 TEST(Browse, ShowsTablesInUnitsAndTheLocalZone)
 {
     const BackedUp account;

@@ -44,7 +44,7 @@ private:
 using Words = std::vector<std::string>;
 using Environment = std::map<std::string, std::string>;
 
-/// The lines of a JSON output; the test fails when one is no object.
+/// The lines of a JSON output; the test fails when one is not an object.
 inline std::vector<nlohmann::json> jsonLines(const std::string& output)
 {
     std::vector<nlohmann::json> lines;

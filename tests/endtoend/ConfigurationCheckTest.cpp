@@ -39,28 +39,29 @@ protected:
 
 TEST_F(ConfigCheck, NamesEveryFaultInTheOrderOfTheFile)
 {
-    EXPECT_EQ(faults("jobs = \"many\"\n"
-                     "uzername = \"ann\"\n"
-                     "[backup]\n"
-                     "  exclud = [\"*.o\"]\n"
-                     "skip-hidden = \"yes\"\n"
-                     "jobs = true\n"
-                     "part-size = \"4q\"\n"
-                     "register-with = \"protect3\"\n"
-                     "[restor]\n"
-                     "[rm]\n"
-                     "yes = true\n"),
-              "1:1: \"jobs\": This must be a whole number, not \"many\".\n"
-              "2:1: \"uzername\" is not an option of any command. Did you mean \"username\"?\n"
-              "4:3: \"exclud\" is not an option of \"stowline backup\". Did you mean "
-              "\"exclude\"?\n"
-              "5:1: \"skip-hidden\" takes true or false. Did you mean true?\n"
-              "6:1: \"jobs\" takes a value, not true or false.\n"
-              "7:1: \"part-size\": This must be a number of bytes, as 500k or 4m, not \"4q\".\n"
-              "8:1: \"register-with\": This must be one of protect2, ProtectFile, not "
-              "\"protect3\". Did you mean \"protect2\"?\n"
-              "9:2: [restor] is not a command. Did you mean \"restore\"?\n"
-              "11:1: \"yes\" can be given on the command line only.\n");
+    EXPECT_EQ(
+        faults("jobs = \"many\"\n"
+               "uzername = \"ann\"\n"
+               "[backup]\n"
+               "  exclud = [\"*.o\"]\n"
+               "skip-hidden = \"yes\"\n"
+               "jobs = true\n"
+               "part-size = \"4q\"\n"
+               "register-with = \"protect3\"\n"
+               "[restor]\n"
+               "[rm]\n"
+               "yes = true\n"),
+        "1:1: \"jobs\": This must be a whole number, not \"many\".\n"
+        "2:1: \"uzername\" is not an option of any command. Did you mean \"username\"?\n"
+        "4:3: \"exclud\" is not an option of \"stowline backup\". Did you mean "
+        "\"exclude\"?\n"
+        "5:1: \"skip-hidden\" takes true or false. Did you mean true?\n"
+        "6:1: \"jobs\" takes a value, not true or false.\n"
+        "7:1: \"part-size\": This must be a number of bytes, such as 500k or 4m, not \"4q\".\n"
+        "8:1: \"register-with\": This must be one of protect2, ProtectFile, not "
+        "\"protect3\". Did you mean \"protect2\"?\n"
+        "9:2: [restor] is not a command. Did you mean \"restore\"?\n"
+        "11:1: \"yes\" can be given on the command line only.\n");
 }
 
 TEST_F(ConfigCheck, NamesTheFaultsOfProfiles)

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -106,6 +107,56 @@ TEST_F(ConfiguredCommand, AFileThatCannotBeReadIsTold)
     fs::remove(file);
     EXPECT_EQ(stowline_(Words{"checksum", "-"}).status, 0);
     EXPECT_EQ(stowline_(Words{"--config", file.string(), "checksum", "-"}).status, 2);
+}
+
+TEST_F(ConfiguredCommand, APipeInItsPlaceIsNotWaitedFor)
+{
+    const fs::path file = stowline_.home().path() / ".config/stowline/config.toml";
+    fs::create_directories(file.parent_path());
+    ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+    const auto result = stowline_(Words{"checksum", "-"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.errors.find(file.string() + " cannot be read. Please check"),
+              std::string::npos)
+        << result.errors;
+}
+
+TEST_F(ConfiguredCommand, AFileThatOthersMayWriteIsNotObeyed)
+{
+    const fs::path file = configure("[backup]\njobs = 2\n");
+    const std::string sentence = "Other users may change the configuration file " + file.string() +
+                                 ". Please make it and its folder your own, writable by nobody "
+                                 "else.";
+    for (const fs::path& place : {file, file.parent_path()}) {
+        const auto was = fs::status(place).permissions();
+        fs::permissions(place, fs::perms::others_write, fs::perm_options::add);
+        const auto result = stowline_(Words{"checksum", "-"});
+        EXPECT_EQ(result.status, 2) << place;
+        EXPECT_EQ(result.errors, "stowline: " + sentence + "\n");
+        const auto checked = stowline_(Words{"config", "check"});
+        EXPECT_EQ(checked.status, 10);
+        EXPECT_NE(checked.output.find(":1:1: " + sentence), std::string::npos) << checked.output;
+        fs::permissions(place, was);
+        EXPECT_EQ(stowline_(Words{"checksum", "-"}).status, 0);
+    }
+}
+
+TEST_F(ConfiguredCommand, OneThatTheCommandLineNamesWasChosen)
+{
+    const fs::path file = stowline_.home().write("own.toml", "[backup]\njobs = 2\n");
+    fs::permissions(file, fs::perms::others_write, fs::perm_options::add);
+    EXPECT_EQ(stowline_(Words{"--config", file.string(), "checksum", "-"}).status, 0);
+}
+
+TEST_F(ConfiguredCommand, OneThatAnotherUserOwnsIsNotObeyed)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "Only root can give a file to another user.";
+    const fs::path file = configure("[backup]\njobs = 2\n");
+    ASSERT_EQ(::chown(file.c_str(), 12345, 12345), 0);
+    const auto result = stowline_(Words{"checksum", "-"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.errors.find("Other users may change"), std::string::npos) << result.errors;
 }
 
 TEST_F(ConfiguredCommand, AFolderThatCannotBeSearchedIsTold)

@@ -79,7 +79,7 @@ TEST(Failure, TheNameIsNotFound)
 {
     const BundleFor bundle("http://no-such-host.invalid/");
     expectFailure(signIn(bundle.path()), 8,
-                  "The name of no-such-host.invalid:80 was not found in the network. Please check "
+                  "The name of no-such-host.invalid:80 was not found on the network. Please check "
                   "the name in the settings, and the network's name service.");
 }
 
@@ -381,7 +381,7 @@ TEST(CertificateFailure, SignedByItself)
     const auto result = service.signIn();
     expectFailure(result, 1,
                   "The certificate of " + service.host +
-                      " is signed by itself, which this system does not trust. If the service is "
+                      " is self-signed, which this system does not trust. If the service is "
                       "your own, add the certificate to the system's trusted ones "
                       "(update-ca-certificates); if not, do not go on.");
 }

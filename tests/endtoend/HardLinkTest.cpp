@@ -74,7 +74,7 @@ TEST_F(HardLinks, WhoseFirstNameIsReplacedKeepTheirContent)
     ASSERT_EQ(backUp({"A"}).status, 0);
     EXPECT_EQ(stored("A/f"), "replaced by another");
     EXPECT_EQ(stored("B/f"), "original");
-    ASSERT_EQ(backUp({"A"}, {"--trust-nothing"}).status, 0); // asks after all versions
+    ASSERT_EQ(backUp({"A"}, {"--trust-nothing"}).status, 0); // asks about all versions
     EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
     EXPECT_EQ(stored("B/f"), "original");
     const fs::path back = restored();

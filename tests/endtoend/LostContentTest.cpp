@@ -1,11 +1,13 @@
 // What the service loses is noticed, and sent again; two states of one machine do not break the
 // chain.
 #include "stowline/backup/BackupRun.h"
+#include "stowline/util/Crc32.h"
 #include "tests/endtoend/BackedUp.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -64,6 +66,35 @@ TEST_F(LostContent, IsSentAgainWhenNothingIsTrusted)
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "stored"), 2) << result.output;
     EXPECT_EQ(restored(account_, "back").status, 0);
+}
+
+TEST_F(LostContent, OfAPathThatIsNotBackedUpNowIsNoSuccessAndStaysTold)
+{
+    account_.write({{"other/x", "of another path"}});
+    ASSERT_EQ(account_.backup().status, 0);
+    const auto run = [this](const std::string& name, const Words& more) {
+        Words words{"backup", account_.folder.path() / name, "--system", "iMac", "--json"};
+        words.insert(words.end(), more.begin(), more.end());
+        return account_.run(words);
+    };
+    fs::remove(contentOf(account_, account_.folder.path(), "a"));
+    const std::string told = "The service has lost what was stored of 1 file, which this run did "
+                             "not send again: " +
+                             (account_.folder.path() / "a").string() + ".";
+    const auto first = run("other", {"--trust-nothing"});
+    EXPECT_EQ(first.status, 3) << first.errors;
+    EXPECT_NE(first.errors.find(told), std::string::npos) << first.errors;
+    const auto second = run("other", {});
+    EXPECT_EQ(second.status, 3) << second.errors;
+    EXPECT_NE(second.errors.find(told), std::string::npos) << second.errors;
+    const auto checked = account_.run({"verify", "--machine", "iMac", "--json"});
+    EXPECT_EQ(checked.status, 7) << checked.errors;
+    EXPECT_EQ(field(checked, "missing"), 1) << checked.output;
+    const auto whole = account_.backup();
+    EXPECT_EQ(whole.status, 0) << whole.errors;
+    EXPECT_EQ(field(whole, "stored"), 1);
+    EXPECT_EQ(whole.errors.find("did not send again"), std::string::npos) << whole.errors;
+    EXPECT_EQ(account_.run({"verify", "--machine", "iMac"}).status, 0);
 }
 
 TEST_F(LostContent, ThatThisMachineDeletedIsSentAgainByTheNextRun)
@@ -130,6 +161,101 @@ TEST_F(LostContent, IsWhatWasReadToBeOtherBytesWhateverTheServiceSays)
     EXPECT_EQ(field(account_.backup(), "stored"), 0);
 }
 
+/// A backup of the folders "a" and "b", of which the service loses "b/two".
+class LostElsewhere : public testing::Test {
+protected:
+    LostElsewhere()
+    {
+        account_.write({{"a/one", "content"}, {"b/two", "some more"}, {"b/three", "the rest"}});
+        EXPECT_EQ(backup({"a", "b"}).status, 0);
+        lost_ = contentOf(account_, account_.folder.path() / "b", "two");
+        fs::rename(lost_, kept());
+    }
+
+    [[nodiscard]] fs::path kept() const { return account_.server.data() / "kept"; }
+    [[nodiscard]] test::ProgramResult backup(const Words& folders) const
+    {
+        Words words{"backup", "--json", "--system", "iMac"};
+        for (const std::string& folder : folders)
+            words.push_back(account_.folder.path() / folder);
+        return account_.run(words);
+    }
+    [[nodiscard]] int verified() const
+    {
+        return account_.run({"verify", "--machine", "iMac", "--read"}).status;
+    }
+
+    const BackedUp account_;
+    fs::path lost_;
+};
+
+TEST_F(LostElsewhere, EndsEveryRunThatDoesNotLookAtItAndStaysInTheRecord)
+{
+    EXPECT_EQ(verified(), 7);
+    for (int run = 2; run < 4; ++run) {
+        const auto result = backup({"a"});
+        EXPECT_EQ(result.status, 3) << result.errors;
+        EXPECT_NE(result.errors.find("lost what was stored of 1 file, which this run did not send "
+                                     "again: " +
+                                     (account_.folder.path() / "b/two").string() + "."),
+                  std::string::npos)
+            << result.errors;
+        EXPECT_EQ(field(result, "stored"), 0) << result.output;
+        EXPECT_EQ(verified(), 7);
+    }
+    const auto runs = test::jsonLines(account_.run({"runs", "--machine", "iMac", "--json"}).output);
+    ASSERT_EQ(runs.size(), 4U); // the last line is the result
+    EXPECT_EQ(runs[0]["failed"], 0);
+    EXPECT_EQ(runs[2]["failed"], 1);
+    const auto result = backup({"a", "b"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_EQ(verified(), 0);
+}
+
+TEST_F(LostElsewhere, IsGivenBackWhenTheServiceFindsItAgain)
+{
+    EXPECT_EQ(verified(), 7);
+    EXPECT_EQ(backup({"a"}).status, 3);
+    fs::rename(kept(), lost_);
+    EXPECT_EQ(verified(), 0);
+    fs::remove_all(account_.folder.path() / "b");
+    const auto result = backup({"a"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(restored(account_, "back").status, 0);
+    EXPECT_TRUE(fs::exists(account_.command.home().path() / "back" /
+                           account_.folder.path().filename() / "b/two"));
+}
+
+TEST_F(LostElsewhere, IsNoLossOfWhatIsNoMoreOnTheMachine)
+{
+    EXPECT_EQ(verified(), 7);
+    fs::remove(account_.folder.path() / "b/two");
+    const auto result = backup({"b"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(verified(), 0);
+}
+
+TEST_F(LostElsewhere, StaysKnownAsDamagedUntilItIsSentAgain)
+{
+    fs::rename(kept(), lost_);
+    std::string version;
+    {
+        devserver::Storage storage(account_.server.data());
+        const auto page = storage.search(
+            {.userName = "ann", .folder = account_.folder.path() / "b", .pageSize = 9}, "two", "");
+        version = std::to_string(storage.versions("ann", page.value().items.at(0).id).at(0).id);
+    }
+    backup::noteDeletedVersions(account_.command.home().path() / ".local/state/stowline",
+                                std::vector{version});
+    EXPECT_EQ(backup({"a"}).status, 3);
+    EXPECT_EQ(backup({"a"}).status, 3);
+    const auto result = backup({"a", "b"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_EQ(backup({"a"}).status, 0);
+}
+
 TEST_F(LostContent, IsNoticedWithinThePromisedRuns)
 {
     fs::remove(contentOf(account_, account_.folder.path(), "a"));
@@ -150,11 +276,11 @@ TEST_F(LostContent, OfOneFileMakesTheRunAskAfterAll)
     for (const auto& [name, content] : files)
         fs::remove(contentOf(account_, account_.folder.path() / "many", name.substr(5)));
     fs::remove(contentOf(account_, account_.folder.path(), "a"));
-    // Of those that were stored first, one is among the first that are asked after.
+    // Of those that were stored first, one is among the first that are asked about.
     const auto result = account_.backup();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "stored"), 41) << result.output;
-    EXPECT_NE(result.errors.find("asked after all of it"), std::string::npos) << result.errors;
+    EXPECT_NE(result.errors.find("asked about all of it"), std::string::npos) << result.errors;
     EXPECT_NE(result.errors.find("has lost what was stored of 41 files"), std::string::npos)
         << result.errors;
     EXPECT_EQ(restored(account_, "back").status, 0);
@@ -242,6 +368,90 @@ TEST_F(LostContent, AnotherStateOfThisMachineIsNotBuiltOn)
     EXPECT_EQ(restored(account_, "back").status, 0);
     EXPECT_TRUE(fs::exists(account_.command.home().path() / "back" /
                            account_.folder.path().filename() / "d"));
+}
+
+TEST(LostContentThatIsNotTakenAgain, IsMissingInTheRunThatCouldNotSendIt)
+{
+    // Of the first run two records and a file; of the second one a record, then the file.
+    const BackedUp account({"--fault", "protect2:5:fault"});
+    account.write({{"a", "content"}});
+    ASSERT_EQ(account.backup().status, 0);
+    fs::remove(contentOf(account, account.folder.path(), "a"));
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac"}).status, 7);
+    const auto result = account.backup({"--retry-time", "0"});
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_EQ(field(result, "failed"), 1) << result.output << result.errors;
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac"}).status, 7);
+    EXPECT_EQ(account.backup().status, 0);
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+}
+
+TEST(ServiceFromAnEarlierDay, IsSentAgainWhatARunStoredThatItKnowsNothingOf)
+{
+    BackedUp account;
+    for (int i = 10; i < 50; ++i)
+        account.write({{std::to_string(i), "content"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const fs::path data = account.server.data();
+    const fs::path image = account.command.home().path() / "image";
+    fs::copy(data, image, fs::copy_options::recursive);
+    for (int i = 30; i < 40; ++i)
+        account.write({{std::to_string(i), "other content"}});
+    account.write({{"large", test::noise(1280000, 1)}});
+    test::BackgroundProgram run(
+        account.backupRun({"--jobs", "1", "--part-size", "64k", "--bwlimit", "128k"}));
+    account.awaitSent(65536); // it comes last: what was before it is stored
+    run.signal(SIGINT);
+    ASSERT_EQ(run.wait().status, 130);
+    fs::remove(account.folder.path() / "large");
+    fs::rename(data, account.command.home().path() / "later");
+    fs::rename(image, data);
+    account.server.killAndRestart();
+    const auto dry = account.backup({"--dry-run"});
+    EXPECT_EQ(field(dry, "would_store"), 10) << dry.output << dry.errors;
+    const auto result = account.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.errors.find("seems to be back at an earlier state"), std::string::npos)
+        << result.errors;
+    EXPECT_EQ(field(result, "stored"), 10) << result.output;
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac", "--read"}).status, 0);
+    const auto next = account.backup();
+    EXPECT_EQ(next.errors.find("earlier state"), std::string::npos) << next.errors;
+}
+
+/// What another profile has stored counts as stored, but not what the service has no more.
+TEST_F(LostContent, IsNotTakenForStoredByARunThatKnowsNothing)
+{
+    fs::remove(contentOf(account_, account_.folder.path(), "a"));
+    for (const char* more : {"", "--trust-nothing"}) {
+        const std::string profile = std::string("other") + more;
+        Words words{"--profile", profile};
+        if (*more != '\0')
+            words.emplace_back(more);
+        const auto result = account_.backup(words);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_EQ(field(result, "stored"), 1) << result.output;
+        EXPECT_EQ(field(result, "unchanged"), 1) << result.output;
+        EXPECT_EQ(account_.run({"verify", "--machine", "iMac", "--profile", profile}).status, 0);
+        fs::remove(contentOf(account_, account_.folder.path(), "a"));
+    }
+}
+
+TEST_F(LostContent, OtherContentOfTheSameSizeAndChecksumIsSent)
+{
+    // Two contents whose difference is a multiple of the polynomial have the same CRC-32.
+    const std::string first = "the first content";
+    const std::string other = "5n\x14\xfb"
+                              "girst content";
+    ASSERT_EQ(Crc32::TW_crc32(Data(first.begin(), first.end())),
+              Crc32::TW_crc32(Data(other.begin(), other.end())));
+    account_.write({{"c", first}});
+    ASSERT_EQ(account_.backup().status, 0);
+    account_.write({{"c", other}});
+    const auto result = account_.backup({"--profile", "other"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_EQ(account_.stored().at("c"), other);
 }
 
 TEST(UntoldVersion, IsLearntFromTheListingsOrSentAgain)

@@ -1,5 +1,6 @@
 // Deleting folders, monitoring, reports and e-mail, through the command and every process below it.
 #include "devserver/Journal.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "tests/endtoend/BackedUp.h"
 #include "tests/support/RawServer.h"
 
@@ -309,9 +310,19 @@ TEST(BackupReports, WhatCannotBeSentIsKeptAndSentWithTheNext)
         EXPECT_EQ(bytes.find(account.password), std::string::npos);
     }
     EXPECT_EQ(kept, 3U);
+    // A kind that a later version knows is sent as no other one.
+    const auto one = std::filesystem::directory_iterator(outbox)->path();
+    const auto entry = platform::readPropertyList(platform::readFile(one).value()).value;
+    ASSERT_TRUE(entry && entry->dictionary());
+    Dictionary unknown = *entry->dictionary();
+    unknown.insert_or_assign("kind", "telegram");
+    const auto later = outbox / "0-telegram.plist";
+    ASSERT_TRUE(platform::writeFileAtomically(later, *platform::writeBinaryPropertyList(unknown)));
     const auto second = run();
     EXPECT_EQ(second.errors, "");
+    EXPECT_TRUE(std::filesystem::remove(later));
     EXPECT_TRUE(std::filesystem::is_empty(outbox));
+    EXPECT_EQ(devserver::Journal(account.server.data()).events(9).size(), 2U);
     EXPECT_EQ(mails(account).size(), 2U);
 }
 

@@ -129,7 +129,7 @@ TEST(RestoreBadDays, NamesThatTheTargetDoesNotTellApartAreNoSuccess)
         EXPECT_EQ(platform::readFile(back / "File"), "large letter");
         EXPECT_EQ(platform::readFile(back / "Folder/a"), "a of the first");
     }
-    // What stands there and is no item of the run is what it is taken for.
+    // What stands there and is not an item of the run is what it is taken for.
     fs::remove_all(disk.behind() / back.filename());
     fs::create_directories(disk.behind() / back.filename() / "FOLDER");
     const auto result = restore(account, target,

@@ -200,7 +200,8 @@ TEST_F(RestoreDeleteRules, RefuseWhatIsOnlyKnownFromAnEarlierRun)
     account_.write({{"c/file", "newer"}});
     ASSERT_EQ(::chmod(place("c/file").c_str(), 0), 0);
     backUp({"c"}, {}, 3);
-    EXPECT_EQ(gone({"closed/new", "new"}), (Names{"closed/new", "new"})) << "a file is no folder";
+    EXPECT_EQ(gone({"closed/new", "new"}), (Names{"closed/new", "new"}))
+        << "a file is not a folder";
     fs::remove_all(target_.path() / "c");
     ASSERT_EQ(::chmod(place("c/closed").c_str(), 0), 0);
     backUp({"c"}, {}, 3);

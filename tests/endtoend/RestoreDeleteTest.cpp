@@ -213,11 +213,40 @@ TEST_F(RestoreDelete, PutsBackTheModesOfFoldersThatItOpensForThat)
     EXPECT_EQ(fs::status(target_.path() / "c/sub").permissions(), fs::perms(0500));
 }
 
+TEST_F(RestoreDelete, TakesAwayThisUsersOwnFoldersThoughTheyAreClosed)
+{
+    backUp();
+    restoreAndAdd({"c/closed/in/x", "c/dark/in/x", "c/kept/x"});
+    for (const char* name : {"c/closed/in", "c/closed", "c/kept"})
+        ASSERT_EQ(::chmod((target_.path() / name).c_str(), 0500), 0);
+    for (const char* name : {"c/dark/in", "c/dark"})
+        ASSERT_EQ(::chmod((target_.path() / name).c_str(), 0), 0);
+    const auto asUser = [this](const Words& more) {
+        auto run = account_.command.run(words(more), account_.environment());
+        run.words.insert(run.words.begin(),
+                         {"/usr/bin/setpriv", "--bounding-set", "-dac_override,-dac_read_search"});
+        return test::runProgram(run);
+    };
+    const auto mode = [this](const char* name) {
+        return fs::status(target_.path() / name).permissions();
+    };
+    const auto looked = asUser({"-n", "--json"});
+    EXPECT_EQ(mode("c/dark"), fs::perms(0)) << "a dry run changes nothing";
+    const auto partly = asUser({"--yes", "--json", "--exclude", "x"});
+    EXPECT_EQ(partly.status, 0) << partly.errors;
+    EXPECT_EQ(mode("c/dark"), fs::perms(0)) << "what stays has its mode again";
+    EXPECT_EQ(mode("c/closed/in"), fs::perms(0500));
+    const auto result = asUser({"--yes", "--json"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "deleted"), 8) << result.output;
+    EXPECT_EQ(names(), whole_);
+}
+
 TEST_F(RestoreDelete, TellsWhatThisUserMayNotDelete)
 {
     backUp();
     restoreAndAdd({"c/new", "c/closed/x"});
-    ASSERT_EQ(::chmod((target_.path() / "c/closed").c_str(), 0500), 0);
+    ASSERT_EQ(::chown((target_.path() / "c/closed").c_str(), 1, 1), 0);
     auto run = account_.command.run(words({"--yes", "--json"}), account_.environment());
     run.words.insert(run.words.begin(),
                      {"/usr/bin/setpriv", "--bounding-set", "-dac_override,-dac_read_search"});
@@ -300,7 +329,7 @@ TEST_F(RestoreDelete, LeavesWhatThePatternsGivenLeaveOut)
     EXPECT_EQ(names(), left);
     target_.write("c/sub/z.c", "other");
     target_.write("c/sub/z.o", "other");
-    // Nothing of the run goes into c/sub then: it is no folder that is put back.
+    // Nothing of the run goes into c/sub then: it is not a folder that is put back.
     EXPECT_EQ(field(prune({"--include", "a", "--include", "*.o"}), "deleted"), 2);
     EXPECT_TRUE(stands("c/tree")) << "no pattern takes the folder";
     EXPECT_TRUE(stands("c/sub/z.o"));
@@ -466,9 +495,25 @@ TEST_F(RestoreDelete, TakesNothingWhereSomethingWasLeftAsItIs)
     backUp();
     restoreAndAdd({"c/extra"});
     target_.write("c/a", "what stands there");
-    const auto result = prune({"--overwrite", "never"});
-    EXPECT_TRUE(says(result, "so nothing is deleted")) << result.errors;
-    EXPECT_TRUE(stands("c/extra"));
+    for (const char* rule : {"never", "if-newer"}) {
+        const auto result = prune({"--overwrite", rule});
+        EXPECT_EQ(result.status, 3) << result.errors;
+        EXPECT_TRUE(says(result, "so nothing is deleted")) << result.errors;
+        EXPECT_FALSE(says(result, "nothing to delete")) << result.errors;
+        EXPECT_TRUE(stands("c/extra"));
+    }
+}
+
+TEST_F(RestoreDelete, TakesAwayWhereNothingHadToBeReplaced)
+{
+    backUp();
+    for (const char* rule : {"never", "if-newer"}) {
+        restoreAndAdd({"c/extra"});
+        const auto result = prune({"--overwrite", rule});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_EQ(field(result, "deleted"), 1) << result.output;
+        EXPECT_EQ(names(), whole_);
+    }
 }
 
 TEST_F(RestoreDelete, TakesNothingThatChangedWhileTheQuestionStood)

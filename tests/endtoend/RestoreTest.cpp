@@ -1,9 +1,10 @@
-// Getting back through the command: whose runs, which of them, and that what is shown is the
-// newest.
-#include "tests/endtoend/BackedUp.h"
+// Getting back through the command: whose runs, and what is said of them.
+#include "tests/endtoend/Records.h"
+#include "tests/endtoend/Relayed.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fcntl.h>
 #include <filesystem>
 #include <iostream>
@@ -18,81 +19,6 @@ namespace fs = std::filesystem;
 using test::BackedUp;
 using test::field;
 using test::Words;
-
-/// Takes a record away, as a service does that shows an older state.
-void hideRecord(const BackedUp& account, const std::string& name)
-{
-    devserver::Storage storage(account.server.data());
-    const auto page =
-        storage
-            .search({.userName = "ann", .folder = "/=stowline=/records", .pageSize = 100}, name, "")
-            .value();
-    for (const auto& version : storage.versions("ann", page.items.at(0).id))
-        ASSERT_TRUE(storage.deleteVersion("ann", version.listId));
-}
-
-class RolledBack : public testing::Test {
-protected:
-    RolledBack()
-    {
-        account_.write({{"a", "first"}});
-        EXPECT_EQ(account_.backup().status, 0);
-        account_.write({{"a", "second"}});
-        const auto second = account_.backup();
-        EXPECT_EQ(second.status, 0);
-        digest_ = field(second, "record");
-        hideRecord(account_, "00000002-finished");
-    }
-
-    [[nodiscard]] test::ProgramResult restore(Words more = {}) const
-    {
-        Words words{"restore", account_.folder.path(), "--machine", "iMac", "--to", target()};
-        words.insert(words.end(), more.begin(), more.end());
-        return account_.run(words);
-    }
-    [[nodiscard]] std::string target() const { return account_.command.home().path() / "back"; }
-
-    const BackedUp account_;
-    std::string digest_;
-};
-
-TEST_F(RolledBack, NothingIsRestoredOrVerifiedAsIfItWereTheNewest)
-{
-    for (const auto& result :
-         {restore(), account_.run({"verify", "--machine", "iMac"}),
-          account_.run({"cat", account_.folder.path() / "a", "--machine", "iMac"})}) {
-        EXPECT_EQ(result.status, 7) << result.output;
-        EXPECT_NE(result.errors.find("no later run than 1, but this machine has seen run 2"),
-                  std::string::npos)
-            << result.errors;
-        EXPECT_EQ(result.output, "");
-    }
-    EXPECT_FALSE(fs::exists(target()));
-}
-
-TEST_F(RolledBack, RunsAreListedAndTheLossIsTold)
-{
-    const auto result = account_.run({"runs", "--machine", "iMac", "--json"});
-    EXPECT_EQ(result.status, 7);
-    EXPECT_EQ(test::jsonLines(result.output).at(0).value("run", 0), 1);
-    EXPECT_NE(result.errors.find("has seen run 2"), std::string::npos) << result.errors;
-}
-
-TEST_F(RolledBack, ARunThatIsNamedComesBackWithAWarning)
-{
-    const auto result = restore({"--at", "1", "--json"});
-    EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_NE(result.errors.find("has seen run 2"), std::string::npos) << result.errors;
-    EXPECT_EQ(platform::readFile(fs::path(target()) / account_.folder.path().filename() / "a"),
-              "first");
-}
-
-TEST_F(RolledBack, AMachineThatNeverSawItCannotKnow)
-{
-    fs::remove_all(account_.command.home().path() / ".local/state/stowline");
-    EXPECT_EQ(restore().status, 0);
-    EXPECT_FALSE(fs::exists(account_.command.home().path() / ".local/state/stowline/index"));
-}
 
 TEST(WhatWasRead, IsToldByTheDigestThatTheBackupTold)
 {
@@ -144,61 +70,6 @@ TEST_F(Profiles, AreReadAsTheyWereBackedUpAndTheOthersAreNamed)
     EXPECT_EQ(cat({"--chain", chain}).output, "work's");
     EXPECT_EQ(cat({"--chain", "none"}).status, 4);
     EXPECT_EQ(cat({"--chain", chain, "--profile", "work"}).status, 2);
-}
-
-/// A program that gives a machine another identity.
-class Machines : public testing::Test {
-protected:
-    /// As another machine: its identity is another one, and it has no state.
-    [[nodiscard]] test::ProgramResult on(const std::string& machine, Words words) const
-    {
-        auto run = account_.command.run(std::move(words), account_.environment());
-        const std::string id = std::string(32 - machine.size(), '0') + machine;
-        const fs::path file = account_.command.home().path() / ("machine-id-" + machine);
-        EXPECT_TRUE(platform::writeFileAtomically(file, id + "\n"));
-        run.environment["XDG_STATE_HOME"] = account_.command.home().path() / ("state-" + machine);
-        run.words.insert(run.words.begin(),
-                         {"/usr/bin/unshare", "--mount", "/bin/sh", "-c",
-                          "mount --bind " + file.string() + " /etc/machine-id && exec \"$@\"",
-                          "sh"});
-        return test::runProgram(run);
-    }
-    [[nodiscard]] test::ProgramResult backupOn(const std::string& machine, Words more = {}) const
-    {
-        Words words{"backup", account_.folder.path(), "--system", "iMac"};
-        words.insert(words.end(), more.begin(), more.end());
-        return on(machine, words);
-    }
-    [[nodiscard]] test::ProgramResult catOn(const std::string& machine, Words more = {}) const
-    {
-        Words words{"cat", account_.folder.path() / "a", "--machine", "iMac"};
-        words.insert(words.end(), more.begin(), more.end());
-        return on(machine, words);
-    }
-
-    const BackedUp account_;
-};
-
-TEST_F(Machines, OfOneNameAreNeverGuessed)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root can give a program another machine's identity";
-    account_.write({{"a", "of a"}});
-    ASSERT_EQ(backupOn("a").status, 0);
-    // The only one there is: taken, and said.
-    const auto only = catOn("c");
-    EXPECT_EQ(only.output, "of a") << only.errors;
-    EXPECT_NE(only.errors.find("not of this user on this machine"), std::string::npos)
-        << only.errors;
-    account_.write({{"a", "of b"}});
-    const auto second = backupOn("b", {"--adopt"});
-    ASSERT_EQ(second.status, 0) << second.errors;
-    EXPECT_EQ(catOn("a").output, "of a");
-    EXPECT_EQ(catOn("b").output, "of b");
-    const auto several = catOn("c");
-    EXPECT_EQ(several.status, 2) << several.errors;
-    EXPECT_EQ(several.output, "");
-    EXPECT_NE(several.errors.find("--chain"), std::string::npos) << several.errors;
 }
 
 TEST(Restore, OfALinkThatWasNamedSaysWhereItsContentIs)
@@ -396,6 +267,34 @@ TEST(Restore, ByAnotherUserIsASuccessAndSaysOnceThatOwnersStayAway)
         << result.errors;
 }
 
+/// The settings of a provider that gives nothing back, and is not asked about versions either.
+void takeOutRestoring(const BackedUp& account)
+{
+    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
+    const auto edited =
+        test::runProgram({{"/usr/bin/python3", "-c",
+                           "import plistlib, sys\n"
+                           "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                           "assert tables['WebRequests'].pop('DownloadFilePart')\n"
+                           "assert tables['WebServices'].pop('GetRestoreTicket')\n"
+                           "assert tables['WebServices'].pop('getMetaDataAboutFilesToRecover')\n"
+                           "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
+                           settings.string()}});
+    ASSERT_EQ(edited.status, 0) << edited.errors;
+}
+
+TEST(Restore, ThatIsNotConfiguredKeepsNothingFromBeingBackedUp)
+{
+    const BackedUp account;
+    account.write({{"a", "a"}, {"b/c", "c"}});
+    takeOutRestoring(account);
+    EXPECT_EQ(account.backup().status, 0);
+    fs::remove_all(account.command.home().path() / ".local/state/stowline");
+    const auto anew = account.backup();
+    EXPECT_EQ(anew.status, 0) << anew.errors;
+    EXPECT_EQ(field(anew, "failed"), 0) << anew.output;
+}
+
 TEST(Restore, SaysWhereItIsNotConfigured)
 {
     const BackedUp account;
@@ -499,6 +398,32 @@ TEST(RestoreFaults, APartThatIsNotHandedOutIsAskedForAgain)
     EXPECT_EQ(result.output, "content");
 }
 
+TEST(RestoreFaults, APartThatNeverFitsItsChecksumIsContentThatIsLost)
+{
+    const BackedUp account;
+    account.write({{"a", "content of a"}, {"b", "content of b"}});
+    ASSERT_EQ(account.backup().status, 0);
+    test::Relayed relayed(account);
+    std::atomic<int> asked = 0;
+    relayed.relay.setChange([&](const std::string&, test::RelayedAnswer& answer) {
+        if (answer.body != "content of a")
+            return;
+        answer.body[3] ^= 1; // its checksum stays
+        ++asked;
+    });
+    const auto target = account.command.home().path() / "back";
+    const auto result = account.run(
+        {"restore", account.folder.path(), "--machine", "iMac", "--to", target.string(), "--json"});
+    EXPECT_EQ(result.status, 7) << result.errors;
+    EXPECT_EQ(field(result, "damaged"), 1) << result.output;
+    EXPECT_EQ(field(result, "failed"), 1);
+    EXPECT_GT(asked, 1);
+    EXPECT_LT(asked, 10);
+    const auto back = target / account.folder.path().filename();
+    EXPECT_FALSE(fs::exists(back / "a"));
+    EXPECT_EQ(platform::readFile(back / "b"), "content of b");
+}
+
 TEST(RestoreFaults, PartsThatAreNeverHandedOutAreATemporaryFailure)
 {
     // The backup may read its own note again; nothing after that is handed out.
@@ -554,7 +479,7 @@ TEST(Samples, BackUpAndRestoreThroughThePublicEngine)
     EXPECT_NE(restored.output.find("Run 1: "), std::string::npos) << restored.output;
     EXPECT_EQ(platform::readFile(fs::path(target) / account.folder.path().filename() / "sub/b"),
               "more");
-    hideRecord(account, "00000001-finished");
+    test::hideRecord(account, "00000001-finished");
     const auto older = test::runProgram(
         {{test::builtProgram("sample-restore"), bundle, "ann", state, folder, target},
          environment});

@@ -180,10 +180,11 @@ TEST_F(RunNotes, LetNoDifferenceSayGoneOfWhatWasLeftOut)
                            "gone is not known."))
         << told.errors;
     const auto plain = account_.run({"diff", "1", "2", "--machine", "iMac"});
-    EXPECT_TRUE(says(plain, "excluded  " + place("a/build/y"))) << plain.output;
+    EXPECT_TRUE(says(plain, "excluded    " + place("a/build/y"))) << plain.output;
     const auto back = account_.run({"diff", "2", "1", "--machine", "iMac", "--json"});
     EXPECT_EQ(field(back, "excluded"), 0) << back.output;
-    EXPECT_EQ(field(back, "came"), 4) << back.output;
+    EXPECT_EQ(field(back, "came"), 1) << back.output;
+    EXPECT_EQ(field(back, "included"), 3) << back.output;
 }
 
 TEST_F(RunNotes, AreNotDrownedByTheOtherProfilesOfAMachine)
@@ -278,6 +279,102 @@ TEST_F(RunNotes, PatternsThatNoRecordCouldHoldAreRefusedAtOnce)
         account_.command.home().write("half", lines.substr(0, lines.rfind('\n', 900000)));
     EXPECT_EQ(backUp("a", {"--exclude-from", half.string()}).status, 0);
     EXPECT_EQ(verify().status, 0);
+}
+
+/// Two folders that are backed up by turns.
+class OtherPaths : public testing::Test {
+protected:
+    OtherPaths()
+    {
+        account_.write({{"a/x", "1"}, {"a/o.tmp", "1"}, {"b/y", "1"}});
+        backUp("a", {"--exclude", "*.tmp"});
+        account_.write({{"a/x", "two"}, {"a/z", "new"}});
+        backUp("b");
+        backUp("a");
+    }
+
+    void backUp(const std::string& name, const Words& more = {}) const
+    {
+        Words words{"backup", place(name), "--system", "iMac"};
+        words.insert(words.end(), more.begin(), more.end());
+        const auto result = account_.run(words);
+        EXPECT_EQ(result.status, 0) << result.errors;
+    }
+
+    [[nodiscard]] std::string place(const std::string& name) const
+    {
+        return (account_.folder.path() / name).string();
+    }
+
+    [[nodiscard]] test::ProgramResult run(Words words) const
+    {
+        words.insert(words.end(), {"--machine", "iMac", "--json"});
+        return account_.run(words);
+    }
+
+    [[nodiscard]] std::map<std::string, std::string> changes(const char* from, const char* to) const
+    {
+        std::map<std::string, std::string> changes;
+        for (const auto& line : test::jsonLines(run({"diff", from, to}).output)) {
+            const fs::path path = line.value("path", "");
+            const std::string change = line.value("change", "");
+            if (line.value("type", "") == "difference" && change != "metadata")
+                changes[path.lexically_relative(account_.folder.path()).string()] = change;
+        }
+        return changes;
+    }
+
+    const BackedUp account_;
+};
+
+TEST_F(OtherPaths, AreListedAndPutBackWithTheRunThatSawThem)
+{
+    const auto listed = account_.run({"ls", place("a"), "--at", "2", "--system", "iMac", "--json"});
+    EXPECT_EQ(listed.status, 0) << listed.errors;
+    for (const auto& line : test::jsonLines(listed.output)) {
+        if (line.value("type", "") == "item") {
+            EXPECT_EQ(line.value("seen_run", 0), 1) << line;
+            EXPECT_FALSE(line.value("seen", "").empty());
+        }
+    }
+    const std::string sentence =
+        "Run 2 was not told to back up " + place("a") + ", and holds it as run 1 of ";
+    EXPECT_TRUE(says(listed, sentence)) << listed.errors;
+    const auto people = account_.run({"ls", place("a"), "--at", "2", "--system", "iMac"});
+    EXPECT_NE(people.output.find("x (as run 1 saw it)"), std::string::npos) << people.output;
+    const test::TemporaryFolder target;
+    const auto restored =
+        run({"restore", place("a"), place("b"), "--at", "2", "--to", target.path().string()});
+    EXPECT_TRUE(says(restored, sentence)) << restored.errors;
+    EXPECT_EQ(field(restored, "seen_earlier"), 2) << restored.output; // the folder and x
+    EXPECT_EQ(platform::readFile(target.path() / "a/x"), "1");
+    const auto own = account_.run({"ls", place("b"), "--at", "2", "--system", "iMac"});
+    EXPECT_FALSE(says(own, "was not told")) << own.errors;
+    EXPECT_EQ(own.output.find("saw it"), std::string::npos) << own.output;
+    std::vector<std::string> paths;
+    for (const auto& line : test::jsonLines(run({"runs"}).output)) {
+        if (line.value("type", "") == "run")
+            paths.push_back(line.value("path", ""));
+    }
+    EXPECT_EQ(paths, (std::vector<std::string>{place("a"), place("b"), place("a")}));
+}
+
+TEST_F(OtherPaths, AreNotSaidToHaveComeOrChangedWhereNobodyLooked)
+{
+    using Changes = std::map<std::string, std::string>;
+    EXPECT_EQ(changes("1", "2"), (Changes{{"b", "first-seen"}, {"b/y", "first-seen"}}));
+    EXPECT_EQ(changes("2", "3"),
+              (Changes{{"a/x", "changed"}, {"a/z", "came"}, {"a/o.tmp", "included"}}));
+    const auto told = account_.run({"diff", "2", "3", "--machine", "iMac"});
+    EXPECT_TRUE(
+        says(told, "Run 2 was not told to back up " + place("a") + ", and holds it as run 1 of "))
+        << told.errors;
+    EXPECT_TRUE(
+        says(told, "Run 3 was not told to back up " + place("b") + ", and holds it as run 2 of "))
+        << told.errors;
+    EXPECT_TRUE(says(told, "1 item of run 3 was left out of run 2 by its rules; whether it was "
+                           "there then is not known."))
+        << told.errors;
 }
 
 } // namespace

@@ -130,7 +130,7 @@ TEST_F(SelfTest, IsTestedAgainWithoutBeingAskedTwice)
 TEST_F(SelfTest, EndsWithSevenForWhatIsNotWhatWasStored)
 {
     ASSERT_EQ(account_.backup().status, 0);
-    ASSERT_EQ(account_.backup().status, 0); // whose thirtieth is asked after
+    ASSERT_EQ(account_.backup().status, 0); // whose thirtieth is asked about
     const auto good = platform::readFile(state() / "last-good-run");
     damage("a");
     const auto result = tested();
@@ -149,7 +149,7 @@ TEST_F(SelfTest, EndsWithSevenForWhatIsNotWhatWasStored)
     EXPECT_EQ(platform::readFile(state() / "last-good-run"), good) << "this was none";
     for (const auto& run : runs())
         EXPECT_EQ(run["proven"], "") << run;
-    // The next backup asks after all, and sends it again.
+    // The next backup asks about all, and sends it again.
     EXPECT_EQ(field(account_.backup(), "stored"), 1);
     EXPECT_EQ(account_.run({"verify", "--read", "--machine", "iMac"}).status, 0);
 }
@@ -175,34 +175,48 @@ TEST_F(SelfTest, ThatIsTooLongAgoIsAFaultForMonitoring)
     EXPECT_EQ(doctor("3 days").status, 2);
 }
 
-TEST_F(SelfTest, IsNoGoodRunAsLongAsALossIsKnown)
+TEST_F(SelfTest, TellsALossThatOnlyEarlierRunsHoldAndIsAGoodRun)
 {
     account_.write({{"c", "small"}});
     ASSERT_EQ(account_.backup().status, 0);
-    ASSERT_EQ(account_.backup().status, 0); // whose thirtieth is asked after
+    ASSERT_EQ(account_.backup().status, 0); // whose thirtieth is asked about
     damage("a");
     ASSERT_EQ(tested().status, 7);
-    const auto good = platform::readFile(state() / "last-good-run");
+    fs::remove(state() / "last-good-run");
     // All that this one may fetch is well.
     auto run = account_.backupRun({"--self-test", "100%,9", "--monitor"});
     run.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", "token-1");
     const auto result = test::runProgram(run);
     EXPECT_EQ(field(result, "self_test_tested"), 1) << result.output;
     EXPECT_EQ(field(result, "self_test_damaged"), 0);
-    EXPECT_EQ(result.status, 3) << result.errors;
-    EXPECT_EQ(field(result, "self_test"), "still-lost");
-    EXPECT_NE(result.errors.find("Earlier self-tests found 1 file to be missing or damaged"),
-              std::string::npos)
-        << result.errors;
-    EXPECT_EQ(platform::readFile(state() / "last-good-run"), good) << "this was none";
-    EXPECT_NE(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
+    EXPECT_EQ(result.status, 0) << result.errors; // it has sent the file again
+    EXPECT_EQ(field(result, "self_test"), "done");
+    EXPECT_EQ(field(result, "proof_lost_files"), 1);
+    EXPECT_EQ(field(result, "proof_newest_lost_files"), 0);
+    const std::string words = "Earlier self-tests found 1 file to be missing or damaged, and none "
+                              "has proven otherwise since; only earlier runs than the newest hold "
+                              "it.";
+    EXPECT_NE(result.errors.find(words), std::string::npos) << result.errors;
+    EXPECT_TRUE(fs::exists(state() / "last-good-run"));
+    EXPECT_EQ(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
     const fs::path saved = account_.command.home().path() / "report.html";
     ASSERT_EQ(account_.run({"email", "--save", saved}).status, 0);
     const std::string html = platform::readFile(saved).value();
-    EXPECT_NE(html.find("1 file is known to be missing or damaged since an earlier self-test."),
+    EXPECT_NE(html.find(words), std::string::npos) << html;
+}
+
+TEST_F(SelfTest, ThatMayFetchNothingSaysSoWithoutFiguresOfNothing)
+{
+    const auto result = account_.run(
+        {"backup", account_.folder.path(), "--system", "iMac", "--self-test", "100%,1"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find("each file that is stored is larger than it may fetch"),
               std::string::npos)
-        << html;
-    EXPECT_EQ(html.find("class=\"good\""), std::string::npos);
+        << result.errors;
+    EXPECT_NE(result.output.find("Self-test: nothing was restored.\n"), std::string::npos)
+        << result.output;
+    EXPECT_NE(result.output.find("never tested: 2 files"), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("found to be what was stored"), std::string::npos);
 }
 
 TEST_F(SelfTest, ThatIsTooLongAgoIsToldByBackupReportEventAndRuns)
@@ -245,7 +259,8 @@ TEST_F(SelfTest, IsNotAskedForWhereOnlyAGoodRunIsTooLongAgo)
     const auto failing = account_.run({"backup", "--system", "iMac", "--alert-after", "2d",
                                        "/nonexistent/at-all", account_.folder.path()});
     EXPECT_EQ(failing.status, 3);
-    EXPECT_NE(failing.errors.find("No run with nothing failed is known"), std::string::npos)
+    EXPECT_NE(failing.errors.find("No run of these paths with nothing failed is known"),
+              std::string::npos)
         << failing.errors;
     EXPECT_EQ(account_.run({"runs", "--machine", "iMac", "--alert-after", "2d"}).status, 9);
     ASSERT_EQ(account_.backup().status, 0);
@@ -333,9 +348,10 @@ TEST_F(SelfTest, ObeysItsLimitAndStopsAtOnce)
 TEST_F(SelfTest, IsNotBackedUpByARunBesideIt)
 {
     ASSERT_EQ(account_.backup().status, 0);
-    const fs::path tested = account_.folder.path() / "stowline-self-test-1";
+    const fs::path tested =
+        account_.folder.path() / "stowline-self-test-01234567-89ab-cdef-0123-456789abcdef";
     ASSERT_TRUE(platform::makePrivateFolder(tested));
-    account_.write({{"stowline-self-test-1/restored", "of some run"}});
+    account_.write({{tested.filename().string() + "/restored", "of some run"}});
     const auto lock = platform::LockFile::take(state() / "self-test.lock");
     ASSERT_TRUE(lock);
     ASSERT_TRUE(platform::writeFileAtomically(state() / "self-test.folders",
@@ -353,6 +369,8 @@ TEST_F(SelfTest, ThatWasKilledLeavesNothingBehindTheNextRun)
     program->signal(SIGKILL);
     (void)program->wait();
     EXPECT_TRUE(isFolderThere());
+    EXPECT_EQ(account_.backup({"--dry-run"}).status, 0);
+    EXPECT_TRUE(isFolderThere()) << "a dry run changes nothing";
     EXPECT_EQ(account_.backup().status, 0);
     EXPECT_FALSE(isFolderThere());
 }

@@ -127,6 +127,12 @@ TEST(Undelete, AChainThatWasBegunAnewKeepsItsPlaceUntilItIsRemoved)
     EXPECT_EQ(field(back, "left"), 2);
     // This machine saw another run 1 last: it has to be told that the older chain counts.
     EXPECT_EQ(account.run({"verify", "--machine", "iMac"}).status, 7);
+    const auto refused = account.backup();
+    EXPECT_EQ(refused.status, 7) << refused.errors;
+    EXPECT_NE(refused.errors.find("run 1 on the service differs from the one that this machine "
+                                  "has seen"),
+              std::string::npos)
+        << refused.errors;
     std::filesystem::remove_all(account.command.home().path() / ".local/state/stowline");
     EXPECT_EQ(account.run({"verify", "--read", "--machine", "iMac"}).status, 0);
     const test::TemporaryFolder target;

@@ -6,9 +6,9 @@
 namespace stowline {
 namespace {
 
-const std::vector<std::string> kCalled{"new",        "socket", "socketpair",  "connect",
-                                       "send",       "recv",   "getsockname", "getsockopt",
-                                       "setsockopt", "poll",   "fcntl",       "ioctl"};
+const std::vector<std::string> kCalled{
+    "new",       "socket",     "socketpair", "connect", "send",  "recv", "getsockname",
+    "getrandom", "getsockopt", "setsockopt", "poll",    "fcntl", "ioctl"};
 
 /// Each turn sends a part, and asks how much of the file the service has.
 class Uploading {

@@ -65,7 +65,7 @@ private:
     std::string buffered_;
 };
 
-/// Waits until a process that is no child of this one has ended.
+/// Waits until a process that is not a child of this one has ended.
 void awaitEnd(int process);
 
 /// Path of a program of the build.

@@ -46,12 +46,14 @@ std::size_t statedLength(const std::string& head)
                : static_cast<std::size_t>(platform::leadingInteger(lower.substr(at + 15)));
 }
 
-std::string readRequest(int socket)
+std::string readRequest(int socket, bool withBody)
 {
     std::string request;
     std::array<char, 65536> piece{};
     for (;;) {
         const auto headEnd = request.find("\r\n\r\n");
+        if (headEnd != std::string::npos && !withBody)
+            return request.substr(0, headEnd + 4);
         if (headEnd != std::string::npos &&
             request.size() >= headEnd + 4 + statedLength(request.substr(0, headEnd)))
             return request;
@@ -90,11 +92,17 @@ void RawConnection::reset() const
     ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
 }
 
+void RawConnection::end() const
+{
+    isKept_ = false;
+    ::shutdown(socket_, SHUT_WR);
+}
+
 class RawServer::Implementation {
 public:
-    explicit Implementation(Handler handler)
-        : handler_(std::move(handler)), listener_(listeningSocket()), port_(portOf(listener_)),
-          acceptor_([this] { acceptAll(); })
+    Implementation(Handler handler, Reads reads)
+        : handler_(std::move(handler)), reads_(reads), listener_(listeningSocket()),
+          port_(portOf(listener_)), acceptor_([this] { acceptAll(); })
     {
     }
 
@@ -120,6 +128,18 @@ public:
         return requests_;
     }
 
+    [[nodiscard]] std::size_t connections() const
+    {
+        const std::lock_guard lock(mutex_);
+        return threads_.size();
+    }
+
+    [[nodiscard]] std::size_t openConnections() const
+    {
+        const std::lock_guard lock(mutex_);
+        return sockets_.size();
+    }
+
 private:
     void acceptAll()
     {
@@ -129,26 +149,36 @@ private:
                 return;
             const std::lock_guard lock(mutex_);
             sockets_.push_back(socket);
-            threads_.emplace_back([this, socket] { serve(socket); });
+            const std::size_t number = threads_.size() + 1;
+            threads_.emplace_back([this, socket, number] { serve(socket, number); });
         }
     }
 
-    void serve(int socket)
+    void serve(int socket, std::size_t number)
     {
-        const std::string request = readRequest(socket);
-        if (!request.empty()) {
-            {
-                const std::lock_guard lock(mutex_);
-                requests_.push_back(request);
-            }
-            handler_(request, RawConnection(socket));
+        while (serveOne(RawConnection(socket, number),
+                        readRequest(socket, reads_ == Reads::requests))) {
         }
         const std::lock_guard lock(mutex_);
         std::erase(sockets_, socket);
         ::close(socket);
     }
 
+    /// @return whether another request may come
+    bool serveOne(const RawConnection& connection, const std::string& request)
+    {
+        if (request.empty())
+            return false;
+        {
+            const std::lock_guard lock(mutex_);
+            requests_.push_back(request);
+        }
+        handler_(request, connection);
+        return connection.isKept();
+    }
+
     Handler handler_;
+    const Reads reads_;
     int listener_;
     int port_;
     mutable std::mutex mutex_;
@@ -158,8 +188,8 @@ private:
     std::thread acceptor_;
 };
 
-RawServer::RawServer(Handler handler)
-    : implementation_(std::make_unique<Implementation>(std::move(handler)))
+RawServer::RawServer(Handler handler, Reads reads)
+    : implementation_(std::make_unique<Implementation>(std::move(handler), reads))
 {
 }
 
@@ -185,6 +215,16 @@ std::string RawServer::url(const std::string& path) const
 std::vector<std::string> RawServer::requests() const
 {
     return implementation_->requests();
+}
+
+std::size_t RawServer::connections() const
+{
+    return implementation_->connections();
+}
+
+std::size_t RawServer::openConnections() const
+{
+    return implementation_->openConnections();
 }
 
 std::string httpAnswer(const std::string& body, int status)

@@ -12,24 +12,35 @@ namespace stowline::test {
 /// One connection: send bytes, hold, tear down.
 class RawConnection {
 public:
-    explicit RawConnection(int socket) : socket_(socket) {}
+    explicit RawConnection(int socket, std::size_t number = 1) : socket_(socket), number_(number) {}
     /// @return false when the other side has closed the connection
     bool send(const std::string& bytes) const;
     /// Waits until the other side closes the connection, or the server stops.
     void holdUntilClosed() const;
     /// Makes the close that follows a reset.
     void reset() const;
+    /// Says that nothing more will come, and keeps no connection.
+    void end() const;
+    /// Keeps the connection for another request when the handler returns.
+    void keepOpen() const { isKept_ = true; }
+    [[nodiscard]] bool isKept() const { return isKept_; }
+    /// The first connection of a server is 1.
+    [[nodiscard]] std::size_t number() const { return number_; }
 
 private:
     int socket_;
+    std::size_t number_;
+    mutable bool isKept_ = false;
 };
 
 /// Reads one HTTP request per connection (headers and a body of the stated length), hands it to the
-/// handler, and closes the connection when the handler returns. Each connection has a thread.
+/// handler, and closes the connection when the handler returns, unless it keeps it for another one.
+/// Each connection has a thread.
 class RawServer {
 public:
     using Handler = std::function<void(const std::string& request, const RawConnection&)>;
-    explicit RawServer(Handler handler);
+    enum class Reads { requests, heads }; ///< heads: nothing is read of a body before the answer
+    explicit RawServer(Handler handler, Reads reads = Reads::requests);
     /// Answers every request with the same bytes.
     explicit RawServer(std::string answer);
     ~RawServer();
@@ -41,6 +52,9 @@ public:
     [[nodiscard]] std::string url(const std::string& path = "/") const;
     /// What was received so far, in the order in which it was complete.
     [[nodiscard]] std::vector<std::string> requests() const;
+    /// How many connections were made so far, and how many of them are open.
+    [[nodiscard]] std::size_t connections() const;
+    [[nodiscard]] std::size_t openConnections() const;
 
 private:
     class Implementation;
