@@ -1,7 +1,11 @@
 // Sending a part and asking for it while everything that can fail does.
+#include "stowline/platform/http/HttpExchange.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/injection/FailingInTurn.h"
 #include "tests/injection/OpenedAccount.h"
+#include "tests/support/RawServer.h"
+
+#include <chrono>
 
 namespace stowline {
 namespace {
@@ -73,6 +77,42 @@ TEST_P(UploadFaults, EndInAWholeAnswerOrAnError)
 
 INSTANTIATE_TEST_SUITE_P(Functions, UploadFaults, testing::ValuesIn(test::bothWays(kCalled)),
                          test::nameOf);
+
+/// Over which connection a part goes to a server that says so.
+std::string connectionOfPartTo(const test::RawServer& server)
+{
+    platform::HttpExchange exchange({.url = server.url(),
+                                     .headers = {},
+                                     .body = "part",
+                                     .requestIdHeader = "X-RequestID",
+                                     .mayArriveTwice = true},
+                                    {});
+    EXPECT_TRUE(exchange.wait(std::chrono::seconds(60)));
+    const platform::HttpOutcome outcome = exchange.takeOutcome();
+    return outcome.response ? outcome.body : outcome.failure;
+}
+
+TEST(KeptConnectionFaults, APartWithoutANumberGoesOverNoKeptConnection)
+{
+    const test::RawServer server([](const std::string& request,
+                                    const test::RawConnection& connection) {
+        const std::string name = "X-RequestID: ";
+        const auto at = request.find(name);
+        const std::string tie = at == std::string::npos
+                                    ? ""
+                                    : request.substr(at, request.find("\r\n", at) - at) + " 4\r\n";
+        connection.keepOpen();
+        connection.send("HTTP/1.1 200 OK\r\n" + tie + "Content-Length: 1\r\n\r\n" +
+                        std::to_string(connection.number()));
+    });
+    EXPECT_EQ(connectionOfPartTo(server), "1");
+    EXPECT_EQ(connectionOfPartTo(server), "1");
+    test::arm({.function = "getrandom", .call = 1, .isPersistent = true});
+    const std::string unnumbered = connectionOfPartTo(server);
+    EXPECT_GT(test::disarm().failures, 0U);
+    EXPECT_EQ(unnumbered, "2");
+    EXPECT_EQ(server.requests()[2].find("X-RequestID"), std::string::npos);
+}
 
 TEST(UploadFaults, AreAllTried)
 {

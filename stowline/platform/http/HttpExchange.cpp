@@ -296,6 +296,8 @@ private:
         isAnswerRefused_ = false;
         tie_ = AnswerTie::none;
         id_ = request_.requestIdHeader.empty() ? std::string() : drawnRequestId();
+        if (id_.empty() && !request_.requestIdHeader.empty())
+            needsNewConnection_ = true; // over a kept one nobody could tell whose answer it is
         openedBefore_ = connections_->sockets.openedSoFar();
         errorText_.fill(0);
         setOptions();
