@@ -13,6 +13,8 @@ namespace stowline::cli {
 namespace {
 
 constexpr std::size_t kSecondsLength = 19; ///< of "2026-01-31 18:30:15"
+/// By how much the clocks of machines may differ.
+constexpr std::chrono::hours kClockError{24};
 
 std::filesystem::path fileOf(const std::string& profile, const char* name)
 {
@@ -51,13 +53,15 @@ LastSuccesses lastSuccesses(const std::string& profile, const BackupSubject& sub
 std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds alertAfter,
                                  Date now)
 {
+    const auto isInFuture = [&](Date moment) { return moment - now > kClockError; };
     const auto isTooLongAgo = [&](const std::optional<Date>& moment) {
-        return !moment || now - *moment > alertAfter;
+        return !moment || now - *moment > alertAfter || isInFuture(*moment);
     };
-    const auto momentOf = [](Date moment) {
-        return platform::localClockText(moment).substr(0, kSecondsLength);
+    const auto momentOf = [&](Date moment) {
+        return platform::localClockText(moment).substr(0, kSecondsLength) +
+               (isInFuture(moment) ? " (the clock was wrong then, or is now)" : "");
     };
-    const std::string wanted = ", and it should be at most " + spanText(alertAfter) + " ago";
+    const std::string wanted = "; there should be one within " + spanText(alertAfter);
     std::vector<std::string> sentences;
     const std::string run = last.isOfPaths ? "run of these paths" : "run";
     if (isTooLongAgo(last.goodRun))

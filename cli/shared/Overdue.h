@@ -27,7 +27,8 @@ void keepSelfTest(const std::string& profile, const BackupSubject& subject, bool
 [[nodiscard]] LastSuccesses lastSuccesses(const std::string& profile, const BackupSubject& subject);
 
 /// What is longer ago than it should be, a sentence without its full stop each. A proof is only
-/// wanted where a self-test was ever asked for, and not before the first of them is that old.
+/// wanted where a self-test was ever asked for, and not before the first of them is that old. What
+/// is dated more than a day after now tells nothing of how long ago it was, so it is overdue.
 [[nodiscard]] std::vector<std::string> overdue(const LastSuccesses& last,
                                                std::chrono::seconds alertAfter, Date now);
 

@@ -16,11 +16,24 @@ TEST(Overdue, IsWhatIsLongerAgoThanItShouldBe)
     EXPECT_TRUE(overdue(last, days(3), kNow).empty());
     const auto late = overdue(last, days(3), kNow + seconds(1));
     ASSERT_EQ(late.size(), 1U);
-    EXPECT_NE(late[0].find("and it should be at most 3 days ago"), std::string::npos) << late[0];
+    EXPECT_NE(late[0].find("; there should be one within 3 days"), std::string::npos) << late[0];
     last.goodRun.reset();
     EXPECT_EQ(overdue(last, days(3), kNow).size(), 1U) << "none was ever good";
     last.isOfPaths = true;
     EXPECT_TRUE(overdue(last, days(3), kNow).at(0).starts_with("no run of these paths with "));
+}
+
+TEST(Overdue, IsWhatAWrongClockDatedInTheFuture)
+{
+    LastSuccesses last{
+        .goodRun = kNow + days(1), .selfTest = kNow - days(9), .proof = kNow + days(1)};
+    EXPECT_TRUE(overdue(last, days(3), kNow).empty()) << "clocks differ";
+    last.goodRun = kNow + days(1) + seconds(1);
+    const auto late = overdue(last, days(3), kNow);
+    ASSERT_EQ(late.size(), 1U);
+    EXPECT_NE(late[0].find("(the clock was wrong then, or is now)"), std::string::npos) << late[0];
+    last.proof = last.goodRun;
+    EXPECT_EQ(overdue(last, days(3), kNow).size(), 2U);
 }
 
 TEST(Overdue, IsAProofOnlyWhereSelfTestsAreAskedFor)
