@@ -133,6 +133,11 @@ ExitStatus failedCall(const std::optional<Error>& error, const std::string& doub
 
 } // namespace
 
+std::string failureSentence(const Error& error)
+{
+    return error.code == kFaultErrorCode ? sentenceOf(error) : error.localizedDescription();
+}
+
 ExitStatus callFailure(const std::optional<Error>& error)
 {
     return failedCall(error, "");

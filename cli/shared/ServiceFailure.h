@@ -38,6 +38,9 @@ namespace stowline::cli {
 [[nodiscard]] ExitStatus callFailure(const std::optional<Error>& failure,
                                      const std::string& refusal, const std::string& cure = "");
 
+/// What an error of the broker means, in a sentence with its cure, where nobody looks for more.
+[[nodiscard]] std::string failureSentence(const Error& error);
+
 /// Whether an error tells that the service understood the call and said no.
 [[nodiscard]] bool isRefusal(const std::optional<Error>& error);
 
