@@ -13,7 +13,6 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
-#include "stowline/platform/time/LocalClock.h"
 #include "stowline/service/Diagnosis.h"
 #include "stowline/service/SettingsCheck.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -140,9 +139,8 @@ Finding checkLastRun(const DoctorOptions& options)
 {
     const BackupSubject subject{.account = options.username, .machine = {}, .paths = {}};
     const auto last = lastGoodRun(options.profile, subject);
-    const std::string text =
-        last ? "last run with nothing failed: " + platform::localClockText(*last).substr(0, 19)
-             : "no run with nothing failed is known on this machine";
+    const std::string text = last ? "last run with nothing failed: " + localTimeText(*last)
+                                  : "no run with nothing failed is known on this machine";
     const auto alertAfter = parseSpan(options.alertAfter);
     LastSuccesses successes = lastSuccesses(options.profile, subject);
     const auto late = alertAfter ? overdue(successes, *alertAfter, platform::currentDate())

@@ -4,6 +4,7 @@
 #include "cli/shared/Confirmation.h"
 #include "cli/shared/Grace.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/RemoteItem.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/backup/BackupRun.h"
@@ -71,11 +72,28 @@ ExitStatus removeVersions(const RemoveOptions& options)
     return output().finish(ExitStatus::someItemsFailed, {{"deleted_versions", deleted}});
 }
 
+/// Whether the service says that it has nothing below a folder; not where it cannot be asked.
+bool isNothingThere(const Session& session, const FolderRemovalOptions& folder)
+{
+    std::int64_t count = 0;
+    std::optional<Error> error;
+    const auto page = WebServiceBroker::getAccountFilesAndFoldersForUserName(
+        session.username, session.password, session.server, folder.systemName,
+        remotePathFor(folder.path), "Name", true, 0, 1, &count, &error);
+    return page && !error && page->empty() && count == 0;
+}
+
 ExitStatus removeWholeFolder(const RemoveOptions& options)
 {
     const auto session = options.session.open({"GetAccountFilesAndFolders"});
     if (!session)
         return session.status();
+    if (isNothingThere(*session, options.folder))
+        return output().fail(ExitStatus::notFound,
+                             "Nothing is stored below " + options.folder.path + " of the machine " +
+                                 options.folder.systemName +
+                                 ". \"stowline ls\" shows what there is; the versions of one file "
+                                 "are deleted with --version.");
     const auto refused =
         options.confirmation.refusal("everything stored of " + options.folder.path +
                                      " of the machine " + options.folder.systemName);

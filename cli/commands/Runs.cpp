@@ -47,8 +47,9 @@ void show(const backup::RunEntry& run)
     const backup::RunProof proof = run.proof.value_or(backup::RunProof());
     const char* state = backup::nameOf(run.state);
     const std::string failed = run.failed == 0 ? "" : fmt::format("; {} failed", run.failed);
-    output().item(fmt::format("{:>8}  {}  {:10}  {:>12}  {:>10} new  {:>10} in all{}{}{}", run.run,
-                              momentText(run.begun), state, countText(run.items, "item", "items"),
+    output().item(fmt::format("{:>8}  {:<23}  {:10}  {:>12}  {:>10} new  {:>10} in all{}{}{}",
+                              run.run, momentText(run.begun), state,
+                              countText(run.items, "item", "items"),
                               bytesText(static_cast<double>(run.newBytes)),
                               bytesText(static_cast<double>(run.bytes)), failed, proofText(run),
                               pathsText(run.paths)),

@@ -10,7 +10,6 @@
 #include "stowline/platform/desktop/ServiceUnits.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/time/DateText.h"
-#include "stowline/platform/time/LocalClock.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -226,9 +225,9 @@ ExitStatus remove(const std::string& profile, bool isDryRun)
 /// profile.
 std::string lastRunText(const RunFigures& figures)
 {
-    return fmt::format(
-        "{}: {} stored, {} failed", platform::localClockText(figures.begun).substr(0, 19),
-        countText(figures.backedUp, "file", "files"), countText(figures.failed, "item", "items"));
+    return fmt::format("{}: {} stored, {} failed", localTimeText(figures.begun),
+                       countText(figures.backedUp, "file", "files"),
+                       countText(figures.failed, "item", "items"));
 }
 
 ExitStatus status(const std::string& profile)
@@ -243,9 +242,8 @@ ExitStatus status(const std::string& profile)
         fields.emplace_back("last", output().isJson() ? platform::internetTimeText(last->begun)
                                                       : lastRunText(*last));
     if (const auto good = lastGoodRun(profile))
-        fields.emplace_back("last_good", output().isJson()
-                                             ? platform::internetTimeText(*good)
-                                             : platform::localClockText(*good).substr(0, 19));
+        fields.emplace_back("last_good", output().isJson() ? platform::internetTimeText(*good)
+                                                           : localTimeText(*good));
     if (!units->isActive())
         return output().fail(ExitStatus::failed,
                              "The schedule is installed, but the service manager does not run it. "

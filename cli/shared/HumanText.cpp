@@ -13,6 +13,20 @@
 
 namespace stowline::cli {
 
+std::string localTimeText(Date moment)
+{
+    const std::time_t seconds =
+        std::chrono::floor<std::chrono::seconds>(moment).time_since_epoch().count();
+    std::tm local{};
+    ::tzset(); // which localtime_r() need not do
+    std::array<char, 64> text{};
+    const std::size_t length =
+        ::localtime_r(&seconds, &local)
+            ? std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %Z", &local)
+            : 0;
+    return {text.data(), length};
+}
+
 std::string localTimeText(std::string_view serviceTime)
 {
     using namespace std::chrono;
@@ -25,13 +39,7 @@ std::string localTimeText(std::string_view serviceTime)
                               std::chrono::day(static_cast<unsigned>(day))};
     if (!date.ok())
         return std::string(serviceTime);
-    const std::time_t moment =
-        system_clock::to_time_t(sys_days(date) + hours(hour) + minutes(minute) + seconds(second));
-    const std::tm* local = std::localtime(&moment); // NOLINT(concurrency-mt-unsafe): one thread
-    std::array<char, 64> text{};
-    const std::size_t length =
-        local ? std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %Z", local) : 0;
-    return length == 0 ? std::string(serviceTime) : std::string(text.data(), length);
+    return localTimeText(Date(sys_days(date) + hours(hour) + minutes(minute) + seconds(second)));
 }
 
 std::string sizeText(std::string_view serviceSize)

@@ -16,6 +16,9 @@ TEST(LocalTimeText, TellsTheLocalTimeAndItsZone)
     EXPECT_EQ(localTimeText("2026-07-01 12:00:00"), "2026-07-01 14:00:00 CEST");
     EXPECT_EQ(localTimeText("2026-02-31 00:00:00"), "2026-02-31 00:00:00"); // is no day
     EXPECT_EQ(localTimeText("yesterday"), "yesterday");
+    EXPECT_EQ(localTimeText(Date(std::chrono::milliseconds(1769903999999))),
+              "2026-02-01 00:59:59 CET");
+    EXPECT_EQ(localTimeText(Date(std::chrono::milliseconds(-1))), "1970-01-01 00:59:59 CET");
     EXPECT_EQ(localTimeText(""), "");
 }
 

@@ -1,9 +1,9 @@
 #include "cli/shared/Overdue.h"
 
 #include "cli/shared/Amounts.h"
+#include "cli/shared/HumanText.h"
 #include "cli/shared/RunFigures.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/time/LocalClock.h"
 
 #include <cctype>
 #include <filesystem>
@@ -12,7 +12,6 @@ namespace stowline::cli {
 
 namespace {
 
-constexpr std::size_t kSecondsLength = 19; ///< of "2026-01-31 18:30:15"
 /// By how much the clocks of machines may differ.
 constexpr std::chrono::hours kClockError{24};
 
@@ -58,7 +57,7 @@ std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds
         return !moment || now - *moment > alertAfter || isInFuture(*moment);
     };
     const auto momentOf = [&](Date moment) {
-        return platform::localClockText(moment).substr(0, kSecondsLength) +
+        return localTimeText(moment) +
                (isInFuture(moment) ? " (the clock was wrong then, or is now)" : "");
     };
     const std::string wanted = "; there should be one within " + spanText(alertAfter);

@@ -50,7 +50,11 @@ std::string whyNotEnded(const backup::BackupSummary& result)
 {
     if (result.end == backup::BackupEnd::done || result.end == backup::BackupEnd::someFailed)
         return {};
-    return result.sentence.empty() ? "The backup was interrupted." : result.sentence;
+    if (result.end == backup::BackupEnd::nothingThere)
+        return "Nothing was found at the paths that were to be backed up.";
+    if (result.end == backup::BackupEnd::interrupted)
+        return "The backup was interrupted.";
+    return result.sentence.empty() ? "The backup did not come to its end." : result.sentence;
 }
 
 } // namespace

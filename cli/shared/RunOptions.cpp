@@ -1,11 +1,11 @@
 #include "cli/shared/RunOptions.h"
 
+#include "cli/shared/HumanText.h"
 #include "cli/shared/Interruption.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/time/DateText.h"
-#include "stowline/platform/time/LocalClock.h"
 #include "stowline/platform/time/LocalTime.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -39,9 +39,15 @@ std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
         return *run == 0 ? std::nullopt : std::optional<RunOrMoment>(*run);
     constexpr std::uint32_t lastNanosecond = 999'999'999;
     std::string text = given;
-    const bool isUniversal = text.ends_with('Z') && text.contains('T');
+    bool isUniversal = text.ends_with('Z') && text.contains('T');
     if (isUniversal)
         text.pop_back();
+    std::string zone; // with a blank before it, as times are shown
+    if (text.size() > kSecondsLength && text[kSecondsLength] == ' ') {
+        zone = text.substr(kSecondsLength);
+        text.resize(kSecondsLength);
+        isUniversal = isUniversal || zone == " UTC";
+    }
     std::ranges::replace(text, 'T', ' ');
     // What is left out is the last of it: a day is not over before its last second.
     constexpr std::string_view last = "0000-00-00 23:59:59";
@@ -58,8 +64,13 @@ std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
     if (isUniversal)
         return timestampOf(*universal, lastNanosecond);
     const auto& [year, month, day, hour, minute, second, unused, unused2] = *numbers;
-    return timestampOf(platform::dateFromLocalTime({year, month, day, hour, minute, second, 0}),
-                       lastNanosecond);
+    const Date moment = platform::dateFromLocalTime({year, month, day, hour, minute, second, 0});
+    // The zone tells which of the two it is when a clock is set back by an hour.
+    for (const Date candidate : {moment, moment - std::chrono::hours(1)}) {
+        if (zone.empty() || localTimeText(candidate) == text + zone)
+            return timestampOf(candidate, lastNanosecond);
+    }
+    return std::nullopt;
 }
 
 void ChainOptions::declare(const Command& command)
@@ -245,7 +256,7 @@ ExitStatus finishReading(ReadEnd end, const std::string& sentence, const backup:
 
 std::string momentText(const backup::Timestamp& moment)
 {
-    return platform::localClockText(dateOf(moment)).substr(0, kSecondsLength);
+    return localTimeText(dateOf(moment));
 }
 
 std::string momentField(const backup::Timestamp& moment)

@@ -15,7 +15,8 @@ namespace stowline::cli {
 
 /// A run by its number ("12") or a moment: "2026-01-31" (the end of that day), with a time of day
 /// "2026-01-31 18:30" or "…:15", in the local zone, with "Z" in universal time; "T" may stand for
-/// the blank. @return absent for every other text
+/// the blank. Also as times are shown: "2026-01-31 18:30:15 CET", in no other zone than the local
+/// one and UTC. @return absent for every other text
 using RunOrMoment = std::variant<std::uint64_t, backup::Timestamp>;
 [[nodiscard]] std::optional<RunOrMoment> parseRunOrMoment(const std::string& text);
 

@@ -19,7 +19,7 @@ namespace {
 using backup::ItemKind;
 using backup::StoredItem;
 
-constexpr const char* kRow = "{:>8}  {:>8}  {:<19}  {}";
+constexpr const char* kRow = "{:>8}  {:>8}  {:<23}  {}";
 
 const char* kindOf(ItemKind kind)
 {

@@ -64,8 +64,9 @@ TEST(RemoveFolder, DeletesWhatIsStoredAndNothingElse)
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(account.stored(), (Files{{"other", "3"}}));
     const auto again = account.run(removal(account));
-    EXPECT_EQ(again.status, 6);
-    EXPECT_NE(again.errors.find("The service did not start the deletion."), std::string::npos);
+    EXPECT_EQ(again.status, 4);
+    EXPECT_NE(again.errors.find("Nothing is stored below "), std::string::npos) << again.errors;
+    EXPECT_EQ(account.run(removal(account, {"--dry-run"})).status, 4);
     EXPECT_EQ(account.run({"rm"}).status, 2);
 }
 
@@ -257,6 +258,10 @@ TEST(BackupReports, NameWhatFailedAndAreGreenOnlyWhenAllIsWell)
     };
     const std::string empty = reportOf({account.folder.path().string()});
     EXPECT_NE(empty.find("<strong>Nothing was backed up.</strong>"), std::string::npos) << empty;
+    const std::string nowhere = reportOf({"/nonexistent"});
+    EXPECT_NE(nowhere.find("Nothing was found at the paths that were to be backed up."),
+              std::string::npos)
+        << nowhere;
     EXPECT_EQ(empty.find("class=\"good\""), std::string::npos);
     account.write({{"a", "1"}});
     const std::string good = reportOf({account.folder.path().string()});
@@ -275,7 +280,7 @@ TEST(BackupReports, NameWhatFailedAndAreGreenOnlyWhenAllIsWell)
         ++named;
     EXPECT_EQ(named, 20U);
     const auto all = mails(account);
-    ASSERT_EQ(all.size(), 3U);
+    ASSERT_EQ(all.size(), 4U);
     std::string subjects;
     for (const auto& mail : all)
         subjects += platform::readFile(mail).value_or("");
