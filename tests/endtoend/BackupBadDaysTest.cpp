@@ -29,11 +29,6 @@ using test::Files;
 using test::noise;
 using test::Words;
 
-bool says(const test::ProgramResult& result, const std::string& text)
-{
-    return (result.errors + result.output).find(text) != std::string::npos;
-}
-
 /// Whether a run ended as it says: the numbers add up, and only a run without failures is done.
 void expectTruth(const test::ProgramResult& result)
 {

@@ -18,11 +18,6 @@ using test::field;
 using test::noise;
 using test::Words;
 
-bool says(const test::ProgramResult& result, const std::string& text)
-{
-    return (result.errors + result.output).find(text) != std::string::npos;
-}
-
 /// A command, and the web method that it cannot do without.
 struct Case {
     const char* method;

@@ -54,4 +54,10 @@ inline std::vector<nlohmann::json> jsonLines(const std::string& output)
     return lines;
 }
 
+/// Whether the command told people so, or printed it.
+[[nodiscard]] inline bool says(const ProgramResult& result, const std::string& text)
+{
+    return (result.errors + result.output).find(text) != std::string::npos;
+}
+
 } // namespace stowline::test

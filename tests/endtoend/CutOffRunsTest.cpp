@@ -15,11 +15,6 @@ using test::BackedUp;
 using test::field;
 using test::Words;
 
-bool says(const test::ProgramResult& result, const std::string& text)
-{
-    return (result.errors + result.output).find(text) != std::string::npos;
-}
-
 class CutOffRuns : public testing::Test {
 protected:
     [[nodiscard]] std::string place(const std::string& name) const

@@ -76,11 +76,6 @@ protected:
     const BackedUp account_;
 };
 
-bool says(const test::ProgramResult& result, const std::string& text)
-{
-    return result.errors.find(text) != std::string::npos;
-}
-
 TEST_F(RestoreDelete, TakesAwayWhatTheRunDidNotHold)
 {
     backUp();

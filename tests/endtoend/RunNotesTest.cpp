@@ -16,11 +16,6 @@ using test::BackedUp;
 using test::field;
 using test::Words;
 
-bool says(const test::ProgramResult& result, const std::string& text)
-{
-    return (result.errors + result.output).find(text) != std::string::npos;
-}
-
 class RunNotes : public testing::Test {
 protected:
     /// A backup by one whom modes keep away from files, which they do not from root.
