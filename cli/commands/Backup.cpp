@@ -65,7 +65,10 @@ void sayNothingIsNamed(const std::string& profile)
 /// Everything that is named, in whichever way. @return false after saying what is wrong
 bool readLists(Options& options)
 {
-    std::erase(options.paths, kScheduledLaunch);
+    // What a service manager passes names nothing, unless there is something of that name.
+    std::error_code unknown;
+    if (!std::filesystem::exists(std::filesystem::symlink_status(kScheduledLaunch, unknown)))
+        std::erase(options.paths, kScheduledLaunch);
     if (!options.streamName.empty() && (!options.paths.empty() || !options.filesFrom.empty())) {
         output().complain("--stdin stores standard input alone, and PATH or --files-from was given "
                           "too. Please run \"stowline backup\" once for each.");
@@ -75,7 +78,11 @@ bool readLists(Options& options)
         const auto content = contentOf(file);
         if (!content)
             return false;
-        std::ranges::copy(backup::pathsOfList(*content), std::back_inserter(options.paths));
+        const auto listed = backup::pathsOfList(*content);
+        if (listed.empty()) // what makes the list may have failed, and no backup would say so
+            output().note((file == "-" ? "Standard input" : file) +
+                          " (--files-from) names nothing.");
+        std::ranges::copy(listed, std::back_inserter(options.paths));
     }
     for (const std::string& file : options.excludeFrom) {
         const auto content = contentOf(file);
@@ -99,7 +106,10 @@ bool readLists(Options& options)
     }
     if (!options.paths.empty() || !options.streamName.empty())
         return true;
-    sayNothingIsNamed(options.flags.profile);
+    if (options.filesFrom.empty())
+        sayNothingIsNamed(options.flags.profile);
+    else
+        output().complain("There is nothing to back up: no list of --files-from names a path.");
     return false;
 }
 
@@ -150,7 +160,7 @@ void declareTrust(const Command& command, backup::BackupRequest& request)
     command.addFlag("--ignore-inode", request.ignoresInode,
                     "Believe a file unchanged whatever its inode says");
     command.addFlag("--trust-nothing,--checksum", request.trustsNothing,
-                    "Read every file, and compare its content with what is stored");
+                    "Read every file, and compare its content with the digest of what was stored");
     command.addFlag("--rebuild-index", request.rebuildsIndex,
                     "Make the index of stored items anew from the service");
     command.addFlag("--adopt", request.adoptsChain,

@@ -26,12 +26,14 @@ void BackupFlags::declare(const Command& command)
         .showsDefault();
     command
         .addOption("--retry-time", retrySeconds,
-                   "Seconds to try one part, registration or question before giving up")
+                   "Seconds to try one part, registration or question before giving up; when they are "
+                   "used up, each that follows is tried once until one succeeds again")
         .between(0.0, 86400.0)
         .showsDefault();
     command.addOption("--allow-changing", allowChanging,
-                      "Files that match this pattern may change while they are read without the "
-                      "run ending with status 3; may be given again");
+                      "Files that match this pattern (as of --exclude, or of a whole path) may "
+                      "change while they are read without the run ending with status 3; may be "
+                      "given again");
     command.addOption("--register-with", registration, "Web method that registers the files")
         .oneOf({"protect2", "ProtectFile"})
         .showsDefault();

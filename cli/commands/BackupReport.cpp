@@ -57,7 +57,9 @@ Fields fieldsOf(const BackupSummary& summary)
                   {"run", summary.run},
                   {"record", summary.recordDigest},
                   {"record_items", summary.recordItems},
-                  {"record_bytes", summary.recordBytes}};
+                  {"record_bytes", summary.recordBytes},
+                  {"vanished_versions", summary.vanishedVersions},
+                  {"still_lost", summary.stillLost}};
     return fields;
 }
 
@@ -233,6 +235,8 @@ void BackupReport::note(const std::string& sentence)
     const std::lock_guard lock(mutex_);
     clearProgress();
     output().note(sentence);
+    if (output().isJson())
+        output().item("", "note", {{"message", sentence}});
 }
 
 /// Writes all of them to a file. @return where; empty when it cannot be written
@@ -254,8 +258,11 @@ void BackupReport::tellFailures(const BackupSummary& summary)
     if (all <= kFailuresShown)
         return;
     const std::string file = keepFailures();
+    const std::string which = all > kFailuresListed
+                                  ? fmt::format("the first {} are in ", kFailuresListed)
+                                  : "all of them are in ";
     output().complain(fmt::format("… and {} more{}", all - kFailuresShown,
-                                  file.empty() ? "." : ": all of them are in " + file + "."));
+                                  file.empty() ? "." : ": " + which + file + "."));
 }
 
 ExitStatus BackupReport::statusFor(const BackupSummary& summary)

@@ -42,7 +42,8 @@ ExitStatus listAt(const ListOptions& options, const Session& session)
 /// Where nothing is listed: whether the folder above lists the path all the same, as an empty
 /// folder or a file, which is shown.
 /// @return absent when the question failed
-std::optional<bool> isListedAbove(const Session& session, const RemoteListing& listing)
+std::optional<bool> isListedAbove(const Session& session, const RemoteListing& listing,
+                                  ErrorSlot error)
 {
     RemoteListing above = listing;
     above.path = backup::parentOf(listing.path);
@@ -57,7 +58,7 @@ std::optional<bool> isListedAbove(const Session& session, const RemoteListing& l
         showRemoteHeading();
         showRemoteItem(entry, false);
     };
-    return forEachInFolder(session, above, look, nullptr) ? std::optional(isThere) : std::nullopt;
+    return forEachInFolder(session, above, look, error) ? std::optional(isThere) : std::nullopt;
 }
 
 /// The same of a machine of which nothing is listed.
@@ -81,22 +82,23 @@ ExitStatus list(const ListOptions& options)
     listing.path = remotePathFor(options.path);
     listing.isAscending = !options.isDescending;
     const FailureWatch watch;
+    std::optional<Error> error;
     bool isFirst = true;
     const auto show = [&isFirst](const Dictionary& entry) {
         if (std::exchange(isFirst, false))
             showRemoteHeading();
         showRemoteItem(entry, false);
     };
-    const auto total = forEachInFolder(*session, listing, show, nullptr);
+    const auto total = forEachInFolder(*session, listing, show, &error);
     if (!total)
-        return refusal("The folder cannot be listed", watch.failure());
+        return refusal("The folder cannot be listed", error ? error : watch.failure());
     if (*total > 0)
         return output().finish(ExitStatus::done);
     const bool isRoot = listing.path == "/";
-    const auto isThere =
-        isRoot ? isKnownMachine(*session, listing.systemName) : isListedAbove(*session, listing);
+    const auto isThere = isRoot ? isKnownMachine(*session, listing.systemName)
+                                : isListedAbove(*session, listing, &error);
     if (!isThere)
-        return refusal("The folder cannot be listed", watch.failure());
+        return refusal("The folder cannot be listed", error ? error : watch.failure());
     if (!*isThere)
         return output().fail(
             ExitStatus::notFound,

@@ -45,15 +45,16 @@ ExitStatus search(const SearchOptions& options)
     RemoteListing listing = options.listing;
     listing.path = options.folder.empty() ? "" : remotePathFor(options.folder);
     const FailureWatch watch;
+    std::optional<Error> error;
     bool isFirst = true;
     const auto show = [&isFirst](const Dictionary& entry) {
         if (std::exchange(isFirst, false))
             showRemoteHeading();
         showRemoteItem(entry, true);
     };
-    const auto total = forEachMatch(*session, listing, options.text, show, nullptr);
+    const auto total = forEachMatch(*session, listing, options.text, show, &error);
     if (!total)
-        return refusal("The search failed", watch.failure());
+        return refusal("The search failed", error ? error : watch.failure());
     if (*total == 0)
         return output().fail(ExitStatus::notFound, "No stored file with such a name was found.");
     return output().finish(ExitStatus::done);

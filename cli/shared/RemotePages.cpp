@@ -3,6 +3,8 @@
 #include "cli/shared/Interruption.h"
 #include "stowline/service/WebServiceBroker.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace stowline::cli {
@@ -21,8 +23,17 @@ bool isOfEngine(const Dictionary& entry)
     return path.starts_with("/=stowline=/");
 }
 
+Error brokenOff(std::int64_t taken, std::int64_t total)
+{
+    return platform::makeError(
+        std::string(kServiceErrorDomain), 0,
+        fmt::format("The service's list breaks off: {} of {} entries came. Please try again.",
+                    taken, total),
+        FailureKind::unreadableAnswer);
+}
+
 std::optional<std::int64_t> forEach(const RemoteListing& listing, const TakeEntry& take,
-                                    const GetPage& getPage)
+                                    const GetPage& getPage, ErrorSlot error)
 {
     std::int64_t total = 0;
     std::int64_t taken = 0;
@@ -40,8 +51,11 @@ std::optional<std::int64_t> forEach(const RemoteListing& listing, const TakeEntr
             else if (fields)
                 take(*fields);
         }
-        if (page->empty())
-            break;
+        if (page->empty() && taken < total) {
+            if (error)
+                *error = brokenOff(taken, total);
+            return std::nullopt;
+        }
         taken += static_cast<std::int64_t>(page->size());
     } while (taken < total && taken - hidden < wanted);
     return total - hidden;
@@ -52,22 +66,28 @@ std::optional<std::int64_t> forEach(const RemoteListing& listing, const TakeEntr
 std::optional<std::int64_t> forEachInFolder(const Session& session, const RemoteListing& listing,
                                             const TakeEntry& take, ErrorSlot error)
 {
-    return forEach(listing, take, [&](std::int64_t start, std::int64_t count, std::int64_t* total) {
-        return WebServiceBroker::getAccountFilesAndFoldersForUserName(
-            session.username, session.password, session.server, listing.systemName, listing.path,
-            listing.sortField, listing.isAscending, start, count, total, error);
-    });
+    return forEach(
+        listing, take,
+        [&](std::int64_t start, std::int64_t count, std::int64_t* total) {
+            return WebServiceBroker::getAccountFilesAndFoldersForUserName(
+                session.username, session.password, session.server, listing.systemName,
+                listing.path, listing.sortField, listing.isAscending, start, count, total, error);
+        },
+        error);
 }
 
 std::optional<std::int64_t> forEachMatch(const Session& session, const RemoteListing& listing,
                                          const std::string& text, const TakeEntry& take,
                                          ErrorSlot error)
 {
-    return forEach(listing, take, [&](std::int64_t start, std::int64_t count, std::int64_t* total) {
-        return WebServiceBroker::searchFilesForUsername(
-            session.username, session.password, session.server, listing.systemName, listing.path,
-            text, start, count, total, error);
-    });
+    return forEach(
+        listing, take,
+        [&](std::int64_t start, std::int64_t count, std::int64_t* total) {
+            return WebServiceBroker::searchFilesForUsername(
+                session.username, session.password, session.server, listing.systemName,
+                listing.path, text, start, count, total, error);
+        },
+        error);
 }
 
 } // namespace stowline::cli

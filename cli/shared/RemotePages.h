@@ -21,8 +21,8 @@ struct RemoteListing {
 using TakeEntry = std::function<void(const Dictionary& entry)>;
 
 /// Hands over the entries of a folder, or the files whose names match a text, one page in memory at
-/// a time. The records of runs are passed over. Ends also when the service sends an empty page
-/// before the count it told is reached.
+/// a time. The records of runs are passed over. A list that ends before the count that the service
+/// told is reached is a failure.
 /// @param error as the broker's
 /// @return the service's count of all, less what was passed over; absent when a page failed or the
 /// user asked to stop

@@ -92,8 +92,7 @@ TreeRules treeRules(const BackupRules& rules)
 class Run {
 public:
     Run(const BackupRequest& request, BackupObserver& observer, const StopRequest& stop)
-        : request_(request), accounts_(observer, request.allowChanging), stop_(stop),
-          tries_(request.budgetPerStep, stop)
+        : request_(request), accounts_(observer), stop_(stop), tries_(request.budgetPerStep, stop)
     {
     }
 
@@ -155,6 +154,7 @@ private:
         WalkOptions walk{.paths = request_.paths,
                          .rules = treeRules(request_.rules),
                          .ownFolders = {request_.stateFolder.string()}};
+        accounts_.allow(allowedChanges());
         state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile,
                                       request_.isDryRun ? Leftovers::kept : Leftovers::takenOut));
         leaveOutTestFolders(walk);
@@ -172,6 +172,22 @@ private:
         noteBegun(walk.paths);
         work(walk);
         end();
+    }
+
+    [[nodiscard]] AllowedChanges allowedChanges() const
+    {
+        std::vector<std::string> named;
+        for (const std::string& path : request_.paths) {
+            std::error_code fault; // what is not there has no files
+            named.push_back(fs::absolute(path, fault).lexically_normal().string());
+            named.push_back(fs::canonical(path, fault).string());
+        }
+        AllowedChanges changes(std::move(named));
+        for (const std::string& pattern : request_.allowChanging) {
+            if (!changes.add(pattern))
+                throw RunFault(BackupEnd::badRequest, "\"" + pattern + "\" is not a pattern.");
+        }
+        return changes;
     }
 
     /// What was begun of files that are gone or others by now; told where only that is wanted.
@@ -198,6 +214,8 @@ private:
         for (auto* context : {&uploads_, &recordUploads_}) {
             context->emplace(state_->journal(), *bandwidth_, tries_);
             (*context)->account = request_.account;
+            if (WebServiceBroker::isRestoringConfigured())
+                (*context)->tickets.emplace(request_.account, steady_clock::now);
             (*context)->owner = owner;
             (*context)->spoolFolder = state_->spoolFolder();
             (*context)->partBytes = request_.partBytes;
@@ -399,6 +417,7 @@ private:
         const WalkResult result = walkTree(options, intake, walkStop);
         if (!result.isStopped) {
             accounts_.walkIsOver();
+            intake.tellFileSystems();
             tellIdlePatterns(result.idlePatterns);
         }
         foundNothing_ = intake.foundNothing();
@@ -446,9 +465,13 @@ private:
         if (stop_.isRequested())
             return;
         if (!spool) {
-            accounts_.done({.path = path,
-                            .cause = "Standard input cannot be buffered for sending: " +
-                                     std::generic_category().message(error) + "."});
+            const std::string cause = "Standard input cannot be buffered for sending: " +
+                                      std::generic_category().message(error) + ".";
+            for (std::uint64_t kept = index_->keepAsStale(path); kept > 0; --kept)
+                accounts_.carriedForward();
+            if (!request_.isDryRun)
+                index_->noteMissed(path, cause);
+            accounts_.done({.path = path, .cause = cause});
             return;
         }
         const auto state = spool->state();

@@ -48,8 +48,8 @@ struct BackupRequest {
     bool ignoresCtime = false;  ///< for file systems whose times of status lie
     bool ignoresInode = false;  ///< for file systems whose inodes change
     bool trustsNothing = false; ///< reads and compares every content
-    /// Of names or paths, as in the rules: files that may change while they are read without the
-    /// run ending as one in which something failed.
+    /// Patterns as in the rules, or of whole paths: files that may change while they are read
+    /// without the run ending as one in which something failed.
     std::vector<std::string> allowChanging;
     bool rebuildsIndex = false;
     bool isDryRun = false;                 ///< looks and decides, stores nothing
@@ -115,7 +115,7 @@ enum class BackupEnd {
     nothingThere, ///< nothing that was named is there
     interrupted,  ///< by the StopRequest; the next run goes on
     locked,       ///< another run of this user and profile is under way
-    badRequest,   ///< one of its patterns is none
+    badRequest,   ///< one of its patterns is not a pattern
     stateFolder,  ///< it cannot be made, read or written
     temporary,    ///< the service did not answer, or could not, until the time was used up
     refused,      ///< the service said no

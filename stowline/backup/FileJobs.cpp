@@ -2,6 +2,7 @@
 
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/transfer/VersionCheck.h"
+#include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
 #include "stowline/service/RemoteName.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -71,7 +72,8 @@ void FileJobs::start(std::size_t threads)
         } catch (const std::system_error&) {
             if (threads_.empty())
                 throw;
-            accounts_.note(fmt::format("The system allows only {} threads for the files.", i));
+            accounts_.note(fmt::format("The system allows only {} for the files.",
+                                       platform::countText(i, "thread", "threads")));
             return;
         }
     }
@@ -308,7 +310,7 @@ void FileJobs::fail(const FileJob& job, const std::string& cause, bool isGone)
 {
     const std::string& path = job.found.item.path;
     if (isGone)
-        index_.remove(path);
+        index_.vanish(path); // where it is now may not be stored yet
     else
         for (std::uint64_t kept = index_.keepAsStale(path); kept > 0; --kept)
             accounts_.carriedForward();

@@ -44,7 +44,7 @@ public:
             judge();
         }
         if (summary_.badContent > 0 && request_.choice.stateFolder)
-            noteDeletedVersions(*request_.choice.stateFolder);
+            noteDeletedVersions(*request_.choice.stateFolder, badVersions_);
         summary_.losses = losses_.counts();
         summary_.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
         return summary_;
@@ -162,10 +162,11 @@ private:
                                      .gathered = [this](std::int64_t bytes) { move(bytes); }};
         TreePlacer placer(context, items, selection, placed_);
         placer.place(*idle_, [this](const StoredItem& stored) { find(stored); });
-        if (const int refused = request_.isDryRun ? 0 : root->synchronizeFileSystem())
-            throw RecordFault(RecordFault::Kind::failed,
-                              folder.string() + " cannot be written to the disk: " +
-                                  platform::systemErrorText(refused) + ".");
+        if (const int refused = request_.isDryRun ? 0 : placer.synchronizeFileSystems())
+            throw RecordFault(
+                RecordFault::Kind::failed,
+                "What was put back into " + folder.string() +
+                    " cannot be written to the disk: " + platform::systemErrorText(refused) + ".");
         placed_.trees.push_back({selection, folder});
         if (const auto status = root->status())
             pruned_.push_back({selection, folder, *status});
@@ -365,6 +366,8 @@ private:
         case RestoredState::failed:
             ++summary_.failed;
             summary_.badContent += item.isBadContent ? 1 : 0;
+            if (!item.badVersion.empty())
+                badVersions_.push_back(item.badVersion);
             break;
         case RestoredState::wouldRestore:
             ++summary_.wouldRestore;
@@ -453,7 +456,8 @@ private:
     std::mutex mutex_; ///< of what follows
     RestoreSummary summary_;
     LossTally losses_;
-    std::vector<std::string> paths_; ///< that are put back
+    std::vector<std::string> badVersions_; ///< whose content is not what was stored
+    std::vector<std::string> paths_;       ///< that are put back
     Sights sights_;
     RestoreProgress progress_;
     steady_clock::time_point lastLook_;
@@ -474,8 +478,10 @@ std::string absenceOf(const std::string& path, const ItemIndex& items, const std
     return path + " leads to " + *real + ", which is not in run " + run + ".";
 }
 
+/// @param badVersion the version whose content is found not to be what was stored
 void readFile(RunReader& reader, const Account& account, const std::string& path,
-              ContentSummary& summary, const std::function<bool(std::string_view)>& take)
+              ContentSummary& summary, std::string& badVersion,
+              const std::function<bool(std::string_view)>& take)
 {
     const RunReader::Tree tree = reader.readChosen();
     reader.noteSights(tree.sights, {path});
@@ -511,7 +517,8 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
             return take(bytes);
         },
         content.digest);
-    if (failure && failure->kind == FetchFailure::Kind::badContent)
+    badVersion = version.version;
+    if (failure && failure->isLoss())
         throw RecordFault(RecordFault::Kind::damaged, path + ": " + failure->reason);
     if (failure)
         throw RecordFault(
@@ -560,15 +567,17 @@ ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
 {
     constexpr std::uint64_t partBytes = 4U << 20;
     ContentSummary summary;
+    std::string badVersion;
     const auto failure = failureOf([&] {
         RunReader reader(choice, 0, partBytes, stop);
         const OriginKeeper keeper(reader, summary.origin);
-        readFile(reader, choice.account, path, summary, take);
+        readFile(reader, choice.account, path, summary, badVersion, take);
     });
     summary.end = failure ? failure->end : ReadEnd::done;
     summary.sentence = failure ? failure->sentence : "";
     if (summary.end == ReadEnd::badContent && choice.stateFolder)
-        noteDeletedVersions(*choice.stateFolder);
+        noteDeletedVersions(*choice.stateFolder,
+                            std::span(&badVersion, badVersion.empty() ? 0U : 1U));
     return summary;
 }
 

@@ -88,6 +88,7 @@ struct RestoredItem {
     std::uint64_t bytes = 0;         ///< of a file's content
     bool isMetadataOnly = false;     ///< of a restored one: its content or kind was right
     bool isBadContent = false;       ///< failed because the service has not what was stored
+    std::string badVersion;          ///< on the service, of which that was found; else empty
     bool isTemporary = false;        ///< failed because the service did not answer in time
     std::vector<std::string> faults; ///< sentences: why it failed; why it is left as it is, where
                                      ///< the request does not say so

@@ -1,7 +1,5 @@
 #include "stowline/backup/RunAccounts.h"
 
-#include "stowline/platform/text/GlobPattern.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,16 +9,6 @@ namespace stowline::backup {
 namespace {
 
 constexpr std::size_t kFailuresKept = 1000;
-
-bool isAllowedToChange(const std::vector<std::string>& patterns, const std::string& path)
-{
-    const std::string_view name = nameOf(path);
-    return std::ranges::any_of(patterns, [&](const std::string& pattern) {
-        return pattern.find('/') == std::string::npos
-                   ? platform::matchesGlob(pattern, std::string(name), false)
-                   : platform::matchesGlob(pattern, path, true);
-    });
-}
 
 } // namespace
 
@@ -98,8 +86,7 @@ void RunAccounts::count(const ItemReport& report)
     }
     if (report.changedWhileRead) {
         ++summary_.changedWhileRead;
-        hasUnallowedChange_ =
-            hasUnallowedChange_ || !isAllowedToChange(allowChanging_, report.path);
+        hasUnallowedChange_ = hasUnallowedChange_ || !allowedChanges_.allows(report.path);
     }
 }
 

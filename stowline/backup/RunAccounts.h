@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/BackupRun.h"
+#include "stowline/backup/tree/AllowedChanges.h"
 
 #include <mutex>
 
@@ -10,10 +11,11 @@ namespace stowline::backup {
 /// Counts for the summary and tells the observer. Any thread.
 class RunAccounts {
 public:
-    RunAccounts(BackupObserver& observer, std::vector<std::string> allowChanging)
-        : observer_(observer), allowChanging_(std::move(allowChanging))
-    {
-    }
+    explicit RunAccounts(BackupObserver& observer) : observer_(observer) {}
+
+    /// Files that may change without the run ending as one in which something failed. Before the
+    /// first item.
+    void allow(AllowedChanges changes) { allowedChanges_ = std::move(changes); }
 
     /// An item has been found; it must end with done(). @param bytes of a file's content
     void found(std::uint64_t bytes = 0);
@@ -47,7 +49,7 @@ private:
     void count(const ItemReport& report);
 
     BackupObserver& observer_;
-    const std::vector<std::string> allowChanging_;
+    AllowedChanges allowedChanges_;
     mutable std::mutex mutex_;
     BackupSummary summary_;
     BackupProgress progress_;

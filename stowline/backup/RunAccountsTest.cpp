@@ -14,7 +14,7 @@ protected:
     }
 
     BackupObserver observer_;
-    RunAccounts accounts_{observer_, {"log"}};
+    RunAccounts accounts_{observer_};
 };
 
 TEST_F(RunAccountsTest, AreDoneWhenEveryItemEndedOnce)
@@ -57,7 +57,7 @@ TEST_F(RunAccountsTest, TellOfAFailureAndOfAProblemThatIsNoItems)
     EXPECT_EQ(accounts_.summary().end, BackupEnd::someFailed);
     EXPECT_EQ(accounts_.summary().failures.size(), 1U);
 
-    RunAccounts others(observer_, {});
+    RunAccounts others(observer_);
     others.problem("The service did not say.");
     EXPECT_EQ(others.summary().end, BackupEnd::someFailed);
     EXPECT_EQ(others.summary().sentence, "The service did not say.");
@@ -65,6 +65,9 @@ TEST_F(RunAccountsTest, TellOfAFailureAndOfAProblemThatIsNoItems)
 
 TEST_F(RunAccountsTest, TakeAChangeForAFailureUnlessItIsAllowed)
 {
+    AllowedChanges changes;
+    ASSERT_TRUE(changes.add("log"));
+    accounts_.allow(changes);
     accounts_.found();
     accounts_.done(
         {.path = "/var/log", .state = ItemState::stored, .cause = {}, .changedWhileRead = true});

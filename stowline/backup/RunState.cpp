@@ -5,6 +5,7 @@
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/files/LeftWrites.h"
 #include "stowline/platform/files/SourceFile.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/values/Value.h"
@@ -31,6 +32,7 @@ std::string serviceOrigin()
 }
 
 constexpr const char* kProfiles = "profiles";
+constexpr const char* kBegunFolder = "begun";
 constexpr const char* kDeletionNote = "versions-deleted";
 
 std::string reasonOf(int systemError)
@@ -88,7 +90,7 @@ fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
 
 fs::path begunFile(const fs::path& folder, const UploadOwner& owner)
 {
-    return folder / "begun" / fileName(owner);
+    return folder / kBegunFolder / fileName(owner);
 }
 
 } // namespace
@@ -182,6 +184,8 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile,
         std::error_code unimportant; // what stays is taken out by a later run
         fs::remove_all(state.spoolFolder(), unimportant);
         TestFolder::sweep(folder);
+        platform::removeLeftWrites(folder);
+        platform::removeLeftWrites(folder / kBegunFolder);
     }
     makeFolder(state.spoolFolder());
     return state;

@@ -257,6 +257,10 @@ void TreeIntake::takeFile(FoundItem found, const std::optional<StoredItem>& know
 void TreeIntake::excluded(const std::string& path, ItemKind kind, const Exclusion& why)
 {
     metAnything_ = true;
+    if (why.rule == Rule::pseudoFileSystem)
+        pseudo_.add(path);
+    else if (why.rule == Rule::otherFileSystem)
+        mounts_.add(path);
     // The patterns of a run say of files and the like for themselves which they leave out.
     const bool isWorthANote =
         kind == ItemKind::folder || (why.rule != Rule::pattern && why.rule != Rule::notIncluded);
@@ -264,6 +268,17 @@ void TreeIntake::excluded(const std::string& path, ItemKind kind, const Exclusio
         index_.leaveOut(path, sentenceOf(why), isWorthANote);
     accounts_.foundAndDone(
         {.path = path, .state = ItemState::excluded, .kind = kind, .cause = sentenceOf(why)});
+}
+
+void TreeIntake::tellFileSystems()
+{
+    if (pseudo_.count() > 0)
+        accounts_.note("Left out, for what is there shows the state of the system and is not "
+                       "stored anywhere: " +
+                       pseudo_.text() + ". What is named is backed up all the same.");
+    if (mounts_.count() > 0)
+        accounts_.note("Left out, for other file systems are mounted there: " + mounts_.text() +
+                       ".");
 }
 
 void TreeIntake::failed(const WalkFailure& failure)

@@ -4,6 +4,7 @@
 #include "stowline/backup/FileJobs.h"
 #include "stowline/backup/RunAccounts.h"
 #include "stowline/backup/RunIndex.h"
+#include "stowline/backup/ShortList.h"
 #include "stowline/backup/index/Comparison.h"
 #include "stowline/backup/tree/TreeWalk.h"
 
@@ -38,6 +39,9 @@ public:
 
     /// Whether everything that failed is a named path at which there is nothing.
     [[nodiscard]] bool foundNothing() const { return missing_ > 0 && !metAnything_; }
+
+    /// Tells which file systems were left out. After the walk.
+    void tellFileSystems();
 
 private:
     /// A folder that is being walked.
@@ -87,6 +91,8 @@ private:
     const std::function<void(const std::string& path, std::uint64_t bytes)> onPackage_;
     std::vector<Frame> frames_;
     std::uint64_t missing_ = 0;
+    ShortList pseudo_; ///< left out as pseudo file systems
+    ShortList mounts_; ///< left out as other file systems
     bool metAnything_ = false;
 };
 

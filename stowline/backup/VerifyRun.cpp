@@ -5,6 +5,7 @@
 #include "stowline/backup/restore/VersionFinder.h"
 #include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/platform/desktop/Sha256.h"
+#include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
 
@@ -12,10 +13,22 @@
 #include <future>
 #include <mutex>
 #include <random>
+#include <system_error>
 
 namespace stowline::backup {
 
 namespace {
+
+std::string counted(std::uint64_t files)
+{
+    return platform::countText(files, "file", "files");
+}
+
+/// "1 is", "2 are"
+std::string numbered(std::uint64_t files)
+{
+    return platform::countText(files, "is", "are");
+}
 
 constexpr std::size_t kCheckedAtATime = 500;
 
@@ -48,7 +61,7 @@ std::optional<VerifyFinding> lackOf(const StoredItem& stored, const ItemIndex& i
     if (!first)
         return finding(Kind::missing, name + ", which is not in the run");
     if (first->item.kind != item.kind || !first->sameFileAs.empty())
-        return finding(Kind::damaged, name + ", which is no such item");
+        return finding(Kind::damaged, name + ", which is not such an item");
     if (isFile && !first->content)
         return finding(Kind::missing, name + ", of which no content is stored");
     return std::nullopt;
@@ -218,7 +231,12 @@ private:
         };
         std::vector<std::future<void>> workers;
         for (std::size_t i = 1; i < std::min(request_.jobs, files.size()); ++i)
-            workers.push_back(std::async(std::launch::async, work));
+            try {
+                workers.push_back(std::async(std::launch::async, work));
+            } catch (
+                const std::system_error&) { // no thread is to be had: then with those there are
+                break;
+            }
         work();
         for (auto& worker : workers)
             worker.get();
@@ -240,18 +258,28 @@ private:
                               .path = wanted.path,
                               .firstRun = wanted.content.run};
         if (failure) {
-            if (failure->kind == FetchFailure::Kind::badContent)
+            if (failure->isLoss())
+                noteBad(wanted);
+            if (failure->kind == FetchFailure::Kind::missing)
+                finding.kind = VerifyFinding::Kind::missing;
+            else if (failure->isLoss())
                 finding.kind = VerifyFinding::Kind::damaged;
             finding.sentence = wanted.path + ": " + failure->reason;
         } else if (digest.hexadecimal() != wanted.content.digest) {
             finding.kind = VerifyFinding::Kind::damaged;
             finding.sentence = wanted.path + ": its bytes are not those that were stored";
-            const std::lock_guard lock(mutex_);
-            damaged_.push_back(wanted.content.version);
+            noteBad(wanted);
         } else {
             return pass(wanted, true);
         }
         tell(std::move(finding));
+    }
+
+    /// The next backup sends it again, whatever the service says of it.
+    void noteBad(const StoredVersion& wanted)
+    {
+        const std::lock_guard lock(mutex_);
+        damaged_.push_back(wanted.content.version);
     }
 
     void pass(const StoredVersion& wanted, bool wasRead)
@@ -294,15 +322,17 @@ private:
         const VerifySummary& sum = summary_;
         if (sum.checked + sum.unknown != files_) {
             summary_.end = ReadEnd::failed;
-            summary_.sentence =
-                fmt::format("Of {} files only {} were checked.", files_, sum.checked + sum.unknown);
+            summary_.sentence = fmt::format("Of {} only {} were checked.", counted(files_),
+                                            sum.checked + sum.unknown);
         } else if (sum.missing + sum.damaged > 0) {
             summary_.end = ReadEnd::badContent;
-            summary_.sentence = fmt::format("Of {} files {} are missing and {} damaged.", files_,
-                                            sum.missing, sum.damaged);
+            summary_.sentence = fmt::format("Of {} {} missing and {} damaged.", counted(files_),
+                                            numbered(sum.missing), numbered(sum.damaged));
+            if (sum.unknown > 0)
+                summary_.sentence += " " + counted(sum.unknown) + " could not be checked.";
         } else if (sum.unknown > 0) {
             summary_.end = ReadEnd::someFailed;
-            summary_.sentence = fmt::format("{} files could not be checked.", sum.unknown);
+            summary_.sentence = counted(sum.unknown) + " could not be checked.";
         } else {
             summary_.end = ReadEnd::done;
         }

@@ -19,11 +19,6 @@ using test::Files;
 using test::noise;
 using test::Words;
 
-bool says(const test::ProgramResult& result, const std::string& text)
-{
-    return (result.errors + result.output).find(text) != std::string::npos;
-}
-
 /// A tree with a disk in it, which can be mounted and taken away.
 class MissingDisk : public testing::Test {
 protected:
@@ -307,6 +302,18 @@ TEST(BackupTells, StandardInputIsStoredAloneAndBelowItsFolder)
         EXPECT_EQ(result.status, 2) << name << result.errors;
         EXPECT_TRUE(says(result, "cannot be the name of --stdin.")) << name << result.errors;
     }
+}
+
+TEST(BackupTells, AListOfPathsThatIsEmptyIsToldOf)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto alone = account.run({"backup", "--system", "iMac", "--files-from", "/dev/null"});
+    EXPECT_EQ(alone.status, 2);
+    EXPECT_TRUE(says(alone, "no list of --files-from names a path")) << alone.errors;
+    const auto beside = account.backup({"--files-from", "/dev/null"});
+    EXPECT_EQ(beside.status, 0);
+    EXPECT_TRUE(says(beside, "/dev/null (--files-from) names nothing.")) << beside.errors;
 }
 
 TEST(BackupTells, WhatStandardInputWasStoredAsIsListed)

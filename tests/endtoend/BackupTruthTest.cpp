@@ -2,12 +2,14 @@
 // one.
 #include "tests/endtoend/BackedUp.h"
 #include "tests/endtoend/Relayed.h"
+#include "tests/support/MountNamespace.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
 #include <fcntl.h>
 #include <set>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -412,6 +414,84 @@ TEST(BackupTruth, StandardInputIsStoredUnderAName)
     const auto page = storage.search({.userName = "ann", .pageSize = 9}, "dump.sql", "").value();
     ASSERT_EQ(page.items.size(), 1U);
     EXPECT_EQ(page.items[0].folder, "/stdin");
+}
+
+TEST(BackupTruth, StandardInputThatCannotBeBufferedKeepsWhatWasStoredAndSaysFromWhen)
+{
+    const BackedUp account;
+    const auto store = [&account](const std::string& text, bool hasRoom) {
+        auto run =
+            account.command.run({"backup", "--json", "--system", "iMac", "--stdin", "dump.sql"},
+                                account.environment(), text);
+        if (!hasRoom)
+            run.words.insert(run.words.begin(),
+                             {"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 2000; exec \"$0\" \"$@\""});
+        return test::runProgram(run);
+    };
+    ASSERT_EQ(store("rows", true).status, 0);
+    const auto failed = store(noise(3000000, 1), false);
+    EXPECT_EQ(failed.status, 3) << failed.errors;
+    EXPECT_EQ(field(failed, "failed"), 1) << failed.output;
+    EXPECT_EQ(field(failed, "carried_forward"), 1) << failed.output;
+    EXPECT_TRUE(says(failed, "Standard input cannot be buffered for sending: File too large."))
+        << failed.errors;
+    const auto listed = account.run({"ls", "/stdin", "--at", "2", "--system", "iMac", "--json"});
+    EXPECT_NE(listed.output.find("\"stale\":true"), std::string::npos) << listed.output;
+}
+
+TEST(BackupTruth, AServiceThatTakesNoPartWithoutATicketGetsOne)
+{
+    const BackedUp account({"--require-ticket", "--ticket-seconds", "1"});
+    const Files files{{"a", "1"}, {"b/c", noise(200000, 1)}};
+    account.write(files);
+    const auto result = account.backup({"--part-size", "16k", "--bwlimit", "60k"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 2);
+    EXPECT_EQ(account.stored(), files);
+}
+
+TEST(BackupTruth, AFileOfTheNameThatAScheduledLaunchPassesIsStored)
+{
+    const BackedUp account;
+    account.write({{"scheduled_launch", "a file"}});
+    auto run = account.command.run({"backup", "--json", "--system", "iMac", "scheduled_launch"},
+                                   account.environment());
+    run.words.insert(run.words.begin(),
+                     {"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", account.folder.path()});
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"scheduled_launch", "a file"}}));
+}
+
+TEST(BackupTruth, APatternOfAllowedChangesThatIsNoneStopsTheRun)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto result = account.backup({"--allow-changing", "/"});
+    EXPECT_EQ(result.status, 2) << result.errors;
+    EXPECT_TRUE(says(result, "\"/\" is not a pattern.")) << result.errors;
+    EXPECT_TRUE(account.stored().empty());
+}
+
+TEST(BackupTruth, FileSystemsThatAreLeftOutAreTold)
+{
+    if (const auto reason = test::enterMountNamespace())
+        GTEST_SKIP() << *reason;
+    const BackedUp account;
+    account.write({{"a", "1"}, {"disk/under", "2"}, {"state/under", "3"}});
+    const std::string disk = account.folder.path() / "disk";
+    const std::string state = account.folder.path() / "state";
+    const auto mount = test::Mount::memory(disk);
+    ASSERT_EQ(::mount("proc", state.c_str(), "proc", 0, nullptr), 0);
+    const auto result = account.backup({"--one-file-system"});
+    ::umount2(state.c_str(), MNT_DETACH);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_TRUE(
+        says(result, "shows the state of the system and is not stored anywhere: " + state + "."))
+        << result.errors;
+    EXPECT_TRUE(says(result, "other file systems are mounted there: " + disk + "."))
+        << result.errors;
+    EXPECT_NE(result.output.find("\"type\":\"note\""), std::string::npos) << result.output;
 }
 
 TEST(BackupTruth, AFileThatNeverRestsIsStoredFromACopy)

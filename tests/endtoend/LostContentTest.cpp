@@ -3,8 +3,10 @@
 #include "stowline/backup/BackupRun.h"
 #include "stowline/util/Crc32.h"
 #include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/Relayed.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -18,6 +20,7 @@ namespace fs = std::filesystem;
 using test::BackedUp;
 using test::field;
 using test::Files;
+using test::Relayed;
 using test::Words;
 
 /// Where the service keeps the newest version of what lies at a path of the machine.
@@ -160,6 +163,46 @@ TEST_F(LostContent, IsWhatWasReadToBeOtherBytesWhateverTheServiceSays)
     EXPECT_EQ(field(result, "stored"), 1) << result.output;
     EXPECT_EQ(field(account_.backup(), "stored"), 0);
 }
+
+/// What is read of a file are other bytes, with their own checksum, though the service says that it
+/// holds what was stored.
+class OtherBytes : public LostContent, public testing::WithParamInterface<const char*> {
+protected:
+    [[nodiscard]] Words reading() const
+    {
+        const std::string command = GetParam();
+        const std::string file = account_.folder.path() / "a";
+        if (command == "restore")
+            return {command, file, "--machine", "iMac", "--to", account_.command.home().path()};
+        if (command == "cat")
+            return {command, file, "--machine", "iMac"};
+        return {command, "--machine", "iMac", "--read"};
+    }
+};
+
+TEST_P(OtherBytes, AreNotTakenForUnchangedByTheNextBackup)
+{
+    {
+        Relayed relayed(account_);
+        relayed.relay.setChange([](const std::string& request, test::RelayedAnswer& answer) {
+            if (Relayed::callOf(request) != "/DownloadFilePart" ||
+                answer.body.find("content that is") == std::string::npos)
+                return;
+            answer.body.front() = 'C';
+            const auto sum = Crc32::TW_crc32(Data(answer.body.begin(), answer.body.end()));
+            answer.setHeader("X-Checksum", fmt::format("{:08x}", sum));
+        });
+        const auto read = account_.run(reading());
+        EXPECT_EQ(read.status, 7) << read.output << read.errors;
+    }
+    const auto result = account_.backup();
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 1) << result.output;
+    EXPECT_EQ(account_.run(reading()).status, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(ThatAreRead, OtherBytes, testing::Values("restore", "cat", "verify"),
+                         [](const auto& test) { return std::string(test.param); });
 
 /// A backup of the folders "a" and "b", of which the service loses "b/two".
 class LostElsewhere : public testing::Test {

@@ -175,5 +175,26 @@ TEST_F(Listings, ThatFailMakeNothingNew)
     EXPECT_EQ(account_.stored(), files_);
 }
 
+TEST_F(Listings, ThatBreakOffMakeNothingNew)
+{
+    Relayed relayed(account_);
+    relayed.relay.setChange([&](const std::string& request, test::RelayedAnswer& answer) {
+        const auto from = answer.body.find("<items>");
+        const auto to = answer.body.find("</items>");
+        if (isListing(request) && to != std::string::npos)
+            answer.body.erase(from, to + 8 - from); // the count stays
+    });
+    const auto result = account_.backup({"--retry-time", "1", "--jobs", "8"});
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_EQ(field(result, "stored"), 0) << result.output;
+    EXPECT_EQ(field(result, "failed"), 8);
+    const std::string words = "The service's list breaks off: 0 of 1 entries came.";
+    EXPECT_NE(result.errors.find(words), std::string::npos) << result.errors;
+    const auto listed =
+        account_.run({"ls", account_.folder.path() / "listed1", "--system", "iMac"});
+    EXPECT_EQ(listed.status, 5);
+    EXPECT_NE(listed.errors.find(words), std::string::npos) << listed.errors;
+}
+
 } // namespace
 } // namespace stowline

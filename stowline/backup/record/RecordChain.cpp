@@ -4,6 +4,7 @@
 #include "stowline/backup/record/RecordWriter.h"
 #include "stowline/platform/files/FileHandle.h"
 #include "stowline/platform/files/SourceFile.h"
+#include "stowline/platform/threads/StopRequest.h"
 
 #include <algorithm>
 #include <system_error>
@@ -34,10 +35,19 @@ struct FetchedRecord {
     std::uint64_t size = 0;
 };
 
+/// A tree of a million items takes longer to be written or read than a stop may.
+void requireGoingOn()
+{
+    const StopRequest* stop = StopRequest::ofThisThread();
+    if (stop && stop->isRequested())
+        throw RecordFault(Kind::interrupted, "It was interrupted.");
+}
+
 void readInto(const FetchedRecord& record, RecordReader& reader)
 {
     std::string room(kPiece, '\0');
     for (std::uint64_t at = 0; at < record.size;) {
+        requireGoingOn();
         int error = 0;
         const auto count = record.file.readAt(at, room, error);
         if (!count || *count == 0)
@@ -472,21 +482,25 @@ WrittenRecord writeRecord(const ItemIndex& index, const RecordHead& head, PutFil
                 writer.write(*change.item);
             else
                 writer.writeGone(change.path);
+            requireGoingOn();
             return true;
         });
         index.forEachNoteChangeSince(
             head.baseline->run,
             [&writer](const std::string& path, const std::optional<PlaceNote>& note) {
                 writer.write(PlaceLine{path, note});
+                requireGoingOn();
                 return true;
             });
     } else {
         index.forEach("/", [&writer](const StoredItem& item) {
             writer.write(item);
+            requireGoingOn();
             return true;
         });
         index.forEachNote([&writer](const PlaceNote& note) {
             writer.write(PlaceLine{note.path, note});
+            requireGoingOn();
             return true;
         });
     }

@@ -1,6 +1,7 @@
 #include "stowline/backup/record/RecordChain.h"
 
 #include "stowline/backup/record/MemoryPlaceTest.h"
+#include "stowline/platform/threads/StopRequest.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -203,6 +204,26 @@ TEST_F(RecordChainTest, AMillionItemsCostNextToNothingWhenUnchangedAndLittleMemo
     ASSERT_EQ(getrusage(RUSAGE_SELF, &used), 0);
     EXPECT_LT(used.ru_maxrss, 512L << 10); // KiB, the records that the test keeps included
     RecordProperty("most_memory_in_kib", std::to_string(used.ru_maxrss));
+}
+
+TEST_F(RecordChainTest, IsNeitherWrittenNorReadToTheEndWhenAskedToStop)
+{
+    runOnce(10);
+    RecordChain chain = open();
+    const std::uint64_t run = begin(chain);
+    change(fileAt("/new", 1, run), run);
+    ItemIndex into = ItemIndex::temporary();
+    {
+        const StopRequest stop;
+        const StopScope scope(stop);
+        stop.request();
+        using Kind = RecordFault::Kind;
+        EXPECT_EQ(faultOf([&] { (void)chain.storeFinished(index, {}); }), Kind::interrupted);
+        EXPECT_EQ(faultOf([&] { open().load(1, into); }), Kind::interrupted);
+    }
+    EXPECT_EQ(into.itemCount(), 0U);
+    EXPECT_EQ(finish(chain).position.run, run);
+    EXPECT_EQ(loaded(run), tree);
 }
 
 TEST_F(RecordChainTest, NamesItsPredecessorAndTellsWhatItCameTo)

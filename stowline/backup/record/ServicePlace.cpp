@@ -1,6 +1,7 @@
 #include "stowline/backup/record/ServicePlace.h"
 
 #include "stowline/backup/record/RecordFault.h"
+#include "stowline/backup/transfer/FolderPages.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -12,8 +13,6 @@ namespace stowline::backup {
 namespace {
 
 using Kind = RecordFault::Kind;
-
-constexpr std::int64_t kPageSize = 1000;
 
 template <class Number> Number numberIn(const Dictionary& entry, std::string_view key)
 {
@@ -44,6 +43,7 @@ Kind kindOf(FetchFailure::Kind kind)
         return Kind::refused;
     case FetchFailure::Kind::interrupted:
         return Kind::interrupted;
+    case FetchFailure::Kind::missing:
     case FetchFailure::Kind::badContent:
         return Kind::damaged;
     default:
@@ -93,28 +93,14 @@ bool ServicePlace::isSystemKnown()
 std::vector<ServicePlace::Entry> ServicePlace::listed(const std::string& folder)
 {
     std::vector<Entry> entries;
-    std::int64_t total = 0;
-    std::int64_t taken = 0;
-    do {
-        std::optional<Array> page;
-        require(tries_.repeat([&](std::optional<Error>& error) {
-            page = WebServiceBroker::getAccountFilesAndFoldersForUserName(
-                account_.username, account_.password, account_.server, account_.systemName, folder,
-                "Name", true, taken, kPageSize, &total, &error);
-            return page.has_value();
-        }),
-                "The records of the machine's runs cannot be listed");
-        for (const Value& entry : *page) {
-            if (const Dictionary* fields = entry.dictionary())
-                entries.push_back(
-                    {{platform::findText(*fields, "Name"), numberIn<std::uint64_t>(*fields, "Size"),
-                      platform::findText(*fields, "FileID")},
-                     platform::findText(*fields, "IsFolder") == "true"});
-        }
-        taken += static_cast<std::int64_t>(page->size());
-        if (page->empty() && taken < total)
-            throw RecordFault(Kind::temporary, "The list of the machine's records breaks off.");
-    } while (taken < total);
+    require(forEachEntry(account_, tries_, folder,
+                         [&entries](const Dictionary& fields) {
+                             entries.push_back({{platform::findText(fields, "Name"),
+                                                 numberIn<std::uint64_t>(fields, "Size"),
+                                                 platform::findText(fields, "FileID")},
+                                                platform::findText(fields, "IsFolder") == "true"});
+                         }),
+            "The records of the machine's runs cannot be listed");
     return entries;
 }
 

@@ -293,6 +293,7 @@ bool FilePlacer::fill(const FileTask& task, const platform::TargetFile& file, Re
         from = 0;
     }
     report.isBadContent = true;
+    report.badVersion = version;
     report.faults.push_back(report.path + ": its content is not what was stored.");
     return false;
 }
@@ -360,7 +361,8 @@ bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
     } else {
         isKept = failure->kind == FetchFailure::Kind::temporary ||
                  failure->kind == FetchFailure::Kind::interrupted;
-        report.isBadContent = failure->kind == FetchFailure::Kind::badContent;
+        report.isBadContent = failure->isLoss();
+        report.badVersion = report.isBadContent ? version : "";
         report.isTemporary = failure->kind == FetchFailure::Kind::temporary;
         report.faults.push_back(report.path + ": " + failure->reason);
     }

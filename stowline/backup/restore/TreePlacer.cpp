@@ -229,10 +229,27 @@ std::optional<TargetFolder> TreePlacer::openFolder(const std::string& relative, 
         return folder;
     const std::pair identity{status->device, status->inode};
     const std::lock_guard lock(knownFoldersMutex_);
-    if (knownFolders_.try_emplace(relative, identity).first->second == identity)
-        return folder;
-    error = ESTALE;
-    return std::nullopt;
+    if (knownFolders_.try_emplace(relative, identity).first->second != identity) {
+        error = ESTALE;
+        return std::nullopt;
+    }
+    if (!fileSystems_.contains(status->device)) {
+        auto held = folder->below("", error);
+        if (!held)
+            return std::nullopt;
+        fileSystems_.emplace(status->device, std::move(*held));
+    }
+    return folder;
+}
+
+int TreePlacer::synchronizeFileSystems() const
+{
+    int error = context_.root.synchronizeFileSystem();
+    for (const auto& [device, folder] : fileSystems_) {
+        const int other = folder.synchronizeFileSystem();
+        error = error == 0 ? other : error;
+    }
+    return error;
 }
 
 /// Whether a folder that was just made is the one that is found there: nobody else's, and empty.

@@ -43,6 +43,10 @@ public:
     /// @param found told of each item before it is put in place
     void place(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found);
 
+    /// Makes durable what was put into place, on each file system that is mounted below the root
+    /// too. After place(). @return 0, or the system's number of the first error
+    [[nodiscard]] int synchronizeFileSystems() const;
+
 private:
     /// The place of an item: the folder that it goes into, and its name there.
     struct Place {
@@ -121,9 +125,10 @@ private:
     std::string notMade_; ///< a folder whose place is taken: nothing below it is put anywhere
     bool wouldOpenMore_ = false; ///< in a dry run: a folder would be loosened
 
-    std::mutex knownFoldersMutex_;
+    std::mutex knownFoldersMutex_; ///< of what follows
     /// Device and inode of folders, by their places.
     std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> knownFolders_;
+    std::map<std::uint64_t, platform::TargetFolder> fileSystems_; ///< a folder of each, by device
 
     std::mutex mutex_; ///< of what follows
     PlacedTrees& others_;

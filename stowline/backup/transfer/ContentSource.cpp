@@ -122,10 +122,10 @@ bool ContentSource::fetchOnce(const Wanted& wanted, Part& part, int& spoiled,
                         "What the service sends does not fit its checksum, again and again."};
         return true;
     case FilePartOutcome::noSuchVersion:
-        part.failure = {Kind::badContent, "The service has no such version any more."};
+        part.failure = {Kind::missing, "The service has no such version any more."};
         return true;
     case FilePartOutcome::contentMissing:
-        part.failure = {Kind::badContent, "The service has lost its content."};
+        part.failure = {Kind::missing, "The service has lost its content."};
         return true;
     case FilePartOutcome::contentDamaged:
         part.failure = {Kind::badContent, "Its content is damaged on the service."};

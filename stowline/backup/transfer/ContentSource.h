@@ -25,11 +25,15 @@ struct FetchFailure {
         temporary,     ///< tried until the time was used up
         refused,       ///< the service said no
         interrupted,   ///< the run was asked to stop
-        badContent,    ///< the service has it no more, or what comes is not what was stored
+        missing,       ///< the service has it no more
+        badContent,    ///< what comes is not what was stored
         notConfigured, ///< the settings do not say how content is read
         notTaken,      ///< whoever it was handed to wanted no more
     } kind = Kind::failed;
     std::string reason; ///< a sentence with its full stop
+
+    /// Whether the service has not what was stored.
+    [[nodiscard]] bool isLoss() const { return kind == Kind::missing || kind == Kind::badContent; }
 };
 
 /// Leave to read an account's content, asked for when it is needed and anew before it ends. Any

@@ -360,6 +360,30 @@ FileUploader::Failure FileUploader::takeConfirmation(const platform::SourceFile&
     return readUpTo(file, held_);
 }
 
+/// Sends a part, and once more where it may have been refused for want of a ticket that is good.
+std::optional<Dictionary> FileUploader::answerToPart(std::string_view bytes,
+                                                     const std::string& identifier,
+                                                     std::optional<Error>& error) const
+{
+    for (bool isLast = !context_.tickets;; isLast = true) {
+        std::string ticket;
+        if (context_.needsTicket) {
+            const auto given = context_.tickets->ticket(error);
+            if (!given)
+                return std::nullopt;
+            ticket = *given;
+        }
+        auto answer = WebServiceBroker::uploadForUser(
+            context_.account.username, bytes, subject_.path, bytes.size(), context_.account.server,
+            context_.serverPath, identifier, &error, ticket);
+        if (answer || error || isLast)
+            return answer;
+        if (!ticket.empty())
+            context_.tickets->drop(ticket);
+        context_.needsTicket = true;
+    }
+}
+
 FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
 {
     const std::string identifier =
@@ -367,9 +391,7 @@ FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
                     Crc32::updateCRC32(0, bytes.data(), bytes.size()));
     std::optional<Dictionary> answer;
     auto failure = failureOf(context_.tries.repeat([&](std::optional<Error>& error) {
-        answer = WebServiceBroker::uploadForUser(context_.account.username, bytes, subject_.path,
-                                                 bytes.size(), context_.account.server,
-                                                 context_.serverPath, identifier, &error);
+        answer = answerToPart(bytes, identifier, error);
         return isAboutThisFile(answer, error);
     }),
                              "the service does not take it. Is there room for it?");

@@ -3,6 +3,7 @@
 
 #include "stowline/backup/Account.h"
 #include "stowline/backup/index/StoredItem.h"
+#include "stowline/backup/transfer/ContentSource.h"
 #include "stowline/backup/transfer/Pace.h"
 #include "stowline/backup/transfer/Tries.h"
 #include "stowline/backup/transfer/UploadJournal.h"
@@ -36,7 +37,10 @@ struct UploadContext {
     const UploadJournal& journal;
     BandwidthLimit& bandwidth;
     Tries& tries;
-    std::filesystem::path spoolFolder; ///< for copies of files that change; must exist
+    /// Of services that take no part without a ticket; absent: none is asked for.
+    std::optional<TicketKeeper> tickets;
+    std::atomic<bool> needsTicket = false; ///< a part was refused that had none
+    std::filesystem::path spoolFolder;     ///< for copies of files that change; must exist
     std::uint64_t partBytes = 4U << 20;
     Registration registration = Registration::protect2;
     std::uint64_t run = 0; ///< that what is stored belongs to
@@ -130,6 +134,9 @@ private:
     [[nodiscard]] bool registerInTime(ErrorSlot error) const;
     [[nodiscard]] bool registerOnce(ErrorSlot error) const;
     void takeVersion(const Dictionary& answer);
+    [[nodiscard]] std::optional<Dictionary> answerToPart(std::string_view bytes,
+                                                         const std::string& identifier,
+                                                         std::optional<Error>& error) const;
     [[nodiscard]] std::optional<Dictionary> answerAboutFile(std::optional<Error>& error) const;
     [[nodiscard]] bool isAboutThisFile(const std::optional<Dictionary>& answer,
                                        std::optional<Error>& error) const;

@@ -1,5 +1,6 @@
 #include "stowline/backup/transfer/ServiceQuestions.h"
 
+#include "stowline/backup/transfer/FolderPages.h"
 #include "stowline/backup/transfer/VersionCheck.h"
 #include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/platform/text/Numbers.h"
@@ -11,8 +12,6 @@
 namespace stowline::backup {
 
 namespace {
-
-constexpr std::int64_t kPageSize = 1000;
 
 /// Of an entry of a listing; no file's size where the service tells none.
 std::uint64_t sizeIn(const Dictionary& entry)
@@ -89,36 +88,15 @@ HeldFiles::Folder HeldFiles::listOfSystems()
 
 std::optional<StepFailure> HeldFiles::readPages(const std::string& path, Folder& folder)
 {
-    std::int64_t total = 0;
-    std::int64_t taken = 0;
-    do {
-        std::optional<Array> page;
-        auto failure = tries_.repeat([&](std::optional<Error>& error) {
-            page = WebServiceBroker::getAccountFilesAndFoldersForUserName(
-                account_.username, account_.password, account_.server, account_.systemName, path,
-                "Name", true, taken, kPageSize, &total, &error);
-            return page.has_value();
-        });
-        if (failure)
-            return failure;
-        for (const Value& entry : *page) {
-            const Dictionary* fields = entry.dictionary();
-            if (!fields)
-                continue;
-            const std::string name = platform::findText(*fields, "Name");
-            if (platform::findText(*fields, "IsFolder") == "true")
-                folder.folders.insert(name);
-            else
-                folder.files.emplace(
-                    name,
-                    HeldFile{sizeIn(*fields), platform::findText(*fields, "Checksum"),
-                             platform::leadingInteger(platform::findText(*fields, "FileID"))});
-        }
-        if (page->empty())
-            break;
-        taken += static_cast<std::int64_t>(page->size());
-    } while (taken < total);
-    return std::nullopt;
+    return forEachEntry(account_, tries_, path, [&folder](const Dictionary& entry) {
+        const std::string name = platform::findText(entry, "Name");
+        if (platform::findText(entry, "IsFolder") == "true")
+            folder.folders.insert(name);
+        else
+            folder.files.emplace(
+                name, HeldFile{sizeIn(entry), platform::findText(entry, "Checksum"),
+                               platform::leadingInteger(platform::findText(entry, "FileID"))});
+    });
 }
 
 std::optional<HeldVersion> versionOf(const Account& account, const HeldFile& file, Tries& tries,

@@ -6,6 +6,7 @@
 #include "stowline/platform/values/PropertyList.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace stowline::backup {
@@ -96,14 +97,18 @@ std::optional<JournalEntry> entryIn(const fs::path& file)
                         .checksum = static_cast<std::uint32_t>(numberAt(*fields, "checksum"))};
 }
 
-/// Whether the file of an entry is still the one that was begun.
+/// Whether the file of an entry may still be the one that was begun: also where it cannot be looked
+/// at just now.
 bool canGoOn(const JournalEntry& entry)
 {
     int error = 0;
     const auto file =
         platform::SourceFile::open(platform::SourceFile::kNoFolder, entry.path, error);
-    const auto now = file ? file->state() : std::nullopt;
-    return now && isSameState(*now, entry.state);
+    constexpr std::array another{ENOENT, ENOTDIR, ELOOP, EISDIR, ENXIO, EINVAL};
+    if (!file)
+        return std::ranges::find(another, error) == another.end();
+    const auto now = file->state();
+    return !now || isSameState(*now, entry.state);
 }
 
 } // namespace

@@ -57,6 +57,24 @@ TEST(UploadJournal, KeepsEntriesOfAnyNameAndSize)
     EXPECT_FALSE(journal.find(ann(), entry.path));
 }
 
+TEST(UploadJournal, KeepsWhatCannotBeLookedAtJustNow)
+{
+    int error = 0;
+    const test::TemporaryFolder folder;
+    const UploadJournal journal(folder.path() / "uploads");
+    folder.write("file", "x");
+    for (const std::string& path : {"/" + std::string(5000, 'x'), std::string("/nowhere"),
+                                    folder.path().string(), folder.path().string() + "/file/in"}) {
+        JournalEntry entry = entryFor(folder.path() / "file");
+        entry.path = path;
+        ASSERT_TRUE(journal.write(entry, error));
+    }
+    journal.removeOvertaken();
+    const auto left = journal.entries();
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0].path.size(), 5001U) << "a path that is too long to be opened at once";
+}
+
 TEST(UploadJournal, NothingCrossesBetweenOwners)
 {
     int error = 0;
