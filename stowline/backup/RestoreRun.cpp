@@ -371,6 +371,7 @@ private:
             break;
         case RestoredState::wouldRestore:
             ++summary_.wouldRestore;
+            summary_.bytes += item.bytes;
             break;
         case RestoredState::deleted:
         case RestoredState::wouldDelete:

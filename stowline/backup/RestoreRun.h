@@ -63,7 +63,17 @@ enum class RestoredState {
 [[nodiscard]] const char* nameOf(RestoredState state);
 
 /// What of an item does not come back, although the item does.
-enum class LossKind { owner, group, setId, capabilities, attribute, mode, time, device };
+enum class LossKind {
+    owner,
+    group,
+    setId,
+    capabilities,
+    attribute,
+    mode,
+    time,
+    device,
+    hardLink, ///< it is a file of its own
+};
 
 struct Loss {
     LossKind kind = LossKind::owner;

@@ -196,11 +196,39 @@ TEST(RestoreBadDays, AnotherFileSystemInsideTheTargetTakesItsShare)
     const fs::path back = target / account.folder.path().filename();
     const Mount disk = Mount::memory(back / "disk");
     const auto result = restore(account, target);
-    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(result.status, 3) << "no hard link leads to another file system";
+    EXPECT_TRUE(says(result, "disk/same: it cannot be made another name of " +
+                                 (account.folder.path() / "a").string() +
+                                 "; it is a file of its own now."))
+        << result.errors;
+    EXPECT_EQ(field(result, "incomplete"), 1);
+    EXPECT_EQ(field(result, "failed"), 0);
     const auto compared = test::runProgram(
         {{"/usr/bin/diff", "-r", "--no-dereference", account.folder.path(), back}});
     EXPECT_EQ(compared.status, 0) << compared.output;
     EXPECT_EQ(field(restore(account, target), "restored"), 0);
+}
+
+TEST(RestoreBadDays, FewDescriptorsAreEnough)
+{
+    const BackedUp account;
+    test::Files files;
+    for (int i = 0; i < 150; ++i)
+        files.emplace("d" + std::to_string(i % 20) + "/f" + std::to_string(i), "content");
+    account.write(files);
+    ASSERT_EQ(account.backup().status, 0);
+    for (const char* most : {"64", "128"}) {
+        const fs::path target = account.command.home().path() / most;
+        fs::create_directory(target);
+        test::ProgramRun run = account.command.run(
+            {"restore", account.folder.path(), "--machine", "iMac", "--to", target},
+            account.environment());
+        run.words.insert(
+            run.words.begin(),
+            {"/bin/sh", "-c", std::string("ulimit -n ") + most + "; exec \"$0\" \"$@\""});
+        const auto result = test::runProgram(run);
+        EXPECT_EQ(result.status, 0) << most << result.errors;
+    }
 }
 
 TEST(RestoreBadDays, NothingGoesOutsideWhileAFolderIsSwappedForALinkAllTheTime)

@@ -1,6 +1,7 @@
 #include "stowline/backup/restore/FilePlacer.h"
 
 #include "stowline/platform/desktop/Sha256.h"
+#include "stowline/platform/files/DescriptorLimit.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +16,8 @@ constexpr std::size_t kGatheringDigits = 16;
 constexpr std::size_t kPiece = 1U << 20;
 /// So many whole files wait for each other, or so many bytes.
 constexpr std::size_t kMostWaiting = 128;
+/// Of as many descriptors as this process may have, one may be such a file. It costs two.
+constexpr std::size_t kDescriptorsForEach = 8;
 constexpr std::uint64_t kMostWaitingBytes = 64U << 20;
 /// What was gone on with, from the start, and once more.
 constexpr int kMostFillings = 3;
@@ -169,6 +172,7 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
         return true;
     }
     MetadataOutcome outcome = putMetadata(*same, item, context_.owners);
+    report.losses = task.losses;
     report.state = outcome.hasChanged ? RestoredState::restored : RestoredState::unchanged;
     takeOutcome(outcome, report);
     removeLeftGathering(folder, task.temporary);
@@ -237,6 +241,7 @@ void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFo
                         RestoredItem report)
 {
     const std::string& temporary = task.temporary;
+    report.losses = task.losses;
     auto file = openGathering(*folder, temporary, report);
     int error = 0;
     const auto item = file ? file->item(error) : std::nullopt;
@@ -370,6 +375,13 @@ bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
     return false;
 }
 
+FilePlacer::FilePlacer(const PlacingContext& context)
+    : context_(context),
+      mostWaiting_(platform::descriptorLimit(kMostWaiting * kDescriptorsForEach) /
+                   kDescriptorsForEach)
+{
+}
+
 void FilePlacer::enqueue(Gathered gathered)
 {
     std::vector<Gathered> batch;
@@ -377,7 +389,7 @@ void FilePlacer::enqueue(Gathered gathered)
         const std::lock_guard lock(mutex_);
         waitingBytes_ += gathered.report.bytes;
         waiting_.push_back(std::move(gathered));
-        if (waiting_.size() < kMostWaiting && waitingBytes_ < kMostWaitingBytes)
+        if (waiting_.size() < mostWaiting_ && waitingBytes_ < kMostWaitingBytes)
             return;
         batch.swap(waiting_);
         waitingBytes_ = 0;

@@ -41,8 +41,9 @@ struct FileTask {
     StoredItem stored;
     std::string folder; ///< relative to the root; empty: the root
     std::string name;
-    std::string temporary; ///< its gathering name, which no item of the run has
-    bool hasStood = true;  ///< something of this very name stood there before the restore
+    std::string temporary;         ///< its gathering name, which no item of the run has
+    bool hasStood = true;          ///< something of this very name stood there before the restore
+    std::vector<Loss> losses = {}; ///< of it that are known before
 };
 
 /// What all files of a restore share.
@@ -72,7 +73,7 @@ struct PlacingContext {
 /// file system makes all of them durable before they get their names; finish() ends that.
 class FilePlacer {
 public:
-    explicit FilePlacer(const PlacingContext& context) : context_(context) {}
+    explicit FilePlacer(const PlacingContext& context);
 
     void place(const FileTask& task);
 
@@ -116,6 +117,7 @@ private:
     static void leaveUnsafe(Gathered& gathered, int error);
 
     const PlacingContext& context_;
+    const std::size_t mostWaiting_;
     std::mutex naming_; ///< where a file system cannot look and rename at once
     std::mutex mutex_;  ///< of what follows
     std::vector<Gathered> waiting_;

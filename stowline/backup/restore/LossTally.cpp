@@ -21,7 +21,8 @@ constexpr std::array kWords{
     Words{LossKind::attribute, "Extended attributes of {} items cannot be put back"},
     Words{LossKind::mode, "The modes of {} items cannot be put back"},
     Words{LossKind::time, "The times of {} items cannot be put back"},
-    Words{LossKind::device, "{} devices are left out; they are put back when that is asked for"},
+    Words{LossKind::device, "{} devices are left out; --devices puts them back"},
+    Words{LossKind::hardLink, "{} names of hard links are files of their own now"},
 };
 
 std::string sentenceFor(const LossCount& count)

@@ -67,7 +67,7 @@ std::optional<RestoredItem> refusedDevice(const ItemRecord& item, const RestoreR
         report.state = RestoredState::skipped;
         report.losses.push_back(
             {LossKind::device, true,
-             item.path + ": devices are only put back when that is asked for."});
+             item.path + ": devices are only put back when that is asked for (--devices)."});
         return report;
     }
     if (platform::mayMakeDevices())
@@ -506,7 +506,8 @@ void TreePlacer::takeFurtherName(const StoredItem& stored, bool hasStood)
     const auto substitute = others_.substitutes.find(original);
     const std::string first =
         substitute == others_.substitutes.end() ? original : substitute->second;
-    if (first != path && isInPlace(first) && linkTo(first, stored, hasStood))
+    const bool isLinkable = first != path && isInPlace(first);
+    if (isLinkable && linkTo(first, stored, hasStood))
         return;
     if (stored.item.kind != ItemKind::file) {
         takeSpecial(stored, hasStood);
@@ -519,8 +520,12 @@ void TreePlacer::takeFurtherName(const StoredItem& stored, bool hasStood)
     StoredItem own = stored;
     own.content = source->content;
     const Place place = placeOf(path);
-    files_.place(
-        {own, place.folder, place.name, temporaryFor(path, own.content->digest), hasStood});
+    FileTask task{own, place.folder, place.name, temporaryFor(path, own.content->digest), hasStood};
+    if (isLinkable && !context_.request.isDryRun)
+        task.losses.push_back({.kind = LossKind::hardLink,
+                               .sentence = path + ": it cannot be made another name of " + first +
+                                           "; it is a file of its own now."});
+    files_.place(task);
     files_.finish(); // the next name is linked to it
     others_.substitutes[original] = path;
 }

@@ -1,8 +1,9 @@
 #include "stowline/platform/http/KeptConnections.h"
 
+#include "stowline/platform/files/DescriptorLimit.h"
+
 #include <algorithm>
 #include <new>
-#include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
 
@@ -13,15 +14,11 @@ namespace {
 /// Also of many threads, each of which leaves some: a server's descriptors are not ours to hold.
 constexpr std::size_t kMostKept = 64;
 /// Of how many descriptors that this process may have one may be a kept connection.
-constexpr rlim_t kDescriptorsForEach = 32;
+constexpr std::size_t kDescriptorsForEach = 32;
 
 std::size_t mostKept()
 {
-    struct rlimit limit = {};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
-        return kMostKept;
-    return static_cast<std::size_t>(
-        std::min<rlim_t>(kMostKept, limit.rlim_cur / kDescriptorsForEach));
+    return descriptorLimit(kMostKept * kDescriptorsForEach) / kDescriptorsForEach;
 }
 
 } // namespace

@@ -1,12 +1,13 @@
 #include "stowline/platform/network/Sockets.h"
 
+#include "stowline/platform/files/DescriptorLimit.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -48,9 +49,7 @@ bool await(int socket, short event, std::chrono::milliseconds atMost)
 
 void resetOnClose(std::uint16_t remotePort)
 {
-    rlimit limit{};
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    const int end = static_cast<int>(limit.rlim_cur < 65536 ? limit.rlim_cur : 65536);
+    const int end = static_cast<int>(descriptorLimit(65536));
     for (int descriptor = 3; descriptor < end; ++descriptor) {
         if (remoteAddressOf(descriptor).port != remotePort)
             continue;
