@@ -29,13 +29,15 @@ struct Options {
     backup::BackupRequest request; ///< what comes from flags of this command alone
 };
 
-/// A file, or standard input for "-". Says what goes wrong.
+/// A file, or standard input for "-".
 std::optional<std::string> contentOf(const std::string& file)
 {
-    auto content = platform::readFile(file == "-" ? "/dev/stdin" : file);
-    if (!content)
-        output().complain("The file " + file + " cannot be read.");
-    return content;
+    return platform::readFile(file == "-" ? "/dev/stdin" : file);
+}
+
+std::string unreadable(const std::string& file)
+{
+    return "The file " + file + " cannot be read.";
 }
 
 /// Whether it names something below a folder: not the folder, and nothing beside it.
@@ -46,7 +48,7 @@ bool isNameBelow(const std::filesystem::path& name)
            *normal.begin() != "..";
 }
 
-void sayNothingIsNamed(const std::string& profile)
+std::string nothingIsNamed(const std::string& profile)
 {
     const auto& known = configuredProfiles();
     const bool isConfigured = std::ranges::find(known, profile) != known.end();
@@ -59,25 +61,26 @@ void sayNothingIsNamed(const std::string& profile)
         sentence = fmt::format("There is no [profile.{}] in the configuration file.{} Please add "
                                "it with its paths, or name PATH, --files-from or --stdin.",
                                profile, suggestion(profile, known));
-    output().complain(sentence);
+    return sentence;
 }
 
-/// Everything that is named, in whichever way. @return false after saying what is wrong
-bool readLists(Options& options)
+/// Everything that is named, in whichever way. @return what is wrong with it; absent when nothing
+/// is
+std::optional<std::string> faultInLists(Options& options)
 {
     // What a service manager passes names nothing, unless there is something of that name.
     std::error_code unknown;
     if (!std::filesystem::exists(std::filesystem::symlink_status(kScheduledLaunch, unknown)))
         std::erase(options.paths, kScheduledLaunch);
     if (!options.streamName.empty() && (!options.paths.empty() || !options.filesFrom.empty())) {
-        output().complain("--stdin stores standard input alone, and PATH or --files-from was given "
-                          "too. Please run \"stowline backup\" once for each.");
-        return false;
+        return "--stdin stores standard input alone, and PATH or --files-from was given too. "
+               "Please "
+               "run \"stowline backup\" once for each.";
     }
     for (const std::string& file : options.filesFrom) {
         const auto content = contentOf(file);
         if (!content)
-            return false;
+            return unreadable(file);
         const auto listed = backup::pathsOfList(*content);
         if (listed.empty()) // what makes the list may have failed, and no backup would say so
             output().note((file == "-" ? "Standard input" : file) +
@@ -87,36 +90,30 @@ bool readLists(Options& options)
     for (const std::string& file : options.excludeFrom) {
         const auto content = contentOf(file);
         if (!content)
-            return false;
+            return unreadable(file);
         if (const auto line = backup::TreeRules().excludeLines(*content)) {
-            output().complain(fmt::format("Line {} of {} is not a pattern.", *line, file));
-            return false;
+            return fmt::format("Line {} of {} is not a pattern.", *line, file);
         }
         options.request.rules.excludeLines += *content + "\n";
     }
-    if (const auto fault = backup::faultIn(options.request.rules)) {
-        output().complain(*fault);
-        return false;
-    }
+    if (const auto fault = backup::faultIn(options.request.rules))
+        return fault;
     if (!options.streamName.empty() && !isNameBelow(options.streamName)) {
-        output().complain("\"" + options.streamName +
-                          "\" cannot be the name of --stdin. Please give one as \"dump.sql\" or "
-                          "\"db/dump.sql\".");
-        return false;
+        return "\"" + options.streamName +
+               "\" cannot be the name of --stdin. Please give one as \"dump.sql\" or "
+               "\"db/dump.sql\".";
     }
     if (!options.paths.empty() || !options.streamName.empty())
-        return true;
+        return std::nullopt;
     if (options.filesFrom.empty())
-        sayNothingIsNamed(options.flags.profile);
-    else
-        output().complain("There is nothing to back up: no list of --files-from names a path.");
-    return false;
+        return nothingIsNamed(options.flags.profile);
+    return "There is nothing to back up: no list of --files-from names a path.";
 }
 
 ExitStatus backUpPaths(Options& options)
 {
-    if (!readLists(options))
-        return output().finish(ExitStatus::usage);
+    if (const auto fault = faultInLists(options))
+        return output().fail(ExitStatus::usage, *fault);
     return backUp(options.session, options.flags, [&options](backup::BackupRequest& request) {
         const backup::BackupRequest& more = options.request;
         request.paths = options.paths;

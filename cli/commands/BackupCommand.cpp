@@ -25,9 +25,10 @@ void BackupFlags::declare(const Command& command)
         .between(1, 64)
         .showsDefault();
     command
-        .addOption("--retry-time", retrySeconds,
-                   "Seconds to try one part, registration or question before giving up; when they are "
-                   "used up, each that follows is tried once until one succeeds again")
+        .addOption(
+            "--retry-time", retrySeconds,
+            "Seconds to try one part, registration or question before giving up; when they are "
+            "used up, each that follows is tried once until one succeeds again")
         .between(0.0, 86400.0)
         .showsDefault();
     command.addOption("--allow-changing", allowChanging,

@@ -37,6 +37,14 @@ double inMilliseconds(double seconds)
     return std::round(seconds * 1000) / 1000;
 }
 
+/// Items that were found and did not end: only of a run that was cut off.
+std::uint64_t unfinishedOf(const BackupSummary& summary)
+{
+    const std::uint64_t ended = summary.stored + summary.wouldStore + summary.unchanged +
+                                summary.recorded + summary.excluded + summary.failed;
+    return summary.found > ended ? summary.found - ended : 0;
+}
+
 Fields fieldsOf(const BackupSummary& summary)
 {
     Fields fields{{"found", summary.found},
@@ -58,6 +66,7 @@ Fields fieldsOf(const BackupSummary& summary)
                   {"record", summary.recordDigest},
                   {"record_items", summary.recordItems},
                   {"record_bytes", summary.recordBytes},
+                  {"unfinished", unfinishedOf(summary)},
                   {"vanished_versions", summary.vanishedVersions},
                   {"still_lost", summary.stillLost}};
     return fields;
@@ -163,10 +172,8 @@ std::string backupSentences(const BackupSummary& summary)
         say("Kept as an earlier run saw them, because this one could not look: " +
             countText(summary.carriedForward, "item", "items") + ".");
     say("Failed: " + countText(summary.failed, "item", "items") + ".");
-    const std::uint64_t ended = summary.stored + summary.wouldStore + summary.unchanged +
-                                summary.recorded + summary.excluded + summary.failed;
-    if (summary.found > ended)
-        say("Not finished: " + countText(summary.found - ended, "item", "items") + ".");
+    if (const std::uint64_t unfinished = unfinishedOf(summary))
+        say("Not finished: " + countText(unfinished, "item", "items") + ".");
     say(fmt::format("{} in all, in {}.", countText(summary.found, "item", "items"),
                     durationText(std::chrono::duration<double>(summary.seconds))));
     if (summary.run > 0)

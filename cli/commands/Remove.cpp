@@ -100,7 +100,13 @@ ExitStatus removeWholeFolder(const RemoveOptions& options)
     if (refused)
         return *refused;
     // Also where the deletion is not waited for to its end.
-    noteDeletion();
+    if (const auto folder = platform::stateFolder())
+        backup::noteDeletedFolder(*folder,
+                                  {.username = session->username,
+                                   .password = {},
+                                   .server = {},
+                                   .systemName = options.folder.systemName},
+                                  remotePathFor(options.folder.path));
     return removeFolder(*session, options.folder);
 }
 

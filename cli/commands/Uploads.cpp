@@ -77,6 +77,10 @@ ExitStatus abandonUploads(const AbandonOptions& options)
     for (const backup::UnfinishedUpload& upload : *uploads)
         known.push_back(upload.id);
     const std::vector<std::string>& ids = options.all ? known : options.ids;
+    if (ids.empty()) {
+        output().note("No upload is unfinished.");
+        return output().finish(ExitStatus::done, {{"abandoned", 0}});
+    }
     for (const std::string& id : ids) {
         if (std::ranges::find(known, id) == known.end())
             return output().fail(ExitStatus::notFound, "The upload " + id +

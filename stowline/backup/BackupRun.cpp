@@ -296,8 +296,8 @@ private:
         if (folders.count() > 0)
             accounts_.note("An earlier backup of " + folders.text() +
                            " was cut off, and none has been whole since: what is stored of it may "
-                           "be incomplete. Please back it up again; what is gone meanwhile, with "
-                           "the folder above it.");
+                           "be incomplete. Please back it up again; where it is gone meanwhile, "
+                           "back up the folder that it was in.");
     }
 
     std::string uploadPath()
@@ -516,20 +516,34 @@ private:
         }
     }
 
-    /// What the service has lost and this run did not meet, so that it was not sent again.
+    /// What the service has lost and this run did not meet, so that it was not sent again. What a
+    /// person had deleted is not lost.
     void tellWhatStaysLost()
     {
+        const std::vector<std::string> deleted = state_->deletedFolders(request_.account);
+        const auto isDeleted = [&deleted](const std::string& path) {
+            return std::ranges::any_of(deleted, [&path](const std::string& folder) {
+                return path.starts_with(folder.ends_with('/') ? folder : folder + "/");
+            });
+        };
         ShortList lost;
-        for (const std::string& path : index_->lostAndNotMet())
-            lost.add(path);
+        ShortList gone;
+        for (const std::string& path : index_->lostAndNotMet()) {
+            (isDeleted(path) ? gone : lost).add(path);
+            if (isDeleted(path))
+                index_->remove(path);
+        }
+        if (gone.count() > 0)
+            accounts_.note("Not part of the backup any more, for it was deleted on the service: " +
+                           gone.text() + ".");
         if (lost.count() == 0)
             return;
         accounts_.lost(lost.count());
         accounts_.problem(fmt::format(
-            "The service has lost what was stored of {}, which this run did not send "
-            "again: {}. Please back up {} too, as long as {} there.",
-            platform::countText(lost.count(), "file", "files"), lost.text(),
-            lost.count() == 1 ? "it" : "them", lost.count() == 1 ? "it is" : "they are"));
+            "The service does not have what was stored of {} any more, and this run did not look "
+            "at {}: {}. Please back up {} too; where a file is gone, the folder that it was in.",
+            platform::countText(lost.count(), "file", "files"), lost.count() == 1 ? "it" : "them",
+            lost.text(), lost.count() == 1 ? "it" : "them"));
     }
 
     void end()

@@ -163,6 +163,13 @@ struct BackupSummary {
 [[nodiscard]] BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
                                       const StopRequest& stop) noexcept;
 
+/// Notes that a person had the service delete a folder of a machine: what it does not hold below it
+/// any more, and no run looks at, is no loss for the next runs, but not part of the backup any
+/// more. Takes also for what noteDeletedVersions() is for. Nothing is thrown.
+/// @param folder as an item's path
+void noteDeletedFolder(const std::filesystem::path& stateFolder, const Account& account,
+                       const std::string& folder) noexcept;
+
 /// Notes that stored versions were deleted, or found to be lost: the next run of each profile asks
 /// the service after all that it relies on, and not after some. Where the note cannot be kept the
 /// runs find out by and by. Nothing is thrown.

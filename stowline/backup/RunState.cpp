@@ -34,6 +34,7 @@ std::string serviceOrigin()
 constexpr const char* kProfiles = "profiles";
 constexpr const char* kBegunFolder = "begun";
 constexpr const char* kDeletionNote = "versions-deleted";
+constexpr const char* kFolderNote = "folders-deleted";
 
 std::string reasonOf(int systemError)
 {
@@ -210,6 +211,41 @@ void noteDeletedVersions(const fs::path& stateFolder, std::span<const std::strin
     }
 }
 
+void noteDeletedFolder(const fs::path& stateFolder, const Account& account,
+                       const std::string& folder) noexcept
+{
+    noteDeletedVersions(stateFolder);
+    try {
+        std::error_code fault;
+        if (!fs::exists(stateFolder, fault))
+            return;
+        int unimportant = 0; // for a profile that is not found it is a loss, which is told
+        for (const fs::path& profile : profileFolders(stateFolder, unimportant)) {
+            std::string text = platform::readRegularFile(profile / kFolderNote).value_or("");
+            for (const std::string& part : {account.username, account.systemName, folder})
+                text += part + '\0';
+            if (platform::makePrivateFolder(profile))
+                (void)platform::writeFileAtomically(profile / kFolderNote, text);
+        }
+    } catch (const std::bad_alloc&) { // the same
+    }
+}
+
+std::vector<std::string> RunState::deletedFolders(const Account& account) const
+{
+    std::vector<std::string> folders;
+    std::istringstream text(platform::readRegularFile(folder_ / kFolderNote).value_or(""));
+    std::string username;
+    std::string system;
+    std::string folder;
+    while (std::getline(text, username, '\0') && std::getline(text, system, '\0') &&
+           std::getline(text, folder, '\0')) {
+        if (username == account.username && system == account.systemName)
+            folders.push_back(folder);
+    }
+    return folders;
+}
+
 std::vector<std::string> RunState::begunFolders(const UploadOwner& owner) const
 {
     std::vector<std::string> folders;
@@ -257,6 +293,7 @@ void RunState::dropDeletionNote() const
 {
     std::error_code unimportant; // one that stays costs a longer question
     fs::remove(folder_ / kDeletionNote, unimportant);
+    fs::remove(folder_ / kFolderNote, unimportant);
 }
 
 UploadOwner RunState::owner(const Account& account, const ChainIdentity& identity)

@@ -57,6 +57,9 @@ public:
                                        const std::string& profile,
                                        Leftovers leftovers = Leftovers::takenOut);
 
+    /// What noteDeletedFolder() noted of this account's machine; gone with the deletion note.
+    [[nodiscard]] std::vector<std::string> deletedFolders(const Account& account) const;
+
     /// Whether versions were deleted since the last run that asked about all of them.
     [[nodiscard]] bool hasDeletionNote() const;
     /// Versions that were found to hold other bytes than were stored.

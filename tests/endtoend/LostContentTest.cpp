@@ -81,9 +81,10 @@ TEST_F(LostContent, OfAPathThatIsNotBackedUpNowIsNoSuccessAndStaysTold)
         return account_.run(words);
     };
     fs::remove(contentOf(account_, account_.folder.path(), "a"));
-    const std::string told = "The service has lost what was stored of 1 file, which this run did "
-                             "not send again: " +
-                             (account_.folder.path() / "a").string() + ".";
+    const std::string told =
+        "The service does not have what was stored of 1 file any more, and this "
+        "run did not look at it: " +
+        (account_.folder.path() / "a").string() + ".";
     const auto first = run("other", {"--trust-nothing"});
     EXPECT_EQ(first.status, 3) << first.errors;
     EXPECT_NE(first.errors.find(told), std::string::npos) << first.errors;
@@ -232,16 +233,47 @@ protected:
     fs::path lost_;
 };
 
+TEST(DeletedFolder, IsNoLossForRunsThatDoNotLookAtIt)
+{
+    const BackedUp account;
+    account.write({{"a/one", "content"}, {"b/two", "some more"}});
+    const auto backup = [&account](const std::string& name) {
+        return account.run({"backup", "--json", "--system", "iMac", account.folder.path() / name});
+    };
+    ASSERT_EQ(account.backup().status, 0);
+    ASSERT_EQ(account.run({"rm", account.folder.path() / "b", "--system", "iMac", "--yes"}).status,
+              0);
+    const auto first = backup("a");
+    EXPECT_EQ(first.status, 0) << first.errors;
+    EXPECT_NE(first.errors.find("it was deleted on the service: " +
+                                (account.folder.path() / "b/two").string() + "."),
+              std::string::npos)
+        << first.errors;
+    const auto second = backup("a");
+    EXPECT_EQ(second.status, 0);
+    EXPECT_EQ(second.errors, "");
+    EXPECT_EQ(account.run({"verify", "--machine", "iMac"}).status, 0);
+    // As long as it is here it is backed up again.
+    EXPECT_EQ(field(backup("b"), "stored"), 1);
+    EXPECT_EQ(account.stored().size(), 2U);
+    // What the service lost by itself is a loss, whatever was deleted once.
+    fs::remove(contentOf(account, account.folder.path() / "b", "two"));
+    const auto lost = account.run(
+        {"backup", "--json", "--system", "iMac", "--trust-nothing", account.folder.path() / "a"});
+    EXPECT_EQ(lost.status, 3) << lost.errors;
+}
+
 TEST_F(LostElsewhere, EndsEveryRunThatDoesNotLookAtItAndStaysInTheRecord)
 {
     EXPECT_EQ(verified(), 7);
     for (int run = 2; run < 4; ++run) {
         const auto result = backup({"a"});
         EXPECT_EQ(result.status, 3) << result.errors;
-        EXPECT_NE(result.errors.find("lost what was stored of 1 file, which this run did not send "
-                                     "again: " +
-                                     (account_.folder.path() / "b/two").string() + "."),
-                  std::string::npos)
+        EXPECT_NE(
+            result.errors.find("not have what was stored of 1 file any more, and this run did not "
+                               "look at it: " +
+                               (account_.folder.path() / "b/two").string() + "."),
+            std::string::npos)
             << result.errors;
         EXPECT_EQ(field(result, "stored"), 0) << result.output;
         EXPECT_EQ(verified(), 7);

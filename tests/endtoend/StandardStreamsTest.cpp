@@ -102,7 +102,7 @@ TEST(StandardStreams, EveryCommandSurvivesAStandardErrorThatTakesNothing)
         {{"signup", "-u", "ann", "--email", "a@b.c"}, 6},
         {{"signin", "-u", "nobody"}, 12},
         {{"ls", "-u", "ann", "/nowhere"}, 4},
-        {{"rm", "-u", "ann", "/nowhere"}, 2},
+        {{"rm", "-u", "ann", "/nowhere"}, 4},
         {{"checksum", "/nowhere"}, 4},
         {{"copy", "/nowhere", "/there"}, 4},
         {{"paths", "/nowhere"}, 4},
