@@ -124,7 +124,7 @@ void Relay::serve(const std::string& request, const RawConnection& connection)
     const std::string bytes = answer.head + std::string(kEndOfLine) + answer.body;
     bool isOpen = connection.send(bytes.substr(0, answer.cutAfter));
     while (isOpen && answer.isEndless)
-        isOpen = connection.send(answer.body);
+        isOpen = (!answer.goesOn || answer.goesOn()) && connection.send(answer.body);
 }
 
 } // namespace stowline::test

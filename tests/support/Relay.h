@@ -17,6 +17,7 @@ struct RelayedAnswer {
     std::string body;
     bool isRaw = false;     ///< otherwise the head's stated length is made that of the body
     bool isEndless = false; ///< the body is sent again and again, until the other side hangs up
+    std::function<bool()> goesOn = {};        ///< of an endless one: asked after each body
     std::size_t cutAfter = std::string::npos; ///< bytes of head and body together
 
     /// Sets a header that is there, or adds it.
