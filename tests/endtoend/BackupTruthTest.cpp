@@ -1,7 +1,6 @@
 // What a backup says of itself is true: everything that is found is accounted for, and a success is
 // one.
-#include "tests/endtoend/BackedUp.h"
-#include "tests/endtoend/Relayed.h"
+#include "tests/endtoend/HeldAnswers.h"
 #include "tests/support/MountNamespace.h"
 
 #include <gtest/gtest.h>
@@ -19,6 +18,7 @@ namespace {
 using test::BackedUp;
 using test::field;
 using test::Files;
+using test::HeldAnswers;
 using test::noise;
 using test::Words;
 
@@ -220,13 +220,16 @@ TEST(BackupTruth, WhatIsReadAndTheSameIsNotSent)
     EXPECT_EQ(field(result, "unchanged"), 1);
 }
 
-/// Ends a slow run without warning once so many bytes are confirmed.
-void cutOff(const BackedUp& account, std::uint64_t bytes)
+/// Ends a run without warning when so many bytes of a file are confirmed and the answer to the part
+/// after them is on its way.
+void cutOff(const BackedUp& account, HeldAnswers& answers, std::uint64_t bytes)
 {
-    test::BackgroundProgram run(account.backupRun({"--part-size", "64k", "--bwlimit", "320k"}));
-    account.awaitSent(bytes);
+    answers.hold(test::partsFrom(account, bytes));
+    test::BackgroundProgram run(account.backupRun({"--part-size", "64k"}));
+    ASSERT_TRUE(answers.await()) << run.wait().errors;
     run.signal(SIGKILL);
-    (void)run.wait();
+    EXPECT_EQ(run.wait().status, 1000 + SIGKILL);
+    answers.release();
 }
 
 TEST(BackupTruth, AFileReplacedDuringAnInterruptionIsNoMixture)
@@ -235,7 +238,8 @@ TEST(BackupTruth, AFileReplacedDuringAnInterruptionIsNoMixture)
     const auto file = account.folder.path() / "big";
     account.write({{"big", noise(10 * 65536, 1)}});
     const auto time = std::filesystem::last_write_time(file);
-    cutOff(account, 3 * 65536);
+    HeldAnswers answers(account);
+    cutOff(account, answers, 3 * 65536);
     account.write({{"big", noise(10 * 65536, 2)}}); // the same size, the same inode
     std::filesystem::last_write_time(file, time);
     EXPECT_EQ(account.backup().status, 0);
@@ -257,7 +261,8 @@ TEST(BackupTruth, AnUploadOfOneAccountNeverGoesIntoAnother)
 {
     const BackedUp account;
     account.write({{"big", noise(10 * 65536, 1)}});
-    cutOff(account, 3 * 65536);
+    HeldAnswers answers(account);
+    cutOff(account, answers, 3 * 65536);
     const test::Environment bob{{"STOWLINE_USERNAME", "bob"}, {"STOWLINE_PASSWORD", "b"}};
     ASSERT_EQ(account.command(Words{"signup", "--email", "b@b.c"}, bob).status, 0);
     const auto result =
@@ -384,24 +389,6 @@ TEST(BackupTruth, VerboseNamesEachItemWithItsState)
     EXPECT_NE(result.output.find("excluded"), std::string::npos);
 }
 
-TEST(BackupTruth, TheFirstRequestToStopEndsTheRunInEveryWait)
-{
-    for (const char* fault : {"UploadFilePart:*:stall", "protect2:*:stall", "GetPhyPath:*:stall",
-                              "GetServerPartInfo:*:stall", "UploadFilePart:*:drip",
-                              "protect2:*:drip", "GetAccountSystems:*:stall"}) {
-        const BackedUp account({"--fault", fault});
-        account.write({{"a", noise(1000, 1)}});
-        test::BackgroundProgram run(account.backupRun());
-        std::this_thread::sleep_for(std::chrono::milliseconds(1500)); // it waits by then
-        const auto start = std::chrono::steady_clock::now();
-        run.signal(SIGINT);
-        const auto result = run.wait();
-        EXPECT_EQ(result.status, 130) << fault << result.errors;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4)) << fault;
-        EXPECT_EQ(field(result, "status"), "interrupted") << fault;
-    }
-}
-
 TEST(BackupTruth, StandardInputIsStoredUnderAName)
 {
     const BackedUp account;
@@ -499,9 +486,12 @@ TEST(BackupTruth, AFileThatNeverRestsIsStoredFromACopy)
     const BackedUp account;
     account.write({{"log", noise(200000, 1)}});
     const auto file = account.folder.path() / "log";
-    test::BackgroundProgram run(account.backupRun({"--part-size", "32k", "--bwlimit", "100k"}));
-    account.awaitSent(32768);
+    HeldAnswers answers(account);
+    answers.hold(test::partsFrom(account, 32768));
+    test::BackgroundProgram run(account.backupRun({"--part-size", "32k"}));
+    ASSERT_TRUE(answers.await()) << run.wait().errors;
     std::ofstream(file, std::ios::app) << "more";
+    answers.release();
     const auto result = run.wait();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "changed_while_read"), 0);
@@ -543,12 +533,17 @@ TEST(BackupTruth, WhatAKilledRunHadStoredLeavesNoEntryAndCanBeGivenBack)
     const BackedUp account;
     const Files files{{"a", "small"}, {"b", ""}, {"big", noise(400000, 1)}};
     account.write(files);
-    test::BackgroundProgram run(
-        account.backupRun({"--part-size", "16k", "--bwlimit", "128k", "--jobs", "3"}));
-    // By then the small ones are registered; whether the index says so is the kill's luck.
-    account.awaitSent(64U << 10);
+    HeldAnswers answers(account);
+    answers.hold(test::partsFrom(account, 64U << 10, "big"));
+    test::BackgroundProgram run(account.backupRun({"--part-size", "16k", "--jobs", "3"}));
+    ASSERT_TRUE(answers.await()) << run.wait().errors;
+    // Whether the index says of the small ones that they are registered is the kill's luck.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    while (account.stored().size() < 2 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // another process's database
     run.signal(SIGKILL);
     EXPECT_EQ(run.wait().status, 1000 + SIGKILL);
+    answers.release();
     const auto result = account.backup();
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_TRUE(account.journal().entries().empty());

@@ -1,12 +1,10 @@
 // The first request to stop ends a command, whichever answer of the service it waits for.
-#include "tests/endtoend/Relayed.h"
+#include "tests/endtoend/HeldAnswers.h"
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <csignal>
 #include <filesystem>
-#include <mutex>
 
 namespace stowline {
 namespace {
@@ -14,58 +12,21 @@ namespace {
 namespace fs = std::filesystem;
 using test::BackedUp;
 using test::field;
+using test::HeldAnswers;
 using test::noise;
-using test::Relayed;
 using test::Words;
-
-/// Holds back the answers to one kind of request.
-class Stall {
-public:
-    explicit Stall(std::string call) : call_(std::move(call)) {}
-    ~Stall() { release(); }
-    Stall(const Stall&) = delete;
-    Stall& operator=(const Stall&) = delete;
-
-    /// In a thread of the relay: waits when it is such a request.
-    void meet(const std::string& request)
-    {
-        if (Relayed::callOf(request) != call_)
-            return;
-        std::unique_lock lock(mutex_);
-        isMet_ = true;
-        change_.notify_all();
-        change_.wait(lock, [this] { return isReleased_; });
-    }
-    /// @return false when no such request came
-    [[nodiscard]] bool awaitRequest()
-    {
-        std::unique_lock lock(mutex_);
-        return change_.wait_for(lock, std::chrono::seconds(60), [this] { return isMet_; });
-    }
-    void release()
-    {
-        const std::lock_guard lock(mutex_);
-        isReleased_ = true;
-        change_.notify_all();
-    }
-
-private:
-    const std::string call_;
-    std::mutex mutex_;
-    std::condition_variable change_;
-    bool isMet_ = false;
-    bool isReleased_ = false;
-};
 
 struct Wait {
     std::string command;
     std::string call;
     int signal = SIGINT;
+    HeldAnswers::Form form = HeldAnswers::Form::silent;
 };
 
 void PrintTo(const Wait& wait, std::ostream* stream)
 {
-    *stream << wait.command << " in " << wait.call;
+    *stream << wait.command << " in " << wait.call
+            << (wait.form == HeldAnswers::Form::dripping ? ", which drips" : "");
 }
 
 class Interruption : public testing::TestWithParam<Wait> {
@@ -97,18 +58,15 @@ protected:
 TEST_P(Interruption, EndsTheCommandAtOnce)
 {
     const Wait& wait = GetParam();
-    Stall stall(wait.call);
-    Relayed relayed(account_);
-    relayed.relay.setChange(
-        [&stall](const std::string& request, test::RelayedAnswer&) { stall.meet(request); });
+    HeldAnswers answers(account_);
+    answers.hold(test::callsOf(wait.call), wait.form);
     test::BackgroundProgram program(run());
-    ASSERT_TRUE(stall.awaitRequest()) << program.wait().errors;
+    ASSERT_TRUE(answers.await()) << program.wait().errors;
     const auto start = std::chrono::steady_clock::now();
     program.signal(wait.signal);
     const auto result = program.wait();
     const auto took = std::chrono::steady_clock::now() - start;
-    stall.release();
-    relayed.relay.setChange({});
+    answers.release();
     // Two seconds and what a busy machine makes of them; the answer would never have come.
     EXPECT_LT(took, std::chrono::seconds(15));
     EXPECT_EQ(result.status, wait.signal == SIGINT ? 130 : 143) << result.errors;
@@ -124,7 +82,7 @@ std::vector<Wait> waits()
         {"backup",
          {"Authenticate", "GetPhyPath", "GetAccountSystems", "GetAccountFilesAndFolders",
           "GetRestoreTicket", "/DownloadFilePart", "getMetaDataAboutFilesToRecover",
-          "/UploadFilePart", "protect2"}},
+          "/UploadFilePart", "protect2", "/GetServerPartInfo"}},
         {"restore",
          {"Authenticate", "GetAccountSystems", "GetAccountFilesAndFolders", "GetFileVersions",
           "GetRestoreTicket", "/DownloadFilePart"}},
@@ -136,14 +94,20 @@ std::vector<Wait> waits()
         for (const std::string& call : calls)
             for (const int signal : {SIGINT, SIGTERM})
                 waits.push_back({command, call, signal});
+    for (const char* call : {"/UploadFilePart", "protect2"})
+        waits.push_back({"backup", call, SIGINT, HeldAnswers::Form::dripping});
+    for (const char* call : {"/DownloadFilePart", "GetFileVersions"})
+        waits.push_back({"restore", call, SIGINT, HeldAnswers::Form::dripping});
     return waits;
 }
 
 INSTANTIATE_TEST_SUITE_P(InEveryWait, Interruption, testing::ValuesIn(waits()),
                          [](const auto& test) {
                              const Wait& wait = test.param;
-                             std::string name = wait.command + "_" + wait.call +
-                                                (wait.signal == SIGINT ? "_INT" : "_TERM");
+                             std::string name =
+                                 wait.command + "_" + wait.call +
+                                 (wait.signal == SIGINT ? "_INT" : "_TERM") +
+                                 (wait.form == HeldAnswers::Form::dripping ? "_Drip" : "");
                              std::erase(name, '/');
                              return name;
                          });
