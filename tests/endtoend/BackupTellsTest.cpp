@@ -1,6 +1,6 @@
 // What a run must tell, because who is not told believes that all is well: disks that are not
 // mounted, rules that match nothing, runs that meet.
-#include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/HeldAnswers.h"
 #include "tests/support/MountNamespace.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
@@ -16,6 +16,7 @@ namespace fs = std::filesystem;
 using test::BackedUp;
 using test::field;
 using test::Files;
+using test::HeldAnswers;
 using test::noise;
 using test::Words;
 
@@ -425,24 +426,20 @@ TEST(BackupTells, ThatAFolderInThePlaceOfTheIndexIsSetAside)
 
 // ---- runs that meet ----
 
-/// A run that is under way until it is ended.
-test::ProgramRun slowRun(const BackedUp& account, Words more)
-{
-    more.insert(more.end(), {"--part-size", "16k", "--bwlimit", "64k"});
-    return account.backupRun(std::move(more));
-}
-
 TEST(TwoRuns, OfTwoProfilesWorkSideBySide)
 {
     const BackedUp account;
     account.write({{"big", noise(400000, 1)}});
-    test::BackgroundProgram first(slowRun(account, {}));
-    account.awaitSent(1);
+    HeldAnswers answers(account);
+    answers.hold(test::partsFrom(account, 16384));
+    test::BackgroundProgram first(account.backupRun({"--part-size", "16k"}));
+    ASSERT_TRUE(answers.await()) << first.wait().errors;
     const auto second = account.backup({"--profile", "night"});
     EXPECT_EQ(second.status, 0) << second.errors;
     EXPECT_EQ(field(second, "stored"), 1);
     EXPECT_EQ(field(second, "run"), 1); // of a chain of its own
     EXPECT_TRUE(first.isRunning());
+    answers.release();
     EXPECT_EQ(first.wait().status, 0);
     EXPECT_TRUE(account.journal().entries().empty());
 }
@@ -451,44 +448,38 @@ TEST(TwoRuns, OfOneProfileAreToldWhichAndLeaveItAlone)
 {
     const BackedUp account;
     account.write({{"big", noise(400000, 1)}});
-    test::BackgroundProgram first(slowRun(account, {"--profile", "night"}));
-    const fs::path profiles = account.command.home().path() / ".local/state/stowline/profiles";
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    const auto isUnderWay = [&account] {
-        return account.run({"uploads", "list"}).output.find("/big") != std::string::npos;
-    };
-    while (!isUnderWay() && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // another process's journal
+    HeldAnswers answers(account);
+    answers.hold(test::partsFrom(account, 0));
+    test::BackgroundProgram first(account.backupRun({"--profile", "night"}));
+    ASSERT_TRUE(answers.await()) << first.wait().errors;
+    EXPECT_TRUE(says(account.run({"uploads", "list"}), "/big"));
     const auto second = account.backup({"--profile", "night"});
     EXPECT_EQ(second.status, 11);
     EXPECT_TRUE(says(second, "Another backup of this user with the profile \"night\" is running."))
         << second.errors;
     EXPECT_EQ(account.run({"uploads", "abandon", "--all", "--yes"}).status, 11);
+    answers.release();
     EXPECT_EQ(first.wait().status, 0);
 }
 
 TEST(TwoRuns, ThatBeganAtOneMomentStoreOneRecordAndTell)
 {
-    // The first part that the first run sends, its note that it begins, gets no answer for a while.
-    const BackedUp account({"--fault", "UploadFilePart:1:stall"});
-    account.setRequestTimeout("8");
+    // The first part that the first run sends, its note that it begins, gets no answer until the
+    // other one has ended.
+    const BackedUp account;
     account.write({{"big", noise(300000, 1)}});
+    HeldAnswers answers(account);
+    answers.hold(test::callsOf("/UploadFilePart"));
     test::BackgroundProgram first(account.backupRun());
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    const fs::path note = account.command.home().path() / ".local/state/stowline/spool/record.part";
-    while (!fs::exists(note) && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // another process's file
+    ASSERT_TRUE(answers.await()) << first.wait().errors;
     // The same machine, user and profile, with another state folder.
     const test::TemporaryFolder otherState;
-    test::ProgramRun twin = slowRun(account, {});
+    test::ProgramRun twin = account.backupRun();
     twin.environment["XDG_STATE_HOME"] = otherState.path().string();
-    test::BackgroundProgram second(twin);
-    const auto one = first.wait();
-    const auto other = second.wait();
-    // Whichever ends first is recorded; the other does not overwrite it, and is told.
-    const bool isFirstRecorded = one.status == 0;
-    const auto& whole = isFirstRecorded ? one : other;
-    const auto& told = isFirstRecorded ? other : one;
+    const auto whole = test::runProgram(twin);
+    answers.release();
+    const auto told = first.wait();
+    // The one that ends first is recorded; the other does not overwrite it, and is told.
     EXPECT_EQ(whole.status, 0) << whole.errors;
     EXPECT_EQ(field(whole, "run"), 1);
     EXPECT_EQ(told.status, 3) << told.errors;
