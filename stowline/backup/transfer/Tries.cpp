@@ -61,8 +61,9 @@ std::string sentence(std::string text)
 
 } // namespace
 
-Tries::Tries(Duration budgetPerStep, StopRequest stop)
-    : budget_(budgetPerStep), stop_(std::move(stop)), watcher_([this] { watch(); })
+Tries::Tries(Duration budgetPerStep, StopRequest stop, std::function<Moment()> now)
+    : budget_(budgetPerStep), stop_(std::move(stop)), now_(std::move(now)),
+      watcher_([this] { watch(); })
 {
 }
 
@@ -119,7 +120,7 @@ bool Tries::once(const Attempt& attempt)
 
 std::optional<StepFailure> Tries::repeat(const Attempt& attempt, int refusalsTaken)
 {
-    Backoff backoff(isServiceDown_ ? Duration::zero() : budget_, steady_clock::now, randomFraction);
+    Backoff backoff(isServiceDown_ ? Duration::zero() : budget_, now_, randomFraction);
     const Moment end = steady_clock::now() + budget_;
     for (int refusals = 0;;) {
         if (stop_.isRequested())

@@ -6,6 +6,7 @@
 #include "stowline/platform/values/Error.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -37,7 +38,9 @@ struct StepFailure {
 class Tries {
 public:
     /// @param budgetPerStep how long to try one thing again
-    Tries(Duration budgetPerStep, StopRequest stop);
+    /// @param now what tells when the budget is used up
+    Tries(Duration budgetPerStep, StopRequest stop,
+          std::function<Moment()> now = std::chrono::steady_clock::now);
     ~Tries();
     Tries(const Tries&) = delete;
     Tries& operator=(const Tries&) = delete;
@@ -62,6 +65,7 @@ private:
 
     const Duration budget_;
     const StopRequest stop_;
+    const std::function<Moment()> now_;
     std::atomic<bool> isServiceDown_ = false;
     std::mutex mutex_; ///< of what follows
     std::condition_variable ended_;
