@@ -1,11 +1,13 @@
 #!/usr/bin/python3
 """A file system with a flaw, for tests of programs that write into it: a folder shown at another place.
 
-usage: odd_file_system.py FOLDER MOUNT_POINT [case-blind] [names=N] [quota=BYTES]
+usage: odd_file_system.py FOLDER MOUNT_POINT [case-blind] [names=N] [quota=BYTES] [seconds] [gate=FILE]
 
     case-blind    "File" and "file" are one name
     names=N       no name is longer than N bytes
     quota=BYTES   no more than so much may be written
+    seconds       the time of writing is kept in whole seconds, and no time of change besides it
+    gate=FILE     as long as FILE is there, whoever reads content waits, and "reads" is printed
 
 Serves until it is unmounted. Needs python3-fusepy.
 """
@@ -13,6 +15,7 @@ Serves until it is unmounted. Needs python3-fusepy.
 import errno
 import os
 import sys
+import time
 
 from fusepy import FUSE, FuseOSError, Operations
 
@@ -23,6 +26,8 @@ class OddFileSystem(Operations):
         self.is_case_blind = "case-blind" in flaws
         self.longest_name = self.number(flaws, "names", 255)
         self.quota = self.number(flaws, "quota", 1 << 60)
+        self.has_seconds = "seconds" in flaws
+        self.gate = next((flaw.split("=", 1)[1] for flaw in flaws if flaw.startswith("gate=")), None)
 
     @staticmethod
     def number(flaws, name, usual):
@@ -47,8 +52,11 @@ class OddFileSystem(Operations):
         found = os.lstat(self.real(path))
         names = "mode ino nlink uid gid size blocks rdev".split()
         attributes = {"st_" + name: getattr(found, "st_" + name) for name in names}
-        for time in "atime", "mtime", "ctime":
-            attributes["st_" + time] = getattr(found, "st_" + time + "_ns")
+        for stamp in "atime", "mtime", "ctime":
+            attributes["st_" + stamp] = getattr(found, "st_" + stamp + "_ns")
+        if self.has_seconds:
+            whole = attributes["st_mtime"] // 1000000000 * 1000000000
+            attributes["st_mtime"] = attributes["st_ctime"] = whole
         return attributes
 
     def readdir(self, path, fh):
@@ -97,6 +105,10 @@ class OddFileSystem(Operations):
         return os.open(self.real(path), os.O_RDWR | os.O_CREAT | os.O_EXCL, mode)
 
     def read(self, path, size, offset, fh):
+        if self.gate and os.path.exists(self.gate):
+            print("reads", flush=True)
+        while self.gate and os.path.exists(self.gate):
+            time.sleep(0.01)
         return os.pread(fh, size, offset)
 
     def write(self, path, data, offset, fh):

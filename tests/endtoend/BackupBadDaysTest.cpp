@@ -231,6 +231,7 @@ TEST(RestlessFiles, WritesThroughAMemoryMapAreFoundByTrustingNothing)
     std::this_thread::sleep_for(std::chrono::milliseconds(2200)); // until the stamps are settled
     ASSERT_EQ(account.backup().status, 0);
     std::memcpy(map, "written later", 13);
+    EXPECT_EQ(field(account.backup(), "stored"), 0) << "they show no stamp";
     const auto result = account.backup({"--trust-nothing"});
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "stored"), 1) << result.output;
