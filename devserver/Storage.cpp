@@ -2,6 +2,7 @@
 
 #include "devserver/StoragePaths.h"
 #include "stowline/platform/desktop/Cryptography.h"
+#include "stowline/platform/desktop/CyclicChecksum.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/ContentFile.h"
 #include "stowline/platform/files/FileHandle.h"
@@ -9,7 +10,6 @@
 
 #include <fmt/format.h>
 #include <sqlite3.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <limits>
@@ -135,12 +135,6 @@ void removeStray(const std::filesystem::path& file)
 {
     std::error_code unimportant; // what cannot be removed is cut off
     std::filesystem::remove(file, unimportant);
-}
-
-std::uint32_t checksumOf(std::uint32_t start, std::string_view bytes)
-{
-    return static_cast<std::uint32_t>(
-        crc32_z(start, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));
 }
 
 } // namespace
@@ -270,7 +264,8 @@ platform::Outcome<HeldUpload, PartRefusal> Storage::addPart(const UploadPlace& p
     const auto serverFile = serverFileOf(place);
     if (!serverFile)
         return PartRefusal::noSuchPath;
-    if (part.checksum && *part.checksum != checksumOf(0, part.bytes))
+    if (part.checksum &&
+        *part.checksum != platform::continuedCrc32(0, part.bytes.data(), part.bytes.size()))
         return PartRefusal::checksumMismatch;
     const std::lock_guard content(contentLock(*serverFile));
     HeldUpload held = heldAt(*serverFile);
@@ -285,8 +280,8 @@ platform::Outcome<HeldUpload, PartRefusal> Storage::addPart(const UploadPlace& p
     auto file = platform::ContentFile::openOrCreate(contentFile(*serverFile));
     file.truncate(held.receivedBytes); // what a part left that was broken off
     file.write(held.receivedBytes, part.bytes);
-    const std::uint32_t checksum =
-        checksumOf(checksumOfUpload(*serverFile).value_or(0), part.bytes);
+    const std::uint32_t checksum = platform::continuedCrc32(
+        checksumOfUpload(*serverFile).value_or(0), part.bytes.data(), part.bytes.size());
     held.receivedBytes += part.bytes.size();
     ++held.parts;
     const Lock lock(mutex_);
@@ -368,7 +363,7 @@ RegistrationOutcome Storage::registerFile(const Registration& given)
     std::uint32_t checksum = 0;
     platform::Sha256 digest;
     file.read([&](std::string_view bytes) {
-        checksum = checksumOf(checksum, bytes);
+        checksum = platform::continuedCrc32(checksum, bytes.data(), bytes.size());
         digest.update(bytes);
     });
     if (checksum != checksumOfUpload(*serverFile).value_or(0) ||

@@ -1,10 +1,10 @@
 // Whether content is still what was registered; handing it out; dropping what belongs to nobody.
 #include "devserver/Storage.h"
+#include "stowline/platform/desktop/CyclicChecksum.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/ContentFile.h"
 
 #include <fmt/format.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <set>
@@ -17,12 +17,6 @@ using Lock = std::lock_guard<std::recursive_mutex>;
 
 constexpr std::chrono::hours kAbandonedAfter{7 * 24};
 
-std::uint32_t checksumOf(std::uint32_t start, std::string_view bytes)
-{
-    return static_cast<std::uint32_t>(
-        crc32_z(start, reinterpret_cast<const Bytef*>(bytes.data()), bytes.size()));
-}
-
 /// Reads all of a file and compares it with what was registered.
 bool isAsRegistered(const platform::ContentFile& file, const StoredVersion& version)
 {
@@ -31,7 +25,7 @@ bool isAsRegistered(const platform::ContentFile& file, const StoredVersion& vers
     platform::Sha256 digest;
     file.read([&](std::string_view bytes) {
         size += bytes.size();
-        checksum = checksumOf(checksum, bytes);
+        checksum = platform::continuedCrc32(checksum, bytes.data(), bytes.size());
         digest.update(bytes);
     });
     return size == version.storedSize && checksum == version.checksum &&
@@ -117,7 +111,7 @@ ContentPart Storage::readPart(const std::string& userName, std::int64_t versionI
         part.outcome = file ? damaged : missing; // it went while it was read
         part.bytes.clear();
     }
-    part.checksum = checksumOf(0, part.bytes);
+    part.checksum = platform::continuedCrc32(0, part.bytes.data(), part.bytes.size());
     const Lock lock(mutex_);
     ReadSummary& summary = reads_[userName];
     summary.userName = userName;

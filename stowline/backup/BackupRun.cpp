@@ -12,6 +12,7 @@
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/proof/TestFolder.h"
 #include "stowline/backup/record/RecordFault.h"
+#include "stowline/backup/tree/PathBelow.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
@@ -523,7 +524,7 @@ private:
         const std::vector<std::string> deleted = state_->deletedFolders(request_.account);
         const auto isDeleted = [&deleted](const std::string& path) {
             return std::ranges::any_of(deleted, [&path](const std::string& folder) {
-                return path.starts_with(folder.ends_with('/') ? folder : folder + "/");
+                return isBelow(path, folder);
             });
         };
         ShortList lost;

@@ -1,6 +1,7 @@
 #include "stowline/backup/RunIndex.h"
 
 #include "stowline/backup/restore/Selection.h"
+#include "stowline/backup/tree/PathBelow.h"
 
 #include <map>
 

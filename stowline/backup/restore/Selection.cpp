@@ -4,12 +4,6 @@
 
 namespace stowline::backup {
 
-bool isAtOrBelow(std::string_view path, std::string_view folder)
-{
-    return folder == "/" || path == folder ||
-           (path.starts_with(folder) && path.size() > folder.size() && path[folder.size()] == '/');
-}
-
 std::string_view Selection::below(std::string_view path) const
 {
     if (path == named_)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/tree/PathBelow.h"
 #include "stowline/backup/tree/TreeRules.h"
 
 #include <functional>
@@ -52,8 +53,5 @@ private:
     const TreeRules& rules_;
     const std::set<std::string>& onlyPaths_;
 };
-
-/// Whether a path is another one or below it.
-[[nodiscard]] bool isAtOrBelow(std::string_view path, std::string_view folder);
 
 } // namespace stowline::backup

@@ -1,5 +1,6 @@
 #include "stowline/backup/tree/NamedPaths.h"
 
+#include "stowline/backup/tree/PathBelow.h"
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -115,13 +116,6 @@ private:
     std::string real_;
     int links_ = 0;
 };
-
-bool isBelow(std::string_view path, std::string_view folder)
-{
-    if (folder == "/")
-        return path != "/";
-    return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
-}
 
 /// Leaves the first of neighbours with one path.
 template <class Item> void withoutDoubles(std::vector<Item>& items)
