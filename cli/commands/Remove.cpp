@@ -5,6 +5,7 @@
 #include "cli/shared/Grace.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
+#include "cli/shared/RunOptions.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/backup/BackupRun.h"
@@ -106,7 +107,7 @@ ExitStatus removeWholeFolder(const RemoveOptions& options)
                                    .password = {},
                                    .server = {},
                                    .systemName = options.folder.systemName},
-                                  remotePathFor(options.folder.path));
+                                  storedPathFor(options.folder.path));
     return removeFolder(*session, options.folder);
 }
 
