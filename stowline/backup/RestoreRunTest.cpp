@@ -583,6 +583,9 @@ TEST(RestoreRun, StopsSoonAndLeavesNothingHalf)
     for (int i = 0; i < 30; ++i)
         stored.machine.write("tree/f" + std::to_string(i), noise(300000));
     stored.run();
+    const fs::path closed = stored.target.path() / stored.folder().filename();
+    fs::create_directory(closed);
+    ASSERT_EQ(chmod(closed.c_str(), 0500), 0);
     struct Stopping : RestoreObserver {
         explicit Stopping(const StopRequest& itsStop) : stop(itsStop) {}
         void progress(const RestoreProgress& progress) override
@@ -602,6 +605,7 @@ TEST(RestoreRun, StopsSoonAndLeavesNothingHalf)
     EXPECT_EQ(summary.end, ReadEnd::interrupted);
     // All would take 45 seconds; what is asked for when the stop comes still arrives.
     EXPECT_LT(summary.fetchedBytes, 1000000U);
+    EXPECT_EQ(fs::status(closed).permissions(), fs::perms(0500)) << "open for the restore alone";
     for (const auto& entry : fs::recursive_directory_iterator(stored.target.path())) {
         if (entry.is_regular_file() && entry.path().filename().string().starts_with("f")) {
             EXPECT_EQ(entry.file_size(), 300000U);

@@ -190,8 +190,7 @@ void TreePlacer::place(IdlePatterns& idle, const std::function<void(const Stored
     if (!isStopped())
         takeFurtherNames();
     files_.finish();
-    if (!isStopped())
-        finishFolders();
+    finishFolders();
 }
 
 void TreePlacer::walk(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found)
@@ -613,8 +612,21 @@ bool TreePlacer::wouldLinkTo(const std::string& first, const StoredItem& stored)
 
 void TreePlacer::finishFolders()
 {
-    for (auto path = folders_.rbegin(); path != folders_.rend() && !isStopped(); ++path)
-        finishFolder(*path);
+    for (auto path = folders_.rbegin(); path != folders_.rend(); ++path)
+        isStopped() ? tighten(*path) : finishFolder(*path);
+}
+
+/// Takes back what loosen() did, where nothing else is done any more.
+void TreePlacer::tighten(const std::string& path)
+{
+    const auto mode = loosenedFolders_.find(path);
+    if (mode == loosenedFolders_.end())
+        return;
+    int error = 0;
+    const auto folder = openFolder(selection_.placeOf(path), error);
+    const auto held = folder ? folder->item("", error) : std::nullopt;
+    if (held)
+        (void)held->setMode(mode->second);
 }
 
 void TreePlacer::finishFolder(const std::string& path)

@@ -89,6 +89,7 @@ private:
     [[nodiscard]] std::string mistakenFor(const platform::TargetFolder& folder,
                                           const std::string& path) const;
     void finishFolders();
+    void tighten(const std::string& path);
     void finishFolder(const std::string& path);
     void wouldFinishFolder(const ItemRecord& item);
     [[nodiscard]] bool isUnopenedOnlyNow(int error) const;
