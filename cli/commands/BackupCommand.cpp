@@ -28,7 +28,9 @@ void BackupFlags::declare(const Command& command)
         .addOption(
             "--retry-time", retrySeconds,
             "Seconds to try one part, registration or question before giving up; when they are "
-            "used up, each that follows is tried once until one succeeds again")
+            "used up, each that follows is tried once until one succeeds again; the sign-in is "
+            "tried for "
+            "four at most")
         .between(0.0, 86400.0)
         .showsDefault();
     command.addOption("--allow-changing", allowChanging,

@@ -8,6 +8,8 @@
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace stowline::cli {
 
@@ -15,6 +17,16 @@ namespace {
 
 /// A service that works answers within it.
 constexpr double kShortestWait = 5;
+/// A network or a service that is just coming up is there within it; a person does not wait longer.
+constexpr double kMostTriedAgain = 4;
+constexpr std::chrono::milliseconds kBetweenTries{500};
+
+/// What may have passed by the next moment.
+bool isPassing(FailureKind kind)
+{
+    return kind == FailureKind::connection || kind == FailureKind::unavailable ||
+           kind == FailureKind::nameNotFound || kind == FailureKind::hostUnreachable;
+}
 
 /// A boolean as XML Schema writes it, in any case; absent for everything else.
 std::optional<bool> truthOf(const std::string& text)
@@ -64,7 +76,15 @@ Result<Dictionary> signIn(const std::string& username, const std::string& passwo
         std::optional<TimeLimit> limit;
         if (atMostSeconds)
             limit.emplace(std::chrono::duration<double>(std::max(*atMostSeconds, kShortestWait)));
-        result = WebServiceBroker::authenticateForUsername(username, password, nullptr);
+        const auto until =
+            std::chrono::steady_clock::now() +
+            std::chrono::duration<double>(std::min(atMostSeconds.value_or(0), kMostTriedAgain));
+        for (;;) {
+            result = WebServiceBroker::authenticateForUsername(username, password, nullptr);
+            if (result || !isPassing(watch.kind()) || std::chrono::steady_clock::now() >= until)
+                break;
+            std::this_thread::sleep_for(kBetweenTries);
+        }
         if (!result && limit && limit->isOver())
             return output().fail(ExitStatus::temporary,
                                  "The service did not answer the sign-in in time. Please try again "

@@ -28,7 +28,8 @@ void declareUsername(const Command& command, std::string& username);
 [[nodiscard]] std::optional<bool> saysSignedIn(const Dictionary& answer);
 
 /// Signs in. Says what goes wrong.
-/// @param atMostSeconds how long to wait for the answer; absent: as long as any call may take
+/// @param atMostSeconds how long to wait for the answer, and for a service that cannot be reached
+///        (of that four at most); absent: as long as any call may take, once
 /// @return what the service tells of the account
 [[nodiscard]] Result<Dictionary> signIn(const std::string& username, const std::string& password,
                                         std::optional<double> atMostSeconds = std::nullopt);

@@ -84,6 +84,19 @@ INSTANTIATE_TEST_SUITE_P(Of, FailingMethod,
                                          Case{"GetAccountInfo", {"account"}}),
                          [](const auto& test) { return std::string(test.param.method); });
 
+TEST(BackupMessages, ASignInIsTriedAgainWhereTheServiceIsJustComingUp)
+{
+    const BackedUp account({"--fault", "Authenticate:1:reset", "--fault", "Authenticate:2:reset",
+                            "--fault", "Authenticate:3:reset"});
+    account.write({{"a", "1"}});
+    const auto once = account.backup({"--retry-time", "0"});
+    EXPECT_TRUE(says(once, "No connection to")) << once.errors;
+    EXPECT_NE(once.status, 0);
+    const auto again = account.backup();
+    EXPECT_EQ(again.status, 0) << again.errors;
+    EXPECT_EQ(again.errors, "");
+}
+
 TEST(BackupMessages, ASignInThatDripsEndsWithItsTime)
 {
     const BackedUp account({"--fault", "Authenticate:*:drip"});
