@@ -85,6 +85,7 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
     if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
         auto figures =
             figuresOf(summary, session.username, flags.systemName, begun, report.failures());
+        figures.profile = flags.profile;
         if (figures.sentence.empty())
             figures.sentence = fault;
         selfTest.addTo(figures);
@@ -159,6 +160,7 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
         const RunFigures figures{
             .username = options.username(),
             .machine = flags.systemName,
+            .profile = flags.profile,
             .begun = begun,
             .sentence = std::move(sentence),
             .overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject))};

@@ -5,6 +5,7 @@
 #include "cli/shared/ServiceFailure.h"
 #include "stowline/platform/files/Files.h"
 
+#include <filesystem>
 #include <iostream>
 #include <iterator>
 
@@ -19,9 +20,22 @@ ExitStatus noRun()
                          "\"stowline backup\" first.");
 }
 
-ExitStatus report(const SessionOptions& options, bool isDryRun)
+/// The option --profile of what tells of the last run.
+void declareProfile(const Command& command, std::string& profile)
 {
-    const auto figures = lastRun();
+    command.addOption("--profile", profile,
+                      "Whose last backup is meant; the last one of any profile when left out");
+}
+
+/// @param profile empty: of any
+std::optional<RunFigures> lastRunOf(const std::string& profile)
+{
+    return lastRun(profile.empty() ? std::nullopt : std::optional(profile));
+}
+
+ExitStatus report(const SessionOptions& options, const std::string& profile, bool isDryRun)
+{
+    const auto figures = lastRunOf(profile);
     if (!figures)
         return noRun();
     const auto session = options.open({"SendBackupSummaryReport"});
@@ -41,6 +55,7 @@ struct EmailOptions {
     std::string subject;
     std::string textFile;
     std::string saveTo;
+    std::string profile; ///< empty: any
     bool isDryRun = false;
 };
 
@@ -57,6 +72,12 @@ ExitStatus save(const EmailOptions& options, const RunFigures& figures)
     const auto html = reportHtml(figures);
     if (!html)
         return noTemplate();
+    std::error_code unknown;
+    const auto there = std::filesystem::symlink_status(options.saveTo, unknown);
+    if (std::filesystem::exists(there) && !std::filesystem::is_regular_file(there))
+        return output().fail(ExitStatus::usage,
+                             options.saveTo + " is there already and is not a file. Please name a "
+                                              "file with --save.");
     if (!platform::writeFileAtomically(options.saveTo, *html))
         return output().fail(ExitStatus::failed, options.saveTo + " cannot be written.");
     return output().finish(ExitStatus::done, {{"saved", options.saveTo}});
@@ -84,7 +105,7 @@ ExitStatus emailText(const EmailOptions& options, const std::string& from)
 
 ExitStatus email(const EmailOptions& options)
 {
-    const auto figures = lastRun();
+    const auto figures = lastRunOf(options.profile);
     if (!options.saveTo.empty())
         return figures ? save(options, *figures) : noRun();
     if (options.to.empty())
@@ -109,11 +130,13 @@ void declareReport(const Command& app)
 {
     auto options = std::make_shared<SessionOptions>();
     auto isDryRun = std::make_shared<bool>(false);
+    auto profile = std::make_shared<std::string>();
     const Command command =
         app.addCommand("report", "Send the summary of the last backup to the service");
     command.addFlag("-n,--dry-run", *isDryRun, "Send nothing");
+    declareProfile(command, *profile);
     options->declare(command);
-    command.runs([options, isDryRun] { return report(*options, *isDryRun); });
+    command.runs([options, profile, isDryRun] { return report(*options, *profile, *isDryRun); });
 }
 
 void declareEmail(const Command& app)
@@ -127,6 +150,7 @@ void declareEmail(const Command& app)
     command.addOption("--text", options->textFile,
                       "File with a text to send; - for standard input");
     command.addOption("--save", options->saveTo, "Write the report to a file instead");
+    declareProfile(command, options->profile);
     command.addFlag("-n,--dry-run", options->isDryRun, "Send nothing");
     command.runs([options] { return email(*options); });
 }

@@ -221,8 +221,7 @@ ExitStatus remove(const std::string& profile, bool isDryRun)
     return output().finish(ExitStatus::done, {{"removed", units->file(".timer")->string()}});
 }
 
-/// "2026-11-22 02:31, 3 files stored, 1 failed", of the last run on this machine whatever its
-/// profile.
+/// "2026-11-22 02:31, 3 files stored, 1 failed", of the last run of a profile.
 std::string lastRunText(const RunFigures& figures)
 {
     return fmt::format("{}: {} stored, {} failed", localTimeText(figures.begun),
@@ -238,7 +237,7 @@ ExitStatus status(const std::string& profile)
     if (!units->areOurs())
         return notInstalled(profile);
     Fields fields{{"timer", units->file(".timer")->string()}};
-    if (const auto last = lastRun())
+    if (const auto last = lastRun(profile))
         fields.emplace_back("last", output().isJson() ? platform::internetTimeText(last->begun)
                                                       : lastRunText(*last));
     if (const auto good = lastGoodRun(profile))

@@ -177,7 +177,7 @@ std::optional<std::string> reportHtml(const RunFigures& figures)
 {
     auto html = General::createEmailReportHTMLBodyWithAppName(
         escaped(appName()), platform::currentDate(), escaped(figures.username),
-        escaped(figures.machine), figures.begun, figures.notChanged, figures.backedUp,
+        escaped(figures.subject()), figures.begun, figures.notChanged, figures.backedUp,
         figures.failed, figures.processed(), figures.backedUpBytes);
     return html ? std::optional(withOutcome(std::move(*html), figures)) : std::nullopt;
 }

@@ -11,10 +11,14 @@ namespace stowline::cli {
 
 namespace {
 
-std::optional<std::filesystem::path> lastRunFile()
+/// Of the last run of a profile, or of any.
+std::optional<std::filesystem::path> lastRunFile(const std::optional<std::string>& profile)
 {
     const auto state = platform::stateFolder();
-    return state ? std::optional(*state / "last-run.plist") : std::nullopt;
+    if (!state)
+        return std::nullopt;
+    return profile ? backup::profileFolder(*state, *profile) / "last-run-of-profile.plist"
+                   : *state / "last-run.plist";
 }
 
 std::uint64_t countIn(const Dictionary& fields, std::string_view key)
@@ -70,6 +74,7 @@ Dictionary RunFigures::dictionary() const
             {"overdue", arrayOf(overdue)},
             {"username", platform::dataFromText(username)},
             {"machine", platform::dataFromText(machine)},
+            {"profile", platform::dataFromText(profile)},
             {"begun", begun},
             {"seconds", seconds},
             {"notChanged", notChanged},
@@ -91,6 +96,8 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
         return std::nullopt;
     return RunFigures{.username = platform::textFromData(*username->data()),
                       .machine = platform::textFromData(*machine->data()),
+                      .profile = find(fields, "profile") ? textIn(find(fields, "profile"))
+                                                         : backup::ChainIdentity().profile,
                       .begun = *begun->date(),
                       .seconds = seconds && seconds->real() ? *seconds->real() : 0,
                       .notChanged = countIn(fields, "notChanged"),
@@ -132,17 +139,24 @@ RunFigures figuresOf(const backup::BackupSummary& result, const std::string& use
             .sentence = whyNotEnded(result)};
 }
 
-void keepLastRun(const RunFigures& figures)
+std::string RunFigures::subject() const
 {
-    const auto file = lastRunFile();
-    const auto bytes = platform::writeBinaryPropertyList(figures.dictionary());
-    if (file && bytes && platform::makePrivateFolder(file->parent_path()))
-        (void)platform::replaceFile(*file, *bytes); // without it a later report says so
+    return profile == backup::ChainIdentity().profile ? machine
+                                                      : machine + " (profile " + profile + ")";
 }
 
-std::optional<RunFigures> lastRun()
+void keepLastRun(const RunFigures& figures)
 {
-    const auto file = lastRunFile();
+    const auto bytes = platform::writeBinaryPropertyList(figures.dictionary());
+    for (const auto& file : {lastRunFile(std::nullopt), lastRunFile(figures.profile)}) {
+        if (file && bytes && platform::makePrivateFolder(file->parent_path()))
+            (void)platform::replaceFile(*file, *bytes); // without it a later report says so
+    }
+}
+
+std::optional<RunFigures> lastRun(const std::optional<std::string>& profile)
+{
+    const auto file = lastRunFile(profile);
     const auto bytes = file ? platform::readRegularFile(*file) : std::nullopt;
     const auto reading =
         bytes ? platform::readPropertyList(*bytes) : platform::PropertyListReading();

@@ -14,6 +14,7 @@ namespace stowline::cli {
 struct RunFigures {
     std::string username;
     std::string machine;
+    std::string profile = backup::ChainIdentity().profile;
     Date begun;
     double seconds = 0;
     std::uint64_t notChanged = 0;
@@ -32,6 +33,9 @@ struct RunFigures {
     std::string selfTestTrouble;
     std::vector<std::string> overdue; ///< which good run or proof is too long ago, a sentence each
 
+    /// "iMac", and of another profile than the default one "iMac (profile docs)".
+    [[nodiscard]] std::string subject() const;
+
     [[nodiscard]] std::uint64_t processed() const { return notChanged + backedUp + failed; }
     [[nodiscard]] std::uint64_t processedBytes() const
     {
@@ -48,8 +52,10 @@ struct RunFigures {
                                    const std::vector<std::string>& failures);
 
 /// Keeps the figures in the state folder, and reads them again; absent when there are none.
+/// @param profile whose last run is meant; absent: the last run of any
 void keepLastRun(const RunFigures& figures);
-[[nodiscard]] std::optional<RunFigures> lastRun();
+[[nodiscard]] std::optional<RunFigures>
+lastRun(const std::optional<std::string>& profile = std::nullopt);
 
 /// Keeps that a run of a profile came to its end with nothing failed, and when it began; reads it
 /// again, absent when this machine knows of none.

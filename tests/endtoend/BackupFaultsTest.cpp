@@ -206,7 +206,8 @@ Leftovers leftoversOf(const BackedUp& account)
     namespace fs = std::filesystem;
     Leftovers left{.entries = account.journal().entries().size()};
     const fs::path state = account.command.home().path() / ".local/state/stowline";
-    const std::set<std::string> known{"backup.lock", "last-run.plist", "last-good-run"};
+    const std::set<std::string> known{"backup.lock", "last-run.plist", "last-run-of-profile.plist",
+                                      "last-good-run"};
     for (const auto& file : fs::recursive_directory_iterator(state)) {
         const bool isIndex = file.path().parent_path() == state / "index" &&
                              file.path().extension().string().starts_with(".db");

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <sys/stat.h>
 #include <thread>
 
 namespace stowline {
@@ -231,6 +232,45 @@ TEST(BackupReports, AreAllSentAfterARun)
     const std::string shown = account.statusPage();
     EXPECT_NE(shown.find("BackupEnded"), std::string::npos);
     EXPECT_EQ(shown.find("No summary has come in."), std::string::npos);
+}
+
+TEST(Email, IsSavedToNothingButAFile)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    ASSERT_EQ(account.backup().status, 0);
+    const auto folder = account.command.home().path();
+    const auto pipe = folder / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::filesystem::create_symlink("elsewhere", folder / "link");
+    for (const auto& place : {pipe, folder / "link", folder}) {
+        const auto result = account.run({"email", "--save", place});
+        EXPECT_EQ(result.status, 2) << place;
+        EXPECT_TRUE(says(result, " is there already and is not a file.")) << result.errors;
+    }
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+}
+
+TEST(BackupReports, TellWhoseRunTheyAreOf)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto page = account.command.home().path() / "report.html";
+    ASSERT_EQ(account.backup({"--profile", "docs", "/nonexistent"}).status, 3);
+    ASSERT_EQ(account.backup().status, 0);
+    const auto saved = [&](Words more) {
+        Words words{"email", "--save", page};
+        words.insert(words.end(), more.begin(), more.end());
+        EXPECT_EQ(account.run(words).status, 0);
+        return platform::readFile(page).value_or("");
+    };
+    EXPECT_EQ(saved({}).find("docs"), std::string::npos) << "the last run of any profile";
+    const std::string docs = saved({"--profile", "docs"});
+    EXPECT_NE(docs.find("iMac (profile docs)"), std::string::npos) << docs;
+    EXPECT_NE(docs.find("class=\"bad\""), std::string::npos);
+    EXPECT_NE(saved({"--profile", "default"}).find("class=\"good\""), std::string::npos);
+    EXPECT_EQ(account.run({"email", "--save", page, "--profile", "other"}).status, 4);
 }
 
 TEST(BackupReports, AreSentWhateverBytesThePathsAreOf)
