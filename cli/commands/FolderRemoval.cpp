@@ -88,6 +88,10 @@ private:
             "Name", true, 0, 1, &left, &error);
         if (page && left == 0) {
             noteGrace(session_);
+            if (path_ == "/")
+                output().note(
+                    "The records of its runs are deleted too. \"stowline undelete\" brings "
+                    "them back; without them the next backup needs --rebuild-index.");
             return output().finish(ExitStatus::done, {{"deleted", options_.path}});
         }
         const std::string some = "Some of " + options_.path +

@@ -181,8 +181,9 @@ ExitStatus finish(const backup::RestoreSummary& sum, const Options& options)
 ExitStatus restore(const Options& options)
 {
     if (options.target.empty() == !options.inPlace)
-        return output().fail(ExitStatus::usage,
-                             "Please say where to: --to DIR, or --in-place for where it was.");
+        return output().fail(
+            ExitStatus::usage,
+            "Please say where to: --to DIR, or --in-place for where it was; one of them.");
     if (const auto fault =
             backup::faultIn({.include = options.include, .exclude = options.exclude}))
         return output().fail(ExitStatus::usage, *fault);

@@ -69,9 +69,9 @@ ExitStatus verify(const Options& options)
         return output().fail(status, sentenceFor(sum.end, sum.sentence));
     if (status != ExitStatus::done)
         output().complain(sum.sentence);
-    output().note(fmt::format("{}: {} checked, {} of them read; {} missing, {} damaged.",
+    output().note(fmt::format("{}: {} checked, of which {} read; {} missing, {} damaged.",
                               runText(sum.origin), countText(sum.checked, "file", "files"),
-                              sum.read, sum.missing, sum.damaged));
+                              countText(sum.read, "was", "were"), sum.missing, sum.damaged));
     Fields fields{{"run", sum.run},         {"checked", sum.checked}, {"missing", sum.missing},
                   {"damaged", sum.damaged}, {"unknown", sum.unknown}, {"read", sum.read},
                   {"bytes", sum.bytes}};

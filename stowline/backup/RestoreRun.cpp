@@ -518,7 +518,8 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
             return take(bytes);
         },
         content.digest);
-    badVersion = version.version;
+    if (!failure || failure->kind == FetchFailure::Kind::badContent)
+        badVersion = version.version;
     if (failure && failure->isLoss())
         throw RecordFault(RecordFault::Kind::damaged, path + ": " + failure->reason);
     if (failure)

@@ -198,4 +198,24 @@ TEST_F(RestoreSwap, AnIdenticalFileOfSomebodyElseIsNotMadeASetUserIdProgram)
     EXPECT_EQ(modeOf(tree() / "tool"), 04755U);
 }
 
+TEST_F(RestoreSwap, AnIdenticalFileOfSomebodyElseIsNotGivenToAThirdUser)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only the superuser can make files of other users";
+    machine.write("tree/file", "f");
+    run();
+    fs::create_directory(tree());
+    target.write("tree/file", "f");
+    ASSERT_EQ(lchown((tree() / "file").c_str(), 1234, 4321), 0);
+    const int held = open((tree() / "file").c_str(), O_WRONLY | O_CLOEXEC); // as its owner could
+    Intruder intruder;
+    EXPECT_EQ(restoreWith(intruder).end, ReadEnd::done);
+    EXPECT_EQ(pwrite(held, "e", 1, 0), 1);
+    close(held);
+    EXPECT_EQ(platform::readFile(tree() / "file"), "f");
+    struct stat there {};
+    ASSERT_EQ(stat((tree() / "file").c_str(), &there), 0);
+    EXPECT_EQ(there.st_uid, 0U);
+}
+
 } // namespace

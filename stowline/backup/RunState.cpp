@@ -202,8 +202,10 @@ void noteDeletedVersions(const fs::path& stateFolder, std::span<const std::strin
         for (const fs::path& folder : profileFolders(stateFolder, unimportant)) {
             const fs::path note = folder / kDeletionNote;
             std::string lines = platform::readRegularFile(note).value_or("");
-            for (const std::string& version : damaged)
-                lines += version + "\n";
+            for (const std::string& version : damaged) {
+                if (!("\n" + lines).contains("\n" + version + "\n"))
+                    lines += version + "\n";
+            }
             if (platform::makePrivateFolder(folder))
                 (void)platform::writeFileAtomically(note, lines);
         }

@@ -258,12 +258,12 @@ private:
                               .path = wanted.path,
                               .firstRun = wanted.content.run};
         if (failure) {
-            if (failure->isLoss())
-                noteBad(wanted);
             if (failure->kind == FetchFailure::Kind::missing)
                 finding.kind = VerifyFinding::Kind::missing;
-            else if (failure->isLoss())
+            if (failure->kind == FetchFailure::Kind::badContent) {
                 finding.kind = VerifyFinding::Kind::damaged;
+                noteBad(wanted);
+            }
             finding.sentence = wanted.path + ": " + failure->reason;
         } else if (digest.hexadecimal() != wanted.content.digest) {
             finding.kind = VerifyFinding::Kind::damaged;

@@ -25,7 +25,8 @@ bool VersionAudit::ask(std::uint64_t atMost)
     if (lost_ > 0)
         accounts_.note("The service has lost what was stored of " +
                        platform::countText(lost_, "file", "files") +
-                       "; it is sent again when it is met.");
+                       (lost_ == 1 ? "; it is sent again when it is met."
+                                   : "; they are sent again when they are met."));
     if (untold_ > 0)
         accounts_.note("The service does not say of " +
                        platform::countText(untold_, "file", "files") +

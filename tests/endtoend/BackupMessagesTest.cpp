@@ -1,11 +1,13 @@
 // What the commands about a backup say when something stands in their way: the cause in its own
 // sentence, as "stowline doctor" would say it, and the status that scripts go by.
 #include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/Relayed.h"
 #include "tests/support/PseudoTerminal.h"
 #include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 
 namespace stowline {
@@ -95,6 +97,28 @@ TEST(BackupMessages, ASignInIsTriedAgainWhereTheServiceIsJustComingUp)
     const auto again = account.backup();
     EXPECT_EQ(again.status, 0) << again.errors;
     EXPECT_EQ(again.errors, "");
+}
+
+TEST(BackupMessages, AServerThatCannotServeNowIsTriedAgain)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    test::Relayed relayed(account);
+    std::atomic<int> busy = 0;
+    relayed.relay.setChange([&](const std::string& request, test::RelayedAnswer& answer) {
+        if (request.starts_with("POST") && !test::headerOf(request, "X-Guid").empty() && busy++ < 6)
+            answer = {.head = "HTTP/1.1 503 Service Unavailable\r\n", .body = ""};
+    });
+    const auto result = account.backup({"--retry-time", "60"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_GT(busy, 6);
+    EXPECT_EQ(account.stored(), (test::Files{{"a", "1"}}));
+    busy = -1000000;
+    account.write({{"b", "2"}});
+    const auto never = account.backup({"--retry-time", "1"});
+    EXPECT_EQ(never.status, 5) << never.errors;
+    EXPECT_TRUE(says(never, "503 Service Unavailable. It was tried until the time"))
+        << never.errors;
 }
 
 TEST(BackupMessages, ASignInThatDripsEndsWithItsTime)

@@ -42,7 +42,12 @@ TEST(Undelete, AfterEverythingWasRemovedRunsAndRestoreWorkAgain)
               std::string::npos)
         << removed.errors;
     EXPECT_EQ(account.stored(), Files{});
-    EXPECT_EQ(account.run({"runs", "--machine", "iMac"}).status, 4);
+    EXPECT_TRUE(says(removed, "The records of its runs are deleted too.")) << removed.errors;
+    const auto none = account.run({"runs", "--machine", "iMac"});
+    EXPECT_EQ(none.status, 7) << "this machine has seen some";
+    EXPECT_TRUE(says(none, "but run 2 was seen here. If runs were deleted, \"stowline undelete\" "
+                           "may bring them back"))
+        << none.errors;
 
     const auto back = account.run(undeletion());
     EXPECT_EQ(back.status, 0) << back.errors;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <iterator>
 
 namespace stowline::backup {
@@ -19,6 +20,8 @@ constexpr std::size_t kMostWaiting = 128;
 /// Of as many descriptors as this process may have, one may be such a file. It costs two.
 constexpr std::size_t kDescriptorsForEach = 8;
 constexpr std::uint64_t kMostWaitingBytes = 64U << 20;
+constexpr std::size_t kDescriptorsOfATask = 6;
+constexpr std::size_t kMostDescriptorsKeptFree = 64;
 /// What was gone on with, from the start, and once more.
 constexpr int kMostFillings = 3;
 
@@ -36,6 +39,15 @@ bool mayHaveOtherWriters(const platform::TargetStatus& there, std::uint32_t want
     const bool isKnownOwner =
         there.owner == wantedOwner || there.owner == platform::ownUserNumber();
     return !isKnownOwner || (there.mode & kOthersWrite) != 0;
+}
+
+/// Whether a file is another user's that the superuser would give to somebody else: its old owner
+/// may hold it open for writing.
+bool isAnothers(const platform::TargetStatus& there, std::uint32_t wantedOwner)
+{
+    constexpr std::uint32_t superuser = 0;
+    return platform::ownUserNumber() == superuser && there.owner != superuser &&
+           there.owner != wantedOwner;
 }
 
 } // namespace
@@ -93,6 +105,7 @@ void FilePlacer::place(const FileTask& task)
     RestoredItem report{.path = task.stored.item.path,
                         .kind = ItemKind::file,
                         .bytes = task.stored.content->storedSize};
+    awaitDescriptors();
     int error = 0;
     auto folder = context_.openFolder(task.folder, error);
     if (!folder && context_.request.isDryRun) {
@@ -146,7 +159,8 @@ bool FilePlacer::settleExisting(const FileTask& task, const platform::TargetFold
         return true;
     }
     if (existing->kind == platform::TargetKind::folder) {
-        report.faults.push_back(report.path + ": a folder stands in its place.");
+        report.faults.push_back(report.path +
+                                ": a folder stands in its place. Please move the folder away.");
         return true;
     }
     const auto same = rule == Overwrite::always
@@ -195,8 +209,9 @@ FilePlacer::itemOfSameContent(const StoredItem& stored, const platform::TargetFo
         (use == Use::putMetadata && there->links != 1 && stored.item.links <= 1))
         return std::nullopt;
     auto item = file->item(error);
-    if (item && use == Use::putMetadata && hasPrivileges(stored.item) &&
-        mayHaveOtherWriters(*there, context_.owners.owner(stored.item)) &&
+    const std::uint32_t owner = context_.owners.owner(stored.item);
+    const bool isPrivilegedFor = hasPrivileges(stored.item) && mayHaveOtherWriters(*there, owner);
+    if (item && use == Use::putMetadata && (isPrivilegedFor || isAnothers(*there, owner)) &&
         isMetadataOther(*item, stored.item, context_.owners))
         return std::nullopt;
     platform::Sha256 digest;
@@ -367,7 +382,7 @@ bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
         isKept = failure->kind == FetchFailure::Kind::temporary ||
                  failure->kind == FetchFailure::Kind::interrupted;
         report.isBadContent = failure->isLoss();
-        report.badVersion = report.isBadContent ? version : "";
+        report.badVersion = failure->kind == FetchFailure::Kind::badContent ? version : "";
         report.isTemporary = failure->kind == FetchFailure::Kind::temporary;
         report.faults.push_back(report.path + ": " + failure->reason);
     }
@@ -380,6 +395,21 @@ FilePlacer::FilePlacer(const PlacingContext& context)
       mostWaiting_(platform::descriptorLimit(kMostWaiting * kDescriptorsForEach) /
                    kDescriptorsForEach)
 {
+}
+
+/// Where few descriptors are left, gives names to what waits for them, and lets others end: a file
+/// on its way takes some, and so does the fetching of its parts.
+void FilePlacer::awaitDescriptors()
+{
+    constexpr std::chrono::milliseconds between{20};
+    constexpr int mostLooks = 250;
+    const std::size_t few = std::min(kDescriptorsOfATask * (context_.request.jobs + 1),
+                                     platform::descriptorLimit(kMostDescriptorsKeptFree * 3) / 3);
+    for (int look = 0; look < mostLooks && !platform::areDescriptorsFree(few); ++look) {
+        finish();
+        if (platform::areDescriptorsFree(few) || context_.stop.waitFor(between))
+            return;
+    }
 }
 
 void FilePlacer::enqueue(Gathered gathered)

@@ -109,6 +109,7 @@ private:
                                 const platform::TargetFile& file, std::uint64_t from,
                                 RestoredItem& report, bool& isKept, bool& isDigestWrong);
     [[nodiscard]] std::string versionFor(const FileTask& task, RestoredItem& report, bool& isKept);
+    void awaitDescriptors();
     void enqueue(Gathered gathered);
     void giveNames(std::vector<Gathered> gathered);
     [[nodiscard]] GivenName nameGathered(const Gathered& gathered,

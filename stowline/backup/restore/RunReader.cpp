@@ -179,10 +179,31 @@ RecordChain RunReader::openChain()
     return chain;
 }
 
+/// Where this user on this machine has seen runs, their absence is no lack of backups.
+void RunReader::refuseLossOfOwnChain() const
+{
+    if (!choice_.stateFolder || !choice_.identity)
+        return;
+    const IndexPosition seen =
+        RunState::seen(*choice_.stateFolder, RunState::owner(choice_.account, *choice_.identity));
+    if (seen.run != 0)
+        throw RecordFault(Kind::rolledBack,
+                          fmt::format("The service shows no run of this user on this machine under "
+                                      "the name {}, but run {} was seen here. If runs were "
+                                      "deleted, \"stowline undelete\" may bring them back; else "
+                                      "please ask the provider.",
+                                      choice_.account.systemName, seen.run));
+}
+
 /// Never guesses: another's chain is taken only when there is no other that could be meant.
 std::string RunReader::chosenChain(const std::vector<std::string>& chains)
 {
     const std::string& machine = choice_.account.systemName;
+    const auto isOwn = [this](const std::string& name) {
+        return choice_.identity && name == chainName(*choice_.identity);
+    };
+    if (std::ranges::none_of(chains, isOwn) && (choice_.chain.empty() || isOwn(choice_.chain)))
+        refuseLossOfOwnChain();
     if (chains.empty())
         throw RecordFault(Kind::notFound, "No run of the machine " + machine + " is recorded.");
     const auto has = [&chains](const std::string& name) {

@@ -67,6 +67,7 @@ private:
     [[nodiscard]] std::uint64_t newestBegunBy(RecordChain& chain,
                                               const std::vector<std::uint64_t>& finished,
                                               const Timestamp& at);
+    void refuseLossOfOwnChain() const;
     [[nodiscard]] std::string chosenChain(const std::vector<std::string>& chains);
 
     const RunChoice choice_;

@@ -434,7 +434,7 @@ void TreePlacer::takeSpecial(const StoredItem& stored, bool hasStood)
     }
     const bool isRight = there && isSame(item, *held, *there);
     if (there && !isRight && there->kind == TargetKind::folder)
-        return fail(item, "a folder stands in its place");
+        return fail(item, "a folder stands in its place; please move the folder away");
     report.isMetadataOnly = isRight;
     if (there && isLeftAlone(context_.request.overwrite, item, *there)) {
         const bool isUnchanged = isRight && !isMetadataOther(*held, item, context_.owners);

@@ -102,9 +102,11 @@ bool Tries::tryOnce(const Attempt& attempt, std::optional<Error>& error, Moment 
     }
     const FailureWatch watch;
     const bool isDone = attempt(error);
-    // What no slot tells (no answer in time, a helper that died) is not a refusal.
+    // What no slot tells (no answer in time, a helper that died, a server that cannot serve now) is
+    // not a refusal.
     if (!isDone && !error &&
-        (watch.kind() == FailureKind::timeOut || watch.kind() == FailureKind::helperFailed))
+        (watch.kind() == FailureKind::timeOut || watch.kind() == FailureKind::helperFailed ||
+         watch.kind() == FailureKind::unavailable))
         error = watch.failure();
     const std::lock_guard lock(mutex_);
     running_.erase(place);

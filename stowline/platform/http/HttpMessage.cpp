@@ -73,6 +73,7 @@ FailureKind kindOfStatus(int status)
         return FailureKind::proxyRefused;
     case 413:
         return FailureKind::requestTooLarge;
+    case 408:
     case 429:
     case 502:
     case 503:
