@@ -29,8 +29,6 @@ public:
     OddFileSystem& operator=(const OddFileSystem&) = delete;
 
     [[nodiscard]] bool isMounted() const { return isMounted_; }
-    /// Waits until somebody reads and finds the gate closed. @return false when it serves no more
-    [[nodiscard]] bool awaitReader() { return program_->readLine() == "reads"; }
     [[nodiscard]] std::filesystem::path behind() const { return behind_.path(); }
 
 private:
