@@ -21,6 +21,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
 #include <sys/timerfd.h>
 #include <sys/uio.h>
 #include <sys/xattr.h>
@@ -112,6 +113,49 @@ STOWLINE_FALLIBLE(unlink, int, -1, EACCES, (const char* path) noexcept, (path))
 STOWLINE_FALLIBLE(unlinkat, int, -1, EACCES, (int folder, const char* path, int flags) noexcept,
                   (folder, path, flags))
 STOWLINE_FALLIBLE(mkdir, int, -1, ENOSPC, (const char* path, mode_t mode) noexcept, (path, mode))
+STOWLINE_FALLIBLE(mkdirat, int, -1, ENOSPC, (int folder, const char* path, mode_t mode) noexcept,
+                  (folder, path, mode))
+STOWLINE_FALLIBLE(mknodat, int, -1, ENOSPC,
+                  (int folder, const char* path, mode_t mode, dev_t device) noexcept,
+                  (folder, path, mode, device))
+STOWLINE_FALLIBLE(symlinkat, int, -1, ENOSPC,
+                  (const char* target, int folder, const char* path) noexcept,
+                  (target, folder, path))
+STOWLINE_FALLIBLE(linkat, int, -1, EMLINK,
+                  (int fromFolder, const char* from, int toFolder, const char* to,
+                   int flags) noexcept,
+                  (fromFolder, from, toFolder, to, flags))
+STOWLINE_FALLIBLE(renameat, int, -1, EACCES,
+                  (int fromFolder, const char* from, int toFolder, const char* to) noexcept,
+                  (fromFolder, from, toFolder, to))
+STOWLINE_FALLIBLE(renameat2, int, -1, EACCES,
+                  (int fromFolder, const char* from, int toFolder, const char* to,
+                   unsigned flags) noexcept,
+                  (fromFolder, from, toFolder, to, flags))
+STOWLINE_FALLIBLE(syncfs, int, -1, EIO, (int file) noexcept, (file))
+STOWLINE_FALLIBLE(chmod, int, -1, EPERM, (const char* path, mode_t mode) noexcept, (path, mode))
+STOWLINE_FALLIBLE(fchmod, int, -1, EPERM, (int file, mode_t mode) noexcept, (file, mode))
+STOWLINE_FALLIBLE(fchmodat, int, -1, EPERM,
+                  (int folder, const char* path, mode_t mode, int flags) noexcept,
+                  (folder, path, mode, flags))
+STOWLINE_FALLIBLE(fchownat, int, -1, EPERM,
+                  (int folder, const char* path, uid_t owner, gid_t group, int flags) noexcept,
+                  (folder, path, owner, group, flags))
+STOWLINE_FALLIBLE(futimens, int, -1, EROFS, (int file, const timespec* times) noexcept,
+                  (file, times))
+STOWLINE_FALLIBLE(utimensat, int, -1, EROFS,
+                  (int folder, const char* path, const timespec* times, int flags) noexcept,
+                  (folder, path, times, flags))
+STOWLINE_FALLIBLE(setxattr, int, -1, ENOSPC,
+                  (const char* path, const char* name, const void* from, Bytes size,
+                   int flags) noexcept,
+                  (path, name, from, size, flags))
+STOWLINE_FALLIBLE(fsetxattr, int, -1, ENOSPC,
+                  (int file, const char* name, const void* from, Bytes size, int flags) noexcept,
+                  (file, name, from, size, flags))
+STOWLINE_FALLIBLE(readlinkat, ssize_t, -1, EIO,
+                  (int folder, const char* path, char* to, Bytes size) noexcept,
+                  (folder, path, to, size))
 STOWLINE_FALLIBLE(mkostemp, int, -1, EMFILE, (char* path, int flags), (path, flags))
 STOWLINE_FALLIBLE(flock, int, -1, ENOLCK, (int file, int operation) noexcept, (file, operation))
 STOWLINE_FALLIBLE(lgetxattr, ssize_t, -1, ENOTSUP,
@@ -215,6 +259,23 @@ extern "C" int openat(int folder, const char* path, int flags, ...)
         return -1;
     }
     return next(folder, path, flags, mode);
+}
+
+/// The one of the system's calls without a function of its own that is made here.
+extern "C" long syscall(long number, ...) noexcept
+{
+    static const auto next = real(&syscall, "syscall");
+    va_list arguments;
+    va_start(arguments, number);
+    std::array<long, 6> given{};
+    for (long& argument : given)
+        argument = va_arg(arguments, long);
+    va_end(arguments);
+    if (number == SYS_openat2 && fails("openat2")) {
+        errno = EMFILE;
+        return -1;
+    }
+    return next(number, given[0], given[1], given[2], given[3], given[4], given[5]);
 }
 
 #define STOWLINE_FALLIBLE_CONTROL(NAME, OPERATION)                                                 \
@@ -324,7 +385,9 @@ constexpr std::array kFunctions{// clang-format off
     "fstat64", "fstatat", "statx", "statvfs", "rename", "unlink", "unlinkat", "mkdir", "mkostemp", "flock",
     "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "fork", "dup2", "clone", "pthread_create", "timerfd_create",
     "getrandom", "socket", "socketpair", "connect", "send", "recv", "sendmsg", "recvmsg", "getsockname", "getsockopt",
-    "setsockopt", "getaddrinfo", "poll", "open", "open64", "openat", "fcntl", "fcntl64", "ioctl"};
+    "setsockopt", "getaddrinfo", "poll", "open", "open64", "openat", "openat2", "fcntl", "fcntl64", "ioctl",
+    "mkdirat", "mknodat", "symlinkat", "linkat", "renameat", "renameat2", "syncfs", "chmod", "fchmod", "fchmodat",
+    "fchownat", "futimens", "utimensat", "setxattr", "fsetxattr", "readlinkat"};
 // clang-format on
 
 /// The name as the table spells it, which is there for ever; null for an unknown one.
