@@ -152,6 +152,16 @@ std::optional<std::string> Accounts::passwordMark(const std::string& userName)
     return stored ? std::optional(platform::Sha256::of(*stored)) : std::nullopt;
 }
 
+std::vector<std::string> Accounts::names()
+{
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement query(database_, "SELECT user_name FROM accounts ORDER BY user_name");
+    std::vector<std::string> found;
+    while (query.executeStep())
+        found.push_back(query.getColumn(0).getString());
+    return found;
+}
+
 std::optional<std::string> Accounts::signIn(const std::string& userName,
                                             const std::string& password)
 {

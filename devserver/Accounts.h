@@ -11,6 +11,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace stowline::devserver {
 
@@ -73,6 +74,9 @@ public:
     /// A text that is another once the account has another password, and tells nothing of it.
     /// Absent when there is no such account.
     [[nodiscard]] std::optional<std::string> passwordMark(const std::string& userName);
+
+    /// The user names of all accounts, in their order.
+    [[nodiscard]] std::vector<std::string> names();
 
     /// Absent when there is no such account.
     [[nodiscard]] std::optional<AccountDetails> details(const std::string& userName);

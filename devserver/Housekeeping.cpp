@@ -26,6 +26,13 @@ try {
     STOWLINE_LOG_ERROR("Deleted versions cannot be taken away: %@", fault.what());
 }
 
+void noteSpace(Storage& storage)
+try {
+    storage.noteSpace();
+} catch (const std::exception& fault) {
+    STOWLINE_LOG_ERROR("What accounts hold cannot be noted: %@", fault.what());
+}
+
 } // namespace
 
 Housekeeping::Housekeeping(Storage& storage) : storage_(storage), worker_([this] { work(); }) {}
@@ -47,6 +54,7 @@ void Housekeeping::work()
         lock.unlock();
         dropDeleted(storage_);
         dropAbandoned(storage_);
+        noteSpace(storage_);
         lock.lock();
     } while (!ending_.wait_for(lock, kPause, [this] { return isEnding_; }));
 }

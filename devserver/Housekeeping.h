@@ -9,8 +9,9 @@
 
 namespace stowline::devserver {
 
-/// Drops abandoned parts, and what was deleted once its days of grace are over, at once and every
-/// hour after, in a thread of its own, until it ends. The storage must outlive it.
+/// Drops abandoned parts, and what was deleted once its days of grace are over, and notes what
+/// accounts hold, at once and every hour after, in a thread of its own, until it ends. The storage
+/// must outlive it.
 class Housekeeping {
 public:
     explicit Housekeeping(Storage& storage);

@@ -27,6 +27,7 @@ constexpr const char* kSchema = R"sql(
 
 constexpr int kBusyMilliseconds = 5000;
 constexpr std::size_t kMessageIdBytes = 8;
+constexpr const char* kUserField = "userName";
 
 /// Something that can stand in a header: "name@domain" without blanks, controls and brackets.
 bool isAddress(const std::string& text)
@@ -68,6 +69,15 @@ std::string inLines(const std::string& base64)
     return lines;
 }
 
+/// What a sender gave; empty where it cannot be read.
+Dictionary fieldsIn(const SQLite::Column& column)
+{
+    const auto reading = platform::readPropertyList(
+        {static_cast<const char*>(column.getBlob()), static_cast<std::size_t>(column.size())});
+    const Dictionary* fields = reading.value ? reading.value->dictionary() : nullptr;
+    return fields ? *fields : Dictionary();
+}
+
 } // namespace
 
 std::string messageText(const Email& email, Date date, const std::string& messageId)
@@ -89,33 +99,55 @@ Journal::Journal(const std::filesystem::path& dataFolder)
                 SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyMilliseconds)
 {
     database_.exec(kSchema);
+    nameUsers();
+}
+
+/// Adds what databases of earlier versions lack: whose each line is.
+void Journal::nameUsers()
+{
+    SQLite::Statement known(database_,
+                            "SELECT 1 FROM pragma_table_info('journal') WHERE name = 'user_name'");
+    if (known.executeStep())
+        return;
+    SQLite::Transaction transaction(database_);
+    database_.exec("ALTER TABLE journal ADD COLUMN user_name TEXT NOT NULL DEFAULT ''");
+    SQLite::Statement query(database_, "SELECT id, fields FROM journal");
+    SQLite::Statement update(database_, "UPDATE journal SET user_name = ? WHERE id = ?");
+    while (query.executeStep()) {
+        update.reset();
+        update.bind(1, platform::findText(fieldsIn(query.getColumn(1)), kUserField));
+        update.bind(2, query.getColumn(0).getInt64());
+        update.exec();
+    }
+    database_.exec("CREATE INDEX journal_of_user ON journal (user_name, kind, id)");
+    transaction.commit();
 }
 
 void Journal::add(const char* kind, const Dictionary& fields)
 {
     const std::string bytes = platform::writeBinaryPropertyList(fields).value_or("");
     const std::lock_guard lock(mutex_);
-    SQLite::Statement insert(database_, "INSERT INTO journal (kind, fields) VALUES (?,?)");
+    SQLite::Statement insert(database_,
+                             "INSERT INTO journal (kind, fields, user_name) VALUES (?,?,?)");
     insert.bind(1, kind);
     insert.bind(2, bytes.data(), static_cast<int>(bytes.size()));
+    insert.bind(3, platform::findText(fields, kUserField));
     insert.exec();
 }
 
-std::vector<JournalLine> Journal::lines(const char* kind, int most)
+std::vector<JournalLine> Journal::lines(const char* kind, int most, const std::string* user)
 {
     const std::lock_guard lock(mutex_);
-    SQLite::Statement query(database_, "SELECT received, fields FROM journal WHERE kind = ?"
-                                       " ORDER BY id DESC LIMIT ?");
+    SQLite::Statement query(database_,
+                            std::string("SELECT received, fields FROM journal WHERE kind = ?1") +
+                                (user ? " AND user_name = ?3" : "") + " ORDER BY id DESC LIMIT ?2");
     query.bind(1, kind);
     query.bind(2, most);
+    if (user)
+        query.bind(3, *user);
     std::vector<JournalLine> found;
-    while (query.executeStep()) {
-        const auto column = query.getColumn(1);
-        const auto reading = platform::readPropertyList(
-            {static_cast<const char*>(column.getBlob()), static_cast<std::size_t>(column.size())});
-        if (reading.value && reading.value->dictionary())
-            found.push_back({query.getColumn(0).getString(), *reading.value->dictionary()});
-    }
+    while (query.executeStep())
+        found.push_back({query.getColumn(0).getString(), fieldsIn(query.getColumn(1))});
     return found;
 }
 

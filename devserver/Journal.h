@@ -34,16 +34,24 @@ public:
     void addEvent(const Dictionary& fields) { add("event", fields); }
     void addReport(const Dictionary& fields) { add("report", fields); }
 
-    /// The newest first.
-    [[nodiscard]] std::vector<JournalLine> events(int most) { return lines("event", most); }
-    [[nodiscard]] std::vector<JournalLine> reports(int most) { return lines("report", most); }
+    /// The newest first: of everybody, or those that name an account as "userName".
+    [[nodiscard]] std::vector<JournalLine> events(int most, const std::string* user = nullptr)
+    {
+        return lines("event", most, user);
+    }
+    [[nodiscard]] std::vector<JournalLine> reports(int most, const std::string* user = nullptr)
+    {
+        return lines("report", most, user);
+    }
 
     /// Keeps an e-mail. @return false when an address is none or the disk refuses
     [[nodiscard]] bool keep(const Email& email);
 
 private:
     void add(const char* kind, const Dictionary& fields);
-    [[nodiscard]] std::vector<JournalLine> lines(const char* kind, int most);
+    [[nodiscard]] std::vector<JournalLine> lines(const char* kind, int most,
+                                                 const std::string* user);
+    void nameUsers();
 
     const std::filesystem::path mailFolder_;
     std::mutex mutex_;

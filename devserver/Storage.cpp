@@ -1,6 +1,7 @@
 #include "devserver/Storage.h"
 
 #include "devserver/StoragePaths.h"
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/desktop/CyclicChecksum.h"
 #include "stowline/platform/desktop/Sha256.h"
@@ -111,6 +112,23 @@ constexpr const char* kSchema = R"sql(
         bytes     INTEGER NOT NULL,
         PRIMARY KEY (user_name, path)
     ) STRICT;
+    CREATE TABLE IF NOT EXISTS space_notes (
+        user_name TEXT NOT NULL,
+        at        INTEGER NOT NULL,
+        bytes     INTEGER NOT NULL,
+        deleted   INTEGER NOT NULL, -- of them
+        PRIMARY KEY (user_name, at)
+    ) STRICT, WITHOUT ROWID;
+    CREATE TABLE IF NOT EXISTS reads (
+        id          INTEGER PRIMARY KEY,
+        user_name   TEXT NOT NULL,
+        system_name TEXT NOT NULL,
+        began       INTEGER NOT NULL,
+        last_at     INTEGER NOT NULL,
+        parts       INTEGER NOT NULL,
+        bytes       INTEGER NOT NULL
+    ) STRICT;
+    CREATE INDEX IF NOT EXISTS reads_of_user ON reads (user_name, id);
 )sql";
 
 constexpr int kBusyMilliseconds = 5000;
@@ -148,6 +166,15 @@ Storage::Storage(std::filesystem::path dataFolder, std::function<Clock::time_poi
     database_.exec(kSchema);
     migrate();
     takeBackAside();
+}
+
+Storage::~Storage()
+{
+    try {
+        writeReads();
+    } catch (const std::exception& fault) {
+        STOWLINE_LOG_ERROR("What was read last cannot be noted: %@", fault.what());
+    }
 }
 
 /// Adds what databases of earlier versions lack.
@@ -375,6 +402,8 @@ RegistrationOutcome Storage::registerFile(const Registration& given)
     const Content whole{held.receivedBytes, checksum, digest.hexadecimal(), file.stamp()};
     NewVersion version{registration, *serverFile, whole};
     insertTogether(version);
+    if (isRecord(registration.folder) && registration.name.ends_with("-finished"))
+        noteEndOfRun(registration.place.userName);
     return RegistrationOutcome::success;
 }
 

@@ -1,6 +1,7 @@
 // What the service stores: parts on their way, files, versions.
 #pragma once
 
+#include "devserver/AccountFigures.h"
 #include "devserver/StatementCache.h"
 #include "stowline/platform/values/Outcome.h"
 #include "stowline/platform/values/Value.h"
@@ -142,25 +143,6 @@ struct ItemQuery {
     std::int64_t pageSize = 0;
 };
 
-/// What is stored of one machine.
-struct MachineSummary {
-    std::string userName;
-    std::string systemName;
-    std::int64_t files = 0;
-    std::uint64_t bytes = 0; ///< of the newest versions
-    std::string lastStored;  ///< universal time
-};
-
-/// The newest run of a chain of records, as the names of its records tell.
-struct RunSummary {
-    std::string userName;
-    std::string systemName;
-    std::string chain;
-    std::string run;   ///< its number
-    std::string state; ///< "begun", "unfinished-NN" or "finished"
-    std::string lastStored;
-};
-
 /// What was deleted and is still kept.
 struct DeletedVersion {
     StoredVersion version;
@@ -199,14 +181,6 @@ struct Undeletion {
     std::int64_t forgetting = 0; ///< runs of which a note says still that they are being forgotten
 };
 
-/// What was read of an account's content since the service began.
-struct ReadSummary {
-    std::string userName;
-    std::uint64_t parts = 0;
-    std::uint64_t bytes = 0;
-    std::int64_t lastAt = 0; ///< seconds of the clock
-};
-
 /// Content lies in files below one folder, under names that clients cannot choose; everything else
 /// in SQLite. A version's row is written last, once its content is whole, checked and durable, so
 /// that whatever ends the service leaves no version that is not. A registration is a success once
@@ -220,6 +194,10 @@ public:
     explicit Storage(std::filesystem::path dataFolder,
                      std::function<Clock::time_point()> now = Clock::now,
                      std::chrono::seconds grace = kUsualGrace);
+
+    ~Storage();
+    Storage(const Storage&) = delete;
+    Storage& operator=(const Storage&) = delete;
 
     static constexpr std::chrono::seconds kUsualGrace = std::chrono::days{7};
 
@@ -306,11 +284,38 @@ public:
                                                         const std::string& systemName,
                                                         const std::string& folder);
 
-    [[nodiscard]] std::vector<MachineSummary> machines();
-    [[nodiscard]] std::vector<RunSummary> runs();
-    [[nodiscard]] std::vector<ReadSummary> reads();
+    /// Machines of an account that hold files, by name; those whose records alone are stored too.
+    [[nodiscard]] std::vector<MachineSummary> machines(const std::string& userName);
+
+    /// Records of the runs of an account, newest first, at most so many of each chain.
+    [[nodiscard]] std::vector<StoredRecord> records(const std::string& userName, int mostOfChain);
+
+    /// The bytes of a record as they are stored, from the beginning; none where they are not whole.
+    [[nodiscard]] std::string beginningOf(const StoredRecord& record, std::size_t length);
+
+    /// When content of an account was fetched, the newest first; records of runs are not content.
+    /// The last hundred of each account are kept, over restarts too.
+    [[nodiscard]] std::vector<ReadSpan> reads(const std::string& userName);
+
+    /// What is deleted and still kept, what goes first before the rest, at most so many groups.
+    [[nodiscard]] std::vector<GraceGroup> graceGroups(const std::string& userName, int most);
+
+    /// Notes what every account holds now, where it is not what was noted last; and thins out older
+    /// notes: of a day that is more than two days ago the last one stays. An account's is noted at
+    /// the end of each of its runs as well.
+    void noteSpace();
+
+    /// The oldest first.
+    [[nodiscard]] std::vector<SpaceNote> spaceNotes(const std::string& userName);
+
+    /// Seconds since 1970 by the clock that the storage goes by.
+    [[nodiscard]] std::int64_t secondsNow() const;
 
 private:
+    void noteRead(const std::string& userName, const StoredVersion& version, std::uint64_t bytes);
+    void writeReads();
+    void noteSpaceOf(const std::string& userName);
+    void noteEndOfRun(const std::string& userName);
     [[nodiscard]] std::optional<std::string> serverFileOf(const UploadPlace& place);
     [[nodiscard]] HeldUpload heldAt(const std::string& serverFile);
     [[nodiscard]] std::optional<StoredVersion> versionAt(const std::string& serverFile);
@@ -336,7 +341,6 @@ private:
     void noteJudged(std::int64_t versionId, const std::string& stamp, bool isWhole);
     void migrate();
     [[nodiscard]] bool dropAbandonedFile(const std::string& serverFile, std::int64_t before);
-    [[nodiscard]] std::int64_t secondsNow() const;
     [[nodiscard]] std::optional<std::uint32_t> checksumOfUpload(const std::string& serverFile);
     void forgetUpload(const std::string& serverFile);
     [[nodiscard]] std::int64_t fileFor(const Registration& registration);
@@ -376,7 +380,12 @@ private:
     std::vector<NewVersion*> group_; ///< waits for the one that is being committed
     bool isCommitting_ = false;
     std::recursive_mutex mutex_;
-    std::map<std::string, ReadSummary> reads_; ///< by user
+    struct OpenSpan {
+        std::int64_t id = 0;
+        ReadSpan span;
+        std::int64_t writtenAt = 0;
+    };
+    std::map<std::pair<std::string, std::string>, OpenSpan> reads_; ///< by user and machine
     SQLite::Database database_;
     StatementCache statements_{database_};
 };

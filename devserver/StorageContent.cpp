@@ -1,5 +1,6 @@
 // Whether content is still what was registered; handing it out; dropping what belongs to nobody.
 #include "devserver/Storage.h"
+#include "devserver/StoragePaths.h"
 #include "stowline/platform/desktop/CyclicChecksum.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/ContentFile.h"
@@ -112,22 +113,9 @@ ContentPart Storage::readPart(const std::string& userName, std::int64_t versionI
         part.bytes.clear();
     }
     part.checksum = platform::continuedCrc32(0, part.bytes.data(), part.bytes.size());
-    const Lock lock(mutex_);
-    ReadSummary& summary = reads_[userName];
-    summary.userName = userName;
-    ++summary.parts;
-    summary.bytes += part.bytes.size();
-    summary.lastAt = secondsNow();
+    if (part.outcome == read && !isRecord(found->folder))
+        noteRead(userName, *found, part.bytes.size());
     return part;
-}
-
-std::vector<ReadSummary> Storage::reads()
-{
-    const Lock lock(mutex_);
-    std::vector<ReadSummary> found;
-    for (const auto& [user, summary] : reads_)
-        found.push_back(summary);
-    return found;
 }
 
 /// @param before seconds of the clock: what changed later stays

@@ -227,46 +227,4 @@ std::vector<std::string> Storage::listIdsBelow(const std::string& userName,
     return lists;
 }
 
-std::vector<MachineSummary> Storage::machines()
-{
-    const Lock lock(mutex_);
-    SQLite::Statement query(database_,
-                            "SELECT i.user_name, i.system_name, count(*),"
-                            " CAST(min(total(i.size), 9223372036854774784.0) AS INTEGER),"
-                            " (SELECT max(v.stored_at) FROM versions v JOIN items o ON"
-                            " o.id = v.item_id WHERE o.user_name = i.user_name AND"
-                            " o.system_name = i.system_name) FROM items i WHERE i.is_folder = 0"
-                            " GROUP BY i.user_name, i.system_name ORDER BY 1, 2");
-    std::vector<MachineSummary> found;
-    while (query.executeStep())
-        found.push_back({query.getColumn(0).getString(), query.getColumn(1).getString(),
-                         query.getColumn(2).getInt64(),
-                         static_cast<std::uint64_t>(query.getColumn(3).getInt64()),
-                         query.getColumn(4).getString()});
-    return found;
-}
-
-std::vector<RunSummary> Storage::runs()
-{
-    constexpr std::size_t numberDigits = 8; // of a record's name, as "00000017-finished"
-    const Lock lock(mutex_);
-    // Of each chain the row that was stored last; the other columns are that row's.
-    SQLite::Statement query(database_,
-                            "SELECT i.user_name, i.system_name, i.folder, i.name,"
-                            " v.stored_at, max(v.id) FROM items i JOIN versions v ON"
-                            " v.item_id = i.id WHERE i.folder GLOB '/=stowline=/records/*'"
-                            " GROUP BY i.user_name, i.system_name, i.folder"
-                            " ORDER BY max(v.id) DESC");
-    std::vector<RunSummary> found;
-    while (query.executeStep()) {
-        const std::string name = query.getColumn(3).getString();
-        if (name.size() <= numberDigits + 1)
-            continue;
-        found.push_back({query.getColumn(0).getString(), query.getColumn(1).getString(),
-                         split(query.getColumn(2).getString()).second, name.substr(0, numberDigits),
-                         name.substr(numberDigits + 1), query.getColumn(4).getString()});
-    }
-    return found;
-}
-
 } // namespace stowline::devserver

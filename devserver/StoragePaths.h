@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace stowline::devserver {
@@ -19,6 +20,15 @@ namespace stowline::devserver {
     while (folder.ends_with('/'))
         folder.pop_back();
     return folder.empty() || folder.starts_with('/') ? folder : "/" + folder;
+}
+
+/// The folder below which machines keep the records of their runs, each chain in one of its own.
+inline constexpr std::string_view kRecordsFolder = "/=stowline=/records/";
+
+/// Whether a normalized folder is that of a chain of records.
+[[nodiscard]] inline bool isRecord(std::string_view folder)
+{
+    return folder.starts_with(kRecordsFolder);
 }
 
 } // namespace stowline::devserver

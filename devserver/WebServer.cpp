@@ -58,11 +58,27 @@ public:
         serveParts();
     }
 
-    void servePage(std::function<std::string()> makePage)
+    void servePage(std::function<PageAnswer(const PageRequest&)> answer)
     {
-        server_->Get("/", [makePage = std::move(makePage)](const auto&, auto& response) {
-            response.set_content(makePage(), "text/html; charset=utf-8");
-        });
+        const auto handle = [this, answer = std::move(answer)](const httplib::Request& request,
+                                                               httplib::Response& response) {
+            PageAnswer given = answer({.method = request.method,
+                                       .path = request.path,
+                                       .cookies = request.get_header_value("Cookie"),
+                                       .knownTag = request.get_header_value("If-None-Match"),
+                                       .contentType = request.get_header_value("Content-Type"),
+                                       .body = request.body,
+                                       .own = {scheme_, port_}});
+            response.status = given.status;
+            for (const auto& [header, value] : given.headers)
+                response.set_header(header.c_str(), value);
+            if (!given.body.empty())
+                response.set_content(std::move(given.body), given.contentType.c_str());
+        };
+        for (const char* path : {"/", "/overview", "/sign-in"})
+            server_->Get(path, handle);
+        for (const char* path : {"/sign-in", "/sign-out"})
+            server_->Post(path, handle);
     }
 
     void serveSettings(std::string settings)
@@ -338,9 +354,9 @@ WebServer::WebServer(const std::vector<Service>& services, const PartContext& pa
 
 WebServer::~WebServer() = default;
 
-void WebServer::servePage(std::function<std::string()> makePage)
+void WebServer::servePage(std::function<PageAnswer(const PageRequest&)> answer)
 {
-    implementation_->servePage(std::move(makePage));
+    implementation_->servePage(std::move(answer));
 }
 
 void WebServer::serveSettings(std::string settings)

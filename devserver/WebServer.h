@@ -5,6 +5,7 @@
 #include "devserver/ServiceMethod.h"
 #include "devserver/Storage.h"
 #include "devserver/Tickets.h"
+#include "devserver/page/Page.h"
 
 #include <filesystem>
 #include <functional>
@@ -38,8 +39,8 @@ public:
     WebServer(const WebServer&) = delete;
     WebServer& operator=(const WebServer&) = delete;
 
-    /// Answers "/" with a page that is made anew for each call. Before run().
-    void servePage(std::function<std::string()> makePage);
+    /// Answers the requests for the page for people (Page.h). Before run().
+    void servePage(std::function<PageAnswer(const PageRequest&)> answer);
 
     /// Hands out a settings file for hosts, in the place where they look for it. Before run().
     void serveSettings(std::string settings);

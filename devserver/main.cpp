@@ -7,8 +7,8 @@
 #include "devserver/FaultPlan.h"
 #include "devserver/Housekeeping.h"
 #include "devserver/ReportServices.h"
-#include "devserver/StatusPage.h"
 #include "devserver/WebServer.h"
+#include "devserver/page/Page.h"
 #include "stowline/logging/DDFileLogger.h"
 #include "stowline/logging/DDLog.h"
 #include "stowline/logging/DDTTYLogger.h"
@@ -43,6 +43,7 @@ struct Options {
     bool requiresTicket = false;
     int deletionPause = 20;
     int graceDays = 7;
+    std::vector<std::string> administrators;
     std::optional<fs::path> logFolder;
     std::string logLevel = "info";
     bool verbose = false;
@@ -95,6 +96,9 @@ void declare(CLI::App& app, Options& options)
                    "How long what was deleted is kept and can be brought back; 0: not at all")
         ->check(CLI::Range(0, 36500))
         ->capture_default_str();
+    app.add_option("--administrator", options.administrators,
+                   "User name of an account that is shown every account on the page; may be given "
+                   "again");
     app.add_option("--log-folder", options.logFolder, "Folder for rolling log files");
     app.add_option("--log-level", options.logLevel, "Least severe lines to log")
         ->check(CLI::IsMember(logLevelNames()))
@@ -152,6 +156,14 @@ int run(const Options& options)
 
     startLogging(options);
     devserver::Accounts accounts(options.data / "service.sqlite");
+    // A name that is nobody's would make whoever opens that account an administrator.
+    for (const std::string& name : options.administrators) {
+        if (!accounts.details(name))
+            return fail(
+                fmt::format("There is no account \"{}\". Please open it first, and start the "
+                            "service with --administrator then.",
+                            name));
+    }
     devserver::Storage storage(options.data, devserver::Storage::Clock::now,
                                std::chrono::days(options.graceDays));
     devserver::Tickets tickets(options.data / "tickets.sqlite", accounts,
@@ -175,7 +187,12 @@ int run(const Options& options)
         tls = {*options.certificate, *options.key};
     devserver::WebServer server(services, {storage, tickets, options.requiresTicket}, faults, tls);
     const devserver::Housekeeping housekeeping(storage);
-    server.servePage([&] { return devserver::statusPage(storage, journal, deletions); });
+    devserver::Page page({accounts,
+                          storage,
+                          journal,
+                          deletions,
+                          {options.administrators.begin(), options.administrators.end()}});
+    server.servePage([&page](const auto& request) { return page.answer(request); });
     const auto port = server.bind(options.port);
     if (!port)
         return fail(fmt::format("Port {} is taken. Please choose another, or 0.", options.port));
