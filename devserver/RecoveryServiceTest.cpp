@@ -1,7 +1,6 @@
 // Getting content back: tickets, parts, what damage is told, what nobody wanted.
 #include "devserver/BackupService.h"
 #include "devserver/RecoveryEndpoint.h"
-#include "devserver/StatusPage.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/Files.h"
@@ -435,43 +434,6 @@ TEST_F(RecoveryTest, ADeletionOutlivesADiskThatRefuses)
     EXPECT_EQ(storage_.undelete({.userName = "ann"}, 100).broughtBack, 2); // each is kept once
 }
 
-TEST_F(RecoveryTest, ThePageShowsRunsAndWhatIsGivenBack)
-{
-    const auto record = [this](const std::string& guid, const std::string& name) {
-        const UploadPlace place{"ann", path_, guid};
-        EXPECT_TRUE(storage_.addPart(place, {.fileName = "f", .bytes = guid}));
-        EXPECT_EQ(storage_.registerFile({.place = place,
-                                         .systemName = "iMac",
-                                         .folder = "/=stowline=/records/m.ann.default",
-                                         .name = name,
-                                         .size = guid.size(),
-                                         .uploadedSize = guid.size()}),
-                  RegistrationOutcome::success);
-    };
-    Journal journal(folder_.path());
-    Deletions deletions(storage_, 0ms);
-    const auto page = [&] { return statusPage(storage_, journal, deletions); };
-    EXPECT_NE(page().find("No run has left a record."), std::string::npos);
-    EXPECT_NE(page().find("Nobody has read content."), std::string::npos);
-    record("g1", "00000001-finished");
-    record("g2", "00000002-begun");
-    const auto runs = storage_.runs();
-    ASSERT_EQ(runs.size(), 1U);
-    EXPECT_EQ(runs[0].chain, "m.ann.default");
-    EXPECT_EQ(runs[0].run, "00000002");
-    EXPECT_EQ(runs[0].state, "begun");
-    record("g3", "00000002-finished");
-    EXPECT_EQ(storage_.runs().at(0).state, "finished");
-    EXPECT_EQ(download({{"X-Length", "1"}}).body, "g");
-    EXPECT_EQ(download({}).body, "g1");
-    EXPECT_EQ(storage_.reads().at(0).parts, 2U);
-    EXPECT_EQ(storage_.reads().at(0).bytes, 3U);
-    EXPECT_NE(page().find("<td class=\"number\">00000002</td><td>finished</td>"), std::string::npos)
-        << page();
-    EXPECT_NE(page().find("<td>ann</td><td class=\"number\">2</td><td class=\"number\">3</td>"),
-              std::string::npos);
-}
-
 TEST_F(RecoveryTest, AFolderThatWasAFileIsAFolderAgain)
 {
     const auto put = [this](const std::string& guid, const std::string& folder,
@@ -515,7 +477,7 @@ TEST_F(RecoveryTest, SizesThatAddUpToMoreThanThereIsDoNotEndTheSums)
     EXPECT_EQ(put("g1", 0x7fffffffffffffffU), RegistrationOutcome::success);
     EXPECT_EQ(put("g2", 0x7fffffffffffffffU), RegistrationOutcome::success);
     EXPECT_EQ(put("g3", 0x8000000000000000U), RegistrationOutcome::invalidSize);
-    EXPECT_EQ(storage_.machines().at(0).bytes, 9223372036854774784U);
+    EXPECT_EQ(storage_.machines("ann").at(0).bytes, 9223372036854774784U);
     EXPECT_EQ(storage_.usedBytes("ann"), 2U);
 }
 

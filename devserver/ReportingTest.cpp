@@ -1,7 +1,6 @@
-// Deletions, monitoring, reports, e-mail, and the page that shows them.
+// Deletions, monitoring, reports and e-mail.
 #include "devserver/BackupService.h"
 #include "devserver/ReportServices.h"
-#include "devserver/StatusPage.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/files/Files.h"
 #include "tests/support/Program.h"
@@ -168,21 +167,29 @@ TEST_F(Reporting, AddressesCannotWriteHeaders)
         EXPECT_EQ(platform::readFile(file.path())->find("Bcc"), std::string::npos);
 }
 
-TEST_F(Reporting, ThePageShowsEverythingEscaped)
+TEST_F(Reporting, LinesAreToldToTheAccountThatTheyName)
 {
-    store("g1", "/a", "f");
-    journal_.addReport(
-        {{"machineName", "<script>alert(1)</script>"}, {"numberOfFilesNotBackedUp", "3"}});
-    journal_.addEvent({{"eventType", "\"'&\x1b[31m"}, {"systemName", "iMac"}});
-    Deletions deletions(storage_, 1h);
-    ASSERT_TRUE(deletions.begin("ann", "iMac", "/a"));
-    const std::string page = statusPage(storage_, journal_, deletions);
-    EXPECT_NE(page.find("<td>iMac</td>"), std::string::npos);
-    EXPECT_NE(page.find("&lt;script&gt;alert(1)"), std::string::npos);
-    EXPECT_EQ(page.find("<script>alert"), std::string::npos);
-    EXPECT_NE(page.find("&quot;&#39;&amp;?[31m"), std::string::npos);
-    EXPECT_NE(page.find("in progress"), std::string::npos);
-    EXPECT_NE(page.find("<noscript><meta http-equiv=\"refresh\""), std::string::npos);
+    journal_.addEvent({{"userName", "ann"}, {"eventType", "first"}});
+    journal_.addEvent({{"userName", "bob"}, {"eventType", "second"}});
+    journal_.addEvent({{"eventType", "nobody's"}});
+    const std::string ann = "ann";
+    const auto events = journal_.events(9, &ann);
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(platform::findText(events[0].fields, "eventType"), "first");
+    EXPECT_EQ(journal_.events(9).size(), 3U);
+    const std::string nobody;
+    EXPECT_EQ(journal_.reports(9, &nobody).size(), 0U);
+}
+
+TEST_F(Reporting, LinesOfAnEarlierVersionAreToldToTheirAccountsToo)
+{
+    journal_.addReport({{"userName", "ann"}, {"machineName", "iMac"}});
+    SQLite::Database((folder_.path() / "journal.sqlite").string(), SQLite::OPEN_READWRITE, 5000)
+        .exec("DROP INDEX journal_of_user; ALTER TABLE journal DROP COLUMN user_name");
+    Journal later(folder_.path());
+    const std::string ann = "ann";
+    ASSERT_EQ(later.reports(9, &ann).size(), 1U);
+    EXPECT_EQ(platform::findText(later.reports(9, &ann)[0].fields, "machineName"), "iMac");
 }
 
 } // namespace

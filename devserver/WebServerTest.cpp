@@ -1,4 +1,6 @@
 // What the service does with requests that are too much, forged or not for it.
+#include "devserver/Accounts.h"
+#include "devserver/DataFolder.h"
 #include "devserver/OwnAddress.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/network/Sockets.h"
@@ -195,12 +197,69 @@ TEST(WebServer, AnswersToItsOwnNameOnly)
 TEST(WebServer, ForeignRequestsReachNoMethodAndNoPart)
 {
     const test::DevServerProcess server;
-    for (const char* line : {"POST /AccountService.asmx", "POST /UploadFilePart",
-                             "GET /GetServerPartInfo", "GET /DownloadFilePart"})
+    for (const char* line :
+         {"POST /AccountService.asmx", "POST /UploadFilePart", "GET /GetServerPartInfo",
+          "GET /DownloadFilePart", "GET /", "GET /overview", "POST /sign-in", "POST /sign-out"})
         EXPECT_TRUE(answerTo(server, std::string(line) + " HTTP/1.1\r\n" + hostLine(server) +
                                          "Origin: http://attacker.example\r\n")
                         .starts_with("HTTP/1.1 403"))
             << line;
+}
+
+TEST(WebServer, RequestsForAnotherNameReachNoSignIn)
+{
+    const test::DevServerProcess server;
+    for (const char* host : {"attacker.example", "127.0.0.1", "localhost.attacker.example"}) {
+        for (const char* line : {"GET /", "GET /overview", "POST /sign-in", "POST /sign-out"})
+            EXPECT_TRUE(
+                answerTo(server, std::string(line) + " HTTP/1.1\r\nHost: " + host + "\r\n", "")
+                    .starts_with("HTTP/1.1 403"))
+                << line << host;
+    }
+}
+
+TEST(WebServer, ASignInOverTheWireGivesTheOverview)
+{
+    const test::TemporaryFolder data;
+    ASSERT_TRUE(prepareDataFolder(data.path() / "d"));
+    ASSERT_EQ(Accounts(data.path() / "d/service.sqlite")
+                  .open({.userName = "ann b", .password = "p&p", .email = "a@b.c"}),
+              AccountOutcome::success);
+    const test::DevServerProcess server({}, data.path() / "d");
+    const auto signIn = [&](const std::string& body) {
+        return answerTo(server,
+                        "POST /sign-in HTTP/1.1\r\n" + hostLine(server) +
+                            "Origin: " + server.address() +
+                            "\r\nContent-Type: application/x-www-form-urlencoded\r\n",
+                        body);
+    };
+    EXPECT_TRUE(signIn("user=ann+b&password=p").starts_with("HTTP/1.1 403"));
+    const std::string answer = signIn("user=ann+b&password=p%26p");
+    ASSERT_TRUE(answer.starts_with("HTTP/1.1 303")) << answer;
+    const auto start = answer.find("Set-Cookie: ") + 12;
+    const std::string cookie = answer.substr(start, answer.find(';', start) - start);
+    EXPECT_TRUE(cookie.starts_with("stowline-session-" + std::to_string(portOf(server)) + "="));
+    const std::string page = answerTo(server, "GET / HTTP/1.1\r\n" + hostLine(server) +
+                                                  "Cookie: other=1; " + cookie + "\r\n");
+    EXPECT_NE(page.find("Signed in as <bdi>ann b</bdi>"), std::string::npos) << page;
+    EXPECT_NE(page.find("Content-Security-Policy: default-src 'none';"), std::string::npos);
+    // Not by an address, which would stand in histories.
+    EXPECT_TRUE(answerTo(server,
+                         "POST /sign-in?user=ann+b&password=p%26p HTTP/1.1\r\n" + hostLine(server) +
+                             "Content-Type: application/x-www-form-urlencoded\r\n",
+                         "")
+                    .starts_with("HTTP/1.1 403"));
+}
+
+TEST(WebServer, AnAdministratorMustHaveAnAccount)
+{
+    const test::TemporaryFolder data;
+    const auto run = test::runProgram({{test::builtProgram("stowline-devserver"), "--data",
+                                        (data.path() / "d").string(), "--administrator", "eve"}});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_NE(run.errors.find("There is no account \"eve\". Please open it first"),
+              std::string::npos)
+        << run.errors;
 }
 
 TEST(OwnAddress, MayLackThePortWhereBrowsersLeaveItOut)

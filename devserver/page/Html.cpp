@@ -36,7 +36,7 @@ std::string headOf(const std::vector<Column>& columns)
 
 std::string cellOf(const Column& column, const std::string& html, bool isNaming)
 {
-    return fmt::format("<{0} data-label=\"{1}\"{2}>{3}</{4}>",
+    return fmt::format("<{0} data-label=\"{1}\"{2}><div>{3}</div></{4}>",
                        isNaming ? "th scope=\"row\" role=\"rowheader\"" : "td role=\"cell\"",
                        column.heading, column.isNumber ? " class=\"number\"" : "", html,
                        isNaming ? "th" : "td");

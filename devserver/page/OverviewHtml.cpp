@@ -389,7 +389,7 @@ std::string plotsHtml(const Overview& overview)
 
 std::string contents(const std::vector<Section>& sections)
 {
-    std::string html = "<nav aria-label=\"Sections\"><ul>\n";
+    std::string html = "<nav id=\"sections\" aria-label=\"Sections\"><ul>\n";
     for (const Section& section : sections) {
         html += fmt::format("<li><a href=\"#{}\">{}</a></li>\n", section.id, section.heading);
         if (std::string_view(section.id) == "space")

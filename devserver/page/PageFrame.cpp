@@ -76,7 +76,7 @@ std::string overviewPage(std::string_view nonce, const FrameParts& parts)
                "<header>\n<h1>Stowline development service</h1>\n"
                "<div class=\"who\"><p>Signed in as {0}{1}</p>\n"
                "<form method=\"post\" action=\"/sign-out\"><button>Sign out</button></form></div>\n"
-               "<p class=\"fresh\">As of <span id=\"as-of\">{2}</span> (UTC). "
+               "<p class=\"fresh\"><span>As of <span id=\"as-of\">{2}</span> (UTC).</span> "
                "<a id=\"reload\" href=\"/\">Reload</a> "
                "<button id=\"pause\" type=\"button\" aria-pressed=\"false\" hidden>Pause updates"
                "</button></p>\n<p id=\"news\" role=\"status\"></p>\n</header>\n"

@@ -26,29 +26,39 @@
     for (const child of like.childNodes) if (keyOf(child) !== null) wanted.add(keyOf(child));
     for (const child of node.childNodes) if (keyOf(child) !== null) known.set(keyOf(child), child);
     let at = node.firstChild;
-    const skipGone = () => {
-      while (at && keyOf(at) !== null && !wanted.has(keyOf(at))) {
-        const gone = at;
-        at = at.nextSibling;
-        gone.remove();
-      }
+    const drop = () => {
+      const gone = at;
+      at = at.nextSibling;
+      gone.remove();
     };
     for (const child of [...like.childNodes]) {
-      skipGone();
-      const mine = keyOf(child) === null ? at : known.get(keyOf(child));
-      if (mine && isAlike(mine, child)) {
-        if (mine === at) at = at.nextSibling;
-        else node.insertBefore(mine, at);
-        become(mine, child);
+      const key = keyOf(child);
+      const mine = known.get(key);
+      // What a keyed one stands behind goes, rather than that it is moved: a move loses the focus.
+      while (key !== null && mine && at && at !== mine && !wanted.has(keyOf(at))) drop();
+      while (key === null && at && keyOf(at) !== null && !wanted.has(keyOf(at))) drop();
+      const same = key === null ? at : mine;
+      if (same && isAlike(same, child)) {
+        if (same === at) at = at.nextSibling;
+        else node.insertBefore(same, at);
+        become(same, child);
       } else {
         node.insertBefore(document.importNode(child, true), at);
       }
     }
-    while (at) {
-      const gone = at;
-      at = at.nextSibling;
-      gone.remove();
-    }
+    while (at) drop();
+  };
+
+  // Does something and leaves what is at the top of the window where it is, though things come and
+  // go above it; not all browsers do so by themselves. The top of the page stays the top.
+  const inPlace = work => {
+    const seen = scrollY === 0 ? [] : [...main.querySelectorAll("tbody tr, h2, figure")]
+      .filter(element => element.getBoundingClientRect().bottom > 0).slice(0, 20)
+      .map(element => [element, element.getBoundingClientRect().top]);
+    work();
+    const [mark, top] = seen.find(([element]) => element.isConnected) ?? [];
+    const moved = mark ? mark.getBoundingClientRect().top - top : 0;
+    if (moved !== 0) scrollBy({ top: moved, behavior: "instant" });
   };
 
   // The sections whose tables changed, by their headings; the plot moves with the time.
@@ -62,7 +72,7 @@
     fresh.id = main.id;
     fresh.tabIndex = -1;
     const changed = changedSections(fresh);
-    become(main, fresh);
+    inPlace(() => become(main, fresh));
     if (changed.length > 0 && performance.now() - saidAt >= kBetweenNews) {
       saidAt = performance.now();
       say(`Updated: ${changed.join(", ")}.`);

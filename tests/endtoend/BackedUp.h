@@ -6,6 +6,7 @@
 #include "stowline/platform/files/Files.h"
 #include "tests/endtoend/Command.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/TestPaths.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -102,14 +103,13 @@ public:
         FAIL() << "nothing was sent";
     }
 
-    /// The service's page for people, as it is sent.
+    /// The service's page for people, as it is sent to who signs in with the account.
     [[nodiscard]] std::string statusPage() const
     {
-        const auto got =
-            runProgram({{"/usr/bin/python3", "-c",
-                         "import sys, urllib.request\n"
-                         "sys.stdout.write(urllib.request.urlopen(sys.argv[1]).read().decode())",
-                         server.address() + "/"}});
+        const auto got = runProgram(
+            {{"/usr/bin/python3", sourceFile("scripts/status_page.py"), server.address(), "ann"},
+             {},
+             password + "\n"});
         EXPECT_EQ(got.status, 0) << got.errors;
         return got.output;
     }

@@ -1,7 +1,6 @@
 // What people look at, in a real browser: the e-mail report and the development service's page.
 #include "stowline/util/General.h"
 #include "tests/endtoend/BackedUp.h"
-#include "tests/support/RawServer.h"
 
 #include <gtest/gtest.h>
 
@@ -141,35 +140,45 @@ TEST(ReportInABrowser, ReadsWellWithoutItsStyleSheet)
     EXPECT_FALSE(look.isDark);
 }
 
-TEST(PageInABrowser, FitsAPhoneAndNeedsNoScript)
-{
-    const test::BackedUp account;
-    account.folder.write("a", "1");
-    ASSERT_EQ(account.backup({"--report"}).status, 0);
-    const Look look = lookOf(account.statusPage(), 360, false);
-    EXPECT_LE(look.width, 360);
-    EXPECT_NE(look.text.find("iMac"), std::string::npos) << look.text;
-    EXPECT_NE(look.text.find("Last backups"), std::string::npos);
-}
+/// An account whose page has something in most of its tables, from machines with unkind names.
+class BackedUpWithOddNames : public test::BackedUp {
+public:
+    explicit BackedUpWithOddNames(const std::vector<std::string>& serverArguments)
+        : BackedUp(serverArguments)
+    {
+        folder.write("d/a", "1");
+        EXPECT_EQ(backup({"--report", "--self-test", "100%"}).status, 0);
+        EXPECT_EQ(backup({"/nonexistent", "--report"}).status, 3);
+        const std::string d = (folder.path() / "d").string();
+        for (const std::string& name : {std::string("<script>document.title='owned'</script>"),
+                                        "\xd7\x91\xd7\x99\xd7\xaa " + std::string(3900, 'x')}) {
+            const auto run = this->run({"backup", d, "--system", name, "--adopt"});
+            EXPECT_EQ(run.status, 0) << run.errors;
+        }
+        EXPECT_EQ(run({"rm", "--yes", d, "--system", "iMac", "--poll", "0.01"}).status, 0);
+    }
+};
 
-TEST(PageInABrowser, RefreshesItself)
+/// What tests/page_in_browser.py looks at; each is told there.
+class PageInABrowser : public testing::TestWithParam<const char*> {};
+
+INSTANTIATE_TEST_SUITE_P(Checks, PageInABrowser,
+                         testing::Values("look", "keyboard", "reader", "refresh", "away", "ended",
+                                         "plain", "policy"),
+                         [](const auto& check) { return std::string(check.param); });
+
+TEST_P(PageInABrowser, IsAsPromised)
 {
-    const test::BackedUp account;
-    const std::string first = account.statusPage();
-    ASSERT_NE(first.find("Nothing is stored yet."), std::string::npos);
-    // The same page, with other words the second time it is asked for.
-    std::atomic<int> calls = 0;
-    const test::RawServer server(
-        [&](const std::string& request, const test::RawConnection& connection) {
-            std::string page = first;
-            if (request.starts_with("GET / ") && ++calls > 1)
-                page.replace(page.find("Nothing is stored yet."), 22, "Something is stored.");
-            connection.send("HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\n"
-                            "Content-Length: " +
-                            std::to_string(page.size()) + "\r\n\r\n" + page);
-        });
-    const std::string later = Browser().documentAt(server.url());
-    EXPECT_NE(later.find("Something is stored."), std::string::npos);
+    const test::TemporaryFolder folder;
+    const BackedUpWithOddNames account(
+        {"--monitoring-tokens", folder.write("tokens", "token-1\n")});
+    const auto looked =
+        test::runProgram({{"/usr/bin/python3", test::sourceFile("tests/page_in_browser.py"),
+                           GetParam(), account.server.address(), "ann", "token-1"},
+                          {},
+                          account.password + "\n"});
+    EXPECT_EQ(looked.status, 0) << looked.errors;
+    EXPECT_EQ(looked.output, "as promised\n");
 }
 
 } // namespace

@@ -196,7 +196,7 @@ TEST(Report, TellsOfTheLastBackup)
     const auto result = account.run({"report"});
     EXPECT_EQ(result.status, 0) << result.errors;
     const std::string shown = account.statusPage();
-    EXPECT_NE(shown.find("<td>iMac</td>"), std::string::npos);
+    EXPECT_NE(shown.find("<bdi>iMac</bdi>"), std::string::npos);
     EXPECT_NE(shown.find("1.50 KB"), std::string::npos) << shown;
 }
 
@@ -392,10 +392,10 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
     EXPECT_EQ(account.backup({"--report"}).status, 0);
     EXPECT_EQ(savedReport().find("The backup failed"), std::string::npos);
     const std::string page = account.statusPage();
-    const std::string shown = page.substr(page.find("<h2>Last backups</h2>"));
+    const std::string shown = page.substr(page.find("<section id=\"reports\""));
     std::size_t rows = 0;
-    for (auto at = shown.find("<td>iMac</td><td>"); at != std::string::npos;
-         at = shown.find("<td>iMac</td><td>", at + 1))
+    for (auto at = shown.find("data-label=\"Machine\"><div><bdi>iMac"); at < shown.find("</table>");
+         at = shown.find("data-label=\"Machine\"><div><bdi>iMac", at + 1))
         ++rows;
     EXPECT_EQ(rows, 2U) << shown;
     // Nor does a command that fails before it leave the report of an earlier one.
