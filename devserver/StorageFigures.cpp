@@ -217,17 +217,20 @@ try {
 
 void Storage::noteSpace()
 {
-    const Lock lock(mutex_);
     std::vector<std::string> users;
-    SQLite::Statement query(database_, "SELECT DISTINCT user_name FROM upload_paths");
-    while (query.executeStep())
-        users.push_back(query.getColumn(0).getString());
-    for (const std::string& user : users)
+    {
+        const Lock lock(mutex_);
+        SQLite::Statement query(database_, "SELECT DISTINCT user_name FROM upload_paths");
+        while (query.executeStep())
+            users.push_back(query.getColumn(0).getString());
+    }
+    for (const std::string& user : users) // others may have their turn in between
         noteSpaceOf(user);
+    const Lock lock(mutex_);
     SQLite::Statement thin(database_,
                            "DELETE FROM space_notes AS note WHERE at < ?1 AND EXISTS (SELECT 1 FROM"
                            " space_notes later WHERE later.user_name = note.user_name AND"
-                           " later.at > note.at AND later.at / 86400 = note.at / 86400)");
+                           " later.at > note.at AND later.at < (note.at / 86400 + 1) * 86400)");
     thin.bind(1, secondsNow() - kInDetail);
     thin.exec();
 }

@@ -19,6 +19,9 @@ PLATFORM_ROOMS = ["text", "time", "values", "threads", "files", "processes", "ht
 # Those of the engine, likewise; what hosts include stands above them, but for what an account is.
 BACKUP_ROOMS = ["tree", "index", "content", "transfer", "record", "restore", "proof"]
 
+# The development service's, of which its page for people has a room of its own.
+DEVSERVER = ["stowline/platform", "stowline/logging", "stowline/soap/SoapMessage.h", "stowline/service/PartHeaders.h"]
+
 MAY_INCLUDE = {
     f"stowline/platform/{room}": [f"stowline/platform/{below}/" for below in PLATFORM_ROOMS[:height]]
     for height, room in enumerate(PLATFORM_ROOMS)
@@ -37,8 +40,8 @@ MAY_INCLUDE = {
     "stowline/backup": ["stowline/"],
     "stowline/tool": ["stowline/call", "stowline/soap", "stowline/platform", "stowline/util"],
     "cli": [],
-    "devserver": ["stowline/platform", "stowline/logging", "stowline/soap/SoapMessage.h",
-                  "stowline/service/PartHeaders.h"],
+    "devserver": ["devserver/page/"] + DEVSERVER,
+    "devserver/page": ["devserver/"] + DEVSERVER,
 }
 NEVER = {
     "stowline/service": ["stowline/tool", "stowline/backup"],

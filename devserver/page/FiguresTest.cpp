@@ -1,5 +1,5 @@
 // What the storage tells of accounts for people.
-#include "devserver/page/HeldService.h"
+#include "devserver/page/HeldServiceTest.h"
 #include "stowline/platform/files/Files.h"
 
 namespace stowline::devserver {

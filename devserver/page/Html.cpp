@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ctime>
 
 namespace stowline::devserver {
 
@@ -70,6 +71,14 @@ std::string sizeText(std::uint64_t bytes)
 std::string momentText(std::int64_t seconds)
 {
     return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(static_cast<std::time_t>(seconds)));
+}
+
+std::optional<std::int64_t> secondsOf(const std::string& moment)
+{
+    std::tm fields{};
+    const char* end = ::strptime(moment.c_str(), "%Y-%m-%d %H:%M:%S", &fields);
+    return end != nullptr && *end == '\0' ? std::optional<std::int64_t>(::timegm(&fields))
+                                          : std::nullopt;
 }
 
 std::string htmlTime(std::string_view moment)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,6 +21,9 @@ namespace stowline::devserver {
 
 /// "2026-01-31 23:59:59", universal time.
 [[nodiscard]] std::string momentText(std::int64_t seconds);
+
+/// Seconds since 1970 of a moment of that form; absent for other text.
+[[nodiscard]] std::optional<std::int64_t> secondsOf(const std::string& moment);
 
 /// A moment of that form as an element that programs understand; other text as it is.
 [[nodiscard]] std::string htmlTime(std::string_view moment);

@@ -29,6 +29,9 @@ TEST(Html, WritesSizesAndMoments)
     EXPECT_EQ(htmlTime(momentText(86399)),
               "<time datetime=\"1970-01-01T23:59:59Z\">1970-01-01 23:59:59</time>");
     EXPECT_EQ(htmlTime("<b>"), "&lt;b&gt;");
+    EXPECT_EQ(secondsOf("1970-01-02 00:00:01"), 86401);
+    EXPECT_EQ(secondsOf("1970-01-02 00:00:01 x"), std::nullopt);
+    EXPECT_EQ(secondsOf(""), std::nullopt);
     EXPECT_EQ(agoText(0), "less than a day ago");
     EXPECT_EQ(agoText(86400), "1 day ago");
     EXPECT_EQ(agoText(3 * 86400 - 1), "2 days ago");

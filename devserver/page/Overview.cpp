@@ -1,5 +1,6 @@
 #include "devserver/page/Overview.h"
 
+#include "devserver/page/Html.h"
 #include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
@@ -15,6 +16,7 @@ namespace {
 constexpr int kMostLines = 50;
 constexpr std::size_t kMostAccounts = 200;
 constexpr int kMostRecordsOfChain = 60;
+constexpr std::int64_t kLongForARun = 86400; ///< seconds since its newest record
 
 using ChainName = std::pair<std::string, std::string>; ///< machine and chain
 
@@ -79,7 +81,8 @@ std::vector<ShownChain> chainsOf(const AccountOverview& account)
 }
 
 /// What the records tell of runs that did not go well.
-void addRunFailures(const AccountOverview& account, std::vector<ShownFailure>& failures)
+void addRunFailures(const AccountOverview& account, std::int64_t now,
+                    std::vector<ShownFailure>& failures)
 {
     std::set<ChainName> chains;
     for (const ShownRun& run : account.runs) {
@@ -95,8 +98,12 @@ void addRunFailures(const AccountOverview& account, std::vector<ShownFailure>& f
         else if (isFinished(record) && run.head->failed > 0)
             tell(fmt::format("could not back up {}.",
                              platform::countText(run.head->failed, "item", "items")));
-        else if (!isFinished(record) && record.state != "forgotten" && !isLast)
+        else if (isFinished(record) || record.state == "forgotten")
+            continue;
+        else if (!isLast)
             tell("began and never finished.");
+        else if (now - secondsOf(record.storedAt).value_or(now) >= kLongForARun)
+            tell("began and has told nothing more for a day or longer.");
     }
 }
 
@@ -122,27 +129,27 @@ void addReportedFailures(const AccountOverview& account, std::vector<ShownFailur
     }
 }
 
-std::vector<ShownFailure> failuresOf(const AccountOverview& account)
+std::vector<ShownFailure> failuresOf(const AccountOverview& account, std::int64_t now)
 {
     std::vector<ShownFailure> failures;
-    addRunFailures(account, failures);
+    addRunFailures(account, now, failures);
     addReportedFailures(account, failures);
     std::ranges::stable_sort(failures, std::ranges::greater(), &ShownFailure::when);
     if (failures.size() > kMostLines)
         failures.resize(kMostLines);
-    std::vector<ShownFailure> now;
+    std::vector<ShownFailure> standing;
     for (const MachineSummary& machine : account.machines) {
         if (machine.damaged > 0)
-            now.push_back({"", machine.systemName,
-                           platform::countText(static_cast<std::uint64_t>(machine.damaged),
-                                               "stored version is", "stored versions are") +
-                               " known to be damaged."});
+            standing.push_back({"", machine.systemName,
+                                platform::countText(static_cast<std::uint64_t>(machine.damaged),
+                                                    "stored version is", "stored versions are") +
+                                    " known to be damaged."});
     }
     for (const DeletionState& deletion : account.deletions) {
         if (!deletion.trouble.empty())
-            now.push_back({"", deletion.systemName, "A deletion waits: " + deletion.trouble});
+            standing.push_back({"", deletion.systemName, "A deletion waits: " + deletion.trouble});
     }
-    failures.insert(failures.begin(), now.begin(), now.end());
+    failures.insert(failures.begin(), standing.begin(), standing.end());
     return failures;
 }
 
@@ -177,7 +184,7 @@ AccountOverview overviewOf(const OverviewSources& sources, const std::string& us
         deletions, std::back_inserter(account.deletions),
         [&](const DeletionState& deletion) { return deletion.userName == userName; });
     account.chains = chainsOf(account);
-    account.failures = failuresOf(account);
+    account.failures = failuresOf(account, now);
     return account;
 }
 

@@ -1,13 +1,12 @@
 #include "devserver/page/OverviewHtml.h"
 
 #include "devserver/page/Html.h"
+#include "devserver/page/SectionRows.h"
 #include "devserver/page/SizePlot.h"
-#include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <ctime>
 #include <functional>
 
 namespace stowline::devserver {
@@ -16,13 +15,6 @@ namespace {
 
 constexpr std::size_t kMostLines = 50;
 constexpr std::size_t kMostPlots = 24;
-constexpr std::int64_t kDay = 86400;
-
-/// A row with the moment by which rows of several accounts are put in order.
-struct DatedRow {
-    std::string when;
-    Row row;
-};
 
 /// What a section tells of one account.
 using RowsOf = std::function<std::vector<DatedRow>(const AccountOverview&)>;
@@ -37,201 +29,6 @@ struct Section {
     bool isByTime = false; ///< the newest first, and no more than fifty
     RowsOf rowsOf;
 };
-
-std::string number(std::uint64_t value)
-{
-    return std::to_string(value);
-}
-
-/// A field of a report or an event as its sender gave it.
-std::string field(const JournalLine& line, const char* name)
-{
-    return htmlText(platform::findText(line.fields, name));
-}
-
-std::string plainNumber(const std::string& digits)
-{
-    return std::to_string(platform::leadingInteger(digits));
-}
-
-std::string stateText(const ShownRun& run)
-{
-    const std::string& state = run.record.state;
-    if (state == "finished")
-        return run.head
-                   ? (run.head->failed == 0 ? "finished"
-                                            : fmt::format("finished, {} failed", run.head->failed))
-                   : "finished; its record cannot be read";
-    if (state.starts_with("unfinished"))
-        return "not finished";
-    if (state == "begun")
-        return "begun";
-    return state == "forgotten" ? "being forgotten" : htmlText(state);
-}
-
-std::string chainName(const std::string& chain)
-{
-    return chain.empty() ? "<span class=\"none\">no run has left a record</span>"
-                         : htmlName(chainText(chain));
-}
-
-/// A moment of universal time, as text, with how long ago it was.
-std::string momentAndAge(const std::string& moment, std::int64_t now)
-{
-    std::tm fields{};
-    if (::strptime(moment.c_str(), "%Y-%m-%d %H:%M:%S", &fields) == nullptr)
-        return htmlTime(moment);
-    const std::string age = agoText(now - static_cast<std::int64_t>(::timegm(&fields)));
-    return htmlTime(moment) + (age.empty() ? "" : "<br><small>" + age + "</small>");
-}
-
-std::string lastRunHtml(const ShownChain& chain, std::int64_t now)
-{
-    if (!chain.last)
-        return "–";
-    return fmt::format("Run {}: {}<br>{}", plainNumber(chain.last->record.run),
-                       stateText(*chain.last), momentAndAge(chain.last->record.storedAt, now));
-}
-
-std::string lastGoodHtml(const ShownChain& chain, std::int64_t now)
-{
-    if (chain.lastGood)
-        return fmt::format("Run {}<br>{}", plainNumber(chain.lastGood->record.run),
-                           momentAndAge(chain.lastGood->record.storedAt, now));
-    return chain.looked == 0
-               ? "–"
-               : fmt::format("<strong class=\"bad\">none of the last {}</strong>", chain.looked);
-}
-
-std::vector<DatedRow> machineRows(const AccountOverview& account, std::int64_t now)
-{
-    std::vector<DatedRow> rows;
-    for (const ShownChain& chain : account.chains)
-        rows.push_back({"",
-                        {chain.systemName + "\n" + chain.chain,
-                         {htmlName(chain.systemName), chainName(chain.chain),
-                          lastRunHtml(chain, now), lastGoodHtml(chain, now),
-                          chain.lastRead ? momentAndAge(momentText(*chain.lastRead), now) : "–"}}});
-    return rows;
-}
-
-std::vector<DatedRow> spaceRows(const AccountOverview& account)
-{
-    std::int64_t files = 0;
-    for (const MachineSummary& machine : account.machines)
-        files += machine.files;
-    std::vector<DatedRow> rows{
-        {"",
-         {"all",
-          {"<strong>All of the account</strong>", std::to_string(files), "–",
-           sizeText(account.usedBytes - account.graceBytes), sizeText(account.graceBytes),
-           "<strong>" + sizeText(account.usedBytes) + "</strong>"}}}};
-    for (const MachineSummary& machine : account.machines)
-        rows.push_back({"",
-                        {"of " + machine.systemName,
-                         {htmlName(machine.systemName), std::to_string(machine.files),
-                          sizeText(machine.bytes), sizeText(machine.storedBytes), "–", "–"}}});
-    return rows;
-}
-
-std::vector<DatedRow> runRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    for (const ShownRun& run : account.runs) {
-        const StoredRecord& record = run.record;
-        const auto told = [&](auto&& text) { return run.head ? text(*run.head) : "–"; };
-        rows.push_back(
-            {record.storedAt,
-             {record.systemName + "\n" + record.chain + "\n" + record.run,
-              {plainNumber(record.run), htmlName(record.systemName),
-               htmlName(chainText(record.chain)), stateText(run), htmlTime(record.storedAt),
-               told([](const RunHead& head) { return number(head.items); }),
-               told([](const RunHead& head) { return sizeText(head.newBytes); }),
-               told([](const RunHead& head) { return sizeText(head.bytes); })}}});
-    }
-    return rows;
-}
-
-std::vector<DatedRow> readRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    for (const ReadSpan& read : account.reads)
-        rows.push_back(
-            {momentText(read.began),
-             {fmt::format("{}\n{}", read.systemName, read.began),
-              {htmlName(read.systemName), htmlTime(momentText(read.began)),
-               htmlTime(momentText(read.lastAt)), number(read.parts), sizeText(read.bytes)}}});
-    return rows;
-}
-
-std::vector<DatedRow> failureRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    for (const ShownFailure& failure : account.failures)
-        rows.push_back({failure.when.empty() ? "now" : failure.when, // before all moments
-                        {failure.when + failure.systemName + "\n" + failure.what,
-                         {failure.when.empty() ? "now" : htmlTime(failure.when),
-                          htmlName(failure.systemName), htmlText(failure.what)}}});
-    return rows;
-}
-
-std::vector<DatedRow> graceRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    for (const GraceGroup& group : account.grace) {
-        const auto days = static_cast<std::uint64_t>((group.secondsLeft + kDay - 1) / kDay);
-        rows.push_back({"",
-                        {group.systemName + "\n" + group.deletedOn,
-                         {htmlName(group.systemName), htmlText(group.deletedOn),
-                          std::to_string(group.versions), sizeText(group.bytes),
-                          days == 0 ? "over" : platform::countText(days, "day", "days")}}});
-    }
-    return rows;
-}
-
-std::vector<DatedRow> deletionRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    for (const DeletionState& state : account.deletions)
-        rows.push_back({"",
-                        {state.guid,
-                         {htmlName(state.path), htmlName(state.systemName),
-                          fmt::format("{} of {}", state.deleted, state.versions),
-                          state.isCompleted       ? std::string("completed")
-                          : state.isCancelled     ? "cancelled"
-                          : state.trouble.empty() ? "in progress"
-                                                  : "waiting: " + htmlText(state.trouble)}}});
-    return rows;
-}
-
-std::vector<DatedRow> reportRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    std::size_t place = account.reports.size();
-    for (const JournalLine& line : account.reports)
-        rows.push_back(
-            {line.receivedAt,
-             {fmt::format("{} {}", line.receivedAt, place--),
-              {htmlName(platform::findText(line.fields, "machineName")), field(line, "backupDate"),
-               field(line, "numberOfFilesBackedUp"), field(line, "numberOfFilesNotChanged"),
-               field(line, "numberOfFilesNotBackedUp"), field(line, "totalDataTransfered")}}});
-    return rows;
-}
-
-std::vector<DatedRow> eventRows(const AccountOverview& account)
-{
-    std::vector<DatedRow> rows;
-    std::size_t place = account.events.size();
-    for (const JournalLine& line : account.events)
-        rows.push_back(
-            {line.receivedAt,
-             {fmt::format("{} {}", line.receivedAt, place--),
-              {field(line, "eventType"), htmlName(platform::findText(line.fields, "systemName")),
-               htmlTime(line.receivedAt), field(line, "backupDuration") + " s",
-               field(line, "uploadedFilesCount"), field(line, "errorFilesCount"),
-               field(line, "clientVersion")}}});
-    return rows;
-}
 
 std::vector<Section> sectionsOf(std::int64_t now)
 {

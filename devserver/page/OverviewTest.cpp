@@ -1,5 +1,5 @@
 // What the page tells of an account, and what it does not claim to know.
-#include "devserver/page/HeldService.h"
+#include "devserver/page/HeldServiceTest.h"
 #include "devserver/page/OverviewHtml.h"
 
 namespace stowline::devserver {
@@ -85,6 +85,9 @@ TEST_F(OverviewTest, ARunIsOneHoweverManyRecordsItLeft)
     // The last one may still be running; the one before it is not.
     EXPECT_EQ(failures(account),
               (std::vector<std::string>{"iMac: Run 2 began and never finished."}));
+    letPass(24h);
+    EXPECT_EQ(failures(of("ann")).at(0),
+              "iMac: Run 3 began and has told nothing more for a day or longer.");
 }
 
 TEST_F(OverviewTest, ARunThatIsBeingForgottenIsSaidToBe)

@@ -1,6 +1,6 @@
 // Who is shown what on the page, and how one signs in to it.
 #include "devserver/page/FormFields.h"
-#include "devserver/page/HeldService.h"
+#include "devserver/page/HeldServiceTest.h"
 #include "stowline/platform/text/Text.h"
 
 #include <openssl/crypto.h>

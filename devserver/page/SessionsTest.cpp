@@ -1,5 +1,5 @@
 // Sessions, and how often passwords may be tried.
-#include "devserver/page/HeldService.h"
+#include "devserver/page/HeldServiceTest.h"
 
 #include <set>
 
