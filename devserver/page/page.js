@@ -49,12 +49,20 @@
     while (at) drop();
   };
 
-  // Does something and leaves what is at the top of the window where it is, though things come and
-  // go above it; not all browsers do so by themselves. The top of the page stays the top.
+  // Does something and leaves in its place what one is at, though things come and go above it: what
+  // is selected, else what has the focus, else the top of the window. Not all browsers do so by
+  // themselves. The top of the page stays the top.
   const inPlace = work => {
-    const seen = scrollY === 0 ? [] : [...main.querySelectorAll("tbody tr, h2, figure")]
-      .filter(element => element.getBoundingClientRect().bottom > 0).slice(0, 20)
-      .map(element => [element, element.getBoundingClientRect().top]);
+    const isSeen = element => {
+      const box = element.getBoundingClientRect();
+      return box.bottom > 0 && box.top < innerHeight;
+    };
+    const selection = getSelection();
+    const held = [selection.isCollapsed ? null : selection.anchorNode?.parentElement, document.activeElement]
+      .filter(element => element && main.contains(element) && element !== main && isSeen(element));
+    const seen = scrollY === 0 ? [] :
+      [...held, ...[...main.querySelectorAll("tbody tr, h2, figure")].filter(isSeen).slice(0, 20)]
+        .map(element => [element, element.getBoundingClientRect().top]);
     work();
     const [mark, top] = seen.find(([element]) => element.isConnected) ?? [];
     const moved = mark ? mark.getBoundingClientRect().top - top : 0;
