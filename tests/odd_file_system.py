@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 """A file system with a flaw, for tests of programs that write into it: a folder shown at another place.
 
-usage: odd_file_system.py FOLDER MOUNT_POINT [case-blind] [names=N] [quota=BYTES] [seconds] [gate=FILE]
+usage: odd_file_system.py FOLDER MOUNT_POINT [case-blind] [names=N] [quota=BYTES] [seconds] [gate=FILE] [slow=MS]
 
     case-blind    "File" and "file" are one name
     names=N       no name is longer than N bytes
     quota=BYTES   no more than so much may be written
     seconds       the time of writing is kept in whole seconds, and no time of change besides it
     gate=FILE     as long as FILE is there, whoever reads content waits, and FILE.met is made
+    slow=MS       reading content takes so long each time; FILE.far of the gate says how far the last reading came
 
 Serves until it is unmounted. Needs python3-fusepy.
 """
@@ -27,6 +28,7 @@ class OddFileSystem(Operations):
         self.longest_name = self.number(flaws, "names", 255)
         self.quota = self.number(flaws, "quota", 1 << 60)
         self.has_seconds = "seconds" in flaws
+        self.pause = self.number(flaws, "slow", 0) / 1000
         self.gate = next((flaw.split("=", 1)[1] for flaw in flaws if flaw.startswith("gate=")), None)
 
     @staticmethod
@@ -109,6 +111,10 @@ class OddFileSystem(Operations):
             open(self.gate + ".met", "w").close()
         while self.gate and os.path.exists(self.gate):
             time.sleep(0.01)
+        time.sleep(self.pause)
+        if self.gate and self.pause:
+            with open(self.gate + ".far", "w") as far:
+                far.write(str(offset))
         return os.pread(fh, size, offset)
 
     def write(self, path, data, offset, fh):
