@@ -485,6 +485,9 @@ TEST(FewProcesses, AreSaidToBe)
         EXPECT_LT(result.status, 1000) << most << "\n" << result.errors; // ended by no signal
         const bool isExplained = says(result, "thread") || says(result, "processes");
         EXPECT_TRUE(result.status == 0 || isExplained) << most << "\n" << result.errors;
+        if (result.status == 0) {
+            EXPECT_EQ(account.stored(), (Files{{"a", "1"}, {"b", "2"}})) << most;
+        }
     }
 }
 

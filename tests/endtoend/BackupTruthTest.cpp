@@ -60,6 +60,18 @@ TEST(BackupTruth, PatternsAndPathsComeFromFilesToo)
     EXPECT_EQ(account.stored(), (Files{{"A/1", "1"}, {"B/2", "2"}}));
 }
 
+TEST(BackupTruth, PathsComeFromStandardInputToo)
+{
+    const BackedUp account;
+    account.write({{"A/1", "1"}, {"B/2", "2"}, {"C/3", "3"}});
+    const std::string folder = account.folder.path();
+    const auto result = test::runProgram(
+        account.command.run({"backup", "--json", "--system", "iMac", "--files-from", "-"},
+                            account.environment(), folder + "/A\n" + folder + "/B\n"));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"A/1", "1"}, {"B/2", "2"}}));
+}
+
 TEST(BackupTruth, WhatCannotBeLookedAtHasFailed)
 {
     const BackedUp account;
@@ -175,6 +187,31 @@ TEST(BackupTruth, PathsOfAnyLengthAreStored)
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "stored"), 1);
     EXPECT_TRUE(addsUp(result));
+    const Files stored = account.stored();
+    ASSERT_EQ(stored.size(), 1U);
+    EXPECT_EQ(stored.begin()->first.size(), 30 * (name.size() + 1) + sizeof "deep" - 1);
+    EXPECT_EQ(stored.begin()->second, "content");
+}
+
+TEST(BackupTruth, AFileIsOpenedInTheFolderInWhichItWasFound)
+{
+    const BackedUp account;
+    const test::TemporaryFolder outside;
+    outside.write("b", "from outside");
+    account.write({{"d/a", noise(200000, 1)}, {"d/b", "from inside!"}});
+    HeldAnswers answers(account);
+    answers.hold(test::partsFrom(account, 65536, "d/a"));
+    test::BackgroundProgram run(account.backupRun({"--part-size", "64k", "--jobs", "1"}));
+    ASSERT_TRUE(answers.await()) << run.wait().errors; // b was found with a, and waits for it
+    const auto folder = account.folder.path() / "d";
+    std::filesystem::rename(folder, account.folder.path() / "moved");
+    std::filesystem::create_directory_symlink(outside.path(), folder);
+    answers.release();
+    const auto result = run.wait();
+    EXPECT_TRUE(addsUp(result));
+    const Files stored = account.stored();
+    ASSERT_TRUE(stored.contains("d/b")) << result.output << result.errors;
+    EXPECT_EQ(stored.at("d/b"), "from inside!");
 }
 
 TEST(BackupTruth, ANamedLinkIsFollowed)
@@ -387,6 +424,7 @@ TEST(BackupTruth, VerboseNamesEachItemWithItsState)
               std::string::npos)
         << result.output;
     EXPECT_NE(result.output.find("excluded"), std::string::npos);
+    EXPECT_EQ(result.errors, "") << "the log is not shown";
 }
 
 TEST(BackupTruth, StandardInputIsStoredUnderAName)
