@@ -74,6 +74,7 @@ void declareSubcommands(const cli::Command& command, const GlobalOptions& option
     cli::declareVersions(command);
     cli::declareRestoreInfo(command);
     cli::declareRemove(command);
+    cli::declareForget(command);
     cli::declareUndelete(command);
     cli::declareMonitor(command);
     cli::declareReport(command);

@@ -4,7 +4,9 @@
 set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/Account.h
   stowline/backup/BackupRun.h
+  stowline/backup/ForgetRun.h
   stowline/backup/ItemSight.h
+  stowline/backup/KeepRules.h
   stowline/backup/RestoreRun.h
   stowline/backup/RunChoice.h
   stowline/backup/RunHistory.h

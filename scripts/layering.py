@@ -17,7 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 PLATFORM_ROOMS = ["text", "time", "values", "threads", "files", "processes", "http", "desktop", "network"]
 
 # Those of the engine, likewise; what hosts include stands above them, but for what an account is.
-BACKUP_ROOMS = ["tree", "index", "content", "transfer", "record", "restore", "proof"]
+BACKUP_ROOMS = ["tree", "index", "content", "transfer", "record", "restore", "proof", "forget"]
 
 # The development service's, of which its page for people has a room of its own.
 DEVSERVER = ["stowline/platform", "stowline/logging", "stowline/soap/SoapMessage.h", "stowline/service/PartHeaders.h"]

@@ -26,6 +26,7 @@ void declareSearch(const Command& app);
 void declareVersions(const Command& app);
 void declareRestoreInfo(const Command& app);
 void declareRemove(const Command& app);
+void declareForget(const Command& app);
 void declareUndelete(const Command& app);
 void declareMonitor(const Command& app);
 void declareReport(const Command& app);

@@ -236,6 +236,9 @@ private:
             forgetFinishedUploads();
         index_->beginRun(records_->begin(index_->alone()));
         uploads_->run = index_->run();
+        if (!knowsAll_ && records_->areRunsForgotten())
+            accounts_.note("Runs were forgotten under this machine's name: what neither index nor "
+                           "record knows is sent, whether the service shows it or not.");
         // What neither index nor record knows may be there all the same.
         held_.emplace(request_.account, tries_);
     }
@@ -371,7 +374,8 @@ private:
 
     void work(const WalkOptions& options)
     {
-        FileJobs jobs(*uploads_, *index_, accounts_, *held_, knowsAll_, request_.isDryRun);
+        FileJobs jobs(*uploads_, *index_, accounts_, *held_, knowsAll_,
+                      !records_->areRunsForgotten(), request_.isDryRun);
         jobs.start(std::max<std::size_t>(request_.jobs, 1));
         const StopRequest walkStop;
         std::thread walker([&] { walk(options, jobs, walkStop); });

@@ -182,7 +182,7 @@ bool FileJobs::hasKnownContent(FileJob& job)
 bool FileJobs::isHeldByService(FileJob& job)
 {
     const std::string& path = job.found.item.path;
-    if (knowsAll_ && !index_.isMissed(path))
+    if (!believesListings_ || (knowsAll_ && !index_.isMissed(path)))
         return false;
     const auto answer = held_.find(remotePath(parentOf(path)), remotePath(nameOf(path)));
     if (answer.failure) {

@@ -30,10 +30,11 @@ public:
     /// @param held what the service holds of files that the index does not know
     /// @param knowsAll the index knows all that is held but what a run could not ask about, which
     ///        is noted as missed
+    /// @param believesListings what a listing shows may count as stored
     FileJobs(UploadContext& context, RunIndex& index, RunAccounts& accounts, HeldFiles& held,
-             bool knowsAll, bool isDryRun)
+             bool knowsAll, bool believesListings, bool isDryRun)
         : context_(context), index_(index), accounts_(accounts), held_(held), knowsAll_(knowsAll),
-          isDryRun_(isDryRun), queue_(kWaiting)
+          believesListings_(believesListings), isDryRun_(isDryRun), queue_(kWaiting)
     {
     }
     ~FileJobs() { stop(); }
@@ -75,6 +76,7 @@ private:
     RunAccounts& accounts_;
     HeldFiles& held_;
     const bool knowsAll_;
+    const bool believesListings_;
     const bool isDryRun_;
     BoundedQueue<FileJob> queue_;
     std::vector<std::thread> threads_;

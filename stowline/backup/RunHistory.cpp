@@ -1,6 +1,7 @@
 #include "stowline/backup/RunHistory.h"
 
 #include "stowline/backup/ProofLookup.h"
+#include "stowline/backup/ShortList.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/restore/Absence.h"
 #include "stowline/backup/restore/LinkTrail.h"
@@ -8,6 +9,8 @@
 #include "stowline/backup/restore/Sights.h"
 #include "stowline/platform/text/GlobPattern.h"
 #include "stowline/platform/text/UnicodeText.h"
+
+#include <fmt/format.h>
 
 #include <map>
 
@@ -25,6 +28,7 @@ RunState stateOf(RecordState state)
     case RecordState::unfinished:
         return RunState::unfinished;
     case RecordState::finished:
+    case RecordState::forgotten: // is the state of a note, not of a run
         break;
     }
     return RunState::finished;
@@ -156,6 +160,15 @@ try {
     return {};
 }
 
+std::string forgottenSentence(const ShortList& runs)
+{
+    const bool isOne = runs.count() == 1;
+    return fmt::format("{} {} forgotten: what no other run holds is deleted, or is to be. {} "
+                       "records stay as long as those of other runs rest on {}.",
+                       isOne ? "Run" : "The runs", runs.text() + (isOne ? " is" : " are"),
+                       isOne ? "Its" : "Their", isOne ? "it" : "them");
+}
+
 RunEntry entryOf(const ListedRun& run, const RecordHead& head)
 {
     return {.run = run.run,
@@ -257,12 +270,19 @@ HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunE
     HistoryEnd end = reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
         const auto proofs = proofsOf(choice, chain.name(), fault);
+        ShortList forgotten;
         for (const ListedRun& run : chain.runs()) {
+            if (run.isForgotten) {
+                forgotten.add(std::to_string(run.run));
+                continue;
+            }
             RunEntry entry = entryOf(run, chain.head(run.run));
             if (const auto proof = proofs.find(run.run); proof != proofs.end())
                 entry.proof = proof->second;
             take(entry);
         }
+        if (forgotten.count() > 0)
+            reader.note(forgottenSentence(forgotten));
         reader.requireNothingOlder(chain, false); // what there is was shown
     });
     if (!fault.empty())

@@ -20,6 +20,9 @@ constexpr std::uint64_t kRecordBytesReadAgain = 16U << 20;
 constexpr std::size_t kMostNamedBytes = 1U << 20;
 constexpr std::size_t kBytesAroundText = 4;
 
+/// Whoever forgets runs takes one for cut off a week after its last sign.
+constexpr std::chrono::hours kMayBeTakenForCutOff{5 * 24};
+
 /// A path as it is named, but from the root on.
 std::string absolute(const std::string& path)
 {
@@ -143,6 +146,8 @@ bool RunRecords::loadAdopted(ItemIndex& index)
         RecordChain other = RecordChain::openNamed(place_, name, state_.spoolFolder());
         if (other.newestFinished() == 0 || !load(other, index))
             continue;
+        adoptedChain_ = name;
+        adoptedRun_ = other.newestFinished();
         index.setPosition({}); // of a chain of its own
         index.forgetKnownRecords();
         forgetNumbers(index, other.newestRun());
@@ -217,10 +222,73 @@ RunDescription RunRecords::description() const
 
 std::uint64_t RunRecords::begin(const ItemIndex& index)
 {
-    if (request_.isDryRun)
-        return chain_->newestRun() + 1;
-    accounts_.activity("notes that the run begins");
-    return chain_->begin(description(), index.position());
+    foundation_ = index.position();
+    beganSteady_ = std::chrono::steady_clock::now();
+    began_ = std::chrono::system_clock::now();
+    run_ = chain_->newestRun() + 1;
+    if (!request_.isDryRun) {
+        accounts_.activity("notes that the run begins");
+        run_ = chain_->begin(description(), index.position());
+        chain_->listAnew();
+        requireFoundation();
+    }
+    forgotten_ = forgottenRuns();
+    return run_;
+}
+
+/// Under the machine's name, as "CHAIN/12". Throws when a run that the index was adopted from is
+/// one of them.
+std::set<std::string> RunRecords::forgottenRuns()
+{
+    std::set<std::string> runs;
+    const auto add = [&runs](const RecordChain& chain) {
+        for (const std::uint64_t run : chain.forgottenRuns())
+            runs.insert(chain.name() + "/" + std::to_string(run));
+    };
+    add(*chain_);
+    for (const std::string& name : chain_->otherChains()) {
+        const auto other = RecordChain::openNamed(place_, name, state_.spoolFolder());
+        add(other);
+        if (name == adoptedChain_ &&
+            (other.isForgotten(adoptedRun_) || !other.isFinished(adoptedRun_)))
+            throw RecordFault(RecordFault::Kind::temporary,
+                              "The run of " + name +
+                                  " that is adopted was forgotten just now. Please run the backup "
+                                  "again.");
+    }
+    return runs;
+}
+
+/// What a run builds on must stay what it was: a record that is forgotten names content that is
+/// deleted.
+void RunRecords::requireFoundation() const
+{
+    if (foundation_.run == 0 ||
+        (!chain_->isForgotten(foundation_.run) && chain_->isFinished(foundation_.run)))
+        return;
+    throw RecordFault(RecordFault::Kind::temporary,
+                      fmt::format("Run {}, which this one builds on, was forgotten meanwhile. "
+                                  "What is stored stays stored, but of this run there is no "
+                                  "record. Please run the backup again.",
+                                  foundation_.run));
+}
+
+/// The note that this run has begun keeps others from deleting anything, unless they could take it
+/// for one that was cut off: a later run of the chain has ended since, or it has taken days.
+void RunRecords::refuseIfForgottenMeanwhile()
+{
+    chain_->listAnew();
+    requireFoundation();
+    const auto took = std::max<std::chrono::nanoseconds>(
+        std::chrono::steady_clock::now() - beganSteady_, std::chrono::system_clock::now() - began_);
+    if (chain_->newestFinished() <= run_ && took < kMayBeTakenForCutOff)
+        return;
+    adoptedChain_.clear();
+    if (forgottenRuns() != forgotten_)
+        throw RecordFault(RecordFault::Kind::temporary,
+                          "Runs were forgotten while this one was under way, which may have been "
+                          "taken for one that was cut off: what it relies on may be deleted, and "
+                          "there is no record of it. Please run the backup again.");
 }
 
 /// Two runs that began at one moment, from state folders that know nothing of each other, have one
@@ -244,6 +312,7 @@ std::uint64_t RunRecords::failures() const
 void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
+    refuseIfForgottenMeanwhile();
     (void)chain_->storeUnfinished(
         index, {.newBytes = newBytes, .failed = failures(), .ended = timestampNow()});
 }
@@ -251,6 +320,7 @@ void RunRecords::storeUnfinished(const ItemIndex& index, std::uint64_t newBytes)
 StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
+    refuseIfForgottenMeanwhile();
     StoredRecord stored = chain_->storeFinished(
         index, {.newBytes = newBytes, .failed = failures(), .ended = timestampNow()});
     index.setPosition(stored.position);

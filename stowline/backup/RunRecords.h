@@ -9,7 +9,9 @@
 #include "stowline/backup/record/ServicePlace.h"
 #include "stowline/backup/transfer/ContentSource.h"
 
+#include <chrono>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -42,8 +44,15 @@ public:
     /// to be asked after all of that.
     [[nodiscard]] bool distrustsService() const { return distrustsService_; }
 
-    /// Stores the note that a run begins, but in a dry run. @return the run's number
+    /// Stores the note that a run begins, but in a dry run, and then looks whether runs are being
+    /// forgotten: whoever forgets notes that first and looks for runs that have begun after that,
+    /// so that one of the two knows of the other. Throws when what this run builds on is forgotten.
+    /// @return the run's number
     [[nodiscard]] std::uint64_t begin(const ItemIndex& index);
+
+    /// Whether runs under this machine's name were forgotten, as begin() found it: what only they
+    /// held may be on its way out, and must not be taken for stored because a listing shows it.
+    [[nodiscard]] bool areRunsForgotten() const { return !forgotten_.empty(); }
 
     void storeUnfinished(const ItemIndex& index, std::uint64_t newBytes);
 
@@ -56,6 +65,9 @@ private:
     [[nodiscard]] bool isFoundation(ItemIndex& index);
     void refuseOthers() const;
     void refuseTwin();
+    [[nodiscard]] std::set<std::string> forgottenRuns();
+    void requireFoundation() const;
+    void refuseIfForgottenMeanwhile();
     [[nodiscard]] bool loadAdopted(ItemIndex& index);
     [[nodiscard]] bool load(RecordChain& chain, ItemIndex& index);
     [[nodiscard]] RunDescription description() const;
@@ -69,6 +81,13 @@ private:
     ServicePlace place_;
     std::optional<RecordChain> chain_;
     bool distrustsService_ = false;
+    IndexPosition foundation_; ///< what the record of this run rests on
+    std::string adoptedChain_; ///< that the index was made from; empty: its own
+    std::uint64_t adoptedRun_ = 0;
+    std::set<std::string> forgotten_; ///< when the run began
+    std::uint64_t run_ = 0;
+    std::chrono::steady_clock::time_point beganSteady_;
+    std::chrono::system_clock::time_point began_;
 };
 
 } // namespace stowline::backup

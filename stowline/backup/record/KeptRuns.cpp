@@ -6,7 +6,7 @@ std::vector<std::uint64_t> keptRuns(const RecordChain& chain)
 {
     std::vector<std::uint64_t> kept;
     for (const ListedRun& run : chain.runs()) {
-        if (run.state == RecordState::finished)
+        if (run.state == RecordState::finished && !run.isForgotten)
             kept.push_back(run.run);
     }
     return kept;

@@ -48,8 +48,25 @@ public:
         stored[chain][name] = platform::readFile(file).value();
     }
 
+    void remove(const std::string& chain, const RecordFile& file) override
+    {
+        if (removalsLeft == 0)
+            throw RecordFault(RecordFault::Kind::temporary, "The service is gone.");
+        --removalsLeft;
+        stored.at(chain).erase(file.name);
+    }
+
+    std::optional<std::int64_t> storedAt(const std::string& chain, const RecordFile& file) override
+    {
+        const auto moment = moments.find({chain, file.name});
+        return moment == moments.end() ? std::nullopt : std::optional(moment->second);
+    }
+
     std::map<std::string, std::map<std::string, std::string>> stored; ///< bytes by chain and name
+    /// When records were stored, by chain and name; not told of the others.
+    std::map<std::pair<std::string, std::string>, std::int64_t> moments;
     int putsLeft = 1000000;
+    int removalsLeft = 1000000;
 };
 
 } // namespace stowline::backup

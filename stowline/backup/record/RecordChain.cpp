@@ -124,6 +124,12 @@ void RecordChain::list()
     }
     if (!isThere)
         return;
+    listAnew();
+}
+
+void RecordChain::listAnew()
+{
+    files_.clear();
     for (RecordFile& file : place_->files(name_)) {
         if (const auto name = parseRecordName(file.name))
             files_.emplace(*name, std::move(file));
@@ -134,7 +140,13 @@ std::vector<ListedRun> RecordChain::runs() const
 {
     std::vector<ListedRun> runs;
     for (const auto& [name, file] : files_) { // begun, unfinished, finished: the furthest is last
-        if (runs.empty() || runs.back().run != name.run)
+        const bool isKnown = !runs.empty() && runs.back().run == name.run;
+        if (name.state == RecordState::forgotten) {
+            if (isKnown)
+                runs.back().isForgotten = true;
+            continue;
+        }
+        if (!isKnown)
             runs.push_back({.run = name.run});
         ListedRun& run = runs.back();
         run.state = name.state;
@@ -153,19 +165,56 @@ std::uint64_t RecordChain::newestRun() const
 std::uint64_t RecordChain::newestFinished() const
 {
     for (auto found = files_.rbegin(); found != files_.rend(); ++found) {
+        if (found->first.state == RecordState::finished && !isForgotten(found->first.run))
+            return found->first.run;
+    }
+    return 0;
+}
+
+/// The newest finished run, whether it is forgotten or not.
+std::uint64_t RecordChain::newestShown() const
+{
+    for (auto found = files_.rbegin(); found != files_.rend(); ++found) {
         if (found->first.state == RecordState::finished)
             return found->first.run;
     }
     return 0;
 }
 
+bool RecordChain::isFinished(std::uint64_t run) const
+{
+    return files_.contains({run, RecordState::finished, 0});
+}
+
+bool RecordChain::isForgotten(std::uint64_t run) const
+{
+    return files_.contains({run, RecordState::forgotten, 0});
+}
+
+std::vector<std::uint64_t> RecordChain::forgottenRuns() const
+{
+    std::vector<std::uint64_t> runs;
+    for (const auto& [name, file] : files_) {
+        if (name.state == RecordState::forgotten)
+            runs.push_back(name.run);
+    }
+    return runs;
+}
+
+std::vector<std::string> RecordChain::recordNames() const
+{
+    std::vector<std::string> names;
+    for (const auto& [name, file] : files_)
+        names.push_back(recordNameText(name));
+    return names;
+}
+
 void RecordChain::refuseOlderThan(const IndexPosition& seen) const
 {
-    if (seen.run > newestFinished())
+    if (seen.run > newestShown())
         throw RecordFault(Kind::rolledBack,
-                          "The service shows no later run than " +
-                              std::to_string(newestFinished()) + ", but this machine has seen " +
-                              runText(seen.run) +
+                          "The service shows no later run than " + std::to_string(newestShown()) +
+                              ", but this machine has seen " + runText(seen.run) +
                               ". What the service holds is older than it should be: please ask "
                               "the provider.");
 }
@@ -246,8 +295,7 @@ void RecordChain::expect(const std::vector<IndexPosition>& seen)
 void RecordChain::requireExpected(std::uint64_t run, const std::string& digest) const
 {
     const auto expected = expected_.find(run);
-    const bool isFinished = files_.contains({run, RecordState::finished, 0});
-    if (isFinished && expected != expected_.end() && expected->second != digest)
+    if (isFinished(run) && expected != expected_.end() && expected->second != digest)
         throw RecordFault(Kind::rolledBack,
                           "The record of " + runText(run) +
                               " on the service differs from the one that this machine has "
@@ -266,10 +314,7 @@ ChainFinding RecordChain::trustOf(std::uint64_t run)
 {
     return walkBackTo(run, {.known = expected_,
                             .newest = newestFinished(),
-                            .isThere =
-                                [this](std::uint64_t other) {
-                                    return files_.contains({other, RecordState::finished, 0});
-                                },
+                            .isThere = [this](std::uint64_t other) { return isFinished(other); },
                             .read = [this](std::uint64_t other) { return linkOf(other); }});
 }
 
@@ -334,7 +379,45 @@ std::vector<IndexPosition> stillKnown(const std::vector<IndexPosition>& known,
 
 } // namespace
 
+std::optional<std::int64_t> RecordChain::storedAt(std::uint64_t run)
+{
+    return place_->storedAt(name_, furthest(run));
+}
+
+void RecordChain::noteForgotten(std::uint64_t run, const RunDescription& description)
+{
+    const RecordHead head{.run = run,
+                          .state = RecordState::forgotten,
+                          .description = description,
+                          .ended = std::nullopt,
+                          .baseline = std::nullopt};
+    PutFile file(workFolder_ / kPutName);
+    RecordWriter writer(head, [&file](std::string_view bytes) { file.write(bytes); });
+    writer.finish();
+    put({run, RecordState::forgotten, 0}, file.path(), writer.size());
+}
+
+void RecordChain::removeForgotten(std::uint64_t run)
+{
+    if (!isForgotten(run))
+        throw RecordFault(Kind::failed, "The " + runText(run) + " is not forgotten.");
+    const auto first = files_.lower_bound({run, RecordState::begun, 0});
+    for (auto file = first; file != files_.end() && file->first.run == run;) {
+        place_->remove(name_, file->second); // the note is the last of them
+        file = files_.erase(file);
+    }
+}
+
 RecordHead RecordChain::load(std::uint64_t run, ItemIndex& index)
+{
+    if (isForgotten(run))
+        throw RecordFault(Kind::notFound, "Run " + std::to_string(run) +
+                                              " is forgotten: what no other run holds is deleted, "
+                                              "or is to be.");
+    return loadEvenForgotten(run, index);
+}
+
+RecordHead RecordChain::loadEvenForgotten(std::uint64_t run, ItemIndex& index)
 {
     const auto known = index.knownRecords();
     index.clear();

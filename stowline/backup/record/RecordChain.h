@@ -24,6 +24,8 @@ struct ListedRun {
     RecordState state = RecordState::begun; ///< the furthest that it came to
     std::uint64_t size = 0;                 ///< stored bytes of that record
     std::uint32_t lastUnfinished = 0;       ///< number of its last unfinished record; 0: none
+    /// A note says so. Its record stays as long as others rest on it, but it is no run to be read.
+    bool isForgotten = false;
 };
 
 /// What storing a record came to.
@@ -67,9 +69,21 @@ public:
     /// The runs, the oldest first.
     [[nodiscard]] std::vector<ListedRun> runs() const;
 
-    /// Highest number of any record and of a finished one; 0: none.
+    /// Highest number of any record, and of a finished one that is not forgotten; 0: none.
     [[nodiscard]] std::uint64_t newestRun() const;
     [[nodiscard]] std::uint64_t newestFinished() const;
+
+    /// Whether there is a finished record of a run, forgotten or not.
+    [[nodiscard]] bool isFinished(std::uint64_t run) const;
+    /// Whether a note says that a run is forgotten, and all such runs, the oldest first: also those
+    /// of which nothing but the note is left.
+    [[nodiscard]] bool isForgotten(std::uint64_t run) const;
+    [[nodiscard]] std::vector<std::uint64_t> forgottenRuns() const;
+
+    /// The names of all records, in their order. What another machine does shows in them.
+    [[nodiscard]] std::vector<std::string> recordNames() const;
+    /// Asks the place anew what there is of this chain.
+    void listAnew();
 
     /// Throws rolledBack when this machine has seen a newer finished record than there is.
     void refuseOlderThan(const IndexPosition& seen) const;
@@ -99,13 +113,26 @@ public:
               const std::function<RecordListener(const RecordHead&, const std::string& digest)>&
                   listener);
 
+    /// When the place took the furthest record of a run, by its own clock (RecordPlace).
+    [[nodiscard]] std::optional<std::int64_t> storedAt(std::uint64_t run);
+
+    /// Stores the note that a run is forgotten: from then on nobody reads it as a run, though its
+    /// record may go on to be one that others rest on.
+    /// @param description whose chain it is, and when (`begun`)
+    void noteForgotten(std::uint64_t run, const RunDescription& description);
+    /// Takes the records of a forgotten run away, and then the note.
+    void removeForgotten(std::uint64_t run);
+
     /// Fills an index with the tree of a run (its finished record, else its last unfinished one),
     /// after taking out what is in it, and sets its position (to the record that it builds on when
     /// it is unfinished). Every record on the way is checked against the digest that the next one
     /// names. What fails leaves the index empty and at no position. What the index knows of records
     /// stays known, unless one of these is another; those that were read are known from then on.
+    /// A forgotten run is not found.
     /// @return what the run says of itself
     RecordHead load(std::uint64_t run, ItemIndex& index);
+    /// The same of a forgotten run too, for whoever looks what it held.
+    RecordHead loadEvenForgotten(std::uint64_t run, ItemIndex& index);
 
     /// Stores the note that a run begins. @return its number: one above all others
     /// @param at where the run's index is: at newestFinished(), so that the run's record can be a
@@ -133,6 +160,7 @@ private:
     RecordChain(RecordPlace& place, std::string name, std::filesystem::path workFolder);
 
     void list();
+    [[nodiscard]] std::uint64_t newestShown() const;
     [[nodiscard]] ChainLink linkOf(std::uint64_t run);
     void requireExpected(std::uint64_t run, const std::string& digest) const;
     void put(const RecordName& as, const std::filesystem::path& file, std::uint64_t size);

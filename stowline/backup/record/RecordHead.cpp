@@ -68,6 +68,8 @@ std::string recordNameText(const RecordName& name)
         return run + "-begun";
     case RecordState::unfinished:
         return run + "-unfinished-" + padded(name.part, kPartDigits);
+    case RecordState::forgotten:
+        return run + "-forgotten";
     case RecordState::finished:
         break;
     }
@@ -83,6 +85,8 @@ std::optional<RecordName> parseRecordName(std::string_view text)
         return RecordName{*run, RecordState::begun, 0};
     if (text == "-finished")
         return RecordName{*run, RecordState::finished, 0};
+    if (text == "-forgotten")
+        return RecordName{*run, RecordState::forgotten, 0};
     constexpr std::string_view unfinished = "-unfinished-";
     if (!text.starts_with(unfinished))
         return std::nullopt;

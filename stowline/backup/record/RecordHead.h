@@ -16,6 +16,7 @@ enum class RecordState {
     begun,      ///< a note that a run has begun; no items
     unfinished, ///< the tree as far as a long run had come
     finished,   ///< the tree as the run found it
+    forgotten,  ///< a note that the run is forgotten, whatever else there is of it; no items
 };
 
 /// A record by its number and the SHA-256 of its stored bytes (64 lower-case hexadecimal digits).
@@ -64,7 +65,7 @@ struct RecordHead {
     bool operator==(const RecordHead&) const = default;
 };
 
-/// "00000012-begun", "00000012-unfinished-03", "00000012-finished".
+/// "00000012-begun", "00000012-unfinished-03", "00000012-finished", "00000012-forgotten".
 struct RecordName {
     std::uint64_t run = 0;
     RecordState state = RecordState::begun;

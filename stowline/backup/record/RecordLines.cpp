@@ -28,9 +28,9 @@ constexpr std::array kKinds{std::pair{ItemKind::file, "file"},
                             std::pair{ItemKind::socket, "socket"},
                             std::pair{ItemKind::characterDevice, "character-device"},
                             std::pair{ItemKind::blockDevice, "block-device"}};
-constexpr std::array kStates{std::pair{RecordState::begun, "begun"},
-                             std::pair{RecordState::unfinished, "unfinished"},
-                             std::pair{RecordState::finished, "finished"}};
+constexpr std::array kStates{
+    std::pair{RecordState::begun, "begun"}, std::pair{RecordState::unfinished, "unfinished"},
+    std::pair{RecordState::finished, "finished"}, std::pair{RecordState::forgotten, "forgotten"}};
 
 constexpr std::array kNotes{
     std::pair{PlaceNote::Kind::walked, "walked"}, std::pair{PlaceNote::Kind::missed, "missed"},

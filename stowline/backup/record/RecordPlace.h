@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,15 @@ public:
     /// files() when it returns.
     virtual void put(const std::string& chain, const std::string& name,
                      const std::filesystem::path& file) = 0;
+
+    /// Takes a record away, with all that lies under its name; one that is gone already is no
+    /// fault. When it returns files() does not show it any more.
+    virtual void remove(const std::string& chain, const RecordFile& file) = 0;
+
+    /// When the place took the record, in seconds since 1970 by its own clock.
+    /// @return absent when it does not tell
+    [[nodiscard]] virtual std::optional<std::int64_t> storedAt(const std::string& chain,
+                                                               const RecordFile& file) = 0;
 };
 
 } // namespace stowline::backup

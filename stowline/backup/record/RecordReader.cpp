@@ -86,8 +86,8 @@ void RecordReader::takeItem(std::string_view line)
     }
     ++items_;
     if (const auto* place = std::get_if<PlaceLine>(&taken)) {
-        if (head_->state == RecordState::begun)
-            refuse("a run that has only begun has looked at nothing");
+        if (isNote())
+            refuse("a note that a run has begun, or is forgotten, tells of no places");
         if (!place->note && !head_->baseline)
             refuse("it has nothing to build on, yet tells what is gone");
         isPastItems_ = true;
@@ -113,10 +113,15 @@ void RecordReader::takeItem(std::string_view line)
         listener_.item(item);
 }
 
+bool RecordReader::isNote() const
+{
+    return head_->state == RecordState::begun || head_->state == RecordState::forgotten;
+}
+
 void RecordReader::takePath(const std::string& path)
 {
-    if (head_->state == RecordState::begun)
-        refuse("a run that has only begun has no items");
+    if (isNote())
+        refuse("a note that a run has begun, or is forgotten, has no items");
     if (!lastPath_.empty() && comparePaths(lastPath_, path) >= 0)
         refuse("its items are out of order");
     lastPath_ = path;

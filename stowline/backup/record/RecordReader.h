@@ -43,6 +43,7 @@ private:
     void takeLine(std::string_view line);
     void takeItem(std::string_view line);
     void takePath(const std::string& path);
+    [[nodiscard]] bool isNote() const;
     void checkEnd(const RecordEnd& end) const;
 
     RecordListener listener_;

@@ -2,11 +2,14 @@
 
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/backup/transfer/FolderPages.h"
+#include "stowline/backup/transfer/VersionDeletion.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/DateText.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace stowline::backup {
 
@@ -74,20 +77,21 @@ void require(const std::optional<StepFailure>& failure, const std::string& what)
 
 } // namespace
 
-bool ServicePlace::isSystemKnown()
+std::vector<std::string> systemNames(const Account& account, Tries& tries)
 {
     std::optional<Array> systems;
-    require(tries_.repeat([&](std::optional<Error>& error) {
-        systems = WebServiceBroker::getAccountSystemsForUsername(
-            account_.username, account_.password, account_.server, &error);
+    require(tries.repeat([&](std::optional<Error>& error) {
+        systems = WebServiceBroker::getAccountSystemsForUsername(account.username, account.password,
+                                                                 account.server, &error);
         return systems.has_value();
     }),
             "The machines of the account cannot be listed");
-    return std::ranges::any_of(*systems, [this](const Value& entry) {
+    std::vector<std::string> names;
+    for (const Value& entry : *systems) {
         const Dictionary* fields = entry.dictionary();
-        return (fields ? platform::findText(*fields, "SystemName") : entry.text()) ==
-               account_.systemName;
-    });
+        names.push_back(fields ? platform::findText(*fields, "SystemName") : entry.text());
+    }
+    return names;
 }
 
 std::vector<ServicePlace::Entry> ServicePlace::listed(const std::string& folder)
@@ -107,7 +111,8 @@ std::vector<ServicePlace::Entry> ServicePlace::listed(const std::string& folder)
 std::vector<std::string> ServicePlace::chains()
 {
     std::vector<std::string> names;
-    if (!isSystemKnown())
+    const auto systems = systemNames(account_, tries_);
+    if (std::ranges::find(systems, account_.systemName) == systems.end())
         return names;
     for (Entry& entry : listed(std::string(kRecordFolder))) {
         if (entry.isFolder)
@@ -126,8 +131,19 @@ std::vector<RecordFile> ServicePlace::files(const std::string& chain)
     return files;
 }
 
-/// A record is stored once under its name; should the service hold it twice, the later one counts.
-std::string ServicePlace::newestVersion(const RecordFile& file)
+/// What a place has just stored is found by what a new listing says.
+RecordFile ServicePlace::withId(const std::string& chain, const RecordFile& file)
+{
+    if (!file.id.empty())
+        return file;
+    for (RecordFile& listed : files(chain)) {
+        if (listed.name == file.name)
+            return std::move(listed);
+    }
+    return file;
+}
+
+Array ServicePlace::versionsOf(const RecordFile& file)
 {
     std::optional<Array> versions;
     require(tries_.repeat([&](std::optional<Error>& error) {
@@ -137,17 +153,23 @@ std::string ServicePlace::newestVersion(const RecordFile& file)
         return versions.has_value();
     }),
             "The record " + file.name + " cannot be asked about");
-    std::string newest;
+    return *versions;
+}
+
+/// A record is stored once under its name; should the service hold it twice, the later one counts.
+Dictionary ServicePlace::newestVersion(const RecordFile& file)
+{
+    Dictionary newest;
     std::int64_t highest = -1;
-    for (const Value& version : *versions) {
+    for (const Value& version : versionsOf(file)) {
         const Dictionary* fields = version.dictionary();
         const auto number = fields ? numberIn<std::int64_t>(*fields, "VersionID") : -1;
         if (number > highest) {
             highest = number;
-            newest = platform::findText(*fields, "VersionID");
+            newest = *fields;
         }
     }
-    if (newest.empty())
+    if (platform::findText(newest, "VersionID").empty())
         throw RecordFault(Kind::damaged,
                           "The service has no version of the record " + file.name + ".");
     return newest;
@@ -156,17 +178,45 @@ std::string ServicePlace::newestVersion(const RecordFile& file)
 void ServicePlace::get(const std::string& chain, const RecordFile& file,
                        const std::function<bool(std::string_view)>& take)
 {
-    RecordFile found = file;
-    if (found.id.empty()) { // stored by this object a moment ago
-        for (RecordFile& listed : files(chain)) {
-            if (listed.name == file.name)
-                found = std::move(listed);
-        }
-    }
-    const auto failure = source_.read(newestVersion(found), 0, found.size, take);
+    const RecordFile found = withId(chain, file);
+    const std::string version = platform::findText(newestVersion(found), "VersionID");
+    const auto failure = source_.read(version, 0, found.size, take);
     if (failure && failure->kind != FetchFailure::Kind::notTaken)
         throw RecordFault(kindOf(failure->kind),
                           "The record " + file.name + " cannot be read: " + failure->reason);
+}
+
+/// "2026-01-31 23:59:59", universal time.
+std::optional<std::int64_t> ServicePlace::storedAt(const std::string& chain, const RecordFile& file)
+{
+    std::string text = platform::findText(newestVersion(withId(chain, file)), "StoredAt") + "Z";
+    std::ranges::replace(text, ' ', 'T');
+    const auto moment = platform::dateFromInternetTimeText(text);
+    if (!moment)
+        return std::nullopt;
+    return std::chrono::floor<std::chrono::seconds>(*moment).time_since_epoch().count();
+}
+
+void ServicePlace::remove(const std::string& chain, const RecordFile& file)
+{
+    const RecordFile found = withId(chain, file);
+    const auto isThere = [&] {
+        return std::ranges::any_of(
+            files(chain), [&file](const RecordFile& listed) { return listed.name == file.name; });
+    };
+    if (!isThere())
+        return;
+    for (const Value& version : versionsOf(found)) {
+        const Dictionary* fields = version.dictionary();
+        const std::string list = fields ? platform::findText(*fields, "FileListID") : "";
+        const auto failure = deletionOf(account_, list, tries_);
+        if (failure && isThere())
+            throw RecordFault(kindOf(failure->end),
+                              "The record " + file.name + " is not deleted. " + failure->reason);
+    }
+    if (isThere())
+        throw RecordFault(Kind::refused,
+                          "The service did not delete the record " + file.name + ".");
 }
 
 void ServicePlace::put(const std::string& chain, const std::string& name,

@@ -7,6 +7,9 @@
 
 namespace stowline::backup {
 
+/// The names of an account's machines. Throws RecordFault.
+[[nodiscard]] std::vector<std::string> systemNames(const Account& account, Tries& tries);
+
 /// The records of an account and machine name. One thread at a time.
 class ServicePlace : public RecordPlace {
 public:
@@ -23,6 +26,9 @@ public:
              const std::function<bool(std::string_view)>& take) override;
     void put(const std::string& chain, const std::string& name,
              const std::filesystem::path& file) override;
+    void remove(const std::string& chain, const RecordFile& file) override;
+    [[nodiscard]] std::optional<std::int64_t> storedAt(const std::string& chain,
+                                                       const RecordFile& file) override;
 
 private:
     struct Entry {
@@ -30,8 +36,9 @@ private:
         bool isFolder = false;
     };
     [[nodiscard]] std::vector<Entry> listed(const std::string& folder);
-    [[nodiscard]] bool isSystemKnown();
-    [[nodiscard]] std::string newestVersion(const RecordFile& file);
+    [[nodiscard]] RecordFile withId(const std::string& chain, const RecordFile& file);
+    [[nodiscard]] Array versionsOf(const RecordFile& file);
+    [[nodiscard]] Dictionary newestVersion(const RecordFile& file);
 
     const Account account_;
     Tries& tries_;

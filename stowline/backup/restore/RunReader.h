@@ -57,6 +57,9 @@ public:
     void noteLeftOut(const RecordHead& head, const ItemIndex& items,
                      const std::vector<std::string>& paths);
 
+    /// Adds a sentence that people should know of what was read.
+    void note(std::string sentence) { origin_.notes.push_back(std::move(sentence)); }
+
     /// What was read so far.
     [[nodiscard]] const RunOrigin& origin() const { return origin_; }
 

@@ -1,0 +1,537 @@
+#include "stowline/backup/ForgetRun.h"
+
+#include "stowline/backup/RunFault.h"
+#include "stowline/backup/RunState.h"
+#include "stowline/backup/forget/AccountRecords.h"
+#include "stowline/backup/forget/ChainFeed.h"
+#include "stowline/backup/index/IndexFault.h"
+#include "stowline/backup/record/KeptRuns.h"
+#include "stowline/backup/transfer/ContentSource.h"
+#include "stowline/backup/transfer/VersionDeletion.h"
+#include "stowline/platform/text/Text.h"
+#include "stowline/platform/time/LocalTime.h"
+#include "stowline/platform/values/HandledException.h"
+#include "stowline/service/FailureWatch.h"
+#include "stowline/service/WebServiceBroker.h"
+#include "stowline/service/WebServicesSettings.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace stowline::backup {
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::size_t kAskedAtATime = 500;
+/// How many versions are deleted before the records are looked at again.
+constexpr std::uint64_t kDeletedAtATime = 20;
+/// A service that refuses so many deletions will refuse the others.
+constexpr std::uint64_t kMostRefusals = 10;
+constexpr std::uint64_t kBytesInAKilobyte = 1024;
+
+/// Ends the forgetting; its text is the summary's sentence.
+class ForgetFault : public std::runtime_error {
+public:
+    ForgetFault(ForgetEnd end, const std::string& sentence)
+        : std::runtime_error(sentence), end_(end)
+    {
+    }
+    [[nodiscard]] ForgetEnd end() const { return end_; }
+
+private:
+    ForgetEnd end_;
+};
+
+ForgetEnd endOf(const RecordFault& fault)
+{
+    switch (fault.kind()) {
+    case RecordFault::Kind::temporary:
+        return ForgetEnd::temporary;
+    case RecordFault::Kind::refused:
+        return ForgetEnd::refused;
+    case RecordFault::Kind::interrupted:
+        return ForgetEnd::interrupted;
+    case RecordFault::Kind::rolledBack:
+        return ForgetEnd::rolledBack;
+    default:
+        return ForgetEnd::failed;
+    }
+}
+
+ForgetEnd endOf(StepEnd end)
+{
+    switch (end) {
+    case StepEnd::temporary:
+        return ForgetEnd::temporary;
+    case StepEnd::refused:
+        return ForgetEnd::refused;
+    case StepEnd::interrupted:
+        return ForgetEnd::interrupted;
+    case StepEnd::failed:
+        break;
+    }
+    return ForgetEnd::failed;
+}
+
+bool isUnreadable(const RecordFault& fault)
+{
+    return fault.kind() == RecordFault::Kind::damaged ||
+           fault.kind() == RecordFault::Kind::notFound || fault.kind() == RecordFault::Kind::tooNew;
+}
+
+/// The day on the wall at a moment, in days since 1970-01-01.
+std::int64_t localDay(std::int64_t seconds)
+{
+    const Date moment{std::chrono::seconds(seconds)};
+    const auto local = moment + platform::localOffset(moment);
+    return std::chrono::floor<std::chrono::days>(local).time_since_epoch().count();
+}
+
+class Forgetting {
+public:
+    Forgetting(const ForgetRequest& request, ForgetObserver& observer, const StopRequest& stop)
+        : request_(request), observer_(observer), stop_(stop), tries_(request.budgetPerStep, stop),
+          bandwidth_(0, steady_clock::now), source_(request.account, tries_, bandwidth_, 4U << 20)
+    {
+    }
+
+    ForgetSummary run()
+    {
+        try {
+            const StopScope scope(stop_);
+            forget();
+        } catch (const ForgetFault& fault) {
+            ended(fault.end(), fault.what());
+        } catch (const RunFault& fault) {
+            ended(fault.end() == BackupEnd::locked ? ForgetEnd::locked : ForgetEnd::stateFolder,
+                  fault.what());
+        } catch (const RecordFault& fault) {
+            ended(endOf(fault), fault.what());
+        } catch (const IndexFault& fault) {
+            ended(ForgetEnd::stateFolder, fault.what());
+        }
+        if (stop_.isRequested())
+            ended(ForgetEnd::interrupted, "It was interrupted.");
+        return std::move(summary_);
+    }
+
+private:
+    void ended(ForgetEnd end, const std::string& sentence)
+    {
+        summary_.end = end;
+        summary_.sentence = sentence;
+    }
+
+    void requireNotStopped() const
+    {
+        if (stop_.isRequested())
+            throw ForgetFault(ForgetEnd::interrupted, "It was interrupted.");
+    }
+
+    void forget()
+    {
+        requireConfigured();
+        state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile,
+                                      request_.isDryRun ? Leftovers::kept : Leftovers::takenOut));
+        openRecords();
+        choose();
+        if (toForget_.empty() && own_->forgottenRuns().empty()) {
+            summary_.end = ForgetEnd::done;
+            return;
+        }
+        requireNothingBegun();
+        readRecords();
+        askAboutCandidates();
+        summary_.plan.versions = there_;
+        if (request_.isDryRun) {
+            summary_.linkRecords = links();
+            summary_.end = ForgetEnd::done;
+            return;
+        }
+        if (toForget_.empty() && there_ == 0 && removable().empty()) {
+            summary_.linkRecords = own_->forgottenRuns().size();
+            summary_.end = ForgetEnd::done;
+            return;
+        }
+        if (!observer_.mayForget(summary_.plan))
+            throw ForgetFault(ForgetEnd::declined, "Nothing was forgotten.");
+        change();
+    }
+
+    void requireConfigured() const
+    {
+        if (!request_.keep.areAny())
+            throw ForgetFault(ForgetEnd::badRequest, "No rule says which runs are kept.");
+        if (!WebServiceBroker::isRestoringConfigured())
+            throw ForgetFault(ForgetEnd::notConfigured,
+                              std::string(kRestoringNotConfiguredMessage));
+        if (!WebServicesSettings::webMethodInfo("DeleteFilesInBulk"))
+            throw ForgetFault(ForgetEnd::notConfigured,
+                              "Deleting is not configured: the settings have no "
+                              "\"DeleteFilesInBulk\". Runs cannot be forgotten with this "
+                              "provider.");
+    }
+
+    void openRecords()
+    {
+        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+        uploads_.emplace(state_->journal(), bandwidth_, tries_);
+        uploads_->account = request_.account;
+        uploads_->owner = owner;
+        uploads_->spoolFolder = state_->spoolFolder();
+        uploads_->registration =
+            request_.registersWithProtectFile ? Registration::protectFile : Registration::protect2;
+        records_.emplace(request_.account, tries_, source_, *uploads_, state_->spoolFolder());
+        own_ = records_->open(chainName(request_.identity));
+        if (own_ == nullptr || own_->newestFinished() == 0)
+            throw ForgetFault(ForgetEnd::notFound,
+                              "No finished run of this machine, user and profile is recorded under "
+                              "the name " +
+                                  request_.account.systemName + ".");
+        const IndexPosition seen = RunState::seen(request_.stateFolder, owner);
+        own_->refuseOlderThan(seen);
+        std::vector<IndexPosition> known = RunState::knownRecords(request_.stateFolder, owner);
+        if (seen.run != 0)
+            known.push_back(seen);
+        own_->expect(known);
+    }
+
+    /// By the rules, among the finished runs that are not forgotten.
+    void choose()
+    {
+        std::vector<DatedRun> dated;
+        std::map<std::uint64_t, std::int64_t> moments;
+        for (const std::uint64_t run : keptRuns(*own_)) {
+            requireNotStopped();
+            const auto stored =
+                request_.keep.needDays() ? own_->storedAt(run) : std::optional<std::int64_t>();
+            if (stored)
+                moments.emplace(run, *stored);
+            dated.push_back({run, stored ? std::optional(localDay(*stored)) : std::nullopt});
+        }
+        if (request_.keep.needDays() && moments.size() < dated.size())
+            observer_.note(fmt::format(
+                "The service does not say when it stored {}: {} kept, whatever the rules of days, "
+                "weeks and months say.",
+                platform::countText(dated.size() - moments.size(), "run", "runs"),
+                dated.size() - moments.size() == 1 ? "it is" : "they are"));
+        const auto kept = runsToKeep(dated, request_.keep);
+        for (const DatedRun& run : dated) {
+            if (kept.contains(run.run))
+                continue;
+            toForget_.insert(run.run);
+            RunToForget entry{.run = run.run};
+            if (const auto moment = moments.find(run.run); moment != moments.end())
+                entry.stored = Timestamp{moment->second, 0};
+            summary_.plan.runs.push_back(entry);
+        }
+        summary_.plan.keptRuns = kept.size();
+        summary_.plan.forgottenBefore = own_->forgottenRuns().size();
+    }
+
+    void requireNothingBegun()
+    {
+        const auto holding = runThatHolds(records_->chains(), *own_);
+        if (!holding)
+            return;
+        const bool isOwn =
+            holding->systemName == request_.account.systemName && holding->chain == own_->name();
+        throw ForgetFault(
+            ForgetEnd::held,
+            fmt::format("Run {} of {} under the name {} has begun and not ended: nobody knows what "
+                        "it relies on, so nothing is forgotten. {}",
+                        holding->run, holding->chain, holding->systemName,
+                        isOwn ? "Please run the backup again to its end, then forget."
+                              : "Please try again once it has ended. A run that was cut off counts "
+                                "as one a week after a later one of its machine has ended."));
+    }
+
+    /// Which versions only forgotten runs hold.
+    void readRecords()
+    {
+        for (auto& [system, chain] : records_->chains()) {
+            requireNotStopped();
+            try {
+                const bool isOwn = &chain == own_;
+                const ChainRests rests = takeChain(
+                    ledger_, chain, isOwn ? toForget_ : std::set<std::uint64_t>(), isOwn, stop_);
+                if (isOwn)
+                    rests_ = rests;
+            } catch (const RecordFault& fault) {
+                if (!isUnreadable(fault))
+                    throw;
+                throw ForgetFault(
+                    ForgetEnd::unreadable,
+                    fmt::format("{} It is one of {} under the name {}, and nobody knows what it "
+                                "needs: nothing is forgotten as long as it cannot be read.",
+                                fault.what(), chain.name(), system));
+            }
+        }
+        ledger_.settle();
+        summary_.unnamedVersions = ledger_.unnamedCount();
+        for (RunToForget& run : summary_.plan.runs) {
+            requireNotStopped();
+            run.begun = own_->head(run.run).description.begun;
+        }
+    }
+
+    [[nodiscard]] std::vector<VersionVerdict>
+    verdictsOf(const std::vector<VersionLedger::Candidate>& candidates)
+    {
+        std::vector<StoredVersion> versions;
+        versions.reserve(candidates.size());
+        for (const auto& candidate : candidates)
+            versions.push_back(candidate.stored);
+        std::optional<StepFailure> failure;
+        auto verdicts = askedAfter(request_.account, versions, tries_, failure);
+        if (!verdicts)
+            throw ForgetFault(endOf(failure->end),
+                              "The service cannot be asked about the versions: " + failure->reason);
+        return *verdicts;
+    }
+
+    /// What the service holds of them, as it was stored. What it tells other things of is left
+    /// alone: its number may be another file's by now.
+    void askAboutCandidates()
+    {
+        forEachPage([&](const std::vector<VersionLedger::Candidate>& candidates) {
+            const auto verdicts = verdictsOf(candidates);
+            for (std::size_t i = 0; i < candidates.size(); ++i) {
+                using Kind = VersionVerdict::Kind;
+                if (verdicts[i].kind == Kind::missing)
+                    continue;
+                if (verdicts[i].kind == Kind::damaged) {
+                    ++summary_.leftVersions;
+                    continue;
+                }
+                ledger_.noteThere(candidates[i].stored.content.version);
+                ++there_;
+                summary_.plan.bytes += candidates[i].stored.content.storedSize;
+            }
+        });
+    }
+
+    void forEachPage(const std::function<void(const std::vector<VersionLedger::Candidate>&)>& take)
+    {
+        std::string after;
+        for (bool isMore = true; isMore;) {
+            requireNotStopped();
+            const auto candidates = ledger_.candidatesAfter(after, kAskedAtATime);
+            isMore = candidates.size() == kAskedAtATime;
+            if (candidates.empty())
+                return;
+            after = candidates.back().stored.content.version;
+            take(candidates);
+        }
+    }
+
+    [[nodiscard]] std::vector<std::uint64_t> removable() const
+    {
+        return removableRuns(*own_, rests_);
+    }
+
+    /// Of the runs that are forgotten after this, those whose records stay.
+    [[nodiscard]] std::uint64_t links() const
+    {
+        std::vector<std::uint64_t> after = keptRuns(*own_);
+        std::erase_if(after, [this](std::uint64_t run) { return toForget_.contains(run); });
+        std::set<std::uint64_t> needed(after.begin(), after.end());
+        needed.insert(rests_.named.begin(), rests_.named.end());
+        for (auto rest = rests_.baselines.rbegin(); rest != rests_.baselines.rend(); ++rest) {
+            if (needed.contains(rest->first))
+                needed.insert(rest->second);
+        }
+        std::set<std::uint64_t> forgotten = toForget_;
+        for (const std::uint64_t run : own_->forgottenRuns())
+            forgotten.insert(run);
+        return static_cast<std::uint64_t>(std::ranges::count_if(forgotten, [&](std::uint64_t run) {
+            return needed.contains(run) || (!after.empty() && run > after.front());
+        }));
+    }
+
+    void change()
+    {
+        uploads_->serverPath = uploadPath();
+        summary_.usedBefore = usedBytes();
+        noteForgotten();
+        expected_ = records_->names();
+        requireNothingChanged();
+        deleteCandidates();
+        removeRecords();
+        summary_.linkRecords = own_->forgottenRuns().size();
+        summary_.usedAfter = usedBytes();
+        if (summary_.leftVersions == 0) {
+            summary_.end = ForgetEnd::done;
+            return;
+        }
+        ended(summary_.deletedVersions == 0 && refusals_ > 0 ? ForgetEnd::refused
+                                                             : ForgetEnd::someLeft,
+              fmt::format("{} {} there still: the service did not delete {}, or tells other things "
+                          "of {} than what was stored.{}",
+                          platform::countText(summary_.leftVersions, "version", "versions"),
+                          summary_.leftVersions == 1 ? "is" : "are",
+                          summary_.leftVersions == 1 ? "it" : "them",
+                          summary_.leftVersions == 1 ? "it" : "them",
+                          refusal_.empty() ? "" : " " + refusal_));
+    }
+
+    [[nodiscard]] std::string uploadPath()
+    {
+        std::optional<std::string> path;
+        const auto failure = tries_.repeat([&](std::optional<Error>& error) {
+            const FailureWatch watch;
+            path = WebServiceBroker::getUploadServerPathForUsername(
+                request_.account.username, request_.account.server,
+                General::hardwareId().value_or("unknown"));
+            error = watch.failure();
+            return path.has_value();
+        });
+        if (failure)
+            throw ForgetFault(endOf(failure->end), "The backup server " + request_.account.server +
+                                                       " gives no upload path. " + failure->reason);
+        return *path;
+    }
+
+    [[nodiscard]] std::optional<std::uint64_t> usedBytes()
+    {
+        std::optional<std::int64_t> kilobytes;
+        (void)tries_.once([&](std::optional<Error>& /*error*/) {
+            kilobytes = WebServiceBroker::usedSpaceInKbForAccount(request_.account.username,
+                                                                  request_.account.password);
+            return kilobytes.has_value();
+        });
+        if (!kilobytes || *kilobytes < 0)
+            return std::nullopt;
+        return static_cast<std::uint64_t>(*kilobytes) * kBytesInAKilobyte;
+    }
+
+    void noteForgotten()
+    {
+        RunDescription about;
+        about.username = request_.account.username;
+        about.systemName = request_.account.systemName;
+        about.host = General::localHostName();
+        about.identity = request_.identity;
+        about.clientVersion = General::productVersion().value_or("unknown");
+        for (const std::uint64_t run : toForget_) {
+            requireNotStopped();
+            about.begun = timestampNow();
+            own_->noteForgotten(run, about);
+            ++summary_.forgotten;
+        }
+    }
+
+    /// Whatever another machine did to the records since they were read, as beginning a run or
+    /// bringing back what was deleted, changes what may be deleted.
+    void requireNothingChanged()
+    {
+        if (records_->namesNow() == expected_)
+            return;
+        throw ForgetFault(ForgetEnd::held,
+                          "The records of the account changed meanwhile: a run has begun or ended, "
+                          "or something was deleted or undeleted. What was not deleted yet is "
+                          "deleted by the next forgetting; if you are undeleting, please do it "
+                          "again, for some may have been deleted after it.");
+    }
+
+    void deleteCandidates()
+    {
+        forEachPage([&](std::vector<VersionLedger::Candidate> candidates) {
+            std::erase_if(candidates, [](const auto& candidate) { return !candidate.isThere; });
+            if (candidates.empty())
+                return;
+            const auto verdicts = verdictsOf(candidates);
+            for (std::size_t i = 0; i < candidates.size(); ++i) {
+                using Kind = VersionVerdict::Kind;
+                if (verdicts[i].kind == Kind::missing)
+                    continue;
+                if (verdicts[i].kind == Kind::damaged || refusals_ >= kMostRefusals)
+                    ++summary_.leftVersions;
+                else
+                    deleteOne(candidates[i]);
+            }
+        });
+    }
+
+    void deleteOne(const VersionLedger::Candidate& candidate)
+    {
+        requireNotStopped();
+        if (sinceLook_++ % kDeletedAtATime == 0)
+            requireNothingChanged();
+        const StoredContent& content = candidate.stored.content;
+        const auto failure = deletionOf(request_.account, content.list, tries_);
+        if (failure && failure->end == StepEnd::interrupted)
+            throw ForgetFault(ForgetEnd::interrupted, "It was interrupted.");
+        if (failure && verdictsOf({candidate}).front().kind != VersionVerdict::Kind::missing) {
+            if (failure->end == StepEnd::temporary)
+                throw ForgetFault(ForgetEnd::temporary,
+                                  "The service does not delete: " + failure->reason);
+            ++refusals_;
+            ++summary_.leftVersions;
+            refusal_ = failure->reason;
+            return;
+        }
+        ++summary_.deletedVersions;
+        summary_.deletedBytes += content.storedSize;
+        observer_.progress(summary_.deletedVersions, there_);
+    }
+
+    /// Only when all that the forgotten runs held is gone: their records are what tells of it.
+    void removeRecords()
+    {
+        if (summary_.leftVersions > 0)
+            return;
+        for (const std::uint64_t run : removable()) {
+            requireNotStopped();
+            requireNothingChanged();
+            own_->removeForgotten(run);
+            expected_ = records_->names();
+            ++summary_.removedRecords;
+        }
+    }
+
+    const ForgetRequest& request_;
+    ForgetObserver& observer_;
+    const StopRequest& stop_;
+    Tries tries_;
+    BandwidthLimit bandwidth_;
+    ContentSource source_;
+    std::optional<RunState> state_;
+    std::optional<UploadContext> uploads_;
+    std::optional<AccountRecords> records_;
+    RecordChain* own_ = nullptr;
+    std::set<std::uint64_t> toForget_;
+    ChainRests rests_;
+    VersionLedger ledger_;
+    std::uint64_t there_ = 0; ///< versions that are to be deleted
+    AccountRecords::Names expected_;
+    std::uint64_t sinceLook_ = 0;
+    std::uint64_t refusals_ = 0;
+    std::string refusal_;
+    ForgetSummary summary_;
+};
+
+} // namespace
+
+ForgetSummary runForget(const ForgetRequest& request, ForgetObserver& observer,
+                        const StopRequest& stop) noexcept
+{
+    ForgetSummary summary;
+    try {
+        return Forgetting(request, observer, stop).run();
+    } catch (const std::exception&) {
+        try {
+            summary.sentence = platform::handledException().sentence;
+        } catch (const std::bad_alloc&) { // the end says it all the same
+        }
+    }
+    return summary;
+}
+
+} // namespace stowline::backup

@@ -1,0 +1,595 @@
+// Forgetting runs, through the command and against the real service.
+#include "stowline/platform/files/Files.h"
+#include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/Records.h"
+#include "tests/support/PseudoTerminal.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+
+namespace stowline {
+namespace {
+
+namespace fs = std::filesystem;
+using test::BackedUp;
+using test::field;
+using test::Files;
+using test::jsonLines;
+using test::noise;
+using test::Words;
+
+Words forgetting(Words rules, Words more = {"--yes"})
+{
+    Words words{"forget", "--system", "iMac", "--json"};
+    words.insert(words.end(), rules.begin(), rules.end());
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+/// A folder that changes from run to run, and what each run found in it.
+class Kept : public BackedUp {
+public:
+    using BackedUp::BackedUp;
+
+    /// A run that finds just these files. @return its number
+    int runWith(const Files& files, const Words& more = {})
+    {
+        for (const auto& [name, content] : current_) {
+            if (!files.contains(name))
+                fs::remove(folder.path() / name);
+        }
+        for (const auto& [name, content] : files) { // what stays the same is not touched
+            if (const auto known = current_.find(name);
+                known == current_.end() || known->second != content)
+                folder.write(name, content);
+        }
+        current_ = files;
+        const auto result = backup(more);
+        EXPECT_EQ(result.status, 0) << result.errors;
+        const int run = field(result, "run").get<int>();
+        held[run] = files;
+        return run;
+    }
+
+    /// So many runs in which a few of thirty files change.
+    void manyRuns(int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            Files files = current_;
+            for (int change = 0; change < 4; ++change) {
+                const unsigned seed = ++seed_;
+                const std::string name =
+                    "d" + std::to_string(seed % 3) + "/f" + std::to_string(seed * 7 % 30);
+                if (seed % 5 == 0)
+                    files.erase(name);
+                else
+                    files[name] = noise(1000 + seed * 10, seed);
+                files["changing"] = noise(100, seed);
+            }
+            files["always"] = "the same";
+            runWith(files);
+        }
+    }
+
+    [[nodiscard]] Files restored(int run) const
+    {
+        const test::TemporaryFolder target;
+        const auto result =
+            this->run({"restore", folder.path().string(), "--at", std::to_string(run), "--machine",
+                       "iMac", "--to", target.path().string()});
+        EXPECT_EQ(result.status, 0) << "run " << run << ": " << result.errors;
+        Files files;
+        const fs::path tree = target.path() / folder.path().filename();
+        if (!fs::exists(tree))
+            return files;
+        for (const auto& entry : fs::recursive_directory_iterator(tree)) {
+            if (entry.is_regular_file())
+                files[entry.path().lexically_relative(tree).string()] =
+                    platform::readFile(entry.path()).value_or("(unreadable)");
+        }
+        return files;
+    }
+
+    /// What "runs" lists.
+    [[nodiscard]] std::vector<int> runs() const
+    {
+        const auto result = run({"runs", "--machine", "iMac", "--json"});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        std::vector<int> numbers;
+        for (const auto& line : jsonLines(result.output)) {
+            if (line["type"] == "run")
+                numbers.push_back(line.value("run", 0));
+        }
+        return numbers;
+    }
+
+    /// Every listed run comes back as it was, byte for byte.
+    void expectAllWhole(const std::vector<int>& expected)
+    {
+        EXPECT_EQ(runs(), expected);
+        for (const int run : expected)
+            EXPECT_EQ(restored(run), held.at(run)) << "run " << run;
+    }
+
+    /// Names of the records that the service has of this machine.
+    [[nodiscard]] std::set<std::string> records() const
+    {
+        devserver::Storage storage(server.data());
+        const auto page = storage
+                              .search({.userName = "ann",
+                                       .systemName = "iMac",
+                                       .folder = "/=stowline=/records",
+                                       .pageSize = 100000},
+                                      "*", "")
+                              .value();
+        std::set<std::string> names;
+        for (const auto& item : page.items)
+            names.insert(item.name);
+        return names;
+    }
+
+    /// Versions of files, those of records aside, as the service's own table has them.
+    [[nodiscard]] std::set<std::int64_t> versions() const
+    {
+        SQLite::Database database((server.data() / "files.sqlite").string(), SQLite::OPEN_READONLY,
+                                  5000);
+        SQLite::Statement rows(database, "SELECT v.id FROM versions v JOIN items i ON i.id ="
+                                         " v.item_id WHERE i.folder NOT LIKE '/=stowline=%'");
+        std::set<std::int64_t> ids;
+        while (rows.executeStep())
+            ids.insert(rows.getColumn(0).getInt64());
+        return ids;
+    }
+
+    [[nodiscard]] std::uint64_t usedBytes() const
+    {
+        return devserver::Storage(server.data()).usedBytes("ann");
+    }
+
+    std::map<int, Files> held;
+
+private:
+    Files current_;
+    unsigned seed_ = 0;
+};
+
+TEST(Forget, LeavesEveryKeptRunAsItWasAndGivesItsSpaceBack)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", noise(100000, 1)}, {"same", "s"}});
+    account.runWith({{"a", noise(100000, 2)}, {"same", "s"}});
+    account.runWith({{"a", noise(100000, 3)}, {"same", "s"}, {"b", "bb"}});
+    const std::uint64_t before = account.usedBytes();
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "forgotten"), 2);
+    EXPECT_EQ(field(result, "kept"), 1);
+    EXPECT_EQ(field(result, "deleted_versions"), 2);
+    EXPECT_EQ(field(result, "bytes"), 200000);
+    EXPECT_EQ(field(result, "left"), 0);
+    const std::uint64_t after = account.usedBytes();
+    EXPECT_GE(before - after, 200000 - 4096U) << "records are small";
+    // In whole kilobytes, and by the service's word.
+    EXPECT_GE(field(result, "used_before").get<std::uint64_t>() -
+                  field(result, "used_after").get<std::uint64_t>(),
+              190000U);
+    EXPECT_NE(result.errors.find("The service keeps nothing of what is deleted"), std::string::npos)
+        << result.errors;
+    account.expectAllWhole({3});
+    EXPECT_EQ(account.run({"verify", "--read", "--machine", "iMac"}).status, 0);
+    const auto next = account.backup();
+    EXPECT_EQ(next.status, 0) << next.errors;
+    EXPECT_EQ(field(next, "stored"), 0);
+    EXPECT_EQ(field(next, "run"), 4);
+}
+
+TEST(Forget, KeepsWhatTheRulesKeepOverManyRunsAndFullRecords)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.manyRuns(9);
+    ASSERT_EQ(account.run(forgetting({"--keep-last", "6"})).status, 0);
+    account.expectAllWhole({4, 5, 6, 7, 8, 9});
+    account.manyRuns(2);
+    ASSERT_EQ(account.run(forgetting({"--keep-last", "3"})).status, 0);
+    account.expectAllWhole({9, 10, 11});
+    // All runs are of one day, one week and one month.
+    const auto result = account.run(
+        forgetting({"--keep-daily", "7", "--keep-weekly", "4", "--keep-monthly", "12"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    account.expectAllWhole({11});
+    // Nothing is left of what no kept run needs.
+    const auto again = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(again.status, 0) << again.errors;
+    EXPECT_NE(again.errors.find("There is nothing to forget"), std::string::npos) << again.errors;
+    EXPECT_EQ(account.versions().size(), account.held.at(11).size());
+}
+
+TEST(Forget, ADryRunSaysWhatAndHowMuchAndChangesNothing)
+{
+    Kept account({"--deletion-pause", "0"});
+    account.runWith({{"a", noise(5000, 1)}});
+    account.runWith({{"a", noise(5000, 2)}});
+    const auto records = account.records();
+    const auto versions = account.versions();
+    const auto result = account.run(forgetting({"--keep-last", "1"}, {"-n"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "would_forget"), 1);
+    EXPECT_EQ(field(result, "would_delete"), 1);
+    EXPECT_EQ(field(result, "bytes"), 5000);
+    const auto lines = jsonLines(result.output);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].value("run", 0), 1);
+    EXPECT_EQ(lines[0].value("state", ""), "would-forget");
+    EXPECT_EQ(account.records(), records);
+    EXPECT_EQ(account.versions(), versions);
+    account.expectAllWhole({1, 2});
+}
+
+TEST(Forget, AsksAndTakesNoForNo)
+{
+    Kept account({"--deletion-pause", "0"});
+    account.runWith({{"a", "one"}});
+    account.runWith({{"a", "two"}});
+    EXPECT_EQ(account.run({"forget", "--system", "iMac"}).status, 2) << "no rule";
+    EXPECT_EQ(account.run({"forget", "--system", "iMac", "--keep-last", "0", "--yes"}).status, 2);
+    const auto nobody = account.run(forgetting({"--keep-last", "1"}, {}));
+    EXPECT_EQ(nobody.status, 2);
+    EXPECT_NE(nobody.errors.find("nobody to ask"), std::string::npos) << nobody.errors;
+    const std::string question =
+        "Forget 1 run (1) and delete what only it holds (1 version, 3 B)? [y/N] ";
+    const auto run = account.command.run({"forget", "--system", "iMac", "--keep-last", "1"},
+                                         account.environment());
+    const auto no = test::talkOnTerminal(run, "[y/N] ", "n\n");
+    EXPECT_EQ(no.status, 1) << no.screen;
+    EXPECT_NE(no.screen.find(question), std::string::npos) << no.screen;
+    EXPECT_NE(no.screen.find("Nothing was forgotten."), std::string::npos) << no.screen;
+    account.expectAllWhole({1, 2});
+    const auto yes = test::talkOnTerminal(run, "[y/N] ", "y\n");
+    EXPECT_EQ(yes.status, 0) << yes.screen;
+    account.expectAllWhole({2});
+}
+
+TEST(Forget, WhatIsForgottenIsNoRunForAnybodyAndSaidToBeForgotten)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.manyRuns(5);
+    ASSERT_EQ(account.run(forgetting({"--keep-last", "2"})).status, 0);
+    const bool isLink = account.records().contains("00000003-forgotten");
+    const std::string folder = account.folder.path().string();
+    for (const Words& words : {Words{"ls", folder, "--system", "iMac", "--at", "3"},
+                               Words{"restore", folder, "--machine", "iMac", "--at", "3", "--to",
+                                     account.command.home().path() / "x"},
+                               Words{"verify", "--machine", "iMac", "--at", "3"},
+                               Words{"diff", "3", "5", "--machine", "iMac"}}) {
+        const auto result = account.run(words);
+        EXPECT_EQ(result.status, 4) << words[0] << result.output;
+        EXPECT_NE(result.errors.find(isLink ? "Run 3 is forgotten" : "run 3 was not found"),
+                  std::string::npos)
+            << result.errors;
+    }
+    const auto tested = account.backup({"--self-test", "100%,1G"});
+    EXPECT_EQ(tested.status, 0) << tested.errors;
+    EXPECT_EQ(field(tested, "self_test"), "done");
+    EXPECT_EQ(field(tested, "self_test_missing"), 0);
+}
+
+TEST(Forget, ARecordThatOthersRestOnStaysAndIsTold)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    Files files;
+    for (int i = 0; i < 60; ++i)
+        files["f" + std::to_string(i)] = noise(300, static_cast<unsigned>(i));
+    account.runWith(files);
+    files["f1"] = "changed";
+    account.runWith(files); // a difference
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "links"), 1);
+    EXPECT_EQ(field(result, "deleted_versions"), 1);
+    EXPECT_TRUE(account.records().contains("00000001-finished"));
+    EXPECT_TRUE(account.records().contains("00000001-forgotten"));
+    const auto runs = account.run({"runs", "--machine", "iMac"});
+    EXPECT_NE(runs.errors.find("Run 1 is forgotten"), std::string::npos) << runs.errors;
+    account.expectAllWhole({2});
+    const auto verified = account.run({"verify", "--read", "--machine", "iMac", "--json"});
+    EXPECT_EQ(field(verified, "trust"), "seen");
+    // Another machine's word: the records that the newest names are all there.
+    fs::remove_all(account.command.home().path() / ".local/state/stowline");
+    account.expectAllWhole({2});
+    files["f2"] = "changed";
+    account.runWith(files);
+    account.expectAllWhole({2, 3});
+    const auto older = account.run({"verify", "--at", "2", "--machine", "iMac", "--json"});
+    EXPECT_EQ(field(older, "trust"), "seen");
+}
+
+TEST(Forget, UndeletingBringsRunsBack)
+{
+    Kept account({"--deletion-pause", "0"});
+    account.manyRuns(6);
+    const auto result = account.run(forgetting({"--keep-last", "2"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_GT(field(result, "deleted_versions"), 0);
+    EXPECT_NE(result.errors.find("\"stowline undelete\" brings it back; its space is given back "
+                                 "after that"),
+              std::string::npos)
+        << result.errors;
+    account.expectAllWhole({5, 6});
+    // A part alone brings no run back: the next forgetting deletes it again.
+    const auto back = account.run({"undelete", "--system", "iMac"});
+    EXPECT_EQ(back.status, 0) << back.errors;
+    account.expectAllWhole({1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    account.expectAllWhole({6});
+    EXPECT_EQ(account.run({"undelete", "--system", "iMac"}).status, 0);
+    account.expectAllWhole({1, 2, 3, 4, 5, 6});
+    account.manyRuns(1);
+    account.expectAllWhole({1, 2, 3, 4, 5, 6, 7});
+}
+
+TEST(Forget, WhatAnotherChainHoldsStays)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", noise(5000, 1)}, {"b", noise(5000, 2)}});
+    // The first run of another profile takes over what the service's listing shows.
+    const auto other = account.backup({"--profile", "other"});
+    ASSERT_EQ(other.status, 0) << other.errors;
+    ASSERT_EQ(field(other, "stored"), 0);
+    account.runWith({{"a", noise(5000, 3)}});
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "deleted_versions"), 0);
+    EXPECT_EQ(account.run({"verify", "--read", "--profile", "other", "--machine", "iMac"}).status,
+              0);
+    EXPECT_EQ(account.runs(), std::vector<int>{2});
+}
+
+TEST(Forget, ARunThatBeginsAfterwardsDoesNotBelieveListings)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    Files files;
+    for (int i = 0; i < 60; ++i)
+        files["f" + std::to_string(i)] = noise(300, static_cast<unsigned>(i));
+    account.runWith(files);
+    files["f1"] = "changed";
+    account.runWith(files); // a difference, so that the note stays
+    ASSERT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    const auto other = account.backup({"--profile", "other"});
+    EXPECT_EQ(other.status, 0) << other.errors;
+    EXPECT_EQ(field(other, "stored"), 60);
+    EXPECT_NE(other.errors.find("Runs were forgotten under this machine's name"), std::string::npos)
+        << other.errors;
+}
+
+TEST(Forget, ARunThatHasBegunHoldsEverything)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    for (const Words& who : {Words{"--profile", "other"}, Words{"--system", "laptop"}}) {
+        Words words{"backup", account.folder.path().string(), "--system", "iMac"};
+        if (who[0] == "--system")
+            words = {"backup", account.folder.path().string()};
+        words.insert(words.end(), who.begin(), who.end());
+        ASSERT_EQ(account.run(words).status, 0);
+        words.emplace_back("--rebuild-index"); // from what is there by then
+        test::hideRecord(account, "00000001-finished", who[0] == "--system" ? "laptop" : "iMac",
+                         who[0] == "--system" ? "default" : "other");
+        const auto versions = account.versions();
+        const auto held = account.run(forgetting({"--keep-last", "1"}));
+        EXPECT_EQ(held.status, 5) << held.errors;
+        EXPECT_NE(held.errors.find("has begun and not ended"), std::string::npos) << held.errors;
+        EXPECT_EQ(account.versions(), versions);
+        account.expectAllWhole({1, 2});
+        // Once another run of it has come to its end, and a week has gone by.
+        ASSERT_EQ(account.run(words).status, 0);
+        EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 5);
+        test::setStoredBefore(account, "00000001-begun", "2020-01-01 00:00:00",
+                              who[0] == "--system" ? "laptop" : "iMac",
+                              who[0] == "--system" ? "default" : "other");
+        const auto dry = account.run(forgetting({"--keep-last", "1"}, {"-n"}));
+        EXPECT_EQ(dry.status, 0) << dry.errors;
+    }
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    account.expectAllWhole({2});
+}
+
+TEST(Forget, ARunOfItsOwnThatWasCutOffHoldsUntilTheNextHasEnded)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    account.runWith({{"a", "3"}});
+    test::hideRecord(account, "00000003-finished", "iMac", "default");
+    fs::remove_all(account.command.home().path() / ".local/state/stowline");
+    const auto held = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(held.status, 5) << held.errors;
+    EXPECT_NE(held.errors.find("Please run the backup again to its end"), std::string::npos)
+        << held.errors;
+    account.held.erase(3);
+    account.runWith({{"a", "4"}});
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    EXPECT_EQ(account.restored(4), account.held[4]);
+}
+
+TEST(Forget, ARecordThatCannotBeReadKeepsEverything)
+{
+    for (const char* name : {"00000001-finished", "00000002-finished", "00000003-finished"}) {
+        Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+        account.runWith({{"a", "1"}});
+        account.runWith({{"a", "2"}});
+        account.runWith({{"a", "3"}});
+        test::damageRecord(account, name);
+        const auto versions = account.versions();
+        const auto records = account.records();
+        const auto result = account.run(forgetting({"--keep-last", "2"}));
+        EXPECT_EQ(result.status, 7) << name << result.errors;
+        EXPECT_EQ(account.versions(), versions);
+        EXPECT_EQ(account.records(), records);
+    }
+}
+
+TEST(Forget, AServiceThatShowsAnOlderStateIsNotBelieved)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    account.runWith({{"a", "3"}});
+    test::hideRecord(account, "00000003-finished", "iMac", "default");
+    test::hideRecord(account, "00000003-begun", "iMac", "default");
+    const auto versions = account.versions();
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 7) << result.errors;
+    EXPECT_EQ(account.versions(), versions);
+}
+
+TEST(Forget, DaysAreThoseOfTheServicesClock)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    for (int run = 1; run <= 4; ++run)
+        account.runWith({{"a", std::to_string(run)}});
+    // The machine's own clock says that all runs are of one day.
+    test::setStoredBefore(account, "00000001-finished", "2026-01-01 12:00:00", "iMac", "default");
+    test::setStoredBefore(account, "00000002-finished", "2026-01-02 12:00:00", "iMac", "default");
+    test::setStoredBefore(account, "00000003-finished", "2026-01-02 13:00:00", "iMac", "default");
+    auto result = account.run(forgetting({"--keep-daily", "2"}, {"-n"}));
+    EXPECT_EQ(field(result, "would_forget"), 2) << result.errors; // 1 and 2
+    EXPECT_EQ(jsonLines(result.output).at(1).value("stored", ""), "2026-01-02T12:00:00Z");
+    // A service that does not tell when.
+    test::setStoredBefore(account, "00000002-finished", "some day", "iMac", "default");
+    result = account.run(forgetting({"--keep-daily", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.errors.find("The service does not say when it stored 1 run"),
+              std::string::npos)
+        << result.errors;
+    account.expectAllWhole({2, 4});
+}
+
+/// Forgetting with another clock of this machine.
+test::ProgramResult forgetWithClock(const BackedUp& account, const std::string& shift,
+                                    const Words& rules, const Words& more)
+{
+    test::ProgramRun run = account.command.run(forgetting(rules, more), account.environment());
+    run.environment.insert({{"LD_PRELOAD", "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"},
+                            {"FAKETIME", shift},
+                            {"NO_FAKE_STAT", "1"},
+                            {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}});
+    return test::runProgram(run);
+}
+
+TEST(Forget, AMachineWhoseClockIsAYearAheadForgetsNothingByIt)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "A sanitizer's library has to be the first one; so has the clock's.";
+#endif
+    if (!fs::exists("/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"))
+        GTEST_SKIP() << "Needs the package libfaketime.";
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    for (int run = 1; run <= 3; ++run)
+        account.runWith({{"a", std::to_string(run)}});
+    test::setStoredBefore(account, "00000001-finished", "2026-01-01 12:00:00", "iMac", "default");
+    test::setStoredBefore(account, "00000002-finished", "2026-01-02 12:00:00", "iMac", "default");
+    const Words rules{"--keep-daily", "2", "--keep-monthly", "2"};
+    for (const char* shift : {"+1y", "-1y"}) {
+        const auto result = forgetWithClock(account, shift, rules, {"-n"});
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_EQ(field(result, "would_forget"), 1) << shift << result.output;
+        EXPECT_EQ(jsonLines(result.output).at(0).value("run", 0), 1);
+    }
+    // A run of another profile that was cut off just now is not a week old by any clock but this.
+    ASSERT_EQ(account.backup({"--profile", "other"}).status, 0);
+    ASSERT_EQ(account.backup({"--profile", "other"}).status, 0);
+    test::hideRecord(account, "00000001-finished", "iMac", "other");
+    const auto result = forgetWithClock(account, "+1y", rules, {"--yes"});
+    EXPECT_EQ(result.status, 5) << result.errors;
+    account.expectAllWhole({1, 2, 3});
+}
+
+TEST(Forget, AProviderWithoutDeletionIsSaidToHaveNone)
+{
+    Kept account({"--deletion-pause", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
+    const auto edited = test::runProgram({{"/usr/bin/python3", "-c",
+                                           "import plistlib, sys\n"
+                                           "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                                           "assert tables['WebServices'].pop('DeleteFilesInBulk')\n"
+                                           "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
+                                           settings.string()}});
+    ASSERT_EQ(edited.status, 0) << edited.errors;
+    const auto records = account.records();
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 10) << result.errors;
+    EXPECT_NE(result.errors.find("DeleteFilesInBulk"), std::string::npos) << result.errors;
+    EXPECT_EQ(account.records(), records);
+}
+
+TEST(Forget, ABackupOfTheProfileKeepsItAway)
+{
+    Kept account({"--deletion-pause", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    const fs::path file = account.command.home().path() / ".local/state/stowline/backup.lock";
+    test::BackgroundProgram holder(
+        {{"/usr/bin/flock", file.string(), "/bin/sh", "-c", "echo held; read line"}});
+    ASSERT_EQ(holder.readLine(), "held");
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 11) << result.errors;
+    account.expectAllWhole({1, 2});
+    holder.closeInput();
+}
+
+/// How many kills: some, or, in the long form of the tests, two hundred.
+int killCount()
+{
+    return std::getenv("STOWLINE_LONG_TESTS") != nullptr ? 200 : 6;
+}
+
+TEST(Forget, KilledAtAnyMomentLosesNothingThatAKeptRunNeedsAndGoesOn)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.manyRuns(6);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(account.run(forgetting({"--keep-last", "3"})).status, 0);
+    const auto whole = std::chrono::steady_clock::now() - start;
+    int unfinished = 0;
+    const int kills = killCount();
+    for (int kill = 0; kill < kills; ++kill) {
+        account.manyRuns(2);
+        const int newest = account.held.rbegin()->first;
+        {
+            Words words = forgetting({"--keep-last", "3"});
+            test::BackgroundProgram program(account.command.run(words, account.environment()));
+            std::this_thread::sleep_for(whole * kill / kills); // each at another moment
+            if (program.isRunning()) {
+                ++unfinished;
+                program.signal(SIGKILL);
+            }
+            (void)program.wait();
+        }
+        for (const int run : {newest - 2, newest - 1, newest})
+            EXPECT_EQ(account.restored(run), account.held.at(run)) << "kill " << kill;
+        const auto listed = account.runs(); // whatever is offered is whole
+        for (const int run : listed)
+            EXPECT_EQ(account.restored(run), account.held.at(run)) << "kill " << kill;
+        if (kill % 3 == 0)
+            continue; // the next one meets what several kills left
+        const auto next = account.run(forgetting({"--keep-last", "3"}));
+        EXPECT_EQ(next.status, 0) << next.errors;
+        account.expectAllWhole({newest - 2, newest - 1, newest});
+    }
+    EXPECT_GT(unfinished, kills / 3);
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    const int newest = account.held.rbegin()->first;
+    account.expectAllWhole({newest});
+    EXPECT_EQ(account.versions().size(), account.held.at(newest).size()) << "nothing is left over";
+    const fs::path spool = account.command.home().path() / ".local/state/stowline/spool";
+    EXPECT_TRUE(fs::is_empty(spool)) << "no temporary file stays";
+}
+
+} // namespace
+} // namespace stowline
