@@ -276,34 +276,72 @@ TEST(Forget, WhatIsForgottenIsNoRunForAnybodyAndSaidToBeForgotten)
     EXPECT_EQ(field(tested, "self_test_missing"), 0);
 }
 
-TEST(Forget, ARecordThatOthersRestOnStaysAndIsTold)
+/// Sixty files; run 3 is a difference that builds on run 2, and holds another "f1".
+Files makeDifference(Kept& account)
 {
-    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
     Files files;
     for (int i = 0; i < 60; ++i)
         files["f" + std::to_string(i)] = noise(300, static_cast<unsigned>(i));
     account.runWith(files);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2200)); // until the stamps are settled
+    account.runWith(files);
     files["f1"] = "changed";
-    account.runWith(files); // a difference
+    account.runWith(files);
+    return files;
+}
+
+TEST(Forget, ARecordThatOthersRestOnStaysAndIsTold)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    Files files = makeDifference(account);
+    const auto would = account.run(forgetting({"--keep-last", "1"}, {"-n"}));
+    EXPECT_EQ(field(would, "links"), 1);
     const auto result = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "links"), 1);
+    EXPECT_EQ(field(result, "removed_records"), 1);
     EXPECT_EQ(field(result, "deleted_versions"), 1);
-    EXPECT_TRUE(account.records().contains("00000001-finished"));
-    EXPECT_TRUE(account.records().contains("00000001-forgotten"));
+    EXPECT_FALSE(account.records().contains("00000001-finished"));
+    EXPECT_TRUE(account.records().contains("00000002-finished"));
+    EXPECT_TRUE(account.records().contains("00000002-forgotten"));
+    EXPECT_EQ(account.statusPage().find("forgotten"), std::string::npos)
+        << "the page shows the newest run, not the latest note";
     const auto runs = account.run({"runs", "--machine", "iMac"});
-    EXPECT_NE(runs.errors.find("Run 1 is forgotten"), std::string::npos) << runs.errors;
-    account.expectAllWhole({2});
-    const auto verified = account.run({"verify", "--read", "--machine", "iMac", "--json"});
-    EXPECT_EQ(field(verified, "trust"), "seen");
-    // Another machine's word: the records that the newest names are all there.
+    EXPECT_NE(runs.errors.find("Run 2 is forgotten"), std::string::npos) << runs.errors;
+    const auto older = account.run({"restore", account.folder.path().string(), "--at", "2",
+                                    "--machine", "iMac", "--to", "/nonexistent"});
+    EXPECT_EQ(older.status, 4) << older.errors;
+    EXPECT_NE(older.errors.find("Run 2 is forgotten"), std::string::npos) << older.errors;
+    account.expectAllWhole({3});
+    const auto again = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(again.status, 0);
+    EXPECT_NE(again.errors.find("There is nothing to forget"), std::string::npos) << again.errors;
+    // A machine that has seen nothing: the records that the newest names are all there.
     fs::remove_all(account.command.home().path() / ".local/state/stowline");
-    account.expectAllWhole({2});
+    account.expectAllWhole({3});
+    std::this_thread::sleep_for(std::chrono::milliseconds(2200));
     files["f2"] = "changed";
     account.runWith(files);
-    account.expectAllWhole({2, 3});
-    const auto older = account.run({"verify", "--at", "2", "--machine", "iMac", "--json"});
-    EXPECT_EQ(field(older, "trust"), "seen");
+    EXPECT_FALSE(account.records().contains("00000004-forgotten"));
+    fs::remove_all(account.command.home().path() / ".local/state/stowline");
+    account.expectAllWhole({3, 4});
+    const auto linked = account.run({"verify", "--at", "3", "--machine", "iMac", "--json"});
+    EXPECT_EQ(field(linked, "trust"), "linked") << linked.errors;
+}
+
+TEST(Forget, AKeptRunBehindForgottenOnesIsProvenByTheirRecords)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    for (int run = 1; run <= 4; ++run)
+        account.runWith({{"a", std::to_string(run)}});
+    test::setStoredBefore(account, "00000001-finished", "2026-01-01 12:00:00", "iMac", "default");
+    const auto result = account.run(forgetting({"--keep-daily", "2"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "forgotten"), 2);
+    fs::remove_all(account.command.home().path() / ".local/state/stowline");
+    account.expectAllWhole({1, 4});
+    const auto linked = account.run({"verify", "--at", "1", "--machine", "iMac", "--json"});
+    EXPECT_EQ(field(linked, "trust"), "linked") << linked.errors;
 }
 
 TEST(Forget, UndeletingBringsRunsBack)
@@ -350,13 +388,9 @@ TEST(Forget, WhatAnotherChainHoldsStays)
 TEST(Forget, ARunThatBeginsAfterwardsDoesNotBelieveListings)
 {
     Kept account({"--deletion-pause", "0", "--grace-days", "0"});
-    Files files;
-    for (int i = 0; i < 60; ++i)
-        files["f" + std::to_string(i)] = noise(300, static_cast<unsigned>(i));
-    account.runWith(files);
-    files["f1"] = "changed";
-    account.runWith(files); // a difference, so that the note stays
+    (void)makeDifference(account);
     ASSERT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    ASSERT_TRUE(account.records().contains("00000002-forgotten"));
     const auto other = account.backup({"--profile", "other"});
     EXPECT_EQ(other.status, 0) << other.errors;
     EXPECT_EQ(field(other, "stored"), 60);
