@@ -37,10 +37,11 @@ int main(int count, char** words)
         {"upload", {measureUploads}},
         {"tree", {measureTrees}},
         {"restore", {measureRestores}},
+        {"forget", {measureForgetting}},
         {"content", {measureContent}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree|restore|content\n");
+        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree|restore|forget|content\n");
         return 2;
     }
     for (const auto& measure : subject->second)

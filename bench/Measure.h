@@ -51,5 +51,6 @@ void measureStore();
 void measureUploads();
 void measureTrees();
 void measureRestores();
+void measureForgetting();
 
 } // namespace stowline::bench

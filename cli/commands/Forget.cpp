@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <ranges>
 
 namespace stowline::cli {
 
@@ -122,10 +123,10 @@ private:
     ProgressDisplay progress_;
 };
 
-/// The runs that are forgotten, or would be.
-void show(const backup::ForgetPlan& plan, bool isDone)
+/// The first so many of the runs, which are forgotten, or would be.
+void show(const backup::ForgetPlan& plan, std::uint64_t count, bool isDone)
 {
-    for (const backup::RunToForget& run : plan.runs)
+    for (const backup::RunToForget& run : plan.runs | std::views::take(count))
         output().item(fmt::format("{}run {} of {}", isDone ? "forgot " : "would forget ", run.run,
                                   momentText(run.begun)),
                       "run",
@@ -187,10 +188,9 @@ ExitStatus finish(const backup::ForgetSummary& sum, const Options& options, cons
     const bool isDryRun = options.confirmation.isDryRun();
     const ExitStatus status = statusOf(sum.end);
     const bool isChanged = sum.forgotten + sum.deletedVersions + sum.removedRecords > 0;
-    if (sum.forgotten == sum.plan.runs.size() || isDryRun)
-        show(sum.plan, !isDryRun);
     if (sum.end != ForgetEnd::done && !isChanged)
         return output().fail(status, sum.sentence);
+    show(sum.plan, isDryRun ? sum.plan.runs.size() : sum.forgotten, !isDryRun);
     if (isDryRun) {
         output().note(fmt::format("Would forget {}, keep {}, and delete what only forgotten runs "
                                   "hold: {}.",

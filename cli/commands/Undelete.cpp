@@ -170,9 +170,9 @@ private:
             output().complain(countText(lost_, "version", "versions") +
                               " cannot come back: the service has lost their content.");
         if (forgetting_ > 0)
-            output().complain("The forgetting of " + countText(forgetting_, "run", "runs") +
-                              " was broken off. The next forgetting deletes again what only such a "
-                              "run holds, unless everything is undeleted before.");
+            output().complain(countText(forgetting_, "run is", "runs are") +
+                              " still forgotten: the next forgetting deletes again what only such "
+                              "a run holds, unless everything is undeleted before.");
         const auto status = left_ + lost_ > 0 ? ExitStatus::someItemsFailed : ExitStatus::done;
         return output().isJson() ? output().finish(status, fields) : output().finish(status);
     }

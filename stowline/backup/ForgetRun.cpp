@@ -247,9 +247,11 @@ private:
             fmt::format("Run {} of {} under the name {} has begun and not ended: nobody knows what "
                         "it relies on, so nothing is forgotten. {}",
                         holding->run, holding->chain, holding->systemName,
-                        isOwn ? "Please run the backup again to its end, then forget."
-                              : "Please try again once it has ended. A run that was cut off counts "
-                                "as one a week after a later one of its machine has ended."));
+                        isOwn
+                            ? "Please run the backup again to its end, then forget."
+                            : "Please try again once it has ended. One that was cut off counts as "
+                              "such when a later run of it has ended, a week after its last "
+                              "sign."));
     }
 
     /// Which versions only forgotten runs hold.
@@ -339,20 +341,8 @@ private:
     /// Of the runs that are forgotten after this, those whose records stay.
     [[nodiscard]] std::uint64_t links() const
     {
-        std::vector<std::uint64_t> after = keptRuns(*own_);
-        std::erase_if(after, [this](std::uint64_t run) { return toForget_.contains(run); });
-        std::set<std::uint64_t> needed(after.begin(), after.end());
-        needed.insert(rests_.named.begin(), rests_.named.end());
-        for (auto rest = rests_.baselines.rbegin(); rest != rests_.baselines.rend(); ++rest) {
-            if (needed.contains(rest->first))
-                needed.insert(rest->second);
-        }
-        std::set<std::uint64_t> forgotten = toForget_;
-        for (const std::uint64_t run : own_->forgottenRuns())
-            forgotten.insert(run);
-        return static_cast<std::uint64_t>(std::ranges::count_if(forgotten, [&](std::uint64_t run) {
-            return needed.contains(run) || (!after.empty() && run > after.front());
-        }));
+        return own_->forgottenRuns().size() + toForget_.size() -
+               removableRuns(*own_, rests_, toForget_).size();
     }
 
     void change()
@@ -363,6 +353,7 @@ private:
         expected_ = records_->names();
         requireNothingChanged();
         deleteCandidates();
+        requireNothingChanged();
         removeRecords();
         summary_.linkRecords = own_->forgottenRuns().size();
         summary_.usedAfter = usedBytes();

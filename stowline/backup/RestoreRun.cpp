@@ -76,6 +76,8 @@ private:
                 restoreBelow(Selection(path, rules, request_.onlyPaths), tree.items,
                              reader.source());
         }
+        if (summary_.badContent > 0)
+            reader.noteIfForgotten();
         if (!stop_.isRequested() && missing_ < paths_.size()) {
             for (const std::string& pattern : idle_->texts())
                 summary_.notes.push_back(idleSentence(pattern));

@@ -122,6 +122,8 @@ private:
             check(reader, batch);
         if (!stop_.isRequested())
             endKeepingBack(reader);
+        if (summary_.missing > 0)
+            reader.noteIfForgotten();
     }
 
     void check(RunReader& reader, std::vector<StoredVersion>& batch)

@@ -577,6 +577,67 @@ TEST(Forget, ABackupOfTheProfileKeepsItAway)
     holder.closeInput();
 }
 
+/// Lets the service hold a note that a run of the machine's only chain is forgotten.
+void putNote(const BackedUp& account, const std::string& name)
+{
+    devserver::Storage storage(account.server.data());
+    const std::string folder =
+        test::recordIn(storage, "00000001-finished", "iMac", "default").folder;
+    const devserver::UploadPlace place{"ann", storage.uploadPath("ann", 99, "n"), "note"};
+    (void)storage.registerFile(
+        {.place = place, .systemName = "iMac", .folder = folder, .name = name});
+    ASSERT_TRUE(storage.held(place)->isRegistered);
+}
+
+TEST(Forget, ABackupWhoseFoundationIsForgottenMeanwhileHasNoRecord)
+{
+    Kept account({"--deletion-pause", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    account.write({{"large", noise(1U << 20, 1)}});
+    test::BackgroundProgram backup(
+        account.backupRun({"--part-size", "64k", "--bwlimit", "400k", "--jobs", "1"}));
+    account.awaitSent(65536);
+    putNote(account, "00000002-forgotten");
+    const auto result = backup.wait();
+    EXPECT_EQ(result.status, 3) << result.errors;
+    EXPECT_NE(result.errors.find("Run 2, which this one builds on, was forgotten meanwhile."),
+              std::string::npos)
+        << result.errors;
+    EXPECT_FALSE(account.records().contains("00000003-finished"));
+    // The next one begins with what is kept.
+    const auto next = account.backup();
+    EXPECT_EQ(next.status, 0) << next.errors;
+    EXPECT_EQ(field(next, "run"), 4);
+    EXPECT_EQ(account.restored(4), (Files{{"a", "2"}, {"large", noise(1U << 20, 1)}}));
+    EXPECT_EQ(account.restored(1), (Files{{"a", "1"}}));
+}
+
+TEST(Forget, WhateverChangesTheRecordsMeanwhileEndsIt)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    const auto versions = account.versions();
+    const auto run = account.command.run({"forget", "--system", "iMac", "--keep-last", "1"},
+                                         account.environment());
+    const auto held =
+        test::talkOnTerminal(run, {{.prompt = "[y/N] ", .answer = "y\n", .meanwhile = [&] {
+                                        const auto other = account.backup({"--profile", "other"});
+                                        EXPECT_EQ(other.status, 0) << other.errors;
+                                    }}});
+    EXPECT_EQ(held.status, 5) << held.screen;
+    EXPECT_NE(held.screen.find("The records of the account changed meanwhile"), std::string::npos)
+        << held.screen;
+    EXPECT_EQ(account.versions(), versions);
+    EXPECT_EQ(account.runs(), std::vector<int>{2}) << "run 1 is marked already";
+    // What the other run took over is its own from now on.
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    account.expectAllWhole({2});
+    EXPECT_EQ(account.run({"verify", "--read", "--profile", "other", "--machine", "iMac"}).status,
+              0);
+}
+
 /// How many kills: some, or, in the long form of the tests, two hundred.
 int killCount()
 {

@@ -162,6 +162,9 @@ TEST_F(JsonOutput, IsAsThePageSays)
     expectAsOnPage("verify", {"verify", "--machine", "iMac"}, "", 7);
     expectAsOnPage("backup", {"backup", folder, "--system", "iMac", "--self-test", "100%,1g"}, "",
                    7);
+    expectAsOnPage("forget --dry-run",
+                   {"forget", "--keep-last", "1", "--dry-run", "--system", "iMac"});
+    expectAsOnPage("forget", {"forget", "--keep-last", "1", "--yes", "--system", "iMac"});
     expectAsOnPage("undelete --dry-run", {"undelete", "--system", "iMac", "--dry-run"});
     expectAsOnPage("undelete", {"undelete", "--system", "iMac"});
     expectAsOnPage("monitor settings", {"monitor", "settings"});

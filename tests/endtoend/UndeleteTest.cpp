@@ -199,7 +199,7 @@ TEST(Undelete, GoesOnUntilAllIsBackThatOneCallDoesNotTake)
     EXPECT_EQ(account.stored().size(), more + 1U);
 }
 
-TEST(Undelete, SaysThatForgettingWasBrokenOffUntilAllIsBack)
+TEST(Undelete, SaysThatRunsStayForgottenUntilAllIsBack)
 {
     const BackedUp account({"--deletion-pause", "0"});
     account.write(kFiles);
@@ -215,7 +215,7 @@ TEST(Undelete, SaysThatForgettingWasBrokenOffUntilAllIsBack)
         ASSERT_TRUE(storage.held(place)->isRegistered);
     }
     ASSERT_EQ(account.run(removal(folder)).status, 0);
-    const std::string sentence = "The forgetting of 1 run was broken off.";
+    const std::string sentence = "1 run is still forgotten";
     auto back = account.run(undeletion({folder + "/d"}));
     EXPECT_EQ(back.status, 0);
     EXPECT_NE(back.errors.find(sentence), std::string::npos) << back.errors;

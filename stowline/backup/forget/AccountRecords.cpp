@@ -9,16 +9,28 @@ namespace {
 
 constexpr std::int64_t kWeek = 7 * 86400;
 
-/// When the service took the newest record of a run of a machine that came to its end; absent: it
-/// does not tell, or there is none.
-std::optional<std::int64_t> lastEnd(std::vector<AccountRecords::Chain>& chains,
-                                    const std::string& systemName)
+/// Whether chains are of one user and profile, of whichever machine.
+bool isOfOneUser(const RecordChain& one, const RecordChain& other)
+{
+    const auto first = parseChainName(one.name());
+    const auto second = parseChainName(other.name());
+    return first && second && first->user == second->user && first->profile == second->profile;
+}
+
+/// When the service took the last record of a run that ended after one that was cut off, and whose
+/// end shows that: of its chain a later one, or one of the machine that has taken its place, under
+/// its name. Absent: there is none, or the service does not tell.
+std::optional<std::int64_t> laterEnd(std::vector<AccountRecords::Chain>& chains,
+                                     const AccountRecords::Chain& of, std::uint64_t run)
 {
     std::optional<std::int64_t> last;
     for (auto& [system, chain] : chains) {
-        if (system != systemName || chain.newestFinished() == 0)
-            continue;
-        if (const auto moment = chain.storedAt(chain.newestFinished()))
+        const bool isSame = &chain == &of.chain;
+        const bool counts = isSame ? chain.newestFinished() > run
+                                   : system == of.systemName && chain.newestFinished() > 0 &&
+                                         isOfOneUser(chain, of.chain);
+        const auto moment = counts ? chain.storedAt(chain.newestFinished()) : std::nullopt;
+        if (moment)
             last = std::max(last.value_or(*moment), *moment);
     }
     return last;
@@ -89,16 +101,21 @@ AccountRecords::Names AccountRecords::namesNow()
 std::optional<OpenRun> runThatHolds(std::vector<AccountRecords::Chain>& chains,
                                     const RecordChain& own)
 {
-    for (auto& [system, chain] : chains) {
+    for (AccountRecords::Chain& entry : chains) {
+        RecordChain& chain = entry.chain;
         for (const ListedRun& run : chain.runs()) {
             if (run.isForgotten || run.state == RecordState::finished)
                 continue;
-            if (&chain == &own && chain.newestFinished() > run.run)
-                continue;
-            const auto seen = chain.storedAt(run.run);
-            const auto last = lastEnd(chains, system);
-            if (!seen || !last || *last - *seen <= kWeek)
-                return OpenRun{system, chain.name(), run.run};
+            const OpenRun found{entry.systemName, chain.name(), run.run};
+            if (&chain == &own) {
+                if (chain.newestFinished() > run.run)
+                    continue;
+                return found;
+            }
+            const auto last = laterEnd(chains, entry, run.run);
+            const auto seen = last ? chain.storedAt(run.run) : std::nullopt;
+            if (!seen || *last - *seen <= kWeek)
+                return found;
         }
     }
     return std::nullopt;

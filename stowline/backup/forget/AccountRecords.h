@@ -56,10 +56,12 @@ struct OpenRun {
 };
 
 /// A run for which nothing may be deleted, because nobody knows what it relies on: one that has
-/// begun and is not known to have been cut off. That is known of one of the own chain after which
-/// another has ended, as no other run of it is going on; and of every one when a run of its machine
-/// has ended more than a week after the last sign of it, by the service's own clock. (A run gives a
-/// sign each half hour.) Throws RecordFault.
+/// begun and is not known to have been cut off. What an index knows of one that was cut off is in
+/// the record of the next run of its chain that ends; so it is let go then: of the own chain at
+/// once, as no other run of it is going on, of others a week after its last sign, by the service's
+/// own clock. (A run gives a sign each half hour.) Where another machine has taken the place of one
+/// under its name, with the same user and profile, the end of its runs counts as well. Throws
+/// RecordFault.
 /// @param own the chain whose runs are kept away meanwhile
 [[nodiscard]] std::optional<OpenRun> runThatHolds(std::vector<AccountRecords::Chain>& chains,
                                                   const RecordChain& own);

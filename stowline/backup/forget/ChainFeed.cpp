@@ -60,21 +60,17 @@ void takeRun(VersionLedger& ledger, RecordChain& chain, std::uint64_t run, Recor
     at = own;
 }
 
-/// What a run that did not come to its end rests on.
-void noteOpen(RecordChain& chain, const ListedRun& run, ChainRests& rests)
+/// What the record of a run that did not come to its end rests on.
+void noteUnfinished(RecordChain& chain, std::uint64_t run, ChainRests& rests)
 {
-    const RecordHead head = chain.head(run.run);
-    rests.open.insert(run.run);
-    if (head.baseline && !chain.isFinished(head.baseline->run))
+    const RecordHead head = chain.head(run);
+    if (!head.baseline)
+        return;
+    if (!chain.isFinished(head.baseline->run))
         throw RecordFault(RecordFault::Kind::damaged,
                           "The record of run " + std::to_string(head.baseline->run) +
-                              ", on which run " + std::to_string(run.run) +
-                              " builds, is not there.");
-    for (const std::uint64_t before :
-         {head.baseline ? head.baseline->run : 0, head.predecessor.run}) {
-        if (before != 0 && chain.isFinished(before))
-            rests.named.insert(before);
-    }
+                              ", on which run " + std::to_string(run) + " builds, is not there.");
+    rests.named.insert(head.baseline->run);
 }
 
 } // namespace
@@ -90,9 +86,9 @@ ChainRests takeChain(VersionLedger& ledger, RecordChain& chain,
         requireNotStopped(stop);
         if (run.isForgotten)
             continue;
-        if (run.state != RecordState::finished)
-            noteOpen(chain, run, rests);
-        else if (!toForget.contains(run.run))
+        if (run.state == RecordState::unfinished)
+            noteUnfinished(chain, run.run, rests);
+        else if (run.state == RecordState::finished && !toForget.contains(run.run))
             kept.insert(run.run);
     }
     kept.insert(rests.named.begin(), rests.named.end());
@@ -118,9 +114,11 @@ ChainRests takeChain(VersionLedger& ledger, RecordChain& chain,
     return rests;
 }
 
-std::vector<std::uint64_t> removableRuns(const RecordChain& chain, const ChainRests& rests)
+std::vector<std::uint64_t> removableRuns(const RecordChain& chain, const ChainRests& rests,
+                                         const std::set<std::uint64_t>& toForget)
 {
-    const std::vector<std::uint64_t> kept = keptRuns(chain);
+    std::vector<std::uint64_t> kept = keptRuns(chain);
+    std::erase_if(kept, [&](std::uint64_t run) { return toForget.contains(run); });
     std::set<std::uint64_t> needed = rests.named;
     needed.insert(kept.begin(), kept.end());
     // From the newest on: what a needed record builds on is needed.
@@ -128,12 +126,14 @@ std::vector<std::uint64_t> removableRuns(const RecordChain& chain, const ChainRe
         if (needed.contains(rest->first))
             needed.insert(rest->second);
     }
+    std::set<std::uint64_t> forgotten = toForget;
+    for (const std::uint64_t run : chain.forgottenRuns())
+        forgotten.insert(run);
     std::vector<std::uint64_t> removable;
-    for (const std::uint64_t run : chain.forgottenRuns()) {
-        if (!needed.contains(run) && (kept.empty() || run < kept.front()))
-            removable.push_back(run);
+    for (auto run = forgotten.rbegin(); run != forgotten.rend(); ++run) {
+        if (!needed.contains(*run) && (kept.empty() || *run < kept.front()))
+            removable.push_back(*run);
     }
-    std::ranges::reverse(removable);
     return removable;
 }
 

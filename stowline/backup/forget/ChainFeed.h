@@ -14,13 +14,13 @@ namespace stowline::backup {
 /// What the records of a chain rest on.
 struct ChainRests {
     std::map<std::uint64_t, std::uint64_t> baselines; ///< of differences, by run
-    std::set<std::uint64_t> open;                     ///< runs that did not come to their end
-    std::set<std::uint64_t> named;                    ///< what those have begun with
+    std::set<std::uint64_t> named; ///< what runs that did not come to their end are differences of
 };
 
-/// Takes every record of a chain into the ledger: finished runs as trees, what others hold for
-/// good. What a run that did not come to its end has begun with is kept for it. Throws RecordFault,
-/// also where a single record cannot be read, and IndexFault.
+/// Takes every record of a chain into the ledger: finished runs as trees, what a run has recorded
+/// that did not come to its end as held for good, with what its record is a difference of. Of one
+/// that has only begun there is nothing to be read, whoever it was; see runThatHolds(). Throws
+/// RecordFault, also where a single record cannot be read, and IndexFault.
 /// @param toForget runs that are to be forgotten besides those that are
 /// @param isForgetting as VersionLedger::beginChain()
 ChainRests takeChain(VersionLedger& ledger, RecordChain& chain,
@@ -30,7 +30,9 @@ ChainRests takeChain(VersionLedger& ledger, RecordChain& chain,
 /// The forgotten runs whose records nothing needs any more, the newest first, in which order they
 /// may be taken away: no other record rests on them, and no kept run lies before them, whose proof
 /// would go through them.
-[[nodiscard]] std::vector<std::uint64_t> removableRuns(const RecordChain& chain,
-                                                       const ChainRests& rests);
+/// @param toForget runs that count as forgotten besides those that are
+[[nodiscard]] std::vector<std::uint64_t>
+removableRuns(const RecordChain& chain, const ChainRests& rests,
+              const std::set<std::uint64_t>& toForget = {});
 
 } // namespace stowline::backup

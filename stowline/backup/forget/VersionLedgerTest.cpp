@@ -372,6 +372,17 @@ TEST_F(ChainFeed, HoldsTheRunThatOneThatWasCutOffBeganWithAndWhatItHadStored)
     EXPECT_TRUE(rests.named.contains(2));
 }
 
+TEST_F(ChainFeed, HoldsNothingForARunThatHadOnlyBegun)
+{
+    runOnce();
+    runOnce();
+    RecordChain cutOff = open();
+    (void)begin(cutOff);
+    runOnce();
+    EXPECT_EQ(going({1, 2}), onlyIn({1, 2}));
+    EXPECT_FALSE(going({1, 2}).empty());
+}
+
 TEST_F(ChainFeed, ReadsRunsThatRanAtOnce)
 {
     runOnce();

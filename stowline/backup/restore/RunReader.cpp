@@ -319,6 +319,18 @@ void RunReader::noteSights(const Sights& sights, const std::vector<std::string>&
     std::ranges::move(sights.sentences(paths), std::back_inserter(origin_.notes));
 }
 
+void RunReader::noteIfForgotten()
+{
+    (void)failureOf([this] {
+        const auto chain =
+            RecordChain::openNamed(place_, origin_.chain, std::filesystem::temp_directory_path());
+        if (chain.isForgotten(origin_.run) || !chain.isFinished(origin_.run))
+            note(fmt::format("Run {} was forgotten while it was read: what is missing of it was "
+                             "deleted with it. Please read another run.",
+                             origin_.run));
+    });
+}
+
 RecordTrust RunReader::trustIn(RecordChain& chain, std::uint64_t run)
 {
     const ChainFinding finding = chain.trustOf(run);

@@ -57,6 +57,10 @@ public:
     void noteLeftOut(const RecordHead& head, const ItemIndex& items,
                      const std::vector<std::string>& paths);
 
+    /// Notes for people when the run that was read is forgotten by now, for where something of it
+    /// is missing. What cannot be asked is not noted.
+    void noteIfForgotten();
+
     /// Adds a sentence that people should know of what was read.
     void note(std::string sentence) { origin_.notes.push_back(std::move(sentence)); }
 
