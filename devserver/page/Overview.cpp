@@ -31,7 +31,7 @@ bool isGood(const ShownRun& run)
 }
 
 /// The runs that records tell of, newest first: of each its newest record, but the finished one
-/// where there is one.
+/// where there is one. Not those that a note says are forgotten.
 std::vector<ShownRun> runsOf(const OverviewSources& sources, const std::string& userName)
 {
     std::vector<ShownRun> runs;
@@ -44,6 +44,7 @@ std::vector<ShownRun> runsOf(const OverviewSources& sources, const std::string& 
         else if (isFinished(record) && runs[place->second].record.state != "forgotten")
             runs[place->second].record = std::move(record);
     }
+    std::erase_if(runs, [](const ShownRun& run) { return run.record.state == "forgotten"; });
     for (ShownRun& run : runs) {
         if (isFinished(run.record))
             run.head = sources.heads.of(sources.storage, run.record);
@@ -98,7 +99,7 @@ void addRunFailures(const AccountOverview& account, std::int64_t now,
         else if (isFinished(record) && run.head->failed > 0)
             tell(fmt::format("could not back up {}.",
                              platform::countText(run.head->failed, "item", "items")));
-        else if (isFinished(record) || record.state == "forgotten")
+        else if (isFinished(record))
             continue;
         else if (!isLast)
             tell("began and never finished.");

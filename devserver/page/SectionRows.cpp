@@ -40,7 +40,7 @@ std::string stateText(const ShownRun& run)
         return "not finished";
     if (state == "begun")
         return "begun";
-    return state == "forgotten" ? "being forgotten" : htmlText(state);
+    return htmlText(state);
 }
 
 std::string chainName(const std::string& chain)
