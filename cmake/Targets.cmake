@@ -39,7 +39,7 @@ function(stowline_test name)
   if(ARG_NEEDS)
     add_dependencies(${name} ${ARG_NEEDS})
   endif()
-  # The desktop's proxies are no part of a test; and the thread sanitizer knows malloc's locks,
+  # The desktop's proxies are not part of a test; and the thread sanitizer knows malloc's locks,
   # not those of GLib's own allocator. Two properties, because gtest_discover_tests cuts lists.
   set(properties LABELS "${ARG_LABELS}" TIMEOUT ${ARG_SECONDS}
                  ENVIRONMENT G_SLICE=always-malloc

@@ -32,7 +32,8 @@ ExitStatus check(CLI::App& app, std::string file)
         return output().fail(ExitStatus::failed, "The home folder was not found. Please set HOME.");
     std::error_code unknown;
     if (std::filesystem::status(file, unknown).type() == std::filesystem::file_type::not_found)
-        return output().fail(ExitStatus::notFound, "There is no configuration file " + file + ".");
+        return output().fail(ExitStatus::notFound,
+                             "The configuration file " + file + " was not found.");
     const auto text = platform::readFile(file);
     if (!text)
         return output().fail(ExitStatus::notFound, "The file " + file + " cannot be read.");

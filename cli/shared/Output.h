@@ -13,7 +13,7 @@
 namespace stowline::cli {
 
 /// What an object of the JSON output says of one item, or of the whole run, in this order. A text
-/// that is no UTF-8, as a path may be, stands there in Base64 under its name and "_b64";
+/// that is not UTF-8, as a path may be, stands there in Base64 under its name and "_b64";
 /// docs/formats/command-output.md has the names.
 using FieldValue = std::variant<std::string, std::int64_t, std::uint64_t, double, bool>;
 using Fields = std::vector<std::pair<std::string, FieldValue>>;

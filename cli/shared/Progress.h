@@ -29,7 +29,7 @@ struct ProgressState {
 /// fit is left out from the bar on.
 [[nodiscard]] std::string progressBar(const ProgressState& state, std::size_t columns);
 
-/// The same as a sentence, for places that are no terminal.
+/// The same as a sentence, for places that are not a terminal.
 [[nodiscard]] std::string progressSentence(const ProgressState& state);
 
 /// Where and how progress is shown.

@@ -10,7 +10,7 @@
 namespace stowline::devserver {
 
 /// Text from outside as it may stand in an element or between quotes: escaped, "?" for controls and
-/// for what turns text around, U+FFFD for bytes that are no UTF-8.
+/// for what turns text around, U+FFFD for bytes that are not UTF-8.
 [[nodiscard]] std::string htmlText(std::string_view text);
 
 /// A name from outside, kept apart from the direction of what stands beside it.

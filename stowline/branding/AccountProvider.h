@@ -13,7 +13,7 @@ namespace stowline {
 /// dictionaries. Nothing is kept or written; every call reads anew what the bundle has.
 ///
 /// Values are strings. All dictionaries but getSupportLinkDetails() end at the first missing value:
-/// what comes after it is left out too, even when it is there. Missing keys are no errors.
+/// what comes after it is left out too, even when it is there. Missing keys are not errors.
 ///
 /// Any thread, but for getForgotUnamePwdLinkDetails(). All but getSupportLinkDetails() log what
 /// they found.

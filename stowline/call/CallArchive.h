@@ -13,7 +13,8 @@ namespace stowline {
 /// @return absent when a text in it holds a NUL character or bytes that are not UTF-8.
 [[nodiscard]] std::optional<std::string> archive(const Value& root);
 
-/// @return absent when the bytes are no archive, or one that is damaged, endless or nested deeper
+/// @return absent when the bytes are not an archive, or one that is damaged, endless or nested
+/// deeper
 ///         than 512.
 [[nodiscard]] std::optional<Value> unarchive(std::string_view bytes);
 

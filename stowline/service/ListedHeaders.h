@@ -7,7 +7,7 @@
 namespace stowline {
 
 /// The headers of a response that a list names, in any case, under the list's spelling. Of several
-/// list entries that differ only in case the first counts; entries that are no text count for
+/// list entries that differ only in case the first counts; entries that are not text count for
 /// nothing. A header that came in several lines is one value, joined with ", " (RFC 9110 section
 /// 5.3). Reentrant.
 /// @return spelling to value, a string

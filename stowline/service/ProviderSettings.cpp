@@ -170,7 +170,7 @@ std::variant<ProviderSettings, SettingsRefusal> fetchProviderSettings(const std:
     if (status != ok)
         return SettingsRefusal{
             Kind::notFound,
-            "There are no settings at " + shown + " (status " + std::to_string(status) +
+            "No settings were found at " + shown + " (status " + std::to_string(status) +
                 "). Please ask the provider for the address of its settings file.",
             {}};
     return examined(std::move(outcome.body), shown, *origin);

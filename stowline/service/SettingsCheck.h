@@ -17,7 +17,7 @@ struct SettingsFault {
 
 /// Every fault of a settings file, by line: what cannot be read, missing tables and entries, values
 /// of the wrong type, keys written twice or misspelt, placeholders that a method fills and no
-/// template uses, a wrong number of "%@" in a "URL", names that are no header or element names.
+/// template uses, a wrong number of "%@" in a "URL", names that are not header or element names.
 /// Reentrant.
 [[nodiscard]] std::vector<SettingsFault> checkSettings(std::string_view bytes);
 

@@ -432,7 +432,7 @@ public:
     /// @param anyString ignored; callers pass the empty string
     /// @param urlSubstitutions fill the "%@" of the entry's "URL", whose host is then looked up and
     ///        sent in its form in ASCII ("xn--…")
-    /// @return absent when there was no answer, or it is no UTF-8.
+    /// @return absent when there was no answer, or it is not UTF-8.
     [[nodiscard]] static std::optional<std::string>
     sendTemplateRequestWithName(std::string_view name, const SubstitutionMap& params,
                                 std::string_view anyString,

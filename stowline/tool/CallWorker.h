@@ -34,7 +34,7 @@ struct CallWorkerOptions {
 /// Performs one call.
 ///
 /// Writes nothing to standard error and, but for outputIncomplete, either the whole archive or
-/// nothing. A call that cannot connect, or gets a fault or an answer that is no SOAP, is done: its
+/// nothing. A call that cannot connect, or gets a fault or an answer that is not SOAP, is done: its
 /// result says so. Only silence until the limit gives noResult.
 /// @param words the program name and one argument: the Base64 text of an archived request, or "@"
 ///        and the path of a file that holds it

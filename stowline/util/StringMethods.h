@@ -21,7 +21,7 @@ namespace stowline::StringMethods {
 [[nodiscard]] bool TW_hasSpaces(std::string_view text);
 
 /// The text without its letters (and the marks on them); without letters, digits and other numbers;
-/// without the characters of the second text. Bytes that are no UTF-8 stay.
+/// without the characters of the second text. Bytes that are not UTF-8 stay.
 [[nodiscard]] std::string TW_stripLetters(std::string_view text);
 [[nodiscard]] std::string TW_stripAlphaNumeric(std::string_view text);
 [[nodiscard]] std::string TW_stripCharacters(std::string_view text, std::string_view characters);

@@ -97,7 +97,7 @@ TEST_F(ConfigCheck, TakesTheUsersOwnFileAndTellsWhenThereIsNone)
 {
     const auto none = stowline_(Words{"config", "check"});
     EXPECT_EQ(none.status, 4);
-    EXPECT_NE(none.errors.find("There is no configuration file "), std::string::npos);
+    EXPECT_NE(none.errors.find("The configuration file "), std::string::npos);
     const auto file = stowline_.home().write(".config/stowline/config.toml", "jbos = 1\n");
     const auto faulty = stowline_(Words{"--json", "config", "check"});
     EXPECT_EQ(faulty.status, 10);

@@ -6,7 +6,7 @@
 
 namespace stowline::test {
 
-/// A HTTP answer with an envelope around the content of a response element.
+/// An HTTP answer with an envelope around the content of a response element.
 [[nodiscard]] inline std::string soapAnswer(const std::string& content, int status = 200)
 {
     return httpAnswer("<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\">"

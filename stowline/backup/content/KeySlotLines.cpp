@@ -161,7 +161,7 @@ KeySlot keySlotOf(std::string_view line)
     slot.kind = kindIn(object);
     slot.label = textIn(object, "label");
     if (!isSlotLabel(slot.label))
-        refuse("a label is too long, or none that can be shown");
+        refuse("a label is too long, or cannot be shown");
     slot.cost.operations = numberIn(object, "operations", kLeastPassphraseCost.operations,
                                     kMostPassphraseCost.operations);
     slot.cost.memoryKib = numberIn(object, "memory_kib", kLeastPassphraseCost.memoryKib,

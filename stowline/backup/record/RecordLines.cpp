@@ -57,7 +57,7 @@ std::string base64(std::string_view bytes)
     return Base64::base64EncodingWithLineLength(bytes, 0);
 }
 
-/// Text under its name; bytes that are no UTF-8 in Base64 under the name and "_b64".
+/// Text under its name; bytes that are not UTF-8 in Base64 under the name and "_b64".
 void putText(Json& object, const std::string& name, const std::string& text)
 {
     if (platform::isValidUtf8(text))

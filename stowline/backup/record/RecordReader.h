@@ -24,8 +24,8 @@ struct RecordListener {
 
 /// One record. Feed it the stored bytes in pieces of any size, then finish(): only then is it known
 /// that what was handed over is all of it and unchanged. Memory stays the same whatever it is fed.
-/// Throws RecordFault for bytes that are no record: cut off, changed, out of order, doubled, of a
-/// line without end, or unpacking to more than any record could.
+/// Throws RecordFault for bytes that are not a record: cut off, changed, out of order, doubled, of
+/// a line without end, or unpacking to more than any record could.
 class RecordReader {
 public:
     explicit RecordReader(RecordListener listener);

@@ -57,7 +57,7 @@ public:
     [[nodiscard]] std::vector<JournalEntry> entries() const;
 
     /// Takes out what can never be gone on with: entries whose file is gone or another one by now,
-    /// files that are no entries, and what a write that was cut off left behind.
+    /// files that are not entries, and what a write that was cut off left behind.
     void removeOvertaken() const;
 
 private:

@@ -40,7 +40,7 @@ std::string uuidText(UuidBytes bytes)
     return text;
 }
 
-/// 32 hexadecimal digits, and not all zero ("uninitialized" and empty files are no ids).
+/// 32 hexadecimal digits, and not all zero ("uninitialized" and empty files are not ids).
 bool isMachineId(std::string_view text)
 {
     return text.size() == 32 &&

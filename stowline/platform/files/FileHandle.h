@@ -98,7 +98,7 @@ private:
                                         std::span<char> room);
     void lookForData();
     std::int64_t position_ = 0;   ///< of moveTo()
-    std::int64_t dataBegins_ = 0; ///< the next bytes that are no hole
+    std::int64_t dataBegins_ = 0; ///< the next bytes that are not a hole
     std::int64_t dataEnds_ = 0;
     bool hasHoles_ = false; ///< some were left out in it
 };

@@ -31,7 +31,7 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// Bytes that are no gzip, damaged or cut off, or that unpack to more than was allowed.
+/// Bytes that are not gzip, damaged or cut off, or that unpack to more than was allowed.
 class GzipFault : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

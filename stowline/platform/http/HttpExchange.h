@@ -50,7 +50,7 @@ enum class HttpFailure {
     none = 0,
     address = 1,    ///< the URL is not an http or https address
     request = 2,    ///< the method or a header cannot be sent
-    connection = 3, ///< name, connection, TLS, or an answer that broke off or is no HTTP
+    connection = 3, ///< name, connection, TLS, or an answer that broke off or is not HTTP
     redirect = 4,   ///< one that is not followed
     size = 5,       ///< the answer is larger than allowed
     stopped = 6,    ///< this thread was asked to stop

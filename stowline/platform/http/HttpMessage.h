@@ -33,7 +33,7 @@ struct HttpResponseMessage {
     std::vector<HttpHeader> headers;
     Data body; ///< the bytes after the empty line, as received
 
-    /// Reads what is there; never fails. Bytes that are no response give an empty message.
+    /// Reads what is there; never fails. Bytes that are not a response give an empty message.
     [[nodiscard]] static HttpResponseMessage fromBytes(std::string_view bytes);
 
     /// The message as a dictionary: "statusLine", "statusCode" (number), "headers" (dictionary; of

@@ -7,7 +7,7 @@
 
 namespace stowline::platform {
 
-/// Bytes that are no UTF-8 become U+FFFD.
+/// Bytes that are not UTF-8 become U+FFFD.
 [[nodiscard]] inline icu::UnicodeString icuText(std::string_view text)
 {
     return icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())});

@@ -16,17 +16,17 @@ namespace stowline::platform {
 [[nodiscard]] std::size_t validUtf8PrefixLength(std::string_view text);
 [[nodiscard]] bool isValidUtf8(std::string_view text);
 
-/// One code point as UTF-8; nothing for values that are no code points.
+/// One code point as UTF-8; nothing for values that are not code points.
 void appendUtf8(std::string& text, char32_t codePoint);
 
 /// First character that XML 1.0 cannot carry (section 2.2): a control character other than tab,
-/// line feed and carriage return, U+FFFE, U+FFFF, or a byte that is no UTF-8.
+/// line feed and carriage return, U+FFFE, U+FFFF, or a byte that is not UTF-8.
 /// @return its name for people ("the control character U+0000", "bytes that are not UTF-8"); absent
 ///         when the text is clean.
 [[nodiscard]] std::optional<std::string> characterXmlCannotCarry(std::string_view text);
 
 /// Code points of a UTF-8 text, and the offset in bytes of one of them (the text's size for those
-/// beyond its end). Bytes that are no UTF-8 count with the character before them or as one each.
+/// beyond its end). Bytes that are not UTF-8 count with the character before them or as one each.
 [[nodiscard]] std::size_t characterCount(std::string_view text);
 [[nodiscard]] std::size_t offsetOfCharacter(std::string_view text, std::size_t index);
 

@@ -28,18 +28,18 @@ namespace stowline::platform {
 /// The same, or a digit or other number sign (category N).
 [[nodiscard]] bool isLetterOrNumber(char32_t codePoint);
 
-/// The text without the characters to which the question is answered yes. Bytes that are no UTF-8
+/// The text without the characters to which the question is answered yes. Bytes that are not UTF-8
 /// stay as they are.
 [[nodiscard]] std::string withoutCharacters(std::string_view text,
                                             const std::function<bool(char32_t)>& isDropped);
 
 /// Length of a text in UTF-16 units, and a piece of it by such positions: one for most characters,
 /// two for those beyond U+FFFF. Half a pair at an end of the piece becomes U+FFFD, as do bytes that
-/// are no UTF-8.
+/// are not UTF-8.
 [[nodiscard]] std::size_t utf16Length(std::string_view text);
 [[nodiscard]] std::string utf16Piece(std::string_view text, std::size_t from, std::size_t count);
 
-/// Code points of a text; bytes that are no UTF-8 become U+FFFD.
+/// Code points of a text; bytes that are not UTF-8 become U+FFFD.
 [[nodiscard]] std::u32string codePointsOf(std::string_view text);
 [[nodiscard]] std::string textOf(std::u32string_view codePoints);
 

@@ -48,7 +48,7 @@ struct UrlOrigin {
 /// As "https://host", with the port where it is not the scheme's own.
 [[nodiscard]] std::string textOf(const UrlOrigin& origin);
 
-/// An address as it may be shown: without user name and password, also where it is no URL. What
+/// An address as it may be shown: without user name and password, also where it is not a URL. What
 /// stands before the last "@" is left out, but for the scheme.
 [[nodiscard]] std::string withoutCredentials(std::string_view address);
 
