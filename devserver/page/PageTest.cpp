@@ -291,6 +291,32 @@ TEST_F(PageTest, AnOverviewThatIsKnownIsNotSentAgain)
     EXPECT_EQ(get("/overview", "", headerOf(first, "ETag")).status, 403);
 }
 
+TEST_F(PageTest, WhatTookLongToAddUpIsShownAgainToItsViewerAlone)
+{
+    open("eve");
+    put("ann", "anns-machine", "/a", "x");
+    execute("INSERT INTO versions (item_id, user_name, size, client_date, stored_at, server_file,"
+            " checksum, is_delta, is_packed, baseline, list_id, stored_size) WITH RECURSIVE"
+            " n (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 50000)"
+            " SELECT 1, 'ann', 1, '', '2026-01-01 00:00:00', 'f' || i, 0, 0, 0, -1, 'l' || i, 1"
+            " FROM n");
+    const std::string anns = cookieOf("ann", "secret");
+    const std::string eves = cookieOf("eve", "secret");
+    letPass(20min);
+    const auto shows = [this](const std::string& cookie, const char* name) {
+        return get("/overview", cookie).body.find(name) != std::string::npos;
+    };
+    EXPECT_TRUE(shows(anns, "anns-machine"));
+    EXPECT_FALSE(shows(eves, "anns-machine"));
+    put("ann", "another", "/a", "x");
+    EXPECT_FALSE(shows(anns, "another"));
+    letPass(1s);
+    EXPECT_TRUE(shows(anns, "another"));
+    now_.clock -= 10min; // a clock that is set back keeps nothing for longer
+    put("ann", "third", "/a", "x");
+    EXPECT_TRUE(shows(anns, "third"));
+}
+
 TEST_F(PageTest, ATypedNameIsEscaped)
 {
     const PageAnswer answer = signIn("%22%3E%3Cscript%3Ealert(1)%3C/script%3E", "x");
