@@ -264,19 +264,12 @@ void declareForget(const Command& app)
     auto options = std::make_shared<Options>();
     const Command command =
         app.addCommand("forget", "Forget runs of this machine, and delete what only they hold");
-    constexpr std::uint64_t most = 1'000'000;
-    const std::uint64_t none = 0;
-    command.addOption("--keep-last", options->keep.last, "Keep this many of the newest runs")
-        .between(none, most);
-    command
-        .addOption("--keep-daily", options->keep.daily,
-                   "Keep the last run of each of the newest days that have one, this many; days "
-                   "are those on which the service stored the record of the run")
-        .between(none, most);
-    command.addOption("--keep-weekly", options->keep.weekly, "The same of weeks, from Monday on")
-        .between(none, most);
-    command.addOption("--keep-monthly", options->keep.monthly, "The same of months")
-        .between(none, most);
+    command.addOption("--keep-last", options->keep.last, "Keep this many of the newest runs");
+    command.addOption("--keep-daily", options->keep.daily,
+                      "Keep the last run of each of the newest days that have one, this many; days "
+                      "are those on which the service stored the record of the run");
+    command.addOption("--keep-weekly", options->keep.weekly, "The same of weeks, from Monday on");
+    command.addOption("--keep-monthly", options->keep.monthly, "The same of months");
     command.addOption("--system", options->systemName, "This machine's name on the service")
         .defaultsTo(General::localHostName());
     command.addOption("--profile", options->profile, "Name of the profile, as backup was told")
