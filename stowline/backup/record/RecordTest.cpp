@@ -379,14 +379,15 @@ TEST(RecordName, IsWrittenAndRead)
     EXPECT_EQ(recordNameText({12, RecordState::begun, 0}), "00000012-begun");
     EXPECT_EQ(recordNameText({12, RecordState::unfinished, 3}), "00000012-unfinished-03");
     EXPECT_EQ(recordNameText({99999999, RecordState::finished, 0}), "99999999-finished");
+    EXPECT_EQ(recordNameText({12, RecordState::forgotten, 0}), "00000012-forgotten");
     for (const RecordName name :
          {RecordName{1, RecordState::begun, 0}, RecordName{2, RecordState::unfinished, 99},
-          RecordName{3, RecordState::finished, 0}})
+          RecordName{3, RecordState::finished, 0}, RecordName{4, RecordState::forgotten, 0}})
         EXPECT_EQ(parseRecordName(recordNameText(name)), name);
     for (const std::string text :
          {"", "1-begun", "00000000-begun", "00000001-begun2", "+0000001-begun",
           "00000001-unfinished-", "00000001-unfinished-00", "00000001-unfinished-1",
-          "00000001-unfinished-100", "00000001-Finished", "000000001-finished"})
+          "00000001-unfinished-100", "00000001-Finished", "00000001-forgotten2", "000000001-finished"})
         EXPECT_EQ(parseRecordName(text), std::nullopt) << text;
 }
 
