@@ -298,17 +298,17 @@ private:
         return *verdicts;
     }
 
-    /// What the service holds of them, as it was stored. What it tells other things of is left
-    /// alone: its number may be another file's by now.
+    /// What the service holds of them, be it whole, damaged or lost. What it tells other things of
+    /// is left alone: its number may be another file's by now.
     void askAboutCandidates()
     {
         forEachPage([&](const std::vector<VersionLedger::Candidate>& candidates) {
             const auto verdicts = verdictsOf(candidates);
             for (std::size_t i = 0; i < candidates.size(); ++i) {
-                using Kind = VersionVerdict::Kind;
-                if (verdicts[i].kind == Kind::missing)
+                using Identity = VersionVerdict::Identity;
+                if (verdicts[i].identity == Identity::none)
                     continue;
-                if (verdicts[i].kind == Kind::damaged) {
+                if (verdicts[i].identity == Identity::other) {
                     ++summary_.leftVersions;
                     continue;
                 }
@@ -439,10 +439,10 @@ private:
                 return;
             const auto verdicts = verdictsOf(candidates);
             for (std::size_t i = 0; i < candidates.size(); ++i) {
-                using Kind = VersionVerdict::Kind;
-                if (verdicts[i].kind == Kind::missing)
+                using Identity = VersionVerdict::Identity;
+                if (verdicts[i].identity == Identity::none)
                     continue;
-                if (verdicts[i].kind == Kind::damaged || refusals_ >= kMostRefusals)
+                if (verdicts[i].identity == Identity::other || refusals_ >= kMostRefusals)
                     ++summary_.leftVersions;
                 else
                     deleteOne(candidates[i]);
@@ -459,7 +459,7 @@ private:
         const auto failure = deletionOf(request_.account, content.list, tries_);
         if (failure && failure->end == StepEnd::interrupted)
             throw ForgetFault(ForgetEnd::interrupted, "It was interrupted.");
-        if (failure && verdictsOf({candidate}).front().kind != VersionVerdict::Kind::missing) {
+        if (failure && verdictsOf({candidate}).front().identity != VersionVerdict::Identity::none) {
             if (failure->end == StepEnd::temporary)
                 throw ForgetFault(ForgetEnd::temporary,
                                   "The service does not delete: " + failure->reason);

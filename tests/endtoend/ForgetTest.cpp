@@ -466,6 +466,29 @@ TEST(Forget, ARecordThatCannotBeReadKeepsEverything)
     }
 }
 
+TEST(Forget, WhatIsLostOrDamagedGoesToo)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", noise(5000, 1)}, {"b", noise(6000, 2)}});
+    account.runWith({{"a", "2"}, {"b", "2"}});
+    std::size_t spoilt = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(account.server.data() / "vol1")) {
+        if (!entry.is_regular_file() || entry.file_size() < 5000)
+            continue;
+        ++spoilt;
+        if (entry.file_size() == 5000)
+            fs::remove(entry.path());
+        else
+            std::ofstream(entry.path(), std::ios::binary) << noise(6000, 3);
+    }
+    ASSERT_EQ(spoilt, 2U);
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(field(result, "deleted_versions"), 2);
+    EXPECT_EQ(field(result, "left"), 0);
+    account.expectAllWhole({2});
+}
+
 TEST(Forget, AServiceThatShowsAnOlderStateIsNotBelieved)
 {
     Kept account({"--deletion-pause", "0", "--grace-days", "0"});

@@ -41,6 +41,25 @@ bool isAtItsPlace(const StoredVersion& stored, const Dictionary& word)
             withSlashes(folder) == withSlashes(remotePath(parentOf(stored.path))));
 }
 
+/// What the service tells otherwise than it was stored; empty: nothing.
+std::string differenceOf(const StoredVersion& stored, const Dictionary& word)
+{
+    const StoredContent& content = stored.content;
+    if (!isOrUntold(platform::findText(word, "StoredSize"), content.storedSize) ||
+        !isOrUntold(platform::findText(word, "Size"), stored.size))
+        return "the service holds another size of it";
+    if (!isOrUntold(platform::findText(word, "Checksum"), content.checksum, 16))
+        return "the service holds another checksum of it";
+    const std::string digest = platform::findText(word, "Digest");
+    const bool tellsDigest = !digest.empty() && content.kind == "plain";
+    if (tellsDigest && digest != content.digest)
+        return "the service holds another digest of it";
+    // A name of a hard link may have the content that was sent under another one.
+    if (!tellsDigest && !isAtItsPlace(stored, word))
+        return "the service holds another file under the number of its version";
+    return {};
+}
+
 /// Anything but versions, or the plain word that there are none, says nothing about them.
 bool isAnswer(const Value& value)
 {
@@ -76,28 +95,20 @@ bool isVersionNumber(std::string_view text)
 
 VersionVerdict judged(const StoredVersion& stored, const Dictionary* word)
 {
+    using Identity = VersionVerdict::Identity;
     if (word == nullptr)
-        return {Kind::missing, "the service has no such version any more"};
-    const StoredContent& content = stored.content;
+        return {Kind::missing, "the service has no such version any more", Identity::none};
+    const std::string difference = differenceOf(stored, *word);
+    const Identity identity = difference.empty() ? Identity::same : Identity::other;
     const std::string state = platform::findText(*word, "State");
     if (state == "Missing")
-        return {Kind::missing, "the service has lost its content"};
+        return {Kind::missing, "the service has lost its content", identity};
     if (state == "Damaged")
-        return {Kind::damaged, "the service says that its content is damaged"};
-    if (!isOrUntold(platform::findText(*word, "StoredSize"), content.storedSize) ||
-        !isOrUntold(platform::findText(*word, "Size"), stored.size))
-        return {Kind::damaged, "the service holds another size of it"};
-    if (!isOrUntold(platform::findText(*word, "Checksum"), content.checksum, 16))
-        return {Kind::damaged, "the service holds another checksum of it"};
-    const std::string digest = platform::findText(*word, "Digest");
-    const bool tellsDigest = !digest.empty() && content.kind == "plain";
-    if (tellsDigest && digest != content.digest)
-        return {Kind::damaged, "the service holds another digest of it"};
-    // A name of a hard link may have the content that was sent under another one.
-    if (!tellsDigest && !isAtItsPlace(stored, *word))
-        return {Kind::damaged, "the service holds another file under the number of its version"};
+        return {Kind::damaged, "the service says that its content is damaged", identity};
+    if (!difference.empty())
+        return {Kind::damaged, difference, identity};
     if (state != "Whole")
-        return {Kind::untold, "the service does not say that its content is whole"};
+        return {Kind::untold, "the service does not say that its content is whole", identity};
     return {};
 }
 

@@ -31,6 +31,9 @@ struct VersionVerdict {
         untold,  ///< it is not said to be whole
     } kind = Kind::whole;
     std::string reason; ///< why it is not whole; no full stop
+    /// Whether the service knows a version of this number, and whether what it tells of it is what
+    /// was stored: also of one whose content is lost or damaged.
+    enum class Identity { none, same, other } identity = Identity::same;
 
     [[nodiscard]] bool isWhole() const { return kind == Kind::whole; }
 };

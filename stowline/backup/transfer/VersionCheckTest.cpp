@@ -58,6 +58,19 @@ TEST(VersionCheck, EverythingThatDoesNotAgreeIsDamage)
     EXPECT_EQ(kindWith("Digest", std::string(64, 'e')), Kind::damaged);
 }
 
+TEST(VersionCheck, WhatIsLostOrDamagedIsStillTheVersionThatWasStored)
+{
+    using Identity = VersionVerdict::Identity;
+    EXPECT_EQ(judged(stored(), nullptr).identity, Identity::none);
+    for (const char* state : {"Whole", "Missing", "Damaged", ""}) {
+        Dictionary same = word();
+        same.insert_or_assign("State", state);
+        EXPECT_EQ(judged(stored(), &same).identity, Identity::same) << state;
+        same.insert_or_assign("Digest", std::string(64, 'e'));
+        EXPECT_EQ(judged(stored(), &same).identity, Identity::other) << state;
+    }
+}
+
 TEST(VersionCheck, ThePlaceCountsWhereNoDigestIsTold)
 {
     for (const auto& [key, value] : {std::pair("Path", "/home/bob"), std::pair("Name", "b")}) {
