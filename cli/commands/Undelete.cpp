@@ -168,7 +168,7 @@ private:
                               "theirs, or what they build on is gone.");
         if (lost_ > 0)
             output().complain(countText(lost_, "version", "versions") +
-                              " cannot come back: the service has lost their content.");
+                              " cannot come back: the service has lost the content.");
         if (forgetting_ > 0)
             output().complain(countText(forgetting_, "run is", "runs are") +
                               " still forgotten: the next forgetting deletes again what only such "
