@@ -167,7 +167,7 @@ TEST(Undelete, LostContentIsNoSuccess)
     EXPECT_EQ(back.status, 3) << back.errors;
     EXPECT_EQ(field(back, "undeleted"), 2);
     EXPECT_EQ(field(back, "lost"), 1);
-    EXPECT_NE(back.errors.find("1 version cannot come back: the service has lost their content."),
+    EXPECT_NE(back.errors.find("1 version cannot come back: the service has lost the content."),
               std::string::npos)
         << back.errors;
 }
