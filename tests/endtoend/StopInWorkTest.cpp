@@ -7,9 +7,12 @@
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <optional>
+#include <sys/ioctl.h>
 #include <thread>
+#include <unistd.h>
 
 namespace stowline {
 namespace {
@@ -63,7 +66,7 @@ protected:
         const auto next = account_->backup();
         EXPECT_EQ(next.status, 0) << next.errors;
         EXPECT_TRUE(account_->stored().at("disk/file") ==
-                    platform::readFile(account_->folder.path() / "disk/file"));
+                    platform::readFile(disk_->behind() / "file"));
         EXPECT_TRUE(account_->journal().entries().empty());
     }
 
@@ -101,8 +104,13 @@ TEST(StopInWork, EndsTheWaitForStandardInput)
     const BackedUp account;
     test::BackgroundProgram run(account.command.run(
         {"backup", "--stdin", "dump", "--system", "iMac", "--json"}, account.environment()));
-    // More than a pipe holds: when this is written, the run is reading.
-    run.writeInput(noise(300000, 1));
+    run.writeInput(noise(100000, 1));
+    // When nothing is left of that it waits for more.
+    const int input = ::open(("/proc/" + std::to_string(run.processId()) + "/fd/0").c_str(),
+                             O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    for (int left = 1; left > 0 && run.isRunning();)
+        ASSERT_EQ(::ioctl(input, FIONREAD, &left), 0);
+    ::close(input);
     run.signal(SIGINT);
     const auto deadline = std::chrono::steady_clock::now() + 1min;
     while (run.isRunning() && std::chrono::steady_clock::now() < deadline)
