@@ -37,8 +37,6 @@ namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kLook{100};
-/// A run that takes longer stores what it has come to.
-constexpr std::chrono::minutes kBetweenUnfinishedRecords{30};
 /// Why nobody knows whether all of a folder is held; stands in index and record.
 constexpr const char* kCutOff = "a run that was to back it up was cut off";
 /// Of how many runs one asks after every version.
@@ -493,7 +491,7 @@ private:
 
     void showProgressUntilDone(FileJobs& jobs, const StopRequest& walkStop)
     {
-        auto unfinishedAt = steady_clock::now() + kBetweenUnfinishedRecords;
+        auto unfinishedAt = steady_clock::now() + request_.betweenRecords;
         std::unique_lock lock(mutex_);
         while (!over_.wait_for(lock, kLook, [this] { return isOver_; })) {
             lock.unlock();
@@ -502,7 +500,7 @@ private:
             accounts_.showProgress(uploads_->sentBytes);
             if (steady_clock::now() >= unfinishedAt) {
                 storeUnfinished();
-                unfinishedAt = steady_clock::now() + kBetweenUnfinishedRecords;
+                unfinishedAt = steady_clock::now() + request_.betweenRecords;
             }
             lock.lock();
         }

@@ -58,6 +58,8 @@ struct BackupRequest {
     /// Stores what comes from this descriptor under this name, in place of any path; -1: no.
     int streamDescriptor = -1;
     std::string streamName; ///< an absolute path, or a name, which is then below "/stdin"
+    /// A run that takes longer stores what it has come to, again and again, marked as unfinished.
+    std::chrono::steady_clock::duration betweenRecords = std::chrono::minutes(30);
     /// Only what earlier runs of this account, machine, user and profile began. No path is needed.
     bool resumesOnly = false;
 };
