@@ -106,6 +106,13 @@ public:
         }
     }
 
+    /// Whether two names that are one file in the tree are two files here, and nobody is told.
+    [[nodiscard]] bool hasLostALinkInSilence() const
+    {
+        return stored_.differences().find("hf          ") != std::string::npos &&
+               !isTold(stored_.folder() / "plain");
+    }
+
     /// The files that were told as put back.
     [[nodiscard]] const std::set<std::string>& files() const { return listener_.files; }
     [[nodiscard]] ReadEnd end() const { return summary_.end; }
@@ -178,6 +185,15 @@ TEST(RestoreDurability, NothingIsToldAsPutBackThatCannotBeMadeDurable)
     (void)test::disarm();
     EXPECT_NE(restoring.end(), ReadEnd::done);
     EXPECT_EQ(restoring.files(), std::set<std::string>());
+}
+
+TEST(RestoreHardLinks, WhatBecomesAFileOfItsOwnIsTold)
+{
+    Restoring restoring;
+    test::arm({.function = "linkat", .call = 1});
+    restoring.restore();
+    EXPECT_EQ(test::disarm().failures, 1U);
+    EXPECT_FALSE(restoring.hasLostALinkInSilence());
 }
 
 INSTANTIATE_TEST_SUITE_P(Functions, RestoreCallFaults, testing::ValuesIn(kFailing), test::nameOf);
