@@ -7,6 +7,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,12 +26,27 @@ std::optional<std::filesystem::path> baseFolder(const char* variable, const char
     return std::filesystem::path(home) / belowHome / "stowline";
 }
 
+/// Makes a file beside a path, with a lock that tells removeLeftWrites() that somebody is at it.
+FileDescriptor makeBeside(const std::filesystem::path& path, std::string& beside, int& error)
+{
+    for (;;) {
+        beside = path.string() + ".XXXXXX";
+        FileDescriptor file(::mkostemp(beside.data(), O_CLOEXEC));
+        error = errno;
+        if (!file.isOpen())
+            return file;
+        (void)::flock(file.number(), LOCK_EX); // where there are no locks nobody takes it away
+        struct stat status = {};
+        if (::fstat(file.number(), &status) != 0 || status.st_nlink > 0)
+            return file;
+    }
+}
+
 bool writeAndRename(const std::filesystem::path& path, std::string_view content, bool isDurable,
                     int& error)
 {
-    std::string beside = path.string() + ".XXXXXX";
-    FileDescriptor file(::mkostemp(beside.data(), O_CLOEXEC));
-    error = errno;
+    std::string beside;
+    const FileDescriptor file = makeBeside(path, beside, error);
     if (!file.isOpen())
         return false;
     const bool isComplete =

@@ -1,13 +1,14 @@
 #include "stowline/platform/files/LeftWrites.h"
 
+#include "stowline/platform/files/FileDescriptor.h"
 #include "stowline/platform/files/Files.h"
-#include "stowline/platform/text/Text.h"
 
-#include <algorithm>
-#include <chrono>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
-#include <system_error>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace stowline::platform {
 
@@ -28,14 +29,16 @@ bool isLeftName(std::string_view name)
 
 void removeLeftWrites(const fs::path& folder)
 {
-    constexpr std::chrono::hours atWork{1};
     for (const std::string& name : namesInFolder(folder)) {
-        std::error_code fault;
-        if (!isLeftName(name) || !fs::is_regular_file(fs::symlink_status(folder / name, fault)))
+        if (!isLeftName(name))
             continue;
-        const auto written = fs::last_write_time(folder / name, fault);
-        if (!fault && fs::file_time_type::clock::now() - written > atWork)
-            fs::remove(folder / name, fault);
+        const fs::path path = folder / name;
+        const FileDescriptor file(
+            ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+        struct stat status = {};
+        if (file.isOpen() && ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode) &&
+            ::flock(file.number(), LOCK_EX | LOCK_NB) == 0)
+            ::unlink(path.c_str());
     }
 }
 

@@ -1,33 +1,32 @@
 #include "stowline/platform/files/LeftWrites.h"
 
+#include "stowline/platform/files/FileDescriptor.h"
 #include "stowline/platform/files/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
+#include <atomic>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <thread>
 
 namespace stowline::platform {
 namespace {
 
 namespace fs = std::filesystem;
 
-TEST(LeftWrites, AreRemovedOnceNobodyIsAtThemAnyMore)
+TEST(LeftWrites, AreRemovedWhenNobodyIsAtThemAnyMore)
 {
     const test::TemporaryFolder folder;
-    const auto old = fs::file_time_type::clock::now() - std::chrono::minutes(61);
-    const auto write = [&](const char* name, bool isOld) {
+    for (const char* name : {"note.a1B2c3", "note.Zz9Zz9", "note", "note.sqlite3", "note.a1B2c",
+                             "note.a1B-c3", ".a1B2c3"})
         folder.write(name, "x");
-        if (isOld)
-            fs::last_write_time(folder.path() / name, old);
-    };
-    write("note.a1B2c3", true);
-    write("note.Zz9Zz9", false); // being written
-    for (const char* other : {"note", "note.sqlite3", "note.a1B2c", "note.a1B-c3", ".a1B2c3"})
-        write(other, true);
     fs::create_directory(folder.path() / "folder.a1B2c3");
     fs::create_symlink("note", folder.path() / "link.a1B2c3");
+    const FileDescriptor written(::open((folder.path() / "note.Zz9Zz9").c_str(), O_RDWR));
+    ASSERT_EQ(::flock(written.number(), LOCK_EX), 0);
     removeLeftWrites(folder.path());
     auto left = namesInFolder(folder.path());
     std::ranges::sort(left);
@@ -35,6 +34,22 @@ TEST(LeftWrites, AreRemovedOnceNobodyIsAtThemAnyMore)
                                               "note.Zz9Zz9", "note.a1B-c3", "note.a1B2c",
                                               "note.sqlite3"}));
     removeLeftWrites(folder.path() / "nowhere");
+}
+
+TEST(LeftWrites, AreNotThoseOfAWriterBesideIt)
+{
+    const test::TemporaryFolder folder;
+    std::atomic<bool> isOver = false;
+    std::thread sweeper([&] {
+        while (!isOver)
+            removeLeftWrites(folder.path());
+    });
+    int error = 0;
+    for (int i = 0; i < 2000; ++i)
+        EXPECT_TRUE(replaceFile(folder.path() / "note", std::to_string(i), error)) << error;
+    isOver = true;
+    sweeper.join();
+    EXPECT_EQ(readFile(folder.path() / "note"), "1999");
 }
 
 } // namespace
