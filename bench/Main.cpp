@@ -41,7 +41,8 @@ int main(int count, char** words)
         {"content", {measureContent}}};
     const auto subject = subjects.find(count == 2 ? words[1] : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr, "usage: stowline-bench call|log|util|upload|tree|restore|forget|content\n");
+        fmt::print(stderr,
+                   "usage: stowline-bench call|log|util|upload|tree|restore|forget|content\n");
         return 2;
     }
     for (const auto& measure : subject->second)

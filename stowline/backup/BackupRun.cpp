@@ -525,9 +525,8 @@ private:
     {
         const std::vector<std::string> deleted = state_->deletedFolders(request_.account);
         const auto isDeleted = [&deleted](const std::string& path) {
-            return std::ranges::any_of(deleted, [&path](const std::string& folder) {
-                return isBelow(path, folder);
-            });
+            return std::ranges::any_of(
+                deleted, [&path](const std::string& folder) { return isBelow(path, folder); });
         };
         ShortList lost;
         ShortList gone;

@@ -387,7 +387,8 @@ TEST(RecordName, IsWrittenAndRead)
     for (const std::string text :
          {"", "1-begun", "00000000-begun", "00000001-begun2", "+0000001-begun",
           "00000001-unfinished-", "00000001-unfinished-00", "00000001-unfinished-1",
-          "00000001-unfinished-100", "00000001-Finished", "00000001-forgotten2", "000000001-finished"})
+          "00000001-unfinished-100", "00000001-Finished", "00000001-forgotten2",
+          "000000001-finished"})
         EXPECT_EQ(parseRecordName(text), std::nullopt) << text;
 }
 
