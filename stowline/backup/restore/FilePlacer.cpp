@@ -20,6 +20,8 @@ constexpr std::size_t kMostWaiting = 128;
 /// Of as many descriptors as this process may have, one may be such a file. It costs two.
 constexpr std::size_t kDescriptorsForEach = 8;
 constexpr std::uint64_t kMostWaitingBytes = 64U << 20;
+/// Which are enough for as many files on their way and as many waiting as there may be.
+constexpr std::size_t kManyDescriptors = 1024;
 constexpr std::size_t kDescriptorsOfATask = 6;
 constexpr std::size_t kMostDescriptorsKeptFree = 64;
 /// What was gone on with, from the start, and once more.
@@ -393,14 +395,15 @@ bool FilePlacer::fillOnce(const FileTask& task, const std::string& version,
 FilePlacer::FilePlacer(const PlacingContext& context)
     : context_(context),
       mostWaiting_(platform::descriptorLimit(kMostWaiting * kDescriptorsForEach) /
-                   kDescriptorsForEach)
+                   kDescriptorsForEach),
+      areDescriptorsFew_(platform::descriptorLimit(kManyDescriptors) < kManyDescriptors)
 {
 }
 
-/// Where few descriptors are left, gives names to what waits for them, and lets others end: a file
-/// on its way takes some, and so does the fetching of its parts.
 void FilePlacer::awaitDescriptors()
 {
+    if (!areDescriptorsFew_)
+        return;
     constexpr std::chrono::milliseconds between{20};
     constexpr int mostLooks = 250;
     const std::size_t few = std::min(kDescriptorsOfATask * (context_.request.jobs + 1),

@@ -77,6 +77,11 @@ public:
 
     void place(const FileTask& task);
 
+    /// Where few descriptors are left, gives names to what waits for them, and lets others end: a
+    /// file on its way takes some, and so does the fetching of its parts. Before something is
+    /// opened. Any thread.
+    void awaitDescriptors();
+
     /// Gives what is whole its names. After the last place().
     void finish();
 
@@ -109,7 +114,6 @@ private:
                                 const platform::TargetFile& file, std::uint64_t from,
                                 RestoredItem& report, bool& isKept, bool& isDigestWrong);
     [[nodiscard]] std::string versionFor(const FileTask& task, RestoredItem& report, bool& isKept);
-    void awaitDescriptors();
     void enqueue(Gathered gathered);
     void giveNames(std::vector<Gathered> gathered);
     [[nodiscard]] GivenName nameGathered(const Gathered& gathered,
@@ -119,6 +123,7 @@ private:
 
     const PlacingContext& context_;
     const std::size_t mostWaiting_;
+    const bool areDescriptorsFew_;
     std::mutex naming_; ///< where a file system cannot look and rename at once
     std::mutex mutex_;  ///< of what follows
     std::vector<Gathered> waiting_;

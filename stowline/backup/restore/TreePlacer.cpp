@@ -204,6 +204,7 @@ void TreePlacer::walk(IdlePatterns& idle, const std::function<void(const StoredI
 
 void TreePlacer::take(const StoredItem& stored)
 {
+    files_.awaitDescriptors();
     const ItemRecord& item = stored.item;
     if (!notMade_.empty() && isAtOrBelow(item.path, notMade_))
         fail(item, "its folder is not put back");
@@ -499,6 +500,7 @@ TreePlacer::OpenPlace TreePlacer::openPlaceOf(const std::string& path)
 
 void TreePlacer::takeFurtherName(const StoredItem& stored, bool hasStood)
 {
+    files_.awaitDescriptors();
     // A first name is one here when a tree before this one has another that stands in for it.
     const std::string& path = stored.item.path;
     const std::string original = stored.sameFileAs.empty() ? path : stored.sameFileAs;
@@ -631,6 +633,7 @@ void TreePlacer::tighten(const std::string& path)
 
 void TreePlacer::finishFolder(const std::string& path)
 {
+    files_.awaitDescriptors();
     const auto stored = items_.find(path);
     if (stored && context_.request.isDryRun)
         return wouldFinishFolder(stored->item);
