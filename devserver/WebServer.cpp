@@ -73,7 +73,7 @@ public:
             for (const auto& [header, value] : given.headers)
                 response.set_header(header.c_str(), value);
             if (!given.body.empty())
-                response.set_content(std::move(given.body), given.contentType.c_str());
+                response.set_content(given.body, given.contentType.c_str());
         };
         for (const char* path : {"/", "/overview", "/sign-in"})
             server_->Get(path, handle);

@@ -96,7 +96,7 @@ std::optional<std::string> faultInLists(Options& options)
         }
         options.request.rules.excludeLines += *content + "\n";
     }
-    if (const auto fault = backup::faultIn(options.request.rules))
+    if (auto fault = backup::faultIn(options.request.rules))
         return fault;
     if (!options.streamName.empty() && !isNameBelow(options.streamName)) {
         return "\"" + options.streamName +

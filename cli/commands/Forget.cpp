@@ -15,7 +15,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <ranges>
 
 namespace stowline::cli {
 
@@ -126,7 +125,8 @@ private:
 /// The first so many of the runs, which are forgotten, or would be.
 void show(const backup::ForgetPlan& plan, std::uint64_t count, bool isDone)
 {
-    for (const backup::RunToForget& run : plan.runs | std::views::take(count))
+    for (std::size_t i = 0; i < std::min<std::uint64_t>(count, plan.runs.size()); ++i) {
+        const backup::RunToForget& run = plan.runs[i];
         output().item(fmt::format("{}run {} of {}", isDone ? "forgot " : "would forget ", run.run,
                                   momentText(run.begun)),
                       "run",
@@ -134,6 +134,7 @@ void show(const backup::ForgetPlan& plan, std::uint64_t count, bool isDone)
                        {"time", momentField(run.begun)},
                        {"stored", run.stored ? momentField(*run.stored) : std::string()},
                        {"state", std::string(isDone ? "forgotten" : "would-forget")}});
+    }
 }
 
 void tellSpace(const backup::ForgetSummary& sum)

@@ -148,6 +148,7 @@ std::string sectionHtml(const Section& section, const Overview& overview)
         dated.resize(std::min(dated.size(), kMostLines));
     }
     std::vector<Row> rows;
+    rows.reserve(dated.size());
     for (DatedRow& row : dated)
         rows.push_back(std::move(row.row));
     std::vector<Column> columns = section.columns;

@@ -78,7 +78,7 @@ PageAnswer refusal(int status, const char* sentence)
 
 } // namespace
 
-Page::Page(PageContext context, std::function<SessionMoment()> now)
+Page::Page(PageContext context, const std::function<SessionMoment()>& now)
     : context_(std::move(context)), sessions_(context_.accounts, now),
       limit_([now] { return now().passed; })
 {
@@ -203,7 +203,7 @@ Page::Shown Page::shownTo(const std::string& userName)
         for (const MachineSummary& machine : account.machines)
             versions += machine.versions;
     }
-    const Shown shown{overviewHtml(overview), overview.madeAt, versions / kVersionsASecond};
+    Shown shown{overviewHtml(overview), overview.madeAt, versions / kVersionsASecond};
     if (shown.goodFor > 0)
         shown_.insert_or_assign(userName, shown);
     return shown;

@@ -49,7 +49,8 @@ struct PageContext {
 /// thread.
 class Page {
 public:
-    explicit Page(PageContext context, std::function<SessionMoment()> now = SessionMoment::now);
+    explicit Page(PageContext context,
+                  const std::function<SessionMoment()>& now = SessionMoment::now);
 
     /// What the disk refuses is told as such, with status 500.
     [[nodiscard]] PageAnswer answer(const PageRequest& request);
