@@ -1,5 +1,7 @@
 #include "stowline/backup/tree/OpenFolders.h"
 
+#include "stowline/platform/files/DescriptorLimit.h"
+
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -11,7 +13,11 @@ using platform::FolderHandle;
 void OpenFolders::push(FolderHandle folder, const platform::ItemStatus& status)
 {
     frames_.push_back({std::make_shared<const FolderHandle>(std::move(folder)), status});
-    for (; firstOpen_ + kMostOpen < frames_.size(); ++firstOpen_)
+    // Where a process may have few descriptors, files and connections need them more.
+    constexpr std::size_t ofSoMany = 16;
+    const std::size_t most =
+        std::max<std::size_t>(platform::descriptorLimit(kMostOpen * ofSoMany) / ofSoMany, 3);
+    for (; firstOpen_ + most < frames_.size(); ++firstOpen_)
         frames_[firstOpen_].folder.reset();
 }
 
