@@ -217,7 +217,7 @@ TEST(RestoreBadDays, FewDescriptorsAreEnough)
         files.emplace("d" + std::to_string(i % 20) + "/f" + std::to_string(i), "content");
     account.write(files);
     ASSERT_EQ(account.backup().status, 0);
-    for (const char* most : {"160", "256"}) {
+    for (const char* most : {"64", "128"}) {
         const fs::path target = account.command.home().path() / most;
         fs::create_directory(target);
         test::ProgramRun run = account.command.run(

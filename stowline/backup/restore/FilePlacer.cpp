@@ -204,7 +204,8 @@ FilePlacer::itemOfSameContent(const StoredItem& stored, const platform::TargetFo
                               const std::string& name, Use use) const
 {
     int error = 0;
-    const auto file = folder.openFile(name, error);
+    const auto file = platform::openedPatiently([&] { return folder.openFile(name, error); }, error,
+                                                context_.stop);
     const auto there = file ? file->status() : std::nullopt;
     // A file with further names may have them outside: its metadata is not touched.
     if (!there || there->size != stored.content->storedSize ||
@@ -236,7 +237,8 @@ std::optional<platform::TargetFile> FilePlacer::openGathering(const platform::Ta
 {
     for (int attempt = 0; attempt < 2; ++attempt) {
         int error = 0;
-        auto file = folder.openOrMakeFile(temporary, error);
+        auto file = platform::openedPatiently(
+            [&] { return folder.openOrMakeFile(temporary, error); }, error, context_.stop);
         if (file && !file->lock()) {
             report.faults.push_back(report.path + ": another restore is putting it back.");
             return std::nullopt;
@@ -261,7 +263,9 @@ void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFo
     report.losses = task.losses;
     auto file = openGathering(*folder, temporary, report);
     int error = 0;
-    const auto item = file ? file->item(error) : std::nullopt;
+    const auto item =
+        file ? platform::openedPatiently([&] { return file->item(error); }, error, context_.stop)
+             : std::nullopt;
     if (!item) {
         if (file)
             report.faults.push_back(because(report.path, "it cannot be written", error));
@@ -459,7 +463,8 @@ void FilePlacer::finishGathered(Gathered& gathered)
 {
     RestoredItem& report = gathered.report;
     int error = 0;
-    const auto item = gathered.file.item(error);
+    const auto item =
+        platform::openedPatiently([&] { return gathered.file.item(error); }, error, context_.stop);
     if (!item) {
         report.faults.push_back(because(report.path, "it cannot be put in its place", error));
         return;

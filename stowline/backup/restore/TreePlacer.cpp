@@ -1,5 +1,7 @@
 #include "stowline/backup/restore/TreePlacer.h"
 
+#include "stowline/platform/files/DescriptorLimit.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
@@ -223,7 +225,8 @@ void TreePlacer::take(const StoredItem& stored)
 /// Opens a folder below the root, which is the one that was made there or first met.
 std::optional<TargetFolder> TreePlacer::openFolder(const std::string& relative, int& error)
 {
-    auto folder = context_.root.below(relative, error);
+    auto folder = platform::openedPatiently([&] { return context_.root.below(relative, error); },
+                                            error, context_.stop);
     const auto status = folder && !relative.empty() ? folder->status() : std::nullopt;
     if (!status || context_.request.isDryRun)
         return folder;
@@ -245,7 +248,10 @@ std::optional<TargetFolder> TreePlacer::openFolder(const std::string& relative, 
 int TreePlacer::synchronizeFileSystems() const
 {
     int error = context_.root.synchronizeFileSystem();
+    const auto root = context_.root.status();
     for (const auto& [device, folder] : fileSystems_) {
+        if (root && device == root->device)
+            continue;
         const int other = folder.synchronizeFileSystem();
         error = error == 0 ? other : error;
     }
