@@ -5,7 +5,10 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
 #include "cli/shared/RemotePages.h"
+#include "cli/shared/RunOptions.h"
 #include "cli/shared/ServiceFailure.h"
+#include "stowline/backup/BackupRun.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 
@@ -35,6 +38,7 @@ public:
                                "The service did not start the deletion. Is anything stored of " +
                                    options_.path + " of the machine " + options_.systemName + "?",
                                "please look with \"stowline ls\" what is left.");
+        noteFolder();
         const Interruptible interruptible;
         Interruptible::sayWhenLeft("Ended at once. The deletion may still be going on.");
         if (!follow(*guid))
@@ -45,6 +49,18 @@ public:
     }
 
 private:
+    /// What goes from here on is no loss for the next backups.
+    void noteFolder() const
+    {
+        if (const auto state = platform::stateFolder())
+            backup::noteDeletedFolder(*state,
+                                      {.username = session_.username,
+                                       .password = {},
+                                       .server = {},
+                                       .systemName = options_.systemName},
+                                      storedPathFor(options_.path));
+    }
+
     /// @return whether it is over
     bool follow(const std::string& guid)
     {

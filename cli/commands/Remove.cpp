@@ -5,7 +5,6 @@
 #include "cli/shared/Grace.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/RemoteItem.h"
-#include "cli/shared/RunOptions.h"
 #include "cli/shared/ServiceFailure.h"
 #include "cli/shared/Session.h"
 #include "stowline/backup/BackupRun.h"
@@ -100,14 +99,8 @@ ExitStatus removeWholeFolder(const RemoveOptions& options)
                                      " of the machine " + options.folder.systemName);
     if (refused)
         return *refused;
-    // Also where the deletion is not waited for to its end.
-    if (const auto folder = platform::stateFolder())
-        backup::noteDeletedFolder(*folder,
-                                  {.username = session->username,
-                                   .password = {},
-                                   .server = {},
-                                   .systemName = options.folder.systemName},
-                                  storedPathFor(options.folder.path));
+    // Also where it is not known whether the service began.
+    noteDeletion();
     return removeFolder(*session, options.folder);
 }
 
