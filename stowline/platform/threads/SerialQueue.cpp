@@ -207,6 +207,7 @@ private:
         while (!line_.empty() && !line_.front().waiter) {
             batch.swap(line_);
             keepWaitersInLine(batch);
+            isBurst_ = batch.size() > 1;
             lineIsEmpty_.store(line_.empty(), std::memory_order_relaxed);
             lock.unlock();
             runAll(batch);
@@ -214,12 +215,14 @@ private:
         }
     }
 
-    /// Looks out for new tasks a little while before the worker goes to sleep: waking it takes
-    /// longer than many a task. @return true when the front of the line is a task.
+    /// After tasks that came several at once, looks out for more a little while before the worker
+    /// goes to sleep: waking it takes longer than many a task. One that came alone is rarely followed
+    /// by another, and looking costs its caller's processor.
+    /// @return true when the front of the line is a task.
     bool moreComesSoon(std::unique_lock<std::mutex>& lock)
     {
         static const int looks = std::thread::hardware_concurrency() > 1 ? 64 : 0;
-        if (line_.empty() && !finishing_) {
+        if (isBurst_ && line_.empty() && !finishing_) {
             lock.unlock();
             // The first look comes late on purpose: a few tasks at once cost one lock.
             for (int i = 0;
@@ -266,6 +269,7 @@ private:
     bool workerHasTurn_ = false;
     bool finishing_ = false;
     bool hasWorker_ = false;
+    bool isBurst_ = false; ///< whether the tasks of the last batch came several at once
     const void* nextMark_ = nullptr; ///< touched by who has the turn
     std::thread worker_;
 };
