@@ -1,6 +1,7 @@
 #include "stowline/platform/network/SystemProxy.h"
 
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/threads/ForkSafety.h"
 #include "stowline/platform/threads/SerialQueue.h"
 
 #include <gio/gio.h>
@@ -11,6 +12,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -52,6 +54,42 @@ std::string lookedUp(const std::string& url)
 /// How long a call waits for the desktop's word.
 constexpr std::chrono::seconds kPatience{2};
 
+/// How long that word is good for the calls after it: asking costs each of many calls a part of its
+/// time, and a change of the desktop's settings may wait this long.
+constexpr std::chrono::seconds kValidFor{1};
+
+/// The last word for each address that was asked about lately.
+class KnownProxies {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    std::optional<std::string> find(const std::string& url)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto known = proxies_.find(url);
+        if (known == proxies_.end() || Clock::now() - known->second.since >= kValidFor)
+            return std::nullopt;
+        return known->second.proxy;
+    }
+
+    void remember(const std::string& url, const std::string& proxy)
+    {
+        constexpr std::size_t most = 64;
+        const std::lock_guard lock(mutex_);
+        if (proxies_.size() >= most)
+            proxies_.clear();
+        proxies_[url] = {proxy, Clock::now()};
+    }
+
+private:
+    struct Known {
+        std::string proxy;
+        Clock::time_point since;
+    };
+    ForkSafeMutex mutex_;
+    std::map<std::string, Known> proxies_;
+};
+
 struct Answer {
     std::mutex mutex;
     std::condition_variable arrived;
@@ -83,6 +121,9 @@ std::string systemProxyFor(const std::string& url)
     // One at a time: the resolvers share state that they make on first use.
     static auto& lookups = *new SerialQueue("stowline.proxy"); // lives until the process ends
     static std::atomic<bool> isStuck = false;
+    static auto& known = *new KnownProxies();
+    if (auto proxy = known.find(url))
+        return *proxy;
     if (isStuck)
         return {};
     const auto found = std::make_shared<Answer>();
@@ -109,6 +150,7 @@ std::string systemProxyFor(const std::string& url)
     }
     if (found->fault)
         std::rethrow_exception(found->fault);
+    known.remember(url, *found->proxy);
     return *found->proxy;
 }
 

@@ -8,7 +8,8 @@ namespace stowline::platform {
 /// The proxy for an address as "http://host:port" or "socks5://host:port": what the desktop is set
 /// to, when the environment (http_proxy, https_proxy, all_proxy, in either case) names none for the
 /// address's scheme. Any thread; may ask the desktop's settings service, for two seconds at most:
-/// one that is not heard by then is not asked again before it has answered.
+/// one that is not heard by then is not asked again before it has answered. What it said counts for
+/// a second.
 /// @return empty when there is none or it is not known in time, or the environment decides.
 [[nodiscard]] std::string systemProxyFor(const std::string& url);
 
