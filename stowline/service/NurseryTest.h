@@ -24,10 +24,9 @@ namespace stowline::test {
 /// A bundle with one method "M", and calls of it.
 class Caller {
 public:
-    explicit Caller(const std::string& url)
-        : bundle_(settingsWith("M", Dictionary{{"URL", url},
-                                               {"namespace", "urn:t"},
-                                               {"soapParams", Array{named("p", "<<P>>")}}}))
+    /// @param headers of the settings; without any no "User-Agent" is sent
+    explicit Caller(const std::string& url, const Dictionary& headers = {})
+        : bundle_(settingsWith("M", entry(url, headers)))
     {
         DDLog::addLogger(logger_);
         WebServiceBroker::useNursery(true);
@@ -69,6 +68,15 @@ public:
     const TestBundle& bundle() const { return bundle_; }
 
 private:
+    static Dictionary entry(const std::string& url, const Dictionary& headers)
+    {
+        Dictionary fields{
+            {"URL", url}, {"namespace", "urn:t"}, {"soapParams", Array{named("p", "<<P>>")}}};
+        if (!headers.empty())
+            fields["httpHeaders"] = Value(headers);
+        return fields;
+    }
+
     static bool saysAlone(const std::string& text)
     {
         return text.starts_with("WebServiceCaller is started separately for each call: ");

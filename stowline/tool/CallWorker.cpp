@@ -240,7 +240,45 @@ private:
     const CallWorkerOptions& options_;
 };
 
+/// What is said and answered in a rehearsal.
+WebServiceCallRequest rehearsedRequest()
+{
+    const Dictionary parameter{{std::string(methodKey::name), Value("text")},
+                               {std::string(methodKey::templateText), Value("<<TEXT>>")}};
+    return {.url = "http://127.0.0.1/",
+            .methodInfo =
+                Dictionary{{std::string(methodKey::namespaceUri), Value("http://rehearsal/")},
+                           {std::string(methodKey::httpHeaders), Value(Dictionary())},
+                           {std::string(methodKey::soapParameters), Value(Array{parameter})}},
+            .methodName = "Rehearse",
+            .soapParamSubstitutions = SubstitutionMap{{"<<TEXT>>", "text"}}};
+}
+
+HttpOutcome rehearsedOutcome(const std::string& envelope)
+{
+    HttpOutcome outcome;
+    outcome.response = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\n\r\n" + envelope;
+    outcome.body = envelope;
+    return outcome;
+}
+
 } // namespace
+
+void rehearseCall()
+{
+    const auto request = archive(rehearsedRequest().dictionary());
+    const auto root = request ? unarchive(*request) : std::nullopt;
+    if (!root || !root->dictionary())
+        return;
+    const auto read = WebServiceCallRequest::fromDictionary(*root->dictionary());
+    const Dictionary methodInfo = read.methodInfo.value_or(Dictionary());
+    const soap::Invocation invocation = invocationFor(read, methodInfo);
+    const std::string envelope = soap::envelopeFor(invocation);
+    (void)headersFor(methodInfo, invocation);
+    const auto result = resultFrom(rehearsedOutcome(envelope),
+                                   std::chrono::steady_clock::now() + std::chrono::minutes(1));
+    (void)archive(archivableResult(result));
+}
 
 CallStatus runCallWorker(const std::vector<std::string>& words, const CallWorkerOptions& options)
 {

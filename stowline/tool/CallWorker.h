@@ -41,4 +41,9 @@ struct CallWorkerOptions {
 [[nodiscard]] CallStatus runCallWorker(const std::vector<std::string>& words,
                                        const CallWorkerOptions& options);
 
+/// Goes through a call of made-up words without connecting to anything, in a process that is forked
+/// for calls later: what a call looks up and reads for the first time (functions of libraries, the
+/// product's version) is there for each of them then. Learns no secret.
+void rehearseCall();
+
 } // namespace stowline::tool

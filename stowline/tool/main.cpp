@@ -9,6 +9,7 @@
 #include "stowline/tool/CallWorker.h"
 
 #include <csignal>
+#include <utility>
 
 namespace {
 
@@ -26,6 +27,17 @@ int performCall(const std::vector<std::string>& words)
     return static_cast<int>(status);
 }
 
+/// While nobody asks: first what every call needs, then what calls over TLS need.
+bool prepareMore()
+{
+    static bool hasRehearsed = false;
+    if (!std::exchange(hasRehearsed, true)) {
+        tool::rehearseCall();
+        return true;
+    }
+    return platform::prepareSomeTrust();
+}
+
 } // namespace
 
 int main(int count, char** begin)
@@ -36,7 +48,7 @@ int main(int count, char** begin)
     const std::vector<std::string> words(begin, begin + count);
     if (platform::isNursery(words))
         return platform::runNursery(words.front(), {.prepare = platform::prepareForExchanges,
-                                                    .prepareMore = platform::prepareSomeTrust,
+                                                    .prepareMore = prepareMore,
                                                     .run = performCall});
     platform::endWithParent();
     return performCall(words);

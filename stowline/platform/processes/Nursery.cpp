@@ -299,19 +299,30 @@ private:
             const ReportState state = receiveReport(report_.number(), report);
             if (state == ReportState::none)
                 return false;
-            isOver_ = state != ReportState::report || (report.kind != NurseryReport::Kind::begun &&
-                                                       report.kind != NurseryReport::Kind::working);
+            isOver_ = state != ReportState::report || isLast(report.kind);
             mayHaveBegun_ |= state == ReportState::nonsense; // who knows what was to be said
-            if (state != ReportState::report)
-                continue;
-            nursery_->noteWord();
-            isAtWork_ |= report.kind == NurseryReport::Kind::working;
-            isRefused_ |= report.kind == NurseryReport::Kind::refused;
-            mayHaveBegun_ |= report.kind != NurseryReport::Kind::refused;
-            if (report.kind == NurseryReport::Kind::ended)
-                exit_ = {report.value, report.bySignal != 0, true};
+            if (state == ReportState::report)
+                take(report);
         }
         return true;
+    }
+
+    static bool isLast(NurseryReport::Kind kind)
+    {
+        return kind != NurseryReport::Kind::begun && kind != NurseryReport::Kind::working;
+    }
+
+    void take(const NurseryReport& report)
+    {
+        nursery_->noteWord();
+        isAtWork_ |= report.kind == NurseryReport::Kind::working;
+        // A child that is there was not refused, whoever says so.
+        isRefused_ |= report.kind == NurseryReport::Kind::refused && !isAtWork_;
+        mayHaveBegun_ |= report.kind != NurseryReport::Kind::refused;
+        if (report.kind == NurseryReport::Kind::ended)
+            exit_ = {report.value, report.bySignal != 0, true};
+        if (report.kind == NurseryReport::Kind::leaving)
+            exit_ = {report.value, false, true};
     }
 
     const std::shared_ptr<Nursery> nursery_;

@@ -129,6 +129,15 @@ void addProcess(Fingerprint& print)
         print.add(*variable);
 }
 
+/// Where a program finds what it says of itself: beside it, or in the bundle whose Contents/MacOS/
+/// it lies in.
+void addOwnDescription(Fingerprint& print, const std::filesystem::path& program)
+{
+    const auto folder = program.parent_path();
+    for (const auto& place : {folder, folder.parent_path()})
+        print.addFile((place / "Info.plist").c_str(), true);
+}
+
 void addDecidingFiles(Fingerprint& print)
 {
     for (const char* path : kDecidingFiles)
@@ -183,6 +192,7 @@ Outcome<std::string, NoNursery> nurseryConditions(const std::string& program)
     if (hasOtherProcessesBelow())
         return NoNursery{"children of this process belong to another namespace"};
     addProcess(print);
+    addOwnDescription(print, program);
     addDecidingFiles(print);
     return print.take();
 }

@@ -4,8 +4,9 @@
 // call is one message of the host: four bytes, with the five descriptors of the call as ancillary
 // data and the credentials of the sender, which the kernel vouches for. Each call brings a socket
 // of its own, the last of the five, on which the nursery tells of it: that the child is begun, or
-// that there is none, and how it ended. The host asks for a child's end by shutting its half of
-// that socket down, or by ending.
+// that there is none, and how it ended; and the child, that it is there, and when all is done. The
+// host asks for a child's end by shutting its half of that socket down, by closing it, or by
+// ending.
 #pragma once
 
 #include "stowline/platform/files/FileDescriptor.h"
@@ -34,6 +35,8 @@ struct NurseryReport {
         refused = 2, ///< there is no child, and `value` is an errno value
         ended = 3,   ///< `value` is the exit status or the signal's number
         working = 4, ///< the child itself says that it is there
+        leaving = 5, ///< and that it is done and ends, with the exit status `value`: the system
+                     ///< takes longer to take a process down than many a call does
     };
     Kind kind{};
     std::int32_t value = 0;

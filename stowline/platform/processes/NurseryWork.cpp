@@ -25,12 +25,17 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kIdleLimit{60};
+constexpr int kExitBits = 0xff; // as wait(2) tells them
+
+/// Where a child finds the socket on which it and the nursery tell of its call.
+constexpr int kReportPlace = kInputDescriptor + 1;
 
 /// A child that has not ended yet, for the one call that it is for.
 struct Charge {
     pid_t id = -1;
     FileDescriptor process;
     FileDescriptor report;
+    bool isToEnd = false; ///< nobody waits for what it does any more
 };
 
 int handleOfProcess(pid_t id)
@@ -49,20 +54,22 @@ bool isAskedToEnd(int report)
 /// Puts the descriptors of a call to their places, and closes all others.
 void takeDescriptors(const std::array<FileDescriptor, kCallDescriptors>& given)
 {
-    constexpr std::array<std::pair<CallDescriptor, int>, 4> places{
+    constexpr std::array<std::pair<CallDescriptor, int>, 5> places{
         std::pair{CallDescriptor::release, STDIN_FILENO},
         {CallDescriptor::output, STDOUT_FILENO},
         {CallDescriptor::errors, STDERR_FILENO},
-        {CallDescriptor::request, kInputDescriptor}};
+        {CallDescriptor::request, kInputDescriptor},
+        {CallDescriptor::report, kReportPlace}};
     // Those at the places are the nursery's own, and what was received lies above them.
     for (const auto& [descriptor, place] : places) {
         if (::dup2(given.at(static_cast<std::size_t>(descriptor)).number(), place) != place)
             std::_Exit(EXIT_FAILURE);
     }
-    if (::close_range(kInputDescriptor + 1, ~0U, 0) == 0)
+    ::fcntl(kReportPlace, F_SETFD, FD_CLOEXEC);
+    if (::close_range(kReportPlace + 1, ~0U, 0) == 0)
         return;
     constexpr int most = 1 << 16;
-    for (int number = kInputDescriptor + 1; number < most; ++number)
+    for (int number = kReportPlace + 1; number < most; ++number)
         ::close(number);
 }
 
@@ -121,7 +128,7 @@ private:
         watched_.push_back({kNurseryHost, POLLIN, 0});
         for (const Charge& charge : charges_) {
             watched_.push_back({charge.process.number(), POLLIN, 0});
-            watched_.push_back({charge.report.number(), POLLIN, 0});
+            watched_.push_back({charge.isToEnd ? -1 : charge.report.number(), POLLIN, 0});
         }
         return ::poll(watched_.data(), watched_.size(), static_cast<int>(atMost.count())) >= 0;
     }
@@ -149,9 +156,10 @@ private:
             at += 2;
             if (hasEnded)
                 reap(charge);
-            else if (isAsked && charge.report.isOpen() && isAskedToEnd(charge.report.number())) {
-                ::kill(charge.id, SIGKILL);
-                reap(charge);
+            else if (isAsked && isAskedToEnd(charge.report.number())) {
+                ::kill(charge.id,
+                       SIGKILL); // taken note of when it has ended: others may be waiting
+                charge.isToEnd = true;
             }
         }
         std::erase_if(charges_, [](const Charge& charge) { return charge.id < 0; });
@@ -206,7 +214,8 @@ private:
         const pid_t id = ::fork();
         if (id == 0)
             std::_Exit(workAsChild(call));
-        hasMoreToPrepare_ |= std::exchange(hasBegunNone_, false) && work_.prepareMore;
+        if (std::exchange(hasBegunNone_, false) && work_.prepareMore)
+            hasMoreToPrepare_ = work_.prepareMore(); // beside the first child, which does the same
         if (id < 0) {
             sendReport(report.number(), {NurseryReport::Kind::refused, errno, 0});
             return;
@@ -230,7 +239,10 @@ private:
         sendReport(call.descriptors.at(static_cast<std::size_t>(CallDescriptor::report)).number(),
                    {NurseryReport::Kind::working, 0, 0});
         takeDescriptors(call.descriptors);
-        return work_.run({program_, "@/dev/fd/" + std::to_string(kInputDescriptor)});
+        const int status =
+            work_.run({program_, "@/dev/fd/" + std::to_string(kInputDescriptor)}) & kExitBits;
+        sendReport(kReportPlace, {NurseryReport::Kind::leaving, status, 0});
+        return status;
     }
 
     const std::string program_;

@@ -12,8 +12,8 @@ struct NurseryWork {
     /// Done once, before the first child: loads and initialises what every child needs. Must start
     /// no thread, open no connection and learn no secret.
     std::function<void()> prepare;
-    /// A piece of what children may need beside, in a fraction of a millisecond; done while nobody
-    /// asks for a child, once one was asked for. The same rules hold.
+    /// A piece of what children need beside, in a fraction of a millisecond: the first when the
+    /// first child was begun, the others while nobody asks for one. The same rules hold.
     /// @return whether there is more to do
     std::function<bool()> prepareMore;
     /// In each child: what the program does with the words that it would be started with.
