@@ -216,8 +216,8 @@ private:
     }
 
     /// After tasks that came several at once, looks out for more a little while before the worker
-    /// goes to sleep: waking it takes longer than many a task. One that came alone is rarely followed
-    /// by another, and looking costs its caller's processor.
+    /// goes to sleep: waking it takes longer than many a task. One that came alone is rarely
+    /// followed by another, and looking costs its caller's processor.
     /// @return true when the front of the line is a task.
     bool moreComesSoon(std::unique_lock<std::mutex>& lock)
     {
@@ -269,7 +269,7 @@ private:
     bool workerHasTurn_ = false;
     bool finishing_ = false;
     bool hasWorker_ = false;
-    bool isBurst_ = false; ///< whether the tasks of the last batch came several at once
+    bool isBurst_ = false;           ///< whether the tasks of the last batch came several at once
     const void* nextMark_ = nullptr; ///< touched by who has the turn
     std::thread worker_;
 };
