@@ -9,7 +9,6 @@
 #include "stowline/tool/CallWorker.h"
 
 #include <csignal>
-#include <utility>
 
 namespace {
 
@@ -27,15 +26,10 @@ int performCall(const std::vector<std::string>& words)
     return static_cast<int>(status);
 }
 
-/// While nobody asks: first what every call needs, then what calls over TLS need.
-bool prepareMore()
+void prepareSoon()
 {
-    static bool hasRehearsed = false;
-    if (!std::exchange(hasRehearsed, true)) {
-        tool::rehearseCall();
-        return true;
-    }
-    return platform::prepareSomeTrust();
+    platform::prepareForTls();
+    tool::rehearseCall();
 }
 
 } // namespace
@@ -48,7 +42,8 @@ int main(int count, char** begin)
     const std::vector<std::string> words(begin, begin + count);
     if (platform::isNursery(words))
         return platform::runNursery(words.front(), {.prepare = platform::prepareForExchanges,
-                                                    .prepareMore = prepareMore,
+                                                    .prepareSoon = prepareSoon,
+                                                    .prepareMore = platform::prepareSomeTrust,
                                                     .run = performCall});
     platform::endWithParent();
     return performCall(words);

@@ -673,8 +673,10 @@ HttpOutcome HttpExchange::takeOutcome()
 void prepareForExchanges()
 {
     prepareLibrary();
-    // Looks up every algorithm that a client of TLS offers, which costs more than the rest of its
-    // first greeting.
+}
+
+void prepareForTls()
+{
     SSL_CTX_free(SSL_CTX_new(TLS_client_method()));
 }
 

@@ -131,6 +131,10 @@ private:
 /// connection and starts no thread; the libraries notice a fork() and draw random numbers afresh.
 void prepareForExchanges();
 
+/// Does once what the first exchange over TLS would do, in a process that is forked for exchanges
+/// later: looks up every algorithm that a client offers, which takes a millisecond. The same holds.
+void prepareForTls();
+
 /// Does a piece of what the first exchange over TLS would do, in a process that is forked for
 /// exchanges later: reads the next of the trusted certificates where they are in a file. In a
 /// process of one thread, which learns no secret by it.

@@ -113,7 +113,7 @@ class TestNursery {
 public:
     explicit TestNursery(
         std::function<int()> work, std::function<void()> prepare = [] {},
-        std::function<bool()> prepareMore = {})
+        std::function<bool()> prepareMore = {}, std::function<void()> prepareSoon = {})
         : channel_(pair())
     {
         const int host = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0));
@@ -130,6 +130,7 @@ public:
         ::close_range(kNurseryHost + 1, ~0U, 0);
         const bool isOne = isNursery({"p", kNurseryWord, std::to_string(kNurserySocket)});
         std::_Exit(isOne ? runNursery("p", {.prepare = std::move(prepare),
+                                            .prepareSoon = std::move(prepareSoon),
                                             .prepareMore = std::move(prepareMore),
                                             .run = [&](const auto&) { return work(); }})
                          : 99);
@@ -215,6 +216,22 @@ TEST(NurseryWork, PreparesMoreOnceAChildWasAskedForAndKeepsNobodyWaiting)
         EXPECT_EQ(::read(ours, &piece, 1), 1);
         EXPECT_EQ(piece, 'p');
     }
+}
+
+TEST(NurseryWork, PreparesSoonOnceAndBeforeAnybodyAsks)
+{
+    const Channel pieces = makePipe();
+    const FileDescriptor before(::dup(STDOUT_FILENO));
+    ::dup2(pieces.theirs.number(), STDOUT_FILENO); // which stays open in the nursery
+    const TestNursery nursery([] { return 7; }, [] {}, {},
+                              [] { (void)!::write(STDOUT_FILENO, "s", 1); });
+    ::dup2(before.number(), STDOUT_FILENO);
+    char piece = 0;
+    EXPECT_EQ(::read(pieces.ours.number(), &piece, 1), 1); // nobody has asked yet
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;5 7 0;3 7 0;");
+    pollfd watched{pieces.ours.number(), POLLIN, 0};
+    EXPECT_EQ(::poll(&watched, 1, 0), 0) << "prepared twice";
 }
 
 TEST(NurseryWork, TellsOfSignals)

@@ -98,12 +98,11 @@ public:
                 return EXIT_SUCCESS;
             const auto limit = isIdle ? std::chrono::ceil<std::chrono::milliseconds>(left)
                                       : std::chrono::milliseconds(-1);
-            const bool isTold =
-                awaitEvents(hasMoreToPrepare_ ? std::chrono::milliseconds(0) : limit);
+            const bool isTold = awaitEvents(mayPrepare() ? std::chrono::milliseconds(0) : limit);
             if (!isTold && errno == EINTR)
                 continue;
-            if (isTold && hasMoreToPrepare_ && isQuiet()) {
-                hasMoreToPrepare_ = work_.prepareMore();
+            if (isTold && mayPrepare() && isQuiet()) {
+                prepareSomething();
                 continue;
             }
             if (!isTold || watched_[1].revents != 0) { // without events no end would be noticed
@@ -120,6 +119,16 @@ public:
     }
 
 private:
+    [[nodiscard]] bool mayPrepare() const { return isToPrepareSoon_ || hasMoreToPrepare_; }
+
+    void prepareSomething()
+    {
+        if (std::exchange(isToPrepareSoon_, false))
+            work_.prepareSoon();
+        else
+            hasMoreToPrepare_ = work_.prepareMore();
+    }
+
     /// Waits for the host's end, for calls, for children and for those who ask for their end.
     bool awaitEvents(std::chrono::milliseconds atMost)
     {
@@ -214,8 +223,10 @@ private:
         const pid_t id = ::fork();
         if (id == 0)
             std::_Exit(workAsChild(call));
-        if (std::exchange(hasBegunNone_, false) && work_.prepareMore)
-            hasMoreToPrepare_ = work_.prepareMore(); // beside the first child, which does the same
+        if (std::exchange(hasBegunNone_, false))
+            hasMoreToPrepare_ = static_cast<bool>(work_.prepareMore);
+        if (isToPrepareSoon_)
+            prepareSomething(); // beside the first child, which does the same
         if (id < 0) {
             sendReport(report.number(), {NurseryReport::Kind::refused, errno, 0});
             return;
@@ -251,6 +262,7 @@ private:
     const pid_t host_;
     bool isOpen_ = true; ///< whether calls may still come
     bool hasBegunNone_ = true;
+    bool isToPrepareSoon_ = static_cast<bool>(work_.prepareSoon);
     bool hasMoreToPrepare_ = false;
     std::vector<Charge> charges_;
     std::vector<pollfd> watched_;

@@ -9,13 +9,16 @@ namespace stowline::platform {
 
 /// What a program does as a nursery.
 struct NurseryWork {
-    /// Done once, before the first child: loads and initialises what every child needs. Must start
-    /// no thread, open no connection and learn no secret.
+    /// Done once, before the first child: initialises what no child can do without. Must start no
+    /// thread, open no connection and learn no secret.
     std::function<void()> prepare;
-    /// A piece of what children need beside, in a fraction of a millisecond: the first when the
-    /// first child was begun, the others while nobody asks for one. The same rules hold.
+    /// What most children need, in a millisecond or two; done once, while nobody asks for a child
+    /// or else when the first was begun. May be empty. The same rules hold.
+    std::function<void()> prepareSoon = {};
+    /// A piece of what children may need beside, in a fraction of a millisecond; done while nobody
+    /// asks for a child, once one was asked for. May be empty. The same rules hold.
     /// @return whether there is more to do
-    std::function<bool()> prepareMore;
+    std::function<bool()> prepareMore = {};
     /// In each child: what the program does with the words that it would be started with.
     /// @return the exit status
     std::function<int(const std::vector<std::string>& words)> run;
