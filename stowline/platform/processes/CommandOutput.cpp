@@ -2,6 +2,7 @@
 
 #include "stowline/platform/processes/ChildConversation.h"
 #include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/processes/LeftProcesses.h"
 #include "stowline/platform/processes/Spawn.h"
 #include "stowline/platform/threads/StopRequest.h"
 
@@ -56,6 +57,7 @@ CommandEnd runCommand(const std::string& line, const std::vector<std::string>& v
         liftedAbovePlaces(FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
     if (!nothing.isOpen())
         return {Kind::notStarted, errno};
+    const LeftProcesses left;
     auto child = spawn({.program = programOfCommand(words->front()),
                         .arguments = *words,
                         .descriptors = {{nothing.number(), STDIN_FILENO},
@@ -68,6 +70,8 @@ CommandEnd runCommand(const std::string& line, const std::vector<std::string>& v
     if (waited != WaitEnd::ready)
         child->end();
     const ChildExit exit = child->reap();
+    left.end(waited == WaitEnd::ready ? LeftProcesses::Which::ofOurSession
+                                      : LeftProcesses::Which::all);
     if (waited != WaitEnd::ready)
         return {waited == WaitEnd::stopped ? Kind::stopped : Kind::timeOver};
     if (exit.isSuccess())

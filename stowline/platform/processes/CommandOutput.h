@@ -36,7 +36,9 @@ struct CommandEnd {
 
 /// Runs a command to its end, its line read as above. Its standard input is empty; what it writes,
 /// to standard output too, goes to our standard error. What outlives its limit or a request to stop
-/// is ended by SIGKILL; what it has started itself is not.
+/// is ended by SIGKILL, with all that it has started. What it leaves running when it ends by itself
+/// is ended too, unless that made itself a session of its own, as a daemon does. One at a time, and
+/// no other thread may start a child meanwhile.
 /// @param variables "NAME=value", in its environment besides ours
 [[nodiscard]] CommandEnd runCommand(const std::string& line,
                                     const std::vector<std::string>& variables,

@@ -1,10 +1,18 @@
 #include "stowline/platform/processes/CommandOutput.h"
 
+#include "stowline/platform/files/Files.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/threads/StopRequest.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <csignal>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
 
 namespace stowline::platform {
 namespace {
@@ -46,6 +54,96 @@ TEST(RunCommand, EndsWhatTakesTooLongAndWhatIsStopped)
     const StopScope scope(stop);
     stop.request();
     EXPECT_EQ(runCommand("sleep 600", {}, 30s).kind, CommandEnd::Kind::stopped);
+}
+
+/// A command that leaves processes running, and their numbers in files.
+class LeavingCommand {
+public:
+    /// @param rest what it does when both are there
+    [[nodiscard]] std::string line(const std::string& rest) const
+    {
+        // Each is there once it has written its number; the daemon has a session of its own by
+        // then.
+        return "sh -c 'cd \"" + folder_.path().string() +
+               "\"; sh -c \"echo \\$\\$ >job.new; mv job.new job; sleep 600; true\" & "
+               "setsid sh -c \"echo \\$\\$ >daemon.new; mv daemon.new daemon; sleep 600; true\" & "
+               "until test -e job && test -e daemon; do sleep 0.01; done; " +
+               rest + "'";
+    }
+    [[nodiscard]] bool areThere() const { return id("job") > 0 && id("daemon") > 0; }
+    [[nodiscard]] bool isRunning(const std::string& name) const
+    {
+        return id(name) > 0 && ::kill(id(name), 0) == 0;
+    }
+    void endDaemon() const { ::kill(-id("daemon"), SIGKILL); }
+
+private:
+    [[nodiscard]] pid_t id(const std::string& name) const
+    {
+        std::string text = readFile(folder_.path() / name).value_or("");
+        if (text.ends_with('\n'))
+            text.pop_back();
+        return wholeNumber<pid_t>(text).value_or(-1);
+    }
+    test::TemporaryFolder folder_;
+};
+
+TEST(RunCommand, EndsWhatItLeavesRunningButADaemon)
+{
+    for (const auto& [rest, kind] : {std::pair("exit 0", CommandEnd::Kind::success),
+                                     std::pair("exit 3", CommandEnd::Kind::failed)}) {
+        const LeavingCommand command;
+        EXPECT_EQ(runCommand(command.line(rest), {}, 60s).kind, kind);
+        ASSERT_TRUE(command.areThere());
+        EXPECT_FALSE(command.isRunning("job"));
+        EXPECT_TRUE(command.isRunning("daemon"));
+        command.endDaemon();
+    }
+    int isOn = 1;
+    ASSERT_EQ(::prctl(PR_GET_CHILD_SUBREAPER, &isOn), 0);
+    EXPECT_EQ(isOn, 0) << "the process is as it was";
+}
+
+TEST(RunCommand, EndsAllThatItStartedWhenItIsStopped)
+{
+    const LeavingCommand command;
+    const StopRequest stop;
+    std::thread person([&] {
+        while (!command.areThere()) // another process's files
+            std::this_thread::sleep_for(1ms);
+        stop.request();
+    });
+    const StopScope scope(stop);
+    EXPECT_EQ(runCommand(command.line("sleep 600; true"), {}, 60s).kind, CommandEnd::Kind::stopped);
+    person.join();
+    EXPECT_FALSE(command.isRunning("job"));
+    EXPECT_FALSE(command.isRunning("daemon"));
+}
+
+TEST(RunCommand, EndsAllThatItStartedWhenItsTimeIsOver)
+{
+    const LeavingCommand command;
+    const auto limit = 2s; // where the machine is too slow for both to start, there is less to end
+    EXPECT_EQ(runCommand(command.line("sleep 600; true"), {}, limit).kind,
+              CommandEnd::Kind::timeOver);
+    EXPECT_FALSE(command.isRunning("job"));
+    EXPECT_FALSE(command.isRunning("daemon"));
+}
+
+TEST(RunCommand, LeavesEarlierChildrenAlone)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::pause();
+        ::_exit(0);
+    }
+    EXPECT_EQ(runCommand("true", {}, 60s).kind, CommandEnd::Kind::success);
+    EXPECT_EQ(runCommand("sleep 600", {}, 10ms).kind, CommandEnd::Kind::timeOver);
+    EXPECT_EQ(::kill(child, 0), 0);
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, WNOHANG), 0) << "it runs, and is for us to wait for";
+    ::kill(child, SIGKILL);
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
 }
 
 TEST(RunCommand, AddsToTheEnvironment)
