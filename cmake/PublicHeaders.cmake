@@ -38,6 +38,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/desktop/Alert.h
   stowline/platform/desktop/Bundle.h
   stowline/platform/desktop/ConsoleLog.h
+  stowline/platform/desktop/DesktopNotice.h
   stowline/platform/desktop/NotificationCenter.h
   stowline/platform/desktop/ServiceUnits.h
   stowline/platform/files/FileManager.h
@@ -45,6 +46,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/files/Files.h
   stowline/platform/files/StandardFolders.h
   stowline/platform/network/HostFlags.h
+  stowline/platform/network/LineCost.h
   stowline/platform/processes/CommandOutput.h
   stowline/platform/processes/Signals.h
   stowline/platform/processes/StandardStreams.h

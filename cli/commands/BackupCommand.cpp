@@ -5,8 +5,12 @@
 #include "cli/shared/Output.h"
 #include "cli/shared/RunOptions.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/network/LineCost.h"
 #include "stowline/platform/threads/StopRequest.h"
 #include "stowline/util/General.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace stowline::cli {
 
@@ -40,6 +44,10 @@ void BackupFlags::declare(const Command& command)
     command.addOption("--register-with", registration, "Web method that registers the files")
         .oneOf({"protect2", "ProtectFile"})
         .showsDefault();
+    command.addFlag("--not-metered", notMetered,
+                    "Leave the run out (status 5) while the network goes over a line that is paid "
+                    "for by volume, by NetworkManager's word; where that does not run it is not "
+                    "known, and the run begins");
     command.addFlag("-n,--dry-run", isDryRun, "Say what would be done, and do nothing");
     hooks.declare(command);
     reports.declare(command);
@@ -98,6 +106,9 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
             keepLastGoodRun(flags.profile, subject, begun);
         figures.overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject));
         report.setOverdue(figures.overdue);
+        if (!Interruptible::request())
+            if (!Interruptible::request())
+                showOnDesktop(figures.overdue);
         keepLastRun(figures);
         // A stop is a stop: what could not be told now is kept, and told after the next run.
         const StopScope scope(Interruptible::stopRequest());
@@ -118,6 +129,17 @@ BackupSubject BackupFlags::subject(const std::string& account,
     if (request.streamDescriptor >= 0)
         subject.paths.push_back("standard input: " + request.streamName);
     return subject;
+}
+
+bool BackupFlags::isLeftOut() const
+{
+    if (!notMetered || isDryRun)
+        return false;
+    const platform::LineCost cost = platform::lineCost();
+    if (cost == platform::LineCost::unknown)
+        output().note("It is not known whether the line is paid for by volume (--not-metered): "
+                      "NetworkManager does not answer. The run begins.");
+    return cost == platform::LineCost::byVolume;
 }
 
 std::string BackupFlags::runAfter(backup::BackupSummary& summary, ExitStatus status) const
@@ -166,9 +188,19 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
             .overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject))};
         for (const std::string& late : figures.overdue)
             output().complain(late);
+        showOnDesktop(figures.overdue);
         keepLastRun(figures);
         flags.reports.tell(std::nullopt, figures);
     };
+    if (flags.isLeftOut()) {
+        std::vector<std::string> sentences =
+            flags.alert.sentencesFor(lastSuccesses(flags.profile, subject));
+        const auto status = sentences.empty() ? ExitStatus::temporary : ExitStatus::overdue;
+        showOnDesktop(sentences);
+        sentences.insert(sentences.begin(), "Nothing was backed up: the line is paid for by volume "
+                                            "(--not-metered).");
+        return output().fail(status, fmt::format("{}", fmt::join(sentences, " ")));
+    }
     std::string fault;
     if (const auto status = flags.isDryRun ? std::nullopt : flags.hooks.before(fault)) {
         runAfter(*status);

@@ -20,6 +20,7 @@ struct BackupFlags {
     std::size_t jobs = 4;
     double retrySeconds = 300;
     bool isDryRun = false;
+    bool notMetered = false;
     std::string registration = "protect2";
     std::vector<std::string> allowChanging;
     BackupHooks hooks;
@@ -28,6 +29,9 @@ struct BackupFlags {
     AlertFlag alert;       ///< of "backup" alone
 
     void declare(const Command& command);
+
+    /// Whether --not-metered leaves the run out now. Says where that cannot be known.
+    [[nodiscard]] bool isLeftOut() const;
 
     /// Runs --after, and has the summary say when it failed.
     /// @param status that it is told

@@ -146,6 +146,7 @@ Finding checkLastRun(const DoctorOptions& options)
     const auto late = alertAfter ? overdue(successes, *alertAfter, platform::currentDate())
                                  : std::vector<std::string>();
     if (!late.empty()) {
+        showOnDesktop(late);
         successes.goodRun = platform::currentDate(); // what is left is late for want of a proof
         const bool isProofLate = !overdue(successes, *alertAfter, platform::currentDate()).empty();
         return {kLastRun, false,

@@ -112,6 +112,7 @@ ExitStatus runs(const RunsOptions& options)
     if (end.end != backup::ReadEnd::done || late.empty())
         return finishReading(end.end, end.sentence, end.origin);
     noteOrigin(end.origin);
+    showOnDesktop(late);
     return output().fail(ExitStatus::overdue, fmt::format("{}", fmt::join(late, " ")));
 }
 

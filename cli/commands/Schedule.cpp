@@ -8,6 +8,7 @@
 #include "stowline/backup/BackupRun.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/ServiceUnits.h"
+#include "stowline/platform/network/LineCost.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/time/DateText.h"
 
@@ -32,6 +33,7 @@ struct Options {
     std::string passwordFile;
     std::string passwordCommand;
     bool onMainsOnly = false;
+    bool notMetered = false;
     bool isDryRun = false;
     std::vector<std::string> paths;
 };
@@ -103,6 +105,8 @@ std::vector<std::string> commandFor(const Options& options, const Surroundings& 
     add("--username", options.username);
     add("--password-file", options.passwordFile.empty() ? "" : wholePath(options.passwordFile));
     add("--password-command", options.passwordCommand);
+    if (options.notMetered)
+        words.emplace_back("--not-metered");
     if (!options.paths.empty())
         words.emplace_back("--");
     std::ranges::transform(options.paths, std::back_inserter(words), wholePath);
@@ -195,6 +199,10 @@ ExitStatus install(const Options& options, const Surroundings& around)
                               options.daily));
     output().note("They run while you are logged in; \"loginctl enable-linger\" lets them run "
                   "without.");
+    if (options.notMetered && platform::lineCost() == platform::LineCost::unknown)
+        output().note(
+            "Whether a line is paid for by volume is not known on this machine, as long as "
+            "NetworkManager does not answer: runs begin on any line.");
     return output().finish(ExitStatus::done, {{"timer", timer->string()}});
 }
 
@@ -278,6 +286,10 @@ void declareInstall(const Command& schedule, const Surroundings& around)
         .excludes(file);
     command.addFlag("--on-mains", options->onMainsOnly,
                     "Leave a run out while the machine is on battery power");
+    command.addFlag(
+        "--not-metered", options->notMetered,
+        "Leave a run out while the network goes over a line that is paid for by volume, "
+        "as far as NetworkManager knows it");
     command.addFlag("-n,--dry-run", options->isDryRun, "Show the units, and install nothing");
     command.runs([options, around] { return install(*options, around); });
 }

@@ -3,7 +3,12 @@
 #include "cli/shared/Amounts.h"
 #include "cli/shared/HumanText.h"
 #include "cli/shared/RunFigures.h"
+#include "stowline/platform/desktop/DesktopNotice.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/util/General.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cctype>
 #include <filesystem>
@@ -75,6 +80,15 @@ std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds
                                  : "no self-test has found all to be well yet") +
                             wanted);
     return sentences;
+}
+
+void showOnDesktop(const std::vector<std::string>& overdue)
+{
+    if (overdue.empty())
+        return;
+    platform::showDesktopNotice({.application = General::productName().value_or("Stowline"),
+                                 .title = "No good backup for too long",
+                                 .text = fmt::format("{}", fmt::join(overdue, "\n"))});
 }
 
 void AlertFlag::declare(const Command& command, const std::string& help)

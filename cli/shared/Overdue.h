@@ -32,6 +32,10 @@ void keepSelfTest(const std::string& profile, const BackupSubject& subject, bool
 [[nodiscard]] std::vector<std::string> overdue(const LastSuccesses& last,
                                                std::chrono::seconds alertAfter, Date now);
 
+/// Tells the person of it on the desktop, where a session is there; never more than seconds are
+/// lost, and nothing is said where that cannot be done.
+void showOnDesktop(const std::vector<std::string>& overdue);
+
 /// The option --alert-after.
 class AlertFlag {
 public:

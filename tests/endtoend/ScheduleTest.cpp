@@ -91,6 +91,7 @@ TEST_F(Schedule, InstallsATimerThatTheManagerRuns)
               std::string::npos)
         << service;
     EXPECT_EQ(service.find("sec ret"), std::string::npos);
+    EXPECT_EQ(service.find("--not-metered"), std::string::npos);
     EXPECT_TRUE(fs::is_symlink(unit("timers.target.wants/stowline-backup.timer")));
     const auto status = run({"--json", "schedule", "status"});
     EXPECT_EQ(status.status, 0) << status.errors;
@@ -99,13 +100,15 @@ TEST_F(Schedule, InstallsATimerThatTheManagerRuns)
               std::string::npos);
     // Again, with another time: the newer one counts.
     EXPECT_EQ(run({"schedule", "install", "--daily", "23:59", "-u", "ann", "--password-command",
-                   "pass show x", "--on-mains", "/y"})
+                   "pass show x", "--on-mains", "--not-metered", "/y"})
                   .status,
               0);
     EXPECT_NE(text("stowline-backup.timer").find("*-*-* 23:59:00\n"), std::string::npos);
     EXPECT_NE(text("stowline-backup.service").find("\"--password-command=pass show x\""),
               std::string::npos);
     EXPECT_NE(text("stowline-backup.service").find("ConditionACPower=true\n"), std::string::npos);
+    EXPECT_NE(text("stowline-backup.service").find(" \"--not-metered\" \"--\" \"/y\"\n"),
+              std::string::npos);
 }
 
 TEST_F(Schedule, RemovesExactlyWhatItMade)

@@ -1,0 +1,49 @@
+#include "stowline/platform/threads/Patience.h"
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace stowline::platform {
+
+namespace {
+
+struct End {
+    std::mutex mutex;
+    std::condition_variable came;
+    std::optional<bool> isGood;
+};
+
+void doAndTell(const std::function<void()>& work, End& end)
+{
+    bool isGood = true;
+    try {
+        work();
+    } catch (...) { // for want of memory, or whatever it was: it is not done
+        isGood = false;
+    }
+    const std::lock_guard lock(end.mutex);
+    end.isGood = isGood;
+    end.came.notify_all();
+}
+
+} // namespace
+
+bool isDoneWithin(std::chrono::milliseconds patience, std::function<void()> work)
+{
+    const auto end = std::make_shared<End>();
+    try {
+        std::thread([end, work = std::move(work)] { doAndTell(work, *end); }).detach();
+    } catch (const std::system_error&) { // no thread is to be had
+        return false;
+    }
+    std::unique_lock lock(end->mutex);
+    end->came.wait_for(lock, patience, [&end] { return end->isGood.has_value(); });
+    return end->isGood.value_or(false);
+}
+
+} // namespace stowline::platform
