@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 
@@ -39,10 +40,16 @@ int main(int count, char** words)
         {"restore", {measureRestores}},
         {"forget", {measureForgetting}},
         {"content", {measureContent}}};
-    const auto subject = subjects.find(count == 2 ? words[1] : "");
+    const std::string named = count == 2 || count == 3 ? words[1] : "";
+    if (named == "day") {
+        measureDay(count == 3 ? std::strtod(words[2], nullptr) : 1);
+        return 0;
+    }
+    const auto subject = subjects.find(count == 2 ? named : "");
     if (subject == subjects.end()) {
-        fmt::print(stderr,
-                   "usage: stowline-bench call|log|util|upload|tree|restore|forget|content\n");
+        fmt::print(
+            stderr,
+            "usage: stowline-bench call|log|util|upload|tree|restore|forget|content|day [PART]\n");
         return 2;
     }
     for (const auto& measure : subject->second)

@@ -52,5 +52,7 @@ void measureUploads();
 void measureTrees();
 void measureRestores();
 void measureForgetting();
+/// @param part of the whole: 1, or less to try it out
+void measureDay(double part);
 
 } // namespace stowline::bench
