@@ -10,6 +10,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/RestoreRun.h
   stowline/backup/RunChoice.h
   stowline/backup/RunHistory.h
+  stowline/backup/RunLoss.h
   stowline/backup/SelfTestRun.h
   stowline/backup/UnfinishedUploads.h
   stowline/backup/VerifyRun.h

@@ -186,6 +186,7 @@ void declareBackup(const Command& app)
     declareTrust(command, options->request);
     options->flags.declare(command);
     options->flags.selfTest.declare(command);
+    options->flags.forgetting.declare(command);
     options->flags.alert.declare(
         command, "after which the result, the report and the monitoring event say that no run came "
                  "to its end with nothing failed, or that no self-test found all to be well, where "

@@ -88,8 +88,11 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
         backup::runBackup(request, report, Interruptible::stopRequest());
     const SelfTestOutcome selfTest = flags.selfTest.testAfter(request, summary);
     report.setSelfTest(selfTest);
-    const std::string fault =
-        flags.runAfter(summary, selfTest.statusAfter(BackupReport::statusFor(summary)));
+    const ForgettingOutcome forgetting =
+        flags.forgetting.forgetAfter(request, summary, selfTest, session);
+    report.setForgetting(forgetting);
+    const std::string fault = flags.runAfter(
+        summary, forgetting.statusAfter(selfTest.statusAfter(BackupReport::statusFor(summary))));
     if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
         auto figures =
             figuresOf(summary, session.username, flags.systemName, begun, report.failures());
@@ -97,6 +100,7 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
         if (figures.sentence.empty())
             figures.sentence = fault;
         selfTest.addTo(figures);
+        forgetting.addTo(figures);
         const BackupSubject subject = flags.subject(session.username, request);
         const bool isWhole =
             !request.resumesOnly && summary.failed == 0 && !selfTest.hasFoundLoss();

@@ -1,6 +1,7 @@
 // What the commands that upload have in common.
 #pragma once
 
+#include "cli/commands/BackupForgetting.h"
 #include "cli/commands/BackupHooks.h"
 #include "cli/commands/BackupSelfTest.h"
 #include "cli/shared/CommandLine.h"
@@ -25,8 +26,10 @@ struct BackupFlags {
     std::vector<std::string> allowChanging;
     BackupHooks hooks;
     ReportFlags reports;
-    SelfTestFlag selfTest; ///< of "backup" alone
-    AlertFlag alert;       ///< of "backup" alone
+    // Of "backup" alone:
+    SelfTestFlag selfTest;
+    ForgettingFlags forgetting;
+    AlertFlag alert;
 
     void declare(const Command& command);
 

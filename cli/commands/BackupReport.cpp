@@ -284,11 +284,12 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
         clearProgress();
     }
     tellFailures(summary);
-    ExitStatus status = selfTest_.statusAfter(statusOf(summary.end));
+    ExitStatus status = forgetting_.statusAfter(selfTest_.statusAfter(statusOf(summary.end)));
     if (status == ExitStatus::done && !overdue_.empty())
         status = ExitStatus::overdue;
     Fields fields = fieldsOf(summary);
     std::ranges::copy(selfTest_.fields(), std::back_inserter(fields));
+    std::ranges::copy(forgetting_.fields(), std::back_inserter(fields));
     std::string sentence = summary.sentence;
     if (summary.end == BackupEnd::interrupted)
         sentence = fmt::format("Interrupted. {} stored; the same command goes on where this one "
@@ -299,6 +300,8 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
                     "--rebuild-index goes on with what the service has.";
     if (const std::string more = selfTest_.complaint(); !more.empty())
         sentence += (sentence.empty() ? "" : " ") + more;
+    if (const std::string why = forgetting_.complaint(); !why.empty())
+        sentence += (sentence.empty() ? "" : " ") + why;
     for (const std::string& late : overdue_)
         sentence += (sentence.empty() ? "" : " ") + late;
     if (!sentence.empty()) {
@@ -306,10 +309,13 @@ ExitStatus BackupReport::finish(const BackupSummary& summary)
         fields.emplace_back("message", sentence);
     }
     const bool hasRun = summary.found > 0 || summary.end == BackupEnd::done;
-    if (!output().isJson() && hasRun && summary.end != BackupEnd::nothingThere)
+    if (!output().isJson() && hasRun && summary.end != BackupEnd::nothingThere) {
+        const std::string forgotten = forgetting_.sentences();
         output().item(backupSentences(summary) +
-                          (selfTest_.wasBegun ? "\n" + selfTest_.sentences() : std::string()),
+                          (selfTest_.wasBegun ? "\n" + selfTest_.sentences() : std::string()) +
+                          (forgotten.empty() ? "" : "\n" + forgotten),
                       "", {});
+    }
     return output().finish(status, output().isJson() ? fields : Fields());
 }
 

@@ -1,6 +1,7 @@
 // A backup as people and programs see it: items, progress, the summary.
 #pragma once
 
+#include "cli/commands/BackupForgetting.h"
 #include "cli/commands/BackupSelfTest.h"
 #include "cli/shared/ExitStatus.h"
 #include "stowline/backup/BackupRun.h"
@@ -31,6 +32,8 @@ public:
 
     /// What the self-test after the run came to.
     void setSelfTest(SelfTestOutcome outcome) { selfTest_ = std::move(outcome); }
+    /// What forgetting after the run came to.
+    void setForgetting(ForgettingOutcome outcome) { forgetting_ = std::move(outcome); }
     /// Which success is too long ago, a sentence each; a run that is done otherwise ends with that.
     void setOverdue(std::vector<std::string> sentences) { overdue_ = std::move(sentences); }
 
@@ -44,6 +47,7 @@ private:
 
     const backup::BackupRequest& request_;
     SelfTestOutcome selfTest_;
+    ForgettingOutcome forgetting_;
     std::vector<std::string> overdue_;
     std::mutex mutex_;
     std::vector<std::string> failures_; ///< a sentence each

@@ -173,6 +173,12 @@ void SelfTestOutcome::addTo(RunFigures& figures) const
     const SelfTestSummary& sum = summary;
     const std::uint64_t found = sum.missing + sum.damaged + sum.differing;
     const std::uint64_t known = sum.proof.newestLostFiles + (sum.proof.isNewestDamaged ? 1 : 0);
+    figures.wasTested = wasBegun;
+    figures.isProof = isProof();
+    figures.proofFiles = sum.proof.files;
+    figures.proofBytes = sum.proof.bytes;
+    figures.provenFiles = sum.proof.provenFiles;
+    figures.provenBytes = sum.proof.provenBytes;
     if (wasBegun)
         figures.selfTestLost = sum.differing + std::max(sum.missing + sum.damaged, known);
     if (found > 0)

@@ -1,5 +1,6 @@
 // stowline forget
 #include "cli/commands/Commands.h"
+#include "cli/commands/ForgetWords.h"
 #include "cli/shared/Confirmation.h"
 #include "cli/shared/Grace.h"
 #include "cli/shared/HumanText.h"
@@ -22,73 +23,16 @@ namespace {
 
 using backup::ForgetEnd;
 
-constexpr std::size_t kRunsInAQuestion = 5;
-
 struct Options {
     SessionOptions session;
     Confirmation confirmation;
     backup::KeepRules keep;
+    bool confirmsLosses = false;
     std::string systemName;
     std::string profile = "default";
     double retrySeconds = 300;
     std::string registration = "protect2";
 };
-
-ExitStatus statusOf(ForgetEnd end)
-{
-    switch (end) {
-    case ForgetEnd::done:
-        return ExitStatus::done;
-    case ForgetEnd::someLeft:
-        return ExitStatus::someItemsFailed;
-    case ForgetEnd::held:
-    case ForgetEnd::temporary:
-        return ExitStatus::temporary;
-    case ForgetEnd::unreadable:
-    case ForgetEnd::rolledBack:
-        return ExitStatus::checksumMismatch;
-    case ForgetEnd::notFound:
-        return ExitStatus::notFound;
-    case ForgetEnd::badRequest:
-        return ExitStatus::usage;
-    case ForgetEnd::locked:
-        return ExitStatus::locked;
-    case ForgetEnd::interrupted:
-        return Interruptible::request().value_or(ExitStatus::interrupted);
-    case ForgetEnd::refused:
-        return ExitStatus::refused;
-    case ForgetEnd::notConfigured:
-        return ExitStatus::settingsInvalid;
-    case ForgetEnd::declined:
-    case ForgetEnd::stateFolder:
-    case ForgetEnd::failed:
-        break;
-    }
-    return ExitStatus::failed;
-}
-
-std::string bytesOf(std::uint64_t bytes)
-{
-    return bytesText(static_cast<double>(bytes));
-}
-
-/// "3 runs (1, 2, 5)".
-std::string runsText(const backup::ForgetPlan& plan)
-{
-    std::string numbers;
-    for (std::size_t i = 0; i < std::min(plan.runs.size(), kRunsInAQuestion); ++i)
-        numbers += (numbers.empty() ? "" : ", ") + std::to_string(plan.runs[i].run);
-    if (plan.runs.size() > kRunsInAQuestion)
-        numbers += ", …";
-    return countText(plan.runs.size(), "run", "runs") +
-           (numbers.empty() ? "" : " (" + numbers + ")");
-}
-
-/// What is deleted, for people: "12 versions, 3 MB".
-std::string versionsText(std::uint64_t versions, std::uint64_t bytes)
-{
-    return countText(versions, "version", "versions") + ", " + bytesOf(bytes);
-}
 
 class Observer : public backup::ForgetObserver {
 public:
@@ -97,13 +41,17 @@ public:
     bool mayForget(const backup::ForgetPlan& plan) override
     {
         const StopScope scope(Interruptible::stopRequest());
+        std::string losses;
+        for (const backup::RunLoss& loss : plan.losses)
+            losses += sentenceOf(loss) + " ";
         return confirmation_.isGranted(
-            plan.runs.empty()
-                ? fmt::format("Delete what runs that were forgotten before still hold alone ({})?",
-                              versionsText(plan.versions, plan.bytes))
-                : fmt::format("Forget {} and delete what only {} ({})?", runsText(plan),
-                              plan.runs.size() == 1 ? "it holds" : "they hold",
-                              versionsText(plan.versions, plan.bytes)));
+            losses +
+            (plan.runs.empty()
+                 ? fmt::format("Delete what runs that were forgotten before still hold alone ({})?",
+                               versionsText(plan.versions, plan.bytes))
+                 : fmt::format("Forget {} and delete what only {} ({})?", forgottenRunsText(plan),
+                               plan.runs.size() == 1 ? "it holds" : "they hold",
+                               versionsText(plan.versions, plan.bytes))));
     }
 
     void progress(std::uint64_t deleted, std::uint64_t versions) override
@@ -137,29 +85,6 @@ void show(const backup::ForgetPlan& plan, std::uint64_t count, bool isDone)
     }
 }
 
-void tellSpace(const backup::ForgetSummary& sum)
-{
-    if (!sum.usedBefore || !sum.usedAfter)
-        return output().note("How much space the account uses the service does not say.");
-    output().note(fmt::format("The service says that the account used {} before and uses {} now.",
-                              bytesOf(*sum.usedBefore), bytesOf(*sum.usedAfter)));
-}
-
-void tellRest(const backup::ForgetSummary& sum)
-{
-    if (sum.linkRecords > 0)
-        output().note(fmt::format("The {} of {} {}: those of kept runs rest on {}.",
-                                  sum.linkRecords == 1 ? "record" : "records",
-                                  countText(sum.linkRecords, "forgotten run", "forgotten runs"),
-                                  sum.linkRecords == 1 ? "stays" : "stay",
-                                  sum.linkRecords == 1 ? "it" : "them"));
-    if (sum.unnamedVersions > 0)
-        output().note(fmt::format(
-            "{} {} only forgotten runs hold cannot be deleted: the service never told their "
-            "names.",
-            countText(sum.unnamedVersions, "content", "contents"), "that"));
-}
-
 Fields fieldsOf(const backup::ForgetSummary& sum, bool isDryRun)
 {
     const backup::ForgetPlan& plan = sum.plan;
@@ -177,6 +102,8 @@ Fields fieldsOf(const backup::ForgetSummary& sum, bool isDryRun)
     fields.emplace_back("left", sum.leftVersions);
     fields.emplace_back("unnamed", sum.unnamedVersions);
     fields.emplace_back("links", sum.linkRecords);
+    fields.emplace_back("confirmed", std::uint64_t{sum.confirmed.size()});
+    fields.emplace_back("unconfirmed", std::uint64_t{sum.plan.losses.size()});
     if (sum.usedBefore)
         fields.emplace_back("used_before", *sum.usedBefore);
     if (sum.usedAfter)
@@ -184,50 +111,74 @@ Fields fieldsOf(const backup::ForgetSummary& sum, bool isDryRun)
     return fields;
 }
 
-ExitStatus finish(const backup::ForgetSummary& sum, const Options& options, const Session& session)
+/// What is known of losses, and whether they are confirmed.
+void tellLosses(const backup::ForgetSummary& sum, const Options& options)
+{
+    for (const backup::RunLoss& loss : sum.confirmed)
+        output().note(sentenceOf(loss) + " That is confirmed.");
+    if (sum.end == ForgetEnd::suspended)
+        return; // its sentence says so
+    for (const backup::RunLoss& loss : sum.plan.losses)
+        output().note(sentenceOf(loss));
+    if (!sum.plan.losses.empty())
+        output().note(options.confirmsLosses
+                          ? "That would be confirmed."
+                          : "Nothing is forgotten by itself until a person confirms it. " +
+                                confirmationHint(options.profile));
+}
+
+void tellWork(const backup::ForgetSummary& sum, const Options& options, const Session& session)
 {
     const bool isDryRun = options.confirmation.isDryRun();
-    const ExitStatus status = statusOf(sum.end);
-    const bool isChanged = sum.forgotten + sum.deletedVersions + sum.removedRecords > 0;
-    if (sum.end != ForgetEnd::done && !isChanged)
-        return output().fail(status, sum.sentence);
     show(sum.plan, isDryRun ? sum.plan.runs.size() : sum.forgotten, !isDryRun);
-    if (isDryRun) {
+    if (isDryRun)
         output().note(fmt::format("Would forget {}, keep {}, and delete what only forgotten runs "
                                   "hold: {}.",
-                                  runsText(sum.plan), countText(sum.plan.keptRuns, "run", "runs"),
-                                  versionsText(sum.plan.versions, sum.plan.bytes)));
-    } else if (!isChanged) {
-        output().note("There is nothing to forget: the rules keep " +
-                      countText(sum.plan.keptRuns, "run", "runs") + ".");
-    } else {
-        output().note(fmt::format("Forgot {}, kept {}; deleted {}.",
-                                  countText(sum.forgotten, "run", "runs"),
+                                  forgottenRunsText(sum.plan),
                                   countText(sum.plan.keptRuns, "run", "runs"),
-                                  versionsText(sum.deletedVersions, sum.deletedBytes)));
-        if (sum.end == ForgetEnd::done || sum.end == ForgetEnd::someLeft) {
-            tellSpace(sum);
-            noteGrace(session);
-        }
+                                  versionsText(sum.plan.versions, sum.plan.bytes)));
+    else
+        output().note(doneSentence(sum));
+    if (hasChanged(sum) && (sum.end == ForgetEnd::done || sum.end == ForgetEnd::someLeft)) {
+        output().note(spaceSentence(sum));
+        noteGrace(session);
     }
-    tellRest(sum);
+    for (const std::string& sentence : restSentences(sum))
+        output().note(sentence);
+}
+
+ExitStatus finish(const backup::ForgetSummary& sum, const Options& options, const Session& session)
+{
+    const ExitStatus status = statusOf(sum.end);
+    std::string sentence = sum.sentence;
+    if (sum.end == ForgetEnd::suspended)
+        sentence += " " + confirmationHint(options.profile);
+    tellLosses(sum, options);
+    if (sum.end != ForgetEnd::done && !hasChanged(sum))
+        return output().fail(status, sentence);
+    if (options.keep.areAny())
+        tellWork(sum, options, session);
+    else if (sum.confirmed.empty() && sum.plan.losses.empty())
+        output().note("There is nothing to confirm.");
     if (sum.end != ForgetEnd::done)
-        output().complain(sum.sentence);
-    Fields fields = fieldsOf(sum, isDryRun);
+        output().complain(sentence);
+    Fields fields = fieldsOf(sum, options.confirmation.isDryRun());
     if (!output().isJson())
         return output().finish(status);
-    if (!sum.sentence.empty())
-        fields.emplace_back("message", sum.sentence);
+    if (!sentence.empty())
+        fields.emplace_back("message", sentence);
     return output().finish(status, fields);
 }
 
 ExitStatus forget(const Options& options)
 {
-    if (!options.keep.areAny())
+    if (!options.keep.areAny() && !options.confirmsLosses)
         return output().fail(ExitStatus::usage,
                              "Please say which runs to keep: --keep-last, --keep-daily, "
                              "--keep-weekly or --keep-monthly, at least one of them above 0.");
-    if (const auto nobody = options.confirmation.wantOfAnybody("what only forgotten runs hold"))
+    if (const auto nobody = options.keep.areAny() ? options.confirmation.wantOfAnybody(
+                                                        "what only forgotten runs hold")
+                                                  : std::nullopt)
         return *nobody;
     const auto session = options.session.open(
         {"GetAccountSystems", "GetAccountFilesAndFolders", "GetFileVersions", "DeleteFilesInBulk"},
@@ -246,6 +197,8 @@ ExitStatus forget(const Options& options)
         .identity = backup::identityOfThisUser(),
         .stateFolder = *stateFolder,
         .keep = options.keep,
+        .isUnattended = options.confirmation.isGiven(),
+        .confirmsLosses = options.confirmsLosses,
         .isDryRun = options.confirmation.isDryRun(),
         .budgetPerStep = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
             std::chrono::duration<double>(options.retrySeconds)),
@@ -265,12 +218,13 @@ void declareForget(const Command& app)
     auto options = std::make_shared<Options>();
     const Command command =
         app.addCommand("forget", "Forget runs of this machine, and delete what only they hold");
-    command.addOption("--keep-last", options->keep.last, "Keep this many of the newest runs");
-    command.addOption("--keep-daily", options->keep.daily,
-                      "Keep the last run of each of the newest days that have one, this many; days "
-                      "are those on which the service stored the record of the run");
-    command.addOption("--keep-weekly", options->keep.weekly, "The same of weeks, from Monday on");
-    command.addOption("--keep-monthly", options->keep.monthly, "The same of months");
+    declareKeepRules(command, options->keep, "Keep this many of the newest runs");
+    command
+        .addFlag("--confirm-gone", options->confirmsLosses,
+                 "Say that what runs found gone was meant to go: after a run that found more than "
+                 "30 % of the items gone nothing is forgotten by itself, nor with --yes, until "
+                 "then; may stand alone")
+        .notInFile();
     command.addOption("--system", options->systemName, "This machine's name on the service")
         .defaultsTo(General::localHostName());
     command.addOption("--profile", options->profile, "Name of the profile, as backup was told")

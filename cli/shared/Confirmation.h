@@ -22,6 +22,8 @@ public:
     /// stop (StopScope).
     [[nodiscard]] bool isGranted(const std::string& question) const;
     [[nodiscard]] bool isDryRun() const { return isDryRun_; }
+    /// Whether --yes was given, so that nobody is asked.
+    [[nodiscard]] bool isGiven() const { return isGiven_; }
 
     /// Asks on the terminal, unless --yes was given. With --dry-run says what would be done.
     /// @param what "the upload of /a/b" as it stands after "Delete "

@@ -22,7 +22,8 @@ namespace {
 namespace fs = std::filesystem;
 
 /// As people and the outbox call them, in the order of the kinds.
-constexpr std::array<const char*, 3> kKinds{"summary", "email", "event"};
+constexpr std::array<const char*, 5> kKinds{"summary", "email", "event", "self-test event",
+                                            "forgetting event"};
 
 const char* nameOf(ReportKind kind)
 {
@@ -95,6 +96,30 @@ std::string troubleText(const RunFigures& figures)
     return text;
 }
 
+/// What keeps runs from being forgotten, in a few words; the backup is none the worse for it.
+std::string forgettingTrouble(const RunFigures& figures)
+{
+    using Forgetting = RunFigures::Forgetting;
+    if (figures.forgetting == Forgetting::suspended)
+        return "forgetting of runs is suspended";
+    return figures.forgetting == Forgetting::failed ? "runs could not be forgotten" : "";
+}
+
+/// Both, one behind the other.
+std::string joined(const std::string& one, const std::string& other)
+{
+    return one + (one.empty() || other.empty() ? "" : "; ") + other;
+}
+
+std::string linesHtml(const std::string& text)
+{
+    std::string html;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        html += "<br>" + escaped(line);
+    return html;
+}
+
 std::string listHtml(const std::vector<std::string>& sentences)
 {
     std::string list;
@@ -108,11 +133,7 @@ std::string selfTestHtml(const RunFigures& figures)
 {
     if (figures.selfTest.empty())
         return {};
-    std::string lines;
-    std::istringstream text(figures.selfTest);
-    for (std::string line; std::getline(text, line);)
-        lines += "<br>" + escaped(line);
-    return lines + listHtml(figures.selfTestFindings);
+    return linesHtml(figures.selfTest) + listHtml(figures.selfTestFindings);
 }
 
 /// The first failures, and how many more there are.
@@ -127,21 +148,33 @@ std::string failureList(const RunFigures& figures)
     return list;
 }
 
+/// How what came of a run looks: all is well; all is, but something is to be done; something
+/// failed.
+struct OutcomeLook {
+    const char* name;
+    const char* color;
+};
+constexpr OutcomeLook kGood{"good", "#17713f"};
+constexpr OutcomeLook kToDo{"todo", "#8a5300"};
+constexpr OutcomeLook kBad{"bad", "#b3261e"};
+
 /// What came of a run, as a part of the report.
 std::string outcomeHtml(const RunFigures& figures)
 {
-    std::string trouble = troubleText(figures);
-    const bool isGood = trouble.empty();
-    if (isGood)
-        trouble = "everything that was found is backed up";
-    trouble.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(trouble.front())));
+    const std::string trouble = troubleText(figures);
+    const std::string kept = forgettingTrouble(figures);
+    const OutcomeLook& look = !trouble.empty() ? kBad : !kept.empty() ? kToDo : kGood;
+    std::string headline =
+        joined(trouble.empty() ? "everything that was found is backed up" : trouble, kept);
+    headline.front() =
+        static_cast<char>(std::toupper(static_cast<unsigned char>(headline.front())));
     const std::string why = figures.sentence.empty() ? "" : "<br>" + escaped(figures.sentence);
     return fmt::format("<div class=\"{}\" style=\"font-family:Helvetica,Arial,sans-serif; "
                        "font-size:15px; line-height:22px; padding:8px 12px; border-left:4px solid "
-                       "{}; color:{};\"><strong>{}.</strong>{}{}{}</div>",
-                       isGood ? "good" : "bad", isGood ? "#17713f" : "#b3261e",
-                       isGood ? "#17713f" : "#b3261e", trouble, why + listHtml(figures.overdue),
-                       failureList(figures), selfTestHtml(figures));
+                       "{}; color:{};\"><strong>{}.</strong>{}{}{}{}</div>",
+                       look.name, look.color, look.color, headline, why + listHtml(figures.overdue),
+                       failureList(figures), linesHtml(figures.forgettingText),
+                       selfTestHtml(figures));
 }
 
 /// Puts the outcome into its place in the report.
@@ -168,7 +201,7 @@ Sending sendSummary(const std::string& username, const std::string& password,
 
 std::string reportSubject(const RunFigures& figures)
 {
-    const std::string trouble = troubleText(figures);
+    const std::string trouble = joined(troubleText(figures), forgettingTrouble(figures));
     return General::createEmailReportSubjectWithAppName(appName(), platform::currentDate()) +
            (trouble.empty() ? "" : ": " + trouble);
 }
@@ -206,6 +239,58 @@ Sending sendEvent(const std::string& token, const std::string& event, const RunF
         figures.processedBytes(), figures.notChanged, figures.notChangedBytes, figures.backedUp,
         figures.backedUpBytes);
     return {isDone, watch.failure()};
+}
+
+namespace {
+
+/// The figures of an event, in its own order.
+struct EventFigures {
+    std::uint64_t errors = 0;
+    std::uint64_t total = 0;
+    std::uint64_t totalBytes = 0;
+    std::uint64_t unchanged = 0;
+    std::uint64_t unchangedBytes = 0;
+};
+
+/// An event of what a profile's runs hold: of another than the default one it names the profile.
+Sending sendEventOf(const std::string& token, const char* event, const RunFigures& run,
+                    const EventFigures& figures)
+{
+    const FailureWatch watch;
+    const bool isDone = WebServiceBroker::centralMonitoringLogEvent(
+        event, run.username, token, run.subject(), 0, figures.errors, 0, figures.total,
+        figures.totalBytes, figures.unchanged, figures.unchangedBytes, 0, 0);
+    return {isDone, watch.failure()};
+}
+
+} // namespace
+
+Sending sendSelfTestEvent(const std::string& token, const RunFigures& figures)
+{
+    return sendEventOf(token, figures.isProof ? "SelfTestEnded" : "SelfTestEndedWithErrors",
+                       figures,
+                       {.errors = figures.selfTestLost,
+                        .total = figures.proofFiles,
+                        .totalBytes = figures.proofBytes,
+                        .unchanged = figures.provenFiles,
+                        .unchangedBytes = figures.provenBytes});
+}
+
+Sending sendForgettingEvent(const std::string& token, const RunFigures& figures)
+{
+    using Forgetting = RunFigures::Forgetting;
+    if (figures.forgetting == Forgetting::suspended)
+        return sendEventOf(token, "ForgettingSuspended", figures,
+                           {.errors = figures.goneItems, .total = figures.goneOfItems});
+    const char* event = figures.forgetting == Forgetting::done     ? "ForgettingEnded"
+                        : figures.forgetting == Forgetting::failed ? "ForgettingEndedWithErrors"
+                                                                   : "ForgettingPutOff";
+    return sendEventOf(token, event, figures,
+                       {.errors = figures.leftVersions,
+                        .total = figures.deletedVersions,
+                        .totalBytes = figures.deletedBytes,
+                        .unchanged = figures.keptRuns,
+                        .unchangedBytes = figures.givenBackBytes});
 }
 
 void ReportFlags::declare(const Command& command)
@@ -263,10 +348,16 @@ Sending ReportFlags::send(ReportKind kind, const std::string& to, const std::str
         return sendSummary(session.username, session.password, figures);
     if (kind == ReportKind::email)
         return sendReportEmail(to, from, figures);
+    if (token_.empty())
+        return {};
+    if (kind == ReportKind::selfTestEvent)
+        return sendSelfTestEvent(token_, figures);
+    if (kind == ReportKind::forgettingEvent)
+        return sendForgettingEvent(token_, figures);
     const bool isWhole = figures.failed == 0 && figures.sentence.empty() &&
                          figures.selfTestTrouble.empty() && figures.overdue.empty();
     const char* event = isWhole ? "BackupEnded" : "BackupEndedWithErrors";
-    return token_.empty() ? Sending() : sendEvent(token_, event, figures);
+    return sendEvent(token_, event, figures);
 }
 
 void ReportFlags::sendKept(const Session& session) const
@@ -313,6 +404,9 @@ void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& 
     tellOne(report_, ReportKind::summary);
     tellOne(!email_.empty(), ReportKind::email);
     tellOne(monitor_, ReportKind::event);
+    tellOne(monitor_ && figures.wasTested, ReportKind::selfTestEvent);
+    tellOne(monitor_ && figures.forgetting != RunFigures::Forgetting::notAsked,
+            ReportKind::forgettingEvent);
 }
 
 } // namespace stowline::cli

@@ -27,6 +27,9 @@ struct Sending {
                                       const RunFigures& figures);
 [[nodiscard]] Sending sendEvent(const std::string& token, const std::string& event,
                                 const RunFigures& figures);
+/// Events of what followed the backup, with figures of their own (docs/reports.md).
+[[nodiscard]] Sending sendSelfTestEvent(const std::string& token, const RunFigures& figures);
+[[nodiscard]] Sending sendForgettingEvent(const std::string& token, const RunFigures& figures);
 
 /// The subject of the report's e-mail; it says when the run was not a good one.
 [[nodiscard]] std::string reportSubject(const RunFigures& figures);
@@ -35,8 +38,8 @@ struct Sending {
 /// failed, in the place of "<!--||outcome||-->", else at its end. Absent without its template.
 [[nodiscard]] std::optional<std::string> reportHtml(const RunFigures& figures);
 
-/// A summary for the service, an e-mail for people, an event for central monitoring.
-enum class ReportKind { summary, email, event };
+/// A summary for the service, an e-mail for people, events for central monitoring.
+enum class ReportKind { summary, email, event, selfTestEvent, forgettingEvent };
 
 /// What to tell after a run.
 class ReportFlags {

@@ -26,6 +26,21 @@ std::uint64_t countIn(const Dictionary& fields, std::string_view key)
     return static_cast<std::uint64_t>(platform::leadingInteger(platform::findText(fields, key)));
 }
 
+bool isTrueIn(const Dictionary& fields, std::string_view key)
+{
+    const Value* value = find(fields, key);
+    return value && value->boolean() && *value->boolean();
+}
+
+/// What a later version may have kept under a greater number is nothing that this one can tell.
+RunFigures::Forgetting forgettingIn(const Dictionary& fields)
+{
+    const std::uint64_t number = countIn(fields, "forgetting");
+    return number <= static_cast<std::uint64_t>(RunFigures::Forgetting::failed)
+               ? static_cast<RunFigures::Forgetting>(number)
+               : RunFigures::Forgetting::notAsked;
+}
+
 /// Texts are kept as bytes: a path need not be UTF-8.
 std::string textIn(const Value* value)
 {
@@ -71,6 +86,22 @@ Dictionary RunFigures::dictionary() const
             {"selfTestLost", selfTestLost},
             {"selfTestFindings", arrayOf(selfTestFindings)},
             {"selfTestTrouble", platform::dataFromText(selfTestTrouble)},
+            {"wasTested", wasTested},
+            {"isProof", isProof},
+            {"proofFiles", proofFiles},
+            {"proofBytes", proofBytes},
+            {"provenFiles", provenFiles},
+            {"provenBytes", provenBytes},
+            {"forgetting", static_cast<std::uint64_t>(forgetting)},
+            {"forgettingText", platform::dataFromText(forgettingText)},
+            {"forgottenRuns", forgottenRuns},
+            {"keptRuns", keptRuns},
+            {"deletedVersions", deletedVersions},
+            {"deletedBytes", deletedBytes},
+            {"leftVersions", leftVersions},
+            {"givenBackBytes", givenBackBytes},
+            {"goneItems", goneItems},
+            {"goneOfItems", goneOfItems},
             {"overdue", arrayOf(overdue)},
             {"username", platform::dataFromText(username)},
             {"machine", platform::dataFromText(machine)},
@@ -113,6 +144,22 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .selfTestLost = countIn(fields, "selfTestLost"),
                       .selfTestFindings = textsIn(fields, "selfTestFindings"),
                       .selfTestTrouble = textIn(find(fields, "selfTestTrouble")),
+                      .wasTested = isTrueIn(fields, "wasTested"),
+                      .isProof = isTrueIn(fields, "isProof"),
+                      .proofFiles = countIn(fields, "proofFiles"),
+                      .proofBytes = countIn(fields, "proofBytes"),
+                      .provenFiles = countIn(fields, "provenFiles"),
+                      .provenBytes = countIn(fields, "provenBytes"),
+                      .forgetting = forgettingIn(fields),
+                      .forgettingText = textIn(find(fields, "forgettingText")),
+                      .forgottenRuns = countIn(fields, "forgottenRuns"),
+                      .keptRuns = countIn(fields, "keptRuns"),
+                      .deletedVersions = countIn(fields, "deletedVersions"),
+                      .deletedBytes = countIn(fields, "deletedBytes"),
+                      .leftVersions = countIn(fields, "leftVersions"),
+                      .givenBackBytes = countIn(fields, "givenBackBytes"),
+                      .goneItems = countIn(fields, "goneItems"),
+                      .goneOfItems = countIn(fields, "goneOfItems"),
                       .overdue = textsIn(fields, "overdue")};
 }
 

@@ -31,6 +31,25 @@ struct RunFigures {
     std::vector<std::string> selfTestFindings; ///< what it found, the first sentences
     /// Why it proves nothing, or not enough, in a few words; empty when all is well.
     std::string selfTestTrouble;
+    /// Of the self-test: whether it was begun, and found all to be well; all contents of kept runs,
+    /// and those of them that were proven within thirty days.
+    bool wasTested = false;
+    bool isProof = false;
+    std::uint64_t proofFiles = 0;
+    std::uint64_t proofBytes = 0;
+    std::uint64_t provenFiles = 0;
+    std::uint64_t provenBytes = 0;
+    /// What became of forgetting by rules; `later`: not now, and nothing is wrong.
+    enum class Forgetting { notAsked, done, later, suspended, failed } forgetting{};
+    std::string forgettingText; ///< sentences; empty when it was not asked for
+    std::uint64_t forgottenRuns = 0;
+    std::uint64_t keptRuns = 0;
+    std::uint64_t deletedVersions = 0;
+    std::uint64_t deletedBytes = 0;
+    std::uint64_t leftVersions = 0;
+    std::uint64_t givenBackBytes = 0; ///< by the service's word
+    std::uint64_t goneItems = 0;      ///< that suspend it, and of how many
+    std::uint64_t goneOfItems = 0;
     std::vector<std::string> overdue; ///< which good run or proof is too long ago, a sentence each
 
     /// "iMac", and of another profile than the default one "iMac (profile docs)".

@@ -122,6 +122,7 @@ public:
         summary.recordDigest = record_.position.digest;
         summary.recordItems = record_.items;
         summary.recordBytes = record_.bytes;
+        summary.losses = record_.losses;
         summary.vanishedVersions = vanishedVersions_;
         summary.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
         return summary;
@@ -558,6 +559,8 @@ private:
         try {
             record_ = records_->storeFinished(index_->alone(), accounts_.summary().storedBytes);
             index_->alone().commit();
+            if (!record_.losses.empty() && record_.losses.back().run == record_.position.run)
+                accounts_.note(sentenceOf(record_.losses.back()));
         } catch (const RecordFault& fault) {
             if (!stop_.isRequested())
                 accounts_.problem(fault.what());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/Account.h"
+#include "stowline/backup/RunLoss.h"
 #include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/platform/threads/StopRequest.h"
 
@@ -155,7 +156,10 @@ struct BackupSummary {
     /// folders above what was named, but nothing that was excluded.
     std::uint64_t recordItems = 0;
     std::uint64_t recordBytes = 0;
-    std::string recordDigest;         ///< SHA-256 of the record, hexadecimal
+    std::string recordDigest; ///< SHA-256 of the record, hexadecimal
+    /// What this run and earlier ones found gone, and nobody has confirmed (runForget()); the
+    /// oldest first. Known once there is a record.
+    std::vector<RunLoss> losses;
     std::vector<ItemReport> failures; ///< the first thousand
 };
 

@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 namespace stowline::backup {
 
@@ -140,6 +141,11 @@ private:
         state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile,
                                       request_.isDryRun ? Leftovers::kept : Leftovers::takenOut));
         openRecords();
+        lookForLosses();
+        if (!request_.keep.areAny()) {
+            summary_.end = ForgetEnd::done;
+            return;
+        }
         choose();
         if (toForget_.empty() && own_->forgottenRuns().empty()) {
             summary_.end = ForgetEnd::done;
@@ -161,12 +167,13 @@ private:
         }
         if (!observer_.mayForget(summary_.plan))
             throw ForgetFault(ForgetEnd::declined, "Nothing was forgotten.");
+        confirmLosses();
         change();
     }
 
     void requireConfigured() const
     {
-        if (!request_.keep.areAny())
+        if (!request_.keep.areAny() && !request_.confirmsLosses)
             throw ForgetFault(ForgetEnd::badRequest, "No rule says which runs are kept.");
         if (!WebServiceBroker::isRestoringConfigured())
             throw ForgetFault(ForgetEnd::notConfigured,
@@ -200,6 +207,50 @@ private:
         if (seen.run != 0)
             known.push_back(seen);
         own_->expect(known);
+    }
+
+    /// What stands in the newest record and is not confirmed since.
+    void lookForLosses()
+    {
+        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+        const std::uint64_t confirmed = state_->confirmedLosses(owner);
+        std::vector<RunLoss>& losses = summary_.plan.losses;
+        try {
+            losses = own_->head(own_->newestFinished()).losses;
+        } catch (const RecordFault& fault) {
+            refuseUnreadable(fault, request_.account.systemName, own_->name());
+        }
+        std::erase_if(losses, [confirmed](const RunLoss& loss) { return loss.run <= confirmed; });
+        if (request_.confirmsLosses && !request_.isDryRun)
+            confirmLosses();
+        if (losses.empty() || !request_.isUnattended || request_.isDryRun)
+            return;
+        std::string sentence = "Nothing is forgotten until a person confirms it.";
+        for (auto loss = losses.rbegin(); loss != losses.rend(); ++loss)
+            sentence = sentenceOf(*loss) + " " + sentence;
+        throw ForgetFault(ForgetEnd::suspended, sentence);
+    }
+
+    void confirmLosses()
+    {
+        if (summary_.plan.losses.empty())
+            return;
+        state_->noteConfirmedLosses(RunState::owner(request_.account, request_.identity),
+                                    own_->newestFinished());
+        summary_.confirmed = std::exchange(summary_.plan.losses, {});
+    }
+
+    /// Throws what a record that cannot be read comes to, or the fault as it is.
+    [[noreturn]] static void refuseUnreadable(const RecordFault& fault, const std::string& system,
+                                              const std::string& chain)
+    {
+        if (!isUnreadable(fault))
+            throw fault;
+        throw ForgetFault(
+            ForgetEnd::unreadable,
+            fmt::format("{} It is one of {} under the name {}, and nobody knows what it "
+                        "needs: nothing is forgotten as long as it cannot be read.",
+                        fault.what(), chain, system));
     }
 
     /// By the rules, among the finished runs that are not forgotten.
@@ -266,13 +317,7 @@ private:
                 if (isOwn)
                     rests_ = rests;
             } catch (const RecordFault& fault) {
-                if (!isUnreadable(fault))
-                    throw;
-                throw ForgetFault(
-                    ForgetEnd::unreadable,
-                    fmt::format("{} It is one of {} under the name {}, and nobody knows what it "
-                                "needs: nothing is forgotten as long as it cannot be read.",
-                                fault.what(), chain.name(), system));
+                refuseUnreadable(fault, system, chain.name());
             }
         }
         ledger_.settle();

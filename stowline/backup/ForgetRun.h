@@ -3,6 +3,7 @@
 
 #include "stowline/backup/Account.h"
 #include "stowline/backup/KeepRules.h"
+#include "stowline/backup/RunLoss.h"
 #include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/platform/threads/StopRequest.h"
 
@@ -23,6 +24,10 @@ struct ForgetRequest {
     /// Where the backups of this user on this machine keep their state; made when missing.
     std::filesystem::path stateFolder;
     KeepRules keep; ///< finished runs alone count; with no rule at all nothing is forgotten
+    /// Nobody is there who could confirm what runs found gone: then nothing is forgotten.
+    bool isUnattended = false;
+    /// A person says that what runs found gone so far was meant to go. Also without any rule.
+    bool confirmsLosses = false;
     bool isDryRun = false;
     /// How long to try one question or one deletion again.
     std::chrono::steady_clock::duration budgetPerStep = std::chrono::minutes(5);
@@ -43,12 +48,16 @@ struct ForgetPlan {
     std::uint64_t forgottenBefore = 0; ///< runs that were forgotten earlier and may not be done yet
     std::uint64_t versions = 0;        ///< that the service holds and only forgotten runs name
     std::uint64_t bytes = 0;           ///< of their content, as the service holds it
+    /// What runs found gone, so much that it may be a mishap, and nobody has confirmed: what went
+    /// is in older runs alone.
+    std::vector<RunLoss> losses;
 };
 
 class ForgetObserver {
 public:
     virtual ~ForgetObserver() = default;
-    /// Asked before anything is changed; never in a dry run, nor where there is nothing to do.
+    /// Asked before anything is changed; never in a dry run, nor where there is nothing to do. With
+    /// a yes the plan's losses are confirmed.
     [[nodiscard]] virtual bool mayForget(const ForgetPlan& plan) = 0;
     virtual void progress(std::uint64_t /*deleted*/, std::uint64_t /*versions*/) {}
     /// A sentence that people should know.
@@ -60,6 +69,7 @@ enum class ForgetEnd {
     someLeft,      ///< some of what was to be deleted is there still; forgetting again goes on
     declined,      ///< the observer said no; nothing is changed
     held,          ///< a run has begun, or the records changed meanwhile; later it can go on
+    suspended,     ///< runs found so much gone that a person has to confirm it; nothing is changed
     unreadable,    ///< a record cannot be read, so nobody knows what it needs; nothing is changed
     notFound,      ///< there is no finished run
     rolledBack,    ///< the service shows older records, or others, than this machine has seen
@@ -77,6 +87,7 @@ struct ForgetSummary {
     ForgetEnd end = ForgetEnd::failed;
     std::string sentence;              ///< why, unless it is done; for people
     ForgetPlan plan;                   ///< as far as it was made
+    std::vector<RunLoss> confirmed;    ///< losses that are confirmed by this
     std::uint64_t forgotten = 0;       ///< runs that are marked as forgotten by this
     std::uint64_t deletedVersions = 0; ///< that the service said it deleted
     std::uint64_t deletedBytes = 0;    ///< of their content
@@ -97,6 +108,10 @@ struct ForgetSummary {
 /// other record of the account names is never deleted, nor anything while a run has begun anywhere
 /// in the account, nor when one record cannot be read. The days of rules are those on which the
 /// service stored the records, by its own clock, in the local zone.
+///
+/// Where a run found more than 30 % of the items gone that the one before it held, only who can say
+/// that it was meant forgets: a request that confirms, or an observer that says yes. What was found
+/// stands in the records from run to run until then.
 /// @param stop ends it within two seconds
 [[nodiscard]] ForgetSummary runForget(const ForgetRequest& request, ForgetObserver& observer,
                                       const StopRequest& stop) noexcept;

@@ -321,8 +321,13 @@ StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
     refuseIfForgottenMeanwhile();
-    StoredRecord stored = chain_->storeFinished(
-        index, {.newBytes = newBytes, .failed = failures(), .ended = timestampNow()});
+    const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+    StoredRecord stored =
+        chain_->storeFinished(index, {.newBytes = newBytes,
+                                      .failed = failures(),
+                                      .ended = timestampNow(),
+                                      .confirmedUpTo = state_.confirmedLosses(owner)});
+    state_.dropConfirmedLosses(owner);
     index.setPosition(stored.position);
     if (stored.isFull) // nobody asks for what changed before it any more
         index.forgetVanished(stored.position.run);

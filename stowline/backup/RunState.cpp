@@ -8,6 +8,7 @@
 #include "stowline/platform/files/LeftWrites.h"
 #include "stowline/platform/files/SourceFile.h"
 #include "stowline/platform/files/TargetFolder.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/values/Value.h"
 #include "stowline/service/WebServicesSettings.h"
 
@@ -33,6 +34,7 @@ std::string serviceOrigin()
 
 constexpr const char* kProfiles = "profiles";
 constexpr const char* kBegunFolder = "begun";
+constexpr const char* kConfirmedFolder = "confirmed";
 constexpr const char* kDeletionNote = "versions-deleted";
 constexpr const char* kFolderNote = "folders-deleted";
 
@@ -92,6 +94,11 @@ fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
 fs::path begunFile(const fs::path& folder, const UploadOwner& owner)
 {
     return folder / kBegunFolder / fileName(owner);
+}
+
+fs::path confirmedFile(const fs::path& folder, const UploadOwner& owner)
+{
+    return folder / kConfirmedFolder / fileName(owner);
 }
 
 } // namespace
@@ -187,6 +194,7 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile,
         TestFolder::sweep(folder);
         platform::removeLeftWrites(folder);
         platform::removeLeftWrites(folder / kBegunFolder);
+        platform::removeLeftWrites(folder / kConfirmedFolder);
     }
     makeFolder(state.spoolFolder());
     return state;
@@ -274,6 +282,29 @@ void RunState::noteBegunFolders(const UploadOwner& owner,
     if (!platform::writeFileAtomically(file, text))
         throw RunFault(BackupEnd::stateFolder,
                        "The file " + file.string() + " cannot be written. Is the disk full?");
+}
+
+void RunState::noteConfirmedLosses(const UploadOwner& owner, std::uint64_t upToRun) const
+{
+    const fs::path file = confirmedFile(folder_, owner);
+    makeFolder(file.parent_path());
+    if (!platform::writeFileAtomically(file, std::to_string(upToRun) + "\n"))
+        throw RunFault(BackupEnd::stateFolder,
+                       "The file " + file.string() + " cannot be written. Is the disk full?");
+}
+
+std::uint64_t RunState::confirmedLosses(const UploadOwner& owner) const
+{
+    std::string text = platform::readRegularFile(confirmedFile(folder_, owner)).value_or("");
+    if (text.ends_with('\n'))
+        text.pop_back();
+    return platform::wholeNumber<std::uint64_t>(text).value_or(0); // else it is asked for again
+}
+
+void RunState::dropConfirmedLosses(const UploadOwner& owner) const
+{
+    std::error_code unimportant; // the next run drops it
+    fs::remove(confirmedFile(folder_, owner), unimportant);
 }
 
 bool RunState::hasDeletionNote() const

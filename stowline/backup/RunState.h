@@ -72,6 +72,12 @@ public:
     /// Notes durably which they are from now on; none: every run came to its end.
     void noteBegunFolders(const UploadOwner& owner, const std::vector<std::string>& folders) const;
 
+    /// Notes durably that a person has confirmed what an owner's runs found gone, up to a run;
+    /// which that is, 0: none; and that the next record says so.
+    void noteConfirmedLosses(const UploadOwner& owner, std::uint64_t upToRun) const;
+    [[nodiscard]] std::uint64_t confirmedLosses(const UploadOwner& owner) const;
+    void dropConfirmedLosses(const UploadOwner& owner) const;
+
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.
     [[nodiscard]] std::filesystem::path spoolFolder() const { return folder_ / kSpoolFolder; }

@@ -1,6 +1,6 @@
 // Forgetting runs, through the command and against the real service.
 #include "stowline/platform/files/Files.h"
-#include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/Kept.h"
 #include "tests/endtoend/Records.h"
 #include "tests/support/PseudoTerminal.h"
 
@@ -18,6 +18,7 @@ using test::BackedUp;
 using test::field;
 using test::Files;
 using test::jsonLines;
+using test::Kept;
 using test::noise;
 using test::Words;
 
@@ -28,133 +29,6 @@ Words forgetting(Words rules, Words more = {"--yes"})
     words.insert(words.end(), more.begin(), more.end());
     return words;
 }
-
-/// A folder that changes from run to run, and what each run found in it.
-class Kept : public BackedUp {
-public:
-    using BackedUp::BackedUp;
-
-    /// A run that finds just these files. @return its number
-    int runWith(const Files& files, const Words& more = {})
-    {
-        for (const auto& [name, content] : current_) {
-            if (!files.contains(name))
-                fs::remove(folder.path() / name);
-        }
-        for (const auto& [name, content] : files) { // what stays the same is not touched
-            if (const auto known = current_.find(name);
-                known == current_.end() || known->second != content)
-                folder.write(name, content);
-        }
-        current_ = files;
-        const auto result = backup(more);
-        EXPECT_EQ(result.status, 0) << result.errors;
-        const int run = field(result, "run").get<int>();
-        held[run] = files;
-        return run;
-    }
-
-    /// So many runs in which a few of thirty files change.
-    void manyRuns(int count)
-    {
-        for (int i = 0; i < count; ++i) {
-            Files files = current_;
-            for (int change = 0; change < 4; ++change) {
-                const unsigned seed = ++seed_;
-                const std::string name =
-                    "d" + std::to_string(seed % 3) + "/f" + std::to_string(seed * 7 % 30);
-                if (seed % 5 == 0)
-                    files.erase(name);
-                else
-                    files[name] = noise(1000 + seed * 10, seed);
-                files["changing"] = noise(100, seed);
-            }
-            files["always"] = "the same";
-            runWith(files);
-        }
-    }
-
-    [[nodiscard]] Files restored(int run) const
-    {
-        const test::TemporaryFolder target;
-        const auto result =
-            this->run({"restore", folder.path().string(), "--at", std::to_string(run), "--machine",
-                       "iMac", "--to", target.path().string()});
-        EXPECT_EQ(result.status, 0) << "run " << run << ": " << result.errors;
-        Files files;
-        const fs::path tree = target.path() / folder.path().filename();
-        if (!fs::exists(tree))
-            return files;
-        for (const auto& entry : fs::recursive_directory_iterator(tree)) {
-            if (entry.is_regular_file())
-                files[entry.path().lexically_relative(tree).string()] =
-                    platform::readFile(entry.path()).value_or("(unreadable)");
-        }
-        return files;
-    }
-
-    /// What "runs" lists.
-    [[nodiscard]] std::vector<int> runs() const
-    {
-        const auto result = run({"runs", "--machine", "iMac", "--json"});
-        EXPECT_EQ(result.status, 0) << result.errors;
-        std::vector<int> numbers;
-        for (const auto& line : jsonLines(result.output)) {
-            if (line["type"] == "run")
-                numbers.push_back(line.value("run", 0));
-        }
-        return numbers;
-    }
-
-    /// Every listed run comes back as it was, byte for byte.
-    void expectAllWhole(const std::vector<int>& expected)
-    {
-        EXPECT_EQ(runs(), expected);
-        for (const int run : expected)
-            EXPECT_EQ(restored(run), held.at(run)) << "run " << run;
-    }
-
-    /// Names of the records that the service has of this machine.
-    [[nodiscard]] std::set<std::string> records() const
-    {
-        devserver::Storage storage(server.data());
-        const auto page = storage
-                              .search({.userName = "ann",
-                                       .systemName = "iMac",
-                                       .folder = "/=stowline=/records",
-                                       .pageSize = 100000},
-                                      "*", "")
-                              .value();
-        std::set<std::string> names;
-        for (const auto& item : page.items)
-            names.insert(item.name);
-        return names;
-    }
-
-    /// Versions of files, those of records aside, as the service's own table has them.
-    [[nodiscard]] std::set<std::int64_t> versions() const
-    {
-        SQLite::Database database((server.data() / "files.sqlite").string(), SQLite::OPEN_READONLY,
-                                  5000);
-        SQLite::Statement rows(database, "SELECT v.id FROM versions v JOIN items i ON i.id ="
-                                         " v.item_id WHERE i.folder NOT LIKE '/=stowline=%'");
-        std::set<std::int64_t> ids;
-        while (rows.executeStep())
-            ids.insert(rows.getColumn(0).getInt64());
-        return ids;
-    }
-
-    [[nodiscard]] std::uint64_t usedBytes() const
-    {
-        return devserver::Storage(server.data()).usedBytes("ann");
-    }
-
-    std::map<int, Files> held;
-
-private:
-    Files current_;
-    unsigned seed_ = 0;
-};
 
 TEST(Forget, LeavesEveryKeptRunAsItWasAndGivesItsSpaceBack)
 {

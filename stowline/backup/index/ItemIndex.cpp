@@ -246,6 +246,17 @@ std::uint64_t ItemIndex::itemCount() const
     });
 }
 
+std::uint64_t ItemIndex::goneSince(std::uint64_t run) const
+{
+    return tables_->reading([&] {
+        SQLite::Statement query(*tables_->file.database,
+                                "SELECT count(*) FROM items WHERE kind IS NULL"
+                                " AND changed_run > ?");
+        query.bind(1, databaseNumber(run));
+        return query.executeStep() ? static_cast<std::uint64_t>(query.getColumn(0).getInt64()) : 0;
+    });
+}
+
 std::uint64_t ItemIndex::contentBytes() const
 {
     return tables_->reading([&] {

@@ -122,6 +122,10 @@ public:
     void forEachChangeSince(std::uint64_t run,
                             const std::function<bool(const Change&)>& take) const;
 
+    /// How many items went after a run, those below a folder that went among them: each that was
+    /// known then and is not now (and what came and went since). Counted anew.
+    [[nodiscard]] std::uint64_t goneSince(std::uint64_t run) const;
+
     /// Drops the notes of what vanished in a run or before: nobody will ask for changes since an
     /// earlier one any more.
     void forgetVanished(std::uint64_t upToRun);

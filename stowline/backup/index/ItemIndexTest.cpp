@@ -285,6 +285,22 @@ TEST_F(ItemIndexTest, RemovesTheRootWithEverything)
     EXPECT_EQ(changesSince(1), (Paths{"-/"}));
 }
 
+TEST_F(ItemIndexTest, CountsWhatWentAfterARunWithWhatWasBelowIt)
+{
+    ItemIndex index = ItemIndex::temporary();
+    for (const char* path : {"/a/x", "/a/y", "/b", "/c"})
+        index.put({.item = {.path = path, .kind = ItemKind::file}}, 1);
+    index.put({.item = {.path = "/a", .kind = ItemKind::folder}}, 1);
+    EXPECT_EQ(index.goneSince(0), 0U);
+    index.remove("/c", 2);
+    index.remove("/a", 3);
+    EXPECT_EQ(index.goneSince(1), 4U);
+    EXPECT_EQ(index.goneSince(2), 3U);
+    EXPECT_EQ(index.goneSince(3), 0U);
+    index.put({.item = {.path = "/a/x", .kind = ItemKind::file}}, 4);
+    EXPECT_EQ(index.goneSince(2), 2U) << "one is back";
+}
+
 TEST_F(ItemIndexTest, ForgetsTheNotesOfWhatVanished)
 {
     put({"/a"}, {"/a/x", "/a/y"}, 1);

@@ -19,6 +19,7 @@ using Kind = RecordFault::Kind;
 constexpr std::uint64_t kMostDifferences = 30;
 constexpr std::uint64_t kMostOfFullDivisor = 2;
 constexpr std::uint32_t kMostUnfinished = 99;
+constexpr std::size_t kMostLosses = 30;
 constexpr std::size_t kPiece = 65536;
 constexpr const char* kPutName = "record.part";
 
@@ -498,6 +499,10 @@ std::uint64_t RecordChain::begin(const RunDescription& description, const IndexP
         } else {
             head.differences = {.fullBytes = furthest(before).size};
         }
+        head.losses = predecessor.losses;
+        predecessorItems_ = predecessor.items;
+    } else if (before != 0) { // what was found gone until then is not known, nor what is now
+        head.losses = {{.run = head.run}};
     }
     PutFile file(workFolder_ / kPutName);
     RecordWriter writer(head, [&file](std::string_view bytes) { file.write(bytes); });
@@ -593,6 +598,24 @@ WrittenRecord writeRecord(const ItemIndex& index, const RecordHead& head, PutFil
 
 } // namespace
 
+/// What the index knew at the predecessor, and does not know any more, is gone.
+void RecordChain::addLosses(RecordHead& head, const ItemIndex& index, const Figures& figures) const
+{
+    std::erase_if(head.losses, [&figures](const RunLoss& earlier) {
+        return earlier.run <= figures.confirmedUpTo;
+    });
+    if (head.state != RecordState::finished || predecessorItems_ == 0)
+        return;
+    const RunLoss loss{.run = head.run,
+                       .gone = std::min(index.goneSince(head.predecessor.run), predecessorItems_),
+                       .items = predecessorItems_};
+    if (!holdsForgettingBack(loss))
+        return;
+    if (head.losses.size() == kMostLosses)
+        head.losses.pop_back(); // the first and the last tell enough
+    head.losses.push_back(loss);
+}
+
 StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
                                 const Figures& figures)
 {
@@ -603,13 +626,19 @@ StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
     head.newBytes = figures.newBytes;
     head.failed = figures.failed;
     head.bytes = index.contentBytes();
+    addLosses(head, index, figures);
     if (!head.predecessor.digest.empty()) {
         head.baseline = head.predecessor;
         PutFile file(workFolder_ / kPutName);
         const WrittenRecord written = writeRecord(index, head, file);
         if (as.state != RecordState::finished || !isFullDue(head.differences, written.size)) {
             put(as, file.path(), written.size);
-            return {{head.run, written.digest}, false, written.size, head.items, head.bytes};
+            return {{head.run, written.digest},
+                    false,
+                    written.size,
+                    head.items,
+                    head.bytes,
+                    head.losses};
         }
         head.baseline.reset();
         head.differences = {};
@@ -617,7 +646,7 @@ StoredRecord RecordChain::store(const ItemIndex& index, const RecordName& as,
     PutFile file(workFolder_ / kPutName);
     const WrittenRecord written = writeRecord(index, head, file);
     put(as, file.path(), written.size);
-    return {{head.run, written.digest}, true, written.size, head.items, head.bytes};
+    return {{head.run, written.digest}, true, written.size, head.items, head.bytes, head.losses};
 }
 
 } // namespace stowline::backup

@@ -35,6 +35,7 @@ struct StoredRecord {
     std::uint64_t sentBytes = 0;
     std::uint64_t items = 0; ///< that the run holds, and the bytes of their content
     std::uint64_t bytes = 0;
+    std::vector<RunLoss> losses; ///< as its head has them
 };
 
 /// One chain. Every operation may throw RecordFault (and IndexFault where it takes an index). A
@@ -149,6 +150,8 @@ public:
         std::uint64_t newBytes = 0; ///< of content stored by it
         std::uint64_t failed = 0;   ///< items that it could not look at, read or store
         Timestamp ended;
+        /// A person has said that what was found gone up to this run was meant to go; 0: nobody.
+        std::uint64_t confirmedUpTo = 0;
     };
 
     /// Stores what the index holds as this run's record. Only after begin(), with the index that
@@ -167,6 +170,7 @@ private:
     [[nodiscard]] const RecordFile& furthest(std::uint64_t run) const;
     [[nodiscard]] StoredRecord store(const ItemIndex& index, const RecordName& as,
                                      const Figures& figures);
+    void addLosses(RecordHead& head, const ItemIndex& index, const Figures& figures) const;
 
     RecordPlace* place_;
     std::string name_;
@@ -174,6 +178,7 @@ private:
     std::vector<std::string> otherChains_;
     std::map<RecordName, RecordFile> files_;
     std::optional<RecordHead> running_;             ///< after begin()
+    std::uint64_t predecessorItems_ = 0;            ///< 0: not known
     std::map<std::uint64_t, std::string> expected_; ///< digests by run
     std::map<std::uint64_t, ChainLink> links_;      ///< of finished records that were fetched
     std::string begunDigest_;                       ///< of the note that begin() stored

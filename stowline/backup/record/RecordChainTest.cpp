@@ -109,6 +109,110 @@ protected:
     std::minstd_rand random{1};
 };
 
+class RunLossTest : public RecordChainTest {
+protected:
+    RunLossTest()
+    {
+        RecordChain chain = open();
+        const std::uint64_t run = begin(chain);
+        for (int i = 0; i < 99; ++i)
+            change(fileAt("/d/f" + std::to_string(i), 1, run), run);
+        change({.item = {.path = "/d", .kind = ItemKind::folder}}, run);
+        EXPECT_TRUE(finish(chain).losses.empty());
+    }
+
+    /// A run that takes out the next so many files, or the folder. @return what its record says
+    std::vector<RunLoss> losing(int count, std::uint64_t confirmedUpTo = 0)
+    {
+        RecordChain chain = open();
+        const std::uint64_t run = begin(chain);
+        take(count, run);
+        const StoredRecord stored = chain.storeFinished(index, {.confirmedUpTo = confirmedUpTo});
+        index.setPosition(stored.position);
+        RecordChain again = open();
+        EXPECT_EQ(again.head(run).losses, stored.losses);
+        return stored.losses;
+    }
+
+    void take(int count, std::uint64_t run)
+    {
+        for (int i = 0; i < count; ++i)
+            index.remove("/d/f" + std::to_string(next_++), run);
+    }
+
+private:
+    int next_ = 0;
+};
+
+TEST_F(RunLossTest, IsMoreThanThirtyPercentOfWhatTheRecordBeforeHeld)
+{
+    EXPECT_TRUE(losing(30).empty());
+    EXPECT_EQ(losing(22), (std::vector<RunLoss>{{3, 22, 70}}));
+}
+
+TEST_F(RunLossTest, OfAFolderIsThatOfAllBelowIt)
+{
+    RecordChain chain = open();
+    index.remove("/d", begin(chain));
+    EXPECT_EQ(chain.storeFinished(index, {}).losses, (std::vector<RunLoss>{{2, 100, 100}}));
+}
+
+TEST_F(RunLossTest, StaysUntilItIsConfirmedAndEachIsTold)
+{
+    EXPECT_EQ(losing(40), (std::vector<RunLoss>{{2, 40, 100}}));
+    EXPECT_EQ(losing(0), (std::vector<RunLoss>{{2, 40, 100}}));
+    EXPECT_EQ(losing(20), (std::vector<RunLoss>{{2, 40, 100}, {4, 20, 60}}));
+    EXPECT_EQ(losing(1, 2), (std::vector<RunLoss>{{4, 20, 60}}));
+    EXPECT_EQ(losing(30, 5), (std::vector<RunLoss>{{6, 30, 39}})) << "not what is found only now";
+    EXPECT_TRUE(losing(0, 6).empty());
+    EXPECT_TRUE(losing(0).empty());
+}
+
+TEST_F(RunLossTest, OfARunThatWasKilledIsThatOfTheNext)
+{
+    {
+        RecordChain chain = open();
+        take(40, begin(chain)); // and no record
+    }
+    EXPECT_EQ(losing(0), (std::vector<RunLoss>{{3, 40, 100}}));
+}
+
+TEST_F(RunLossTest, DoesNotCountWhatIsBackByThen)
+{
+    RecordChain chain = open();
+    const std::uint64_t run = begin(chain);
+    index.remove("/d", run);
+    for (const auto& [path, item] : tree)
+        index.put(item, run);
+    EXPECT_TRUE(chain.storeFinished(index, {}).losses.empty());
+}
+
+TEST_F(RunLossTest, IsNotKnownWhereTheIndexRestsOnNoRecord)
+{
+    index.setPosition({});
+    EXPECT_EQ(losing(0), (std::vector<RunLoss>{{2, 0, 0}}));
+    EXPECT_EQ(losing(0), (std::vector<RunLoss>{{2, 0, 0}}));
+}
+
+TEST_F(RunLossTest, OfVeryManyTheFirstAndTheLastAreTold)
+{
+    std::vector<RunLoss> losses;
+    for (std::uint64_t run = 2; run <= 80; ++run) { // all goes and comes back in turn
+        RecordChain chain = open();
+        ASSERT_EQ(begin(chain), run);
+        if (run % 2 == 0)
+            index.remove("/d", run);
+        for (const auto& [path, item] : run % 2 == 0 ? Tree() : tree)
+            index.put(item, run);
+        const StoredRecord stored = chain.storeFinished(index, {});
+        index.setPosition(stored.position);
+        losses = stored.losses;
+    }
+    ASSERT_EQ(losses.size(), 30U);
+    EXPECT_EQ(losses.front().run, 2U);
+    EXPECT_EQ(losses.back().run, 80U);
+}
+
 TEST_F(RecordChainTest, AnIndexThatIsMadeAnewKnowsMoreRecordsUnlessTheChainIsAnother)
 {
     for (int i = 0; i < 3; ++i)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "stowline/backup/Account.h"
+#include "stowline/backup/RunLoss.h"
 #include "stowline/backup/tree/ItemRecord.h"
 
 #include <cstdint>
@@ -62,6 +63,9 @@ struct RecordHead {
     std::uint64_t failed = 0;   ///< items that could not be looked at, read or stored
     std::uint64_t newBytes = 0; ///< of content stored by it
     std::uint64_t bytes = 0;    ///< of all content
+    /// What it and earlier runs found gone, so much that it holds forgetting back, and nobody has
+    /// confirmed yet; the oldest first.
+    std::vector<RunLoss> losses = {};
     bool operator==(const RecordHead&) const = default;
 };
 

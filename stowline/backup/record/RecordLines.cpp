@@ -74,6 +74,14 @@ Json listOf(const std::vector<std::string>& texts)
     return list;
 }
 
+Json listOf(const std::vector<RunLoss>& losses)
+{
+    Json list = Json::array();
+    for (const RunLoss& loss : losses)
+        list.push_back({{"run", loss.run}, {"gone", loss.gone}, {"items", loss.items}});
+    return list;
+}
+
 Json momentOf(const Timestamp& moment)
 {
     return Json::array({moment.seconds, moment.nanoseconds});
@@ -257,6 +265,20 @@ std::vector<std::string> listIn(const Json& object, const char* name)
     return texts;
 }
 
+std::vector<RunLoss> lossesIn(const Json& object)
+{
+    std::vector<RunLoss> losses;
+    if (const Json* list = arrayIn(object, "losses")) {
+        for (const Json& entry : *list) {
+            if (!entry.is_object())
+                refuse("a loss is not an object");
+            losses.push_back(
+                {numberIn(entry, "run"), numberIn(entry, "gone"), numberIn(entry, "items")});
+        }
+    }
+    return losses;
+}
+
 std::string pathIn(const Json& object, const char* name)
 {
     std::string path = textIn(object, name);
@@ -409,6 +431,8 @@ std::string lineOf(const RecordHead& head)
     object["failed"] = head.failed;
     object["new_bytes"] = head.newBytes;
     object["bytes"] = head.bytes;
+    if (!head.losses.empty())
+        object["losses"] = listOf(head.losses);
     return line(object);
 }
 
@@ -505,7 +529,8 @@ RecordHead headOf(std::string_view line)
                     .items = numberIn(object, "items"),
                     .failed = numberIn(object, "failed"),
                     .newBytes = numberIn(object, "new_bytes"),
-                    .bytes = numberIn(object, "bytes")};
+                    .bytes = numberIn(object, "bytes"),
+                    .losses = lossesIn(object)};
     if (differences != nullptr)
         head.differences = {numberIn(*differences, "records"), numberIn(*differences, "bytes"),
                             numberIn(*differences, "full_bytes")};

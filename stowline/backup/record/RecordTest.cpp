@@ -33,7 +33,8 @@ RecordHead someHead()
             .items = 2,
             .failed = 1,
             .newBytes = 10,
-            .bytes = 20};
+            .bytes = 20,
+            .losses = {{5, 40, 100}, {9, 0, 0}}};
 }
 
 StoredItem fileAt(const std::string& path)
@@ -235,7 +236,7 @@ TEST(Record, HasAFormOnTheDisk)
         text.substr(0, first),
         R"({"record":"stowline run","format":2,"run":12,"state":"finished","predecessor":{"run":11,"sha256":")" +
             kDigest +
-            R"("},"differences":{"records":3,"bytes":1000,"full_bytes":50000},"machine":"1A2B","user":"ann","profile":"default","username":"ann","system":"iMac","host":"imac.local","client":"1.0","key":"","begun":[1700000000,5],"ended":[1700000100,999999999],"paths":["/home/ann",{"b64":"L29kZCD/"}],"rules":["exclude *.o"],"items":2,"failed":1,"new_bytes":10,"bytes":20})"
+            R"("},"differences":{"records":3,"bytes":1000,"full_bytes":50000},"machine":"1A2B","user":"ann","profile":"default","username":"ann","system":"iMac","host":"imac.local","client":"1.0","key":"","begun":[1700000000,5],"ended":[1700000100,999999999],"paths":["/home/ann",{"b64":"L29kZCD/"}],"rules":["exclude *.o"],"items":2,"failed":1,"new_bytes":10,"bytes":20,"losses":[{"run":5,"gone":40,"items":100},{"run":9,"gone":0,"items":0}]})"
             "\n");
 }
 
@@ -349,6 +350,16 @@ TEST(Record, RefusesAHeadThatBuildsOnALaterRunOrOnItself)
     head = someHead();
     head.predecessor.run = 13;
     EXPECT_EQ(refusalOf(record(head, {})), RecordFault::Kind::damaged);
+}
+
+TEST(Record, RefusesALossThatIsNone)
+{
+    for (const char* losses : {"5", "[5]", R"([{"run":-1}])"}) {
+        std::string head = lineOf(someHead());
+        const auto at = head.find("[{\"run\":5");
+        head.replace(at, head.rfind(']') + 1 - at, losses);
+        EXPECT_EQ(refusalOf(recordOf({head})), RecordFault::Kind::damaged) << losses;
+    }
 }
 
 TEST(Record, TakesNoItemsOfARunThatHasOnlyBegunNorVanishedPathsOfAFullOne)
