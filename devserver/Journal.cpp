@@ -23,11 +23,19 @@ constexpr const char* kSchema = R"sql(
         received TEXT NOT NULL DEFAULT CURRENT_TIMESTAMP,
         fields   BLOB NOT NULL
     ) STRICT;
+    CREATE TABLE IF NOT EXISTS self_tests (
+        user_name   TEXT NOT NULL,
+        system_name TEXT NOT NULL,
+        event_type  TEXT NOT NULL,
+        event       INTEGER NOT NULL REFERENCES journal (id),
+        PRIMARY KEY (user_name, system_name, event_type)
+    ) STRICT, WITHOUT ROWID;
 )sql";
 
 constexpr int kBusyMilliseconds = 5000;
 constexpr std::size_t kMessageIdBytes = 8;
 constexpr const char* kUserField = "userName";
+constexpr const char* kSelfTest = "SelfTest"; ///< events of self-tests begin with it
 
 /// Something that can stand in a header: "name@domain" without blanks, controls and brackets.
 bool isAddress(const std::string& text)
@@ -123,16 +131,52 @@ void Journal::nameUsers()
     transaction.commit();
 }
 
-void Journal::add(const char* kind, const Dictionary& fields)
+void Journal::addEvent(const Dictionary& fields)
+{
+    const std::lock_guard lock(mutex_);
+    SQLite::Transaction transaction(database_);
+    const std::int64_t id = addLocked("event", fields);
+    if (const std::string type = platform::findText(fields, "eventType");
+        type.starts_with(kSelfTest)) {
+        SQLite::Statement note(database_, "INSERT OR REPLACE INTO self_tests VALUES (?,?,?,?)");
+        note.bind(1, platform::findText(fields, kUserField));
+        note.bind(2, platform::findText(fields, "systemName"));
+        note.bind(3, type);
+        note.bind(4, id);
+        note.exec();
+    }
+    transaction.commit();
+}
+
+void Journal::addReport(const Dictionary& fields)
+{
+    const std::lock_guard lock(mutex_);
+    (void)addLocked("report", fields);
+}
+
+std::int64_t Journal::addLocked(const char* kind, const Dictionary& fields)
 {
     const std::string bytes = platform::writeBinaryPropertyList(fields).value_or("");
-    const std::lock_guard lock(mutex_);
     SQLite::Statement insert(database_,
                              "INSERT INTO journal (kind, fields, user_name) VALUES (?,?,?)");
     insert.bind(1, kind);
     insert.bind(2, bytes.data(), static_cast<int>(bytes.size()));
     insert.bind(3, platform::findText(fields, kUserField));
     insert.exec();
+    return database_.getLastInsertRowid();
+}
+
+std::vector<JournalLine> Journal::selfTests(const std::string& user)
+{
+    const std::lock_guard lock(mutex_);
+    SQLite::Statement query(database_, "SELECT received, fields FROM journal WHERE id IN"
+                                       " (SELECT event FROM self_tests WHERE user_name = ?)"
+                                       " ORDER BY id DESC");
+    query.bind(1, user);
+    std::vector<JournalLine> found;
+    while (query.executeStep())
+        found.push_back({query.getColumn(0).getString(), fieldsIn(query.getColumn(1))});
+    return found;
 }
 
 std::vector<JournalLine> Journal::lines(const char* kind, int most, const std::string* user)

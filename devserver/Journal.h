@@ -31,8 +31,9 @@ class Journal {
 public:
     explicit Journal(const std::filesystem::path& dataFolder);
 
-    void addEvent(const Dictionary& fields) { add("event", fields); }
-    void addReport(const Dictionary& fields) { add("report", fields); }
+    /// One of a self-test, "SelfTestEnded" and so on, is also kept as the last of its kind.
+    void addEvent(const Dictionary& fields);
+    void addReport(const Dictionary& fields);
 
     /// The newest first: of everybody, or those that name an account as "userName".
     [[nodiscard]] std::vector<JournalLine> events(int most, const std::string* user = nullptr)
@@ -44,11 +45,14 @@ public:
         return lines("report", most, user);
     }
 
+    /// The last event of each system and each kind that tells of a self-test, the newest first.
+    [[nodiscard]] std::vector<JournalLine> selfTests(const std::string& user);
+
     /// Keeps an e-mail. @return false when an address is none or the disk refuses
     [[nodiscard]] bool keep(const Email& email);
 
 private:
-    void add(const char* kind, const Dictionary& fields);
+    std::int64_t addLocked(const char* kind, const Dictionary& fields);
     [[nodiscard]] std::vector<JournalLine> lines(const char* kind, int most,
                                                  const std::string* user);
     void nameUsers();

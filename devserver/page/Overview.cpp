@@ -81,6 +81,48 @@ std::vector<ShownChain> chainsOf(const AccountOverview& account)
     return list;
 }
 
+/// What an event calls the backup of a chain: "iMac", "iMac (profile docs)".
+std::string eventSystem(const ShownChain& chain)
+{
+    const std::string profile = profileOfChain(chain.chain);
+    return profile == "default" ? chain.systemName
+                                : chain.systemName + " (profile " + profile + ")";
+}
+
+ShownSelfTest selfTestOf(const JournalLine& event)
+{
+    const auto count = [&event](const char* name) {
+        return static_cast<std::uint64_t>(std::max<std::int64_t>(
+            platform::leadingInteger(platform::findText(event.fields, name)), 0));
+    };
+    return {event.receivedAt, count("errorFilesCount"), count("totalFilesCount"),
+            count("unchangedFilesCount")};
+}
+
+/// What events tell of self-tests; they name machine and profile, but no user of the machine.
+void addSelfTests(std::vector<ShownChain>& chains, const std::vector<JournalLine>& newestFirst)
+{
+    std::map<std::string, std::size_t> named;
+    for (const ShownChain& chain : chains) {
+        if (!chain.chain.empty())
+            ++named[eventSystem(chain)];
+    }
+    for (ShownChain& chain : chains) {
+        const std::string system = eventSystem(chain);
+        chain.isOneOfSeveral = named[system] > 1;
+        if (chain.chain.empty())
+            continue;
+        for (const JournalLine& event : newestFirst) {
+            if (platform::findText(event.fields, "systemName") != system || chain.proof)
+                continue;
+            if (platform::findText(event.fields, "eventType") == "SelfTestEnded")
+                chain.proof = selfTestOf(event);
+            else if (platform::findText(event.fields, "eventType") == "SelfTestEndedWithErrors")
+                chain.failed = selfTestOf(event);
+        }
+    }
+}
+
 /// What the records tell of runs that did not go well.
 void addRunFailures(const AccountOverview& account, std::int64_t now,
                     std::vector<ShownFailure>& failures)
@@ -123,7 +165,8 @@ void addReportedFailures(const AccountOverview& account, std::vector<ShownFailur
     for (const JournalLine& line : account.events) {
         const std::string type = platform::findText(line.fields, "eventType");
         const std::string count = platform::findText(line.fields, "errorFilesCount");
-        if (type.find("Error") != std::string::npos || platform::leadingInteger(count) > 0)
+        if (type.find("Error") != std::string::npos ||
+            type.find("Suspended") != std::string::npos || platform::leadingInteger(count) > 0)
             failures.push_back({line.receivedAt, platform::findText(line.fields, "systemName"),
                                 fmt::format("Event {}, failures counted: {}.", type,
                                             count.empty() ? "0" : count)});
@@ -185,6 +228,7 @@ AccountOverview overviewOf(const OverviewSources& sources, const std::string& us
         deletions, std::back_inserter(account.deletions),
         [&](const DeletionState& deletion) { return deletion.userName == userName; });
     account.chains = chainsOf(account);
+    addSelfTests(account.chains, sources.journal.selfTests(userName));
     account.failures = failuresOf(account, now);
     return account;
 }

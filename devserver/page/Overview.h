@@ -21,6 +21,14 @@ struct ShownRun {
     std::optional<RunHead> head; ///< of a finished one that can be read
 };
 
+/// A self-test of a machine's backup, as the event of its machine tells.
+struct ShownSelfTest {
+    std::string when;         ///< by the service's clock
+    std::uint64_t lost = 0;   ///< contents that are missing, damaged or other than on the machine
+    std::uint64_t files = 0;  ///< contents of all kept runs
+    std::uint64_t proven = 0; ///< of these, within thirty days
+};
+
 /// A chain of runs of a machine, or a machine of which no run has left a record.
 struct ShownChain {
     std::string systemName;
@@ -30,6 +38,9 @@ struct ShownChain {
         lastGood;           ///< the last finished one whose record tells of nothing failed
     std::size_t looked = 0; ///< at so many runs for it, the last ones
     std::optional<std::int64_t> lastRead; ///< content of the machine, seconds of the clock
+    std::optional<ShownSelfTest> proof;   ///< the last one that found all to be well
+    std::optional<ShownSelfTest> failed;  ///< one that did not, and came after that
+    bool isOneOfSeveral = false;          ///< events do not tell it from another one of the account
 };
 
 /// Something that did not go well.

@@ -39,13 +39,17 @@ std::vector<Section> sectionsOf(std::int64_t now)
                      {"Backup of"},
                      {"Last run (UTC)"},
                      {"Last run with nothing failed (UTC)"},
+                     {"Last proof (UTC)"},
                      {"Content last fetched (UTC)"}},
          .whenEmpty = "Nothing is stored yet.",
          .note = "<p class=\"note\">What a run came to is the machine’s own word, from the record "
-                 "that the run left; the times are the service’s. <strong>When a backup was last "
-                 "proven is not known here:</strong> what a self-test finds stays on its machine, "
-                 "where <code>stowline runs</code> shows it. The service sees only that content "
-                 "was fetched, by a self-test, a restore or a look at a file alike.</p>\n",
+                 "that the run left; the times are the service’s. <strong>A proof is known here "
+                 "only where the machine told it</strong> by an event (<code>stowline backup "
+                 "--self-test --monitor</code>): that a self-test restored a sample, all of which "
+                 "was well. Whoever sends one needs a monitoring token, not the account’s "
+                 "password. Where none came, it is “not told”: there may have been one, which "
+                 "<code>stowline runs</code> shows on its machine. That content was fetched is no "
+                 "proof: a self-test, a restore and a look at a file are alike.</p>\n",
          .rowsOf = [now](const auto& account) { return machineRows(account, now); }},
         {.id = "space",
          .heading = "Space",

@@ -127,10 +127,104 @@ TEST_F(OverviewTest, FailuresComeFromRecordsReportsEventsAndWhatIsDamaged)
                                         "iMac: Run 1 could not back up 1,200 items."}));
 }
 
+/// The event of a self-test as a machine sends it.
+Dictionary selfTestEvent(const std::string& system, const std::string& type,
+                         const std::string& proven = "30", const std::string& lost = "0")
+{
+    return {{"userName", "ann"},         {"systemName", system},
+            {"eventType", type},         {"errorFilesCount", lost},
+            {"totalFilesCount", "1200"}, {"unchangedFilesCount", proven}};
+}
+
+TEST_F(OverviewTest, TheLastProofIsWhatTheMachineToldOfThatProfile)
+{
+    for (const char* chain : {"m.root.default", "m.root.docs", "m.root.=b64=w7w"})
+        putRun("ann", "iMac", "00000001-finished", "\"items\":1", chain);
+    putRun("ann", "PC", "00000001-finished", "\"items\":1");
+    putRun("bob", "iMac", "00000001-finished", "\"items\":1");
+    put("ann", "idle", "/a", "x");
+    const auto proofOf = [this](const std::string& system, const std::string& chain) {
+        for (const ShownChain& shown : of("ann").chains)
+            if (shown.systemName == system && shown.chain == chain)
+                return shown.proof ? shown.proof->proven : 0;
+        return std::uint64_t(99);
+    };
+    const auto count = [](const std::string& text, const std::string& what) {
+        std::size_t found = 0;
+        for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+            ++found;
+        return found;
+    };
+    EXPECT_EQ(count(html({"ann"}), ">not told<"), 4U) << "and nothing of what has no run";
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestEnded", "1"));
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestEnded", "7"));
+    journal_.addEvent(selfTestEvent("iMac (profile docs)", "SelfTestEnded", "8"));
+    journal_.addEvent(selfTestEvent("iMac (profile \xc3\xbc)", "SelfTestEnded", "9"));
+    for (int i = 0; i < 60; ++i) // however many others come
+        journal_.addEvent(
+            {{"userName", "ann"}, {"systemName", "PC"}, {"eventType", "BackupEnded"}});
+    EXPECT_EQ(proofOf("iMac", "m.root.default"), 7U);
+    EXPECT_EQ(proofOf("iMac", "m.root.docs"), 8U);
+    EXPECT_EQ(proofOf("iMac", "m.root.=b64=w7w"), 9U);
+    EXPECT_EQ(proofOf("PC", "m.root.default"), 0U);
+    EXPECT_FALSE(of("bob").chains.at(0).proof);
+    const std::string page = html({"ann"});
+    EXPECT_EQ(count(page, ">not told<"), 1U);
+    EXPECT_NE(page.find("data-label=\"Last proof (UTC)\"><div><time datetime=\""),
+              std::string::npos)
+        << page;
+    EXPECT_NE(page.find("7 of 1,200 contents proven within 30 days then"), std::string::npos);
+    EXPECT_EQ(page.find("another one of that name"), std::string::npos);
+    // It is kept when the service starts again.
+    Journal again(folder_.path());
+    EXPECT_EQ(again.selfTests("ann").size(), 3U);
+}
+
+TEST_F(OverviewTest, ASelfTestThatWasNotWellIsNoProofAndSaid)
+{
+    putRun("ann", "iMac", "00000001-finished", "\"items\":1");
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestEndedWithErrors", "3", "2"));
+    ShownChain chain = of("ann").chains.at(0);
+    EXPECT_FALSE(chain.proof);
+    EXPECT_EQ(chain.failed->lost, 2U);
+    EXPECT_NE(html({"ann"}).find("<strong class=\"bad\">not well: 2 lost or different</strong>"),
+              std::string::npos);
+    EXPECT_EQ(html({"ann"}).find("last well"), std::string::npos);
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestEnded"));
+    chain = of("ann").chains.at(0);
+    EXPECT_TRUE(chain.proof);
+    EXPECT_FALSE(chain.failed) << "it is well since";
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestEndedWithErrors", "3", "0"));
+    EXPECT_NE(html({"ann"}).find("<strong class=\"bad\">not well</strong>"), std::string::npos);
+    EXPECT_NE(html({"ann"}).find("last well: <time"), std::string::npos);
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestOfLaterDays"));
+    EXPECT_TRUE(of("ann").chains.at(0).failed) << "what is not known proves nothing";
+}
+
+TEST_F(OverviewTest, AProofThatMayBeAnotherBackupsIsToldSo)
+{
+    putRun("ann", "iMac", "00000001-finished", "\"items\":1", "m.root.default");
+    putRun("ann", "iMac", "00000001-finished", "\"items\":1", "m.ann.default");
+    journal_.addEvent(selfTestEvent("iMac", "SelfTestEnded"));
+    const std::string words = "of this backup or another one of that name and profile";
+    const std::string page = html({"ann"});
+    ASSERT_NE(page.find(words), std::string::npos);
+    EXPECT_NE(page.find(words, page.find(words) + 1), std::string::npos) << "of both";
+}
+
+TEST_F(OverviewTest, ASuspensionOfForgettingIsAFailure)
+{
+    journal_.addEvent({{"userName", "ann"},
+                       {"systemName", "iMac"},
+                       {"eventType", "ForgettingSuspended"},
+                       {"errorFilesCount", "0"}});
+    EXPECT_EQ(failures(of("ann")).at(0), "iMac: Event ForgettingSuspended, failures counted: 0.");
+}
+
 TEST_F(OverviewTest, WhatTheServiceCannotKnowIsSaid)
 {
     const std::string page = html({"ann"});
-    EXPECT_NE(page.find("When a backup was last proven is not known here"), std::string::npos);
+    EXPECT_NE(page.find("A proof is known here only where the machine told it"), std::string::npos);
     EXPECT_NE(page.find("It cannot know of a machine that is switched off"), std::string::npos);
     EXPECT_NE(page.find("the service cannot tell which"), std::string::npos);
 }

@@ -89,17 +89,34 @@ std::optional<RunHead> readRunHead(const std::function<std::string(std::size_t)>
     return std::nullopt;
 }
 
-std::string chainText(std::string_view chain)
+namespace {
+
+/// The last two parts of "MACHINE.USER.PROFILE"; absent for every other text.
+std::optional<std::pair<std::string, std::string>> userAndProfile(std::string_view chain)
 {
     const auto first = chain.find('.');
     const auto second = first == std::string_view::npos ? first : chain.find('.', first + 1);
     if (second == std::string_view::npos || chain.find('.', second + 1) != std::string_view::npos)
-        return std::string(chain);
+        return std::nullopt;
     const auto user = partOf(chain.substr(first + 1, second - first - 1));
     const auto profile = partOf(chain.substr(second + 1));
     if (!user || !profile || user->empty() || profile->empty())
-        return std::string(chain);
-    return fmt::format("{}, profile {}", *user, *profile);
+        return std::nullopt;
+    return std::pair(*user, *profile);
+}
+
+} // namespace
+
+std::string chainText(std::string_view chain)
+{
+    const auto names = userAndProfile(chain);
+    return names ? fmt::format("{}, profile {}", names->first, names->second) : std::string(chain);
+}
+
+std::string profileOfChain(std::string_view chain)
+{
+    const auto names = userAndProfile(chain);
+    return names ? names->second : std::string();
 }
 
 } // namespace stowline::devserver

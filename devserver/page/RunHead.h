@@ -27,4 +27,7 @@ readRunHead(const std::function<std::string(std::size_t)>& beginning);
 /// where it is of another form.
 [[nodiscard]] std::string chainText(std::string_view chain);
 
+/// "x" of the same; empty for every other text.
+[[nodiscard]] std::string profileOfChain(std::string_view chain);
+
 } // namespace stowline::devserver

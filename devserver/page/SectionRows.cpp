@@ -75,6 +75,32 @@ std::string lastGoodHtml(const ShownChain& chain, std::int64_t now)
                : fmt::format("<strong class=\"bad\">none of the last {}</strong>", chain.looked);
 }
 
+/// What a self-test said of all contents of kept runs.
+std::string provenText(const ShownSelfTest& test)
+{
+    return fmt::format("{} of {} proven within 30 days then", number(test.proven),
+                       platform::countText(test.files, "content", "contents"));
+}
+
+std::string proofHtml(const ShownChain& chain, std::int64_t now)
+{
+    if (!chain.proof && !chain.failed)
+        return chain.chain.empty() ? "–" : "<span class=\"none\">not told</span>";
+    std::string html;
+    if (chain.failed)
+        html = fmt::format("<strong class=\"bad\">not well{}</strong><br>{}",
+                           chain.failed->lost == 0
+                               ? ""
+                               : fmt::format(": {} lost or different", chain.failed->lost),
+                           momentAndAge(chain.failed->when, now));
+    if (chain.proof)
+        html += (html.empty() ? "" : "<br>last well: ") + momentAndAge(chain.proof->when, now);
+    html += "<br><small>" + provenText(chain.failed ? *chain.failed : *chain.proof) + "</small>";
+    if (chain.isOneOfSeveral)
+        html += "<br><small>of this backup or another one of that name and profile</small>";
+    return html;
+}
+
 } // namespace
 
 std::vector<DatedRow> machineRows(const AccountOverview& account, std::int64_t now)
@@ -84,7 +110,7 @@ std::vector<DatedRow> machineRows(const AccountOverview& account, std::int64_t n
         rows.push_back({"",
                         {chain.systemName + "\n" + chain.chain,
                          {htmlName(chain.systemName), chainName(chain.chain),
-                          lastRunHtml(chain, now), lastGoodHtml(chain, now),
+                          lastRunHtml(chain, now), lastGoodHtml(chain, now), proofHtml(chain, now),
                           chain.lastRead ? momentAndAge(momentText(*chain.lastRead), now) : "–"}}});
     return rows;
 }

@@ -277,6 +277,9 @@ TEST_F(SelfTest, IsInTheReportAndTheEvent)
     const auto result = reported();
     ASSERT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
+    EXPECT_NE(account_.statusPage().find("2 of 2 contents proven within 30 days then"),
+              std::string::npos)
+        << account_.statusPage();
     const fs::path saved = account_.command.home().path() / "report.html";
     ASSERT_EQ(account_.run({"email", "--save", saved}).status, 0);
     std::string html = platform::readFile(saved).value();
@@ -296,6 +299,29 @@ TEST_F(SelfTest, IsInTheReportAndTheEvent)
     EXPECT_NE(subjects.find(": the self-test found 1 file not to be as stored"), std::string::npos)
         << subjects;
     EXPECT_NE(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
+    EXPECT_NE(account_.statusPage().find("not well: 1 lost or different"), std::string::npos);
+    EXPECT_NE(account_.statusPage().find("last well: <time"), std::string::npos);
+}
+
+TEST_F(SelfTest, OfAProfileIsToldAsItsProof)
+{
+    for (const char* profile : {"default", "docs"}) {
+        auto run =
+            account_.backupRun({"--self-test", "100%,1g", "--monitor", "--profile", profile});
+        run.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", "token-1");
+        const std::string before = account_.statusPage();
+        const auto result = test::runProgram(run);
+        ASSERT_EQ(result.status, 0) << result.errors;
+        const std::string page = account_.statusPage();
+        EXPECT_EQ(page.find("not told</span>"), std::string::npos) << page;
+        EXPECT_EQ(before.find("contents proven within") == std::string::npos,
+                  std::string(profile) == "default");
+        EXPECT_EQ(page.find("another one of that name"), std::string::npos) << page;
+        if (std::string(profile) == "default") {
+            ASSERT_EQ(account_.backup({"--profile", "docs"}).status, 0);
+            EXPECT_NE(account_.statusPage().find("not told</span>"), std::string::npos);
+        }
+    }
 }
 
 TEST_F(SelfTest, ThatCannotBeDoneIsToldAndProvesNothing)
