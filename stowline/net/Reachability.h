@@ -28,8 +28,9 @@ public:
     /// Ends the observation of a host; does nothing for one that is not observed. Main thread.
     static void removeHostFromReachabilityObservation(std::string_view host);
 
-    /// Asks now. Blocks for the name lookup; nothing is sent to the host. Any thread.
-    /// @return false for an absent name and when the machine cannot tell.
+    /// Asks now. Blocks for the name lookup, for half a minute at most and until this thread is
+    /// asked to stop (StopRequest); nothing is sent to the host. Any thread.
+    /// @return false for an absent name and when the machine cannot tell, or not in time.
     [[nodiscard]] static bool isHostReachable(std::optional<std::string_view> host);
 
     /// The verdict: reachable, and neither a connection nor a person is required first.

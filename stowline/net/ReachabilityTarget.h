@@ -17,7 +17,7 @@ public:
 
     virtual ~ReachabilityTarget() = default;
 
-    /// The flags now; absent when they cannot be read. Blocks for a name lookup.
+    /// The flags now; absent when they cannot be read, or not in time. Blocks for a name lookup.
     [[nodiscard]] virtual std::optional<platform::HostFlags> flags() = 0;
 
     /// Sets what is called on the main run loop with the new flags whenever they change.

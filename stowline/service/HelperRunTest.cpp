@@ -3,6 +3,7 @@
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
+#include "tests/support/SilentNames.h"
 #include "tests/support/SoapAnswers.h"
 #include "tests/support/SystemCallFilter.h"
 
@@ -70,6 +71,36 @@ TEST(StoppedCall, NothingIsSentAfterTheRequest)
     EXPECT_FALSE(call(&error));
     ASSERT_TRUE(error);
     EXPECT_EQ(error->kind, FailureKind::stopped);
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST(StoppedCall, EndsWhileTheReachabilityHostIsLookedUp)
+{
+    const test::SilentNames names;
+    if (names.missing())
+        GTEST_SKIP() << *names.missing();
+    const RawServer server(test::soapAnswer("<a>x</a>"));
+    Dictionary settings =
+        test::settingsWith("M", Dictionary{{"URL", server.url()}}, "slow.example");
+    settings.emplace("Templates", Dictionary{{"T", Dictionary{{"URL", server.url()}}}});
+    const test::TestBundle bundle(settings);
+    for (const bool isTemplate : {false, true}) {
+        const StopRequest stop;
+        const StopScope scope(stop);
+        std::chrono::steady_clock::time_point asked;
+        std::thread stopper([&] {
+            EXPECT_TRUE(isTemplate || names.isAsked());
+            asked = std::chrono::steady_clock::now();
+            stop.request();
+        });
+        const FailureWatch watch;
+        EXPECT_FALSE(
+            isTemplate ? WebServiceBroker::sendTemplateRequestWithName("T", {}, "", {}).has_value()
+                       : call().has_value());
+        EXPECT_LT(std::chrono::steady_clock::now() - asked, 1500ms);
+        stopper.join();
+        EXPECT_EQ(watch.kind(), FailureKind::stopped) << isTemplate;
+    }
     EXPECT_TRUE(server.requests().empty());
 }
 

@@ -1,7 +1,6 @@
 // The one path that every SOAP web method takes.
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
-#include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpMessage.h"
 #include "stowline/platform/network/SystemProxy.h"
@@ -12,6 +11,7 @@
 #include "stowline/service/Operation.h"
 #include "stowline/service/Placeholders.h"
 #include "stowline/service/SettingsTables.h"
+#include "stowline/service/WayToHost.h"
 #include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
@@ -148,9 +148,12 @@ struct Call {
 /// The method's entry of the settings when the call may be made; says why when it may not.
 std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Call& call)
 {
-    if (!Reachability::isHostReachable(settingsTables::reachabilityHost())) {
-        failBeforeSending(operation, platform::Bundle::localizedString(kUnreachableMessage),
-                          FailureKind::hostUnreachable);
+    if (const auto obstacle = obstacleOnTheWay()) {
+        failBeforeSending(operation,
+                          *obstacle == FailureKind::stopped
+                              ? "The call was stopped."
+                              : platform::Bundle::localizedString(kUnreachableMessage),
+                          *obstacle);
         return std::nullopt;
     }
     auto methodInfo = settingsTables::webMethod(call.name);

@@ -1,5 +1,4 @@
 // Requests whose whole body is a template of the settings.
-#include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/platform/http/HttpExchange.h"
 #include "stowline/platform/network/SystemProxy.h"
@@ -9,6 +8,7 @@
 #include "stowline/service/Operation.h"
 #include "stowline/service/ResponseReader.h"
 #include "stowline/service/SettingsTables.h"
+#include "stowline/service/WayToHost.h"
 #include "stowline/service/WebRequestKeys.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
@@ -56,8 +56,10 @@ std::optional<std::string> answerTo(const Operation& operation, std::string_view
                                     const SubstitutionMap& params,
                                     std::span<const platform::FormatArgument> urlArguments)
 {
-    if (!Reachability::isHostReachable(settingsTables::reachabilityHost())) {
-        operation.failUntold(FailureKind::hostUnreachable, "The service is not reachable.");
+    if (const auto obstacle = obstacleOnTheWay()) {
+        operation.failUntold(*obstacle, *obstacle == FailureKind::stopped
+                                            ? "The request was stopped."
+                                            : "The service is not reachable.");
         return std::nullopt;
     }
     const auto entry = settingsTables::templateEntry(name);

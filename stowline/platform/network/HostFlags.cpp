@@ -1,14 +1,13 @@
 #include "stowline/platform/network/HostFlags.h"
 
 #include "stowline/platform/files/FileDescriptor.h"
+#include "stowline/platform/network/NameLookUp.h"
 #include "stowline/platform/text/HostName.h"
 #include "stowline/platform/text/Text.h"
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstring>
-#include <memory>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -18,8 +17,6 @@ namespace stowline::platform {
 namespace {
 
 std::atomic<bool> captivePortal = false;
-
-constexpr std::uint16_t kDiscardPort = 9; // any port will do: nothing is sent
 
 bool sameAddress(const sockaddr_storage& left, const sockaddr& right)
 {
@@ -70,19 +67,17 @@ bool isHostName(const std::string& name)
                         [](unsigned char c) { return c <= ' ' || c == 0x7f || c == '/'; });
 }
 
-std::optional<HostFlags> hostFlags(const std::string& name)
+std::optional<HostFlags> hostFlags(const std::string& name, std::chrono::milliseconds patience)
 {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_DGRAM;
-    addrinfo* list = nullptr;
-    const std::string port = std::to_string(kDiscardPort);
-    const int fault = ::getaddrinfo(nameToLookUp(name).c_str(), port.c_str(), &hints, &list);
-    if (fault != 0)
-        return meansNoWay(fault) ? std::optional<HostFlags>(0) : std::nullopt;
-    const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(list, &::freeaddrinfo);
+    const auto answer = lookedUp(nameToLookUp(name), patience);
+    if (!answer)
+        return std::nullopt;
+    if (answer->fault != 0)
+        return meansNoWay(answer->fault) ? std::optional<HostFlags>(0) : std::nullopt;
 
     HostFlags flags = 0;
-    for (const addrinfo* address = list; address && flags == 0; address = address->ai_next)
+    for (const addrinfo* address = answer->addresses.get(); address && flags == 0;
+         address = address->ai_next)
         flags = flagsOfAddress(*address);
     const bool behindPortal =
         captivePortal && (flags & kHostReachable) && !(flags & kHostIsLocalAddress);
