@@ -398,7 +398,12 @@ RegistrationOutcome Storage::registerFile(const Registration& given)
         forgetUpload(*serverFile);
         return RegistrationOutcome::checksumMismatch;
     }
-    file.synchronize();
+    try {
+        file.synchronize();
+    } catch (...) {
+        forgetUpload(*serverFile); // see commitGroup()
+        throw;
+    }
     const Content whole{held.receivedBytes, checksum, digest.hexadecimal(), file.stamp()};
     NewVersion version{registration, *serverFile, whole};
     insertTogether(version);
@@ -428,11 +433,46 @@ void Storage::insertTogether(NewVersion& version)
         std::rethrow_exception(version.fault);
 }
 
-/// When all together fail, each is tried alone, so that nobody suffers for another.
+/// What a disk did not keep it tells once; asked again it says that all is well. Content whose name
+/// may be lost is therefore sent again, into a new file.
 void Storage::commitGroup(const std::vector<NewVersion*>& group)
 {
     try {
-        return commit(group);
+        synchronizeFoldersOf(group);
+    } catch (...) {
+        for (NewVersion* version : group)
+            version->fault = std::current_exception();
+        return forgetUploadsOf(group);
+    }
+    insertGroup(group);
+}
+
+void Storage::forgetUploadsOf(const std::vector<NewVersion*>& group)
+{
+    for (NewVersion* version : group) {
+        try {
+            forgetUpload(version->serverFile);
+        } catch (...) {
+            version->fault = std::current_exception(); // then it is the database's
+        }
+    }
+}
+
+void Storage::synchronizeFoldersOf(const std::vector<NewVersion*>& group)
+{
+    std::set<std::filesystem::path> folders;
+    for (const NewVersion* version : group)
+        folders.insert(contentFile(version->serverFile).parent_path());
+    for (const auto& folder : folders)
+        platform::synchronizeFolder(folder);
+}
+
+/// When all rows together cannot be written, each is tried alone, so that nobody suffers for
+/// another.
+void Storage::insertGroup(const std::vector<NewVersion*>& group)
+{
+    try {
+        return insertRows(group);
     } catch (...) {
         if (group.size() == 1) {
             group.front()->fault = std::current_exception();
@@ -441,20 +481,15 @@ void Storage::commitGroup(const std::vector<NewVersion*>& group)
     }
     for (NewVersion* const& version : group) {
         try {
-            commit({&version, 1});
+            insertRows({&version, 1});
         } catch (...) {
             version->fault = std::current_exception();
         }
     }
 }
 
-void Storage::commit(std::span<NewVersion* const> versions)
+void Storage::insertRows(std::span<NewVersion* const> versions)
 {
-    std::set<std::filesystem::path> folders;
-    for (const NewVersion* version : versions)
-        folders.insert(contentFile(version->serverFile).parent_path());
-    for (const auto& folder : folders)
-        platform::synchronizeFolder(folder);
     const Lock lock(mutex_);
     // Rows of parts need not outlive the machine; those of versions must.
     database_.exec("PRAGMA synchronous = FULL");

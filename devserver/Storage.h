@@ -184,8 +184,9 @@ struct Undeletion {
 /// Content lies in files below one folder, under names that clients cannot choose; everything else
 /// in SQLite. A version's row is written last, once its content is whole, checked and durable, so
 /// that whatever ends the service leaves no version that is not. A registration is a success once
-/// its row is durable too; those that arrive together are made durable together. Operations throw
-/// SQLite::Exception or platform::FileFault when the disk refuses. Any thread.
+/// its row is durable too; those that arrive together are made durable together. What the disk
+/// refused to make durable is to be sent again. Operations throw SQLite::Exception or
+/// platform::FileFault when the disk refuses. Any thread.
 class Storage {
 public:
     using Clock = std::chrono::system_clock;
@@ -363,7 +364,10 @@ private:
     };
     void insertTogether(NewVersion& version);
     void commitGroup(const std::vector<NewVersion*>& group);
-    void commit(std::span<NewVersion* const> versions);
+    void forgetUploadsOf(const std::vector<NewVersion*>& group);
+    void synchronizeFoldersOf(const std::vector<NewVersion*>& group);
+    void insertGroup(const std::vector<NewVersion*>& group);
+    void insertRows(std::span<NewVersion* const> versions);
     [[nodiscard]] bool hasBaseline(const Registration& registration);
     [[nodiscard]] ItemPage page(const ItemQuery& query, const std::string& condition,
                                 const std::vector<std::string>& arguments);

@@ -35,6 +35,7 @@ std::atomic<std::size_t> armedCall{0};
 std::atomic<bool> isPersistent{false};
 std::atomic<std::size_t> calls{0};
 std::atomic<std::size_t> failures{0};
+std::atomic<void (*)(std::size_t)> eachCall{nullptr};
 
 /// Whether this call of a function is to fail.
 bool fails(const char* function)
@@ -43,6 +44,8 @@ bool fails(const char* function)
     if (!armed || std::strcmp(armed, function) != 0)
         return false;
     const std::size_t call = ++calls;
+    if (auto* callee = eachCall.load())
+        callee(call);
     if (call < armedCall.load() || (call > armedCall.load() && !isPersistent.load()))
         return false;
     ++failures;
@@ -445,9 +448,15 @@ void arm(const Injection& injection)
 {
     calls = 0;
     failures = 0;
+    eachCall = nullptr;
     armedCall = injection.call;
     isPersistent = injection.isPersistent;
     armedFunction = kept(injection.function);
+}
+
+void atEachCall(void (*callee)(std::size_t call))
+{
+    eachCall = callee;
 }
 
 Counts disarm()

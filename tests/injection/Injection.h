@@ -34,4 +34,8 @@ struct Counts {
 /// Ends that.
 Counts disarm();
 
+/// Runs this at the beginning of each call of the function that is armed, in the thread that calls
+/// it, with the call's number; until another one is armed.
+void atEachCall(void (*callee)(std::size_t call));
+
 } // namespace stowline::test
