@@ -66,11 +66,12 @@ inline void setStoredBefore(const BackedUp& account, const std::string& name,
     ASSERT_EQ(update.exec(), 1);
 }
 
-/// Changes a byte in the middle of a record of the machine "iMac", profile "default".
-inline void damageRecord(const BackedUp& account, const std::string& name)
+/// Changes a byte in the middle of a record of a machine, profile "default".
+inline void damageRecord(const BackedUp& account, const std::string& name,
+                         const std::string& system = "iMac")
 {
     devserver::Storage storage(account.server.data());
-    const auto version = recordIn(storage, name, "iMac", "default");
+    const auto version = recordIn(storage, name, system, "default");
     const auto file = account.server.data() / version.serverFile.substr(1);
     std::string bytes = platform::readFile(file).value();
     bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
