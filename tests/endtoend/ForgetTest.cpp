@@ -444,14 +444,7 @@ TEST(Forget, AProviderWithoutDeletionIsSaidToHaveNone)
     Kept account({"--deletion-pause", "0"});
     account.runWith({{"a", "1"}});
     account.runWith({{"a", "2"}});
-    const auto settings = account.server.bundle() / "Resources" / "WebServicesSettings.plist";
-    const auto edited = test::runProgram({{"/usr/bin/python3", "-c",
-                                           "import plistlib, sys\n"
-                                           "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
-                                           "assert tables['WebServices'].pop('DeleteFilesInBulk')\n"
-                                           "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
-                                           settings.string()}});
-    ASSERT_EQ(edited.status, 0) << edited.errors;
+    account.removeFromSettings({"DeleteFilesInBulk"});
     const auto records = account.records();
     const auto result = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(result.status, 10) << result.errors;

@@ -130,6 +130,23 @@ public:
         return devserver::Storage(server.data()).usedBytes("ann");
     }
 
+    /// As a provider has them who knows neither these methods nor these plain requests.
+    void removeFromSettings(const std::vector<std::string>& entries) const
+    {
+        const auto settings = server.bundle() / "Resources" / "WebServicesSettings.plist";
+        for (const std::string& entry : entries) {
+            const auto edited = runProgram({{"/usr/bin/python3", "-c",
+                                             "import plistlib, sys\n"
+                                             "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
+                                             "found = [t.pop(sys.argv[2], None) for t in "
+                                             "tables.values() if isinstance(t, dict)]\n"
+                                             "assert any(found)\n"
+                                             "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
+                                             settings.string(), entry}});
+            ASSERT_EQ(edited.status, 0) << edited.errors;
+        }
+    }
+
     std::map<int, Files> held;
 
 private:

@@ -63,18 +63,6 @@ public:
 
     [[nodiscard]] fs::path state() const { return command.home().path() / ".local/state/stowline"; }
 
-    void removeFromSettings(const std::string& method) const
-    {
-        const auto settings = server.bundle() / "Resources" / "WebServicesSettings.plist";
-        const auto edited = test::runProgram({{"/usr/bin/python3", "-c",
-                                               "import plistlib, sys\n"
-                                               "tables = plistlib.load(open(sys.argv[1], 'rb'))\n"
-                                               "assert tables['WebServices'].pop(sys.argv[2])\n"
-                                               "plistlib.dump(tables, open(sys.argv[1], 'wb'))",
-                                               settings.string(), method}});
-        ASSERT_EQ(edited.status, 0) << edited.errors;
-    }
-
 private:
     [[nodiscard]] static Words arguments(const Words& more)
     {
@@ -207,7 +195,7 @@ TEST(Retention, ThatFailsLeavesAGoodBackupGoodAndIsTold)
     Retained account;
     account.write({{"a", "1"}});
     ASSERT_EQ(account.keepRun("1").status, 0);
-    account.removeFromSettings("DeleteFilesInBulk");
+    account.removeFromSettings({"DeleteFilesInBulk"});
     const auto result = account.keepRun("1", {"--alert-after", "1d"});
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_EQ(field(result, "forgetting"), "failed");
@@ -227,6 +215,21 @@ TEST(Retention, ThatFailsLeavesAGoodBackupGoodAndIsTold)
     EXPECT_NE(account.mails().find(": runs could not be forgotten"), std::string::npos);
     EXPECT_FALSE(account.pageShows("BackupEndedWithErrors"));
     EXPECT_TRUE(account.pageShows("ForgettingEndedWithErrors"));
+}
+
+TEST(Retention, WithAProviderThatGivesNothingBackIsSaidToBeImpossible)
+{
+    Retained account;
+    account.removeFromSettings({"GetRestoreTicket", "DownloadFilePart"});
+    for (int run = 1; run <= 3; ++run) {
+        account.write({{"a", std::to_string(run)}});
+        const auto result = account.keepRun("1");
+        EXPECT_EQ(result.status, 0) << result.errors;
+        EXPECT_EQ(field(result, "forgetting"), "failed") << result.errors;
+        EXPECT_TRUE(says(result, "No runs were forgotten: ")) << result.errors;
+        EXPECT_FALSE(says(result, "gone")) << result.errors;
+        EXPECT_EQ(field(result, "stored"), 1) << "and each run is one";
+    }
 }
 
 TEST(Retention, GivesWayToARunThatHasBegunElsewhereAndGoesOnAfterTheNext)
