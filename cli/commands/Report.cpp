@@ -1,6 +1,7 @@
 // stowline report, stowline email
 #include "cli/commands/Commands.h"
 #include "cli/shared/Output.h"
+#include "cli/shared/ReportText.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/ServiceFailure.h"
 #include "stowline/platform/files/Files.h"
@@ -56,6 +57,7 @@ struct EmailOptions {
     std::string textFile;
     std::string saveTo;
     std::string profile; ///< empty: any
+    bool isPlain = false;
     bool isDryRun = false;
 };
 
@@ -66,11 +68,26 @@ ExitStatus noTemplate()
                          "the program again.");
 }
 
+std::string senderOf(const EmailOptions& options)
+{
+    return options.from.empty() ? options.to : options.from;
+}
+
+/// The report in the form that the file's name asks for.
+std::optional<std::string> contentFor(const EmailOptions& options, const RunFigures& figures)
+{
+    if (options.isPlain || options.saveTo.ends_with(".txt"))
+        return reportText(figures);
+    if (options.saveTo.ends_with(".eml"))
+        return reportMessage(options.to, senderOf(options), figures);
+    return reportHtml(figures);
+}
+
 /// Keeps the report as a file instead of sending it.
 ExitStatus save(const EmailOptions& options, const RunFigures& figures)
 {
-    const auto html = reportHtml(figures);
-    if (!html)
+    const auto content = contentFor(options, figures);
+    if (!content)
         return noTemplate();
     std::error_code unknown;
     const auto there = std::filesystem::symlink_status(options.saveTo, unknown);
@@ -78,7 +95,7 @@ ExitStatus save(const EmailOptions& options, const RunFigures& figures)
         return output().fail(ExitStatus::usage,
                              options.saveTo + " is there already and is not a file. Please name a "
                                               "file with --save.");
-    if (!platform::writeFileAtomically(options.saveTo, *html))
+    if (!platform::writeFileAtomically(options.saveTo, *content))
         return output().fail(ExitStatus::failed, options.saveTo + " cannot be written.");
     return output().finish(ExitStatus::done, {{"saved", options.saveTo}});
 }
@@ -112,16 +129,16 @@ ExitStatus email(const EmailOptions& options)
         return output().fail(ExitStatus::usage, "Please name the recipient, or give --save.");
     if (const auto failure = settingsFailure("sendEmail"))
         return *failure;
-    const std::string from = options.from.empty() ? options.to : options.from;
+    const std::string from = senderOf(options);
     if (!options.textFile.empty())
         return emailText(options, from);
     if (!figures)
         return noRun();
     if (options.isDryRun)
         return output().finish(ExitStatus::done);
-    if (!reportHtml(*figures))
+    if (!options.isPlain && !reportHtml(*figures))
         return noTemplate();
-    return sent(sendReportEmail(options.to, from, *figures), options);
+    return sent(sendReportEmail(options.to, from, *figures, options.isPlain), options);
 }
 
 } // namespace
@@ -149,7 +166,11 @@ void declareEmail(const Command& app)
     command.addOption("--subject", options->subject, "Subject of a text");
     command.addOption("--text", options->textFile,
                       "File with a text to send; - for standard input");
-    command.addOption("--save", options->saveTo, "Write the report to a file instead");
+    command.addOption(
+        "--save", options->saveTo,
+        "Write the report to a file instead: as text to one whose name ends in .txt, as a "
+        "message with text and HTML to one that ends in .eml, else as HTML");
+    command.addFlag("--plain", options->isPlain, "The report as plain text");
     declareProfile(command, options->profile);
     command.addFlag("-n,--dry-run", options->isDryRun, "Send nothing");
     command.runs([options] { return email(*options); });

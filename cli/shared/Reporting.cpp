@@ -1,6 +1,7 @@
 #include "cli/shared/Reporting.h"
 
 #include "cli/shared/Output.h"
+#include "cli/shared/ReportText.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/PropertyList.h"
@@ -37,21 +38,6 @@ std::optional<ReportKind> kindNamed(const std::string& name)
                                  : std::optional(static_cast<ReportKind>(found - kKinds.begin()));
 }
 
-/// "?" in the place of each byte that is not of UTF-8: a path may be of any bytes, and a report
-/// that holds them cannot be sent.
-std::string asUtf8(std::string_view text)
-{
-    std::string result;
-    while (!text.empty()) {
-        const std::size_t valid = platform::validUtf8PrefixLength(text);
-        result += text.substr(0, valid);
-        if (valid < text.size())
-            result += '?';
-        text.remove_prefix(std::min(valid + 1, text.size()));
-    }
-    return result;
-}
-
 /// Names come from users and machines; the template takes values as they are. A bar is written as
 /// an entity so that no name is taken for a marker.
 std::string escaped(std::string_view text)
@@ -83,17 +69,6 @@ std::string backupTrouble(const RunFigures& figures)
         return platform::countText(figures.changedWhileRead, "file", "files") +
                " changed while being read";
     return figures.processed() == 0 ? "nothing was backed up" : "";
-}
-
-/// The same of all that a report tells of.
-std::string troubleText(const RunFigures& figures)
-{
-    std::string text = backupTrouble(figures);
-    if (!figures.selfTestTrouble.empty())
-        text += (text.empty() ? "" : "; ") + figures.selfTestTrouble;
-    if (!figures.overdue.empty())
-        text += (text.empty() ? "" : "; ") + std::string("no success for too long");
-    return text;
 }
 
 /// What keeps runs from being forgotten, in a few words; the backup is none the worse for it.
@@ -161,20 +136,16 @@ constexpr OutcomeLook kBad{"bad", "#b3261e"};
 /// What came of a run, as a part of the report.
 std::string outcomeHtml(const RunFigures& figures)
 {
-    const std::string trouble = troubleText(figures);
-    const std::string kept = forgettingTrouble(figures);
-    const OutcomeLook& look = !trouble.empty() ? kBad : !kept.empty() ? kToDo : kGood;
-    std::string headline =
-        joined(trouble.empty() ? "everything that was found is backed up" : trouble, kept);
-    headline.front() =
-        static_cast<char>(std::toupper(static_cast<unsigned char>(headline.front())));
+    const std::string trouble = reportTrouble(figures);
+    const bool isToDo = !forgettingTrouble(figures).empty();
+    const OutcomeLook& look = !trouble.empty() ? kBad : isToDo ? kToDo : kGood;
     const std::string why = figures.sentence.empty() ? "" : "<br>" + escaped(figures.sentence);
     return fmt::format("<div class=\"{}\" style=\"font-family:Helvetica,Arial,sans-serif; "
                        "font-size:15px; line-height:22px; padding:8px 12px; border-left:4px solid "
                        "{}; color:{};\"><strong>{}.</strong>{}{}{}{}</div>",
-                       look.name, look.color, look.color, headline, why + listHtml(figures.overdue),
-                       failureList(figures), linesHtml(figures.forgettingText),
-                       selfTestHtml(figures));
+                       look.name, look.color, look.color, reportHeadline(figures),
+                       why + listHtml(figures.overdue), failureList(figures),
+                       linesHtml(figures.forgettingText), selfTestHtml(figures));
 }
 
 /// Puts the outcome into its place in the report.
@@ -187,6 +158,40 @@ std::string withOutcome(std::string html, const RunFigures& figures)
 }
 
 } // namespace
+
+std::string asUtf8(std::string_view text)
+{
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t valid = platform::validUtf8PrefixLength(text);
+        result += text.substr(0, valid);
+        if (valid < text.size())
+            result += '?';
+        text.remove_prefix(std::min(valid + 1, text.size()));
+    }
+    return result;
+}
+
+std::string reportTrouble(const RunFigures& figures)
+{
+    std::string text = backupTrouble(figures);
+    if (!figures.selfTestTrouble.empty())
+        text += (text.empty() ? "" : "; ") + figures.selfTestTrouble;
+    if (!figures.overdue.empty())
+        text += (text.empty() ? "" : "; ") + std::string("no success for too long");
+    return text;
+}
+
+std::string reportHeadline(const RunFigures& figures)
+{
+    const std::string trouble = reportTrouble(figures);
+    std::string headline =
+        joined(trouble.empty() ? "everything that was found is backed up" : trouble,
+               forgettingTrouble(figures));
+    headline.front() =
+        static_cast<char>(std::toupper(static_cast<unsigned char>(headline.front())));
+    return headline;
+}
 
 Sending sendSummary(const std::string& username, const std::string& password,
                     const RunFigures& figures)
@@ -201,7 +206,7 @@ Sending sendSummary(const std::string& username, const std::string& password,
 
 std::string reportSubject(const RunFigures& figures)
 {
-    const std::string trouble = joined(troubleText(figures), forgettingTrouble(figures));
+    const std::string trouble = joined(reportTrouble(figures), forgettingTrouble(figures));
     return General::createEmailReportSubjectWithAppName(appName(), platform::currentDate()) +
            (trouble.empty() ? "" : ": " + trouble);
 }
@@ -223,10 +228,11 @@ Sending sendEmail(const std::string& to, const std::string& from, const std::str
     return {isDone, watch.failure()};
 }
 
-Sending sendReportEmail(const std::string& to, const std::string& from, const RunFigures& figures)
+Sending sendReportEmail(const std::string& to, const std::string& from, const RunFigures& figures,
+                        bool isPlain)
 {
-    const auto body = reportHtml(figures);
-    return body ? sendEmail(to, from, reportSubject(figures), *body, true) : Sending();
+    const auto body = isPlain ? std::optional(reportText(figures)) : reportHtml(figures);
+    return body ? sendEmail(to, from, reportSubject(figures), *body, !isPlain) : Sending();
 }
 
 Sending sendEvent(const std::string& token, const std::string& event, const RunFigures& figures)
@@ -297,6 +303,7 @@ void ReportFlags::declare(const Command& command)
 {
     command.addFlag("--report", report_, "Send a summary of the run to the service");
     command.addOption("--email", email_, "Send a report of the run to this address");
+    command.addFlag("--email-plain", isPlain_, "Send that report as plain text");
     command.addOption("--email-from", from_, "Sender of that e-mail; the recipient when left out");
     command.addFlag("--monitor", monitor_, "Send an event to central monitoring");
     tokenOptions_.declare(command, "monitor-token", "STOWLINE_MONITOR_TOKEN");
@@ -325,6 +332,7 @@ void ReportFlags::keep(ReportKind kind, const std::optional<Error>& why,
     Dictionary entry{{"kind", kindName},
                      {"to", email_},
                      {"from", from_.empty() ? email_ : from_},
+                     {"plain", isPlain_ ? "1" : ""},
                      {"figures", figures.dictionary()}};
     const auto bytes = platform::writeBinaryPropertyList(entry);
     const std::string name = fmt::format(
@@ -341,13 +349,13 @@ void ReportFlags::keep(ReportKind kind, const std::optional<Error>& why,
                : fmt::format("The {} could neither be sent nor kept{}.", kindName, reason));
 }
 
-Sending ReportFlags::send(ReportKind kind, const std::string& to, const std::string& from,
-                          const Session& session, const RunFigures& figures) const
+Sending ReportFlags::send(ReportKind kind, const Mailing& mailing, const Session& session,
+                          const RunFigures& figures) const
 {
     if (kind == ReportKind::summary)
         return sendSummary(session.username, session.password, figures);
     if (kind == ReportKind::email)
-        return sendReportEmail(to, from, figures);
+        return sendReportEmail(mailing.to, mailing.from, figures, mailing.isPlain);
     if (token_.empty())
         return {};
     if (kind == ReportKind::selfTestEvent)
@@ -378,11 +386,16 @@ void ReportFlags::sendKept(const Session& session) const
         const auto kind = entry ? kindNamed(platform::findText(*entry, "kind")) : std::nullopt;
         if (figures && !kind)
             continue; // a later version's, which can send it
-        if (figures && !send(*kind, platform::findText(*entry, "to"),
-                             platform::findText(*entry, "from"), session, *figures)
-                            .isDone)
+        if (!figures || !kind) {
+            fs::remove(file, fault); // of no use to anybody
             continue;
-        fs::remove(file, fault); // sent, or of no use to anybody
+        }
+        const Mailing mailing{.to = platform::findText(*entry, "to"),
+                              .from = platform::findText(*entry, "from"),
+                              .isPlain = !platform::findText(*entry, "plain").empty()};
+        if (!send(*kind, mailing, session, *figures).isDone)
+            continue;
+        fs::remove(file, fault);
     }
 }
 
@@ -396,8 +409,9 @@ void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& 
         if (!isWanted)
             return;
         const Sending sending =
-            session ? send(kind, email_, from_.empty() ? email_ : from_, *session, figures)
-                    : Sending();
+            session
+                ? send(kind, {email_, from_.empty() ? email_ : from_, isPlain_}, *session, figures)
+                : Sending();
         if (!sending.isDone)
             keep(kind, sending.failure, figures);
     };

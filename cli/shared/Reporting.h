@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace stowline::cli {
 
@@ -24,12 +25,23 @@ struct Sending {
 [[nodiscard]] Sending sendEmail(const std::string& to, const std::string& from,
                                 const std::string& subject, const std::string& body, bool isHtml);
 [[nodiscard]] Sending sendReportEmail(const std::string& to, const std::string& from,
-                                      const RunFigures& figures);
+                                      const RunFigures& figures, bool isPlain);
 [[nodiscard]] Sending sendEvent(const std::string& token, const std::string& event,
                                 const RunFigures& figures);
 /// Events of what followed the backup, with figures of their own (docs/reports.md).
 [[nodiscard]] Sending sendSelfTestEvent(const std::string& token, const RunFigures& figures);
 [[nodiscard]] Sending sendForgettingEvent(const std::string& token, const RunFigures& figures);
+
+/// What is not well of all that a report tells of, in a few words; empty when all is.
+[[nodiscard]] std::string reportTrouble(const RunFigures& figures);
+
+/// The same as the beginning of a sentence, with what keeps runs from being forgotten; says so when
+/// all is well.
+[[nodiscard]] std::string reportHeadline(const RunFigures& figures);
+
+/// "?" in the place of each byte that is not of UTF-8: a path may be of any bytes, and a report
+/// that holds them cannot be sent.
+[[nodiscard]] std::string asUtf8(std::string_view text);
 
 /// The subject of the report's e-mail; it says when the run was not a good one.
 [[nodiscard]] std::string reportSubject(const RunFigures& figures);
@@ -58,14 +70,20 @@ public:
     void tell(const std::optional<Session>& session, const RunFigures& figures) const;
 
 private:
+    struct Mailing {
+        std::string to;
+        std::string from;
+        bool isPlain = false; ///< text alone
+    };
     void sendKept(const Session& session) const;
-    [[nodiscard]] Sending send(ReportKind kind, const std::string& to, const std::string& from,
-                               const Session& session, const RunFigures& figures) const;
+    [[nodiscard]] Sending send(ReportKind kind, const Mailing& mailing, const Session& session,
+                               const RunFigures& figures) const;
     void keep(ReportKind kind, const std::optional<Error>& why, const RunFigures& figures) const;
     [[nodiscard]] static std::optional<std::filesystem::path> outbox();
 
     bool report_ = false;
     bool monitor_ = false;
+    bool isPlain_ = false;
     std::string email_;
     std::string from_;
     SecretOptions tokenOptions_;

@@ -252,6 +252,41 @@ TEST(Email, IsSavedToNothingButAFile)
     EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
 }
 
+TEST(Email, HasATextPartOrIsText)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    ASSERT_EQ(account.backup({"/nonexistent/<x>", "--email", "a@b.c", "--email-plain"}).status, 3);
+    ASSERT_EQ(mails(account).size(), 1U);
+    const std::string sent = platform::readFile(mails(account)[0]).value_or("");
+    EXPECT_NE(sent.find("\r\nContent-Type: text/plain; "), std::string::npos) << sent;
+    EXPECT_NE(sent.find(": 1 item could not be backed up\r\n"), std::string::npos) << sent;
+    EXPECT_EQ(account.run({"email", "a@b.c", "--plain"}).status, 0);
+    EXPECT_EQ(mails(account).size(), 2U);
+    for (const auto& mail : mails(account))
+        EXPECT_EQ(platform::readFile(mail)->find("text/html"), std::string::npos);
+    const auto folder = account.command.home().path();
+    ASSERT_EQ(account.run({"email", "--save", folder / "report.txt"}).status, 0);
+    const std::string text = platform::readFile(folder / "report.txt").value_or("");
+    EXPECT_NE(text.find("\n1 item could not be backed up.\n- There is nothing at /nonexistent/<x>.\n"), std::string::npos)
+        << text;
+    ASSERT_EQ(account.run({"email", "ann@b.c", "--save", folder / "report.eml"}).status, 0);
+    // By a mail program's own reading of it.
+    const auto parts = test::runProgram(
+        {{"/usr/bin/python3", "-c",
+          "import email, email.policy, sys\n"
+          "m = email.message_from_binary_file(open(sys.argv[1], 'rb'), "
+          "policy=email.policy.default)\n"
+          "print(m['subject'].rpartition(': ')[2], '|', m['to'], '|', m.defects)\n"
+          "print(m.get_content_type(), [part.get_content_type() for part in m.iter_parts()])\n"
+          "print(m.get_body(('plain',)).get_content() == open(sys.argv[2]).read())\n"
+          "print('class=\"bad\"' in m.get_body(('html',)).get_content())\n",
+          folder / "report.eml", folder / "report.txt"}});
+    EXPECT_EQ(parts.output, "1 item could not be backed up | ann@b.c | []\n"
+                            "multipart/alternative ['text/plain', 'text/html']\nTrue\nTrue\n")
+        << parts.errors;
+}
+
 TEST(BackupReports, TellWhoseRunTheyAreOf)
 {
     const BackedUp account;
