@@ -5,9 +5,10 @@ find_package(Threads REQUIRED)
 
 # What scripts/setup and scripts/bench install. A library that neither lists would be missed on the next
 # machine.
-file(STRINGS "${PROJECT_SOURCE_DIR}/packaging/apt-packages.txt" STOWLINE_LISTED_PACKAGES)
-file(STRINGS "${PROJECT_SOURCE_DIR}/packaging/bench-packages.txt" peers)
-list(APPEND STOWLINE_LISTED_PACKAGES ${peers})
+foreach(purpose build apt bench)
+  file(STRINGS "${PROJECT_SOURCE_DIR}/packaging/${purpose}-packages.txt" listed)
+  list(APPEND STOWLINE_LISTED_PACKAGES ${listed})
+endforeach()
 function(stowline_listed package)
   if(NOT package IN_LIST STOWLINE_LISTED_PACKAGES)
     message(FATAL_ERROR "No list in packaging/ names ${package}.")
@@ -26,7 +27,7 @@ macro(stowline_require target module package)
   pkg_check_modules(${target} QUIET IMPORTED_TARGET GLOBAL ${module})
   if(NOT ${target}_FOUND)
     message(FATAL_ERROR "${module} is missing. Install the package ${package} "
-                        "(scripts/setup installs everything in packaging/apt-packages.txt).")
+                        "(scripts/setup installs everything that is needed).")
   endif()
   if("${ARGN}" STREQUAL "LIBRARY")
     list(APPEND STOWLINE_LIBRARY_TARGETS PkgConfig::${target})
@@ -65,7 +66,7 @@ foreach(pair CLI11_INCLUDE:libcli11-dev JSON_INCLUDE:nlohmann-json3-dev TOML_INC
   stowline_listed(${package})
   if(NOT ${variable})
     message(FATAL_ERROR "A header or library is missing. Install the package ${package} "
-                        "(scripts/setup installs everything in packaging/apt-packages.txt).")
+                        "(scripts/setup installs everything that is needed).")
   endif()
 endforeach()
 add_library(SQLiteCpp::SQLiteCpp INTERFACE IMPORTED)

@@ -31,14 +31,19 @@ as_root() {
     fi
 }
 
-# Installs the packages of a list that are missing.
+# What each purpose needs: to build and run; the demo; everything else that tests and checks use.
+build_packages=packaging/build-packages.txt
+demo_packages=packaging/demo-packages.txt
+all_packages=("$build_packages" "$demo_packages" packaging/apt-packages.txt)
+
+# Installs the packages of some lists that are missing.
 install_packages() {
-    local list=$1 package missing=()
+    local package missing=()
     while read -r package; do
         [ -n "$package" ] || continue
         dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null | grep -qx installed ||
             missing+=("$package")
-    done <"$list"
+    done < <(cat "$@")
     [ ${#missing[@]} -gt 0 ] || return 0
     say "installing ${#missing[@]} packages: ${missing[*]}"
     logged apt-update "The package lists cannot be fetched." as_root apt-get update
