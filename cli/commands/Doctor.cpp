@@ -13,7 +13,9 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
+#include "stowline/platform/values/PropertyList.h"
 #include "stowline/service/Diagnosis.h"
+#include "stowline/service/FailureWatch.h"
 #include "stowline/service/SettingsCheck.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/service/WebServicesSettings.h"
@@ -22,7 +24,9 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 namespace stowline::cli {
 
@@ -156,31 +160,77 @@ Finding checkLastRun(const DoctorOptions& options)
     return {kLastRun, true, text};
 }
 
-/// Absent when no password is given: it is not asked for.
-std::optional<Finding> checkAccount(const DoctorOptions& options)
+/// Whether the account's backup server is there and says where uploads go. Sends no file.
+Finding checkUpload(const std::string& username, const std::string& server)
 {
-    if (options.username.empty())
-        return std::nullopt;
-    const auto password = options.password.readIfGiven();
-    if (!password)
-        return std::nullopt;
+    for (const std::string& address : serviceAddresses(server)) {
+        if (const Finding found = lookAtAddress(address); !found.isWell)
+            return {"upload", false, "The backup server " + server + ": " + found.text};
+    }
+    const FailureWatch watch; // the operation itself says nothing
+    if (!WebServiceBroker::getUploadServerPathForUsername(username, server, ""))
+        return {
+            "upload", false,
+            "The backup server " + server + " does not say where uploads go. " +
+                (watch.failure() ? failureSentence(*watch.failure()) : "Please try again later.")};
+    return {"upload", true, server + " says where uploads go"};
+}
+
+/// Whether leave to read what is stored is given. Reads none of it.
+Finding checkRestoring(const std::string& username, const std::string& password,
+                       const std::string& server)
+{
+    if (!WebServiceBroker::isRestoringConfigured())
+        return {"restoring", true,
+                "not configured: nothing that is stored can be read back with these settings"};
     std::optional<Error> error;
-    const auto answer =
-        WebServiceBroker::authenticateForUsername(options.username, *password, &error);
+    if (!WebServiceBroker::restoreTicketForUsername(username, password, server, &error))
+        return {"restoring", false,
+                "The service gives no leave to read what is stored. " +
+                    (error ? failureSentence(*error) : "Please try again later.")};
+    return {"restoring", true, "the service gives leave to read what is stored"};
+}
+
+Finding checkSignIn(const std::string& username, const std::string& password,
+                    std::optional<Dictionary>& answer)
+{
+    std::optional<Error> error;
+    answer = WebServiceBroker::authenticateForUsername(username, password, &error);
     if (!answer)
-        return Finding{"account", false,
-                       error ? failureSentence(*error)
-                             : "The sign-in brought no answer. Please try again later."};
+        return {"account", false,
+                error ? failureSentence(*error)
+                      : "The sign-in brought no answer. Please try again later."};
     const auto isSignedIn = saysSignedIn(*answer);
     if (!isSignedIn)
-        return Finding{
-            "account", false,
-            "The answer to the sign-in does not say whether the user is signed in. Please "
-            "check the address: another service may be there."};
+        return {"account", false,
+                "The answer to the sign-in does not say whether the user is signed in. Please "
+                "check the address: another service may be there."};
     if (!*isSignedIn)
-        return Finding{"account", false,
-                       "The service refused the sign-in. Please check user name and password."};
-    return Finding{"account", true, options.username + " can sign in"};
+        return {"account", false,
+                "The service refused the sign-in. Please check user name and password."};
+    return {"account", true, username + " can sign in"};
+}
+
+/// What only an account can see. Nothing when no password is given: it is not asked for.
+std::vector<Finding> checkAccount(const DoctorOptions& options)
+{
+    const auto password = options.username.empty() ? std::nullopt : options.password.readIfGiven();
+    if (!password)
+        return {};
+    std::optional<Dictionary> answer;
+    std::vector<Finding> findings{checkSignIn(options.username, *password, answer)};
+    if (!findings.front().isWell)
+        return findings;
+    const std::string server = platform::findText(*answer, "backupServerName");
+    if (server.empty()) {
+        findings.push_back({"upload", false,
+                            "The answer to the sign-in names no backup server. Please ask the "
+                            "provider."});
+        return findings;
+    }
+    findings.push_back(checkUpload(options.username, server));
+    findings.push_back(checkRestoring(options.username, *password, server));
+    return findings;
 }
 
 std::vector<Finding> examine(const DoctorOptions& options)
@@ -206,8 +256,7 @@ std::vector<Finding> examine(const DoctorOptions& options)
     findings.push_back(checkDisk(platform::stateFolder()));
     findings.push_back(checkSchedule(options.profile));
     findings.push_back(checkLastRun(options));
-    if (auto account = checkAccount(options))
-        findings.push_back(std::move(*account));
+    std::ranges::move(checkAccount(options), std::back_inserter(findings));
     return findings;
 }
 
@@ -240,8 +289,8 @@ void declareDoctor(const Command& app)
     auto options = std::make_shared<DoctorOptions>();
     const Command command =
         app.addCommand("doctor", "Check settings, helper, network, certificates, clock, folders, "
-                                 "disk, schedule, the last run, and the account when a password is "
-                                 "given");
+                                 "disk, schedule, the last run, and, when a password is given, "
+                                 "the account and the ways to store and to restore");
     command.addOption("--server", options->server,
                       "Look at this backup server too, which \"signin\" tells");
     command.addOption("--profile", options->profile, "Whose schedule and runs are looked at")

@@ -272,6 +272,33 @@ TEST_F(CommandWithService, DoctorLooksAtTheAccountAndTheLastRun)
     EXPECT_EQ(stowline_(Words{"doctor", "--alert-after", "3"}, ann).status, 9);
 }
 
+TEST(Doctor, TriesTheWaysToStoreAndToRestore)
+{
+    const test::DevServerProcess server(
+        {"--fault", "GetPhyPath:3:fault", "--fault", "GetRestoreTicket:2:fault"});
+    const Command stowline(server.bundle());
+    const Environment ann{{"STOWLINE_USERNAME", "ann"}, {"STOWLINE_PASSWORD", "pw"}};
+    ASSERT_EQ(stowline(Words{"signup", "--email", "a@b.c"}, ann).status, 0);
+    const auto well = stowline(Words{"doctor"}, ann);
+    EXPECT_EQ(well.status, 0) << well.output;
+    EXPECT_NE(well.output.find("ok    upload"), std::string::npos) << well.output;
+    EXPECT_NE(well.output.find("ok    restoring"), std::string::npos) << well.output;
+    const auto restoring = stowline(Words{"doctor"}, ann);
+    EXPECT_EQ(restoring.status, 1);
+    EXPECT_NE(restoring.output.find("ok    upload"), std::string::npos) << restoring.output;
+    EXPECT_NE(restoring.output.find("FAULT restoring     The service gives no leave to read what "
+                                    "is stored. "),
+              std::string::npos)
+        << restoring.output;
+    const auto upload = stowline(Words{"doctor"}, ann);
+    EXPECT_EQ(upload.status, 1);
+    EXPECT_NE(upload.output.find("does not say where uploads go. "), std::string::npos)
+        << upload.output;
+    EXPECT_NE(upload.output.find("ok    restoring"), std::string::npos) << upload.output;
+    // Nothing of it without a password.
+    EXPECT_EQ(stowline(Words{"doctor"}).output.find("restoring"), std::string::npos);
+}
+
 TEST(DevServerLog, TellsOfCallsWithoutTheirSecrets)
 {
     const test::TemporaryFolder logs;
