@@ -69,10 +69,12 @@ std::optional<Error> awaitOpening(ReadStream& stream, const Patience& patience)
     }
 }
 
-/// Reads to the end of the body. @return what went wrong
+/// Reads to the end of the body. Where the stream opens once more on the way, because it was sent
+/// elsewhere, that opening is bound as a whole too. @return what went wrong
 std::optional<Error> readBody(ReadStream& stream, Patience& patience, Data& body)
 {
     std::array<char, kPieceBytes> piece; // NOLINT: filled by read
+    bool wasOpening = false;
     for (;;) {
         const auto status = stream.status();
         if (status == ReadStream::Status::atEnd)
@@ -90,8 +92,11 @@ std::optional<Error> readBody(ReadStream& stream, Patience& patience, Data& body
         const milliseconds left = patience.left();
         if (left.count() == 0)
             return failure(kTimeoutMessage, FailureKind::timeOut);
-        if (stream.await(left))
+        const bool moved = stream.await(left);
+        const bool isOpening = stream.status() == ReadStream::Status::opening;
+        if (moved && !(wasOpening && isOpening))
             patience.restart();
+        wasOpening = isOpening;
     }
 }
 

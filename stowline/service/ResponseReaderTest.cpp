@@ -122,6 +122,24 @@ TEST(ResponseReader, OpeningAsAWholeIsBoundByTheTimeout)
     EXPECT_EQ(outcome.took, 500ms);
 }
 
+TEST(ResponseReader, AnotherOpeningIsBoundAsAWholeToo)
+{
+    // The answer was a redirect: another connection is made, over which something moves.
+    ScriptedStream stream({{300ms, Status::open},
+                           {300ms, Status::opening},
+                           {300ms, Status::opening},
+                           {300ms, Status::opening}});
+    const Outcome cut = reading(stream, 0.5);
+    EXPECT_EQ(cut.message(), "Request timeout");
+    EXPECT_EQ(cut.took, 1100ms); // the patience begins again with the opening
+    ScriptedStream quick({{300ms, Status::open},
+                          {400ms, Status::opening},
+                          {400ms, Status::open},
+                          {400ms, Status::open, "abc"},
+                          {400ms, Status::atEnd}});
+    EXPECT_TRUE(reading(quick, 0.5).body);
+}
+
 TEST(ResponseReader, WhileReadingOnlySilenceIsBound)
 {
     std::vector<Happening> script{{400ms, Status::open}};

@@ -291,6 +291,7 @@ private:
         easy_.reset(curl_easy_init());
         outcome_ = {};
         raw_.clear();
+        connected_ = false;
         limitReached_ = false;
         isBeingAnswered_ = false;
         isAnswerRefused_ = false;

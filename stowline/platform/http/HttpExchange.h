@@ -112,7 +112,8 @@ public:
     /// @return whether anything moved.
     bool waitForEvent(std::chrono::milliseconds atMost);
 
-    /// Whether a connection has been made, TLS included; whether the exchange has ended.
+    /// Whether a connection has been made, TLS included, for where the request goes now: after a
+    /// redirect or a second try it is made anew; whether the exchange has ended.
     [[nodiscard]] bool isConnected() const;
     [[nodiscard]] bool hasEnded() const;
 

@@ -22,7 +22,8 @@ public:
     ReadStream& operator=(const ReadStream&) = delete;
     virtual ~ReadStream() = default; ///< closes it
 
-    /// Begins to open it; status() tells how that goes.
+    /// Begins to open it; status() tells how that goes. An open one can be opening again while no
+    /// byte of the body has come: a redirect is followed, or the request sent once more.
     virtual void open() = 0;
     [[nodiscard]] virtual Status status() = 0;
 
