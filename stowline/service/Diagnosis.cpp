@@ -1,6 +1,5 @@
 #include "stowline/service/Diagnosis.h"
 
-#include "stowline/net/Reachability.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/http/HttpExchange.h"
 #include "stowline/platform/http/HttpMessage.h"
@@ -13,6 +12,7 @@
 #include "stowline/platform/time/Date.h"
 #include "stowline/platform/time/DateText.h"
 #include "stowline/service/FailureSentence.h"
+#include "stowline/service/WayToHost.h"
 #include "stowline/service/WebServicesSettings.h"
 
 #include <algorithm>
@@ -56,6 +56,18 @@ template <class Taker> void forEachEntry(const char* tableName, const Taker& tak
         if (const std::string* url = fields ? platform::findString(*fields, "URL") : nullptr)
             taker(name, *fields, *url);
     }
+}
+
+/// The way of the first call that goes over no proxy; of any when all go over one.
+WayToHost wayOfCalls()
+{
+    WayToHost way;
+    for (const std::string& address : serviceAddresses({})) {
+        way = wayToHost(platform::addressForCalls(address));
+        if (!way.isProxy)
+            return way;
+    }
+    return way.isProxy ? way : wayToHost({});
 }
 
 /// The status of the answer to a body of one byte; absent when there is none.
@@ -158,16 +170,18 @@ Finding lookAtNetwork()
     if (!host)
         return unwell("network", FailureKind::invalidSettings,
                       "The settings name no ReachabilityHost.");
-    const bool isReachable = Reachability::isHostReachable(host);
-    if (!isReachable && host->ends_with(kExample))
+    const WayToHost way = wayOfCalls();
+    if (way.isReachable && way.isProxy)
+        return {"network", true, "There is a route to the proxy " + way.host};
+    if (way.isReachable)
+        return {"network", true, "There is a route to " + way.host};
+    if (host->ends_with(kExample))
         return unwell("network", FailureKind::hostUnreachable,
                       "The settings in use name no service: " + *host +
                           " is an example. Please run \"stowline connect ADDRESS\" with the "
                           "address of yours.");
-    if (!isReachable)
-        return unwell("network", FailureKind::hostUnreachable,
-                      sentenceFor(FailureKind::hostUnreachable, *host));
-    return {"network", true, "There is a route to " + *host};
+    return unwell("network", FailureKind::hostUnreachable,
+                  sentenceFor(FailureKind::hostUnreachable, *host));
 }
 
 std::vector<std::string> serviceAddresses(const std::string& server)

@@ -23,7 +23,8 @@ struct Finding {
 /// Whether the helper program can be run. Runs it.
 [[nodiscard]] Finding lookAtHelper();
 
-/// Whether there is a way to the reachability host of the settings.
+/// Whether there is a way to the reachability host of the settings, or to the proxies where they
+/// carry all calls.
 [[nodiscard]] Finding lookAtNetwork();
 
 /// The addresses of all web methods, web requests and templates of the settings, as calls use them,

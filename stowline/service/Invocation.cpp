@@ -55,19 +55,29 @@ std::optional<std::string> unsendableValue(const std::optional<SubstitutionMap>&
     return std::nullopt;
 }
 
-WebServiceCallRequest requestFor(std::string_view name, const Dictionary& methodInfo,
-                                 const std::optional<SubstitutionMap>& headerSubstitutions,
-                                 const std::optional<SubstitutionMap>& paramSubstitutions,
-                                 std::initializer_list<platform::FormatArgument> urlSubstitutions)
+/// One call of a web method.
+struct Call {
+    std::string_view name;
+    const std::optional<SubstitutionMap>& headerSubstitutions;
+    const std::optional<SubstitutionMap>& paramSubstitutions;
+    std::initializer_list<platform::FormatArgument> urlSubstitutions;
+};
+
+std::string urlOf(const Call& call, const Dictionary& methodInfo)
 {
-    const std::span arguments(urlSubstitutions.begin(), urlSubstitutions.size());
-    std::string url = filledUrl(methodInfo, arguments);
+    return filledUrl(methodInfo,
+                     std::span(call.urlSubstitutions.begin(), call.urlSubstitutions.size()));
+}
+
+WebServiceCallRequest requestFor(const Call& call, const Dictionary& methodInfo)
+{
+    std::string url = urlOf(call, methodInfo);
     std::string proxy = platform::systemProxyFor(url);
     return {.url = std::move(url),
             .methodInfo = methodInfo,
-            .methodName = std::string(name),
-            .soapParamSubstitutions = paramSubstitutions,
-            .soapHeaderSubstitutions = headerSubstitutions,
+            .methodName = std::string(call.name),
+            .soapParamSubstitutions = call.paramSubstitutions,
+            .soapHeaderSubstitutions = call.headerSubstitutions,
             .proxy = proxy.empty() ? std::nullopt : std::optional(std::move(proxy))};
 }
 
@@ -137,18 +147,12 @@ void tellHelpersFailure(const Operation& operation, const HelperFailure& failure
     operation.fail(failure.error);
 }
 
-/// One call of a web method.
-struct Call {
-    std::string_view name;
-    const std::optional<SubstitutionMap>& headerSubstitutions;
-    const std::optional<SubstitutionMap>& paramSubstitutions;
-    std::initializer_list<platform::FormatArgument> urlSubstitutions;
-};
-
 /// The method's entry of the settings when the call may be made; says why when it may not.
 std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Call& call)
 {
-    if (const auto obstacle = obstacleOnTheWay()) {
+    auto methodInfo = settingsTables::webMethod(call.name);
+    const std::string url = methodInfo ? urlOf(call, *methodInfo) : "";
+    if (const auto obstacle = obstacleOnTheWay(url)) {
         failBeforeSending(operation,
                           *obstacle == FailureKind::stopped
                               ? "The call was stopped."
@@ -156,7 +160,6 @@ std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Cal
                           *obstacle);
         return std::nullopt;
     }
-    auto methodInfo = settingsTables::webMethod(call.name);
     if (!methodInfo) {
         OPERATION_LOG_ERROR(operation,
                             "\nWebServiceBroker: the settings have no web service \"%@\". Please "
@@ -189,9 +192,7 @@ std::optional<Value> performed(const Operation& operation, const Call& call)
     const auto methodInfo = methodInfoToCall(operation, call);
     if (!methodInfo)
         return std::nullopt;
-    const auto received =
-        resultOfHelper(operation, requestFor(call.name, *methodInfo, call.headerSubstitutions,
-                                             call.paramSubstitutions, call.urlSubstitutions));
+    const auto received = resultOfHelper(operation, requestFor(call, *methodInfo));
     if (!received) {
         tellHelpersFailure(operation, received.error());
         return std::nullopt;

@@ -56,20 +56,20 @@ std::optional<std::string> answerTo(const Operation& operation, std::string_view
                                     const SubstitutionMap& params,
                                     std::span<const platform::FormatArgument> urlArguments)
 {
-    if (const auto obstacle = obstacleOnTheWay()) {
+    const auto entry = settingsTables::templateEntry(name);
+    const std::string url = entry ? filledUrl(*entry, urlArguments) : "";
+    if (const auto obstacle = obstacleOnTheWay(url)) {
         operation.failUntold(*obstacle, *obstacle == FailureKind::stopped
                                             ? "The request was stopped."
                                             : "The service is not reachable.");
         return std::nullopt;
     }
-    const auto entry = settingsTables::templateEntry(name);
     if (!entry) {
         consoleLog(formatText("Attemting to send request %@, but no template found", name));
         operation.failUntold(FailureKind::invalidSettings,
                              formatText("The settings have no template \"%@\".", name));
         return std::nullopt;
     }
-    const std::string url = filledUrl(*entry, urlArguments);
     const std::string* bodyTemplate = findString(*entry, templateKey::body);
     const std::string body = soap::expandTemplate(bodyTemplate ? *bodyTemplate : "", params, true);
     auto outcome = outcomeOf(requestFor(*entry, usableUrl(url), body));

@@ -427,7 +427,7 @@ public:
 
     /// Posts a body of the settings' "Templates", filled and with its values escaped as XML, and
     /// hands back the answer's text, whatever its status. At most 60 seconds. Nothing is sent when
-    /// the reachability host does not answer. Failures are told on the console log. Nothing is
+    /// there is no way to the service. Failures are told on the console log. Nothing is
     /// repeated here.
     /// @param anyString ignored; callers pass the empty string
     /// @param urlSubstitutions fill the "%@" of the entry's "URL", whose host is then looked up and
