@@ -146,6 +146,21 @@ ExitStatus noManager(const std::vector<std::string>& command)
             shellLine(command));
 }
 
+/// Undoes what came of an installation that failed: the earlier schedule comes back, or nothing
+/// stays. @return what is to be said of that; empty when there is nothing to say
+std::string undone(const platform::UserUnits& units,
+                   const std::optional<platform::UnitTexts>& earlier)
+{
+    if (!earlier)
+        return units.remove() ? ""
+                              : " Something of it is left; \"stowline schedule remove\" takes it "
+                                "away.";
+    if (units.write(*earlier) && units.enable())
+        return " The earlier schedule is in place again.";
+    return " The earlier schedule may not run any more: please look with \"stowline schedule "
+           "status\".";
+}
+
 ExitStatus install(const Options& options, const Surroundings& around)
 {
     const auto time = timeOfDay(options.daily);
@@ -184,16 +199,18 @@ ExitStatus install(const Options& options, const Surroundings& around)
                                                "command. Please move them away.");
     if (!UserUnits::isManagerThere())
         return noManager(command);
-    if (!units->write(*texts) || !units->enable()) {
-        const bool isGone = units->remove();
+    const auto earlier = units->texts();
+    if (!units->write(*texts))
+        return output().fail(ExitStatus::failed,
+                             timer->string() +
+                                 " or the service beside it cannot be written. The schedule was "
+                                 "not installed." +
+                                 undone(*units, earlier));
+    if (!units->enable())
         return output().fail(ExitStatus::failed,
                              fmt::format("The schedule was not installed: the service manager did "
                                          "not start {}.{}",
-                                         timer->filename().string(),
-                                         isGone ? ""
-                                                : " Something of it is left; \"stowline "
-                                                  "schedule remove\" takes it away."));
-    }
+                                         timer->filename().string(), undone(*units, earlier)));
     output().note(fmt::format("Backups run daily at {}. \"stowline schedule status\" tells of the "
                               "next and the last.",
                               options.daily));

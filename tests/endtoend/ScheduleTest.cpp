@@ -27,7 +27,9 @@ show)
 enable)
     mkdir -p "$units/timers.target.wants"
     ln -sf "$units/$2" "$units/timers.target.wants/$2" ;;
-restart) [ -e "$state/fails" ] && exit 1; touch "$state/active" ;;
+restart)
+    [ -e "$state/fails" ] && rm -f "$state/active" && grep -q -f "$state/fails" "$units/$2" && exit 1
+    touch "$state/active" ;;
 disable) rm -f "$units/timers.target.wants/$3" "$state/active" ;;
 esac
 )";
@@ -141,11 +143,53 @@ TEST_F(Schedule, IsNeverCalledInstalledWhereNoManagerAnswers)
     EXPECT_NE(result.errors.find("'--' '/home/ann/Documents'"), std::string::npos);
     EXPECT_EQ(files(), 0U);
     giveManager();
-    programs_.write("fails", "");
+    programs_.write("fails", "\n"); // whatever the unit says
     const auto refused = install(whole_);
     EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.errors.find("The schedule was not installed"), std::string::npos);
+    EXPECT_NE(refused.errors.find("The schedule was not installed: the service manager did not "
+                                  "start stowline-backup.timer."),
+              std::string::npos);
+    EXPECT_EQ(refused.errors.find("earlier"), std::string::npos) << refused.errors;
     EXPECT_EQ(files(), 0U);
+}
+
+TEST_F(Schedule, PutsAnEarlierOneBackWhereTheNewOneDoesNotStart)
+{
+    giveManager();
+    ASSERT_EQ(install(whole_).status, 0);
+    const std::string service = text("stowline-backup.service");
+    const std::string timer = text("stowline-backup.timer");
+    const Words other{"schedule", "install",         "--daily", "23:59", "-u",
+                      "ann",      "--password-file", "/p",      "/y"};
+    programs_.write("fails", "23:59\n"); // a time that the manager does not take
+    const auto refused = run(other);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.errors.find("did not start stowline-backup.timer. The earlier schedule is "
+                                  "in place again."),
+              std::string::npos)
+        << refused.errors;
+    EXPECT_EQ(text("stowline-backup.service"), service);
+    EXPECT_EQ(text("stowline-backup.timer"), timer);
+    EXPECT_EQ(run({"schedule", "status"}).status, 0);
+    programs_.write("fails", "\n"); // none at all any more
+    const auto lost = run(other);
+    EXPECT_EQ(lost.status, 1);
+    EXPECT_NE(lost.errors.find("The earlier schedule may not run any more"), std::string::npos)
+        << lost.errors;
+    EXPECT_EQ(text("stowline-backup.timer"), timer);
+}
+
+TEST_F(Schedule, SaysWhenTheUnitsCannotBeWritten)
+{
+    giveManager();
+    stowline_.home().write(".config/systemd", "no folder");
+    const auto result = install(whole_);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find(unit("stowline-backup.timer").string() +
+                                 " or the service beside it cannot be written."),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(result.errors.find("service manager"), std::string::npos) << result.errors;
 }
 
 TEST_F(Schedule, SaysWhenTheManagerDoesNotRunIt)

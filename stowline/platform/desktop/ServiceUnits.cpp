@@ -160,12 +160,7 @@ std::optional<fs::path> UserUnits::file(const std::string& kind) const
 
 bool UserUnits::areOurs() const
 {
-    for (const char* kind : kKinds) {
-        const auto place = file(kind);
-        if (!place || !isOurs(*place))
-            return false;
-    }
-    return true;
+    return texts().has_value();
 }
 
 bool UserUnits::isForeign() const
@@ -178,6 +173,17 @@ bool UserUnits::isForeign() const
             return true;
     }
     return false;
+}
+
+std::optional<UnitTexts> UserUnits::texts() const
+{
+    const auto service = file(".service");
+    const auto timer = file(".timer");
+    auto ofService = service ? readRegularFile(*service) : std::nullopt;
+    auto ofTimer = timer ? readRegularFile(*timer) : std::nullopt;
+    if (!ofService || !ofTimer || !ofService->starts_with(kMark) || !ofTimer->starts_with(kMark))
+        return std::nullopt;
+    return UnitTexts{std::move(*ofService), std::move(*ofTimer)};
 }
 
 bool UserUnits::write(const UnitTexts& texts) const

@@ -62,6 +62,8 @@ public:
     /// Whether a file is there that write() did not write.
     [[nodiscard]] bool isForeign() const;
 
+    /// What the files hold. @return absent unless both are there and were written by write()
+    [[nodiscard]] std::optional<UnitTexts> texts() const;
     /// Writes both files, over earlier ones of ours. @return false when either cannot be written
     [[nodiscard]] bool write(const UnitTexts& texts) const;
     /// Has the service manager read the files and start the timer, now and at each start of the
