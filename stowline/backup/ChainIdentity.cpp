@@ -1,5 +1,5 @@
 #include "stowline/backup/Account.h"
-#include "stowline/platform/files/TargetFolder.h"
+#include "stowline/platform/files/AccountNames.h"
 #include "stowline/util/General.h"
 
 namespace stowline::backup {

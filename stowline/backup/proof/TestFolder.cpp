@@ -1,6 +1,7 @@
 #include "stowline/backup/proof/TestFolder.h"
 
 #include "stowline/platform/desktop/MachineIdentity.h"
+#include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/TargetFolder.h"

@@ -1,6 +1,7 @@
 #include "stowline/backup/restore/FilePlacer.h"
 
 #include "stowline/platform/desktop/Sha256.h"
+#include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/DescriptorLimit.h"
 
 #include <algorithm>

@@ -1,5 +1,7 @@
 #include "stowline/backup/restore/Metadata.h"
 
+#include "stowline/platform/files/AccountNames.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>

@@ -1,5 +1,6 @@
 #include "stowline/backup/restore/TreePlacer.h"
 
+#include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/DescriptorLimit.h"
 
 #include <algorithm>

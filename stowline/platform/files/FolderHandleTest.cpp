@@ -1,6 +1,5 @@
 #include "stowline/platform/files/FolderHandle.h"
 
-#include "stowline/platform/files/AccountNames.h"
 #include "tests/support/MountNamespace.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -202,15 +201,6 @@ TEST_F(FolderHandleTest, MayBeEnteredWithoutBeingRead)
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-}
-
-TEST(AccountNames, AreThoseOfTheUserDatabase)
-{
-    AccountNames names;
-    EXPECT_EQ(names.userName(0), "root");
-    EXPECT_EQ(names.groupName(0), "root");
-    EXPECT_EQ(names.userName(4'000'000'000U), "");
-    EXPECT_EQ(names.groupName(4'000'000'000U), "");
 }
 
 } // namespace

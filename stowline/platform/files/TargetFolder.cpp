@@ -6,10 +6,8 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <fstream>
-#include <grp.h>
 #include <linux/capability.h>
 #include <linux/openat2.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -436,38 +434,6 @@ bool mayMakeDevices()
     std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> rights{};
     return syscall(SYS_capget, &head, rights.data()) == 0 &&
            (rights[CAP_TO_INDEX(CAP_MKNOD)].effective & CAP_TO_MASK(CAP_MKNOD)) != 0;
-}
-
-std::uint32_t ownUserNumber()
-{
-    return geteuid();
-}
-
-std::optional<std::string> userName(std::uint32_t number)
-{
-    std::string room(65536, '\0');
-    passwd entry{};
-    passwd* found = nullptr;
-    (void)getpwuid_r(number, &entry, room.data(), room.size(), &found);
-    return found == nullptr ? std::nullopt : std::optional<std::string>(entry.pw_name);
-}
-
-std::optional<std::uint32_t> userNumber(const std::string& name)
-{
-    std::string room(65536, '\0');
-    passwd entry{};
-    passwd* found = nullptr;
-    (void)getpwnam_r(name.c_str(), &entry, room.data(), room.size(), &found);
-    return found == nullptr ? std::nullopt : std::optional<std::uint32_t>(entry.pw_uid);
-}
-
-std::optional<std::uint32_t> groupNumber(const std::string& name)
-{
-    std::string room(65536, '\0');
-    group entry{};
-    group* found = nullptr;
-    (void)getgrnam_r(name.c_str(), &entry, room.data(), room.size(), &found);
-    return found == nullptr ? std::nullopt : std::optional<std::uint32_t>(entry.gr_gid);
 }
 
 std::string systemErrorText(int error)

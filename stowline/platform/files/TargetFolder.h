@@ -110,19 +110,9 @@ private:
     FileDescriptor folder_;
 };
 
-/// The user that this process acts as.
-[[nodiscard]] std::uint32_t ownUserNumber();
-
 /// Whether this process has the right to make devices. Where it has not the right of the whole
 /// system, as in a container, making one may fail all the same.
 [[nodiscard]] bool mayMakeDevices();
-
-/// The name of a user's number; absent when it has none.
-[[nodiscard]] std::optional<std::string> userName(std::uint32_t number);
-
-/// Numbers of a user and of a group on this machine; absent when it has none of that name.
-[[nodiscard]] std::optional<std::uint32_t> userNumber(const std::string& name);
-[[nodiscard]] std::optional<std::uint32_t> groupNumber(const std::string& name);
 
 /// The system's words for an error number.
 [[nodiscard]] std::string systemErrorText(int error);
