@@ -12,18 +12,20 @@ import sys
 import time
 
 PROMPT = "ann@home:~$ "
+HOME = "/home/ann"
 PASSWORD = "a password of ann's"
 AT_PROMPT = re.escape(PROMPT) + "$"
 ASKED = r"(assword|gain)[^\n]*: $"
 LONGEST = 3600  # seconds for one command
+WIDTH = 130
 SHOWN = 24  # lines of one command's output at most
 
 
 def commands(readme: str) -> list[str]:
-    """What the section on one's own folder says to type: left of two blanks or more."""
+    """What the section on one's own folder says to type first: left of two blanks or more."""
     section = readme.split("\n## Your own folder\n")[1].split("\n## ")[0]
-    lines = [line[4:] for line in section.splitlines() if line.startswith("    ")]
-    return [re.split(r" {2,}", line)[0] for line in lines]
+    block = re.search(r"(?:^    .*\n)+", section, re.MULTILINE)[0]
+    return [re.split(r" {2,}", line[4:])[0] for line in block.splitlines()]
 
 
 class Shell:
@@ -33,9 +35,9 @@ class Shell:
         process, self.terminal = pty.fork()
         if process == 0:
             os.chroot(root)
-            os.chdir("/root")
+            os.chdir(HOME)
             os.execve("/bin/bash", ["bash", "--norc", "-i"], {
-                "HOME": "/root", "PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "TERM": "dumb", "PS1": PROMPT,
+                "HOME": HOME, "PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "TERM": "dumb", "PS1": PROMPT,
                 "LC_ALL": "C.UTF-8", "COLUMNS": "100"})
         self.read_until(AT_PROMPT)
 
@@ -70,7 +72,10 @@ def plain(seen: str) -> list[str]:
     """As it stands on the screen in the end: what a line was drawn over with."""
     lines = []
     for line in re.sub(r"\x1b\[[0-9;?]*[A-Za-z]", "", seen.replace("\r\n", "\n")).split("\n"):
-        lines.append(line.rsplit("\r", 1)[-1].rstrip())
+        shown = line.rsplit("\r", 1)[-1].rstrip()
+        if shown.startswith(PROMPT + "listening "):  # it comes while the prompt stands there already
+            shown = shown.removeprefix(PROMPT)
+        lines.append(shown if len(shown) <= WIDTH else shown[:WIDTH - 1] + "…")
     return [line for line in lines if line]
 
 

@@ -4,6 +4,7 @@
 #include "stowline/call/ResultMaking.h"
 #include "stowline/call/WebServiceCallRequest.h"
 #include "stowline/call/WireNames.h"
+#include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/GzipStream.h"
 #include "stowline/platform/processes/BuildIdentity.h"
 #include "stowline/platform/text/Text.h"
@@ -12,10 +13,13 @@
 #include "tests/support/RawServer.h"
 #include "tests/support/SoapAnswers.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestPaths.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <regex>
+#include <set>
 #include <thread>
 
 namespace stowline::tool {
@@ -425,6 +429,23 @@ TEST(WebServiceCaller, ExitStatusesAreEightBits)
     EXPECT_EQ(runTool({"***"}).status, 254);
     EXPECT_EQ(runTool({Base64::base64EncodingWithLineLength(archive(Array{}).value(), 0)}).status,
               253);
+}
+
+TEST(WebServiceCaller, ItsManualPageHasEveryExitStatus)
+{
+    const std::string page =
+        platform::readFile(test::sourceFile("docs/man/WebServiceCaller.1")).value_or("");
+    std::set<int> told;
+    const std::regex row("\n(\\d+)\\|");
+    for (std::sregex_iterator found(page.begin(), page.end(), row), end; found != end; ++found)
+        told.insert(std::stoi((*found)[1]));
+    std::set<int> known;
+    for (const CallStatus status :
+         {CallStatus::done, CallStatus::wrongArgumentCount, CallStatus::argumentUndecodable,
+          CallStatus::requestNoDictionary, CallStatus::noResult, CallStatus::archiveEmpty,
+          CallStatus::outputIncomplete})
+        known.insert(static_cast<int>(status) & 0xff);
+    EXPECT_EQ(told, known);
 }
 
 TEST(WebServiceCaller, WritesNothingOnFailureAndNothingOnStandardErrorEver)

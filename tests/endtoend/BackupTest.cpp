@@ -350,6 +350,22 @@ TEST(Backup, TheJournalIsForNobodyElse)
     }
 }
 
+TEST(Backup, NeedsNoHomeInItsEnvironment)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    auto run = account.backupRun();
+    const auto home = account.command.home().path();
+    run.environment["XDG_CONFIG_HOME"] = home / "configuration";
+    run.environment["XDG_STATE_HOME"] = home / "state";
+    // As a service manager may start it; the account of the system still has a home folder.
+    run.words.insert(run.words.begin(), {"/usr/bin/env", "-u", "HOME"});
+    const auto result = test::runProgram(run);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.stored(), (Files{{"a", "1"}}));
+    EXPECT_TRUE(std::filesystem::exists(home / "state/stowline"));
+}
+
 TEST(Backup, TellsAPersonHowFarItIs)
 {
     const BackedUp account;
