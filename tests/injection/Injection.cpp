@@ -179,6 +179,9 @@ STOWLINE_FALLIBLE(timerfd_create, int, -1, EMFILE, (clockid_t clock, int flags) 
                   (clock, flags))
 STOWLINE_FALLIBLE(fork, pid_t, -1, EAGAIN, () noexcept, ())
 STOWLINE_FALLIBLE(dup2, int, -1, EBADF, (int file, int place) noexcept, (file, place))
+STOWLINE_FALLIBLE(close_range, int, -1, ENOSYS, (unsigned first, unsigned last, int flags) noexcept,
+                  (first, last, flags))
+STOWLINE_FALLIBLE(shutdown, int, -1, ENOTCONN, (int socket, int how) noexcept, (socket, how))
 STOWLINE_FALLIBLE(pipe2, int, -1, EMFILE, (int* ends, int flags) noexcept, (ends, flags))
 STOWLINE_FALLIBLE(pthread_create, int, EAGAIN, EAGAIN,
                   (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*),
@@ -264,7 +267,7 @@ extern "C" int openat(int folder, const char* path, int flags, ...)
     return next(folder, path, flags, mode);
 }
 
-/// The one of the system's calls without a function of its own that is made here.
+/// Those of the system's calls without a function of their own that are made here.
 extern "C" long syscall(long number, ...) noexcept
 {
     static const auto next = real(&syscall, "syscall");
@@ -274,8 +277,13 @@ extern "C" long syscall(long number, ...) noexcept
     for (long& argument : given)
         argument = va_arg(arguments, long);
     va_end(arguments);
-    if (number == SYS_openat2 && fails("openat2")) {
+    if ((number == SYS_openat2 && fails("openat2")) ||
+        (number == SYS_pidfd_open && fails("pidfd_open"))) {
         errno = EMFILE;
+        return -1;
+    }
+    if (number == SYS_pidfd_send_signal && fails("pidfd_send_signal")) {
+        errno = EPERM;
         return -1;
     }
     return next(number, given[0], given[1], given[2], given[3], given[4], given[5]);
@@ -386,7 +394,7 @@ constexpr std::array kFunctions{// clang-format off
     "new", "read", "pread", "pread64", "write", "writev", "pwrite", "pwrite64", "copy_file_range",
     "lseek", "fsync", "fdatasync", "ftruncate", "ftruncate64", "stat", "stat64", "lstat", "fstat",
     "fstat64", "fstatat", "statx", "statvfs", "rename", "unlink", "unlinkat", "mkdir", "mkostemp", "flock",
-    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "fork", "dup2", "clone", "pthread_create", "timerfd_create",
+    "lgetxattr", "lsetxattr", "mmap64", "memfd_create", "pipe2", "fork", "dup2", "clone", "close_range", "shutdown", "pidfd_open", "pidfd_send_signal", "pthread_create", "timerfd_create",
     "getrandom", "socket", "socketpair", "connect", "send", "recv", "sendmsg", "recvmsg", "getsockname", "getsockopt",
     "setsockopt", "getaddrinfo", "poll", "open", "open64", "openat", "openat2", "fcntl", "fcntl64", "ioctl",
     "mkdirat", "mknodat", "symlinkat", "linkat", "renameat", "renameat2", "syncfs", "chmod", "fchmod", "fchmodat",
@@ -423,19 +431,29 @@ const char* kept(std::string_view function)
     armedFunction = function;
 }
 
+/// Adds a line to the file: what this process called, or, forked by another, both together.
 [[gnu::destructor]] void writeCount()
 {
     const char* path = std::getenv("STOWLINE_INJECTION_COUNT");
     if (!path)
         return;
     armedFunction = nullptr;
-    const std::string count = std::to_string(calls);
-    const int file = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const std::string count = std::to_string(calls) + "\n";
+    const int file = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     (void)!::write(file, count.data(), count.size());
     ::close(file);
 }
 
 } // namespace
+
+/// How the child of a nursery ends, where nothing else is done at the end.
+extern "C" [[noreturn]] void _Exit(int status) noexcept // NOLINT: the C library's name
+{
+    static const auto next = real(static_cast<void (*)(int)>(nullptr), "_Exit");
+    writeCount();
+    next(status);
+    std::abort();
+}
 
 namespace stowline::test {
 
