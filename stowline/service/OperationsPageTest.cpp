@@ -1,5 +1,6 @@
 // docs/operations.md says what the code does.
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/http/HttpExchange.h"
 #include "stowline/service/WebMethodCatalogue.h"
 #include "tests/support/TestPaths.h"
 
@@ -101,6 +102,16 @@ TEST(OperationsPage, NamesEveryOperationOfTheBroker)
     for (const auto& [name, row] : rows())
         shown.insert(row.operation);
     EXPECT_EQ(shown, declared);
+}
+
+TEST(PagesOfPlainRequests, TellTheLimitOfAnAnswer)
+{
+    constexpr std::size_t mebibyte = 1U << 20U;
+    const std::string limit =
+        std::to_string(platform::HttpLimits().maximumResponseBytes / mebibyte) + " MiB, headers";
+    for (const char* page : {"docs/settings.md", "docs/decisions/plain-requests.md",
+                             "stowline/service/WebServiceBroker.h"})
+        EXPECT_NE(read(page).find("An answer of more than " + limit), std::string::npos) << page;
 }
 
 } // namespace

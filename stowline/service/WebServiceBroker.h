@@ -452,8 +452,7 @@ public:
     ///        copied); untouched by every other failure
     /// @param anyString ignored; callers pass the empty string
     /// @param urlSubstitutions fill the "%@" of the method's "URL", whose host is then looked up
-    /// and
-    ///        sent in its form in ASCII ("xn--…")
+    ///        and sent in its form in ASCII ("xn--…")
     /// @return the value at the method's "resultKeyPath" inside the answer, or the whole answer
     ///         when it has none, with the HTTP response under `kWSHTTPResponseMessage`; absent
     ///         when the call failed or the path leads nowhere.
