@@ -153,11 +153,8 @@ std::optional<Dictionary> methodInfoToCall(const Operation& operation, const Cal
     auto methodInfo = settingsTables::webMethod(call.name);
     const std::string url = methodInfo ? urlOf(call, *methodInfo) : "";
     if (const auto obstacle = obstacleOnTheWay(url)) {
-        failBeforeSending(operation,
-                          *obstacle == FailureKind::stopped
-                              ? "The call was stopped."
-                              : platform::Bundle::localizedString(kUnreachableMessage),
-                          *obstacle);
+        const std::string unreachable = platform::Bundle::localizedString(kUnreachableMessage);
+        failBeforeSending(operation, sentenceOfObstacle(*obstacle, unreachable), *obstacle);
         return std::nullopt;
     }
     if (!methodInfo) {

@@ -59,9 +59,8 @@ std::optional<std::string> answerTo(const Operation& operation, std::string_view
     const auto entry = settingsTables::templateEntry(name);
     const std::string url = entry ? filledUrl(*entry, urlArguments) : "";
     if (const auto obstacle = obstacleOnTheWay(url)) {
-        operation.failUntold(*obstacle, *obstacle == FailureKind::stopped
-                                            ? "The request was stopped."
-                                            : "The service is not reachable.");
+        operation.failUntold(*obstacle,
+                             sentenceOfObstacle(*obstacle, "The service is not reachable."));
         return std::nullopt;
     }
     if (!entry) {

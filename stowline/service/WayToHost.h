@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace stowline {
 
@@ -23,8 +24,13 @@ struct WayToHost {
 /// @param url as the call uses it; may be empty
 [[nodiscard]] WayToHost wayToHost(const std::string& url);
 
-/// Why nothing can be sent to an address: there is no way, or the thread was asked to stop before
-/// that was known. Absent when there is a way.
+/// Why nothing can be sent to an address: there is no way (hostUnreachable), the thread was asked to
+/// stop before that was known (stopped), or this process may open too few files to look, or to call
+/// (helperFailed). Absent when there is a way.
 [[nodiscard]] std::optional<FailureKind> obstacleOnTheWay(const std::string& url);
+
+/// What people are told of an obstacle to a call.
+/// @param unreachable the words for one that is not reachable
+[[nodiscard]] std::string sentenceOfObstacle(FailureKind obstacle, std::string_view unreachable);
 
 } // namespace stowline
