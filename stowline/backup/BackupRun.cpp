@@ -514,9 +514,9 @@ private:
             index_->withLock([this](ItemIndex& index) {
                 records_->storeUnfinished(index, accounts_.summary().storedBytes);
             });
-        } catch (const std::exception& fault) {
-            accounts_.note(std::string("What the run has come to is not recorded yet: ") +
-                           fault.what());
+        } catch (const std::exception&) {
+            accounts_.note("What the run has come to is not recorded yet: " +
+                           platform::handledException().sentence);
         }
     }
 

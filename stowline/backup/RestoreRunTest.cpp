@@ -10,6 +10,7 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/Files.h"
+#include "stowline/platform/values/HandledException.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/DevServerProcess.h"
 #include "tests/support/EveryKindOfItem.h"
@@ -22,11 +23,15 @@
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
+#include <new>
 #include <random>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -41,6 +46,23 @@ void makeTree(const Stored& stored)
 {
     test::makeTree(stored.machine, "tree", noise(450000));
 }
+
+/// Throws what it is given when the first file is done.
+class ThrowingOnce : public RestoreObserver {
+public:
+    explicit ThrowingOnce(std::function<void()> throwing) : throwing_(std::move(throwing)) {}
+    void itemDone(const RestoredItem& item) override
+    {
+        for (const std::string& fault : item.faults)
+            faults += fault + "\n";
+        if (item.kind == ItemKind::file && throwing_)
+            std::exchange(throwing_, {})();
+    }
+    std::string faults;
+
+private:
+    std::function<void()> throwing_;
+};
 
 TEST(RestoreRun, GivesBackATreeToTheByteAndTheNanosecond)
 {
@@ -61,6 +83,30 @@ TEST(RestoreRun, GivesBackATreeToTheByteAndTheNanosecond)
     EXPECT_EQ(plain.st_mtim.tv_nsec, 123456789);
     EXPECT_EQ(plain.st_nlink, 3U);
     EXPECT_TRUE(fs::is_fifo(stored.target.path() / "tree/pipe"));
+}
+
+TEST(RestoreRun, EndsForWantOfMemoryAndSaysSo)
+{
+    Stored stored;
+    stored.machine.write("tree/file", "content");
+    EXPECT_EQ(stored.run(), 1U);
+    const RestoreRequest request{.choice = stored.choice,
+                                 .paths = {stored.folder().string()},
+                                 .target = stored.target.path(),
+                                 .partBytes = 100000};
+    EXPECT_EQ(stored.restore().end, ReadEnd::done); // from now on it is left as it is
+    ThrowingOnce outOfMemory([] { throw std::bad_alloc(); });
+    const auto ended = runRestore(request, outOfMemory, stored.stop);
+    EXPECT_EQ(ended.end, ReadEnd::failed);
+    EXPECT_EQ(ended.sentence, platform::kNoMemorySentence);
+    EXPECT_EQ(outOfMemory.faults, "");
+    ThrowingOnce outOfThreads([] {
+        throw std::system_error(std::make_error_code(std::errc::resource_unavailable_try_again));
+    });
+    EXPECT_NE(runRestore(request, outOfThreads, stored.stop).end, ReadEnd::done);
+    EXPECT_NE(outOfThreads.faults.find(": " + std::string(platform::kNoThreadSentence)),
+              std::string::npos)
+        << outOfThreads.faults;
 }
 
 TEST(RestoreRun, LeavesAloneWhatIsRightAndRepairsWhatIsNot)

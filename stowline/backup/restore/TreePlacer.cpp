@@ -1,10 +1,13 @@
 #include "stowline/backup/restore/TreePlacer.h"
 
+#include "stowline/backup/index/IndexFault.h"
 #include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/DescriptorLimit.h"
+#include "stowline/platform/values/HandledException.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 namespace stowline::backup {
@@ -194,6 +197,8 @@ void TreePlacer::place(IdlePatterns& idle, const std::function<void(const Stored
         takeFurtherNames();
     files_.finish();
     finishFolders();
+    if (workFault_)
+        std::rethrow_exception(workFault_);
 }
 
 void TreePlacer::walk(IdlePatterns& idle, const std::function<void(const StoredItem&)>& found)
@@ -724,6 +729,18 @@ void TreePlacer::endWork()
 
 void TreePlacer::work()
 {
+    try {
+        workThroughQueue();
+    } catch (...) {
+        const std::lock_guard lock(mutex_);
+        workFault_ = std::current_exception();
+        hasGivenUp_ = true;
+    }
+    moved_.notify_all();
+}
+
+void TreePlacer::workThroughQueue()
+{
     for (;;) {
         std::unique_lock lock(mutex_);
         moved_.wait(lock, [this] { return !queue_.empty() || isQueueOver_; });
@@ -739,11 +756,22 @@ void TreePlacer::work()
         queue_.pop_front();
         lock.unlock();
         moved_.notify_all();
-        try {
-            files_.place(task);
-        } catch (const std::exception& fault) {
-            fail(task.stored.item, fault.what());
-        }
+        placeFile(task);
+    }
+}
+
+void TreePlacer::placeFile(const FileTask& task)
+{
+    try {
+        files_.place(task);
+    } catch (const IndexFault&) {
+        throw; // what is to be put back cannot be read, or nothing can go on at all
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        tell({.path = task.stored.item.path,
+              .kind = ItemKind::file,
+              .faults = {task.stored.item.path + ": " + platform::handledException().sentence}});
     }
 }
 

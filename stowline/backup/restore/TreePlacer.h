@@ -8,8 +8,10 @@
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/backup/restore/StandingNames.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <set>
@@ -104,12 +106,14 @@ private:
                 const std::string& path);
     [[nodiscard]] std::optional<platform::TargetFolder> folderFor(const std::string& relative,
                                                                   int& error);
-    [[nodiscard]] bool isStopped() const { return context_.stop.isRequested(); }
+    [[nodiscard]] bool isStopped() const { return context_.stop.isRequested() || hasGivenUp_; }
     void tell(RestoredItem report);
     void fail(const ItemRecord& item, const std::string& what, int error = 0);
     void failFolder(const ItemRecord& item, int error);
 
     void work();
+    void workThroughQueue();
+    void placeFile(const FileTask& task);
     void queue(FileTask task);
     void endWork();
 
@@ -138,6 +142,8 @@ private:
     bool isQueueOver_ = false;
     std::set<std::string> wouldBeChanged_; ///< in a dry run: folders that something is put into
     bool mayGoOnLater_ = false;            ///< something is left that the next restore goes on with
+    std::exception_ptr workFault_;         ///< why a worker gave up, and all else with it
+    std::atomic<bool> hasGivenUp_ = false;
     std::vector<std::thread> workers_;
 };
 
