@@ -2,6 +2,8 @@
 #include "devserver/FaultPlan.h"
 #include "devserver/SoapEndpoint.h"
 #include "devserver/Wsdl.h"
+#include "stowline/logging/CountingLogger.h"
+#include "stowline/logging/DDLog.h"
 #include "stowline/platform/desktop/Cryptography.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/text/Text.h"
@@ -13,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <memory>
+#include <stdexcept>
 #include <sys/stat.h>
 
 namespace stowline::devserver {
@@ -139,6 +143,26 @@ TEST_F(AccountServiceTest, WhatIsWrongWithARequestIsAFault)
                                                     "stowline.example/account", "other")),
               "The method Authenticate is of the namespace http://stowline.example/account");
     EXPECT_TRUE(reason("no XML").starts_with("The request cannot be read: "));
+}
+
+TEST_F(AccountServiceTest, WhatTheServiceCannotReadIsInItsLogAndNotInTheAnswer)
+{
+    const auto log = std::make_shared<CountingLogger>();
+    DDLog::addLogger(log);
+    service_.methods.front().handle = [](const Dictionary&) -> HandledCall {
+        throw std::runtime_error("unable to open /srv/data/service.sqlite");
+    };
+    const std::string method = service_.methods.front().name;
+    const Answer answer = post(platform::replacingOccurrences(
+        test::wireBody("authenticate.request.http"), "Authenticate", method));
+    const auto message = soap::readMessage(answer.body).message;
+    ASSERT_TRUE(message && message->fault);
+    EXPECT_EQ(message->fault->code, "soap:Server");
+    EXPECT_EQ(message->fault->reason, "The service cannot read its data now. Its log says why.");
+    DDLog::flushLog();
+    EXPECT_TRUE(
+        log->hasLine(method + " cannot be carried out: unable to open /srv/data/service.sqlite"));
+    DDLog::removeLogger(log);
 }
 
 TEST(PasswordHash, MatchesItsOwnPasswordOnly)

@@ -1,5 +1,6 @@
 #include "devserver/SoapEndpoint.h"
 
+#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/text/XmlText.h"
 #include "stowline/soap/SoapMessage.h"
@@ -96,7 +97,8 @@ Answer answerCall(const Service& service, std::string_view requestBody)
     } catch (const ServiceFault& fault) {
         return faultAnswer(fault.code, fault.what());
     } catch (const std::exception& fault) {
-        return faultAnswer("Server", fault.what());
+        STOWLINE_LOG_ERROR("%@ cannot be carried out: %@", reading.message->element, fault.what());
+        return faultAnswer("Server", "The service cannot read its data now. Its log says why.");
     }
 }
 
