@@ -62,6 +62,11 @@ std::optional<std::pair<int, int>> timeOfDay(const std::string& text)
     return std::pair(*hour, *minute);
 }
 
+std::string faultInTimeOfDay(const std::string& text)
+{
+    return timeOfDay(text) ? "" : "This must be a time of day such as 02:30, not \"" + text + "\"";
+}
+
 ExitStatus nameTooLong()
 {
     return output().fail(ExitStatus::usage,
@@ -163,10 +168,7 @@ std::string undone(const platform::UserUnits& units,
 
 ExitStatus install(const Options& options, const Surroundings& around)
 {
-    const auto time = timeOfDay(options.daily);
-    if (!time)
-        return output().fail(ExitStatus::usage, "--daily takes a time of day as 02:30, not \"" +
-                                                    options.daily + "\".");
+    const auto time = timeOfDay(options.daily).value();
     if (const auto missing = whatIsMissing(options))
         return output().fail(ExitStatus::usage, *missing);
     const auto units = scheduleUnits(options.profile);
@@ -177,8 +179,8 @@ ExitStatus install(const Options& options, const Surroundings& around)
         platform::unitTexts({.description = "Backup with Stowline, profile " + options.profile,
                              .command = command,
                              .variables = variablesOfFolders(),
-                             .hour = time->first,
-                             .minute = time->second,
+                             .hour = time.first,
+                             .minute = time.second,
                              .onMainsOnly = options.onMainsOnly});
     if (!texts)
         return output().fail(ExitStatus::usage,
@@ -292,7 +294,9 @@ void declareInstall(const Command& schedule, const Surroundings& around)
                    "run that was missed while the machine was off or asleep is made up for");
     command.addOption("PATH", options->paths,
                       "Files and folders; the profile's when nothing is named");
-    command.addOption("--daily", options->daily, "Time of day, such as 02:30").required();
+    command.addOption("--daily", options->daily, "Time of day, such as 02:30")
+        .accepts(faultInTimeOfDay)
+        .required();
     declareProfile(command, options->profile);
     command.addOption("-u,--username", options->username, "User name").fromVariable();
     const auto file = command.addOption("--password-file", options->passwordFile,

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 
 namespace stowline::cli {
@@ -21,6 +22,8 @@ constexpr const char* kProfileTable = "profile";
 constexpr const char* kBackup = "backup";
 constexpr const char* kPaths = "paths";  ///< of a profile
 constexpr const char* kOperand = "PATH"; ///< of "backup"
+/// Of "schedule install": what a profile says of when it is backed up.
+constexpr std::array kOfSchedule{"daily", "on-mains"};
 /// What else says what to back up.
 constexpr std::array kSources{"files-from", "stdin"};
 
@@ -124,6 +127,11 @@ CLI::App& ConfigurationEntries::backup() const
     return *app_.get_subcommand(kBackup);
 }
 
+CLI::App& ConfigurationEntries::schedule() const
+{
+    return *app_.get_subcommand("schedule")->get_subcommand("install");
+}
+
 void ConfigurationEntries::addProblem(FilePlace place, std::string sentence)
 {
     const bool isTold = std::ranges::any_of(problems_, [&](const ConfigurationProblem& problem) {
@@ -149,6 +157,13 @@ std::string ConfigurationEntries::chosenProfile(const ConfigurationText& text) c
         isOfCommand = isHere;
     }
     return chosen;
+}
+
+/// The profile that "schedule install" is for.
+std::string ConfigurationEntries::scheduledProfile() const
+{
+    const CLI::Option& given = *schedule().get_option("--profile");
+    return given.count() > 0 ? given.results().front() : "default";
 }
 
 void ConfigurationEntries::take(const ConfigurationText& text)
@@ -254,8 +269,12 @@ void ConfigurationEntries::takeOfProfile(const ConfigurationEntry& entry)
     CLI::Option* option = entry.name == kProfileTable ? nullptr : optionOf(command, entry.name);
     if (option)
         return add({*option, entry, {kBackup}, Rank::ofProfile});
+    if (std::ranges::find(kOfSchedule, entry.name) != kOfSchedule.end())
+        return add(
+            {*optionOf(schedule(), entry.name), entry, {"schedule", "install"}, Rank::ofProfile});
     std::vector<std::string> known = optionNamesOf(command);
     known.emplace_back(kPaths);
+    std::ranges::copy(kOfSchedule, std::back_inserter(known));
     std::erase(known, kProfileTable);
     addProblem(entry.place, fmt::format("\"{}\" is not an option of \"stowline backup\" that a "
                                         "profile can set.{}",
@@ -362,13 +381,18 @@ bool ConfigurationEntries::givesWay(const Meant& meant) const
            isExcluded(meant.option) || isPassedOverInFile(meant.option);
 }
 
+bool ConfigurationEntries::isOfOtherProfile(const Meant& meant) const
+{
+    const bool isOfBackup = meant.tables == std::vector<std::string>{kBackup};
+    return meant.rank == Rank::ofProfile &&
+           meant.entry.tables.back() != (isOfBackup ? profile_ : scheduledProfile());
+}
+
 void ConfigurationEntries::add(const Meant& meant)
 {
-    const bool isOfOtherProfile =
-        meant.rank == Rank::ofProfile && meant.entry.tables.back() != profile_;
     if (std::string fault = faultIn(meant); !fault.empty())
         return addProblem(meant.entry.place, std::move(fault));
-    if (isOfOtherProfile || givesWay(meant))
+    if (isOfOtherProfile(meant) || givesWay(meant))
         return;
     ranks_.emplace(&meant.option, meant.rank);
     hasProfileSources_ =

@@ -54,13 +54,16 @@ private:
     bool addToAll(CLI::App& command, const ConfigurationEntry& entry,
                   const std::vector<std::string>& parents, std::vector<std::string>& known);
     void add(const Meant& meant);
+    [[nodiscard]] bool isOfOtherProfile(const Meant& meant) const;
     [[nodiscard]] std::string faultIn(const Meant& meant) const;
     [[nodiscard]] bool givesWay(const Meant& meant) const;
     [[nodiscard]] bool isEarlierBeside(const ConfigurationEntry& entry,
                                        const std::string& name) const;
     void addProblem(FilePlace place, std::string sentence);
     [[nodiscard]] std::string chosenProfile(const ConfigurationText& text) const;
+    [[nodiscard]] std::string scheduledProfile() const;
     [[nodiscard]] CLI::App& backup() const;
+    [[nodiscard]] CLI::App& schedule() const;
 
     CLI::App& app_;
     const ConfigurationText* text_ = nullptr; ///< while entries are taken

@@ -132,6 +132,8 @@ std::string valueFor(const std::string& line)
     // Whose words the command reads itself.
     if (line.find("--alert-after ") != std::string::npos)
         return "\"36h\"";
+    if (line.find("--daily ") != std::string::npos)
+        return "\"02:30\"";
     if (line.find("--self-test ") != std::string::npos)
         return "\"1%,200M\"";
     std::smatch match;

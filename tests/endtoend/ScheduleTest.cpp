@@ -241,5 +241,37 @@ TEST_F(Schedule, WantsAllThatARunWithoutATerminalNeeds)
     EXPECT_EQ(install({"--profile", "home"}).status, 2);
 }
 
+TEST_F(Schedule, AProfileSaysWhenItRuns)
+{
+    giveManager();
+    const auto file = stowline_.home().write(
+        ".config/stowline/config.toml",
+        "[schedule.install]\ndaily = \"05:05\"\n"
+        "[backup]\nusername = \"ann\"\npassword-file = \"/p\"\n"
+        "[profile.work]\npaths = \"/srv\"\ndaily = \"03:15\"\non-mains = true\n"
+        "[profile.home]\npaths = \"/home\"\n");
+    const auto timeOf = [this](const std::string& unit) {
+        const std::string timer = text(unit + ".timer");
+        return timer.substr(std::min(timer.find("OnCalendar="), timer.size()), 25);
+    };
+    EXPECT_EQ(run({"schedule", "install", "--profile", "work"}).status, 0);
+    EXPECT_EQ(timeOf("stowline-backup-work"), "OnCalendar=*-*-* 03:15:00");
+    EXPECT_NE(text("stowline-backup-work.service").find("ConditionACPower=true"),
+              std::string::npos);
+    EXPECT_EQ(run({"schedule", "install", "--profile", "home"}).status, 0);
+    EXPECT_EQ(timeOf("stowline-backup-home"), "OnCalendar=*-*-* 05:05:00");
+    EXPECT_EQ(text("stowline-backup-home.service").find("ConditionACPower=true"),
+              std::string::npos);
+    EXPECT_EQ(install({"--profile", "work"}).status, 0);
+    EXPECT_EQ(timeOf("stowline-backup-work"), "OnCalendar=*-*-* 02:30:00")
+        << "the line comes first";
+    EXPECT_TRUE(platform::writeFileAtomically(file, "[profile.work]\ndaily = \"25:00\"\n"));
+    const auto faulty = run({"config", "check"});
+    EXPECT_EQ(faulty.status, 10);
+    EXPECT_NE(faulty.output.find(":2:"), std::string::npos) << faulty.output;
+    EXPECT_NE(faulty.output.find("must be a time of day such as 02:30"), std::string::npos)
+        << faulty.output;
+}
+
 } // namespace
 } // namespace stowline
