@@ -6,6 +6,7 @@
 #include "stowline/platform/processes/NurseryWork.h"
 #include "stowline/platform/processes/Spawn.h"
 #include "tests/support/Program.h"
+#include "tests/support/SystemCallFilter.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -18,6 +19,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace stowline::platform {
@@ -113,7 +115,8 @@ class TestNursery {
 public:
     explicit TestNursery(
         std::function<int()> work, std::function<void()> prepare = [] {},
-        std::function<bool()> prepareMore = {}, std::function<void()> prepareSoon = {})
+        std::function<bool()> prepareMore = {}, std::function<void()> prepareSoon = {},
+        std::chrono::milliseconds idleLimit = std::chrono::minutes(1))
         : channel_(pair())
     {
         const int host = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0));
@@ -132,7 +135,8 @@ public:
         std::_Exit(isOne ? runNursery("p", {.prepare = std::move(prepare),
                                             .prepareSoon = std::move(prepareSoon),
                                             .prepareMore = std::move(prepareMore),
-                                            .run = [&](const auto&) { return work(); }})
+                                            .run = [&](const auto&) { return work(); },
+                                            .idleLimit = idleLimit})
                          : 99);
     }
     TestNursery(const TestNursery&) = delete;
@@ -150,13 +154,15 @@ public:
 
     [[nodiscard]] int socket() const { return channel_.ours.number(); }
 
-    /// Asks for a child. @return our end of what is told of it
-    [[nodiscard]] FileDescriptor ask() const
+    /// Asks for a child. @param output where it writes; @return our end of what is told of it
+    [[nodiscard]] FileDescriptor ask(int output = -1) const
     {
         Channel report = makeSocketPair(SOCK_SEQPACKET);
         const FileDescriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
         const int number = nothing.number();
-        EXPECT_EQ(sendCall(socket(), {number, number, number, number, report.theirs.number()}), 0);
+        EXPECT_EQ(sendCall(socket(), {number, output < 0 ? number : output, number, number,
+                                      report.theirs.number()}),
+                  0);
         return std::move(report.ours);
     }
 
@@ -331,6 +337,52 @@ TEST(NurseryWork, AChildThatKillsItsNurseryCountsAsBegunAndNoMoreIsSaid)
     EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;");
 }
 
+TEST(NurseryWork, ChildrenEndWithTheirNursery)
+{
+    TestNursery nursery([] {
+        ::alarm(60); // should nobody end it
+        return ::kill(::getppid(), SIGKILL) + ::pause();
+    });
+    nursery.mayBeKilled();
+    Channel output = makePipe();
+    const FileDescriptor call = nursery.ask(output.theirs.number());
+    output.theirs.close();
+    pollfd watched{output.ours.number(), POLLIN, 0};
+    EXPECT_EQ(::poll(&watched, 1, 20'000), 1) << "it lives on";
+    EXPECT_EQ(watched.revents, POLLHUP);
+    EXPECT_EQ(reportsOf(call), "1 0 0;4 0 0;");
+}
+
+TEST(NurseryWork, EndsWhenNobodyAskedForSoLong)
+{
+    const TestNursery nursery([] { return 0; }, [] {}, {}, {}, 2s);
+    const auto start = std::chrono::steady_clock::now();
+    while (std::chrono::steady_clock::now() - start < 3s) { // it begins to wait anew each time
+        EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;5 0 0;3 0 0;");
+        std::this_thread::sleep_for(300ms);
+    }
+    pollfd watched{nursery.socket(), POLLIN, 0};
+    EXPECT_EQ(::poll(&watched, 1, 60'000), 1);
+    EXPECT_NE(watched.revents & POLLHUP, 0);
+    EXPECT_GT(std::chrono::steady_clock::now() - start, 4s);
+}
+
+TEST(NurseryWork, AChildThatCannotBeWatchedIsEndedAtOnce)
+{
+    const TestNursery nursery([] { return ::pause(); },
+                              [] {
+                                  if (test::loseSystemCalls({SYS_pidfd_open}))
+                                      std::_Exit(0);
+                              });
+    const FileDescriptor call = nursery.ask();
+    std::string told = reportsOf(call);
+    if (told.empty())
+        GTEST_SKIP() << "This system takes no filter of system calls.";
+    if (const auto working = told.find("4 0 0;"); working != std::string::npos)
+        told.erase(working, 6); // it may have come so far
+    EXPECT_EQ(told, "1 0 0;3 9 1;");
+}
+
 TEST(NurseryWork, AChildThatNeverEndsKeepsNoOtherFromItsTurn)
 {
     const TestNursery nursery([] { return ::pause(); });
@@ -346,15 +398,21 @@ TEST(NurseryWork, AChildThatNeverEndsKeepsNoOtherFromItsTurn)
     }
 }
 
+int openBelowAThousand()
+{
+    int open = 0;
+    for (int number = 0; number < 1000; ++number)
+        open += ::fcntl(number, F_GETFD) >= 0 ? 1 : 0;
+    return open;
+}
+
 TEST(NurseryWork, AChildHasItsFourDescriptorsAndTheSocketOfItsCall)
 {
-    const TestNursery nursery([] {
-        int open = 0;
-        for (int number = 0; number < 1000; ++number)
-            open += ::fcntl(number, F_GETFD) >= 0 ? 1 : 0;
-        return open;
-    });
+    const TestNursery nursery(openBelowAThousand);
     EXPECT_EQ(reportsOf(nursery.ask()), "1 0 0;4 0 0;5 5 0;3 5 0;");
+    const TestNursery onOldSystem(openBelowAThousand,
+                                  [] { (void)test::loseSystemCalls({SYS_close_range}); });
+    EXPECT_EQ(reportsOf(onOldSystem.ask()), "1 0 0;4 0 0;5 5 0;3 5 0;");
 }
 
 TEST(NurseryWork, WithoutItsDescriptorsAProgramIsNoNursery)

@@ -24,7 +24,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kIdleLimit{60};
 constexpr int kExitBits = 0xff; // as wait(2) tells them
 
 /// Where a child finds the socket on which it and the nursery tell of its call.
@@ -93,7 +92,7 @@ public:
         auto idleSince = Clock::now();
         while (isOpen_ || !charges_.empty()) {
             const bool isIdle = charges_.empty();
-            const auto left = idleSince + kIdleLimit - Clock::now();
+            const auto left = idleSince + work_.idleLimit - Clock::now();
             if (isIdle && left.count() <= 0)
                 return EXIT_SUCCESS;
             const auto limit = isIdle ? std::chrono::ceil<std::chrono::milliseconds>(left)

@@ -1,6 +1,7 @@
 // The other side: what a nursery does.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,13 +23,15 @@ struct NurseryWork {
     /// In each child: what the program does with the words that it would be started with.
     /// @return the exit status
     std::function<int(const std::vector<std::string>& words)> run;
+    /// How long it waits for the next call.
+    std::chrono::milliseconds idleLimit = std::chrono::minutes(1);
 };
 
 /// Whether the program was started as a nursery, which only runNurseryChild() does: by the words,
 /// and by what lies open at their places.
 [[nodiscard]] bool isNursery(const std::vector<std::string>& words);
 
-/// Forks a child for each call until nobody can ask for one any more, or nobody did for a minute;
+/// Forks a child for each call until nobody can ask for one any more, or nobody did for that long;
 /// kills what is left when its host's process has ended. In a process of one thread. The children
 /// end with it.
 ///
