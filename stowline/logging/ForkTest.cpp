@@ -1,6 +1,8 @@
 // A process that forks at any moment of its logging.
+#include "stowline/logging/DDASLLogger.h"
 #include "stowline/logging/DDFileLoggerTest.h"
 #include "stowline/logging/DDLogTest.h"
+#include "stowline/logging/LogServiceTest.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,6 +82,39 @@ TEST_F(FileLogger, AForkAtAnyMomentLeavesTheLoggersAndNoneOfTheLines)
         ASSERT_EQ(outcome, 0) << "fork " << i;
         DDLog::removeLogger(added);
     }
+}
+
+TEST(SystemLog, TakesLinesInAChildOfAForkAtAnyMoment)
+{
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "The address sanitizer's own allocator hangs in the child of a fork beside "
+                    "threads that allocate. The other builds run this test.";
+#endif
+    if (const auto reason = test::enterMountNamespace())
+        GTEST_SKIP() << *reason;
+    const LogService service;
+    std::atomic<int> ofChildren = 0;
+    std::thread reader([&] {
+        for (std::string line; !line.ends_with(": the end"); line = service.next())
+            ofChildren += line.ends_with(": of the child") ? 1 : 0;
+    });
+    DDLog::addLogger(DDASLLogger::sharedInstance());
+    constexpr int forks = 200;
+    {
+        const Load load;
+        for (int i = 0; i < forks && !HasFailure(); ++i) {
+            EXPECT_EQ(inChild([i] {
+                          logText("of the child", i % 2 == 0);
+                          DDLog::flushLog();
+                          return 0;
+                      }),
+                      0)
+                << "fork " << i;
+        }
+    }
+    logText("the end", false);
+    reader.join();
+    EXPECT_EQ(ofChildren, forks);
 }
 
 TEST_F(FileLogger, AFileOfTheParentIsFinishedByItsAgeInTheChild)

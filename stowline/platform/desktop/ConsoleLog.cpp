@@ -1,10 +1,10 @@
 #include "stowline/platform/desktop/ConsoleLog.h"
 
+#include "stowline/platform/desktop/SystemLog.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/threads/ForkSafety.h"
 
 #include <mutex>
-#include <syslog.h>
 
 namespace stowline::platform {
 
@@ -31,7 +31,7 @@ void consoleLog(std::string_view text)
     if (sink.function)
         sink.function(shown);
     else
-        ::syslog(LOG_USER | LOG_NOTICE, "%s", shown.c_str());
+        systemLog(SystemLogPriority::notice, shown);
 }
 
 void setConsoleLogSink(std::function<void(std::string_view)> function)

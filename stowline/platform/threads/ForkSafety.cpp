@@ -1,6 +1,7 @@
 #include "stowline/platform/threads/ForkSafety.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
@@ -90,8 +91,17 @@ public:
         std::erase(participants_, participant);
     }
 
+    std::mutex& ofLibrary(LibraryCall::To part)
+    {
+        return ofLibrary_.at(static_cast<std::size_t>(part));
+    }
+
 private:
-    ForkRegistry() { ::pthread_atfork(beforeFork, inParent, inChild); }
+    ForkRegistry()
+    {
+        (void)gate();
+        ::pthread_atfork(beforeFork, inParent, inChild);
+    }
 
     static void beforeFork()
     {
@@ -102,10 +112,14 @@ private:
         const auto& all = instance().participants_;
         std::for_each(all.rbegin(), all.rend(),
                       [](ForkParticipant* participant) { participant->beforeFork(); });
+        for (std::mutex& mutex : instance().ofLibrary_)
+            mutex.lock();
     }
 
     static void inParent()
     {
+        for (std::mutex& mutex : instance().ofLibrary_)
+            mutex.unlock();
         for (ForkParticipant* participant : instance().participants_)
             participant->afterForkInParent();
         instance().mutex_.unlock();
@@ -115,6 +129,8 @@ private:
 
     static void inChild()
     {
+        for (std::mutex& mutex : instance().ofLibrary_)
+            mutex.unlock();
         for (ForkParticipant* participant : instance().participants_)
             participant->afterForkInChild();
         instance().mutex_.unlock();
@@ -127,7 +143,15 @@ private:
     std::mutex oneFork_;
     std::mutex mutex_;
     std::vector<ForkParticipant*> participants_;
+    std::array<std::mutex, 2> ofLibrary_;
 };
+
+namespace {
+
+/// Made before main(), since a fork may come beside the first use of it.
+[[maybe_unused]] const ForkRegistry& registryFromTheStart = ForkRegistry::instance();
+
+} // namespace
 
 ForkRegistration::ForkRegistration(ForkParticipant& participant) : participant_(participant)
 {
@@ -141,7 +165,6 @@ ForkRegistration::~ForkRegistration()
 
 WholeInFork::WholeInFork()
 {
-    ForkRegistry::instance(); // watches forks from now on
     if (piecesOfThisThread == 0)
         gate().load()->enter();
     ++piecesOfThisThread;
@@ -151,6 +174,16 @@ WholeInFork::~WholeInFork()
 {
     if (--piecesOfThisThread == 0)
         gate().load()->leave();
+}
+
+LibraryCall::LibraryCall(To part) : mutex_(ForkRegistry::instance().ofLibrary(part))
+{
+    mutex_.lock();
+}
+
+LibraryCall::~LibraryCall()
+{
+    mutex_.unlock();
 }
 
 void keepForever(std::shared_ptr<void> something)

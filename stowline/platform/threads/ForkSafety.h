@@ -71,6 +71,22 @@ public:
     WholeInFork& operator=(const WholeInFork&) = delete;
 };
 
+/// A call into the C library that takes a lock of the library's own, which would stay taken for
+/// good in the child of a fork() of another thread. While one of these lives nobody forks, and
+/// nobody else makes such a call. Any participant's lock may be held meanwhile; nothing may be
+/// locked or made within.
+class LibraryCall {
+public:
+    enum class To { systemLog, timeZone };
+    explicit LibraryCall(To part);
+    ~LibraryCall();
+    LibraryCall(const LibraryCall&) = delete;
+    LibraryCall& operator=(const LibraryCall&) = delete;
+
+private:
+    std::mutex& mutex_;
+};
+
 /// Keeps something for the rest of the process without ever destroying it. For what cannot be
 /// destroyed in the child of a fork: a condition variable that other threads were waiting on would
 /// wait for them, a std::thread stands for a thread that does not exist.

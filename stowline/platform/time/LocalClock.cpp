@@ -1,5 +1,7 @@
 #include "stowline/platform/time/LocalClock.h"
 
+#include "stowline/platform/threads/ForkSafety.h"
+
 #include <array>
 #include <cstdio>
 #include <ctime>
@@ -19,10 +21,13 @@ struct WrittenSecond {
 
 void write(WrittenSecond& written, std::int64_t second, char separator)
 {
-    ::tzset(); // localtime_r() does not look for a new zone by itself
     const std::time_t time = second;
     std::tm parts{};
-    ::localtime_r(&time, &parts);
+    {
+        const LibraryCall call(LibraryCall::To::timeZone);
+        ::tzset(); // localtime_r() does not look for a new zone by itself
+        ::localtime_r(&time, &parts);
+    }
     const int length = std::snprintf(written.text.data(), written.text.size(),
                                      "%04d%c%02d%c%02d %02d:%02d:%02d:", parts.tm_year + 1900,
                                      separator, parts.tm_mon + 1, separator, parts.tm_mday,

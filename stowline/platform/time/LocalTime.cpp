@@ -1,5 +1,6 @@
 #include "stowline/platform/time/LocalTime.h"
 
+#include "stowline/platform/threads/ForkSafety.h"
 #include "stowline/platform/time/DateText.h"
 
 #include <algorithm>
@@ -19,6 +20,7 @@ constexpr std::int64_t kSecondsPerDay = 86400;
 /// By the C library, whose zone data are the system's; libraries that carry their own fall behind.
 std::tm partsAt(std::int64_t second)
 {
+    const LibraryCall call(LibraryCall::To::timeZone);
     ::tzset(); // localtime_r() does not look for a new zone by itself
     const std::time_t time = second;
     std::tm parts{};
