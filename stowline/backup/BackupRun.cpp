@@ -388,8 +388,8 @@ private:
         walker.join();
         if (const auto fault = jobs.fault())
             throw RunFault(BackupEnd::failed, *fault);
-        if (!walkFault_.empty())
-            throw RunFault(BackupEnd::failed, walkFault_);
+        if (walkFault_)
+            throw RunFault(BackupEnd::failed, *walkFault_);
     }
 
     void walk(const WalkOptions& options, FileJobs& jobs, const StopRequest& walkStop)
@@ -400,8 +400,8 @@ private:
             else
                 walkTrees(options, jobs, walkStop);
             jobs.finish();
-        } catch (const std::exception&) {
-            walkFault_ = platform::handledException().sentence;
+        } catch (...) {
+            walkFault_ = platform::handledSentence();
         }
         jobs.stop();
         const std::lock_guard lock(mutex_);
@@ -612,7 +612,7 @@ private:
     StoredRecord record_;
     std::uint64_t vanishedVersions_ = 0;
     bool foundNothing_ = false;
-    std::string walkFault_;
+    std::optional<std::string> walkFault_;
     std::mutex mutex_;
     std::condition_variable over_;
     bool isOver_ = false;
@@ -623,10 +623,7 @@ BackupSummary unexpectedEnd() noexcept
 {
     BackupSummary summary;
     summary.end = BackupEnd::failed;
-    try {
-        summary.sentence = platform::handledException().sentence;
-    } catch (const std::bad_alloc&) { // the status says it all the same
-    }
+    summary.sentence = platform::handledSentence();
     return summary;
 }
 
@@ -637,7 +634,7 @@ BackupSummary runBackup(const BackupRequest& request, BackupObserver& observer,
 {
     try {
         return Run(request, observer, stop).run();
-    } catch (const std::exception&) {
+    } catch (...) {
         return unexpectedEnd();
     }
 }
@@ -647,7 +644,7 @@ std::optional<std::string> faultIn(const BackupRules& rules) noexcept
     try {
         const auto fault = readRules(rules).second;
         return fault.empty() ? std::nullopt : std::optional(fault);
-    } catch (const std::exception&) {
+    } catch (...) {
         return std::nullopt; // the run finds it again
     }
 }

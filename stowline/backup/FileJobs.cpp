@@ -104,12 +104,12 @@ std::optional<std::string> FileJobs::fault() const
     return fault_;
 }
 
-void FileJobs::noteFault(const std::string& sentence)
+void FileJobs::noteFault(std::string sentence)
 {
     {
         const std::lock_guard lock(mutex_);
         if (!fault_)
-            fault_ = sentence;
+            fault_ = std::move(sentence);
     }
     queue_.close();
 }
@@ -125,8 +125,8 @@ void FileJobs::work()
             }
             take(*job);
         }
-    } catch (const std::exception&) {
-        noteFault(platform::handledException().sentence);
+    } catch (...) {
+        noteFault(platform::handledSentence());
     }
 }
 

@@ -69,7 +69,7 @@ private:
              bool wasUploaded);
     [[nodiscard]] bool mayBeKnownContent(const FileJob& job) const;
     void fail(const FileJob& job, const std::string& cause, bool isGone = false);
-    void noteFault(const std::string& sentence);
+    void noteFault(std::string sentence);
 
     UploadContext& context_;
     RunIndex& index_;

@@ -561,11 +561,8 @@ ForgetSummary runForget(const ForgetRequest& request, ForgetObserver& observer,
     ForgetSummary summary;
     try {
         return Forgetting(request, observer, stop).run();
-    } catch (const std::exception&) {
-        try {
-            summary.sentence = platform::handledException().sentence;
-        } catch (const std::bad_alloc&) { // the end says it all the same
-        }
+    } catch (...) {
+        summary.sentence = platform::handledSentence();
     }
     return summary;
 }

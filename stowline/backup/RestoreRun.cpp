@@ -47,7 +47,7 @@ public:
             noteDeletedVersions(*request_.choice.stateFolder, badVersions_);
         summary_.losses = losses_.counts();
         summary_.seconds = std::chrono::duration<double>(steady_clock::now() - start).count();
-        return summary_;
+        return std::move(summary_);
     }
 
 private:
@@ -561,8 +561,7 @@ const char* nameOf(RestoredState state)
 RestoreSummary runRestore(const RestoreRequest& request, RestoreObserver& observer,
                           const StopRequest& stop) noexcept
 {
-    Restore restore(request, observer, stop);
-    return restore.run();
+    return summaryOf<RestoreSummary>([&] { return Restore(request, observer, stop).run(); });
 }
 
 ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
@@ -570,19 +569,21 @@ ContentSummary readStoredFile(const RunChoice& choice, const std::string& path,
                               const StopRequest& stop) noexcept
 {
     constexpr std::uint64_t partBytes = 4U << 20;
-    ContentSummary summary;
-    std::string badVersion;
-    const auto failure = failureOf([&] {
-        RunReader reader(choice, 0, partBytes, stop);
-        const OriginKeeper keeper(reader, summary.origin);
-        readFile(reader, choice.account, path, summary, badVersion, take);
+    return summaryOf<ContentSummary>([&] {
+        ContentSummary summary;
+        std::string badVersion;
+        const auto failure = failureOf([&] {
+            RunReader reader(choice, 0, partBytes, stop);
+            const OriginKeeper keeper(reader, summary.origin);
+            readFile(reader, choice.account, path, summary, badVersion, take);
+        });
+        summary.end = failure ? failure->end : ReadEnd::done;
+        summary.sentence = failure ? failure->sentence : "";
+        if (summary.end == ReadEnd::badContent && choice.stateFolder)
+            noteDeletedVersions(*choice.stateFolder,
+                                std::span(&badVersion, badVersion.empty() ? 0U : 1U));
+        return summary;
     });
-    summary.end = failure ? failure->end : ReadEnd::done;
-    summary.sentence = failure ? failure->sentence : "";
-    if (summary.end == ReadEnd::badContent && choice.stateFolder)
-        noteDeletedVersions(*choice.stateFolder,
-                            std::span(&badVersion, badVersion.empty() ? 0U : 1U));
-    return summary;
 }
 
 } // namespace stowline::backup

@@ -35,21 +35,25 @@ RunState stateOf(RecordState state)
 }
 
 /// Does the work with a reader, and says how it ended.
-HistoryEnd reading(const RunChoice& choice, const StopRequest& stop,
-                   const std::function<void(RunReader&)>& work)
+template <class Work>
+HistoryEnd reading(const RunChoice& choice, const StopRequest& stop, const Work& work) noexcept
 {
-    HistoryEnd result;
-    const auto failure = failureOf([&] {
-        RunReader reader(choice, 0, kPartBytes, stop);
-        const OriginKeeper keeper(reader, result.origin);
-        work(reader);
+    return summaryOf<HistoryEnd>([&] {
+        HistoryEnd result;
+        const auto failure = failureOf([&] {
+            RunReader reader(choice, 0, kPartBytes, stop);
+            const OriginKeeper keeper(reader, result.origin);
+            work(reader);
+        });
+        result.run = result.origin.run;
+        result.end = stop.isRequested() ? ReadEnd::interrupted
+                     : failure          ? failure->end
+                                        : ReadEnd::done;
+        if (result.end != ReadEnd::done)
+            result.sentence =
+                failure && !stop.isRequested() ? failure->sentence : "It was interrupted.";
+        return result;
     });
-    result.run = result.origin.run;
-    result.end = stop.isRequested() ? ReadEnd::interrupted : failure ? failure->end : ReadEnd::done;
-    if (result.end != ReadEnd::done)
-        result.sentence =
-            failure && !stop.isRequested() ? failure->sentence : "It was interrupted.";
-    return result;
 }
 
 void requireNotStopped(const StopRequest& stop)
@@ -266,9 +270,9 @@ const char* nameOf(RunDifference::Kind kind)
 HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunEntry&)>& take,
                     const StopRequest& stop) noexcept
 {
-    std::string fault;
-    HistoryEnd end = reading(choice, stop, [&](RunReader& reader) {
+    return reading(choice, stop, [&](RunReader& reader) {
         RecordChain chain = reader.openChain();
+        std::string fault;
         const auto proofs = proofsOf(choice, chain.name(), fault);
         ShortList forgotten;
         for (const ListedRun& run : chain.runs()) {
@@ -283,11 +287,10 @@ HistoryEnd listRuns(const RunChoice& choice, const std::function<void(const RunE
         }
         if (forgotten.count() > 0)
             reader.note(forgottenSentence(forgotten));
+        if (!fault.empty())
+            reader.note(fault);
         reader.requireNothingOlder(chain, false); // what there is was shown
     });
-    if (!fault.empty())
-        end.origin.notes.push_back(fault);
-    return end;
 }
 
 HistoryEnd forEachItemOfRun(const RunChoice& choice, const std::string& path, const TakeItem& take,
@@ -312,17 +315,15 @@ HistoryEnd forEachFileNamed(const RunChoice& choice, const std::string& path,
                             const StopRequest& stop) noexcept
 {
     std::optional<std::string> pattern;
-    return forEachItemOfRun(
-        choice, path,
-        [&](const StoredItem& stored, const ItemSight& sight) {
-            if (!pattern)
-                pattern = patternOf(text);
-            const std::string name = platform::lowercased(nameOf(stored.item.path));
-            const bool isFound =
-                stored.item.kind == ItemKind::file && platform::matchesGlob(*pattern, name, false);
-            return !isFound || take(stored, sight);
-        },
-        stop);
+    const auto takeNamed = [&](const StoredItem& stored, const ItemSight& sight) {
+        if (!pattern)
+            pattern = patternOf(text);
+        const std::string name = platform::lowercased(nameOf(stored.item.path));
+        const bool isFound =
+            stored.item.kind == ItemKind::file && platform::matchesGlob(*pattern, name, false);
+        return !isFound || take(stored, sight);
+    };
+    return summaryOf<HistoryEnd>([&] { return forEachItemOfRun(choice, path, takeNamed, stop); });
 }
 
 HistoryEnd forEachItemInFolder(const RunChoice& choice, const std::string& path,

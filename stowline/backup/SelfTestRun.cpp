@@ -81,7 +81,7 @@ public:
         if (summary_.missing + summary_.damaged > 0 && request_.choice.stateFolder)
             noteDeletedVersions(*request_.choice.stateFolder, damagedVersions_);
         judge(failure ? failure : failure_);
-        return summary_;
+        return std::move(summary_);
     }
 
 private:
@@ -505,7 +505,7 @@ const char* nameOf(SelfTestFinding::Kind kind)
 SelfTestSummary runSelfTest(const SelfTestRequest& request, SelfTestObserver& observer,
                             const StopRequest& stop) noexcept
 {
-    return SelfTest(request, observer, stop).run();
+    return summaryOf<SelfTestSummary>([&] { return SelfTest(request, observer, stop).run(); });
 }
 
 } // namespace stowline::backup

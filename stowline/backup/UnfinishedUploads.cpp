@@ -5,7 +5,6 @@
 #include "stowline/platform/values/HandledException.h"
 
 #include <algorithm>
-#include <new>
 #include <set>
 
 namespace stowline::backup {
@@ -46,11 +45,8 @@ std::optional<std::vector<UnfinishedUpload>> unfinishedUploads(const fs::path& s
 {
     try {
         return foundUploads(stateFolder);
-    } catch (const std::exception&) {
-        try {
-            fault = platform::handledException().sentence;
-        } catch (const std::bad_alloc&) { // it is absent all the same
-        }
+    } catch (...) {
+        fault = platform::handledSentence();
         return std::nullopt;
     }
 }
@@ -61,10 +57,7 @@ AbandonedUploads abandonUploads(const fs::path& stateFolder,
     AbandonedUploads result;
     const auto fail = [&result](BackupEnd end) {
         result.end = end;
-        try {
-            result.sentence = platform::handledException().sentence;
-        } catch (const std::bad_alloc&) { // the end says it all the same
-        }
+        result.sentence = platform::handledSentence();
     };
     try {
         const auto isMeant = [&ids](const std::string& id) {
@@ -86,7 +79,7 @@ AbandonedUploads abandonUploads(const fs::path& stateFolder,
         }
     } catch (const RunFault& fault) {
         fail(fault.end());
-    } catch (const std::exception&) {
+    } catch (...) {
         fail(BackupEnd::failed);
     }
     return result;

@@ -88,7 +88,7 @@ public:
         }
         if (summary_.missing + summary_.damaged > 0 && request_.choice.stateFolder)
             noteDeletedVersions(*request_.choice.stateFolder, damaged_);
-        return summary_;
+        return std::move(summary_);
     }
 
 private:
@@ -373,8 +373,7 @@ const char* nameOf(VerifyFinding::Kind kind)
 VerifySummary runVerify(const VerifyRequest& request, VerifyObserver& observer,
                         const StopRequest& stop) noexcept
 {
-    Verify verify(request, observer, stop);
-    return verify.run();
+    return summaryOf<VerifySummary>([&] { return Verify(request, observer, stop).run(); });
 }
 
 } // namespace stowline::backup

@@ -434,11 +434,11 @@ std::optional<ReadFailure> failureOf(const std::function<void()>& work) noexcept
         work();
         return std::nullopt;
     } catch (const RecordFault& fault) {
-        return ReadFailure{endOf(fault.kind()), fault.what()};
+        return ReadFailure{endOf(fault.kind()), platform::handledSentence()};
     } catch (const ChoiceFault& fault) {
-        return ReadFailure{fault.end(), fault.what()};
-    } catch (const std::exception&) {
-        return ReadFailure{ReadEnd::failed, platform::handledException().sentence};
+        return ReadFailure{fault.end(), platform::handledSentence()};
+    } catch (...) {
+        return ReadFailure{ReadEnd::failed, platform::handledSentence()};
     }
 }
 

@@ -66,6 +66,8 @@ public:
 
     /// What was read so far.
     [[nodiscard]] const RunOrigin& origin() const { return origin_; }
+    /// The same, at the end.
+    [[nodiscard]] RunOrigin takeOrigin() noexcept { return std::move(origin_); }
 
     [[nodiscard]] ContentSource& source() { return source_; }
     [[nodiscard]] Tries& tries() { return tries_; }
@@ -93,13 +95,13 @@ private:
 /// Hands on what was read, however the reading ends.
 class OriginKeeper {
 public:
-    OriginKeeper(const RunReader& reader, RunOrigin& origin) : reader_(reader), origin_(origin) {}
-    ~OriginKeeper() { origin_ = reader_.origin(); }
+    OriginKeeper(RunReader& reader, RunOrigin& origin) : reader_(reader), origin_(origin) {}
+    ~OriginKeeper() { origin_ = reader_.takeOrigin(); }
     OriginKeeper(const OriginKeeper&) = delete;
     OriginKeeper& operator=(const OriginKeeper&) = delete;
 
 private:
-    const RunReader& reader_;
+    RunReader& reader_;
     RunOrigin& origin_;
 };
 
@@ -111,5 +113,18 @@ struct ReadFailure {
 
 /// Does a piece of work and turns what it throws into a failure.
 [[nodiscard]] std::optional<ReadFailure> failureOf(const std::function<void()>& work) noexcept;
+
+/// What an operation returns that nothing may leave. Where it cannot even tell how it ended, for
+/// want of memory, it is one that says just that.
+/// @param work returns it
+template <class Summary, class Work> [[nodiscard]] Summary summaryOf(const Work& work) noexcept
+{
+    Summary summary;
+    if (auto failure = failureOf([&] { summary = work(); })) {
+        summary.end = failure->end;
+        summary.sentence = std::move(failure->sentence);
+    }
+    return summary;
+}
 
 } // namespace stowline::backup

@@ -22,4 +22,13 @@ HandledException handledException()
     }
 }
 
+std::string handledSentence() noexcept
+{
+    try {
+        return handledException().sentence;
+    } catch (const std::bad_alloc&) { // what ended tells it all the same
+        return {};
+    }
+}
+
 } // namespace stowline::platform

@@ -29,4 +29,8 @@ struct HandledException {
 /// the sentence.
 [[nodiscard]] HandledException handledException();
 
+/// Its sentence alone, for guards that nothing may leave: empty where there is no memory for it.
+/// Only in a catch block; any thread.
+[[nodiscard]] std::string handledSentence() noexcept;
+
 } // namespace stowline::platform

@@ -50,5 +50,14 @@ TEST(HandledException, WhatIsNotAnExceptionOfTheStandardLibrarySaysNothing)
     EXPECT_EQ(number.sentence, "");
 }
 
+TEST(HandledException, TellsItsSentenceAloneToWhatMayNotThrow)
+{
+    try {
+        throw std::runtime_error("A sentence.");
+    } catch (...) {
+        EXPECT_EQ(handledSentence(), "A sentence.");
+    }
+}
+
 } // namespace
 } // namespace stowline::platform
