@@ -7,13 +7,11 @@
 #include "tests/support/SystemCallFilter.h"
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
-#include <fstream>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
+#include <vector>
 
 namespace stowline {
 namespace {
@@ -77,71 +75,6 @@ TEST(Nursery, BeginsBeforeTheFirstCallWhenAsked)
     EXPECT_TRUE(Caller::works());
     EXPECT_EQ(nursery(), first);
 }
-
-/// A change after which a child of the old nursery would not be what a helper started now is.
-struct Change {
-    const char* name;
-    std::function<void(const Caller&)> make;
-};
-
-std::ostream& operator<<(std::ostream& stream, const Change& change)
-{
-    return stream << change.name;
-}
-
-class ChangedHost : public testing::TestWithParam<Change> {};
-
-TEST_P(ChangedHost, BeginsAnotherNursery)
-{
-    const RawServer server(test::soapAnswer("<a>x</a>"));
-    const Caller caller(server.url());
-    EXPECT_TRUE(test::holdsInAProcessOfItsOwn([&] {
-        ASSERT_TRUE(Caller::works());
-        const int first = nursery();
-        ASSERT_NE(first, 0);
-        GetParam().make(caller);
-        EXPECT_TRUE(Caller::works());
-        until([] { return test::nurseriesOf(::getpid()).size() == 1; });
-        EXPECT_NE(nursery(), first);
-    }));
-}
-
-void lowerLimit()
-{
-    rlimit limit{};
-    ASSERT_EQ(::getrlimit(RLIMIT_CORE, &limit), 0);
-    limit.rlim_cur = limit.rlim_cur == 0 ? limit.rlim_max : 0;
-    ASSERT_EQ(::setrlimit(RLIMIT_CORE, &limit), 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Changes, ChangedHost,
-    testing::Values(Change{"Environment", [](const Caller&) { ::setenv("STOWLINE_TEST", "1", 1); }},
-                    Change{"TimeZone", [](const Caller&) { ::setenv("TZ", "Asia/Tokyo", 1); }},
-                    Change{"Locale", [](const Caller&) { ::setenv("LC_ALL", "C", 1); }},
-                    Change{"Folder", [](const Caller&) { ASSERT_EQ(::chdir("/"), 0); }},
-                    Change{"Umask", [](const Caller&) { ::umask(0123); }},
-                    Change{"Limit", [](const Caller&) { lowerLimit(); }},
-                    Change{"Niceness", [](const Caller&) { ASSERT_NE(::nice(1), -1); }},
-                    Change{"Session", [](const Caller&) { ASSERT_GT(::setsid(), 0); }},
-                    Change{"Groups", [](const Caller&) { ASSERT_EQ(::setgid(65534), 0); }},
-                    Change{"TrustRoots",
-                           [](const Caller& caller) {
-                               const auto roots = caller.bundle().folder().write("roots.pem", "");
-                               ::setenv("SSL_CERT_FILE", roots.c_str(), 1);
-                               ASSERT_TRUE(Caller::works());
-                               until([] { return test::nurseriesOf(::getpid()).size() == 1; });
-                               const int before = nursery();
-                               std::ofstream(roots) << "changed";
-                               EXPECT_TRUE(Caller::works());
-                               until([&] { return nursery() != 0 && nursery() != before; });
-                           }},
-                    Change{"Namespace",
-                           [](const Caller&) {
-                               if (::syscall(SYS_unshare, 0x04000000 /* CLONE_NEWUTS */) != 0)
-                                   ::setenv("STOWLINE_TEST", "no namespaces here", 1);
-                           }}),
-    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(Nursery, AProgramOfAnotherBuildIsStartedAloneWithOneLineInTheLog)
 {
@@ -304,10 +237,73 @@ TEST(Nursery, ACallIsNotRepeatedWhenTheNurseryItselfIsKilled)
         helper = test::helpersOf(host).at(0);
         signalOne(nursery(), SIGKILL);
     });
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(Caller::works());
     killer.join();
     test::awaitEnd(helper);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 30s); // by itself it would end after 60
     EXPECT_EQ(silent.requests().size(), 1U);
+}
+
+/// Answers when it is told to.
+class HoldingServer {
+public:
+    [[nodiscard]] std::string url() const { return server_.url(); }
+    void awaitRequests(std::size_t count) const
+    {
+        until([&] { return server_.requests().size() == count; });
+    }
+    void answerAll() { mayAnswer_ = true; }
+    [[nodiscard]] std::size_t requests() const { return server_.requests().size(); }
+
+private:
+    std::atomic<bool> mayAnswer_ = false;
+    const RawServer server_{[this](const std::string&, const RawConnection& connection) {
+        until([this] { return mayAnswer_.load(); });
+        connection.send(test::soapAnswer("<a>x</a>"));
+    }};
+};
+
+TEST(Nursery, OtherCallsComeToTheirEndWhenItIsGivenUp)
+{
+    HoldingServer server;
+    const Caller caller(server.url());
+    std::atomic<int> answers = 0;
+    std::vector<std::jthread> calling;
+    for (int i = 0; i < 2; ++i)
+        calling.emplace_back([&] { answers += Caller::works() ? 1 : 0; });
+    server.awaitRequests(2);
+    const int first = nursery();
+    const auto helpers = test::helpersOf(::getpid());
+    ASSERT_EQ(helpers.size(), 2U);
+    signalOne(helpers.front(), SIGSEGV);
+    test::awaitEnd(helpers.front());
+    // It is given up once the host knows: then another one is begun for another call.
+    calling.emplace_back([&] { answers += Caller::works() ? 1 : 0; });
+    server.awaitRequests(3);
+    server.answerAll();
+    calling.clear();
+    EXPECT_EQ(answers, 2);
+    EXPECT_EQ(server.requests(), 3U);
+    test::awaitEnd(first);
+}
+
+TEST(Nursery, CallsUnderWayComeToTheirEndWhenItIsTurnedOff)
+{
+    HoldingServer server;
+    const Caller caller(server.url());
+    std::atomic<int> answers = 0;
+    std::vector<std::jthread> calling;
+    for (int i = 0; i < 2; ++i)
+        calling.emplace_back([&] { answers += Caller::works() ? 1 : 0; });
+    server.awaitRequests(2);
+    const int first = nursery();
+    WebServiceBroker::useNursery(false);
+    server.answerAll();
+    calling.clear();
+    EXPECT_EQ(answers, 2);
+    EXPECT_EQ(server.requests(), 2U);
+    test::awaitEnd(first);
 }
 
 TEST(Nursery, OneThatWasKilledBetweenCallsIsBegunAnew)
@@ -407,9 +403,11 @@ TEST(Nursery, EndsAfterAMinuteWithoutCalls)
     const Caller caller(server.url());
     ASSERT_TRUE(Caller::works());
     const int first = nursery();
+    const auto start = std::chrono::steady_clock::now();
     std::this_thread::sleep_for(58s);
     EXPECT_EQ(nursery(), first);
     test::awaitEnd(first);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 80s);
     EXPECT_TRUE(Caller::works());
 }
 
