@@ -10,6 +10,15 @@ namespace {
 
 constexpr std::size_t kFailuresKept = 1000;
 
+/// What an observer throws is its own affair.
+template <class Telling> void tell(const Telling& telling) noexcept
+{
+    try {
+        telling();
+    } catch (...) { // NOLINT: see above
+    }
+}
+
 } // namespace
 
 const char* nameOf(ItemState state)
@@ -43,7 +52,7 @@ void RunAccounts::done(const ItemReport& report)
 {
     const std::lock_guard lock(mutex_);
     count(report);
-    observer_.itemDone(report);
+    tell([&] { observer_.itemDone(report); });
 }
 
 void RunAccounts::foundAndDone(const ItemReport& report)
@@ -105,7 +114,7 @@ void RunAccounts::lost(std::uint64_t files)
 void RunAccounts::note(const std::string& sentence)
 {
     const std::lock_guard lock(mutex_);
-    observer_.note(sentence);
+    tell([&] { observer_.note(sentence); });
 }
 
 void RunAccounts::problem(const std::string& sentence)
@@ -113,7 +122,7 @@ void RunAccounts::problem(const std::string& sentence)
     const std::lock_guard lock(mutex_);
     if (problem_.empty())
         problem_ = sentence;
-    observer_.note(sentence);
+    tell([&] { observer_.note(sentence); });
 }
 
 void RunAccounts::walkIsOver()
@@ -133,7 +142,7 @@ void RunAccounts::showProgress(std::uint64_t sentBytes)
     const std::lock_guard lock(mutex_);
     progress_.sentBytes = sentBytes;
     progress_.doneBytes = std::min(finishedBytes_ + sentBytes, progress_.foundBytes);
-    observer_.progress(progress_);
+    tell([&] { observer_.progress(progress_); });
 }
 
 bool RunAccounts::hasProblem() const

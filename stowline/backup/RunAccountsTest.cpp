@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <stdexcept>
+
 namespace stowline::backup {
 namespace {
 
@@ -28,6 +31,22 @@ TEST_F(RunAccountsTest, AreDoneWhenEveryItemEndedOnce)
     EXPECT_EQ(summary.end, BackupEnd::done) << summary.sentence;
     EXPECT_EQ(summary.sentence, "");
     EXPECT_EQ(summary.found, 5U);
+}
+
+TEST(RunAccounts, LoseWhatAnObserverThrows)
+{
+    struct : BackupObserver {
+        void itemDone(const ItemReport&) override { throw std::runtime_error("itemDone"); }
+        void progress(const BackupProgress&) override { throw 1; } // NOLINT: anything may be thrown
+        void note(const std::string&) override { throw std::bad_alloc(); }
+    } throwing;
+    RunAccounts accounts(throwing);
+    accounts.foundAndDone({.path = "/a", .state = ItemState::stored, .cause = {}});
+    accounts.note("a sentence");
+    accounts.showProgress(0);
+    EXPECT_EQ(accounts.summary().end, BackupEnd::done);
+    accounts.problem("a problem");
+    EXPECT_EQ(accounts.summary().sentence, "a problem");
 }
 
 TEST_F(RunAccountsTest, TellOfAnItemThatNeverEnded)
