@@ -343,8 +343,8 @@ TEST(Nursery, OneThatIsStoppedWhileItsChildIsAtWorkCostsNoAnswerAndNoSecondReque
     int stuck = 0;
     const RawServer server([&](const std::string&, const RawConnection& connection) {
         if (stuck == 0) {
-            // The nursery has told the host of its child by then, which cannot be seen from outside;
-            // a child may be quicker than that on a busy machine.
+            // The nursery has told the host of its child by then, which cannot be seen from
+            // outside; a child may be quicker than that on a busy machine.
             std::this_thread::sleep_for(1s);
             signalOne(stuck = nursery(), SIGSTOP);
         }
