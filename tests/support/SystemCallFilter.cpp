@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
@@ -19,6 +21,7 @@ namespace {
 
 constexpr std::uint32_t kNumber = offsetof(seccomp_data, nr);
 constexpr std::uint32_t kFirstWord = offsetof(seccomp_data, args); // its low half
+constexpr std::uint32_t kThirdWord = kFirstWord + 2 * sizeof(std::uint64_t);
 
 sock_filter statement(int code, std::uint32_t value)
 {
@@ -41,17 +44,45 @@ std::optional<std::string> install(std::vector<sock_filter> program)
     return std::nullopt;
 }
 
-} // namespace
-
-std::optional<std::string> loseSystemCalls(const std::vector<long>& numbers)
+std::optional<std::string> answerAll(const std::vector<long>& numbers, std::uint32_t answer)
 {
     std::vector<sock_filter> program{statement(BPF_LD | BPF_W | BPF_ABS, kNumber)};
     for (const long number : numbers) {
         program.push_back(
             jump(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(number), 0, 1));
-        program.push_back(statement(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS));
+        program.push_back(statement(BPF_RET | BPF_K, answer));
     }
     return install(std::move(program));
+}
+
+constexpr int kSkipped = 77;
+
+/// Of the test that is running.
+void skip()
+{
+    GTEST_SKIP() << "A part of this test cannot be tried here.";
+}
+
+} // namespace
+
+std::optional<std::string> loseSystemCalls(const std::vector<long>& numbers)
+{
+    return answerAll(numbers, SECCOMP_RET_ERRNO | ENOSYS);
+}
+
+std::optional<std::string> endAtSystemCalls(const std::vector<long>& numbers)
+{
+    return answerAll(numbers, SECCOMP_RET_KILL_PROCESS);
+}
+
+std::optional<std::string> loseNamelessFiles()
+{
+    constexpr std::uint32_t tmpfile = O_TMPFILE & ~O_DIRECTORY;
+    return install({statement(BPF_LD | BPF_W | BPF_ABS, kNumber),
+                    jump(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 3),
+                    statement(BPF_LD | BPF_W | BPF_ABS, kThirdWord),
+                    jump(BPF_JMP | BPF_JSET | BPF_K, tmpfile, 0, 1),
+                    statement(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EOPNOTSUPP)});
 }
 
 std::optional<std::string> loseProcessHandles()
@@ -70,11 +101,15 @@ bool holdsInAProcessOfItsOwn(const std::function<void()>& part)
     if (process == 0) {
         part();
         std::fflush(nullptr);
-        ::_exit(testing::Test::HasFailure() ? 1 : 0);
+        const bool isSkipped = testing::Test::IsSkipped();
+        ::_exit(testing::Test::HasFailure() ? EXIT_FAILURE : isSkipped ? kSkipped : EXIT_SUCCESS);
     }
     int status = -1;
-    return process > 0 && ::waitpid(process, &status, 0) == process && WIFEXITED(status) &&
-           WEXITSTATUS(status) == 0;
+    if (process < 0 || ::waitpid(process, &status, 0) != process || !WIFEXITED(status))
+        return false;
+    if (WEXITSTATUS(status) == kSkipped)
+        skip();
+    return WEXITSTATUS(status) == EXIT_SUCCESS || WEXITSTATUS(status) == kSkipped;
 }
 
 } // namespace stowline::test
