@@ -152,20 +152,33 @@ TEST(ChildEnd, IsNotGuessedWhereTheHostCollectsIt)
 
 TEST(ChildEnd, NoProcessIsSignalledByItsNumber)
 {
-    // Where numbers cannot be used for signals at all, children are ended all the same.
+    // Whoever tries to signal a number is ended; children are ended all the same.
     EXPECT_TRUE(test::holdsInAProcessOfItsOwn([] {
-        if (const auto missing = test::loseSystemCalls({SYS_kill, SYS_tkill, SYS_tgkill}))
+        if (const auto missing = test::endAtSystemCalls({SYS_kill, SYS_tkill, SYS_tgkill}))
             GTEST_SKIP() << *missing;
         expectRightEnds(true);
     }));
     EXPECT_TRUE(test::holdsInAProcessOfItsOwn([] {
         if (const auto missing = test::loseProcessHandles())
             GTEST_SKIP() << *missing;
-        if (const auto missing = test::loseSystemCalls(
-                {SYS_pidfd_open, SYS_pidfd_send_signal, SYS_kill, SYS_tkill, SYS_tgkill}))
+        if (const auto missing = test::loseSystemCalls({SYS_pidfd_open, SYS_pidfd_send_signal}))
+            GTEST_SKIP() << *missing;
+        if (const auto missing = test::endAtSystemCalls({SYS_kill, SYS_tkill, SYS_tgkill}))
             GTEST_SKIP() << *missing;
         expectRightEnds(true);
     }));
+}
+
+/// What a helper sees of its input: private, and without a name.
+void expectANamelessInput()
+{
+    const test::TemporaryFolder folder;
+    const auto helper =
+        script(folder, "cat \"${1#@}\"; stat -L -c ' %a %h' \"${1#@}\"; exec 1>&-; read r");
+    const auto answer = runChild({helper, "in", fourBytes, 30s});
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->output, "in 600 0\n");
+    expectRightEnds(true);
 }
 
 TEST(ChildInput, TravelsInANamelessFileWhereMemoryHasNone)
@@ -173,13 +186,19 @@ TEST(ChildInput, TravelsInANamelessFileWhereMemoryHasNone)
     EXPECT_TRUE(test::holdsInAProcessOfItsOwn([] {
         if (const auto missing = test::loseSystemCalls({SYS_memfd_create}))
             GTEST_SKIP() << *missing;
-        const test::TemporaryFolder folder;
-        const auto helper =
-            script(folder, "cat \"${1#@}\"; stat -L -c ' %a %h' \"${1#@}\"; exec 1>&-; read r");
-        const auto answer = runChild({helper, "in", fourBytes, 30s});
-        ASSERT_TRUE(answer);
-        EXPECT_EQ(answer->output, "in 600 0\n"); // private, and without a name
-        expectRightEnds(true);
+        expectANamelessInput();
+    }));
+}
+
+TEST(ChildInput, LosesItsNameAtOnceWhereFilesAreMadeWithOne)
+{
+    EXPECT_TRUE(test::holdsInAProcessOfItsOwn([] {
+        if (const auto missing = test::loseSystemCalls({SYS_memfd_create}))
+            GTEST_SKIP() << *missing;
+        if (const auto missing = test::loseNamelessFiles())
+            GTEST_SKIP() << *missing;
+        EXPECT_EQ(::open("/tmp", O_TMPFILE | O_RDWR, 0600), -1);
+        expectANamelessInput();
     }));
 }
 
