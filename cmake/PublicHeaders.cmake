@@ -15,6 +15,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/backup/UnfinishedUploads.h
   stowline/backup/VerifyRun.h
   stowline/backup/index/StoredItem.h
+  stowline/backup/restore/Restored.h
   stowline/backup/tree/ItemRecord.h
   stowline/backup/tree/TreeRules.h
   stowline/branding/AccountProvider.h

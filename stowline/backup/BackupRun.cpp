@@ -6,13 +6,13 @@
 #include "stowline/backup/RunIndex.h"
 #include "stowline/backup/RunRecords.h"
 #include "stowline/backup/RunState.h"
-#include "stowline/backup/ShortList.h"
 #include "stowline/backup/TreeIntake.h"
 #include "stowline/backup/VersionAudit.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/proof/TestFolder.h"
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/backup/tree/PathBelow.h"
+#include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
@@ -209,7 +209,7 @@ private:
     void begin()
     {
         accounts_.activity("asks where to upload");
-        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+        const UploadOwner owner = uploadOwner(request_.account, request_.identity);
         bandwidth_.emplace(request_.bytesPerSecond, steady_clock::now);
         for (auto* context : {&uploads_, &recordUploads_}) {
             context->emplace(state_->journal(), *bandwidth_, tries_);
@@ -342,7 +342,7 @@ private:
 
     std::vector<std::string> unfinishedPaths()
     {
-        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+        const UploadOwner owner = uploadOwner(request_.account, request_.identity);
         std::vector<std::string> paths;
         int error = 0;
         const auto entries = state_->journal().entries(error);

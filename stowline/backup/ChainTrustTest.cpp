@@ -39,8 +39,7 @@ protected:
         });
         stored_.choice.stateFolder = stored_.work.path() / "state";
         RunState::take(*stored_.choice.stateFolder, "default")
-            .openIndex(RunState::owner(stored_.choice.account, *stored_.choice.identity), false,
-                       false)
+            .openIndex(uploadOwner(stored_.choice.account, *stored_.choice.identity), false, false)
             .noteKnownRecord({run, end.origin.digest});
     }
 

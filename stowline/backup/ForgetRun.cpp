@@ -187,7 +187,7 @@ private:
 
     void openRecords()
     {
-        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+        const UploadOwner owner = uploadOwner(request_.account, request_.identity);
         uploads_.emplace(state_->journal(), bandwidth_, tries_);
         uploads_->account = request_.account;
         uploads_->owner = owner;
@@ -201,9 +201,9 @@ private:
                               "No finished run of this machine, user and profile is recorded under "
                               "the name " +
                                   request_.account.systemName + ".");
-        const IndexPosition seen = RunState::seen(request_.stateFolder, owner);
+        const IndexPosition seen = seenRun(request_.stateFolder, owner);
         own_->refuseOlderThan(seen);
-        std::vector<IndexPosition> known = RunState::knownRecords(request_.stateFolder, owner);
+        std::vector<IndexPosition> known = knownRecords(request_.stateFolder, owner);
         if (seen.run != 0)
             known.push_back(seen);
         own_->expect(known);
@@ -212,7 +212,7 @@ private:
     /// What stands in the newest record and is not confirmed since.
     void lookForLosses()
     {
-        const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+        const UploadOwner owner = uploadOwner(request_.account, request_.identity);
         const std::uint64_t confirmed = state_->confirmedLosses(owner);
         std::vector<RunLoss>& losses = summary_.plan.losses;
         try {
@@ -235,7 +235,7 @@ private:
     {
         if (summary_.plan.losses.empty())
             return;
-        state_->noteConfirmedLosses(RunState::owner(request_.account, request_.identity),
+        state_->noteConfirmedLosses(uploadOwner(request_.account, request_.identity),
                                     own_->newestFinished());
         summary_.confirmed = std::exchange(summary_.plan.losses, {});
     }

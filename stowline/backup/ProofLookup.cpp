@@ -10,7 +10,7 @@ std::optional<ProofBook> proofBookOf(const RunChoice& choice, const std::string&
     const auto identity = parseChainName(chain);
     if (!choice.stateFolder || !identity)
         return std::nullopt;
-    const UploadOwner owner = RunState::owner(choice.account, *identity);
+    const UploadOwner owner = uploadOwner(choice.account, *identity);
     return ProofBook::look(proofFile(*choice.stateFolder, owner), indexOwner(owner));
 }
 

@@ -1,12 +1,12 @@
 #include "stowline/backup/RunHistory.h"
 
 #include "stowline/backup/ProofLookup.h"
-#include "stowline/backup/ShortList.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/restore/Absence.h"
 #include "stowline/backup/restore/LinkTrail.h"
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/Sights.h"
+#include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/text/GlobPattern.h"
 #include "stowline/platform/text/UnicodeText.h"
 

@@ -326,7 +326,7 @@ StoredRecord RunRecords::storeFinished(ItemIndex& index, std::uint64_t newBytes)
 {
     refuseTwin();
     refuseIfForgottenMeanwhile();
-    const UploadOwner owner = RunState::owner(request_.account, request_.identity);
+    const UploadOwner owner = uploadOwner(request_.account, request_.identity);
     StoredRecord stored =
         chain_->storeFinished(index, {.newBytes = newBytes,
                                       .failed = failures(),

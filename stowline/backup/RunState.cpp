@@ -2,15 +2,12 @@
 
 #include "stowline/backup/RunFault.h"
 #include "stowline/backup/proof/TestFolder.h"
-#include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/LeftWrites.h"
 #include "stowline/platform/files/SourceFile.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Numbers.h"
-#include "stowline/platform/values/Value.h"
-#include "stowline/service/WebServicesSettings.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -23,16 +20,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// "https://host:port" of the address at which the account signs in.
-std::string serviceOrigin()
-{
-    const auto entry = WebServicesSettings::webMethodInfo("Authenticate");
-    const std::string address = entry ? platform::findText(*entry, "URL") : std::string();
-    const auto scheme = address.find("://");
-    return scheme == std::string::npos ? address : address.substr(0, address.find('/', scheme + 3));
-}
-
-constexpr const char* kProfiles = "profiles";
 constexpr const char* kBegunFolder = "begun";
 constexpr const char* kConfirmedFolder = "confirmed";
 constexpr const char* kDeletionNote = "versions-deleted";
@@ -75,22 +62,6 @@ platform::LockFile lockFor(const fs::path& folder, const std::string& profile)
             "own.");
 }
 
-/// A file of its own for each owner.
-std::string fileName(const UploadOwner& owner)
-{
-    std::string text;
-    for (const std::string& part :
-         {owner.service, owner.username, owner.systemName, owner.identity.machine,
-          owner.identity.user, owner.identity.profile})
-        text += std::to_string(part.size()) + ":" + part;
-    return platform::derivedUuid("com.stowline.index.1", text) + ".db";
-}
-
-fs::path indexFile(const fs::path& folder, const UploadOwner& owner)
-{
-    return folder / "index" / fileName(owner);
-}
-
 fs::path begunFile(const fs::path& folder, const UploadOwner& owner)
 {
     return folder / kBegunFolder / fileName(owner);
@@ -103,47 +74,9 @@ fs::path confirmedFile(const fs::path& folder, const UploadOwner& owner)
 
 } // namespace
 
-IndexOwner indexOwner(const UploadOwner& owner)
-{
-    return {.service = owner.service,
-            .username = owner.username,
-            .systemName = owner.systemName,
-            .machine = owner.identity.machine,
-            .user = owner.identity.user,
-            .profile = owner.identity.profile};
-}
-
-fs::path proofFile(const fs::path& stateFolder, const UploadOwner& owner)
-{
-    return profileFolder(stateFolder, owner.identity.profile) / "proofs" / fileName(owner);
-}
-
-fs::path journalFolder(const fs::path& profileFolder)
-{
-    return profileFolder / "uploads";
-}
-
 fs::path profileFolder(const fs::path& stateFolder, const std::string& profile)
 {
-    if (profile == ChainIdentity().profile)
-        return stateFolder;
-    return stateFolder / kProfiles / platform::derivedUuid("com.stowline.profile.1", profile);
-}
-
-std::vector<fs::path> profileFolders(const fs::path& stateFolder, int& error)
-{
-    std::vector<fs::path> folders{stateFolder};
-    for (const std::string& name : platform::namesInFolder(stateFolder / kProfiles, error))
-        folders.push_back(stateFolder / kProfiles / name);
-    if (error == ENOENT)
-        error = 0; // no other profile was ever used
-    return folders;
-}
-
-bool isProfileFolder(std::span<const std::string> names)
-{
-    return std::ranges::find(names, kLockFile) != names.end() &&
-           std::ranges::find(names, kSpoolFolder) != names.end();
+    return folderOfProfile(stateFolder, profile);
 }
 
 void requireRead(const fs::path& folder, int error)
@@ -327,26 +260,6 @@ void RunState::dropDeletionNote() const
     std::error_code unimportant; // one that stays costs a longer question
     fs::remove(folder_ / kDeletionNote, unimportant);
     fs::remove(folder_ / kFolderNote, unimportant);
-}
-
-UploadOwner RunState::owner(const Account& account, const ChainIdentity& identity)
-{
-    return {.service = serviceOrigin(),
-            .username = account.username,
-            .systemName = account.systemName,
-            .identity = identity};
-}
-
-IndexPosition RunState::seen(const fs::path& folder, const UploadOwner& owner)
-{
-    return ItemIndex::positionOf(indexFile(profileFolder(folder, owner.identity.profile), owner),
-                                 indexOwner(owner));
-}
-
-std::vector<IndexPosition> RunState::knownRecords(const fs::path& folder, const UploadOwner& owner)
-{
-    return ItemIndex::knownRecordsOf(
-        indexFile(profileFolder(folder, owner.identity.profile), owner), indexOwner(owner));
 }
 
 ItemIndex RunState::openIndex(const UploadOwner& owner, bool isTemporary, bool isAnew) const

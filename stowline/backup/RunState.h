@@ -2,37 +2,17 @@
 #pragma once
 
 #include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/record/StateFolder.h"
 #include "stowline/backup/transfer/UploadJournal.h"
 #include "stowline/platform/files/LockFile.h"
 
 #include <filesystem>
 #include <memory>
 #include <set>
-#include <span>
 #include <string>
 #include <vector>
 
 namespace stowline::backup {
-
-/// Names in a profile's folder.
-inline constexpr const char* kSpoolFolder = "spool";
-inline constexpr const char* kLockFile = "backup.lock";
-
-/// Where the journal of a profile's folder lies.
-[[nodiscard]] std::filesystem::path journalFolder(const std::filesystem::path& profileFolder);
-
-/// Who an index, or what self-tests have proven, belongs to, and where the latter is noted.
-[[nodiscard]] IndexOwner indexOwner(const UploadOwner& owner);
-[[nodiscard]] std::filesystem::path proofFile(const std::filesystem::path& stateFolder,
-                                              const UploadOwner& owner);
-
-/// The folders of all profiles that a state folder has, that of the profile "default" always.
-/// @param error the system's number when it is not known which there are; else 0
-[[nodiscard]] std::vector<std::filesystem::path>
-profileFolders(const std::filesystem::path& stateFolder, int& error);
-
-/// Whether names in a folder are those that a profile's folder has since its first run.
-[[nodiscard]] bool isProfileFolder(std::span<const std::string> names);
 
 /// Why a state folder is not used, with what can be done about it: it is a link, belongs to another
 /// user, or others may write into it or put something else in its place. Absent when it may be
@@ -81,16 +61,6 @@ public:
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.
     [[nodiscard]] std::filesystem::path spoolFolder() const { return folder_ / kSpoolFolder; }
-
-    /// Whose uploads these are: the account, at the service that the settings name.
-    [[nodiscard]] static UploadOwner owner(const Account& account, const ChainIdentity& identity);
-
-    /// The newest run that the index of an owner knows, and its record's digest, and all records
-    /// that it knows; nothing is changed.
-    [[nodiscard]] static IndexPosition seen(const std::filesystem::path& folder,
-                                            const UploadOwner& owner);
-    [[nodiscard]] static std::vector<IndexPosition>
-    knownRecords(const std::filesystem::path& folder, const UploadOwner& owner);
 
     /// @param isTemporary an index that does not outlive the run, when there is none to be read
     /// @param isAnew nothing of the one that there is counts

@@ -119,8 +119,8 @@ private:
             throw RecordFault(RecordFault::Kind::notFound,
                               "No run has been finished yet, so there is nothing to test.");
         const UploadOwner owner =
-            RunState::owner(request_.choice.account,
-                            parseChainName(chain.name()).value_or(*request_.choice.identity));
+            uploadOwner(request_.choice.account,
+                        parseChainName(chain.name()).value_or(*request_.choice.identity));
         const fs::path file = proofFile(state, owner);
         (void)platform::makePrivateFolder(file.parent_path()); // else opening it says so
         ProofBook book = ProofBook::open(file, indexOwner(owner), now());

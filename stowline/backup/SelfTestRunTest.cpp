@@ -135,7 +135,7 @@ protected:
 
     [[nodiscard]] UploadOwner owner() const
     {
-        return RunState::owner(request.choice.account, *request.choice.identity);
+        return uploadOwner(request.choice.account, *request.choice.identity);
     }
 
     [[nodiscard]] bool isNothingLeft() const { return fs::is_empty(folders.path()); }

@@ -4,8 +4,8 @@
 #include "stowline/backup/FileJobs.h"
 #include "stowline/backup/RunAccounts.h"
 #include "stowline/backup/RunIndex.h"
-#include "stowline/backup/ShortList.h"
 #include "stowline/backup/index/Comparison.h"
+#include "stowline/backup/tree/ShortList.h"
 #include "stowline/backup/tree/TreeWalk.h"
 
 #include <functional>

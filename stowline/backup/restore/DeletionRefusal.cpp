@@ -1,6 +1,6 @@
 #include "stowline/backup/restore/DeletionRefusal.h"
 
-#include "stowline/backup/ShortList.h"
+#include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Text.h"
 

@@ -1,10 +1,10 @@
 // Putting files with content in place: fetched beside it, checked, made durable, then renamed.
 #pragma once
 
-#include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/index/StoredItem.h"
 #include "stowline/backup/restore/GivenName.h"
 #include "stowline/backup/restore/Metadata.h"
+#include "stowline/backup/restore/Restored.h"
 #include "stowline/backup/restore/VersionFinder.h"
 #include "stowline/backup/transfer/ContentSource.h"
 #include "stowline/platform/files/TargetFolder.h"

@@ -1,7 +1,7 @@
 // What did not come back, gathered into one sentence a kind.
 #pragma once
 
-#include "stowline/backup/RestoreRun.h"
+#include "stowline/backup/restore/Restored.h"
 
 #include <vector>
 

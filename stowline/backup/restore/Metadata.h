@@ -1,7 +1,7 @@
 // Putting back what an item has besides its content.
 #pragma once
 
-#include "stowline/backup/RestoreRun.h"
+#include "stowline/backup/restore/Restored.h"
 #include "stowline/backup/tree/ItemRecord.h"
 #include "stowline/platform/files/TargetFolder.h"
 

@@ -1,6 +1,6 @@
 #include "stowline/backup/restore/Pruning.h"
 
-#include "stowline/backup/RunState.h"
+#include "stowline/backup/record/StateFolder.h"
 #include "stowline/backup/restore/DeletionRefusal.h"
 #include "stowline/backup/restore/FilePlacer.h"
 #include "stowline/platform/files/AccountNames.h"

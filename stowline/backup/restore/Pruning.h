@@ -2,13 +2,14 @@
 // look at, never through a mount or a link, never a thing of which the run says nothing.
 #pragma once
 
-#include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/index/ItemIndex.h"
 #include "stowline/backup/record/RecordHead.h"
 #include "stowline/backup/restore/Absence.h"
 #include "stowline/backup/restore/Metadata.h"
+#include "stowline/backup/restore/Restored.h"
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/platform/files/TargetFolder.h"
+#include "stowline/platform/threads/StopRequest.h"
 
 #include <cstdint>
 #include <filesystem>

@@ -1,9 +1,9 @@
 #include "stowline/backup/restore/RunReader.h"
 
-#include "stowline/backup/RunState.h"
-#include "stowline/backup/ShortList.h"
 #include "stowline/backup/record/KeptRuns.h"
+#include "stowline/backup/record/StateFolder.h"
 #include "stowline/backup/restore/Selection.h"
+#include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -169,9 +169,9 @@ RecordChain RunReader::openChain()
     RecordChain chain =
         RecordChain::openNamed(place_, origin_.chain, std::filesystem::temp_directory_path());
     if (choice_.stateFolder && identity) {
-        const UploadOwner owner = RunState::owner(choice_.account, *identity);
-        seen_ = RunState::seen(*choice_.stateFolder, owner);
-        std::vector<IndexPosition> known = RunState::knownRecords(*choice_.stateFolder, owner);
+        const UploadOwner owner = uploadOwner(choice_.account, *identity);
+        seen_ = seenRun(*choice_.stateFolder, owner);
+        std::vector<IndexPosition> known = knownRecords(*choice_.stateFolder, owner);
         if (seen_.run != 0)
             known.push_back(seen_); // an index of before knows no others
         chain.expect(known);
@@ -185,7 +185,7 @@ void RunReader::refuseLossOfOwnChain() const
     if (!choice_.stateFolder || !choice_.identity)
         return;
     const IndexPosition seen =
-        RunState::seen(*choice_.stateFolder, RunState::owner(choice_.account, *choice_.identity));
+        seenRun(*choice_.stateFolder, uploadOwner(choice_.account, *choice_.identity));
     if (seen.run != 0)
         throw RecordFault(Kind::rolledBack,
                           fmt::format("The service shows no run of this user on this machine under "

@@ -1,10 +1,10 @@
 // Putting the items below one named path in place.
 #pragma once
 
-#include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/index/ItemIndex.h"
 #include "stowline/backup/restore/FilePlacer.h"
 #include "stowline/backup/restore/PlacedTrees.h"
+#include "stowline/backup/restore/Restored.h"
 #include "stowline/backup/restore/Selection.h"
 #include "stowline/backup/restore/StandingNames.h"
 
