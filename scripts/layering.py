@@ -15,7 +15,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 # The rooms of stowline/platform, from the ground up.
-PLATFORM_ROOMS = ["text", "time", "values", "threads", "files", "processes", "http", "desktop", "network"]
+PLATFORM_ROOMS = ["text", "threads", "time", "values", "files", "processes", "http", "desktop", "network"]
 
 # Those of the engine, likewise. What stands in stowline/backup/ itself is above them, but for its
 # ground: plain values that hosts and every room share.
