@@ -1,5 +1,5 @@
 // stowline backup
-#include "cli/commands/BackupCommand.h"
+#include "cli/commands/BackupFlags.h"
 #include "cli/commands/Commands.h"
 #include "cli/shared/Configuration.h"
 #include "cli/shared/NearestWord.h"

@@ -1,6 +1,6 @@
 // stowline connect
 #include "cli/commands/Commands.h"
-#include "cli/shared/FailureWords.h"
+#include "cli/shared/FailureStatus.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/SettingsFaults.h"
 #include "stowline/platform/files/Files.h"

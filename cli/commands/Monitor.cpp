@@ -1,6 +1,6 @@
 // stowline monitor settings, stowline monitor event
 #include "cli/commands/Commands.h"
-#include "cli/shared/FailureWords.h"
+#include "cli/shared/FailureStatus.h"
 #include "cli/shared/Output.h"
 #include "cli/shared/Reporting.h"
 #include "cli/shared/ServiceFailure.h"

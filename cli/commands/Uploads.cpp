@@ -1,5 +1,5 @@
 // stowline uploads
-#include "cli/commands/BackupCommand.h"
+#include "cli/commands/BackupFlags.h"
 #include "cli/commands/BackupReport.h"
 #include "cli/commands/Commands.h"
 #include "cli/shared/Confirmation.h"

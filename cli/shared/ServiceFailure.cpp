@@ -1,6 +1,6 @@
 #include "cli/shared/ServiceFailure.h"
 
-#include "cli/shared/FailureWords.h"
+#include "cli/shared/FailureStatus.h"
 #include "cli/shared/Output.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"

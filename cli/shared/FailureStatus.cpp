@@ -1,4 +1,4 @@
-#include "cli/shared/FailureWords.h"
+#include "cli/shared/FailureStatus.h"
 
 #include <algorithm>
 #include <array>

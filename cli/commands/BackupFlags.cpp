@@ -1,4 +1,4 @@
-#include "cli/commands/BackupCommand.h"
+#include "cli/commands/BackupFlags.h"
 
 #include "cli/commands/BackupReport.h"
 #include "cli/shared/Interruption.h"
