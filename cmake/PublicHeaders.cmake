@@ -55,6 +55,7 @@ set(STOWLINE_PUBLIC_HEADERS
   stowline/platform/processes/Terminal.h
   stowline/platform/text/Data.h
   stowline/platform/text/Numbers.h
+  stowline/platform/text/SystemErrorText.h
   stowline/platform/text/Text.h
   stowline/platform/text/Url.h
   stowline/platform/threads/ForkSafety.h

@@ -2,11 +2,11 @@
 
 #include "cli/shared/Interruption.h"
 #include "stowline/platform/processes/CommandOutput.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
-#include <system_error>
 
 namespace stowline::cli {
 
@@ -21,7 +21,7 @@ std::string sentenceFor(const CommandEnd& end, const std::string& command, doubl
     case CommandEnd::Kind::malformed:
         return "has an unmatched quotation mark: " + command;
     case CommandEnd::Kind::notStarted:
-        return fmt::format("cannot be run ({}): {}", std::generic_category().message(end.number),
+        return fmt::format("cannot be run ({}): {}", platform::systemErrorText(end.number),
                            command);
     case CommandEnd::Kind::bySignal:
         return fmt::format("was ended by signal {}: {}", end.number, command);

@@ -1,5 +1,6 @@
 #include "cli/shared/Output.h"
 
+#include "stowline/platform/text/SystemErrorText.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/util/Base64.h"
 
@@ -10,7 +11,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <mutex>
-#include <system_error>
 
 namespace stowline::cli {
 
@@ -128,7 +128,7 @@ void Output::noteBroken() const
         return;
     const int error = errno; // the first failure tells; later ones may have no number
     whyBroken_ =
-        error == EPIPE ? "whoever reads it has closed it" : std::generic_category().message(error);
+        error == EPIPE ? "whoever reads it has closed it" : platform::systemErrorText(error);
 }
 
 /// A result that nobody got is none.

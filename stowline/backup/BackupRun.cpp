@@ -14,6 +14,7 @@
 #include "stowline/backup/tree/PathBelow.h"
 #include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/files/TargetFolder.h"
+#include "stowline/platform/text/SystemErrorText.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
 #include "stowline/service/FailureWatch.h"
@@ -470,7 +471,7 @@ private:
             return;
         if (!spool) {
             const std::string cause = "Standard input cannot be buffered for sending: " +
-                                      std::generic_category().message(error) + ".";
+                                      platform::systemErrorText(error) + ".";
             for (std::uint64_t kept = index_->keepAsStale(path); kept > 0; --kept)
                 accounts_.carriedForward();
             if (!request_.isDryRun)

@@ -7,6 +7,7 @@
 #include "stowline/backup/restore/RunReader.h"
 #include "stowline/backup/restore/TreePlacer.h"
 #include "stowline/platform/desktop/Sha256.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <fmt/format.h>
 

@@ -8,6 +8,7 @@
 #include "stowline/platform/files/SourceFile.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Numbers.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -27,7 +28,7 @@ constexpr const char* kFolderNote = "folders-deleted";
 
 std::string reasonOf(int systemError)
 {
-    return std::generic_category().message(systemError) + ".";
+    return platform::systemErrorText(systemError) + ".";
 }
 
 /// Where others may not look.

@@ -1,10 +1,11 @@
 #include "stowline/backup/index/IndexFault.h"
 
+#include "stowline/platform/text/SystemErrorText.h"
+
 #include <SQLiteCpp/Exception.h>
 #include <sqlite3.h>
 
 #include <cerrno>
-#include <system_error>
 
 namespace stowline::backup {
 
@@ -47,8 +48,7 @@ std::string reason(IndexFault::Kind kind, const SQLite::Exception& fault, int sy
     case Kind::other:
         break;
     }
-    return systemError != 0 ? std::generic_category().message(systemError)
-                            : std::string(fault.what());
+    return systemError != 0 ? platform::systemErrorText(systemError) : std::string(fault.what());
 }
 
 } // namespace

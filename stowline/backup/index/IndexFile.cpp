@@ -2,6 +2,7 @@
 
 #include "stowline/backup/index/ItemColumns.h"
 #include "stowline/platform/files/FileHandle.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
@@ -224,7 +225,7 @@ IndexFile openIndexFile(const fs::path& path, const IndexOwner& owner)
         fresh.state = file.state;
         return fresh;
     } catch (const platform::FileFault& fault) {
-        throw cannotBeMade(path, std::generic_category().message(fault.systemError()));
+        throw cannotBeMade(path, platform::systemErrorText(fault.systemError()));
     } catch (const fs::filesystem_error& fault) {
         throw cannotBeMade(path, fault.code().message());
     }

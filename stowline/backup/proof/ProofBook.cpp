@@ -5,6 +5,7 @@
 #include "stowline/backup/index/StatementUse.h"
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/FileHandle.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <sqlite3.h>
@@ -254,7 +255,7 @@ ProofBook ProofBook::open(const fs::path& file, const IndexOwner& owner, std::in
     } catch (const SQLite::Exception& fault) {
         throw faultIn(file, fault.what(), IndexFault::Kind::other);
     } catch (const platform::FileFault& fault) {
-        throw faultIn(file, std::generic_category().message(fault.systemError()),
+        throw faultIn(file, platform::systemErrorText(fault.systemError()),
                       IndexFault::Kind::unwritable);
     } catch (const fs::filesystem_error& fault) {
         throw faultIn(file, fault.code().message(), IndexFault::Kind::unwritable);

@@ -5,6 +5,7 @@
 #include "stowline/platform/files/FileStatus.h"
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/files/TargetFolder.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <fmt/format.h>
 
@@ -181,7 +182,7 @@ std::optional<TestFolder> TestFolder::take(const fs::path& profileFolder,
     if (!lock) {
         fault = error == 0 ? "Another self-test of this profile is running."
                            : "The lock " + lockIn(profileFolder).string() +
-                                 " cannot be made: " + std::generic_category().message(error) + ".";
+                                 " cannot be made: " + platform::systemErrorText(error) + ".";
         return std::nullopt;
     }
     if (candidates.empty()) {

@@ -4,6 +4,7 @@
 #include "stowline/backup/record/RecordWriter.h"
 #include "stowline/platform/files/FileHandle.h"
 #include "stowline/platform/files/SourceFile.h"
+#include "stowline/platform/text/SystemErrorText.h"
 #include "stowline/platform/threads/StopRequest.h"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ void readInto(const FetchedRecord& record, RecordReader& reader)
         const auto count = record.file.readAt(at, room, error);
         if (!count || *count == 0)
             throw RecordFault(Kind::failed, "A fetched record cannot be read from the disk: " +
-                                                std::generic_category().message(error) + ".");
+                                                platform::systemErrorText(error) + ".");
         reader.feed({room.data(), *count});
         at += *count;
     }
@@ -262,7 +263,7 @@ FetchedRecord fetch(RecordPlace& place, const std::string& chain, const RecordFi
     if (!copy)
         throw RecordFault(Kind::failed,
                           "A record cannot be kept in " + workFolder.string() +
-                              " while it is read: " + std::generic_category().message(error) + ".");
+                              " while it is read: " + platform::systemErrorText(error) + ".");
     reader.finish();
     checkHead(*reader.head(), chain, file);
     return {std::move(*copy), *reader.head(), reader.digest(), size};

@@ -3,6 +3,7 @@
 #include "stowline/platform/desktop/Sha256.h"
 #include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/DescriptorLimit.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,7 @@
 #include "stowline/backup/restore/Metadata.h"
 
 #include "stowline/platform/files/AccountNames.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -4,6 +4,7 @@
 #include "stowline/backup/restore/DeletionRefusal.h"
 #include "stowline/backup/restore/FilePlacer.h"
 #include "stowline/platform/files/AccountNames.h"
+#include "stowline/platform/text/SystemErrorText.h"
 #include "stowline/platform/text/Text.h"
 
 #include <fmt/format.h>

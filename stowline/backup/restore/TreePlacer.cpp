@@ -3,6 +3,7 @@
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/DescriptorLimit.h"
+#include "stowline/platform/text/SystemErrorText.h"
 #include "stowline/platform/values/HandledException.h"
 
 #include <algorithm>

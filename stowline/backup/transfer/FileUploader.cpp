@@ -5,6 +5,7 @@
 #include "stowline/platform/desktop/MachineIdentity.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/Numbers.h"
+#include "stowline/platform/text/SystemErrorText.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/time/Date.h"
 #include "stowline/service/PartHeaders.h"
@@ -18,7 +19,6 @@
 #include <cerrno>
 #include <chrono>
 #include <new>
-#include <system_error>
 
 namespace stowline::backup {
 
@@ -103,7 +103,7 @@ UploadOutcome FileUploader::outcomeOf(int systemError) const
     if (systemError == EINVAL || systemError == ELOOP || systemError == ENOTDIR)
         return outcome(Kind::vanished, "it is not a regular file any more.");
     return outcome(Kind::failed,
-                   "it cannot be read: " + std::generic_category().message(systemError) + ".");
+                   "it cannot be read: " + platform::systemErrorText(systemError) + ".");
 }
 
 std::optional<UploadOutcome> FileUploader::failureOf(const std::optional<StepFailure>& failure,

@@ -1,10 +1,10 @@
 #include "stowline/backup/tree/NamedPaths.h"
 
 #include "stowline/backup/tree/PathBelow.h"
+#include "stowline/platform/text/SystemErrorText.h"
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
 #include <utility>
 
 namespace stowline::backup {
@@ -104,9 +104,8 @@ private:
             path = pathIn(path, names_.back());
             names_.pop_back();
         }
-        result_.failures.push_back({.path = std::move(path),
-                                    .reason = std::generic_category().message(error),
-                                    .isNamed = true});
+        result_.failures.push_back(
+            {.path = std::move(path), .reason = platform::systemErrorText(error), .isNamed = true});
         return false;
     }
 

@@ -4,13 +4,13 @@
 #include "stowline/backup/tree/OpenFolders.h"
 #include "stowline/platform/files/AccountNames.h"
 #include "stowline/platform/files/SourceFile.h"
+#include "stowline/platform/text/SystemErrorText.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <map>
 #include <set>
-#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -28,7 +28,7 @@ constexpr const char* kGone = "it is not there any more";
 
 std::string messageOf(int error)
 {
-    return error == ENOTDIR ? kReplaced : std::generic_category().message(error);
+    return error == ENOTDIR ? kReplaced : platform::systemErrorText(error);
 }
 
 ItemKind kindOf(ItemType type)

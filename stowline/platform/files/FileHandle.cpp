@@ -1,10 +1,11 @@
 #include "stowline/platform/files/FileHandle.h"
 
+#include "stowline/platform/text/SystemErrorText.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace stowline::platform {
@@ -60,7 +61,7 @@ bool meansNotSupported(int systemError)
 
 FileFault::FileFault(const char* deed, const fs::path& path, int systemError)
     : std::runtime_error(std::string(deed) + " " + path.string() + ": " +
-                         std::generic_category().message(systemError)),
+                         systemErrorText(systemError)),
       systemError_(systemError)
 {
 }

@@ -436,9 +436,4 @@ bool mayMakeDevices()
            (rights[CAP_TO_INDEX(CAP_MKNOD)].effective & CAP_TO_MASK(CAP_MKNOD)) != 0;
 }
 
-std::string systemErrorText(int error)
-{
-    return std::generic_category().message(error);
-}
-
 } // namespace stowline::platform

@@ -114,7 +114,4 @@ private:
 /// system, as in a container, making one may fail all the same.
 [[nodiscard]] bool mayMakeDevices();
 
-/// The system's words for an error number.
-[[nodiscard]] std::string systemErrorText(int error);
-
 } // namespace stowline::platform

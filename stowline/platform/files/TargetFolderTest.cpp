@@ -4,6 +4,8 @@
 #include "tests/support/SystemCallFilter.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include "stowline/platform/text/SystemErrorText.h"
+
 #include <gtest/gtest.h>
 
 #include <cerrno>
