@@ -12,6 +12,7 @@
 #include "stowline/backup/proof/TestFolder.h"
 #include "stowline/backup/record/RecordFault.h"
 #include "stowline/backup/tree/PathBelow.h"
+#include "stowline/backup/tree/RuleText.h"
 #include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/files/TargetFolder.h"
 #include "stowline/platform/text/SystemErrorText.h"
@@ -432,7 +433,9 @@ private:
     [[nodiscard]] std::string notedRules() const
     {
         std::string rules = packedRules(recordedRules(request_.rules));
-        return rules.size() <= kMostNotedRules ? rules : packedRules({"too long to be noted"});
+        return rules.size() <= kMostNotedRules
+                   ? rules
+                   : packedRules({textOf({NotedRule::Kind::tooLong, {}})});
     }
 
     void tellIdlePatterns(const std::vector<std::string>& patterns)

@@ -2,6 +2,7 @@
 
 #include "stowline/backup/RunFault.h"
 #include "stowline/backup/transfer/FileUploader.h"
+#include "stowline/backup/tree/RuleText.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "stowline/util/General.h"
 
@@ -186,19 +187,23 @@ std::string streamPathOf(const std::string& name)
 
 std::vector<std::string> recordedRules(const BackupRules& rules)
 {
+    using Kind = NotedRule::Kind;
     std::vector<std::string> texts;
+    const auto add = [&texts](Kind kind, const std::string& text = {}) {
+        texts.push_back(textOf({kind, text}));
+    };
     for (const std::string& pattern : rules.include)
-        texts.push_back("include " + pattern);
+        add(Kind::include, pattern);
     for (const std::string& pattern : rules.exclude)
-        texts.push_back("exclude " + pattern);
+        add(Kind::exclude, pattern);
     if (!rules.excludeLines.empty())
-        texts.push_back("exclude-from " + rules.excludeLines);
+        add(Kind::excludeFrom, rules.excludeLines);
     if (rules.skipsHidden)
-        texts.emplace_back("skip-hidden");
+        add(Kind::skipsHidden);
     if (rules.skipsCaches)
-        texts.emplace_back("exclude-caches");
+        add(Kind::skipsCaches);
     if (rules.staysOnFileSystem)
-        texts.emplace_back("one-file-system");
+        add(Kind::staysOnFileSystem);
     return texts;
 }
 

@@ -1,6 +1,7 @@
 #include "stowline/backup/restore/Absence.h"
 
 #include "stowline/backup/restore/LinkTrail.h"
+#include "stowline/backup/tree/RuleText.h"
 
 #include <utility>
 #include <vector>
@@ -9,27 +10,27 @@ namespace stowline::backup {
 
 namespace {
 
-constexpr const char* kTooLong = "too long to be noted";
-
-/// @return false for a rule that this program does not know
-bool addRule(TreeRules& rules, std::string_view text)
+/// @return false for a rule that cannot be followed
+bool addRule(TreeRules& rules, const NotedRule& rule)
 {
-    constexpr std::string_view include = "include ";
-    constexpr std::string_view exclude = "exclude ";
-    constexpr std::string_view excludeFrom = "exclude-from ";
-    if (text.starts_with(include))
-        return rules.include(text.substr(include.size()));
-    if (text.starts_with(exclude))
-        return rules.exclude(text.substr(exclude.size()));
-    if (text.starts_with(excludeFrom))
-        return !rules.excludeLines(text.substr(excludeFrom.size()));
-    bool* const flag = text == "skip-hidden"       ? &rules.skipsHidden
-                       : text == "exclude-caches"  ? &rules.skipsCaches
-                       : text == "one-file-system" ? &rules.staysOnFileSystem
-                                                   : nullptr;
-    if (flag != nullptr)
-        *flag = true;
-    return flag != nullptr;
+    switch (rule.kind) {
+    case NotedRule::Kind::include:
+        return rules.include(rule.text);
+    case NotedRule::Kind::exclude:
+        return rules.exclude(rule.text);
+    case NotedRule::Kind::excludeFrom:
+        return !rules.excludeLines(rule.text);
+    case NotedRule::Kind::skipsHidden:
+        return rules.skipsHidden = true;
+    case NotedRule::Kind::skipsCaches:
+        return rules.skipsCaches = true;
+    case NotedRule::Kind::staysOnFileSystem:
+        return rules.staysOnFileSystem = true;
+    case NotedRule::Kind::tooLong:
+    case NotedRule::Kind::unknown:
+        break;
+    }
+    return false;
 }
 
 } // namespace
@@ -37,9 +38,11 @@ bool addRule(TreeRules& rules, std::string_view text)
 NotedRules notedRules(const PlaceNote& walked)
 {
     NotedRules noted;
-    for (const std::string& rule : unpackedRules(walked.text)) {
+    for (const std::string& text : unpackedRules(walked.text)) {
+        const NotedRule rule = parsedRule(text);
+        noted.areTooLong = noted.areTooLong || rule.kind == NotedRule::Kind::tooLong;
         if (!addRule(noted.rules, rule) && noted.unreadable.empty())
-            noted.unreadable = rule;
+            noted.unreadable = text;
     }
     return noted;
 }
@@ -52,11 +55,6 @@ std::set<std::string> foldersWalkedBy(const RecordHead& head, const ItemIndex& i
             folders.insert(std::move(*real));
     }
     return folders;
-}
-
-bool isTooLongToBeNoted(const NotedRules& rules)
-{
-    return rules.unreadable == kTooLong;
 }
 
 const NotedRules& Absences::rulesOf(const PlaceNote& note)

@@ -24,12 +24,10 @@ enum class Absence {
 /// The rules of a run in a folder that was named, as its record notes them.
 struct NotedRules {
     TreeRules rules;
-    std::string unreadable; ///< a rule that cannot be followed here; empty: none
+    std::string unreadable;  ///< a rule that cannot be followed here; empty: none
+    bool areTooLong = false; ///< they were too many for the record (docs/formats/record.md)
 };
 [[nodiscard]] NotedRules notedRules(const PlaceNote& walked);
-
-/// Whether rules were too many for the record (docs/formats/record.md).
-[[nodiscard]] bool isTooLongToBeNoted(const NotedRules& rules);
 
 /// The folders that a run itself looked at as a whole: what it was told to back up, by the real
 /// paths. What its record notes of other folders is what an earlier run saw of them.

@@ -25,7 +25,7 @@ std::string runText(const RecordHead& head)
 std::string unreadableSentence(const RecordHead& head, const std::string& folder,
                                const NotedRules& noted)
 {
-    return isTooLongToBeNoted(noted)
+    return noted.areTooLong
                ? fmt::format("The rules of run {} in {} are too long to be in its record{}",
                              head.run, folder, kUnsure)
                : fmt::format("{} followed the rule \"{}\" in {}, which this program does not "

@@ -3,6 +3,7 @@
 #include "stowline/backup/record/KeptRuns.h"
 #include "stowline/backup/record/StateFolder.h"
 #include "stowline/backup/restore/Selection.h"
+#include "stowline/backup/tree/RuleText.h"
 #include "stowline/backup/tree/ShortList.h"
 #include "stowline/platform/text/Text.h"
 #include "stowline/platform/values/HandledException.h"
@@ -132,9 +133,10 @@ std::string patternsOf(const PlaceNote& walked)
     constexpr std::size_t most = 200; ///< bytes
     std::string text;
     for (std::string rule : unpackedRules(walked.text)) {
-        if (rule.starts_with("exclude-from "))
+        const NotedRule::Kind kind = parsedRule(rule).kind;
+        if (kind == NotedRule::Kind::excludeFrom)
             rule = "those of a file of patterns";
-        else if (!rule.starts_with("exclude ") && !rule.starts_with("include "))
+        else if (kind != NotedRule::Kind::exclude && kind != NotedRule::Kind::include)
             continue;
         if (text.size() + rule.size() > most)
             return text + (text.empty() ? "" : ", ") + "and more";
