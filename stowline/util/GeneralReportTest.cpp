@@ -65,6 +65,22 @@ TEST(EmailReport, DatesAreLocal)
               "7/1/26, 12:30 PM");
 }
 
+/// Zones whose rules changed after the libraries that carry zone data of their own were packaged,
+/// one after the other in one process.
+TEST(EmailReport, DatesFollowTheZoneDataOfTheSystem)
+{
+    for (const auto& [zone, text] : {std::pair{"Africa/Cairo", "6/21/26, 3:00 AM"},
+                                     {"Asia/Almaty", "6/21/26, 5:00 AM"},
+                                     {"America/Mexico_City", "6/20/26, 6:00 PM"},
+                                     {"America/Nuuk", "6/20/26, 11:00 PM"},
+                                     {"America/Asuncion", "6/20/26, 9:00 PM"},
+                                     {"EST5EDT,M3.2.0,M11.1.0", "6/20/26, 8:00 PM"}}) {
+        ::setenv("TZ", zone, 1);
+        EXPECT_EQ(General::emailReportDateFormatter().stringFromDate(at(2026, 6, 21, 0, 0)), text)
+            << zone;
+    }
+}
+
 std::optional<std::string> body(const std::string& user = "ann",
                                 const std::string& machine = "iMac")
 {
