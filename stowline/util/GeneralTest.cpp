@@ -1,4 +1,5 @@
 #include "stowline/util/General.h"
+#include "stowline/platform/files/Files.h"
 
 #include "tests/support/Program.h"
 #include "tests/support/TestBundle.h"
@@ -6,7 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <regex>
 #include <sched.h>
+#include <set>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -102,6 +105,19 @@ TEST(General, ScheduledLaunchIsAWholeArgument)
     EXPECT_FALSE(General::isScheduledLaunch());
 }
 
+/// The names of all that the header declares.
+std::set<std::string> operationsOfGeneral()
+{
+    const std::string header =
+        platform::readFile(test::sourceFile("stowline/util/General.h")).value();
+    const std::regex declaration(R"(\bstatic\s+[\w:<> ]+?\s+(\w+)\()");
+    std::set<std::string> names;
+    for (std::sregex_iterator found(header.begin(), header.end(), declaration), end; found != end;
+         ++found)
+        names.insert((*found)[1]);
+    return names;
+}
+
 /// Every operation, first in a process of its own: the launch time is that of its call.
 TEST(General, WhicheverOperationComesFirstSetsTheLaunchTime)
 {
@@ -109,7 +125,9 @@ TEST(General, WhicheverOperationComesFirstSetsTheLaunchTime)
         {"uuid", [] { (void)General::uuid(); }},
         {"computerName", [] { (void)General::computerName(); }},
         {"localHostName", [] { (void)General::localHostName(); }},
+        {"hardwareId", [] { (void)General::hardwareId(); }},
         {"productName", [] { (void)General::productName(); }},
+        {"productVersion", [] { (void)General::productVersion(); }},
         {"userAgent", [] { (void)General::userAgent(); }},
         {"isScheduledLaunch", [] { (void)General::isScheduledLaunch(); }},
         {"progressSizeForSize", [] { (void)General::progressSizeForSize(1); }},
@@ -117,14 +135,33 @@ TEST(General, WhicheverOperationComesFirstSetsTheLaunchTime)
         {"pathRepresentedByDirectoryString",
          [] { (void)General::pathRepresentedByDirectoryString("trash"); }},
         {"path", [] { (void)General::path("", ""); }},
+        {"volumeRefNumFromPath", [] { (void)General::volumeRefNumFromPath(""); }},
+        {"volumeNameFromPath", [] { (void)General::volumeNameFromPath(""); }},
+        {"volumePathFromItemPath", [] { (void)General::volumePathFromItemPath(""); }},
+        {"isSystemVolumePath", [] { (void)General::isSystemVolumePath(""); }},
+        {"isPathPackage", [] { (void)General::isPathPackage(""); }},
         {"isItemHidden", [] { (void)General::isItemHidden(""); }},
         {"isItemInPackage", [] { (void)General::isItemInPackage(""); }},
         {"isItemPlainFile", [] { (void)General::isItemPlainFile(""); }},
+        {"string", [] { (void)General::string("", ""); }},
         {"isEmailValid", [] { (void)General::isEmailValid(""); }},
+        {"isPasswordValid", [] { (void)General::isPasswordValid(""); }},
+        {"isFullnameValid", [] { (void)General::isFullnameValid(""); }},
+        {"isSecretAnswerValid", [] { (void)General::isSecretAnswerValid(""); }},
         {"emailReportDateFormatter", [] { (void)General::emailReportDateFormatter(); }},
+        {"createEmailReportSubjectWithAppName",
+         [] { (void)General::createEmailReportSubjectWithAppName("", {}); }},
+        {"createEmailReportHTMLBodyWithAppName",
+         [] {
+             (void)General::createEmailReportHTMLBodyWithAppName("", {}, "", "", {}, 0, 0, 0, 0, 0);
+         }},
         {"sizeString", [] { (void)General::sizeString(1); }},
         {"base64EncodeString", [] { (void)General::base64EncodeString(""); }},
     };
+    std::set<std::string> tried{"launchTime"}; // which the others are compared with
+    for (const auto& operation : operations)
+        tried.insert(operation.first);
+    EXPECT_EQ(tried, operationsOfGeneral());
     for (const auto& [name, operation] : operations) {
         const pid_t child = ::fork();
         if (child == 0) {
