@@ -336,13 +336,33 @@ public:
     /// Lets an authority of its own sign it, valid for so many days from now.
     void signByAuthority(int days)
     {
+        makeRequestToAnAuthority();
+        openssl({"/usr/bin/openssl", "x509", "-req", "-in", in("request.pem"), "-CA", in("ca.pem"),
+                 "-CAkey", in("ca.key"), "-CAcreateserial", "-copy_extensions", "copy", "-days",
+                 std::to_string(days), "-out", in("own.pem")});
+    }
+
+    /// Lets an authority of its own sign it for times to come.
+    void signByAuthorityForTheFuture()
+    {
+        makeRequestToAnAuthority();
+        (void)folder_.write("index", "");
+        (void)folder_.write("ca.cnf", "[ca]\ndefault_ca=own\n[own]\ndatabase=" + in("index") +
+                                          "\nnew_certs_dir=" + in("") +
+                                          "\ndefault_md=sha256\npolicy=any\nrand_serial=yes\n"
+                                          "copy_extensions=copy\n[any]\ncommonName=supplied\n");
+        openssl({"/usr/bin/openssl", "ca", "-batch", "-config", in("ca.cnf"), "-cert", in("ca.pem"),
+                 "-keyfile", in("ca.key"), "-in", in("request.pem"), "-startdate",
+                 "20900101000000Z", "-enddate", "20910101000000Z", "-notext", "-out",
+                 in("own.pem")});
+    }
+
+    void makeRequestToAnAuthority()
+    {
         openssl({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "9",
                  "-subj", "/CN=authority", "-keyout", in("ca.key"), "-out", in("ca.pem")});
         openssl({"/usr/bin/openssl", "x509", "-x509toreq", "-copy_extensions", "copy", "-in",
                  in("own.pem"), "-signkey", in("key.pem"), "-out", in("request.pem")});
-        openssl({"/usr/bin/openssl", "x509", "-req", "-in", in("request.pem"), "-CA", in("ca.pem"),
-                 "-CAkey", in("ca.key"), "-CAcreateserial", "-copy_extensions", "copy", "-days",
-                 std::to_string(days), "-out", in("own.pem")});
     }
 
     void trust(const std::string& file)
@@ -408,6 +428,17 @@ TEST(CertificateFailure, Expired)
                   "The certificate of " + service.host +
                       " has expired. Please check this machine's clock; if it is right, the "
                       "provider must renew the certificate.");
+}
+
+TEST(CertificateFailure, NotYetValid)
+{
+    SecureService service(kForLoopback);
+    service.signByAuthorityForTheFuture();
+    service.trust("ca.pem");
+    const auto result = service.signIn();
+    expectFailure(result, 1,
+                  "The certificate of " + service.host +
+                      " is not valid yet. Please check this machine's clock.");
 }
 
 TEST(CertificateFailure, OfAnotherName)
