@@ -140,6 +140,20 @@ def faults():
                 yield f"{relative}:{number}: {name} belongs in stowline/platform/"
 
 
+# Operations log by themselves, so that a line names the operation and not a function that helps it.
+LOGS_ITSELF = re.compile(r"STOWLINE_LOG_\w+\(|logging/LogMacros\.h")
+
+
+def faults_of_logging():
+    """The layer's lines go through its operations (stowline/service/Operation.h)."""
+    for path in sorted((ROOT / "stowline/service").glob("*")):
+        if path.name.endswith(("Test.cpp", "Test.h")):
+            continue
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            if LOGS_ITSELF.search(line):
+                yield f"{path.relative_to(ROOT).as_posix()}:{number}: logs past the operation (OPERATION_LOG_ERROR)"
+
+
 def faults_of_public_headers():
     """What is installed includes only what is installed, and exports what it declares."""
     public = public_headers()
@@ -157,6 +171,6 @@ def faults_of_public_headers():
             yield f"{relative}: what it declares is not exported (#pragma GCC visibility)"
 
 
-found = list(faults()) + list(faults_of_public_headers())
+found = list(faults()) + list(faults_of_logging()) + list(faults_of_public_headers())
 print("\n".join(found) if found else "every include follows the table")
 sys.exit(1 if found else 0)

@@ -1,7 +1,6 @@
 #include "stowline/service/HelperRun.h"
 
 #include "stowline/call/CallArchive.h"
-#include "stowline/logging/LogMacros.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/ConsoleLog.h"
 #include "stowline/platform/processes/ChildProcess.h"
