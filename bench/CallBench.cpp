@@ -1,6 +1,7 @@
 // A whole broker call beside the curl command that posts the same envelope to the same server, over
 // http and over https with a trust store of the system's size: its time and processor time, the
 // first call of a process, and calls of many threads at once.
+#include "bench/CommandRun.h"
 #include "bench/Measure.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/files/Files.h"
@@ -17,7 +18,6 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <sstream>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -146,22 +146,10 @@ double ownProcessorTime()
 /// The same of the nursery and the children that it has waited for (proc(5), "stat").
 double nurserysProcessorTime()
 {
-    double ticks = 0;
-    for (const int nursery : test::nurseriesOf(::getpid())) {
-        const std::string stat =
-            platform::readFile("/proc/" + std::to_string(nursery) + "/stat").value_or(")");
-        std::istringstream fields(stat.substr(stat.rfind(')') + 1));
-        constexpr int fieldsBefore = 11;
-        std::string skipped;
-        for (int i = 0; i < fieldsBefore; ++i)
-            fields >> skipped;
-        for (int i = 0; i < 4; ++i) {
-            double value = 0;
-            fields >> value;
-            ticks += value;
-        }
-    }
-    return ticks * 1e6 / static_cast<double>(::sysconf(_SC_CLK_TCK));
+    double seconds = 0;
+    for (const int nursery : test::nurseriesOf(::getpid()))
+        seconds += processorSecondsOf(nursery);
+    return seconds * 1e6;
 }
 
 /// Processor time of every process of a call, which the system tells in hundredths of a second:

@@ -35,7 +35,8 @@ int main(int count, char** words)
         {"call", {measureCalls, measureParsing, measureExpansion}},
         {"log", {measureLogging, measureFileLogging}},
         {"util", {measureUtilities, measureStore}},
-        {"upload", {measureUploads}},
+        {"upload", {measureUploads, measureSmallFiles}},
+        {"small", {measureSmallFiles}},
         {"tree", {measureTrees}},
         {"restore", {measureRestores}},
         {"forget", {measureForgetting}},
@@ -47,9 +48,8 @@ int main(int count, char** words)
     }
     const auto subject = subjects.find(count == 2 ? named : "");
     if (subject == subjects.end()) {
-        fmt::print(
-            stderr,
-            "usage: stowline-bench call|log|util|upload|tree|restore|forget|content|day [PART]\n");
+        fmt::print(stderr, "usage: stowline-bench "
+                           "call|log|util|upload|small|tree|restore|forget|content|day [PART]\n");
         return 2;
     }
     for (const auto& measure : subject->second)

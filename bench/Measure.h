@@ -49,6 +49,7 @@ void measureExpansion();
 void measureUtilities();
 void measureStore();
 void measureUploads();
+void measureSmallFiles();
 void measureTrees();
 void measureRestores();
 void measureForgetting();

@@ -2,13 +2,13 @@
 // own server, and a tree that is right already beside sha256sum.
 #include "bench/Measure.h"
 #include "bench/ServedTree.h"
+#include "bench/SftpServer.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/Program.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fmt/format.h>
 
-#include <csignal>
 #include <cstdio>
 #include <fstream>
 
@@ -113,42 +113,6 @@ void measureLargeFile()
     fmt::print("Restoring 1 GiB takes at most {:.0f} MiB of memory.\n", restore.mebibytes);
     std::fflush(stdout);
 }
-
-/// rclone's server of a folder, on a port of its choice.
-class SftpServer {
-public:
-    explicit SftpServer(const fs::path& folder)
-        : server_({.words = {"/bin/bash", "-c",
-                             "exec rclone serve sftp \"$0\" --addr 127.0.0.1:0 --user x --pass y "
-                             "--config /dev/null -v 2>&1",
-                             folder}})
-    {
-        const std::string_view before = "listening on 127.0.0.1:";
-        while (const auto line = server_.readLine()) {
-            const auto at = line->find(before);
-            if (at == std::string::npos)
-                continue;
-            port_ = line->substr(at + before.size());
-            return;
-        }
-        giveUp("rclone serves nothing.");
-    }
-    ~SftpServer() { server_.signal(SIGTERM); }
-    SftpServer(const SftpServer&) = delete;
-    SftpServer& operator=(const SftpServer&) = delete;
-
-    void copyTo(const fs::path& target) const
-    {
-        run({"/bin/bash", "-c",
-             fmt::format("exec rclone copy ':sftp:/' '{}' --config /dev/null --sftp-host 127.0.0.1 "
-                         "--sftp-port {} --sftp-user x --sftp-pass \"$(rclone obscure y)\"",
-                         target.string(), port_)});
-    }
-
-private:
-    test::BackgroundProgram server_;
-    std::string port_;
-};
 
 void measureSmallFiles()
 {

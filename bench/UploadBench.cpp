@@ -1,6 +1,7 @@
-// Uploading beside curl, to a server that only reads; many small files through the whole command;
-// a long listing page by page.
+// Uploading beside curl, to a server that only reads; a long listing page by page.
+#include "bench/CommandRun.h"
 #include "bench/Measure.h"
+#include "bench/ServedTree.h"
 #include "devserver/Storage.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -8,16 +9,11 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <arpa/inet.h>
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
-#include <fstream>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -31,71 +27,11 @@ constexpr std::size_t kPartBytes = 4U << 20;
 constexpr int kParts = 256; // 1 GiB
 constexpr int kRounds = 7;
 
-[[noreturn]] void giveUp(const std::string& sentence)
-{
-    fmt::print(stderr, "stowline-bench: {}\n", sentence);
-    std::exit(1);
-}
-
-double seconds(const timeval& time)
-{
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-double processorSeconds(const rusage& usage)
-{
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
 double ownProcessorSeconds()
 {
     rusage usage{};
     ::getrusage(RUSAGE_SELF, &usage);
     return processorSeconds(usage);
-}
-
-struct Run {
-    double wall = 0;
-    double processor = 0;
-    long peakKb = 0;
-    std::string output;
-};
-
-/// Runs a program to its end with its standard output read.
-Run runMeasured(const std::vector<std::string>& words,
-                const std::vector<std::pair<std::string, std::string>>& environment = {})
-{
-    std::array<int, 2> pipe{};
-    if (::pipe2(pipe.data(), O_CLOEXEC) != 0)
-        giveUp("no pipe");
-    const auto start = Clock::now();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(pipe[1], STDOUT_FILENO);
-        for (const auto& [name, value] : environment)
-            ::setenv(name.c_str(), value.c_str(), 1);
-        std::vector<char*> arguments;
-        for (const std::string& word : words)
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        arguments.push_back(nullptr);
-        ::execvp(arguments[0], arguments.data());
-        ::_exit(127);
-    }
-    ::close(pipe[1]);
-    Run run;
-    std::array<char, 65536> piece{};
-    for (ssize_t count = 0; (count = ::read(pipe[0], piece.data(), piece.size())) > 0;)
-        run.output.append(piece.data(), static_cast<std::size_t>(count));
-    ::close(pipe[0]);
-    int status = 0;
-    rusage usage{};
-    ::wait4(child, &status, 0, &usage);
-    run.wall = std::chrono::duration<double>(Clock::now() - start).count();
-    run.processor = processorSeconds(usage);
-    run.peakKb = usage.ru_maxrss;
-    if (status != 0)
-        giveUp(words.front() + " failed:\n" + run.output);
-    return run;
 }
 
 /// Reads requests and answers "true", in a process of its own so that its time is nobody's.
@@ -230,47 +166,6 @@ void measureParts()
                after.ru_maxrss - before.ru_maxrss);
 }
 
-std::vector<std::pair<std::string, std::string>>
-commandEnvironment(const test::DevServerProcess& server, const test::TemporaryFolder& home)
-{
-    return {{"STOWLINE_BUNDLE", server.bundle().string()},
-            {"HOME", home.path().string()},
-            {"STOWLINE_USERNAME", "ann"},
-            {"STOWLINE_PASSWORD", "pass word"}};
-}
-
-void signUp(const test::DevServerProcess& server, const test::TemporaryFolder& home)
-{
-    (void)runMeasured({test::builtProgram("stowline"), "signup", "--email", "a@b.c"},
-                      commandEnvironment(server, home));
-}
-
-void measureSmallFiles()
-{
-    constexpr int files = 10000;
-    for (const int jobs : {1, 2, 4, 8}) {
-        const test::DevServerProcess server;
-        const test::TemporaryFolder home;
-        const test::TemporaryFolder folder;
-        signUp(server, home);
-        for (int i = 0; i < files; ++i)
-            folder.write(fmt::format("d{}/f{}", i / 100, i), std::string(1024, 'x'));
-        const Run run = runMeasured({test::builtProgram("stowline"), "backup", "--json", "--jobs",
-                                     std::to_string(jobs), folder.path().string()},
-                                    commandEnvironment(server, home));
-        const auto last = run.output.rfind("{\"v\":1,\"type\":\"result\"");
-        const auto result = nlohmann::json::parse(run.output.substr(last));
-        const double registering = result["registration_seconds"].get<double>();
-        const double whole = result["seconds"].get<double>();
-        fmt::print("10,000 files of 1 KiB, {} at once: {:.0f} files/s; {:.0f} % of the jobs' time "
-                   "in SOAP registration, {:.2f} ms each; peak {} KiB\n",
-                   jobs, files / whole, 100 * registering / (whole * jobs),
-                   1000 * registering / files, run.peakKb);
-        std::fflush(stdout);
-    }
-    fmt::print("\n");
-}
-
 void measureListing()
 {
     constexpr int entries = 100000;
@@ -311,9 +206,10 @@ void measureListing()
 
 void measureUploads()
 {
-    measureParts();
-    measureSmallFiles();
-    measureListing();
+    measureOrEnd([] {
+        measureParts();
+        measureListing();
+    });
 }
 
 } // namespace stowline::bench
