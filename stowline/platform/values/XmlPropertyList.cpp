@@ -215,7 +215,8 @@ PropertyListReading readXmlPropertyList(std::string_view text, PropertyListSourc
 {
     PropertyListBuilder builder(source);
     if (const auto error = readXml(text, builder, {.maximumDepth = 512, .allowBareDoctype = true}))
-        return {std::nullopt, "line " + std::to_string(error->line) + ": " + error->message};
+        return {std::nullopt, "line " + std::to_string(error->line) + ": " + error->message,
+                error->line};
     return {builder.takeRoot(), ""};
 }
 
