@@ -11,7 +11,9 @@ namespace stowline {
 
 /// What happened and what to do about it, in sentences. Pure; throws std::bad_alloc alone.
 /// @param host whom the call was for ("backup.example.com", or "the service")
-[[nodiscard]] std::string sentenceFor(FailureKind kind, std::string_view host);
+/// @param reason "status 503", said behind it unless the sentence says it; empty: none
+[[nodiscard]] std::string sentenceFor(FailureKind kind, std::string_view host,
+                                      std::string_view reason = {});
 
 } // namespace stowline
 #pragma GCC visibility pop
