@@ -262,6 +262,17 @@ TEST(WebServer, AnAdministratorMustHaveAnAccount)
         << run.errors;
 }
 
+TEST(WebServer, TokensThatCannotBeReadAreNotNone)
+{
+    const test::TemporaryFolder data;
+    const char* const unreadable = "/proc/self/mem"; // a file, whoever asks
+    const auto run =
+        test::runProgram({{test::builtProgram("stowline-devserver"), "--data",
+                           (data.path() / "d").string(), "--monitoring-tokens", unreadable}});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.errors, "stowline-devserver: The file /proc/self/mem cannot be read.\n");
+}
+
 TEST(OwnAddress, MayLackThePortWhereBrowsersLeaveItOut)
 {
     EXPECT_TRUE(isOwnHost({"http", 80}, "localhost"));
