@@ -35,8 +35,9 @@ public:
     };
     [[nodiscard]] std::vector<Line> lines() const;
 
-    /// Whether a kept message has exactly this text.
-    [[nodiscard]] bool hasLine(std::string_view text) const;
+    /// Whether a kept message has exactly this text, and was logged with this flag where one is
+    /// given.
+    [[nodiscard]] bool hasLine(std::string_view text, std::optional<std::int32_t> flag = {}) const;
 
 private:
     const Keep keep_;

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
 
@@ -39,10 +40,18 @@ public:
         DDLog::removeLogger(logger);
         DDLog::flushLog();
     }
-    [[nodiscard]] bool logged(std::string_view text) const
+    [[nodiscard]] bool logged(std::string_view text, std::optional<std::int32_t> flag = {}) const
     {
         DDLog::flushLog();
-        return logger->hasLine(text);
+        return logger->hasLine(text, flag);
+    }
+    [[nodiscard]] bool loggedErrorWith(std::string_view part) const
+    {
+        DDLog::flushLog();
+        const auto lines = logger->lines();
+        return std::ranges::any_of(lines, [part](const auto& line) {
+            return line.flag == kLogFlagError && line.text.find(part) != std::string::npos;
+        });
     }
     [[nodiscard]] bool loggedLineWith(std::string_view part) const
     {
@@ -186,7 +195,8 @@ TEST(Invocation, AnUnknownMethodIsLoggedAndLeavesTheErrorAlone)
     EXPECT_EQ(watch.kind(), FailureKind::invalidSettings);
     EXPECT_EQ(error->domain, "mine");
     EXPECT_TRUE(witness.logged("\nWebServiceBroker: the settings have no web service \"Other\". "
-                               "Please add it to \"WebServices\"."));
+                               "Please add it to \"WebServices\".",
+                               kLogFlagError));
 }
 
 TEST(Invocation, AFaultIsError200WithoutTheServicesWords)
@@ -375,7 +385,7 @@ TEST(Invocation, AHelperThatIsMissingIsAnErrorAndLogged)
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code, 250);
     EXPECT_EQ(error->kind, FailureKind::helperFailed);
-    EXPECT_TRUE(witness.loggedLineWith("WebServiceCaller cannot be started. Please install"));
+    EXPECT_TRUE(witness.loggedErrorWith("WebServiceCaller cannot be started. Please install"));
 }
 
 TEST(Invocation, AnAnswerThatIsNoDictionaryGoesToTheConsole)

@@ -171,7 +171,8 @@ TEST(UploadPart, TransportFailuresAreStoredAndLogged)
     EXPECT_FALSE(askAbout(nowhere, &second));
     EXPECT_TRUE(second);
     DDLog::flushLog();
-    EXPECT_TRUE(logger->hasLine("Web request error: " + error->localizedDescription()));
+    EXPECT_TRUE(
+        logger->hasLine("Web request error: " + error->localizedDescription(), kLogFlagError));
 }
 
 TEST(PartInfo, AnAbsentArgumentSendsNothing)
