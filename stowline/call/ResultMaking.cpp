@@ -70,14 +70,12 @@ WebServiceCallResult faultResult(std::string_view code, std::string reason,
     return result;
 }
 
-WebServiceCallResult archivableResult(const Dictionary& result)
+WebServiceCallResult archivableResult(Dictionary result)
 {
-    WebServiceCallResult kept;
-    for (const auto& [key, value] : result) {
-        if (textIsArchivable(key) && isArchivable(value))
-            kept.emplace(key, value);
-    }
-    return kept;
+    std::erase_if(result, [](const auto& entry) {
+        return !textIsArchivable(entry.first) || !isArchivable(entry.second);
+    });
+    return result;
 }
 
 } // namespace stowline

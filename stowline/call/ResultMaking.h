@@ -24,6 +24,6 @@ namespace stowline {
 
 /// The result with every entry left out that an archive cannot carry (text with a NUL character or
 /// with bytes that are not UTF-8, anywhere inside the entry).
-[[nodiscard]] WebServiceCallResult archivableResult(const Dictionary& result);
+[[nodiscard]] WebServiceCallResult archivableResult(Dictionary result);
 
 } // namespace stowline

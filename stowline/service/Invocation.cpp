@@ -81,9 +81,8 @@ WebServiceCallRequest requestFor(const Call& call, const Dictionary& methodInfo)
             .proxy = proxy.empty() ? std::nullopt : std::optional(std::move(proxy))};
 }
 
-Dictionary preparedResult(const WebServiceCallResult& result)
+Dictionary preparedResult(WebServiceCallResult prepared)
 {
-    Dictionary prepared = result;
     const auto message = prepared.find(kWSHTTPResponseMessage);
     if (message != prepared.end() && message->second.data())
         message->second =
@@ -189,12 +188,12 @@ std::optional<Value> performed(const Operation& operation, const Call& call)
     const auto methodInfo = methodInfoToCall(operation, call);
     if (!methodInfo)
         return std::nullopt;
-    const auto received = resultOfHelper(operation, requestFor(call, *methodInfo));
+    auto received = resultOfHelper(operation, requestFor(call, *methodInfo));
     if (!received) {
         tellHelpersFailure(operation, received.error());
         return std::nullopt;
     }
-    const Dictionary result = preparedResult(*received);
+    const Dictionary result = preparedResult(std::move(*received));
     OPERATION_LOG_INFO(operation, "\nWebService %@ result = %@", call.name, loggable(call, result));
     if (!WSMethodResultIsFault(result))
         return valueOfResult(operation, *methodInfo, result);

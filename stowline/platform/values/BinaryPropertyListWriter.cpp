@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <deque>
 #include <functional>
 #include <limits>
 #include <unordered_map>
@@ -135,10 +136,12 @@ public:
 
     std::string written()
     {
+        containers_ = {};
         referenceSize_ = sizeOf(objects_.size());
-        std::string bytes = "bplist00";
-        std::vector<std::uint64_t> offsets;
-        offsets.reserve(objects_.size());
+        std::string bytes;
+        bytes.reserve(size()); // growing would take as much again for a moment
+        bytes = "bplist00";
+        std::deque<std::uint64_t> offsets;
         for (const Object& object : objects_) {
             offsets.push_back(bytes.size());
             write(object, bytes);
@@ -166,6 +169,13 @@ private:
         std::size_t firstReference = 0;
     };
 
+    /// About how many bytes will be written, and rarely fewer.
+    [[nodiscard]] std::size_t size() const
+    {
+        constexpr std::size_t ofObject = 2 + 4; // its kind and length, and its place in the table
+        return contentBytes_ + references_.size() * referenceSize_ + objects_.size() * ofObject;
+    }
+
     Number append(Object object)
     {
         if (objects_.size() == std::numeric_limits<Number>::max())
@@ -180,8 +190,10 @@ private:
             throw Unwritable{}; // other readers cut or garble them
         // One place for each hash, so that no choice of texts makes looking one up slow.
         Number& known = recentTexts_.at(std::hash<std::string_view>()(text) % recentTexts_.size());
-        if (known == 0 || objects_[known].value || objects_[known].text != text)
+        if (known == 0 || objects_[known].value || objects_[known].text != text) {
             known = append({.text = text});
+            contentBytes_ += text.size();
+        }
         return known;
     }
 
@@ -203,6 +215,8 @@ private:
                 for (const auto& [key, item] : *entries)
                     noteReference(add(item, depth + 1));
             });
+        if (const auto* bytes = value.data())
+            contentBytes_ += bytes->size();
         return append({.value = &value});
     }
 
@@ -244,9 +258,11 @@ private:
             putNumber(bytes, references_[i], referenceSize_);
     }
 
-    std::vector<Object> objects_;
-    std::vector<Number> references_;
-    std::size_t next_ = 0; ///< where the next reference of the innermost container goes
+    // Neither is ever copied to grow.
+    std::deque<Object> objects_;
+    std::deque<Number> references_;
+    std::size_t contentBytes_ = 0; ///< of texts and data
+    std::size_t next_ = 0;         ///< where the next reference of the innermost container goes
     std::size_t referenceSize_ = 1;
     std::unordered_map<const void*, Number> containers_;
     std::vector<Number> recentTexts_ = std::vector<Number>(4096);

@@ -16,7 +16,6 @@ namespace stowline::platform {
 struct PropertyListReading {
     std::optional<Value> value;
     std::string fault; ///< "line 12: …" for XML; empty when there is a value
-    int line = 0;      ///< where in the XML; 0: none
 };
 
 /// Where in an XML property list each value stands, for messages to the author of the file.

@@ -215,8 +215,7 @@ PropertyListReading readXmlPropertyList(std::string_view text, PropertyListSourc
 {
     PropertyListBuilder builder(source);
     if (const auto error = readXml(text, builder, {.maximumDepth = 512, .allowBareDoctype = true}))
-        return {std::nullopt, "line " + std::to_string(error->line) + ": " + error->message,
-                error->line};
+        return {std::nullopt, "line " + std::to_string(error->line) + ": " + error->message};
     return {builder.takeRoot(), ""};
 }
 
