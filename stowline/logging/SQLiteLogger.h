@@ -40,8 +40,8 @@ struct LogEntry {
 /// it; WAL, so that others can read meanwhile. What was saved survives the end of the process.
 ///
 /// Trouble never reaches the caller. A batch that cannot be saved (a full disk, a locked database)
-/// is told to the machine's log once a spell, kept, and tried again with the next save (with the
-/// flush at the end of the process, too); beyond
+/// is told to the machine's log once a spell, kept, and tried again with the next save, the last
+/// time by the flush at the end of the process: what is refused then, for a second, is lost. Beyond
 /// 100,000 kept entries the oldest 10,000 are dropped. The text is what the formatter makes of the
 /// message. A fork() waits for a save that is being made, and the database is opened anew after it.
 class SQLiteLogger final : public DDAbstractDatabaseLogger, private platform::ForkParticipant {
