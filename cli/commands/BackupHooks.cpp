@@ -19,15 +19,15 @@ std::string sentenceFor(const CommandEnd& end, const std::string& command, doubl
 {
     switch (end.kind) {
     case CommandEnd::Kind::malformed:
-        return "has an unmatched quotation mark: " + command;
+        return "is none: " + platform::faultInCommand(command);
     case CommandEnd::Kind::notStarted:
         return fmt::format("cannot be run ({}): {}", platform::systemErrorText(end.number),
                            command);
     case CommandEnd::Kind::bySignal:
         return fmt::format("was ended by signal {}: {}", end.number, command);
     case CommandEnd::Kind::timeOver:
-        return fmt::format("took longer than {} seconds (--hook-time) and was ended: {}", seconds,
-                           command);
+        return fmt::format("took longer than {} second{} (--hook-time) and was ended: {}", seconds,
+                           seconds == 1 ? "" : "s", command);
     case CommandEnd::Kind::stopped:
         return "was interrupted: " + command;
     case CommandEnd::Kind::failed:
@@ -49,14 +49,17 @@ CommandEnd run(const std::string& command, const std::vector<std::string>& varia
 
 void BackupHooks::declare(const Command& command)
 {
-    command.addOption("--before", before_,
-                      "Run this command (no shell) before the backup, which does not begin when it "
-                      "fails; neither this nor --after in a dry run");
-    command.addOption(
-        "--after", after_,
-        "Run this command (no shell) after the backup, also after one that failed; "
-        "STOWLINE_EXIT_STATUS in its environment is what it came to. When the command "
-        "fails the backup ends with status 3");
+    command
+        .addOption("--before", before_,
+                   "Run this command (no shell) before the backup, which does not begin when it "
+                   "fails; neither this nor --after in a dry run")
+        .accepts(platform::faultInCommand);
+    command
+        .addOption("--after", after_,
+                   "Run this command (no shell) after the backup, also after one that failed; "
+                   "STOWLINE_EXIT_STATUS in its environment is what it came to. When the command "
+                   "fails the backup ends with status 3")
+        .accepts(platform::faultInCommand);
     command
         .addOption("--hook-time", seconds_,
                    "Seconds that each of these commands may take before it is ended")

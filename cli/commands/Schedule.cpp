@@ -9,6 +9,7 @@
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/platform/desktop/ServiceUnits.h"
 #include "stowline/platform/network/LineCost.h"
+#include "stowline/platform/processes/CommandOutput.h"
 #include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/time/DateText.h"
 
@@ -304,6 +305,7 @@ void declareInstall(const Command& schedule, const Surroundings& around)
     command
         .addOption("--password-command", options->passwordCommand,
                    "Command (no shell) that prints the password for the run")
+        .accepts(platform::faultInCommand)
         .excludes(file);
     command.addFlag("--on-mains", options->onMainsOnly,
                     "Leave a run out while the machine is on battery power");

@@ -39,10 +39,14 @@ template <class Number> void refuseOtherThanNumbers(CLI::Option& option)
 {
     option.check(CLI::Validator(
         [](const std::string& text) {
-            constexpr const char* wanted =
-                std::is_integral_v<Number> ? "a whole number" : "a number";
+            constexpr const char* wanted = std::is_unsigned_v<Number>
+                                               ? "a whole number of 0 or more"
+                                           : std::is_integral_v<Number> ? "a whole number"
+                                                                        : "a number";
             Number number = 0;
-            return CLI::detail::lexical_cast(text, number)
+            // The library takes "-1" for the largest number there is.
+            const bool isBelow = std::is_unsigned_v<Number> && text.find('-') != std::string::npos;
+            return !isBelow && CLI::detail::lexical_cast(text, number)
                        ? std::string()
                        : "This must be " + std::string(wanted) + ", not \"" + text + "\"";
         },

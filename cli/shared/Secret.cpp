@@ -62,8 +62,10 @@ void SecretOptions::declare(const Command& command, const std::string& name,
                                              "Read the " + name + " from standard input");
     const Option file =
         command.addOption("--" + name + "-file", file_, "Read the " + name + " from a file");
-    const Option run = command.addOption("--" + name + "-command", command_,
-                                         "Run a command (no shell) that prints the " + name);
+    const Option run = command
+                           .addOption("--" + name + "-command", command_,
+                                      "Run a command (no shell) that prints the " + name)
+                           .accepts(platform::faultInCommand);
     fromStdin.excludes(file).excludes(run);
     file.excludes(run);
     if (takenVariables().contains(variable_)) {

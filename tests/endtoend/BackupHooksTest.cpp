@@ -55,7 +55,13 @@ TEST_F(BackupHooks, AFailureOfTheFirstEndsTheRunBeforeItBegins)
     EXPECT_EQ(noted(), "before \nafter 1\n");
     EXPECT_TRUE(account_.stored().empty());
     EXPECT_EQ(account_.backup({"--before", "/nonexistent/x"}).status, 1);
-    EXPECT_EQ(account_.backup({"--before", "echo 'open"}).status, 1);
+    for (const auto& [line, fault] :
+         {std::pair("echo 'open", "The command echo 'open has an unmatched quotation mark."),
+          {"  ", "This command names no program."}}) {
+        const auto malformed = account_.backup({"--before", line});
+        EXPECT_EQ(malformed.status, 2);
+        EXPECT_NE(malformed.errors.find(fault), std::string::npos) << malformed.errors;
+    }
 }
 
 TEST_F(BackupHooks, AFailureOfTheSecondIsOneOfTheRun)
@@ -93,6 +99,9 @@ TEST_F(BackupHooks, HaveALimit)
     EXPECT_NE(result.errors.find("took longer than 0.2 seconds (--hook-time) and was ended"),
               std::string::npos)
         << result.errors;
+    EXPECT_NE(account_.backup({"--hook-time", "1", "--before", "sleep 600"})
+                  .errors.find("took longer than 1 second (--hook-time) and was ended"),
+              std::string::npos);
 }
 
 TEST_F(BackupHooks, CtrlCEndsTheFirstAndTheSecondStillRuns)

@@ -349,7 +349,11 @@ TEST(BackupTells, NumbersThatAreNoneAreAWrongCommandLine)
                               {"--part-size", "-5"},
                               {"--retry-time", "nan"},
                               {"--retry-time", "-nan"},
-                              {"--jobs", "nan"}}) {
+                              {"--jobs", "nan"},
+                              {"--keep-last=-1"},
+                              {"--keep-daily=-18446744073709551615"},
+                              {"--keep-weekly", "99999999999999999999"},
+                              {"--keep-monthly", "1.5"}}) {
         Words words{"backup", empty.path(), "-u", "ann"};
         words.insert(words.end(), more.begin(), more.end());
         EXPECT_EQ(stowline(words).status, 2) << more.back();

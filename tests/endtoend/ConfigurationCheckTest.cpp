@@ -37,6 +37,35 @@ protected:
     test::Command stowline_{fs::path(test::builtPrograms())};
 };
 
+TEST_F(ConfigCheck, TakesNoRuleOfRunsThatKeepsOthersThanItSays)
+{
+    EXPECT_EQ(faults("[profile.a]\n"
+                     "keep-last = -1\n"
+                     "keep-daily = -18446744073709551615\n"
+                     "keep-weekly = \"- 1\"\n"
+                     "[forget]\n"
+                     "keep-monthly = \"few\"\n"),
+              "2:1: \"keep-last\": This must be a whole number of 0 or more, not \"-1\".\n"
+              "3:1: \"keep-daily\": This must be a whole number of 0 or more, not "
+              "\"-18446744073709551615\".\n"
+              "4:1: \"keep-weekly\": This must be a whole number of 0 or more, not \"- 1\".\n"
+              "6:1: \"keep-monthly\": This must be a whole number of 0 or more, not \"few\".\n");
+}
+
+TEST_F(ConfigCheck, FindsCommandsThatAreNone)
+{
+    EXPECT_EQ(faults("[profile.a]\n"
+                     "before = \"'a\"\n"
+                     "after = \"  \"\n"
+                     "password-command = \"# pass show x\"\n"
+                     "monitor-token-command = \"a\\\\\"\n"),
+              "2:1: \"before\": The command 'a has an unmatched quotation mark.\n"
+              "3:1: \"after\": This command names no program.\n"
+              "4:1: \"password-command\": This command names no program.\n"
+              "5:1: \"monitor-token-command\": The command a\\ ends with a backslash that "
+              "stands before nothing.\n");
+}
+
 TEST_F(ConfigCheck, NamesEveryFaultInTheOrderOfTheFile)
 {
     EXPECT_EQ(
@@ -51,7 +80,7 @@ TEST_F(ConfigCheck, NamesEveryFaultInTheOrderOfTheFile)
                "[restor]\n"
                "[rm]\n"
                "yes = true\n"),
-        "1:1: \"jobs\": This must be a whole number, not \"many\".\n"
+        "1:1: \"jobs\": This must be a whole number of 0 or more, not \"many\".\n"
         "2:1: \"uzername\" is not an option of any command. Did you mean \"username\"?\n"
         "4:3: \"exclud\" is not an option of \"stowline backup\". Did you mean "
         "\"exclude\"?\n"

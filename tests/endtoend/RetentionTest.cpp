@@ -163,7 +163,8 @@ TEST(Retention, StandsInTheProfileOfTheConfiguration)
     EXPECT_TRUE(says(wrong, ":4:1: \"keep-dayly\" is not an option of \"stowline backup\" that a "
                             "profile can set. Did you mean \"keep-daily\"?"))
         << wrong.output;
-    EXPECT_TRUE(says(wrong, ":5:1: \"keep-weekly\": This must be a whole number, not \"x\"."))
+    EXPECT_TRUE(
+        says(wrong, ":5:1: \"keep-weekly\": This must be a whole number of 0 or more, not \"x\"."))
         << wrong.output;
 }
 

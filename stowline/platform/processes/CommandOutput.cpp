@@ -32,6 +32,24 @@ std::optional<std::vector<std::string>> wordsOf(const std::string& line)
 
 } // namespace
 
+std::string faultInCommand(const std::string& line)
+{
+    if (wordsOf(line))
+        return {};
+    if (line.find('\0') != std::string::npos)
+        return "This command holds a NUL byte";
+    int count = 0;
+    GError* fault = nullptr;
+    (void)::g_shell_parse_argv(line.c_str(), &count, nullptr, &fault);
+    const std::unique_ptr<GError, decltype(&::g_error_free)> owner(fault, ::g_error_free);
+    if (!fault || fault->code == G_SHELL_ERROR_EMPTY_STRING)
+        return "This command names no program";
+    // With one more character behind it a backslash stands before something.
+    return wordsOf(line + "x")
+               ? "The command " + line + " ends with a backslash that stands before nothing"
+               : "The command " + line + " has an unmatched quotation mark";
+}
+
 std::optional<std::string> outputOfCommand(const std::string& line, std::chrono::milliseconds limit)
 {
     const auto words = wordsOf(line);

@@ -19,11 +19,15 @@ namespace stowline::platform {
 [[nodiscard]] std::optional<std::string> outputOfCommand(const std::string& line,
                                                          std::chrono::milliseconds limit);
 
+/// What keeps a line from being a command of that form, as a sentence without its full stop: an
+/// unmatched quotation mark, a backslash at its end, no word at all. Empty when nothing does.
+[[nodiscard]] std::string faultInCommand(const std::string& line);
+
 /// What became of a command that was run for what it does.
 struct CommandEnd {
     enum class Kind {
         success,
-        malformed,  ///< an unmatched quotation mark, or nothing
+        malformed,  ///< faultInCommand() tells why
         notStarted, ///< `number` is the system's error
         failed,     ///< `number` is its exit status
         bySignal,   ///< `number` is the signal's

@@ -31,6 +31,20 @@ TEST(OutputOfCommand, TellsWordsApartByBlanksMarksAndBackslashes)
     EXPECT_EQ(output("printf '%s|' \"it's\" 'a \"b\"'"), "it's|a \"b\"|");
 }
 
+TEST(FaultInCommand, TellsWhyALineIsNone)
+{
+    for (const char* line : {"true", "a 'b c' \\\\", "a \"b\\\"\"", "a # '"})
+        EXPECT_EQ(faultInCommand(line), "") << line;
+    for (const char* line : {"", "  ", "# a", "\t\n"})
+        EXPECT_EQ(faultInCommand(line), "This command names no program") << line;
+    EXPECT_EQ(faultInCommand(std::string("a\0b", 3)), "This command holds a NUL byte");
+    for (const char* line : {"'a", "a \"b", "it's", "'a\\"})
+        EXPECT_EQ(faultInCommand(line),
+                  "The command " + std::string(line) + " has an unmatched quotation mark");
+    EXPECT_EQ(faultInCommand("a\\"),
+              "The command a\\ ends with a backslash that stands before nothing");
+}
+
 TEST(RunCommand, TellsHowItEnded)
 {
     using Kind = CommandEnd::Kind;
