@@ -76,6 +76,18 @@ backup::BackupRequest BackupFlags::request(const Session& session) const
 
 namespace {
 
+/// A stop is a stop: what could not be told now is kept, and told after the next run.
+std::string whyNothingIsTold()
+{
+    return Interruptible::request() ? "the backup was interrupted" : "";
+}
+
+/// Whether what ended the output shows that the service cannot be reached.
+bool isServiceAway()
+{
+    return isOutOfReach(platform::failureKindNamed(output().failure().cause));
+}
+
 /// The backup of an account that is signed in, its second command and what is told of it.
 ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date begun,
                           const std::function<void(backup::BackupRequest& request)>& more)
@@ -91,14 +103,14 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
     const ForgettingOutcome forgetting =
         flags.forgetting.forgetAfter(request, summary, selfTest, session);
     report.setForgetting(forgetting);
+    const bool isDone = summary.end == backup::BackupEnd::done;
     const std::string fault = flags.runAfter(
         summary, forgetting.statusAfter(selfTest.statusAfter(BackupReport::statusFor(summary))));
     if (!flags.isDryRun && summary.end != backup::BackupEnd::locked) {
         auto figures =
             figuresOf(summary, session.username, flags.systemName, begun, report.failures());
         figures.profile = flags.profile;
-        if (figures.sentence.empty())
-            figures.sentence = fault;
+        figures.afterFault = fault;
         selfTest.addTo(figures);
         forgetting.addTo(figures);
         const BackupSubject subject = flags.subject(session.username, request);
@@ -106,17 +118,17 @@ ExitStatus backUpSignedIn(const Session& session, const BackupFlags& flags, Date
             !request.resumesOnly && summary.failed == 0 && !selfTest.hasFoundLoss();
         if (selfTest.wasBegun)
             keepSelfTest(flags.profile, subject, selfTest.isProof(), platform::currentDate());
-        if (isWhole && summary.end == backup::BackupEnd::done)
+        if (isWhole && isDone)
             keepLastGoodRun(flags.profile, subject, begun);
         figures.overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject));
         report.setOverdue(figures.overdue);
         if (!Interruptible::request())
-            if (!Interruptible::request())
-                showOnDesktop(figures.overdue);
+            showOnDesktop(figures.overdue);
         keepLastRun(figures);
-        // A stop is a stop: what could not be told now is kept, and told after the next run.
         const StopScope scope(Interruptible::stopRequest());
-        flags.reports.tell(Interruptible::request() ? std::nullopt : std::optional(session),
+        flags.reports.tell({.username = session.username,
+                            .password = session.password,
+                            .whyNot = whyNothingIsTold()},
                            figures);
     }
     return report.finish(summary);
@@ -175,26 +187,32 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     const BackupSubject subject = flags.subject(options.username(), named);
     const auto runAfter = [&flags](ExitStatus status) {
         const Interruptible interruptible;
-        const std::string fault = flags.isDryRun ? "" : flags.hooks.after(status);
+        std::string fault = flags.isDryRun ? "" : flags.hooks.after(status);
         if (!fault.empty())
             output().complain(fault);
+        return fault;
     };
     // A run that ended before it began is the last one all the same, and no good one.
-    const auto tellOfEnd = [&](std::string sentence) {
+    const auto tellOfEnd = [&](std::string sentence, std::string afterFault, ReportSender sender) {
         if (flags.isDryRun)
             return;
+        const Interruptible interruptible;
         const RunFigures figures{
             .username = options.username(),
             .machine = flags.systemName,
             .profile = flags.profile,
             .begun = begun,
             .sentence = std::move(sentence),
+            .afterFault = std::move(afterFault),
             .overdue = flags.alert.sentencesFor(lastSuccesses(flags.profile, subject))};
         for (const std::string& late : figures.overdue)
             output().complain(late);
         showOnDesktop(figures.overdue);
         keepLastRun(figures);
-        flags.reports.tell(std::nullopt, figures);
+        const StopScope scope(Interruptible::stopRequest());
+        if (sender.whyNot.empty())
+            sender.whyNot = whyNothingIsTold();
+        flags.reports.tell(std::move(sender), figures);
     };
     if (flags.isLeftOut()) {
         std::vector<std::string> sentences =
@@ -207,9 +225,13 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
     }
     std::string fault;
     if (const auto status = flags.isDryRun ? std::nullopt : flags.hooks.before(fault)) {
-        runAfter(*status);
-        tellOfEnd(fault);
-        return output().fail(*status, fault);
+        std::string afterFault = runAfter(*status);
+        const ExitStatus ended = output().fail(*status, fault);
+        ReportSender sender{.username = options.username(), .password = {}, .whyNot = {}};
+        if (flags.reports.needsPassword() && !Interruptible::request())
+            sender.password = options.readPassword();
+        tellOfEnd(fault, std::move(afterFault), std::move(sender));
+        return ended;
     }
     const auto session =
         options.open({"GetPhyPath", "GetAccountFilesAndFolders", flags.registration.c_str(),
@@ -217,8 +239,14 @@ ExitStatus backUp(const SessionOptions& options, BackupFlags& flags,
                      flags.retrySeconds);
     if (session)
         return backUpSignedIn(*session, flags, begun, more);
-    runAfter(session.status());
-    tellOfEnd("It ended before it began: the sign-in did not succeed.");
+    const std::string& cause = output().failure().sentence;
+    std::string afterFault = runAfter(session.status());
+    tellOfEnd(cause.empty() ? "It ended before it began: there was no password."
+                            : "It ended before it began. " + cause,
+              std::move(afterFault),
+              {.username = options.username(),
+               .password = {},
+               .whyNot = isServiceAway() ? kOutOfReach : ""});
     return session.status();
 }
 

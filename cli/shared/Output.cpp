@@ -183,6 +183,11 @@ ExitStatus Output::fail(ExitStatus status, const std::string& sentence, std::str
     Fields fields{{kMessage, sentence}};
     if (!cause.empty())
         fields.emplace_back("cause", std::string(cause));
+    {
+        const std::lock_guard lock(finishing());
+        if (!finished_)
+            failure_ = {sentence, std::string(cause)};
+    }
     return finish(status, fields);
 }
 

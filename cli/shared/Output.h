@@ -59,6 +59,13 @@ public:
     /// none
     ExitStatus fail(ExitStatus status, const std::string& sentence, std::string_view cause = {});
 
+    /// What fail() said as it ended the output, both empty when it did not.
+    struct Failure {
+        std::string sentence;
+        std::string cause;
+    };
+    [[nodiscard]] const Failure& failure() const { return failure_; }
+
 private:
     void print(std::string_view line) const;
     void noteBroken() const;
@@ -68,6 +75,7 @@ private:
     bool json_ = false;
     bool quiet_ = false;
     bool finished_ = false;
+    Failure failure_;
     mutable bool isBroken_ = false; ///< standard output does not take what it is given
     mutable std::string whyBroken_;
     std::string command_;

@@ -36,6 +36,8 @@ std::string outcomeText(const RunFigures& figures)
     std::string text = reportHeadline(figures) + ".\n";
     if (!figures.sentence.empty())
         text += lineOf(figures.sentence) + "\n";
+    if (!figures.afterFault.empty())
+        text += lineOf(figures.afterFault) + "\n";
     text += listText(figures.overdue) + listText(figures.failures);
     const std::uint64_t all = figures.failed + figures.changedWhileRead;
     if (!figures.failures.empty() && all > figures.failures.size())

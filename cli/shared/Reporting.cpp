@@ -58,6 +58,9 @@ std::int64_t signedCount(std::uint64_t count)
 
 constexpr std::string_view kOutcomePlace = "<!--||outcome||-->";
 
+constexpr const char* kAfterTrouble = "the command of --after failed";
+constexpr const char* kAllIsBackedUp = "everything that was found is backed up";
+
 /// What came of the backup itself, in a few words; empty when all is well.
 std::string backupTrouble(const RunFigures& figures)
 {
@@ -139,7 +142,10 @@ std::string outcomeHtml(const RunFigures& figures)
     const std::string trouble = reportTrouble(figures);
     const bool isToDo = !forgettingTrouble(figures).empty();
     const OutcomeLook& look = !trouble.empty() ? kBad : isToDo ? kToDo : kGood;
-    const std::string why = figures.sentence.empty() ? "" : "<br>" + escaped(figures.sentence);
+    const auto lineHtml = [](const std::string& sentence) {
+        return sentence.empty() ? "" : "<br>" + escaped(sentence);
+    };
+    const std::string why = lineHtml(figures.sentence) + lineHtml(figures.afterFault);
     return fmt::format("<div class=\"{}\" style=\"font-family:Helvetica,Arial,sans-serif; "
                        "font-size:15px; line-height:22px; padding:8px 12px; border-left:4px solid "
                        "{}; color:{};\"><strong>{}.</strong>{}{}{}{}</div>",
@@ -174,7 +180,8 @@ std::string asUtf8(std::string_view text)
 
 std::string reportTrouble(const RunFigures& figures)
 {
-    std::string text = backupTrouble(figures);
+    std::string text =
+        joined(backupTrouble(figures), figures.afterFault.empty() ? "" : kAfterTrouble);
     if (!figures.selfTestTrouble.empty())
         text += (text.empty() ? "" : "; ") + figures.selfTestTrouble;
     if (!figures.overdue.empty())
@@ -184,10 +191,12 @@ std::string reportTrouble(const RunFigures& figures)
 
 std::string reportHeadline(const RunFigures& figures)
 {
-    const std::string trouble = reportTrouble(figures);
-    std::string headline =
-        joined(trouble.empty() ? "everything that was found is backed up" : trouble,
-               forgettingTrouble(figures));
+    std::string trouble = reportTrouble(figures);
+    if (trouble.empty())
+        trouble = kAllIsBackedUp;
+    else if (trouble == kAfterTrouble)
+        trouble = joined(kAllIsBackedUp, trouble);
+    std::string headline = joined(trouble, forgettingTrouble(figures));
     headline.front() =
         static_cast<char>(std::toupper(static_cast<unsigned char>(headline.front())));
     return headline;
@@ -299,6 +308,13 @@ Sending sendForgettingEvent(const std::string& token, const RunFigures& figures)
                         .unchangedBytes = figures.givenBackBytes});
 }
 
+bool isOutOfReach(FailureKind kind)
+{
+    return kind == FailureKind::connection || kind == FailureKind::nameNotFound ||
+           kind == FailureKind::hostUnreachable || kind == FailureKind::proxyRefused ||
+           kind == FailureKind::timeOut;
+}
+
 void ReportFlags::declare(const Command& command)
 {
     command.addFlag("--report", report_, "Send a summary of the run to the service");
@@ -324,8 +340,7 @@ std::optional<fs::path> ReportFlags::outbox()
     return state ? std::optional(*state / "outbox") : std::nullopt;
 }
 
-void ReportFlags::keep(ReportKind kind, const std::optional<Error>& why,
-                       const RunFigures& figures) const
+void ReportFlags::keep(ReportKind kind, std::string why, const RunFigures& figures) const
 {
     const auto folder = outbox();
     const std::string kindName = nameOf(kind);
@@ -339,21 +354,21 @@ void ReportFlags::keep(ReportKind kind, const std::optional<Error>& why,
         "{:020}-{}.plist", platform::currentDate().time_since_epoch().count(), kindName);
     const bool isKept = folder && bytes && platform::makePrivateFolder(*folder) &&
                         platform::writeFileAtomically(*folder / name, *bytes);
-    std::string reason = why ? why->localizedDescription() : std::string();
-    if (!reason.empty())
-        reason = ": " + reason.substr(0, reason.find_last_not_of('.') + 1);
-    output().complain(
-        isKept ? fmt::format("The {} could not be sent{}. It is kept and sent with "
-                             "the next backup that sends reports.",
-                             kindName, reason)
-               : fmt::format("The {} could neither be sent nor kept{}.", kindName, reason));
+    if (!why.empty())
+        why = ": " + why.substr(0, why.find_last_not_of('.') + 1);
+    output().complain(isKept
+                          ? fmt::format("The {} could not be sent{}. It is kept and sent with "
+                                        "the next backup that sends reports.",
+                                        kindName, why)
+                          : fmt::format("The {} could neither be sent nor kept{}.", kindName, why));
 }
 
-Sending ReportFlags::send(ReportKind kind, const Mailing& mailing, const Session& session,
-                          const RunFigures& figures) const
+Sending ReportFlags::sendOne(ReportKind kind, const Mailing& mailing, const ReportSender& sender,
+                             const RunFigures& figures) const
 {
     if (kind == ReportKind::summary)
-        return sendSummary(session.username, session.password, figures);
+        return sender.password ? sendSummary(sender.username, *sender.password, figures)
+                               : Sending();
     if (kind == ReportKind::email)
         return sendReportEmail(mailing.to, mailing.from, figures, mailing.isPlain);
     if (token_.empty())
@@ -363,12 +378,25 @@ Sending ReportFlags::send(ReportKind kind, const Mailing& mailing, const Session
     if (kind == ReportKind::forgettingEvent)
         return sendForgettingEvent(token_, figures);
     const bool isWhole = figures.failed == 0 && figures.sentence.empty() &&
-                         figures.selfTestTrouble.empty() && figures.overdue.empty();
+                         figures.afterFault.empty() && figures.selfTestTrouble.empty() &&
+                         figures.overdue.empty();
     const char* event = isWhole ? "BackupEnded" : "BackupEndedWithErrors";
     return sendEvent(token_, event, figures);
 }
 
-void ReportFlags::sendKept(const Session& session) const
+/// Sends it, and notes in `sender` that nothing more is to be tried.
+Sending ReportFlags::send(ReportKind kind, const Mailing& mailing, ReportSender& sender,
+                          const RunFigures& figures) const
+{
+    if (!sender.whyNot.empty())
+        return {};
+    Sending sending = sendOne(kind, mailing, sender, figures);
+    if (sending.failure && isOutOfReach(sending.failure->kind))
+        sender.whyNot = kOutOfReach;
+    return sending;
+}
+
+void ReportFlags::sendKept(ReportSender& sender) const
 {
     std::error_code fault;
     std::vector<fs::path> files;
@@ -393,27 +421,30 @@ void ReportFlags::sendKept(const Session& session) const
         const Mailing mailing{.to = platform::findText(*entry, "to"),
                               .from = platform::findText(*entry, "from"),
                               .isPlain = !platform::findText(*entry, "plain").empty()};
-        if (!send(*kind, mailing, session, *figures).isDone)
+        if (!send(*kind, mailing, sender, *figures).isDone)
             continue;
         fs::remove(file, fault);
     }
 }
 
-void ReportFlags::tell(const std::optional<Session>& session, const RunFigures& figures) const
+void ReportFlags::tell(ReportSender sender, const RunFigures& figures) const
 {
     if (!isAnyWanted())
         return;
-    if (session)
-        sendKept(*session);
+    sendKept(sender);
     const auto tellOne = [&](bool isWanted, ReportKind kind) {
         if (!isWanted)
             return;
         const Sending sending =
-            session
-                ? send(kind, {email_, from_.empty() ? email_ : from_, isPlain_}, *session, figures)
-                : Sending();
-        if (!sending.isDone)
-            keep(kind, sending.failure, figures);
+            send(kind, {email_, from_.empty() ? email_ : from_, isPlain_}, sender, figures);
+        if (sending.isDone)
+            return;
+        std::string why = sender.whyNot;
+        if (why.empty() && sending.failure)
+            why = sending.failure->localizedDescription();
+        if (why.empty() && kind == ReportKind::summary && !sender.password)
+            why = "nobody is signed in";
+        keep(kind, std::move(why), figures);
     };
     tellOne(report_, ReportKind::summary);
     tellOne(!email_.empty(), ReportKind::email);

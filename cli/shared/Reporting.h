@@ -53,6 +53,18 @@ struct Sending {
 /// A summary for the service, an e-mail for people, events for central monitoring.
 enum class ReportKind { summary, email, event, selfTestEvent, forgettingEvent };
 
+/// Whether a failure of this kind lets nobody hope to reach the service just then, and what to say
+/// of it.
+[[nodiscard]] bool isOutOfReach(FailureKind kind);
+inline constexpr const char* kOutOfReach = "the service could not be reached";
+
+/// Who tells of a run.
+struct ReportSender {
+    std::string username;
+    std::optional<std::string> password; ///< only a summary needs it; absent: none is sent
+    std::string whyNot;                  ///< not empty: nothing is tried, and this is why
+};
+
 /// What to tell after a run.
 class ReportFlags {
 public:
@@ -64,10 +76,13 @@ public:
     /// is wrong
     [[nodiscard]] bool readToken();
 
+    /// Whether something is wanted that takes the account's password.
+    [[nodiscard]] bool needsPassword() const { return report_; }
+
     /// Sends what was kept from earlier runs and what is wanted of this one. What cannot be sent is
-    /// kept and said on standard error. Neither password nor token is ever kept.
-    /// @param session absent when the sign-in failed: then nothing is tried
-    void tell(const std::optional<Session>& session, const RunFigures& figures) const;
+    /// kept and said on standard error. When the service cannot be reached for one of them, the
+    /// others are not tried. Neither password nor token is ever kept.
+    void tell(ReportSender sender, const RunFigures& figures) const;
 
 private:
     struct Mailing {
@@ -75,10 +90,12 @@ private:
         std::string from;
         bool isPlain = false; ///< text alone
     };
-    void sendKept(const Session& session) const;
-    [[nodiscard]] Sending send(ReportKind kind, const Mailing& mailing, const Session& session,
+    void sendKept(ReportSender& sender) const;
+    [[nodiscard]] Sending send(ReportKind kind, const Mailing& mailing, ReportSender& sender,
                                const RunFigures& figures) const;
-    void keep(ReportKind kind, const std::optional<Error>& why, const RunFigures& figures) const;
+    [[nodiscard]] Sending sendOne(ReportKind kind, const Mailing& mailing,
+                                  const ReportSender& sender, const RunFigures& figures) const;
+    void keep(ReportKind kind, std::string why, const RunFigures& figures) const;
     [[nodiscard]] static std::optional<std::filesystem::path> outbox();
 
     bool report_ = false;

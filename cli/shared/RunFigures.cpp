@@ -82,6 +82,7 @@ Dictionary RunFigures::dictionary() const
 {
     return {{"failures", arrayOf(failures)},
             {"sentence", platform::dataFromText(sentence)},
+            {"afterFault", platform::dataFromText(afterFault)},
             {"selfTest", platform::dataFromText(selfTest)},
             {"selfTestLost", selfTestLost},
             {"selfTestFindings", arrayOf(selfTestFindings)},
@@ -140,6 +141,7 @@ std::optional<RunFigures> RunFigures::fromDictionary(const Dictionary& fields)
                       .changedWhileRead = countIn(fields, "changedWhileRead"),
                       .failures = textsIn(fields, "failures"),
                       .sentence = textIn(find(fields, "sentence")),
+                      .afterFault = textIn(find(fields, "afterFault")),
                       .selfTest = textIn(find(fields, "selfTest")),
                       .selfTestLost = countIn(fields, "selfTestLost"),
                       .selfTestFindings = textsIn(fields, "selfTestFindings"),

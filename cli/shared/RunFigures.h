@@ -26,7 +26,8 @@ struct RunFigures {
     std::uint64_t changedWhileRead = 0; ///< files that may not be stored as one state of them
     std::vector<std::string> failures;  ///< the first of them, a sentence each
     std::string sentence;               ///< why the run ended early; empty when it did not
-    std::string selfTest; ///< what the self-test after it came to; empty when there was none
+    std::string afterFault; ///< what the command after it came to; empty when all was well
+    std::string selfTest;   ///< what the self-test after it came to; empty when there was none
     std::uint64_t selfTestLost = 0;            ///< known to be missing, damaged or different
     std::vector<std::string> selfTestFindings; ///< what it found, the first sentences
     /// Why it proves nothing, or not enough, in a few words; empty when all is well.

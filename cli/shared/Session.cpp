@@ -102,6 +102,11 @@ Result<Dictionary> signIn(const std::string& username, const std::string& passwo
     return *result;
 }
 
+std::optional<std::string> SessionOptions::readPassword() const
+{
+    return password_.read("Password for " + username_ + ": ");
+}
+
 Result<Session> SessionOptions::open(std::initializer_list<const char*> webMethods,
                                      std::optional<double> atMostSeconds) const
 {
@@ -111,7 +116,7 @@ Result<Session> SessionOptions::open(std::initializer_list<const char*> webMetho
         if (const auto failure = settingsFailure(method))
             return *failure;
     }
-    auto password = password_.read("Password for " + username_ + ": ");
+    const auto password = readPassword();
     if (!password)
         return output().finish(ExitStatus::usage);
     const auto result = signIn(username_, *password, atMostSeconds);

@@ -41,6 +41,9 @@ public:
 
     [[nodiscard]] const std::string& username() const { return username_; }
 
+    /// Reads the password. Says what goes wrong.
+    [[nodiscard]] std::optional<std::string> readPassword() const;
+
     /// Checks the settings for the web methods, reads the password and signs in. Says what goes
     /// wrong.
     /// @param atMostSeconds as signIn()

@@ -268,7 +268,9 @@ TEST(Email, HasATextPartOrIsText)
     const auto folder = account.command.home().path();
     ASSERT_EQ(account.run({"email", "--save", folder / "report.txt"}).status, 0);
     const std::string text = platform::readFile(folder / "report.txt").value_or("");
-    EXPECT_NE(text.find("\n1 item could not be backed up.\n- There is nothing at /nonexistent/<x>.\n"), std::string::npos)
+    EXPECT_NE(
+        text.find("\n1 item could not be backed up.\n- There is nothing at /nonexistent/<x>.\n"),
+        std::string::npos)
         << text;
     ASSERT_EQ(account.run({"email", "ann@b.c", "--save", folder / "report.eml"}).status, 0);
     // By a mail program's own reading of it.
@@ -414,7 +416,8 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
     account.password = "wrong";
     const auto failed = account.backup({"--report"});
     EXPECT_EQ(failed.status, 12);
-    EXPECT_NE(failed.errors.find("The summary could not be sent. It is kept"), std::string::npos)
+    EXPECT_NE(failed.errors.find("The summary could not be sent: nobody is signed in. It is kept"),
+              std::string::npos)
         << failed.errors;
     EXPECT_EQ(test::jsonLines(failed.output).size(), 1U);
     const auto savedReport = [&account] {
@@ -422,7 +425,9 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
         EXPECT_EQ(account.run({"email", "--save", file.string()}).status, 0);
         return platform::readFile(file).value_or("");
     };
-    EXPECT_NE(savedReport().find("the sign-in did not succeed"), std::string::npos);
+    EXPECT_NE(savedReport().find("It ended before it began. The service refused the sign-in."),
+              std::string::npos)
+        << savedReport();
     account.password = right;
     EXPECT_EQ(account.backup({"--report"}).status, 0);
     EXPECT_EQ(savedReport().find("The backup failed"), std::string::npos);
@@ -437,6 +442,103 @@ TEST(BackupReports, AFailedSignInIsToldOfLater)
     EXPECT_EQ(account.backup({"--before", "/bin/false"}).status, 1);
     EXPECT_NE(savedReport().find("The backup failed"), std::string::npos);
     EXPECT_NE(savedReport().find("the command of --before failed"), std::string::npos);
+}
+
+std::string oneMail(const BackedUp& account)
+{
+    const auto all = mails(account);
+    EXPECT_EQ(all.size(), 1U);
+    return all.empty() ? std::string() : platform::readFile(all.front()).value_or("");
+}
+
+TEST(BackupReports, AFirstCommandThatFailsIsToldAtOnce)
+{
+    const TokenFile tokens;
+    const BackedUp account({"--monitoring-tokens", tokens.path});
+    account.write({{"a", "1"}});
+    auto words = account.backupRun(
+        {"--before", "/bin/false", "--report", "--email", "ann@b.example", "--monitor"});
+    words.environment.insert_or_assign("STOWLINE_MONITOR_TOKEN", kToken);
+    const auto result = test::runProgram(words);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.errors.find("could not be sent"), std::string::npos) << result.errors;
+    const std::string mail = oneMail(account);
+    EXPECT_NE(mail.find(": the backup failed"), std::string::npos) << mail;
+    const auto events = devserver::Journal(account.server.data()).events(9);
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(platform::findText(events.front().fields, "eventType"), "BackupEndedWithErrors");
+    const std::string page = account.statusPage();
+    const std::string shown = page.substr(page.find("<section id=\"reports\""));
+    EXPECT_NE(shown.find("data-label=\"Machine\"><div><bdi>iMac"), std::string::npos) << shown;
+    EXPECT_FALSE(
+        std::filesystem::exists(account.command.home().path() / ".local/state/stowline/outbox"));
+}
+
+TEST(BackupReports, ARefusedSignInKeepsNoEmailBack)
+{
+    BackedUp account;
+    account.write({{"a", "1"}});
+    account.password = "wrong";
+    const auto failed = account.backup({"--report", "--email", "ann@b.example"});
+    EXPECT_EQ(failed.status, 12);
+    EXPECT_EQ(failed.errors.find("The email could not be sent"), std::string::npos)
+        << failed.errors;
+    EXPECT_NE(oneMail(account).find(": the backup failed"), std::string::npos);
+}
+
+TEST(BackupReports, AServiceThatIsAwayIsNamedAsTheCause)
+{
+    BackedUp account;
+    account.write({{"a", "1"}});
+    account.server.process().signal(SIGKILL);
+    (void)account.server.process().wait();
+    for (const Words& more : {Words{}, Words{"--before", "/bin/false"}}) {
+        Words words{"--report", "--email", "ann@b.example", "--retry-time", "0"};
+        words.insert(words.end(), more.begin(), more.end());
+        const auto failed = account.backup(words);
+        EXPECT_NE(failed.status, 0);
+        for (const char* kind : {"summary", "email"})
+            EXPECT_NE(failed.errors.find(std::string("The ") + kind +
+                                         " could not be sent: the service could not be reached. "
+                                         "It is kept"),
+                      std::string::npos)
+                << failed.errors;
+        if (!more.empty())
+            continue;
+        const std::string cause = field(failed, "message").get<std::string>();
+        EXPECT_NE(cause, "");
+        const auto file = account.folder.path() / "report.txt";
+        EXPECT_EQ(account.run({"email", "--save", file.string()}).status, 0);
+        const std::string report = platform::readFile(file).value_or("");
+        EXPECT_NE(report.find("It ended before it began. " + cause), std::string::npos) << report;
+    }
+}
+
+TEST(BackupReports, ASecondCommandThatFailsIsNotAFailedBackup)
+{
+    const BackedUp account;
+    account.write({{"a", "1"}});
+    const auto result =
+        account.backup({"--after", "sh -c 'exit 5'", "--email", "ann@b.example", "--email-plain"});
+    EXPECT_EQ(result.status, 3);
+    const std::string mail = oneMail(account);
+    EXPECT_EQ(mail.find("backup failed"), std::string::npos) << mail;
+    EXPECT_NE(mail.find(": the command of --after failed"), std::string::npos) << mail;
+    const auto text = account.folder.path() / "report.txt";
+    EXPECT_EQ(account.run({"email", "--save", text.string()}).status, 0);
+    EXPECT_NE(platform::readFile(text).value_or("").find(
+                  "\nEverything that was found is backed up; the command of --after failed.\nThe "
+                  "command of --after failed with status 5: sh -c 'exit 5'\n"),
+              std::string::npos);
+    const auto html = account.folder.path() / "report.html";
+    EXPECT_EQ(account.run({"email", "--save", html.string()}).status, 0);
+    const std::string report = platform::readFile(html).value_or("");
+    EXPECT_NE(report.find("class=\"bad\""), std::string::npos) << report;
+    EXPECT_NE(report.find("The command of --after failed with status 5: sh"), std::string::npos);
+    // All is stored, so the run counts as a good one here as it does on the service.
+    EXPECT_EQ(account.run({"runs", "--machine", "iMac", "--alert-after", "1h"}).status, 0);
+    EXPECT_EQ(account.run({"doctor", "--alert-after", "1h"}).output.find("FAULT last-run"),
+              std::string::npos);
 }
 
 } // namespace
