@@ -286,9 +286,30 @@ private:
         summary_.plan.forgottenBefore = own_->forgottenRuns().size();
     }
 
+    /// Of the own chain: those that began from this state folder, which this one holds. One that
+    /// began from another may be going on, or its record be on its way.
+    [[nodiscard]] std::set<std::uint64_t> runsThatAreOver()
+    {
+        std::set<std::uint64_t> over;
+        const auto here = state_->runsBegunHere(uploadOwner(request_.account, request_.identity));
+        for (const ListedRun& run : own_->runs()) {
+            const auto noted = here.find(run.run);
+            if (run.state == RecordState::finished || noted == here.end())
+                continue;
+            try {
+                if (own_->begunDigestOf(run.run) == noted->second)
+                    over.insert(run.run);
+            } catch (const RecordFault& fault) {
+                if (!isUnreadable(fault))
+                    throw;
+            }
+        }
+        return over;
+    }
+
     void requireNothingBegun()
     {
-        const auto holding = runThatHolds(records_->chains(), *own_);
+        const auto holding = runThatHolds(records_->chains(), *own_, {.over = runsThatAreOver()});
         if (!holding)
             return;
         const bool isOwn =
@@ -298,11 +319,18 @@ private:
             fmt::format("Run {} of {} under the name {} has begun and not ended: nobody knows what "
                         "it relies on, so nothing is forgotten. {}",
                         holding->run, holding->chain, holding->systemName,
-                        isOwn
-                            ? "Please run the backup again to its end, then forget."
-                            : "Please try again once it has ended. One that was cut off counts as "
-                              "such when a later run of it has ended, a week after its last "
-                              "sign."));
+                        whatToDo(*holding, isOwn)));
+    }
+
+    [[nodiscard]] static std::string whatToDo(const OpenRun& run, bool isOwn)
+    {
+        if (isOwn && !run.isLaterEnded)
+            return "Please run the backup again to its end, then forget.";
+        if (run.isLaterEnded)
+            return "Please try again once it has ended. One that was cut off counts as such a "
+                   "week after its last sign.";
+        return "Please try again once it has ended. One that was cut off counts as such when a "
+               "later run of it has ended, a week after its last sign.";
     }
 
     /// Which versions only forgotten runs hold.

@@ -239,11 +239,28 @@ std::uint64_t RunRecords::begin(const ItemIndex& index)
     if (!request_.isDryRun) {
         accounts_.activity("notes that the run begins");
         run_ = chain_->begin(description(), index.position());
+        noteBegunHere();
         chain_->listAnew();
         requireFoundation();
     }
     forgotten_ = forgottenRuns();
     return run_;
+}
+
+/// Without it, whoever forgets could not tell this run, once it was cut off, from one of the chain
+/// that goes on from another state folder.
+void RunRecords::noteBegunHere()
+{
+    const UploadOwner owner = uploadOwner(request_.account, request_.identity);
+    auto runs = state_.runsBegunHere(owner);
+    std::set<std::uint64_t> open;
+    for (const ListedRun& run : chain_->runs()) {
+        if (run.state != RecordState::finished && !run.isForgotten)
+            open.insert(run.run);
+    }
+    std::erase_if(runs, [&open](const auto& run) { return !open.contains(run.first); });
+    runs[run_] = chain_->begunDigest();
+    state_.noteRunsBegunHere(owner, runs);
 }
 
 /// Under the machine's name, as "CHAIN/12". Throws when a run that the index was adopted from is

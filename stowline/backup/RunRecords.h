@@ -65,6 +65,7 @@ private:
     [[nodiscard]] bool isFoundation(ItemIndex& index);
     void refuseOthers() const;
     void refuseTwin();
+    void noteBegunHere();
     [[nodiscard]] std::set<std::string> forgottenRuns();
     void requireFoundation() const;
     void refuseIfForgottenMeanwhile();

@@ -23,6 +23,7 @@ namespace {
 
 constexpr const char* kBegunFolder = "begun";
 constexpr const char* kConfirmedFolder = "confirmed";
+constexpr const char* kRunsFolder = "runs-begun";
 constexpr const char* kDeletionNote = "versions-deleted";
 constexpr const char* kFolderNote = "folders-deleted";
 
@@ -129,6 +130,7 @@ RunState RunState::take(const fs::path& stateFolder, const std::string& profile,
         platform::removeLeftWrites(folder);
         platform::removeLeftWrites(folder / kBegunFolder);
         platform::removeLeftWrites(folder / kConfirmedFolder);
+        platform::removeLeftWrites(folder / kRunsFolder);
     }
     makeFolder(state.spoolFolder());
     return state;
@@ -239,6 +241,30 @@ void RunState::dropConfirmedLosses(const UploadOwner& owner) const
 {
     std::error_code unimportant; // the next run drops it
     fs::remove(confirmedFile(folder_, owner), unimportant);
+}
+
+std::map<std::uint64_t, std::string> RunState::runsBegunHere(const UploadOwner& owner) const
+{
+    std::map<std::uint64_t, std::string> runs;
+    std::istringstream lines(
+        platform::readRegularFile(folder_ / kRunsFolder / fileName(owner)).value_or(""));
+    std::uint64_t run = 0;
+    for (std::string digest; lines >> run >> digest;)
+        runs[run] = digest;
+    return runs;
+}
+
+void RunState::noteRunsBegunHere(const UploadOwner& owner,
+                                 const std::map<std::uint64_t, std::string>& runs) const
+{
+    std::string text;
+    for (const auto& [run, digest] : runs)
+        text += std::to_string(run) + " " + digest + "\n";
+    const fs::path file = folder_ / kRunsFolder / fileName(owner);
+    makeFolder(file.parent_path());
+    if (!platform::writeFileAtomically(file, text))
+        throw RunFault(BackupEnd::stateFolder,
+                       "The file " + file.string() + " cannot be written. Is the disk full?");
 }
 
 bool RunState::hasDeletionNote() const

@@ -7,6 +7,7 @@
 #include "stowline/platform/files/LockFile.h"
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -57,6 +58,14 @@ public:
     void noteConfirmedLosses(const UploadOwner& owner, std::uint64_t upToRun) const;
     [[nodiscard]] std::uint64_t confirmedLosses(const UploadOwner& owner) const;
     void dropConfirmedLosses(const UploadOwner& owner) const;
+
+    /// Runs that an owner began from this state folder, and the digests of the notes of that: who
+    /// holds the folder knows that they are over.
+    [[nodiscard]] std::map<std::uint64_t, std::string>
+    runsBegunHere(const UploadOwner& owner) const;
+    /// Notes durably which they are from now on.
+    void noteRunsBegunHere(const UploadOwner& owner,
+                           const std::map<std::uint64_t, std::string>& runs) const;
 
     [[nodiscard]] const UploadJournal& journal() const { return *journal_; }
     /// For copies of files and for records that are put together; exists.

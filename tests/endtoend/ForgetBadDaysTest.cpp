@@ -1,5 +1,6 @@
 // Bad days of forgetting: a service that is full, one that keeps nothing back, records of others
 // that cannot be read, clocks that are wrong, runs that begin in the middle.
+#include "stowline/util/Base64.h"
 #include "tests/endtoend/HeldAnswers.h"
 #include "tests/endtoend/Kept.h"
 #include "tests/endtoend/Records.h"
@@ -114,6 +115,53 @@ TEST(ForgetBadDays, ARunThatBeginsInTheMiddleEndsItBeforeMuchMoreIsDeleted)
     EXPECT_EQ(account.versions().size(), 200U) << "of two profiles";
     EXPECT_EQ(account.run({"verify", "--read", "--profile", "other", "--machine", "iMac"}).status,
               0);
+}
+
+/// Chooses what is sent of a record.
+test::HeldAnswers::Choice partsOfRecord(const std::string& name)
+{
+    return [name](const std::string& request) {
+        if (test::Relayed::callOf(request) != "/UploadFilePart")
+            return false;
+        const auto path =
+            Base64::dataWithBase64EncodedString(test::headerOf(request, "X-FileName"));
+        return std::string(path.begin(), path.end()).ends_with(name);
+    };
+}
+
+TEST(ForgetBadDays, ARunFromAnotherStateFolderWhoseRecordIsOnItsWayLosesNothing)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    const Files before{{"a", noise(5000, 1)}, {"b", noise(5000, 2)}};
+    account.runWith(before);
+    const auto elsewhere = [&account](const Words& more) {
+        test::ProgramRun run = account.backupRun(more);
+        run.environment["XDG_STATE_HOME"] = account.command.home().path() / "elsewhere";
+        return test::runProgram(run);
+    };
+    ASSERT_EQ(elsewhere({}).status, 0);
+    {
+        test::HeldAnswers service(account);
+        service.hold(partsOfRecord("00000003-finished"));
+        test::BackgroundProgram slow(account.backupRun());
+        ASSERT_TRUE(service.await());
+        account.write({{"a", noise(5000, 3)}});
+        const auto other = elsewhere({"--keep-last", "1"});
+        EXPECT_EQ(other.status, 0) << other.errors;
+        EXPECT_EQ(field(other, "run"), 4);
+        EXPECT_EQ(field(other, "forgetting"), "later") << other.errors;
+        EXPECT_EQ(field(other, "deleted_versions"), 0);
+        service.release();
+        const auto result = slow.wait();
+        EXPECT_EQ(result.status, 0) << result.errors;
+    }
+    account.held[3] = before;
+    account.held[4] = {{"a", noise(5000, 3)}, {"b", noise(5000, 2)}};
+    EXPECT_EQ(account.restored(3), account.held[3]);
+    EXPECT_EQ(account.restored(4), account.held[4]);
+    const auto last = elsewhere({"--keep-last", "1"});
+    EXPECT_EQ(field(last, "forgetting"), "done") << last.errors;
+    EXPECT_EQ(account.runs(), std::vector<int>{5});
 }
 
 TEST(ForgetBadDays, ARecordOfAnotherMachineThatCannotBeReadKeepsEverything)

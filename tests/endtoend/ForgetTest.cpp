@@ -310,17 +310,43 @@ TEST(Forget, ARunOfItsOwnThatWasCutOffHoldsUntilTheNextHasEnded)
     Kept account({"--deletion-pause", "0", "--grace-days", "0"});
     account.runWith({{"a", "1"}});
     account.runWith({{"a", "2"}});
-    account.runWith({{"a", "3"}});
-    test::hideRecord(account, "00000003-finished", "iMac", "default");
-    fs::remove_all(account.command.home().path() / ".local/state/stowline");
+    account.write({{"large", noise(1U << 20, 1)}});
+    {
+        test::BackgroundProgram backup(
+            account.backupRun({"--part-size", "64k", "--bwlimit", "400k", "--jobs", "1"}));
+        account.awaitSent(65536);
+        backup.signal(SIGKILL);
+        (void)backup.wait();
+    }
+    ASSERT_TRUE(account.records().contains("00000003-begun"));
     const auto held = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(held.status, 5) << held.errors;
     EXPECT_NE(held.errors.find("Please run the backup again to its end"), std::string::npos)
         << held.errors;
+    ASSERT_EQ(account.backup().status, 0);
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_EQ(account.restored(4), (Files{{"a", "2"}, {"large", noise(1U << 20, 1)}}));
+}
+
+TEST(Forget, ARunOfItsOwnFromALostStateFolderHoldsForAWeek)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    account.runWith({{"a", "3"}});
+    test::hideRecord(account, "00000003-finished", "iMac", "default");
+    fs::remove_all(account.command.home().path() / ".local/state/stowline");
     account.held.erase(3);
     account.runWith({{"a", "4"}});
-    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
-    EXPECT_EQ(account.restored(4), account.held[4]);
+    const auto held = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(held.status, 5) << held.errors;
+    EXPECT_NE(held.errors.find("a week after its last sign"), std::string::npos) << held.errors;
+    account.expectAllWhole({1, 2, 4});
+    test::setStoredBefore(account, "00000003-begun", "2020-01-01 00:00:00", "iMac", "default");
+    const auto result = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(result.status, 0) << result.errors;
+    account.expectAllWhole({4});
 }
 
 TEST(Forget, ARecordThatCannotBeReadKeepsEverything)

@@ -17,23 +17,33 @@ bool isOfOneUser(const RecordChain& one, const RecordChain& other)
     return first && second && first->user == second->user && first->profile == second->profile;
 }
 
-/// When the service took the last record of a run that ended after one that was cut off, and whose
-/// end shows that: of its chain a later one, or one of the machine that has taken its place, under
-/// its name. Absent: there is none, or the service does not tell.
-std::optional<std::int64_t> laterEnd(std::vector<AccountRecords::Chain>& chains,
-                                     const AccountRecords::Chain& of, std::uint64_t run)
+/// Whether a run has ended after one that was cut off, so that its end shows that: of its chain a
+/// later one, or one of the machine that has taken its place, under its name.
+bool isLaterEnded(std::vector<AccountRecords::Chain>& chains, const AccountRecords::Chain& of,
+                  const OpenRun& open)
 {
-    std::optional<std::int64_t> last;
+    return std::ranges::any_of(chains, [&](AccountRecords::Chain& entry) {
+        RecordChain& chain = entry.chain;
+        if (&chain == &of.chain)
+            return chain.newestFinished() > open.run;
+        if (entry.systemName != of.systemName || chain.newestFinished() == 0 ||
+            !isOfOneUser(chain, of.chain))
+            return false;
+        const auto ended = chain.storedAt(chain.newestFinished());
+        return ended && open.lastSign && *ended > *open.lastSign;
+    });
+}
+
+/// When the service took the last finished record of the account: it is no earlier now.
+std::optional<std::int64_t> newestMoment(std::vector<AccountRecords::Chain>& chains)
+{
+    std::optional<std::int64_t> newest;
     for (auto& [system, chain] : chains) {
-        const bool isSame = &chain == &of.chain;
-        const bool counts = isSame ? chain.newestFinished() > run
-                                   : system == of.systemName && chain.newestFinished() > 0 &&
-                                         isOfOneUser(chain, of.chain);
-        const auto moment = counts ? chain.storedAt(chain.newestFinished()) : std::nullopt;
-        if (moment)
-            last = std::max(last.value_or(*moment), *moment);
+        const std::uint64_t run = chain.newestFinished();
+        if (const auto moment = run > 0 ? chain.storedAt(run) : std::nullopt)
+            newest = std::max(newest.value_or(*moment), *moment);
     }
-    return last;
+    return newest;
 }
 
 } // namespace
@@ -98,25 +108,39 @@ AccountRecords::Names AccountRecords::namesNow()
     return names;
 }
 
-std::optional<OpenRun> runThatHolds(std::vector<AccountRecords::Chain>& chains,
-                                    const RecordChain& own)
+std::vector<OpenRun> openRuns(std::vector<AccountRecords::Chain>& chains)
 {
+    std::vector<OpenRun> open;
+    std::optional<std::int64_t> now;
     for (AccountRecords::Chain& entry : chains) {
-        RecordChain& chain = entry.chain;
-        for (const ListedRun& run : chain.runs()) {
+        for (const ListedRun& run : entry.chain.runs()) {
             if (run.isForgotten || run.state == RecordState::finished)
                 continue;
-            const OpenRun found{entry.systemName, chain.name(), run.run};
-            if (&chain == &own) {
-                if (chain.newestFinished() > run.run)
-                    continue;
-                return found;
-            }
-            const auto last = laterEnd(chains, entry, run.run);
-            const auto seen = last ? chain.storedAt(run.run) : std::nullopt;
-            if (!seen || *last - *seen <= kWeek)
-                return found;
+            if (open.empty())
+                now = newestMoment(chains);
+            OpenRun& found = open.emplace_back(OpenRun{.systemName = entry.systemName,
+                                                       .chain = entry.chain.name(),
+                                                       .run = run.run,
+                                                       .lastSign = entry.chain.storedAt(run.run)});
+            found.isSilent = now && found.lastSign && *now - *found.lastSign > kWeek;
+            found.isLaterEnded = isLaterEnded(chains, entry, found);
         }
+    }
+    return open;
+}
+
+std::optional<OpenRun> runThatHolds(std::vector<AccountRecords::Chain>& chains,
+                                    const RecordChain& own, const KnownRuns& known)
+{
+    const auto ownEntry = std::ranges::find_if(
+        chains, [&own](const AccountRecords::Chain& entry) { return &entry.chain == &own; });
+    for (const OpenRun& run : openRuns(chains)) {
+        const bool isOwn = ownEntry != chains.end() && run.chain == own.name() &&
+                           run.systemName == ownEntry->systemName;
+        const bool isOver = run.isSilent || (isOwn && known.over.contains(run.run));
+        const bool isGivenUp = !isOwn && known.isGivenUp && known.isGivenUp(run);
+        if (!isOver || (!run.isLaterEnded && !isGivenUp))
+            return run;
     }
     return std::nullopt;
 }

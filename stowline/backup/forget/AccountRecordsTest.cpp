@@ -44,12 +44,17 @@ protected:
             if (system == "iMac" && chain.name() == kOwn)
                 own = &chain;
         }
-        const auto run = runThatHolds(chains, *own);
+        const auto run = runThatHolds(
+            chains, *own, {.over = over, .isGivenUp = [this](const OpenRun& open) {
+                               return givenUp.contains(open.chain + "/" + std::to_string(open.run));
+                           }});
         return run ? run->systemName + " " + run->chain + " " + std::to_string(run->run) : "";
     }
 
     test::TemporaryFolder folder;
     std::map<std::string, MemoryPlace> places;
+    std::set<std::uint64_t> over;
+    std::set<std::string> givenUp;
 };
 
 TEST_F(RunThatHolds, IsNoneWhereAllHaveEnded)
@@ -62,10 +67,11 @@ TEST_F(RunThatHolds, IsNoneWhereAllHaveEnded)
     EXPECT_EQ(holding(), "");
 }
 
-TEST_F(RunThatHolds, IsOneOfTheOwnChainUntilALaterOneHasEnded)
+TEST_F(RunThatHolds, IsOneOfTheOwnChainThatIsOverUntilALaterOneHasEnded)
 {
+    over = {2};
     put("iMac", kOwn, "00000001-finished");
-    put("iMac", kOwn, "00000002-begun", 100);
+    put("iMac", kOwn, "00000002-begun", 1);
     put("iMac", kThird, "00000001-finished");
     EXPECT_EQ(holding(), "iMac 1A.ann.default 2");
     put("iMac", kOwn, "00000003-finished");
@@ -74,19 +80,54 @@ TEST_F(RunThatHolds, IsOneOfTheOwnChainUntilALaterOneHasEnded)
     EXPECT_EQ(holding(), "iMac 1A.ann.default 4");
 }
 
-TEST_F(RunThatHolds, IsOneOfAnotherChainUntilOneEndedAWeekAfterItsLastSign)
+TEST_F(RunThatHolds, IsOneOfTheOwnChainThatMayGoOnElsewhereForAWeek)
 {
-    put("iMac", kOwn, "00000001-finished");
-    put("laptop", kOther, "00000001-begun", 30);
-    EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "however long ago";
-    put("laptop", kThird, "00000001-finished", 0);
-    EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "that profile's index is another";
-    put("laptop", kOther, "00000002-finished", 24);
-    EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "six days";
-    put("laptop", kOther, "00000003-finished", 22);
+    put("iMac", kOwn, "00000001-finished", 30);
+    put("iMac", kOwn, "00000002-begun", 30);
+    put("iMac", kOwn, "00000003-finished", 29);
+    EXPECT_EQ(holding(), "iMac 1A.ann.default 2") << "its record may be on its way";
+    put("iMac", kOwn, "00000004-finished", 23);
+    EXPECT_EQ(holding(), "iMac 1A.ann.default 2") << "seven days";
+    put("iMac", kOwn, "00000005-finished", 22);
     EXPECT_EQ(holding(), "") << "eight days";
+    put("iMac", kOwn, "00000002-unfinished-01", 24);
+    EXPECT_EQ(holding(), "iMac 1A.ann.default 2") << "it gave a sign later";
+    over = {2};
+    EXPECT_EQ(holding(), "");
+    over = {3};
+    put("laptop", kOwn, "00000002-finished", 22);
+    put("laptop", kOwn, "00000001-begun", 23);
+    EXPECT_EQ(holding(), "iMac 1A.ann.default 2");
+}
+
+TEST_F(RunThatHolds, IsOneOfAnotherChainUntilALaterOneHasEndedAndAWeekHasGoneBy)
+{
+    put("iMac", kOwn, "00000001-finished", 24);
+    put("laptop", kOther, "00000001-begun", 30);
+    put("laptop", kOther, "00000002-finished", 30);
+    EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "six days by the account's last record";
+    put("iMac", kOwn, "00000002-finished", 22);
+    EXPECT_EQ(holding(), "") << "eight days, and its profile is used no more";
     put("laptop", kOther, "00000001-unfinished-01", 28);
     EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "it gave a sign later";
+}
+
+TEST_F(RunThatHolds, IsOneWithoutALaterEndUntilItIsGivenUp)
+{
+    put("iMac", kOwn, "00000001-finished");
+    put("laptop", kOther, "00000001-begun", 300);
+    put("laptop", kThird, "00000001-finished", 0);
+    EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "however long ago";
+    givenUp = {kOther + "/2", kThird + "/1"};
+    EXPECT_EQ(holding(), "laptop 2B.bob.default 1");
+    givenUp = {kOther + "/1"};
+    EXPECT_EQ(holding(), "");
+    put("laptop", kOther, "00000001-unfinished-01", 6);
+    EXPECT_EQ(holding(), "laptop 2B.bob.default 1") << "it gave a sign this week";
+    givenUp = {kOwn + "/2"};
+    put("laptop", kOther, "00000001-finished");
+    put("iMac", kOwn, "00000002-begun", 300);
+    EXPECT_EQ(holding(), "iMac 1A.ann.default 2") << "that only has to be run again";
 }
 
 TEST_F(RunThatHolds, IsLetGoByTheMachineThatHasTakenItsPlace)
@@ -98,9 +139,9 @@ TEST_F(RunThatHolds, IsLetGoByTheMachineThatHasTakenItsPlace)
     EXPECT_EQ(holding(), "laptop OLD.bob.default 7");
     put("laptop", kThird, "00000001-finished", 0);
     EXPECT_EQ(holding(), "laptop OLD.bob.default 7") << "another profile";
-    put("laptop", kOther, "00000001-finished", 24);
-    EXPECT_EQ(holding(), "laptop OLD.bob.default 7") << "six days";
-    put("laptop", kOther, "00000002-finished", 22);
+    put("laptop", kOther, "00000001-finished", 31);
+    EXPECT_EQ(holding(), "laptop OLD.bob.default 7") << "that ended before";
+    put("laptop", kOther, "00000002-finished", 29);
     EXPECT_EQ(holding(), "");
 }
 

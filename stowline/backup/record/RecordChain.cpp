@@ -514,6 +514,14 @@ std::uint64_t RecordChain::begin(const RunDescription& description, const IndexP
     return running_->run;
 }
 
+std::optional<std::string> RecordChain::begunDigestOf(std::uint64_t run)
+{
+    const auto note = files_.find({run, RecordState::begun, 0});
+    if (note == files_.end())
+        return std::nullopt;
+    return fetch(*place_, name_, note->second, workFolder_).digest;
+}
+
 bool RecordChain::isNumberOurs()
 {
     const RecordName begun{running_.value().run, RecordState::begun, 0};

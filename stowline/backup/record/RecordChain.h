@@ -145,6 +145,11 @@ public:
     /// other run must store no record under it. Asks the place anew.
     [[nodiscard]] bool isNumberOurs();
 
+    /// The digest of the note that begin() stored.
+    [[nodiscard]] const std::string& begunDigest() const { return begunDigest_; }
+    /// That of the note that a run began with; absent: there is none. Fetches it.
+    [[nodiscard]] std::optional<std::string> begunDigestOf(std::uint64_t run);
+
     /// Counts of a run for its record.
     struct Figures {
         std::uint64_t newBytes = 0; ///< of content stored by it
