@@ -262,17 +262,6 @@ TEST(WebServer, AnAdministratorMustHaveAnAccount)
         << run.errors;
 }
 
-TEST(WebServer, TokensThatCannotBeReadAreNotNone)
-{
-    const test::TemporaryFolder data;
-    const char* const unreadable = "/proc/self/mem"; // a file, whoever asks
-    const auto run =
-        test::runProgram({{test::builtProgram("stowline-devserver"), "--data",
-                           (data.path() / "d").string(), "--monitoring-tokens", unreadable}});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.errors, "stowline-devserver: The file /proc/self/mem cannot be read.\n");
-}
-
 TEST(OwnAddress, MayLackThePortWhereBrowsersLeaveItOut)
 {
     EXPECT_TRUE(isOwnHost({"http", 80}, "localhost"));
@@ -387,43 +376,6 @@ TEST_P(BoundedWebServer, TakesNoMoreThanSoLongABody)
     EXPECT_LT(memoryTakenInKb(), 300000);
 }
 
-/// The first line of the answer to a request with headers of so many bytes in all.
-std::string answerToHeaders(const Connection& connection, const std::string& host,
-                            std::size_t length)
-{
-    std::string head = "GET / HTTP/1.1\r\n" + host + "Connection: close\r\n";
-    while (head.size() + 2 < length) {
-        const std::size_t line = std::min<std::size_t>(length - head.size() - 2, 1000);
-        head += "X: " + std::string(line - std::min<std::size_t>(line, 5), 'x') + "\r\n";
-    }
-    (void)connection.send(head + "\r\n");
-    return connection.readToEnd().substr(0, 12);
-}
-
-TEST_P(BoundedWebServer, TakesAllHeadersUpToTheLimitThatIsPromised)
-{
-    constexpr std::size_t promised = std::size_t{256} << 10;
-    EXPECT_EQ(answerToHeaders(connect(), hostLine(server_), promised - 4096), "HTTP/1.1 200");
-    EXPECT_NE(answerToHeaders(connect(), hostLine(server_), promised + 4096), "HTTP/1.1 200");
-}
-
-TEST_P(BoundedWebServer, TakesABodyUpToTheLimitThatIsPromised)
-{
-    constexpr std::size_t promised = std::size_t{64} << 20;
-    for (const std::size_t length : {promised, promised + 1}) {
-        const Connection connection = connect();
-        const bool isTaken =
-            connection.send("POST /UploadFilePart HTTP/1.1\r\n" + hostLine(server_) +
-                            "Connection: close\r\nContent-Length: " + std::to_string(length) +
-                            "\r\n\r\n" + std::string(length, 'x'));
-        const std::string answer = connection.readToEnd();
-        if (length == promised)
-            EXPECT_TRUE(answer.starts_with("HTTP/1.1 200")) << answer;
-        else // which the end of the connection may overtake
-            EXPECT_TRUE(!isTaken || answer.empty() || answer.starts_with("HTTP/1.1 413")) << answer;
-    }
-}
-
 TEST_P(BoundedWebServer, EndsAConnectionThatAsksForNothing)
 {
     const Connection connection = connect();
@@ -506,53 +458,23 @@ TEST(WebServer, ARequestLineForgesNoLogLine)
     EXPECT_EQ(all.find('\r'), std::string::npos);
 }
 
-unsigned modeOf(const fs::path& path)
-{
-    return static_cast<unsigned>(fs::status(path).permissions()) & 0777U;
-}
-
-/// Whether what a service has in its folder is its owner's alone; the folder itself is not asked.
-void expectPrivateContent(const fs::path& data)
-{
-    int databases = 0;
-    for (const auto& file : fs::recursive_directory_iterator(data)) {
-        if (file.path().filename() == "foreign")
-            continue;
-        databases += file.path().extension() == ".sqlite" ? 1 : 0;
-        EXPECT_EQ(modeOf(file.path()), file.is_directory() ? 0700U : 0600U) << file.path();
-    }
-    EXPECT_EQ(databases, 4);
-}
-
 TEST(WebServer, WhatItKeepsIsItsOwnersAlone)
 {
     const test::TemporaryFolder folder;
     const fs::path data = folder.path() / "data";
     fs::create_directory(data);
     fs::permissions(data, fs::perms(0755));
-    for (const char* round : {"new", "of a service that was less careful"}) {
-        const test::DevServerProcess server({}, data);
-        EXPECT_EQ(modeOf(data), 0700U) << round;
-        expectPrivateContent(data);
-        fs::permissions(data, fs::perms(0755));
-        (void)std::ofstream(data / "files.sqlite-wal", std::ios::app);
-        for (const char* name : {"service.sqlite", "files.sqlite", "files.sqlite-wal"})
-            fs::permissions(data / name, fs::perms(0644));
-    }
-}
-
-TEST(WebServer, AFolderThatIsNotItsOwnKeepsItsMode)
-{
-    const test::TemporaryFolder folder;
-    const fs::path data = folder.path() / "data";
-    fs::create_directory(data);
-    (void)std::ofstream(data / "foreign");
-    fs::permissions(data, fs::perms(0755));
-    fs::permissions(data / "foreign", fs::perms(0644));
     const test::DevServerProcess server({}, data);
-    EXPECT_EQ(modeOf(data), 0755U);
-    EXPECT_EQ(modeOf(data / "foreign"), 0644U);
-    expectPrivateContent(data);
+    const auto modeOf = [](const fs::path& path) {
+        return static_cast<unsigned>(fs::status(path).permissions()) & 0777U;
+    };
+    EXPECT_EQ(modeOf(data), 0700U);
+    int databases = 0;
+    for (const auto& file : fs::recursive_directory_iterator(data)) {
+        databases += file.path().extension() == ".sqlite" ? 1 : 0;
+        EXPECT_EQ(modeOf(file.path()), file.is_directory() ? 0700U : 0600U) << file.path();
+    }
+    EXPECT_EQ(databases, 4);
 }
 
 } // namespace

@@ -173,10 +173,8 @@ int run(const Options& options)
         &tickets};
     devserver::Journal journal(options.data);
     devserver::MonitoringTokens tokens;
-    const auto tokenFile = options.tokens ? platform::readFile(*options.tokens) : std::string();
-    if (!tokenFile)
-        return fail("The file " + options.tokens->string() + " cannot be read.");
-    std::istringstream tokenLines(*tokenFile);
+    std::istringstream tokenLines(options.tokens ? platform::readFile(*options.tokens).value_or("")
+                                                 : std::string());
     for (std::string token; std::getline(tokenLines, token);)
         tokens.add(token, std::chrono::seconds(options.tokenSeconds));
     devserver::Deletions deletions(storage, std::chrono::milliseconds(options.deletionPause));

@@ -91,8 +91,11 @@ bool isDoubtful(FailureKind kind)
 /// Of a failure whose kind says what there is to say.
 std::string sentenceOf(const Error& error)
 {
+    std::string text = sentenceFor(error.kind, "the service");
     const std::string* reason = platform::findString(error.userInfo, platform::kFailureReasonKey);
-    return sentenceFor(error.kind, "the service", reason ? *reason : std::string_view());
+    if (reason && text.find("(" + *reason + ")") == std::string::npos)
+        text += " (" + *reason + ")";
+    return text;
 }
 
 /// What stands between here and the service, where that is why a call failed.

@@ -499,7 +499,7 @@ void readFile(RunReader& reader, const Account& account, const std::string& path
         throw RecordFault(RecordFault::Kind::notFound,
                           path + " has no content in run " + std::to_string(tree.head.run) + ".");
     const StoredContent& content = *stored->content;
-    if (!content.isPlain())
+    if (content.kind != "plain")
         throw RecordFault(RecordFault::Kind::failed,
                           path + " is stored in a form that this program cannot read.");
     VersionFinder versions(account, reader.tries());

@@ -179,7 +179,7 @@ private:
     /// @return false: its content is of a kind that this program does not know, which is told
     bool canBeRead(const StoredVersion& wanted)
     {
-        if (wanted.content.isPlain())
+        if (wanted.content.kind == "plain")
             return true;
         tell({.kind = VerifyFinding::Kind::unknown,
               .path = wanted.path,

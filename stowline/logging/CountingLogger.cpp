@@ -26,12 +26,11 @@ std::vector<CountingLogger::Line> CountingLogger::lines() const
     return lines_;
 }
 
-bool CountingLogger::hasLine(std::string_view text, std::optional<std::int32_t> flag) const
+bool CountingLogger::hasLine(std::string_view text) const
 {
     const auto all = lines();
-    return std::any_of(all.begin(), all.end(), [text, flag](const Line& line) {
-        return line.text == text && (!flag || line.flag == flag);
-    });
+    return std::any_of(all.begin(), all.end(),
+                       [text](const Line& line) { return line.text == text; });
 }
 
 } // namespace stowline

@@ -35,9 +35,8 @@ public:
     };
     [[nodiscard]] std::vector<Line> lines() const;
 
-    /// Whether a kept message has exactly this text, and was logged with this flag where one is
-    /// given.
-    [[nodiscard]] bool hasLine(std::string_view text, std::optional<std::int32_t> flag = {}) const;
+    /// Whether a kept message has exactly this text.
+    [[nodiscard]] bool hasLine(std::string_view text) const;
 
 private:
     const Keep keep_;

@@ -1,6 +1,5 @@
 // Calls on a network that has only the proxy of the desktop's settings.
 #include "tests/support/DesktopProxy.h"
-#include "stowline/platform/network/SystemProxy.h"
 #include "stowline/service/Diagnosis.h"
 #include "stowline/service/FailureWatch.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -176,16 +175,10 @@ TEST(DesktopProxy, ADesktopThatDoesNotAnswerHoldsNoCallUp)
     const test::TestBundle bundle(
         test::settingsWith("M", Dictionary{{"URL", server.url()}, {"namespace", "urn:t"}}));
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(platform::systemProxyFor("http://service.example/"), "");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 8s); // two, on a machine at rest
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(call());
     EXPECT_LT(std::chrono::steady_clock::now() - start, 15s);
     EXPECT_EQ(test::desktopProxyQuestions(), 1); // it is not asked again before it has answered
-    const auto later = std::chrono::steady_clock::now();
-    for (int i = 0; i < 20; ++i)
-        EXPECT_EQ(platform::systemProxyFor("http://service.example/" + std::to_string(i)), "");
-    EXPECT_LT(std::chrono::steady_clock::now() - later, 10s); // nor waited for
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 #include "stowline/service/Diagnosis.h"
 #include "tests/support/DesktopProxy.h"
 #include "tests/support/RawServer.h"
-#include "tests/support/SystemCallFilter.h"
-#include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>
 
@@ -58,68 +56,6 @@ TEST(Diagnosis, ComparesTheClockWithTheServers)
         EXPECT_FALSE(lookAtClock(silent.url())) << other;
     }
     EXPECT_FALSE(lookAtClock("http://127.0.0.1:" + std::to_string(test::closedPort()) + "/"));
-}
-
-/// Settings with a method, a web request and a template at these addresses.
-Dictionary settingsAt(const std::string& method, const std::string& request,
-                      const std::string& text)
-{
-    const auto at = [](const std::string& url) {
-        return Dictionary{{"X", Dictionary{{"URL", url}}}};
-    };
-    return {{"URLS", Dictionary{{"ReachabilityHost", "127.0.0.1"}}},
-            {"WebServices", at(method)},
-            {"WebRequests", at(request)},
-            {"Templates", at(text)}};
-}
-
-TEST(Diagnosis, LooksAtTheAddressesOfEveryTable)
-{
-    const test::RawServer first(test::httpAnswer("ok"));
-    const test::RawServer second(test::httpAnswer("ok"));
-    const std::string gone = "127.0.0.1:" + std::to_string(test::closedPort());
-    const std::string closed = "http://" + gone + "/";
-    for (const Dictionary& settings : {settingsAt(first.url(), second.url(), closed),
-                                       settingsAt(first.url(), closed, second.url()),
-                                       settingsAt(closed, first.url(), second.url())}) {
-        EXPECT_TRUE(test::holdsInAProcessOfItsOwn([&] { // settings are read once
-            const test::TestBundle bundle(settings);
-            EXPECT_EQ(serviceAddresses({}).size(), 3U);
-            const auto trouble = firstTrouble();
-            ASSERT_TRUE(trouble);
-            EXPECT_EQ(trouble->subject, "http");
-            EXPECT_NE(trouble->text.find(gone), std::string::npos) << trouble->text;
-        }));
-    }
-}
-
-TEST(Diagnosis, EveryLookGoesOverTheDesktopsProxy)
-{
-    for (const char* variable : {"http_proxy", "all_proxy", "ALL_PROXY"})
-        ::unsetenv(variable);
-    const test::TestBundle bundle(settingsAt("http://service.example/", "http://service.example/",
-                                             "http://service.example/"));
-    const test::RawServer proxy([](const std::string& request, const test::RawConnection& answer) {
-        const bool isLettered = request.find("Content-Length: 1u") != std::string::npos;
-        answer.send(isLettered ? test::httpAnswer("", 400)
-                               : "HTTP/1.1 200 OK\r\nDate: Sun, 06 Nov 1994 08:49:37 GMT\r\n"
-                                 "Content-Length: 0\r\n\r\n");
-    });
-    test::setDesktopProxy("http://127.0.0.1:" + std::to_string(proxy.port()));
-    EXPECT_TRUE(desktopNamesAProxy({}));
-    EXPECT_TRUE(lookAtClock("http://service.example/"));
-    EXPECT_TRUE(lookAtLetteredLength("http://service.example/", "X"));
-    EXPECT_EQ(proxy.requests().size(), 3U);
-}
-
-TEST(Diagnosis, ADesktopWithoutAProxyNamesNone)
-{
-    for (const char* variable : {"http_proxy", "all_proxy", "ALL_PROXY"})
-        ::unsetenv(variable);
-    const test::TestBundle bundle(settingsAt("http://service.example/", "http://service.example/",
-                                             "http://service.example/"));
-    test::setDesktopProxy("direct://");
-    EXPECT_FALSE(desktopNamesAProxy({}));
 }
 
 TEST(Diagnosis, TellsAProxyThatWantsAPassword)

@@ -11,9 +11,7 @@ namespace stowline {
 
 /// What happened and what to do about it, in sentences. Pure; throws std::bad_alloc alone.
 /// @param host whom the call was for ("backup.example.com", or "the service")
-/// @param reason "status 503", said behind it unless the sentence says it; empty: none
-[[nodiscard]] std::string sentenceFor(FailureKind kind, std::string_view host,
-                                      std::string_view reason = {});
+[[nodiscard]] std::string sentenceFor(FailureKind kind, std::string_view host);
 
 } // namespace stowline
 #pragma GCC visibility pop

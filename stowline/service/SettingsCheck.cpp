@@ -47,7 +47,7 @@ public:
     {
         const auto reading = platform::readPropertyList(bytes, &source_);
         if (!reading.value)
-            return {{reading.line, "", reading.fault + "."}};
+            return {{lineIn(reading.fault), "", reading.fault + "."}};
         for (const std::string& path : source_.repeatedKeys)
             add(path, "The key stands twice in its dictionary; remove one.");
         if (const Dictionary* root = reading.value->dictionary())
@@ -60,6 +60,12 @@ public:
     }
 
 private:
+    static int lineIn(const std::string& fault)
+    {
+        constexpr std::string_view start = "line ";
+        return fault.starts_with(start) ? std::atoi(fault.c_str() + start.size()) : 0; // NOLINT
+    }
+
     /// Notes a fault at the line of the path, or of the nearest thing around it that is there.
     void add(const std::string& path, std::string sentence)
     {

@@ -106,6 +106,36 @@ TEST(TemplateRequest, NothingIsSentWithoutAHost)
     EXPECT_TRUE(console.lines.empty());
 }
 
+TEST(TemplateRequest, IsNeitherTurnedIntoAGetNorTakenElsewhere)
+{
+    const RawServer other(test::httpAnswer("taken"));
+    test::SharedText answer;
+    const RawServer server([&answer](const std::string&, const RawConnection& connection) {
+        connection.send(answer.get());
+    });
+    const test::TestBundle bundle(
+        settingsWithTemplate({{"URL", server.url()}, {"body", "<p>secret</p>"}}));
+    std::size_t requests = 0;
+    for (const int status : {301, 302, 303, 307, 308}) {
+        for (const bool isElsewhere : {false, true}) {
+            if (!isElsewhere && status >= 307)
+                continue; // which sends the body again, and may
+            const Console console;
+            answer = "HTTP/1.1 " + std::to_string(status) +
+                     " Elsewhere\r\nContent-Length: 0\r\nLocation: " +
+                     (isElsewhere ? other.url("/x") : "/x") + "\r\n\r\n";
+            EXPECT_EQ(send(), std::nullopt) << status;
+            EXPECT_EQ(server.requests().size(), ++requests) << status;
+            EXPECT_TRUE(other.requests().empty()) << status;
+            ASSERT_EQ(console.lines.size(), 1U);
+            for (const RawServer* named : {&server, isElsewhere ? &other : &server})
+                EXPECT_NE(console.lines[0].find("127.0.0.1:" + std::to_string(named->port())),
+                          std::string::npos)
+                    << console.lines[0];
+        }
+    }
+}
+
 TEST(TemplateRequest, AMissingTemplateIsToldOnTheConsole)
 {
     const Console console;

@@ -4,7 +4,6 @@
 #include "stowline/platform/http/ReadStream.h"
 #include "stowline/service/WebServiceBroker.h"
 #include "tests/support/RawServer.h"
-#include "tests/support/SlowServer.h"
 #include "tests/support/TestBundle.h"
 
 #include <gtest/gtest.h>
@@ -210,23 +209,6 @@ TEST(WebRequest, AHostInOtherLettersIsSentInAscii)
     EXPECT_EQ(textOf(send("http://gr\u00fcn.example/%41?b")), "ok");
     ::unsetenv("http_proxy");
     EXPECT_EQ(firstLineOf(proxy.requests().at(0)), "GET http://xn--grn-ioa.example/%41?b HTTP/1.1");
-}
-
-TEST(WebRequest, AServerThatReadsSlowlyIsNotSilent)
-{
-    const test::TestBundle bundle(
-        settingsWithRequest({{"httpMethod", "POST"}, {"requestTimeout", 0.7}}));
-    const std::string body(400'000, 'x');
-    {
-        // Some 2 s for what the system's buffers swallow at once.
-        const test::SlowServer slow(body.size(), body.size(), 4000, std::chrono::milliseconds(20));
-        EXPECT_EQ(textOf(send(slow.url(), body)), "ok");
-    }
-    const test::SlowServer stuck(body.size(), 40'000, 4000, std::chrono::milliseconds(1));
-    const Outcome outcome = send(stuck.url(), body);
-    EXPECT_FALSE(outcome.body);
-    EXPECT_EQ(outcome.error->localizedDescription(), "Request timeout");
-    EXPECT_EQ(outcome.error->kind, FailureKind::timeOut);
 }
 
 TEST(WebRequest, AnEntryWithHalfAHeaderIsRefused)

@@ -82,14 +82,6 @@ TEST(WebServicesSettings, NoNameLeadsOutOfTheResourceFolderByARoundabout)
     EXPECT_FALSE(findsSettingsNamed("inner/../../Own.plist"));
 }
 
-TEST(WebServicesSettings, ALinkInTheResourceFolderIsFollowed)
-{
-    const test::TestBundle bundle({}, {{"TW_WebServicesSettingsFilename", "out/Own.plist"}});
-    bundle.folder().write("Own.plist", platform::writeXmlPropertyList(everyTable()).value());
-    std::filesystem::create_directory_symlink("..", bundle.folder().path() / "Resources/out");
-    EXPECT_TRUE(WebServicesSettings::settingsDictionary());
-}
-
 TEST(WebServicesSettings, AFileThatIsNoDictionaryIsAbsent)
 {
     const test::TestBundle bundle({});

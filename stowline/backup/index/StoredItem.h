@@ -6,27 +6,22 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #pragma GCC visibility push(default)
 namespace stowline::backup {
 
 /// Where the content of a file is on the service, and how it is to be read.
 struct StoredContent {
-    static constexpr std::string_view kPlain = "plain";
-
     std::string version; ///< the service's number of the version ("X-VersionID"); empty: not told
     std::string list;    ///< names the version in a deletion ("X-ListID"); empty: not told
     std::string digest;  ///< SHA-256 of the file's bytes, 64 lower-case hexadecimal digits
     std::uint32_t checksum = 0;   ///< CRC-32 of what was sent
     std::uint64_t storedSize = 0; ///< bytes on the service
-    /// How the bytes were changed on their way; kPlain: not at all.
-    std::string kind = std::string(kPlain);
-    std::string key;       ///< which key opens it; empty: none is needed
-    std::string baseline;  ///< the version that a difference builds on; empty: none
-    std::uint64_t run = 0; ///< the run that stored it
+    std::string kind = "plain";   ///< how the bytes were changed on their way; "plain": not at all
+    std::string key;              ///< which key opens it; empty: none is needed
+    std::string baseline;         ///< the version that a difference builds on; empty: none
+    std::uint64_t run = 0;        ///< the run that stored it
 
-    [[nodiscard]] bool isPlain() const { return kind == kPlain; }
     bool operator==(const StoredContent&) const = default;
 };
 

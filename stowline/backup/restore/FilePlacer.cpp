@@ -300,7 +300,7 @@ void FilePlacer::gather(const FileTask& task, std::shared_ptr<platform::TargetFo
 bool FilePlacer::fill(const FileTask& task, const platform::TargetFile& file, RestoredItem& report,
                       bool& isKept)
 {
-    if (!task.stored.content->isPlain()) {
+    if (task.stored.content->kind != "plain") {
         report.faults.push_back(report.path + ": its content is of the kind \"" +
                                 task.stored.content->kind + "\", which this program cannot read.");
         return false;

@@ -51,7 +51,7 @@ std::string differenceOf(const StoredVersion& stored, const Dictionary& word)
     if (!isOrUntold(platform::findText(word, "Checksum"), content.checksum, 16))
         return "the service holds another checksum of it";
     const std::string digest = platform::findText(word, "Digest");
-    const bool tellsDigest = !digest.empty() && content.isPlain();
+    const bool tellsDigest = !digest.empty() && content.kind == "plain";
     if (tellsDigest && digest != content.digest)
         return "the service holds another digest of it";
     // A name of a hard link may have the content that was sent under another one.

@@ -8,11 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
-#include <sys/inotify.h>
 #include <unistd.h>
 
 namespace stowline::platform {
@@ -31,30 +29,22 @@ void run(const std::vector<std::string>& words)
 /// A certificate of 127.0.0.1, and a server that has it.
 class TlsServer {
 public:
-    enum class Signed { byItself, byAnAuthority };
-    explicit TlsServer(Signed by = Signed::byItself)
-        : by_(by),
-          server_((makeCertificate(), test::ProgramRun{{"/usr/bin/python3", "-uc", kProgram,
+    TlsServer()
+        : server_((makeCertificate(), test::ProgramRun{{"/usr/bin/python3", "-uc", kProgram,
                                                         in("c.pem"), in("k.pem")}}))
     {
         port_ = server_.readLine().value_or("");
     }
 
-    /// What is to be trusted: its certificate, or that of the authority.
-    [[nodiscard]] std::string certificate() const
-    {
-        return in(by_ == Signed::byItself ? "c.pem" : "ca.pem");
-    }
+    [[nodiscard]] std::string certificate() const { return in("c.pem"); }
     [[nodiscard]] std::string url() const { return "https://127.0.0.1:" + port_ + "/"; }
 
-    /// The certificate in a folder of its own, under its hashed name. What is put there later has
-    /// none.
+    /// The certificate in a folder of its own, under its hashed name.
     [[nodiscard]] std::string hashedFolder() const
     {
-        if (fs::create_directories(in("hashed"))) {
-            fs::copy_file(certificate(), in("hashed/c.pem"));
-            run({"/usr/bin/openssl", "rehash", in("hashed")});
-        }
+        fs::create_directories(in("hashed"));
+        fs::copy_file(certificate(), in("hashed/c.pem"), fs::copy_options::overwrite_existing);
+        run({"/usr/bin/openssl", "rehash", in("hashed")});
         return in("hashed");
     }
 
@@ -82,19 +72,8 @@ private:
         run({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
              "-subj", "/CN=" + folder_.path().filename().string(), "-addext",
              "subjectAltName=IP:127.0.0.1", "-keyout", in("k.pem"), "-out", in("c.pem")});
-        if (by_ == Signed::byItself)
-            return;
-        run({"/usr/bin/openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
-             "-subj", "/CN=authority of " + folder_.path().filename().string(), "-keyout",
-             in("ca.key"), "-out", in("ca.pem")});
-        run({"/usr/bin/openssl", "x509", "-x509toreq", "-copy_extensions", "copy", "-in",
-             in("c.pem"), "-signkey", in("k.pem"), "-out", in("request.pem")});
-        run({"/usr/bin/openssl", "x509", "-req", "-in", in("request.pem"), "-CA", in("ca.pem"),
-             "-CAkey", in("ca.key"), "-CAcreateserial", "-copy_extensions", "copy", "-days", "2",
-             "-out", in("c.pem")});
     }
 
-    const Signed by_;
     test::TemporaryFolder folder_;
     test::BackgroundProgram server_;
     std::string port_;
@@ -217,74 +196,6 @@ TEST_F(TrustOfASystem, IsAlsoWhatTheBundleAloneHolds)
     set("SSL_CERT_FILE", "/etc/ssl/certs/ca-certificates.crt");
     EXPECT_TRUE(isTrusted(other));
     EXPECT_TRUE(isTrusted(server_));
-}
-
-TEST_F(TrustOfASystem, IsAlsoAnAuthorityThatTheBundleAloneHolds)
-{
-    const TlsServer other;
-    const TlsServer issued(TlsServer::Signed::byAnAuthority);
-    fs::copy_file(issued.certificate(), fs::path(other.hashedFolder()) / "ca-certificates.crt");
-    const auto mount = test::Mount::again(other.hashedFolder(), "/etc/ssl/certs");
-    EXPECT_TRUE(isTrusted(issued));
-    EXPECT_FALSE(isTrusted(server_));
-}
-
-TEST_F(TrustOfASystem, MayLieWhereOtherDistributionsHaveIt)
-{
-    for (const char* bundle :
-         {"/etc/ssl/certs/ca-certificates.crt", "/etc/pki/tls/certs/ca-bundle.crt",
-          "/etc/ssl/ca-bundle.pem", "/etc/pki/ca-trust/extracted/pem/tls-ca-bundle.pem",
-          "/etc/ssl/cert.pem"}) {
-        EXPECT_TRUE(test::holdsInAProcessOfItsOwn([&] { // places are looked for once
-            const auto etc = test::Mount::memory("/etc");
-            fs::create_directories(fs::path(bundle).parent_path());
-            fs::copy_file(server_.certificate(), bundle);
-            EXPECT_TRUE(isTrusted(server_)) << bundle;
-        })) << bundle;
-    }
-    const std::string hashed = server_.hashedFolder();
-    for (const char* folder : {"/etc/ssl/certs", "/etc/pki/tls/certs"}) {
-        EXPECT_TRUE(test::holdsInAProcessOfItsOwn([&] {
-            const auto etc = test::Mount::memory("/etc");
-            fs::create_directories(fs::path(folder).parent_path());
-            fs::copy(hashed, folder, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-            EXPECT_TRUE(isTrusted(server_)) << folder;
-        })) << folder;
-    }
-}
-
-/// Counts how often a file is opened.
-class Openings {
-public:
-    explicit Openings(const std::string& file) : watch_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
-    {
-        EXPECT_GE(::inotify_add_watch(watch_, file.c_str(), IN_OPEN), 0);
-    }
-    ~Openings() { ::close(watch_); }
-    Openings(const Openings&) = delete;
-    Openings& operator=(const Openings&) = delete;
-
-    /// Since the last question.
-    [[nodiscard]] bool wereThereAny() const
-    {
-        alignas(inotify_event) std::array<char, 4096> events{};
-        return ::read(watch_, events.data(), events.size()) > 0;
-    }
-
-private:
-    int watch_;
-};
-
-TEST_F(TrustOfASystem, TheBundleIsOpenedWhereItIsNeededAlone)
-{
-    const TlsServer other;
-    fs::copy_file(server_.certificate(), fs::path(other.hashedFolder()) / "ca-certificates.crt");
-    const auto mount = test::Mount::again(other.hashedFolder(), "/etc/ssl/certs");
-    const Openings ofBundle("/etc/ssl/certs/ca-certificates.crt");
-    EXPECT_TRUE(isTrusted(other));
-    EXPECT_FALSE(ofBundle.wereThereAny()); // which takes the time of many a call to read
-    EXPECT_TRUE(isTrusted(server_));
-    EXPECT_TRUE(ofBundle.wereThereAny());
 }
 
 TEST_F(TrustOfASystem, AnEmptyVariableNamesNothing)
