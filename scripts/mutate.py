@@ -4,9 +4,10 @@
     mutate.py TREE --by-hand FILE OLD NEW
 
 A change that does not compile, or after which the tests' program is the same to the byte, is not
-counted. A change is noticed when a test fails twice in a row, or the program hangs. The tests that
-stand nearest to the changed file are asked first, then the others of its folder, then those of the
-folders that rest on it; only what is asked is built.
+counted. A change is noticed when a test fails twice in a row; that no test failed but one took too
+long is told apart, for a busy machine can do that too. The tests that stand nearest to the changed
+file are asked first, then the others of its folder, then those of the folders that rest on it; only
+what is asked is built.
 """
 
 import hashlib
@@ -33,12 +34,16 @@ CHANGES = [
     ("arguments", re.compile(r"\(((?:\w+), (?:\w+))\)"), lambda text: ", ".join(reversed(text.split(", ")))),
 ]
 SKIPPED = re.compile(r"^\s*(//|///|#|static_assert|using |namespace |template|STOWLINE_LOG_)|_assert|\[\[noreturn")
+SOURCES = ("*.cpp", "*.h")
 # Files whose own lines hold no promise: what a program does before it hands on.
-NEVER_CHANGED = re.compile(r"Test\.cpp$|/main\.cpp$")
+NEVER_CHANGED = re.compile(r"Test\.(cpp|h)$|/main\.cpp$")
 
 # What notices a change in a folder: its own tests, then those of what rests on it.
 MATTERS = {
-    "stowline/platform": ["platform_tests", "service_tests"],
+    "stowline/platform": ["platform_tests", "platform_content_tests", "util_tests", "logging_tests",
+                          "net_tests", "soap_tests", "call_tests", "tool_tests", "store_tests",
+                          "logging_database_tests", "content_tests", "service_tests",
+                          "devserver_tests", "injection_tests", "backup_tests"],
     "stowline/logging": ["logging_tests", "logging_database_tests", "injection_tests"],
     "stowline/branding": ["branding_tests"],
     "stowline/net": ["net_tests", "service_tests"],
@@ -58,6 +63,8 @@ ONLY = {
     ("devserver", "injection_tests"): re.compile("Registration"),
 }
 SUITE = re.compile(r"^(?:TYPED_)?TEST(?:_F|_P)?\((\w+)\s*,", re.MULTILINE)
+# What becomes of a change.
+NOTICED, HUNG, SURVIVED = "noticed", "too slow", "SURVIVED"
 JOBS = str((os.cpu_count() or 1) + 1)
 
 
@@ -69,7 +76,8 @@ def unquoted(line, start):
 
 def candidates(tree, folder):
     top = tree / folder
-    for source in sorted(top.rglob("*.cpp")) if top.is_dir() else [top]:
+    found = [source for kind in SOURCES for source in top.rglob(kind)] if top.is_dir() else [top]
+    for source in sorted(found):
         if NEVER_CHANGED.search(source.as_posix()):
             continue
         for number, line in enumerate(source.read_text().splitlines()):
@@ -137,15 +145,25 @@ class Tests:
         return {suite for test in beside for suite in SUITE.findall(test.read_text())}
 
     def fail(self, suites):
-        """Whether one of them fails, and fails again when it is asked a second time."""
+        """What one of them does, and does again when it is asked a second time: NOTICED, HUNG or
+        SURVIVED."""
         if not suites:
-            return False
+            return SURVIVED
         names = "^(" + "|".join(sorted(re.escape(suite) for suite in suites)) + r")\."
-        return not ran(["ctest", "--test-dir", self.build, "-R", names, "-j", JOBS,
-                        "--repeat", "until-pass:2", "--stop-on-failure", "--timeout", "100"], 1200)
+        try:
+            asked = subprocess.run(
+                ["ctest", "--test-dir", self.build, "-R", names, "-j", JOBS, "--repeat",
+                 "until-pass:2", "--stop-on-failure", "--timeout", "100"],
+                capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=1200)
+        except subprocess.TimeoutExpired:
+            return HUNG
+        if asked.returncode == 0:
+            return SURVIVED
+        ends = re.findall(r"^\s*\d+ - .* \((.*?)\)", asked.stdout, re.MULTILINE)
+        return HUNG if ends and set(ends) <= {"Timeout", "Skipped"} else NOTICED
 
     def notice(self, relative):
-        """Whether a change that was made to a file is noticed; absent when it is none."""
+        """What becomes of a change that was made to a file; absent when it is none."""
         folder, targets = next((folder, targets) for folder, targets in MATTERS.items()
                                if relative.startswith(folder + "/"))
         near = self.near(self.tree / relative)
@@ -158,9 +176,10 @@ class Tests:
             is_change = True
             only = ONLY.get((folder, target), re.compile(""))
             suites = {suite for suite in self.suites[target] if only.search(suite)}
-            if self.fail(suites & near) or self.fail(suites - near):
-                return True
-        return False if is_change else None
+            for asked in (suites & near, suites - near):
+                if (verdict := self.fail(asked)) != SURVIVED:
+                    return verdict
+        return SURVIVED if is_change else None
 
     def know_all(self, relative):
         for folder, targets in MATTERS.items():
@@ -187,8 +206,7 @@ def by_hand(tests, file, old, new):
         return 1
     tests.know_all(file)
     verdict = changed(tests, source, text.replace(old, new))
-    print({None: "does not compile, or changes nothing", True: "noticed", False: "SURVIVED"}[verdict],
-          file, old, "->", new)
+    print(verdict or "does not compile, or changes nothing", file, old, "->", new)
     return 0
 
 
@@ -200,10 +218,10 @@ def sample(tests, folder, count, seed):
         return 1
     tests.know_all(folder)
     random.Random(int(seed)).shuffle(chosen)
-    counted = noticed = 0
+    verdicts = []
     survivors = []
     for source, number, kind, line in chosen:
-        if counted == int(count):
+        if len(verdicts) == int(count):
             break
         lines = source.read_text().splitlines(keepends=True)
         was = lines[number]
@@ -211,14 +229,16 @@ def sample(tests, folder, count, seed):
         verdict = changed(tests, source, "".join(lines))
         if verdict is None:
             continue
-        counted += 1
-        noticed += verdict
+        verdicts.append(verdict)
         place = f"{source.relative_to(tests.tree).as_posix()}:{number + 1} ({kind})"
-        print(f"{'noticed ' if verdict else 'SURVIVED'} {place}", flush=True)
-        if not verdict:
+        print(f"{verdict:8} {place}", flush=True)
+        if verdict == SURVIVED:
             survivors.append(f"{place}\n  - {was.strip()}\n  + {line.strip()}")
             print(f"  - {was.strip()}\n  + {line.strip()}", flush=True)
-    print(f"\n{noticed} of {counted} changes were noticed ({100 * noticed // max(counted, 1)} %).")
+    counted = len(verdicts)
+    noticed = counted - len(survivors)
+    print(f"\n{noticed} of {counted} changes were noticed ({100 * noticed // max(counted, 1)} %), "
+          f"{verdicts.count(HUNG)} of them by a test that took too long.")
     print("\n".join(survivors))
     return 0
 
