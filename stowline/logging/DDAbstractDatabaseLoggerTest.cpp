@@ -3,10 +3,12 @@
 
 #include "stowline/logging/DDLog.h"
 #include "stowline/platform/desktop/ConsoleLog.h"
+#include "tests/support/SystemCallFilter.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <thread>
 
 namespace stowline {
 namespace {
@@ -84,6 +86,35 @@ TEST_F(DatabaseLogger, HasTheUsualSettings)
     EXPECT_EQ(logger_->maxAge(), 604800.0);
     EXPECT_EQ(logger_->deleteInterval(), 300.0);
     EXPECT_FALSE(logger_->deleteOnEverySave());
+}
+
+TEST_F(DatabaseLogger, WhatIsUnsavedStaysTheParentsInAForkAndTheChildHasTimersOfItsOwn)
+{
+    logger_ = std::make_shared<RecordingLogger>(platform::TimerClock::shared());
+    logger_->setSaveInterval(1);
+    logger_->setDeleteInterval(0.2);
+    add();
+    log();
+    EXPECT_TRUE(test::holdsInAProcessOfItsOwn([this] {
+        const int before = logger_->saves; // none, but on a machine that is busy for a second
+        onQueue([this] { logger_->flush(); });
+        EXPECT_EQ(logger_->saves, before); // the parent's entry is not saved twice
+        log();
+        int saves = before;
+        int deletes = 0;
+        onQueue([this] { logger_->deletes = 0; });
+        for (int i = 0; i < 20000 && (saves == before || deletes == 0); ++i) {
+            std::this_thread::sleep_for(milliseconds(1));
+            onQueue([&] {
+                saves = logger_->saves;
+                deletes = logger_->deletes;
+            });
+        }
+        EXPECT_EQ(saves, before + 1);
+        EXPECT_GT(deletes, 0);
+    }));
+    onQueue([this] { logger_->flush(); });
+    EXPECT_EQ(logger_->saves, 1);
 }
 
 TEST_F(DatabaseLogger, SavesAtTheFiveHundredthEntry)
