@@ -1,6 +1,7 @@
 #include "cli/shared/CommandLine.h"
 
 #include "cli/shared/NearestWord.h"
+#include "stowline/platform/text/Numbers.h"
 
 #include <CLI/CLI.hpp>
 
@@ -34,21 +35,27 @@ void refuseEmptyText(CLI::Option& option)
         ""));
 }
 
-/// The library's own sentence for what is not a number has neither mark nor advice.
+/// The library's own sentence for what is not a number has neither mark nor advice. Of whole
+/// numbers it takes "-1" and what is too large for the largest one, where there are none below 0,
+/// and reads "010" as 8.
 template <class Number> void refuseOtherThanNumbers(CLI::Option& option)
 {
     option.check(CLI::Validator(
-        [](const std::string& text) {
-            constexpr const char* wanted = std::is_unsigned_v<Number>
-                                               ? "a whole number of 0 or more"
-                                           : std::is_integral_v<Number> ? "a whole number"
-                                                                        : "a number";
-            Number number = 0;
-            // The library takes "-1" for the largest number there is.
-            const bool isBelow = std::is_unsigned_v<Number> && text.find('-') != std::string::npos;
-            return !isBelow && CLI::detail::lexical_cast(text, number)
-                       ? std::string()
-                       : "This must be " + std::string(wanted) + ", not \"" + text + "\"";
+        [](std::string& text) {
+            const char* wanted =
+                std::is_unsigned_v<Number> ? "a whole number of 0 or more" : "a whole number";
+            if constexpr (std::is_integral_v<Number>) {
+                if (const auto number = platform::wholeNumber<Number>(text)) {
+                    text = std::to_string(*number);
+                    return std::string();
+                }
+            } else {
+                Number number = 0;
+                if (CLI::detail::lexical_cast(text, number))
+                    return std::string();
+                wanted = "a number";
+            }
+            return "This must be " + std::string(wanted) + ", not \"" + text + "\"";
         },
         ""));
 }

@@ -41,7 +41,7 @@ TEST_F(ConfigCheck, TakesNoRuleOfRunsThatKeepsOthersThanItSays)
 {
     EXPECT_EQ(faults("[profile.a]\n"
                      "keep-last = -1\n"
-                     "keep-daily = -18446744073709551615\n"
+                     "keep-daily = \"-18446744073709551615\"\n"
                      "keep-weekly = \"- 1\"\n"
                      "[forget]\n"
                      "keep-monthly = \"few\"\n"),
@@ -50,6 +50,16 @@ TEST_F(ConfigCheck, TakesNoRuleOfRunsThatKeepsOthersThanItSays)
               "\"-18446744073709551615\".\n"
               "4:1: \"keep-weekly\": This must be a whole number of 0 or more, not \"- 1\".\n"
               "6:1: \"keep-monthly\": This must be a whole number of 0 or more, not \"few\".\n");
+}
+
+TEST_F(ConfigCheck, ReadsAWholeNumberAsItIsWritten)
+{
+    EXPECT_EQ(check("[backup]\njobs = \"064\"\n").status, 0); // read as octal it is 52
+    EXPECT_EQ(faults("[backup]\njobs = \"065\"\n"),
+              "2:1: \"jobs\": Value 65 not in range 1 to 64.\n");
+    EXPECT_EQ(faults("keep-last = \"99999999999999999999\"\n"),
+              "1:1: \"keep-last\": This must be a whole number of 0 or more, not "
+              "\"99999999999999999999\".\n");
 }
 
 TEST_F(ConfigCheck, FindsCommandsThatAreNone)
