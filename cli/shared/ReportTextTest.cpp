@@ -61,6 +61,15 @@ TEST(ReportText, IsNotWellWhenNothingWasBackedUp)
     EXPECT_TRUE(holds(reportText(figures), "\nNothing was backed up.\n"));
 }
 
+TEST(ReportSubject, NamesTheMomentOfTheRunWheneverItIsSent)
+{
+    const test::TestBundle bundle({});
+    RunFigures figures = goodRun();
+    figures.begun = Date(std::chrono::hours(24 * 365));
+    const std::string date = General::emailReportDateFormatter().stringFromDate(figures.begun);
+    EXPECT_TRUE(holds(reportSubject(figures), date)) << reportSubject(figures);
+}
+
 TEST(ReportMessage, HasTheTextAndTheHtml)
 {
     const test::TestBundle bundle({});

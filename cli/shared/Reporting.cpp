@@ -216,7 +216,7 @@ Sending sendSummary(const std::string& username, const std::string& password,
 std::string reportSubject(const RunFigures& figures)
 {
     const std::string trouble = joined(reportTrouble(figures), forgettingTrouble(figures));
-    return General::createEmailReportSubjectWithAppName(appName(), platform::currentDate()) +
+    return General::createEmailReportSubjectWithAppName(appName(), figures.begun) +
            (trouble.empty() ? "" : ": " + trouble);
 }
 

@@ -43,7 +43,8 @@ struct Sending {
 /// that holds them cannot be sent.
 [[nodiscard]] std::string asUtf8(std::string_view text);
 
-/// The subject of the report's e-mail; it says when the run was not a good one.
+/// The subject of the report's e-mail, with the day of the run, whenever it is sent; it says when
+/// the run was not a good one.
 [[nodiscard]] std::string reportSubject(const RunFigures& figures);
 
 /// The body of the report's e-mail, with the names in it escaped: what came of the run and what
