@@ -127,16 +127,35 @@ Finding checkDisk(std::optional<fs::path> folder)
     return {"disk", true, bytesText(free) + " free for the state of backups"};
 }
 
-Finding checkSchedule(const std::string& profile)
+constexpr const char* kSchedule = "schedule"; ///< a subject
+
+/// @param name what tells it from the schedules of other profiles, before the text
+Finding checkUnits(const platform::UserUnits& units, const std::string& name)
 {
-    const auto units = scheduleUnits(profile);
-    if (!units || !units->areOurs())
-        return {"schedule", true, "none; \"stowline schedule install\" makes one"};
-    if (!units->isActive())
-        return {"schedule", false,
-                "It is installed, but the service manager does not run it. Please install it "
-                "again: \"stowline schedule install\"."};
-    return {"schedule", true, "next run: " + units->property("NextElapseUSecRealtime")};
+    if (!units.isActive())
+        return {kSchedule, false,
+                name + "It is installed, but the service manager does not run it. Please install "
+                       "it again: \"stowline schedule install\"."};
+    return {kSchedule, true, name + "next run: " + units.property("NextElapseUSecRealtime")};
+}
+
+/// The schedule of the profile that is asked for, and those of all others.
+std::vector<Finding> checkSchedules(const std::string& profile)
+{
+    std::vector<Finding> findings;
+    const auto others = otherScheduledProfiles(profile);
+    const auto nameOf = [](const std::string& of) { return "profile " + onOneLine(of) + ": "; };
+    if (const auto units = scheduleUnits(profile); units && units->areOurs())
+        findings.push_back(checkUnits(*units, others.empty() ? "" : nameOf(profile)));
+    else
+        findings.push_back({kSchedule, true,
+                            (others.empty() ? "" : nameOf(profile)) +
+                                "none; \"stowline schedule install\" makes one"});
+    for (const std::string& other : others) {
+        if (const auto units = scheduleUnits(other))
+            findings.push_back(checkUnits(*units, nameOf(other)));
+    }
+    return findings;
 }
 
 Finding checkLastRun(const DoctorOptions& options)
@@ -233,11 +252,26 @@ std::vector<Finding> checkAccount(const DoctorOptions& options)
     return findings;
 }
 
+/// What can be looked at without a service.
+std::vector<Finding> examineMachine(const DoctorOptions& options)
+{
+    std::vector<Finding> findings{
+        checkProxy(options.server), checkFolder("configuration", platform::configurationFolder()),
+        checkFolder("state", platform::stateFolder()), checkDisk(platform::stateFolder())};
+    std::ranges::move(checkSchedules(options.profile), std::back_inserter(findings));
+    findings.push_back(checkLastRun(options));
+    return findings;
+}
+
 std::vector<Finding> examine(const DoctorOptions& options)
 {
     const std::string& server = options.server;
     std::vector<Finding> findings{checkBundle(), checkSettingsFile(), lookAtHelper(),
                                   lookAtNetwork()};
+    if (settingsNameNoService()) { // that is said; what needs a service could only fail
+        std::ranges::move(examineMachine(options), std::back_inserter(findings));
+        return findings;
+    }
     const auto lettered = addressesOfLetteredLengths(server);
     for (const std::string& address : serviceAddresses(server)) {
         findings.push_back(lookAtAddress(address));
@@ -250,12 +284,7 @@ std::vector<Finding> examine(const DoctorOptions& options)
         if (auto finding = lookAtLetteredLength(address, request->second))
             findings.push_back(std::move(*finding));
     }
-    findings.push_back(checkProxy(server));
-    findings.push_back(checkFolder("configuration", platform::configurationFolder()));
-    findings.push_back(checkFolder("state", platform::stateFolder()));
-    findings.push_back(checkDisk(platform::stateFolder()));
-    findings.push_back(checkSchedule(options.profile));
-    findings.push_back(checkLastRun(options));
+    std::ranges::move(examineMachine(options), std::back_inserter(findings));
     std::ranges::move(checkAccount(options), std::back_inserter(findings));
     return findings;
 }

@@ -228,8 +228,12 @@ ExitStatus install(const Options& options, const Surroundings& around)
 
 ExitStatus notInstalled(const std::string& profile)
 {
+    const auto others = otherScheduledProfiles(profile);
     return output().fail(ExitStatus::notFound,
-                         "No schedule is installed for the profile \"" + profile + "\".");
+                         fmt::format("No schedule is installed for the profile \"{}\".{}", profile,
+                                     others.empty() ? ""
+                                                    : fmt::format(" Others are (--profile): {}.",
+                                                                  fmt::join(others, ", "))));
 }
 
 ExitStatus remove(const std::string& profile, bool isDryRun)
@@ -252,9 +256,10 @@ ExitStatus remove(const std::string& profile, bool isDryRun)
 /// "2026-11-22 02:31, 3 files stored, 1 failed", of the last run of a profile.
 std::string lastRunText(const RunFigures& figures)
 {
-    return fmt::format("{}: {} stored, {} failed", localTimeText(figures.begun),
+    const std::string why = figures.sentence.empty() ? figures.afterFault : figures.sentence;
+    return fmt::format("{}: {} stored, {} failed{}", localTimeText(figures.begun),
                        countText(figures.backedUp, "file", "files"),
-                       countText(figures.failed, "item", "items"));
+                       countText(figures.failed, "item", "items"), why.empty() ? "" : "; " + why);
 }
 
 ExitStatus status(const std::string& profile)
@@ -277,6 +282,10 @@ ExitStatus status(const std::string& profile)
                              "Please try \"systemctl --user status " +
                                  units->file(".timer")->filename().string() +
                                  "\", or install it again.");
+    if (const auto others = otherScheduledProfiles(profile); !others.empty())
+        output().note(fmt::format("This is the profile \"{}\". Others have a schedule too "
+                                  "(--profile): {}.",
+                                  profile, fmt::join(others, ", ")));
     fields.emplace_back("next", units->property("NextElapseUSecRealtime"));
     return output().finish(ExitStatus::done, fields);
 }

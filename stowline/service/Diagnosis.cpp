@@ -184,6 +184,16 @@ Finding lookAtNetwork()
                   sentenceFor(FailureKind::hostUnreachable, *host));
 }
 
+bool settingsNameNoService()
+{
+    const auto host = WebServicesSettings::reachabilityHost();
+    return host && host->ends_with(kExample) &&
+           std::ranges::all_of(serviceAddresses({}), [](const std::string& address) {
+               const auto origin = platform::originOf(address);
+               return origin && origin->host.ends_with(kExample);
+           });
+}
+
 std::vector<std::string> serviceAddresses(const std::string& server)
 {
     std::set<std::string> addresses;

@@ -27,6 +27,10 @@ struct Finding {
 /// carry all calls.
 [[nodiscard]] Finding lookAtNetwork();
 
+/// Whether the settings in use are an example: the reachability host and all addresses of calls are
+/// names that are nobody's (RFC 2606). Then whatever needs a service can only fail.
+[[nodiscard]] bool settingsNameNoService();
+
 /// The addresses of all web methods, web requests and templates of the settings, as calls use them,
 /// one of each origin.
 /// @param server fills the place of the backup server ("http://%@/…"); empty: these are missing

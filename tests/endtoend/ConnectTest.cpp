@@ -131,6 +131,21 @@ TEST_F(Connect, EndsWithTheStatusOfWhatWentWrong)
     EXPECT_FALSE(fs::exists(kept()));
 }
 
+TEST_F(Connect, IsAllThatDoctorAsksForBeforeIt)
+{
+    const auto before = run({"doctor", "-u", "ann"});
+    EXPECT_EQ(before.status, 1);
+    EXPECT_NE(before.output.find("FAULT network       The settings in use name no service: "),
+              std::string::npos)
+        << before.output;
+    EXPECT_NE(before.errors.find("1 fault was found"), std::string::npos)
+        << before.output << before.errors;
+    for (const char* subject : {"tls", "account"})
+        EXPECT_EQ(before.output.find(std::string(" ") + subject + " "), std::string::npos)
+            << before.output;
+    EXPECT_NE(before.output.find("ok    last-run"), std::string::npos) << before.output;
+}
+
 TEST_F(Connect, IsTakenBack)
 {
     const test::DevServerProcess server;

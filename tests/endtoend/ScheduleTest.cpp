@@ -133,6 +133,56 @@ TEST_F(Schedule, RemovesExactlyWhatItMade)
     EXPECT_EQ(run({"schedule", "status"}).status, 4);
 }
 
+TEST_F(Schedule, OfOtherProfilesIsToldToo)
+{
+    giveManager();
+    for (const char* profile : {"my work", "docs"}) {
+        Words words{"--profile", profile};
+        words.insert(words.end(), whole_.begin(), whole_.end());
+        ASSERT_EQ(install(words).status, 0);
+    }
+    // Somebody else's timer, and the half of one.
+    stowline_.home().write(".config/systemd/user/stowline-backup-foreign.timer", "[Timer]\n");
+    stowline_.home().write(".config/systemd/user/stowline-backup-half.timer",
+                           text("stowline-backup-docs.timer"));
+    const auto none = run({"schedule", "status"});
+    EXPECT_EQ(none.status, 4);
+    EXPECT_NE(none.errors.find("No schedule is installed for the profile \"default\". Others are "
+                               "(--profile): docs, my work.\n"),
+              std::string::npos)
+        << none.errors;
+    const std::string well = run({"doctor"}).output;
+    for (const char* line : {"ok    schedule      profile default: none; ",
+                             "ok    schedule      profile docs: next run: Mon 2026-11-23",
+                             "ok    schedule      profile my work: next run: Mon 2026-11-23"})
+        EXPECT_NE(well.find(line), std::string::npos) << well;
+    EXPECT_EQ(well.find("foreign"), std::string::npos) << well;
+    EXPECT_EQ(well.find("half"), std::string::npos) << well;
+    const auto docs = run({"schedule", "status", "--profile", "docs"});
+    EXPECT_EQ(docs.status, 0) << docs.errors;
+    EXPECT_NE(docs.errors.find("Others have a schedule too (--profile): my work."),
+              std::string::npos)
+        << docs.errors;
+    fs::remove(programs_.path() / "active");
+    const auto stopped = run({"doctor"});
+    EXPECT_EQ(stopped.status, 1);
+    EXPECT_NE(stopped.output.find("FAULT schedule      profile docs: It is installed, but"),
+              std::string::npos)
+        << stopped.output;
+}
+
+TEST_F(Schedule, StatusSaysOfALastRunThatFailedThatItDid)
+{
+    giveManager();
+    ASSERT_EQ(install(whole_).status, 0);
+    EXPECT_EQ(run({"backup", "-u", "ann", "--before", "/bin/false", "/"}).status, 1);
+    const auto status = run({"schedule", "status"});
+    EXPECT_NE(status.output.find("0 files stored, 0 items failed; Nothing was backed up: the "
+                                 "command of --before failed with status 1: /bin/false"),
+              std::string::npos)
+        << status.output;
+}
+
 TEST_F(Schedule, IsNeverCalledInstalledWhereNoManagerAnswers)
 {
     const auto result = install(whole_); // the distribution's systemctl, or none

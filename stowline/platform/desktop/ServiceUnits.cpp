@@ -2,8 +2,10 @@
 
 #include "stowline/platform/files/Files.h"
 #include "stowline/platform/processes/ChildProcess.h"
+#include "stowline/platform/text/Numbers.h"
 #include "stowline/platform/text/Text.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <system_error>
@@ -144,6 +146,46 @@ std::optional<std::string> unitName(const std::string& prefix, std::string_view 
     return name.size() + std::string_view(kKinds[0]).size() > kLongestFileName
                ? std::nullopt
                : std::optional(name);
+}
+
+namespace {
+
+/// What unitName() made of an instance, read again.
+std::string instanceOf(std::string_view escaped)
+{
+    constexpr std::size_t length = 4; // "\\x" and two digits
+    std::string instance;
+    while (!escaped.empty()) {
+        const auto byte = escaped.starts_with("\\x") && escaped.size() >= length
+                              ? wholeNumber<unsigned>(escaped.substr(2, 2), 16)
+                              : std::nullopt;
+        instance += byte ? static_cast<char>(*byte) : escaped.front();
+        escaped.remove_prefix(byte ? length : 1);
+    }
+    return instance;
+}
+
+} // namespace
+
+std::vector<std::string> instancesOfUnits(const std::string& prefix)
+{
+    std::vector<std::string> instances;
+    const auto folder = configurationFolder();
+    std::error_code fault;
+    for (fs::directory_iterator
+             file(folder ? folder->parent_path() / "systemd" / "user" : "", fault),
+         end;
+         !fault && file != end; file.increment(fault)) {
+        const std::string unit = file->path().stem().string();
+        if (file->path().extension() != ".timer" || !unit.starts_with(prefix) ||
+            !UserUnits(unit).areOurs())
+            continue;
+        std::string instance = instanceOf(std::string_view(unit).substr(prefix.size()));
+        if (unitName(prefix, instance) == unit)
+            instances.push_back(std::move(instance));
+    }
+    std::ranges::sort(instances);
+    return instances;
 }
 
 bool UserUnits::isManagerThere()

@@ -44,6 +44,9 @@ struct UnitTexts {
 [[nodiscard]] std::optional<std::string> unitName(const std::string& prefix,
                                                   std::string_view instance);
 
+/// Whose units with names of such a prefix UserUnits::write() has written, in the order of bytes.
+[[nodiscard]] std::vector<std::string> instancesOfUnits(const std::string& prefix);
+
 /// The units of one name in the user's folder of units, and the service manager that runs them.
 /// Every operation may block for half a minute. Any thread.
 class UserUnits {
