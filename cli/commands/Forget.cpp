@@ -120,7 +120,7 @@ void tellLosses(const backup::ForgetSummary& sum, const Options& options)
         return; // its sentence says so
     for (const backup::RunLoss& loss : sum.plan.losses)
         output().note(sentenceOf(loss));
-    if (!sum.plan.losses.empty())
+    if (!sum.plan.losses.empty() && sum.end != ForgetEnd::elsewhere)
         output().note(options.confirmsLosses
                           ? "That would be confirmed."
                           : "Nothing is forgotten by itself until a person confirms it. " +

@@ -59,6 +59,7 @@ ExitStatus statusOf(ForgetEnd end)
         return ExitStatus::refused;
     case ForgetEnd::notConfigured:
         return ExitStatus::settingsInvalid;
+    case ForgetEnd::elsewhere:
     case ForgetEnd::suspended:
     case ForgetEnd::declined:
     case ForgetEnd::stateFolder:

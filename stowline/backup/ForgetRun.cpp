@@ -202,6 +202,7 @@ private:
                               "the name " +
                                   request_.account.systemName + ".");
         const IndexPosition seen = seenRun(request_.stateFolder, owner);
+        isBackedUpFromHere_ = seen.run == own_->newestFinished();
         own_->refuseOlderThan(seen);
         std::vector<IndexPosition> known = knownRecords(request_.stateFolder, owner);
         if (seen.run != 0)
@@ -221,6 +222,8 @@ private:
             refuseUnreadable(fault, request_.account.systemName, own_->name());
         }
         std::erase_if(losses, [confirmed](const RunLoss& loss) { return loss.run <= confirmed; });
+        if (request_.confirmsLosses && !losses.empty())
+            requireBackedUpFromHere();
         if (request_.confirmsLosses && !request_.isDryRun)
             confirmLosses();
         if (losses.empty() || !request_.isUnattended || request_.isDryRun)
@@ -231,9 +234,24 @@ private:
         throw ForgetFault(ForgetEnd::suspended, sentence);
     }
 
+    /// What is confirmed stands in the state folder until the next record is stored from there.
+    void requireBackedUpFromHere() const
+    {
+        if (isBackedUpFromHere_)
+            return;
+        throw ForgetFault(
+            ForgetEnd::elsewhere,
+            fmt::format("That cannot be confirmed from here: run {}, the newest, was not made from "
+                        "the state folder {}, and who makes the next one would not see it. Please "
+                        "confirm it on the machine, as the user and with the state folder that "
+                        "back up; or, if that is to be this one, run the backup once, then confirm "
+                        "it.",
+                        own_->newestFinished(), request_.stateFolder.string()));
+    }
+
     void confirmLosses()
     {
-        if (summary_.plan.losses.empty())
+        if (summary_.plan.losses.empty() || !isBackedUpFromHere_)
             return;
         state_->noteConfirmedLosses(uploadOwner(request_.account, request_.identity),
                                     own_->newestFinished());
@@ -570,6 +588,7 @@ private:
     std::optional<UploadContext> uploads_;
     std::optional<AccountRecords> records_;
     RecordChain* own_ = nullptr;
+    bool isBackedUpFromHere_ = false; ///< the newest run is the one that this state folder knows
     std::set<std::uint64_t> toForget_;
     ChainRests rests_;
     VersionLedger ledger_;

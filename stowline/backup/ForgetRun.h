@@ -26,7 +26,8 @@ struct ForgetRequest {
     KeepRules keep; ///< finished runs alone count; with no rule at all nothing is forgotten
     /// Nobody is there who could confirm what runs found gone: then nothing is forgotten.
     bool isUnattended = false;
-    /// A person says that what runs found gone so far was meant to go. Also without any rule.
+    /// A person says that what runs found gone so far was meant to go. Also without any rule. Only
+    /// from the state folder that the newest run was made from: the next one has to see it there.
     bool confirmsLosses = false;
     bool isDryRun = false;
     /// How long to try one question or one deletion again.
@@ -79,6 +80,7 @@ enum class ForgetEnd {
     interrupted,   ///< by the StopRequest; forgetting again goes on
     temporary,     ///< the service did not answer until the time was used up
     refused,       ///< the service said no
+    elsewhere,     ///< losses cannot be confirmed from this state folder: runs are not made from it
     notConfigured, ///< the settings do not say how content is read, or how versions are deleted
     failed,        ///< anything else
 };

@@ -265,6 +265,7 @@ TEST(Retention, IsSuspendedByARunThatFindsMoreThanThirtyPercentGoneUntilAPersonC
     const std::string found = "Run 2 found 30 items gone, of the ";
     // In each later run, and where this machine has lost what it knew.
     for (int run = 3; run <= 4; ++run) {
+        fs::remove_all(account.state());
         const auto later = account.keepRun("1");
         EXPECT_EQ(later.status, 0) << later.errors;
         EXPECT_EQ(field(later, "run"), run);
@@ -278,7 +279,6 @@ TEST(Retention, IsSuspendedByARunThatFindsMoreThanThirtyPercentGoneUntilAPersonC
                             "suspended.</strong>"),
                   std::string::npos)
             << html;
-        fs::remove_all(account.state());
     }
     EXPECT_NE(account.mails().find(": forgetting of runs is suspended"), std::string::npos);
     EXPECT_TRUE(account.pageShows("ForgettingSuspended, failures counted: 30."));
@@ -355,6 +355,41 @@ TEST(Retention, APersonWhoIsAskedConfirmsByTheAnswer)
     EXPECT_EQ(yes.status, 0) << yes.screen;
     EXPECT_EQ(account.runs(), std::vector<int>{2});
     EXPECT_EQ(field(account.backup({"--keep-last", "1"}), "forgotten_runs"), 1);
+}
+
+TEST(Retention, IsConfirmedOnlyWhereTheNextRunSeesIt)
+{
+    Retained account;
+    account.runWith(filesFrom(0));
+    account.runWith(filesFrom(kManyFiles / 2));
+    test::Environment elsewhere = account.environment();
+    elsewhere["XDG_STATE_HOME"] = account.command.home().path() / "elsewhere";
+    const Words confirm{"forget", "--system", "iMac", "--confirm-gone", "--json"};
+    for (const char* dry : {"-n", ""}) {
+        Words words = confirm;
+        if (*dry != '\0')
+            words.emplace_back(dry);
+        const auto refused = account.command(words, elsewhere);
+        EXPECT_EQ(refused.status, 1) << refused.errors;
+        EXPECT_TRUE(says(refused, "That cannot be confirmed from here: run 2, the newest"))
+            << refused.errors;
+        EXPECT_FALSE(says(refused, "That is confirmed.")) << refused.errors;
+        EXPECT_FALSE(says(refused, "That would be confirmed.")) << refused.errors;
+    }
+    EXPECT_EQ(field(account.keepRun("1"), "forgetting"), "suspended");
+    // An answer is one of this once, and said to be no more.
+    const auto yes = test::talkOnTerminal(
+        account.command.run({"forget", "--system", "iMac", "--keep-last", "2"}, elsewhere),
+        "[y/N] ", "y\n");
+    EXPECT_EQ(yes.status, 0) << yes.screen;
+    EXPECT_NE(yes.screen.find("Nothing is forgotten by itself until a person confirms it."),
+              std::string::npos)
+        << yes.screen;
+    EXPECT_EQ(yes.screen.find("That is confirmed."), std::string::npos) << yes.screen;
+    EXPECT_EQ(account.runs(), (std::vector<int>{2, 3}));
+    EXPECT_EQ(field(account.keepRun("1"), "forgetting"), "suspended");
+    EXPECT_EQ(account.run(confirm).status, 0);
+    EXPECT_EQ(field(account.keepRun("1"), "forgetting"), "done");
 }
 
 TEST(Retention, IsSuspendedWhereTheRecordBeforeCannotBeRead)
