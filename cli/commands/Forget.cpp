@@ -28,6 +28,7 @@ struct Options {
     Confirmation confirmation;
     backup::KeepRules keep;
     bool confirmsLosses = false;
+    std::vector<std::string> givenUp;
     std::string systemName;
     std::string profile = "default";
     double retrySeconds = 300;
@@ -102,6 +103,7 @@ Fields fieldsOf(const backup::ForgetSummary& sum, bool isDryRun)
     fields.emplace_back("left", sum.leftVersions);
     fields.emplace_back("unnamed", sum.unnamedVersions);
     fields.emplace_back("links", sum.linkRecords);
+    fields.emplace_back("given_up", sum.givenUp);
     fields.emplace_back("confirmed", std::uint64_t{sum.confirmed.size()});
     fields.emplace_back("unconfirmed", std::uint64_t{sum.plan.losses.size()});
     if (sum.usedBefore)
@@ -153,12 +155,16 @@ ExitStatus finish(const backup::ForgetSummary& sum, const Options& options, cons
     std::string sentence = sum.sentence;
     if (sum.end == ForgetEnd::suspended)
         sentence += " " + confirmationHint(options.profile);
+    if (sum.givenUp > 0)
+        output().note(countText(sum.givenUp, "run is", "runs are") +
+                      " given up: no forgetting from this machine waits for it any more, unless it "
+                      "gives another sign.");
     tellLosses(sum, options);
     if (sum.end != ForgetEnd::done && !hasChanged(sum))
         return output().fail(status, sentence);
     if (options.keep.areAny())
         tellWork(sum, options, session);
-    else if (sum.confirmed.empty() && sum.plan.losses.empty())
+    else if (options.confirmsLosses && sum.confirmed.empty() && sum.plan.losses.empty())
         output().note("There is nothing to confirm.");
     if (sum.end != ForgetEnd::done)
         output().complain(sentence);
@@ -172,7 +178,7 @@ ExitStatus finish(const backup::ForgetSummary& sum, const Options& options, cons
 
 ExitStatus forget(const Options& options)
 {
-    if (!options.keep.areAny() && !options.confirmsLosses)
+    if (!options.keep.areAny() && !options.confirmsLosses && options.givenUp.empty())
         return output().fail(ExitStatus::usage,
                              "Please say which runs to keep: --keep-last, --keep-daily, "
                              "--keep-weekly or --keep-monthly, at least one of them above 0.");
@@ -199,6 +205,7 @@ ExitStatus forget(const Options& options)
         .keep = options.keep,
         .isUnattended = options.confirmation.isGiven(),
         .confirmsLosses = options.confirmsLosses,
+        .givenUp = options.givenUp,
         .isDryRun = options.confirmation.isDryRun(),
         .budgetPerStep = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
             std::chrono::duration<double>(options.retrySeconds)),
@@ -224,6 +231,12 @@ void declareForget(const Command& app)
                  "Say that what runs found gone was meant to go: after a run that found more than "
                  "30 % of the items gone nothing is forgotten by itself, nor with --yes, until "
                  "then; may stand alone")
+        .notInFile();
+    command
+        .addOption("--given-up", options->givenUp,
+                   "Say that a run of another machine or profile, \"CHAIN/RUN\", was cut off and "
+                   "that no later one will ever end, as of a machine that is gone: nothing waits "
+                   "for it any more; from a week after its last sign on; may stand alone")
         .notInFile();
     command.addOption("--system", options->systemName, "This machine's name on the service")
         .defaultsTo(General::localHostName());

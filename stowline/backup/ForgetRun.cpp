@@ -4,6 +4,7 @@
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/forget/AccountRecords.h"
 #include "stowline/backup/forget/ChainFeed.h"
+#include "stowline/backup/forget/GivenUpRuns.h"
 #include "stowline/backup/index/IndexFault.h"
 #include "stowline/backup/record/KeptRuns.h"
 #include "stowline/backup/transfer/ContentSource.h"
@@ -141,6 +142,7 @@ private:
         state_.emplace(RunState::take(request_.stateFolder, request_.identity.profile,
                                       request_.isDryRun ? Leftovers::kept : Leftovers::takenOut));
         openRecords();
+        giveUp();
         lookForLosses();
         if (!request_.keep.areAny()) {
             summary_.end = ForgetEnd::done;
@@ -173,7 +175,7 @@ private:
 
     void requireConfigured() const
     {
-        if (!request_.keep.areAny() && !request_.confirmsLosses)
+        if (!request_.keep.areAny() && !request_.confirmsLosses && request_.givenUp.empty())
             throw ForgetFault(ForgetEnd::badRequest, "No rule says which runs are kept.");
         if (!WebServiceBroker::isRestoringConfigured())
             throw ForgetFault(ForgetEnd::notConfigured,
@@ -208,6 +210,50 @@ private:
         if (seen.run != 0)
             known.push_back(seen);
         own_->expect(known);
+    }
+
+    /// All of them or none.
+    void giveUp()
+    {
+        std::vector<OpenRun> runs;
+        if (request_.givenUp.empty())
+            return;
+        const auto open = openRuns(records_->chains());
+        for (const std::string& name : request_.givenUp) {
+            const std::size_t before = runs.size();
+            for (const OpenRun& run : open) {
+                if (nameOf(run) == name)
+                    runs.push_back(run);
+            }
+            if (runs.size() == before)
+                throw ForgetFault(ForgetEnd::notFound,
+                                  "No run " + name + " has begun and not ended.");
+        }
+        for (const OpenRun& run : runs) {
+            if (isOwn(run))
+                throw ForgetFault(ForgetEnd::badRequest,
+                                  "Run " + nameOf(run) +
+                                      " is one of this machine, user and profile: please run the "
+                                      "backup again to its end instead.");
+            if (!run.isSilent)
+                throw ForgetFault(
+                    ForgetEnd::held,
+                    "Run " + nameOf(run) + " under the name " + run.systemName +
+                        " cannot be given up: by the service's clock its last sign is not a week "
+                        "older than the newest run of the account. It may be going on.");
+        }
+        if (request_.isDryRun)
+            return;
+        GivenUpRuns words(request_.stateFolder, request_.account);
+        for (const OpenRun& run : runs) {
+            words.add(run);
+            ++summary_.givenUp;
+        }
+    }
+
+    [[nodiscard]] bool isOwn(const OpenRun& run) const
+    {
+        return run.systemName == request_.account.systemName && run.chain == own_->name();
     }
 
     /// What stands in the newest record and is not confirmed since.
@@ -327,28 +373,40 @@ private:
 
     void requireNothingBegun()
     {
-        const auto holding = runThatHolds(records_->chains(), *own_, {.over = runsThatAreOver()});
+        const GivenUpRuns givenUp(request_.stateFolder, request_.account);
+        const auto holding = runThatHolds(
+            records_->chains(), *own_,
+            {.over = runsThatAreOver(), .isGivenUp = [&givenUp, this](const OpenRun& run) {
+                 return givenUp.contains(run) ||
+                        (request_.isDryRun && std::ranges::find(request_.givenUp, nameOf(run)) !=
+                                                  request_.givenUp.end());
+             }});
         if (!holding)
             return;
-        const bool isOwn =
-            holding->systemName == request_.account.systemName && holding->chain == own_->name();
         throw ForgetFault(
             ForgetEnd::held,
             fmt::format("Run {} of {} under the name {} has begun and not ended: nobody knows what "
                         "it relies on, so nothing is forgotten. {}",
                         holding->run, holding->chain, holding->systemName,
-                        whatToDo(*holding, isOwn)));
+                        whatToDo(*holding, isOwn(*holding))));
     }
 
-    [[nodiscard]] static std::string whatToDo(const OpenRun& run, bool isOwn)
+    [[nodiscard]] std::string whatToDo(const OpenRun& run, bool isOfThisProfile) const
     {
-        if (isOwn && !run.isLaterEnded)
+        if (isOfThisProfile && !run.isLaterEnded)
             return "Please run the backup again to its end, then forget.";
         if (run.isLaterEnded)
             return "Please try again once it has ended. One that was cut off counts as such a "
                    "week after its last sign.";
-        return "Please try again once it has ended. One that was cut off counts as such when a "
-               "later run of it has ended, a week after its last sign.";
+        return "Please try again once it, or a later run of it, has ended. One that was cut off "
+               "counts as such when a later run of it has ended, a week after its last sign. If "
+               "its machine or profile will never back up again, please say so, a week after its "
+               "last sign: \"stowline forget --given-up " +
+               nameOf(run) +
+               (request_.identity.profile == ChainIdentity().profile
+                    ? ""
+                    : " --profile " + request_.identity.profile) +
+               "\".";
     }
 
     /// Which versions only forgotten runs hold.

@@ -29,6 +29,10 @@ struct ForgetRequest {
     /// A person says that what runs found gone so far was meant to go. Also without any rule. Only
     /// from the state folder that the newest run was made from: the next one has to see it there.
     bool confirmsLosses = false;
+    /// Runs that have begun and not ended and never will, by a person's word, as "CHAIN/RUN": they
+    /// hold nothing back any more, for all profiles of the state folder. Also without any rule.
+    /// Refused for a run whose last sign is no week old by the service's clock.
+    std::vector<std::string> givenUp = {};
     bool isDryRun = false;
     /// How long to try one question or one deletion again.
     std::chrono::steady_clock::duration budgetPerStep = std::chrono::minutes(5);
@@ -72,7 +76,7 @@ enum class ForgetEnd {
     held,          ///< a run has begun, or the records changed meanwhile; later it can go on
     suspended,     ///< runs found so much gone that a person has to confirm it; nothing is changed
     unreadable,    ///< a record cannot be read, so nobody knows what it needs; nothing is changed
-    notFound,      ///< there is no finished run
+    notFound,      ///< there is no finished run, or none that could be given up by that name
     rolledBack,    ///< the service shows older records, or others, than this machine has seen
     badRequest,    ///< no rule was given
     locked,        ///< a backup of this user and profile is under way
@@ -90,6 +94,7 @@ struct ForgetSummary {
     std::string sentence;              ///< why, unless it is done; for people
     ForgetPlan plan;                   ///< as far as it was made
     std::vector<RunLoss> confirmed;    ///< losses that are confirmed by this
+    std::uint64_t givenUp = 0;         ///< runs that are given up by this
     std::uint64_t forgotten = 0;       ///< runs that are marked as forgotten by this
     std::uint64_t deletedVersions = 0; ///< that the service said it deleted
     std::uint64_t deletedBytes = 0;    ///< of their content

@@ -305,6 +305,48 @@ TEST(Forget, ARunThatHasBegunHoldsEverything)
     account.expectAllWhole({2});
 }
 
+TEST(Forget, AMachineThatDiedIsGivenUpByAPersonAWeekAfterItsLastSign)
+{
+    Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+    account.runWith({{"a", "1"}});
+    account.runWith({{"a", "2"}});
+    ASSERT_EQ(account.run({"backup", account.folder.path().string(), "--system", "laptop"}).status,
+              0);
+    test::hideRecord(account, "00000001-finished", "laptop", "default");
+    const auto held = account.run(forgetting({"--keep-last", "1"}));
+    EXPECT_EQ(held.status, 5) << held.errors;
+    const std::string option = "stowline forget --given-up ";
+    const auto at = held.errors.find(option);
+    ASSERT_NE(at, std::string::npos) << held.errors;
+    const auto from = at + option.size();
+    const std::string run = held.errors.substr(from, held.errors.find('"', from) - from);
+    ASSERT_TRUE(run.ends_with(".default/1")) << run;
+    const Words word{"forget", "--system", "iMac", "--json", "--given-up", run};
+    const auto soon = account.run(word);
+    EXPECT_EQ(soon.status, 5) << soon.errors;
+    EXPECT_NE(soon.errors.find("cannot be given up"), std::string::npos) << soon.errors;
+    EXPECT_EQ(account.run({"forget", "--system", "iMac", "--given-up", run + "0"}).status, 4);
+    test::setStoredBefore(account, "00000001-begun", "2020-01-01 00:00:00", "laptop", "default");
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 5) << "nobody has said it";
+    Words dry = word;
+    dry.emplace_back("-n");
+    EXPECT_EQ(field(account.run(dry), "given_up"), 0);
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 5);
+    const auto said = account.run(word);
+    EXPECT_EQ(said.status, 0) << said.errors;
+    EXPECT_EQ(field(said, "given_up"), 1);
+    EXPECT_NE(said.errors.find("1 run is given up"), std::string::npos) << said.errors;
+    account.expectAllWhole({1, 2});
+    // Of every profile of this machine. One that gives a sign again is not gone.
+    const auto other = account.backup({"--profile", "other", "--keep-last", "1"});
+    EXPECT_EQ(field(other, "forgetting"), "done") << other.errors;
+    test::setStoredBefore(account, "00000001-begun", "2020-01-02 00:00:00", "laptop", "default");
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 5);
+    EXPECT_EQ(account.run(word).status, 0);
+    EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+    account.expectAllWhole({2});
+}
+
 TEST(Forget, ARunOfItsOwnThatWasCutOffHoldsUntilTheNextHasEnded)
 {
     Kept account({"--deletion-pause", "0", "--grace-days", "0"});
