@@ -12,8 +12,8 @@ std::string sentenceOf(const RunLoss& loss)
         return fmt::format("Run {} could not tell what was gone, for the record before it could "
                            "not be read.",
                            loss.run);
-    return fmt::format("Run {} found {} gone, of the {} that the run before it held.", loss.run,
-                       platform::countText(loss.gone, "item", "items"),
+    return fmt::format("Run {} found {} gone or emptied, of the {} that the run before it held.",
+                       loss.run, platform::countText(loss.gone, "item", "items"),
                        platform::countText(loss.items, "item", "items"));
 }
 

@@ -7,8 +7,8 @@
 #pragma GCC visibility push(default)
 namespace stowline::backup {
 
-/// Items that a record held and the next one of its chain does not hold any more: deleted, moved,
-/// or left out by other rules. A plain value.
+/// Items that a record held and the next one of its chain does not hold any more, or without the
+/// content that they had: deleted, moved, emptied, or left out by other rules. A plain value.
 struct RunLoss {
     std::uint64_t run = 0;   ///< that found them gone
     std::uint64_t gone = 0;  ///< so many
@@ -24,7 +24,7 @@ struct RunLoss {
     return loss.items == 0 || loss.gone * 100 > loss.items * percent;
 }
 
-/// "Run 5 found 40 items gone, of the 100 items that the run before it held."
+/// "Run 5 found 40 items gone or emptied, of the 100 items that the run before it held."
 [[nodiscard]] std::string sentenceOf(const RunLoss& loss);
 
 } // namespace stowline::backup

@@ -262,7 +262,7 @@ TEST(Retention, IsSuspendedByARunThatFindsMoreThanThirtyPercentGoneUntilAPersonC
     account.runWith(filesFrom(0));
     account.runWith(filesFrom(kManyFiles / 2));
     ASSERT_EQ(account.runs(), (std::vector<int>{1, 2}));
-    const std::string found = "Run 2 found 30 items gone, of the ";
+    const std::string found = "Run 2 found 30 items gone or emptied, of the ";
     // In each later run, and where this machine has lost what it knew.
     for (int run = 3; run <= 4; ++run) {
         fs::remove_all(account.state());
@@ -322,13 +322,13 @@ TEST(Retention, IsSuspendedByTheVeryRunThatFindsItGoneAndNotByWhatIsLess)
         fs::remove(account.folder.path() / ("f" + std::to_string(i)));
     const auto fewer = account.keepRun("1");
     EXPECT_EQ(field(fewer, "forgetting"), "done") << fewer.errors;
-    EXPECT_FALSE(says(fewer, "gone, of the ")) << fewer.errors;
+    EXPECT_FALSE(says(fewer, "emptied, of the ")) << fewer.errors;
     for (int i = 15; i < 40; ++i)
         fs::remove(account.folder.path() / ("f" + std::to_string(i)));
     const auto many = account.keepRun("1");
     EXPECT_EQ(many.status, 0);
     EXPECT_EQ(field(many, "forgetting"), "suspended");
-    EXPECT_TRUE(says(many, "Run 3 found 25 items gone, of the ")) << many.errors;
+    EXPECT_TRUE(says(many, "Run 3 found 25 items gone or emptied, of the ")) << many.errors;
     EXPECT_EQ(account.runs(), (std::vector<int>{2, 3}));
     // Of another profile nothing is said.
     ASSERT_EQ(account.backup({"--profile", "other"}).status, 0);
@@ -355,6 +355,34 @@ TEST(Retention, APersonWhoIsAskedConfirmsByTheAnswer)
     EXPECT_EQ(yes.status, 0) << yes.screen;
     EXPECT_EQ(account.runs(), std::vector<int>{2});
     EXPECT_EQ(field(account.backup({"--keep-last", "1"}), "forgotten_runs"), 1);
+}
+
+TEST(Retention, IsSuspendedWhereTheContentsAreGoneAndTheNamesAreThere)
+{
+    const std::vector<std::function<void(const fs::path&)>> mishaps{
+        [](const fs::path& file) { fs::resize_file(file, 0); },
+        [](const fs::path& file) {
+            fs::remove(file);
+            fs::create_directory(file);
+        },
+        [](const fs::path& file) {
+            fs::remove(file);
+            fs::create_symlink("/dev/null", file);
+        }};
+    for (const auto& mishap : mishaps) {
+        Kept account({"--deletion-pause", "0"});
+        account.runWith(filesFrom(0));
+        account.runWith(filesFrom(0));
+        const auto versions = account.versions();
+        for (const auto& [name, content] : filesFrom(kManyFiles / 2))
+            mishap(account.folder.path() / name);
+        const auto next = account.backup({"--keep-last", "1"});
+        EXPECT_EQ(next.status, 0) << next.errors;
+        EXPECT_EQ(field(next, "forgetting"), "suspended") << next.errors;
+        EXPECT_TRUE(says(next, "Run 3 found 30 items gone or emptied, of the ")) << next.errors;
+        for (const std::int64_t version : versions)
+            EXPECT_TRUE(account.versions().contains(version));
+    }
 }
 
 TEST(Retention, IsConfirmedOnlyWhereTheNextRunSeesIt)

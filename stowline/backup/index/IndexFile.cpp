@@ -86,6 +86,16 @@ constexpr const char* kTables = R"sql(
     CREATE INDEX further_names ON items (same_file_as) WHERE same_file_as IS NOT NULL;
 )sql";
 
+/// Files that had content when a run found them without it, whatever is there now.
+constexpr const char* kEmptied = R"sql(
+    CREATE TABLE IF NOT EXISTS emptied (
+        folder INTEGER NOT NULL,
+        name   BLOB NOT NULL,
+        run    INTEGER NOT NULL,
+        PRIMARY KEY (folder, name)
+    ) STRICT, WITHOUT ROWID
+)sql";
+
 constexpr const char* kKnownRecords = R"sql(
     CREATE TABLE IF NOT EXISTS records (
         run    INTEGER PRIMARY KEY,
@@ -192,6 +202,7 @@ IndexFile openOnce(const fs::path& path, const IndexOwner& owner)
             file.database->exec(kSettings);
             makeTables(*file.database, owner);
             file.database->exec(kKnownRecords); // an index of before has none
+            file.database->exec(kEmptied);
             return file;
         }
     } catch (const SQLite::Exception& fault) {
@@ -290,6 +301,7 @@ IndexFile temporaryIndexFile()
             "", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX);
         makeTables(*file.database, {});
         file.database->exec(kKnownRecords);
+        file.database->exec(kEmptied);
         return file;
     } catch (const SQLite::Exception& fault) {
         throw faultOf(file, fault);

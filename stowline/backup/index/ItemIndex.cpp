@@ -250,8 +250,11 @@ std::uint64_t ItemIndex::goneSince(std::uint64_t run) const
 {
     return tables_->reading([&] {
         SQLite::Statement query(*tables_->file.database,
-                                "SELECT count(*) FROM items WHERE kind IS NULL"
-                                " AND changed_run > ?");
+                                "SELECT (SELECT count(*) FROM items WHERE kind IS NULL"
+                                " AND changed_run > ?1) + (SELECT count(*) FROM emptied JOIN items"
+                                " USING (folder, name) WHERE emptied.run > ?1"
+                                " AND items.kind IS NOT NULL AND items.same_file_as IS NULL"
+                                " AND (items.content_kind IS NULL OR items.size = 0))");
         query.bind(1, databaseNumber(run));
         return query.executeStep() ? static_cast<std::uint64_t>(query.getColumn(0).getInt64()) : 0;
     });

@@ -123,7 +123,8 @@ public:
                             const std::function<bool(const Change&)>& take) const;
 
     /// How many items went after a run, those below a folder that went among them: each that was
-    /// known then and is not now (and what came and went since). Counted anew.
+    /// known then and is not now (and what came and went since). A file that had content and is
+    /// empty now, or a folder, a link or the like, went too. Counted anew.
     [[nodiscard]] std::uint64_t goneSince(std::uint64_t run) const;
 
     /// Drops the notes of what vanished in a run or before: nobody will ask for changes since an

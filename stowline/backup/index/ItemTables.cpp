@@ -71,6 +71,10 @@ ItemIndex::Tables::Tables(IndexFile opened)
                                     " WHERE path >= ? AND path < ?"),
       confirm_(database_, "UPDATE items SET confirmed_run = ? WHERE folder = ? AND name = ?"
                           " AND content_kind IS NOT NULL"),
+      noteEmptied_(database_, "INSERT INTO emptied (folder, name, run)"
+                              " SELECT folder, name, ? FROM items WHERE folder = ? AND name = ?"
+                              " AND content_kind IS NOT NULL AND size > 0"
+                              " ON CONFLICT (folder, name) DO UPDATE SET run = excluded.run"),
       furtherNames_(database_, "SELECT folders.path, items.name, " + itemColumns("items.") +
                                    " FROM items JOIN folders ON folders.id = items.folder"
                                    " WHERE same_file_as IS NOT NULL AND (same_file_as = ?1"
@@ -196,6 +200,13 @@ void ItemIndex::Tables::put(const StoredItem& item, std::int64_t run)
 {
     begin();
     const Folder folder = madeFolder(parentOf(item.item.path), run);
+    if (!item.content || item.item.size == 0) { // few of those that change
+        const StatementUse useOther(noteEmptied_);
+        noteEmptied_.bind(1, run);
+        noteEmptied_.bind(2, folder.id);
+        bindBytes(noteEmptied_, 3, nameOf(item.item.path));
+        noteEmptied_.exec();
+    }
     const StatementUse use(putItem_);
     putItem_.bind(1, folder.id);
     bindBytes(putItem_, 2, nameOf(item.item.path));
@@ -270,8 +281,12 @@ void ItemIndex::Tables::setPosition(const IndexPosition& position)
     set.bind(1, static_cast<std::int64_t>(position.run));
     set.bind(2, position.digest);
     set.exec();
-    if (position.run != 0)
-        noteKnownRecord(position);
+    if (position.run == 0)
+        return;
+    noteKnownRecord(position);
+    SQLite::Statement forget(database_, "DELETE FROM emptied WHERE run <= ?");
+    forget.bind(1, static_cast<std::int64_t>(position.run));
+    forget.exec();
 }
 
 void ItemIndex::Tables::noteKnownRecord(const IndexPosition& record)
@@ -294,7 +309,7 @@ void ItemIndex::Tables::clear()
 {
     begin();
     lastFolder_.reset();
-    database_.exec("DELETE FROM items; DELETE FROM folders;"
+    database_.exec("DELETE FROM items; DELETE FROM folders; DELETE FROM emptied;"
                    " UPDATE about SET run = 0, digest = ''");
     notes.clear();
     forgetKnownRecords();

@@ -88,6 +88,7 @@ private:
     SQLite::Statement removeItemsOfFolders_;
     SQLite::Statement setFoldersChanged_;
     SQLite::Statement confirm_;
+    SQLite::Statement noteEmptied_;
     SQLite::Statement furtherNames_;
 
     /// The one asked for last: what is walked stays in a folder for a while.

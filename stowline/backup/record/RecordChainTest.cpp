@@ -177,6 +177,27 @@ TEST_F(RunLossTest, OfARunThatWasKilledIsThatOfTheNext)
     EXPECT_EQ(losing(0), (std::vector<RunLoss>{{3, 40, 100}}));
 }
 
+TEST_F(RunLossTest, IsAlsoOfContentsWhoseNamesAreThere)
+{
+    RecordChain chain = open();
+    const std::uint64_t run = begin(chain);
+    const auto putInPlace = [&](int number, ItemKind kind) {
+        index.put({.item = {.path = "/d/f" + std::to_string(number), .kind = kind}}, run);
+    };
+    for (int i = 0; i < 20; ++i)
+        putInPlace(i, ItemKind::file);
+    for (int i = 20; i < 30; ++i)
+        putInPlace(i, ItemKind::link);
+    for (int i = 30; i < 40; ++i)
+        putInPlace(i, ItemKind::folder);
+    for (int i = 38; i < 44; ++i) // emptied and filled again, and then gone
+        putInPlace(i, ItemKind::file);
+    for (int i = 42; i < 44; ++i)
+        index.put(tree.at("/d/f" + std::to_string(i)), run);
+    index.remove("/d/f41", run);
+    EXPECT_EQ(chain.storeFinished(index, {}).losses, (std::vector<RunLoss>{{2, 42, 100}}));
+}
+
 TEST_F(RunLossTest, DoesNotCountWhatIsBackByThen)
 {
     RecordChain chain = open();
