@@ -197,6 +197,7 @@ private:
         uploads_->registration =
             request_.registersWithProtectFile ? Registration::protectFile : Registration::protect2;
         records_.emplace(request_.account, tries_, source_, *uploads_, state_->spoolFolder());
+        const auto seenElsewhere = seenOfOthers(owner); // before the service shows what it has
         own_ = records_->open(chainName(request_.identity));
         if (own_ == nullptr || own_->newestFinished() == 0)
             throw ForgetFault(ForgetEnd::notFound,
@@ -210,6 +211,56 @@ private:
         if (seen.run != 0)
             known.push_back(seen);
         own_->expect(known);
+        requireShown(seenElsewhere);
+    }
+
+    /// What this machine has seen of a chain that is not forgotten from.
+    struct SeenChain {
+        std::string systemName;
+        ChainIdentity identity;
+        IndexPosition newest;
+        std::vector<IndexPosition> known;
+    };
+
+    [[nodiscard]] std::vector<SeenChain> seenOfOthers(const UploadOwner& own) const
+    {
+        std::vector<SeenChain> chains;
+        for (const UploadOwner& owner : knownOwners(request_.stateFolder)) {
+            const IndexPosition newest = seenRun(request_.stateFolder, owner);
+            if (owner == own || owner.service != own.service || owner.username != own.username ||
+                newest.run == 0)
+                continue;
+            SeenChain& seen =
+                chains.emplace_back(SeenChain{.systemName = owner.systemName,
+                                              .identity = owner.identity,
+                                              .newest = newest,
+                                              .known = knownRecords(request_.stateFolder, owner)});
+            seen.known.push_back(newest);
+        }
+        return chains;
+    }
+
+    /// What a service does not show of other chains may need anything.
+    void requireShown(const std::vector<SeenChain>& seen)
+    {
+        for (const SeenChain& other : seen) {
+            auto& chains = records_->chains();
+            const auto found = std::ranges::find_if(chains, [&](const auto& entry) {
+                return entry.systemName == other.systemName &&
+                       entry.chain.name() == chainName(other.identity);
+            });
+            if (found == chains.end() || !found->chain.shows(other.newest))
+                throw ForgetFault(
+                    ForgetEnd::rolledBack,
+                    fmt::format("This machine has seen run {} of {} under the name {}, and the "
+                                "service does not show it: nobody knows what it needs, and nothing "
+                                "is forgotten. Please ask the provider. If its records were "
+                                "deleted on purpose, please back up once with the profile \"{}\" "
+                                "and --rebuild-index.",
+                                other.newest.run, chainName(other.identity), other.systemName,
+                                other.identity.profile));
+            found->chain.expect(other.known);
+        }
     }
 
     /// All of them or none.

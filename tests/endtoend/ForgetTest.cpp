@@ -282,7 +282,7 @@ TEST(Forget, ARunThatHasBegunHoldsEverything)
         if (who[0] == "--system")
             words = {"backup", account.folder.path().string()};
         words.insert(words.end(), who.begin(), who.end());
-        ASSERT_EQ(account.run(words).status, 0);
+        ASSERT_EQ(account.command(words, account.elsewhere()).status, 0);
         words.emplace_back("--rebuild-index"); // from what is there by then
         test::hideRecord(account, "00000001-finished", who[0] == "--system" ? "laptop" : "iMac",
                          who[0] == "--system" ? "default" : "other");
@@ -293,7 +293,7 @@ TEST(Forget, ARunThatHasBegunHoldsEverything)
         EXPECT_EQ(account.versions(), versions);
         account.expectAllWhole({1, 2});
         // Once another run of it has come to its end, and a week has gone by.
-        ASSERT_EQ(account.run(words).status, 0);
+        ASSERT_EQ(account.command(words, account.elsewhere()).status, 0);
         EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 5);
         test::setStoredBefore(account, "00000001-begun", "2020-01-01 00:00:00",
                               who[0] == "--system" ? "laptop" : "iMac",
@@ -310,8 +310,8 @@ TEST(Forget, AMachineThatDiedIsGivenUpByAPersonAWeekAfterItsLastSign)
     Kept account({"--deletion-pause", "0", "--grace-days", "0"});
     account.runWith({{"a", "1"}});
     account.runWith({{"a", "2"}});
-    ASSERT_EQ(account.run({"backup", account.folder.path().string(), "--system", "laptop"}).status,
-              0);
+    const Words laptop{"backup", account.folder.path().string(), "--system", "laptop"};
+    ASSERT_EQ(account.command(laptop, account.elsewhere()).status, 0);
     test::hideRecord(account, "00000001-finished", "laptop", "default");
     const auto held = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(held.status, 5) << held.errors;
@@ -443,6 +443,37 @@ TEST(Forget, AServiceThatShowsAnOlderStateIsNotBelieved)
     const auto result = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(result.status, 7) << result.errors;
     EXPECT_EQ(account.versions(), versions);
+}
+
+TEST(Forget, RunsOfAnotherProfileThatAreNotShownMayNeedAnything)
+{
+    for (const bool isAllHidden : {true, false}) {
+        Kept account({"--deletion-pause", "0", "--grace-days", "0"});
+        account.runWith({{"a", noise(5000, 1)}});
+        ASSERT_EQ(account.backup({"--profile", "other"}).status, 0);
+        ASSERT_EQ(account.backup({"--profile", "other"}).status, 0);
+        account.runWith({{"a", noise(5000, 2)}});
+        for (const std::string name : {"00000002-finished", "00000002-begun"})
+            test::hideRecord(account, name, "iMac", "other");
+        if (isAllHidden) {
+            for (const std::string name : {"00000001-finished", "00000001-begun"})
+                test::hideRecord(account, name, "iMac", "other");
+        }
+        const auto versions = account.versions();
+        const auto result = account.run(forgetting({"--keep-last", "1"}));
+        EXPECT_EQ(result.status, 7) << result.errors;
+        EXPECT_NE(result.errors.find("This machine has seen run 2 of "), std::string::npos)
+            << result.errors;
+        const auto backup = account.backup({"--keep-last", "1"});
+        EXPECT_EQ(backup.status, 0) << backup.errors;
+        EXPECT_EQ(field(backup, "forgetting"), "failed") << backup.errors;
+        EXPECT_EQ(account.versions(), versions);
+        // What the message says.
+        ASSERT_EQ(account.backup({"--profile", "other", "--rebuild-index"}).status, 0);
+        EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
+        EXPECT_EQ(
+            account.run({"verify", "--read", "--profile", "other", "--machine", "iMac"}).status, 0);
+    }
 }
 
 TEST(Forget, DaysAreThoseOfTheServicesClock)

@@ -15,6 +15,14 @@ class Kept : public BackedUp {
 public:
     using BackedUp::BackedUp;
 
+    /// With a state folder that knows nothing of what the other one does.
+    [[nodiscard]] Environment elsewhere() const
+    {
+        Environment words = environment();
+        words["XDG_STATE_HOME"] = (command.home().path() / "elsewhere").string();
+        return words;
+    }
+
     /// A run that finds just these files. @return its number
     int runWith(const Files& files, const Words& more = {})
     {

@@ -238,10 +238,9 @@ TEST(Retention, GivesWayToARunThatHasBegunElsewhereAndGoesOnAfterTheNext)
     Retained account({"--grace-days", "0"});
     account.write({{"a", "1"}});
     ASSERT_EQ(account.keepRun("1").status, 0);
-    ASSERT_EQ(account.run({"backup", account.folder.path().string(), "--system", "laptop"}).status,
-              0);
-    ASSERT_EQ(account.run({"backup", account.folder.path().string(), "--system", "laptop"}).status,
-              0);
+    const Words laptop{"backup", account.folder.path().string(), "--system", "laptop"};
+    ASSERT_EQ(account.command(laptop, account.elsewhere()).status, 0);
+    ASSERT_EQ(account.command(laptop, account.elsewhere()).status, 0);
     test::hideRecord(account, "00000002-finished", "laptop", "default");
     account.write({{"a", "2"}});
     const auto held = account.keepRun("1");
@@ -390,8 +389,7 @@ TEST(Retention, IsConfirmedOnlyWhereTheNextRunSeesIt)
     Retained account;
     account.runWith(filesFrom(0));
     account.runWith(filesFrom(kManyFiles / 2));
-    test::Environment elsewhere = account.environment();
-    elsewhere["XDG_STATE_HOME"] = account.command.home().path() / "elsewhere";
+    const test::Environment elsewhere = account.elsewhere();
     const Words confirm{"forget", "--system", "iMac", "--confirm-gone", "--json"};
     for (const char* dry : {"-n", ""}) {
         Words words = confirm;

@@ -129,14 +129,19 @@ void makeTables(SQLite::Database& database, const IndexOwner& owner)
     transaction.commit();
 }
 
-bool belongsTo(SQLite::Database& database, const IndexOwner& owner)
+IndexOwner ownerIn(SQLite::Database& database)
 {
     SQLite::Statement about(
         database, "SELECT service, username, system_name, machine, user, profile FROM about");
     if (!about.executeStep())
         throw SQLite::Exception("an index without an owner", SQLITE_CORRUPT);
     const auto word = [&about](int column) { return about.getColumn(column).getString(); };
-    return IndexOwner{word(0), word(1), word(2), word(3), word(4), word(5)} == owner;
+    return {word(0), word(1), word(2), word(3), word(4), word(5)};
+}
+
+bool belongsTo(SQLite::Database& database, const IndexOwner& owner)
+{
+    return ownerIn(database) == owner;
 }
 
 /// Whether pages and tables are those of an index. What is torn or missing shows here, not in the
@@ -245,8 +250,7 @@ IndexFile openIndexFile(const fs::path& path, const IndexOwner& owner)
 namespace {
 
 /// Reads from an index as it was last committed. Nothing when there is none that can be read.
-void lookInto(const fs::path& path, const IndexOwner& owner,
-              const std::function<void(SQLite::Database&)>& read)
+void lookInto(const fs::path& path, const std::function<void(SQLite::Database&)>& read)
 {
     std::error_code fault;
     if (!fs::is_regular_file(path, fault))
@@ -255,13 +259,29 @@ void lookInto(const fs::path& path, const IndexOwner& owner,
         SQLite::Database database(path.string(), SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX,
                                   kPatienceMilliseconds);
         if (number(database, "PRAGMA application_id") == kApplication &&
-            number(database, "PRAGMA user_version") == kVersion && belongsTo(database, owner))
+            number(database, "PRAGMA user_version") == kVersion)
             read(database);
     } catch (const SQLite::Exception&) { // what cannot be read tells nothing
     }
 }
 
+void lookInto(const fs::path& path, const IndexOwner& owner,
+              const std::function<void(SQLite::Database&)>& read)
+{
+    lookInto(path, [&](SQLite::Database& database) {
+        if (belongsTo(database, owner))
+            read(database);
+    });
+}
+
 } // namespace
+
+std::optional<IndexOwner> ownerOfIndexFile(const fs::path& path)
+{
+    std::optional<IndexOwner> owner;
+    lookInto(path, [&owner](SQLite::Database& database) { owner = ownerIn(database); });
+    return owner;
+}
 
 IndexPosition positionInIndexFile(const fs::path& path, const IndexOwner& owner)
 {

@@ -25,6 +25,9 @@ struct IndexFile {
 [[nodiscard]] IndexPosition positionInIndexFile(const std::filesystem::path& path,
                                                 const IndexOwner& owner);
 
+/// As ItemIndex::ownerOf().
+[[nodiscard]] std::optional<IndexOwner> ownerOfIndexFile(const std::filesystem::path& path);
+
 /// As ItemIndex::knownRecordsOf().
 [[nodiscard]] std::vector<IndexPosition> knownRecordsInIndexFile(const std::filesystem::path& path,
                                                                  const IndexOwner& owner);

@@ -34,6 +34,11 @@ IndexPosition ItemIndex::positionOf(const std::filesystem::path& file, const Ind
     return positionInIndexFile(file, owner);
 }
 
+std::optional<IndexOwner> ItemIndex::ownerOf(const std::filesystem::path& file)
+{
+    return ownerOfIndexFile(file);
+}
+
 std::vector<IndexPosition> ItemIndex::knownRecordsOf(const std::filesystem::path& file,
                                                      const IndexOwner& owner)
 {

@@ -56,6 +56,9 @@ public:
     [[nodiscard]] static IndexPosition positionOf(const std::filesystem::path& file,
                                                   const IndexOwner& owner);
 
+    /// Whose index a file is; absent when it is none that can be read.
+    [[nodiscard]] static std::optional<IndexOwner> ownerOf(const std::filesystem::path& file);
+
     /// The same of knownRecords().
     [[nodiscard]] static std::vector<IndexPosition>
     knownRecordsOf(const std::filesystem::path& file, const IndexOwner& owner);

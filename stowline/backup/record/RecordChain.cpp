@@ -213,7 +213,7 @@ std::vector<std::string> RecordChain::recordNames() const
 
 void RecordChain::refuseOlderThan(const IndexPosition& seen) const
 {
-    if (seen.run > newestShown())
+    if (!shows(seen))
         throw RecordFault(Kind::rolledBack,
                           "The service shows no later run than " + std::to_string(newestShown()) +
                               ", but this machine has seen " + runText(seen.run) +

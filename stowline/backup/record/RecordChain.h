@@ -86,6 +86,8 @@ public:
     /// Asks the place anew what there is of this chain.
     void listAnew();
 
+    /// Whether there is a finished record at least as new as one that this machine has seen.
+    [[nodiscard]] bool shows(const IndexPosition& seen) const { return seen.run <= newestShown(); }
     /// Throws rolledBack when this machine has seen a newer finished record than there is.
     void refuseOlderThan(const IndexPosition& seen) const;
 

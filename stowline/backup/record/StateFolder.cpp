@@ -15,6 +15,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kProfiles = "profiles";
+constexpr const char* kIndexes = "index";
 
 /// "https://host:port" of the address at which the account signs in.
 std::string serviceOrigin()
@@ -47,7 +48,7 @@ std::string fileName(const UploadOwner& owner)
 
 fs::path indexFile(const fs::path& profileFolder, const UploadOwner& owner)
 {
-    return profileFolder / "index" / fileName(owner);
+    return profileFolder / kIndexes / fileName(owner);
 }
 
 IndexOwner indexOwner(const UploadOwner& owner)
@@ -91,6 +92,26 @@ bool isProfileFolder(std::span<const std::string> names)
 {
     return std::ranges::find(names, kLockFile) != names.end() &&
            std::ranges::find(names, kSpoolFolder) != names.end();
+}
+
+std::vector<UploadOwner> knownOwners(const fs::path& stateFolder)
+{
+    std::vector<UploadOwner> owners;
+    int unimportant = 0; // what cannot be read tells nothing
+    for (const fs::path& folder : profileFolders(stateFolder, unimportant)) {
+        for (const std::string& name : platform::namesInFolder(folder / kIndexes, unimportant)) {
+            if (!name.ends_with(".db"))
+                continue;
+            if (const auto owner = ItemIndex::ownerOf(folder / kIndexes / name))
+                owners.push_back({.service = owner->service,
+                                  .username = owner->username,
+                                  .systemName = owner->systemName,
+                                  .identity = {.machine = owner->machine,
+                                               .user = owner->user,
+                                               .profile = owner->profile}});
+        }
+    }
+    return owners;
 }
 
 IndexPosition seenRun(const fs::path& stateFolder, const UploadOwner& owner)

@@ -47,6 +47,9 @@ profileFolders(const std::filesystem::path& stateFolder, int& error);
 /// Whether names in a folder are those that a profile's folder has since its first run.
 [[nodiscard]] bool isProfileFolder(std::span<const std::string> names);
 
+/// Whose indexes a state folder has, of all profiles.
+[[nodiscard]] std::vector<UploadOwner> knownOwners(const std::filesystem::path& stateFolder);
+
 /// The newest run that the index of an owner knows, and its record's digest, and all records that
 /// it knows; nothing is changed.
 [[nodiscard]] IndexPosition seenRun(const std::filesystem::path& stateFolder,
