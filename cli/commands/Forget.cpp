@@ -181,7 +181,9 @@ ExitStatus forget(const Options& options)
     if (!options.keep.areAny() && !options.confirmsLosses && options.givenUp.empty())
         return output().fail(ExitStatus::usage,
                              "Please say which runs to keep: --keep-last, --keep-daily, "
-                             "--keep-weekly or --keep-monthly, at least one of them above 0.");
+                             "--keep-weekly or --keep-monthly, at least one of them above 0. The "
+                             "rules of a profile in the configuration are those of its backups; "
+                             "this command does not read them.");
     if (const auto nobody = options.keep.areAny() ? options.confirmation.wantOfAnybody(
                                                         "what only forgotten runs hold")
                                                   : std::nullopt)

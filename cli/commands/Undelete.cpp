@@ -162,6 +162,10 @@ private:
                               : fmt::format("; {} of them are of the records of runs", records_)));
         else
             output().note("Brought back: " + what + ".");
+        if (!options_.isDryRun && options_.paths.empty() && versions_ > 0 && forgetting_ == 0)
+            output().note("If runs came back that a profile's rules had forgotten, the next good "
+                          "run by these rules forgets them again. To keep them, give the profile "
+                          "rules that keep as many (\"keep-last\"), or none, first.");
         if (left_ > 0)
             output().complain(countText(left_, "version", "versions") +
                               " cannot come back: other records of runs stand in the place of "

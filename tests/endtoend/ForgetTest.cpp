@@ -107,7 +107,10 @@ TEST(Forget, AsksAndTakesNoForNo)
     Kept account({"--deletion-pause", "0"});
     account.runWith({{"a", "one"}});
     account.runWith({{"a", "two"}});
-    EXPECT_EQ(account.run({"forget", "--system", "iMac"}).status, 2) << "no rule";
+    const auto noRule = account.run({"forget", "--system", "iMac"});
+    EXPECT_EQ(noRule.status, 2);
+    EXPECT_NE(noRule.errors.find("this command does not read them"), std::string::npos)
+        << noRule.errors;
     EXPECT_EQ(account.run({"forget", "--system", "iMac", "--keep-last", "0", "--yes"}).status, 2);
     const auto nobody = account.run(forgetting({"--keep-last", "1"}, {}));
     EXPECT_EQ(nobody.status, 2);
@@ -233,6 +236,9 @@ TEST(Forget, UndeletingBringsRunsBack)
     // A part alone brings no run back: the next forgetting deletes it again.
     const auto back = account.run({"undelete", "--system", "iMac"});
     EXPECT_EQ(back.status, 0) << back.errors;
+    EXPECT_NE(back.errors.find("the next good run by these rules forgets them again"),
+              std::string::npos)
+        << back.errors;
     account.expectAllWhole({1, 2, 3, 4, 5, 6});
     EXPECT_EQ(account.run(forgetting({"--keep-last", "1"})).status, 0);
     account.expectAllWhole({6});
