@@ -43,7 +43,7 @@ void declareGlobals(const cli::Command& command, GlobalOptions& options)
     command.addFlag("--no-progress", options.noProgress, "Show no progress").fromVariable();
     command
         .addFlag("--no-nursery", options.noNursery,
-                 "Start the helper program anew for each call to the service")
+                 "Start the helper program again for each call to the service")
         .fromVariable();
     command
         .addOption("--bundle", options.bundle,
@@ -90,8 +90,9 @@ void declareSubcommands(const cli::Command& command, const GlobalOptions& option
 }
 
 /// pthread_create(3), EAGAIN.
-constexpr const char* kNoThread = "The system has no threads left: too many processes run. Please "
-                                  "end some, or raise \"ulimit -u\".";
+constexpr const char* kNoThread =
+    "The system has no threads left: too many processes are running. Please "
+    "end some, or raise \"ulimit -u\".";
 
 void apply(const GlobalOptions& options)
 {

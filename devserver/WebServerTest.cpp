@@ -257,7 +257,7 @@ TEST(WebServer, AnAdministratorMustHaveAnAccount)
     const auto run = test::runProgram({{test::builtProgram("stowline-devserver"), "--data",
                                         (data.path() / "d").string(), "--administrator", "eve"}});
     EXPECT_EQ(run.status, 1);
-    EXPECT_NE(run.errors.find("There is no account \"eve\". Please open it first"),
+    EXPECT_NE(run.errors.find("The account \"eve\" was not found. Please open it first"),
               std::string::npos)
         << run.errors;
 }

@@ -159,10 +159,9 @@ int run(const Options& options)
     // A name that is nobody's would make whoever opens that account an administrator.
     for (const std::string& name : options.administrators) {
         if (!accounts.details(name))
-            return fail(
-                fmt::format("There is no account \"{}\". Please open it first, and start the "
-                            "service with --administrator then.",
-                            name));
+            return fail(fmt::format("The account \"{}\" was not found. Please open it first, then "
+                                    "start the service with --administrator.",
+                                    name));
     }
     devserver::Storage storage(options.data, devserver::Storage::Clock::now,
                                std::chrono::days(options.graceDays));

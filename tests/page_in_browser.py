@@ -142,7 +142,7 @@ def reader(browser):
         for role, name in (("banner", ""), ("navigation", "Sections"), ("main", ""), ("status", ""),
                            ("region", "Machines"), ("region", "Failures"), ("table", "Machines"),
                            ("table", "Runs"), ("table", "Space"), ("columnheader", "Machine"),
-                           ("columnheader", "Last run with nothing failed (UTC)"), ("rowheader", "iMac"),
+                           ("columnheader", "Last run without failures (UTC)"), ("rowheader", "iMac"),
                            ("cell", "finished"), ("button", "Sign out")):
             expect(any(has == role and (named == name or not name) for has, named, _ in nodes),
                    f"{width} pixels: {role} {name}; of its kind are {[n for r, n, _ in nodes if r == role]}")

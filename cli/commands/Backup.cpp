@@ -100,7 +100,7 @@ std::optional<std::string> faultInLists(Options& options)
         return fault;
     if (!options.streamName.empty() && !isNameBelow(options.streamName)) {
         return "\"" + options.streamName +
-               "\" cannot be the name of --stdin. Please give one as \"dump.sql\" or "
+               "\" cannot be the name of --stdin. Please give one such as \"dump.sql\" or "
                "\"db/dump.sql\".";
     }
     if (!options.paths.empty() || !options.streamName.empty())
@@ -145,7 +145,7 @@ void declareRules(const Command& command, Options& options)
                       "Take only files that match this pattern; may be given again");
     command.addFlag("--skip-hidden", rules.skipsHidden, "Skip hidden files and folders");
     command.addFlag("--exclude-caches", rules.skipsCaches,
-                    "No folders that are tagged by a CACHEDIR.TAG");
+                    "Leave out folders tagged with a CACHEDIR.TAG");
     command.addFlag("--one-file-system", rules.staysOnFileSystem,
                     "Stay on the file system of each PATH");
 }
@@ -153,13 +153,13 @@ void declareRules(const Command& command, Options& options)
 void declareTrust(const Command& command, backup::BackupRequest& request)
 {
     command.addFlag("--ignore-ctime", request.ignoresCtime,
-                    "Take a file for unchanged even if its time of change (ctime) differs");
+                    "Treat a file as unchanged even if its change time (ctime) differs");
     command.addFlag("--ignore-inode", request.ignoresInode,
-                    "Believe a file unchanged whatever its inode says");
+                    "Treat a file as unchanged whatever its inode is");
     command.addFlag("--trust-nothing,--checksum", request.trustsNothing,
                     "Read every file, and compare its content with the digest of what was stored");
     command.addFlag("--rebuild-index", request.rebuildsIndex,
-                    "Make the index of stored items anew from the service");
+                    "Rebuild the index of stored items from the service");
     command.addFlag("--adopt", request.adoptsChain,
                     "Take over the backups that another machine made under this name");
 }
@@ -188,9 +188,9 @@ void declareBackup(const Command& app)
     options->flags.selfTest.declare(command);
     options->flags.forgetting.declare(command);
     options->flags.alert.declare(
-        command, "after which the result, the report and the monitoring event say that no run came "
-                 "to its end with nothing failed, or that no self-test found all to be well, where "
-                 "there are any; when nothing else is wrong the status is 9");
+        command, "after which the result, the report and the monitoring event say that no run has "
+                 "finished without failures or, if there were self-tests, that none found "
+                 "everything in order; when nothing else is wrong the status is 9");
     options->session.declare(command);
     command.runs([options] { return backUpPaths(*options); });
 }

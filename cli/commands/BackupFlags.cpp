@@ -29,12 +29,10 @@ void BackupFlags::declare(const Command& command)
         .between(1, 64)
         .showsDefault();
     command
-        .addOption(
-            "--retry-time", retrySeconds,
-            "Seconds to try one part, registration or question before giving up; when they are "
-            "used up, each that follows is tried once until one succeeds again; the sign-in is "
-            "tried for "
-            "four at most")
+        .addOption("--retry-time", retrySeconds,
+                   "Seconds to keep trying one part, registration or question; once they are used "
+                   "up, each one that follows is tried only once, until one succeeds; the sign-in "
+                   "is tried for at most four")
         .between(0.0, 86400.0)
         .showsDefault();
     command.addOption("--allow-changing", allowChanging,

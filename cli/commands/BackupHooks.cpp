@@ -51,13 +51,13 @@ void BackupHooks::declare(const Command& command)
 {
     command
         .addOption("--before", before_,
-                   "Run this command (no shell) before the backup, which does not begin when it "
-                   "fails; neither this nor --after in a dry run")
+                   "Run this command (no shell) before the backup; if it fails, the backup does not "
+                   "begin. A dry run runs neither this nor --after")
         .accepts(platform::faultInCommand);
     command
         .addOption("--after", after_,
                    "Run this command (no shell) after the backup, also after one that failed; "
-                   "STOWLINE_EXIT_STATUS in its environment is what it came to. When the command "
+                   "STOWLINE_EXIT_STATUS in its environment holds the backup's status. When the command "
                    "fails the backup ends with status 3")
         .accepts(platform::faultInCommand);
     command

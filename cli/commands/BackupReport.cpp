@@ -166,7 +166,7 @@ std::string backupSentences(const BackupSummary& summary)
     if (summary.excluded > 0)
         say("Left out by rules: " + countText(summary.excluded, "item", "items") + ".");
     if (summary.changedWhileRead > 0)
-        say("Changed while they were read, so not one state of them is stored: " +
+        say("Changed while they were read, so what is stored mixes several states of them: " +
             countText(summary.changedWhileRead, "file", "files") + ".");
     if (summary.carriedForward > 0)
         say("Kept as an earlier run saw them, because this one could not look: " +

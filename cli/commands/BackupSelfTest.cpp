@@ -136,7 +136,7 @@ std::string SelfTestOutcome::sentences() const
 std::string SelfTestOutcome::complaint() const
 {
     if (isAsked && !wasBegun)
-        return "The self-test was not done, for the backup did not come to its end.";
+        return "The self-test was not done, because the backup was not finished.";
     return summary.sentence;
 }
 
@@ -182,8 +182,9 @@ void SelfTestOutcome::addTo(RunFigures& figures) const
     if (wasBegun)
         figures.selfTestLost = sum.differing + std::max(sum.missing + sum.damaged, known);
     if (found > 0)
-        figures.selfTestTrouble = fmt::format("the self-test found {} not to be as stored",
-                                              countText(found, "file", "files"));
+        figures.selfTestTrouble =
+            fmt::format("the self-test found {} to differ from what was stored",
+                        countText(found, "file", "files"));
     else if (known > 0)
         figures.selfTestTrouble = fmt::format("{} known to be missing or damaged since an earlier "
                                               "self-test",

@@ -57,8 +57,9 @@ ExitStatus connect(const std::string& address, const std::string& bundle)
     if (!platform::makePrivateFolder(file->parent_path()) ||
         !platform::writeFileAtomically(*file, settings.bytes))
         return output().fail(ExitStatus::failed,
-                             file->string() + " cannot be written. Please check the owner and the "
-                                              "mode of its folder, and the room on the disk.");
+                             file->string() +
+                                 " cannot be written. Please check the owner and the "
+                                 "mode of its folder, and the free space on the disk.");
     const std::string origins = fmt::format("{}", fmt::join(settings.origins, ", "));
     if (bundle.empty())
         output().note("Calls go to " + origins + " from now on.");

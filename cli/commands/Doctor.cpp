@@ -51,7 +51,7 @@ Finding checkBundle()
     if (!version)
         return {"bundle", false,
                 infoFault("has no version") +
-                    " Please install again, or name the folder with --bundle."};
+                    " Please install the program again, or name the folder with --bundle."};
     return {"bundle", true,
             General::productName().value_or("?") + " " + *version + " in " + folder};
 }
@@ -62,7 +62,7 @@ Finding checkSettingsFile()
     const auto bytes = file ? platform::readFile(*file) : std::nullopt;
     if (!bytes)
         return {"settings", false,
-                file ? file->string() + " cannot be read. Please install again."
+                file ? file->string() + " cannot be read. Please install the program again."
                      : unnamedSettingsFault()};
     const auto faults = checkSettings(*bytes);
     if (!faults.empty())
@@ -115,15 +115,14 @@ Finding checkDisk(std::optional<fs::path> folder)
     const auto space = folder ? fs::space(*folder, fault) : fs::space_info();
     if (!folder || fault)
         return {"disk", false,
-                "The space for the state of backups is not known. Please look at "
+                "How much space is free for the state of backups is not known. Please look at "
                 "the disk of the state folder."};
     const auto free = static_cast<double>(space.available);
     if (free < least)
-        return {
-            "disk", false,
-            fmt::format("Only {} are free in {}. Please make room: a backup keeps its index and "
-                        "copies of files that change there.",
-                        bytesText(free), folder->string())};
+        return {"disk", false,
+                fmt::format("Only {} is free in {}. Please make room: a backup keeps its index "
+                            "there, and copies of files that change.",
+                            bytesText(free), folder->string())};
     return {"disk", true, bytesText(free) + " free for the state of backups"};
 }
 
@@ -162,8 +161,8 @@ Finding checkLastRun(const DoctorOptions& options)
 {
     const BackupSubject subject{.account = options.username, .machine = {}, .paths = {}};
     const auto last = lastGoodRun(options.profile, subject);
-    const std::string text = last ? "last run with nothing failed: " + localTimeText(*last)
-                                  : "no run with nothing failed is known on this machine";
+    const std::string text = last ? "last run without failures: " + localTimeText(*last)
+                                  : "no run without failures is known on this machine";
     const auto alertAfter = parseSpan(options.alertAfter);
     LastSuccesses successes = lastSuccesses(options.profile, subject);
     const auto late = alertAfter ? overdue(successes, *alertAfter, platform::currentDate())
@@ -218,7 +217,7 @@ Finding checkSignIn(const std::string& username, const std::string& password,
     if (!answer)
         return {"account", false,
                 error ? failureSentence(*error)
-                      : "The sign-in brought no answer. Please try again later."};
+                      : "The sign-in got no answer. Please try again later."};
     const auto isSignedIn = saysSignedIn(*answer);
     if (!isSignedIn)
         return {"account", false,
@@ -321,14 +320,14 @@ void declareDoctor(const Command& app)
                                  "disk, schedule, the last run, and, when a password is given, "
                                  "the account and the ways to store and to restore");
     command.addOption("--server", options->server,
-                      "Look at this backup server too, which \"signin\" tells");
-    command.addOption("--profile", options->profile, "Whose schedule and runs are looked at")
+                      "Check this backup server too (\"stowline signin\" prints it)");
+    command.addOption("--profile", options->profile, "Profile whose schedule and runs are checked")
         .showsDefault();
     command
         .addOption("--alert-after", options->alertAfter,
                    "Time (36h, 3d, 2w; a number alone is days) after which it is a fault that no "
-                   "run came to its end with nothing failed, or that no self-test found all to be "
-                   "well, where there are any; when that is the only fault the status is 9")
+                   "run has finished without failures or, if there were self-tests, that none "
+                   "found everything in order; when that is the only fault the status is 9")
         .accepts(faultInSpan);
     command.addOption("-u,--username", options->username, "User name").fromVariable();
     options->password.declare(command, "password", "STOWLINE_PASSWORD");

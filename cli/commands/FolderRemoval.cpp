@@ -37,7 +37,7 @@ public:
             return callFailure(watch.failure(),
                                "The service did not start the deletion. Is anything stored of " +
                                    options_.path + " of the machine " + options_.systemName + "?",
-                               "please look with \"stowline ls\" what is left.");
+                               "please check with \"stowline ls\" what is left.");
         noteFolder();
         const Interruptible interruptible;
         Interruptible::sayWhenLeft("Ended at once. The deletion may still be going on.");

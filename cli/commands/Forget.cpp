@@ -48,7 +48,7 @@ public:
         return confirmation_.isGranted(
             losses +
             (plan.runs.empty()
-                 ? fmt::format("Delete what runs that were forgotten before still hold alone ({})?",
+                 ? fmt::format("Delete what only runs forgotten earlier still hold ({})?",
                                versionsText(plan.versions, plan.bytes))
                  : fmt::format("Forget {} and delete what only {} ({})?", forgottenRunsText(plan),
                                plan.runs.size() == 1 ? "it holds" : "they hold",
@@ -195,8 +195,7 @@ ExitStatus forget(const Options& options)
         return session.status();
     const auto stateFolder = platform::stateFolder();
     if (!stateFolder)
-        return output().fail(ExitStatus::failed,
-                             "There is no home folder to keep the state of backups in.");
+        return output().fail(ExitStatus::failed, "The home folder was not found. Please set HOME.");
     backup::ForgetRequest request{
         .account = {.username = session->username,
                     .password = session->password,
@@ -242,7 +241,7 @@ void declareForget(const Command& app)
         .notInFile();
     command.addOption("--system", options->systemName, "This machine's name on the service")
         .defaultsTo(General::localHostName());
-    command.addOption("--profile", options->profile, "Name of the profile, as backup was told")
+    command.addOption("--profile", options->profile, "Name of the profile, as given to backup")
         .showsDefault();
     command
         .addOption("--retry-time", options->retrySeconds,

@@ -27,11 +27,12 @@ std::string bytesOf(std::uint64_t bytes)
 void declareKeepRules(const Command& command, backup::KeepRules& keep, const std::string& what)
 {
     command.addOption("--keep-last", keep.last, what);
-    command.addOption("--keep-daily", keep.daily,
-                      "Keep the last run of each of the newest days that have one, this many; days "
-                      "are those on which the service stored the record of the run");
-    command.addOption("--keep-weekly", keep.weekly, "The same of weeks, from Monday on");
-    command.addOption("--keep-monthly", keep.monthly, "The same of months");
+    command.addOption(
+        "--keep-daily", keep.daily,
+        "Keep the last run of this many of the newest days that have one; a run counts "
+        "for the day on which the service stored its record");
+    command.addOption("--keep-weekly", keep.weekly, "The same for weeks, which begin on Monday");
+    command.addOption("--keep-monthly", keep.monthly, "The same for months");
 }
 
 ExitStatus statusOf(ForgetEnd end)

@@ -103,7 +103,7 @@ ExitStatus list(const ListOptions& options)
         return output().fail(
             ExitStatus::notFound,
             isRoot
-                ? "The service knows no machine " + listing.systemName + " of this account."
+                ? "The service knows no machine " + listing.systemName + " in this account."
                 : options.path + " of the machine " + listing.systemName +
                       " was not found on the service. Empty folders and links are only shown as a "
                       "run found them (--at).");
@@ -122,7 +122,7 @@ void declareList(const Command& app)
     command.addOption("--sort", options->listing.sortField, "Name, Size or Modified")
         .oneOf({"Name", "Size", "Modified"})
         .showsDefault();
-    command.addFlag("-r,--reverse", options->isDescending, "Largest or last first");
+    command.addFlag("-r,--reverse", options->isDescending, "Largest or latest first");
     command.addOption("--page-size", options->listing.pageSize, "Entries to ask for at once")
         .between(1, 10000)
         .showsDefault();

@@ -63,7 +63,7 @@ ExitStatus removeVersions(const RemoveOptions& options)
         return callFailure(failure,
                            fmt::format("The service did not delete the versions of the lists {}.",
                                        fmt::join(left, ", ")),
-                           "please look with \"stowline versions\" what is left.");
+                           "please check with \"stowline versions\" what is left.");
     for (const std::string& list : left)
         output().complain("The service is not known to have deleted the versions of the list " +
                           list + ".");

@@ -93,7 +93,7 @@ ExitStatus save(const EmailOptions& options, const RunFigures& figures)
     const auto there = std::filesystem::symlink_status(options.saveTo, unknown);
     if (std::filesystem::exists(there) && !std::filesystem::is_regular_file(there))
         return output().fail(ExitStatus::usage,
-                             options.saveTo + " is there already and is not a file. Please name a "
+                             options.saveTo + " exists already and is not a file. Please name a "
                                               "file with --save.");
     if (!platform::writeFileAtomically(options.saveTo, *content))
         return output().fail(ExitStatus::failed, options.saveTo + " cannot be written.");

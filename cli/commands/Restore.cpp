@@ -62,7 +62,7 @@ public:
         progress_.clear();
         const StopScope scope(Interruptible::stopRequest());
         return confirmation_.isGranted(
-            fmt::format("All is put back. Delete {} {} that {} not in the run ({}{})?",
+            fmt::format("Everything is put back. Delete {} {} that {} not in the run ({}{})?",
                         countText(items, "item", "items"), place_, items == 1 ? "was" : "were",
                         fmt::join(first, ", "), items > first.size() ? ", …" : ""));
     }
@@ -183,7 +183,7 @@ ExitStatus restore(const Options& options)
     if (options.target.empty() == !options.inPlace)
         return output().fail(
             ExitStatus::usage,
-            "Please say where to: --to DIR, or --in-place for where it was; one of them.");
+            "Please say where to: either --to DIR, or --in-place for where it was.");
     if (const auto fault =
             backup::faultIn({.include = options.include, .exclude = options.exclude}))
         return output().fail(ExitStatus::usage, *fault);
@@ -247,7 +247,7 @@ void declareRestore(const Command& app)
                       "Skip files and folders that match a pattern; may be given again");
     command
         .addOption("--overwrite", options->overwrite,
-                   "What to do with files that are there and have another content")
+                   "What to do with files that exist already with different content")
         .oneOf({"if-changed", "always", "if-newer", "never"})
         .showsDefault();
     command.addFlag("--devices", options->devices, "Put devices back too");

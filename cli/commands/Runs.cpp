@@ -123,10 +123,10 @@ void declareRuns(const Command& app)
     auto options = std::make_shared<RunsOptions>();
     const Command command = app.addCommand("runs", "List the backup runs of a machine");
     options->run.declare(command, "--machine");
-    options->alert.declare(
-        command, "after which it is told that no run came to its end with nothing failed, "
-                 "or that no self-test found all to be well, where there are any; the "
-                 "status is 9 then");
+    options->alert.declare(command,
+                           "after which it is told that no run has finished without failures or, "
+                           "if there were self-tests, that none found everything in order; the "
+                           "status is 9 then");
     command.runs([options] { return runs(*options); });
 }
 

@@ -159,7 +159,7 @@ std::string undone(const platform::UserUnits& units,
 {
     if (!earlier)
         return units.remove() ? ""
-                              : " Something of it is left; \"stowline schedule remove\" takes it "
+                              : " Part of it is left; \"stowline schedule remove\" takes it "
                                 "away.";
     if (units.write(*earlier) && units.enable())
         return " The earlier schedule is in place again.";
@@ -214,11 +214,11 @@ ExitStatus install(const Options& options, const Surroundings& around)
                              fmt::format("The schedule was not installed: the service manager did "
                                          "not start {}.{}",
                                          timer->filename().string(), undone(*units, earlier)));
-    output().note(fmt::format("Backups run daily at {}. \"stowline schedule status\" tells of the "
-                              "next and the last.",
-                              options.daily));
-    output().note("They run while you are logged in; \"loginctl enable-linger\" lets them run "
-                  "without.");
+    output().note(fmt::format(
+        "Backups run daily at {}. \"stowline schedule status\" shows the next and the last run.",
+        options.daily));
+    output().note("They run while you are logged in; \"loginctl enable-linger\" lets them run when "
+                  "you are not.");
     if (options.notMetered && platform::lineCost() == platform::LineCost::unknown)
         output().note(
             "Whether a line is paid for by volume is not known on this machine, as long as "
@@ -246,10 +246,9 @@ ExitStatus remove(const std::string& profile, bool isDryRun)
     if (isDryRun)
         return output().finish(ExitStatus::done, {{"timer", units->file(".timer")->string()}});
     if (!units->remove())
-        return output().fail(
-            ExitStatus::failed,
-            "Something of the schedule is left: " + units->file(".timer")->string() +
-                ". Please check the owner and the mode of its folder.");
+        return output().fail(ExitStatus::failed,
+                             "Part of the schedule is left: " + units->file(".timer")->string() +
+                                 ". Please check the owner and the mode of its folder.");
     return output().finish(ExitStatus::done, {{"removed", units->file(".timer")->string()}});
 }
 
@@ -317,7 +316,7 @@ void declareInstall(const Command& schedule, const Surroundings& around)
         .accepts(platform::faultInCommand)
         .excludes(file);
     command.addFlag("--on-mains", options->onMainsOnly,
-                    "Leave a run out while the machine is on battery power");
+                    "Skip a run while the machine is on battery power");
     command.addFlag(
         "--not-metered", options->notMetered,
         "Leave a run out while the network goes over a line that is paid for by volume, "

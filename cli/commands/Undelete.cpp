@@ -141,7 +141,8 @@ private:
         if (!soFar.empty())
             output().complain(soFar);
         if (const auto status = Interruptible::request())
-            return output().fail(*status, "Interrupted. Undeleting again goes on.");
+            return output().fail(*status,
+                                 "Interrupted. The same command goes on where this one stopped.");
         return callFailure(error_);
     }
 

@@ -29,7 +29,7 @@ void refuseEmptyText(CLI::Option& option)
 {
     option.check(CLI::Validator(
         [](const std::string& value) {
-            return value.empty() ? "The value is empty. Please give one, or leave the word out."
+            return value.empty() ? "The value is empty. Please give one, or leave the option out."
                                  : std::string();
         },
         ""));

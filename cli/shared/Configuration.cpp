@@ -136,7 +136,7 @@ std::optional<std::string> unreadConfiguration(const CLI::App& app)
             std::filesystem::file_type::not_found) // else it may be there, behind a closed folder
         return std::nullopt;
     return "The configuration file " + file +
-           " cannot be read. Please check what it is, its owner and its mode.";
+           " cannot be read. Please check that it is a file, and check its owner and mode.";
 }
 
 std::optional<std::string> untrustedConfiguration(const CLI::App& app)

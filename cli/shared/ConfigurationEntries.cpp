@@ -298,7 +298,7 @@ void ConfigurationEntries::takePaths(const ConfigurationEntry& entry)
         item.inputs.push_back(*path);
     }
     if (item.inputs.empty())
-        return addProblem(entry.place, "\"paths\" names nothing.");
+        return addProblem(entry.place, "\"paths\" is empty.");
     if (entry.tables.back() != profile_ || areSourcesOnLine_)
         return;
     hasProfileSources_ = true;

@@ -35,7 +35,7 @@ void noteGrace(const Session& session)
         output().note("The service keeps nothing of what is deleted: it cannot be recovered.");
     else if (grace)
         output().note("For " + lengthText(grace->seconds) +
-                      " \"stowline undelete\" brings it back; its space is given back after that.");
+                      " \"stowline undelete\" brings it back; its space is freed after that.");
 }
 
 } // namespace stowline::cli

@@ -69,16 +69,16 @@ std::vector<std::string> overdue(const LastSuccesses& last, std::chrono::seconds
     std::vector<std::string> sentences;
     const std::string run = last.isOfPaths ? "run of these paths" : "run";
     if (isTooLongAgo(last.goodRun))
-        sentences.push_back(
-            (last.goodRun ? "last " + run + " with nothing failed: " + momentOf(*last.goodRun)
-                          : "no " + run + " with nothing failed is known on this machine") +
-            wanted);
+        sentences.push_back((last.goodRun
+                                 ? "last " + run + " without failures: " + momentOf(*last.goodRun)
+                                 : "no " + run + " without failures is known on this machine") +
+                            wanted);
     const bool isProofWanted = last.selfTest || last.proof;
     if (isProofWanted && isTooLongAgo(last.proof) && (last.proof || isTooLongAgo(last.selfTest)))
-        sentences.push_back((last.proof
-                                 ? "last self-test in which all was well: " + momentOf(*last.proof)
-                                 : "no self-test has found all to be well yet") +
-                            wanted);
+        sentences.push_back(
+            (last.proof ? "last self-test that found everything in order: " + momentOf(*last.proof)
+                        : "no self-test has found everything in order yet") +
+            wanted);
     return sentences;
 }
 

@@ -16,7 +16,7 @@ namespace stowline::cli {
 struct LastSuccesses {
     std::optional<Date> goodRun;
     std::optional<Date> selfTest; ///< the first that was ever asked for; absent: none was
-    std::optional<Date> proof;    ///< the last self-test that found all to be well
+    std::optional<Date> proof;    ///< the last self-test that found everything in order
     bool isOfPaths = false;       ///< the good run is one of certain paths
 };
 

@@ -73,7 +73,7 @@ std::string whyNotEnded(const backup::BackupSummary& result)
         return "Nothing was found at the paths that were to be backed up.";
     if (result.end == backup::BackupEnd::interrupted)
         return "The backup was interrupted.";
-    return result.sentence.empty() ? "The backup did not come to its end." : result.sentence;
+    return result.sentence.empty() ? "The backup was not finished." : result.sentence;
 }
 
 } // namespace

@@ -32,8 +32,8 @@ struct RunFigures {
     std::vector<std::string> selfTestFindings; ///< what it found, the first sentences
     /// Why it proves nothing, or not enough, in a few words; empty when all is well.
     std::string selfTestTrouble;
-    /// Of the self-test: whether it was begun, and found all to be well; all contents of kept runs,
-    /// and those of them that were proven within thirty days.
+    /// Of the self-test: whether it was begun, and found everything in order; all contents of kept
+    /// runs, and those of them that were proven within thirty days.
     bool wasTested = false;
     bool isProof = false;
     std::uint64_t proofFiles = 0;
@@ -77,7 +77,7 @@ void keepLastRun(const RunFigures& figures);
 [[nodiscard]] std::optional<RunFigures>
 lastRun(const std::optional<std::string>& profile = std::nullopt);
 
-/// Keeps that a run of a profile came to its end with nothing failed, and when it began; reads it
+/// Keeps that a run of a profile was finished without failures, and when it began; reads it
 /// again, absent when this machine knows of none.
 void keepLastGoodRun(const std::string& profile, const BackupSubject& subject, Date begun);
 [[nodiscard]] std::optional<Date> lastGoodRun(const std::string& profile,

@@ -76,7 +76,7 @@ std::optional<RunOrMoment> parseRunOrMoment(const std::string& given)
 void ChainOptions::declare(const Command& command)
 {
     const auto profile =
-        command.addOption("--profile", profile_, "Name of the profile, as backup was told")
+        command.addOption("--profile", profile_, "Name of the profile, as given to backup")
             .showsDefault();
     command
         .addOption("--chain", chain_,

@@ -146,7 +146,7 @@ void addRunFailures(const AccountOverview& account, std::int64_t now,
         else if (!isLast)
             tell("began and never finished.");
         else if (now - secondsOf(record.storedAt).value_or(now) >= kLongForARun)
-            tell("began and has told nothing more for a day or longer.");
+            tell("began and has not been heard of for a day or longer.");
     }
 }
 

@@ -38,7 +38,7 @@ struct ShownChain {
         lastGood;           ///< the last finished one whose record tells of nothing failed
     std::size_t looked = 0; ///< at so many runs for it, the last ones
     std::optional<std::int64_t> lastRead; ///< content of the machine, seconds of the clock
-    std::optional<ShownSelfTest> proof;   ///< the last one that found all to be well
+    std::optional<ShownSelfTest> proof;   ///< the last one that found everything in order
     std::optional<ShownSelfTest> failed;  ///< one that did not, and came after that
     bool isOneOfSeveral = false;          ///< events do not tell it from another one of the account
 };

@@ -38,7 +38,7 @@ std::vector<Section> sectionsOf(std::int64_t now)
          .columns = {{"Machine"},
                      {"Backup of"},
                      {"Last run (UTC)"},
-                     {"Last run with nothing failed (UTC)"},
+                     {"Last run without failures (UTC)"},
                      {"Last proof (UTC)"},
                      {"Content last fetched (UTC)"}},
          .whenEmpty = "Nothing is stored yet.",
@@ -59,9 +59,8 @@ std::vector<Section> sectionsOf(std::int64_t now)
                      {"All versions", true},
                      {"Deleted, still kept", true},
                      {"Together", true}},
-         .note =
-             "<p class=\"note\">Of the newest versions their own sizes, of all versions what is "
-             "stored of them, records of runs too.</p>\n",
+         .note = "<p class=\"note\">Newest versions count with their own sizes, all versions with "
+                 "what is stored of them; records of runs are included.</p>\n",
          .rowsOf = spaceRows},
         {.id = "failures",
          .heading = "Failures",
@@ -99,8 +98,8 @@ std::vector<Section> sectionsOf(std::int64_t now)
          .columns =
              {{"Machine"}, {"Deleted on (UTC)"}, {"Versions", true}, {"Bytes", true}, {"Left"}},
          .whenEmpty = "Nothing.",
-         .note = "<p class=\"note\"><code>stowline undelete</code> brings it back. Left is what "
-                 "the first of them have at least.</p>\n",
+         .note = "<p class=\"note\"><code>stowline undelete</code> brings it back. “Left” is the "
+                 "least time that the first of them have.</p>\n",
          .rowsOf = graceRows},
         {.id = "deletions",
          .heading = "Deletions of folders",

@@ -89,7 +89,7 @@ TEST_F(OverviewTest, ARunIsOneHoweverManyRecordsItLeft)
               (std::vector<std::string>{"iMac: Run 2 began and never finished."}));
     letPass(24h);
     EXPECT_EQ(failures(of("ann")).at(0),
-              "iMac: Run 3 began and has told nothing more for a day or longer.");
+              "iMac: Run 3 began and has not been heard of for a day or longer.");
 }
 
 TEST_F(OverviewTest, ARunThatIsForgottenIsNotShown)

@@ -27,7 +27,7 @@ const char* sentenceOf(SignInNote note)
     case SignInNote::refused:
         return "User name or password is wrong.";
     case SignInNote::tooMany:
-        return "Too many sign-ins did not succeed. Please try again in a minute.";
+        return "Too many sign-ins failed. Please try again in a minute.";
     case SignInNote::ended:
         return "You are no longer signed in. A sign-in is good for an hour.";
     }

@@ -220,7 +220,7 @@ TEST_F(PageTest, TooManyFailuresAreRefusedWithoutALookAtThePassword)
     EXPECT_EQ(refused.status, 429);
     EXPECT_EQ(headerOf(refused, "Retry-After"), "60");
     EXPECT_EQ(headerOf(refused, "Set-Cookie"), "");
-    EXPECT_NE(refused.body.find("Too many sign-ins did not succeed."), std::string::npos);
+    EXPECT_NE(refused.body.find("Too many sign-ins failed."), std::string::npos);
     EXPECT_EQ(signIn("bob", "bob's").status, 303);
     letPass(1min);
     EXPECT_EQ(signIn("ann", "secret").status, 303);

@@ -203,7 +203,7 @@ private:
             begun.erase(entry.path);
         if (request_.resumesOnly)
             for (const std::string& path : begun)
-                accounts_.problem(path + " has changed or is gone since its upload was begun; the "
+                accounts_.problem(path + " has changed or disappeared since its upload began; the "
                                          "upload is given up. Please back it up again.");
     }
 
@@ -301,8 +301,8 @@ private:
         if (folders.count() > 0)
             accounts_.note("An earlier backup of " + folders.text() +
                            " was cut off, and none has been whole since: what is stored of it may "
-                           "be incomplete. Please back it up again; where it is gone meanwhile, "
-                           "back up the folder that it was in.");
+                           "be incomplete. Please back it up again; if it is gone by now, back up "
+                           "the folder that it was in.");
     }
 
     std::string uploadPath()
@@ -519,7 +519,7 @@ private:
                 records_->storeUnfinished(index, accounts_.summary().storedBytes);
             });
         } catch (const std::exception&) {
-            accounts_.note("What the run has come to is not recorded yet: " +
+            accounts_.note("What the run has done so far could not be recorded yet: " +
                            platform::handledException().sentence);
         }
     }
@@ -541,8 +541,9 @@ private:
                 index_->remove(path);
         }
         if (gone.count() > 0)
-            accounts_.note("Not part of the backup any more, for it was deleted on the service: " +
-                           gone.text() + ".");
+            accounts_.note(
+                "Not part of the backup any more, because it was deleted on the service: " +
+                gone.text() + ".");
         if (lost.count() == 0)
             return;
         accounts_.lost(lost.count());

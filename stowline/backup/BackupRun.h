@@ -85,7 +85,7 @@ struct ItemReport {
     std::uint64_t bytes = 0; ///< of a file's content, as far as it is known
     /// Of a failed item a sentence with its path; of an excluded one the rule.
     std::string cause;
-    bool changedWhileRead = false; ///< stored, but not one state of the file
+    bool changedWhileRead = false; ///< stored, but mixing several states of the file
     bool wasResumed = false;       ///< gone on with from an earlier run
 };
 

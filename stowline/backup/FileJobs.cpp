@@ -295,15 +295,16 @@ void FileJobs::putStored(FileJob& job, const UploadOutcome& outcome)
     if (!job.source)
         describe(job.found, outcome.state);
     put(job, outcome.content, outcome.readBegan, outcome.changedWhileRead, true);
-    accounts_.done({.path = path,
-                    .state = ItemState::stored,
-                    .bytes = outcome.content.storedSize,
-                    .cause = outcome.changedWhileRead
-                                 ? path + " changed while it was read: what is stored is not one "
-                                          "state of it."
-                                 : std::string(),
-                    .changedWhileRead = outcome.changedWhileRead,
-                    .wasResumed = outcome.wasResumed});
+    accounts_.done(
+        {.path = path,
+         .state = ItemState::stored,
+         .bytes = outcome.content.storedSize,
+         .cause =
+             outcome.changedWhileRead
+                 ? path + " changed while it was read: what is stored may mix several states of it."
+                 : std::string(),
+         .changedWhileRead = outcome.changedWhileRead,
+         .wasResumed = outcome.wasResumed});
 }
 
 void FileJobs::fail(const FileJob& job, const std::string& cause, bool isGone)

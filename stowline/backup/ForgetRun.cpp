@@ -628,7 +628,7 @@ private:
                           "The records of the account changed meanwhile: a run has begun or ended, "
                           "or something was deleted or undeleted. What was not deleted yet is "
                           "deleted by the next forgetting; if you are undeleting, please do it "
-                          "again, for some may have been deleted after it.");
+                          "again, because some may have been deleted after it.");
     }
 
     void deleteCandidates()

@@ -200,11 +200,12 @@ private:
     {
         if (origin.trust != RecordTrust::unproven)
             return;
-        throw RecordFault(RecordFault::Kind::failed,
-                          fmt::format("That the record of run {} is the one that was stored cannot "
-                                      "be proven, so nothing can be deleted by it. Please restore "
-                                      "without --delete.",
-                                      origin.run));
+        throw RecordFault(
+            RecordFault::Kind::failed,
+            fmt::format("It cannot be proven that the record of run {} is the one that was stored, "
+                        "so nothing can be deleted by it. Please restore "
+                        "without --delete.",
+                        origin.run));
     }
 
     /// No recorded path goes through a link: behind one that is there now may be another tree.
@@ -214,13 +215,13 @@ private:
         const auto real = std::filesystem::weakly_canonical(folder, unknown);
         if (request_.target || (!unknown && real == folder))
             return;
-        throw RecordFault(RecordFault::Kind::failed,
-                          folder.string() +
-                              " is reached through a link now, as it was not in the "
-                              "run: it is " +
-                              real.string() +
-                              ". With --delete that may be another tree, so nothing is put back. "
-                              "Please say with --to where to.");
+        throw RecordFault(
+            RecordFault::Kind::failed,
+            folder.string() +
+                " is reached through a link now, which it was not in the run: it is " +
+                real.string() +
+                ". With --delete that may be another tree, so nothing is put back. "
+                "Please say with --to where to.");
     }
 
     void refuseToDelete(const TreeRules& rules)
@@ -429,7 +430,7 @@ private:
                 "Not everything was to be put back over what is there, so nothing is deleted.";
         } else if (isDeletionDeclined_) {
             summary_.end = ReadEnd::failed;
-            summary_.sentence = "All is put back, but nothing was deleted.";
+            summary_.sentence = "Everything is put back, but nothing was deleted.";
         } else if (sum.notDeleted > 0) {
             summary_.end = ReadEnd::someFailed;
             summary_.sentence = counted(sum.notDeleted, "item", "items") +
@@ -472,7 +473,7 @@ std::string absenceOf(const std::string& path, const ItemIndex& items, const std
 {
     const auto real = pathThroughLinks(items, path);
     if (!real)
-        return path + " leads through links in a circle in run " + run + ".";
+        return path + " leads through a circle of links in run " + run + ".";
     if (*real == path)
         return path + " was not found in run " + run + "." + whyNotHeld(items, path);
     const auto named = items.find(path);

@@ -347,7 +347,7 @@ TEST(RestoreRun, TakesTheHighestNumberThatBeganByThenWhateverTheClockWas)
         EXPECT_EQ(platform::readFile(stored.target.path() / "tree/run"), "5") << at;
         EXPECT_EQ(sum.origin.notes,
                   Words{"Run 5 came after run 4, but says that it began before it: the clock of "
-                        "the machine was wrong in one of them. If another run than 5 is meant, "
+                        "the machine was wrong during one of them. If another run than 5 is meant, "
                         "please name it by its number."});
     }
     EXPECT_EQ(stored.restore([](auto& r) {

@@ -294,8 +294,8 @@ void RunRecords::requireFoundation() const
         (!chain_->isForgotten(foundation_.run) && chain_->isFinished(foundation_.run)))
         return;
     throw RecordFault(RecordFault::Kind::temporary,
-                      fmt::format("Run {}, which this one builds on, was forgotten meanwhile. "
-                                  "What is stored stays stored, but of this run there is no "
+                      fmt::format("Run {}, which this one builds on, has been forgotten since it "
+                                  "began. What is stored stays stored, but of this run there is no "
                                   "record. Please run the backup again.",
                                   foundation_.run));
 }

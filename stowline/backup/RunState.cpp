@@ -103,7 +103,8 @@ std::optional<std::string> refusedStateFolder(const fs::path& stateFolder)
     const std::string otherOne = ", or name another place with XDG_STATE_HOME.";
     if (!status->isFolder)
         return "The state folder " + stateFolder.string() +
-               " is a link, or no folder. Please put a folder of this user's there" + otherOne;
+               " is a link, or is not a folder. Please put a folder of this user's there" +
+               otherOne;
     if (platform::mayOthersWrite(stateFolder))
         return "The state folder " + stateFolder.string() +
                " belongs to another user, or other users may write into it or put another one in "

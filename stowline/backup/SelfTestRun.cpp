@@ -148,8 +148,7 @@ private:
             throw RecordFault(RecordFault::Kind::failed, noRoom(choice.leastRoom, room));
         if (choice.withoutRoom > 0)
             observer_.note(fmt::format(
-                "{} larger than the {} bytes of room that there are to restore into, and cannot "
-                "be tested.",
+                "{} larger than the {} bytes available to restore into, and cannot be tested.",
                 platform::countText(choice.withoutRoom, "stored file is", "stored files are"),
                 room));
         summary_.proof.noRoomFiles = choice.withoutRoom;
@@ -194,9 +193,9 @@ private:
 
     static std::string noRoom(std::uint64_t bytes, std::uint64_t room)
     {
-        return fmt::format("There is no room to restore into: {} bytes are needed, and {} can be "
-                           "had.",
-                           bytes, room);
+        return fmt::format(
+            "There is not enough space to restore into: {} bytes are needed, {} are available.",
+            bytes, room);
     }
 
     /// Restores contents from one run, and compares them.
@@ -444,7 +443,7 @@ private:
             end(failure->end, "The self-test could not be done: " + failure->sentence);
         else if (sum.differing > 0)
             end(ReadEnd::someFailed,
-                fmt::format("The self-test found {} on this machine to be other than stored.",
+                fmt::format("The self-test found {} on this machine to differ from what is stored.",
                             files(sum.differing)));
         else if (sum.untested > 0)
             end(ReadEnd::someFailed,

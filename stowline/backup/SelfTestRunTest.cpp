@@ -324,7 +324,8 @@ TEST_F(SelfTestRun, ComparesWithTheLiveFileWhereNothingShowsThatItChanged)
     const auto sum = test();
     EXPECT_EQ(listener.text, "differs rotten 1\n");
     EXPECT_EQ(sum.end, ReadEnd::someFailed);
-    EXPECT_EQ(sum.sentence, "The self-test found 1 file on this machine to be other than stored.");
+    EXPECT_EQ(sum.sentence,
+              "The self-test found 1 file on this machine to differ from what is stored.");
     EXPECT_EQ(sum.tested, 3U);
     EXPECT_EQ(sum.compared, 2U);
     EXPECT_EQ(sum.differing, 1U);
@@ -701,7 +702,7 @@ void withoutRoom(const fs::path& small, const fs::path& large, const fs::path& w
     std::string fault;
     auto folder = TestFolder::take(state, {small}, fault);
     const bool isRefused = folder && folder->room() == 0 && folder->make(1, fault).empty() &&
-                           fault.starts_with("There is no room to restore into: 1 bytes");
+                           fault.starts_with("There is not enough space to restore into: 1 bytes");
     folder.reset();
     const auto roomIn = [&](const fs::path& place) {
         auto one = TestFolder::take(state, {place}, fault);

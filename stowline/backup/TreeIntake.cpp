@@ -273,11 +273,10 @@ void TreeIntake::excluded(const std::string& path, ItemKind kind, const Exclusio
 void TreeIntake::tellFileSystems()
 {
     if (pseudo_.count() > 0)
-        accounts_.note("Left out, for what is there shows the state of the system and is not "
-                       "stored anywhere: " +
+        accounts_.note("Left out, because what is there only shows the state of the system: " +
                        pseudo_.text() + ". What is named is backed up all the same.");
     if (mounts_.count() > 0)
-        accounts_.note("Left out, for other file systems are mounted there: " + mounts_.text() +
+        accounts_.note("Left out, because other file systems are mounted there: " + mounts_.text() +
                        ".");
 }
 
@@ -290,7 +289,7 @@ void TreeIntake::failed(const WalkFailure& failure)
         metAnything_ = true;
     (void)meet(failure.path);
     accounts_.found();
-    std::string cause = "There is nothing at " + failure.path + ".";
+    std::string cause = "Nothing was found at " + failure.path + ".";
     if (!isMissing)
         cause =
             fmt::format("{} {} cannot be looked at: {}.",

@@ -120,8 +120,8 @@ TEST(WhatIsRead, TellsOfFilesThatChangedWhileTheyWereStored)
     stored.machine.write("tree/a", "one");
     stored.machine.write("tree/b", "two");
     ASSERT_EQ(stored.run(), 1U);
-    const std::string told = "1 file of run 1 changed while it was read: what is stored of it is "
-                             "not one state of it: " +
+    const std::string told = "1 file of run 1 changed while it was read: what is stored of it "
+                             "may mix several states of it: " +
                              (stored.folder() / "b").string() + ".";
     const auto isToldIn = [&told](const RunOrigin& origin) {
         return std::ranges::count(origin.notes, told) == 1;

@@ -125,8 +125,7 @@ Result resultOfHelper(const Operation& operation, const WebServiceCallRequest& r
 {
     const auto encoded = encodedRequest(request.dictionary());
     if (!encoded)
-        return failure("The request cannot be put into bytes.", FailureKind::unsendableValue,
-                       false);
+        return failure("The request cannot be encoded.", FailureKind::unsendableValue, false);
     const auto answer = runHelper(operation, *encoded);
     if (!answer)
         return failure(helperProgram().string() + " cannot be started. " +

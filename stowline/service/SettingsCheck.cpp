@@ -49,7 +49,7 @@ public:
         if (!reading.value)
             return {{lineIn(reading.fault), "", reading.fault + "."}};
         for (const std::string& path : source_.repeatedKeys)
-            add(path, "The key stands twice in its dictionary; remove one.");
+            add(path, "The key is there twice in its dictionary; remove one.");
         if (const Dictionary* root = reading.value->dictionary())
             checkRoot(*root);
         else
@@ -125,7 +125,7 @@ private:
         if (hasTicket && !hasPart)
             add("WebRequests", "The web request " + quoted(kPartRequest) +
                                    " is missing, without which the tickets of " +
-                                   quoted(kTicketMethod) + " are good for nothing; add its entry.");
+                                   quoted(kTicketMethod) + " are useless; add its entry.");
         if (hasPart && !hasTicket)
             add("WebServices", "The web method " + quoted(kTicketMethod) +
                                    " is missing, whose tickets " + quoted(kPartRequest) +
@@ -390,7 +390,7 @@ private:
                     quoted(*name) + " is not a valid name for a " + std::string(what) + ".");
             if (std::find(names.begin(), names.end(), *name) != names.end())
                 add(joined(itemPath, methodKey::name),
-                    "The name " + quoted(*name) + " stands twice; the later one counts.");
+                    "The name " + quoted(*name) + " appears twice; the later one counts.");
             names.push_back(*name);
         }
     }

@@ -214,7 +214,7 @@ TEST(SettingsCheck, TellsMisspeltMissingAndRepeatedKeys)
                              "<key>URL</key><string>x</string>"
                              "<key>httpHeaders</key>",
                              "WebServices"))
-                  .find("WebServices.Authenticate.URL: The key stands twice"),
+                  .find("WebServices.Authenticate.URL: The key is there twice"),
               std::string::npos);
 }
 
@@ -230,7 +230,7 @@ TEST(SettingsCheck, TellsBadHeaderAndParameterNames)
                   .find("soapParams[0].name: \"user name\" is not a valid name for a parameter."),
               std::string::npos);
     EXPECT_NE(report(changed("<string>password</string>", "<string>userName</string>"))
-                  .find("soapParams[1].name: The name \"userName\" stands twice"),
+                  .find("soapParams[1].name: The name \"userName\" appears twice"),
               std::string::npos);
 }
 

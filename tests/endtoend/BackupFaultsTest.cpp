@@ -61,7 +61,7 @@ TEST(BackupFaults, AServiceThatNeverTakesAPartIsARefusal)
     account.write({{"a", "1"}, {"empty", ""}});
     const auto result = account.backup();
     EXPECT_EQ(result.status, 6);
-    EXPECT_NE(result.errors.find("the service does not take it. Is there room for it?"),
+    EXPECT_NE(result.errors.find("the service does not take it. Is the account full?"),
               std::string::npos)
         << result.errors;
     EXPECT_EQ(account.stored(), Files());

@@ -282,7 +282,7 @@ TEST(BackupTells, AnEmptyValueIsAWrongCommandLine)
                                {"checksum", ""}}) {
         const auto result = stowline(words);
         EXPECT_EQ(result.status, 2) << words.front() << result.errors;
-        EXPECT_TRUE(says(result, "The value is empty. Please give one, or leave the word out."))
+        EXPECT_TRUE(says(result, "The value is empty. Please give one, or leave the option out."))
             << result.errors;
     }
 }

@@ -277,7 +277,7 @@ TEST(Backup, MissingAndUnreadableThingsEndInTheirStatus)
     account.write({{"a", "1"}});
     const auto missing = account.run({"backup", "/nowhere/at/all", "--json"});
     EXPECT_EQ(missing.status, 4);
-    EXPECT_NE(missing.errors.find("There is nothing at /nowhere/at/all."), std::string::npos);
+    EXPECT_NE(missing.errors.find("Nothing was found at /nowhere/at/all."), std::string::npos);
     const auto some = account.run({"backup", "/nowhere", account.folder.path().string(), "--json"});
     EXPECT_EQ(some.status, 3);
     EXPECT_EQ(field(some, "stored"), 1);
@@ -416,7 +416,7 @@ TEST(Samples, BackupBacksUpAFolderAndSaysWhatFailed)
     EXPECT_NE(first.output.find("found 4, stored 2, unchanged 0, failed 0."), std::string::npos);
     const auto second = sample(folder + "/no such");
     EXPECT_EQ(second.status, 1);
-    EXPECT_EQ(second.errors, "There is nothing at " + folder + "/no such.\n");
+    EXPECT_EQ(second.errors, "Nothing was found at " + folder + "/no such.\n");
 }
 
 } // namespace

@@ -64,7 +64,7 @@ TEST(Browse, ListsAFileThatIsNamedAndKnowsWhatIsNotThere)
     EXPECT_EQ(account.run({"ls", "/", "--system", "iMac"}).status, 0);
     const auto machine = account.run({"ls", "/", "--system", "none"});
     EXPECT_EQ(machine.status, 4);
-    EXPECT_NE(machine.errors.find("The service knows no machine none of this account."),
+    EXPECT_NE(machine.errors.find("The service knows no machine none in this account."),
               std::string::npos)
         << machine.errors;
 }

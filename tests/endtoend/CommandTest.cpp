@@ -256,7 +256,7 @@ TEST_F(CommandWithService, DoctorLooksAtTheAccountAndTheLastRun)
     const auto overdue = stowline_(Words{"doctor", "--alert-after", "3"}, ann);
     EXPECT_EQ(overdue.status, 9);
     EXPECT_NE(overdue.output.find("ok    account"), std::string::npos) << overdue.output;
-    EXPECT_NE(overdue.output.find("FAULT last-run      no run with nothing failed is known"),
+    EXPECT_NE(overdue.output.find("FAULT last-run      no run without failures is known"),
               std::string::npos)
         << overdue.output;
     const test::TemporaryFolder folder;

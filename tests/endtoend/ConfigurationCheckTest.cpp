@@ -127,7 +127,7 @@ TEST_F(ConfigCheck, NamesTheFaultsOfProfiles)
               "8:1: \"jobs\": Value 100 not in range 1 to 64.\n"
               "9:12: [profile.a.backup] is neither a command nor a profile. A profile is "
               "[profile.NAME], and holds options of \"stowline backup\" itself.\n"
-              "11:1: \"paths\" names nothing.\n"
+              "11:1: \"paths\" is empty.\n"
               "13:1: \"password-file\" and \"password-command\" exclude each other. Please keep "
               "one of them.\n");
 }

@@ -101,9 +101,10 @@ TEST_F(ConfiguredCommand, AFileThatCannotBeReadIsTold)
     fs::create_directories(file);
     const auto result = stowline_(Words{"checksum", "-"});
     EXPECT_EQ(result.status, 2);
-    EXPECT_EQ(result.errors, "stowline: The configuration file " + file.string() +
-                                 " cannot be read. Please check what it is, its owner and its "
-                                 "mode.\n");
+    EXPECT_EQ(
+        result.errors,
+        "stowline: The configuration file " + file.string() +
+            " cannot be read. Please check that it is a file, and check its owner and mode.\n");
     fs::remove(file);
     EXPECT_EQ(stowline_(Words{"checksum", "-"}).status, 0);
     EXPECT_EQ(stowline_(Words{"--config", file.string(), "checksum", "-"}).status, 2);

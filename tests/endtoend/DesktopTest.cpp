@@ -48,14 +48,14 @@ TEST_F(Desktop, IsToldWhatIsOverdue)
     const auto notices = test::notificationService(*bus_);
     EXPECT_EQ(run({"doctor", "--alert-after", "3"}).status, 9);
     ASSERT_EQ(notices->calls().size(), 1U);
-    EXPECT_NE(notices->calls()[0].find("'No good backup for too long', 'no run with nothing failed "
-                                       "is known on this machine; there should be one within 3 "
+    EXPECT_NE(notices->calls()[0].find("'No good backup for too long', 'no run without failures is "
+                                       "known on this machine; there should be one within 3 "
                                        "days'"),
               std::string::npos)
         << notices->calls()[0];
     EXPECT_EQ(run(backup({"--alert-after", "3", "/nonexistent"})).status, 3);
     ASSERT_EQ(notices->calls().size(), 2U);
-    EXPECT_NE(notices->calls()[1].find("'No run of these paths with nothing failed is known"),
+    EXPECT_NE(notices->calls()[1].find("'No run of these paths without failures is known"),
               std::string::npos)
         << notices->calls()[1];
     EXPECT_EQ(run(backup({"--alert-after", "3", "--before", "/bin/false"})).status, 1);

@@ -228,9 +228,9 @@ TEST(Forget, UndeletingBringsRunsBack)
     const auto result = account.run(forgetting({"--keep-last", "2"}));
     EXPECT_EQ(result.status, 0) << result.errors;
     EXPECT_GT(field(result, "deleted_versions"), 0);
-    EXPECT_NE(result.errors.find("\"stowline undelete\" brings it back; its space is given back "
-                                 "after that"),
-              std::string::npos)
+    EXPECT_NE(
+        result.errors.find("\"stowline undelete\" brings it back; its space is freed after that"),
+        std::string::npos)
         << result.errors;
     account.expectAllWhole({5, 6});
     // A part alone brings no run back: the next forgetting deletes it again.
@@ -596,8 +596,9 @@ TEST(Forget, ABackupWhoseFoundationIsForgottenMeanwhileHasNoRecord)
     putNote(account, "00000002-forgotten");
     const auto result = backup.wait();
     EXPECT_EQ(result.status, 3) << result.errors;
-    EXPECT_NE(result.errors.find("Run 2, which this one builds on, was forgotten meanwhile."),
-              std::string::npos)
+    EXPECT_NE(
+        result.errors.find("Run 2, which this one builds on, has been forgotten since it began."),
+        std::string::npos)
         << result.errors;
     EXPECT_FALSE(account.records().contains("00000003-finished"));
     // The next one begins with what is kept.

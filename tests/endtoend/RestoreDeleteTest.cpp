@@ -149,13 +149,14 @@ TEST_F(RestoreDelete, AsksOnATerminalOnceAllIsPutBack)
     restoreAndAdd({"c/new", "c/newer"});
     fs::remove(target_.path() / "c/a");
     const auto run = account_.command.run(words({}), account_.environment());
-    const std::string question = "All is put back. Delete 2 items from " + target_.path().string() +
-                                 " that were not in the run (" +
+    const std::string question = "Everything is put back. Delete 2 items from " +
+                                 target_.path().string() + " that were not in the run (" +
                                  (target_.path() / "c/new").string() + ", " +
                                  (target_.path() / "c/newer").string() + ")? [y/N] ";
     const auto refused = test::talkOnTerminal(run, question, "n\n");
     EXPECT_EQ(refused.status, 1) << refused.screen;
-    EXPECT_NE(refused.screen.find("All is put back, but nothing was deleted."), std::string::npos)
+    EXPECT_NE(refused.screen.find("Everything is put back, but nothing was deleted."),
+              std::string::npos)
         << refused.screen;
     EXPECT_TRUE(stands("c/a"));
     EXPECT_TRUE(stands("c/new"));

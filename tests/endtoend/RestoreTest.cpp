@@ -118,7 +118,7 @@ TEST(Cat, OfALinkThatLeadsNowhereSaysThatTheLinkIsThere)
     EXPECT_EQ(errorsOf("out"), told +
                                    "out is a link in run 1. What it leads to, /no/such/place, is "
                                    "not in that run.\n");
-    EXPECT_EQ(errorsOf("circle"), told + "circle leads through links in a circle in run 1.\n");
+    EXPECT_EQ(errorsOf("circle"), told + "circle leads through a circle of links in run 1.\n");
     EXPECT_EQ(errorsOf("through/a"),
               told + "through/a leads to " + top + "gone/a, which is not in run 1.\n");
     EXPECT_EQ(errorsOf("nothing"), told + "nothing was not found in run 1.\n");

@@ -166,7 +166,8 @@ TEST_F(SelfTest, ThatIsTooLongAgoIsAFaultForMonitoring)
     EXPECT_TRUE(platform::writeFileAtomically(state() / "last-proof", "2020-01-01T00:00:00Z\n"));
     const auto late = doctor("36h");
     EXPECT_EQ(late.status, 9) << late.output;
-    EXPECT_NE(late.output.find("last self-test in which all was well: "), std::string::npos);
+    EXPECT_NE(late.output.find("last self-test that found everything in order: "),
+              std::string::npos);
     EXPECT_EQ(tested({"--dry-run"}).status, 0);
     EXPECT_EQ(doctor("36h").status, 9) << "a dry run proves nothing";
     damage("a");
@@ -236,7 +237,7 @@ TEST_F(SelfTest, ThatIsTooLongAgoIsToldByBackupReportEventAndRuns)
     EXPECT_EQ(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
     const auto late = backup({});
     EXPECT_EQ(late.status, 9);
-    const std::string words = "Last self-test in which all was well: ";
+    const std::string words = "Last self-test that found everything in order: ";
     EXPECT_NE(late.errors.find(words), std::string::npos) << late.errors;
     EXPECT_NE(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
     const fs::path saved = account_.command.home().path() / "report.html";
@@ -259,7 +260,7 @@ TEST_F(SelfTest, IsNotAskedForWhereOnlyAGoodRunIsTooLongAgo)
     const auto failing = account_.run({"backup", "--system", "iMac", "--alert-after", "2d",
                                        "/nonexistent/at-all", account_.folder.path()});
     EXPECT_EQ(failing.status, 3);
-    EXPECT_NE(failing.errors.find("No run of these paths with nothing failed is known"),
+    EXPECT_NE(failing.errors.find("No run of these paths without failures is known"),
               std::string::npos)
         << failing.errors;
     EXPECT_EQ(account_.run({"runs", "--machine", "iMac", "--alert-after", "2d"}).status, 9);
@@ -289,14 +290,16 @@ TEST_F(SelfTest, IsInTheReportAndTheEvent)
     EXPECT_EQ(reported().status, 7);
     ASSERT_EQ(account_.run({"email", "--save", saved}).status, 0);
     html = platform::readFile(saved).value();
-    EXPECT_NE(html.find("The self-test found 1 file not to be as stored."), std::string::npos)
+    EXPECT_NE(html.find("The self-test found 1 file to differ from what was stored."),
+              std::string::npos)
         << html;
     EXPECT_NE(html.find((account_.folder.path() / "b").string()), std::string::npos);
     EXPECT_EQ(html.find("class=\"good\""), std::string::npos);
     std::string subjects;
     for (const auto& mail : fs::directory_iterator(account_.server.data() / "mail"))
         subjects += platform::readFile(mail.path()).value_or("");
-    EXPECT_NE(subjects.find(": the self-test found 1 file not to be as stored"), std::string::npos)
+    EXPECT_NE(subjects.find(": the self-test found 1 file to differ from what was stored"),
+              std::string::npos)
         << subjects;
     EXPECT_NE(account_.statusPage().find("BackupEndedWithErrors"), std::string::npos);
     EXPECT_NE(account_.statusPage().find("not well: 1 lost or different"), std::string::npos);

@@ -37,9 +37,10 @@ TEST(Undelete, AfterEverythingWasRemovedRunsAndRestoreWorkAgain)
     ASSERT_EQ(account.backup().status, 0);
     const auto removed = account.run(removal("/"));
     ASSERT_EQ(removed.status, 0) << removed.errors;
-    EXPECT_NE(removed.errors.find("For 7 days \"stowline undelete\" brings it back; its space is "
-                                  "given back after that."),
-              std::string::npos)
+    EXPECT_NE(
+        removed.errors.find(
+            "For 7 days \"stowline undelete\" brings it back; its space is freed after that."),
+        std::string::npos)
         << removed.errors;
     EXPECT_EQ(account.stored(), Files{});
     EXPECT_TRUE(says(removed, "The records of its runs are deleted too.")) << removed.errors;

@@ -174,7 +174,7 @@ std::string KeySlots::add(const MasterKey& key, SecretKind kind,
         throw KeyFault(Kind::notPossible, *reason);
     if (!isSlotLabel(label))
         throw KeyFault(Kind::notPossible,
-                       "The slot's label is too long, or no text that can be shown.");
+                       "The slot's label is too long, or is not text that can be shown.");
     requireAllowed(cost, slots_, kind);
     const std::string random = platform::randomText(kSlotIdentifierSize);
     KeySlot slot{.identifier = platform::hexadecimalText(Data(random.begin(), random.end())),
@@ -264,7 +264,7 @@ std::optional<std::string> weaknessOf(std::string_view passphrase)
 {
     const auto composed = platform::composedPassphrase(passphrase);
     if (!composed)
-        return "The passphrase is not UTF-8: with another locale it would be another one.";
+        return "The passphrase is not UTF-8: in another locale it would be a different one.";
     if (platform::characterCount(composed->view()) < kLeastPassphraseCharacters)
         return "The passphrase is too short: it needs 12 characters, and several words are better.";
     if (platform::differentCharacters(composed->view()) < kLeastDifferentCharacters)

@@ -36,7 +36,7 @@ struct StoredItem {
     /// before it is unsettled: the item is read again.
     Timestamp readBegan;
     bool isStale = false;          ///< carried forward: this run could not look at it
-    bool changedWhileRead = false; ///< stored, but not one state of the file
+    bool changedWhileRead = false; ///< stored, but mixing several states of the file
 
     bool operator==(const StoredItem&) const = default;
 };

@@ -242,8 +242,8 @@ fs::path TestFolder::make(std::uint64_t bytes, std::string& fault)
                                 reason);
     }
     if (fault.empty())
-        fault = fmt::format("There is no room to restore into: {} bytes are needed in {}.", bytes,
-                            places_.front().string());
+        fault = fmt::format("There is not enough space to restore into: {} bytes are needed in {}.",
+                            bytes, places_.front().string());
     return {};
 }
 

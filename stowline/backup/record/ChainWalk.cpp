@@ -43,7 +43,7 @@ std::optional<ChainFinding> gapBefore(std::uint64_t at, const RecordLink& before
                                       const ChainView& chain)
 {
     if (before.run < run || before.run >= at)
-        return unproven(fmt::format("no later run builds on it, run {} least of all", at));
+        return unproven(fmt::format("no later run builds on it, not even run {}", at));
     if (before.digest.empty())
         return unproven(
             fmt::format("run {} could not read the record of run {} before it", at, before.run));
@@ -64,7 +64,7 @@ ChainFinding walkBackTo(std::uint64_t run, const ChainView& chain)
         return {RecordTrust::seen, {}};
     }
     if (!chain.isThere(run))
-        return unproven("it did not come to its end, and later runs name only such as did");
+        return unproven("it was not finished, and later runs name only finished ones");
     RecordLink at{chain.newest, {}};
     std::string whoKnows;
     for (const auto& [later, digest] : chain.known) {

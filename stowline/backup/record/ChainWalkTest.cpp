@@ -122,7 +122,7 @@ TEST_F(ChainWalk, ProvesNoRunThatNobodyBuildsOn)
     expectUnproven(4, "no later run builds on it");
     EXPECT_EQ(walk(3).trust, RecordTrust::linked);
     links_.erase(6); // unfinished
-    expectUnproven(6, "did not come to its end");
+    expectUnproven(6, "was not finished");
 }
 
 TEST_F(ChainWalk, EndsWithAChainThatGoesRound)

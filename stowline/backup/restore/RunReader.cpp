@@ -105,8 +105,8 @@ std::string changedSentence(std::uint64_t run, const ItemIndex& items)
     const std::uint64_t count = paths.count();
     if (count == 0)
         return {};
-    return fmt::format("{} of run {} changed while {} read: what is stored of {} is not one state "
-                       "of {}: {}.",
+    return fmt::format("{} of run {} changed while {} read: what is stored of {} may mix several "
+                       "states of {}: {}.",
                        platform::countText(count, "file", "files"), run,
                        count == 1 ? "it was" : "they were", count == 1 ? "it" : "each",
                        count == 1 ? "it" : "them", paths.text());
@@ -288,7 +288,7 @@ std::uint64_t RunReader::newestBegunBy(RecordChain& chain,
     if (before != finished.rend() && begun(*chosen) < begun(*before))
         origin_.notes.push_back(
             fmt::format("Run {0} came after run {1}, but says that it began before it: the clock "
-                        "of the machine was wrong in one of them. If another run than {0} is "
+                        "of the machine was wrong during one of them. If another run than {0} is "
                         "meant, please name it by its number.",
                         *chosen, *before));
     return *chosen;
@@ -337,9 +337,9 @@ RecordTrust RunReader::trustIn(RecordChain& chain, std::uint64_t run)
 {
     const ChainFinding finding = chain.trustOf(run);
     if (finding.trust == RecordTrust::unproven)
-        origin_.notes.push_back(fmt::format("That the record of run {} is the one that was stored "
-                                            "cannot be proven: {}.",
-                                            run, finding.why));
+        origin_.notes.push_back(fmt::format(
+            "It cannot be proven that the record of run {} is the one that was stored: {}.", run,
+            finding.why));
     return finding.trust;
 }
 

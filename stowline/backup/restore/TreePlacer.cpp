@@ -656,7 +656,7 @@ void TreePlacer::finishFolder(const std::string& path)
         return tell({.path = path, .kind = ItemKind::folder, .faults = {anothersSentence(path)}});
     const auto held = folder ? folder->item("", error) : std::nullopt;
     if (!held || !stored)
-        return fail(stored ? stored->item : ItemRecord{.path = path}, "it is there no more",
+        return fail(stored ? stored->item : ItemRecord{.path = path}, "it is no longer there",
                     held ? 0 : error);
     {
         const std::lock_guard lock(mutex_);

@@ -35,8 +35,9 @@ FetchFailure failureOf(const StepFailure& step)
     case StepEnd::temporary:
         return {Kind::temporary, step.reason};
     case StepEnd::refused:
-        return {Kind::refused,
-                step.reason.empty() ? "The service gives out no content." : step.reason};
+        return {Kind::refused, step.reason.empty()
+                                   ? "The service gives out no content at the moment."
+                                   : step.reason};
     case StepEnd::failed:
         break;
     }
@@ -109,10 +110,10 @@ bool ContentSource::fetchOnce(const Wanted& wanted, Part& part, int& spoiled,
         return true;
     case FilePartOutcome::ticketRefused:
         tickets_.drop(*ticket);
-        error = passing("The service does not take its own ticket");
+        error = passing("The service does not accept its own ticket");
         if (++spoiled < kSpoiledTaken)
             return false;
-        part.failure = {Kind::refused, "The service does not take its own tickets."};
+        part.failure = {Kind::refused, "The service does not accept its own tickets."};
         return true;
     case FilePartOutcome::garbled:
         error = passing("What the service sends does not fit its checksum");

@@ -148,7 +148,7 @@ TEST(ContentSource, AServiceThatTakesNoneOfItsTicketsIsToldSo)
     const auto failure = read(service, content);
     ASSERT_TRUE(failure);
     EXPECT_EQ(failure->kind, FetchFailure::Kind::refused);
-    EXPECT_EQ(failure->reason, "The service does not take its own tickets.");
+    EXPECT_EQ(failure->reason, "The service does not accept its own tickets.");
     EXPECT_EQ(content, "");
 }
 

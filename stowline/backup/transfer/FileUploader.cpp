@@ -394,7 +394,7 @@ FileUploader::Failure FileUploader::sendPart(std::string_view bytes)
         answer = answerToPart(bytes, identifier, error);
         return isAboutThisFile(answer, error);
     }),
-                             "the service does not take it. Is there room for it?");
+                             "the service does not take it. Is the account full?");
     if (!failure)
         return takeAnswer(*answer);
     STOWLINE_LOG_ERROR("%@", WebServiceBroker::formatUploadErrorFromResponseDictionary(

@@ -81,7 +81,7 @@ struct UploadOutcome {
     platform::FileState state; ///< of the file when its reading began
     Timestamp readBegan;
     bool wasResumed = false;
-    bool changedWhileRead = false; ///< it is not one state of the file
+    bool changedWhileRead = false; ///< it mixes several states of the file
 };
 
 /// Uploads one file. One thread; many may run side by side. Throws std::bad_alloc alone.

@@ -47,13 +47,13 @@ std::string differenceOf(const StoredVersion& stored, const Dictionary& word)
     const StoredContent& content = stored.content;
     if (!isOrUntold(platform::findText(word, "StoredSize"), content.storedSize) ||
         !isOrUntold(platform::findText(word, "Size"), stored.size))
-        return "the service holds another size of it";
+        return "the service has a different size for it";
     if (!isOrUntold(platform::findText(word, "Checksum"), content.checksum, 16))
-        return "the service holds another checksum of it";
+        return "the service has a different checksum for it";
     const std::string digest = platform::findText(word, "Digest");
     const bool tellsDigest = !digest.empty() && content.kind == "plain";
     if (tellsDigest && digest != content.digest)
-        return "the service holds another digest of it";
+        return "the service has a different digest for it";
     // A name of a hard link may have the content that was sent under another one.
     if (!tellsDigest && !isAtItsPlace(stored, word))
         return "the service holds another file under the number of its version";
