@@ -50,15 +50,17 @@ CommandEnd run(const std::string& command, const std::vector<std::string>& varia
 void BackupHooks::declare(const Command& command)
 {
     command
-        .addOption("--before", before_,
-                   "Run this command (no shell) before the backup; if it fails, the backup does not "
-                   "begin. A dry run runs neither this nor --after")
+        .addOption(
+            "--before", before_,
+            "Run this command (no shell) before the backup; if it fails, the backup does not "
+            "begin. A dry run runs neither this nor --after")
         .accepts(platform::faultInCommand);
     command
-        .addOption("--after", after_,
-                   "Run this command (no shell) after the backup, also after one that failed; "
-                   "STOWLINE_EXIT_STATUS in its environment holds the backup's status. When the command "
-                   "fails the backup ends with status 3")
+        .addOption(
+            "--after", after_,
+            "Run this command (no shell) after the backup, also after one that failed; "
+            "STOWLINE_EXIT_STATUS in its environment holds the backup's status. When the command "
+            "fails the backup ends with status 3")
         .accepts(platform::faultInCommand);
     command
         .addOption("--hook-time", seconds_,

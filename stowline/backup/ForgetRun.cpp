@@ -297,7 +297,9 @@ private:
             return;
         GivenUpRuns words(request_.stateFolder, request_.account);
         for (const OpenRun& run : runs) {
-            words.add(run);
+            if (!words.add(run))
+                throw RunFault(BackupEnd::stateFolder, "The file " + words.file().string() +
+                                                           " cannot be written. Is the disk full?");
             ++summary_.givenUp;
         }
     }

@@ -269,7 +269,7 @@ TEST(Email, HasATextPartOrIsText)
     ASSERT_EQ(account.run({"email", "--save", folder / "report.txt"}).status, 0);
     const std::string text = platform::readFile(folder / "report.txt").value_or("");
     EXPECT_NE(
-        text.find("\n1 item could not be backed up.\n- There is nothing at /nonexistent/<x>.\n"),
+        text.find("\n1 item could not be backed up.\n- Nothing was found at /nonexistent/<x>.\n"),
         std::string::npos)
         << text;
     ASSERT_EQ(account.run({"email", "ann@b.c", "--save", folder / "report.eml"}).status, 0);

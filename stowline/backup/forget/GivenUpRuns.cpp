@@ -1,6 +1,5 @@
 #include "stowline/backup/forget/GivenUpRuns.h"
 
-#include "stowline/backup/RunFault.h"
 #include "stowline/backup/record/StateFolder.h"
 #include "stowline/platform/files/Files.h"
 
@@ -43,7 +42,7 @@ bool GivenUpRuns::contains(const OpenRun& run) const
     return run.lastSign && words_.contains(wordOf(run));
 }
 
-void GivenUpRuns::add(const OpenRun& run)
+bool GivenUpRuns::add(const OpenRun& run)
 {
     words_.insert(wordOf(run));
     std::string text;
@@ -51,9 +50,7 @@ void GivenUpRuns::add(const OpenRun& run)
         for (const std::string* part : {&service, &username, &system, &name, &sign})
             text += *part + '\0';
     }
-    if (!platform::writeFileAtomically(file_, text))
-        throw RunFault(BackupEnd::stateFolder,
-                       "The file " + file_.string() + " cannot be written. Is the disk full?");
+    return platform::writeFileAtomically(file_, text);
 }
 
 } // namespace stowline::backup

@@ -18,8 +18,9 @@ public:
     GivenUpRuns(const std::filesystem::path& stateFolder, const Account& account);
 
     [[nodiscard]] bool contains(const OpenRun& run) const;
-    /// Durably. Throws RunFault.
-    void add(const OpenRun& run);
+    /// @return whether it is on the disk
+    [[nodiscard]] bool add(const OpenRun& run);
+    [[nodiscard]] const std::filesystem::path& file() const { return file_; }
 
 private:
     /// Service, account, machine name, "CHAIN/RUN", moment of the last sign.
