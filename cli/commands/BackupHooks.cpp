@@ -14,27 +14,27 @@ namespace {
 
 using platform::CommandEnd;
 
-/// What to say of a command that did not succeed.
+/// What to say of a command that did not succeed, as the end of a sentence.
 std::string sentenceFor(const CommandEnd& end, const std::string& command, double seconds)
 {
     switch (end.kind) {
     case CommandEnd::Kind::malformed:
-        return "is none: " + platform::faultInCommand(command);
+        return "is none: " + platform::faultInCommand(command) + ".";
     case CommandEnd::Kind::notStarted:
-        return fmt::format("cannot be run ({}): {}", platform::systemErrorText(end.number),
+        return fmt::format("cannot be run: {} ({}).", platform::systemErrorText(end.number),
                            command);
     case CommandEnd::Kind::bySignal:
-        return fmt::format("was ended by signal {}: {}", end.number, command);
+        return fmt::format("was ended by signal {} ({}).", end.number, command);
     case CommandEnd::Kind::timeOver:
-        return fmt::format("took longer than {} second{} (--hook-time) and was ended: {}", seconds,
-                           seconds == 1 ? "" : "s", command);
+        return fmt::format("took longer than {} second{} (--hook-time) and was ended ({}).",
+                           seconds, seconds == 1 ? "" : "s", command);
     case CommandEnd::Kind::stopped:
-        return "was interrupted: " + command;
+        return "was interrupted (" + command + ").";
     case CommandEnd::Kind::failed:
     case CommandEnd::Kind::success:
         break;
     }
-    return fmt::format("failed with status {}: {}", end.number, command);
+    return fmt::format("failed with status {} ({}).", end.number, command);
 }
 
 CommandEnd run(const std::string& command, const std::vector<std::string>& variables,

@@ -275,8 +275,9 @@ std::vector<Finding> examine(const DoctorOptions& options)
     for (const std::string& address : serviceAddresses(server)) {
         findings.push_back(lookAtAddress(address));
         const bool isReached = findings.back().isWell;
-        if (auto clock = isReached ? lookAtClock(address) : std::nullopt)
-            findings.push_back(std::move(*clock));
+        if (isReached)
+            findings.push_back(lookAtClock(address).value_or(
+                Finding{"clock", true, "not known: " + address + " does not tell its time"}));
         const auto request = lettered.find(address);
         if (!isReached || request == lettered.end())
             continue;

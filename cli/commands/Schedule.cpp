@@ -217,6 +217,13 @@ ExitStatus install(const Options& options, const Surroundings& around)
     output().note(fmt::format(
         "Backups run daily at {}. \"stowline schedule status\" shows the next and the last run.",
         options.daily));
+    for (const std::string& path : options.paths) {
+        std::error_code unknown;
+        if (fs::symlink_status(path, unknown).type() == fs::file_type::not_found)
+            output().note(fmt::format("There is nothing at {} now. A run that finds nothing at a "
+                                      "path fails, and says so.",
+                                      wholePath(path)));
+    }
     output().note("They run while you are logged in; \"loginctl enable-linger\" lets them run when "
                   "you are not.");
     if (options.notMetered && platform::lineCost() == platform::LineCost::unknown)

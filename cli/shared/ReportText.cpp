@@ -90,9 +90,9 @@ std::string reportText(const RunFigures& figures)
     std::string text = fmt::format("{}: backup report of {}\n\nHello {},\nthis is what the backup "
                                    "of {} on {} came to.\n\n{}\n",
                                    General::productName().value_or("Stowline"),
-                                   dates.stringFromDate(platform::currentDate()),
-                                   lineOf(figures.username), lineOf(figures.subject()),
-                                   dates.stringFromDate(figures.begun), outcomeText(figures));
+                                   dates.stringFromDate(figures.begun), lineOf(figures.username),
+                                   lineOf(figures.subject()), dates.stringFromDate(figures.begun),
+                                   outcomeText(figures));
     text += fmt::format("Files backed up: {}\nNot changed since the last backup: {}\n"
                         "Could not be backed up: {}\nFiles looked at: {}\nData sent: {}\n",
                         figures.backedUp, figures.notChanged, figures.failed, figures.processed(),

@@ -68,6 +68,9 @@ TEST(ReportSubject, NamesTheMomentOfTheRunWheneverItIsSent)
     figures.begun = Date(std::chrono::hours(24 * 365));
     const std::string date = General::emailReportDateFormatter().stringFromDate(figures.begun);
     EXPECT_TRUE(holds(reportSubject(figures), date)) << reportSubject(figures);
+    EXPECT_TRUE(holds(reportText(figures), "report of " + date)) << reportText(figures);
+    bundle.folder().write("Resources/backupReportEmailTemplate.html", "<p>||date||</p>");
+    EXPECT_TRUE(holds(reportHtml(figures).value_or(""), "<p>" + date + "</p>"));
 }
 
 TEST(ReportMessage, HasTheTextAndTheHtml)

@@ -223,9 +223,9 @@ std::string reportSubject(const RunFigures& figures)
 std::optional<std::string> reportHtml(const RunFigures& figures)
 {
     auto html = General::createEmailReportHTMLBodyWithAppName(
-        escaped(appName()), platform::currentDate(), escaped(figures.username),
-        escaped(figures.subject()), figures.begun, figures.notChanged, figures.backedUp,
-        figures.failed, figures.processed(), figures.backedUpBytes);
+        escaped(appName()), figures.begun, escaped(figures.username), escaped(figures.subject()),
+        figures.begun, figures.notChanged, figures.backedUp, figures.failed, figures.processed(),
+        figures.backedUpBytes);
     return html ? std::optional(withOutcome(std::move(*html), figures)) : std::nullopt;
 }
 

@@ -49,7 +49,7 @@ TEST_F(BackupHooks, AFailureOfTheFirstEndsTheRunBeforeItBegins)
         account_.backup({"--before", program("before", "exit 4"), "--after", program("after", "")});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.errors.find("Nothing was backed up: the command of --before failed with "
-                                 "status 4: "),
+                                 "status 4 ("),
               std::string::npos)
         << result.errors;
     EXPECT_EQ(noted(), "before \nafter 1\n");
@@ -70,7 +70,7 @@ TEST_F(BackupHooks, AFailureOfTheSecondIsOneOfTheRun)
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(test::field(result, "message")
                   .get<std::string>()
-                  .find("The command of --after failed with status 5: "),
+                  .find("The command of --after failed with status 5 ("),
               std::string::npos);
     EXPECT_EQ(account_.stored(), (test::Files{{"a", "1"}}));
 }

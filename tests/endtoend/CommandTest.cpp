@@ -237,11 +237,11 @@ TEST_F(CommandWithService, DoctorFindsEverythingWell)
 {
     const auto result = stowline_(Words{"doctor"});
     EXPECT_EQ(result.status, 0) << result.output << result.errors;
-    for (const char* subject : {"bundle", "settings", "helper", "network", "http", "proxy",
+    for (const char* subject : {"bundle", "settings", "helper", "network", "http", "clock", "proxy",
                                 "configuration", "state", "disk", "schedule", "last-run"})
         EXPECT_NE(result.output.find("ok    " + std::string(subject)), std::string::npos);
     const auto lines = jsonLines(stowline_(Words{"--json", "doctor"}).output);
-    EXPECT_EQ(lines.size(), 12U);
+    EXPECT_EQ(lines.size(), 13U);
     EXPECT_EQ(lines.front()["type"], "finding");
     EXPECT_EQ(lines.back()["type"], "result");
 }

@@ -528,13 +528,13 @@ TEST(BackupReports, ASecondCommandThatFailsIsNotAFailedBackup)
     EXPECT_EQ(account.run({"email", "--save", text.string()}).status, 0);
     EXPECT_NE(platform::readFile(text).value_or("").find(
                   "\nEverything that was found is backed up; the command of --after failed.\nThe "
-                  "command of --after failed with status 5: sh -c 'exit 5'\n"),
+                  "command of --after failed with status 5 (sh -c 'exit 5').\n"),
               std::string::npos);
     const auto html = account.folder.path() / "report.html";
     EXPECT_EQ(account.run({"email", "--save", html.string()}).status, 0);
     const std::string report = platform::readFile(html).value_or("");
     EXPECT_NE(report.find("class=\"bad\""), std::string::npos) << report;
-    EXPECT_NE(report.find("The command of --after failed with status 5: sh"), std::string::npos);
+    EXPECT_NE(report.find("The command of --after failed with status 5 (sh"), std::string::npos);
     // All is stored, so the run counts as a good one here as it does on the service.
     EXPECT_EQ(account.run({"runs", "--machine", "iMac", "--alert-after", "1h"}).status, 0);
     EXPECT_EQ(account.run({"doctor", "--alert-after", "1h"}).output.find("FAULT last-run"),

@@ -178,7 +178,7 @@ TEST_F(Schedule, StatusSaysOfALastRunThatFailedThatItDid)
     EXPECT_EQ(run({"backup", "-u", "ann", "--before", "/bin/false", "/"}).status, 1);
     const auto status = run({"schedule", "status"});
     EXPECT_NE(status.output.find("0 files stored, 0 items failed; Nothing was backed up: the "
-                                 "command of --before failed with status 1: /bin/false"),
+                                 "command of --before failed with status 1 (/bin/false)."),
               std::string::npos)
         << status.output;
 }
@@ -262,6 +262,20 @@ TEST_F(Schedule, LeavesUnitsOfOthersAlone)
     EXPECT_NE(result.errors.find("was not written by this command"), std::string::npos);
     EXPECT_EQ(run({"schedule", "remove"}).status, 4);
     EXPECT_EQ(platform::readFile(mine), "x");
+}
+
+TEST_F(Schedule, SaysOfAPathThatIsNotThere)
+{
+    giveManager();
+    const auto result =
+        install({"-u", "ann", "--password-file", "/p", stowline_.home().path().string(), "/none"});
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.errors.find("There is nothing at /none now. A run that finds nothing at a "
+                                 "path fails, and says so.\n"),
+              std::string::npos)
+        << result.errors;
+    EXPECT_EQ(result.errors.find("nothing at " + stowline_.home().path().string()),
+              std::string::npos);
 }
 
 TEST_F(Schedule, WantsAllThatARunWithoutATerminalNeeds)
