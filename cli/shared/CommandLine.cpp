@@ -40,7 +40,7 @@ void refuseEmptyText(CLI::Option& option)
 /// and reads "010" as 8.
 template <class Number> void refuseOtherThanNumbers(CLI::Option& option)
 {
-    option.check(CLI::Validator(
+    option.transform(CLI::Validator(
         [](std::string& text) {
             const char* wanted =
                 std::is_unsigned_v<Number> ? "a whole number of 0 or more" : "a whole number";
