@@ -20,7 +20,7 @@ TEST(Overdue, IsWhatIsLongerAgoThanItShouldBe)
     last.goodRun.reset();
     EXPECT_EQ(overdue(last, days(3), kNow).size(), 1U) << "none was ever good";
     last.isOfPaths = true;
-    EXPECT_TRUE(overdue(last, days(3), kNow).at(0).starts_with("no run of these paths with "));
+    EXPECT_TRUE(overdue(last, days(3), kNow).at(0).starts_with("no run of these paths without "));
 }
 
 TEST(Overdue, IsWhatAWrongClockDatedInTheFuture)

@@ -211,7 +211,9 @@ Leftovers leftoversOf(const BackedUp& account)
     for (const auto& file : fs::recursive_directory_iterator(state)) {
         const bool isIndex = file.path().parent_path() == state / "index" &&
                              file.path().extension().string().starts_with(".db");
-        if (file.is_regular_file() && !isIndex && !known.contains(file.path().filename()))
+        const bool isRunsBegun = file.path().parent_path() == state / "runs-begun";
+        if (file.is_regular_file() && !isIndex && !isRunsBegun &&
+            !known.contains(file.path().filename()))
             ++left.temporary;
     }
     const SQLite::Database database((account.server.data() / "files.sqlite").string());

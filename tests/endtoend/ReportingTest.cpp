@@ -246,7 +246,7 @@ TEST(Email, IsSavedToNothingButAFile)
     for (const auto& place : {pipe, folder / "link", folder}) {
         const auto result = account.run({"email", "--save", place});
         EXPECT_EQ(result.status, 2) << place;
-        EXPECT_TRUE(says(result, " is there already and is not a file.")) << result.errors;
+        EXPECT_TRUE(says(result, " exists already and is not a file.")) << result.errors;
     }
     EXPECT_TRUE(std::filesystem::is_fifo(pipe));
     EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
