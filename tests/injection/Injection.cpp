@@ -37,6 +37,10 @@ std::atomic<std::size_t> calls{0};
 std::atomic<std::size_t> failures{0};
 std::atomic<void (*)(std::size_t)> eachCall{nullptr};
 
+/// The most calls that a process has counted that was told by its environment, or that one has whom
+/// it forked: in memory that they share with a file, however they end.
+std::atomic<std::size_t>* mostCalls = nullptr;
+
 /// Whether this call of a function is to fail.
 bool fails(const char* function)
 {
@@ -44,6 +48,11 @@ bool fails(const char* function)
     if (!armed || std::strcmp(armed, function) != 0)
         return false;
     const std::size_t call = ++calls;
+    if (mostCalls) {
+        for (std::size_t most = *mostCalls;
+             most < call && !mostCalls->compare_exchange_weak(most, call);) {
+        }
+    }
     if (auto* callee = eachCall.load())
         callee(call);
     if (call < armedCall.load() || (call > armedCall.load() && !isPersistent.load()))
@@ -411,6 +420,22 @@ const char* kept(std::string_view function)
     return nullptr;
 }
 
+/// Maps the file that is to tell how much was called.
+void shareMostCalls()
+{
+    const char* path = std::getenv("STOWLINE_INJECTION_COUNT");
+    const int file = path ? ::open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600) : -1;
+    if (file < 0)
+        return;
+    constexpr Bytes size = sizeof(std::atomic<std::size_t>);
+    if (::ftruncate(file, size) == 0) {
+        void* place = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        if (place != MAP_FAILED)
+            mostCalls = static_cast<std::atomic<std::size_t>*>(place);
+    }
+    ::close(file);
+}
+
 /// In a program that is started with STOWLINE_INJECTION=function:call:once|always.
 [[gnu::constructor]] void armFromEnvironment()
 {
@@ -428,32 +453,11 @@ const char* kept(std::string_view function)
     }
     armedCall = std::strtoul(variable + first + 1, nullptr, 10);
     isPersistent = text.substr(second + 1) == "always";
+    shareMostCalls();
     armedFunction = function;
 }
 
-/// Adds a line to the file: what this process called, or, forked by another, both together.
-[[gnu::destructor]] void writeCount()
-{
-    const char* path = std::getenv("STOWLINE_INJECTION_COUNT");
-    if (!path)
-        return;
-    armedFunction = nullptr;
-    const std::string count = std::to_string(calls) + "\n";
-    const int file = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    (void)!::write(file, count.data(), count.size());
-    ::close(file);
-}
-
 } // namespace
-
-/// How the child of a nursery ends, where nothing else is done at the end.
-extern "C" [[noreturn]] void _Exit(int status) noexcept // NOLINT: the C library's name
-{
-    static const auto next = real(static_cast<void (*)(int)>(nullptr), "_Exit");
-    writeCount();
-    next(status);
-    std::abort();
-}
 
 namespace stowline::test {
 

@@ -3,8 +3,8 @@
 // Injection.cpp defines the C library's functions of its table, and operator new, in front of the
 // real ones: in a test that links it for the test's own process, and, built as a library that is
 // preloaded, in a helper program, which is told by the variable STOWLINE_INJECTION ("read:3:once",
-// "new:9:always") and adds a line with the number of calls to the file STOWLINE_INJECTION_COUNT
-// when it ends.
+// "new:9:always") and keeps in the file STOWLINE_INJECTION_COUNT, as a std::size_t, how many calls
+// it has made, or one that it forked.
 #pragma once
 
 #include <cstddef>
