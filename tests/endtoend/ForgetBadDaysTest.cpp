@@ -117,15 +117,15 @@ TEST(ForgetBadDays, ARunThatBeginsInTheMiddleEndsItBeforeMuchMoreIsDeleted)
               0);
 }
 
-/// Chooses what is sent of a record.
-test::HeldAnswers::Choice partsOfRecord(const std::string& name)
+/// Chooses what is sent of the record that a run ends with, after the note that it begins.
+test::HeldAnswers::Choice partsOfTheLastRecord()
 {
-    return [name](const std::string& request) {
+    return [count = 0](const std::string& request) mutable {
         if (test::Relayed::callOf(request) != "/UploadFilePart")
             return false;
         const auto path =
             Base64::dataWithBase64EncodedString(test::headerOf(request, "X-FileName"));
-        return std::string(path.begin(), path.end()).ends_with(name);
+        return std::string(path.begin(), path.end()).ends_with("/record.part") && ++count == 2;
     };
 }
 
@@ -142,9 +142,11 @@ TEST(ForgetBadDays, ARunFromAnotherStateFolderWhoseRecordIsOnItsWayLosesNothing)
     ASSERT_EQ(elsewhere({}).status, 0);
     {
         test::HeldAnswers service(account);
-        service.hold(partsOfRecord("00000003-finished"));
+        service.hold(partsOfTheLastRecord());
         test::BackgroundProgram slow(account.backupRun());
         ASSERT_TRUE(service.await());
+        ASSERT_TRUE(account.records().contains("00000003-begun"));
+        ASSERT_FALSE(account.records().contains("00000003-finished"));
         account.write({{"a", noise(5000, 3)}});
         const auto other = elsewhere({"--keep-last", "1"});
         EXPECT_EQ(other.status, 0) << other.errors;

@@ -390,11 +390,13 @@ TEST(Forget, ARunOfItsOwnFromALostStateFolderHoldsForAWeek)
     const auto held = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(held.status, 5) << held.errors;
     EXPECT_NE(held.errors.find("a week after its last sign"), std::string::npos) << held.errors;
-    account.expectAllWhole({1, 2, 4});
+    for (const int run : {1, 2, 4})
+        EXPECT_EQ(account.restored(run), account.held.at(run));
     test::setStoredBefore(account, "00000003-begun", "2020-01-01 00:00:00", "iMac", "default");
     const auto result = account.run(forgetting({"--keep-last", "1"}));
     EXPECT_EQ(result.status, 0) << result.errors;
-    account.expectAllWhole({4});
+    EXPECT_EQ(field(result, "forgotten"), 2);
+    EXPECT_EQ(account.restored(4), account.held.at(4));
 }
 
 TEST(Forget, ARecordThatCannotBeReadKeepsEverything)
