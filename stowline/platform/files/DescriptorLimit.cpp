@@ -21,7 +21,8 @@ bool areDescriptorsFree(std::size_t count)
 {
     std::vector<FileDescriptor> opened;
     while (opened.size() < count) {
-        opened.emplace_back(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        FileDescriptor next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        opened.push_back(std::move(next)); // which may throw
         if (!opened.back().isOpen())
             return false;
     }
