@@ -24,9 +24,9 @@ struct WayToHost {
 /// @param url as the call uses it; may be empty
 [[nodiscard]] WayToHost wayToHost(const std::string& url);
 
-/// Why nothing can be sent to an address: there is no way (hostUnreachable), the thread was asked to
-/// stop before that was known (stopped), or this process may open too few files to look, or to call
-/// (helperFailed). Absent when there is a way.
+/// Why nothing can be sent to an address: there is no way (hostUnreachable), the thread was asked
+/// to stop before that was known (stopped), or this process may open too few files to look, or to
+/// call (helperFailed). Absent when there is a way.
 [[nodiscard]] std::optional<FailureKind> obstacleOnTheWay(const std::string& url);
 
 /// What people are told of an obstacle to a call.

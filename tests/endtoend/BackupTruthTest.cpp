@@ -511,8 +511,7 @@ TEST(BackupTruth, FileSystemsThatAreLeftOutAreTold)
     const auto result = account.backup({"--one-file-system"});
     ::umount2(state.c_str(), MNT_DETACH);
     EXPECT_EQ(result.status, 0) << result.errors;
-    EXPECT_TRUE(
-        says(result, "only shows the state of the system: " + state + ". "))
+    EXPECT_TRUE(says(result, "only shows the state of the system: " + state + ". "))
         << result.errors;
     EXPECT_TRUE(says(result, "other file systems are mounted there: " + disk + "."))
         << result.errors;
