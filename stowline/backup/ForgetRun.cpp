@@ -329,7 +329,7 @@ private:
             return;
         std::string sentence = "Nothing is forgotten until a person confirms it.";
         for (auto loss = losses.rbegin(); loss != losses.rend(); ++loss)
-            sentence = sentenceOf(*loss) + " " + sentence;
+            sentence.insert(0, sentenceOf(*loss) + " ");
         throw ForgetFault(ForgetEnd::suspended, sentence);
     }
 

@@ -238,8 +238,9 @@ std::uint64_t RunRecords::begin(const ItemIndex& index)
     run_ = chain_->newestRun() + 1;
     if (!request_.isDryRun) {
         accounts_.activity("notes that the run begins");
-        run_ = chain_->begin(description(), index.position());
-        noteBegunHere();
+        run_ = chain_->begin(
+            description(), index.position(),
+            [this](std::uint64_t run, const std::string& digest) { noteBegunHere(run, digest); });
         chain_->listAnew();
         requireFoundation();
     }
@@ -249,7 +250,7 @@ std::uint64_t RunRecords::begin(const ItemIndex& index)
 
 /// Without it, whoever forgets could not tell this run, once it was cut off, from one of the chain
 /// that goes on from another state folder.
-void RunRecords::noteBegunHere()
+void RunRecords::noteBegunHere(std::uint64_t begun, const std::string& digest)
 {
     const UploadOwner owner = uploadOwner(request_.account, request_.identity);
     auto runs = state_.runsBegunHere(owner);
@@ -259,7 +260,7 @@ void RunRecords::noteBegunHere()
             open.insert(run.run);
     }
     std::erase_if(runs, [&open](const auto& run) { return !open.contains(run.first); });
-    runs[run_] = chain_->begunDigest();
+    runs[begun] = digest;
     state_.noteRunsBegunHere(owner, runs);
 }
 

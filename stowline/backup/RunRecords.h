@@ -65,7 +65,7 @@ private:
     [[nodiscard]] bool isFoundation(ItemIndex& index);
     void refuseOthers() const;
     void refuseTwin();
-    void noteBegunHere();
+    void noteBegunHere(std::uint64_t begun, const std::string& digest);
     [[nodiscard]] std::set<std::string> forgottenRuns();
     void requireFoundation() const;
     void refuseIfForgottenMeanwhile();

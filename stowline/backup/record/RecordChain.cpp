@@ -479,7 +479,9 @@ RecordHead RecordChain::loadEvenForgotten(std::uint64_t run, ItemIndex& index)
     return records.front().head;
 }
 
-std::uint64_t RecordChain::begin(const RunDescription& description, const IndexPosition& at)
+std::uint64_t RecordChain::begin(
+    const RunDescription& description, const IndexPosition& at,
+    const std::function<void(std::uint64_t run, const std::string& digest)>& beforeStored)
 {
     const std::uint64_t before = newestFinished();
     if (at.run != 0 && at.run != before)
@@ -508,8 +510,10 @@ std::uint64_t RecordChain::begin(const RunDescription& description, const IndexP
     PutFile file(workFolder_ / kPutName);
     RecordWriter writer(head, [&file](std::string_view bytes) { file.write(bytes); });
     writer.finish();
-    put({head.run, RecordState::begun, 0}, file.path(), writer.size());
     begunDigest_ = writer.digest();
+    if (beforeStored)
+        beforeStored(head.run, begunDigest_);
+    put({head.run, RecordState::begun, 0}, file.path(), writer.size());
     running_ = std::move(head);
     return running_->run;
 }

@@ -140,16 +140,17 @@ public:
     /// Stores the note that a run begins. @return its number: one above all others
     /// @param at where the run's index is: at newestFinished(), so that the run's record can be a
     ///        difference, or at none, and the record will be a full one
-    std::uint64_t begin(const RunDescription& description, const IndexPosition& at);
+    /// @param beforeStored told the number and the digest of the note before anybody can see it
+    std::uint64_t begin(
+        const RunDescription& description, const IndexPosition& at,
+        const std::function<void(std::uint64_t run, const std::string& digest)>& beforeStored = {});
 
     /// Whether the number that begin() took is this run's alone. Where two runs took one number at
     /// the same moment the later note stands, and where one of them is finished its record; the
     /// other run must store no record under it. Asks the place anew.
     [[nodiscard]] bool isNumberOurs();
 
-    /// The digest of the note that begin() stored.
-    [[nodiscard]] const std::string& begunDigest() const { return begunDigest_; }
-    /// That of the note that a run began with; absent: there is none. Fetches it.
+    /// The digest of the note that a run began with; absent: there is none. Fetches it.
     [[nodiscard]] std::optional<std::string> begunDigestOf(std::uint64_t run);
 
     /// Counts of a run for its record.
