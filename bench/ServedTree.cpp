@@ -4,6 +4,7 @@
 #include "stowline/backup/RestoreRun.h"
 #include "stowline/backup/RunState.h"
 #include "stowline/backup/index/ItemIndex.h"
+#include "stowline/backup/record/StateFolder.h"
 #include "stowline/backup/tree/TreeWalk.h"
 #include "stowline/platform/desktop/Bundle.h"
 #include "stowline/service/WebServiceBroker.h"
@@ -183,8 +184,7 @@ void ServedTree::prepare(const fs::path& top)
 void ServedTree::prepareIndex() const
 {
     const auto state = RunState::take(request_.stateFolder, request_.identity.profile);
-    auto index =
-        state.openIndex(RunState::owner(request_.account, request_.identity), false, false);
+    auto index = state.openIndex(uploadOwner(request_.account, request_.identity), false, false);
     Preparation preparation(index, stored_);
     (void)walkTree({.paths = request_.paths}, preparation, platform::StopRequest());
     index.commit();
