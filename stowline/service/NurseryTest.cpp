@@ -264,45 +264,56 @@ private:
     }};
 };
 
+/// Calls that wait for their answers.
+class CallsUnderWay {
+public:
+    /// Begins so many more, and waits until their requests are there.
+    void begin(std::size_t count)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+            calling_.emplace_back([this] { answers_ += Caller::works() ? 1 : 0; });
+        server_.awaitRequests(calling_.size());
+    }
+    /// Has them answered, and waits for their ends. @return how many had an answer
+    int answered()
+    {
+        server_.answerAll();
+        calling_.clear();
+        return answers_;
+    }
+    [[nodiscard]] std::size_t requests() const { return server_.requests(); }
+
+private:
+    HoldingServer server_;
+    const Caller caller_{server_.url()};
+    std::atomic<int> answers_ = 0;
+    std::vector<std::jthread> calling_;
+};
+
 TEST(Nursery, OtherCallsComeToTheirEndWhenItIsGivenUp)
 {
-    HoldingServer server;
-    const Caller caller(server.url());
-    std::atomic<int> answers = 0;
-    std::vector<std::jthread> calling;
-    for (int i = 0; i < 2; ++i)
-        calling.emplace_back([&] { answers += Caller::works() ? 1 : 0; });
-    server.awaitRequests(2);
+    CallsUnderWay calls;
+    calls.begin(2);
     const int first = nursery();
     const auto helpers = test::helpersOf(::getpid());
     ASSERT_EQ(helpers.size(), 2U);
     signalOne(helpers.front(), SIGSEGV);
     test::awaitEnd(helpers.front());
     // It is given up once the host knows: then another one is begun for another call.
-    calling.emplace_back([&] { answers += Caller::works() ? 1 : 0; });
-    server.awaitRequests(3);
-    server.answerAll();
-    calling.clear();
-    EXPECT_EQ(answers, 2);
-    EXPECT_EQ(server.requests(), 3U);
+    calls.begin(1);
+    EXPECT_EQ(calls.answered(), 2);
+    EXPECT_EQ(calls.requests(), 3U);
     test::awaitEnd(first);
 }
 
 TEST(Nursery, CallsUnderWayComeToTheirEndWhenItIsTurnedOff)
 {
-    HoldingServer server;
-    const Caller caller(server.url());
-    std::atomic<int> answers = 0;
-    std::vector<std::jthread> calling;
-    for (int i = 0; i < 2; ++i)
-        calling.emplace_back([&] { answers += Caller::works() ? 1 : 0; });
-    server.awaitRequests(2);
+    CallsUnderWay calls;
+    calls.begin(2);
     const int first = nursery();
     WebServiceBroker::useNursery(false);
-    server.answerAll();
-    calling.clear();
-    EXPECT_EQ(answers, 2);
-    EXPECT_EQ(server.requests(), 2U);
+    EXPECT_EQ(calls.answered(), 2);
+    EXPECT_EQ(calls.requests(), 2U);
     test::awaitEnd(first);
 }
 
