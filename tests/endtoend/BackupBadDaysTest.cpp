@@ -1,6 +1,7 @@
 // Bad days of this machine: files that never rest, clocks that jump, disks that are full, users
 // that meet. Whatever happens, the numbers add up and a success is one.
 #include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/OtherClock.h"
 #include "tests/support/MountNamespace.h"
 
 #include <gtest/gtest.h>
@@ -297,21 +298,13 @@ TEST(RestlessFiles, ATreeThatChangesUnderTheWalkIsAccountedFor)
 /// A backup whose clock is another one.
 test::ProgramResult withClock(const BackedUp& account, const std::string& shift)
 {
-    test::ProgramRun run = account.backupRun();
-    run.environment.insert({{"LD_PRELOAD", "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"},
-                            {"FAKETIME", shift},
-                            {"NO_FAKE_STAT", "1"},
-                            {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}});
-    return test::runProgram(run);
+    return test::runWithClock(account.backupRun(), shift);
 }
 
 TEST(JumpingClock, LosesNoChange)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "A sanitizer's library has to be the first one; so has the clock's.";
-#endif
-    if (!fs::exists("/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"))
-        GTEST_SKIP() << "Needs the package libfaketime.";
+    if (const auto why = test::whyNoOtherClock(); !why.empty())
+        GTEST_SKIP() << why;
     const BackedUp account;
     account.write({{"a", "first"}});
     ASSERT_EQ(account.backup().status, 0);

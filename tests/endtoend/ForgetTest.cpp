@@ -1,6 +1,7 @@
 // Forgetting runs, through the command and against the real service.
 #include "stowline/platform/files/Files.h"
 #include "tests/endtoend/Kept.h"
+#include "tests/endtoend/OtherClock.h"
 #include "tests/endtoend/Records.h"
 #include "tests/support/PseudoTerminal.h"
 
@@ -510,26 +511,16 @@ TEST(Forget, DaysAreThoseOfTheServicesClock)
 test::ProgramResult forgetWithClock(const BackedUp& account, const std::string& shift,
                                     const Words& rules, const Words& more)
 {
-    test::ProgramRun run = account.command.run(forgetting(rules, more), account.environment());
-    run.environment.insert({{"LD_PRELOAD", "/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"},
-                            {"FAKETIME", shift},
-                            {"NO_FAKE_STAT", "1"},
-                            {"FAKETIME_DONT_FAKE_MONOTONIC", "1"}});
-    return test::runProgram(run);
+    return test::runWithClock(account.command.run(forgetting(rules, more), account.environment()),
+                              shift);
 }
 
 TEST(Forget, AMachineWhoseClockIsAYearAheadForgetsNothingByIt)
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "A sanitizer's library has to be the first one; so has the clock's.";
-#endif
-    if (!fs::exists("/usr/lib/x86_64-linux-gnu/faketime/libfaketime.so.1"))
-        GTEST_SKIP() << "Needs the package libfaketime.";
+    if (const auto why = test::whyNoOtherClock(); !why.empty())
+        GTEST_SKIP() << why;
     Kept account({"--deletion-pause", "0", "--grace-days", "0"});
-    for (int run = 1; run <= 3; ++run)
-        account.runWith({{"a", std::to_string(run)}});
-    test::setStoredBefore(account, "00000001-finished", "2026-01-01 12:00:00", "iMac", "default");
-    test::setStoredBefore(account, "00000002-finished", "2026-01-02 12:00:00", "iMac", "default");
+    test::threeRunsOfThreeDays(account);
     const Words rules{"--keep-daily", "2", "--keep-monthly", "2"};
     for (const char* shift : {"+1y", "-1y"}) {
         const auto result = forgetWithClock(account, shift, rules, {"-n"});

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/endtoend/BackedUp.h"
+#include "tests/endtoend/Records.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
@@ -161,5 +162,14 @@ private:
     Files current_;
     unsigned seed_ = 0;
 };
+
+/// Runs 1, 2 and 3, of which the service stored the first two on days of their own.
+inline void threeRunsOfThreeDays(Kept& account)
+{
+    for (int run = 1; run <= 3; ++run)
+        account.runWith({{"a", std::to_string(run)}});
+    setStoredBefore(account, "00000001-finished", "2026-01-01 12:00:00", "iMac", "default");
+    setStoredBefore(account, "00000002-finished", "2026-01-02 12:00:00", "iMac", "default");
+}
 
 } // namespace stowline::test
