@@ -370,6 +370,21 @@ private:
                         fault.what(), chain, system));
     }
 
+    /// The same runs with the days that their records tell. Where nobody looks at what is to go,
+    /// these have to agree: a service that was moved may say of all that it stored them at once.
+    [[nodiscard]] std::vector<DatedRun> byTheirOwnDays(std::vector<DatedRun> runs)
+    {
+        for (DatedRun& run : runs) {
+            requireNotStopped();
+            try {
+                run.day = localDay(own_->head(run.run).description.begun.seconds);
+            } catch (const RecordFault& fault) {
+                refuseUnreadable(fault, request_.account.systemName, own_->name());
+            }
+        }
+        return runs;
+    }
+
     /// By the rules, among the finished runs that are not forgotten.
     void choose()
     {
@@ -389,7 +404,9 @@ private:
                 "weeks and months say.",
                 platform::countText(dated.size() - moments.size(), "run", "runs"),
                 dated.size() - moments.size() == 1 ? "it is" : "they are"));
-        const auto kept = runsToKeep(dated, request_.keep);
+        auto kept = runsToKeep(dated, request_.keep);
+        if (request_.isUnattended && request_.keep.needDays() && kept.size() < dated.size())
+            kept.merge(runsToKeep(byTheirOwnDays(dated), request_.keep));
         for (const DatedRun& run : dated) {
             if (kept.contains(run.run))
                 continue;
