@@ -16,7 +16,7 @@ namespace stowline::platform {
 namespace {
 
 constexpr std::chrono::milliseconds kPatience{2000};
-/// "Critical": stays until it is taken away (Desktop Notifications Specification, "Urgency
+/// "Critical": stays until it is taken away (org.freedesktop.Notifications, "Urgency
 /// Levels").
 constexpr unsigned char kStays = 2;
 
