@@ -93,7 +93,8 @@ template <class Work> void patiently(Work work)
             if (fault.getErrorCode() != kBusy || std::chrono::steady_clock::now() >= end)
                 throw;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        // Whoever logs without pause holds it nearly all the time: many looks find a gap.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
