@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <new>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -120,12 +121,17 @@ public:
 private:
     [[nodiscard]] bool mayPrepare() const { return isToPrepareSoon_ || hasMoreToPrepare_; }
 
+    /// It only saves children time: where there is no memory for it, each does it itself.
     void prepareSomething()
     {
-        if (std::exchange(isToPrepareSoon_, false))
-            work_.prepareSoon();
-        else
-            hasMoreToPrepare_ = work_.prepareMore();
+        try {
+            if (std::exchange(isToPrepareSoon_, false))
+                work_.prepareSoon();
+            else
+                hasMoreToPrepare_ = work_.prepareMore();
+        } catch (const std::bad_alloc&) {
+            hasMoreToPrepare_ = false;
+        }
     }
 
     /// Waits for the host's end, for calls, for children and for those who ask for their end.
@@ -222,22 +228,27 @@ private:
         const pid_t id = ::fork();
         if (id == 0)
             std::_Exit(workAsChild(call));
-        if (std::exchange(hasBegunNone_, false))
-            hasMoreToPrepare_ = static_cast<bool>(work_.prepareMore);
-        if (isToPrepareSoon_)
-            prepareSomething(); // beside the first child, which does the same
         if (id < 0) {
             sendReport(report.number(), {NurseryReport::Kind::refused, errno, 0});
             return;
         }
-        Charge charge{id, FileDescriptor(handleOfProcess(id)), {}};
-        charge.report = std::move(report);
-        if (!charge.process.isOpen()) { // its end could not be noticed
-            ::kill(id, SIGKILL);
-            reap(charge);
+        lookAfter(id, std::move(report));
+        if (std::exchange(hasBegunNone_, false))
+            hasMoreToPrepare_ = static_cast<bool>(work_.prepareMore);
+        if (isToPrepareSoon_)
+            prepareSomething(); // beside the first child, which does the same
+    }
+
+    /// A child that was begun; there is room for its charge.
+    void lookAfter(pid_t id, FileDescriptor report)
+    {
+        Charge charge{id, FileDescriptor(handleOfProcess(id)), std::move(report)};
+        if (charge.process.isOpen()) {
+            charges_.push_back(std::move(charge));
             return;
         }
-        charges_.push_back(std::move(charge));
+        ::kill(id, SIGKILL); // its end could not be noticed
+        reap(charge);
     }
 
     /// In the child: becomes what a program started alone would be, and does its work.
