@@ -144,6 +144,9 @@ private:
     const ForkRegistration registration_{*this};
 };
 
+/// Made before main(), since a fork may come beside the first use of it.
+[[maybe_unused]] const LookUps& lookUpsFromTheStart = LookUps::shared();
+
 } // namespace
 
 std::optional<NameAnswer> lookedUp(const std::string& name, std::chrono::milliseconds patience)

@@ -19,6 +19,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <unistd.h>
 
 namespace stowline::platform {
 
@@ -55,9 +56,13 @@ std::string_view withoutDots(std::string_view name)
     return name;
 }
 
-/// Whether the environment wants a host to be called without a proxy.
-bool isExcepted(const std::string& host)
+/// Whether the environment wants a host to be called without a proxy, in whatever case it writes
+/// it.
+bool isExcepted(const std::string& named)
 {
+    std::string host = asciiLowercase(named);
+    if (host.starts_with('['))
+        host = host.substr(1, host.find(']') - 1);
     const std::string lower = variable("no_proxy");
     const std::string list = asciiLowercase(lower.empty() ? variable("NO_PROXY") : lower);
     for (std::size_t at = 0; at < list.size();) {
@@ -138,6 +143,24 @@ struct Answer {
     std::exception_ptr fault;
 };
 
+/// What the look-ups of a process share; lives until it ends.
+struct LookUps {
+    SerialQueue queue{
+        "stowline.proxy"}; ///< one at a time: the resolvers share what they make first
+    KnownProxies known;
+    /// The process whose look-up hangs; 0: none does. The child of a fork asks for itself.
+    std::atomic<pid_t> stuckIn = 0;
+
+    static LookUps& shared()
+    {
+        static auto& lookUps = *new LookUps;
+        return lookUps;
+    }
+};
+
+/// Made before main(), since a fork may come beside the first use of it.
+[[maybe_unused]] const LookUps& lookUpsFromTheStart = LookUps::shared();
+
 } // namespace
 
 std::string usableProxy(const char* const* answer)
@@ -159,16 +182,13 @@ std::string systemProxyFor(const std::string& url)
 {
     if (!environmentsProxy(url).empty())
         return {};
-    // One at a time: the resolvers share state that they make on first use.
-    static auto& lookups = *new SerialQueue("stowline.proxy"); // lives until the process ends
-    static std::atomic<bool> isStuck = false;
-    static auto& known = *new KnownProxies();
-    if (auto proxy = known.find(url))
+    LookUps& lookUps = LookUps::shared();
+    if (auto proxy = lookUps.known.find(url))
         return *proxy;
-    if (isStuck)
+    if (lookUps.stuckIn == ::getpid())
         return {};
     const auto found = std::make_shared<Answer>();
-    lookups.async([url, found] {
+    lookUps.queue.async([url, found, &lookUps] {
         std::string proxy;
         std::exception_ptr fault;
         try {
@@ -182,16 +202,16 @@ std::string systemProxyFor(const std::string& url)
             found->fault = fault;
         }
         found->arrived.notify_all();
-        isStuck = false;
+        lookUps.stuckIn = 0;
     });
     std::unique_lock lock(found->mutex);
     if (!found->arrived.wait_for(lock, kPatience, [&] { return found->proxy.has_value(); })) {
-        isStuck = true; // until it answers after all
+        lookUps.stuckIn = ::getpid(); // until it answers after all
         return {};
     }
     if (found->fault)
         std::rethrow_exception(found->fault);
-    known.remember(url, *found->proxy);
+    lookUps.known.remember(url, *found->proxy);
     return *found->proxy;
 }
 

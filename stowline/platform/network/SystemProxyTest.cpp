@@ -75,7 +75,10 @@ TEST_F(ProxyHost, IsNoneForExceptedHosts)
          {"*", "a.test, named.test", "NAMED.test", ".test", "test", "x,named.test."}) {
         set("NO_PROXY", excepted);
         EXPECT_EQ(proxyHostFor("http://named.test:80/"), "") << excepted;
+        EXPECT_EQ(proxyHostFor("http://NAMED.Test/"), "") << excepted;
     }
+    set("NO_PROXY", "a.test,::1");
+    EXPECT_EQ(proxyHostFor("http://[::1]:80/"), "");
     for (const char* others : {"", ",", "a.named.test", "med.test", "10.0.0.0/8"}) {
         set("no_proxy", others); // which comes first
         set("NO_PROXY", *others ? "named.test" : "");
