@@ -1,10 +1,10 @@
 #include "stowline/platform/threads/Patience.h"
 
 #include <condition_variable>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -35,10 +35,11 @@ void doAndTell(const std::function<void()>& work, End& end)
 
 bool isDoneWithin(std::chrono::milliseconds patience, std::function<void()> work)
 {
-    const auto end = std::make_shared<End>();
+    std::shared_ptr<End> end;
     try {
+        end = std::make_shared<End>();
         std::thread([end, work = std::move(work)] { doAndTell(work, *end); }).detach();
-    } catch (const std::system_error&) { // no thread is to be had
+    } catch (const std::exception&) { // no thread is to be had, or no memory
         return false;
     }
     std::unique_lock lock(end->mutex);
