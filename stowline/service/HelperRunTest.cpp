@@ -53,8 +53,9 @@ TEST(StoppedCall, EndsSoonAndSaysSo)
     });
     std::optional<Error> error;
     EXPECT_FALSE(call(&error));
-    EXPECT_LT(std::chrono::steady_clock::now() - asked, 1500ms);
+    const auto ended = std::chrono::steady_clock::now();
     stopper.join();
+    EXPECT_LT(ended - asked, 15s); // by itself it would wait for 60
     ASSERT_TRUE(error);
     EXPECT_EQ(error->kind, FailureKind::stopped);
     EXPECT_FALSE(test::hasChildren());
@@ -74,7 +75,8 @@ TEST(StoppedCall, NothingIsSentAfterTheRequest)
     EXPECT_TRUE(server.requests().empty());
 }
 
-TEST(StoppedCall, EndsWhileTheReachabilityHostIsLookedUp)
+/// Of a call, or of a posted template, in a process of its own: a look-up goes on for the next one.
+void stopWhileTheReachabilityHostIsLookedUp(bool isTemplate)
 {
     const test::SilentNames names;
     if (names.missing())
@@ -84,24 +86,33 @@ TEST(StoppedCall, EndsWhileTheReachabilityHostIsLookedUp)
         test::settingsWith("M", Dictionary{{"URL", server.url()}}, "slow.example");
     settings.emplace("Templates", Dictionary{{"T", Dictionary{{"URL", server.url()}}}});
     const test::TestBundle bundle(settings);
-    for (const bool isTemplate : {false, true}) {
-        const StopRequest stop;
-        const StopScope scope(stop);
-        std::chrono::steady_clock::time_point asked;
-        std::thread stopper([&] {
-            EXPECT_TRUE(isTemplate || names.isAsked());
-            asked = std::chrono::steady_clock::now();
-            stop.request();
-        });
-        const FailureWatch watch;
-        EXPECT_FALSE(
-            isTemplate ? WebServiceBroker::sendTemplateRequestWithName("T", {}, "", {}).has_value()
-                       : call().has_value());
-        EXPECT_LT(std::chrono::steady_clock::now() - asked, 1500ms);
-        stopper.join();
-        EXPECT_EQ(watch.kind(), FailureKind::stopped) << isTemplate;
-    }
+    const StopRequest stop;
+    const StopScope scope(stop);
+    std::chrono::steady_clock::time_point asked;
+    std::thread stopper([&] {
+        EXPECT_TRUE(names.isAsked());
+        asked = std::chrono::steady_clock::now();
+        stop.request();
+    });
+    const FailureWatch watch;
+    EXPECT_FALSE(isTemplate
+                     ? WebServiceBroker::sendTemplateRequestWithName("T", {}, "", {}).has_value()
+                     : call().has_value());
+    const auto ended = std::chrono::steady_clock::now();
+    stopper.join();
+    EXPECT_LT(ended - asked, 15s); // by itself it would wait for 30
+    EXPECT_EQ(watch.kind(), FailureKind::stopped);
     EXPECT_TRUE(server.requests().empty());
+}
+
+TEST(StoppedCall, EndsWhileTheReachabilityHostIsLookedUp)
+{
+    stopWhileTheReachabilityHostIsLookedUp(false);
+}
+
+TEST(StoppedCall, EndsAsATemplateWhileTheReachabilityHostIsLookedUp)
+{
+    stopWhileTheReachabilityHostIsLookedUp(true);
 }
 
 TEST(UntoldEnd, AWholeAnswerCountsWhereTheHostIgnoresItsChildren)
